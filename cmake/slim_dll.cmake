@@ -1,0 +1,38 @@
+# A DLL that needs nothing but the system and the C runtime: no exceptions, no type information,
+# linked as C so that no C++ library comes in, and with its debug symbols in a file of their own.
+function(kiv_slim_dll target)
+  set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi)
+    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+                         -ffunction-sections -fdata-sections -g)
+  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections)
+
+  set(bin ${PROJECT_BINARY_DIR}/bin)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(${target} PRIVATE -gcodeview)
+    target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb)
+  else()
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${bin}/${target}.debug
+      COMMAND ${CMAKE_STRIP} --strip-debug $<TARGET_FILE:${target}>
+      COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${bin}/${target}.debug $<TARGET_FILE:${target}>)
+  endif()
+
+  # MSVC's linker takes the short form of import libraries. Aliases are the DLL's own business, so
+  # the list it is made from has plain names.
+  find_program(KIV_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14)
+  if(KIV_DLLTOOL)
+    set(plain ${PROJECT_BINARY_DIR}/generated/${target}-plain.def)
+    file(READ ${CMAKE_CURRENT_SOURCE_DIR}/${target}.def list)
+    string(REGEX REPLACE " = [A-Za-z0-9_]+" "" list "${list}")
+    file(WRITE ${plain} "${list}")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+                 ${CMAKE_CURRENT_SOURCE_DIR}/${target}.def)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND ${KIV_DLLTOOL} -m i386:x86-64 -d ${plain} -l ${bin}/${target}.lib)
+  endif()
+endfunction()

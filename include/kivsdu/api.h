@@ -1,0 +1,50 @@
+/* Linkage and layout helpers that every public header of kivsdu uses.
+ *
+ * The headers are plain C11 and C++17. They need no header of the operating system, and the
+ * same text serves MSVC, clang and GCC. */
+#ifndef KIVSDU_API_H
+#define KIVSDU_API_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define KIVSDU_EXTERN extern "C"
+#else
+#define KIVSDU_EXTERN extern
+#endif
+
+/* KIVSDU_BUILDING is defined while the library itself is compiled; its exports are listed in
+ * kivsdu.def. KIVSDU_STATIC is for programs that link the library's objects directly. */
+#if defined(_WIN32) && !defined(KIVSDU_BUILDING) && !defined(KIVSDU_STATIC)
+#define KIVSDU_API KIVSDU_EXTERN __declspec(dllimport)
+#else
+#define KIVSDU_API KIVSDU_EXTERN
+#endif
+
+/* A null pointer, in C and in C++. */
+#ifdef __cplusplus
+#define KIV_NULL nullptr
+#else
+#define KIV_NULL ((void*)0)
+#endif
+
+/* Records cross the library boundary, so each pins its size and the place of every field. */
+#ifdef __cplusplus
+#define KIV_ASSERT_LAYOUT(condition, text) static_assert(condition, text)
+#else
+#define KIV_ASSERT_LAYOUT(condition, text) _Static_assert(condition, text)
+#endif
+#define KIV_ASSERT_SIZE(record, sizeBytes) \
+  KIV_ASSERT_LAYOUT(sizeof(record) == (sizeBytes), #record " is " #sizeBytes " bytes")
+#define KIV_ASSERT_FIELD(record, field, offsetBytes)          \
+  KIV_ASSERT_LAYOUT(offsetof(record, field) == (offsetBytes), \
+                    #record "." #field " lies at " #offsetBytes)
+
+/* A system handle: a HANDLE on Windows, null where there is none. */
+typedef void* KivHandle;
+
+/* The unit of every page count of the library: 8192 bytes, whatever page the machine uses. */
+#define KIV_PAGE_UNIT 8192u
+
+#endif

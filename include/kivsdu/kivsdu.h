@@ -1,0 +1,21 @@
+/* kivsdu: the operating-system layer and memory manager of a multidimensional database server.
+ *
+ * This header includes the whole public interface, one header per family. The functions are C,
+ * undecorated; link libkivsdu.dll.a (mingw) or kivsdu.lib (MSVC). */
+#ifndef KIVSDU_KIVSDU_H
+#define KIVSDU_KIVSDU_H
+
+#include "api.h"
+#include "status.h"
+
+#include "context.h"
+#include "manager.h"
+#include "memory.h"
+#include "memstack.h"
+#include "numa.h"
+#include "settings.h"
+#include "system.h"
+#include "time.h"
+#include "vorutil.h"
+
+#endif

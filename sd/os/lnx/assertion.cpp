@@ -1,0 +1,11 @@
+#include "os/assertion.h"
+
+#include <cassert>
+
+namespace kiv::os {
+
+void AssertionFailed(const char* condition, const char* source, uint32_t line) {
+  __assert_fail(condition, source, line, "kivsdu");
+}
+
+}  // namespace kiv::os

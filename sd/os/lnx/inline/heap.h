@@ -1,0 +1,20 @@
+// Linux: the C library's heap.
+#ifndef KIV_OS_LNX_INLINE_HEAP_H
+#define KIV_OS_LNX_INLINE_HEAP_H
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace kiv::os {
+
+inline void* RawAllocate(uint64_t sizeBytes) { return std::malloc(sizeBytes); }
+
+inline void* RawReallocate(void* block, uint64_t sizeBytes) {
+  return std::realloc(block, sizeBytes);
+}
+
+inline void RawFree(void* block) { std::free(block); }
+
+}  // namespace kiv::os
+
+#endif

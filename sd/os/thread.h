@@ -1,0 +1,40 @@
+// Threads: start, join, identity, and giving up the processor.
+//
+//   uint32_t CurrentThreadId()  this thread's identifier, never 0
+//   void YieldThread()          gives up the rest of the time slice
+//   void PauseProcessor()       the processor's hint for a busy wait; no system call
+//
+// Inline: every lock uses these three.
+#ifndef KIV_OS_THREAD_H
+#define KIV_OS_THREAD_H
+
+#include "inline/thread.h"
+#include "os/os.h"
+
+namespace kiv::os {
+
+// What a thread runs; the calling convention is the platform's for C.
+using ThreadRoutine = uint32_t (*)(void* argument);
+
+struct StartedThread {
+  void* handle;
+  uint32_t id;  // what CurrentThreadId gives in the thread; 0 where only the thread knows it
+};
+
+// Starts a thread. `stackBytes` 0 takes the platform's default; a value below the platform's
+// least is raised to it.
+ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes);
+
+// Waits until the thread has ended. On a platform where joining closes the thread (lnx),
+// CloseThread after it does nothing.
+Result JoinThread(void* handle);
+
+// Gives the handle back; the thread runs on.
+Result CloseThread(void* handle);
+
+// 0 yields, 0xFFFFFFFF sleeps for ever.
+void SleepMs(uint32_t timeMs);
+
+}  // namespace kiv::os
+
+#endif

@@ -1,0 +1,9 @@
+// The loader's entry point.
+#include "library.h"
+#include "os/w32/win32.h"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) kiv::LibraryLoaded(module);
+  if (reason == DLL_PROCESS_DETACH) kiv::LibraryUnloaded(module);
+  return TRUE;
+}

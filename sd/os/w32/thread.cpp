@@ -1,0 +1,22 @@
+#include "os/thread.h"
+
+#include "os/w32/win32.h"
+
+namespace kiv::os {
+
+ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes) {
+  // Both types are the platform's C convention with a 32-bit result.
+  const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
+  DWORD id = 0;
+  const ValueResult<void*> made =
+      FromPointer(CreateThread(nullptr, stackBytes, start, argument, 0, &id));
+  return {made.ok, made.error, {made.value, id}};
+}
+
+Result JoinThread(void* handle) { return FromWait(WaitForSingleObject(handle, INFINITE)); }
+
+Result CloseThread(void* handle) { return FromBool(CloseHandle(handle)); }
+
+void SleepMs(uint32_t timeMs) { Sleep(timeMs); }
+
+}  // namespace kiv::os

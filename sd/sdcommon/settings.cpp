@@ -1,0 +1,82 @@
+// Process-wide settings and hooks.
+//
+// The host writes these before its threads start and the library reads them without a lock. They
+// are atomic only so that a host that sets one late gets the old value or the new one; every
+// access is relaxed, for no value here announces another.
+#include "kivsdu/settings.h"
+
+#include <atomic>
+
+namespace {
+
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
+std::atomic<uint8_t> failoverMode{0};
+std::atomic<KivSdLeaseGuardFunction> leaseGuard{nullptr};
+std::atomic<uint32_t> fileLockingMode{1};
+std::atomic<const char*> appFolderName{"APP"};
+
+// A function of the host that, once there, can be replaced and never removed. That is what lets
+// a call read the pointer once and use it without a lock.
+class Hook {
+ public:
+  void Install(KivSdHookFunction function) {
+    if (function != nullptr) function_.store(function, kRelaxed);
+  }
+
+  void Call(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) const {
+    const KivSdHookFunction function = function_.load(kRelaxed);
+    if (function != nullptr) function(first, second, third, fourth);
+  }
+
+ private:
+  std::atomic<KivSdHookFunction> function_{nullptr};
+};
+
+Hook threadAttach;
+Hook threadDetach;
+Hook statistics;
+
+}  // namespace
+
+uint8_t KivSdIsFailoverMode() { return failoverMode.load(kRelaxed); }
+
+void KivSdSetFailoverModeFlag(uint8_t flag) { failoverMode.store(flag, kRelaxed); }
+
+void KivSdGetLeaseGuard() {
+  const KivSdLeaseGuardFunction guard = leaseGuard.load(kRelaxed);
+  if (guard != nullptr) guard();
+}
+
+void KivSdSetLeaseGuardAccessFunction(KivSdLeaseGuardFunction guard) {
+  leaseGuard.store(guard, kRelaxed);
+}
+
+void KivSdSetUkrThreadAttachFunction(KivSdHookFunction hook) { threadAttach.Install(hook); }
+
+void KivSdSetUkrThreadDetachFunction(KivSdHookFunction hook) { threadDetach.Install(hook); }
+
+void KivSdSetHMStatisticsFunction(KivSdHookFunction hook) { statistics.Install(hook); }
+
+void KivSdUkrThreadAttach(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) {
+  threadAttach.Call(first, second, third, fourth);
+}
+
+void KivSdUkrThreadDetach(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) {
+  threadDetach.Call(first, second, third, fourth);
+}
+
+void KivSdUpdateHMStatistics(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) {
+  statistics.Call(first, second, third, fourth);
+}
+
+// Kept as a setting that nothing reads: hosts of several platforms set it.
+void KivSdSetFileLockingMode(uint32_t mode) { fileLockingMode.store(mode, kRelaxed); }
+
+void KivSdSetAppFolderName(const char* name) { appFolderName.store(name, kRelaxed); }
+
+const char* KivSdAppFolderName() { return appFolderName.load(kRelaxed); }
+
+int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe) {
+  return pipe != nullptr && *pipe != nullptr ? 1 : 0;
+}

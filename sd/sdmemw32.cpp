@@ -1,0 +1,196 @@
+// The memory front: blocks from the memory manager, copies, and whole pages from the system.
+//
+// No state of its own but the manager's three switches. Two kinds of whole pages differ in their
+// statuses and in what a failed reallocation leaves behind: locked ones (KivSdPhysMem...) and
+// page-aligned ones (KivSdAlignedMem...).
+#include <cstring>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/memory.h"
+#include "memheap/switches.h"
+#include "os/heap.h"
+#include "os/pages.h"
+#include "report.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+using kiv::ReportOutcome;
+
+constexpr char kSource[] = "sd/sdmemw32";
+constexpr uint32_t kLineRealloc = 540;
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
+// A page count in bytes, in 32 bits: 524288 pages and more wrap, and callers on every platform
+// see the same wrap.
+uint32_t PageBytes(uint32_t pageCount) {
+  static_assert(KIV_PAGE_UNIT == 1u << 13, "page counts are shifted, not multiplied");
+  return pageCount << 13;
+}
+
+// What an allocation left in *out, reported. The last error is the system's as it stands after
+// the manager returned, whatever set it.
+uint32_t ReportBlock(KivSdContext* ctx, uint32_t status, const void* block) {
+  if (block == nullptr) return Report(ctx, KIV_ST_OUT_OF_MEMORY, os::LastError());
+  return Report(ctx, status);
+}
+
+uint32_t LockStatus(uint32_t osError) {
+  return osError == os::kErrorLockQuota ? KIV_ST_WORKING_SET_QUOTA : KIV_ST_PAGE_LOCK;
+}
+
+uint32_t ReleasePages(KivSdContext* ctx, void* block, uint32_t failure) {
+  if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportOutcome(ctx, os::ReleasePages(block), failure);
+}
+
+}  // namespace
+
+uint32_t KivSdMemAlloc(KivSdContext* ctx, uint64_t /*reserved*/, uint32_t sizeBytes, void** out,
+                       const char* file, uint32_t line) {
+  if (sizeBytes == 0 || out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const uint32_t status = adMalloc(nullptr, sizeBytes, out, file, line);
+  return ReportBlock(ctx, status, *out);
+}
+
+uint32_t KivSdMemAllocUsingPolicy(KivSdContext* ctx, uint64_t /*reserved*/, uint32_t sizeBytes,
+                                  void** out, uint8_t policy, const char* file, uint32_t line) {
+  if (sizeBytes == 0 || out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const uint32_t status = adMallocPolicy(nullptr, sizeBytes, out, policy, file, line);
+  return ReportBlock(ctx, status, *out);
+}
+
+uint32_t KivSdMemFree(KivSdContext* ctx, void* block, const char* file, uint32_t line) {
+  if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  static_cast<void>(adFree(block, file, line));
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBlock, void** out,
+                         const char* file, uint32_t line) {
+  if (newSizeBytes == 0) return Report(ctx, KIV_ST_ARGUMENT);
+  if (oldBlock == nullptr) return KivSdMemAlloc(ctx, 0, newSizeBytes, out, file, line);
+  if (out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+
+  // The manager is told the front's own source position here, not the caller's: tools that
+  // group allocations by site know a moved block by it.
+  void* moved = nullptr;
+  const uint32_t status = adRealloc(nullptr, newSizeBytes, oldBlock, &moved, kSource, kLineRealloc);
+  if (moved != nullptr) *out = moved;
+  return ReportBlock(ctx, status, moved);
+}
+
+// Never writes a record: it is called inside other operations with the caller's.
+uint32_t KivSdMemCopy(KivSdContext* /*ctx*/, void* destination, const void* source,
+                      uint32_t lengthBytes) {
+  if (destination != nullptr && source != nullptr && lengthBytes != 0) {
+    std::memmove(destination, source, lengthBytes);
+  }
+  return KIV_ST_OK;
+}
+
+uint32_t KivSdMemClear(KivSdContext* ctx, void* block, uint32_t lengthBytes) {
+  if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  std::memset(block, 0, lengthBytes);
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdExtAllocMemFree(KivSdContext* ctx, void* block) {
+  if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  os::RawFree(block);
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdIsMemPageLocking(KivSdContext* ctx, uint64_t /*reserved*/, uint8_t* available) {
+  *available = 1;
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdPhysMemAlloc(KivSdContext* ctx, uint32_t pageCount, void** out) {
+  if (out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const uint32_t sizeBytes = PageBytes(pageCount);
+  const os::ValueResult<void*> pages = os::CommitPages(sizeBytes);
+  *out = pages.ok ? pages.value : nullptr;
+  if (!pages.ok) return Report(ctx, KIV_ST_PAGE_COMMIT, pages.error);
+
+  const os::Result locked = os::LockPages(pages.value, sizeBytes);
+  if (locked.ok) return Report(ctx, KIV_ST_OK);
+  // Kept: out still names the released pages. Callers go by the status.
+  static_cast<void>(os::ReleasePages(pages.value));
+  return Report(ctx, LockStatus(locked.error), locked.error);
+}
+
+uint32_t KivSdPhysMemFree(KivSdContext* ctx, void* block) {
+  return ReleasePages(ctx, block, KIV_ST_PAGE_RELEASE);
+}
+
+uint32_t KivSdPhysMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32_t newPageCount,
+                             void** block) {
+  if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  void* moved = nullptr;
+  const uint32_t allocated = KivSdPhysMemAlloc(ctx, newPageCount, &moved);
+  if (allocated != KIV_ST_OK) return allocated;
+
+  // Kept: the old count is copied, also into a smaller block. A caller never shrinks here.
+  static_cast<void>(KivSdMemCopy(nullptr, moved, *block, PageBytes(oldPageCount)));
+  // Kept: when the old pages cannot be released, the new ones stay; the aligned kind does not
+  // do so. Both blocks are then locked memory, and only the host knows which one is in use.
+  const uint32_t released = KivSdPhysMemFree(ctx, *block);
+  if (released == KIV_ST_OK) *block = moved;
+  return released;
+}
+
+uint32_t KivSdMemLock(KivSdContext* ctx, uint32_t pageCount, void* address) {
+  if (address == nullptr || pageCount == 0) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::Result locked = os::LockPages(address, PageBytes(pageCount));
+  return ReportOutcome(ctx, locked, LockStatus(locked.error));
+}
+
+uint32_t KivSdMemUnlock(KivSdContext* ctx, uint32_t pageCount, void* address) {
+  if (address == nullptr || pageCount == 0) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportOutcome(ctx, os::UnlockPages(address, PageBytes(pageCount)), KIV_ST_PAGE_UNLOCK);
+}
+
+uint32_t KivSdAlignedMemAlloc(KivSdContext* ctx, uint32_t pageCount, void** out) {
+  if (out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<void*> pages = os::CommitPages(PageBytes(pageCount));
+  *out = pages.ok ? pages.value : nullptr;
+  return ReportOutcome(ctx, pages, KIV_ST_ALIGNED_COMMIT);
+}
+
+uint32_t KivSdAlignedMemFree(KivSdContext* ctx, void* block) {
+  return ReleasePages(ctx, block, KIV_ST_ALIGNED_RELEASE);
+}
+
+uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32_t newPageCount,
+                                void** block) {
+  void* moved = nullptr;
+  const uint32_t allocated = KivSdAlignedMemAlloc(ctx, newPageCount, &moved);
+  if (allocated != KIV_ST_OK) return allocated;
+
+  // Kept: the old count is copied, also into a smaller block. A caller never shrinks here.
+  static_cast<void>(KivSdMemCopy(nullptr, moved, *block, PageBytes(oldPageCount)));
+  const uint32_t released = KivSdAlignedMemFree(ctx, *block);
+  if (released == KIV_ST_OK) {
+    *block = moved;
+  } else {
+    static_cast<void>(os::ReleasePages(moved));
+  }
+  return released;
+}
+
+void KivSdSetMemoryManager(uint8_t flag) { kiv::memorySwitches.manager.store(flag, kRelaxed); }
+
+void KivSdSetMmapAllocCfg(uint8_t setting) {
+  kiv::memorySwitches.mappedAllocation.store(setting, kRelaxed);
+}
+
+uint8_t KivSdSetMemDeallocOption() {
+  // Exactly 1, although the switch itself takes any value: a host that stores another value to
+  // mean "on" keeps its frees.
+  if (kiv::memorySwitches.manager.load(kRelaxed) == 1) {
+    kiv::memorySwitches.noFree.store(1, kRelaxed);
+  }
+  return kiv::memorySwitches.noFree.load(kRelaxed);
+}

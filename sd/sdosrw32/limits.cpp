@@ -1,0 +1,51 @@
+// Sizes and limits: page, largest allocation, alignment, processor count, and the bounds of
+// numbers.
+#include "kivsdu/system.h"
+#include "lease_guard.h"
+#include "os/processor.h"
+#include "report.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+
+// The largest size a caller can write down, less what a block's own records may take.
+constexpr uint64_t kMaxAllocBytes = UINT64_MAX - 31;
+constexpr uint32_t kMaxAlignBytes = 8;
+
+}  // namespace
+
+uint32_t KivSdCPUCountGet() {
+  kiv::RunLeaseGuard();
+  const uint32_t count = os::ProcessorCount();
+  return count == 0 ? 1 : count;
+}
+
+uint32_t KivSdPageSizeGet(KivSdContext* ctx, uint32_t* sizeBytes) {
+  kiv::RunLeaseGuard();
+  if (sizeBytes == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *sizeBytes = os::PageSizeBytes();
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes) {
+  kiv::RunLeaseGuard();
+  if (sizeBytes == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *sizeBytes = kMaxAllocBytes;
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdMaxAlignGet(KivSdContext* ctx, uint32_t* alignment) {
+  kiv::RunLeaseGuard();
+  if (alignment == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *alignment = kMaxAlignBytes;
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdIsInfinite(KivSdContext* ctx, double value, uint8_t* flag) {
+  kiv::RunLeaseGuard();
+  if (flag == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *flag = os::IsFinite(value) ? 0 : 1;
+  return Report(ctx, KIV_ST_OK);
+}

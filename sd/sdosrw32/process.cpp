@@ -1,0 +1,78 @@
+// The system directory, working sets, and the process's user.
+#include <cstring>
+
+#include "kivsdu/system.h"
+#include "lease_guard.h"
+#include "os/machine.h"
+#include "os/working_set.h"
+#include "report.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+
+// Working sets of 2 GiB and more were cut to this when sizes had 31 bits; hosts count on it.
+constexpr uint64_t kWorkingSetUnitsCut = 0x40000;
+constexpr uint64_t kWorkingSetBytesCut = 0x7FFFFFFF;
+
+constexpr size_t kFailedNameBytes = 8;  // of a name buffer, zeroed on failure
+
+uint64_t WorkingSetBytes(uint64_t units) {
+  return units >= kWorkingSetUnitsCut ? kWorkingSetBytesCut : units * KIV_PAGE_UNIT;
+}
+
+uint32_t WorkingSetFailure(uint32_t osError) {
+  const bool privilege =
+      osError == os::kErrorNoSuchPrivilege || osError == os::kErrorPrivilegeNotHeld;
+  return privilege ? KIV_ST_WORKING_SET_PRIVILEGE : KIV_ST_WORKING_SET_SET;
+}
+
+}  // namespace
+
+uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path) {
+  kiv::RunLeaseGuard();
+  if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  if (length == 0) return Report(ctx, KIV_ST_OK);
+  const os::ValueResult<uint32_t> directory = os::SystemDirectory(path, length);
+  if (!directory.ok) return Report(ctx, KIV_ST_HOME_PATH, directory.error);
+  if (directory.value < length) return Report(ctx, KIV_ST_OK);
+  // The system calls a buffer that is too small no failure; to a caller with no path it is one.
+  path[0] = '\0';
+  return Report(ctx, KIV_ST_HOME_PATH, os::kErrorBufferTooSmall);
+}
+
+uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle process, uint64_t* minimum,
+                                       uint64_t* maximum) {
+  kiv::RunLeaseGuard();
+  if (minimum == nullptr || maximum == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<os::WorkingSet> limits = os::ReadWorkingSet(process);
+  if (!limits.ok) return Report(ctx, KIV_ST_WORKING_SET_GET, limits.error);
+  *minimum = limits.value.minimumBytes / KIV_PAGE_UNIT;
+  *maximum = limits.value.maximumBytes / KIV_PAGE_UNIT;
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process, uint64_t minimum,
+                                       uint64_t maximum) {
+  kiv::RunLeaseGuard();
+  const os::WorkingSet limits = {WorkingSetBytes(minimum), WorkingSetBytes(maximum)};
+  if (limits.minimumBytes == 0 || limits.maximumBytes == 0) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::Result set = os::WriteWorkingSet(process, limits);
+  return kiv::ReportOutcome(ctx, set, WorkingSetFailure(set.error));
+}
+
+// No lease guard: a host asks who runs it before it has any lease.
+uint32_t KivSdGetSessionLoginUsername(KivSdContext* ctx, char* name, uint32_t* length) {
+  if (name == nullptr || length == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  char login[KIV_LOGIN_NAME_MAX] = {};
+  if (!os::LoginName(login, sizeof login).ok) {
+    *length = 0;
+    std::memset(name, 0, kFailedNameBytes);
+    // Kept: why it failed is not told; callers fall back to a name of their own.
+    return Report(ctx, KIV_ST_LOGIN_USER);
+  }
+  *length = static_cast<uint32_t>(std::strlen(login));
+  std::memcpy(name, login, *length + 1);
+  return Report(ctx, KIV_ST_OK);
+}

@@ -1,0 +1,66 @@
+// Per-thread utility storage: one slot of the system's, whose index lies on the heap.
+//
+// Init and term run on one thread each; set and get need no lock, because they touch only the
+// calling thread's value.
+#include "kivsdu/vorutil.h"
+
+#include "kivsdu/manager.h"
+#include "kivsdu/status.h"
+#include "os/thread_slot.h"
+#include "require.h"
+
+namespace {
+
+namespace os = kiv::os;
+
+constexpr char kSource[] = "sd/sdvorutil";
+constexpr uint32_t kLineSetAssertion = 43;
+constexpr uint32_t kLineKeyAlloc = 90;
+constexpr uint32_t kLineKeyFreeOnFailure = 97;
+constexpr uint32_t kLineInitAssertion = 109;
+constexpr uint32_t kLineKeyFree = 123;
+
+KivSdVorUtilGlobalsRecord globals = {nullptr, nullptr};
+
+}  // namespace
+
+KivSdVorUtilGlobalsRecord* KivSdVorUtilGlobals() { return &globals; }
+
+uint32_t KivSdVorUtilTlsInit() {
+  void* cell = nullptr;
+  const uint32_t status = adMalloc(nullptr, sizeof(uint32_t), &cell, kSource, kLineKeyAlloc);
+  if (status != KIV_ST_OK) return status;
+
+  const os::ValueResult<uint32_t> slot = os::AllocateThreadSlot();
+  if (!slot.ok) {
+    static_cast<void>(adFree(cell, kSource, kLineKeyFreeOnFailure));
+    return KIV_ST_THREAD_SLOT;
+  }
+
+  // Looked at only now, with the cell and the slot in hand: the process ends here, so neither
+  // is lost to anyone.
+  kiv::Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL,
+               "KivSdVorUtilGlobals()->tlsKey == KIV_NULL", kSource, kLineInitAssertion);
+  globals.tlsKey = static_cast<uint32_t*>(cell);
+  *globals.tlsKey = slot.value;
+  return KIV_ST_OK;
+}
+
+uint32_t KivSdVorUtilTlsSet(void* value) {
+  const uint32_t* key = globals.tlsKey;
+  kiv::Require(key != KIV_NULL, "key != KIV_NULL", kSource, kLineSetAssertion);
+  return os::WriteThreadSlot(*key, value).ok ? KIV_ST_OK : KIV_ST_THREAD_SLOT;
+}
+
+void* KivSdVorUtilTlsGet() {
+  const uint32_t* key = globals.tlsKey;
+  return key == nullptr ? nullptr : os::ReadThreadSlot(*key);
+}
+
+void KivSdVorUtilTlsTerm() {
+  if (globals.tlsKey == nullptr) return;
+  const uint32_t slot = *globals.tlsKey;
+  static_cast<void>(adFree(globals.tlsKey, kSource, kLineKeyFree));
+  static_cast<void>(os::FreeThreadSlot(slot));
+  globals.tlsKey = nullptr;
+}

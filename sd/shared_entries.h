@@ -1,0 +1,17 @@
+// Bodies that several exports share. kivsdu.def gives each its public names, so that all names
+// of a body are one address.
+#ifndef KIV_SHARED_ENTRIES_H
+#define KIV_SHARED_ENTRIES_H
+
+#include "kivsdu/context.h"
+
+// Reports KIV_ST_NOT_SUPPORTED.
+extern "C" uint32_t KivNotSupported(KivSdContext* ctx);
+
+// Clears the context and succeeds.
+extern "C" uint32_t KivNothingToDo(KivSdContext* ctx);
+
+// Takes anything, does nothing, returns nothing.
+extern "C" void KivIgnore();
+
+#endif

@@ -1,0 +1,26 @@
+// Copying texts into fixed fields of records.
+#ifndef KIV_TEXT_H
+#define KIV_TEXT_H
+
+#include <cstddef>
+#include <cstring>
+
+namespace kiv {
+
+// Copies at most `most` characters of a text of at most `limit` bytes (terminated or not) into a
+// field that is zeroed and longer than that, and so stays terminated. Gives the count copied.
+inline size_t CopyText(char* field, size_t most, const char* text, size_t limit) {
+  size_t length = 0;
+  while (length < most && length < limit && text[length] != '\0') ++length;
+  std::memcpy(field, text, length);
+  return length;
+}
+
+// The same for a terminated text.
+inline size_t CopyText(char* field, size_t most, const char* text) {
+  return CopyText(field, most, text, static_cast<size_t>(-1));
+}
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,61 @@
+// A context record for tests, and the check of what an operation returned and recorded.
+#ifndef KIV_TESTS_CONTEXT_H
+#define KIV_TESTS_CONTEXT_H
+
+#include <gtest/gtest.h>
+
+#include "kivsdu/context.h"
+#include "kivsdu/status.h"
+
+namespace kiv::test {
+
+// Holds an older failure from the start, so that every check of a success also shows that the
+// success cleared it. Passes as a KivSdContext*.
+class Context {
+ public:
+  static constexpr uint32_t kOldStatus = 1130999;
+  static constexpr uint32_t kOldError = 4711;
+
+  Context() { Spoil(); }
+
+  operator KivSdContext*() { return &record_; }
+
+  // Puts the older failure back.
+  void Spoil() { record_ = {kOldStatus, kOldError, 0}; }
+
+  bool IsUntouched() const { return record_.status == kOldStatus && record_.osError == kOldError; }
+
+  uint32_t status() const { return record_.status; }
+  uint32_t osError() const { return record_.osError; }
+
+ private:
+  KivSdContext record_;
+};
+
+// An operation returned `returned`; it must be `status`, and the record must say the same.
+inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status,
+                          uint32_t osError) {
+  EXPECT_EQ(returned, status);
+  EXPECT_EQ(ctx.status(), status);
+  EXPECT_EQ(ctx.osError(), osError);
+}
+
+}  // namespace kiv::test
+
+// CHECK_OUTCOME(ctx, KivSdMemClear(ctx, p, n), KIV_ST_OK, 0): status and record checked together.
+// The record is spoilt first.
+#define CHECK_OUTCOME(ctx, call, status, osError)             \
+  do {                                                        \
+    SCOPED_TRACE(#call);                                      \
+    (ctx).Spoil();                                            \
+    const uint32_t returned = (call);                         \
+    kiv::test::ExpectOutcome(ctx, returned, status, osError); \
+  } while (false)
+
+// The usual one: a success leaves {0, 0}.
+#define CHECK_OK(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_OK, 0u)
+
+// A bad argument leaves {KIV_ST_ARGUMENT, 0}.
+#define CHECK_ARGUMENT(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_ARGUMENT, 0u)
+
+#endif
