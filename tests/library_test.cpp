@@ -1,0 +1,124 @@
+// Load and unload. This program does not link the library: it loads and unloads it by hand, with
+// the utility library that lies beside it.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+
+#include "kivsdu_version.h"
+#include "kivutlu/kivutlu.h"
+
+namespace {
+
+using InitModule = int32_t (*)(void*, const AdModuleDescriptor*, void*);
+using TermModule = void (*)(void*);
+
+template <typename Function>
+Function Find(HMODULE module, const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+class LibraryTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    utility_ = LoadLibraryA("kivutlu.dll");
+    ASSERT_NE(utility_, nullptr);
+    modules_ = Find<AdModule*>(utility_, "adModules");
+    init_ = Find<InitModule>(utility_, "adInitMod");
+    term_ = Find<TermModule>(utility_, "adTermModLib");
+    ASSERT_NE(modules_, nullptr);
+  }
+
+  void TearDown() override { FreeLibrary(utility_); }
+
+  const AdModule* EntryOf(const void* handle) const {
+    for (int i = 0; i < AD_MODULES_MAX; ++i) {
+      if (modules_[i].handle == handle) return &modules_[i];
+    }
+    return nullptr;
+  }
+
+  HMODULE utility_ = nullptr;
+  AdModule* modules_ = nullptr;
+  InitModule init_ = nullptr;
+  TermModule term_ = nullptr;
+};
+
+TEST_F(LibraryTest, RegistersWhenLoadedAndLeavesWhenUnloaded) {
+  HMODULE library = LoadLibraryA("kivsdu.dll");
+  ASSERT_NE(library, nullptr);
+  const AdModule* entry = EntryOf(library);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->descriptor.callback, nullptr);
+  EXPECT_EQ(entry->descriptor.version, KIVSDU_VERSION_WORD);
+  EXPECT_EQ(entry->descriptor.zero, 0u);
+  EXPECT_STREQ(entry->descriptor.banner,
+               std::string(KIVSDU_BANNER).substr(0, AD_MODULE_BANNER_MAX).c_str());
+  EXPECT_NE(std::strstr(entry->descriptor.banner, KIVSDU_VERSION_TEXT), nullptr);
+
+  ASSERT_TRUE(FreeLibrary(library));
+  EXPECT_EQ(EntryOf(library), nullptr);
+}
+
+TEST_F(LibraryTest, LoadsAgainAndAgain) {
+  for (int round = 0; round < 50; ++round) {
+    HMODULE library = LoadLibraryA("kivsdu.dll");
+    ASSERT_NE(EntryOf(library), nullptr);
+    ASSERT_TRUE(FreeLibrary(library));
+    ASSERT_EQ(EntryOf(library), nullptr);
+  }
+}
+
+TEST_F(LibraryTest, LoadsWhenItsRegistrationIsRefused) {
+  AdModuleDescriptor descriptor = {};
+  unsigned char output[AD_MODULE_OUTPUT_BYTES] = {};
+  char names[AD_MODULES_MAX];
+  for (char& name : names) ASSERT_EQ(init_(&name, &descriptor, output), 0);
+  char one_more;
+  EXPECT_EQ(init_(&one_more, &descriptor, output), 1);
+
+  HMODULE library = LoadLibraryA("kivsdu.dll");
+  ASSERT_NE(library, nullptr);
+  EXPECT_EQ(EntryOf(library), nullptr);
+  EXPECT_NE(GetProcAddress(library, "KivSdInit"), nullptr);
+  EXPECT_TRUE(FreeLibrary(library));
+  for (char& name : names) term_(&name);
+  EXPECT_EQ(modules_[0].handle, nullptr);
+}
+
+// Notices of threads that come and go find nothing to do.
+TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
+  HMODULE library = LoadLibraryA("kivsdu.dll");
+  HANDLE thread = CreateThread(
+      nullptr, 0, [](void*) -> DWORD { return 7; }, nullptr, 0, nullptr);
+  EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+  CloseHandle(thread);
+  EXPECT_NE(EntryOf(library), nullptr);
+  EXPECT_TRUE(FreeLibrary(library));
+}
+
+TEST_F(LibraryTest, UtilityLibraryRefusesMissingArguments) {
+  AdModuleDescriptor descriptor = {};
+  unsigned char output[AD_MODULE_OUTPUT_BYTES] = {};
+  EXPECT_EQ(init_(nullptr, &descriptor, output), 1);
+  EXPECT_EQ(init_(&descriptor, nullptr, output), 1);
+  EXPECT_EQ(init_(&descriptor, &descriptor, nullptr), 1);
+  term_(nullptr);
+  term_(&descriptor);
+  EXPECT_EQ(modules_[0].handle, nullptr);
+}
+
+TEST_F(LibraryTest, UtilityLibraryReplacesADescriptor) {
+  AdModuleDescriptor descriptor = {nullptr, 1, 0, "first"};
+  unsigned char output[AD_MODULE_OUTPUT_BYTES] = {};
+  ASSERT_EQ(init_(&descriptor, &descriptor, output), 0);
+  AdModuleDescriptor next = {nullptr, 2, 0, "second"};
+  ASSERT_EQ(init_(&descriptor, &next, output), 0);
+  EXPECT_STREQ(EntryOf(&descriptor)->descriptor.banner, "second");
+  EXPECT_EQ(modules_[1].handle, nullptr);
+  term_(&descriptor);
+  EXPECT_EQ(EntryOf(&descriptor), nullptr);
+}
+
+}  // namespace
