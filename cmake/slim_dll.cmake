@@ -14,7 +14,13 @@ function(kiv_slim_dll target)
   set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     target_compile_options(${target} PRIVATE -gcodeview)
-    target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb)
+    # The DLL names its symbol file without a folder. What is stripped is the start-up code's own,
+    # in a form that debuggers of this platform do not read.
+    target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb
+                        -Wl,-Xlink=-pdbaltpath:${target}.pdb)
+    find_program(KIV_STRIP NAMES llvm-strip llvm-strip-14 REQUIRED)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND ${KIV_STRIP} --strip-debug $<TARGET_FILE:${target}>)
   else()
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${bin}/${target}.debug

@@ -1,0 +1,112 @@
+// What the library adds to the call underneath: each operation in turn with its raw call, in one
+// run, so that the machine's noise falls on both.
+#include <benchmark/benchmark.h>
+#include <windows.h>
+
+#include <cstdlib>
+#include <ctime>
+
+#include "kivsdu/kivsdu.h"
+
+namespace {
+
+constexpr char kSource[] = "bench/frame";
+
+void RawMalloc(benchmark::State& state) {
+  const auto size = static_cast<uint32_t>(state.range(0));
+  for (auto _ : state) {
+    void* block = std::malloc(size);
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+  }
+}
+BENCHMARK(RawMalloc)->Arg(64);
+
+void MemAlloc(benchmark::State& state) {
+  const auto size = static_cast<uint32_t>(state.range(0));
+  KivSdContext ctx = {};
+  for (auto _ : state) {
+    void* block = nullptr;
+    KivSdMemAlloc(&ctx, 0, size, &block, kSource, __LINE__);
+    benchmark::DoNotOptimize(block);
+    KivSdMemFree(&ctx, block, kSource, __LINE__);
+  }
+}
+BENCHMARK(MemAlloc)->Arg(64);
+
+void MemStackPush(benchmark::State& state) {
+  KivSdMemStack* stack = nullptr;
+  KivSdMemStackCreate(nullptr, &stack, 8, 1 << 20);
+  KivSdContext ctx = {};
+  int pushed = 0;
+  for (auto _ : state) {
+    void* piece = nullptr;
+    KivSdMemStackAllocAndPush(&ctx, stack, 32, &piece);
+    benchmark::DoNotOptimize(piece);
+    if (++pushed == 30000) {
+      KivSdMemStackReset(&ctx, stack);
+      pushed = 0;
+    }
+  }
+  KivSdMemStackDelete(nullptr, stack);
+}
+BENCHMARK(MemStackPush);
+
+void RawTlsGetValue(benchmark::State& state) {
+  const DWORD slot = TlsAlloc();
+  for (auto _ : state) benchmark::DoNotOptimize(TlsGetValue(slot));
+  TlsFree(slot);
+}
+BENCHMARK(RawTlsGetValue);
+
+void VorUtilTlsGet(benchmark::State& state) {
+  KivSdVorUtilTlsInit();
+  for (auto _ : state) benchmark::DoNotOptimize(KivSdVorUtilTlsGet());
+  KivSdVorUtilTlsTerm();
+}
+BENCHMARK(VorUtilTlsGet);
+
+void RawTickCount(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(GetTickCount());
+}
+BENCHMARK(RawTickCount);
+
+void TimeElapsedOS(benchmark::State& state) {
+  KivSdContext ctx = {};
+  uint64_t seconds = 0;
+  for (auto _ : state) {
+    KivSdTimeElapsedOS(&ctx, &seconds);
+    benchmark::DoNotOptimize(seconds);
+  }
+}
+BENCHMARK(TimeElapsedOS);
+
+void RawCounter(benchmark::State& state) {
+  LARGE_INTEGER count;
+  for (auto _ : state) {
+    QueryPerformanceCounter(&count);
+    benchmark::DoNotOptimize(count.QuadPart);
+  }
+}
+BENCHMARK(RawCounter);
+
+void FastTimer(benchmark::State& state) {
+  uint32_t microseconds = 0;
+  for (auto _ : state) {
+    KivSdGetFastTimer(nullptr, &microseconds);
+    benchmark::DoNotOptimize(microseconds);
+  }
+}
+BENCHMARK(FastTimer);
+
+void PageSize(benchmark::State& state) {
+  KivSdContext ctx = {};
+  uint32_t sizeBytes = 0;
+  for (auto _ : state) {
+    KivSdPageSizeGet(&ctx, &sizeBytes);
+    benchmark::DoNotOptimize(sizeBytes);
+  }
+}
+BENCHMARK(PageSize);
+
+}  // namespace
