@@ -9,12 +9,18 @@
 #include "status.h"
 
 #include "context.h"
+#include "event.h"
 #include "manager.h"
 #include "memory.h"
 #include "memstack.h"
+#include "module.h"
+#include "mutex.h"
 #include "numa.h"
+#include "pipe.h"
+#include "semaphore.h"
 #include "settings.h"
 #include "system.h"
+#include "thread.h"
 #include "time.h"
 #include "vorutil.h"
 

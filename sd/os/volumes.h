@@ -23,15 +23,10 @@ enum class DriveType : uint32_t {
   kRamDisk = 6,
 };
 
-// Whether the system asks the user for help when a drive has no medium.
-enum class ErrorBoxes : uint32_t { kShown = 0, kHidden = 1 };
-
 // The drives present, bit 0 for A; fails when there is none.
 ValueResult<uint32_t> DriveMask();
 
 uint32_t CurrentDrive();  // 1 is A
-
-void SetErrorBoxes(ErrorBoxes boxes);  // for the whole process
 
 // Fills label and file-system name with their terminators; on failure they may hold anything.
 Result VolumeNames(const char* root, char* label, uint32_t labelBytes, char* fileSystem,

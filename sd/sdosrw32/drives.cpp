@@ -6,6 +6,7 @@
 #include "kivsdu/memory.h"
 #include "kivsdu/system.h"
 #include "lease_guard.h"
+#include "os/error_boxes.h"
 #include "os/volumes.h"
 #include "report.h"
 #include "require.h"
@@ -98,8 +99,9 @@ uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* 
   char root[sizeof "A:\\"];
   std::sprintf(root, "%c:%c", info->name[0], '\\');
   // An empty removable drive must not put a box on the server's screen and wait for an answer.
-  os::SetErrorBoxes(os::ErrorBoxes::kHidden);
+  os::SetErrorBoxes(os::kErrorBoxesHidden);
   const uint32_t status = FillDrive(root, info);
-  os::SetErrorBoxes(os::ErrorBoxes::kShown);
+  // Kept: shown afterwards, whatever the mode was before.
+  os::SetErrorBoxes(os::kErrorBoxesShown);
   return Report(ctx, status);
 }

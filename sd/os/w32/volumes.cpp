@@ -12,7 +12,6 @@ static_assert(static_cast<UINT>(DriveType::kFixed) == DRIVE_FIXED);
 static_assert(static_cast<UINT>(DriveType::kRemote) == DRIVE_REMOTE);
 static_assert(static_cast<UINT>(DriveType::kOptical) == DRIVE_CDROM);
 static_assert(static_cast<UINT>(DriveType::kRamDisk) == DRIVE_RAMDISK);
-static_assert(static_cast<UINT>(ErrorBoxes::kHidden) == SEM_FAILCRITICALERRORS);
 
 ValueResult<uint32_t> DriveMask() {
   const DWORD mask = GetLogicalDrives();
@@ -21,8 +20,6 @@ ValueResult<uint32_t> DriveMask() {
 }
 
 uint32_t CurrentDrive() { return static_cast<uint32_t>(_getdrive()); }
-
-void SetErrorBoxes(ErrorBoxes boxes) { SetErrorMode(static_cast<UINT>(boxes)); }
 
 Result VolumeNames(const char* root, char* label, uint32_t labelBytes, char* fileSystem,
                    uint32_t fileSystemBytes) {

@@ -1,0 +1,17 @@
+// Whether the system asks the user for help when a drive has no medium or a module is damaged.
+#ifndef KIV_OS_ERROR_BOXES_H
+#define KIV_OS_ERROR_BOXES_H
+
+#include <cstdint>
+
+namespace kiv::os {
+
+constexpr uint32_t kErrorBoxesShown = 0;
+constexpr uint32_t kErrorBoxesHidden = 1;
+
+// Sets the mode for the whole process and gives the one before.
+uint32_t SetErrorBoxes(uint32_t mode);
+
+}  // namespace kiv::os
+
+#endif

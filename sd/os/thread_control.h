@@ -1,0 +1,26 @@
+// What one thread does to another: stopping it, its priority, its handle.
+#ifndef KIV_OS_THREAD_CONTROL_H
+#define KIV_OS_THREAD_CONTROL_H
+
+#include "os/os.h"
+
+namespace kiv::os {
+
+// The scale's highest priority.
+constexpr int32_t kHighestThreadPriority = 2;
+
+void* CurrentThreadHandle();  // valid in the calling thread alone
+
+// A handle of the calling thread for others; not inheritable.
+ValueResult<void*> DuplicateCurrentThread();
+
+Result StopThread(void* handle);  // until it is resumed as often
+Result ResumeStoppedThread(void* handle);
+[[noreturn]] void EndCurrentThread(uint32_t exitCode);
+
+ValueResult<int32_t> ReadThreadPriority(void* handle);
+Result WriteThreadPriority(void* handle, int32_t priority);
+
+}  // namespace kiv::os
+
+#endif

@@ -1,0 +1,168 @@
+// Named pipes: making, opening, connecting, looking into.
+//
+// Each operation reads the OS error of its call before the path and the access list are freed.
+// Kept: a call that fails and leaves no error counts as a success; some of the system's
+// redirectors answer so for pipes that are there.
+#include "os/pipes.h"
+#include "kivsdu/manager.h"
+#include "kivsdu/pipe.h"
+#include "lease_guard.h"
+#include "report.h"
+#include "sdipcw32/pipe_path.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::PipePath;
+using kiv::Report;
+
+constexpr char kSource[] = "sd/sdipcw32";
+constexpr uint32_t kLineCreatePathAlloc = 224;
+constexpr uint32_t kLineAccessListAlloc = 239;
+constexpr uint32_t kLineAccessListFree = 251;
+constexpr uint32_t kLineCreatePathFree = 252;
+constexpr uint32_t kLineOpenPathAlloc = 310;
+constexpr uint32_t kLineOpenPathFree = 341;
+constexpr uint32_t kLineWaitPathAlloc = 388;
+constexpr uint32_t kLineWaitPathFree = 412;
+
+template <typename Outcome>
+uint32_t ReportUnlessErrorless(KivSdContext* ctx, const Outcome& outcome, uint32_t failure) {
+  if (outcome.ok || outcome.error == 0) return Report(ctx, KIV_ST_OK);
+  return Report(ctx, failure, outcome.error);
+}
+
+// Makes the pipe with an access list that is there and empty of restrictions: servers and their
+// clients run as different users.
+os::ValueResult<void*> MakeOpenPipe(const char* path, const os::NamedPipeShape& shape,
+                                    void* accessList) {
+  const os::Result prepared = os::PrepareAccessList(accessList);
+  if (!prepared.ok) return {false, prepared.error, nullptr};
+  const os::Result opened = os::OpenAccessListToAll(accessList);
+  if (!opened.ok) return {false, opened.error, nullptr};
+  return os::MakeNamedPipe(path, shape, accessList);
+}
+
+uint32_t CreateAt(KivSdContext* ctx, const char* path, const os::NamedPipeShape& shape,
+                  KivHandle* pipe) {
+  void* accessList = nullptr;
+  const uint32_t allocated =
+      adMalloc(nullptr, os::kAccessListBytes, &accessList, kSource, kLineAccessListAlloc);
+  if (allocated != KIV_ST_OK) return Report(ctx, allocated, os::LastError());
+  const os::ValueResult<void*> made = MakeOpenPipe(path, shape, accessList);
+  *pipe = made.value;
+  const uint32_t freed = adFree(accessList, kSource, kLineAccessListFree);
+  if (!made.ok && made.error != 0) return Report(ctx, KIV_ST_PIPE_CREATE_NAMED, made.error);
+  return Report(ctx, freed);
+}
+
+}  // namespace
+
+uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, KivHandle* pipe,
+                              uint32_t openMode, uint32_t pipeMode, uint32_t maximumInstances,
+                              uint32_t outBytes, uint32_t inBytes, uint32_t defaultTimeoutMs) {
+  kiv::RunLeaseGuard();
+  if (name == nullptr || pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const PipePath path(nullptr, name, kLineCreatePathAlloc, kLineCreatePathFree);
+  if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
+  const os::NamedPipeShape shape = {openMode, pipeMode, maximumInstances,
+                                    outBytes, inBytes,  defaultTimeoutMs};
+  return CreateAt(ctx, path.text(), shape, pipe);
+}
+
+uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, const char* name,
+                            KivHandle* pipe, uint32_t access, uint32_t shareMode,
+                            uint32_t disposition, uint32_t flags) {
+  kiv::RunLeaseGuard();
+  if (server == nullptr || name == nullptr || pipe == nullptr) {
+    return Report(ctx, KIV_ST_ARGUMENT);
+  }
+  const PipePath path(server, name, kLineOpenPathAlloc, kLineOpenPathFree);
+  if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
+  // A node that takes over opens pipes that the failed one may still hold.
+  const uint32_t sharing = KivSdIsFailoverMode() != 0 ? os::kShareAll : shareMode;
+  const os::ValueResult<void*> opened =
+      os::OpenPipeFile(path.text(), access, sharing, disposition, flags | os::kPipeOverlapped);
+  *pipe = opened.value;
+  return ReportUnlessErrorless(ctx, opened, KIV_ST_PIPE_OPEN);
+}
+
+uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, const char* name,
+                            uint32_t timeoutMs) {
+  kiv::RunLeaseGuard();
+  if (server == nullptr || name == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const PipePath path(server, name, kLineWaitPathAlloc, kLineWaitPathFree);
+  if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
+  return ReportUnlessErrorless(ctx, os::WaitForNamedPipe(path.text(), timeoutMs), KIV_ST_PIPE_WAIT);
+}
+
+// Kept: the only success is a client that had come before. One that comes while the call waits is
+// reported as the failure without an OS error; hosts take both for connected.
+uint32_t KivSdNamedPipeConnect(KivSdContext* ctx, KivHandle* pipe) {
+  kiv::RunLeaseGuard();
+  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::Result connected = os::ConnectPipe(*pipe);
+  if (connected.ok) return Report(ctx, KIV_ST_PIPE_CONNECT);
+  const bool before = connected.error == os::kErrorPipeConnected;
+  return Report(ctx, before ? KIV_ST_OK : KIV_ST_PIPE_CONNECT, connected.error);
+}
+
+uint32_t KivSdNamedPipeDisconnect(KivSdContext* ctx, KivHandle* pipe) {
+  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportUnlessErrorless(ctx, os::DisconnectPipe(*pipe), KIV_ST_PIPE_DISCONNECT);
+}
+
+uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint32_t bufferBytes, void* buffer,
+                            uint32_t* bytesRead, uint32_t* bytesAvailable, uint32_t* bytesLeft) {
+  kiv::RunLeaseGuard();
+  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<os::PipeContent> content = os::PeekPipe(*pipe, buffer, bufferBytes);
+  if (content.ok) {
+    if (bytesRead != nullptr) *bytesRead = content.value.read;
+    if (bytesAvailable != nullptr) *bytesAvailable = content.value.available;
+    if (bytesLeft != nullptr) *bytesLeft = content.value.left;
+  }
+  return ReportUnlessErrorless(ctx, content, KIV_ST_PIPE_PEEK);
+}
+
+uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
+                         uint32_t bufferBytes) {
+  kiv::RunLeaseGuard();
+  if (readEnd == nullptr || writeEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<os::PipeEnds> made = os::MakePipe(bufferBytes);
+  *readEnd = made.value.read;
+  *writeEnd = made.value.write;
+  return ReportUnlessErrorless(ctx, made, KIV_ST_PIPE_CREATE);
+}
+
+uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe) {
+  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportUnlessErrorless(ctx, os::ClosePipe(*pipe), KIV_ST_PIPE_CLOSE);
+}
+
+// Kept: reading looks only at the pointer, writing at the handle behind it too; and a read that
+// fails without an error is a failure.
+uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
+                       uint32_t* count) {
+  kiv::RunLeaseGuard();
+  if (pipe == nullptr || buffer == nullptr || count == nullptr) {
+    return Report(ctx, KIV_ST_ARGUMENT);
+  }
+  const os::ValueResult<uint32_t> read = os::ReadPipe(*pipe, buffer, length);
+  *count = read.value;
+  if (read.ok) return Report(ctx, KIV_ST_OK);
+  if (read.error != os::kErrorPipeClosing) return Report(ctx, KIV_ST_PIPE_READ, read.error);
+  *count = 0;
+  return Report(ctx, KIV_ST_PIPE_CLOSED, read.error);
+}
+
+uint32_t KivSdPipeWrite(KivSdContext* ctx, KivHandle* pipe, const void* buffer, uint32_t length,
+                        uint32_t* count) {
+  kiv::RunLeaseGuard();
+  if (KivSdNamedPipeIsInitialized(pipe) == 0 || buffer == nullptr || count == nullptr) {
+    return Report(ctx, KIV_ST_ARGUMENT);
+  }
+  const os::ValueResult<uint32_t> written = os::WritePipe(*pipe, buffer, length);
+  *count = written.ok ? written.value : 0;
+  return ReportUnlessErrorless(ctx, written, KIV_ST_PIPE_WRITE);
+}

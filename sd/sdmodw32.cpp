@@ -1,0 +1,94 @@
+// Dynamic modules: loading, entry points, names, and the system's words for what went wrong.
+//
+// Two buffers of the process, unlocked: the path that was loaded last, because some of the
+// system's texts leave a place for it, and the text that was asked for last.
+#include <cstring>
+
+#include "kivsdu/memory.h"
+#include "kivsdu/module.h"
+#include "kivsdu/system.h"
+#include "lease_guard.h"
+#include "os/error_boxes.h"
+#include "os/modules.h"
+#include "report.h"
+#include "text.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+using kiv::ReportOutcome;
+
+constexpr char kNoErrors[] = "No errors";
+constexpr char kUnknownError[] = "Unknown error";
+constexpr int kEmptyInserts = 10;
+
+char lastModuleName[KIV_SYSTEM_PATH_MAX];
+char message[KIV_SYSTEM_PATH_MAX];
+
+bool NamesAModule(uint32_t error) {
+  return error >= os::kErrorFirstModuleText && error <= os::kErrorLastModuleText;
+}
+
+// The text with the module's name in the place that is left for it; a text that has more places
+// finds them empty.
+bool FormatWithModule(uint32_t error) {
+  const char* inserts[1 + kEmptyInserts];
+  inserts[0] = lastModuleName;
+  for (int i = 1; i <= kEmptyInserts; ++i) inserts[i] = "";
+  return os::SystemMessage(error, inserts, message, sizeof message).ok;
+}
+
+}  // namespace
+
+uint32_t KivSdModuleLoad(KivSdContext* ctx, const char* path, KivHandle* module, uint8_t altered) {
+  kiv::RunLeaseGuard();
+  if (path == nullptr || module == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  static_cast<void>(KivSdMemClear(nullptr, lastModuleName, sizeof lastModuleName));
+  kiv::CopyText(lastModuleName, sizeof lastModuleName - 1, path);
+
+  const auto search =
+      altered != 0 ? os::ModuleSearch::kOwnFolderFirst : os::ModuleSearch::kStandard;
+  const uint32_t boxes = os::SetErrorBoxes(os::kErrorBoxesHidden);
+  const os::ValueResult<void*> loaded = os::LoadModule(path, search);
+  static_cast<void>(os::SetErrorBoxes(boxes));
+  *module = loaded.value;
+  return ReportOutcome(ctx, loaded, KIV_ST_MODULE_LOAD);
+}
+
+uint32_t KivSdModuleUnload(KivSdContext* ctx, KivHandle module) {
+  return ReportOutcome(ctx, os::UnloadModule(module), KIV_ST_MODULE_UNLOAD);
+}
+
+uint32_t KivSdModuleProcAddrGet(KivSdContext* ctx, KivHandle module, const char* name,
+                                void** address) {
+  kiv::RunLeaseGuard();
+  if (name == nullptr || address == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<void*> found = os::FindEntry(module, name);
+  *address = found.value;
+  return ReportOutcome(ctx, found, KIV_ST_MODULE_PROCEDURE);
+}
+
+uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length, char* name) {
+  kiv::RunLeaseGuard();
+  if (length == 0 || name == nullptr) return Report(ctx, KIV_ST_OK);
+  name[0] = '\0';
+  static_cast<void>(os::ModulePath(module, name, length));
+  // Older systems cut a path without terminating it.
+  name[length - 1] = '\0';
+  os::UpperCase(name);
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module) {
+  kiv::RunLeaseGuard();
+  if (module != nullptr) *module = os::MainModule();
+  return Report(ctx, KIV_ST_OK);
+}
+
+const char* KivSdModuleGetErrorMessage(const KivSdContext* ctx) {
+  const uint32_t error = ctx != nullptr ? ctx->osError : os::LastError();
+  if (error == 0) return kNoErrors;
+  if (NamesAModule(error) && FormatWithModule(error)) return message;
+  return os::SystemMessage(error, nullptr, message, sizeof message).ok ? message : kUnknownError;
+}

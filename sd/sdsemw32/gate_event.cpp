@@ -1,0 +1,42 @@
+// Gate events. The event of the system is signalled while the gate is open; a thread that passes
+// resets it, and so closes the gate behind itself.
+//
+// Kept: "set" closes the gate and "clear" opens it, the reverse of the event underneath. Callers
+// set a gate to hold others back.
+#include "kivsdu/event.h"
+#include "sdsemw32/wait.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+using kiv::ReportHandle;
+using kiv::ReportOutcome;
+
+}  // namespace
+
+uint32_t KivSdEventCreate(KivSdContext* ctx, KivHandle* event) {
+  if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportHandle(ctx, os::MakeAutoEvent(true), event, KIV_ST_EVENT_CREATE);
+}
+
+uint32_t KivSdEventClose(KivSdContext* ctx, KivHandle* event) {
+  if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportOutcome(ctx, os::CloseObject(*event), KIV_ST_EVENT_CLOSE);
+}
+
+uint32_t KivSdEventSet(KivSdContext* ctx, KivHandle* event) {
+  if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportOutcome(ctx, os::UnsignalEvent(*event), KIV_ST_EVENT_SET);
+}
+
+uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event) {
+  if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportOutcome(ctx, os::SignalEvent(*event), KIV_ST_EVENT_CLEAR);
+}
+
+uint32_t KivSdEventWait(KivSdContext* ctx, KivHandle* event, uint32_t timeoutMs) {
+  if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return kiv::ReportWait(ctx, os::WaitOne(*event, timeoutMs), KIV_ST_EVENT_TIMEOUT,
+                         KIV_ST_EVENT_WAIT);
+}

@@ -1,0 +1,28 @@
+// Reporting what a wait on a kernel object came to.
+#ifndef KIV_SDSEMW32_WAIT_H
+#define KIV_SDSEMW32_WAIT_H
+
+#include "os/kernel_objects.h"
+#include "report.h"
+
+namespace kiv {
+
+// A time-out records the wait's own result, any other failure the OS error: callers read 258 in
+// the record as "timed out", whatever the last error was.
+inline uint32_t ReportWait(KivSdContext* ctx, const os::Wait& waited, uint32_t timedOut,
+                           uint32_t failed) {
+  if (waited.result == os::kWaitSignalled) return Report(ctx, KIV_ST_OK);
+  if (waited.result == os::kWaitTimedOut) return Report(ctx, timedOut, os::kWaitTimedOut);
+  return Report(ctx, failed, waited.error);
+}
+
+// Stores a made handle, null on failure, and reports.
+inline uint32_t ReportHandle(KivSdContext* ctx, const os::ValueResult<void*>& made,
+                             KivHandle* handle, uint32_t failed) {
+  *handle = made.ok ? made.value : nullptr;
+  return ReportOutcome(ctx, made, failed);
+}
+
+}  // namespace kiv
+
+#endif

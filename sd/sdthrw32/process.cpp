@@ -1,0 +1,59 @@
+// Processes.
+#include "os/process.h"
+#include "kivsdu/thread.h"
+#include "os/kernel_objects.h"
+#include "report.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+using kiv::ReportOutcome;
+
+constexpr int32_t kCallingProcessId = -1;
+
+}  // namespace
+
+uint32_t KivSdProcessDelete(KivSdContext* ctx, KivHandle process) {
+  const os::Result ended = os::EndProcess(process, 0);
+  // Kept: a process that cannot be ended for any reason but a lack of rights is one that has
+  // ended, and that is what the caller wants. The record still tells the error.
+  const bool denied = !ended.ok && ended.error == os::kErrorAccessDenied;
+  return Report(ctx, denied ? KIV_ST_PROCESS_DELETE : KIV_ST_OK, ended.error);
+}
+
+uint32_t KivSdProcessIdGet(KivSdContext* ctx, uint32_t* id) {
+  if (id == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *id = os::CurrentProcessId();
+  return Report(ctx, KIV_ST_OK);
+}
+
+// Kept: the number is the process's pseudo-handle. Hosts on this platform compare it and do not
+// take it apart.
+uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id) {
+  if (id == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *id = reinterpret_cast<uint64_t>(os::CurrentProcessHandle());
+  return Report(ctx, KIV_ST_OK);
+}
+
+uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process) {
+  const os::Wait waited = os::WaitOne(process, 0);
+  if (waited.result == os::kWaitTimedOut) return Report(ctx, KIV_ST_OK);
+  // The wait's result, not the last error: 0 tells a process that has ended from a bad handle.
+  return Report(ctx, KIV_ST_PROCESS_ALIVE, waited.result);
+}
+
+uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorityClass) {
+  if (priorityClass == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<uint32_t> read = os::ReadPriorityClass(os::CurrentProcessHandle());
+  if (read.ok) *priorityClass = read.value;
+  return ReportOutcome(ctx, read, KIV_ST_PROCESS_PRIORITY_GET);
+}
+
+uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process, int32_t id,
+                                 uint32_t priorityClass) {
+  const bool calling = process == nullptr || id == kCallingProcessId;
+  const os::Result set =
+      os::WritePriorityClass(calling ? os::CurrentProcessHandle() : process, priorityClass);
+  return ReportOutcome(ctx, set, KIV_ST_PROCESS_PRIORITY_SET);
+}
