@@ -1,0 +1,59 @@
+// The cells of a cube: one number for each combination of members that occurs.
+//
+// A cell is a row in two dense arrays that grow by reallocation, its coordinates (one member
+// number of each dimension) and its value; a hash index finds it by its coordinates:
+//
+//   coordinates  | 0 0 1 | 5 0 0 | 2 1 1 | ...
+//   values       |  812  |   40  |  3.5  | ...
+//
+// Cells are only added while facts are loaded; afterwards any number of threads may read.
+#ifndef CELLHOST_CELL_TABLE_H
+#define CELLHOST_CELL_TABLE_H
+
+#include <stdint.h>
+
+#include "hash_index.h"
+#include "host_memory.h"
+
+namespace cellhost {
+
+class CellTable {
+ public:
+  CellTable();
+
+  // How many coordinates a cell has, at least 1. Before the first cell.
+  void SetDimensionCount(uint32_t count) { dimensionCount_ = count; }
+
+  // Adds a value to the cell at these coordinates, which is made if there is none. False when
+  // there is no memory.
+  bool Add(const uint32_t* coordinates, double value);
+
+  // The cell at these coordinates, or kNoEntry.
+  uint32_t Find(const uint32_t* coordinates) const;
+
+  uint32_t count() const { return values_.count(); }
+  double value(uint32_t cell) const { return values_[cell]; }
+  uint32_t coordinate(uint32_t cell, uint32_t dimension) const {
+    return CoordinatesOf(cell)[dimension];
+  }
+  uint64_t bytesHeld() const {
+    return coordinates_.bytesHeld() + values_.bytesHeld() + index_.bytesHeld();
+  }
+
+ private:
+  const uint32_t* CoordinatesOf(uint32_t cell) const {
+    return coordinates_.data() + uint64_t{cell} * dimensionCount_;
+  }
+  uint64_t CoordinatesBytes() const { return uint64_t{dimensionCount_} * sizeof(uint32_t); }
+  uint32_t FindHashed(uint32_t hash, const uint32_t* coordinates) const;
+  bool AddNew(uint32_t hash, const uint32_t* coordinates, double value);
+
+  uint32_t dimensionCount_ = 0;
+  HostArray<uint32_t> coordinates_;
+  HostArray<double> values_;
+  HashIndex index_;
+};
+
+}  // namespace cellhost
+
+#endif

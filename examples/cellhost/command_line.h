@@ -1,0 +1,22 @@
+// The command line: which command, with which options.
+#ifndef CELLHOST_COMMAND_LINE_H
+#define CELLHOST_COMMAND_LINE_H
+
+#include "run_command.h"
+
+namespace cellhost {
+
+enum class Command { kRun, kReport };
+
+struct CommandLine {
+  Command command;
+  RunOptions run;
+};
+
+// Reads the arguments of main. False when there is nothing to do but to return *exitCode: help
+// was asked for, or the line was wrong, which has then been told.
+bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCode);
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,46 @@
+// A cube: the dimensions, the stack with all their names, and the cells. Filled by one thread,
+// then read by any number of them.
+#ifndef CELLHOST_CUBE_H
+#define CELLHOST_CUBE_H
+
+#include <stdint.h>
+
+#include <string_view>
+
+#include "cell_table.h"
+#include "dimension.h"
+#include "text_stack.h"
+
+namespace cellhost {
+
+constexpr uint32_t kDimensionsMax = 16;
+
+class Cube {
+ public:
+  // Adds a dimension; before the first fact, at most kDimensionsMax. False when there is no
+  // memory.
+  bool AddDimension(std::string_view name);
+
+  // Adds a value to a cell.
+  //
+  //   members  one of each dimension, in order; new ones are added
+  bool AddFact(const std::string_view* members, double value);
+
+  // The number of a dimension, or kNoEntry.
+  uint32_t FindDimension(std::string_view name) const;
+
+  uint32_t dimensionCount() const { return dimensionCount_; }
+  const Dimension& dimension(uint32_t number) const { return dimensions_[number]; }
+  const CellTable& cells() const { return cells_; }
+  uint64_t bytesHeld() const;
+
+ private:
+  TextStack names_;
+  Dimension dimensions_[kDimensionsMax];
+  uint32_t dimensionCount_ = 0;
+  CellTable cells_;
+};
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,116 @@
+// From CSV to cube; see fact_loader.h.
+#include "fact_loader.h"
+
+#include <charconv>
+
+#include "complain.h"
+#include "csv_reader.h"
+#include "kivsdu/system.h"
+#include "progress.h"
+#include "stopwatch.h"
+#include "thread_record.h"
+
+namespace cellhost {
+namespace {
+
+constexpr uint32_t kColumnsMin = 2;   // a dimension and the measure
+constexpr int kShownCharacters = 40;  // of a bad field, in a message
+
+int ShownLength(std::string_view text) {
+  return text.size() < kShownCharacters ? static_cast<int>(text.size()) : kShownCharacters;
+}
+
+bool AddHeaderColumn(const CsvReader& reader, uint32_t column, Cube* cube) {
+  const std::string_view name = reader.field(column);
+  if (name.empty()) {
+    return ComplainAt(reader.file().path(), reader.rowLine(), "column %u has no name; give it one",
+                      column + 1);
+  }
+  if (cube->FindDimension(name) != kNoEntry) {
+    return ComplainAt(reader.file().path(), reader.rowLine(),
+                      "two columns are named '%.*s'; rename one", ShownLength(name), name.data());
+  }
+  // The last one is the measure.
+  return column + 1 == reader.fieldCount() || cube->AddDimension(name);
+}
+
+bool ReadHeader(CsvReader* reader, Cube* cube) {
+  const CsvStep step = reader->Next();
+  if (step == CsvStep::kBad) return false;
+  if (step == CsvStep::kEnd) {
+    return ComplainAt(reader->file().path(), reader->rowLine(),
+                      "the file is empty; its first line has to name the columns");
+  }
+  const uint32_t columns = reader->fieldCount();
+  if (columns < kColumnsMin || columns > kDimensionsMax + 1) {
+    return ComplainAt(reader->file().path(), reader->rowLine(),
+                      "%u columns; there have to be 1 to %u dimensions and then the measure",
+                      columns, kDimensionsMax);
+  }
+  for (uint32_t column = 0; column < columns; ++column) {
+    if (!AddHeaderColumn(*reader, column, cube)) return false;
+  }
+  return true;
+}
+
+bool ReadMeasure(const CsvReader& reader, std::string_view text, double* measure) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, *measure);
+  // The words "inf" and "nan" are read too, and would spoil every sum.
+  uint8_t infinite = 0;
+  if (error == std::errc() && stop == end) {
+    KivSdContext* ctx = ThisContext();
+    if (!Succeeded(ctx, KivSdIsInfinite(ctx, *measure, &infinite), "check a number")) return false;
+    if (infinite == 0) return true;
+  }
+  return ComplainAt(reader.file().path(), reader.rowLine(),
+                    "measure '%.*s' is not a number; write it as in 12 or -3.5", ShownLength(text),
+                    text.data());
+}
+
+bool AddRow(const CsvReader& reader, Cube* cube) {
+  const uint32_t dimensions = cube->dimensionCount();
+  if (reader.fieldCount() != dimensions + 1) {
+    return ComplainAt(reader.file().path(), reader.rowLine(),
+                      "%u fields where the first line has %u; add or remove some, or quote a field "
+                      "that holds a comma",
+                      reader.fieldCount(), dimensions + 1);
+  }
+  std::string_view members[kDimensionsMax];
+  for (uint32_t at = 0; at < dimensions; ++at) {
+    members[at] = reader.field(at);
+    if (members[at].empty()) {
+      return ComplainAt(reader.file().path(), reader.rowLine(),
+                        "field %u is empty; name the member", at + 1);
+    }
+  }
+  double measure = 0;
+  return ReadMeasure(reader, reader.field(dimensions), &measure) && cube->AddFact(members, measure);
+}
+
+bool AddRows(CsvReader* reader, Cube* cube, uint64_t* rows) {
+  Progress progress;
+  for (;;) {
+    const CsvStep step = reader->Next();
+    if (step != CsvStep::kRow) return step == CsvStep::kEnd;
+    if (!AddRow(*reader, cube)) return false;
+    progress.Update(++*rows, reader->file());
+  }
+}
+
+}  // namespace
+
+bool LoadFacts(const char* path, Cube* cube, LoadResult* result) {
+  *result = {};
+  const Stopwatch watch;
+  CsvReader reader;
+  if (!reader.Open(path, "--facts") || !ReadHeader(&reader, cube) ||
+      !AddRows(&reader, cube, &result->rows)) {
+    return false;
+  }
+  result->fileBytes = reader.file().readBytes();
+  result->elapsedUs = watch.elapsedUs();
+  return true;
+}
+
+}  // namespace cellhost

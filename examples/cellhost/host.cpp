@@ -1,0 +1,64 @@
+// Start-up and shutdown; see host.h.
+#include "host.h"
+
+#include "complain.h"
+#include "kivsdu/numa.h"
+#include "kivsdu/settings.h"
+#include "kivsdu/vorutil.h"
+#include "thread_record.h"
+
+namespace cellhost {
+namespace {
+
+// The library keeps the pointer, not the text.
+constexpr char kAppFolderName[] = "cellhost";
+
+// Failover would have the library ask the lease guard before it touches anything shared. This
+// server runs alone.
+constexpr uint8_t kFailoverOff = 0;
+
+HostRecord theHost;
+
+HostRecord* OwnRecord() { return static_cast<HostRecord*>(KivSdVorUtilGlobals()->hostValue); }
+
+// relaxed, here and below: the counts are only shown and order nothing.
+void GuardLease() { OwnRecord()->leaseChecks.fetch_add(1, std::memory_order_relaxed); }
+
+void CountAttach(uint64_t, uint64_t, uint64_t, uint64_t) {
+  OwnRecord()->threads.fetch_add(1, std::memory_order_relaxed);
+}
+
+void CountDetach(uint64_t, uint64_t, uint64_t, uint64_t) {
+  OwnRecord()->threads.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void InstallSettings() {
+  KivSdVorUtilGlobals()->hostValue = &theHost;
+  KivSdSetAppFolderName(kAppFolderName);
+  KivSdSetLeaseGuardAccessFunction(GuardLease);
+  KivSdSetFailoverModeFlag(kFailoverOff);
+  KivSdSetUkrThreadAttachFunction(CountAttach);
+  KivSdSetUkrThreadDetachFunction(CountDetach);
+}
+
+}  // namespace
+
+bool StartHost() {
+  InstallSettings();
+  KivSdInitNumaResources();
+  if (!Succeeded(nullptr, KivSdVorUtilTlsInit(), "make the thread slot")) return false;
+  if (EnterThread()) return true;
+  KivSdVorUtilTlsTerm();
+  return false;
+}
+
+void StopHost() {
+  LeaveThread();
+  KivSdVorUtilTlsTerm();
+  // The hooks stay, as a hook cannot be taken away; the record that they count in is static.
+  KivSdSetLeaseGuardAccessFunction(nullptr);
+}
+
+const HostRecord& Host() { return *OwnRecord(); }
+
+}  // namespace cellhost

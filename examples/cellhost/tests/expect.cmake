@@ -1,0 +1,11 @@
+# Runs RUN, a command as a list, and fails unless it exits with EXIT and prints what TEXT matches.
+execute_process(COMMAND ${RUN} RESULT_VARIABLE exit OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+set(printed "${output}${errors}")
+string(REPLACE "\r" "" printed "${printed}")
+message("${printed}")
+if(NOT exit STREQUAL EXIT)
+  message(FATAL_ERROR "exit code ${exit} instead of ${EXIT}")
+endif()
+if(NOT printed MATCHES "${TEXT}")
+  message(FATAL_ERROR "nothing printed matches: ${TEXT}")
+endif()

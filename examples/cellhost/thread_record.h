@@ -1,0 +1,33 @@
+// What each thread of the server has for itself: a context, in which the library leaves the
+// outcome of the thread's last operation, and a memory stack for the query that the thread
+// answers. The record hangs in the library's per-thread slot, so that code deep down finds it
+// without its being passed along.
+#ifndef CELLHOST_THREAD_RECORD_H
+#define CELLHOST_THREAD_RECORD_H
+
+#include <stdint.h>
+
+#include "kivsdu/context.h"
+#include "kivsdu/memstack.h"
+
+namespace cellhost {
+
+struct ThreadRecord {
+  KivSdContext* ctx;
+  KivSdMemStack* scratch;  // emptied after each query
+};
+
+// Makes the calling thread's record. Between StartHost and StopHost, once for each thread that
+// answers queries; LeaveThread on the same thread gives the record back.
+bool EnterThread();
+void LeaveThread();
+
+// The calling thread's record; null outside EnterThread and LeaveThread.
+ThreadRecord* ThisThread();
+
+// The calling thread's context; null where it has no record, which the library allows.
+KivSdContext* ThisContext();
+
+}  // namespace cellhost
+
+#endif
