@@ -66,6 +66,14 @@ TEST(HomePath, ThatDoesNotFitIsAFailureAndTheEmptyText) {
   }
 }
 
+TEST(HomePath, AsLongAsTheBufferHasNoRoomForItsTerminator) {
+  const ScriptedImport directory("GetWindowsDirectoryA", {.result = 8});
+  Context ctx;
+  GuardedBytes path(8);
+  CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 8, path.text()), KIV_ST_HOME_PATH, kErrorBufferTooSmall);
+  EXPECT_EQ(path.text()[0], '\0');
+}
+
 TEST(HomePath, OfThisMachineDoesNotFitOneByte) {
   Context ctx;
   GuardedBytes path(1);

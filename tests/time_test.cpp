@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <string>
 
 #include "kivsdu/kivsdu.h"
@@ -261,14 +262,32 @@ TEST(TimeText, CanBeOfTheFirstAndTheLastYear) {
   EXPECT_STREQ(text.text(), "Sat Nov 21 13:17:15 9999");
 }
 
-// One field of a record made impossible.
+// The record with one field changed.
 KivSdLocalTime With(uint16_t KivSdLocalTime::*field, uint16_t value) {
   KivSdLocalTime local = kSaturday;
   local.*field = value;
   return local;
 }
 
+TEST(TimeText, LeavesFieldsThatCanBeWrittenToTheRuntime) {
+  const ScriptedImport format("asctime", {.result = reinterpret_cast<uintptr_t>("text")});
+  const KivSdLocalTime cases[] = {
+      With(&KivSdLocalTime::month, 11),  With(&KivSdLocalTime::month, 0),
+      With(&KivSdLocalTime::weekday, 0), With(&KivSdLocalTime::year, 8099),
+      With(&KivSdLocalTime::day, 99),    With(&KivSdLocalTime::hour, 99),
+      With(&KivSdLocalTime::minute, 99), With(&KivSdLocalTime::second, 99),
+  };
+  for (const KivSdLocalTime& local : cases) {
+    GuardedBytes text(26);
+    EXPECT_EQ(KivSdTimeStrGet(nullptr, &local, 26, text.text()), KIV_ST_OK);
+    ExpectText(text, "text");
+  }
+  EXPECT_EQ(format.calls().size(), std::size(cases));
+}
+
+// The runtime is not asked: it does not check its fields in every version.
 TEST(TimeText, CannotBeMadeOfImpossibleFields) {
+  const ScriptedImport format("asctime", {.result = reinterpret_cast<uintptr_t>("text")});
   const KivSdLocalTime cases[] = {
       With(&KivSdLocalTime::month, 12),   With(&KivSdLocalTime::month, 0xFFFF),
       With(&KivSdLocalTime::weekday, 7),  With(&KivSdLocalTime::weekday, 0xFFFF),
@@ -286,6 +305,7 @@ TEST(TimeText, CannotBeMadeOfImpossibleFields) {
     ExpectText(text, "");
     EXPECT_EQ(KivSdTimeStrGet(nullptr, &local, 26, text.text()), KIV_ST_TIME_STRING);
   }
+  EXPECT_TRUE(format.calls().empty());
 }
 
 TEST(TimeText, ThatTheRuntimeCannotMakeIsAFailureWithItsError) {
