@@ -18,6 +18,8 @@ file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kivsdu/*.h)
 set(declared "")
 foreach(header IN LISTS headers)
   file(READ ${header} text)
+  # A variable ends with a semicolon, which CMake's lists would split at: it is told by a bracket.
+  string(REGEX REPLACE "(\nKIVSDU_API [^(;]+);" "\\1(" text "${text}")
   string(REGEX MATCHALL "\nKIVSDU_API [^(]+\\(" declarations "${text}")
   foreach(declaration IN LISTS declarations)
     string(REGEX REPLACE ".*[ *]([A-Za-z0-9_]+)\\($" "    \"\\1\",\n" name "${declaration}")

@@ -24,6 +24,14 @@ Result ReleaseParkMutex(void* mutex);
 // In one step where the platform has such a call (w32), else in two (lnx).
 Result ReleaseAndPark(void* mutex, void* semaphore);
 
+// An event that is not signalled and lets one waiter through; the last of several sleepers that
+// are woken at once tells the waker by it.
+ValueResult<void*> MakeParkEvent();
+Result CloseParkEvent(void* event);
+
+// Signals the event and takes the mutex, in one step where the platform has such a call.
+Result SignalAndTake(void* event, void* mutex);
+
 // Raises the semaphore by 1: one sleeper wakes, or the next does not sleep.
 Result Unpark(void* semaphore);
 

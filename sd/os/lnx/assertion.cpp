@@ -8,4 +8,8 @@ void AssertionFailed(const char* condition, const char* source, uint32_t line) {
   __assert_fail(condition, source, line, "kivsdu");
 }
 
+void WideAssertionFailed(const char* condition, const char* source, uint32_t line) {
+  AssertionFailed(condition, source, line);
+}
+
 }  // namespace kiv::os

@@ -56,6 +56,16 @@ Result ReleaseAndPark(void* mutex, void* semaphore) {
   return FromErrno(waited);
 }
 
+// A semaphore that is raised once and taken once is such an event.
+ValueResult<void*> MakeParkEvent() { return MakeParkSemaphore(); }
+
+Result CloseParkEvent(void* event) { return CloseParkSemaphore(event); }
+
+Result SignalAndTake(void* event, void* mutex) {
+  const Result signalled = Unpark(event);
+  return signalled.ok ? TakeParkMutex(mutex) : signalled;
+}
+
 Result Unpark(void* semaphore) { return FromErrno(sem_post(static_cast<sem_t*>(semaphore))); }
 
 }  // namespace kiv::os

@@ -24,6 +24,16 @@ Result ReleaseAndPark(void* mutex, void* semaphore) {
   return FromWait(SignalObjectAndWait(mutex, semaphore, INFINITE, FALSE));
 }
 
+ValueResult<void*> MakeParkEvent() {
+  return FromPointer(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+}
+
+Result CloseParkEvent(void* event) { return FromBool(CloseHandle(event)); }
+
+Result SignalAndTake(void* event, void* mutex) {
+  return FromWait(SignalObjectAndWait(event, mutex, INFINITE, FALSE));
+}
+
 Result Unpark(void* semaphore) { return FromBool(ReleaseSemaphore(semaphore, 1, nullptr)); }
 
 }  // namespace kiv::os

@@ -1,0 +1,134 @@
+// Per-thread tables of nodes. Only the table's own thread comes here, so nothing is locked.
+#include "sdrwlock/node.h"
+
+#include <cstring>
+#include <new>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/status.h"
+#include "os/critical_section.h"
+#include "os/park.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "sd/sdrwlock";
+constexpr uint32_t kLineNodeAlloc = 341;
+constexpr uint32_t kLineActiveAlloc = 389;
+constexpr uint32_t kLineFreeAlloc = 460;
+constexpr uint32_t kLineNodeFree = 717;
+constexpr uint32_t kLineActiveFree = 749;
+constexpr uint32_t kLineFreeFree = 774;
+
+using List = KivRWLockNode*;
+
+uint32_t EnsureLists(void* owner, List** lists, uint32_t line) {
+  if (*lists != nullptr) return KIV_ST_OK;
+  void* memory = nullptr;
+  const uint32_t status = adMalloc(owner, KIV_RWLOCK_SLOTS * sizeof(List), &memory, kSource, line);
+  if (status != KIV_ST_OK) return status;
+  std::memset(memory, 0, KIV_RWLOCK_SLOTS * sizeof(List));
+  *lists = static_cast<List*>(memory);
+  return KIV_ST_OK;
+}
+
+List* ListOf(List* lists, const KivRWLock* lock) {
+  return lists == nullptr ? nullptr : &lists[lock->slot];
+}
+
+// The link that points at the lock's node, or the list's null end; null without lists.
+List* FindLink(List* lists, const KivRWLock* lock) {
+  List* link = ListOf(lists, lock);
+  while (link != nullptr && *link != nullptr && (*link)->lock != lock) link = &(*link)->listLink;
+  return link;
+}
+
+KivRWLockNode* Unlink(List* link) {
+  if (link == nullptr || *link == nullptr) return nullptr;
+  KivRWLockNode* node = *link;
+  *link = node->listLink;
+  return node;
+}
+
+void Push(List* list, KivRWLockNode* node) {
+  node->listLink = *list;
+  *list = node;
+}
+
+// Kernel objects that cannot be made are not reported: a thread then does not sleep on its node,
+// for every wait on it fails at once, and goes on looking.
+void MakeCondition(KivRWLockNode* node) {
+  node->wakeMutex = os::MakeParkMutex().value;
+  node->condition.semaphore = os::MakeParkSemaphore().value;
+  os::PrepareCriticalSection(node->condition.section.opaque);
+  node->condition.event = os::MakeParkEvent().value;
+}
+
+uint32_t MakeNode(void* owner, KivRWLock* lock, KivRWLockNode** made) {
+  void* memory = nullptr;
+  const uint32_t status = adMalloc(owner, sizeof(KivRWLockNode), &memory, kSource, kLineNodeAlloc);
+  if (status != KIV_ST_OK) return status;
+  auto* node = new (memory) KivRWLockNode{};
+  node->readerWaitLoops = lock->readerWaitLoops;
+  node->writerWaitLoops = lock->writerWaitLoops;
+  node->readerSpinYields = lock->readerSpinYields;
+  node->writerSpinYields = lock->writerSpinYields;
+  node->readerSpinLoops = lock->readerSpinLoops;
+  node->writerSpinLoops = lock->writerSpinLoops;
+  MakeCondition(node);
+  node->lock = lock;
+  *made = node;
+  return KIV_ST_OK;
+}
+
+void DestroyNode(KivRWLockNode* node) {
+  static_cast<void>(os::CloseParkMutex(node->wakeMutex));
+  os::EndCriticalSection(node->condition.section.opaque);
+  static_cast<void>(os::CloseParkEvent(node->condition.event));
+  static_cast<void>(os::CloseParkSemaphore(node->condition.semaphore));
+  static_cast<void>(adFree(node, kSource, kLineNodeFree));
+}
+
+void FreeLists(List** lists, uint32_t line) {
+  if (*lists == nullptr) return;
+  for (uint32_t slot = 0; slot < KIV_RWLOCK_SLOTS; ++slot) {
+    while ((*lists)[slot] != nullptr) DestroyNode(Unlink(&(*lists)[slot]));
+  }
+  static_cast<void>(adFree(*lists, kSource, line));
+  *lists = nullptr;
+}
+
+}  // namespace
+
+KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock) {
+  List* link = FindLink(table.active, lock);
+  return link == nullptr ? nullptr : *link;
+}
+
+uint32_t EnsureActiveNode(void* owner, KivRWLockTable* table, KivRWLock* lock,
+                          KivRWLockNode** node) {
+  *node = FindActiveNode(*table, lock);
+  if (*node != nullptr) return KIV_ST_OK;
+  // The list first: a node that is unlinked or made has then a place to go to.
+  uint32_t status = EnsureLists(owner, &table->active, kLineActiveAlloc);
+  if (status != KIV_ST_OK) return status;
+  *node = Unlink(FindLink(table->free, lock));
+  if (*node == nullptr) status = MakeNode(owner, lock, node);
+  if (status == KIV_ST_OK) Push(ListOf(table->active, lock), *node);
+  return status;
+}
+
+uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node) {
+  node->mode = KIV_RWLOCK_FREE;
+  const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
+  if (status != KIV_ST_OK) return status;
+  Push(ListOf(table->free, node->lock), Unlink(FindLink(table->active, node->lock)));
+  return KIV_ST_OK;
+}
+
+void FreeTable(KivRWLockTable* table) {
+  FreeLists(&table->active, kLineActiveFree);
+  FreeLists(&table->free, kLineFreeFree);
+}
+
+}  // namespace kiv

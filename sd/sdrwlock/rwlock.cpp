@@ -1,0 +1,234 @@
+// The reader-writer lock: who may enter.
+//
+//   count and flags, 64 bits:  | active readers ... | R | A | I |
+//                                units of 8           4   2   1
+//
+//   I  a writer is interested: one is at the head of the writers, waiting or working
+//   A  a writer is active: it is next, or works; readers that drain wake it
+//   R  readers are interested: a batch of them forms behind a writer
+//
+// Writers queue through `writerTail`, each with a link to the next. Readers that come together
+// are a batch: each links to the one before it, and the batch is let in from the newest to the
+// oldest, every reader counting itself before it wakes the one before.
+//
+// I1  A writer works only when A is set and no reader is counted.
+// I2  A reader is counted before it works, and before its batch's next one is woken.
+// I3  A node is woken once for each time it blocks.
+//
+// Orders: the queue tails, the head and the word change by sequentially consistent operations,
+// which is one locked instruction each; argued together, for every handing over runs through
+// one of them.
+#include <atomic>
+
+#include "kivsdu/rwlock.h"
+#include "kivsdu/status.h"
+#include "kivsdu/sync.h"
+#include "os/thread.h"
+#include "sdrwlock/node.h"
+#include "sdrwlock/wait.h"
+#include "sdsync/tuning.h"
+
+namespace {
+
+namespace os = kiv::os;
+using Node = KivRWLockNode;
+
+constexpr uint64_t RW_WRITER_INTERESTED = 1;
+constexpr uint64_t RW_WRITER_ACTIVE = 2;
+constexpr uint64_t RW_READER_INTERESTED = 4;
+constexpr uint64_t RW_READER_UNIT = 8;
+
+// ---- The word. Additions act on its low 32 bits, ORs and clears on the whole of it ----
+
+uint32_t AddToLow(KivRWLock* lock, uint64_t addend) {
+  auto* low = reinterpret_cast<uint32_t*>(&lock->countAndFlags);  // little-endian
+  return __atomic_fetch_add(low, static_cast<uint32_t>(addend), __ATOMIC_SEQ_CST);
+}
+
+uint64_t SetFlags(KivRWLock* lock, uint64_t flags) {
+  return __atomic_fetch_or(&lock->countAndFlags, flags, __ATOMIC_SEQ_CST);
+}
+
+uint64_t ClearFlags(KivRWLock* lock, uint64_t flags) {
+  return __atomic_fetch_and(&lock->countAndFlags, ~flags, __ATOMIC_SEQ_CST);
+}
+
+Node* Exchange(Node** place, Node* node) {
+  return __atomic_exchange_n(place, node, __ATOMIC_SEQ_CST);
+}
+
+// ---- Gates ----
+
+// For the writer at the head of the queue: lets it in, or leaves it to the readers that are
+// there. `own` is the caller's own node, or null.
+void WriterGate(KivRWLock* lock, Node* writer, const Node* own) {
+  Exchange(&lock->writerHead, writer);
+  // A batch that is forming goes first; its gate makes the writer active.
+  if ((SetFlags(lock, RW_WRITER_INTERESTED) & RW_READER_INTERESTED) != 0) return;
+  // With readers active the last of them wakes the writer.
+  if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) kiv::Wake(writer, own);
+}
+
+// Lets the batch of waiting readers in and counts its first.
+void ReaderGate(KivRWLock* lock, const Node* own) {
+  const uint32_t before = AddToLow(lock, RW_READER_UNIT - RW_READER_INTERESTED);
+  // The flags as the addition found them. Read afresh they may be those of a writer that has
+  // come since, and a last reader that was delayed would wake its node a second time after it
+  // has queued again: two would be in the lock.
+  const uint32_t writer = before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
+  if (writer == RW_WRITER_INTERESTED) SetFlags(lock, RW_WRITER_ACTIVE);
+  Node* newest = Exchange(&lock->readerTail, nullptr);
+  if (newest != nullptr) kiv::Wake(newest, own);
+}
+
+// ---- Entering ----
+
+void EnterAsWriter(KivRWLock* lock, Node* node) {
+  // relaxed: the exchange of the tail, a full fence, publishes both.
+  node->blocked.store(1, std::memory_order_relaxed);
+  node->queueLink.store(nullptr, std::memory_order_relaxed);
+  Node* previous = Exchange(&lock->writerTail, node);
+  if (previous == nullptr) {
+    WriterGate(lock, node, node);
+  } else {
+    // release: pairs with the acquire of the writer before, which wakes the node it reads.
+    previous->queueLink.store(node, std::memory_order_release);
+  }
+  kiv::WaitAsWriter(node);
+  node->mode = KIV_RWLOCK_WRITE;
+  node->depth = 1;
+}
+
+// The first reader of a batch. The gate counts it, whoever runs the gate.
+void EnterAsFirstReader(KivRWLock* lock, Node* node) {
+  const uint64_t before = SetFlags(lock, RW_READER_INTERESTED);
+  if ((before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE)) == 0) ReaderGate(lock, node);
+  kiv::WaitAsReader(node);
+}
+
+// A reader that found one before it: counts itself and lets that one in.
+void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
+  kiv::WaitAsReader(node);
+  AddToLow(lock, RW_READER_UNIT);
+  kiv::Wake(previous, nullptr);
+}
+
+void EnterAsReader(KivRWLock* lock, Node* node) {
+  node->depth = 1;
+  node->blocked.store(1, std::memory_order_relaxed);
+  // The link needs no publishing: only its own thread reads it, to let in the one before.
+  Node* previous = Exchange(&lock->readerTail, node);
+  node->queueLink.store(previous, std::memory_order_relaxed);
+  if (previous == nullptr) {
+    EnterAsFirstReader(lock, node);
+  } else {
+    EnterAsFollower(lock, node, previous);
+  }
+  node->mode = KIV_RWLOCK_READ;
+}
+
+// ---- Leaving ----
+
+void LeaveAsReader(KivRWLock* lock) {
+  const uint32_t before = AddToLow(lock, uint64_t{0} - RW_READER_UNIT);
+  constexpr uint32_t kLastBeforeWriter = RW_READER_UNIT + RW_WRITER_ACTIVE + RW_WRITER_INTERESTED;
+  if ((before & ~uint32_t{RW_READER_INTERESTED}) != kLastBeforeWriter) return;
+  kiv::Wake(__atomic_load_n(&lock->writerHead, __ATOMIC_SEQ_CST), nullptr);
+}
+
+// The writer behind a node that is no longer the tail: it has swung the tail and is about to
+// link itself.
+Node* AwaitSuccessor(Node* node) {
+  Node* next = node->queueLink.load(std::memory_order_acquire);
+  while (next == nullptr) {
+    os::PauseProcessor();
+    next = node->queueLink.load(std::memory_order_acquire);
+  }
+  return next;
+}
+
+void LeaveAsWriter(KivRWLock* lock, Node* node) {
+  Node* next = node->queueLink.load(std::memory_order_acquire);
+  if (next != nullptr) {
+    // From writer to writer; the flags stay.
+    kiv::Wake(next, nullptr);
+    return;
+  }
+  const uint64_t before = ClearFlags(lock, RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
+  if ((before & RW_READER_INTERESTED) != 0) ReaderGate(lock, nullptr);
+  Node* expected = node;
+  const bool wasLast = __atomic_compare_exchange_n(&lock->writerTail, &expected, nullptr, false,
+                                                   __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
+  if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
+}
+
+}  // namespace
+
+uint32_t KivRWLockInit(void* /*ignored*/, int32_t callerValue, KivRWLock* lock,
+                       uint8_t blockingAllowed, int32_t slot) {
+  KivSyncEnvInit();
+  constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+  *lock = KivRWLock{};
+  lock->readerSpinLoops = kiv::readerLimits.spinLoops.load(kRelaxed);
+  lock->writerSpinLoops = kiv::writerLimits.spinLoops.load(kRelaxed);
+  lock->readerSpinYields = kiv::readerLimits.spinYields.load(kRelaxed);
+  lock->writerSpinYields = kiv::writerLimits.spinYields.load(kRelaxed);
+  lock->readerWaitLoops = kiv::readerLimits.waitLoops.load(kRelaxed);
+  lock->writerWaitLoops = kiv::writerLimits.waitLoops.load(kRelaxed);
+  lock->callerValue = callerValue;
+  lock->blockingAllowed = blockingAllowed;
+  lock->slot = slot;
+  return KIV_ST_OK;
+}
+
+uint32_t KivSdStartRead(void* owner, KivRWLockTable* table, KivRWLock* lock) {
+  Node* node = nullptr;
+  const uint32_t status = kiv::EnsureActiveNode(owner, table, lock, &node);
+  if (status != KIV_ST_OK) return status;
+  if (node->depth != 0) {
+    ++node->depth;
+  } else {
+    EnterAsReader(lock, node);
+  }
+  return KIV_ST_OK;
+}
+
+uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
+  Node* node = nullptr;
+  const uint32_t status = kiv::EnsureActiveNode(owner, table, lock, &node);
+  if (status != KIV_ST_OK) return status;
+  if (node->depth == 0) {
+    EnterAsWriter(lock, node);
+    return KIV_ST_OK;
+  }
+  // A reader that waited for the others to leave would wait for itself.
+  if (node->mode != KIV_RWLOCK_WRITE) return KIV_ST_MUTEX_REQUEST;
+  ++node->depth;
+  return KIV_ST_OK;
+}
+
+uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
+  Node* node = kiv::FindActiveNode(*table, lock);
+  if (node == nullptr || node->depth < 1) return KIV_ST_MUTEX_CLEAR;
+  if (--node->depth > 0) return KIV_ST_OK;
+  if (node->mode == KIV_RWLOCK_WRITE) {
+    LeaveAsWriter(lock, node);
+  } else {
+    LeaveAsReader(lock);
+  }
+  return kiv::RetireNode(owner, table, node);
+}
+
+int32_t KivSdOwnerRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {
+  return KivSdModeRW(nullptr, table, lock) != KIV_RWLOCK_FREE ? 1 : 0;
+}
+
+uint32_t KivSdModeRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {
+  const Node* node = kiv::FindActiveNode(*table, lock);
+  return node == nullptr ? KIV_RWLOCK_FREE : node->mode;
+}
+
+uint32_t KivRWLockFreeQNodes(KivRWLockTable* table) {
+  kiv::FreeTable(table);
+  return KIV_ST_OK;
+}

@@ -1,0 +1,147 @@
+// Waiting and waking.
+//
+// The wake mutex orders a waker against a sleeper: the sleeper looks at `blocked` once more under
+// it and gives it up only in going to sleep, the waker clears `blocked` under it and raises the
+// semaphore if there is a sleeper. A failing call of the system is dropped; every wait looks
+// again at `blocked`.
+#include "sdrwlock/wait.h"
+
+#include "os/critical_section.h"
+#include "os/park.h"
+#include "sdsync/spin.h"
+
+namespace kiv {
+namespace {
+
+// How a thread of one kind waits. The loops come from the lock, the rest from the node.
+struct Patience {
+  int32_t spinLoops;   // budgets of spinning in a round
+  int32_t spinYields;  // yields after a round
+  int32_t waitLoops;   // rounds and yields before the thread sleeps; 0 or less: never
+};
+
+// acquire: pairs with the release of Wake; what the one before wrote is visible to who enters.
+bool IsBlocked(const KivRWLockNode& node) {
+  return node.blocked.load(std::memory_order_acquire) != 0;
+}
+
+class Waiter {
+ public:
+  Waiter(const KivRWLockNode& node, const Patience& patience) : node_(node), patience_(patience) {}
+
+  // Spins and yields until the thread may enter, or has to sleep. Whether it may enter.
+  bool SpinAndYield() {
+    while (IsBlocked(node_)) {
+      if (IsSpent()) return false;
+      if (Spin()) return true;
+      ++rounds_;
+      Yield();
+    }
+    return true;
+  }
+
+ private:
+  bool IsSpent() const {
+    return patience_.waitLoops > 0 && rounds_ + yields_ >= patience_.waitLoops;
+  }
+
+  bool Spin() const {
+    for (int32_t loop = 0; loop < patience_.spinLoops; ++loop) {
+      if (SpinWithinBudget([this] { return !IsBlocked(node_); })) return true;
+    }
+    return false;
+  }
+
+  void Yield() {
+    for (int32_t i = 0; i < patience_.spinYields && !IsSpent() && IsBlocked(node_); ++i) {
+      os::YieldThread();
+      ++yields_;
+    }
+  }
+
+  const KivRWLockNode& node_;
+  const Patience patience_;
+  int64_t rounds_ = 0;
+  int64_t yields_ = 0;
+};
+
+// Called with the wake mutex held; it is held again afterwards.
+void WaitOnCondition(KivRWLockNode* node) {
+  KivRWLockCondition& condition = node->condition;
+  os::EnterCriticalSection(condition.section.opaque);
+  ++condition.waiters;
+  os::LeaveCriticalSection(condition.section.opaque);
+
+  static_cast<void>(os::ReleaseAndPark(node->wakeMutex, condition.semaphore));
+
+  os::EnterCriticalSection(condition.section.opaque);
+  --condition.waiters;
+  const bool lastOfMany = condition.broadcasting != 0 && condition.waiters == 0;
+  os::LeaveCriticalSection(condition.section.opaque);
+  if (lastOfMany) {
+    static_cast<void>(os::SignalAndTake(condition.event, node->wakeMutex));
+  } else {
+    static_cast<void>(os::TakeParkMutex(node->wakeMutex));
+  }
+}
+
+void Sleep(KivRWLockNode* node) {
+  while (IsBlocked(*node)) {
+    static_cast<void>(os::TakeParkMutex(node->wakeMutex));
+    if (IsBlocked(*node)) {
+      // relaxed: written and read under the wake mutex.
+      node->sleeping.store(1, std::memory_order_relaxed);
+      WaitOnCondition(node);
+      node->sleeping.store(0, std::memory_order_relaxed);
+    }
+    static_cast<void>(os::ReleaseParkMutex(node->wakeMutex));
+  }
+}
+
+void Wait(KivRWLockNode* node, const Patience& patience) {
+  if (node->lock->blockingAllowed == 0) {
+    // Kept without a yield: such locks guard a few instructions, and a host that allows no
+    // blocking has a processor for every thread.
+    while (IsBlocked(*node)) os::PauseProcessor();
+    return;
+  }
+  if (!Waiter(*node, patience).SpinAndYield()) Sleep(node);
+}
+
+bool HasSleeper(KivRWLockNode* node) {
+  if (node->sleeping.load(std::memory_order_relaxed) == 0) return false;
+  os::EnterCriticalSection(node->condition.section.opaque);
+  const bool waits = node->condition.waiters > 0;
+  os::LeaveCriticalSection(node->condition.section.opaque);
+  return waits;
+}
+
+// release: pairs with the acquire of IsBlocked.
+void Unblock(KivRWLockNode* node) { node->blocked.store(0, std::memory_order_release); }
+
+}  // namespace
+
+void WaitAsReader(KivRWLockNode* node) {
+  Wait(node, {node->lock->readerSpinLoops, node->readerSpinYields, node->readerWaitLoops});
+}
+
+void WaitAsWriter(KivRWLockNode* node) {
+  Wait(node, {node->lock->writerSpinLoops, node->writerSpinYields, node->writerWaitLoops});
+}
+
+void Wake(KivRWLockNode* node, const KivRWLockNode* own) {
+  if (!IsBlocked(*node)) return;
+  if (node == own) return Unblock(node);
+
+  void* mutex = node->wakeMutex;
+  static_cast<void>(os::TakeParkMutex(mutex));
+  if (IsBlocked(*node)) {
+    const bool sleeps = HasSleeper(node);
+    void* semaphore = node->condition.semaphore;
+    Unblock(node);
+    if (sleeps) static_cast<void>(os::Unpark(semaphore));
+  }
+  static_cast<void>(os::ReleaseParkMutex(mutex));
+}
+
+}  // namespace kiv

@@ -1,0 +1,60 @@
+// Atomic operations for callers. Each is one locked instruction, and so a full barrier.
+#include <atomic>
+
+#include "fence.h"
+#include "kivsdu/sync.h"
+#include "os/thread.h"
+
+namespace {
+
+// The old value of a compare-and-swap.
+uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
+  std::atomic_ref<uint64_t>(*word).compare_exchange_strong(expected, newValue);
+  return expected;
+}
+
+// acquire: what the writer of the byte wrote before it is visible to who saw the byte.
+uint8_t Look(const uint8_t* flag) { return __atomic_load_n(flag, __ATOMIC_ACQUIRE); }
+
+}  // namespace
+
+int32_t KivSdCmpXchgPtr(uint64_t expected, uint64_t newValue, uint64_t* target) {
+  return Swap(target, expected, newValue) == expected ? 1 : 0;
+}
+
+int32_t KivSdCmpXchg2() { return 0; }
+
+int64_t KivSdAtomicAdd(int32_t* target, int32_t addend) {
+  return std::atomic_ref<int32_t>(*target).fetch_add(addend);
+}
+
+int64_t KivSdAtomicIncrement(int32_t* target) { return KivSdAtomicAdd(target, 1); }
+
+int64_t KivSdAtomicDecrement(int32_t* target) { return KivSdAtomicAdd(target, -1); }
+
+uint64_t KivSdAtomicSet(uint64_t* word) { return Swap(word, 0, 1); }
+
+uint64_t KivSdAtomicUnset(uint64_t* word) { return Swap(word, 1, 0); }
+
+int32_t KivSdAtomicCompareAndSwap(uint64_t* word, int32_t expected, int32_t newValue) {
+  const auto wide = static_cast<uint64_t>(static_cast<int64_t>(expected));
+  return KivSdCmpXchgPtr(wide, static_cast<uint64_t>(static_cast<int64_t>(newValue)), word);
+}
+
+void KivSdMemoryBarrier() { kiv::FullFence(); }
+
+// Kept without a yield and without a limit: callers use these where the other side is running
+// and a yield would cost more than the wait.
+uint8_t KivSdWaitUntilTrue(const uint8_t* flag) {
+  uint8_t value = Look(flag);
+  while (value == 0) {
+    kiv::os::PauseProcessor();
+    value = Look(flag);
+  }
+  return value;
+}
+
+uint8_t KivSdWaitUntilFalse(const uint8_t* flag) {
+  while (Look(flag) != 0) kiv::os::PauseProcessor();
+  return 0;
+}

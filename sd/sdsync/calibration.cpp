@@ -1,0 +1,193 @@
+// Measuring the spin budget: how many rounds of busy waiting last as long as it takes to put a
+// thread to sleep and wake it, measured by handing a byte to and fro between two threads.
+//
+//   timing thread ── pipe A ──▶ echo thread
+//        ▲                          │
+//        └───────── pipe B ─────────┘
+#include <array>
+#include <atomic>
+
+#include "kivsdu/pipe.h"
+#include "kivsdu/status.h"
+#include "kivsdu/system.h"
+#include "kivsdu/thread.h"
+#include "kivsdu/time.h"
+#include "os/clock.h"
+#include "sdsync/spin.h"
+
+namespace {
+
+namespace os = kiv::os;
+
+constexpr int32_t kRoundTrips = 10000;
+constexpr int32_t kSpinRounds = 400000;
+constexpr uint32_t kStackBytes = 1024;
+constexpr uint32_t kPipeBufferBytes = 0;  // the system's default
+constexpr uint32_t kSettleMs = 100;
+constexpr char kByte = 'c';
+constexpr int32_t kOneProcessorBudget = 1;
+
+// Stored for hosts that read it in a debugger.
+std::atomic<int32_t> processorCount{1};
+std::atomic<uint8_t> spinFlag{0};
+
+struct Pipe {
+  KivHandle read;
+  KivHandle write;
+};
+
+struct Measurement {
+  Pipe toEcho;    // A
+  Pipe toTiming;  // B
+  uint8_t partnerStarted;
+  uint8_t go;
+  std::atomic<uint32_t> timingStatus;
+  std::atomic<uint32_t> echoStatus;
+  double elapsedUs;
+};
+
+// Microseconds between two readings of the counter.
+double Microseconds(int64_t from, int64_t to) {
+  const os::ValueResult<int64_t> frequency = os::CounterFrequency();
+  if (!frequency.ok || frequency.value == 0) return 0;
+  return static_cast<double>(to - from) * (1e9 / static_cast<double>(frequency.value)) / 1000.0;
+}
+
+uint32_t ReadByte(Pipe* pipe, char* byte) {
+  uint32_t count = 0;
+  return KivSdPipeRead(nullptr, &pipe->read, byte, 1, &count);
+}
+
+uint32_t WriteByte(Pipe* pipe, const char* byte) {
+  uint32_t count = 0;
+  return KivSdPipeWrite(nullptr, &pipe->write, byte, 1, &count);
+}
+
+void CloseEnd(KivHandle* end) {
+  if (*end != nullptr) static_cast<void>(KivSdPipeClose(nullptr, end));
+  *end = nullptr;
+}
+
+// Passes a failure of one thread on to the other. What it would read next never comes, so the
+// end that writes it is closed, which ends the read.
+uint32_t Fail(Pipe* pipeToOther, uint32_t status) {
+  CloseEnd(&pipeToOther->write);
+  return status;
+}
+
+uint32_t Echo(Measurement* block) {
+  for (int32_t trip = 0; trip < kRoundTrips && block->timingStatus == KIV_ST_OK; ++trip) {
+    char byte = 0;
+    uint32_t status = ReadByte(&block->toEcho, &byte);
+    if (status == KIV_ST_OK) status = WriteByte(&block->toTiming, &byte);
+    if (status != KIV_ST_OK) return Fail(&block->toTiming, status);
+  }
+  return KIV_ST_OK;
+}
+
+uint32_t EchoThread(void* argument) {
+  auto* block = static_cast<Measurement*>(argument);
+  __atomic_store_n(&block->partnerStarted, uint8_t{1}, __ATOMIC_RELEASE);
+  block->echoStatus = Echo(block);
+  return 0;
+}
+
+uint32_t SendAndReceive(Measurement* block) {
+  char byte = kByte;
+  uint32_t status = WriteByte(&block->toEcho, &byte);
+  for (int32_t trip = 0; trip < kRoundTrips && status == KIV_ST_OK; ++trip) {
+    if (block->echoStatus != KIV_ST_OK) return KIV_ST_OK;  // the echo thread tells why
+    status = ReadByte(&block->toTiming, &byte);
+    const bool last = trip == kRoundTrips - 1;
+    if (status == KIV_ST_OK && !last) status = WriteByte(&block->toEcho, &byte);
+  }
+  return status == KIV_ST_OK ? status : Fail(&block->toEcho, status);
+}
+
+uint32_t TimeRoundTrips(Measurement* block) {
+  uint32_t id = 0;
+  KivHandle echo = nullptr;
+  uint32_t status = KivSdThreadCreate(nullptr, EchoThread, 0, kStackBytes, block, &id, &echo);
+  if (status != KIV_ST_OK) return status;
+  static_cast<void>(KivSdWaitUntilTrue(&block->partnerStarted));
+  block->go = 1;
+  KivSdSleep(nullptr, kSettleMs);
+
+  const int64_t start = os::Counter().value;
+  status = SendAndReceive(block);
+  const int64_t end = os::Counter().value;
+  block->elapsedUs = Microseconds(start, end);
+  const uint32_t joined = KivSdThreadJoin(nullptr, &echo);
+  static_cast<void>(KivSdThreadDelete(nullptr, &echo));
+  return status != KIV_ST_OK ? status : joined;
+}
+
+uint32_t TimingThread(void* argument) {
+  auto* block = static_cast<Measurement*>(argument);
+  block->timingStatus = TimeRoundTrips(block);
+  return 0;
+}
+
+uint32_t RunThreads(Measurement* block) {
+  uint32_t id = 0;
+  KivHandle timing = nullptr;
+  uint32_t status = KivSdThreadCreate(nullptr, TimingThread, 0, kStackBytes, block, &id, &timing);
+  if (status != KIV_ST_OK) return status;
+  status = KivSdThreadJoin(nullptr, &timing);
+  static_cast<void>(KivSdThreadDelete(nullptr, &timing));
+  if (status != KIV_ST_OK) return status;
+  if (block->timingStatus != KIV_ST_OK) return block->timingStatus;
+  return block->echoStatus;
+}
+
+// The locks' own busy wait, on a flag that stays set.
+double MeasureSpin() {
+  const int32_t before = kiv::SpinBudget();
+  kiv::SetSpinBudget(kSpinRounds);
+  spinFlag.store(1, std::memory_order_relaxed);
+  const int64_t start = os::Counter().value;
+  kiv::SpinWithinBudget([] { return spinFlag.load(std::memory_order_acquire) == 0; });
+  const int64_t end = os::Counter().value;
+  kiv::SetSpinBudget(before);
+  return Microseconds(start, end);
+}
+
+// One way of a round trip, counted in rounds.
+bool ComputeBudget(double tripsUs, double spinUs, int32_t* budget) {
+  if (spinUs <= 0) return false;  // a clock that stands still measures nothing
+  const double rounds = kSpinRounds * tripsUs / (2.0 * kRoundTrips * spinUs);
+  *budget = rounds < INT32_MAX ? static_cast<int32_t>(rounds) : INT32_MAX;
+  return true;
+}
+
+}  // namespace
+
+uint32_t KivGetSpinUpperLimit(int32_t* limit) {
+  const uint32_t count = KivSdCPUCountGet();
+  processorCount.store(static_cast<int32_t>(count), std::memory_order_relaxed);
+  if (count == 1) {
+    // Spinning cannot help where the holder cannot run meanwhile.
+    kiv::SetSpinBudget(kOneProcessorBudget);
+    *limit = kOneProcessorBudget;
+    return KIV_ST_OK;
+  }
+
+  Measurement block = {};
+  uint32_t status =
+      KivSdPipeCreate(nullptr, &block.toEcho.read, &block.toEcho.write, kPipeBufferBytes);
+  if (status == KIV_ST_OK) {
+    status =
+        KivSdPipeCreate(nullptr, &block.toTiming.read, &block.toTiming.write, kPipeBufferBytes);
+  }
+  if (status == KIV_ST_OK) status = RunThreads(&block);
+  int32_t budget = 0;
+  if (status == KIV_ST_OK && ComputeBudget(block.elapsedUs, MeasureSpin(), &budget)) {
+    kiv::SetSpinBudget(budget);
+    *limit = budget;
+  }
+  for (KivHandle* end :
+       {&block.toEcho.read, &block.toEcho.write, &block.toTiming.read, &block.toTiming.write}) {
+    CloseEnd(end);
+  }
+  return status;
+}

@@ -1,0 +1,42 @@
+// The process-wide tuning that locks read.
+//
+// Host and environment write these before locks are used; nothing guards them. They are atomic
+// so that a late write is seen whole; every access is relaxed, for none announces another.
+#ifndef KIV_SDSYNC_TUNING_H
+#define KIV_SDSYNC_TUNING_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "kivsdu/sync.h"
+
+namespace kiv {
+
+// Limits of one kind of lock's waiting.
+struct WaitLimits {
+  std::atomic<int32_t> spinLoops;
+  std::atomic<int32_t> spinYields;
+  std::atomic<int32_t> waitLoops;
+};
+
+extern WaitLimits spinlockLimits;  // shown, and used by no lock
+extern WaitLimits readerLimits;
+extern WaitLimits writerLimits;
+
+// Non-zero: ticket designs.
+extern std::atomic<uint8_t> hardwareAcceleration;
+
+inline bool UsesTickets() { return hardwareAcceleration.load(std::memory_order_relaxed) != 0; }
+
+// The spin budget lies in a plain variable, which hosts see too.
+inline int32_t SpinBudget() {
+  return std::atomic_ref<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);
+}
+
+inline void SetSpinBudget(int32_t rounds) {
+  std::atomic_ref<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).store(rounds, std::memory_order_relaxed);
+}
+
+}  // namespace kiv
+
+#endif
