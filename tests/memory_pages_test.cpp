@@ -115,8 +115,8 @@ TEST_P(Pages, KeepTheirContentWhenTheyGrow) {
   std::memset(pages, 0x3C, 2 * KIV_PAGE_UNIT);
   CHECK_OK(ctx_, GetParam().reallocate(ctx_, 2, 5, &pages));
   EXPECT_TRUE(AllBytesAre(pages, 0x3C, 2 * KIV_PAGE_UNIT));
-  EXPECT_TRUE(AllBytesAre(static_cast<unsigned char*>(pages) + 2 * KIV_PAGE_UNIT, 0,
-                          3 * KIV_PAGE_UNIT));
+  EXPECT_TRUE(
+      AllBytesAre(static_cast<unsigned char*>(pages) + 2 * KIV_PAGE_UNIT, 0, 3 * KIV_PAGE_UNIT));
   std::memset(pages, 1, 5 * KIV_PAGE_UNIT);
   Free(pages);
 }

@@ -268,8 +268,7 @@ TEST_F(Stack, RefusesABlockThatDoesNotFit32BitsAndStaysAsItWas) {
 TEST_F(Stack, RefusesAFirstBlockThatDoesNotFit32BitsAndMustThenBeDeleted) {
   const BlockCount count;
   for (const uint32_t sizeBytes : {UINT32_MAX, 0xFFFFFF81u}) {
-    CHECK_OUTCOME(ctx_, KivSdMemStackCreate(ctx_, &stack_, 8, sizeBytes), KIV_ST_OUT_OF_MEMORY,
-                  0u);
+    CHECK_OUTCOME(ctx_, KivSdMemStackCreate(ctx_, &stack_, 8, sizeBytes), KIV_ST_OUT_OF_MEMORY, 0u);
     ASSERT_NE(stack_, nullptr);
     Delete();
   }

@@ -56,8 +56,7 @@ TEST(MemAlloc, RefusesASizeOfZeroAndLeavesThePointerAlone) {
 TEST(MemAlloc, RefusesANullPlace) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdMemAlloc(ctx, 0, 8, nullptr, kFile, 1));
-  CHECK_ARGUMENT(ctx,
-                 KivSdMemAllocUsingPolicy(ctx, 0, 8, nullptr, AD_POLICY_MANDATORY, kFile, 1));
+  CHECK_ARGUMENT(ctx, KivSdMemAllocUsingPolicy(ctx, 0, 8, nullptr, AD_POLICY_MANDATORY, kFile, 1));
 }
 
 TEST(MemAlloc, YieldsWritableBlocksAlignedForAnyType) {

@@ -22,8 +22,8 @@ TEST(NodeTableWithNodes, PositionIsTheIndexModuloTheCountWithTheIndexsSign) {
   const struct {
     int32_t index;
     int32_t position;
-  } cases[] = {{0, 0},   {1, 1},   {2, 2},   {3, 0},          {4, 1},          {5, 2},
-               {-1, -1}, {-2, -2}, {-3, 0},  {-4, -1},        {-6, 0},         {300, 0},
+  } cases[] = {{0, 0},   {1, 1},   {2, 2},     {3, 0},         {4, 1},         {5, 2},
+               {-1, -1}, {-2, -2}, {-3, 0},    {-4, -1},       {-6, 0},        {300, 0},
                {301, 1}, {-5, -2}, {-301, -1}, {INT32_MAX, 1}, {INT32_MIN, -2}};
   for (const auto& [index, position] : cases) {
     EXPECT_EQ(NodePosition(kThreeNodes, index), position) << "index " << index;

@@ -69,18 +69,18 @@ inline testing::Matcher<const std::string&> Contains(std::string text) {
 }  // namespace kiv::test
 
 // IN_FRESH_PROCESS([] { ... }): runs the checks where nothing has been set yet.
-#define IN_FRESH_PROCESS(...)                                                                  \
-  do {                                                                                         \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                                            \
+#define IN_FRESH_PROCESS(...)                                                        \
+  do {                                                                               \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                  \
     EXPECT_EXIT(kiv::test::RunAndExit(__VA_ARGS__), testing::ExitedWithCode(0), ""); \
   } while (false)
 
 // EXPECT_ASSERTION(call, "x != KIV_NULL", "sd/source", 12): the call ends the process through the
 // runtime's assertion with that condition, source and line.
-#define EXPECT_ASSERTION(call, condition, source, line)                                \
-  do {                                                                                 \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                                    \
-    EXPECT_EXIT(static_cast<void>(call), kiv::test::EndedByAssertion(),                \
+#define EXPECT_ASSERTION(call, condition, source, line)                                  \
+  do {                                                                                   \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                      \
+    EXPECT_EXIT(static_cast<void>(call), kiv::test::EndedByAssertion(),                  \
                 kiv::test::Contains(kiv::test::AssertionText(condition, source, line))); \
   } while (false)
 
