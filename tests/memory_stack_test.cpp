@@ -345,14 +345,16 @@ TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfItHasAnotherSize) {
 
 TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfOneIsFreeAlready) {
   Create(8, 1000);
-  StackBlock* passedOver = stack_->freeList;
-  unsigned char* first = PushBlock(2);  // larger than the free one, which stays free
-  unsigned char* second = PushBlock(2);
-  ASSERT_EQ(stack_->freeList, passedOver);
+  for (int i = 0; i < 3; ++i) PushBlock(1);
+  Reset();
+  unsigned char* first = PushBlock(1);
+  unsigned char* second = PushBlock(1);
+  StackBlock* freeAlready = stack_->freeList;
+  ASSERT_NE(freeAlready, nullptr);
   const BlockCount count;
   Pop(first);
-  EXPECT_EQ(stack_->freeList, passedOver);
-  EXPECT_EQ(passedOver->next, nullptr);
+  EXPECT_EQ(stack_->freeList, freeAlready);
+  EXPECT_EQ(freeAlready->next, nullptr);
   EXPECT_EQ(count.freed(), 1u);
   CHECK_ARGUMENT(ctx_, KivSdMemStackPopAndFree(ctx_, stack_, second));
 }
