@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
@@ -57,14 +56,9 @@ struct Client {
     DWORD mode = readMode;
     EXPECT_TRUE(SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr));
   }
-  ~Client() { Close(); }
+  ~Client() { EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK); }
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
-
-  void Close() {
-    if (pipe != nullptr) EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK);
-    pipe = nullptr;
-  }
 
   KivHandle pipe;
 };

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,7 +36,8 @@ struct Pipe {
   Pipe& operator=(const Pipe&) = delete;
 
   static void Close(KivHandle* end) {
-    if (*end != nullptr) EXPECT_EQ(KivSdPipeClose(nullptr, end), KIV_ST_OK);
+    if (*end == nullptr) return;
+    EXPECT_EQ(KivSdPipeClose(nullptr, end), KIV_ST_OK);
     *end = nullptr;
   }
 
