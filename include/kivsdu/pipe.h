@@ -18,7 +18,8 @@
  * the handle.
  *
  *   name                     without any folder; must not be null
- *   pipe                     receives the handle; must not be null
+ *   pipe                     receives the handle, the invalid one (-1) when the system made none;
+ *                            must not be null
  *   openMode, pipeMode       the system's flags (PIPE_ACCESS_DUPLEX = 3, PIPE_WAIT = 0, ...)
  *   maximumInstances         1 to 255
  *   outBytes, inBytes        buffer sizes
@@ -36,7 +37,7 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
  *
  *   server       "local", in any case, for this machine; must not be null
  *   name         without any folder; must not be null
- *   pipe         receives the handle; must not be null
+ *   pipe         receives the handle, the invalid one (-1) when it was not opened; must not be null
  *   access       the system's access rights
  *   shareMode    replaced by 7, all sharing, in failover mode
  *   disposition  the system's; OPEN_EXISTING = 3

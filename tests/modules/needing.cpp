@@ -1,0 +1,6 @@
+// A module that cannot be loaded without another one.
+#include <cstdint>
+
+extern "C" __declspec(dllimport) uint32_t NeededAnswer();
+
+extern "C" __declspec(dllexport) uint32_t NeedingAnswer() { return NeededAnswer() + 1; }

@@ -1,0 +1,378 @@
+// Named pipes between a server and its clients, threads and other processes.
+//
+// Clients that transfer open their end with the system's own call: KivSdNamedPipeOpen always
+// opens in overlapped mode, and the system promises nothing for a read or a write of such a handle
+// without an overlapped structure, which is how KivSdPipeRead and KivSdPipeWrite work.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <string>
+#include <thread>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/role_process.h"
+
+namespace {
+
+using kiv::test::Context;
+using kiv::test::kPatienceMs;
+using kiv::test::RoleArguments;
+using kiv::test::RoleProcess;
+
+constexpr uint32_t kUntouched = 4711;
+constexpr uint32_t kReadWrite = GENERIC_READ | GENERIC_WRITE;
+
+// A name that no other process uses.
+std::string OwnName(const char* purpose) {
+  return "kivsdu-" + std::to_string(GetCurrentProcessId()) + "-" + purpose;
+}
+
+// The server's end of a pipe with one instance.
+struct Server {
+  explicit Server(const char* purpose, uint32_t pipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE,
+                  uint32_t maximumInstances = 1)
+      : name(OwnName(purpose)) {
+    Context ctx;
+    CHECK_OK(ctx, KivSdNamedPipeCreate(ctx, name.c_str(), &pipe, PIPE_ACCESS_DUPLEX, pipeMode,
+                                       maximumInstances, 4096, 4096, 50));
+  }
+  ~Server() { EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK); }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+
+  std::string path() const { return "\\\\.\\PIPE\\" + name; }
+
+  std::string name;
+  KivHandle pipe = nullptr;
+};
+
+// A client's end for transfers; see above.
+struct Client {
+  explicit Client(const std::string& path, uint32_t readMode = PIPE_READMODE_BYTE)
+      : pipe(CreateFileA(path.c_str(), kReadWrite, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
+    EXPECT_NE(pipe, INVALID_HANDLE_VALUE) << GetLastError();
+    DWORD mode = readMode;
+    EXPECT_TRUE(SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr));
+  }
+  ~Client() { EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK); }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  KivHandle pipe;
+};
+
+bool Send(KivHandle pipe, const std::string& text) {
+  uint32_t count = 0;
+  return KivSdPipeWrite(nullptr, &pipe, text.data(), static_cast<uint32_t>(text.size()), &count) ==
+             KIV_ST_OK &&
+         count == text.size();
+}
+
+// Up to the end of the line, which every text between processes has.
+std::string ReceiveLine(KivHandle pipe) {
+  std::string line;
+  char letter = 0;
+  uint32_t count = 0;
+  while (letter != '\n' && KivSdPipeRead(nullptr, &pipe, &letter, 1, &count) == KIV_ST_OK) {
+    line += letter;
+  }
+  return line;
+}
+
+// ---- Roles: {name of the pipe} ----
+
+// Waits for the pipe, answers one line with "echo " and the line, and goes when the server says so.
+uint32_t PlayEcho(const RoleArguments& arguments) {
+  if (KivSdNamedPipeWait(nullptr, "local", arguments[0].c_str(), kPatienceMs) != KIV_ST_OK) {
+    return 1;
+  }
+  const std::string path = "\\\\.\\PIPE\\" + arguments[0];
+  const Client client(path);
+  if (!Send(client.pipe, "echo " + ReceiveLine(client.pipe))) return 2;
+  return ReceiveLine(client.pipe) == "bye\n" ? 100 : 3;
+}
+
+// Connects, says so, and holds the pipe until it is killed.
+uint32_t PlayHolder(const RoleArguments& arguments) {
+  const Client client("\\\\.\\PIPE\\" + arguments[0]);
+  if (!Send(client.pipe, "here\n")) return 1;
+  Sleep(INFINITE);
+  return 2;
+}
+
+// ---- Connecting ----
+
+TEST(NamedPipeConnect, AClientThatCameBeforeIsASuccessWithItsOsError) {
+  Context ctx;
+  const Server server("before");
+  KivHandle pipe = server.pipe;
+  const Client client(server.path());
+  CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &pipe), KIV_ST_OK, ERROR_PIPE_CONNECTED);
+  EXPECT_EQ(KivSdNamedPipeConnect(nullptr, &pipe), KIV_ST_OK);
+}
+
+// Once a client was disconnected, the instance can be opened again only while the server waits:
+// the client's wait ends, and its opening succeeds, no earlier.
+TEST(NamedPipeConnect, AClientThatComesDuringTheCallIsAFailureWithoutOsError) {
+  Context ctx;
+  Server server("during");
+  {
+    const Client first(server.path());
+    CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_OK, ERROR_PIPE_CONNECTED);
+    CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
+  }
+  RoleProcess second("echo", {server.name});
+  CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_PIPE_CONNECT, 0u);
+  EXPECT_TRUE(Send(server.pipe, "a\n"));
+  EXPECT_EQ(ReceiveLine(server.pipe), "echo a\n");
+  EXPECT_TRUE(Send(server.pipe, "bye\n"));
+  EXPECT_EQ(second.ExitCode(), 100u);
+}
+
+TEST(NamedPipeConnect, AClientThatCameAndWentIsAFailure) {
+  Context ctx;
+  Server server("gone");
+  { const Client client(server.path()); }
+  CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_PIPE_CONNECT, ERROR_NO_DATA);
+}
+
+TEST(NamedPipeConnect, ServesClientsOneAfterTheOther) {
+  Context ctx;
+  Server server("several");
+  for (const std::string line : {"one\n", "two\n", "three\n", "four\n"}) {
+    RoleProcess client("echo", {server.name});
+    const uint32_t connected = KivSdNamedPipeConnect(ctx, &server.pipe);
+    const bool before = connected == KIV_ST_OK && ctx.osError() == ERROR_PIPE_CONNECTED;
+    const bool during = connected == KIV_ST_PIPE_CONNECT && ctx.osError() == 0;
+    EXPECT_TRUE(before || during) << connected << ", " << ctx.osError();
+    EXPECT_TRUE(Send(server.pipe, line));
+    EXPECT_EQ(ReceiveLine(server.pipe), "echo " + line);
+    EXPECT_TRUE(Send(server.pipe, "bye\n"));
+    EXPECT_EQ(client.ExitCode(), 100u);
+    CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
+  }
+}
+
+TEST(NamedPipeConnect, DisconnectTakesThePipeFromTheClient) {
+  Context ctx;
+  Server server("cut");
+  Client client(server.path());
+  CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_OK, ERROR_PIPE_CONNECTED);
+  EXPECT_TRUE(Send(server.pipe, "never read"));
+  CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
+  char byte = 0;
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdPipeRead(ctx, &client.pipe, &byte, 1, &count), KIV_ST_PIPE_READ,
+                ERROR_PIPE_NOT_CONNECTED);
+  EXPECT_EQ(count, 0u);
+  count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdPipeWrite(ctx, &client.pipe, "x", 1, &count), KIV_ST_PIPE_WRITE,
+                ERROR_PIPE_NOT_CONNECTED);
+  EXPECT_EQ(count, 0u);
+}
+
+TEST(NamedPipeConnect, AKilledClientEndsTheServersRead) {
+  Context ctx;
+  Server server("killed");
+  RoleProcess client("hold", {server.name});
+  static_cast<void>(KivSdNamedPipeConnect(nullptr, &server.pipe));
+  EXPECT_EQ(ReceiveLine(server.pipe), "here\n");
+  std::thread killer([&] { client.Kill(); });
+  char byte = 0;
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdPipeRead(ctx, &server.pipe, &byte, 1, &count), KIV_ST_PIPE_READ,
+                ERROR_BROKEN_PIPE);
+  EXPECT_EQ(count, 0u);
+  killer.join();
+  // The instance is as good as new once it is disconnected.
+  CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
+}
+
+// ---- Making, opening, waiting ----
+
+TEST(NamedPipe, IsInheritableAndMessageOrByteAsAsked) {
+  const Server server("kind", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 3);
+  DWORD flags = 0;
+  EXPECT_TRUE(GetHandleInformation(server.pipe, &flags));
+  EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, static_cast<DWORD>(HANDLE_FLAG_INHERIT));
+  DWORD kind = 0;
+  DWORD instances = 0;
+  EXPECT_TRUE(GetNamedPipeInfo(server.pipe, &kind, nullptr, nullptr, &instances));
+  EXPECT_EQ(kind, static_cast<DWORD>(PIPE_SERVER_END | PIPE_TYPE_MESSAGE));
+  EXPECT_EQ(instances, 3u);
+}
+
+TEST(NamedPipe, AnInstanceTooManyIsRefused) {
+  Context ctx;
+  const Server server("instances");
+  KivHandle pipe = nullptr;
+  CHECK_OUTCOME(ctx,
+                KivSdNamedPipeCreate(ctx, server.name.c_str(), &pipe, PIPE_ACCESS_DUPLEX, 0, 1,
+                                     4096, 4096, 50),
+                KIV_ST_PIPE_CREATE_NAMED, ERROR_PIPE_BUSY);
+  EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
+}
+
+TEST(NamedPipe, OpensHereHoweverLocalIsWritten) {
+  Context ctx;
+  for (const char* local : {"local", "LOCAL", "Local", "lOcAl"}) {
+    Server server("open");
+    KivHandle pipe = nullptr;
+    CHECK_OK(ctx, KivSdNamedPipeWait(ctx, local, server.name.c_str(), 0));
+    CHECK_OK(ctx, KivSdNamedPipeOpen(ctx, local, server.name.c_str(), &pipe, kReadWrite, 0,
+                                     OPEN_EXISTING, 0));
+    CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_OK, ERROR_PIPE_CONNECTED);
+    CHECK_OK(ctx, KivSdPipeClose(ctx, &pipe));
+  }
+}
+
+TEST(NamedPipe, OpensInOverlappedMode) {
+  Server server("overlapped");
+  KivHandle pipe = nullptr;
+  ASSERT_EQ(KivSdNamedPipeOpen(nullptr, "local", server.name.c_str(), &pipe, kReadWrite, 0,
+                               OPEN_EXISTING, 0),
+            KIV_ST_OK);
+  OVERLAPPED request = {};
+  request.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  char letter = 0;
+  DWORD count = 0;
+  EXPECT_FALSE(ReadFile(pipe, &letter, 1, nullptr, &request));
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_IO_PENDING));
+  EXPECT_TRUE(Send(server.pipe, "x"));
+  EXPECT_EQ(WaitForSingleObject(request.hEvent, kPatienceMs), WAIT_OBJECT_0);
+  EXPECT_TRUE(GetOverlappedResult(pipe, &request, &count, FALSE));
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(letter, 'x');
+  CloseHandle(request.hEvent);
+  EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK);
+}
+
+TEST(NamedPipe, ABusyPipeIsNeitherOpenedNorWaitedForBeyondTheTime) {
+  Context ctx;
+  const Server server("busy");
+  const Client client(server.path());
+  KivHandle pipe = nullptr;
+  CHECK_OUTCOME(
+      ctx,
+      KivSdNamedPipeOpen(ctx, "local", server.name.c_str(), &pipe, kReadWrite, 0, OPEN_EXISTING, 0),
+      KIV_ST_PIPE_OPEN, ERROR_PIPE_BUSY);
+  EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
+  for (const uint32_t timeoutMs : {0u, 1u, 20u}) {  // 0: the 50 ms that the pipe was made with
+    CHECK_OUTCOME(ctx, KivSdNamedPipeWait(ctx, "local", server.name.c_str(), timeoutMs),
+                  KIV_ST_PIPE_WAIT, ERROR_SEM_TIMEOUT);
+  }
+}
+
+TEST(NamedPipe, OneThatDoesNotExistIsNotFound) {
+  Context ctx;
+  const std::string name = OwnName("nowhere");
+  KivHandle pipe = nullptr;
+  CHECK_OUTCOME(
+      ctx, KivSdNamedPipeOpen(ctx, "local", name.c_str(), &pipe, kReadWrite, 0, OPEN_EXISTING, 0),
+      KIV_ST_PIPE_OPEN, ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
+  CHECK_OUTCOME(ctx, KivSdNamedPipeWait(ctx, "local", name.c_str(), kPatienceMs), KIV_ST_PIPE_WAIT,
+                ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(KivSdNamedPipeWait(nullptr, "local", name.c_str(), 1), KIV_ST_PIPE_WAIT);
+}
+
+TEST(NamedPipe, NullPointersAreRefusedAndNothingIsFilled) {
+  Context ctx;
+  KivHandle pipe = &ctx;
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeCreate(ctx, nullptr, &pipe, 3, 0, 1, 1, 1, 1));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeCreate(ctx, "a", nullptr, 3, 0, 1, 1, 1, 1));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeOpen(ctx, nullptr, "a", &pipe, kReadWrite, 0, 3, 0));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeOpen(ctx, "local", nullptr, &pipe, kReadWrite, 0, 3, 0));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeOpen(ctx, "local", "a", nullptr, kReadWrite, 0, 3, 0));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeWait(ctx, nullptr, "a", 1));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeWait(ctx, "local", nullptr, 1));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeConnect(ctx, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdNamedPipeDisconnect(ctx, nullptr));
+  uint32_t count = kUntouched;
+  CHECK_ARGUMENT(ctx, KivSdNamedPipePeek(ctx, nullptr, 0, nullptr, &count, &count, &count));
+  EXPECT_EQ(pipe, &ctx);
+  EXPECT_EQ(count, kUntouched);
+  EXPECT_EQ(KivSdNamedPipeConnect(nullptr, nullptr), KIV_ST_ARGUMENT);
+}
+
+// ---- Peeking, messages ----
+
+struct Content {
+  uint32_t read = kUntouched;
+  uint32_t available = kUntouched;
+  uint32_t left = kUntouched;
+  std::string bytes;
+};
+
+Content Peek(KivHandle pipe, uint32_t bufferBytes) {
+  Context ctx;
+  Content content;
+  content.bytes.resize(bufferBytes);
+  CHECK_OK(ctx, KivSdNamedPipePeek(ctx, &pipe, bufferBytes, content.bytes.data(), &content.read,
+                                   &content.available, &content.left));
+  content.bytes.resize(std::min(content.read, bufferBytes));
+  return content;
+}
+
+TEST(NamedPipePeek, CountsBytesWithoutTakingThem) {
+  Server server("peek");
+  const Client client(server.path());
+  EXPECT_EQ(Peek(server.pipe, 8).available, 0u);
+  EXPECT_EQ(Peek(server.pipe, 8).read, 0u);
+  ASSERT_TRUE(Send(client.pipe, "one"));
+  ASSERT_TRUE(Send(client.pipe, "three\n"));
+  const Content content = Peek(server.pipe, 5);
+  EXPECT_EQ(content.bytes, "oneth");
+  EXPECT_EQ(content.available, 9u);
+  EXPECT_EQ(ReceiveLine(server.pipe), "onethree\n");
+  EXPECT_EQ(Peek(server.pipe, 5).available, 0u);
+}
+
+TEST(NamedPipePeek, SeesOneMessageAndWhatIsLeftOfIt) {
+  Server server("messages", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE);
+  const Client client(server.path(), PIPE_READMODE_MESSAGE);
+  EXPECT_EQ(Peek(server.pipe, 8).available, 0u);
+  ASSERT_TRUE(Send(client.pipe, "first"));
+  ASSERT_TRUE(Send(client.pipe, "second"));
+  const Content content = Peek(server.pipe, 3);
+  EXPECT_EQ(content.bytes, "fir");
+  EXPECT_EQ(content.available, 11u);
+  EXPECT_EQ(content.left, 2u);
+  EXPECT_EQ(Peek(server.pipe, 64).bytes, "first");
+  EXPECT_EQ(Peek(server.pipe, 64).left, 0u);
+}
+
+TEST(NamedPipePeek, NeedsNoneOfItsPlaces) {
+  Context ctx;
+  Server server("places");
+  const Client client(server.path());
+  ASSERT_TRUE(Send(client.pipe, "abc"));
+  uint32_t available = 0;
+  CHECK_OK(ctx, KivSdNamedPipePeek(ctx, &server.pipe, 0, nullptr, nullptr, nullptr, nullptr));
+  CHECK_OK(ctx, KivSdNamedPipePeek(ctx, &server.pipe, 0, nullptr, nullptr, &available, nullptr));
+  EXPECT_EQ(available, 3u);
+}
+
+TEST(NamedPipeMessage, OneLongerThanTheBufferComesInPartsThatFail) {
+  Context ctx;
+  Server server("parts", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE);
+  const Client client(server.path(), PIPE_READMODE_MESSAGE);
+  ASSERT_TRUE(Send(client.pipe, "abcde"));
+  char part[3] = {};
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdPipeRead(ctx, &server.pipe, part, 3, &count), KIV_ST_PIPE_READ,
+                ERROR_MORE_DATA);
+  EXPECT_EQ(std::string(part, 3), "abc");
+  EXPECT_EQ(count, 3u);
+  CHECK_OK(ctx, KivSdPipeRead(ctx, &server.pipe, part, 3, &count));
+  EXPECT_EQ(std::string(part, 2), "de");
+  EXPECT_EQ(count, 2u);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return kiv::test::PlayRoleOrRunTests(argc, argv, {{"echo", PlayEcho}, {"hold", PlayHolder}});
+}

@@ -1,0 +1,43 @@
+// Failover mode with a lease guard that counts.
+#ifndef KIV_TESTS_GUARD_WATCH_H
+#define KIV_TESTS_GUARD_WATCH_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+#include "kivsdu/settings.h"
+
+namespace kiv::test {
+
+// Failover mode is on and the guard installed while it lives.
+class GuardWatch {
+ public:
+  explicit GuardWatch(uint8_t mode = 1) {
+    runs_ = 0;
+    KivSdSetLeaseGuardAccessFunction(&GuardWatch::Run);
+    KivSdSetFailoverModeFlag(mode);
+  }
+  ~GuardWatch() {
+    KivSdSetFailoverModeFlag(0);
+    KivSdSetLeaseGuardAccessFunction(nullptr);
+  }
+  GuardWatch(const GuardWatch&) = delete;
+  GuardWatch& operator=(const GuardWatch&) = delete;
+
+  // Runs of the guard since the last question.
+  uint32_t TakeRuns() {
+    const uint32_t runs = runs_;
+    runs_ = 0;
+    return runs;
+  }
+
+ private:
+  static void Run() { ++runs_; }
+
+  static inline uint32_t runs_ = 0;
+};
+
+}  // namespace kiv::test
+
+#endif
