@@ -52,6 +52,7 @@ TEST(ThreadCreate, HandsItsArgumentsOn) {
   EXPECT_EQ(call[2], reinterpret_cast<uintptr_t>(&DoNothing));
   EXPECT_EQ(call[3], reinterpret_cast<uintptr_t>(&argument));
   EXPECT_EQ(Low(call[4]), 0u) << "flags";
+  EXPECT_EQ(call[5], reinterpret_cast<uintptr_t>(&id)) << "written before the thread runs";
 }
 
 TEST(ThreadCreate, ThatFailsYieldsNoHandle) {
