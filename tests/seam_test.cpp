@@ -118,14 +118,15 @@ TEST(SeamThread, HasItsOwnIdentityAndItsOwnSlotValue) {
 
   Seen seen;
   seen.slot = slot.value;
-  const os::ValueResult<os::StartedThread> thread = os::StartThread(LookAround, &seen, 1024);
+  uint32_t id = 0;
+  const os::ValueResult<os::StartedThread> thread = os::StartThread(LookAround, &seen, 1024, &id);
   ASSERT_TRUE(thread.ok);
   EXPECT_TRUE(os::JoinThread(thread.value.handle).ok);
   EXPECT_TRUE(os::CloseThread(thread.value.handle).ok);
 
   EXPECT_NE(seen.id, 0u);
   EXPECT_NE(seen.id, os::CurrentThreadId());
-  EXPECT_TRUE(thread.value.id == 0 || thread.value.id == seen.id);
+  EXPECT_TRUE(id == 0 || id == seen.id);
   EXPECT_EQ(seen.before, nullptr);
   EXPECT_EQ(seen.after, &seen);
   EXPECT_EQ(os::ReadThreadSlot(slot.value), &mine);
