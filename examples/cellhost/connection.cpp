@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kStatsBytes = 256;  // six numbers with their names
 constexpr uint32_t kChunkBytes = 32;
-constexpr uint32_t kGoodbyeMs = 1000;  // for a client to read the last reply and close the pipe
+constexpr uint32_t kGoodbyeMs = 3000;  // for a client to read the last reply and close the pipe
 
 }  // namespace
 

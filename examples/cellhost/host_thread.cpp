@@ -41,7 +41,6 @@ void HostThread::CloseEvents() {
 
 uint32_t HostThread::Run(void* thread) {
   HostThread* self = static_cast<HostThread*>(thread);
-  // Once `ended_` is signalled, self may go away.
   const bool hasRecord = EnterThread();
   self->hasRecord_ = hasRecord;
   Succeeded(ThisContext(), KivSdStdEventSet(ThisContext(), &self->begun_), "signal a start");
