@@ -14,9 +14,9 @@ struct DemoOptions {
   std::string pipe;  // empty: a name that no other process has
 };
 
-// The program's exit code, 0 only if every answer agrees, the lost client was noticed and the
-// server ended cleanly. On a thread with a record.
-int DemoCommand(const DemoOptions& options);
+// given: what the command line says. The program's exit code, 0 only if every answer agrees, the
+// lost client was noticed and the server ended cleanly. On a thread with a record.
+int DemoCommand(const DemoOptions& given);
 
 }  // namespace cellhost
 

@@ -2,14 +2,21 @@
 # `serve` on the pipe PIPE; the clients are this script again, with CLIENTS set. The server's
 # output goes into the clients' script, which is how execute_process runs two commands at once.
 #
+# Outputs go into the file LOG, not through pipes: Wine's own services inherit the outputs of the
+# program that starts them, and who reads a pipe to its end would wait for them too.
+#
 # RUDE is the command of a client that keeps no rule; FACTS, QUERIES and ANSWERS are files.
 
 if(NOT CLIENTS)
+  # From here on the services run, and have this output.
+  execute_process(COMMAND ${RUN} --version OUTPUT_FILE ${LOG} ERROR_FILE ${LOG})
   execute_process(
     COMMAND ${RUN} serve --facts ${FACTS} --pipe ${PIPE}
     COMMAND ${CMAKE_COMMAND} "-DRUN=${RUN}" -DPIPE=${PIPE} "-DRUDE=${RUDE}" -DFACTS=${FACTS}
             -DQUERIES=${QUERIES} -DANSWERS=${ANSWERS} -DCLIENTS=ON -P ${CMAKE_CURRENT_LIST_FILE}
-    RESULTS_VARIABLE exits TIMEOUT 50)
+    RESULTS_VARIABLE exits OUTPUT_FILE ${LOG} ERROR_FILE ${LOG} TIMEOUT 50)
+  file(READ ${LOG} log)
+  message("${log}")
   if(NOT exits STREQUAL "0;0")
     message(FATAL_ERROR "exit codes of server and clients: ${exits} instead of 0;0")
   endif()
