@@ -70,8 +70,8 @@ bool PipeClient::Open(const char* name, uint32_t startWaitMs) {
 
 bool PipeClient::Ask(std::string_view request, Reply* reply) {
   if (request.size() > kRequestBytesMax) {
-    return Complain("a request of %zu bytes is too long; the server takes %u", request.size(),
-                    kRequestBytesMax);
+    return Complain("a request of %llu bytes is too long; the server takes %u",
+                    static_cast<unsigned long long>(request.size()), kRequestBytesMax);
   }
   const TimeLimit limit(kReplyWaitMs);
   std::string_view text;

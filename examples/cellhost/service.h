@@ -14,8 +14,8 @@ namespace cellhost {
 
 class Service {
  public:
-  // cube: not copied; nobody writes to it from here on.
-  Service(const Cube& cube, uint64_t rows) : cube(cube), rows(rows) {}
+  // readOnly: the cube; not copied. Nobody writes to it from here on.
+  Service(const Cube& readOnly, uint64_t factRows) : cube(readOnly), rows(factRows) {}
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
   ~Service();
