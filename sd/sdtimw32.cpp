@@ -96,7 +96,7 @@ uint32_t KivSdTimeElapsedOS(KivSdContext* ctx, uint64_t* seconds) {
 
 uint32_t KivSdLocalTimeGet(KivSdContext* ctx, int64_t seconds, KivSdLocalTime* local) {
   if (local == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  *local = KivSdLocalTime{};
+  std::memset(local, 0, sizeof *local);
   local->time = static_cast<uint32_t>(seconds);
 
   const os::ValueResult<tm> time = os::LocalTime(seconds);

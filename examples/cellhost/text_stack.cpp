@@ -8,9 +8,9 @@
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kByteAlignment = 1;           // texts need none
-constexpr uint32_t kBlockBytes = 32 * 1024;      // holds a few thousand names
-constexpr uint64_t kTextBytesMax = 1024 * 1024;  // a longer name is a mistake in the file
+constexpr uint32_t kByteAlignment = 1;        // texts need none
+constexpr uint32_t kBlockBytes = 32 * 1024;   // holds a few thousand names
+constexpr uint64_t kTextBytesMax = 1u << 20;  // a longer name is a mistake in the file
 
 }  // namespace
 

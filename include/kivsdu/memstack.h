@@ -38,7 +38,8 @@ KIVSDU_API uint32_t KivSdMemStackCreate(KivSdContext* ctx, KivSdMemStack** out, 
  *
  *   ctx        may be null
  *   stack      must not be null
- *   sizeBytes  0 yields the place where the next piece will lie
+ *   sizeBytes  0 yields the next free place: where the next piece lies, if it fits the block; in
+ *              a full block the place is its end, which no pop takes
  *   out        receives the piece; must not be null, left alone on failure
  *
  * 0, or KIV_ST_ARGUMENT       stack or out is null, or the size exceeds the largest allocation

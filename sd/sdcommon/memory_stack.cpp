@@ -35,6 +35,11 @@ bool IsPowerOfTwo(uint32_t value) { return value != 0 && (value & (value - 1)) =
 
 uint64_t RoundUp(uint64_t value, uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
+// The same for a power of two, without a division: every push rounds.
+uint64_t AlignUp(uint64_t value, uint64_t alignment) {
+  return (value + alignment - 1) & ~(alignment - 1);
+}
+
 unsigned char* Bytes(StackBlock* block) { return reinterpret_cast<unsigned char*>(block); }
 
 // The size that a block of so many bytes gets, so that together with the manager's overhead it
@@ -117,7 +122,7 @@ uint32_t Prepare(KivSdMemStack* stack, uint32_t alignment) {
   status = KivSdMaxAllocGet(nullptr, &stack->maxAllocBytes);
   if (status != KIV_ST_OK) return status;
   stack->alignment = alignment;
-  stack->headerBytes = RoundUp(sizeof(StackBlock), alignment);
+  stack->headerBytes = AlignUp(sizeof(StackBlock), alignment);
   stack->topOffset = stack->headerBytes;
   return KIV_ST_OK;
 }
@@ -188,7 +193,7 @@ uint32_t KivSdMemStackAllocAndPush(KivSdContext* ctx, KivSdMemStack* stack, uint
     if (status != KIV_ST_OK) return Report(ctx, status);
   }
   *out = Bytes(stack->top) + stack->topOffset;
-  stack->topOffset = RoundUp(stack->topOffset + sizeBytes, stack->alignment);
+  stack->topOffset = AlignUp(stack->topOffset + sizeBytes, stack->alignment);
   return Report(ctx, KIV_ST_OK);
 }
 

@@ -1,5 +1,7 @@
 #include "os/assertion.h"
 
+// Whatever the build type, the runtime's own report of a failed assertion is needed here.
+#undef NDEBUG
 #include <cassert>
 
 namespace kiv::os {

@@ -1,0 +1,98 @@
+// Drives that a test makes up, in place of those that kivsdu.dll would find on this machine.
+#ifndef KIV_TESTS_FAKE_DRIVES_H
+#define KIV_TESTS_FAKE_DRIVES_H
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/import_patch.h"
+
+namespace kiv::test {
+
+struct FakeDrive {
+  UINT type = DRIVE_FIXED;
+  bool hasNames = true;  // whether the system can read the volume's names
+  std::string label = "Volume";
+  std::string fileSystem = "NTFS";
+  bool hasSpace = true;  // whether the system can read the volume's room
+  DWORD sectorsPerCluster = 8;
+  DWORD bytesPerSector = 512;
+  DWORD freeClusters = 1;
+  DWORD totalClusters = 3;
+};
+
+// One at a time. Keeps every call that the DLL makes, as text and in order.
+class FakeDrives {
+ public:
+  FakeDrives() { current_ = this; }
+  ~FakeDrives() { current_ = nullptr; }
+  FakeDrives(const FakeDrives&) = delete;
+  FakeDrives& operator=(const FakeDrives&) = delete;
+
+  FakeDrive& operator[](char letter) { return drives_[letter]; }
+  std::vector<std::string>& calls() { return calls_; }
+
+ private:
+  static FakeDrive& Called(const std::string& call, const char* root) {
+    current_->calls_.push_back(call + " " + root);
+    return current_->drives_[root[0]];
+  }
+
+  static DWORD WINAPI LogicalDrives() {
+    DWORD mask = 0;
+    for (const auto& [letter, drive] : current_->drives_) mask |= 1u << (letter - 'A');
+    return mask;
+  }
+
+  static UINT WINAPI ErrorMode(UINT mode) {
+    current_->calls_.push_back("SetErrorMode " + std::to_string(mode));
+    return 0;
+  }
+
+  static BOOL WINAPI Names(LPCSTR root, LPSTR label, DWORD labelBytes, LPDWORD, LPDWORD, LPDWORD,
+                           LPSTR fileSystem, DWORD fileSystemBytes) {
+    const FakeDrive& drive = Called("GetVolumeInformationA " + std::to_string(labelBytes) + " " +
+                                        std::to_string(fileSystemBytes),
+                                    root);
+    SetLastError(ERROR_NOT_READY);
+    if (!drive.hasNames) return FALSE;
+    std::memcpy(label, drive.label.c_str(), drive.label.size() + 1);
+    std::memcpy(fileSystem, drive.fileSystem.c_str(), drive.fileSystem.size() + 1);
+    return TRUE;
+  }
+
+  static BOOL WINAPI Space(LPCSTR root, LPDWORD sectorsPerCluster, LPDWORD bytesPerSector,
+                           LPDWORD freeClusters, LPDWORD totalClusters) {
+    const FakeDrive& drive = Called("GetDiskFreeSpaceA", root);
+    SetLastError(ERROR_NOT_READY);
+    // Also on failure, so that a result taken from a failed call shows.
+    *sectorsPerCluster = drive.sectorsPerCluster;
+    *bytesPerSector = drive.bytesPerSector;
+    *freeClusters = drive.freeClusters;
+    *totalClusters = drive.totalClusters;
+    return drive.hasSpace;
+  }
+
+  static UINT WINAPI Type(LPCSTR root) { return Called("GetDriveTypeA", root).type; }
+
+  static inline FakeDrives* current_ = nullptr;
+
+  std::map<char, FakeDrive> drives_;
+  std::vector<std::string> calls_;
+  ImportPatch logicalDrives_{"GetLogicalDrives", reinterpret_cast<void*>(&LogicalDrives)};
+  ImportPatch errorMode_{"SetErrorMode", reinterpret_cast<void*>(&ErrorMode)};
+  ImportPatch names_{"GetVolumeInformationA", reinterpret_cast<void*>(&Names)};
+  ImportPatch space_{"GetDiskFreeSpaceA", reinterpret_cast<void*>(&Space)};
+  ImportPatch type_{"GetDriveTypeA", reinterpret_cast<void*>(&Type)};
+};
+
+}  // namespace kiv::test
+
+#endif

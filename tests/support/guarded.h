@@ -1,0 +1,83 @@
+// Buffers and records that are spoilt before a call and lie between guard bytes, so that a test
+// sees what an operation did not clear and what it wrote beside its output.
+#ifndef KIV_TESTS_GUARDED_H
+#define KIV_TESTS_GUARDED_H
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace kiv::test {
+
+constexpr unsigned char kSpoilt = 0xEE;
+
+// The guard bytes are checked when the buffer is destroyed.
+class GuardedBytes {
+ public:
+  explicit GuardedBytes(size_t sizeBytes) : bytes_(sizeBytes + 2 * kGuardBytes, kSpoilt) {}
+
+  ~GuardedBytes() {
+    EXPECT_TRUE(AllOf(0, kGuardBytes, kSpoilt)) << "written before the buffer";
+    EXPECT_TRUE(AllOf(bytes_.size() - kGuardBytes, bytes_.size(), kSpoilt))
+        << "written past the buffer";
+  }
+
+  GuardedBytes(const GuardedBytes&) = delete;
+  GuardedBytes& operator=(const GuardedBytes&) = delete;
+
+  unsigned char* data() { return bytes_.data() + kGuardBytes; }
+  char* text() { return reinterpret_cast<char*>(data()); }
+  size_t size() const { return bytes_.size() - 2 * kGuardBytes; }
+
+  // Whether the bytes from `from` up to `to` all have a value.
+  bool IsAll(unsigned char value, size_t from, size_t to) const {
+    return AllOf(kGuardBytes + from, kGuardBytes + to, value);
+  }
+  bool IsAll(unsigned char value) const { return IsAll(value, 0, size()); }
+
+ private:
+  static constexpr size_t kGuardBytes = 32;
+
+  bool AllOf(size_t from, size_t to, unsigned char value) const {
+    return std::all_of(bytes_.begin() + static_cast<std::ptrdiff_t>(from),
+                       bytes_.begin() + static_cast<std::ptrdiff_t>(to),
+                       [value](unsigned char byte) { return byte == value; });
+  }
+
+  std::vector<unsigned char> bytes_;
+};
+
+// A record of a public header. Passes as a Record*.
+template <typename Record>
+class Guarded {
+ public:
+  operator Record*() { return record(); }
+  Record* operator->() { return record(); }
+  Record& operator*() { return *record(); }
+
+  bool IsAll(unsigned char value) const { return bytes_.IsAll(value); }
+
+ private:
+  Record* record() { return reinterpret_cast<Record*>(bytes_.data()); }
+
+  GuardedBytes bytes_{sizeof(Record)};
+};
+
+// A text field holds the text and nothing but zeros behind it.
+template <size_t kBytes>
+void ExpectField(const char (&field)[kBytes], std::string text) {
+  text.resize(kBytes);
+  EXPECT_EQ(std::string(field, kBytes), text);
+}
+
+// The same for a buffer.
+inline void ExpectText(GuardedBytes& buffer, std::string text) {
+  text.resize(buffer.size());
+  EXPECT_EQ(std::string(buffer.text(), buffer.size()), text);
+}
+
+}  // namespace kiv::test
+
+#endif

@@ -1,0 +1,87 @@
+// Checks that need a process of their own: switches that stick, and programming errors that end
+// the process. Each starts the test program anew and runs this one test in it up to the check;
+// write one check on a source line.
+#ifndef KIV_TESTS_PROCESS_H
+#define KIV_TESTS_PROCESS_H
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+#include <string>
+
+namespace kiv::test {
+
+// Runs a check in the child. Its failures go to the standard error, which the parent shows, and
+// make the child's exit code 1.
+template <typename Check>
+[[noreturn]] void RunAndExit(Check check) {
+  check();
+  const testing::TestResult& result =
+      *testing::UnitTest::GetInstance()->current_test_info()->result();
+  for (int i = 0; i < result.total_part_count(); ++i) {
+    const testing::TestPartResult& part = result.GetTestPartResult(i);
+    if (part.failed()) std::fprintf(stderr, "line %d: %s\n", part.line_number(), part.message());
+  }
+  std::fflush(stderr);
+  // Without the checks of a normal end: what a test leaves behind on purpose is no leak.
+  std::_Exit(result.Failed() ? 1 : 0);
+}
+
+// What the C runtime's assertion routine says.
+inline std::string AssertionText(const char* condition, const char* source, uint32_t line) {
+  const std::string number = std::to_string(line);
+#ifdef _WIN32
+  return std::string("Assertion failed: ") + condition + ", file " + source + ", line " + number;
+#else
+  return std::string(source) + ":" + number + ": kivsdu: Assertion `" + condition + "' failed.";
+#endif
+}
+
+inline auto EndedByAssertion() {
+#ifdef _WIN32
+  return testing::ExitedWithCode(3);
+#else
+  return testing::KilledBySignal(SIGABRT);
+#endif
+}
+
+class ContainsText : public testing::MatcherInterface<const std::string&> {
+ public:
+  explicit ContainsText(std::string text) : text_(std::move(text)) {}
+
+  bool MatchAndExplain(const std::string& output, testing::MatchResultListener*) const override {
+    return output.find(text_) != std::string::npos;
+  }
+  void DescribeTo(std::ostream* out) const override { *out << "contains \"" << text_ << '"'; }
+
+ private:
+  std::string text_;
+};
+
+inline testing::Matcher<const std::string&> Contains(std::string text) {
+  return testing::MakeMatcher(new ContainsText(std::move(text)));
+}
+
+}  // namespace kiv::test
+
+// IN_FRESH_PROCESS([] { ... }): runs the checks where nothing has been set yet.
+#define IN_FRESH_PROCESS(...)                                                        \
+  do {                                                                               \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                  \
+    EXPECT_EXIT(kiv::test::RunAndExit(__VA_ARGS__), testing::ExitedWithCode(0), ""); \
+  } while (false)
+
+// EXPECT_ASSERTION(call, "x != KIV_NULL", "sd/source", 12): the call ends the process through the
+// runtime's assertion with that condition, source and line.
+#define EXPECT_ASSERTION(call, condition, source, line)                                  \
+  do {                                                                                   \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");                                      \
+    EXPECT_EXIT(static_cast<void>(call), kiv::test::EndedByAssertion(),                  \
+                kiv::test::Contains(kiv::test::AssertionText(condition, source, line))); \
+  } while (false)
+
+#endif
