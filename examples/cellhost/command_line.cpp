@@ -109,7 +109,8 @@ void AddDemo(CLI::App* app, DemoOptions* demo) {
   AddQueries(command, &demo->queries);
   demo->answers = kDefaultAnswers;
   AddAnswers(command, &demo->answers, "Expected answers")->capture_default_str();
-  AddPipe(command, &demo->pipe);
+  demo->pipe = kDefaultPipe;
+  AddPipe(command, &demo->pipe)->capture_default_str();
 }
 
 Command CommandOf(const CLI::App& app) {

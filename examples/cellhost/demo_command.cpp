@@ -36,17 +36,6 @@ struct Outcome {
   bool serverEnded;
 };
 
-bool ChoosePipe(DemoOptions* options) {
-  if (!options->pipe.empty()) return true;
-  KivSdContext* ctx = ThisContext();
-  uint32_t id = 0;
-  if (!Succeeded(ctx, KivSdProcessIdGet(ctx, &id), "get the process's number")) return false;
-  ShortText name;
-  snprintf(name.text, sizeof name.text, "%s_%u", kDefaultPipe, id);
-  options->pipe = name.text;
-  return true;
-}
-
 // Starts the server and waits until it has loaded the facts and made its pipe.
 bool StartServer(const DemoOptions& options, ChildProcess* server) {
   const Stopwatch watch;
@@ -157,11 +146,10 @@ void PrintOutcome(const Outcome& outcome) {
 
 }  // namespace
 
-int DemoCommand(const DemoOptions& given) {
-  DemoOptions options = given;
+int DemoCommand(const DemoOptions& options) {
   ChildProcess server;
   Outcome outcome = {};
-  if (!ChoosePipe(&options) || !StartServer(options, &server)) return kExitFailed;
+  if (!StartServer(options, &server)) return kExitFailed;
   const bool atOnce = RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
   const bool controlled = ControlServer(options, &outcome);

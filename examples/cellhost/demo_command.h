@@ -11,12 +11,12 @@ struct DemoOptions {
   std::string facts;
   std::string queries;
   std::string answers;
-  std::string pipe;  // empty: a name that no other process has
+  std::string pipe;
 };
 
 // given: what the command line says. The program's exit code, 0 only if every answer agrees, the
 // lost client was noticed and the server ended cleanly. On a thread with a record.
-int DemoCommand(const DemoOptions& given);
+int DemoCommand(const DemoOptions& options);
 
 }  // namespace cellhost
 
