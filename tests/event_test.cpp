@@ -232,7 +232,9 @@ TEST_F(StandardEvent, WorksWithoutAContext) {
 class CountingEvent : public testing::Test {
  protected:
   void TearDown() override {
-    if (event_ != nullptr) EXPECT_EQ(KivSdCountingEventClose(nullptr, &event_), KIV_ST_OK);
+    if (event_ != nullptr) {
+      EXPECT_EQ(KivSdCountingEventClose(nullptr, &event_), KIV_ST_OK);
+    }
   }
 
   void Make(int32_t initialCount) {

@@ -35,7 +35,9 @@ KivHandle BadHandle() { return reinterpret_cast<KivHandle>(uintptr_t{0x7FFFFFF0}
 class Mutex : public testing::Test {
  protected:
   void TearDown() override {
-    if (mutex_ != nullptr) EXPECT_EQ(KivSdMutexClose(nullptr, &mutex_), KIV_ST_OK);
+    if (mutex_ != nullptr) {
+      EXPECT_EQ(KivSdMutexClose(nullptr, &mutex_), KIV_ST_OK);
+    }
   }
 
   void Make(const char* name = nullptr) {

@@ -62,7 +62,9 @@ uint32_t CreateEmpty(KivSdContext* ctx, const std::string& base, uint16_t count,
 class SemaphoreSet : public testing::Test {
  protected:
   void TearDown() override {
-    if (set_ != nullptr) EXPECT_EQ(KivSdShSemSetClose(nullptr, set_), KIV_ST_OK);
+    if (set_ != nullptr) {
+      EXPECT_EQ(KivSdShSemSetClose(nullptr, set_), KIV_ST_OK);
+    }
   }
 
   Context ctx_;

@@ -32,7 +32,9 @@ KivHandle BadHandle() { return reinterpret_cast<KivHandle>(uintptr_t{0x7FFFFFF0}
 class CountingSemaphore : public testing::Test {
  protected:
   void TearDown() override {
-    if (semaphore_ != nullptr) EXPECT_EQ(KivSdCntSemClose(nullptr, &semaphore_), KIV_ST_OK);
+    if (semaphore_ != nullptr) {
+      EXPECT_EQ(KivSdCntSemClose(nullptr, &semaphore_), KIV_ST_OK);
+    }
   }
 
   void Make(int32_t initialCount, int32_t maximumCount) {

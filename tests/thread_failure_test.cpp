@@ -203,8 +203,12 @@ TEST(Thread, OperationsTakeTheHandleOrTheCallingThread) {
     EXPECT_EQ(call.calls()[0][0], kHandle);
     EXPECT_EQ(call.calls()[1][0], kCallingThread);
     const std::string name = function;
-    if (name == "WaitForSingleObject") EXPECT_EQ(Low(call.calls()[0][1]), kForEver);
-    if (name == "SetThreadPriority") EXPECT_EQ(Low(call.calls()[0][1]), static_cast<uint32_t>(-7));
+    if (name == "WaitForSingleObject") {
+      EXPECT_EQ(Low(call.calls()[0][1]), kForEver);
+    }
+    if (name == "SetThreadPriority") {
+      EXPECT_EQ(Low(call.calls()[0][1]), static_cast<uint32_t>(-7));
+    }
   }
 }
 

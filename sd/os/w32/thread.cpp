@@ -6,13 +6,12 @@ namespace kiv::os {
 
 static_assert(sizeof(DWORD) == sizeof(uint32_t));
 
-ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
-                                       uint32_t* id) {
+ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
+                               uint32_t* id) {
   // Both types are the platform's C convention with a 32-bit result.
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
-  const ValueResult<void*> made = FromPointer(
+  return FromPointer(
       CreateThread(nullptr, stackBytes, start, argument, 0, reinterpret_cast<DWORD*>(id)));
-  return {made.ok, made.error, {made.value}};
 }
 
 Result JoinThread(void* handle) { return FromWait(WaitForSingleObject(handle, INFINITE)); }
