@@ -118,14 +118,15 @@ TEST(SeamThread, HasItsOwnIdentityAndItsOwnSlotValue) {
 
   Seen seen;
   seen.slot = slot.value;
-  const os::ValueResult<os::StartedThread> thread = os::StartThread(LookAround, &seen, 1024);
+  uint32_t id = 0;
+  const os::ValueResult<void*> thread = os::StartThread(LookAround, &seen, 1024, &id);
   ASSERT_TRUE(thread.ok);
-  EXPECT_TRUE(os::JoinThread(thread.value.handle).ok);
-  EXPECT_TRUE(os::CloseThread(thread.value.handle).ok);
+  EXPECT_TRUE(os::JoinThread(thread.value).ok);
+  EXPECT_TRUE(os::CloseThread(thread.value).ok);
 
   EXPECT_NE(seen.id, 0u);
   EXPECT_NE(seen.id, os::CurrentThreadId());
-  EXPECT_TRUE(thread.value.id == 0 || thread.value.id == seen.id);
+  EXPECT_TRUE(id == 0 || id == seen.id);
   EXPECT_EQ(seen.before, nullptr);
   EXPECT_EQ(seen.after, &seen);
   EXPECT_EQ(os::ReadThreadSlot(slot.value), &mine);
@@ -138,9 +139,9 @@ TEST(SeamThread, RunsOnAfterItsHandleIsClosed) {
     *static_cast<std::atomic<uint32_t>*>(argument) = 1;
     return 0;
   };
-  const os::ValueResult<os::StartedThread> thread = os::StartThread(finish, &done, 0);
+  const os::ValueResult<void*> thread = os::StartThread(finish, &done, 0);
   ASSERT_TRUE(thread.ok);
-  EXPECT_TRUE(os::CloseThread(thread.value.handle).ok);
+  EXPECT_TRUE(os::CloseThread(thread.value).ok);
   while (done == 0) os::YieldThread();
 }
 
@@ -189,11 +190,11 @@ TEST(SeamPark, LosesNoWakeUp) {
     ASSERT_TRUE(made.ok);
     semaphore = made.value;
   }
-  const os::ValueResult<os::StartedThread> second = os::StartThread(SecondPlayer, &table, 0);
+  const os::ValueResult<void*> second = os::StartThread(SecondPlayer, &table, 0);
   ASSERT_TRUE(second.ok);
   TakeTurns(&table, 0);
-  EXPECT_TRUE(os::JoinThread(second.value.handle).ok);
-  EXPECT_TRUE(os::CloseThread(second.value.handle).ok);
+  EXPECT_TRUE(os::JoinThread(second.value).ok);
+  EXPECT_TRUE(os::CloseThread(second.value).ok);
   EXPECT_EQ(table.turn, 0);
   for (void* semaphore : table.semaphores) EXPECT_TRUE(os::CloseParkSemaphore(semaphore).ok);
   EXPECT_TRUE(os::CloseParkMutex(table.mutex).ok);

@@ -54,18 +54,21 @@ void AnswerCheck::ShowMissing() const {
   }
 }
 
-bool AnswerCheck::Conclude() {
-  const uint32_t lines = std::max(compared_, expected_.count());
-  const uint32_t agreeing = compared_ - differences_.count();
-  if (agreeing != lines) {
-    Heading("Differences");
-    for (uint32_t at = 0; at < differences_.count(); ++at) Show(differences_[at]);
-    ShowMissing();
-  }
+uint32_t AnswerCheck::lines() const { return std::max(compared_, expected_.count()); }
+
+void AnswerCheck::ShowDifferences(const char* title) const {
+  if (agreeing() == lines()) return;
+  Heading(title);
+  for (uint32_t at = 0; at < differences_.count(); ++at) Show(differences_[at]);
+  ShowMissing();
+}
+
+bool AnswerCheck::Conclude() const {
+  ShowDifferences("Differences");
   const std::string_view name = FileName(path_);
-  printf("\n%u of %u answers agree with %.*s\n", agreeing, lines, static_cast<int>(name.size()),
+  printf("\n%u of %u answers agree with %.*s\n", agreeing(), lines(), static_cast<int>(name.size()),
          name.data());
-  return agreeing == lines;
+  return agreeing() == lines();
 }
 
 }  // namespace cellhost

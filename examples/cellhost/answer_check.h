@@ -25,7 +25,12 @@ class AnswerCheck {
 
   // After the last answer: shows what differs, and says in one line how many agree. Whether all
   // do, and none was expected beyond them.
-  bool Conclude();
+  bool Conclude() const;
+
+  // The parts of it.
+  uint32_t agreeing() const { return compared_ - differences_.count(); }
+  uint32_t lines() const;  // expected ones and those beyond them
+  void ShowDifferences(const char* title) const;
 
  private:
   struct Difference {

@@ -3,12 +3,19 @@
 // and answers queries. Here are only the program's start and end.
 //
 //   command_line                      which command
-//     run_command  system_report      the commands
+//     run_command  system_report      the commands of one process
 //       fact_loader csv_reader        facts into a cube
 //       query answer answer_check     queries, answers, comparison
+//     serve_command                   the server of many clients
+//       connection pipe_server        a thread for each client, commands
+//       worker request_ring service   threads that answer queries, what all threads share
+//     ask_command  pipe_client        its clients
+//       protocol pipe_end waiting     messages, pipes, time limits
+//     demo_command demo_client        a server and clients, each a process
+//       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library
-//   host thread_record                the library's start-up, and what each thread has
+//   host host_thread thread_record    the library's start-up, threads, what each thread has
 #include "command_line.h"
 #include "exit_code.h"
 #include "host.h"
@@ -16,12 +23,34 @@
 
 using namespace cellhost;
 
+namespace {
+
+int Do(const CommandLine& line) {
+  switch (line.command) {
+    case Command::kRun:
+      return RunCommand(line.run);
+    case Command::kReport:
+      return ReportCommand();
+    case Command::kServe:
+      return ServeCommand(line.serve);
+    case Command::kAsk:
+      return AskCommand(line.ask);
+    case Command::kSend:
+      return SendCommand(line.send);
+    case Command::kDemo:
+      return DemoCommand(line.demo);
+  }
+  return kExitFailed;
+}
+
+}  // namespace
+
 int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
   if (!StartHost()) return kExitFailed;
-  exitCode = line.command == Command::kReport ? ReportCommand() : RunCommand(line.run);
+  exitCode = Do(line);
   StopHost();
   return exitCode;
 }

@@ -11,6 +11,7 @@
 
 #include "exit_code.h"
 #include "kivsdu_version.h"
+#include "protocol.h"
 
 namespace cellhost {
 namespace {
@@ -27,19 +28,98 @@ constexpr char kDetails[] =
 constexpr char kDefaultFacts[] = "examples/cellhost/data/facts.csv";
 constexpr char kDefaultQueries[] = "examples/cellhost/data/queries.txt";
 
-CLI::App* AddRun(CLI::App* app, RunOptions* run) {
+constexpr char kDefaultAnswers[] = "examples/cellhost/data/answers.txt";
+
+constexpr uint32_t kWaitSecondsMax = 600;
+
+void AddFacts(CLI::App* command, std::string* facts) {
+  *facts = kDefaultFacts;
+  command->add_option("--facts", *facts, "CSV file: dimensions, and last the measure")
+      ->type_name("FILE")
+      ->capture_default_str();
+}
+
+void AddQueries(CLI::App* command, std::string* queries) {
+  *queries = kDefaultQueries;
+  command->add_option("--queries", *queries, "Queries, one a line: SUM, TOP or CELL")
+      ->type_name("FILE")
+      ->capture_default_str();
+}
+
+CLI::Option* AddAnswers(CLI::App* command, std::string* answers, const char* text) {
+  return command->add_option("--answers", *answers, text)->type_name("FILE");
+}
+
+// The library asks for a name without any folder.
+CLI::Option* AddPipe(CLI::App* command, std::string* pipe) {
+  const auto isName = [](const std::string& name) {
+    const bool bad = name.empty() || name.find_first_of("/\\") != name.npos;
+    return std::string(bad ? "a pipe's name has no slashes and is not empty" : "");
+  };
+  return command->add_option("--pipe", *pipe, "Name of the control pipe")
+      ->type_name("NAME")
+      ->check(isName);
+}
+
+void AddClient(CLI::App* command, std::string* pipe, uint32_t* waitSeconds) {
+  *pipe = kDefaultPipe;
+  *waitSeconds = 0;
+  AddPipe(command, pipe)->capture_default_str();
+  command->add_option("--wait", *waitSeconds, "How long to wait for a server that is not there yet")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0u, kWaitSecondsMax))
+      ->capture_default_str();
+}
+
+void AddRun(CLI::App* app, RunOptions* run) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
-  run->facts = kDefaultFacts;
-  run->queries = kDefaultQueries;
-  command->add_option("--facts", run->facts, "CSV file: dimensions, and last the measure")
-      ->type_name("FILE")
-      ->capture_default_str();
-  command->add_option("--queries", run->queries, "Queries, one a line: SUM, TOP or CELL")
-      ->type_name("FILE")
-      ->capture_default_str();
-  command->add_option("--answers", run->answers, "Expected answers; without it none are compared")
-      ->type_name("FILE");
-  return command;
+  AddFacts(command, &run->facts);
+  AddQueries(command, &run->queries);
+  AddAnswers(command, &run->answers, "Expected answers; without it none are compared");
+}
+
+void AddServe(CLI::App* app, ServeOptions* serve) {
+  CLI::App* command = app->add_subcommand("serve", "Load facts and serve clients over a pipe");
+  AddFacts(command, &serve->facts);
+  serve->pipe = kDefaultPipe;
+  AddPipe(command, &serve->pipe)->capture_default_str();
+}
+
+void AddAsk(CLI::App* app, AskOptions* ask) {
+  CLI::App* command = app->add_subcommand("ask", "Ask a server the queries");
+  AddClient(command, &ask->pipe, &ask->waitSeconds);
+  AddQueries(command, &ask->queries);
+  CLI::Option* answers =
+      AddAnswers(command, &ask->answers, "Expected answers; without it they are printed");
+  ask->endless = false;
+  command->add_flag("--endless", ask->endless, "Ask over and over until the program is ended")
+      ->excludes(answers);
+}
+
+void AddSend(CLI::App* app, SendOptions* send) {
+  CLI::App* command = app->add_subcommand("send", "Send a server one command, print the reply");
+  AddClient(command, &send->pipe, &send->waitSeconds);
+  command->add_option("command", send->command, "CHUNK, STATS, STOP, or QUERY and a query")
+      ->required();
+}
+
+void AddDemo(CLI::App* app, DemoOptions* demo) {
+  CLI::App* command = app->add_subcommand("demo", "Run a server and clients, and lose a client");
+  AddFacts(command, &demo->facts);
+  AddQueries(command, &demo->queries);
+  demo->answers = kDefaultAnswers;
+  AddAnswers(command, &demo->answers, "Expected answers")->capture_default_str();
+  demo->pipe = kDefaultPipe;
+  AddPipe(command, &demo->pipe)->capture_default_str();
+}
+
+Command CommandOf(const CLI::App& app) {
+  if (app.got_subcommand("report")) return Command::kReport;
+  if (app.got_subcommand("serve")) return Command::kServe;
+  if (app.got_subcommand("ask")) return Command::kAsk;
+  if (app.got_subcommand("send")) return Command::kSend;
+  if (app.got_subcommand("demo")) return Command::kDemo;
+  return Command::kRun;
 }
 
 // The parser takes the arguments last first. Options alone belong to `run`.
@@ -62,7 +142,11 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   app.set_version_flag("--version", "cellhost " KIVSDU_VERSION_TEXT);
   app.require_subcommand(0, 1);
   AddRun(&app, &line->run);
-  const CLI::App* report = app.add_subcommand("report", "Print the system report alone");
+  app.add_subcommand("report", "Print the system report alone");
+  AddServe(&app, &line->serve);
+  AddAsk(&app, &line->ask);
+  AddSend(&app, &line->send);
+  AddDemo(&app, &line->demo);
   try {
     app.parse(Reversed(count, arguments));
   } catch (const CLI::ParseError& error) {
@@ -70,7 +154,7 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
     *exitCode = app.exit(error) == 0 ? kExitDone : kExitFailed;
     return false;
   }
-  line->command = report->parsed() ? Command::kReport : Command::kRun;
+  line->command = CommandOf(app);
   return true;
 }
 

@@ -2,15 +2,22 @@
 #ifndef CELLHOST_COMMAND_LINE_H
 #define CELLHOST_COMMAND_LINE_H
 
+#include "ask_command.h"
+#include "demo_command.h"
 #include "run_command.h"
+#include "serve_command.h"
 
 namespace cellhost {
 
-enum class Command { kRun, kReport };
+enum class Command { kRun, kReport, kServe, kAsk, kSend, kDemo };
 
 struct CommandLine {
   Command command;
   RunOptions run;
+  ServeOptions serve;
+  AskOptions ask;
+  SendOptions send;
+  DemoOptions demo;
 };
 
 // Reads the arguments of main. False when there is nothing to do but to return *exitCode: help

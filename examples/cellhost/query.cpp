@@ -1,6 +1,9 @@
 // From lines to queries; see query.h.
 #include "query.h"
 
+#include <stdarg.h>
+#include <stdio.h>
+
 #include <charconv>
 
 #include "complain.h"
@@ -58,35 +61,34 @@ bool TakeWord(std::string_view* text, char* room, Word* word) {
   return !quoted;
 }
 
-// One line on its way to a query.
-struct Line {
-  const char* path;
-  uint32_t number;
-  std::string_view text;
-};
+// Says what is wrong with a query. Always false, to be returned.
+CELLHOST_FORMAT(2, 3) bool Wrong(QueryFault* fault, const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  vsnprintf(fault->text, sizeof fault->text, format, values);
+  va_end(values);
+  return false;
+}
 
-bool SplitWords(const Line& line, TextStack* stack, Words* words) {
+bool SplitWords(std::string_view text, TextStack* stack, Words* words, QueryFault* fault) {
   words->count = 0;
-  for (std::string_view left = line.text; !left.empty(); left = Trimmed(left)) {
+  for (std::string_view left = text; !left.empty(); left = Trimmed(left)) {
     if (words->count == kWordsMax) {
-      return ComplainAt(line.path, line.number,
-                        "more than %u words; quote a member that has blanks", kWordsMax);
+      return Wrong(fault, "more than %u words; quote a member that has blanks", kWordsMax);
     }
     char* room = nullptr;
-    if (!stack->MakeRoom(left.size(), &room)) return false;
+    if (!stack->MakeRoom(left.size(), &room)) return Wrong(fault, "no memory for the query");
     if (!TakeWord(&left, room, &words->word[words->count++])) {
-      return ComplainAt(line.path, line.number,
-                        "a quote is not closed; add one, or double it if it is part of a name");
+      return Wrong(fault, "a quote is not closed; add one, or double it if it is part of a name");
     }
   }
   return true;
 }
 
-bool ParseSum(const Line& line, const Words& words, Query* query) {
+bool ParseSum(const Words& words, Query* query, QueryFault* fault) {
   const Word& pair = words.word[1];
   if (words.count != 2 || pair.equals == kNoEquals || pair.equals == 0) {
-    return ComplainAt(line.path, line.number,
-                      "write SUM dimension=member; quote names that have blanks");
+    return Wrong(fault, "write SUM dimension=member; quote names that have blanks");
   }
   query->kind = QueryKind::kSum;
   query->dimension = pair.text.substr(0, pair.equals);
@@ -94,22 +96,20 @@ bool ParseSum(const Line& line, const Words& words, Query* query) {
   return true;
 }
 
-bool ParseTop(const Line& line, const Words& words, Query* query) {
+bool ParseTop(const Words& words, Query* query, QueryFault* fault) {
   const std::string_view count = words.count == 3 ? words.word[2].text : std::string_view();
   const char* end = count.data() + count.size();
   const auto [stop, error] = std::from_chars(count.data(), end, query->topCount);
   if (words.count != 3 || error != std::errc() || stop != end || query->topCount == 0) {
-    return ComplainAt(line.path, line.number,
-                      "write TOP dimension count, with a whole number from 1 on");
+    return Wrong(fault, "write TOP dimension count, with a whole number from 1 on");
   }
   query->kind = QueryKind::kTop;
   query->dimension = words.word[1].text;
   return true;
 }
 
-bool ParseCell(const Line& line, const Words& words, Query* query) {
-  if (words.count == 1)
-    return ComplainAt(line.path, line.number, "write CELL and a member of each dimension");
+bool ParseCell(const Words& words, Query* query, QueryFault* fault) {
+  if (words.count == 1) return Wrong(fault, "write CELL and a member of each dimension");
   query->kind = QueryKind::kCell;
   for (uint32_t at = 1; at < words.count; ++at) {
     query->members[query->memberCount++] = words.word[at].text;
@@ -117,31 +117,35 @@ bool ParseCell(const Line& line, const Words& words, Query* query) {
   return true;
 }
 
-bool ParseQuery(const Line& line, TextStack* stack, Query* query) {
-  Words words;
-  if (!SplitWords(line, stack, &words)) return false;
-  *query = {};
-  query->text = line.text;
-  const std::string_view verb = words.word[0].text;
-  if (verb == "SUM") return ParseSum(line, words, query);
-  if (verb == "TOP") return ParseTop(line, words, query);
-  if (verb == "CELL") return ParseCell(line, words, query);
-  return ComplainAt(line.path, line.number,
-                    "'%.*s' is no query; write SUM, TOP or CELL in capitals",
-                    static_cast<int>(verb.size()), verb.data());
-}
-
 }  // namespace
+
+bool ParseQuery(std::string_view text, TextStack* stack, Query* query, QueryFault* fault) {
+  *query = {};
+  query->text = Trimmed(text);
+  if (query->text.empty()) return Wrong(fault, "the query is empty; write SUM, TOP or CELL");
+  Words words;
+  if (!SplitWords(query->text, stack, &words, fault)) return false;
+  const std::string_view verb = words.word[0].text;
+  if (verb == "SUM") return ParseSum(words, query, fault);
+  if (verb == "TOP") return ParseTop(words, query, fault);
+  if (verb == "CELL") return ParseCell(words, query, fault);
+  return Wrong(fault, "'%.*s' is no query; write SUM, TOP or CELL in capitals",
+               static_cast<int>(verb.size()), verb.data());
+}
 
 QueryFile::QueryFile() : queries_(kSource) {}
 
 bool QueryFile::Read(const char* path) {
   if (!lines_.Read(path, "--queries")) return false;
   for (uint32_t at = 0; at < lines_.count(); ++at) {
-    const Line line = {.path = path, .number = at + 1, .text = Trimmed(lines_.line(at))};
-    if (line.text.empty() || line.text.starts_with('#')) continue;
+    const std::string_view text = Trimmed(lines_.line(at));
+    if (text.empty() || text.starts_with('#')) continue;
     Query query;
-    if (!ParseQuery(line, &words_, &query) || !queries_.Append(query)) return false;
+    QueryFault fault;
+    if (!ParseQuery(text, &words_, &query, &fault)) {
+      return ComplainAt(path, at + 1, "%s", fault.text);
+    }
+    if (!queries_.Append(query)) return false;
   }
   return true;
 }

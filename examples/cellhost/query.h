@@ -32,6 +32,20 @@ struct Query {
   std::string_view members[kDimensionsMax];
 };
 
+// What is wrong with a query, and what to do.
+struct QueryFault {
+  char text[160];
+};
+
+// From a text to a query.
+//
+//   text   one line; must stay as long as the query is used
+//   stack  receives the query's words
+//   fault  set when the text is no query
+//
+// Whether it is one.
+bool ParseQuery(std::string_view text, TextStack* stack, Query* query, QueryFault* fault);
+
 // A file of queries, which owns all their texts.
 class QueryFile {
  public:

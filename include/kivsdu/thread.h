@@ -19,7 +19,7 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
  *   ignored     any value
  *   stackBytes  0 for the system's default
  *   argument    handed to the routine
- *   id          receives the thread's identifier; must not be null
+ *   id          receives the thread's identifier before the thread runs; must not be null
  *   thread      receives the handle, null on failure; must not be null. Give it back with
  *               KivSdThreadDelete
  *
@@ -94,8 +94,9 @@ KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* Ends a process with exit code 0.
  *
- * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5. Any other failure is a success
- *                              whose OS error the context keeps: the process had ended */
+ * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5; Windows also denies it for a process
+ *                              that has ended. Any other failure is a success whose OS error
+ *                              the context keeps */
 KIVSDU_API uint32_t KivSdProcessDelete(KivSdContext* ctx, KivHandle process);
 
 /* The calling process's identifier.

@@ -16,14 +16,12 @@ namespace kiv::os {
 // What a thread runs; the calling convention is the platform's for C.
 using ThreadRoutine = uint32_t (*)(void* argument);
 
-struct StartedThread {
-  void* handle;
-  uint32_t id;  // what CurrentThreadId gives in the thread; 0 where only the thread knows it
-};
-
-// Starts a thread. `stackBytes` 0 takes the platform's default; a value below the platform's
-// least is raised to it.
-ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes);
+// Starts a thread and gives its handle. `stackBytes` 0 takes the platform's default; a value below
+// the platform's least is raised to it. `id`, unless null, receives what CurrentThreadId gives in
+// the thread, before the thread runs: its routine may read the variable, or end and free it. It is
+// left alone on a failure, and where only the thread knows its identifier.
+ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
+                               uint32_t* id = nullptr);
 
 // Waits until the thread has ended. On a platform where joining closes the thread (lnx),
 // CloseThread after it does nothing.

@@ -31,10 +31,9 @@ uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine routine, uint64
     return Report(ctx, KIV_ST_ARGUMENT);
   }
   *thread = nullptr;
-  const os::ValueResult<os::StartedThread> started = os::StartThread(routine, argument, stackBytes);
+  const os::ValueResult<void*> started = os::StartThread(routine, argument, stackBytes, id);
   if (!started.ok) return Report(ctx, KIV_ST_THREAD_CREATE, started.error);
-  *thread = started.value.handle;
-  *id = started.value.id;
+  *thread = started.value;
   return Report(ctx, KIV_ST_OK);
 }
 

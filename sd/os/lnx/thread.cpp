@@ -47,14 +47,15 @@ int CreateWithStack(pthread_t* id, Start* start, uint32_t stackBytes) {
 
 }  // namespace
 
-ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes) {
+ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
+                               uint32_t* /*id*/) {
   std::unique_ptr<Thread> thread(new (std::nothrow) Thread{});
   std::unique_ptr<Start> start(new (std::nothrow) Start{routine, argument});
-  if (thread == nullptr || start == nullptr) return {false, ENOMEM, {}};
+  if (thread == nullptr || start == nullptr) return {false, ENOMEM, nullptr};
   const Result result = FromCode(CreateWithStack(&thread->id, start.get(), stackBytes));
-  if (!result.ok) return {false, result.error, {}};
+  if (!result.ok) return {false, result.error, nullptr};
   static_cast<void>(start.release());
-  return {true, 0, {thread.release(), 0}};
+  return {true, 0, thread.release()};
 }
 
 Result JoinThread(void* handle) {

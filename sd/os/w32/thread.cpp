@@ -4,13 +4,14 @@
 
 namespace kiv::os {
 
-ValueResult<StartedThread> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes) {
+static_assert(sizeof(DWORD) == sizeof(uint32_t));
+
+ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
+                               uint32_t* id) {
   // Both types are the platform's C convention with a 32-bit result.
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
-  DWORD id = 0;
-  const ValueResult<void*> made =
-      FromPointer(CreateThread(nullptr, stackBytes, start, argument, 0, &id));
-  return {made.ok, made.error, {made.value, id}};
+  return FromPointer(
+      CreateThread(nullptr, stackBytes, start, argument, 0, reinterpret_cast<DWORD*>(id)));
 }
 
 Result JoinThread(void* handle) { return FromWait(WaitForSingleObject(handle, INFINITE)); }

@@ -1,0 +1,79 @@
+// `cellhost ask` and `cellhost send`; see ask_command.h.
+#include "ask_command.h"
+
+#include <stdio.h>
+
+#include "answer_check.h"
+#include "complain.h"
+#include "exit_code.h"
+#include "pipe_client.h"
+#include "protocol.h"
+#include "query.h"
+
+namespace cellhost {
+namespace {
+
+constexpr uint32_t kMsPerSecond = 1000;
+
+void PrintLine(std::string_view line) {
+  printf("%.*s\n", static_cast<int>(line.size()), line.data());
+  fflush(stdout);  // whoever reads it through a pipe has it now
+}
+
+// Asks one query; prints the answer, or compares it if there is a check.
+bool AskOne(PipeClient* server, const Query& query, AnswerCheck* check) {
+  RequestText request;
+  Reply reply;
+  if (!request.Set(kQuery, query.text) || !server->Ask(request.text(), &reply)) return false;
+  if (!reply.ok) {
+    return Complain("'%.*s': %.*s", static_cast<int>(query.text.size()), query.text.data(),
+                    static_cast<int>(reply.text.size()), reply.text.data());
+  }
+  if (check != nullptr) return check->Compare(reply.text);
+  PrintLine(reply.text);
+  return true;
+}
+
+bool AskAll(PipeClient* server, const QueryFile& queries, AnswerCheck* check) {
+  for (uint32_t at = 0; at < queries.count(); ++at) {
+    if (!AskOne(server, queries.query(at), check)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int AskCommand(const AskOptions& options) {
+  QueryFile queries;
+  AnswerCheck expected;
+  AnswerCheck* check = options.answers.empty() ? nullptr : &expected;
+  if (!queries.Read(options.queries.c_str())) return kExitFailed;
+  if (check != nullptr && !check->Read(options.answers.c_str())) return kExitFailed;
+
+  PipeClient server;
+  if (!server.Open(options.pipe.c_str(), options.waitSeconds * kMsPerSecond)) return kExitFailed;
+  do {
+    if (!AskAll(&server, queries, check)) return kExitFailed;
+  } while (options.endless && queries.count() != 0);
+  server.Leave();
+  if (check == nullptr || check->Conclude()) return kExitDone;
+  return kExitAnswersDiffer;
+}
+
+int SendCommand(const SendOptions& options) {
+  PipeClient server;
+  Reply reply;
+  if (!server.Open(options.pipe.c_str(), options.waitSeconds * kMsPerSecond) ||
+      !server.Ask(options.command, &reply)) {
+    return kExitFailed;
+  }
+  if (reply.ok) {
+    PrintLine(reply.text);
+  } else {
+    Complain("%.*s", static_cast<int>(reply.text.size()), reply.text.data());
+  }
+  server.Leave();
+  return reply.ok ? kExitDone : kExitFailed;
+}
+
+}  // namespace cellhost

@@ -1,0 +1,116 @@
+// Serving clients; see connection.h.
+#include "connection.h"
+
+#include <stdio.h>
+
+#include "complain.h"
+#include "protocol.h"
+
+namespace cellhost {
+namespace {
+
+constexpr uint32_t kStatsBytes = 256;  // six numbers with their names
+constexpr uint32_t kChunkBytes = 32;
+constexpr uint32_t kGoodbyeMs = 3000;  // for a client to read the last reply and close the pipe
+
+}  // namespace
+
+bool Connection::Start(Service* service, const char* pipe, bool first) {
+  service_ = service;
+  return request_.Create() && pipe_.Create(pipe, kConnections, first) &&
+         thread_.Start([](void* self) { static_cast<Connection*>(self)->Run(); }, this);
+}
+
+void Connection::Run() {
+  while (!service_->stopping()) {
+    const Accepted accepted = pipe_.Accept();
+    if (service_->stopping()) return;  // it was WakeAccept, or came too late
+    if (accepted == Accepted::kFailed) return service_->Fail();
+    const uint32_t client = service_->clients.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (accepted == Accepted::kClient) {
+      ServeClient(client);
+    } else {
+      service_->lost.fetch_add(1, std::memory_order_relaxed);
+    }
+    pipe_.CutOff();
+  }
+}
+
+void Connection::ServeClient(uint32_t client) {
+  Next next = Next::kGoOn;
+  while (next == Next::kGoOn) next = ServeRequest(client);
+  if (next == Next::kLost) service_->lost.fetch_add(1, std::memory_order_relaxed);
+  if (next == Next::kCut) pipe_.AwaitGone(TimeLimit(kGoodbyeMs));
+}
+
+Connection::Next Connection::ServeRequest(uint32_t client) {
+  // A client that never pauses must not keep the server from ending.
+  if (service_->stopping()) return Next::kCut;
+  std::string_view message;
+  switch (pipe_.Receive({.limit = nullptr, .stop = &service_->stop}, &message)) {
+    case Received::kMessage:
+      return Obey(client, message);
+    case Received::kGone:
+      return Next::kLost;
+    case Received::kTooLong:
+      // Where the next message starts is not known any more.
+      return Tell("ERROR the request is too long; the server takes 8192 bytes") == Next::kLost
+                 ? Next::kLost
+                 : Next::kCut;
+    case Received::kStopped:
+    case Received::kTimedOut:
+    case Received::kNoMemory:
+      break;
+  }
+  return Next::kCut;
+}
+
+Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
+  const std::string_view verb = TakeVerb(&message);
+  if (verb == kQuery) return Answer(message);
+  if (verb == kChunk) return TellChunk(client);
+  if (verb == kStats) return TellStats();
+  if (verb == kBye) return Next::kLeft;
+  if (verb != kStop) {
+    return Tell("ERROR no such command; send CHUNK, STATS, QUERY and a query, STOP or BYE");
+  }
+  const Next next = Tell("OK stopping");
+  service_->Stop();
+  return next;
+}
+
+Connection::Next Connection::Tell(std::string_view reply) {
+  return pipe_.Send(reply) ? Next::kGoOn : Next::kLost;
+}
+
+Connection::Next Connection::TellChunk(uint32_t client) {
+  char reply[kChunkBytes];
+  snprintf(reply, sizeof reply, "OK %u", client);
+  return Tell(reply);
+}
+
+Connection::Next Connection::TellStats() {
+  const uint64_t queries = service_->queries.load(std::memory_order_relaxed);
+  char reply[kStatsBytes];
+  snprintf(reply, sizeof reply,
+           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, uptime %llu s",
+           static_cast<unsigned long long>(service_->rows), service_->cube.cells().count(),
+           service_->clients.load(std::memory_order_relaxed),
+           service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
+           static_cast<unsigned long long>(service_->uptimeSeconds()));
+  return Tell(reply);
+}
+
+Connection::Next Connection::Answer(std::string_view query) {
+  request_.query = query;
+  // Without a wait the worker might still use the request, so that nothing more can be said.
+  if (!service_->ring.Put(&request_) || !request_.AwaitDone()) {
+    service_->Fail();
+    return Next::kCut;
+  }
+  const HostArray<char>& reply = request_.reply;
+  if (reply.count() == 0) return Tell("ERROR no memory for the answer");
+  return Tell({reply.data(), reply.count()});
+}
+
+}  // namespace cellhost

@@ -1,0 +1,56 @@
+// A connection: an instance of the control pipe and the thread that serves its clients, one
+// after the other. Queries go to the workers; the thread answers everything else itself.
+#ifndef CELLHOST_CONNECTION_H
+#define CELLHOST_CONNECTION_H
+
+#include <stdint.h>
+
+#include <string_view>
+
+#include "host_thread.h"
+#include "pipe_server.h"
+#include "request_ring.h"
+#include "service.h"
+
+namespace cellhost {
+
+class Connection {
+ public:
+  // Makes the instance and starts its thread.
+  //
+  //   service  not copied
+  //   first    whether no other connection has been made
+  //
+  // False on failure, which has then been told.
+  bool Start(Service* service, const char* pipe, bool first);
+
+  // After Service::Stop: whether the thread has ended within the limit. A thread that waits for
+  // a client has to be woken too (WakeAccept).
+  bool EndsWithin(int32_t limitMs) { return thread_.EndsWithin(limitMs); }
+
+ private:
+  enum class Next {
+    kGoOn,
+    kLeft,  // with BYE
+    kLost,  // without
+    kCut,   // it is the server that ends it
+  };
+
+  void Run();
+  void ServeClient(uint32_t client);
+  Next ServeRequest(uint32_t client);
+  Next Obey(uint32_t client, std::string_view message);
+  Next Answer(std::string_view query);
+  Next Tell(std::string_view reply);
+  Next TellChunk(uint32_t client);
+  Next TellStats();
+
+  Service* service_ = nullptr;
+  PipeServer pipe_;
+  Request request_;
+  HostThread thread_;  // last: it uses the others until it has ended
+};
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,55 @@
+// The demo's clients: processes that ask, and the comparison of what they print.
+#ifndef CELLHOST_DEMO_CLIENT_H
+#define CELLHOST_DEMO_CLIENT_H
+
+#include <stdint.h>
+
+#include "answer_check.h"
+#include "child_process.h"
+#include "demo_command.h"
+
+namespace cellhost {
+
+class DemoClient {
+ public:
+  // Starts a client that asks each query once and leaves. False on failure, which has then been
+  // told.
+  //
+  //   number  from 1; for what is printed
+  bool Start(const DemoOptions& options, uint32_t number);
+
+  // Waits for the end, compares all answers and prints the outcome. Whether all agree.
+  bool Finish();
+
+  uint32_t agreeing() const { return check_.agreeing(); }
+  uint32_t expected() const { return check_.lines(); }
+
+ private:
+  bool CompareAll();
+
+  uint32_t number_ = 0;
+  ChildProcess process_;
+  AnswerCheck check_;
+};
+
+// The client that is to be lost: it asks its queries over and over, so that whenever it is
+// killed, it is in their middle.
+class LostClient {
+ public:
+  bool Start(const DemoOptions& options);
+
+  // Waits until some answers have come, kills the client, compares the answers and prints the
+  // outcome. Whether all of that went well.
+  bool Lose();
+
+ private:
+  bool AwaitAnswers();
+  bool CompareAll(uint32_t* answers);
+
+  ChildProcess process_;
+  TextLines expected_;
+};
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,162 @@
+// `cellhost demo`; see demo_command.h. Nothing is taken for granted after a pause: each step
+// waits for what it needs and gives up after a limit.
+#include "demo_command.h"
+
+#include <stdio.h>
+
+#include <charconv>
+
+#include "child_process.h"
+#include "complain.h"
+#include "demo_client.h"
+#include "exit_code.h"
+#include "kivsdu/thread.h"
+#include "page.h"
+#include "pipe_client.h"
+#include "protocol.h"
+#include "thread_record.h"
+
+namespace cellhost {
+namespace {
+
+constexpr uint32_t kClients = 4;
+constexpr uint32_t kAtOnce = 2;  // of these, together with the one that is lost
+
+constexpr uint32_t kLoadLimitMs = 30 * 1000;
+constexpr uint32_t kNoticeLimitMs = 10 * 1000;
+constexpr uint32_t kStopLimitMs = 20 * 1000;
+constexpr uint32_t kTryMs = 50;
+constexpr double kUsPerSecond = 1e6;
+
+// What is added up for the last line.
+struct Outcome {
+  uint32_t agreeing;
+  uint32_t expected;
+  uint32_t lost;  // clients that the server counts as lost
+  bool serverEnded;
+};
+
+// Starts the server and waits until it has loaded the facts and made its pipe.
+bool StartServer(const DemoOptions& options, ChildProcess* server) {
+  const Stopwatch watch;
+  const TimeLimit limit(kLoadLimitMs);
+  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe})) return false;
+  for (Pause pause; !ServerListens(options.pipe.c_str(), kTryMs); pause.Take()) {
+    if (!server->alive()) return Complain("the server ended before it served; it said why above");
+    if (limit.passed()) {
+      return Complain("the server has not loaded the facts within %u s; give it fewer with --facts",
+                      kLoadLimitMs / 1000);
+    }
+  }
+  Heading("Server");
+  Item("Process", "%u, ready after %.3f s", server->id(), watch.elapsedUs() / kUsPerSecond);
+  Item("Pipe", "%s", options.pipe.c_str());
+  return true;
+}
+
+bool FinishClient(DemoClient* client, Outcome* outcome) {
+  const bool done = client->Finish();
+  outcome->agreeing += client->agreeing();
+  outcome->expected += client->expected();
+  return done;
+}
+
+// Two clients and the one to be lost at the same time.
+bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
+  Heading("Clients at the same time");
+  LostClient lost;
+  DemoClient clients[kAtOnce];
+  if (!lost.Start(options)) return false;
+  for (uint32_t at = 0; at < kAtOnce; ++at) {
+    if (!clients[at].Start(options, at + 1)) return false;
+  }
+  bool done = lost.Lose();
+  for (DemoClient& client : clients) {
+    if (!FinishClient(&client, outcome)) done = false;
+  }
+  return done;
+}
+
+bool RunInTurn(const DemoOptions& options, Outcome* outcome) {
+  Heading("Clients one after another");
+  bool done = true;
+  for (uint32_t number = kAtOnce + 1; number <= kClients; ++number) {
+    DemoClient client;
+    if (!client.Start(options, number) || !FinishClient(&client, outcome)) done = false;
+  }
+  return done;
+}
+
+bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
+  if (!control->Ask(request, reply)) return false;
+  Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
+  return reply->ok;
+}
+
+uint32_t LostOf(std::string_view stats) {
+  uint32_t lost = 0;
+  const size_t at = stats.find(kStatLost);
+  if (at == stats.npos) return 0;
+  const std::string_view number = stats.substr(at + kStatLost.size());
+  std::from_chars(number.data(), number.data() + number.size(), lost);
+  return lost;
+}
+
+// The server sees a lost client when it next looks into its pipe, so that STATS is asked until
+// it has.
+bool AwaitNotice(PipeClient* control, Outcome* outcome) {
+  const TimeLimit limit(kNoticeLimitMs);
+  Reply reply;
+  for (Pause pause; outcome->lost == 0; pause.Take()) {
+    if (!control->Ask(kStats, &reply)) return false;
+    outcome->lost = LostOf(reply.text);
+    if (limit.passed()) return Complain("the server has not noticed the client that was killed");
+  }
+  return AskAndPrint(control, kStats, &reply);
+}
+
+// Stats and stop; whether the server took the commands.
+bool ControlServer(const DemoOptions& options, Outcome* outcome) {
+  Heading("Control");
+  PipeClient control;
+  Reply reply;
+  if (!control.Open(options.pipe.c_str(), 0)) return false;
+  const bool asked = AskAndPrint(&control, kChunk, &reply) && AwaitNotice(&control, outcome);
+  const bool stopped = AskAndPrint(&control, kStop, &reply);
+  control.Leave();
+  return asked && stopped;
+}
+
+bool EndServer(ChildProcess* server, Outcome* outcome) {
+  const TimeLimit limit(kStopLimitMs);
+  if (!server->AwaitEnd(limit)) return false;
+  const uint32_t exitCode = server->exitCode();
+  Item("Server", "process %u ended, exit code %u", server->id(), exitCode);
+  outcome->serverEnded = exitCode == kExitDone;
+  return outcome->serverEnded;
+}
+
+void PrintOutcome(const Outcome& outcome) {
+  printf("\n%u of %u answers of %u clients agree; %u %s lost%s; the server %s\n", outcome.agreeing,
+         outcome.expected, kClients, outcome.lost == 0 ? 1 : outcome.lost,
+         outcome.lost > 1 ? "clients were" : "client was",
+         outcome.lost == 0 ? " and not noticed" : " and noticed",
+         outcome.serverEnded ? "ended cleanly" : "did not end cleanly");
+}
+
+}  // namespace
+
+int DemoCommand(const DemoOptions& options) {
+  ChildProcess server;
+  Outcome outcome = {};
+  if (!StartServer(options, &server)) return kExitFailed;
+  const bool atOnce = RunAtOnce(options, &outcome);
+  const bool inTurn = RunInTurn(options, &outcome);
+  const bool controlled = ControlServer(options, &outcome);
+  const bool ended = EndServer(&server, &outcome);
+  PrintOutcome(outcome);
+  if (outcome.agreeing != outcome.expected) return kExitAnswersDiffer;
+  return atOnce && inTurn && controlled && ended && outcome.lost == 1 ? kExitDone : kExitFailed;
+}
+
+}  // namespace cellhost

@@ -1,0 +1,60 @@
+// What server and clients say to each other on the control pipe.
+//
+// A message is its length in bytes, 32 bits with the lowest byte first, and then so much text:
+//
+//   0        4
+//   | length | text ...
+//
+// The pipe is one of bytes, not of messages: a client's end cannot be put into message mode
+// through the library, and with the length in front neither end depends on a mode. The client
+// asks, the server answers, one message each:
+//
+//   CHUNK         asks for a unit of work     OK 3 (the client's number)
+//   STATS         asks for counts             OK rows 63666, cells 9143, clients 2, lost 0, ...
+//   QUERY <text>  asks a query; see query.h   OK SUM section=libs: 17833030
+//   STOP          ends the server             OK stopping
+//   BYE           the client leaves           no answer
+//
+// or ERROR and what to do. A client that goes without BYE is counted as lost.
+#ifndef CELLHOST_PROTOCOL_H
+#define CELLHOST_PROTOCOL_H
+
+#include <stdint.h>
+
+#include <string_view>
+
+namespace cellhost {
+
+constexpr char kDefaultPipe[] = "cellhost_ctl";
+
+constexpr uint32_t kLengthBytes = 4;
+constexpr uint32_t kRequestBytesMax = 8 * 1024;
+constexpr uint32_t kReplyBytesMax = 16 * 1024 * 1024;
+
+// The server's buffer for requests. A client has one request under way, so that one always fits.
+constexpr uint32_t kRequestBufferBytes = kLengthBytes + kRequestBytesMax;
+constexpr uint32_t kReplyBufferBytes = 64 * 1024;  // a longer reply waits for the client to read
+
+constexpr std::string_view kChunk = "CHUNK";
+constexpr std::string_view kStats = "STATS";
+constexpr std::string_view kQuery = "QUERY";
+constexpr std::string_view kStop = "STOP";
+constexpr std::string_view kBye = "BYE";
+
+constexpr std::string_view kOk = "OK";
+constexpr std::string_view kError = "ERROR";
+
+// In STATS, in front of their counts.
+constexpr std::string_view kStatLost = "lost ";
+
+// Takes the first word off a message, with the blank behind it.
+inline std::string_view TakeVerb(std::string_view* message) {
+  const size_t end = message->find(' ');
+  const std::string_view verb = message->substr(0, end);
+  message->remove_prefix(end == message->npos ? message->size() : end + 1);
+  return verb;
+}
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,113 @@
+// `cellhost serve`; see serve_command.h.
+//
+//   this thread      loads, starts the others, waits for the stop, ends the others
+//   8 connections    one client each; queries go into the ring
+//   4 workers        queries off the ring, answers from the cube
+//
+// The cube is not written to while there are other threads, so that none of them locks it.
+#include "serve_command.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "complain.h"
+#include "connection.h"
+#include "exit_code.h"
+#include "fact_loader.h"
+#include "host_thread.h"
+#include "page.h"
+#include "service.h"
+#include "waiting.h"
+#include "worker.h"
+
+namespace cellhost {
+namespace {
+
+constexpr uint32_t kWorkers = 4;
+constexpr uint32_t kStopLimitMs = 10 * 1000;
+constexpr int32_t kBetweenWakesMs = 20;
+
+bool EndConnections(Connection* connections, const char* pipe) {
+  const TimeLimit limit(kStopLimitMs);
+  for (uint32_t at = 0; at < kConnections; ++at) {
+    // A wake may reach another connection than this one; it is needed there as well.
+    while (!connections[at].EndsWithin(kBetweenWakesMs)) {
+      if (limit.passed()) {
+        return Complain("a client that does not read its answer keeps the server; end the client");
+      }
+      WakeAccept(pipe);
+    }
+  }
+  return true;
+}
+
+bool StartWorkers(Service* service, HostThread* workers) {
+  for (uint32_t at = 0; at < kWorkers; ++at) {
+    if (!workers[at].Start(RunWorker, service)) return false;
+  }
+  return true;
+}
+
+bool StartConnections(Service* service, const char* pipe, Connection* connections) {
+  for (uint32_t at = 0; at < kConnections; ++at) {
+    if (!connections[at].Start(service, pipe, at == 0)) return false;
+  }
+  return true;
+}
+
+void PrintServing(const ServeOptions& options, const Cube& cube, uint64_t rows) {
+  Heading("Serving");
+  Item("Facts", "%s, %s rows in %s cells", options.facts.c_str(), Grouped(rows).text,
+       Grouped(cube.cells().count()).text);
+  Item("Pipe", "%s, for %u clients at a time", options.pipe.c_str(), kConnections);
+  Item("Workers", "%u", kWorkers);
+  Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());
+  fflush(stdout);  // whoever reads it through a pipe has it now
+}
+
+void PrintServed(const Service& service) {
+  Heading("Served");
+  Item("Clients", "%u, %u of them lost", service.clients.load(std::memory_order_relaxed),
+       service.lost.load(std::memory_order_relaxed));
+  Item("Queries", "%s", Grouped(service.queries.load(std::memory_order_relaxed)).text);
+}
+
+// A thread that cannot be ended uses what the others would free: the process ends as it is.
+[[noreturn]] void Abandon() {
+  fflush(stdout);
+  _Exit(kExitFailed);
+}
+
+// Ends all threads, also when not all of them were started.
+void EndAll(Service* service, const char* pipe, Connection* connections) {
+  service->Stop();
+  if (!EndConnections(connections, pipe)) Abandon();
+  for (uint32_t at = 0; at < kWorkers; ++at) service->ring.EndOne();
+}
+
+bool Serve(const ServeOptions& options, Service* service) {
+  const char* pipe = options.pipe.c_str();
+  // Ended and destroyed in the reverse order.
+  HostThread workers[kWorkers];
+  Connection connections[kConnections];
+  const bool started =
+      StartWorkers(service, workers) && StartConnections(service, pipe, connections);
+  if (started) PrintServing(options, service->cube, service->rows);
+  const bool stopped = started && service->AwaitStop();
+  EndAll(service, pipe, connections);
+  return stopped;
+}
+
+}  // namespace
+
+int ServeCommand(const ServeOptions& options) {
+  Cube cube;
+  LoadResult load;
+  if (!LoadFacts(options.facts.c_str(), &cube, &load)) return kExitFailed;
+  Service service(cube, load.rows);
+  if (!service.Create() || !Serve(options, &service)) return kExitFailed;
+  PrintServed(service);
+  return service.failed.load(std::memory_order_relaxed) ? kExitFailed : kExitDone;
+}
+
+}  // namespace cellhost

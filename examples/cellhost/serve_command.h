@@ -1,0 +1,20 @@
+// `cellhost serve`: loads the facts and serves clients on the control pipe until one of them
+// says STOP.
+#ifndef CELLHOST_SERVE_COMMAND_H
+#define CELLHOST_SERVE_COMMAND_H
+
+#include <string>
+
+namespace cellhost {
+
+struct ServeOptions {
+  std::string facts;
+  std::string pipe;
+};
+
+// The program's exit code. On a thread with a record.
+int ServeCommand(const ServeOptions& options);
+
+}  // namespace cellhost
+
+#endif

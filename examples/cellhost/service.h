@@ -1,0 +1,53 @@
+// What the server's connections and workers share.
+#ifndef CELLHOST_SERVICE_H
+#define CELLHOST_SERVICE_H
+
+#include <stdint.h>
+
+#include <atomic>
+
+#include "cube.h"
+#include "kivsdu/api.h"
+#include "request_ring.h"
+
+namespace cellhost {
+
+class Service {
+ public:
+  // readOnly: the cube; not copied. Nobody writes to it from here on.
+  Service(const Cube& readOnly, uint64_t factRows) : cube(readOnly), rows(factRows) {}
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+  ~Service();
+
+  // False on failure, which has then been told.
+  bool Create();
+
+  // Have AwaitStop return and every connection end soon, on a client's word or because a
+  // connection cannot go on, which has been told. Any thread.
+  void Stop();
+  void Fail();
+  bool AwaitStop();
+  bool stopping() const { return stop.load(std::memory_order_relaxed); }
+
+  uint64_t uptimeSeconds() const;
+
+  const Cube& cube;
+  const uint64_t rows;
+  RequestRing ring;
+
+  // relaxed wherever they are used: the flags and counts order nothing.
+  std::atomic<bool> stop{false};
+  std::atomic<bool> failed{false};
+  std::atomic<uint32_t> clients{0};  // that have come
+  std::atomic<uint32_t> lost{0};     // of these, went without taking leave
+  std::atomic<uint64_t> queries{0};  // answered
+
+ private:
+  uint64_t startSeconds_ = 0;    // wall clock
+  KivHandle stopped_ = nullptr;  // standard event
+};
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,54 @@
+// Answering queries of the ring; see worker.h.
+#include "worker.h"
+
+#include <string.h>
+
+#include <algorithm>
+
+#include "answer.h"
+#include "protocol.h"
+#include "query.h"
+#include "scratch.h"
+#include "service.h"
+
+namespace cellhost {
+namespace {
+
+// "OK answer" or "ERROR reason"; nothing when there is no memory for it.
+void SetReply(std::string_view verb, std::string_view text, HostArray<char>* reply) {
+  reply->Clear();
+  if (!reply->Resize(static_cast<uint32_t>(verb.size() + 1 + text.size()), ' ')) return;
+  std::copy(verb.begin(), verb.end(), reply->data());
+  std::copy(text.begin(), text.end(), reply->data() + verb.size() + 1);
+}
+
+void Answer(Service* service, Request* request) {
+  TextStack words;
+  Query query;
+  QueryFault fault;
+  if (!ParseQuery(request->query, &words, &query, &fault)) {
+    return SetReply(kError, fault.text, &request->reply);
+  }
+  std::string_view answer;
+  if (!AnswerQuery(service->cube, query, &answer)) {
+    return SetReply(kError, "no memory for the answer", &request->reply);
+  }
+  if (answer.size() > kReplyBytesMax - kOk.size() - 1) {
+    return SetReply(kError, "the answer is too long; ask for fewer members", &request->reply);
+  }
+  SetReply(kOk, answer, &request->reply);
+  service->queries.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void RunWorker(void* service) {
+  Service* shared = static_cast<Service*>(service);
+  while (Request* request = shared->ring.Take()) {
+    Answer(shared, request);
+    ResetScratch();
+    request->SignalDone();
+  }
+}
+
+}  // namespace cellhost

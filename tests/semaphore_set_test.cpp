@@ -1,0 +1,288 @@
+// Shared semaphore sets: their members' names, what a failure leaves, and two processes that use
+// one set. A set writes nothing but argument errors into the record.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/child_process.h"
+#include "support/context.h"
+#include "support/waiting.h"
+
+namespace {
+
+using kiv::test::ChildProcess;
+using kiv::test::Context;
+using kiv::test::kLimitMs;
+using kiv::test::kRoleDone;
+using kiv::test::kShortAtLeastMs;
+using kiv::test::kShortMs;
+using kiv::test::Later;
+using kiv::test::RegisteredRole;
+using kiv::test::RoleArguments;
+using kiv::test::SharedSignal;
+using kiv::test::Stopwatch;
+using kiv::test::UniqueName;
+
+// Checks the status of an operation that leaves the record alone.
+#define CHECK_SILENT(ctx, call, status) \
+  do {                                  \
+    (ctx).Spoil();                      \
+    EXPECT_EQ(call, status) << #call;   \
+    EXPECT_TRUE((ctx).IsUntouched());   \
+  } while (false)
+
+KivSdShSemSet* Unwritten() { return reinterpret_cast<KivSdShSemSet*>(uintptr_t{0x5A5A5A50}); }
+
+bool IsInUse(const std::string& name) {
+  HANDLE opened = OpenSemaphoreA(SYNCHRONIZE, FALSE, name.c_str());
+  if (opened != nullptr) CloseHandle(opened);
+  return opened != nullptr;
+}
+
+std::string Member(const std::string& base, int index) {
+  return base + "_" + std::to_string(index);
+}
+
+uint32_t Create(KivSdContext* ctx, const std::string& base, const std::vector<int32_t>& initial,
+                const std::vector<int32_t>& maximum, KivSdShSemSet** set) {
+  constexpr uint64_t kIgnored = 0xDEADBEEF'DEADBEEF;
+  return KivSdShSemSetCreate(ctx, base.c_str(), static_cast<uint16_t>(initial.size()), kIgnored,
+                             initial.data(), maximum.data(), set);
+}
+
+// A set of so many empty members that hold up to one each.
+uint32_t CreateEmpty(KivSdContext* ctx, const std::string& base, uint16_t count,
+                     KivSdShSemSet** set) {
+  return Create(ctx, base, std::vector<int32_t>(count, 0), std::vector<int32_t>(count, 1), set);
+}
+
+class SemaphoreSet : public testing::Test {
+ protected:
+  void TearDown() override {
+    if (set_ != nullptr) {
+      EXPECT_EQ(KivSdShSemSetClose(nullptr, set_), KIV_ST_OK);
+    }
+  }
+
+  Context ctx_;
+  KivSdShSemSet* set_ = nullptr;
+};
+
+TEST_F(SemaphoreSet, RefusesNullPointersAndRecordsIt) {
+  constexpr int32_t kCounts[] = {1};
+  KivSdShSemSet* set = Unwritten();
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, nullptr, 1, 0, kCounts, kCounts, &set));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "", 1, 0, kCounts, kCounts, &set));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "q", 1, 0, nullptr, kCounts, &set));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "q", 1, 0, kCounts, nullptr, &set));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "q", 1, 0, kCounts, kCounts, nullptr));
+  EXPECT_EQ(set, Unwritten());
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetClose(ctx_, nullptr));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetRequest(ctx_, 0, nullptr, 0));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetClear(ctx_, 0, nullptr));
+}
+
+TEST_F(SemaphoreSet, RefusesNullCountsOfAnEmptySetToo) {
+  constexpr int32_t kCounts[] = {1};
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "q", 0, 0, nullptr, kCounts, &set_));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "q", 0, 0, kCounts, nullptr, &set_));
+}
+
+TEST_F(SemaphoreSet, WorksWithoutAContext) {
+  const std::string base = UniqueName("no-context");
+  EXPECT_EQ(CreateEmpty(nullptr, base, 1, &set_), KIV_ST_OK);
+  EXPECT_EQ(KivSdShSemSetClear(nullptr, 0, set_), KIV_ST_OK);
+  EXPECT_EQ(KivSdShSemSetRequest(nullptr, 0, set_, 0), KIV_ST_OK);
+  EXPECT_EQ(KivSdShSemSetRequest(nullptr, 1, set_, 0), KIV_ST_ARGUMENT);
+  EXPECT_EQ(KivSdShSemSetClear(nullptr, 1, set_), KIV_ST_ARGUMENT);
+  EXPECT_EQ(KivSdShSemSetClose(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(KivSdShSemSetCreate(nullptr, nullptr, 1, 0, nullptr, nullptr, nullptr),
+            KIV_ST_ARGUMENT);
+}
+
+TEST_F(SemaphoreSet, NamesItsMembersByTheirNumbers) {
+  ASSERT_FALSE(IsInUse("q_0"));
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, "q", 3, &set_), KIV_ST_OK);
+  ASSERT_NE(set_, nullptr);
+  EXPECT_EQ(set_->count, 3u);
+  for (const char* name : {"q_0", "q_1", "q_2"}) EXPECT_TRUE(IsInUse(name)) << name;
+  for (const char* name : {"q", "q_", "q_3", "q_-1", "q_00"}) EXPECT_FALSE(IsInUse(name)) << name;
+  CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  set_ = nullptr;
+  for (const char* name : {"q_0", "q_1", "q_2"}) EXPECT_FALSE(IsInUse(name)) << name;
+}
+
+TEST_F(SemaphoreSet, GivesEveryMemberItsOwnCounts) {
+  CHECK_SILENT(ctx_, Create(ctx_, UniqueName("counts"), {0, 1, 2}, {1, 1, 3}, &set_), KIV_ST_OK);
+  for (uint16_t index = 0; index < 3; ++index) {
+    for (int taken = 0; taken < index; ++taken) {
+      CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, index, set_, 0), KIV_ST_OK);
+    }
+    CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, index, set_, 0), KIV_ST_SEM_TIMEOUT);
+  }
+  const int maximum[] = {1, 1, 3};
+  for (uint16_t index = 0; index < 3; ++index) {
+    for (int given = 0; given < maximum[index]; ++given) {
+      CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, index, set_), KIV_ST_OK);
+    }
+    CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, index, set_), KIV_ST_SEM_CLEAR);
+  }
+}
+
+TEST_F(SemaphoreSet, RefusesAnIndexThatIsNotBelowItsCount) {
+  CHECK_SILENT(ctx_, Create(ctx_, UniqueName("index"), {1, 1, 1}, {2, 2, 2}, &set_), KIV_ST_OK);
+  for (const uint16_t index : {uint16_t{3}, uint16_t{4}, uint16_t{0xFFFF}}) {
+    CHECK_ARGUMENT(ctx_, KivSdShSemSetRequest(ctx_, index, set_, 0));
+    CHECK_ARGUMENT(ctx_, KivSdShSemSetClear(ctx_, index, set_));
+  }
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 2, set_, 0), KIV_ST_OK);
+}
+
+TEST_F(SemaphoreSet, MayBeEmpty) {
+  constexpr int32_t kCounts[] = {1};
+  const std::string base = UniqueName("empty");
+  CHECK_SILENT(ctx_, KivSdShSemSetCreate(ctx_, base.c_str(), 0, 0, kCounts, kCounts, &set_),
+               KIV_ST_OK);
+  ASSERT_NE(set_, nullptr);
+  EXPECT_EQ(set_->count, 0u);
+  EXPECT_FALSE(IsInUse(Member(base, 0)));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, 0));
+  CHECK_ARGUMENT(ctx_, KivSdShSemSetClear(ctx_, 0, set_));
+  CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  set_ = nullptr;
+}
+
+TEST_F(SemaphoreSet, HoldsManyMembers) {
+  constexpr uint16_t kCount = 1000;
+  const std::string base = UniqueName("many");
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, kCount, &set_), KIV_ST_OK);
+  ASSERT_NE(set_, nullptr);
+  EXPECT_TRUE(IsInUse(Member(base, kCount - 1)));
+  CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, kCount - 1, set_), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, kCount - 2, set_, 0), KIV_ST_SEM_TIMEOUT);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, kCount - 1, set_, 0), KIV_ST_OK);
+}
+
+// ---- Names ----
+
+TEST_F(SemaphoreSet, TakesNamesUpToTheSystemsLimit) {
+  for (const size_t length : {size_t{1}, size_t{250}, size_t{257}}) {
+    const std::string base(length, 'n');
+    CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 1, &set_), KIV_ST_OK);
+    EXPECT_TRUE(IsInUse(Member(base, 0))) << length;
+    CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+    set_ = nullptr;
+  }
+}
+
+TEST_F(SemaphoreSet, IsNotMadeUnderALongerName) {
+  for (const size_t length : {258u, 259u, 260u, 300u, 399u, 400u, 401u, 410u, 5000u, 100'000u}) {
+    KivSdShSemSet* set = Unwritten();
+    CHECK_SILENT(ctx_, CreateEmpty(ctx_, std::string(length, 'n'), 1, &set), KIV_ST_SEM_CREATE);
+    EXPECT_EQ(set, nullptr) << length;
+  }
+}
+
+TEST_F(SemaphoreSet, IsNotMadeWhenAMembersNumberIsOneDigitTooLong) {
+  const std::string base(257, 'd');  // "_9" still fits, "_10" does not
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 10, &set_), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  set_ = Unwritten();
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 11, &set_), KIV_ST_SEM_CREATE);
+  EXPECT_EQ(set_, nullptr);
+  for (int i = 0; i < 10; ++i) EXPECT_FALSE(IsInUse(Member(base, i))) << i;
+}
+
+TEST_F(SemaphoreSet, TakesABaseNameLiterally) {
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, "50%d%s", 1, &set_), KIV_ST_OK);
+  EXPECT_TRUE(IsInUse("50%d%s_0"));
+}
+
+TEST_F(SemaphoreSet, IsNotMadeWhenTheThirdMembersNameIsTaken) {
+  const std::string base = UniqueName("third");
+  const SharedSignal taken(Member(base, 2));  // by an event
+  set_ = Unwritten();
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 4, &set_), KIV_ST_SEM_CREATE);
+  EXPECT_EQ(set_, nullptr);
+  for (const int index : {0, 1, 3}) EXPECT_FALSE(IsInUse(Member(base, index))) << index;
+}
+
+TEST_F(SemaphoreSet, IsNotMadeWhenAMembersCountsMakeNoSense) {
+  const std::string base = UniqueName("counts");
+  set_ = Unwritten();
+  CHECK_SILENT(ctx_, Create(ctx_, base, {0, 0, 2}, {1, 1, 1}, &set_), KIV_ST_SEM_CREATE);
+  EXPECT_EQ(set_, nullptr);
+  EXPECT_FALSE(IsInUse(Member(base, 0)));
+}
+
+TEST_F(SemaphoreSet, OfTheSameNameIsTheSameSetWhateverItsCounts) {
+  const std::string base = UniqueName("twice");
+  CHECK_SILENT(ctx_, Create(ctx_, base, {1, 0}, {1, 1}, &set_), KIV_ST_OK);
+  KivSdShSemSet* second = nullptr;
+  CHECK_SILENT(ctx_, Create(ctx_, base, {7, 7, 1}, {9, 9, 1}, &second), KIV_ST_OK);
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(second, set_);
+  EXPECT_EQ(second->count, 3u);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, second, 0), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, second, 0), KIV_ST_SEM_TIMEOUT);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, 0), KIV_ST_SEM_TIMEOUT);
+  CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, 1, second), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, 1, second), KIV_ST_SEM_CLEAR);
+  CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, second), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, 0), KIV_ST_OK);
+}
+
+// ---- Waiting ----
+
+TEST_F(SemaphoreSet, WaitsForAMemberAsLongAsItIsAskedTo) {
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, UniqueName("short"), 1, &set_), KIV_ST_OK);
+  const Stopwatch watch;
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, kShortMs), KIV_ST_SEM_TIMEOUT);
+  EXPECT_GE(watch.ElapsedMs(), kShortAtLeastMs);
+  EXPECT_LT(watch.ElapsedMs(), kLimitMs);
+}
+
+TEST_F(SemaphoreSet, WaitsForEverUntilAnotherThreadClearsTheMember) {
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, UniqueName("for-ever"), 2, &set_), KIV_ST_OK);
+  const Later clear([&] { KivSdShSemSetClear(nullptr, 1, set_); });
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, KIV_WAIT_INFINITE), KIV_ST_OK);
+}
+
+// ---- A second process ----
+
+// Joins the set and answers every take from member 0 by a gift to member 1.
+const RegisteredRole partner("passes-on", [](const RoleArguments& arguments) {
+  Context ctx;
+  KivSdShSemSet* set = nullptr;
+  CHECK_SILENT(ctx, Create(ctx, arguments[0], {5, 5}, {5, 5}, &set), KIV_ST_OK);
+  const SharedSignal joined(arguments[1]);
+  joined.Set();
+  for (int round = 0; round < 100; ++round) {
+    CHECK_SILENT(ctx, KivSdShSemSetRequest(ctx, 0, set, kLimitMs), KIV_ST_OK);
+    CHECK_SILENT(ctx, KivSdShSemSetClear(ctx, 1, set), KIV_ST_OK);
+  }
+  CHECK_SILENT(ctx, KivSdShSemSetClose(ctx, set), KIV_ST_OK);
+  return kRoleDone;
+});
+
+TEST_F(SemaphoreSet, IsSharedByTwoProcesses) {
+  const std::string base = UniqueName("shared");
+  const SharedSignal joined(UniqueName("joined"));
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 2, &set_), KIV_ST_OK);
+  const ChildProcess child("passes-on", {base, joined.name()});
+  joined.Await();
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, 0), KIV_ST_SEM_TIMEOUT);
+  for (int round = 0; round < 100; ++round) {
+    CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, 0, set_), KIV_ST_OK);
+    CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, kLimitMs), KIV_ST_OK);
+  }
+  EXPECT_EQ(child.ExitCode(), kRoleDone);
+  // The partner's close took nothing from this process.
+  CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, 0, set_), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, 0), KIV_ST_OK);
+}
+
+}  // namespace
