@@ -1,4 +1,4 @@
-// Anonymous and named pipes.
+// Anonymous pipes.
 #ifndef KIV_OS_PIPES_H
 #define KIV_OS_PIPES_H
 
@@ -6,52 +6,13 @@
 
 namespace kiv::os {
 
-// OS errors that callers tell apart.
-extern const uint32_t kErrorPipeConnected;  // the client came before the server waited
-extern const uint32_t kErrorPipeClosing;    // the pipe is being closed
-
-// What a pipe is opened with in overlapped mode, and with all sharing.
-extern const uint32_t kPipeOverlapped;
-constexpr uint32_t kShareAll = 7;
-
-// Bytes of an access list; the storage is aligned for any type.
-constexpr uint32_t kAccessListBytes = 40;
+// OS error of a pipe that is being closed.
+extern const uint32_t kErrorPipeClosing;
 
 struct PipeEnds {
   void* read;
   void* write;
 };
-
-struct NamedPipeShape {
-  uint32_t openMode;
-  uint32_t pipeMode;
-  uint32_t maximumInstances;
-  uint32_t outBytes;
-  uint32_t inBytes;
-  uint32_t defaultTimeoutMs;
-};
-
-// What lies in a pipe; counts of bytes.
-struct PipeContent {
-  uint32_t read;
-  uint32_t available;
-  uint32_t left;  // of the message that was read
-};
-
-// An access list that admits everybody, in two steps.
-Result PrepareAccessList(void* storage);
-Result OpenAccessListToAll(void* storage);
-
-// On failure the value is the platform's invalid handle, not null. An inheritable handle.
-ValueResult<void*> MakeNamedPipe(const char* path, const NamedPipeShape& shape, void* accessList);
-ValueResult<void*> OpenPipeFile(const char* path, uint32_t access, uint32_t shareMode,
-                                uint32_t disposition, uint32_t flags);
-Result WaitForNamedPipe(const char* path, uint32_t timeoutMs);
-Result ConnectPipe(void* pipe);
-Result DisconnectPipe(void* pipe);
-
-// `buffer` may be null.
-ValueResult<PipeContent> PeekPipe(void* pipe, void* buffer, uint32_t sizeBytes);
 
 ValueResult<PipeEnds> MakePipe(uint32_t bufferBytes);
 Result ClosePipe(void* pipe);

@@ -23,6 +23,9 @@ using ThreadRoutine = uint32_t (*)(void* argument);
 ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
                                uint32_t* id = nullptr);
 
+// The calling thread's own handle, valid in that thread alone.
+void* CurrentThreadHandle();
+
 // Waits until the thread has ended. On a platform where joining closes the thread (lnx),
 // CloseThread after it does nothing.
 Result JoinThread(void* handle);

@@ -9,8 +9,6 @@ namespace kiv::os {
 // The scale's highest priority.
 constexpr int32_t kHighestThreadPriority = 2;
 
-void* CurrentThreadHandle();  // valid in the calling thread alone
-
 // A handle of the calling thread for others; not inheritable.
 ValueResult<void*> DuplicateCurrentThread();
 

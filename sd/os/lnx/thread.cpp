@@ -58,7 +58,11 @@ ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t s
   return {true, 0, thread.release()};
 }
 
+// A thread does not know its handle, and needs none but to wait for itself.
+void* CurrentThreadHandle() { return nullptr; }
+
 Result JoinThread(void* handle) {
+  if (handle == nullptr) SleepMs(kSleepForEver);
   auto* thread = static_cast<Thread*>(handle);
   const Result result = FromCode(pthread_join(thread->id, nullptr));
   thread->joined = thread->joined || result.ok;

@@ -14,6 +14,8 @@ ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t s
       CreateThread(nullptr, stackBytes, start, argument, 0, reinterpret_cast<DWORD*>(id)));
 }
 
+void* CurrentThreadHandle() { return GetCurrentThread(); }
+
 Result JoinThread(void* handle) { return FromWait(WaitForSingleObject(handle, INFINITE)); }
 
 Result CloseThread(void* handle) { return FromBool(CloseHandle(handle)); }

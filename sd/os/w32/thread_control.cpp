@@ -11,8 +11,6 @@ constexpr DWORD kFailedCount = static_cast<DWORD>(-1);
 
 static_assert(kHighestThreadPriority == THREAD_PRIORITY_HIGHEST);
 
-void* CurrentThreadHandle() { return GetCurrentThread(); }
-
 ValueResult<void*> DuplicateCurrentThread() {
   HANDLE made = nullptr;
   const HANDLE process = GetCurrentProcess();

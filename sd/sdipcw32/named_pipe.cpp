@@ -1,20 +1,19 @@
 // Named pipes: making, opening, connecting, looking into.
 //
 // Each operation reads the OS error of its call before the path and the access list are freed.
-// Kept: a call that fails and leaves no error counts as a success; some of the system's
-// redirectors answer so for pipes that are there.
-#include "os/pipes.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/pipe.h"
 #include "lease_guard.h"
-#include "report.h"
+#include "os/named_pipes.h"
 #include "sdipcw32/pipe_path.h"
+#include "sdipcw32/report_pipe.h"
 
 namespace {
 
 namespace os = kiv::os;
 using kiv::PipePath;
 using kiv::Report;
+using kiv::ReportUnlessErrorless;
 
 constexpr char kSource[] = "sd/sdipcw32";
 constexpr uint32_t kLineCreatePathAlloc = 224;
@@ -25,12 +24,6 @@ constexpr uint32_t kLineOpenPathAlloc = 310;
 constexpr uint32_t kLineOpenPathFree = 341;
 constexpr uint32_t kLineWaitPathAlloc = 388;
 constexpr uint32_t kLineWaitPathFree = 412;
-
-template <typename Outcome>
-uint32_t ReportUnlessErrorless(KivSdContext* ctx, const Outcome& outcome, uint32_t failure) {
-  if (outcome.ok || outcome.error == 0) return Report(ctx, KIV_ST_OK);
-  return Report(ctx, failure, outcome.error);
-}
 
 // Makes the pipe with an access list that is there and empty of restrictions: servers and their
 // clients run as different users.
@@ -123,46 +116,4 @@ uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint32_t bufferB
     if (bytesLeft != nullptr) *bytesLeft = content.value.left;
   }
   return ReportUnlessErrorless(ctx, content, KIV_ST_PIPE_PEEK);
-}
-
-uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
-                         uint32_t bufferBytes) {
-  kiv::RunLeaseGuard();
-  if (readEnd == nullptr || writeEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  const os::ValueResult<os::PipeEnds> made = os::MakePipe(bufferBytes);
-  *readEnd = made.value.read;
-  *writeEnd = made.value.write;
-  return ReportUnlessErrorless(ctx, made, KIV_ST_PIPE_CREATE);
-}
-
-uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe) {
-  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  return ReportUnlessErrorless(ctx, os::ClosePipe(*pipe), KIV_ST_PIPE_CLOSE);
-}
-
-// Kept: reading looks only at the pointer, writing at the handle behind it too; and a read that
-// fails without an error is a failure.
-uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
-                       uint32_t* count) {
-  kiv::RunLeaseGuard();
-  if (pipe == nullptr || buffer == nullptr || count == nullptr) {
-    return Report(ctx, KIV_ST_ARGUMENT);
-  }
-  const os::ValueResult<uint32_t> read = os::ReadPipe(*pipe, buffer, length);
-  *count = read.value;
-  if (read.ok) return Report(ctx, KIV_ST_OK);
-  if (read.error != os::kErrorPipeClosing) return Report(ctx, KIV_ST_PIPE_READ, read.error);
-  *count = 0;
-  return Report(ctx, KIV_ST_PIPE_CLOSED, read.error);
-}
-
-uint32_t KivSdPipeWrite(KivSdContext* ctx, KivHandle* pipe, const void* buffer, uint32_t length,
-                        uint32_t* count) {
-  kiv::RunLeaseGuard();
-  if (KivSdNamedPipeIsInitialized(pipe) == 0 || buffer == nullptr || count == nullptr) {
-    return Report(ctx, KIV_ST_ARGUMENT);
-  }
-  const os::ValueResult<uint32_t> written = os::WritePipe(*pipe, buffer, length);
-  *count = written.ok ? written.value : 0;
-  return ReportUnlessErrorless(ctx, written, KIV_ST_PIPE_WRITE);
 }

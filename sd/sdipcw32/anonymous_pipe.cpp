@@ -1,0 +1,58 @@
+// Anonymous pipes, and reading and writing pipes of both kinds.
+//
+// Kept: a call that fails and leaves no error counts as a success, but for the read.
+#include "kivsdu/pipe.h"
+#include "lease_guard.h"
+#include "os/pipes.h"
+#include "report.h"
+#include "sdipcw32/report_pipe.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+using kiv::ReportUnlessErrorless;
+
+}  // namespace
+
+uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
+                         uint32_t bufferBytes) {
+  kiv::RunLeaseGuard();
+  if (readEnd == nullptr || writeEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<os::PipeEnds> made = os::MakePipe(bufferBytes);
+  *readEnd = made.value.read;
+  *writeEnd = made.value.write;
+  return ReportUnlessErrorless(ctx, made, KIV_ST_PIPE_CREATE);
+}
+
+uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe) {
+  if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  return ReportUnlessErrorless(ctx, os::ClosePipe(*pipe), KIV_ST_PIPE_CLOSE);
+}
+
+// Kept: reading looks only at the pointer, writing at the handle behind it too; and a read that
+// fails without an error is a failure.
+uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
+                       uint32_t* count) {
+  kiv::RunLeaseGuard();
+  if (pipe == nullptr || buffer == nullptr || count == nullptr) {
+    return Report(ctx, KIV_ST_ARGUMENT);
+  }
+  const os::ValueResult<uint32_t> read = os::ReadPipe(*pipe, buffer, length);
+  *count = read.value;
+  if (read.ok) return Report(ctx, KIV_ST_OK);
+  if (read.error != os::kErrorPipeClosing) return Report(ctx, KIV_ST_PIPE_READ, read.error);
+  *count = 0;
+  return Report(ctx, KIV_ST_PIPE_CLOSED, read.error);
+}
+
+uint32_t KivSdPipeWrite(KivSdContext* ctx, KivHandle* pipe, const void* buffer, uint32_t length,
+                        uint32_t* count) {
+  kiv::RunLeaseGuard();
+  if (KivSdNamedPipeIsInitialized(pipe) == 0 || buffer == nullptr || count == nullptr) {
+    return Report(ctx, KIV_ST_ARGUMENT);
+  }
+  const os::ValueResult<uint32_t> written = os::WritePipe(*pipe, buffer, length);
+  *count = written.ok ? written.value : 0;
+  return ReportUnlessErrorless(ctx, written, KIV_ST_PIPE_WRITE);
+}

@@ -1,0 +1,17 @@
+// Which thread an operation is about.
+#ifndef KIV_SDTHRW32_THREAD_HANDLE_H
+#define KIV_SDTHRW32_THREAD_HANDLE_H
+
+#include "kivsdu/api.h"
+#include "os/thread.h"
+
+namespace kiv {
+
+// A null pointer names the calling thread.
+inline void* HandleOf(const KivHandle* thread) {
+  return thread != nullptr ? *thread : os::CurrentThreadHandle();
+}
+
+}  // namespace kiv
+
+#endif
