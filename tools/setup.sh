@@ -7,7 +7,7 @@ readonly packages=(
   wine64
   cmake ninja-build
   googletest libcli11-dev
-  clang-format clang-tidy libclang-rt-14-dev
+  clang-format clang-tidy libclang-rt-14-dev spin
 )
 
 missing_packages() {

@@ -82,6 +82,10 @@ uint32_t MakeNode(void* owner, KivRWLock* lock, KivRWLockNode** made) {
 }
 
 void DestroyNode(KivRWLockNode* node) {
+  // Who let the node's thread in last may not have given the wake mutex back yet: a thread that
+  // spins goes on as soon as it is unblocked.
+  static_cast<void>(os::TakeParkMutex(node->wakeMutex));
+  static_cast<void>(os::ReleaseParkMutex(node->wakeMutex));
   static_cast<void>(os::CloseParkMutex(node->wakeMutex));
   os::EndCriticalSection(node->condition.section.opaque);
   static_cast<void>(os::CloseParkEvent(node->condition.event));

@@ -1,5 +1,6 @@
 #include "support/block_count.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #ifdef _WIN32
@@ -10,8 +11,9 @@
 
 namespace {
 
-uint64_t allocations = 0;
-uint64_t frees = 0;
+// Natively the calls come here all the time, from every thread.
+std::atomic<uint64_t> allocations{0};
+std::atomic<uint64_t> frees{0};
 
 }  // namespace
 
@@ -40,10 +42,18 @@ struct kiv::test::BlockCount::Patches {
 
 extern "C" {
 
+uint32_t __real_adMalloc(void*, uint64_t, void**, const char*, uint32_t);
+uint32_t __wrap_adMalloc(void*, uint64_t, void**, const char*, uint32_t);
 uint32_t __real_adMallocPolicy(void*, uint64_t, void**, uint8_t, const char*, uint32_t);
 uint32_t __wrap_adMallocPolicy(void*, uint64_t, void**, uint8_t, const char*, uint32_t);
 uint32_t __real_adFree(void*, const char*, uint32_t);
 uint32_t __wrap_adFree(void*, const char*, uint32_t);
+
+uint32_t __wrap_adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* file,
+                         uint32_t line) {
+  ++allocations;
+  return __real_adMalloc(owner, sizeBytes, block, file, line);
+}
 
 uint32_t __wrap_adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, uint8_t policy,
                                const char* file, uint32_t line) {

@@ -1,0 +1,215 @@
+// The reader-writer lock when memory is short, and when the kernel's objects cannot be made.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "kivsdu/kivsdu.h"
+#include "sdrwlock/node.h"
+#include "support/import_patch.h"
+
+namespace {
+
+using kiv::test::Script;
+using kiv::test::ScriptedImport;
+
+constexpr uint32_t kNoMemory = 8;
+
+// The allocation behind so many that succeed fails, and no other.
+Script FailingAfter(uint32_t passFirst) {
+  return {.result = 0, .error = kNoMemory, .passFirst = passFirst, .failCount = 1};
+}
+
+const uint32_t kModes[] = {KIV_RWLOCK_READ, KIV_RWLOCK_WRITE};
+
+class RWLockFailure : public testing::TestWithParam<uint32_t> {
+ protected:
+  void SetUp() override { ASSERT_EQ(KivRWLockInit(nullptr, 7, &lock_, 1, 3), KIV_ST_OK); }
+
+  void TearDown() override {
+    ExpectFree();
+    EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  }
+
+  uint32_t Start() { return Start(&table_); }
+  uint32_t Start(KivRWLockTable* table) {
+    return GetParam() == KIV_RWLOCK_WRITE ? KivSdStartWrite(nullptr, table, &lock_)
+                                          : KivSdStartRead(nullptr, table, &lock_);
+  }
+  uint32_t End() { return KivSdEndRW(nullptr, &table_, &lock_); }
+
+  void ExpectFree() {
+    EXPECT_EQ(lock_.countAndFlags, 0u);
+    EXPECT_EQ(lock_.readerTail, nullptr);
+    EXPECT_EQ(lock_.writerTail, nullptr);
+    ExpectMode(KIV_RWLOCK_FREE);
+  }
+
+  void ExpectMode(uint32_t mode) {
+    EXPECT_EQ(KivSdModeRW(nullptr, &table_, &lock_), mode);
+    EXPECT_EQ(KivSdOwnerRW(nullptr, &table_, &lock_), mode == KIV_RWLOCK_FREE ? 0 : 1);
+  }
+
+  // A taking that fails at an allocation leaves the lock as it was; the next one succeeds.
+  void StartFailsThenSucceeds(uint32_t passFirst) {
+    KivRWLock before;
+    std::memcpy(&before, &lock_, sizeof(before));
+    {
+      const ScriptedImport malloc("malloc", FailingAfter(passFirst));
+      EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
+      EXPECT_EQ(malloc.calls().size(), passFirst + 1);
+    }
+    EXPECT_EQ(std::memcmp(&before, &lock_, sizeof(before)), 0);
+    ExpectMode(KIV_RWLOCK_FREE);
+    EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
+    EXPECT_EQ(Start(), KIV_ST_OK);
+    ExpectMode(GetParam());
+    EXPECT_EQ(End(), KIV_ST_OK);
+  }
+
+  KivRWLock lock_;
+  KivRWLockTable table_{};
+};
+
+TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothing) {
+  {
+    const ScriptedImport malloc("malloc", FailingAfter(0));
+    EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
+    ASSERT_EQ(malloc.calls().size(), 1u);
+    EXPECT_EQ(malloc.calls()[0][0], KIV_RWLOCK_SLOTS * sizeof(void*));
+    EXPECT_EQ(table_.active, nullptr);
+    EXPECT_EQ(table_.free, nullptr);
+  }
+  StartFailsThenSucceeds(0);
+}
+
+TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
+  StartFailsThenSucceeds(1);
+  EXPECT_NE(table_.free[3], nullptr);
+  EXPECT_EQ(table_.free[3]->listLink, nullptr) << "one node and no other";
+}
+
+TEST_P(RWLockFailure, WithoutMemoryForTheFreeListsIsGivenBackAllTheSame) {
+  ASSERT_EQ(Start(), KIV_ST_OK);
+  ASSERT_EQ(Start(), KIV_ST_OK);
+  {
+    const ScriptedImport malloc("malloc", FailingAfter(0));
+    EXPECT_EQ(End(), KIV_ST_OK) << "an inner end moves no node";
+    EXPECT_TRUE(malloc.calls().empty());
+    ExpectMode(GetParam());
+    EXPECT_EQ(End(), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(malloc.calls().size(), 1u);
+  }
+  ExpectFree();
+  EXPECT_EQ(table_.free, nullptr);
+  KivRWLockNode* node = table_.active[3];
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(node->depth, 0);
+  EXPECT_EQ(node->mode, KIV_RWLOCK_FREE);
+  EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
+
+  // The node serves again, and goes to the free lists when there is memory for them.
+  const ScriptedImport malloc("malloc", {.failCount = 0});
+  EXPECT_EQ(Start(), KIV_ST_OK);
+  EXPECT_TRUE(malloc.calls().empty());
+  EXPECT_EQ(table_.active[3], node);
+  EXPECT_EQ(End(), KIV_ST_OK);
+  EXPECT_EQ(malloc.calls().size(), 1u);
+  EXPECT_EQ(table_.active[3], nullptr);
+  ASSERT_NE(table_.free, nullptr);
+  EXPECT_EQ(table_.free[3], node);
+}
+
+TEST_P(RWLockFailure, ANodeThatStayedActiveMayTakeTheOtherMode) {
+  ASSERT_EQ(Start(), KIV_ST_OK);
+  {
+    const ScriptedImport malloc("malloc", FailingAfter(0));
+    EXPECT_EQ(End(), KIV_ST_OUT_OF_MEMORY);
+  }
+  EXPECT_EQ(KivSdStartWrite(nullptr, &table_, &lock_), KIV_ST_OK);
+  ExpectMode(KIV_RWLOCK_WRITE);
+  EXPECT_EQ(End(), KIV_ST_OK);
+}
+
+// ---- Kernel objects ----
+
+const char* const kMakings[] = {"CreateMutexA", "CreateSemaphoreA", "CreateEventA"};
+
+TEST_P(RWLockFailure, MakesItsNodeWithThreeKernelObjectsAndClosesThem) {
+  {
+    const ScriptedImport mutex("CreateMutexA", {.failCount = 0});
+    const ScriptedImport semaphore("CreateSemaphoreA", {.failCount = 0});
+    const ScriptedImport event("CreateEventA", {.failCount = 0});
+    ASSERT_EQ(Start(), KIV_ST_OK);
+    ASSERT_EQ(End(), KIV_ST_OK);
+    ASSERT_EQ(Start(), KIV_ST_OK);
+    ASSERT_EQ(End(), KIV_ST_OK);
+    ASSERT_EQ(mutex.calls().size(), 1u);
+    EXPECT_EQ(mutex.calls()[0][1] & UINT32_MAX, 0u) << "not owned";
+    EXPECT_EQ(mutex.calls()[0][2], 0u) << "no name";
+    ASSERT_EQ(semaphore.calls().size(), 1u);
+    EXPECT_EQ(semaphore.calls()[0][1] & UINT32_MAX, 0u);
+    EXPECT_EQ(semaphore.calls()[0][2] & UINT32_MAX, 2147483647u);
+    EXPECT_EQ(semaphore.calls()[0][3], 0u) << "no name";
+    ASSERT_EQ(event.calls().size(), 1u);
+    EXPECT_EQ(event.calls()[0][1] & UINT32_MAX, 0u) << "resets itself";
+    EXPECT_EQ(event.calls()[0][2] & UINT32_MAX, 0u) << "not signalled";
+  }
+  const ScriptedImport close("CloseHandle", {.failCount = 0});
+  EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  EXPECT_EQ(close.calls().size(), 3u);
+}
+
+TEST_P(RWLockFailure, WithoutAKernelObjectIsTakenAndGivenBack) {
+  for (const char* making : kMakings) {
+    SCOPED_TRACE(making);
+    {
+      const ScriptedImport failing(making, {.result = 0, .error = ERROR_NO_SYSTEM_RESOURCES});
+      EXPECT_EQ(Start(), KIV_ST_OK);
+      EXPECT_EQ(failing.calls().size(), 1u);
+    }
+    ExpectMode(GetParam());
+    EXPECT_EQ(End(), KIV_ST_OK);
+    EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  }
+}
+
+// The waiter would sleep at once, on a node that lacks one of the objects.
+TEST_P(RWLockFailure, WithoutAKernelObjectAWaiterStillEnters) {
+  for (const char* making : kMakings) {
+    SCOPED_TRACE(making);
+    lock_.readerSpinLoops = lock_.writerSpinLoops = 0;
+    ASSERT_EQ(KivSdStartWrite(nullptr, &table_, &lock_), KIV_ST_OK);
+    std::atomic<bool> inside{false};
+    std::thread waiter([&] {
+      KivRWLockTable table{};
+      {
+        const ScriptedImport failing(making, {.result = 0, .error = ERROR_NO_SYSTEM_RESOURCES});
+        EXPECT_EQ(Start(&table), KIV_ST_OK);
+        EXPECT_EQ(failing.calls().size(), 1u);
+      }
+      inside.store(true);
+      EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock_), KIV_ST_OK);
+      EXPECT_EQ(KivRWLockFreeQNodes(&table), KIV_ST_OK);
+    });
+    const KivRWLockNode* own = table_.active[3];
+    while (__atomic_load_n(&lock_.readerTail, __ATOMIC_SEQ_CST) == nullptr &&
+           own->queueLink.load() == nullptr) {
+      std::this_thread::yield();
+    }
+    // Time to fall asleep, if it does; the outcome is the same if it does not.
+    for (int i = 0; i < 200; ++i) Sleep(0);
+    EXPECT_FALSE(inside.load());
+    EXPECT_EQ(End(), KIV_ST_OK);
+    waiter.join();
+    EXPECT_TRUE(inside.load());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, RWLockFailure, testing::ValuesIn(kModes), [](const auto& mode) {
+  return mode.param == KIV_RWLOCK_WRITE ? "Write" : "Read";
+});
+
+}  // namespace
