@@ -21,13 +21,14 @@ constexpr uint32_t kLineActiveFree = 749;
 constexpr uint32_t kLineFreeFree = 774;
 
 using List = KivRWLockNode*;
+constexpr size_t kListsBytes = KIV_RWLOCK_SLOTS * sizeof(void*);
 
 uint32_t EnsureLists(void* owner, List** lists, uint32_t line) {
   if (*lists != nullptr) return KIV_ST_OK;
   void* memory = nullptr;
-  const uint32_t status = adMalloc(owner, KIV_RWLOCK_SLOTS * sizeof(List), &memory, kSource, line);
+  const uint32_t status = adMalloc(owner, kListsBytes, &memory, kSource, line);
   if (status != KIV_ST_OK) return status;
-  std::memset(memory, 0, KIV_RWLOCK_SLOTS * sizeof(List));
+  std::memset(memory, 0, kListsBytes);
   *lists = static_cast<List*>(memory);
   return KIV_ST_OK;
 }

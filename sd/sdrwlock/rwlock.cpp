@@ -17,7 +17,8 @@
 //
 // Orders: the queue tails, the head and the word change by sequentially consistent operations,
 // which is one locked instruction each; argued together, for every handing over runs through
-// one of them.
+// one of them. tests/model/rwlock.pml is the same algorithm for a model checker, which tries every
+// order of steps; the two change together.
 #include <atomic>
 
 #include "kivsdu/rwlock.h"

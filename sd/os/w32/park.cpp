@@ -21,7 +21,10 @@ Result TakeParkMutex(void* mutex) { return FromWait(WaitForSingleObject(mutex, I
 Result ReleaseParkMutex(void* mutex) { return FromBool(ReleaseMutex(mutex)); }
 
 Result ReleaseAndPark(void* mutex, void* semaphore) {
-  return FromWait(SignalObjectAndWait(mutex, semaphore, INFINITE, FALSE));
+  const Result waited = FromWait(SignalObjectAndWait(mutex, semaphore, INFINITE, FALSE));
+  // Without a semaphore the call fails before it releases the mutex.
+  if (!waited.ok) ReleaseMutex(mutex);
+  return waited;
 }
 
 ValueResult<void*> MakeParkEvent() {
