@@ -15,7 +15,6 @@ namespace {
 using kiv::test::UniqueName;
 
 constexpr int kRounds = 10'000;
-constexpr int kThreadRounds = 2'000;  // a thread takes as long as ten of the other objects
 constexpr uintptr_t kHandleStep = 4;
 constexpr uintptr_t kHandlesLookedAt = 24'000;
 
@@ -31,10 +30,10 @@ size_t OpenHandles() {
 
 // Runs `round` often and counts what it left open. The first time is not counted: the system and
 // the runtimes open some handles of their own when they are first used.
-size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
+size_t LeftOpenBy(const std::function<void()>& round) {
   round();
   const size_t before = OpenHandles();
-  for (int i = 0; i < rounds; ++i) round();
+  for (int i = 0; i < kRounds; ++i) round();
   return OpenHandles() - before;
 }
 
@@ -119,16 +118,14 @@ TEST(HandleLeak, EventsLeaveNone) {
 uint32_t DoNothing(void*) { return 0; }
 
 TEST(HandleLeak, ThreadsLeaveNone) {
-  EXPECT_EQ(LeftOpenBy(
-                [] {
-                  uint32_t id = 0;
-                  KivHandle thread = nullptr;
-                  ASSERT_EQ(KivSdThreadCreate(nullptr, DoNothing, 0, 0, nullptr, &id, &thread),
-                            KIV_ST_OK);
-                  ASSERT_EQ(KivSdThreadJoin(nullptr, &thread), KIV_ST_OK);
-                  ASSERT_EQ(KivSdThreadDelete(nullptr, &thread), KIV_ST_OK);
-                },
-                kThreadRounds),
+  EXPECT_EQ(LeftOpenBy([] {
+              uint32_t id = 0;
+              KivHandle thread = nullptr;
+              ASSERT_EQ(KivSdThreadCreate(nullptr, DoNothing, 0, 0, nullptr, &id, &thread),
+                        KIV_ST_OK);
+              ASSERT_EQ(KivSdThreadJoin(nullptr, &thread), KIV_ST_OK);
+              ASSERT_EQ(KivSdThreadDelete(nullptr, &thread), KIV_ST_OK);
+            }),
             0u);
 }
 
@@ -137,6 +134,34 @@ TEST(HandleLeak, HandlesOfTheCallingThreadLeaveNone) {
               KivHandle self = nullptr;
               ASSERT_EQ(KivSdThreadHandleGet(nullptr, &self), KIV_ST_OK);
               ASSERT_EQ(KivSdThreadDelete(nullptr, &self), KIV_ST_OK);
+            }),
+            0u);
+}
+
+TEST(HandleLeak, AnonymousPipesLeaveNone) {
+  EXPECT_EQ(LeftOpenBy([] {
+              KivHandle readEnd = nullptr;
+              KivHandle writeEnd = nullptr;
+              ASSERT_EQ(KivSdPipeCreate(nullptr, &readEnd, &writeEnd, 0), KIV_ST_OK);
+              ASSERT_EQ(KivSdPipeClose(nullptr, &readEnd), KIV_ST_OK);
+              ASSERT_EQ(KivSdPipeClose(nullptr, &writeEnd), KIV_ST_OK);
+            }),
+            0u);
+}
+
+TEST(HandleLeak, NamedPipesLeaveNone) {
+  const std::string name = UniqueName("leak");
+  EXPECT_EQ(LeftOpenBy([&] {
+              KivHandle server = nullptr;
+              KivHandle client = nullptr;
+              ASSERT_EQ(KivSdNamedPipeCreate(nullptr, name.c_str(), &server, PIPE_ACCESS_DUPLEX,
+                                             PIPE_WAIT, 1, 512, 512, 0),
+                        KIV_ST_OK);
+              ASSERT_EQ(KivSdNamedPipeOpen(nullptr, "local", name.c_str(), &client, GENERIC_READ, 0,
+                                           OPEN_EXISTING, 0),
+                        KIV_ST_OK);
+              ASSERT_EQ(KivSdPipeClose(nullptr, &client), KIV_ST_OK);
+              ASSERT_EQ(KivSdPipeClose(nullptr, &server), KIV_ST_OK);
             }),
             0u);
 }

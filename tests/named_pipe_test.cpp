@@ -11,15 +11,17 @@
 #include <thread>
 
 #include "kivsdu/kivsdu.h"
+#include "support/child_process.h"
 #include "support/context.h"
-#include "support/role_process.h"
+#include "support/waiting.h"
 
 namespace {
 
+using kiv::test::ChildProcess;
 using kiv::test::Context;
-using kiv::test::kPatienceMs;
+using kiv::test::kLimitMs;
+using kiv::test::RegisteredRole;
 using kiv::test::RoleArguments;
-using kiv::test::RoleProcess;
 
 constexpr uint32_t kUntouched = 4711;
 constexpr uint32_t kReadWrite = GENERIC_READ | GENERIC_WRITE;
@@ -85,7 +87,7 @@ std::string ReceiveLine(KivHandle pipe) {
 
 // Waits for the pipe, answers one line with "echo " and the line, and goes when the server says so.
 uint32_t PlayEcho(const RoleArguments& arguments) {
-  if (KivSdNamedPipeWait(nullptr, "local", arguments[0].c_str(), kPatienceMs) != KIV_ST_OK) {
+  if (KivSdNamedPipeWait(nullptr, "local", arguments[0].c_str(), kLimitMs) != KIV_ST_OK) {
     return 1;
   }
   const std::string path = "\\\\.\\PIPE\\" + arguments[0];
@@ -93,6 +95,7 @@ uint32_t PlayEcho(const RoleArguments& arguments) {
   if (!Send(client.pipe, "echo " + ReceiveLine(client.pipe))) return 2;
   return ReceiveLine(client.pipe) == "bye\n" ? 100 : 3;
 }
+const RegisteredRole echoRole("echo", PlayEcho);
 
 // Connects, says so, and holds the pipe until it is killed.
 uint32_t PlayHolder(const RoleArguments& arguments) {
@@ -101,6 +104,7 @@ uint32_t PlayHolder(const RoleArguments& arguments) {
   Sleep(INFINITE);
   return 2;
 }
+const RegisteredRole holdRole("hold", PlayHolder);
 
 // ---- Connecting ----
 
@@ -123,7 +127,7 @@ TEST(NamedPipeConnect, AClientThatComesDuringTheCallIsAFailureWithoutOsError) {
     CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_OK, ERROR_PIPE_CONNECTED);
     CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
   }
-  RoleProcess second("echo", {server.name});
+  ChildProcess second("echo", {server.name});
   CHECK_OUTCOME(ctx, KivSdNamedPipeConnect(ctx, &server.pipe), KIV_ST_PIPE_CONNECT, 0u);
   EXPECT_TRUE(Send(server.pipe, "a\n"));
   EXPECT_EQ(ReceiveLine(server.pipe), "echo a\n");
@@ -142,7 +146,7 @@ TEST(NamedPipeConnect, ServesClientsOneAfterTheOther) {
   Context ctx;
   Server server("several");
   for (const std::string line : {"one\n", "two\n", "three\n", "four\n"}) {
-    RoleProcess client("echo", {server.name});
+    ChildProcess client("echo", {server.name});
     const uint32_t connected = KivSdNamedPipeConnect(ctx, &server.pipe);
     const bool before = connected == KIV_ST_OK && ctx.osError() == ERROR_PIPE_CONNECTED;
     const bool during = connected == KIV_ST_PIPE_CONNECT && ctx.osError() == 0;
@@ -176,7 +180,7 @@ TEST(NamedPipeConnect, DisconnectTakesThePipeFromTheClient) {
 TEST(NamedPipeConnect, AKilledClientEndsTheServersRead) {
   Context ctx;
   Server server("killed");
-  RoleProcess client("hold", {server.name});
+  ChildProcess client("hold", {server.name});
   static_cast<void>(KivSdNamedPipeConnect(nullptr, &server.pipe));
   EXPECT_EQ(ReceiveLine(server.pipe), "here\n");
   std::thread killer([&] { client.Kill(); });
@@ -241,7 +245,7 @@ TEST(NamedPipe, OpensInOverlappedMode) {
   EXPECT_FALSE(ReadFile(pipe, &letter, 1, nullptr, &request));
   EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_IO_PENDING));
   EXPECT_TRUE(Send(server.pipe, "x"));
-  EXPECT_EQ(WaitForSingleObject(request.hEvent, kPatienceMs), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(request.hEvent, kLimitMs), WAIT_OBJECT_0);
   EXPECT_TRUE(GetOverlappedResult(pipe, &request, &count, FALSE));
   EXPECT_EQ(count, 1u);
   EXPECT_EQ(letter, 'x');
@@ -273,7 +277,7 @@ TEST(NamedPipe, OneThatDoesNotExistIsNotFound) {
       ctx, KivSdNamedPipeOpen(ctx, "local", name.c_str(), &pipe, kReadWrite, 0, OPEN_EXISTING, 0),
       KIV_ST_PIPE_OPEN, ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
-  CHECK_OUTCOME(ctx, KivSdNamedPipeWait(ctx, "local", name.c_str(), kPatienceMs), KIV_ST_PIPE_WAIT,
+  CHECK_OUTCOME(ctx, KivSdNamedPipeWait(ctx, "local", name.c_str(), kLimitMs), KIV_ST_PIPE_WAIT,
                 ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(KivSdNamedPipeWait(nullptr, "local", name.c_str(), 1), KIV_ST_PIPE_WAIT);
 }
@@ -372,7 +376,3 @@ TEST(NamedPipeMessage, OneLongerThanTheBufferComesInPartsThatFail) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  return kiv::test::PlayRoleOrRunTests(argc, argv, {{"echo", PlayEcho}, {"hold", PlayHolder}});
-}

@@ -8,14 +8,15 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
+#include "support/child_process.h"
 #include "support/context.h"
-#include "support/role_process.h"
 
 namespace {
 
+using kiv::test::ChildProcess;
 using kiv::test::Context;
+using kiv::test::RegisteredRole;
 using kiv::test::RoleArguments;
-using kiv::test::RoleProcess;
 
 constexpr uint32_t kErrorInvalidHandle = 6;
 constexpr uint32_t kErrorBrokenPipe = 109;
@@ -295,6 +296,7 @@ uint32_t PlaySummer(const RoleArguments& arguments) {
   }
   return ctx.status == KIV_ST_PIPE_READ && ctx.osError == kErrorBrokenPipe ? sum : 0;
 }
+const RegisteredRole sumRole("sum", PlaySummer);
 
 // Writes one byte and then holds the pipe until it is killed: {handle}
 uint32_t PlayHolder(const RoleArguments& arguments) {
@@ -304,12 +306,13 @@ uint32_t PlayHolder(const RoleArguments& arguments) {
   Sleep(INFINITE);
   return 2;
 }
+const RegisteredRole holdRole("hold", PlayHolder);
 
 TEST(PipeBetweenProcesses, CarriesManyBytesUnchanged) {
   Context ctx;
   Pipe pipe(65536);
   Inheritable childEnd(pipe.read);
-  RoleProcess summer("sum", {childEnd.text()});
+  ChildProcess summer("sum", {childEnd.text()});
   childEnd.Close();
   Pipe::Close(&pipe.read);
 
@@ -337,7 +340,7 @@ TEST(PipeBetweenProcesses, AKilledWriterEndsTheRead) {
   Context ctx;
   Pipe pipe;
   Inheritable childEnd(pipe.write);
-  RoleProcess holder("hold", {childEnd.text()});
+  ChildProcess holder("hold", {childEnd.text()});
   childEnd.Close();
   Pipe::Close(&pipe.write);
   EXPECT_EQ(Read(pipe, 100), "r");
@@ -352,7 +355,3 @@ TEST(PipeBetweenProcesses, AKilledWriterEndsTheRead) {
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  return kiv::test::PlayRoleOrRunTests(argc, argv, {{"sum", PlaySummer}, {"hold", PlayHolder}});
-}

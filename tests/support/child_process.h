@@ -15,10 +15,11 @@ namespace kiv::test {
 using RoleArguments = std::vector<std::string>;
 using Role = uint32_t (*)(const RoleArguments& arguments);
 
-constexpr uint32_t kRoleDone = 41;     // not what a killed or a crashed process ends with
-constexpr uint32_t kRoleFailed = 42;   // a check failed; the process has printed it
-constexpr uint32_t kRoleUnknown = 43;  // the program has no such role
-constexpr uint32_t kKilled = 44;       // by ChildProcess::Kill
+constexpr uint32_t kRoleDone = 41;      // not what a killed or a crashed process ends with
+constexpr uint32_t kRoleFailed = 42;    // a check failed; the process has printed it
+constexpr uint32_t kRoleUnknown = 43;   // the program has no such role
+constexpr uint32_t kRoleOutlived = 45;  // the role went on long after any test would
+constexpr uint32_t kKilled = 44;        // by ChildProcess::Kill
 constexpr uint32_t kStillRunning = 259;
 
 // const RegisteredRole holder("holder", [](const RoleArguments& arguments) { ... });
