@@ -68,63 +68,67 @@ void CloseEnd(KivHandle* end) {
   *end = nullptr;
 }
 
-// Passes a failure of one thread on to the other. What it would read next never comes, so the
-// end that writes it is closed, which ends the read.
-uint32_t Fail(Pipe* pipeToOther, uint32_t status) {
+// Tells of a failure of one thread, and passes it on to the other: what that would read next never
+// comes, so the end that writes it is closed, which ends the read. The status comes first, for who
+// finds its pipe closed asks whose failure that was.
+void Fail(std::atomic<uint32_t>* ownStatus, uint32_t status, Pipe* pipeToOther) {
+  *ownStatus = status;
   CloseEnd(&pipeToOther->write);
-  return status;
 }
 
-uint32_t Echo(Measurement* block) {
+void Echo(Measurement* block) {
   for (int32_t trip = 0; trip < kRoundTrips && block->timingStatus == KIV_ST_OK; ++trip) {
     char byte = 0;
     uint32_t status = ReadByte(&block->toEcho, &byte);
     if (status == KIV_ST_OK) status = WriteByte(&block->toTiming, &byte);
-    if (status != KIV_ST_OK) return Fail(&block->toTiming, status);
+    if (status != KIV_ST_OK) return Fail(&block->echoStatus, status, &block->toTiming);
   }
-  return KIV_ST_OK;
 }
 
 uint32_t EchoThread(void* argument) {
   auto* block = static_cast<Measurement*>(argument);
   __atomic_store_n(&block->partnerStarted, uint8_t{1}, __ATOMIC_RELEASE);
-  block->echoStatus = Echo(block);
+  Echo(block);
   return 0;
 }
 
-uint32_t SendAndReceive(Measurement* block) {
+void SendAndReceive(Measurement* block) {
   char byte = kByte;
   uint32_t status = WriteByte(&block->toEcho, &byte);
   for (int32_t trip = 0; trip < kRoundTrips && status == KIV_ST_OK; ++trip) {
-    if (block->echoStatus != KIV_ST_OK) return KIV_ST_OK;  // the echo thread tells why
+    if (block->echoStatus != KIV_ST_OK) return;  // the echo thread tells why
     status = ReadByte(&block->toTiming, &byte);
     const bool last = trip == kRoundTrips - 1;
     if (status == KIV_ST_OK && !last) status = WriteByte(&block->toEcho, &byte);
   }
-  return status == KIV_ST_OK ? status : Fail(&block->toEcho, status);
+  // A failure that only follows the echo thread's is not the one to tell.
+  if (status == KIV_ST_OK || block->echoStatus != KIV_ST_OK) return;
+  Fail(&block->timingStatus, status, &block->toEcho);
 }
 
-uint32_t TimeRoundTrips(Measurement* block) {
+void TimeRoundTrips(Measurement* block) {
   uint32_t id = 0;
   KivHandle echo = nullptr;
   uint32_t status = KivSdThreadCreate(nullptr, EchoThread, 0, kStackBytes, block, &id, &echo);
-  if (status != KIV_ST_OK) return status;
+  if (status != KIV_ST_OK) {
+    block->timingStatus = status;
+    return;
+  }
   static_cast<void>(KivSdWaitUntilTrue(&block->partnerStarted));
   block->go = 1;
   KivSdSleep(nullptr, kSettleMs);
 
   const int64_t start = os::Counter().value;
-  status = SendAndReceive(block);
+  SendAndReceive(block);
   const int64_t end = os::Counter().value;
   block->elapsedUs = Microseconds(start, end);
-  const uint32_t joined = KivSdThreadJoin(nullptr, &echo);
+  status = KivSdThreadJoin(nullptr, &echo);
   static_cast<void>(KivSdThreadDelete(nullptr, &echo));
-  return status != KIV_ST_OK ? status : joined;
+  if (block->timingStatus == KIV_ST_OK) block->timingStatus = status;
 }
 
 uint32_t TimingThread(void* argument) {
-  auto* block = static_cast<Measurement*>(argument);
-  block->timingStatus = TimeRoundTrips(block);
+  TimeRoundTrips(static_cast<Measurement*>(argument));
   return 0;
 }
 

@@ -1,0 +1,304 @@
+// Spinlocks on the heap, both designs: layout, reentrance, exclusion and order of entry.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "kivsdu/spinlock.h"
+#include "support/lock_design.h"
+#include "support/threads.h"
+
+namespace {
+
+using kiv::test::Await;
+using kiv::test::FieldOf;
+using kiv::test::kLockDesigns;
+using kiv::test::LockDesignTest;
+using kiv::test::OnThreads;
+
+constexpr uint32_t kMe = 0x80000007;
+constexpr uint32_t kOther = 8;
+constexpr uint32_t kRecordBytes = 256;
+constexpr size_t kHeld = 64;  // of the ticket design
+constexpr size_t kServing = 128;
+constexpr size_t kNext = 192;
+constexpr size_t kWord = 0;  // of the test-and-set design
+constexpr size_t kMark = 4;
+
+class Spinlock : public LockDesignTest {
+ protected:
+  Spinlock() : lock_(KivSdSpinlockCreate(nullptr, 0)) {}
+  ~Spinlock() override { KivSdSpinlockDestroy(nullptr, lock_); }
+
+  template <typename T>
+  T Field(size_t offset) const {
+    return FieldOf<T>(lock_, offset).load();
+  }
+  uint32_t Owner() const { return Field<uint32_t>(UsesTickets() ? 72 : 8); }
+  int16_t Count() const { return Field<int16_t>(UsesTickets() ? 76 : 12); }
+  bool IsHeld() const {
+    if (!UsesTickets()) return Field<uint32_t>(kWord) == 1;
+    return Field<int64_t>(kServing) != int64_t{Field<int32_t>(kNext)};
+  }
+
+  KivSdSpinlock* const lock_;
+};
+
+class TicketSpinlock : public Spinlock {};
+class WordSpinlock : public Spinlock {};
+
+INSTANTIATE_TEST_SUITE_P(Design, Spinlock, testing::ValuesIn(kLockDesigns), kiv::test::DesignName);
+INSTANTIATE_TEST_SUITE_P(Design, WordSpinlock, testing::Values(kLockDesigns[0]),
+                         kiv::test::DesignName);
+INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlock, testing::Values(kLockDesigns[1], kLockDesigns[2]),
+                         kiv::test::DesignName);
+
+// ---- Layout ----
+
+TEST_P(Spinlock, IsZeroWhenMadeExceptForTheMarkOfTestAndSet) {
+  ASSERT_NE(lock_, nullptr);
+  for (size_t offset = 0; offset < kRecordBytes; offset += 4) {
+    const bool isMark = !UsesTickets() && offset == kMark;
+    EXPECT_EQ(Field<uint32_t>(offset), isMark ? 256u : 0u) << "at " << offset;
+  }
+}
+
+TEST_P(TicketSpinlock, KeepsItsFieldsOnThreeLines) {
+  for (int32_t entry = 0; entry < 3; ++entry) {
+    KivSdSpinlockAcquire(lock_, kMe);
+    EXPECT_EQ(Field<int64_t>(kHeld), entry);
+    EXPECT_EQ(Field<uint32_t>(72), kMe);
+    EXPECT_EQ(Field<int16_t>(76), 1);
+    EXPECT_EQ(Field<int64_t>(kServing), entry);
+    EXPECT_EQ(Field<int32_t>(kNext), entry + 1);
+    KivSdSpinlockRelease(lock_);
+    EXPECT_EQ(Field<int64_t>(kHeld), entry) << "of the last holder";
+    EXPECT_EQ(Field<uint32_t>(72), 0u);
+    EXPECT_EQ(Field<int16_t>(76), 0);
+    EXPECT_EQ(Field<int64_t>(kServing), entry + 1);
+    EXPECT_EQ(Field<int32_t>(kNext), entry + 1);
+  }
+  for (size_t offset = 0; offset < kHeld; offset += 8) EXPECT_EQ(Field<uint64_t>(offset), 0u);
+}
+
+TEST_P(WordSpinlock, KeepsItsFieldsInTheFirstWords) {
+  KivSdSpinlockAcquire(lock_, kMe);
+  EXPECT_EQ(Field<uint32_t>(kWord), 1u);
+  EXPECT_EQ(Field<uint32_t>(kMark), 256u);
+  EXPECT_EQ(Field<uint32_t>(8), kMe);
+  EXPECT_EQ(Field<int16_t>(12), 1);
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(Field<uint32_t>(kWord), 0u);
+  EXPECT_EQ(Field<uint32_t>(kMark), 256u);
+  EXPECT_EQ(Field<uint32_t>(8), 0u);
+  EXPECT_EQ(Field<int16_t>(12), 0);
+  for (size_t offset = 16; offset < kRecordBytes; offset += 8) {
+    EXPECT_EQ(Field<uint64_t>(offset), 0u) << "at " << offset;
+  }
+}
+
+// ---- One thread ----
+
+TEST_P(Spinlock, IsHeldUntilGivenBackAsOftenAsTaken) {
+  for (uint32_t depth = 1; depth <= 3; ++depth) {
+    KivSdSpinlockAcquire(lock_, kMe);
+    EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), depth);
+  }
+  for (uint32_t left = 2; left >= 1; --left) {
+    KivSdSpinlockRelease(lock_);
+    EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), left);
+    EXPECT_TRUE(IsHeld());
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+  }
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 0u);
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Owner(), 0u);
+}
+
+TEST_P(Spinlock, OwnerIsTheHolderAndNobodyElse) {
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 1) << "nobody holds a free lock";
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 0);
+  KivSdSpinlockAcquire(lock_, kMe);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kOther), 0);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 0);
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 1);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 0);
+}
+
+TEST_P(Spinlock, ASurplusReleaseDoesNoHarmAfterTheFirstEntry) {
+  KivSdSpinlockAcquire(lock_, kMe);
+  for (uint32_t surplus = 0; surplus < 3; ++surplus) {
+    KivSdSpinlockRelease(lock_);
+    EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), surplus == 0 ? 0 : 0x10000 - surplus);
+    EXPECT_FALSE(IsHeld());
+  }
+  KivSdSpinlockAcquire(lock_, kOther);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u) << "counted anew";
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kOther), 1);
+  KivSdSpinlockRelease(lock_);
+  EXPECT_FALSE(IsHeld());
+}
+
+TEST_P(WordSpinlock, ASurplusReleaseDoesNoHarmBeforeTheFirstEntryEither) {
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(Count(), -1);
+  EXPECT_FALSE(IsHeld());
+  KivSdSpinlockAcquire(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u);
+  KivSdSpinlockRelease(lock_);
+}
+
+TEST_P(Spinlock, IsFreedUnderItsHolderByWhoeverGivesItBack) {
+  KivSdSpinlockAcquire(lock_, kMe);
+  std::thread([this] { KivSdSpinlockRelease(lock_); }).join();
+  EXPECT_FALSE(IsHeld());
+  KivSdSpinlockAcquire(lock_, kOther);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 0);
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, kOther), 1);
+  KivSdSpinlockRelease(lock_);
+}
+
+TEST_P(Spinlock, CountHas16Bits) {
+  constexpr uint32_t kTakings = 0x8001;
+  for (uint32_t i = 0; i < kTakings; ++i) KivSdSpinlockAcquire(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kTakings) << "shown without a sign";
+  EXPECT_EQ(Count(), INT16_MIN + 1);
+}
+
+TEST_P(Spinlock, IgnoresTheArgumentsOfItsMakingAndEnding) {
+  KivSdSpinlock* lock = KivSdSpinlockCreate(this, 0xFFFFFFFF);
+  ASSERT_NE(lock, nullptr);
+  KivSdSpinlockAcquire(lock, kMe);
+  KivSdSpinlockDestroy(this, lock);
+  KivSdSpinlockDestroy(nullptr, nullptr);
+}
+
+// ---- The pair that does not count ----
+
+TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
+  for (int32_t entry = 0; entry < 3; ++entry) {
+    KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+    EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 0u);
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+    EXPECT_EQ(Field<int64_t>(kHeld), entry);
+    EXPECT_TRUE(IsHeld());
+    KivSdSpinlockReleaseNonReentrant(lock_);
+    EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 0u);
+    EXPECT_EQ(Owner(), 0u);
+    EXPECT_FALSE(IsHeld());
+  }
+}
+
+TEST_P(TicketSpinlock, WithoutCountingMakesEvenTheHolderDrawATicket) {
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  bool entered = false;  // guarded by the lock
+  std::thread again([&] {
+    KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+    entered = true;
+    KivSdSpinlockReleaseNonReentrant(lock_);
+  });
+  Await([this] { return Field<int32_t>(kNext) == 2; });
+  EXPECT_FALSE(entered);
+  KivSdSpinlockReleaseNonReentrant(lock_);
+  again.join();
+  EXPECT_TRUE(entered);
+  EXPECT_FALSE(IsHeld());
+}
+
+TEST_P(WordSpinlock, WithoutCountingCountsAndIsFreedWhateverTheCount) {
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u);
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 2u);
+  KivSdSpinlockReleaseNonReentrant(lock_);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u);
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Owner(), 0u);
+}
+
+// ---- Several threads ----
+
+// Adds to a plain number under the lock; what the lock does not order is lost, or seen by a
+// sanitizer.
+TEST_P(Spinlock, AdmitsOneThreadAtATime) {
+  constexpr uint32_t kEntries = 4000;
+  for (const int32_t budget : {0, 1, 200}) {
+    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
+    for (const uint32_t threads : {2u, 3u, 8u}) {
+      uint32_t count = 0;
+      OnThreads(threads, [&](uint32_t number) {
+        for (uint32_t round = 0; round < kEntries / threads; ++round) {
+          KivSdSpinlockAcquire(lock_, number + 1);
+          if (round % 3 == 0) {
+            KivSdSpinlockAcquire(lock_, number + 1);
+            ++count;
+            KivSdSpinlockRelease(lock_);
+          } else {
+            ++count;
+          }
+          KivSdSpinlockRelease(lock_);
+        }
+      });
+      EXPECT_EQ(count, kEntries / threads * threads) << threads << " threads";
+      EXPECT_FALSE(IsHeld());
+    }
+  }
+}
+
+TEST_P(Spinlock, AdmitsOneThreadAtATimeWithoutCounting) {
+  constexpr uint32_t kRounds = 1000;
+  constexpr uint32_t kThreads = 4;
+  uint32_t count = 0;
+  OnThreads(kThreads, [&](uint32_t number) {
+    for (uint32_t round = 0; round < kRounds; ++round) {
+      KivSdSpinlockAcquireNonReentrant(lock_, number + 1);
+      ++count;
+      KivSdSpinlockReleaseNonReentrant(lock_);
+    }
+  });
+  EXPECT_EQ(count, kRounds * kThreads);
+  EXPECT_FALSE(IsHeld());
+}
+
+TEST_P(TicketSpinlock, AdmitsThreadsInTheOrderTheyCame) {
+  constexpr int32_t kWaiters = 5;
+  std::vector<int32_t> order;  // guarded by the lock
+  std::vector<std::thread> threads;
+  KivSdSpinlockAcquire(lock_, kMe);
+  for (int32_t waiter = 0; waiter < kWaiters; ++waiter) {
+    threads.emplace_back([this, waiter, &order] {
+      const auto thread = static_cast<uint32_t>(waiter) + 1;
+      KivSdSpinlockAcquire(lock_, thread);
+      order.push_back(waiter);
+      KivSdSpinlockRelease(lock_);
+    });
+    Await([this, waiter] { return Field<int32_t>(kNext) == waiter + 2; });
+  }
+  KivSdSpinlockRelease(lock_);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(order, (std::vector<int32_t>{0, 1, 2, 3, 4}));
+}
+
+// The 32-bit ticket turns negative while the 64-bit turn goes on upwards.
+TEST_P(TicketSpinlock, GrantsNoMoreEntriesAfterTwoToThe31st) {
+  FieldOf<int32_t>(lock_, kNext) = INT32_MAX;
+  FieldOf<int64_t>(lock_, kServing) = INT32_MAX;
+  KivSdSpinlockAcquire(lock_, kMe);
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(Field<int64_t>(kServing), int64_t{INT32_MAX} + 1);
+  EXPECT_EQ(Field<int32_t>(kNext), INT32_MIN);
+
+  std::thread late([this] { KivSdSpinlockAcquire(lock_, kOther); });
+  Await([this] { return Field<int32_t>(kNext) == INT32_MIN + 1; });
+  EXPECT_EQ(Owner(), 0u);
+  FieldOf<int64_t>(lock_, kServing) = INT32_MIN;  // lets the thread go
+  late.join();
+  EXPECT_EQ(Field<int64_t>(kHeld), INT32_MIN);
+  EXPECT_EQ(Owner(), kOther);
+}
+
+}  // namespace

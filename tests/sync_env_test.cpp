@@ -1,0 +1,422 @@
+// Tuning the locks: the lock variables of the environment, and measuring the spin budget against
+// every failure of the system's calls.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/heap_watch.h"
+#include "support/import_patch.h"
+#include "support/process.h"
+
+namespace {
+
+using kiv::test::HeapWatch;
+using kiv::test::ImportPatch;
+using kiv::test::ScriptedImport;
+
+constexpr int32_t kOldBudget = 12345;
+constexpr int32_t kOldLimit = 4711;
+constexpr DWORD kError = 5;
+constexpr uint32_t kNever = UINT32_MAX;
+constexpr char kDisplay[] = "KIV_DISPLAY_LOCKCONFIG";
+
+// ---- A machine and an environment made up ----
+
+// kivsdu.dll sees this many processors while it lives.
+class Processors {
+ public:
+  explicit Processors(DWORD count) { count_ = count; }
+
+ private:
+  static void WINAPI Describe(SYSTEM_INFO* info) {
+    *info = {};
+    info->dwNumberOfProcessors = count_;
+  }
+
+  static inline DWORD count_ = 0;
+  ImportPatch patch_{"GetSystemInfo", reinterpret_cast<void*>(&Describe)};
+};
+
+// kivsdu.dll sees this environment and no other while it lives.
+class Environment {
+ public:
+  explicit Environment(std::map<std::string, std::string> values) {
+    values_ = std::move(values);
+    asked_.clear();
+  }
+
+  static const std::vector<std::string>& asked() { return asked_; }
+
+ private:
+  static char* Find(const char* name) {
+    asked_.push_back(name);
+    const auto found = values_.find(name);
+    return found != values_.end() ? found->second.data() : nullptr;
+  }
+
+  static inline std::map<std::string, std::string> values_;
+  static inline std::vector<std::string> asked_;
+  ImportPatch patch_{"getenv", reinterpret_cast<void*>(&Find)};
+};
+
+const std::vector<std::string> kNames = {
+    "KIV_SPINLOCK_MAXSPINLOOPS", "KIV_SPINLOCK_MAXSPINYIELDS", "KIV_SPINLOCK_MAXWAITLOOPS",
+    "KIV_RWLOCK_RMAXSPINLOOPS",  "KIV_RWLOCK_RMAXSPINYIELDS",  "KIV_RWLOCK_RMAXWAITLOOPS",
+    "KIV_RWLOCK_WMAXSPINLOOPS",  "KIV_RWLOCK_WMAXSPINYIELDS",  "KIV_RWLOCK_WMAXWAITLOOPS"};
+
+std::map<std::string, std::string> AllSetTo(const std::string& value) {
+  std::map<std::string, std::string> values = {{kDisplay, ""}};
+  for (const std::string& name : kNames) values[name] = value;
+  return values;
+}
+
+// What a call prints on the standard output.
+std::string PrintedBy(const std::function<void()>& call) {
+  testing::internal::CaptureStdout();
+  call();
+  return testing::internal::GetCapturedStdout();
+}
+
+// What is shown for an environment, by a process that has not read its own yet.
+void CheckShown(const std::map<std::string, std::string>& values, const std::string& lines) {
+  const Processors one(1);
+  const Environment environment(values);
+  EXPECT_EQ(PrintedBy(KivSyncEnvInit), lines);
+}
+
+// ---- The environment ----
+
+TEST(SyncEnv, ShowsTheNineDefaultsWhenOnlyTheShowingIsSet) {
+  IN_FRESH_PROCESS([] {
+    CheckShown({{kDisplay, ""}},
+               "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+               "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+               "KIV_SPINLOCK_MAXWAITLOOPS=0\n"
+               "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
+    std::vector<std::string> all = kNames;
+    all.push_back(kDisplay);
+    EXPECT_EQ(Environment::asked(), all) << "in this order, each once";
+  });
+}
+
+TEST(SyncEnv, CorrectsANegativeValue) {
+  IN_FRESH_PROCESS([] {
+    CheckShown(AllSetTo("-5"),
+               "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+               "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+               "KIV_SPINLOCK_MAXWAITLOOPS=-5\n"
+               "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
+  });
+}
+
+// Zero, and what is no number and so zero too.
+constexpr char kLinesOfZero[] =
+    "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+    "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+    "KIV_SPINLOCK_MAXWAITLOOPS=0\n"
+    "KIV_RWLOCK_RMAXSPINLOOPS=0\n"
+    "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+    "KIV_RWLOCK_RMAXWAITLOOPS=0\n"
+    "KIV_RWLOCK_WMAXSPINLOOPS=0\n"
+    "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+    "KIV_RWLOCK_WMAXWAITLOOPS=0\n";
+
+TEST(SyncEnv, TakesZeroForReaderWriterLocksOnly) {
+  IN_FRESH_PROCESS([] { CheckShown(AllSetTo("0"), kLinesOfZero); });
+}
+
+TEST(SyncEnv, TakesWhatIsNoNumberForZero) {
+  IN_FRESH_PROCESS([] { CheckShown(AllSetTo("many"), kLinesOfZero); });
+}
+
+TEST(SyncEnv, TakesEveryOtherValueAsGiven) {
+  IN_FRESH_PROCESS([] {
+    std::map<std::string, std::string> values = {{kDisplay, "0"}};
+    for (size_t i = 0; i < kNames.size(); ++i) values[kNames[i]] = std::to_string(i + 2) + " x";
+    values[kNames.back()] = "2147483647";
+    CheckShown(values,
+               "KIV_SPINLOCK_MAXSPINLOOPS=2\n"
+               "KIV_SPINLOCK_MAXSPINYIELDS=3\n"
+               "KIV_SPINLOCK_MAXWAITLOOPS=4\n"
+               "KIV_RWLOCK_RMAXSPINLOOPS=5\n"
+               "KIV_RWLOCK_RMAXSPINYIELDS=6\n"
+               "KIV_RWLOCK_RMAXWAITLOOPS=7\n"
+               "KIV_RWLOCK_WMAXSPINLOOPS=8\n"
+               "KIV_RWLOCK_WMAXSPINYIELDS=9\n"
+               "KIV_RWLOCK_WMAXWAITLOOPS=2147483647\n");
+  });
+}
+
+TEST(SyncEnv, IsQuietUnlessAskedToShow) {
+  IN_FRESH_PROCESS([] {
+    std::map<std::string, std::string> values = AllSetTo("7");
+    values.erase(kDisplay);
+    CheckShown(values, "");
+  });
+}
+
+TEST(SyncEnv, IsDoneOnceHoweverOftenItIsAsked) {
+  IN_FRESH_PROCESS([] {
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 20000);
+    {
+      const Processors one(1);
+      const Environment environment({});
+      KivSdSpinlockDestroy(nullptr, KivSdSpinlockCreate(nullptr, 0));
+      EXPECT_EQ(Environment::asked().size(), kNames.size() + 1) << "by the first lock";
+      EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 1);
+    }
+    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+    const Environment environment(AllSetTo("7"));
+    const ScriptedImport processors("GetSystemInfo", {});
+    EXPECT_EQ(PrintedBy([] {
+                KivSyncEnvInit();
+                KivSdSpinlockDestroy(nullptr, KivSdSpinlockCreate(nullptr, 0));
+              }),
+              "");
+    EXPECT_TRUE(Environment::asked().empty());
+    EXPECT_TRUE(processors.calls().empty());
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+  });
+}
+
+TEST(SyncEnv, ReadsTheEnvironmentOfAMachineThatCannotBeMeasured) {
+  IN_FRESH_PROCESS([] {
+    const Processors two(2);
+    const Environment environment({{kDisplay, ""}, {kNames[0], "9"}});
+    const ScriptedImport pipe("CreatePipe", {.result = 0, .error = kError});
+    const std::string shown = PrintedBy(KivSyncEnvInit);
+    EXPECT_EQ(shown.substr(0, shown.find('\n')), "KIV_SPINLOCK_MAXSPINLOOPS=9");
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 20000) << "as it was";
+    KivSyncEnvInit();
+    EXPECT_EQ(pipe.calls().size(), 1u) << "not tried again";
+  });
+}
+
+TEST(SpinlockCreate, YieldsNothingWithoutMemory) {
+  IN_FRESH_PROCESS([] {
+    const Processors one(1);
+    KivSyncEnvInit();
+    const HeapWatch heap(0, kError);
+    EXPECT_EQ(KivSdSpinlockCreate(nullptr, 0), nullptr);
+    EXPECT_EQ(heap.sizes(), std::vector<size_t>{256});
+  });
+}
+
+// ---- The spin budget ----
+
+// The calls under the measurement, made by several threads. Call number `failing` of one function,
+// counted from 0, fails; pipes and the ends that are closed are written down. Reads and writes may
+// be made to succeed without doing anything, which is quick.
+class Calls {
+ public:
+  enum Function { kCreatePipe, kCreateThread, kReadFile, kWriteFile, kFunctions };
+
+  enum Transfer { kReal, kHollow };
+
+  explicit Calls(Function function = kFunctions, uint32_t failing = kNever,
+                 Transfer transfer = kReal) {
+    function_ = function;
+    transfer_ = transfer;
+    failing_ = failing;
+    for (std::atomic<uint32_t>& count : counts_) count = 0;
+    ends_.clear();
+    closed_.clear();
+    for (size_t i = 0; i < kFunctions; ++i) originals_[i] = patches_[i].original();
+    originalClose_ = close_.original();
+  }
+
+  static uint32_t count(Function function) { return counts_[function]; }
+  static size_t ends() { return ends_.size(); }
+
+  // Whether every end was closed exactly once.
+  static bool AllEndsAreClosed() {
+    return std::all_of(ends_.begin(), ends_.end(), [](HANDLE end) {
+      return std::count(closed_.begin(), closed_.end(), end) == 1;
+    });
+  }
+
+ private:
+  static bool Fails(Function function) {
+    if (counts_[function].fetch_add(1) != failing_ || function != function_) return false;
+    SetLastError(kError);
+    return true;
+  }
+
+  template <typename Signature>
+  static Signature* Original(Function function) {
+    return reinterpret_cast<Signature*>(originals_[function]);
+  }
+
+  static BOOL WINAPI MakePipe(HANDLE* read, HANDLE* write, SECURITY_ATTRIBUTES* security,
+                              DWORD bytes) {
+    if (Fails(kCreatePipe)) return FALSE;
+    const BOOL made = Original<decltype(CreatePipe)>(kCreatePipe)(read, write, security, bytes);
+    if (made) ends_.insert(ends_.end(), {*read, *write});
+    return made;
+  }
+
+  static HANDLE WINAPI StartThread(SECURITY_ATTRIBUTES* security, SIZE_T stackBytes,
+                                   LPTHREAD_START_ROUTINE routine, void* argument, DWORD flags,
+                                   DWORD* id) {
+    if (Fails(kCreateThread)) return nullptr;
+    return Original<decltype(CreateThread)>(kCreateThread)(security, stackBytes, routine, argument,
+                                                           flags, id);
+  }
+
+  static BOOL WINAPI Read(HANDLE file, void* buffer, DWORD length, DWORD* count,
+                          OVERLAPPED* overlapped) {
+    if (Fails(kReadFile)) return FALSE;
+    *count = length;
+    if (transfer_ == kHollow) return TRUE;
+    return Original<decltype(ReadFile)>(kReadFile)(file, buffer, length, count, overlapped);
+  }
+
+  static BOOL WINAPI Write(HANDLE file, const void* buffer, DWORD length, DWORD* count,
+                           OVERLAPPED* overlapped) {
+    if (Fails(kWriteFile)) return FALSE;
+    *count = length;
+    if (transfer_ == kHollow) return TRUE;
+    return Original<decltype(WriteFile)>(kWriteFile)(file, buffer, length, count, overlapped);
+  }
+
+  static BOOL WINAPI Close(HANDLE handle) {
+    {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      closed_.push_back(handle);
+    }
+    return reinterpret_cast<decltype(CloseHandle)*>(originalClose_)(handle);
+  }
+
+  static inline Function function_;
+  static inline uint32_t failing_;
+  static inline Transfer transfer_;
+  static inline std::atomic<uint32_t> counts_[kFunctions];
+  static inline void* originals_[kFunctions];
+  static inline void* originalClose_;
+  static inline std::mutex mutex_;  // guards closed_
+  static inline std::vector<HANDLE> closed_;
+  static inline std::vector<HANDLE> ends_;  // made by one thread, before there are others
+
+  ImportPatch patches_[kFunctions] = {{"CreatePipe", reinterpret_cast<void*>(&MakePipe)},
+                                      {"CreateThread", reinterpret_cast<void*>(&StartThread)},
+                                      {"ReadFile", reinterpret_cast<void*>(&Read)},
+                                      {"WriteFile", reinterpret_cast<void*>(&Write)}};
+  ImportPatch close_{"CloseHandle", reinterpret_cast<void*>(&Close)};
+};
+
+TEST(SpinUpperLimit, IsOneOnOneProcessorWithoutAPipeOrAThread) {
+  const Processors one(1);
+  const Calls calls;
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  int32_t limit = kOldLimit;
+  EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+  EXPECT_EQ(limit, 1);
+  EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 1);
+  EXPECT_EQ(Calls::count(Calls::kCreatePipe), 0u);
+  EXPECT_EQ(Calls::count(Calls::kCreateThread), 0u);
+}
+
+// A counter that the test winds: readings in turn, of a clock of a million ticks a second.
+class Clock {
+ public:
+  explicit Clock(std::vector<int64_t> readings) {
+    readings_ = std::move(readings);
+    next_ = 0;
+  }
+
+  static size_t looks() { return next_; }
+
+ private:
+  static BOOL WINAPI Read(LARGE_INTEGER* count) {
+    const size_t look = next_.fetch_add(1);
+    count->QuadPart = look < readings_.size() ? readings_[look] : 0;
+    return TRUE;
+  }
+  static BOOL WINAPI Frequency(LARGE_INTEGER* frequency) {
+    frequency->QuadPart = 1'000'000;
+    return TRUE;
+  }
+
+  static inline std::vector<int64_t> readings_;
+  static inline std::atomic<size_t> next_;
+  ImportPatch counter_{"QueryPerformanceCounter", reinterpret_cast<void*>(&Read)};
+  ImportPatch frequency_{"QueryPerformanceFrequency", reinterpret_cast<void*>(&Frequency)};
+};
+
+TEST(SpinUpperLimit, IsTheRoundsThatLastAsLongAsOneWayOfATrip) {
+  struct {
+    int64_t tripsUs;  // of 10000 round trips
+    int64_t spinUs;   // of 400000 rounds
+    int32_t limit;
+    Calls::Transfer transfer;
+  } const measurements[] = {{300, 200, 30, Calls::kReal},
+                            {1000, 300, 66, Calls::kHollow},
+                            {1, 21, 0, Calls::kHollow},
+                            {INT32_MAX, 1, INT32_MAX, Calls::kHollow}};
+  const Processors two(2);
+  for (const auto& [tripsUs, spinUs, expected, transfer] : measurements) {
+    const Clock clock({1000, 1000 + tripsUs, 5000, 5000 + spinUs});
+    const Calls calls(Calls::kFunctions, kNever, transfer);
+    int32_t limit = kOldLimit;
+    EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+    EXPECT_EQ(limit, expected) << "cut off, and not raised to 1";
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, expected);
+    EXPECT_EQ(Clock::looks(), 4u);
+    EXPECT_EQ(Calls::count(Calls::kCreateThread), 2u);
+    EXPECT_EQ(Calls::count(Calls::kReadFile), 20000u);
+    EXPECT_EQ(Calls::count(Calls::kWriteFile), 20000u);
+    EXPECT_EQ(Calls::ends(), 4u);
+    EXPECT_TRUE(Calls::AllEndsAreClosed());
+  }
+}
+
+struct Failure {
+  const char* name;
+  Calls::Function function;
+  std::vector<uint32_t> numbers;  // of the call that fails; of reads and writes the threads take
+                                  // turns
+  uint32_t status;
+};
+const Failure kFailures[] = {
+    {"CreatePipe", Calls::kCreatePipe, {0, 1}, KIV_ST_PIPE_CREATE},
+    {"CreateThread", Calls::kCreateThread, {0, 1}, KIV_ST_THREAD_CREATE},
+    {"ReadFile", Calls::kReadFile, {0, 1, 2, 3, 100, 101}, KIV_ST_PIPE_READ},
+    {"WriteFile", Calls::kWriteFile, {0, 1, 2, 3, 100, 101, 19999}, KIV_ST_PIPE_WRITE},
+};
+
+TEST(SpinUpperLimit, IsLeftAloneByAFailureWhichIsReported) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  for (const Failure& failure : kFailures) {
+    for (const uint32_t number : failure.numbers) {
+      SCOPED_TRACE(std::string(failure.name) + " " + std::to_string(number));
+      const Calls calls(failure.function, number);
+      int32_t limit = kOldLimit;
+      EXPECT_EQ(KivGetSpinUpperLimit(&limit), failure.status);
+      EXPECT_EQ(limit, kOldLimit);
+      EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+      EXPECT_EQ(Calls::ends(), failure.function == Calls::kCreatePipe ? 2 * number : 4);
+      EXPECT_TRUE(Calls::AllEndsAreClosed());
+    }
+  }
+}
+
+}  // namespace
