@@ -43,20 +43,18 @@ constexpr uint64_t RW_READER_UNIT = 8;
 
 uint32_t AddToLow(KivRWLock* lock, uint64_t addend) {
   auto* low = reinterpret_cast<uint32_t*>(&lock->countAndFlags);  // little-endian
-  return __atomic_fetch_add(low, static_cast<uint32_t>(addend), __ATOMIC_SEQ_CST);
+  return std::atomic_ref<uint32_t>(*low).fetch_add(static_cast<uint32_t>(addend));
 }
 
 uint64_t SetFlags(KivRWLock* lock, uint64_t flags) {
-  return __atomic_fetch_or(&lock->countAndFlags, flags, __ATOMIC_SEQ_CST);
+  return std::atomic_ref<uint64_t>(lock->countAndFlags).fetch_or(flags);
 }
 
 uint64_t ClearFlags(KivRWLock* lock, uint64_t flags) {
-  return __atomic_fetch_and(&lock->countAndFlags, ~flags, __ATOMIC_SEQ_CST);
+  return std::atomic_ref<uint64_t>(lock->countAndFlags).fetch_and(~flags);
 }
 
-Node* Exchange(Node** place, Node* node) {
-  return __atomic_exchange_n(place, node, __ATOMIC_SEQ_CST);
-}
+Node* Exchange(Node** place, Node* node) { return std::atomic_ref<Node*>(*place).exchange(node); }
 
 // ---- Gates ----
 
@@ -134,7 +132,7 @@ void LeaveAsReader(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, uint64_t{0} - RW_READER_UNIT);
   constexpr uint32_t kLastBeforeWriter = RW_READER_UNIT + RW_WRITER_ACTIVE + RW_WRITER_INTERESTED;
   if ((before & ~uint32_t{RW_READER_INTERESTED}) != kLastBeforeWriter) return;
-  kiv::Wake(__atomic_load_n(&lock->writerHead, __ATOMIC_SEQ_CST), nullptr);
+  kiv::Wake(std::atomic_ref<Node*>(lock->writerHead).load(), nullptr);
 }
 
 // The writer behind a node that is no longer the tail: it has swung the tail and is about to
@@ -158,8 +156,8 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   const uint64_t before = ClearFlags(lock, RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
   if ((before & RW_READER_INTERESTED) != 0) ReaderGate(lock, nullptr);
   Node* expected = node;
-  const bool wasLast = __atomic_compare_exchange_n(&lock->writerTail, &expected, nullptr, false,
-                                                   __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST);
+  const bool wasLast =
+      std::atomic_ref<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
   if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
 }
 

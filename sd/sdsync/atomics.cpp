@@ -14,7 +14,10 @@ uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
 }
 
 // acquire: what the writer of the byte wrote before it is visible to who saw the byte.
-uint8_t Look(const uint8_t* flag) { return __atomic_load_n(flag, __ATOMIC_ACQUIRE); }
+// Only reads; the cast is for the reference's type.
+uint8_t Look(const uint8_t* flag) {
+  return std::atomic_ref<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
+}
 
 }  // namespace
 

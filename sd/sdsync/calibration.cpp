@@ -87,7 +87,7 @@ void Echo(Measurement* block) {
 
 uint32_t EchoThread(void* argument) {
   auto* block = static_cast<Measurement*>(argument);
-  __atomic_store_n(&block->partnerStarted, uint8_t{1}, __ATOMIC_RELEASE);
+  std::atomic_ref<uint8_t>(block->partnerStarted).store(1, std::memory_order_release);
   Echo(block);
   return 0;
 }
