@@ -20,8 +20,9 @@ struct LockDesign {
   uint8_t flag;  // of KivSdSetHardwareAcceleration
 };
 
-// Every value of the flag but 0 stands for tickets.
-constexpr LockDesign kLockDesigns[] = {{"TestAndSet", 0}, {"Ticket", 1}, {"TicketByAnyFlag", 0x80}};
+constexpr LockDesign kTestAndSet = {"TestAndSet", 0};
+constexpr LockDesign kTicket = {"Ticket", 1};
+constexpr uint8_t kAnyOtherFlag = 0x80;  // stands for tickets too
 
 inline std::string DesignName(const testing::TestParamInfo<LockDesign>& info) {
   return info.param.name;
@@ -46,12 +47,11 @@ class LockDesignTest : public testing::TestWithParam<LockDesign> {
  protected:
   static constexpr int32_t kSmallBudget = 20;
 
-  LockDesignTest() {
-    KivSyncEnvInit();
-    KivSdSetHardwareAcceleration(GetParam().flag);
-    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kSmallBudget;
-  }
+  LockDesignTest() { KivSdSetHardwareAcceleration(GetParam().flag); }
   ~LockDesignTest() override { KivSdSetHardwareAcceleration(0); }
+
+  // After the test's lock is made, for the first of a process measures the budget.
+  void SetUp() override { KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kSmallBudget; }
 
   static bool UsesTickets() { return GetParam().flag != 0; }
 };
