@@ -8,7 +8,7 @@
 
 namespace kiv {
 
-constexpr size_t kSpinlockBytes = 4 * 64;
+constexpr size_t kSpinlockBytes = 256;  // four lines of 64
 
 struct TestAndSetLock {
   std::atomic<uint32_t> word;  // 0 free, 1 held; changed by exchange alone
