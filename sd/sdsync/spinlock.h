@@ -56,4 +56,12 @@ struct KivSdSpinlock {
 };
 static_assert(sizeof(KivSdSpinlock) == kiv::kSpinlockBytes, "spinlock layout");
 
+namespace kiv {
+
+// A free lock as KivSdSpinlockCreate makes it, but of plain memory: for the memory manager, whose
+// heaps cannot hold the locks that guard them. Null without memory.
+KivSdSpinlock* CreatePlainSpinlock();
+
+}  // namespace kiv
+
 #endif
