@@ -87,7 +87,7 @@ TEST(Exports, ThatShareABodyHaveOneAddressAndTheOthersEachTheirOwn) {
   }
 }
 
-TEST(Exports, ShareBodiesInThreeGroups) {
+TEST(Exports, ShareBodiesInFiveGroups) {
   std::map<std::string, std::set<std::string>> groups;
   for (const SharedEntry& entry : kSharedEntries) groups[entry.body].insert(entry.name);
   ASSERT_EQ(groups.size(), 3u);

@@ -150,9 +150,4 @@ KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
 KIVSDU_API uint32_t adMallocOnNode(void* ignored, uint64_t sizeBytes, uint64_t* size, void** block);
 KIVSDU_API uint32_t adFreeOnNode(uint64_t ignored, uint64_t alsoIgnored, void* block);
 
-/* Memory tags of other platforms. They do nothing here and are one entry with
- * KivSdBindThreadToNumaNode. */
-KIVSDU_API void adMemInfo(const void* block, uint64_t tag);
-KIVSDU_API void adSetMemTag(const void* block, uint64_t tag);
-
 #endif
