@@ -55,7 +55,8 @@ uint64_t Distance(const void* from, const void* to) {
 }
 
 // How much lies behind an address. A piece of the stack has no size of its own, and counts up to
-// the end of its block; what was allocated before the exception has the size that the runtime knows.
+// the end of its block; what was allocated before the exception has the size that the runtime
+// knows.
 uint64_t BytesFrom(void* block) {
   const kiv::StackBlock* holder = HolderOf(block);
   if (holder != nullptr) return holder->sizeBytes - Distance(holder, block);

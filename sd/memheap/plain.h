@@ -22,9 +22,8 @@ void PlainFreeSlow(void* block);
 inline void* PlainAllocate(uint64_t sizeBytes, uint8_t policy) {
   if (ManagerSwitchIsOn() && sizeBytes <= kLargestRoundedBytes && policy != kMandatoryPolicy) {
     ThreadCache* cache = CurrentThreadCache();
-    void* block = cache == nullptr
-                      ? nullptr
-                      : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
+    void* block =
+        cache == nullptr ? nullptr : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
     if (block != nullptr) return block;
   }
   return PlainAllocateSlow(sizeBytes, policy);
