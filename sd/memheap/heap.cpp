@@ -21,6 +21,10 @@ Block* At(Block* block, uint32_t offsetBytes) {
 
 Block* After(Block* block) { return At(block, block->sizeBytes); }
 
+Block* Before(Block* block) {
+  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
+}
+
 bool IsInside(const Heap& heap, const Block* block) {
   return reinterpret_cast<const char*>(block) < heap.arenaEnd;
 }
@@ -97,7 +101,7 @@ Merge FindNeighbours(const Heap& heap, Block* block) {
   Merge merge = {block, nullptr, nullptr, block->sizeBytes};
   Block* next = After(block);
   if (block->previousBytes != 0) {
-    Block* previous = At(block, 0U - block->previousBytes);
+    Block* previous = Before(block);
     if (previous->heap == nullptr) {
       merge.previous = merge.start = previous;
       merge.sizeBytes += previous->sizeBytes;
