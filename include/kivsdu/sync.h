@@ -8,8 +8,8 @@
 
 /* ---- Atomic operations ----
  *
- * All of them are full barriers. Mind the widths: adding works on 32 bits and returns the old
- * value sign-extended to 64; setting and comparing work on 64-bit words. Pointers are not
+ * All that look at memory are full barriers. Mind the widths: adding works on 32 bits and returns
+ * the old value sign-extended to 64; setting and comparing work on 64-bit words. Pointers are not
  * checked, and are aligned as their types. */
 
 /* Stores newValue if the target holds `expected`. The target comes last. 1 if it did, else 0. */
