@@ -62,8 +62,8 @@ KIVSDU_API void KivSyncEnvInit(void);
 /* Measures the spin budget: the rounds that last as long as handing a byte from one thread to
  * another through a pipe. A machine of one processor gets 1.
  *
- *   limit  receives the budget, which is stored too; left alone on failure, as the budget is;
- *          must not be null
+ *   limit  receives the budget, which is stored too; left alone on failure, as the budget is, and
+ *          where the clock stands still; must not be null
  *
  * 0, or the status of the first pipe, thread or join that failed (pipe.h, thread.h)
  * One thread at a time. */
