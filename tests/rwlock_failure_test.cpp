@@ -73,19 +73,31 @@ class RWLockFailure : public testing::TestWithParam<uint32_t> {
   KivRWLockTable table_{};
 };
 
-TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothing) {
+TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
   {
     const ScriptedImport malloc("malloc", FailingAfter(0));
     EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
     ASSERT_EQ(malloc.calls().size(), 1u);
-    EXPECT_EQ(malloc.calls()[0][0], KIV_RWLOCK_SLOTS * sizeof(void*));
+    EXPECT_EQ(malloc.calls()[0][0], sizeof(KivRWLockNode));
     EXPECT_EQ(table_.active, nullptr);
     EXPECT_EQ(table_.free, nullptr);
   }
   StartFailsThenSucceeds(0);
 }
 
-TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
+TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothingAndKeepsNoNode) {
+  {
+    const ScriptedImport malloc("malloc", FailingAfter(1));
+    const ScriptedImport free("free", {.failCount = 0});
+    const ScriptedImport close("CloseHandle", {.failCount = 0});
+    EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
+    ASSERT_EQ(malloc.calls().size(), 2u);
+    EXPECT_EQ(malloc.calls()[1][0], KIV_RWLOCK_SLOTS * sizeof(void*));
+    EXPECT_EQ(free.calls().size(), 1u);
+    EXPECT_EQ(close.calls().size(), 3u);
+    EXPECT_EQ(table_.active, nullptr);
+    EXPECT_EQ(table_.free, nullptr);
+  }
   StartFailsThenSucceeds(1);
   EXPECT_NE(table_.free[3], nullptr);
   EXPECT_EQ(table_.free[3]->listLink, nullptr) << "one node and no other";
