@@ -7,6 +7,7 @@
 //   p  pause   y  yield
 //   t  take the wake mutex   r  release it   s  release it and sleep   u  raise the semaphore
 //   b  signal the event and take the wake mutex   (  )  enter and leave the critical section
+//   M S C E  make mutex, semaphore, critical section, event; m q c e  end them, where a test asks
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -48,8 +49,15 @@ void Note(char letter) {
   if (due != plan.end()) due->second();
 }
 
+bool notesMaking = false;
+
+void NoteMaking(char letter) {
+  if (notesMaking) Note(letter);
+}
+
 void Forget() {
   trace.clear();
+  notesMaking = false;
   plan.clear();
   onLetter = nullptr;
 }
@@ -64,12 +72,26 @@ void kiv::test::OnYield() { Note('y'); }
 
 namespace kiv::os {
 
-ValueResult<void*> MakeParkMutex() { return {true, 0, nullptr}; }
-ValueResult<void*> MakeParkSemaphore() { return {true, 0, nullptr}; }
-ValueResult<void*> MakeParkEvent() { return {true, 0, nullptr}; }
-Result CloseParkMutex(void*) { return {true, 0}; }
-Result CloseParkSemaphore(void*) { return {true, 0}; }
-Result CloseParkEvent(void*) { return {true, 0}; }
+namespace {
+
+ValueResult<void*> Make(char letter) {
+  NoteMaking(letter);
+  return {true, 0, nullptr};
+}
+
+Result Close(char letter) {
+  NoteMaking(letter);
+  return {true, 0};
+}
+
+}  // namespace
+
+ValueResult<void*> MakeParkMutex() { return Make('M'); }
+ValueResult<void*> MakeParkSemaphore() { return Make('S'); }
+ValueResult<void*> MakeParkEvent() { return Make('E'); }
+Result CloseParkMutex(void*) { return Close('m'); }
+Result CloseParkSemaphore(void*) { return Close('q'); }
+Result CloseParkEvent(void*) { return Close('e'); }
 
 Result TakeParkMutex(void*) {
   Note('t');
@@ -97,8 +119,8 @@ Result Unpark(void*) {
   return {true, 0};
 }
 
-void PrepareCriticalSection(void*) {}
-void EndCriticalSection(void*) {}
+void PrepareCriticalSection(void*) { NoteMaking('C'); }
+void EndCriticalSection(void*) { NoteMaking('c'); }
 void EnterCriticalSection(void*) { Note('('); }
 void LeaveCriticalSection(void*) { Note(')'); }
 
@@ -542,6 +564,18 @@ TEST_F(RWLockSteps, NobodyWaitsAndNothingIsAskedOfTheKernelWithoutAnother) {
   End(&a_);
   End(&b_);
   EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_F(RWLockSteps, ANodeIsMadeOnceAndEndsWhenNobodyWakesItAnyMore) {
+  notesMaking = true;
+  Read(&a_);
+  EXPECT_EQ(TakeTrace(), "MSCE");
+  End(&a_);
+  Write(&a_);
+  End(&a_);
+  EXPECT_EQ(TakeTrace(), "");
+  EXPECT_EQ(KivRWLockFreeQNodes(&a_), KIV_ST_OK);
+  EXPECT_EQ(TakeTrace(), "trmceq") << "behind whoever let its thread in last";
 }
 
 TEST_F(RWLockSteps, TheLastReaderWakesTheWriter) {
