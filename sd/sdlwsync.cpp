@@ -72,7 +72,7 @@ void AcquireTicket(TicketLock* lock, uint32_t thread) {
   // seq_cst: the full fence of taking.
   const int64_t ticket = lock->next.fetch_add(1);
   const auto isServed = [lock, ticket] { return lock->serving.load(kAcquire) == ticket; };
-  if (!isServed()) kiv::SpinAndYieldUntil(isServed);
+  kiv::SpinAndYieldUntil(isServed);
   lock->count.store(1, kRelaxed);
   lock->owner.store(thread, kRelaxed);
 }

@@ -1,4 +1,5 @@
-// Atomic operations for callers. Each is one locked instruction, and so a full barrier.
+// Atomic operations for callers. Each is one locked instruction, and so a full barrier; the waits,
+// which only read, end with one.
 #include <atomic>
 
 #include "fence.h"
@@ -54,10 +55,12 @@ uint8_t KivSdWaitUntilTrue(const uint8_t* flag) {
     kiv::os::PauseProcessor();
     value = Look(flag);
   }
+  kiv::FullFence();
   return value;
 }
 
 uint8_t KivSdWaitUntilFalse(const uint8_t* flag) {
   while (Look(flag) != 0) kiv::os::PauseProcessor();
+  kiv::FullFence();
   return 0;
 }

@@ -77,7 +77,7 @@ int64_t WaitForTurn(TicketLock* lock) {
   // reads cannot come before it.
   const int64_t ticket = lock->next.fetch_add(1);
   const auto isServed = [lock, ticket] { return lock->serving.load(kAcquire) == ticket; };
-  if (!isServed()) kiv::SpinAndYieldUntil(isServed);
+  if (!isServed()) kiv::SpinOnceAndYieldUntil(isServed);
   return ticket;
 }
 
