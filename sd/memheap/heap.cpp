@@ -23,10 +23,6 @@ Block* Before(Block* block) {
   return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
 }
 
-Block* Before(Block* block) {
-  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
-}
-
 bool IsInside(const Heap& heap, const Block* block) {
   return reinterpret_cast<const char*>(block) < heap.arenaEnd;
 }

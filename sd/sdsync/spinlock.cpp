@@ -169,11 +169,11 @@ void KivSdSpinlockReleaseNonReentrant(KivSdSpinlock* lock) {
 }
 
 int32_t KivSdSpinlockOwner(const KivSdSpinlock* lock, uint32_t thread) {
-  const std::atomic<uint32_t>& owner = UsesTickets() ? lock->ticket.owner : lock->word.owner;
+  const kiv::Atomic<uint32_t>& owner = UsesTickets() ? lock->ticket.owner : lock->word.owner;
   return owner.load(kRelaxed) == thread ? 1 : 0;
 }
 
 uint32_t KivSdGetSpinlockRefCount(const KivSdSpinlock* lock) {
-  const std::atomic<int16_t>& count = UsesTickets() ? lock->ticket.count : lock->word.count;
+  const kiv::Atomic<int16_t>& count = UsesTickets() ? lock->ticket.count : lock->word.count;
   return static_cast<uint16_t>(count.load(kRelaxed));
 }
