@@ -13,6 +13,7 @@
 #include "manager.h"
 #include "memory.h"
 #include "memstack.h"
+#include "memtags.h"
 #include "module.h"
 #include "mutex.h"
 #include "numa.h"
@@ -24,6 +25,7 @@
 #include "sync.h"
 #include "system.h"
 #include "thread.h"
+#include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
 

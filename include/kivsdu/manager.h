@@ -47,9 +47,4 @@ KIVSDU_API uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t adFree(void* block, const char* file, uint32_t line);
 
-/* Memory tags of other platforms. They do nothing here and are one entry with
- * KivSdBindThreadToNumaNode. */
-KIVSDU_API void adMemInfo(const void* block, uint64_t tag);
-KIVSDU_API void adSetMemTag(const void* block, uint64_t tag);
-
 #endif

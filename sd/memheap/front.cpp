@@ -5,14 +5,12 @@
 #include "kivsdu/manager.h"
 
 #include "kivsdu/status.h"
+#include "memheap/plain.h"
 #include "memheap/switches.h"
-#include "os/heap.h"
 
 kiv::MemorySwitches kiv::memorySwitches;
 
 namespace {
-
-namespace os = kiv::os;
 
 // Stores what an allocation yielded and says whether it is a block.
 uint32_t Yield(void* made, void** block) {
@@ -22,10 +20,11 @@ uint32_t Yield(void* made, void** block) {
 
 }  // namespace
 
-uint32_t adMallocPolicy(void* /*owner*/, uint64_t sizeBytes, void** block, uint8_t /*policy*/,
+uint32_t adMallocPolicy(void* /*owner*/, uint64_t sizeBytes, void** block, uint8_t policy,
                         const char* /*file*/, uint32_t /*line*/) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
-  return Yield(os::RawAllocate(sizeBytes), block);
+  if (kiv::FatalExceptionOccurred()) return Yield(kiv::FatalAllocate(sizeBytes), block);
+  return Yield(kiv::PlainAllocate(sizeBytes, policy), block);
 }
 
 uint32_t adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* file, uint32_t line) {
@@ -36,13 +35,17 @@ uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** ne
                    const char* file, uint32_t line) {
   if (oldBlock == nullptr) return adMalloc(owner, newSizeBytes, newBlock, file, line);
   if (newSizeBytes == 0) return KIV_ST_ARGUMENT;
-  return Yield(os::RawReallocate(oldBlock, newSizeBytes), newBlock);
+  if (kiv::FatalExceptionOccurred()) {
+    return Yield(kiv::FatalReallocate(oldBlock, newSizeBytes), newBlock);
+  }
+  return Yield(kiv::PlainReallocate(oldBlock, newSizeBytes), newBlock);
 }
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {
   // Before the null check: once freeing is off, a free of anything succeeds.
   if (kiv::memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
   if (block == nullptr) return KIV_ST_ARGUMENT;
-  os::RawFree(block);
+  if (kiv::FatalExceptionOccurred()) return kiv::FatalFree(block);
+  kiv::PlainFree(block);
   return KIV_ST_OK;
 }

@@ -23,10 +23,13 @@ extern WaitLimits spinlockLimits;  // shown, and used by no lock
 extern WaitLimits readerLimits;
 extern WaitLimits writerLimits;
 
-// Non-zero: ticket designs.
+// Non-zero: ticket designs of locks, and large caches of threads.
 extern std::atomic<uint8_t> hardwareAcceleration;
 
-inline bool UsesTickets() { return hardwareAcceleration.load(std::memory_order_relaxed) != 0; }
+inline bool HardwareAcceleration() {
+  return hardwareAcceleration.load(std::memory_order_relaxed) != 0;
+}
+inline bool UsesTickets() { return HardwareAcceleration(); }
 
 // The spin budget lies in a plain variable, which hosts see too.
 inline int32_t SpinBudget() {
