@@ -32,12 +32,14 @@ constexpr uint64_t kLimitBytes = 10000;
 
 char* Bytes(void* block) { return static_cast<char*>(block); }
 
+ThreadCache* MakeCache() {
+  auto* cache = new (std::malloc(sizeof(ThreadCache))) ThreadCache{};
+  cache->limitBytes = kLimitBytes;
+  return cache;
+}
+
 class CacheRules : public testing::Test {
  protected:
-  CacheRules() {
-    cache_ = new (std::malloc(sizeof(ThreadCache))) ThreadCache{};
-    cache_->limitBytes = kLimitBytes;
-  }
   ~CacheRules() override { kiv::DestroyCache(cache_); }
 
   // Puts so many blocks of a class into the cache.
@@ -61,7 +63,7 @@ class CacheRules : public testing::Test {
     EXPECT_EQ(cache_->cachedBytes, bytes);
   }
 
-  ThreadCache* cache_;
+  ThreadCache* cache_ = MakeCache();
   RuntimeWatch watch_;
 };
 
@@ -122,7 +124,7 @@ TEST_F(CacheRules, MandatoryBlocksComeFromTheRuntimeAndGoThere) {
 }
 
 void FreeMandatoryWithLength(uint8_t headerBytes) {
-  auto* cache = new (std::malloc(sizeof(ThreadCache))) ThreadCache{};
+  ThreadCache* cache = MakeCache();
   void* block = AllocateFromCache(cache, 100, AD_POLICY_MANDATORY);
   kiv::test::WriteHeaderLengthBefore(block, headerBytes);
   FreeToCache(cache, block);
@@ -147,8 +149,10 @@ TEST_F(CacheRules, FillingGoesUpToTheTargets) {
   ExpectConsistent();
   FillCache(cache_, targets);
   EXPECT_EQ(watch_.sizes().size(), 5u);
-  EXPECT_NE(AllocateFromCache(cache_, 1000, AD_POLICY_FULL), nullptr);
+  void* block = AllocateFromCache(cache_, 1000, AD_POLICY_FULL);
+  ExpectHeader(block, 10, AD_POLICY_FULL);
   EXPECT_EQ(watch_.sizes().size(), 5u);
+  FreeToCache(cache_, block);
 }
 
 TEST_F(CacheRules, FillingStopsOnceTheLimitIsExceeded) {

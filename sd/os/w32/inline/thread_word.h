@@ -3,8 +3,6 @@
 #ifndef KIV_OS_W32_INLINE_THREAD_WORD_H
 #define KIV_OS_W32_INLINE_THREAD_WORD_H
 
-#include <cstdint>
-
 #ifdef _MSC_VER
 
 namespace kiv::os {
@@ -27,14 +25,14 @@ namespace kiv::os {
 // in it, the word in that. It is spelt out because GCC would go through a thread library instead,
 // and one code serves both compilers.
 inline void** ThreadWordPlace() {
-  uint64_t block;
-  uint64_t blocks;
+  void** place;
+  void* blocks;
   asm("movl _tls_index(%%rip), %k0\n\t"
       "movq %%gs:0x58, %1\n\t"
       "movq (%1,%0,8), %0\n\t"
       "leaq kivThreadWord@SECREL32(%0), %0"
-      : "=&r"(block), "=&r"(blocks));
-  return reinterpret_cast<void**>(block);
+      : "=&r"(place), "=&r"(blocks));
+  return place;
 }
 
 }  // namespace kiv::os
