@@ -15,11 +15,9 @@ using kiv::kLeastFreeBytes;
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-Block* At(Block* block, uint32_t offsetBytes) {
-  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) + offsetBytes);
+Block* After(Block* block) {
+  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) + block->sizeBytes);
 }
-
-Block* After(Block* block) { return At(block, block->sizeBytes); }
 
 Block* Before(Block* block) {
   return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);

@@ -11,15 +11,18 @@ namespace kiv {
 // The settings that hold until a file says otherwise.
 MemorySettings DefaultMemorySettings();
 
-// Opens "config.mem.<suffix>", or "config.mem", below the product's directory, and takes its
-// settings. Without a file, and unless forced, the settings stay as they are.
+// Opens "config.mem.<suffix>", or else "config.mem", in the folder "bin" of the product's
+// directory, which MOLTAPATH names, and takes its settings. An open file, or `force` by itself,
+// selects heaps and memory control; without either the settings stay as they are.
 void ReadMemoryConfiguration(const char* suffix, bool force, MemorySettings* settings);
 
-// Takes the settings of an open file. Reports what it does not understand on standard output.
+// Takes the settings of an open file: words in pairs of a keyword and its value, and keywords by
+// themselves. A later one of the same name wins. Reports what it does not understand on standard
+// output.
 void ParseMemoryConfiguration(std::FILE* file, MemorySettings* settings);
 
 // Holds the settings to their ranges. A limit too small to run with selects plain mode and is
-// reported on standard output.
+// reported on standard output. In plain mode the other ranges do not matter and are not held.
 void ValidateMemorySettings(MemorySettings* settings);
 
 // Writes the listing of the configuration to standard output.

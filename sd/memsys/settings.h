@@ -6,6 +6,10 @@
 
 namespace kiv {
 
+constexpr int32_t kConfiguredThreadHeaps = 16;           // unless the file says otherwise
+constexpr int32_t kMostThreadHeaps = 64;                 // slots that there are
+constexpr uint32_t kLeastLimitBytes = 10 * 1024 * 1024;  // below it a limit is rejected
+
 // Written while the memory manager is initialised, before the host's threads start; read without a
 // lock afterwards. All zero until then.
 struct MemorySettings {

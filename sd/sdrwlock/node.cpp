@@ -94,6 +94,16 @@ void DestroyNode(KivRWLockNode* node) {
   static_cast<void>(adFree(node, kSource, kLineNodeFree));
 }
 
+// A new node, and then the active lists if there are none yet.
+uint32_t MakeNodeAndLists(void* owner, KivRWLockTable* table, KivRWLock* lock,
+                          KivRWLockNode** node) {
+  uint32_t status = MakeNode(owner, lock, node);
+  if (status != KIV_ST_OK) return status;
+  status = EnsureLists(owner, &table->active, kLineActiveAlloc);
+  if (status != KIV_ST_OK) DestroyNode(*node);
+  return status;
+}
+
 void FreeLists(List** lists, uint32_t line) {
   if (*lists == nullptr) return;
   for (uint32_t slot = 0; slot < KIV_RWLOCK_SLOTS; ++slot) {
@@ -114,13 +124,14 @@ uint32_t EnsureActiveNode(void* owner, KivRWLockTable* table, KivRWLock* lock,
                           KivRWLockNode** node) {
   *node = FindActiveNode(*table, lock);
   if (*node != nullptr) return KIV_ST_OK;
-  // The list first: a node that is unlinked or made has then a place to go to.
-  uint32_t status = EnsureLists(owner, &table->active, kLineActiveAlloc);
-  if (status != KIV_ST_OK) return status;
+  // A node that lies in a free list was active once: the active lists are there.
   *node = Unlink(FindLink(table->free, lock));
-  if (*node == nullptr) status = MakeNode(owner, lock, node);
-  if (status == KIV_ST_OK) Push(ListOf(table->active, lock), *node);
-  return status;
+  if (*node == nullptr) {
+    const uint32_t status = MakeNodeAndLists(owner, table, lock, node);
+    if (status != KIV_ST_OK) return status;
+  }
+  Push(ListOf(table->active, lock), *node);
+  return KIV_ST_OK;
 }
 
 uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node) {
