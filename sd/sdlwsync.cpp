@@ -5,10 +5,10 @@
 //                 | word | mark | count | owner | unused, zero, to 64
 //   ticket        0         8      12      16
 //                 | serving | next | count | owner | (three words)
-#include <atomic>
 #include <cstddef>
 #include <cstring>
 
+#include "atomic.h"
 #include "fence.h"
 #include "kivsdu/spinlock.h"
 #include "os/assertion.h"
@@ -30,10 +30,10 @@ constexpr std::memory_order kAcquire = std::memory_order_acquire;
 constexpr std::memory_order kRelease = std::memory_order_release;
 
 struct WordLock {
-  std::atomic<uint32_t> word;
+  kiv::Atomic<uint32_t> word;
   uint32_t mark;
-  std::atomic<int16_t> count;
-  std::atomic<uint32_t> owner;
+  kiv::Atomic<int16_t> count;
+  kiv::Atomic<uint32_t> owner;
 };
 static_assert(offsetof(WordLock, word) == 0, "lock layout");
 static_assert(offsetof(WordLock, mark) == 4, "lock layout");
@@ -42,10 +42,10 @@ static_assert(offsetof(WordLock, owner) == 12, "lock layout");
 static_assert(sizeof(WordLock) <= sizeof(KivSdLWSpinlock), "the caller's storage");
 
 struct TicketLock {
-  std::atomic<int64_t> serving;
-  std::atomic<int32_t> next;
-  std::atomic<int32_t> count;
-  std::atomic<uint32_t> owner;
+  kiv::Atomic<int64_t> serving;
+  kiv::Atomic<int32_t> next;
+  kiv::Atomic<int32_t> count;
+  kiv::Atomic<uint32_t> owner;
 };
 static_assert(offsetof(TicketLock, serving) == 0, "lock layout");
 static_assert(offsetof(TicketLock, next) == 8, "lock layout");
@@ -153,7 +153,7 @@ void KivSdLWSpinlockRelease(KivSdLWSpinlock* lock) {
 
 int32_t KivSdLWSpinlockOwner(const KivSdLWSpinlock* lock) {
   auto* words = const_cast<KivSdLWSpinlock*>(lock);
-  const std::atomic<uint32_t>& owner =
+  const kiv::Atomic<uint32_t>& owner =
       UsesTickets() ? TicketIn(words)->owner : WordIn(words)->owner;
   return owner.load(kRelaxed) == os::CurrentThreadId() ? 1 : 0;
 }

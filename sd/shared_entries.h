@@ -14,4 +14,8 @@ extern "C" uint32_t KivNothingToDo(KivSdContext* ctx);
 // Takes anything, does nothing, returns nothing.
 extern "C" void KivIgnore();
 
+// Take anything, do nothing, and return 1 and 0.
+extern "C" int32_t KivAlwaysTrue();
+extern "C" uint32_t KivZero();
+
 #endif

@@ -1,4 +1,4 @@
-// Copying texts into fixed fields of records.
+// Copying texts into fixed fields of records, and comparing them.
 #ifndef KIV_TEXT_H
 #define KIV_TEXT_H
 
@@ -19,6 +19,20 @@ inline size_t CopyText(char* field, size_t most, const char* text, size_t limit)
 // The same for a terminated text.
 inline size_t CopyText(char* field, size_t most, const char* text) {
   return CopyText(field, most, text, static_cast<size_t>(-1));
+}
+
+// Of the letters A to Z alone, whatever locale the host has set.
+constexpr char LowerCase(char letter) {
+  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+// Whether two texts differ in the case of their letters at most.
+constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
+  while (*text != '\0' && LowerCase(*text) == LowerCase(*other)) {
+    ++text;
+    ++other;
+  }
+  return LowerCase(*text) == LowerCase(*other);
 }
 
 }  // namespace kiv

@@ -16,6 +16,10 @@ struct MemorySwitches {
 
 extern MemorySwitches memorySwitches;
 
+inline bool ManagerSwitchIsOn() {
+  return memorySwitches.manager.load(std::memory_order_relaxed) != 0;
+}
+
 }  // namespace kiv
 
 #endif

@@ -69,14 +69,6 @@ bool Holds(const KivSdMemStack& stack, StackBlock* block, const unsigned char* a
   return address >= Bytes(block) + stack.headerBytes && address < Bytes(block) + block->sizeBytes;
 }
 
-StackBlock* HolderOf(const KivSdMemStack& stack, const void* address) {
-  StackBlock* block = stack.top;
-  while (block != nullptr && !Holds(stack, block, static_cast<const unsigned char*>(address))) {
-    block = block->next;
-  }
-  return block;
-}
-
 // Puts a block before the first free one that is not larger: of equal ones the newest is first.
 void AddFree(KivSdMemStack* stack, StackBlock* block) {
   StackBlock** link = &stack->freeList;
@@ -165,6 +157,21 @@ uint32_t FreeChain(KivSdContext* ctx, StackBlock* block, uint32_t line) {
 
 }  // namespace
 
+uint64_t kiv::StackRoom(const KivSdMemStack& stack) {
+  const uint64_t blockBytes = stack.top != nullptr ? stack.top->sizeBytes : stack.defaultBlockBytes;
+  // The offset behind the last piece is rounded up, possibly past the block's end. In an empty
+  // stack it is the header's size.
+  return blockBytes - std::min(blockBytes, stack.topOffset);
+}
+
+StackBlock* kiv::StackHolderOf(const KivSdMemStack& stack, const void* address) {
+  StackBlock* block = stack.top;
+  while (block != nullptr && !Holds(stack, block, static_cast<const unsigned char*>(address))) {
+    block = block->next;
+  }
+  return block;
+}
+
 uint32_t KivSdMemStackCreate(KivSdContext* ctx, KivSdMemStack** out, uint32_t alignment,
                              uint32_t initialSizeBytes) {
   if (out == nullptr || !IsPowerOfTwo(alignment)) return Report(ctx, KIV_ST_ARGUMENT);
@@ -199,7 +206,7 @@ uint32_t KivSdMemStackAllocAndPush(KivSdContext* ctx, KivSdMemStack* stack, uint
 
 uint32_t KivSdMemStackPopAndFree(KivSdContext* ctx, KivSdMemStack* stack, const void* address) {
   if (stack == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  StackBlock* holder = HolderOf(*stack, address);
+  StackBlock* holder = kiv::StackHolderOf(*stack, address);
   if (holder == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
 
   while (stack->top != holder) {

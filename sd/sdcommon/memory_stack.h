@@ -43,4 +43,14 @@ static_assert(offsetof(KivSdMemStack, top) == 40, "stack layout");
 static_assert(offsetof(KivSdMemStack, freeList) == 48, "stack layout");
 static_assert(sizeof(KivSdMemStack) == 56, "stack layout");
 
+namespace kiv {
+
+// The most that can be pushed before the stack needs another block than its first.
+uint64_t StackRoom(const KivSdMemStack& stack);
+
+// The block in use with this address in one of its pieces; null when there is none.
+StackBlock* StackHolderOf(const KivSdMemStack& stack, const void* address);
+
+}  // namespace kiv
+
 #endif

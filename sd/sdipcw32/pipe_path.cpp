@@ -1,12 +1,12 @@
 // Paths of named pipes: \\.\PIPE\name on this machine, \\server\PIPE\name on another.
 #include "sdipcw32/pipe_path.h"
 
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 
 #include "kivsdu/memory.h"
 #include "kivsdu/status.h"
+#include "text.h"
 
 namespace kiv {
 namespace {
@@ -18,13 +18,7 @@ constexpr char kFolder[] = "\\PIPE\\";
 constexpr size_t kFixedBytes = sizeof "\\\\" + sizeof kFolder - 1;  // with one terminator
 
 bool IsLocal(const char* server) {
-  if (server == nullptr) return true;
-  const char* expected = kLocalServer;
-  while (*expected != '\0' && std::tolower(static_cast<unsigned char>(*server)) == *expected) {
-    ++server;
-    ++expected;
-  }
-  return *expected == '\0' && *server == '\0';
+  return server == nullptr || EqualsIgnoringCase(server, kLocalServer);
 }
 
 }  // namespace

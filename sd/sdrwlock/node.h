@@ -2,9 +2,9 @@
 #ifndef KIV_SDRWLOCK_NODE_H
 #define KIV_SDRWLOCK_NODE_H
 
-#include <atomic>
 #include <cstdint>
 
+#include "atomic.h"
 #include "kivsdu/mutex.h"
 #include "kivsdu/rwlock.h"
 
@@ -20,9 +20,9 @@ struct KivRWLockCondition {
 // One thread's part in one lock. The owning thread alone uses all but `blocked`, `sleeping` and
 // `queueLink`: those its neighbours in the queue read and write.
 struct KivRWLockNode {
-  std::atomic<uint32_t> blocked;          // 1 while the thread must wait; cleared by who lets it in
-  std::atomic<uint32_t> sleeping;         // 1 while it sleeps; guarded by the wake mutex
-  std::atomic<KivRWLockNode*> queueLink;  // a writer's next, a reader's previous
+  kiv::Atomic<uint32_t> blocked;          // 1 while the thread must wait; cleared by who lets it in
+  kiv::Atomic<uint32_t> sleeping;         // 1 while it sleeps; guarded by the wake mutex
+  kiv::Atomic<KivRWLockNode*> queueLink;  // a writer's next, a reader's previous
   KivRWLockNode* listLink;                // next in the same list of the table
   void* wakeMutex;                        // orders the waker against the sleeper
   KivRWLockCondition condition;

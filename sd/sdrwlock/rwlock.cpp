@@ -19,9 +19,9 @@
 // which is one locked instruction each; argued together, for every handing over runs through
 // one of them. tests/model/rwlock.pml is the same algorithm for a model checker, which tries every
 // order of steps; the two change together.
-#include <atomic>
-
 #include "kivsdu/rwlock.h"
+
+#include "atomic.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
@@ -43,18 +43,18 @@ constexpr uint64_t RW_READER_UNIT = 8;
 
 uint32_t AddToLow(KivRWLock* lock, uint64_t addend) {
   auto* low = reinterpret_cast<uint32_t*>(&lock->countAndFlags);  // little-endian
-  return std::atomic_ref<uint32_t>(*low).fetch_add(static_cast<uint32_t>(addend));
+  return kiv::AtomicRef<uint32_t>(*low).fetch_add(static_cast<uint32_t>(addend));
 }
 
 uint64_t SetFlags(KivRWLock* lock, uint64_t flags) {
-  return std::atomic_ref<uint64_t>(lock->countAndFlags).fetch_or(flags);
+  return kiv::AtomicRef<uint64_t>(lock->countAndFlags).fetch_or(flags);
 }
 
 uint64_t ClearFlags(KivRWLock* lock, uint64_t flags) {
-  return std::atomic_ref<uint64_t>(lock->countAndFlags).fetch_and(~flags);
+  return kiv::AtomicRef<uint64_t>(lock->countAndFlags).fetch_and(~flags);
 }
 
-Node* Exchange(Node** place, Node* node) { return std::atomic_ref<Node*>(*place).exchange(node); }
+Node* Exchange(Node** place, Node* node) { return kiv::AtomicRef<Node*>(*place).exchange(node); }
 
 // ---- Gates ----
 
@@ -132,7 +132,7 @@ void LeaveAsReader(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, uint64_t{0} - RW_READER_UNIT);
   constexpr uint32_t kLastBeforeWriter = RW_READER_UNIT + RW_WRITER_ACTIVE + RW_WRITER_INTERESTED;
   if ((before & ~uint32_t{RW_READER_INTERESTED}) != kLastBeforeWriter) return;
-  kiv::Wake(std::atomic_ref<Node*>(lock->writerHead).load(), nullptr);
+  kiv::Wake(kiv::AtomicRef<Node*>(lock->writerHead).load(), nullptr);
 }
 
 // The writer behind a node that is no longer the tail: it has swung the tail and is about to
@@ -157,7 +157,7 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   if ((before & RW_READER_INTERESTED) != 0) ReaderGate(lock, nullptr);
   Node* expected = node;
   const bool wasLast =
-      std::atomic_ref<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
+      kiv::AtomicRef<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
   if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
 }
 

@@ -1,7 +1,6 @@
 // Atomic operations for callers. Each is one locked instruction, and so a full barrier; the waits,
 // which only read, end with one.
-#include <atomic>
-
+#include "atomic.h"
 #include "fence.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
@@ -10,14 +9,14 @@ namespace {
 
 // The old value of a compare-and-swap.
 uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
-  std::atomic_ref<uint64_t>(*word).compare_exchange_strong(expected, newValue);
+  kiv::AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
   return expected;
 }
 
 // acquire: what the writer of the byte wrote before it is visible to who saw the byte.
 // Only reads; the cast is for the reference's type.
 uint8_t Look(const uint8_t* flag) {
-  return std::atomic_ref<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
+  return kiv::AtomicRef<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
 }
 
 }  // namespace
@@ -29,7 +28,7 @@ int32_t KivSdCmpXchgPtr(uint64_t expected, uint64_t newValue, uint64_t* target) 
 int32_t KivSdCmpXchg2() { return 0; }
 
 int64_t KivSdAtomicAdd(int32_t* target, int32_t addend) {
-  return std::atomic_ref<int32_t>(*target).fetch_add(addend);
+  return kiv::AtomicRef<int32_t>(*target).fetch_add(addend);
 }
 
 int64_t KivSdAtomicIncrement(int32_t* target) { return KivSdAtomicAdd(target, 1); }

@@ -15,6 +15,7 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/spinlock.h"
 #include "kivsdu/status.h"
+#include "memheap/plain.h"
 #include "sdsync/spin.h"
 
 namespace {
@@ -107,17 +108,26 @@ void Release(Lock* lock) {
   if (AddToCount(lock, -1) <= 0) Free(lock);
 }
 
+KivSdSpinlock* Initialize(void* memory) {
+  std::memset(memory, 0, sizeof(KivSdSpinlock));
+  auto* lock = static_cast<KivSdSpinlock*>(memory);
+  if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
+  return lock;
+}
+
 }  // namespace
+
+KivSdSpinlock* kiv::CreatePlainSpinlock() {
+  KivSyncEnvInit();
+  void* memory = PlainAllocate(sizeof(KivSdSpinlock), AD_POLICY_FULL);
+  return memory == nullptr ? nullptr : Initialize(memory);
+}
 
 KivSdSpinlock* KivSdSpinlockCreate(void* /*ignored*/, uint32_t /*alsoIgnored*/) {
   KivSyncEnvInit();
   void* memory = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(KivSdSpinlock), &memory, kSource, kLineAlloc);
-  if (status != KIV_ST_OK) return nullptr;
-  std::memset(memory, 0, sizeof(KivSdSpinlock));
-  auto* lock = static_cast<KivSdSpinlock*>(memory);
-  if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
-  return lock;
+  return status == KIV_ST_OK ? Initialize(memory) : nullptr;
 }
 
 void KivSdSpinlockDestroy(void* /*ignored*/, KivSdSpinlock* lock) {
@@ -159,11 +169,11 @@ void KivSdSpinlockReleaseNonReentrant(KivSdSpinlock* lock) {
 }
 
 int32_t KivSdSpinlockOwner(const KivSdSpinlock* lock, uint32_t thread) {
-  const std::atomic<uint32_t>& owner = UsesTickets() ? lock->ticket.owner : lock->word.owner;
+  const kiv::Atomic<uint32_t>& owner = UsesTickets() ? lock->ticket.owner : lock->word.owner;
   return owner.load(kRelaxed) == thread ? 1 : 0;
 }
 
 uint32_t KivSdGetSpinlockRefCount(const KivSdSpinlock* lock) {
-  const std::atomic<int16_t>& count = UsesTickets() ? lock->ticket.count : lock->word.count;
+  const kiv::Atomic<int16_t>& count = UsesTickets() ? lock->ticket.count : lock->word.count;
   return static_cast<uint16_t>(count.load(kRelaxed));
 }

@@ -2,19 +2,20 @@
 #ifndef KIV_SDSYNC_SPINLOCK_H
 #define KIV_SDSYNC_SPINLOCK_H
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "atomic.h"
 
 namespace kiv {
 
 constexpr size_t kSpinlockBytes = 256;  // four lines of 64
 
 struct TestAndSetLock {
-  std::atomic<uint32_t> word;  // 0 free, 1 held; changed by exchange alone
-  uint32_t mark;               // kCreationMark; for people who look at memory
-  std::atomic<uint32_t> owner;
-  std::atomic<int16_t> count;
+  Atomic<uint32_t> word;  // 0 free, 1 held; changed by exchange alone
+  uint32_t mark;          // kCreationMark; for people who look at memory
+  Atomic<uint32_t> owner;
+  Atomic<int16_t> count;
 };
 static_assert(offsetof(TestAndSetLock, word) == 0, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, mark) == 4, "spinlock layout");
@@ -30,12 +31,12 @@ constexpr uint32_t kCreationMark = 256;
 struct TicketLock {
   unsigned char unused[64];
   int64_t held;  // ticket of the holder, or of the last; the holder's alone
-  std::atomic<uint32_t> owner;
-  std::atomic<int16_t> count;
+  Atomic<uint32_t> owner;
+  Atomic<int16_t> count;
   unsigned char gap1[128 - 78];
-  std::atomic<int64_t> serving;  // ticket that may enter; only the holder writes it
+  Atomic<int64_t> serving;  // ticket that may enter; only the holder writes it
   unsigned char gap2[192 - 136];
-  std::atomic<int32_t> next;  // drawn in 32 bits and widened with its sign
+  Atomic<int32_t> next;  // drawn in 32 bits and widened with its sign
   unsigned char gap3[256 - 196];
 };
 static_assert(offsetof(TicketLock, held) == 64, "spinlock layout");
@@ -55,5 +56,13 @@ struct KivSdSpinlock {
   };
 };
 static_assert(sizeof(KivSdSpinlock) == kiv::kSpinlockBytes, "spinlock layout");
+
+namespace kiv {
+
+// A free lock as KivSdSpinlockCreate makes it, but of plain memory: for the memory manager, whose
+// heaps cannot hold the locks that guard them. Null without memory.
+KivSdSpinlock* CreatePlainSpinlock();
+
+}  // namespace kiv
 
 #endif

@@ -15,9 +15,6 @@ namespace {
 constexpr uint32_t kNotCreated = 0xFFFFFFFF;
 constexpr uint32_t kStackBytes = 1 << 20;
 
-// The allocator asks for the flag on every request while another thread may be setting it. The
-// flag is stored last and read first, so that who sees it sees the thread and the value too.
-std::atomic<uint32_t> occurred{0};
 std::atomic<uint32_t> raisingThread{0};
 std::atomic<uint8_t> hostValue{0};
 
@@ -37,8 +34,11 @@ uint32_t MakeStack() {
 
 }  // namespace
 
+// The allocator asks for it on every request, while another thread may be setting it.
+std::atomic<uint32_t> kiv::fatalExceptionFlag{0};
+
 kiv::FatalException kiv::FatalExceptionState() {
-  const bool has = occurred.load(std::memory_order_acquire) != 0;
+  const bool has = fatalExceptionFlag.load(std::memory_order_acquire) != 0;
   return {has, raisingThread.load(std::memory_order_relaxed),
           hostValue.load(std::memory_order_relaxed)};
 }
@@ -54,7 +54,7 @@ uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value) {
   raisingThread.store(thread, std::memory_order_relaxed);
   hostValue.store(value, std::memory_order_relaxed);
   // release: pairs with the acquire of FatalExceptionState.
-  occurred.store(1, std::memory_order_release);
+  kiv::fatalExceptionFlag.store(1, std::memory_order_release);
   return KIV_ST_OK;
 }
 

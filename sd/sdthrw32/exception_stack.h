@@ -2,6 +2,7 @@
 #ifndef KIV_SDTHRW32_EXCEPTION_STACK_H
 #define KIV_SDTHRW32_EXCEPTION_STACK_H
 
+#include <atomic>
 #include <cstdint>
 
 #include "sdcommon/memory_stack.h"
@@ -17,6 +18,9 @@ struct FatalException {
   uint32_t thread;  // that raised it
   uint8_t value;    // the host's
 };
+
+// Stored last when an exception is recorded and read first, so that who sees it sees the rest too.
+extern std::atomic<uint32_t> fatalExceptionFlag;
 
 FatalException FatalExceptionState();
 

@@ -2,6 +2,8 @@
 #ifndef KIV_OS_LNX_INLINE_HEAP_H
 #define KIV_OS_LNX_INLINE_HEAP_H
 
+#include <malloc.h>
+
 #include <cstdint>
 #include <cstdlib>
 
@@ -14,6 +16,8 @@ inline void* RawReallocate(void* block, uint64_t sizeBytes) {
 }
 
 inline void RawFree(void* block) { std::free(block); }
+
+inline uint64_t RawSize(void* block) { return malloc_usable_size(block); }
 
 }  // namespace kiv::os
 

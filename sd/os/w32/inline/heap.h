@@ -2,6 +2,8 @@
 #ifndef KIV_OS_W32_INLINE_HEAP_H
 #define KIV_OS_W32_INLINE_HEAP_H
 
+#include <malloc.h>
+
 #include <cstdint>
 #include <cstdlib>
 
@@ -14,6 +16,12 @@ inline void* RawReallocate(void* block, uint64_t sizeBytes) {
 }
 
 inline void RawFree(void* block) { std::free(block); }
+
+inline uint64_t RawSize(void* block) {
+  constexpr size_t kUnknown = static_cast<size_t>(-1);
+  const size_t sizeBytes = _msize(block);
+  return sizeBytes == kUnknown ? 0 : sizeBytes;
+}
 
 }  // namespace kiv::os
 

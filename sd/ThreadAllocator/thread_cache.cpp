@@ -1,0 +1,102 @@
+// What a cache does off the hot path: filling, trimming, its end, and whole operations.
+#include "ThreadAllocator/thread_cache.h"
+
+#include "os/heap.h"
+#include "require.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "sd/ThreadAllocator";
+constexpr uint32_t kLineNoPolicyAssertion = 206;
+constexpr uint32_t kLineMandatoryAssertion = 218;
+constexpr uint32_t kLineFullAssertion = 230;
+constexpr uint32_t kLineOtherPolicyAssertion = 264;
+
+// The top block of a class, which has one.
+FullBlock* PopBlock(ThreadCache* cache, uint32_t sizeClass) {
+  CacheList* list = &cache->lists[sizeClass];
+  FullBlock* block = list->top;
+  list->top = block->next;
+  --list->count;
+  cache->cachedBytes -= CachedBytes(sizeClass);
+  return block;
+}
+
+bool IsWithinLimit(const ThreadCache& cache) { return cache.cachedBytes <= cache.limitBytes; }
+
+// False when there is no memory.
+bool FillClass(ThreadCache* cache, uint32_t sizeClass, uint32_t target) {
+  while (cache->lists[sizeClass].count < target && IsWithinLimit(*cache)) {
+    void* raw = os::RawAllocate(CachedBytes(sizeClass));
+    if (raw == nullptr) return false;
+    PushBlock(cache, static_cast<FullBlock*>(raw), sizeClass);
+  }
+  return true;
+}
+
+void TrimToTargets(ThreadCache* cache, const CacheTargets& targets) {
+  for (uint32_t i = kCacheClasses; i-- > 0;) {
+    while (cache->lists[i].count > targets.counts[i]) os::RawFree(PopBlock(cache, i));
+  }
+}
+
+void TrimToBytes(ThreadCache* cache, uint32_t keepBytes) {
+  for (uint32_t i = kCacheClasses; i-- > 0;) {
+    while (cache->cachedBytes > keepBytes && cache->lists[i].top != nullptr) {
+      os::RawFree(PopBlock(cache, i));
+    }
+  }
+}
+
+// A header is of one of the two policies, and as long as its policy says.
+void RequirePolicy(const PolicyHeader& header) {
+  Require(header.policy != kNoPolicy, "pHdr->policy != 0", kSource, kLineNoPolicyAssertion);
+  Require(header.policy != kMandatoryPolicy || header.headerBytes == kMandatoryHeaderBytes,
+          "pHdr->hlen == MEMORY_BLOCK_MANDATORY_HEADER_SIZE", kSource, kLineMandatoryAssertion);
+  Require(header.policy != kFullPolicy || header.headerBytes == kFullHeaderBytes,
+          "pHdr->hlen == MEMORY_BLOCK_HEADER_SIZE", kSource, kLineFullAssertion);
+  Require(header.policy == kMandatoryPolicy || header.policy == kFullPolicy, "AD_FALSE", kSource,
+          kLineOtherPolicyAssertion);
+}
+
+}  // namespace
+
+void FillCache(ThreadCache* cache, const CacheTargets& targets) {
+  for (uint32_t i = 0; i < kCacheClasses; ++i) {
+    if (!FillClass(cache, i, targets.counts[i]) || !IsWithinLimit(*cache)) return;
+  }
+}
+
+void TrimCache(ThreadCache* cache, uint32_t keep, const CacheTargets& targets) {
+  if (keep == kTrimToTargets) return TrimToTargets(cache, targets);
+  // Kept: bytes to keep are a signed number, and what is negative asks for nothing.
+  if (static_cast<int32_t>(keep) < 0) return;
+  TrimToBytes(cache, keep);
+}
+
+void DestroyCache(ThreadCache* cache) {
+  for (uint32_t i = 0; i < kCacheClasses; ++i) {
+    while (cache->lists[i].top != nullptr) os::RawFree(PopBlock(cache, i));
+  }
+  os::RawFree(cache);
+}
+
+void* AllocateFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy) {
+  if (policy == kMandatoryPolicy) return AllocatePolicyBlock(sizeBytes, 0, policy);
+  void* payload = TakeFromCache(cache, sizeBytes, policy);
+  if (payload != nullptr) return payload;
+  const PayloadSize size = RoundToClass(sizeBytes);
+  return AllocatePolicyBlock(size.sizeBytes, size.sizeClass, policy);
+}
+
+void FreeToCache(ThreadCache* cache, void* payload) {
+  PolicyHeader* header = PolicyHeaderOf(payload);
+  RequirePolicy(*header);
+  if (header->policy == kMandatoryPolicy) return os::RawFree(header);
+  if (GiveToCache(cache, payload)) return;
+  ClearPolicy(header);
+  os::RawFree(FullBlockOf(payload));
+}
+
+}  // namespace kiv

@@ -1,0 +1,103 @@
+#include "memheap/bins.h"
+
+#include "require.h"
+#include "ring.h"
+
+namespace {
+
+using kiv::Block;
+using kiv::Heap;
+using kiv::kBins;
+
+using BinRing = kiv::Ring<Block, &Block::next, &Block::prev>;
+
+constexpr char kSource[] = "sd/memheap";
+constexpr uint32_t kLineInsert = 982;
+constexpr uint32_t kLineFind = 1055;
+
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
+// Probes read the table while it changes, hence the relaxed accesses.
+uint8_t Skip(const Heap& heap, uint32_t bin) { return heap.skip[bin].load(kRelaxed); }
+
+void SetSkip(Heap* heap, uint32_t bin, uint32_t distance) {
+  heap->skip[bin].store(static_cast<uint8_t>(distance), kRelaxed);
+}
+
+bool IsEmpty(const Heap& heap, uint32_t bin) { return Skip(heap, bin) != 0; }
+
+void MarkFilled(Heap* heap, uint32_t bin) {
+  SetSkip(heap, bin, 0);
+  for (uint32_t below = bin; below > 0 && IsEmpty(*heap, below - 1); --below) {
+    SetSkip(heap, below - 1, bin - below + 1);
+  }
+}
+
+void MarkEmpty(Heap* heap, uint32_t bin) {
+  SetSkip(heap, bin, bin == kBins - 1 ? kBins : Skip(*heap, bin + 1) + 1U);
+  for (uint32_t below = bin; below > 0 && IsEmpty(*heap, below - 1); --below) {
+    SetSkip(heap, below - 1, Skip(*heap, below) + 1U);
+  }
+}
+
+// First fit from where the last search of this bin succeeded (next fit).
+Block* SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes) {
+  Block* const head = heap->bins[bin];
+  Block* current = head;
+  do {
+    kiv::Require(current->heap == nullptr, "!CurrentBin->MemHeap", kSource, kLineFind);
+    if (current->sizeBytes >= sizeBytes) {
+      heap->bins[bin] = current;
+      return current;
+    }
+    current = current->next;
+  } while (current != head);
+  return nullptr;
+}
+
+}  // namespace
+
+void kiv::FillLastBin(Heap* heap, Block* whole) {
+  constexpr uint32_t kLast = kBins - 1;
+  BinRing::MakeAlone(whole);
+  whole->bin = kLast;
+  heap->bins[kLast] = whole;
+  for (uint32_t bin = 0; bin < kBins; ++bin) SetSkip(heap, bin, kLast - bin);
+}
+
+void kiv::InsertIntoBin(Heap* heap, uint32_t bin, Block* block) {
+  Require(block->heap == nullptr, "!Bin->MemHeap", kSource, kLineInsert);
+  if (IsEmpty(*heap, bin)) {
+    BinRing::MakeAlone(block);
+    heap->bins[bin] = block;
+    MarkFilled(heap, bin);
+  } else {
+    BinRing::InsertBefore(heap->bins[bin], block);
+  }
+  block->bin = bin;
+}
+
+void kiv::RemoveFromBin(Heap* heap, Block* block) {
+  if (BinRing::IsAlone(block)) {
+    MarkEmpty(heap, block->bin);  // the head stays behind: nobody reads it while the bin is empty
+    return;
+  }
+  BinRing::Remove(block);
+  if (heap->bins[block->bin] == block) heap->bins[block->bin] = block->next;
+}
+
+void kiv::ReplaceInBin(Heap* heap, Block* block, Block* with) {
+  BinRing::Replace(block, with);
+  with->bin = block->bin;
+  if (heap->bins[block->bin] == block) heap->bins[block->bin] = with;
+}
+
+kiv::Block* kiv::FindFree(Heap* heap, uint32_t sizeBytes) {
+  const uint32_t bin = BinOf(sizeBytes);
+  if (!IsEmpty(*heap, bin)) {
+    if (Block* fitting = SearchBin(heap, bin, sizeBytes)) return fitting;
+  }
+  // Any block of a higher bin is large enough: none of them is searched.
+  const uint32_t next = NextFilledBin(*heap, bin);
+  return next == kBins ? nullptr : heap->bins[next];
+}

@@ -1,0 +1,216 @@
+#include "memheap/heap.h"
+
+#include <new>
+
+#include "kivsdu/memory.h"
+#include "memheap/bins.h"
+
+namespace {
+
+using kiv::BinOf;
+using kiv::Block;
+using kiv::Heap;
+using kiv::kBlockHeaderBytes;
+using kiv::kLeastFreeBytes;
+
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
+Block* After(Block* block) {
+  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) + block->sizeBytes);
+}
+
+Block* Before(Block* block) {
+  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
+}
+
+bool IsInside(const Heap& heap, const Block* block) {
+  return reinterpret_cast<const char*>(block) < heap.arenaEnd;
+}
+
+// Tells the block after this one how long this one is.
+void UpdateNeighbour(const Heap& heap, Block* block) {
+  Block* after = After(block);
+  if (IsInside(heap, after)) after->previousBytes = block->sizeBytes;
+}
+
+// The quick list of a payload; lists of kQuickLists and more do not exist.
+uint32_t QuickListOf(uint32_t payloadBytes) { return payloadBytes / 8 - 1; }
+
+// What only the owner of the heap writes, and probes read.
+void AddToParked(Heap* heap, uint32_t addend) {
+  heap->parked.store(heap->parked.load(kRelaxed) + addend, kRelaxed);
+}
+
+Block* PopParked(Heap* heap, uint32_t list) {
+  Block* block = heap->quick[list];
+  heap->quick[list] = block->next;
+  block->next = nullptr;
+  AddToParked(heap, static_cast<uint32_t>(-1));
+  return block;
+}
+
+void Park(Heap* heap, uint32_t list, Block* block) {
+  block->next = heap->quick[list];
+  heap->quick[list] = block;
+  AddToParked(heap, 1);
+}
+
+// ---- Carving ----
+
+// Cuts the new block from the end: what stays free keeps its address, and mostly its place.
+Block* CutTail(Heap* heap, Block* block, uint32_t sizeBytes) {
+  const uint32_t restBytes = block->sizeBytes - sizeBytes;
+  block->sizeBytes = restBytes;
+  Block* cut = After(block);
+  cut->sizeBytes = sizeBytes;
+  cut->previousBytes = restBytes;
+  UpdateNeighbour(*heap, cut);
+  const uint32_t bin = BinOf(restBytes);
+  if (bin < block->bin) {
+    RemoveFromBin(heap, block);
+    InsertIntoBin(heap, bin, block);
+  }
+  return cut;
+}
+
+void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
+  Block* carved = block;
+  if (block->sizeBytes >= sizeBytes + kLeastFreeBytes) {
+    carved = CutTail(heap, block, sizeBytes);
+  } else {
+    RemoveFromBin(heap, block);
+  }
+  carved->heap = heap;
+  carved->next = nullptr;
+  return PayloadOf(carved);
+}
+
+// ---- Coalescing ----
+
+// A block that becomes free, and what it merges with.
+struct Merge {
+  Block* start;
+  Block* previous;  // null where there is no free neighbour
+  Block* next;
+  uint32_t sizeBytes;
+};
+
+Merge FindNeighbours(const Heap& heap, Block* block) {
+  Merge merge = {block, nullptr, nullptr, block->sizeBytes};
+  Block* next = After(block);
+  if (block->previousBytes != 0) {
+    Block* previous = Before(block);
+    if (previous->heap == nullptr) {
+      merge.previous = merge.start = previous;
+      merge.sizeBytes += previous->sizeBytes;
+    }
+  }
+  if (IsInside(heap, next) && next->heap == nullptr) {
+    merge.next = next;
+    merge.sizeBytes += next->sizeBytes;
+  }
+  return merge;
+}
+
+// Bins the merged block. A neighbour that lies in the right bin already gives up its place there,
+// which saves taking it out and putting it in; its place is part of what fixes where later blocks
+// lie.
+void BinMerged(Heap* heap, Block* block, const Merge& merge, uint32_t bin) {
+  if (merge.previous == nullptr) block->heap = nullptr;
+  if (merge.previous != nullptr && merge.previous->bin == bin) {
+    if (merge.next != nullptr) RemoveFromBin(heap, merge.next);
+    return;
+  }
+  if (merge.previous != nullptr) RemoveFromBin(heap, merge.previous);
+  if (merge.next != nullptr && merge.next->bin == bin) {
+    ReplaceInBin(heap, merge.next, merge.start);
+    return;
+  }
+  if (merge.next != nullptr) RemoveFromBin(heap, merge.next);
+  InsertIntoBin(heap, bin, merge.start);
+}
+
+void Coalesce(Heap* heap, Block* block) {
+  const Merge merge = FindNeighbours(*heap, block);
+  BinMerged(heap, block, merge, BinOf(merge.sizeBytes));
+  merge.start->sizeBytes = merge.sizeBytes;
+  UpdateNeighbour(*heap, merge.start);
+}
+
+// The surplus of a block that shrinks becomes a block of its own. It is not free before it is
+// binned, and so it can only merge with what comes after it.
+void GiveBackTail(Heap* heap, Block* block, uint32_t sizeBytes) {
+  const uint32_t tailBytes = block->sizeBytes - sizeBytes;
+  block->sizeBytes = sizeBytes;
+  Block* tail = After(block);
+  tail->sizeBytes = tailBytes;
+  tail->previousBytes = sizeBytes;
+  UpdateNeighbour(*heap, tail);
+  Coalesce(heap, tail);
+}
+
+void* Move(Heap* heap, Block* block, uint32_t sizeBytes) {
+  void* made = kiv::AllocateFromHeap(heap, sizeBytes);
+  if (made == nullptr) return nullptr;
+  KivSdMemCopy(nullptr, made, PayloadOf(block), block->sizeBytes - kBlockHeaderBytes);
+  kiv::FreeToHeap(heap, PayloadOf(block));
+  return made;
+}
+
+}  // namespace
+
+void kiv::InitializeHeap(Heap* heap, uint32_t arenaBytes, KivSdSpinlock* lock) {
+  new (heap) Heap{};
+  heap->lock = lock;
+  if (lock != nullptr) heap->lockIdentifier = kLockedHeapIdentifier;
+  auto* first = reinterpret_cast<Block*>(heap + 1);
+  first->sizeBytes = (arenaBytes - static_cast<uint32_t>(sizeof(Heap))) & ~7U;
+  first->previousBytes = 0;
+  first->heap = nullptr;
+  heap->arenaEnd = reinterpret_cast<char*>(After(first));
+  FillLastBin(heap, first);
+}
+
+void* kiv::AllocateFromHeap(Heap* heap, uint32_t sizeBytes) {
+  const uint32_t payloadBytes = PayloadBytes(sizeBytes);
+  const uint32_t list = QuickListOf(payloadBytes);
+  if (list < kQuickLists && heap->quick[list] != nullptr) return PayloadOf(PopParked(heap, list));
+  const uint32_t neededBytes = payloadBytes + kBlockHeaderBytes;
+  Block* block = FindFree(heap, neededBytes);
+  if (block == nullptr && heap->parked.load(kRelaxed) != 0) {
+    ConsolidateHeap(heap);
+    block = FindFree(heap, neededBytes);
+  }
+  return block == nullptr ? nullptr : Carve(heap, block, neededBytes);
+}
+
+void kiv::FreeToHeap(Heap* heap, void* payload) {
+  Block* block = BlockOf(payload);
+  const uint32_t list = QuickListOf(block->sizeBytes - kBlockHeaderBytes);
+  if (list < kQuickLists) {
+    Park(heap, list, block);
+  } else {
+    Coalesce(heap, block);
+  }
+}
+
+void* kiv::ReallocateInHeap(Heap* heap, void* payload, uint32_t sizeBytes) {
+  Block* block = BlockOf(payload);
+  const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
+  if (neededBytes > block->sizeBytes) return Move(heap, block, sizeBytes);
+  if (block->sizeBytes - neededBytes >= kLeastFreeBytes) GiveBackTail(heap, block, neededBytes);
+  return payload;
+}
+
+void kiv::ConsolidateHeap(Heap* heap) {
+  for (Block*& list : heap->quick) {
+    // Parked neighbours still name their heap: they are merged when it is their turn.
+    for (Block* block = list; block != nullptr;) {
+      Block* next = block->next;
+      Coalesce(heap, block);
+      block = next;
+    }
+    list = nullptr;
+  }
+  heap->parked.store(0, kRelaxed);
+}

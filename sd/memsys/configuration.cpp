@@ -1,0 +1,52 @@
+// Finding the memory configuration file.
+#include "memsys/configuration.h"
+
+#include "memsys/growing_text.h"
+#include "os/environment.h"
+#include "os/path.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kDirectoryVariable[] = "MOLTAPATH";
+constexpr char kDefaultDirectory[] = {os::kPathSeparator, 'M', 'O', 'L', 'T', 'A',
+                                      os::kPathSeparator, '\0'};
+constexpr char kFolder[] = "bin";
+constexpr char kFile[] = "config.mem";
+constexpr char kSuffixMark = '.';
+
+// The name without a suffix.
+bool AppendBaseName(GrowingText* name) {
+  const char* directory = os::EnvironmentValue(kDirectoryVariable);
+  if (!name->Append(directory != nullptr ? directory : kDefaultDirectory)) return false;
+  if (!name->EndsWith(os::kPathSeparator) && !name->Append(os::kPathSeparator)) return false;
+  return name->Append(kFolder) && name->Append(os::kPathSeparator) && name->Append(kFile);
+}
+
+// Opens the file of this suffix, else the one without. An empty suffix leaves a dot at the end of
+// the name, which Windows drops. A name that there is no memory for is that of no file.
+std::FILE* OpenConfiguration(const char* suffix) {
+  GrowingText name;
+  if (!AppendBaseName(&name)) return nullptr;
+  const size_t baseLength = name.length();
+  if (name.Append(kSuffixMark) && name.Append(suffix)) {
+    std::FILE* file = std::fopen(name.text(), "r");
+    if (file != nullptr) return file;
+  }
+  name.Shorten(baseLength);
+  return std::fopen(name.text(), "r");
+}
+
+}  // namespace
+
+void ReadMemoryConfiguration(const char* suffix, bool force, MemorySettings* settings) {
+  std::FILE* file = OpenConfiguration(suffix);
+  if (file == nullptr && !force) return;
+  settings->memoryControl = true;
+  settings->threadHeaps = kConfiguredThreadHeaps;
+  if (file == nullptr) return;
+  ParseMemoryConfiguration(file, settings);
+  static_cast<void>(std::fclose(file));
+}
+
+}  // namespace kiv

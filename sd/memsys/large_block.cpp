@@ -1,0 +1,66 @@
+#include "memsys/large_block.h"
+
+#include "memsys/accounting.h"
+#include "ring.h"
+
+namespace {
+
+using kiv::kLargeHeaderBytes;
+using kiv::LargeBlock;
+
+using LargeRing = kiv::Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
+
+bool Wraps(uint64_t sizeBytes) { return sizeBytes > UINT64_MAX - kLargeHeaderBytes; }
+
+LargeBlock** HeadOf(const LargeBlock& block) {
+  return block.owner == kiv::kNoOwner ? nullptr : reinterpret_cast<LargeBlock**>(block.owner);
+}
+
+void WriteHeader(LargeBlock* block, uint64_t sizeBytes) {
+  *block = {sizeBytes, nullptr, nullptr, kiv::kNoOwner};
+}
+
+// The owner word stays: the block is still a large one.
+void Unlink(LargeBlock** head, LargeBlock* block) {
+  *head = LargeRing::IsAlone(block) ? nullptr : block->prev;
+  LargeRing::Remove(block);
+}
+
+}  // namespace
+
+void* kiv::AllocateLarge(uint64_t sizeBytes) {
+  if (Wraps(sizeBytes)) return nullptr;
+  void* base = AccountedAllocate(sizeBytes + kLargeHeaderBytes);
+  if (base == nullptr) return nullptr;
+  auto* block = static_cast<LargeBlock*>(base);
+  WriteHeader(block, sizeBytes);
+  return PayloadOf(block);
+}
+
+void kiv::FreeLarge(LargeBlock* block) {
+  if (LargeBlock** head = HeadOf(*block)) Unlink(head, block);
+  AccountedFree(block);
+}
+
+kiv::LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
+  if (Wraps(sizeBytes)) return nullptr;
+  LargeBlock** head = HeadOf(*block);
+  if (head != nullptr) Unlink(head, block);
+  LargeBlock* moved = AccountedReallocate(block, sizeBytes + kLargeHeaderBytes);
+  if (moved == nullptr) {
+    if (head != nullptr) LinkLarge(head, block);
+    return nullptr;
+  }
+  WriteHeader(moved, sizeBytes);
+  return moved;
+}
+
+void kiv::LinkLarge(LargeBlock** head, LargeBlock* block) {
+  if (*head == nullptr) {
+    LargeRing::MakeAlone(block);
+    *head = block;
+  } else {
+    LargeRing::InsertBefore(*head, block);
+  }
+  block->owner = reinterpret_cast<uint64_t>(head);
+}

@@ -1,0 +1,82 @@
+// The memory manager's settings: their defaults, their ranges and their listing.
+#include "memsys/settings.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "memsys/configuration.h"
+
+kiv::MemorySettings kiv::memorySettings;
+
+namespace kiv {
+namespace {
+
+constexpr uint32_t kKiB = 1024;
+constexpr uint32_t kMiB = 1024 * kKiB;
+
+constexpr MemorySettings kDefaults = {
+    .heapBudget = 64,
+    .threadHeaps = 0,
+    .heapBytes = 2 * kMiB,
+    .shortHeapBytes = 320 * kKiB,
+    .largestBlockBytes = 64 * kKiB,
+    .limitBytes = 0,
+    .allocatedFill = 0xFF,
+    .freedFill = 0xAB,
+    .shortPoolMost = 16,
+    .shortPoolDrainedAbove = 4,
+    .memoryControl = false,
+    .blockStatistics = false,
+    .shortHeaps = true,
+    .limitRejected = false,
+};
+
+constexpr int32_t kLeastThreadHeaps = 4;
+constexpr uint32_t kLeastHeapBytes = 512 * kKiB;
+constexpr uint32_t kMostHeapBytes = 16 * kMiB;
+constexpr uint32_t kLeastShortHeapBytes = 320 * kKiB;
+constexpr uint32_t kMostShortHeapBytes = 16 * kMiB;
+constexpr uint32_t kMostLargestBlockBytes = 256 * kKiB;
+
+// Messages show 32 bits of a number, with their sign.
+int32_t Shown(uint64_t number) { return static_cast<int32_t>(static_cast<uint32_t>(number)); }
+
+void RejectLimit(MemorySettings* settings) {
+  // Without a line feed, and with two spaces: kept as hosts know it.
+  std::printf("Memory Limit is %d, Default is  %d", Shown(settings->limitBytes),
+              Shown(kLeastLimitBytes));
+  settings->threadHeaps = 0;
+  settings->memoryControl = false;
+  settings->limitRejected = true;
+}
+
+}  // namespace
+
+MemorySettings DefaultMemorySettings() { return kDefaults; }
+
+void ValidateMemorySettings(MemorySettings* settings) {
+  if (settings->limitBytes != 0 && settings->limitBytes < kLeastLimitBytes) RejectLimit(settings);
+  if (settings->threadHeaps == 0) {
+    settings->shortHeaps = false;
+    return;
+  }
+  settings->threadHeaps = std::clamp(settings->threadHeaps, kLeastThreadHeaps, kMostThreadHeaps);
+  settings->heapBytes = std::clamp(settings->heapBytes, kLeastHeapBytes, kMostHeapBytes);
+  if (settings->shortHeaps) {
+    settings->shortHeapBytes =
+        std::clamp(settings->shortHeapBytes, kLeastShortHeapBytes, kMostShortHeapBytes);
+  }
+  settings->largestBlockBytes = std::min(settings->largestBlockBytes, kMostLargestBlockBytes);
+}
+
+void ListMemoryConfiguration(const MemorySettings& settings) {
+  std::printf("\nMemory configuration:\n\n");
+  std::printf("   Memory limit                 : ");
+  if (settings.limitBytes != 0) {
+    std::printf("%dK\n", Shown(settings.limitBytes / kKiB));
+  } else {
+    std::printf("Undefined\n");
+  }
+}
+
+}  // namespace kiv

@@ -1,0 +1,36 @@
+// What the memory configuration file sets.
+#ifndef KIV_MEMSYS_SETTINGS_H
+#define KIV_MEMSYS_SETTINGS_H
+
+#include <cstdint>
+
+namespace kiv {
+
+constexpr int32_t kConfiguredThreadHeaps = 16;           // unless the file says otherwise
+constexpr int32_t kMostThreadHeaps = 64;                 // slots that there are
+constexpr uint32_t kLeastLimitBytes = 10 * 1024 * 1024;  // below it a limit is rejected
+
+// Written while the memory manager is initialised, before the host's threads start; read without a
+// lock afterwards. All zero until then.
+struct MemorySettings {
+  int32_t heapBudget;             // "numheaps": thread heaps that may exist in all
+  int32_t threadHeaps;            // "numthreadheaps": slots; 0 is plain mode
+  uint32_t heapBytes;             // "heapsize": arena of a thread heap
+  uint32_t shortHeapBytes;        // "shortheapsize": arena of a short heap
+  uint32_t largestBlockBytes;     // "maxblock": larger requests become large blocks
+  uint64_t limitBytes;            // "memorylimit": 0 is none
+  uint8_t allocatedFill;          // kept for the file's sake; nothing reads either
+  uint8_t freedFill;              // "mallocmemoryinit" and "freememoryinit"
+  int32_t shortPoolMost;          // "maxshortmemorypoolsize": spare short heaps kept
+  int32_t shortPoolDrainedAbove;  // "limitshortheapsforremove"
+  bool memoryControl;             // accounting and limit; off by "nomemorycontrol"
+  bool blockStatistics;           // "memoryblockscontrol"
+  bool shortHeaps;                // off by "shortmemoryoff"
+  bool limitRejected;             // the limit was too small to run with
+};
+
+extern MemorySettings memorySettings;
+
+}  // namespace kiv
+
+#endif

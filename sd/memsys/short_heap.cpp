@@ -1,0 +1,185 @@
+#include "kivsdu/shortheap.h"
+
+#include <algorithm>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/memory.h"
+#include "kivsdu/status.h"
+#include "memheap/heap_ring.h"
+#include "memsys/large_block.h"
+#include "memsys/settings.h"
+#include "memsys/short_pool.h"
+#include "memsys/statistics.h"
+#include "memsys/thread_heaps.h"
+
+namespace {
+
+using kiv::Heap;
+using kiv::HeapRing;
+using kiv::LargeBlock;
+using kiv::memorySettings;
+
+constexpr char kSource[] = "sd/memheap";
+
+Heap* CurrentHeap(const AdShortHeapOwner* owner) { return static_cast<Heap*>(owner->heap); }
+
+LargeBlock** LargeRingOf(AdShortHeapOwner* owner) {
+  return reinterpret_cast<LargeBlock**>(&owner->largeBlocks);
+}
+
+bool IsAboveHeaps(int32_t sizeBytes) {
+  return static_cast<uint32_t>(sizeBytes) > memorySettings.largestBlockBytes;
+}
+
+// Outside thread-heap mode the block is the runtime's, which has no links.
+void AdoptLarge(AdShortHeapOwner* owner, void* payload) {
+  if (kiv::InThreadHeapMode()) kiv::LinkLarge(LargeRingOf(owner), kiv::LargeBlockOf(payload));
+}
+
+uint32_t AllocateOwnedLarge(AdShortHeapOwner* owner, int32_t sizeBytes, void** block) {
+  const uint32_t status = adMalloc(owner, static_cast<uint32_t>(sizeBytes), block, kSource, 0);
+  if (status == KIV_ST_OK) AdoptLarge(owner, *block);
+  return status;
+}
+
+void* AllocateFromOtherHeaps(Heap* current, uint32_t sizeBytes) {
+  for (Heap* heap = current->ringNext; heap != current; heap = heap->ringNext) {
+    if (void* payload = kiv::AllocateFromHeap(heap, sizeBytes)) return payload;
+  }
+  return nullptr;
+}
+
+// Further heaps become current: they have the room.
+void* AllocateFromFurtherHeap(AdShortHeapOwner* owner, uint32_t sizeBytes) {
+  Heap* heap = kiv::ObtainShortHeap();
+  if (heap == nullptr) return nullptr;
+  HeapRing::InsertBefore(CurrentHeap(owner)->ringNext, heap);
+  owner->heap = heap;
+  return kiv::AllocateFromHeap(heap, sizeBytes);
+}
+
+void* AllocateOwned(AdShortHeapOwner* owner, uint32_t sizeBytes) {
+  Heap* current = CurrentHeap(owner);
+  if (void* payload = kiv::AllocateFromHeap(current, sizeBytes)) return payload;
+  if (void* payload = AllocateFromOtherHeaps(current, sizeBytes)) return payload;
+  return AllocateFromFurtherHeap(owner, sizeBytes);
+}
+
+// A block that is resized, and what its header says of it.
+struct Resized {
+  void* payload;
+  uint32_t oldBytes;
+};
+
+bool ResizeInShortHeap(const Resized& old, uint32_t newBytes, void** newBlock) {
+  Heap* heap = kiv::BlockOf(old.payload)->heap;
+  if (heap->index.load(std::memory_order_relaxed) != kiv::kShortHeapIndex) return false;
+  void* resized = kiv::ReallocateInHeap(heap, old.payload, newBytes);
+  if (resized == nullptr) return false;
+  kiv::CountFreed(old.oldBytes);
+  kiv::CountAllocated(newBytes);
+  *newBlock = resized;
+  return true;
+}
+
+uint32_t MoveToOwner(AdShortHeapOwner* owner, const Resized& old, int32_t newSizeBytes,
+                     void** newBlock) {
+  const uint32_t status = adMemShortHeapMalloc(owner, newSizeBytes, newBlock, kSource, 0);
+  if (status != KIV_ST_OK) return status;
+  KivSdMemCopy(nullptr, *newBlock, old.payload,
+               std::min(old.oldBytes, static_cast<uint32_t>(newSizeBytes)));
+  static_cast<void>(adFree(old.payload, kSource, 0));
+  return KIV_ST_OK;
+}
+
+uint32_t ResizeLarge(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
+                     void** newBlock) {
+  if (!IsAboveHeaps(newSizeBytes)) {
+    const auto oldBytes = static_cast<uint32_t>(kiv::LargeBlockOf(oldBlock)->sizeBytes);
+    return MoveToOwner(owner, {oldBlock, oldBytes}, newSizeBytes, newBlock);
+  }
+  const uint32_t status =
+      adRealloc(owner, static_cast<uint32_t>(newSizeBytes), oldBlock, newBlock, kSource, 0);
+  if (status == KIV_ST_OK) AdoptLarge(owner, *newBlock);
+  return status;
+}
+
+uint32_t ResizeSmall(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
+                     void** newBlock) {
+  const Resized old = {oldBlock, kiv::BlockOf(oldBlock)->sizeBytes - kiv::kBlockHeaderBytes};
+  if (!IsAboveHeaps(newSizeBytes) &&
+      ResizeInShortHeap(old, static_cast<uint32_t>(newSizeBytes), newBlock)) {
+    return KIV_ST_OK;
+  }
+  return MoveToOwner(owner, old, newSizeBytes, newBlock);
+}
+
+void ReleaseHeaps(AdShortHeapOwner* owner) {
+  Heap* const first = CurrentHeap(owner);
+  Heap* heap = first;
+  do {
+    Heap* next = heap->ringNext;  // before the release, which puts the heap into another ring
+    kiv::ReleaseShortHeap(heap);
+    // Kept: a heap that went back to the system was counted by its release already.
+    kiv::CountFreed(memorySettings.shortHeapBytes);
+    heap = next;
+  } while (heap != first);
+  owner->heap = nullptr;
+}
+
+// Kept as a loop until the ring is empty: while the no-free switch is on it never is.
+void FreeLargeBlocks(AdShortHeapOwner* owner) {
+  LargeBlock** ring = LargeRingOf(owner);
+  while (*ring != nullptr) static_cast<void>(adFree(PayloadOf((*ring)->prev), kSource, 0));
+}
+
+}  // namespace
+
+void adMemShortHeapInit(AdShortHeapOwner* owner) {
+  if (!memorySettings.shortHeaps || !kiv::InThreadHeapMode() || owner->heap != nullptr) return;
+  Heap* heap = kiv::ObtainShortHeap();
+  if (heap == nullptr) return;
+  HeapRing::MakeAlone(heap);
+  owner->heap = heap;
+  owner->largeBlocks = nullptr;
+  owner->freeDisabled = 0;
+}
+
+uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBytes, void** block,
+                              const char* /*file*/, uint32_t /*line*/) {
+  if (sizeBytes < 1) return KIV_ST_ARGUMENT;
+  if (IsAboveHeaps(sizeBytes)) return AllocateOwnedLarge(owner, sizeBytes, block);
+  if (owner->heap == nullptr) return KIV_ST_ARGUMENT;
+  *block = AllocateOwned(owner, static_cast<uint32_t>(sizeBytes));
+  if (*block == nullptr) return KIV_ST_OUT_OF_MEMORY;
+  kiv::CountAllocated(static_cast<uint32_t>(sizeBytes));
+  return KIV_ST_OK;
+}
+
+uint32_t adMemShortHeapRealloc(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
+                               void** newBlock, const char* file, uint32_t line) {
+  if (oldBlock == nullptr) {
+    return adMemShortHeapMalloc(owner, newSizeBytes, newBlock, file, line);
+  }
+  if (newSizeBytes < 1) return KIV_ST_ARGUMENT;
+  if (!kiv::InThreadHeapMode()) {
+    return adRealloc(owner, static_cast<uint32_t>(newSizeBytes), oldBlock, newBlock, file, line);
+  }
+  return kiv::IsLarge(oldBlock) ? ResizeLarge(owner, newSizeBytes, oldBlock, newBlock)
+                                : ResizeSmall(owner, newSizeBytes, oldBlock, newBlock);
+}
+
+void adMemShortHeapTerm(AdShortHeapOwner* owner) {
+  if (!kiv::InThreadHeapMode()) return;
+  if (owner->heap != nullptr) {
+    ReleaseHeaps(owner);
+    kiv::DrainShortPoolIfIdle();
+  }
+  FreeLargeBlocks(owner);
+}
+
+void adMemShortDisableFree(AdShortHeapOwner* owner) { owner->freeDisabled = 1; }
+
+int32_t adMemShortCheckStatus(const AdShortHeapOwner* owner) {
+  return owner->heap != nullptr ? 1 : 0;
+}

@@ -1,0 +1,127 @@
+// Heaps in the pool lie as their owner left them, and still carry the index of a short heap, by
+// which their release is accounted.
+#include "memsys/short_pool.h"
+
+#include "memheap/heap_ring.h"
+#include "memsys/accounting.h"
+#include "memsys/locks.h"
+#include "memsys/messages.h"
+#include "memsys/settings.h"
+#include "memsys/statistics.h"
+#include "relaxed.h"
+#include "spinlock_guard.h"
+
+namespace {
+
+using kiv::Heap;
+using kiv::HeapRing;
+using kiv::memoryLocks;
+using kiv::memorySettings;
+using kiv::Relaxed;
+using kiv::SpinlockGuard;
+
+// Written under the short-pool lock; the count is looked at without it first.
+struct ShortPool {
+  Heap* head;
+  Relaxed<int32_t> count;
+  int32_t inUse;
+};
+ShortPool pool;
+
+Heap* Pop() {
+  Heap* heap = pool.head;
+  pool.head = HeapRing::IsAlone(heap) ? nullptr : heap->ringNext;
+  HeapRing::Remove(heap);
+  pool.count -= 1;
+  return heap;
+}
+
+void Push(Heap* heap) {
+  kiv::AppendHeap(&pool.head, heap);
+  pool.count += 1;
+}
+
+void AddToUse(int32_t addend) {
+  const SpinlockGuard guard(memoryLocks.shortPool);
+  pool.inUse += addend;
+}
+
+// Null when another thread took the last one meanwhile; the heap to come is in use all the same.
+Heap* TakeFromPool() {
+  const SpinlockGuard guard(memoryLocks.shortPool);
+  ++pool.inUse;
+  return pool.head == nullptr ? nullptr : Pop();
+}
+
+// An arena of its own; `counted` says whether it is in use already.
+Heap* MakeArena(bool counted) {
+  void* arena = kiv::AccountedAllocate(memorySettings.shortHeapBytes);
+  if (arena != nullptr) {
+    if (!counted) AddToUse(1);
+    kiv::CountAllocated(memorySettings.shortHeapBytes);
+  } else if (counted) {
+    AddToUse(-1);
+  }
+  return static_cast<Heap*>(arena);
+}
+
+Heap* TakeArena() {
+  const bool mayBePooled = pool.count != 0;
+  if (mayBePooled) {
+    if (Heap* heap = TakeFromPool()) return heap;
+  }
+  return MakeArena(mayBePooled);
+}
+
+bool PoolHasRoom() { return pool.count < memorySettings.shortPoolMost; }
+
+// False when the pool filled up meanwhile; the heap is out of use all the same.
+bool ReturnToPool(Heap* heap) {
+  const SpinlockGuard guard(memoryLocks.shortPool);
+  --pool.inUse;
+  if (!PoolHasRoom()) return false;
+  Push(heap);
+  return true;
+}
+
+void ReleaseArena(Heap* heap) {
+  kiv::AccountedFree(heap);
+  kiv::CountFreed(memorySettings.shortHeapBytes);
+}
+
+}  // namespace
+
+bool kiv::PrepareShortPool() {
+  pool.head = nullptr;
+  pool.count = 0;
+  pool.inUse = 0;
+  return EnsureMemoryLock(&memoryLocks.shortPool);
+}
+
+kiv::Heap* kiv::ObtainShortHeap() {
+  Heap* heap = TakeArena();
+  if (heap == nullptr) {
+    ReportFailedRequest(memorySettings.shortHeapBytes);
+    return nullptr;
+  }
+  SendPendingWarning();
+  InitializeHeap(heap, memorySettings.shortHeapBytes, nullptr);
+  heap->index.store(kShortHeapIndex, std::memory_order_relaxed);
+  return heap;
+}
+
+void kiv::ReleaseShortHeap(Heap* heap) {
+  if (memorySettings.shortPoolMost != 0 && PoolHasRoom()) {
+    if (!ReturnToPool(heap)) ReleaseArena(heap);
+    return;
+  }
+  AccountedFree(heap);
+  AddToUse(-1);
+  CountFreed(memorySettings.shortHeapBytes);
+}
+
+void kiv::DrainShortPoolIfIdle() {
+  const SpinlockGuard guard(memoryLocks.shortPool);
+  if (pool.inUse != 0 || pool.count <= memorySettings.shortPoolDrainedAbove) return;
+  while (pool.head != nullptr) ReleaseArena(Pop());
+}

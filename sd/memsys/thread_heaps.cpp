@@ -1,0 +1,182 @@
+#include "memsys/thread_heaps.h"
+
+#include <algorithm>
+
+#include "kivsdu/memory.h"
+#include "kivsdu/thread.h"
+#include "memsys/accounting.h"
+#include "memsys/exchange.h"
+#include "memsys/large_block.h"
+#include "memsys/messages.h"
+#include "memsys/settings.h"
+#include "memsys/slots.h"
+#include "memsys/statistics.h"
+#include "spinlock_guard.h"
+
+kiv::Relaxed<int32_t> kiv::threadHeapCount;
+
+namespace {
+
+using kiv::Block;
+using kiv::BlockOf;
+using kiv::Heap;
+using kiv::LargeBlock;
+using kiv::memorySettings;
+using kiv::SlotRequest;
+using kiv::SpinlockGuard;
+
+constexpr int32_t kSpareHeaps = 8;
+constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+
+// ---- Allocating ----
+
+// What a slot gave, and the heap that was asked last.
+struct SlotAnswer {
+  void* payload;
+  Heap* heap;
+};
+
+SlotAnswer TrySlot(const SlotRequest& request) {
+  for (;;) {
+    Heap* heap = kiv::SettledHeap(request.slot);
+    if (!MayServe(*heap, request.bin)) return {nullptr, heap};
+    {
+      const SpinlockGuard guard(heap->lock);
+      if (heap->index.load(kRelaxed) == request.slot) {
+        return {kiv::AllocateFromHeap(heap, request.payloadBytes), heap};
+      }
+    }
+    // The heap left the slot meanwhile; who exchanges it may be waiting for a processor.
+    static_cast<void>(KivSdThreadYield(nullptr));
+  }
+}
+
+void* TryOtherSlots(SlotRequest request) {
+  const uint32_t own = request.slot;
+  const auto count = static_cast<uint32_t>(kiv::threadHeapCount);
+  for (request.slot = 0; request.slot < count; ++request.slot) {
+    if (request.slot == own) continue;
+    if (void* payload = TrySlot(request).payload) return payload;
+  }
+  return nullptr;
+}
+
+void* AllocateFromSlots(const SlotRequest& request) {
+  for (;;) {
+    const SlotAnswer answer = TrySlot(request);
+    if (answer.payload != nullptr) return answer.payload;
+    const kiv::Exchanged exchanged = kiv::ExchangeHeap(request, answer.heap);
+    if (exchanged.outcome == kiv::ExchangeOutcome::kServed) return exchanged.payload;
+    if (exchanged.outcome == kiv::ExchangeOutcome::kNoHeap) return TryOtherSlots(request);
+  }
+}
+
+uint64_t Tick() {
+  const uint64_t ticks = kiv::allocationClock.ticks;
+  kiv::allocationClock.ticks = ticks + 1;
+  return ticks;
+}
+
+// ---- Reallocating ----
+
+void* AllocateAndCopy(uint64_t seed, void* payload, uint64_t oldBytes, uint64_t sizeBytes) {
+  void* made = kiv::ThreadHeapAllocate(seed, sizeBytes);
+  if (made == nullptr) return nullptr;
+  KivSdMemCopy(nullptr, made, payload, static_cast<uint32_t>(std::min(oldBytes, sizeBytes)));
+  kiv::CountAllocated(sizeBytes);
+  kiv::ThreadHeapFree(payload);
+  return made;
+}
+
+void* ResizeLarge(uint64_t seed, LargeBlock* block, uint64_t sizeBytes) {
+  // Kept: counted as freed before it is known whether the block moves, and again when it does.
+  kiv::CountFreed(block->sizeBytes);
+  if (sizeBytes <= memorySettings.largestBlockBytes) {
+    return AllocateAndCopy(seed, PayloadOf(block), block->sizeBytes, sizeBytes);
+  }
+  LargeBlock* resized = kiv::ReallocateLarge(block, sizeBytes);
+  if (resized == nullptr) return nullptr;
+  kiv::CountAllocated(sizeBytes);
+  return PayloadOf(resized);
+}
+
+// A short heap has no lock: its owner, who alone may call, is the caller.
+bool IsShort(const Heap& heap) { return heap.index.load(kRelaxed) == kiv::kShortHeapIndex; }
+
+void* ResizeInHeap(Block* block, uint32_t sizeBytes) {
+  Heap* heap = block->heap;
+  if (IsShort(*heap)) return kiv::ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
+  const SpinlockGuard guard(heap->lock);
+  return kiv::ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
+}
+
+void* ResizeHeapBlock(uint64_t seed, Block* block, uint64_t sizeBytes) {
+  const uint32_t oldBytes = block->sizeBytes - kiv::kBlockHeaderBytes;
+  kiv::CountFreed(oldBytes);
+  if (sizeBytes <= memorySettings.largestBlockBytes) {
+    if (void* resized = ResizeInHeap(block, static_cast<uint32_t>(sizeBytes))) {
+      kiv::CountAllocated(sizeBytes);
+      return resized;
+    }
+  }
+  return AllocateAndCopy(seed, PayloadOf(block), oldBytes, sizeBytes);
+}
+
+// ---- Freeing ----
+
+void FreeHeapBlock(Block* block) {
+  kiv::CountFreed(block->sizeBytes - kiv::kBlockHeaderBytes);
+  Heap* heap = block->heap;
+  if (IsShort(*heap)) {
+    kiv::FreeToHeap(heap, PayloadOf(block));
+    return;
+  }
+  const SpinlockGuard guard(heap->lock);
+  kiv::FreeToHeap(heap, PayloadOf(block));
+}
+
+bool IsAligned(const Heap* heap) { return reinterpret_cast<uintptr_t>(heap) % 8 == 0; }
+
+}  // namespace
+
+bool kiv::MakeThreadHeaps(int32_t slotCount) {
+  PrepareSpareHeaps(memorySettings.heapBudget, slotCount + kSpareHeaps);
+  SetSlotCount(static_cast<uint32_t>(slotCount));
+  for (int32_t i = 0; i < slotCount; ++i) {
+    Heap* heap = MakeThreadHeap();
+    if (heap == nullptr) return false;
+    heap->index.store(static_cast<uint32_t>(i), kRelaxed);
+    slots[static_cast<size_t>(i)].Settle(heap);
+  }
+  for (int32_t i = 0; i < kSpareHeaps; ++i) {
+    Heap* heap = MakeThreadHeap();
+    if (heap == nullptr || (i == 0 && !IsAligned(heap))) return false;
+    AddSpareHeap(heap);
+  }
+  return true;
+}
+
+void* kiv::ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes) {
+  if (sizeBytes > memorySettings.largestBlockBytes) return AllocateLarge(sizeBytes);
+  const uint32_t payloadBytes = PayloadBytes(static_cast<uint32_t>(sizeBytes));
+  const SlotRequest request = {SlotOf(seed, Tick()), payloadBytes, BinOf(payloadBytes)};
+  void* payload = AllocateFromSlots(request);
+  return payload != nullptr ? payload : AllocateLarge(sizeBytes);
+}
+
+void kiv::ThreadHeapFree(void* payload) {
+  if (payload == nullptr) return;
+  if (!IsLarge(payload)) {
+    FreeHeapBlock(BlockOf(payload));
+    return;
+  }
+  LargeBlock* block = LargeBlockOf(payload);
+  CountFreed(block->sizeBytes);
+  FreeLarge(block);
+}
+
+void* kiv::ThreadHeapReallocate(uint64_t seed, void* payload, uint64_t sizeBytes) {
+  if (payload == nullptr) return ThreadHeapAllocate(seed, sizeBytes);
+  return IsLarge(payload) ? ResizeLarge(seed, LargeBlockOf(payload), sizeBytes)
+                          : ResizeHeapBlock(seed, BlockOf(payload), sizeBytes);
+}

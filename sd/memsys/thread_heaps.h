@@ -1,0 +1,44 @@
+// Thread heaps: a fixed number of slots, each with one locked heap, chosen by hashing the caller's
+// context; heaps that run dry change places with spare ones.
+//
+// A slot is being exchanged while its current heap differs from its heap; readers wait then. A heap
+// that left its slot between the reading and the locking is told by its index.
+#ifndef KIV_MEMSYS_THREAD_HEAPS_H
+#define KIV_MEMSYS_THREAD_HEAPS_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "memheap/heap.h"
+#include "relaxed.h"
+
+namespace kiv {
+
+// Slots in use: positive in thread-heap mode, 0 in plain mode, -1 once it was terminated.
+extern Relaxed<int32_t> threadHeapCount;
+
+inline bool InThreadHeapMode() { return threadHeapCount > 0; }
+
+// Makes the heaps of `slots` slots and the spare ones, as the settings say. False when memory
+// fails; what was made until then stays.
+bool MakeThreadHeaps(int32_t slots);
+
+// A payload of at least sizeBytes bytes: from a heap, or a large block when the request is above
+// the largest that heaps serve, or no heap has room. Null without memory. `seed` chooses the slot.
+void* ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes);
+
+// Null is ignored. Any thread, except for the blocks of short heaps.
+void ThreadHeapFree(void* payload);
+
+// Null when it fails, and the block is still whole; a null block asks for a new one. A large block
+// leaves its owner's ring for good, unless it fails.
+void* ThreadHeapReallocate(uint64_t seed, void* payload, uint64_t sizeBytes);
+
+int32_t InitialHeapBudget();
+
+// What the arenas of thread heaps take.
+uint64_t BytesInThreadHeaps();
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,44 @@
+// Running totals of memory, the highest they have been, and the limit they are held to.
+#ifndef KIV_MEMSYS_TOTALS_H
+#define KIV_MEMSYS_TOTALS_H
+
+#include <cstdint>
+
+#include "relaxed.h"
+
+namespace kiv {
+
+// In bytes. Written under the accounting lock; messages read without it. A mark is the highest
+// value since the host last set the marks back, a peak the highest since initialisation.
+struct MemoryTotals {
+  Relaxed<uint64_t> used;     // held from the system for heaps and large blocks
+  Relaxed<uint64_t> aligned;  // registered by the host
+  Relaxed<uint64_t> usedMark;
+  Relaxed<uint64_t> alignedMark;
+  Relaxed<uint64_t> totalMark;
+  Relaxed<uint64_t> usedPeak;
+  Relaxed<uint64_t> alignedPeak;
+  Relaxed<uint64_t> totalPeak;
+
+  // After a change.
+  void RaiseUsed();
+  void RaiseAligned();
+  void RaiseTotal();
+};
+extern MemoryTotals memoryTotals;
+
+// All to 0; before the host's threads start.
+void ResetTotals();
+
+// Used and aligned bytes together.
+uint64_t AccountedTotal();
+
+// Without a limit nothing passes it.
+bool PassesMemoryLimit(uint64_t totalBytes);
+
+// Whether the total lies above 90% of the limit.
+bool PassesWarningMark(uint64_t totalBytes);
+
+}  // namespace kiv
+
+#endif

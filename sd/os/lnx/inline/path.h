@@ -1,0 +1,11 @@
+// Linux.
+#ifndef KIV_OS_LNX_INLINE_PATH_H
+#define KIV_OS_LNX_INLINE_PATH_H
+
+namespace kiv::os {
+
+constexpr char kPathSeparator = '/';
+
+}  // namespace kiv::os
+
+#endif

@@ -1,0 +1,7 @@
+#include "os/thread_word.h"
+
+namespace kiv::os {
+
+constinit thread_local void* threadWord = nullptr;
+
+}  // namespace kiv::os
