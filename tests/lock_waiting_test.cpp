@@ -662,7 +662,23 @@ TEST_F(RWLockSteps, AWriterLeavesItsTurnToABatchThatForms) {
   End(&a_);
 }
 
-// As above, and a batch has formed: it enters, and the next writer awaits its last reader.
+// Whatever mark of a writer a first reader finds, it awaits the writer's gate.
+TEST_F(RWLockSteps, AReaderWaitsForAWriterThatIsInterestedAndForOneThatIsActive) {
+  for (const uint64_t writer : {1u, 2u, 3u}) {
+    lock_.countAndFlags = writer;
+    plan[1] = [this, writer] {
+      EXPECT_EQ(lock_.countAndFlags, 4u | writer);
+      // As a gate does.
+      lock_.countAndFlags = 8;
+      std::exchange(lock_.readerTail, nullptr)->blocked.store(0);
+    };
+    Read(&a_);
+    EXPECT_EQ(TakeTrace(), "p");
+    End(&a_);
+  }
+}
+
+// A batch has formed: it enters, and the next writer awaits its last reader.
 TEST_F(RWLockSteps, AWriterThatLeavesLetsTheBatchInBeforeAWriterThatIsNotLinkedYet) {
   Write(&a_);
   lock_.countAndFlags |= 4;

@@ -3,7 +3,7 @@
 // The wake mutex orders a waker against a sleeper: the sleeper looks at `blocked` once more under
 // it and gives it up only in going to sleep, the waker clears `blocked` under it and raises the
 // semaphore if there is a sleeper. A failing call of the system is dropped; every wait looks
-// again at `blocked`.
+// again at `blocked`. The model checker goes through this too (tests/model/rwlock.pml, SLEEPING).
 #include "sdrwlock/wait.h"
 
 #include "os/critical_section.h"
