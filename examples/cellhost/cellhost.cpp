@@ -6,12 +6,15 @@
 //     run_command  system_report      the commands of one process
 //       fact_loader csv_reader        facts into a cube
 //       query answer answer_check     queries, answers, comparison
+//       line_file words               files of queries or orders, and their words
 //     serve_command                   the server of many clients
 //       connection pipe_server        a thread for each client, commands
-//       worker request_ring service   threads that answer queries, what all threads share
+//       worker request_ring service   threads that do what clients ask, what all of them share
+//       cell_cache put_order          the cells that they share, changing them
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     demo_command demo_client        a server and clients, each a process
+//       demo_writer                   clients that change cells
 //       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library
@@ -32,13 +35,13 @@ int Do(const CommandLine& line) {
     case Command::kReport:
       return ReportCommand();
     case Command::kServe:
-      return ServeCommand(line.serve);
+      return ServeCommand(line.serve, line.locks);
     case Command::kAsk:
       return AskCommand(line.ask);
     case Command::kSend:
       return SendCommand(line.send);
     case Command::kDemo:
-      return DemoCommand(line.demo);
+      return DemoCommand(line.demo, line.locks);
   }
   return kExitFailed;
 }
@@ -49,7 +52,7 @@ int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
-  if (!StartHost()) return kExitFailed;
+  if (!StartHost(line.locks)) return kExitFailed;
   exitCode = Do(line);
   StopHost();
   return exitCode;

@@ -4,6 +4,7 @@
 
 #include "ask_command.h"
 #include "demo_command.h"
+#include "lock_design.h"
 #include "run_command.h"
 #include "serve_command.h"
 
@@ -13,6 +14,7 @@ enum class Command { kRun, kReport, kServe, kAsk, kSend, kDemo };
 
 struct CommandLine {
   Command command;
+  LockDesign locks;
   RunOptions run;
   ServeOptions serve;
   AskOptions ask;

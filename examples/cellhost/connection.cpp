@@ -9,7 +9,7 @@
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kStatsBytes = 256;  // six numbers with their names
+constexpr uint32_t kStatsBytes = 256;  // seven numbers with their names
 constexpr uint32_t kChunkBytes = 32;
 constexpr uint32_t kGoodbyeMs = 3000;  // for a client to read the last reply and close the pipe
 
@@ -66,13 +66,17 @@ Connection::Next Connection::ServeRequest(uint32_t client) {
 }
 
 Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
+  const std::string_view whole = message;
   const std::string_view verb = TakeVerb(&message);
-  if (verb == kQuery) return Answer(message);
+  if (verb == kQuery) return HandOver(RequestKind::kRead, message);
+  if (verb == kPut) return HandOver(RequestKind::kWrite, whole);
   if (verb == kChunk) return TellChunk(client);
   if (verb == kStats) return TellStats();
   if (verb == kBye) return Next::kLeft;
   if (verb != kStop) {
-    return Tell("ERROR no such command; send CHUNK, STATS, QUERY and a query, STOP or BYE");
+    return Tell(
+        "ERROR no such command; send CHUNK, STATS, QUERY and a query, PUT and a cell and a number, "
+        "STOP or BYE");
   }
   const Next next = Tell("OK stopping");
   service_->Stop();
@@ -90,19 +94,24 @@ Connection::Next Connection::TellChunk(uint32_t client) {
 }
 
 Connection::Next Connection::TellStats() {
+  uint32_t cells = 0;
+  if (!service_->cells.Count(&cells)) return Tell("ERROR no memory for the counts");
   const uint64_t queries = service_->queries.load(std::memory_order_relaxed);
+  const uint64_t puts = service_->puts.load(std::memory_order_relaxed);
   char reply[kStatsBytes];
   snprintf(reply, sizeof reply,
-           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, uptime %llu s",
-           static_cast<unsigned long long>(service_->rows), service_->cube.cells().count(),
+           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, puts %llu, uptime %llu s",
+           static_cast<unsigned long long>(service_->rows), cells,
            service_->clients.load(std::memory_order_relaxed),
            service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
+           static_cast<unsigned long long>(puts),
            static_cast<unsigned long long>(service_->uptimeSeconds()));
   return Tell(reply);
 }
 
-Connection::Next Connection::Answer(std::string_view query) {
-  request_.query = query;
+Connection::Next Connection::HandOver(RequestKind kind, std::string_view text) {
+  request_.kind = kind;
+  request_.text = text;
   // Without a wait the worker might still use the request, so that nothing more can be said.
   if (!service_->ring.Put(&request_) || !request_.AwaitDone()) {
     service_->Fail();

@@ -4,6 +4,7 @@
 #include "complain.h"
 #include "kivsdu/numa.h"
 #include "kivsdu/settings.h"
+#include "kivsdu/sync.h"
 #include "kivsdu/vorutil.h"
 #include "thread_record.h"
 
@@ -32,7 +33,9 @@ void CountDetach(uint64_t, uint64_t, uint64_t, uint64_t) {
   OwnRecord()->threads.fetch_sub(1, std::memory_order_relaxed);
 }
 
-void InstallSettings() {
+void InstallSettings(LockDesign locks) {
+  // Before anything that may make a lock: the two designs keep their fields in different places.
+  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
   KivSdVorUtilGlobals()->hostValue = &theHost;
   KivSdSetAppFolderName(kAppFolderName);
   KivSdSetLeaseGuardAccessFunction(GuardLease);
@@ -43,8 +46,8 @@ void InstallSettings() {
 
 }  // namespace
 
-bool StartHost() {
-  InstallSettings();
+bool StartHost(LockDesign locks) {
+  InstallSettings(locks);
   KivSdInitNumaResources();
   if (!Succeeded(nullptr, KivSdVorUtilTlsInit(), "make the thread slot")) return false;
   if (EnterThread()) return true;

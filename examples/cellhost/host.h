@@ -7,6 +7,8 @@
 
 #include <atomic>
 
+#include "lock_design.h"
+
 namespace cellhost {
 
 // The server's own counts. The library keeps the pointer to it (hostValue) for us.
@@ -16,7 +18,9 @@ struct HostRecord {
 };
 
 // Both on the main thread, once each. StartHost says what failed, and gives back what it took.
-bool StartHost();
+//
+//   locks  the design of every spinlock of the process; it cannot be changed later
+bool StartHost(LockDesign locks);
 void StopHost();
 
 // The server's record; after StartHost, any thread.

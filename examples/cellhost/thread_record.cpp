@@ -18,6 +18,7 @@ constexpr uint32_t kScratchAlignment = 8;
 constexpr uint32_t kScratchBytes = 16 * 1024;  // most queries need less than one such block
 
 void DeleteRecord(ThreadRecord* thread) {
+  Succeeded(thread->ctx, KivRWLockFreeQNodes(&thread->locks), "free the thread's locks");
   if (thread->scratch != nullptr) {
     Succeeded(thread->ctx, KivSdMemStackDelete(thread->ctx, thread->scratch),
               "delete the scratch stack");
@@ -36,7 +37,7 @@ ThreadRecord* MakeRecord(KivSdContext* ctx) {
     return nullptr;
   }
   ThreadRecord* thread = static_cast<ThreadRecord*>(block);
-  *thread = {.ctx = ctx, .scratch = nullptr};
+  *thread = {.ctx = ctx, .scratch = nullptr, .locks = {}};
   if (!Succeeded(ctx, KivSdMemStackCreate(ctx, &thread->scratch, kScratchAlignment, kScratchBytes),
                  "create the scratch stack")) {
     DeleteRecord(thread);

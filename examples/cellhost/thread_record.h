@@ -1,7 +1,7 @@
 // What each thread of the server has for itself: a context, in which the library leaves the
-// outcome of the thread's last operation, and a memory stack for the query that the thread
-// answers. The record hangs in the library's per-thread slot, so that code deep down finds it
-// without its being passed along.
+// outcome of the thread's last operation, a memory stack for the query that the thread answers,
+// and the table that reader-writer locks ask for. The record hangs in the library's per-thread
+// slot, so that code deep down finds it without its being passed along.
 #ifndef CELLHOST_THREAD_RECORD_H
 #define CELLHOST_THREAD_RECORD_H
 
@@ -9,16 +9,19 @@
 
 #include "kivsdu/context.h"
 #include "kivsdu/memstack.h"
+#include "kivsdu/rwlock.h"
 
 namespace cellhost {
 
 struct ThreadRecord {
   KivSdContext* ctx;
   KivSdMemStack* scratch;  // emptied after each query
+  KivRWLockTable locks;    // the thread's part of every reader-writer lock; for the thread alone
 };
 
 // Makes the calling thread's record. Between StartHost and StopHost, once for each thread that
-// answers queries; LeaveThread on the same thread gives the record back.
+// answers queries; LeaveThread on the same thread gives the record back, once the thread holds no
+// lock.
 bool EnterThread();
 void LeaveThread();
 
