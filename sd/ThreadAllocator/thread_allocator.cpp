@@ -26,7 +26,9 @@ uint32_t adCreateThreadAlloc() {
   void* memory = os::RawAllocate(sizeof(kiv::ThreadCache));
   // Without memory the thread goes without a cache, as it did before.
   if (memory == nullptr) return KIV_ST_OK;
-  os::WriteThreadWord(new (memory) kiv::ThreadCache{.limitBytes = LimitBytes()});
+  auto* cache = new (memory) kiv::ThreadCache{};
+  cache->limitBytes = LimitBytes();
+  os::WriteThreadWord(cache);
   return KIV_ST_OK;
 }
 

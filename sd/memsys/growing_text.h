@@ -45,7 +45,7 @@ class GrowingText {
   bool Reserve(size_t sizeBytes) {
     if (sizeBytes <= roomBytes_) return true;
     size_t roomBytes = roomBytes_ != 0 ? roomBytes_ : kFirstBytes;
-    while (roomBytes < sizeBytes) roomBytes += 1;
+    while (roomBytes < sizeBytes) roomBytes *= 2;
     void* moved = os::RawReallocate(text_, roomBytes);
     if (moved == nullptr) return false;
     text_ = static_cast<char*>(moved);
