@@ -577,7 +577,7 @@ TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStillWhileItSpins) {
   EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
   EXPECT_EQ(limit, kOldLimit);
   EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
-  EXPECT_TRUE(Calls::AllEndsAreClosed());
+  EXPECT_TRUE(Calls::AllAreClosed());
 }
 
 struct Failure {
