@@ -158,7 +158,7 @@ struct alignas(64) StdMutex {
 // what later ones find.
 template <typename Lock>
 struct ReadySession : Lock::Session {
-  explicit ReadySession(Lock* lock) : Lock::Session(lock) {
+  explicit ReadySession(Lock* contender) : Lock::Session(contender) {
     this->Enter();
     this->Leave();
   }
