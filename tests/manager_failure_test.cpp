@@ -193,6 +193,30 @@ TEST(ManagerFailure, OfALargeBlock) {
   }
 }
 
+// What the limit refuses was there, and goes back.
+TEST(ManagerFailure, AtTheLimitLeaksNothing) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
+  const std::vector<void*> blocks = FillHeapsWhole();
+  void* most = Allocate(10485760 - kHeaps - 32 - 1000);
+  int region = 0;
+  AdShortHeapOwner without = {};
+  void* block = nullptr;
+  {
+    const RuntimeMemory memory;
+    EXPECT_EQ(adMalloc(nullptr, 969, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adMalloc(nullptr, 100'000, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adRealloc(nullptr, 100'000, blocks[0], &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adRealloc(nullptr, 9'000'000, most, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    adMemShortHeapInit(&without);
+    EXPECT_EQ(memory.live(), 0);
+  }
+  EXPECT_EQ(adMemShortCheckStatus(&without), 0);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_ALIGNED_COMMIT);
+  Free(most);
+  FreeAll(blocks);
+  EXPECT_EQ(TotalsNow().used(), kHeaps);
+}
+
 TEST(ManagerFailure, OfEveryEntryPoint) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();

@@ -137,6 +137,9 @@ TEST(Messages, AFailureTakesAPendingWarningWithIt) {
   Listen();
   const uint64_t heaps = kFirstHeaps * 800 * 1024;
   EXPECT_EQ(Fail(), Messages{Refused(heaps + kTooMuch, kTooMuch)});
+  // A warning that were tried now would be held back, and let the next failure through.
+  Pass(1);
+  EXPECT_EQ(Fail(), kNone);
   Pass(kQuiet);
   EXPECT_EQ(TakeMessages(), kNone);
 }
@@ -150,6 +153,12 @@ TEST(Messages, WithoutAContextNothingIsSentAndNothingStaysPending) {
   Pass(1);
   EXPECT_EQ(TakeMessages(), kNone);
   // Nothing was sent: nothing holds the first failure back.
+  EXPECT_EQ(Fail(), kFailure);
+
+  Begin();
+  adMemResetThreadContext();
+  EXPECT_EQ(Fail(), kNone);
+  Listen();
   EXPECT_EQ(Fail(), kFailure);
 }
 
