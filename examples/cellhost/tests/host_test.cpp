@@ -26,7 +26,7 @@ size_t WordsOfALock() {
 
 TEST(Host, HasLocksOfTickets) {
   IN_FRESH_PROCESS([] {
-    EXPECT_TRUE(StartHost(LockDesign::kTicket));
+    EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kPlain));
     EXPECT_EQ(WordsOfALock(), kTicketWords);
     StopHost();
   });
@@ -34,7 +34,7 @@ TEST(Host, HasLocksOfTickets) {
 
 TEST(Host, HasLocksOfTestAndSet) {
   IN_FRESH_PROCESS([] {
-    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet));
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kPlain));
     EXPECT_EQ(WordsOfALock(), std::size(KivSdLWSpinlock{}.opaque));
     StopHost();
   });
