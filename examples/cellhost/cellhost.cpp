@@ -11,6 +11,7 @@
 //       connection pipe_server        a thread for each client, commands
 //       worker request_ring service   threads that do what clients ask, what all of them share
 //       cell_cache put_order          the cells that they share, changing them
+//       hog                           memory to the limit
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     demo_command demo_client        a server and clients, each a process
@@ -18,8 +19,14 @@
 //       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library
+//   memory_manager request_heap       how it gives memory; a request's own
 //   host host_thread thread_record    the library's start-up, threads, what each thread has
+#include <stdlib.h>
+
+#include <string>
+
 #include "command_line.h"
+#include "complain.h"
 #include "exit_code.h"
 #include "host.h"
 #include "system_report.h"
@@ -46,13 +53,29 @@ int Do(const CommandLine& line) {
   return kExitFailed;
 }
 
+// Who keeps cells has memory as configured. Clients hold little, and the library lists its
+// configuration on the standard output, where they have answers.
+MemoryUse MemoryOf(Command command) {
+  const bool keepsCells = command == Command::kRun || command == Command::kServe;
+  return keepsCells ? MemoryUse::kAsConfigured : MemoryUse::kPlain;
+}
+
+// The library looks for its configuration below what MOLTAPATH names.
+bool NameConfiguration(const std::string& folder) {
+  if (folder.empty()) return true;
+  if (_putenv(("MOLTAPATH=" + folder).c_str()) == 0) return true;
+  return Complain("could not set MOLTAPATH to '%s'", folder.c_str());
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
-  if (!StartHost(line.locks)) return kExitFailed;
+  if (!NameConfiguration(line.memory) || !StartHost(line.locks, MemoryOf(line.command))) {
+    return kExitFailed;
+  }
   exitCode = Do(line);
   StopHost();
   return exitCode;

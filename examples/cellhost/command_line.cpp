@@ -82,19 +82,30 @@ void AddLocks(CLI::App* command, LockDesign* locks) {
       ->default_str(kTestAndSetName);
 }
 
-void AddRun(CLI::App* app, RunOptions* run) {
+void AddMemory(CLI::App* command, std::string* memory) {
+  command
+      ->add_option("--memory", *memory,
+                   "Folder with bin/config.mem, which tunes the memory manager; without it, what "
+                   "MOLTAPATH names")
+      ->type_name("FOLDER")
+      ->check(CLI::ExistingDirectory);
+}
+
+void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
   AddQueries(command, &run->queries);
   AddAnswers(command, &run->answers, "Expected answers; without it none are compared");
+  AddMemory(command, memory);
 }
 
-void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks) {
+void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, std::string* memory) {
   CLI::App* command = app->add_subcommand("serve", "Load facts and serve clients over a pipe");
   AddFacts(command, &serve->facts);
   serve->pipe = kDefaultPipe;
   AddPipe(command, &serve->pipe)->capture_default_str();
   AddLocks(command, locks);
+  AddMemory(command, memory);
 }
 
 void AddAsk(CLI::App* app, AskOptions* ask) {
@@ -113,7 +124,7 @@ void AddSend(CLI::App* app, SendOptions* send) {
   AddClient(command, &send->pipe, &send->waitSeconds);
   command
       ->add_option("command", send->command,
-                   "CHUNK, STATS, STOP, QUERY and a query, or PUT, members, number")
+                   "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, or HOG, MiB")
       ->required();
 }
 
@@ -135,6 +146,7 @@ void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
       ->type_name("FILE")
       ->capture_default_str();
   AddLocks(command, locks);
+  AddMemory(command, &demo->memory);
 }
 
 Command CommandOf(const CLI::App& app) {
@@ -165,10 +177,10 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   app.footer(kDetails);
   app.set_version_flag("--version", "cellhost " KIVSDU_VERSION_TEXT);
   app.require_subcommand(0, 1);
-  AddRun(&app, &line->run);
+  AddRun(&app, &line->run, &line->memory);
   app.add_subcommand("report", "Print the system report alone");
   line->locks = LockDesign::kTestAndSet;
-  AddServe(&app, &line->serve, &line->locks);
+  AddServe(&app, &line->serve, &line->locks, &line->memory);
   AddAsk(&app, &line->ask);
   AddSend(&app, &line->send);
   AddDemo(&app, &line->demo, &line->locks);

@@ -2,6 +2,8 @@
 #ifndef CELLHOST_COMMAND_LINE_H
 #define CELLHOST_COMMAND_LINE_H
 
+#include <string>
+
 #include "ask_command.h"
 #include "demo_command.h"
 #include "lock_design.h"
@@ -15,6 +17,7 @@ enum class Command { kRun, kReport, kServe, kAsk, kSend, kDemo };
 struct CommandLine {
   Command command;
   LockDesign locks;
+  std::string memory;  // folder with bin/config.mem; empty: none is named
   RunOptions run;
   ServeOptions serve;
   AskOptions ask;

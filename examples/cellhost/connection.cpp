@@ -4,14 +4,33 @@
 #include <stdio.h>
 
 #include "complain.h"
+#include "memory_manager.h"
 #include "protocol.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kStatsBytes = 256;  // seven numbers with their names
+constexpr uint32_t kStatsBytes = 512;  // numbers with their names
 constexpr uint32_t kChunkBytes = 32;
 constexpr uint32_t kGoodbyeMs = 3000;  // for a client to read the last reply and close the pipe
+
+struct MemoryText {
+  char text[256];
+};
+
+MemoryText MemoryInUse() {
+  const MemoryTotals totals = MemoryTotalsNow();
+  if (!totals.counted) return {"not counted"};
+  const MemoryBlocks blocks = MemoryBlocksNow();
+  const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+  MemoryText text;
+  snprintf(text.text, sizeof text.text,
+           "%llu outside heaps, %llu in heaps, %llu aligned, at most %llu, "
+           "blocks allocated %llu, freed %llu",
+           number(totals.outsideHeaps), number(totals.inHeaps), number(totals.aligned),
+           number(totals.peak), number(blocks.allocated), number(blocks.freed));
+  return text;
+}
 
 }  // namespace
 
@@ -70,13 +89,14 @@ Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
   const std::string_view verb = TakeVerb(&message);
   if (verb == kQuery) return HandOver(RequestKind::kRead, message);
   if (verb == kPut) return HandOver(RequestKind::kWrite, whole);
+  if (verb == kHog) return HandOver(RequestKind::kHog, whole);
   if (verb == kChunk) return TellChunk(client);
   if (verb == kStats) return TellStats();
   if (verb == kBye) return Next::kLeft;
   if (verb != kStop) {
     return Tell(
         "ERROR no such command; send CHUNK, STATS, QUERY and a query, PUT and a cell and a number, "
-        "STOP or BYE");
+        "HOG and a number, STOP or BYE");
   }
   const Next next = Tell("OK stopping");
   service_->Stop();
@@ -100,12 +120,13 @@ Connection::Next Connection::TellStats() {
   const uint64_t puts = service_->puts.load(std::memory_order_relaxed);
   char reply[kStatsBytes];
   snprintf(reply, sizeof reply,
-           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, puts %llu, uptime %llu s",
+           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, puts %llu, uptime %llu s, "
+           "memory %s",
            static_cast<unsigned long long>(service_->rows), cells,
            service_->clients.load(std::memory_order_relaxed),
            service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
            static_cast<unsigned long long>(puts),
-           static_cast<unsigned long long>(service_->uptimeSeconds()));
+           static_cast<unsigned long long>(service_->uptimeSeconds()), MemoryInUse().text);
   return Tell(reply);
 }
 

@@ -32,6 +32,10 @@ constexpr uint32_t kLoadLimitMs = 60 * 1000;
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
 constexpr uint32_t kTryMs = 50;
+constexpr char kHogOrder[] = "HOG 256";
+constexpr std::string_view kTaken = "took 256 MiB; ";
+constexpr std::string_view kRefused = "refused after ";
+constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
 constexpr double kUsPerSecond = 1e6;
 
 // What is added up for the last line.
@@ -55,8 +59,8 @@ ExpectedAnswers After(const DemoOptions& options) {
 bool StartServer(const DemoOptions& options, LockDesign locks, ChildProcess* server) {
   const Stopwatch watch;
   const TimeLimit limit(kLoadLimitMs);
-  if (!server->Start(
-          {"serve", "--facts", options.facts, "--pipe", options.pipe, "--locks", NameOf(locks)})) {
+  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe, "--locks",
+                      NameOf(locks), options.memory.empty() ? "" : "--memory", options.memory})) {
     return false;
   }
   for (Pause pause; !ServerListens(options.pipe.c_str(), kTryMs); pause.Take()) {
@@ -123,6 +127,27 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   return done;
 }
 
+bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
+  if (!control->Ask(request, reply)) return false;
+  Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
+  return reply->ok;
+}
+
+// A server with a limit of its memory refuses, and goes on; one without has as much.
+bool RunHog(const DemoOptions& options) {
+  Heading("A client that has the server take memory");
+  PipeClient client;
+  Reply reply;
+  if (!client.Open(options.pipe.c_str(), 0) || !AskAndPrint(&client, kHogOrder, &reply)) {
+    return false;
+  }
+  const bool refused = reply.text.starts_with(kRefused);
+  const bool asItShould =
+      refused ? reply.text.ends_with(kWarnedAndBack) : reply.text.starts_with(kTaken);
+  client.Leave();
+  return asItShould || Complain("the server did not bear that as it should");
+}
+
 bool RunAfter(const DemoOptions& options, Outcome* outcome) {
   Heading("Clients after the changes");
   DemoClient clients[kAfter];
@@ -135,12 +160,6 @@ bool RunAfter(const DemoOptions& options, Outcome* outcome) {
     if (!FinishClient(&client, outcome)) done = false;
   }
   return done;
-}
-
-bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
-  if (!control->Ask(request, reply)) return false;
-  Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
-  return reply->ok;
 }
 
 uint32_t LostOf(std::string_view stats) {
@@ -206,12 +225,15 @@ int DemoCommand(const DemoOptions& options, LockDesign locks) {
   if (!StartServer(options, locks, &server)) return kExitFailed;
   const bool atOnce = RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
-  const bool changed = RunWriters(options, orders, &outcome) && RunAfter(options, &outcome);
+  const bool changed = RunWriters(options, orders, &outcome);
+  const bool borne = RunHog(options);
+  const bool after = changed && RunAfter(options, &outcome);
   const bool controlled = ControlServer(options, &outcome);
   const bool ended = EndServer(&server, &outcome);
   PrintOutcome(outcome);
   if (outcome.agreeing != outcome.expected) return kExitAnswersDiffer;
-  const bool done = atOnce && inTurn && changed && controlled && ended && outcome.lost == 1;
+  const bool done =
+      atOnce && inTurn && changed && borne && after && controlled && ended && outcome.lost == 1;
   return done ? kExitDone : kExitFailed;
 }
 

@@ -33,9 +33,7 @@ void CountDetach(uint64_t, uint64_t, uint64_t, uint64_t) {
   OwnRecord()->threads.fetch_sub(1, std::memory_order_relaxed);
 }
 
-void InstallSettings(LockDesign locks) {
-  // Before anything that may make a lock: the two designs keep their fields in different places.
-  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
+void InstallSettings() {
   KivSdVorUtilGlobals()->hostValue = &theHost;
   KivSdSetAppFolderName(kAppFolderName);
   KivSdSetLeaseGuardAccessFunction(GuardLease);
@@ -44,14 +42,26 @@ void InstallSettings(LockDesign locks) {
   KivSdSetUkrThreadDetachFunction(CountDetach);
 }
 
-}  // namespace
-
-bool StartHost(LockDesign locks) {
-  InstallSettings(locks);
-  KivSdInitNumaResources();
+bool StartThreads() {
   if (!Succeeded(nullptr, KivSdVorUtilTlsInit(), "make the thread slot")) return false;
   if (EnterThread()) return true;
   KivSdVorUtilTlsTerm();
+  return false;
+}
+
+}  // namespace
+
+bool StartHost(LockDesign locks, MemoryUse memory) {
+  // Before anything that may make a lock, and the memory manager does: the two designs keep their
+  // fields in different places.
+  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
+  // Before anything has memory.
+  if (StartMemoryManager(memory)) {
+    InstallSettings();
+    KivSdInitNumaResources();
+    if (StartThreads()) return true;
+  }
+  StopMemoryManager();
   return false;
 }
 
@@ -60,6 +70,7 @@ void StopHost() {
   KivSdVorUtilTlsTerm();
   // The hooks stay, as a hook cannot be taken away; the record that they count in is static.
   KivSdSetLeaseGuardAccessFunction(nullptr);
+  StopMemoryManager();
 }
 
 const HostRecord& Host() { return *OwnRecord(); }

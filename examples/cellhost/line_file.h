@@ -10,6 +10,7 @@
 #include "complain.h"
 #include "host_memory.h"
 #include "text_lines.h"
+#include "text_room.h"
 #include "text_stack.h"
 #include "words.h"
 
@@ -20,7 +21,7 @@ template <class Item>
 class LineFile {
  public:
   // From a line to an item; see ParseQuery.
-  using Parse = bool (*)(std::string_view line, TextStack* stack, Item* item, Fault* fault);
+  using Parse = bool (*)(std::string_view line, TextRoom* room, Item* item, Fault* fault);
 
   explicit LineFile(Parse parse) : parse_(parse), items_("cellhost/line_file") {}
 

@@ -14,6 +14,8 @@
 //   QUERY <text>  asks a query; see query.h   OK SUM section=libs: 17833030
 //   PUT <text>    changes a cell, named by a member of each dimension, which a number follows;
 //                 see put_order.h             OK stored
+//   HOG <number>  takes so many MiB of memory, or as many as there are, and gives them back;
+//                 see hog.h                   OK refused after 52 MiB; warning seen; totals back
 //   STOP          ends the server             OK stopping
 //   BYE           the client leaves           no answer
 //
@@ -41,6 +43,7 @@ constexpr std::string_view kChunk = "CHUNK";
 constexpr std::string_view kStats = "STATS";
 constexpr std::string_view kQuery = "QUERY";
 constexpr std::string_view kPut = "PUT";
+constexpr std::string_view kHog = "HOG";
 constexpr std::string_view kStop = "STOP";
 constexpr std::string_view kBye = "BYE";
 

@@ -21,11 +21,11 @@ std::string_view WithoutEnds(std::string_view text) {
 
 }  // namespace
 
-bool ParsePut(std::string_view text, TextStack* stack, PutOrder* order, Fault* fault) {
+bool ParsePut(std::string_view text, TextRoom* room, PutOrder* order, Fault* fault) {
   *order = {};
   order->text = Trimmed(text);
   Words words;
-  if (!SplitWords(order->text, kPutWordsMax, stack, &words, fault)) return false;
+  if (!SplitWords(order->text, kPutWordsMax, room, &words, fault)) return false;
   if (words.count < kPutWordsMin || words.word[0].text != kPut) {
     return Wrong(fault, "write PUT, a member of each dimension, and a number");
   }

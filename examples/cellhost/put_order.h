@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "cube.h"
-#include "text_stack.h"
+#include "text_room.h"
 #include "words.h"
 
 namespace cellhost {
@@ -27,11 +27,11 @@ struct PutOrder {
 // From a text to an order.
 //
 //   text   one line; must stay as long as the order is used
-//   stack  receives the order's words
+//   room   receives the order's words
 //   fault  set when the text is no order
 //
 // Whether it is one; whether a cube has such a cell shows when it is carried out.
-bool ParsePut(std::string_view text, TextStack* stack, PutOrder* order, Fault* fault);
+bool ParsePut(std::string_view text, TextRoom* room, PutOrder* order, Fault* fault);
 
 }  // namespace cellhost
 

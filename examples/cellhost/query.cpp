@@ -44,12 +44,12 @@ bool ParseCell(const Words& words, Query* query, Fault* fault) {
 
 }  // namespace
 
-bool ParseQuery(std::string_view text, TextStack* stack, Query* query, Fault* fault) {
+bool ParseQuery(std::string_view text, TextRoom* room, Query* query, Fault* fault) {
   *query = {};
   query->text = Trimmed(text);
   if (query->text.empty()) return Wrong(fault, "the query is empty; write SUM, TOP or CELL");
   Words words;
-  if (!SplitWords(query->text, kQueryWordsMax, stack, &words, fault)) return false;
+  if (!SplitWords(query->text, kQueryWordsMax, room, &words, fault)) return false;
   const std::string_view verb = words.word[0].text;
   if (verb == "SUM") return ParseSum(words, query, fault);
   if (verb == "TOP") return ParseTop(words, query, fault);

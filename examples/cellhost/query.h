@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "cube.h"
-#include "text_stack.h"
+#include "text_room.h"
 #include "words.h"
 
 namespace cellhost {
@@ -32,11 +32,11 @@ struct Query {
 // From a text to a query.
 //
 //   text   one line; must stay as long as the query is used
-//   stack  receives the query's words
+//   room   receives the query's words
 //   fault  set when the text is no query
 //
 // Whether it is one.
-bool ParseQuery(std::string_view text, TextStack* stack, Query* query, Fault* fault);
+bool ParseQuery(std::string_view text, TextRoom* room, Query* query, Fault* fault);
 
 }  // namespace cellhost
 

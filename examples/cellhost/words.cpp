@@ -52,16 +52,15 @@ std::string_view Trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-bool SplitWords(std::string_view line, uint32_t most, TextStack* stack, Words* words,
-                Fault* fault) {
+bool SplitWords(std::string_view line, uint32_t most, TextRoom* room, Words* words, Fault* fault) {
   words->count = 0;
   for (std::string_view left = Trimmed(line); !left.empty(); left = Trimmed(left)) {
     if (words->count == most) {
       return Wrong(fault, "more than %u words; quote a member that has blanks", most);
     }
-    char* room = nullptr;
-    if (!stack->MakeRoom(left.size(), &room)) return Wrong(fault, "no memory for the words");
-    if (!TakeWord(&left, room, &words->word[words->count++])) {
+    char* start = nullptr;
+    if (!room->MakeRoom(left.size(), &start)) return Wrong(fault, "no memory for the words");
+    if (!TakeWord(&left, start, &words->word[words->count++])) {
       return Wrong(fault, "a quote is not closed; add one, or double it if it is part of a name");
     }
   }

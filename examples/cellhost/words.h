@@ -10,7 +10,7 @@
 
 #include "complain.h"
 #include "cube.h"
-#include "text_stack.h"
+#include "text_room.h"
 
 namespace cellhost {
 
@@ -43,11 +43,11 @@ std::string_view Trimmed(std::string_view text);
 // Takes a line apart.
 //
 //   most   so many words at most, up to kWordsMax
-//   stack  receives the words
+//   room   receives the words
 //   fault  set when a quote is not closed, when there are too many words, or no memory
 //
 // Whether it could be done.
-bool SplitWords(std::string_view line, uint32_t most, TextStack* stack, Words* words, Fault* fault);
+bool SplitWords(std::string_view line, uint32_t most, TextRoom* room, Words* words, Fault* fault);
 
 }  // namespace cellhost
 

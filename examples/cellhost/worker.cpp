@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "hog.h"
 #include "protocol.h"
 #include "put_order.h"
 #include "query.h"
@@ -23,7 +24,7 @@ void SetReply(std::string_view verb, std::string_view text, HostArray<char>* rep
 }
 
 void Answer(Service* service, Request* request) {
-  TextStack words;
+  ScratchRoom words;
   Query query;
   Fault fault;
   if (!ParseQuery(request->text, &words, &query, &fault)) {
@@ -41,7 +42,7 @@ void Answer(Service* service, Request* request) {
 }
 
 void Put(Service* service, Request* request) {
-  TextStack words;
+  ScratchRoom words;
   PutOrder order;
   Fault fault;
   if (!ParsePut(request->text, &words, &order, &fault) || !service->cells.Put(order, &fault)) {
@@ -51,12 +52,24 @@ void Put(Service* service, Request* request) {
   service->puts.fetch_add(1, std::memory_order_relaxed);
 }
 
+void TryMemory(Request* request) {
+  ScratchRoom words;
+  Fault fault;
+  uint32_t mebibytes = 0;
+  if (!ParseHog(request->text, &words, &mebibytes, &fault)) {
+    return SetReply(kError, fault.text, &request->reply);
+  }
+  SetReply(kOk, Hog(mebibytes).text, &request->reply);
+}
+
 void Do(Service* service, Request* request) {
   switch (request->kind) {
     case RequestKind::kRead:
       return Answer(service, request);
     case RequestKind::kWrite:
       return Put(service, request);
+    case RequestKind::kHog:
+      return TryMemory(request);
   }
 }
 
