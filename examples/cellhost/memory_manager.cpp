@@ -17,24 +17,25 @@ constexpr uint32_t kOnlyIfConfigured = 0;
 MemoryMessages theMessages;
 
 // What the library is given as this host's context: it reads the handle alone, which comes back
-// with each message.
+// with each message and says whom it is for. A process has one such host.
 constexpr uint32_t kContextWords = 27;
 constexpr uint32_t kHandleWord = 26;
+constexpr uint64_t kThisHost = 1;
 uint64_t theContext[kContextWords];
 
 // The library holds no lock meanwhile, and the thread may be any that needs memory.
 uint32_t ReceiveMessage(uint64_t handle, uint32_t status, uint32_t /*severity*/,
                         const uint32_t* first, uint32_t /*firstTag*/, const uint32_t* second,
                         uint32_t /*secondTag*/) {
-  MemoryMessages* messages = reinterpret_cast<MemoryMessages*>(handle);
+  if (handle != kThisHost) return 0;
   switch (status) {
     case KIV_ST_MSG_LIMIT_NEAR:
-      messages->warnings.fetch_add(1, std::memory_order_relaxed);
+      theMessages.warnings.fetch_add(1, std::memory_order_relaxed);
       Complain("memory: %u bytes are in use, more than %u%% of the limit", *first, *second);
       break;
     case KIV_ST_MSG_LIMIT_REFUSED:
     case KIV_ST_MSG_NO_MEMORY:
-      messages->refusals.fetch_add(1, std::memory_order_relaxed);
+      theMessages.refusals.fetch_add(1, std::memory_order_relaxed);
       Complain("memory: %u bytes more, %u in all, were refused: %s", *second, *first,
                ReasonOf(nullptr, status).text);
       break;
@@ -55,7 +56,7 @@ bool StartMemoryManager(MemoryUse use) {
   const uint32_t status =
       adMemThreadHeapInit(enable, ReceiveMessage, kConfigurationSuffix, kOnlyIfConfigured);
   // Only now: the start forgets the context of before.
-  theContext[kHandleWord] = reinterpret_cast<uint64_t>(&theMessages);
+  theContext[kHandleWord] = kThisHost;
   adMemSetThreadContext(theContext);
   adMemCheckMemoryMinStatus(theContext);
   return Succeeded(nullptr, status, "start the memory manager");

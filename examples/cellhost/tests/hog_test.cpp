@@ -55,7 +55,7 @@ TEST(HogOrder, IsNoneWithoutAWholeNumberFrom1To1024) {
 }
 
 std::string OutcomeOf(uint32_t mebibytes) {
-  const std::string outcome = Hog(mebibytes).text;
+  std::string outcome = Hog(mebibytes).text;
   ResetScratch();
   return outcome;
 }
@@ -67,20 +67,31 @@ std::string RefusedAfter(const std::string& outcome, uint32_t* mebibytes) {
   return refused ? outcome.substr(static_cast<size_t>(at)) : outcome;
 }
 
-void ExpectRefusal() {
-  uint32_t first = 0;
-  uint32_t second = 0;
-  EXPECT_EQ(OutcomeOf(2), "took 2 MiB; no warning; totals back");
-  EXPECT_EQ(RefusedAfter(OutcomeOf(64), &first), "warning seen; totals back");
+// How many mebibytes there were.
+uint32_t ExpectFirstRefusal() {
+  uint32_t mebibytes = 0;
+  EXPECT_EQ(RefusedAfter(OutcomeOf(64), &mebibytes), "warning seen; totals back");
   EXPECT_EQ(MemoryMessagesSeen().warnings, 1u);
   EXPECT_EQ(MemoryMessagesSeen().refusals, 1u);
-  EXPECT_GE(first, 54u);
-  EXPECT_LT(first, 64u);
-  // So soon after the first, the library holds the warning back and tells of the refusal.
-  EXPECT_EQ(RefusedAfter(OutcomeOf(1024), &second), "no warning; totals back");
-  EXPECT_EQ(second, first);
+  EXPECT_GE(mebibytes, 54u);
+  EXPECT_LT(mebibytes, 64u);
+  return mebibytes;
+}
+
+// So soon after the first, the library holds the warning back and tells of the refusal.
+uint32_t ExpectSecondRefusal() {
+  uint32_t mebibytes = 0;
+  EXPECT_EQ(RefusedAfter(OutcomeOf(1024), &mebibytes), "no warning; totals back");
+  EXPECT_EQ(MemoryMessagesSeen().warnings, 1u);
   EXPECT_EQ(MemoryMessagesSeen().refusals, 2u);
-  EXPECT_EQ(OutcomeOf(first), "took " + std::to_string(first) + " MiB; no warning; totals back");
+  return mebibytes;
+}
+
+void ExpectRefusals() {
+  EXPECT_EQ(OutcomeOf(2), "took 2 MiB; no warning; totals back");
+  const uint32_t most = ExpectFirstRefusal();
+  EXPECT_EQ(ExpectSecondRefusal(), most);
+  EXPECT_EQ(OutcomeOf(most), "took " + std::to_string(most) + " MiB; no warning; totals back");
 }
 
 TEST(Hog, IsRefusedAtTheLimitAndGivesEverythingBack) {
@@ -89,7 +100,7 @@ TEST(Hog, IsRefusedAtTheLimitAndGivesEverythingBack) {
     SCOPED_TRACE(mode.name);
     IN_FRESH_PROCESS([&] {
       const InMemoryMode inMode(mode);
-      ExpectRefusal();
+      ExpectRefusals();
     });
   }
 }

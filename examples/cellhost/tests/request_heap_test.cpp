@@ -23,6 +23,7 @@ uint32_t SizeOf(uint32_t number) { return number % 50 == 49 ? 400'000 : 1 + 37 *
 
 constexpr uint32_t kPieces = 200;
 
+// In each of two requests.
 bool HasShortHeap(const MemoryMode& mode) {
   const InMemoryMode inMode(mode);
   RequestHeap heap;
@@ -30,6 +31,9 @@ bool HasShortHeap(const MemoryMode& mode) {
   const bool has = heap.hasShortHeap();
   heap.End();
   EXPECT_FALSE(heap.hasShortHeap());
+  heap.Begin();
+  EXPECT_EQ(heap.hasShortHeap(), has);
+  heap.End();
   return has;
 }
 
@@ -95,6 +99,21 @@ TEST(RequestHeap, GivesEveryPieceBackAtTheEnd) {
       EXPECT_EQ(MemoryTotalsNow().counted, mode.configuration[0] != '\0');
     });
   }
+}
+
+TEST(RequestHeap, IsCountedWhileTheRequestLasts) {
+  IN_FRESH_PROCESS([] {
+    const InMemoryMode inMode(test::kHeaps);
+    constexpr uint32_t kBytes = 1'000'000;
+    RequestHeap heap;
+    heap.Begin();
+    const uint64_t before = MemoryTotalsNow().used();
+    void* piece = nullptr;
+    EXPECT_EQ(heap.Take(kBytes, &piece), KIV_ST_OK);
+    EXPECT_GE(MemoryTotalsNow().used(), before + kBytes);
+    heap.End();
+    EXPECT_LE(MemoryTotalsNow().used(), before);
+  });
 }
 
 // Every block is counted by itself.
