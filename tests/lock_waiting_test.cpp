@@ -2,7 +2,8 @@
 //
 // The locks' own sources, built with a seam that belongs to the test: every pause, yield and call
 // of the kernel becomes a letter of a trace, and the test says at which letter the lock is given
-// back. One thread plays all parts, for what happens elsewhere happens inside such a letter.
+// back. One thread plays all parts, for what happens elsewhere happens inside such a letter, or
+// between two accesses to what threads share, which the atomic types of the stress tell of.
 //
 //   p  pause   y  yield
 //   t  take the wake mutex   r  release it   s  release it and sleep   u  raise the semaphore
@@ -18,6 +19,7 @@
 #include <utility>
 
 #include "kivsdu/kivsdu.h"
+#include "lock_stress/delay.h"
 #include "os/critical_section.h"
 #include "os/park.h"
 #include "os/thread.h"
@@ -37,6 +39,7 @@ constexpr size_t kLongest = 1000;  // letters of a wait that would never end
 std::string trace;
 std::map<size_t, std::function<void()>> plan;  // what happens at which letter, counted from 1
 std::function<void(char)> onLetter;            // unless null: sees every letter
+std::function<void()> onAccess;                // unless null: runs before and behind every access
 
 void Note(char letter) {
   trace += letter;
@@ -60,12 +63,21 @@ void Forget() {
   notesMaking = false;
   plan.clear();
   onLetter = nullptr;
+  onAccess = nullptr;
 }
 
 // The letters so far, which are then forgotten.
 std::string TakeTrace() { return std::exchange(trace, std::string()); }
 
 }  // namespace
+
+// What happens meanwhile makes accesses of its own, at which nothing happens.
+void kiv::stress::Delay() {
+  if (onAccess == nullptr) return;
+  std::function<void()> now = std::exchange(onAccess, nullptr);
+  now();
+  onAccess = std::move(now);
+}
 
 void kiv::test::OnPause() { Note('p'); }
 void kiv::test::OnYield() { Note('y'); }
@@ -132,6 +144,7 @@ namespace {
 
 constexpr uint32_t kMe = 77;
 constexpr uint32_t kOther = 8;
+constexpr size_t kWord = 0;       // of the test-and-set design
 constexpr size_t kServing = 128;  // of the ticket design
 constexpr size_t kNext = 192;
 constexpr size_t kCount = 76;
@@ -211,6 +224,28 @@ TEST_P(WordSpinlockWait, YieldsAtOnceOnABudgetOfZeroAndBelow) {
   EXPECT_EQ(Wait(0, 1), "y");
   EXPECT_EQ(Wait(0, 3), "yyy");
   EXPECT_EQ(Wait(-7, 3), "yyy");
+}
+
+// Another takes the lock between the look that found it free and the exchange, wherever that is.
+TEST_P(WordSpinlockWait, YieldsWhenAnotherWasQuicker) {
+  size_t losses = 0;
+  for (int32_t chance = 1; chance <= 12; ++chance) {
+    Forget();
+    bool taken = false;
+    onAccess = [&, left = chance]() mutable {
+      if (--left != 0 || FieldOf<uint32_t>(lock_, kWord) == 1) return;
+      KivSdSpinlockAcquire(lock_, kOther);
+      taken = true;
+    };
+    plan[1] = [this] { KivSdSpinlockRelease(lock_); };
+    KivSdSpinlockAcquire(lock_, kMe);
+    onAccess = nullptr;
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+    if (taken && trace == "y") ++losses;
+    KivSdSpinlockRelease(lock_);
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 1) << "chance " << chance;
+  }
+  EXPECT_GT(losses, 0u);
 }
 
 TEST_P(TicketSpinlockWait, LooksOnceBeforeEveryYieldOnABudgetOfZeroAndBelow) {
@@ -676,6 +711,42 @@ TEST_F(RWLockSteps, AReaderWaitsForAWriterThatIsInterestedAndForOneThatIsActive)
     EXPECT_EQ(TakeTrace(), "p");
     End(&a_);
   }
+}
+
+// Does something once, as soon as the lock's word has a value.
+void Once(const KivRWLock& lock, uint64_t word, std::function<void()> action) {
+  onAccess = [&lock, word, action = std::move(action), done = false]() mutable {
+    if (done || lock.countAndFlags != word) return;
+    done = true;
+    action();
+  };
+}
+
+// The gate looks at the flags as its addition found them.
+TEST_F(RWLockSteps, ABatchMakesAWriterActiveThatWasInterestedBefore) {
+  bool came = false;
+  Once(lock_, 4, [&] {
+    lock_.countAndFlags = 4 | 1;
+    came = true;
+  });
+  Read(&a_);
+  EXPECT_TRUE(came);
+  EXPECT_EQ(lock_.countAndFlags, 8u | 2u | 1u);
+  lock_.countAndFlags = 8;
+  End(&a_);
+}
+
+TEST_F(RWLockSteps, ABatchLeavesAWriterAloneThatComesBehindItsGate) {
+  bool came = false;
+  Once(lock_, 8, [&] {
+    lock_.countAndFlags = 8 | 1;
+    came = true;
+  });
+  Read(&a_);
+  EXPECT_TRUE(came);
+  EXPECT_EQ(lock_.countAndFlags, 8u | 1u) << "it makes itself active";
+  lock_.countAndFlags = 8;
+  End(&a_);
 }
 
 // A batch has formed: it enters, and the next writer awaits its last reader.
