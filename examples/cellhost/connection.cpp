@@ -89,7 +89,7 @@ Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
   const std::string_view verb = TakeVerb(&message);
   if (verb == kQuery) return HandOver(RequestKind::kRead, message);
   if (verb == kPut) return HandOver(RequestKind::kWrite, whole);
-  if (verb == kHog) return HandOver(RequestKind::kHog, whole);
+  if (verb == kHog) return HandOver(RequestKind::kMemory, whole);
   if (verb == kChunk) return TellChunk(client);
   if (verb == kStats) return TellStats();
   if (verb == kBye) return Next::kLeft;

@@ -19,9 +19,9 @@
 namespace cellhost {
 
 enum class RequestKind {
-  kRead,   // a query; see query.h
-  kWrite,  // a PUT; see put_order.h
-  kHog,    // see hog.h
+  kRead,    // a query; see query.h
+  kWrite,   // a PUT; see put_order.h
+  kMemory,  // a HOG; see hog.h
 };
 
 // A connection's request, which belongs to the worker between Put and the signal.

@@ -68,7 +68,7 @@ void Do(Service* service, Request* request) {
       return Answer(service, request);
     case RequestKind::kWrite:
       return Put(service, request);
-    case RequestKind::kHog:
+    case RequestKind::kMemory:
       return TryMemory(request);
   }
 }
