@@ -25,6 +25,8 @@ using kiv::test::RuntimeWatch;
 
 constexpr uint64_t kStackBytes = 1 << 20;
 constexpr int kSurvived = 7;  // of a process that was to end by itself
+
+// How the process ends beyond the stack's room. Where it is not to end, the way that a test sees.
 constexpr uint8_t kOrderly = 0;
 constexpr uint8_t kAbort = 1;
 
@@ -54,7 +56,7 @@ uint64_t EmptyRoom() {
 
 TEST(FatalException, ServesAllocationsFromTheExceptionStackAlone) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     const RuntimeWatch watch;
     void* first = Allocate(100);
     void* second = Allocate(10, AD_POLICY_MANDATORY);
@@ -74,7 +76,7 @@ TEST(FatalException, ServesAllocationsFromTheExceptionStackAlone) {
 
 TEST(FatalException, StillRefusesBadArguments) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     void* block = &block;
     EXPECT_EQ(adMalloc(nullptr, 0, &block, nullptr, 0), KIV_ST_ARGUMENT);
     EXPECT_EQ(adFree(nullptr, nullptr, 0), KIV_ST_ARGUMENT);
@@ -85,7 +87,7 @@ TEST(FatalException, StillRefusesBadArguments) {
 TEST(FatalException, ReleasesNothingAndRefusesWhatIsNotOfTheStack) {
   IN_FRESH_PROCESS([] {
     void* before = Allocate(100);
-    Record(kOrderly);
+    Record(kAbort);
     EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
     void* block = Allocate(100);
     Fill(block, 100);
@@ -102,7 +104,7 @@ TEST(FatalException, ReleasesNothingAndRefusesWhatIsNotOfTheStack) {
 TEST(FatalException, RefusesAFreeBeforeAnythingIsOnTheStack) {
   IN_FRESH_PROCESS([] {
     void* before = Allocate(100);
-    Record(kOrderly);
+    Record(kAbort);
     EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
   });
 }
@@ -110,7 +112,7 @@ TEST(FatalException, RefusesAFreeBeforeAnythingIsOnTheStack) {
 TEST(FatalException, RefusesEveryFreeWithoutAStack) {
   IN_FRESH_PROCESS([] {
     void* before = Allocate(100);
-    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
     EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
   });
 }
@@ -119,7 +121,7 @@ TEST(FatalException, FreesNothingOnceFreeingIsOff) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
-    Record(kOrderly);
+    Record(kAbort);
     EXPECT_EQ(adFree(nullptr, nullptr, 0), KIV_ST_OK);
     int elsewhere = 0;
     EXPECT_EQ(adFree(&elsewhere, nullptr, 0), KIV_ST_OK);
@@ -128,7 +130,7 @@ TEST(FatalException, FreesNothingOnceFreeingIsOff) {
 
 TEST(FatalException, ReallocatesByPushingACopy) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     void* block = Allocate(100);
     Fill(block, 100);
     void* larger = Reallocate(block, 500);
@@ -147,7 +149,7 @@ TEST(FatalException, ReallocatesByPushingACopy) {
 
 TEST(FatalException, ReallocatesUpToTheEndOfTheStack) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     const uint64_t half = EmptyRoom() / 2 / 8 * 8;
     void* block = Allocate(half);
     Fill(block, half);
@@ -164,7 +166,7 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
     void* full = Allocate(100);
     void* mandatory = Allocate(100, AD_POLICY_MANDATORY);
     for (void* block : {full, mandatory}) Fill(block, 100);
-    Record(kOrderly);
+    Record(kAbort);
     for (void* block : {full, mandatory}) {
       void* moved = Reallocate(block, 50000);
       EXPECT_TRUE(IsFilled(moved, 100));
@@ -179,14 +181,14 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
 
 TEST(FatalException, FillsTheStackToItsLastByte) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     const RuntimeWatch watch;
     void* block = Allocate(EmptyRoom());
     Fill(block, EmptyRoom());
     EXPECT_TRUE(watch.sizes().empty());
   });
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     const RuntimeWatch watch;
     void* block = Allocate(8);
     EXPECT_EQ(Bytes(Allocate(EmptyRoom() - 8)), Bytes(block) + 8);
@@ -285,7 +287,7 @@ void ExpectOtherThreadsStop(Call call) {
     static std::atomic<bool> returned{false};
     static void* block;
     block = Allocate(100);
-    Record(kOrderly);
+    Record(kAbort);
     void* mine = Allocate(8);
     std::thread([call] {
       called = true;
@@ -322,7 +324,7 @@ uint32_t AllocateOnce(void* returned) {
 
 TEST(FatalExceptionOtherThreads, StopAgainWhenTheyAreResumed) {
   IN_FRESH_PROCESS([] {
-    Record(kOrderly);
+    Record(kAbort);
     static std::atomic<bool> returned{false};
     uint32_t id = 0;
     KivHandle thread = nullptr;

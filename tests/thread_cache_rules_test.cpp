@@ -222,9 +222,12 @@ TEST_F(CacheRules, TrimmingToBytesStopsAtThem) {
 TEST_F(CacheRules, TrimmingToOtherNumbersWithTheTopBitDoesNothing) {
   Add(2, 3);
   watch_.Forget();
+  constexpr uint64_t kMoreThanAnyNumber = UINT64_C(1) << 40;
+  cache_->cachedBytes += kMoreThanAnyNumber;
   for (const uint32_t keep : {0x80000000u, 0x80000001u, 0xFFFFFFFEu}) {
     TrimCache(cache_, keep, kNoTargets);
   }
+  cache_->cachedBytes -= kMoreThanAnyNumber;
   TrimCache(cache_, 0x7FFFFFFF, kNoTargets);
   EXPECT_TRUE(watch_.freed().empty());
 }

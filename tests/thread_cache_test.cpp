@@ -143,6 +143,33 @@ TEST_F(ThreadCacheTest, TakesTwoMebibytesAndNoByteMore) {
   EXPECT_EQ(watch_.freed(), Freed{Bytes(beyond) - 64});
 }
 
+TEST_F(ThreadCacheTest, DoesNotTakeASizeForItsLowHalf) {
+  constexpr uint64_t kFourGibibytes = UINT64_C(1) << 32;
+  Free(Allocate(100));
+  watch_.Forget();
+  watch_.FailAfter(0);
+  EXPECT_EQ(Allocate(kFourGibibytes + 100), nullptr);
+  EXPECT_EQ(watch_.sizes(), Sizes{kFourGibibytes + 164});
+}
+
+TEST_F(ThreadCacheTest, TakesNothingWhileTheSwitchIsOff) {
+  void* block = Allocate(100);
+  KivSdSetMemoryManager(0);
+  // What lies before it makes no difference.
+  watch_.Guard(Bytes(block) - 64, 192);
+  Free(block);
+  EXPECT_EQ(watch_.freed(), Freed{block});
+  watch_.Forget();
+  watch_.Guard(nullptr, 0);
+  void* bare = Allocate(100);
+  EXPECT_EQ(watch_.sizes().back(), 100u);
+  Free(bare);
+  EXPECT_EQ(watch_.freed(), Freed{bare});
+  KivSdSetMemoryManager(1);
+  Free(block);
+  EXPECT_EQ(watch_.freed().size(), 1u);
+}
+
 TEST_F(ThreadCacheTest, WithoutMemoryYieldsNull) {
   watch_.FailAfter(0);
   EXPECT_EQ(Allocate(100), nullptr);
@@ -221,10 +248,17 @@ TEST(ThreadCacheLimit, IsAHundredMebibytesWithHardwareAcceleration) {
   const WithThreadCache cache;
   // The flag counts when the cache is made.
   KivSdSetHardwareAcceleration(0);
-  const std::vector<void*> blocks = AllocateSome(60, kTwoMebibytes);
+  constexpr uint64_t kLimit = 100 << 20;
+  constexpr uint64_t kLarge = kTwoMebibytes + 64;
+  constexpr uint64_t kSmall = 4096 + 64;
+  // As many large ones as go in, and then the small ones that the limit is found with.
+  const std::vector<void*> large = AllocateSome(kLimit / kLarge, kTwoMebibytes);
+  const std::vector<void*> small = AllocateSome(1000, 4096);
   const RuntimeWatch watch;
-  for (void* block : blocks) Free(block);
-  EXPECT_EQ(blocks.size() - watch.freed().size(), 50u);
+  for (void* block : large) Free(block);
+  EXPECT_TRUE(watch.freed().empty());
+  for (void* block : small) Free(block);
+  EXPECT_EQ(small.size() - watch.freed().size(), kLimit % kLarge / kSmall + 1);
 }
 
 // ---- Making and ending ----

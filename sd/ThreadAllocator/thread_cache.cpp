@@ -63,7 +63,7 @@ void RequirePolicy(const PolicyHeader& header) {
 
 void FillCache(ThreadCache* cache, const CacheTargets& targets) {
   for (uint32_t i = 0; i < kCacheClasses; ++i) {
-    if (!FillClass(cache, i, targets.counts[i]) || !IsWithinLimit(*cache)) return;
+    if (!FillClass(cache, i, targets.counts[i])) return;
   }
 }
 
