@@ -7,13 +7,13 @@
 #include <thread>
 
 #include "kivsdu/sync.h"
+#include "support/store_buffering.h"
 #include "support/threads.h"
-#include "support/waiting.h"
 
 namespace {
 
+using kiv::test::BothMissed;
 using kiv::test::OnThreads;
-using kiv::test::Stopwatch;
 
 constexpr uint32_t kThreads = 4;
 constexpr uint64_t kPattern = 0xA5A5A5A5A5A5A5A5;
@@ -212,45 +212,48 @@ TEST(AtomicCompareAndSwap, LooksAtTheHighHalfToo) {
 
 // ---- Order ----
 
-// Two threads that keep step.
-class Pace {
- public:
-  // Returns when both are at the step; steps count from 1.
-  void Meet(uint32_t number, int32_t step) {
-    at_[number] = step;
-    while (at_[1 - number] < step) std::this_thread::yield();
-  }
-
- private:
-  std::atomic<int32_t> at_[2] = {};
+// Every operation on memory, what it does on success as on failure.
+struct Barrier {
+  const char* name;
+  void (*make)(uint64_t* word);  // called with 0, on a word that one thread alone uses
 };
 
-// Each thread writes its own word and reads the other's: without a full fence between, both may
-// read what was there before. Ends early where the machine is too busy to run both threads.
-TEST(MemoryBarrier, KeepsAReadBehindTheWriteBeforeIt) {
-  constexpr int32_t kRounds = 3000;
-  constexpr double kLongEnoughMs = 1000;
-  std::atomic<int32_t> words[2] = {};
-  int32_t seen[2] = {};
-  int32_t bothMissed = 0;
-  bool enough = false;
-  Pace pace;
-  const Stopwatch watch;
-  OnThreads(2, [&](uint32_t number) {
-    for (int32_t round = 1; round <= kRounds; ++round) {
-      pace.Meet(number, 2 * round - 1);
-      if (enough) return;
-      words[number].store(round, std::memory_order_relaxed);
-      KivSdMemoryBarrier();
-      seen[number] = words[1 - number].load(std::memory_order_relaxed);
-      pace.Meet(number, 2 * round);
-      if (number == 1) continue;
-      if (seen[0] != round && seen[1] != round) ++bothMissed;
-      enough = watch.ElapsedMs() > kLongEnoughMs;
-    }
-  });
-  EXPECT_EQ(bothMissed, 0);
+// A 32-bit operation's target in a word that is 0.
+int32_t* Low(uint64_t* word) { return reinterpret_cast<int32_t*>(word); }
+uint8_t* Byte(uint64_t* word) { return reinterpret_cast<uint8_t*>(word); }
+
+const Barrier kBarriers[] = {
+    {"MemoryBarrier", [](uint64_t*) { KivSdMemoryBarrier(); }},
+    {"CmpXchgPtrThatStores", [](uint64_t* word) { KivSdCmpXchgPtr(0, 1, word); }},
+    {"CmpXchgPtrThatDoesNot", [](uint64_t* word) { KivSdCmpXchgPtr(1, 2, word); }},
+    {"AtomicAdd", [](uint64_t* word) { KivSdAtomicAdd(Low(word), 0); }},
+    {"AtomicIncrement", [](uint64_t* word) { KivSdAtomicIncrement(Low(word)); }},
+    {"AtomicDecrement", [](uint64_t* word) { KivSdAtomicDecrement(Low(word)); }},
+    {"AtomicSet", [](uint64_t* word) { KivSdAtomicSet(word); }},
+    {"AtomicUnsetThatDoesNot", [](uint64_t* word) { KivSdAtomicUnset(word); }},
+    {"AtomicCompareAndSwap", [](uint64_t* word) { KivSdAtomicCompareAndSwap(word, 0, 1); }},
+    {"WaitUntilFalse", [](uint64_t* word) { KivSdWaitUntilFalse(Byte(word)); }},
+    {"WaitUntilTrue",
+     [](uint64_t*) {
+       static const uint8_t always = 1;
+       KivSdWaitUntilTrue(&always);
+     }},
+};
+
+class AtomicBarrier : public testing::TestWithParam<Barrier> {};
+
+TEST_P(AtomicBarrier, KeepsAReadBehindTheWriteBeforeIt) {
+  struct alignas(64) Line {
+    uint64_t word;
+  };
+  Line lines[2];
+  EXPECT_EQ(BothMissed([&](uint32_t number) { lines[number].word = 0; },
+                       [&](uint32_t number) { GetParam().make(&lines[number].word); }),
+            0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, AtomicBarrier, testing::ValuesIn(kBarriers),
+                         [](const auto& barrier) { return barrier.param.name; });
 
 // ---- Waits ----
 

@@ -9,13 +9,17 @@
 
 #include "kivsdu/spinlock.h"
 #include "kivsdu/thread.h"
+#include "support/block_count.h"
 #include "support/lock_design.h"
 #include "support/process.h"
+#include "support/store_buffering.h"
 #include "support/threads.h"
 
 namespace {
 
 using kiv::test::Await;
+using kiv::test::BlockCount;
+using kiv::test::BothMissed;
 using kiv::test::FieldOf;
 using kiv::test::kTestAndSet;
 using kiv::test::kTicket;
@@ -166,6 +170,21 @@ TEST_P(LWSpinlock, OwnerIsTheCallingThreadOnly) {
   KivSdLWSpinlockRelease(&lock_);
 }
 
+TEST_P(LWSpinlock, TakesAndGivesBackNoMemory) {
+  const BlockCount count;
+  for (int round = 0; round < 100; ++round) {
+    KivSdLWSpinlock lock;
+    EXPECT_EQ(KivSdLWSpinlockInit(&lock), 0u);
+    KivSdLWSpinlockAcquire(&lock);
+    KivSdLWSpinlockAcquire(&lock);
+    KivSdLWSpinlockRelease(&lock);
+    KivSdLWSpinlockRelease(&lock);
+    EXPECT_EQ(KivSdLWSpinlockDestroy(&lock), 0u);
+  }
+  EXPECT_EQ(count.allocated(), 0u);
+  EXPECT_EQ(count.freed(), 0u);
+}
+
 TEST_P(WordLWSpinlock, AReleaseBeforeTheFirstEntryLeavesTheCountBelowZero) {
   KivSdLWSpinlockRelease(&lock_);
   EXPECT_EQ(Count(), -1);
@@ -222,7 +241,7 @@ TEST_P(LWSpinlock, AdmitsOneThreadAtATime) {
   constexpr uint32_t kEntries = 2000;
   for (const int32_t budget : {0, 200}) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
-    for (const uint32_t threads : {2u, 3u, 8u}) {
+    for (const uint32_t threads : {2u, 3u, 8u, 16u}) {
       uint32_t count = 0;
       OnThreads(threads, [&](uint32_t) {
         for (uint32_t round = 0; round < kEntries / threads; ++round) {
@@ -259,6 +278,37 @@ TEST_P(TicketLWSpinlock, AdmitsThreadsInTheOrderTheyCame) {
   KivSdLWSpinlockRelease(&lock_);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(order, (std::vector<int32_t>{0, 1, 2, 3, 4}));
+}
+
+// Each thread has a lock of its own: what is asked is the fence alone.
+class LWSpinlockFence : public LWSpinlock {
+ protected:
+  LWSpinlockFence() { EXPECT_EQ(KivSdLWSpinlockInit(&other_), 0u); }
+
+  KivSdLWSpinlock* LockOf(uint32_t number) { return number == 0 ? &lock_ : &other_; }
+
+  alignas(64) KivSdLWSpinlock other_;  // threads that share a line may hide a missing fence
+};
+INSTANTIATE_TEST_SUITE_P(Design, LWSpinlockFence, testing::Values(kTestAndSet, kTicket),
+                         kiv::test::DesignName);
+
+TEST_P(LWSpinlockFence, IsMadeByTaking) {
+  bool taken[2] = {};
+  EXPECT_EQ(BothMissed(
+                [&](uint32_t number) {
+                  if (taken[number]) KivSdLWSpinlockRelease(LockOf(number));
+                },
+                [&](uint32_t number) {
+                  KivSdLWSpinlockAcquire(LockOf(number));
+                  taken[number] = true;
+                }),
+            0);
+}
+
+TEST_P(LWSpinlockFence, IsMadeByGivingBack) {
+  EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdLWSpinlockAcquire(LockOf(number)); },
+                       [this](uint32_t number) { KivSdLWSpinlockRelease(LockOf(number)); }),
+            0);
 }
 
 // The 32-bit ticket turns negative while the 64-bit turn goes on upwards.

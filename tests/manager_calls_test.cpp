@@ -11,6 +11,7 @@
 
 #include "kivsdu/kivsdu.h"
 #include "sdcommon/memory_stack.h"
+#include "sdrwlock/node.h"
 #include "support/context.h"
 
 namespace {
@@ -39,7 +40,9 @@ struct Answer {
 };
 
 std::vector<Call> calls;
-std::optional<Answer> answer;  // of the next call, instead of the manager's own
+std::optional<Answer> answer;  // of a call, instead of the manager's own
+uint32_t passFirst = 0;        // calls before that one
+void* expectedOwner = nullptr;
 
 void Note(const char* function, uint64_t sizeBytes, void* block, uint32_t policy, const char* file,
           uint32_t line) {
@@ -49,6 +52,10 @@ void Note(const char* function, uint64_t sizeBytes, void* block, uint32_t policy
 // Gives the answer that a test prepared, if it did.
 bool Answered(void** block, uint32_t* status) {
   if (!answer.has_value()) return false;
+  if (passFirst > 0) {
+    --passFirst;
+    return false;
+  }
   *status = answer->status;
   if (block != nullptr) *block = answer->block;
   answer.reset();
@@ -70,7 +77,7 @@ uint32_t __wrap_adFree(void*, const char*, uint32_t);
 
 uint32_t __wrap_adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* file,
                          uint32_t line) {
-  EXPECT_EQ(owner, nullptr);
+  EXPECT_EQ(owner, expectedOwner);
   Note("adMalloc", sizeBytes, nullptr, 0, file, line);
   uint32_t status = 0;
   if (Answered(block, &status)) return status;
@@ -79,7 +86,7 @@ uint32_t __wrap_adMalloc(void* owner, uint64_t sizeBytes, void** block, const ch
 
 uint32_t __wrap_adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, uint8_t policy,
                                const char* file, uint32_t line) {
-  EXPECT_EQ(owner, nullptr);
+  EXPECT_EQ(owner, expectedOwner);
   Note("adMallocPolicy", sizeBytes, nullptr, policy, file, line);
   uint32_t status = 0;
   if (Answered(block, &status)) return status;
@@ -88,7 +95,7 @@ uint32_t __wrap_adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, ui
 
 uint32_t __wrap_adRealloc(void* owner, uint64_t sizeBytes, void* oldBlock, void** newBlock,
                           const char* file, uint32_t line) {
-  EXPECT_EQ(owner, nullptr);
+  EXPECT_EQ(owner, expectedOwner);
   Note("adRealloc", sizeBytes, oldBlock, 0, file, line);
   uint32_t status = 0;
   if (Answered(newBlock, &status)) return status;
@@ -114,6 +121,8 @@ class ManagerCalls : public testing::Test {
   ManagerCalls() {
     calls.clear();
     answer.reset();
+    passFirst = 0;
+    expectedOwner = nullptr;
   }
 
   // The calls since the last look are these.
@@ -275,6 +284,121 @@ TEST_F(ManagerCalls, OfAMemoryStackThatFailPassTheFrontsStatusOn) {
   EXPECT_EQ(stack->freeList, before.freeList);
   EXPECT_EQ(stack->topOffset, before.topOffset);
   CHECK_OK(ctx_, KivSdMemStackDelete(ctx_, stack));
+}
+
+TEST_F(ManagerCalls, OfASpinlockAreForItsRecord) {
+  KivSyncEnvInit();
+  ExpectCalls({});
+  expectedOwner = nullptr;  // though the caller names a context
+  KivSdSpinlock* lock = KivSdSpinlockCreate(ctx_, 6001);
+  ASSERT_NE(lock, nullptr);
+  ExpectCalls({{"adMalloc", 256, nullptr, 0, "sd/sdsync", 617}});
+  KivSdSpinlockDestroy(ctx_, lock);
+  ExpectCalls({{"adFree", 0, lock, 0, "sd/sdsync", 661}});
+  KivSdSpinlockDestroy(ctx_, nullptr);
+  ExpectCalls({});
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(KivSdSpinlockCreate(ctx_, 6001), nullptr);
+}
+
+// ---- The reader-writer lock ----
+
+constexpr char kLockSource[] = "sd/sdrwlock";
+const Call kNodeCall = {"adMalloc", sizeof(KivRWLockNode), nullptr, 0, kLockSource, 341};
+const Call kActiveCall = {"adMalloc", 7 * sizeof(void*), nullptr, 0, kLockSource, 389};
+const Call kFreeCall = {"adMalloc", 7 * sizeof(void*), nullptr, 0, kLockSource, 460};
+
+class LockCalls : public ManagerCalls {
+ protected:
+  LockCalls() {
+    EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock_, 1, 2), KIV_ST_OK);
+    expectedOwner = &owner_;
+  }
+  ~LockCalls() override { EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK); }
+
+  uint32_t StartRead() { return KivSdStartRead(&owner_, &table_, &lock_); }
+  uint32_t StartWrite() { return KivSdStartWrite(&owner_, &table_, &lock_); }
+  uint32_t End() { return KivSdEndRW(&owner_, &table_, &lock_); }
+
+  void ExpectNothingHeld() {
+    EXPECT_EQ(table_.active, nullptr);
+    EXPECT_EQ(table_.free, nullptr);
+    EXPECT_EQ(lock_.countAndFlags, 0u);
+    EXPECT_EQ(lock_.readerTail, nullptr);
+    EXPECT_EQ(lock_.writerTail, nullptr);
+  }
+
+  char owner_ = 0;
+  KivRWLock lock_;
+  KivRWLockTable table_{};
+};
+
+TEST_F(LockCalls, AreForANodeAndTheListsInTheCallersContextWhenFirstNeeded) {
+  ASSERT_EQ(StartRead(), KIV_ST_OK);
+  ExpectCalls({kNodeCall, kActiveCall});
+  ASSERT_EQ(End(), KIV_ST_OK);
+  ExpectCalls({kFreeCall});
+  ASSERT_EQ(StartWrite(), KIV_ST_OK);
+  ASSERT_EQ(End(), KIV_ST_OK);
+  ExpectCalls({});
+  KivRWLock another;
+  ASSERT_EQ(KivRWLockInit(nullptr, 0, &another, 0, 2), KIV_ST_OK);
+  ASSERT_EQ(KivSdStartWrite(&owner_, &table_, &another), KIV_ST_OK);
+  ExpectCalls({kNodeCall});
+  ASSERT_EQ(KivSdEndRW(&owner_, &table_, &another), KIV_ST_OK);
+  ExpectCalls({});
+}
+
+TEST_F(LockCalls, AreForTheFreeingOfNodesAndListsBothActiveAndFree) {
+  KivRWLock another;
+  ASSERT_EQ(KivRWLockInit(nullptr, 0, &another, 0, 6), KIV_ST_OK);
+  ASSERT_EQ(KivSdStartRead(&owner_, &table_, &another), KIV_ST_OK);
+  ASSERT_EQ(StartRead(), KIV_ST_OK);
+  ASSERT_EQ(End(), KIV_ST_OK);
+  void* const active = table_.active;
+  void* const activeNode = table_.active[6];
+  void* const freeLists = table_.free;
+  void* const freeNode = table_.free[2];
+  ASSERT_NE(activeNode, nullptr);
+  ASSERT_NE(freeNode, nullptr);
+  calls.clear();
+  EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  ExpectCalls({{"adFree", 0, activeNode, 0, kLockSource, 717},
+               {"adFree", 0, active, 0, kLockSource, 749},
+               {"adFree", 0, freeNode, 0, kLockSource, 717},
+               {"adFree", 0, freeLists, 0, kLockSource, 774}});
+  EXPECT_EQ(table_.active, nullptr);
+  EXPECT_EQ(table_.free, nullptr);
+  EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  ExpectCalls({});
+}
+
+TEST_F(LockCalls, ThatFailPassTheirStatusOnBeforeTheLockIsTouched) {
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(StartRead(), kOtherStatus);
+  ExpectCalls({kNodeCall});
+  ExpectNothingHeld();
+  passFirst = 1;
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(StartWrite(), kOtherStatus);
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_EQ(calls[0], kNodeCall);
+  EXPECT_EQ(calls[1], kActiveCall);
+  EXPECT_EQ(calls[2].function, "adFree") << "of the node, which finds no place";
+  EXPECT_EQ(calls[2].line, 717u);
+  ExpectNothingHeld();
+}
+
+TEST_F(LockCalls, ThatFailWhenTheLockIsGivenBackPassTheirStatusOnAfterIt) {
+  ASSERT_EQ(StartWrite(), KIV_ST_OK);
+  calls.clear();
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(End(), kOtherStatus);
+  ExpectCalls({kFreeCall});
+  EXPECT_EQ(lock_.countAndFlags, 0u);
+  EXPECT_EQ(KivSdOwnerRW(nullptr, &table_, &lock_), 0);
+  EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
+  ExpectCalls({});
 }
 
 }  // namespace

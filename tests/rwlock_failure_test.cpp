@@ -12,6 +12,7 @@
 
 namespace {
 
+using kiv::test::ImportPatch;
 using kiv::test::Script;
 using kiv::test::ScriptedImport;
 
@@ -73,19 +74,31 @@ class RWLockFailure : public testing::TestWithParam<uint32_t> {
   KivRWLockTable table_{};
 };
 
-TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothing) {
+TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
   {
     const ScriptedImport malloc("malloc", FailingAfter(0));
     EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
     ASSERT_EQ(malloc.calls().size(), 1u);
-    EXPECT_EQ(malloc.calls()[0][0], KIV_RWLOCK_SLOTS * sizeof(void*));
+    EXPECT_EQ(malloc.calls()[0][0], sizeof(KivRWLockNode));
     EXPECT_EQ(table_.active, nullptr);
     EXPECT_EQ(table_.free, nullptr);
   }
   StartFailsThenSucceeds(0);
 }
 
-TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
+TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothingAndKeepsNoNode) {
+  {
+    const ScriptedImport malloc("malloc", FailingAfter(1));
+    const ScriptedImport free("free", {.failCount = 0});
+    const ScriptedImport close("CloseHandle", {.failCount = 0});
+    EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
+    ASSERT_EQ(malloc.calls().size(), 2u);
+    EXPECT_EQ(malloc.calls()[1][0], KIV_RWLOCK_SLOTS * sizeof(void*));
+    EXPECT_EQ(free.calls().size(), 1u);
+    EXPECT_EQ(close.calls().size(), 3u);
+    EXPECT_EQ(table_.active, nullptr);
+    EXPECT_EQ(table_.free, nullptr);
+  }
   StartFailsThenSucceeds(1);
   EXPECT_NE(table_.free[3], nullptr);
   EXPECT_EQ(table_.free[3]->listLink, nullptr) << "one node and no other";
@@ -207,6 +220,136 @@ TEST_P(RWLockFailure, WithoutAKernelObjectAWaiterStillEnters) {
     EXPECT_TRUE(inside.load());
   }
 }
+
+// ---- Sleeping and waking ----
+
+// The calls by which a thread sleeps and is woken. The first so many sleeps fail and do nothing.
+class Sleeping {
+ public:
+  explicit Sleeping(uint32_t failing = 0) {
+    failing_ = failing;
+    sleeps_ = 0;
+    wakes_ = 0;
+    originalSleep_ = sleep_.original();
+    originalWake_ = wake_.original();
+  }
+
+  // Those that have begun.
+  static uint32_t sleeps() { return sleeps_; }
+  static uint32_t wakes() { return wakes_; }
+
+  // The arguments of the last call of each.
+  static inline std::atomic<HANDLE> mutex;
+  static inline std::atomic<HANDLE> semaphore;
+  static inline std::atomic<HANDLE> raised;
+
+ private:
+  static DWORD WINAPI Sleep(HANDLE toSignal, HANDLE toAwait, DWORD timeoutMs, BOOL alertable) {
+    mutex = toSignal;
+    semaphore = toAwait;
+    EXPECT_EQ(timeoutMs, INFINITE);
+    EXPECT_EQ(alertable, FALSE);
+    if (sleeps_.fetch_add(1) < failing_) {
+      SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+      return WAIT_FAILED;
+    }
+    return reinterpret_cast<decltype(SignalObjectAndWait)*>(originalSleep_)(toSignal, toAwait,
+                                                                            timeoutMs, alertable);
+  }
+
+  static BOOL WINAPI Wake(HANDLE toRaise, LONG by, LONG* before) {
+    raised = toRaise;
+    EXPECT_EQ(by, 1);
+    EXPECT_EQ(before, nullptr);
+    ++wakes_;
+    return reinterpret_cast<decltype(ReleaseSemaphore)*>(originalWake_)(toRaise, by, before);
+  }
+
+  static inline uint32_t failing_;
+  static inline std::atomic<uint32_t> sleeps_;
+  static inline std::atomic<uint32_t> wakes_;
+  static inline void* originalSleep_;
+  static inline void* originalWake_;
+  ImportPatch sleep_{"SignalObjectAndWait", reinterpret_cast<void*>(&Sleep)};
+  ImportPatch wake_{"ReleaseSemaphore", reinterpret_cast<void*>(&Wake)};
+};
+
+// A thread of the test's mode that waits while the test writes.
+class RWLockSleep : public RWLockFailure {
+ protected:
+  void SetUp() override {
+    RWLockFailure::SetUp();
+    lock_.readerSpinLoops = lock_.writerSpinLoops = 0;  // asleep at once
+    ASSERT_EQ(KivSdStartWrite(nullptr, &table_, &lock_), KIV_ST_OK);
+  }
+
+  void StartWaiting() {
+    waiter_ = std::thread([this] {
+      KivRWLockTable table{};
+      EXPECT_EQ(Start(&table), KIV_ST_OK);
+      inside_ = true;
+      const KivRWLockNode* node = table.active[3];
+      EXPECT_EQ(Sleeping::mutex.load(), node->wakeMutex);
+      EXPECT_EQ(Sleeping::semaphore.load(), node->condition.semaphore);
+      EXPECT_EQ(node->condition.waiters, 0);
+      EXPECT_EQ(node->sleeping.load(), 0u);
+      EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock_), KIV_ST_OK);
+      EXPECT_EQ(KivRWLockFreeQNodes(&table), KIV_ST_OK);
+    });
+  }
+
+  static void AwaitSleeps(uint32_t count) {
+    while (Sleeping::sleeps() < count) std::this_thread::yield();
+  }
+
+  void LetIn() {
+    EXPECT_FALSE(inside_);
+    EXPECT_EQ(End(), KIV_ST_OK);
+    waiter_.join();
+    EXPECT_TRUE(inside_);
+  }
+
+  std::atomic<bool> inside_{false};
+  std::thread waiter_;
+};
+
+TEST_P(RWLockSleep, EndsByOneRaiseOfTheThreadsOwnSemaphore) {
+  const Sleeping sleeping;
+  StartWaiting();
+  AwaitSleeps(1);
+  LetIn();
+  EXPECT_EQ(Sleeping::sleeps(), 1u);
+  EXPECT_EQ(Sleeping::wakes(), 1u);
+  EXPECT_EQ(Sleeping::raised.load(), Sleeping::semaphore.load());
+}
+
+TEST_P(RWLockSleep, ThatFailsIsTriedAgainWhileTheThreadMustWait) {
+  constexpr uint32_t kFailing = 3;
+  const Sleeping sleeping(kFailing);
+  StartWaiting();
+  AwaitSleeps(kFailing + 1);
+  LetIn();
+  EXPECT_EQ(Sleeping::sleeps(), kFailing + 1);
+  EXPECT_EQ(Sleeping::wakes(), 1u);
+}
+
+// Without the mutex there is no falling asleep: each try takes it twice, and the third gets it.
+TEST_P(RWLockSleep, IsTriedAgainWhenTheWakeMutexCannotBeTaken) {
+  const Sleeping sleeping;
+  const ScriptedImport taking(
+      "WaitForSingleObject",
+      {.result = WAIT_FAILED, .error = ERROR_INVALID_HANDLE, .failCount = 3});
+  StartWaiting();
+  AwaitSleeps(3);
+  EXPECT_EQ(taking.calls().size(), 5u);
+  LetIn();
+  EXPECT_EQ(Sleeping::sleeps(), 3u);
+  EXPECT_EQ(Sleeping::wakes(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, RWLockSleep, testing::ValuesIn(kModes), [](const auto& mode) {
+  return mode.param == KIV_RWLOCK_WRITE ? "Write" : "Read";
+});
 
 INSTANTIATE_TEST_SUITE_P(Modes, RWLockFailure, testing::ValuesIn(kModes), [](const auto& mode) {
   return mode.param == KIV_RWLOCK_WRITE ? "Write" : "Read";

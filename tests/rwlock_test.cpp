@@ -41,10 +41,10 @@ struct Waiting {
   uint32_t mostThreads;  // that do not starve each other on a small machine
 };
 
-const Waiting kSpinsThenSleeps = {"SpinsThenSleeps", 1, 1, 0, 1, 8};
-const Waiting kSleepsAtOnce = {"SleepsAtOnce", 1, 0, 0, 1, 8};
-const Waiting kYieldsThenSleeps = {"YieldsThenSleeps", 1, 0, 8, 6, 8};
-const Waiting kNeverSleeps = {"NeverSleeps", 1, 0, 4, 0, 8};
+const Waiting kSpinsThenSleeps = {"SpinsThenSleeps", 1, 1, 0, 1, 16};
+const Waiting kSleepsAtOnce = {"SleepsAtOnce", 1, 0, 0, 1, 16};
+const Waiting kYieldsThenSleeps = {"YieldsThenSleeps", 1, 0, 8, 6, 16};
+const Waiting kNeverSleeps = {"NeverSleeps", 1, 0, 4, 0, 16};
 const Waiting kLimitBelowZeroNeverSleeps = {"LimitBelowZeroNeverSleeps", 1, 1, 1, -5, 4};
 const Waiting kSpinsOnly = {"SpinsOnly", 0, 1, 0, 1, 2};
 
@@ -344,6 +344,45 @@ TEST_F(RWLock, TablesOfAThreadAreFreedWithAllNodes) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
+TEST_F(RWLock, NodesOfLocksThatAreHeldAreFreedToo) {
+  KivRWLock locks[3];
+  for (KivRWLock& lock : locks) Init(&lock, kSleepsAtOnce, 2);
+  const BlockCount count;
+  for (KivRWLock& lock : locks) EXPECT_EQ(KivSdStartRead(nullptr, &table_, &lock), KIV_ST_OK);
+  EXPECT_EQ(count.allocated(), 4u) << "a node a lock, and a list";
+  EXPECT_EQ(KivRWLockFreeQNodes(&table_), KIV_ST_OK);
+  EXPECT_EQ(count.freed(), 4u);
+  EXPECT_EQ(table_.active, nullptr);
+  EXPECT_EQ(KivSdEndRW(nullptr, &table_, &locks[0]), KIV_ST_MUTEX_CLEAR);
+}
+
+TEST_F(RWLock, PutsANodeBeforeTheOthersOfItsSlot) {
+  KivRWLock locks[3];
+  for (KivRWLock& lock : locks) Init(&lock, kSleepsAtOnce, 4);
+  for (KivRWLock& lock : locks) {
+    EXPECT_EQ(KivSdStartRead(nullptr, &table_, &lock), KIV_ST_OK);
+    EXPECT_EQ(table_.active[4]->lock, &lock);
+  }
+  for (KivRWLock* lock : {&locks[1], &locks[0], &locks[2]}) {
+    EXPECT_EQ(KivSdEndRW(nullptr, &table_, lock), KIV_ST_OK);
+    EXPECT_EQ(table_.free[4]->lock, lock);
+  }
+  EXPECT_EQ(table_.active[4], nullptr);
+  for (uint32_t slot = 0; slot < KIV_RWLOCK_SLOTS; ++slot) {
+    EXPECT_EQ(table_.free[slot] != nullptr, slot == 4) << "slot " << slot;
+  }
+}
+
+TEST_F(RWLock, CountsReadersInTheLowHalfOfItsWordOnly) {
+  constexpr uint64_t kFull = 0x0000'0007'FFFF'FFF8;  // one more reader wraps the low half
+  lock_.countAndFlags = kFull;
+  EXPECT_EQ(StartRead(), KIV_ST_OK);
+  EXPECT_EQ(Word(lock_), 0x0000'0007'0000'0000u);
+  EXPECT_EQ(End(), KIV_ST_OK);
+  EXPECT_EQ(Word(lock_), kFull);
+  lock_.countAndFlags = 0;
+}
+
 TEST_F(RWLock, OthersInItsSlotAndInOtherSlotsAreKeptApart) {
   KivRWLock locks[2 * KIV_RWLOCK_SLOTS];
   constexpr int32_t kCount = 2 * KIV_RWLOCK_SLOTS;
@@ -365,6 +404,30 @@ TEST_F(RWLock, OthersInItsSlotAndInOtherSlotsAreKeptApart) {
     }
     for (const KivRWLock& lock : locks) ExpectFree(lock);
   }
+}
+
+// Warmed up, threads take and give back without memory, however they meet.
+TEST_F(RWLock, AllocatesNothingForThreadsThatWaitForEachOther) {
+  constexpr uint32_t kThreads = 4;
+  KivRWLockTable tables[kThreads]{};
+  for (KivRWLockTable& table : tables) {
+    EXPECT_EQ(KivSdStartRead(nullptr, &table, &lock_), KIV_ST_OK);
+    EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock_), KIV_ST_OK);
+  }
+  uint32_t written = 0;  // guarded by the lock
+  const BlockCount count;
+  OnThreads(kThreads, [&](uint32_t number) {
+    for (uint32_t round = 0; round < 200; ++round) {
+      const uint32_t mode = (round + number) % 2 == 0 ? KIV_RWLOCK_WRITE : KIV_RWLOCK_READ;
+      EXPECT_EQ(Start(&tables[number], &lock_, mode), KIV_ST_OK);
+      if (mode == KIV_RWLOCK_WRITE) ++written;
+      EXPECT_EQ(KivSdEndRW(nullptr, &tables[number], &lock_), KIV_ST_OK);
+    }
+  });
+  EXPECT_EQ(written, kThreads * 100);
+  EXPECT_EQ(count.allocated(), 0u);
+  EXPECT_EQ(count.freed(), 0u);
+  for (KivRWLockTable& table : tables) EXPECT_EQ(KivRWLockFreeQNodes(&table), KIV_ST_OK);
 }
 
 // ---- Order of entering ----
@@ -579,7 +642,7 @@ class Stress {
 };
 
 TEST_P(RWLockWaiting, KeepsWritersAloneAmongManyThreads) {
-  for (const uint32_t threads : {2u, 4u, 8u}) {
+  for (const uint32_t threads : {2u, 4u, 8u, 16u}) {
     if (threads > GetParam().mostThreads) break;
     SCOPED_TRACE(threads);
     Stress stress(&lock_, GetParam().blockingAllowed != 0 ? 1200 / threads : 100);

@@ -6,12 +6,16 @@
 #include <vector>
 
 #include "kivsdu/spinlock.h"
+#include "support/block_count.h"
 #include "support/lock_design.h"
+#include "support/store_buffering.h"
 #include "support/threads.h"
 
 namespace {
 
 using kiv::test::Await;
+using kiv::test::BlockCount;
+using kiv::test::BothMissed;
 using kiv::test::FieldOf;
 using kiv::test::kTestAndSet;
 using kiv::test::kTicket;
@@ -162,6 +166,25 @@ TEST_P(WordSpinlock, ASurplusReleaseDoesNoHarmBeforeTheFirstEntryEither) {
   KivSdSpinlockRelease(lock_);
 }
 
+// Giving back passes the turn on, to a ticket that nobody has drawn: the next to come draws the one
+// before and waits for ever.
+TEST_P(TicketSpinlock, AReleaseBeforeTheFirstEntryShutsTheNextOneOut) {
+  KivSdSpinlockRelease(lock_);
+  EXPECT_EQ(Count(), -1);
+  EXPECT_EQ(Field<int64_t>(kServing), 1);
+  EXPECT_EQ(Field<int32_t>(kNext), 0);
+  std::thread next([this] { KivSdSpinlockAcquire(lock_, kMe); });
+  Await([this] { return Field<int32_t>(kNext) == 1; });
+  for (int look = 0; look < 100; ++look) {
+    EXPECT_EQ(Owner(), 0u);
+    std::this_thread::yield();
+  }
+  FieldOf<int64_t>(lock_, kServing) = 0;  // lets the thread go
+  next.join();
+  EXPECT_EQ(Owner(), kMe);
+  EXPECT_EQ(Count(), 1);
+}
+
 TEST_P(Spinlock, IsFreedUnderItsHolderByWhoeverGivesItBack) {
   KivSdSpinlockAcquire(lock_, kMe);
   std::thread([this] { KivSdSpinlockRelease(lock_); }).join();
@@ -187,6 +210,20 @@ TEST_P(Spinlock, IgnoresTheArgumentsOfItsMakingAndEnding) {
   KivSdSpinlockDestroy(nullptr, nullptr);
 }
 
+TEST_P(Spinlock, TakesAndGivesBackNoMemory) {
+  const BlockCount count;
+  for (int round = 0; round < 100; ++round) {
+    KivSdSpinlockAcquire(lock_, kMe);
+    KivSdSpinlockAcquire(lock_, kMe);
+    KivSdSpinlockRelease(lock_);
+    KivSdSpinlockRelease(lock_);
+    KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+    KivSdSpinlockReleaseNonReentrant(lock_);
+  }
+  EXPECT_EQ(count.allocated(), 0u);
+  EXPECT_EQ(count.freed(), 0u);
+}
+
 // ---- The pair that does not count ----
 
 TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
@@ -201,6 +238,17 @@ TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
     EXPECT_EQ(Owner(), 0u);
     EXPECT_FALSE(IsHeld());
   }
+}
+
+TEST_P(TicketSpinlock, WithoutCountingLeavesTheCountAsItWas) {
+  constexpr uint32_t kBelowZero = 0xFFFF;
+  KivSdSpinlockAcquire(lock_, kMe);
+  for (int release = 0; release < 2; ++release) KivSdSpinlockRelease(lock_);
+  ASSERT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
+  KivSdSpinlockReleaseNonReentrant(lock_);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
 }
 
 TEST_P(TicketSpinlock, WithoutCountingMakesEvenTheHolderDrawATicket) {
@@ -238,7 +286,7 @@ TEST_P(Spinlock, AdmitsOneThreadAtATime) {
   constexpr uint32_t kEntries = 2000;
   for (const int32_t budget : {0, 200}) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
-    for (const uint32_t threads : {2u, 3u, 8u}) {
+    for (const uint32_t threads : {2u, 3u, 8u, 16u}) {
       uint32_t count = 0;
       OnThreads(threads, [&](uint32_t number) {
         for (uint32_t round = 0; round < kEntries / threads; ++round) {
@@ -291,6 +339,47 @@ TEST_P(TicketSpinlock, AdmitsThreadsInTheOrderTheyCame) {
   KivSdSpinlockRelease(lock_);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(order, (std::vector<int32_t>{0, 1, 2, 3, 4}));
+}
+
+// Each thread has a lock of its own: what is asked is the fence alone.
+class SpinlockFence : public Spinlock {
+ protected:
+  SpinlockFence() : other_(KivSdSpinlockCreate(nullptr, 0)) {}
+  ~SpinlockFence() override { KivSdSpinlockDestroy(nullptr, other_); }
+
+  KivSdSpinlock* LockOf(uint32_t number) const { return number == 0 ? lock_ : other_; }
+
+  KivSdSpinlock* const other_;
+};
+INSTANTIATE_TEST_SUITE_P(Design, SpinlockFence, testing::Values(kTestAndSet, kTicket),
+                         kiv::test::DesignName);
+
+TEST_P(SpinlockFence, IsMadeByTaking) {
+  for (const uint32_t number : {0u, 1u}) KivSdSpinlockAcquire(LockOf(number), kMe);
+  EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdSpinlockRelease(LockOf(number)); },
+                       [this](uint32_t number) { KivSdSpinlockAcquire(LockOf(number), kMe); }),
+            0);
+}
+
+TEST_P(SpinlockFence, IsMadeByGivingBack) {
+  EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdSpinlockAcquire(LockOf(number), kMe); },
+                       [this](uint32_t number) { KivSdSpinlockRelease(LockOf(number)); }),
+            0);
+}
+
+TEST_P(SpinlockFence, IsMadeByTakingWithoutCounting) {
+  for (const uint32_t number : {0u, 1u}) KivSdSpinlockAcquireNonReentrant(LockOf(number), kMe);
+  EXPECT_EQ(BothMissed(
+                [this](uint32_t number) { KivSdSpinlockReleaseNonReentrant(LockOf(number)); },
+                [this](uint32_t number) { KivSdSpinlockAcquireNonReentrant(LockOf(number), kMe); }),
+            0);
+}
+
+TEST_P(SpinlockFence, IsMadeByGivingBackWithoutCounting) {
+  EXPECT_EQ(
+      BothMissed([this](uint32_t number) { KivSdSpinlockAcquireNonReentrant(LockOf(number), kMe); },
+                 [this](uint32_t number) { KivSdSpinlockReleaseNonReentrant(LockOf(number)); }),
+      0);
 }
 
 // The 32-bit ticket turns negative while the 64-bit turn goes on upwards.

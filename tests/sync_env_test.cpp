@@ -1,6 +1,8 @@
 // Tuning the locks: the lock variables of the environment, and measuring the spin budget against
 // every failure of the system's calls.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <io.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -8,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -78,6 +81,27 @@ std::map<std::string, std::string> AllSetTo(const std::string& value) {
   return values;
 }
 
+// The bytes that a call writes to the standard output, without the runtime's translation of line
+// ends.
+std::string BytesWrittenBy(const std::function<void()>& call) {
+  constexpr int kStandardOutput = 1;
+  constexpr unsigned kRoomBytes = 4096;
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(_pipe(ends, kRoomBytes, _O_BINARY), 0);
+  std::fflush(stdout);
+  const int kept = _dup(kStandardOutput);
+  _dup2(ends[1], kStandardOutput);
+  call();
+  std::fflush(stdout);
+  _dup2(kept, kStandardOutput);
+  _close(kept);
+  _close(ends[1]);
+  std::string bytes(kRoomBytes, '\0');
+  bytes.resize(static_cast<size_t>(std::max(0, _read(ends[0], bytes.data(), kRoomBytes))));
+  _close(ends[0]);
+  return bytes;
+}
+
 // What a call prints on the standard output.
 std::string PrintedBy(const std::function<void()>& call) {
   testing::internal::CaptureStdout();
@@ -109,6 +133,43 @@ TEST(SyncEnv, ShowsTheNineDefaultsWhenOnlyTheShowingIsSet) {
     std::vector<std::string> all = kNames;
     all.push_back(kDisplay);
     EXPECT_EQ(Environment::asked(), all) << "in this order, each once";
+  });
+}
+
+TEST(SyncEnv, WritesLinesOfTheProcessesOwnEnvironmentByteForByte) {
+  IN_FRESH_PROCESS([] {
+    const Processors one(1);
+    for (const char* value :
+         {"KIV_SPINLOCK_MAXWAITLOOPS=-2147483648", "KIV_RWLOCK_RMAXSPINLOOPS=\t +300",
+          "KIV_RWLOCK_WMAXWAITLOOPS=4x", "KIV_DISPLAY_LOCKCONFIG=no"}) {
+      EXPECT_EQ(_putenv(value), 0);
+    }
+    EXPECT_EQ(BytesWrittenBy(KivSyncEnvInit),
+              "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+              "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+              "KIV_SPINLOCK_MAXWAITLOOPS=-2147483648\n"
+              "KIV_RWLOCK_RMAXSPINLOOPS=300\n"
+              "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_WMAXWAITLOOPS=4\n");
+    EXPECT_EQ(BytesWrittenBy(KivSyncEnvInit), "") << "once";
+  });
+}
+
+TEST(SyncEnv, CorrectsTheSmallestNegativeValue) {
+  IN_FRESH_PROCESS([] {
+    CheckShown(AllSetTo("-1"),
+               "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+               "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+               "KIV_SPINLOCK_MAXWAITLOOPS=-1\n"
+               "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
   });
 }
 
@@ -197,13 +258,44 @@ TEST(SyncEnv, IsDoneOnceHoweverOftenItIsAsked) {
   });
 }
 
+// The lock's fields are of one kind of thread each; the environment's variables too.
+TEST(SyncEnv, IsDoneByTheFirstReaderWriterLockWhichTakesItsLimitsFromIt) {
+  IN_FRESH_PROCESS([] {
+    std::map<std::string, std::string> values;
+    for (size_t i = 0; i < kNames.size(); ++i) values[kNames[i]] = std::to_string(i + 2);
+    KivRWLock lock;
+    {
+      const Processors one(1);
+      const Environment environment(values);
+      EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock, 1, 0), KIV_ST_OK);
+      EXPECT_EQ(Environment::asked().size(), kNames.size() + 1);
+    }
+    EXPECT_EQ(lock.readerSpinLoops, 5);
+    EXPECT_EQ(lock.readerSpinYields, 6);
+    EXPECT_EQ(lock.readerWaitLoops, 7);
+    EXPECT_EQ(lock.writerSpinLoops, 8);
+    EXPECT_EQ(lock.writerSpinYields, 9);
+    EXPECT_EQ(lock.writerWaitLoops, 10);
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 1);
+  });
+}
+
 TEST(SyncEnv, ReadsTheEnvironmentOfAMachineThatCannotBeMeasured) {
   IN_FRESH_PROCESS([] {
     const Processors two(2);
     const Environment environment({{kDisplay, ""}, {kNames[0], "9"}});
     const ScriptedImport pipe("CreatePipe", {.result = 0, .error = kError});
     const std::string shown = PrintedBy(KivSyncEnvInit);
-    EXPECT_EQ(shown.substr(0, shown.find('\n')), "KIV_SPINLOCK_MAXSPINLOOPS=9");
+    EXPECT_EQ(shown,
+              "KIV_SPINLOCK_MAXSPINLOOPS=9\n"
+              "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+              "KIV_SPINLOCK_MAXWAITLOOPS=0\n"
+              "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 20000) << "as it was";
     KivSyncEnvInit();
     EXPECT_EQ(pipe.calls().size(), 1u) << "not tried again";
@@ -223,7 +315,7 @@ TEST(SpinlockCreate, YieldsNothingWithoutMemory) {
 // ---- The spin budget ----
 
 // The calls under the measurement, made by several threads. Call number `failing` of one function,
-// counted from 0, fails; pipes and the ends that are closed are written down. Reads and writes may
+// counted from 0, fails; pipes, threads and what is closed are written down. Reads and writes may
 // be made to succeed without doing anything, which is quick.
 class Calls {
  public:
@@ -232,31 +324,39 @@ class Calls {
   enum Transfer { kReal, kHollow };
 
   explicit Calls(Function function = kFunctions, uint32_t failing = kNever,
-                 Transfer transfer = kReal) {
+                 Transfer transfer = kReal, DWORD error = kError) {
     function_ = function;
     transfer_ = transfer;
     failing_ = failing;
+    error_ = error;
     for (std::atomic<uint32_t>& count : counts_) count = 0;
     ends_.clear();
+    threads_.clear();
     closed_.clear();
+    pipeBytes_.clear();
+    stackBytes_.clear();
+    otherBytes_ = 0;
     for (size_t i = 0; i < kFunctions; ++i) originals_[i] = patches_[i].original();
     originalClose_ = close_.original();
   }
 
   static uint32_t count(Function function) { return counts_[function]; }
   static size_t ends() { return ends_.size(); }
+  static const std::vector<DWORD>& pipeBytes() { return pipeBytes_; }
+  static const std::vector<SIZE_T>& stackBytes() { return stackBytes_; }
+  static uint32_t otherBytes() { return otherBytes_; }
 
-  // Whether every end was closed exactly once.
-  static bool AllEndsAreClosed() {
-    return std::all_of(ends_.begin(), ends_.end(), [](HANDLE end) {
-      return std::count(closed_.begin(), closed_.end(), end) == 1;
-    });
+  // Whether every end and every thread was closed exactly once.
+  static bool AllAreClosed() {
+    std::vector<HANDLE> made = ends_;
+    made.insert(made.end(), threads_.begin(), threads_.end());
+    return std::is_permutation(made.begin(), made.end(), closed_.begin(), closed_.end());
   }
 
  private:
   static bool Fails(Function function) {
     if (counts_[function].fetch_add(1) != failing_ || function != function_) return false;
-    SetLastError(kError);
+    SetLastError(error_);
     return true;
   }
 
@@ -267,6 +367,8 @@ class Calls {
 
   static BOOL WINAPI MakePipe(HANDLE* read, HANDLE* write, SECURITY_ATTRIBUTES* security,
                               DWORD bytes) {
+    EXPECT_EQ(bytes, 0u) << "as large as the system likes";
+    pipeBytes_.push_back(bytes);
     if (Fails(kCreatePipe)) return FALSE;
     const BOOL made = Original<decltype(CreatePipe)>(kCreatePipe)(read, write, security, bytes);
     if (made) ends_.insert(ends_.end(), {*read, *write});
@@ -276,9 +378,14 @@ class Calls {
   static HANDLE WINAPI StartThread(SECURITY_ATTRIBUTES* security, SIZE_T stackBytes,
                                    LPTHREAD_START_ROUTINE routine, void* argument, DWORD flags,
                                    DWORD* id) {
+    EXPECT_EQ(stackBytes, 1024u);
+    stackBytes_.push_back(stackBytes);
     if (Fails(kCreateThread)) return nullptr;
-    return Original<decltype(CreateThread)>(kCreateThread)(security, stackBytes, routine, argument,
-                                                           flags, id);
+    const HANDLE thread = Original<decltype(CreateThread)>(kCreateThread)(
+        security, stackBytes, routine, argument, flags, id);
+    const std::lock_guard<std::mutex> guard(mutex_);
+    threads_.push_back(thread);
+    return thread;
   }
 
   static BOOL WINAPI Read(HANDLE file, void* buffer, DWORD length, DWORD* count,
@@ -291,6 +398,10 @@ class Calls {
 
   static BOOL WINAPI Write(HANDLE file, const void* buffer, DWORD length, DWORD* count,
                            OVERLAPPED* overlapped) {
+    EXPECT_EQ(length, 1u);
+    if (transfer_ == kReal) {
+      EXPECT_EQ(*static_cast<const char*>(buffer), 'c');
+    }
     if (Fails(kWriteFile)) return FALSE;
     *count = length;
     if (transfer_ == kHollow) return TRUE;
@@ -307,13 +418,18 @@ class Calls {
 
   static inline Function function_;
   static inline uint32_t failing_;
+  static inline DWORD error_;
   static inline Transfer transfer_;
   static inline std::atomic<uint32_t> counts_[kFunctions];
   static inline void* originals_[kFunctions];
   static inline void* originalClose_;
-  static inline std::mutex mutex_;  // guards closed_
+  static inline std::mutex mutex_;  // guards closed_ and threads_
   static inline std::vector<HANDLE> closed_;
+  static inline std::vector<HANDLE> threads_;
   static inline std::vector<HANDLE> ends_;  // made by one thread, before there are others
+  static inline std::vector<DWORD> pipeBytes_;
+  static inline std::vector<SIZE_T> stackBytes_;    // one thread starts the other
+  static inline std::atomic<uint32_t> otherBytes_;  // writes of anything but one 'c'
 
   ImportPatch patches_[kFunctions] = {{"CreatePipe", reinterpret_cast<void*>(&MakePipe)},
                                       {"CreateThread", reinterpret_cast<void*>(&StartThread)},
@@ -375,17 +491,93 @@ TEST(SpinUpperLimit, IsTheRoundsThatLastAsLongAsOneWayOfATrip) {
   for (const auto& [tripsUs, spinUs, expected, transfer] : measurements) {
     const Clock clock({1000, 1000 + tripsUs, 5000, 5000 + spinUs});
     const Calls calls(Calls::kFunctions, kNever, transfer);
+    const ScriptedImport sleep("Sleep", {.passFirst = UINT32_MAX});
     int32_t limit = kOldLimit;
     EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
     EXPECT_EQ(limit, expected) << "cut off, and not raised to 1";
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, expected);
     EXPECT_EQ(Clock::looks(), 4u);
-    EXPECT_EQ(Calls::count(Calls::kCreateThread), 2u);
+    EXPECT_EQ(Calls::pipeBytes(), (std::vector<DWORD>{0, 0}));
+    EXPECT_EQ(Calls::stackBytes(), (std::vector<SIZE_T>{1024, 1024}));
+    ASSERT_EQ(sleep.calls().size(), 1u) << "for both threads to settle";
+    EXPECT_EQ(static_cast<DWORD>(sleep.calls()[0][0]), 100u);
+    if (transfer == Calls::kReal) {
+      EXPECT_EQ(Calls::otherBytes(), 0u);
+    }
     EXPECT_EQ(Calls::count(Calls::kReadFile), 20000u);
     EXPECT_EQ(Calls::count(Calls::kWriteFile), 20000u);
     EXPECT_EQ(Calls::ends(), 4u);
-    EXPECT_TRUE(Calls::AllEndsAreClosed());
+    EXPECT_TRUE(Calls::AllAreClosed());
   }
+}
+
+// The sleeps of kivsdu.dll, and how often the clock had been read before each.
+class Sleeps {
+ public:
+  struct One {
+    DWORD timeMs;
+    size_t looksBefore;
+
+    bool operator==(const One&) const = default;
+  };
+
+  Sleeps() {
+    all_.clear();
+    original_ = patch_.original();
+  }
+
+  static const std::vector<One>& all() { return all_; }
+
+ private:
+  static void WINAPI Note(DWORD timeMs) {
+    all_.push_back({timeMs, Clock::looks()});
+    reinterpret_cast<decltype(Sleep)*>(original_)(timeMs);
+  }
+
+  static inline std::vector<One> all_;  // of one thread, which has ended when they are looked at
+  static inline void* original_;
+  ImportPatch patch_{"Sleep", reinterpret_cast<void*>(&Note)};
+};
+
+void PrintTo(const Sleeps::One& one, std::ostream* out) {
+  *out << one.timeMs << " ms after " << one.looksBefore << " looks";
+}
+
+TEST(SpinUpperLimit, IsMeasuredWhenTheThreadsHaveHadTimeToSettle) {
+  const Processors two(2);
+  const Clock clock({1000, 2000, 5000, 6000});
+  const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+  const Sleeps sleeps;
+  int32_t limit = kOldLimit;
+  EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+  EXPECT_EQ(Sleeps::all(), (std::vector<Sleeps::One>{{100, 0}}));
+}
+
+TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStill) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  for (const int64_t tripsUs : {int64_t{0}, int64_t{300}}) {
+    const Clock clock({1000, 1000 + tripsUs, 5000, 5000});
+    const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+    int32_t limit = kOldLimit;
+    EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+    EXPECT_EQ(Clock::looks(), 4u);
+    EXPECT_EQ(limit, kOldLimit);
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+    EXPECT_TRUE(Calls::AllAreClosed());
+  }
+}
+
+TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStillWhileItSpins) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  const Clock clock({1000, 1300, 5000, 5000});
+  const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+  int32_t limit = kOldLimit;
+  EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+  EXPECT_EQ(limit, kOldLimit);
+  EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+  EXPECT_TRUE(Calls::AllAreClosed());
 }
 
 struct Failure {
@@ -414,8 +606,39 @@ TEST(SpinUpperLimit, IsLeftAloneByAFailureWhichIsReported) {
       EXPECT_EQ(limit, kOldLimit);
       EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
       EXPECT_EQ(Calls::ends(), failure.function == Calls::kCreatePipe ? 2 * number : 4);
-      EXPECT_TRUE(Calls::AllEndsAreClosed());
+      EXPECT_TRUE(Calls::AllAreClosed());
     }
+  }
+}
+
+// To the caller of a pipe such a write has succeeded; the thread that awaits the byte would wait
+// for ever.
+TEST(SpinUpperLimit, IsNotAwaitedForEverWhenAWriteFailsWithoutAnError) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  for (const uint32_t number : {0u, 1u, 2u, 100u, 101u}) {
+    SCOPED_TRACE(number);
+    const Calls calls(Calls::kWriteFile, number, Calls::kReal, ERROR_SUCCESS);
+    int32_t limit = kOldLimit;
+    EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_PIPE_WRITE);
+    EXPECT_EQ(limit, kOldLimit);
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+    EXPECT_TRUE(Calls::AllAreClosed());
+  }
+}
+
+// Such a pipe has been made, to its caller; what is done with it fails.
+TEST(SpinUpperLimit, IsLeftAloneWhenAPipeIsNotMadeForNoReason) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  for (const uint32_t number : {0u, 1u}) {
+    SCOPED_TRACE(number);
+    const Calls calls(Calls::kCreatePipe, number, Calls::kReal, ERROR_SUCCESS);
+    int32_t limit = kOldLimit;
+    EXPECT_NE(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+    EXPECT_EQ(limit, kOldLimit);
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+    EXPECT_TRUE(Calls::AllAreClosed());
   }
 }
 

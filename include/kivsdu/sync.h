@@ -8,8 +8,8 @@
 
 /* ---- Atomic operations ----
  *
- * All of them are full barriers. Mind the widths: adding works on 32 bits and returns the old
- * value sign-extended to 64; setting and comparing work on 64-bit words. Pointers are not
+ * All that look at memory are full barriers. Mind the widths: adding works on 32 bits and returns
+ * the old value sign-extended to 64; setting and comparing work on 64-bit words. Pointers are not
  * checked, and are aligned as their types. */
 
 /* Stores newValue if the target holds `expected`. The target comes last. 1 if it did, else 0. */
@@ -62,8 +62,8 @@ KIVSDU_API void KivSyncEnvInit(void);
 /* Measures the spin budget: the rounds that last as long as handing a byte from one thread to
  * another through a pipe. A machine of one processor gets 1.
  *
- *   limit  receives the budget, which is stored too; left alone on failure, as the budget is;
- *          must not be null
+ *   limit  receives the budget, which is stored too; left alone on failure, as the budget is, and
+ *          where the clock stands still; must not be null
  *
  * 0, or the status of the first pipe, thread or join that failed (pipe.h, thread.h)
  * One thread at a time. */

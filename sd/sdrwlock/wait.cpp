@@ -3,7 +3,7 @@
 // The wake mutex orders a waker against a sleeper: the sleeper looks at `blocked` once more under
 // it and gives it up only in going to sleep, the waker clears `blocked` under it and raises the
 // semaphore if there is a sleeper. A failing call of the system is dropped; every wait looks
-// again at `blocked`.
+// again at `blocked`. The model checker goes through this too (tests/model/rwlock.pml, SLEEPING).
 #include "sdrwlock/wait.h"
 
 #include "os/critical_section.h"
@@ -19,11 +19,6 @@ struct Patience {
   int32_t spinYields;  // yields after a round
   int32_t waitLoops;   // rounds and yields before the thread sleeps; 0 or less: never
 };
-
-// acquire: pairs with the release of Wake; what the one before wrote is visible to who enters.
-bool IsBlocked(const KivRWLockNode& node) {
-  return node.blocked.load(std::memory_order_acquire) != 0;
-}
 
 class Waiter {
  public:
@@ -116,9 +111,6 @@ bool HasSleeper(KivRWLockNode* node) {
   return waits;
 }
 
-// release: pairs with the acquire of IsBlocked.
-void Unblock(KivRWLockNode* node) { node->blocked.store(0, std::memory_order_release); }
-
 }  // namespace
 
 void WaitAsReader(KivRWLockNode* node) {
@@ -129,10 +121,7 @@ void WaitAsWriter(KivRWLockNode* node) {
   Wait(node, {node->lock->writerSpinLoops, node->writerSpinYields, node->writerWaitLoops});
 }
 
-void Wake(KivRWLockNode* node, const KivRWLockNode* own) {
-  if (!IsBlocked(*node)) return;
-  if (node == own) return Unblock(node);
-
+void WakeOther(KivRWLockNode* node) {
   void* mutex = node->wakeMutex;
   static_cast<void>(os::TakeParkMutex(mutex));
   if (IsBlocked(*node)) {

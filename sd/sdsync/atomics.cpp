@@ -1,6 +1,6 @@
-// Atomic operations for callers. Each is one locked instruction, and so a full barrier.
-#include <atomic>
-
+// Atomic operations for callers. Each is one locked instruction, and so a full barrier; the waits,
+// which only read, end with one.
+#include "atomic.h"
 #include "fence.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
@@ -9,14 +9,14 @@ namespace {
 
 // The old value of a compare-and-swap.
 uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
-  std::atomic_ref<uint64_t>(*word).compare_exchange_strong(expected, newValue);
+  kiv::AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
   return expected;
 }
 
 // acquire: what the writer of the byte wrote before it is visible to who saw the byte.
 // Only reads; the cast is for the reference's type.
 uint8_t Look(const uint8_t* flag) {
-  return std::atomic_ref<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
+  return kiv::AtomicRef<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ int32_t KivSdCmpXchgPtr(uint64_t expected, uint64_t newValue, uint64_t* target) 
 int32_t KivSdCmpXchg2() { return 0; }
 
 int64_t KivSdAtomicAdd(int32_t* target, int32_t addend) {
-  return std::atomic_ref<int32_t>(*target).fetch_add(addend);
+  return kiv::AtomicRef<int32_t>(*target).fetch_add(addend);
 }
 
 int64_t KivSdAtomicIncrement(int32_t* target) { return KivSdAtomicAdd(target, 1); }
@@ -54,10 +54,12 @@ uint8_t KivSdWaitUntilTrue(const uint8_t* flag) {
     kiv::os::PauseProcessor();
     value = Look(flag);
   }
+  kiv::FullFence();
   return value;
 }
 
 uint8_t KivSdWaitUntilFalse(const uint8_t* flag) {
   while (Look(flag) != 0) kiv::os::PauseProcessor();
+  kiv::FullFence();
   return 0;
 }

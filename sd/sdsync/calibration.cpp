@@ -58,9 +58,12 @@ uint32_t ReadByte(Pipe* pipe, char* byte) {
   return KivSdPipeRead(nullptr, &pipe->read, byte, 1, &count);
 }
 
+// To its callers a pipe's write that fails and leaves no error has succeeded. Here it is a failure:
+// the other thread would wait for the byte for ever.
 uint32_t WriteByte(Pipe* pipe, const char* byte) {
   uint32_t count = 0;
-  return KivSdPipeWrite(nullptr, &pipe->write, byte, 1, &count);
+  const uint32_t status = KivSdPipeWrite(nullptr, &pipe->write, byte, 1, &count);
+  return status == KIV_ST_OK && count != 1 ? KIV_ST_PIPE_WRITE : status;
 }
 
 void CloseEnd(KivHandle* end) {

@@ -7,11 +7,12 @@
 
 namespace kiv {
 
-// Pauses and looks again, as often as the budget allows. Whether it came true. Each round
-// compares the round number with the budget afresh, which is what the calibration measures.
+// Pauses and looks again, as often as the budget allows, but at least `leastRounds` times. Whether
+// it came true. Each round compares the round number with the budget afresh, which is what the
+// calibration measures.
 template <typename Condition>
-bool SpinWithinBudget(Condition holds) {
-  for (int32_t round = 0; round < SpinBudget(); ++round) {
+bool SpinWithinBudget(Condition holds, int32_t leastRounds = 0) {
+  for (int32_t round = 0; round < leastRounds || round < SpinBudget(); ++round) {
     os::PauseProcessor();
     if (holds()) return true;
   }
@@ -22,7 +23,17 @@ bool SpinWithinBudget(Condition holds) {
 // is about to be done.
 template <typename Condition>
 void SpinAndYieldUntil(Condition holds) {
-  while (!SpinWithinBudget(holds) && !holds()) os::YieldThread();
+  while (!holds()) {
+    if (SpinWithinBudget(holds)) return;
+    os::YieldThread();
+  }
+}
+
+// The same, but with a round of spinning first, and before it looks again after a yield, even on a
+// budget of 0.
+template <typename Condition>
+void SpinOnceAndYieldUntil(Condition holds) {
+  while (!SpinWithinBudget(holds, 1)) os::YieldThread();
 }
 
 }  // namespace kiv

@@ -13,7 +13,6 @@ namespace kiv {
 WaitLimits spinlockLimits = {1, 1, 0};
 WaitLimits readerLimits = {1, 0, 1};
 WaitLimits writerLimits = {1, 0, 1};
-std::atomic<uint8_t> hardwareAcceleration{0};
 
 }  // namespace kiv
 
@@ -39,7 +38,7 @@ constexpr Correction kAsGiven = {INT32_MIN, INT32_MIN};
 
 struct Variable {
   const char* name;
-  std::atomic<int32_t>* value;
+  kiv::Atomic<int32_t>* value;
   Correction correction;
 };
 
@@ -58,7 +57,7 @@ const Variable kVariables[] = {
 };
 
 // Set when all is read, and not before: two first callers may both read, with one outcome.
-std::atomic<bool> environmentRead{false};
+kiv::Atomic<bool> environmentRead{false};
 
 void ReadVariable(const Variable& variable) {
   const char* text = os::EnvironmentValue(variable.name);

@@ -5,26 +5,28 @@
 #ifndef KIV_SDSYNC_TUNING_H
 #define KIV_SDSYNC_TUNING_H
 
-#include <atomic>
 #include <cstdint>
 
+#include "atomic.h"
 #include "kivsdu/sync.h"
 
 namespace kiv {
 
 // Limits of one kind of lock's waiting.
 struct WaitLimits {
-  std::atomic<int32_t> spinLoops;
-  std::atomic<int32_t> spinYields;
-  std::atomic<int32_t> waitLoops;
+  Atomic<int32_t> spinLoops;
+  Atomic<int32_t> spinYields;
+  Atomic<int32_t> waitLoops;
 };
 
 extern WaitLimits spinlockLimits;  // shown, and used by no lock
 extern WaitLimits readerLimits;
 extern WaitLimits writerLimits;
 
-// Non-zero: ticket designs of locks, and large caches of threads.
-extern std::atomic<uint8_t> hardwareAcceleration;
+// Non-zero: ticket designs of locks, and large caches of threads. Defined here, so that every user
+// reads it in one load: a variable that is only declared might lie in another DLL, and compilers
+// reach it through a pointer.
+inline Atomic<uint8_t> hardwareAcceleration{0};
 
 inline bool HardwareAcceleration() {
   return hardwareAcceleration.load(std::memory_order_relaxed) != 0;
@@ -33,11 +35,11 @@ inline bool UsesTickets() { return HardwareAcceleration(); }
 
 // The spin budget lies in a plain variable, which hosts see too.
 inline int32_t SpinBudget() {
-  return std::atomic_ref<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);
+  return AtomicRef<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);
 }
 
 inline void SetSpinBudget(int32_t rounds) {
-  std::atomic_ref<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).store(rounds, std::memory_order_relaxed);
+  AtomicRef<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).store(rounds, std::memory_order_relaxed);
 }
 
 }  // namespace kiv

@@ -1,16 +1,23 @@
 /* The queues, gates and word of the reader-writer lock (sd/sdrwlock/rwlock.cpp), for exhaustive
  * checking with spin; tools/check-model runs it.
  *
- * One step of a process is one access to what threads share. Waiting is a guard: how a thread
- * spins and sleeps makes no difference here. What is checked, in every order of steps:
+ * One step of a process is one access to what threads share. Waiting is a guard, for the order of
+ * entries is the same however a thread waits; with SLEEPING every thread that finds itself blocked
+ * falls asleep and is woken step by step, as sd/sdrwlock/wait.cpp does it, and frees its node at
+ * its end. What is checked, in every order of steps:
  *
  *   - a writer works alone, readers work with readers only (assertions at the sections);
  *   - writers enter in the order in which they came (tickets);
  *   - every process ends: none waits for ever for a wake-up (no invalid end state);
- *   - at the end the lock is as it was at the start (the last process's assertion).
+ *   - at the end the lock is as it was at the start (the last process's assertion);
+ *   - with SLEEPING, no wake-up is left over and nobody touches a node that was freed.
  *
- * MUTANT_FRESH_READ makes the reader gate read the flags anew instead of taking them from the
- * value that its addition returned; that must be found faulty. */
+ * What must be found faulty:
+ *
+ *   MUTANT_FRESH_READ  the reader gate reads the flags anew instead of taking them from the value
+ *                      that its addition returned
+ *   MUTANT_NO_MUTEX    (SLEEPING) a thread is woken without its wake mutex
+ *   MUTANT_FREED_SOON  (SLEEPING) a node is freed without waiting for its wake mutex */
 
 #ifndef READERS
 #define READERS 2
@@ -47,18 +54,89 @@ byte nextTicket;
 byte nextToEnter;
 byte running = READERS + WRITERS;
 
-/* A look without the wake mutex, and one under it. */
-inline Wake(node) {
+#ifdef SLEEPING
+bool wakeMutex[NODES]; /* held */
+bool sleeping[NODES];
+bool waiter[NODES]; /* the condition's count; a node has one sleeper */
+byte semaphore[NODES];
+bool freed[NODES];
+
+#define LOOK(node) assert(!freed[node])
+
+inline Take(held) { atomic { !wakeMutex[held] -> wakeMutex[held] = true; LOOK(held) } }
+
+/* Falls asleep in two steps, as where no call of the system does both. */
+inline Wait(mine) {
+  do
+  :: !blocked[mine] -> break
+  :: blocked[mine] ->
+    Take(mine);
+    if
+    :: blocked[mine] ->
+      d_step { sleeping[mine] = true; waiter[mine] = true }
+      wakeMutex[mine] = false;
+      atomic { semaphore[mine] > 0 -> semaphore[mine]-- }
+      waiter[mine] = false;
+      Take(mine);
+      sleeping[mine] = false
+    :: else
+    fi;
+    wakeMutex[mine] = false
+  od;
+  skip /* a loop may not end at a step of several accesses */
+}
+
+/* `raise` is a local of the process. The caller's own node needs no mutex, for its thread is
+ * awake. */
+inline Wake(target, self) {
   if
-  :: blocked[node] -> blocked[node] = false
+  :: d_step { !blocked[target] -> LOOK(target) }
+  :: d_step { blocked[target] && target == self -> LOOK(target); blocked[target] = false }
+  :: d_step { blocked[target] && target != self -> LOOK(target) }
+#ifndef MUTANT_NO_MUTEX
+    Take(target);
+#endif
+    if
+    :: blocked[target] ->
+      raise = sleeping[target] && waiter[target];
+      blocked[target] = false;
+      if
+      :: raise -> d_step { LOOK(target); semaphore[target]++; raise = false }
+      :: else
+      fi
+    :: else
+    fi;
+#ifndef MUTANT_NO_MUTEX
+    d_step { LOOK(target); wakeMutex[target] = false }
+#endif
+  fi
+}
+
+inline Free(ended) {
+#ifndef MUTANT_FREED_SOON
+  Take(ended);
+  wakeMutex[ended] = false;
+#endif
+  d_step { assert(semaphore[ended] == 0); freed[ended] = true }
+}
+#else
+inline Wait(mine) { !blocked[mine] }
+
+/* A look without the wake mutex, and one under it. */
+inline Wake(target, self) {
+  if
+  :: blocked[target] -> blocked[target] = false
   :: else
   fi
 }
 
+inline Free(ended) { skip }
+#endif
+
 inline SetFlags(flags, old) { d_step { old = word; word = word | flags } }
 
 /* `before` and `woken` are locals of the process. */
-inline WriterGate(writer) {
+inline WriterGate(writer, caller) {
   writerHead = writer;
   SetFlags(WRITER_INTERESTED, before);
   if
@@ -66,13 +144,13 @@ inline WriterGate(writer) {
   :: else ->
     SetFlags(WRITER_ACTIVE, before);
     if
-    :: before < READER_UNIT -> Wake(writer)
+    :: before < READER_UNIT -> Wake(writer, caller)
     :: else
     fi
   fi
 }
 
-inline ReaderGate() {
+inline ReaderGate(caller) {
   d_step { before = word; word = word + READER_UNIT - READER_INTERESTED }
 #ifdef MUTANT_FRESH_READ
   before = word;
@@ -84,12 +162,13 @@ inline ReaderGate() {
   fi;
   d_step { woken = readerTail; readerTail = NOBODY }
   if
-  :: woken != NOBODY -> Wake(woken)
+  :: woken != NOBODY -> Wake(woken, caller)
   :: else
   fi
 }
 
-inline End() {
+inline End(ended) {
+  Free(ended);
   d_step {
     running--;
     assert(running != 0 || (word == 0 && readerTail == NOBODY && writerTail == NOBODY))
@@ -101,6 +180,9 @@ proctype Reader(byte node) {
   byte previous;
   byte before;
   byte woken;
+#ifdef SLEEPING
+  bool raise;
+#endif
   do
   :: rounds == 0 -> break
   :: else ->
@@ -110,14 +192,14 @@ proctype Reader(byte node) {
     :: previous == NOBODY ->
       SetFlags(READER_INTERESTED, before);
       if
-      :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == 0 -> ReaderGate()
+      :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == 0 -> ReaderGate(node)
       :: else
       fi;
-      !blocked[node] /* the gate has counted this one */
+      Wait(node) /* the gate has counted this one */
     :: else ->
-      !blocked[node];
+      Wait(node);
       word = word + READER_UNIT;
-      Wake(previous)
+      Wake(previous, NOBODY)
     fi;
     d_step { readersInside++; assert(writersInside == 0) }
 
@@ -125,12 +207,12 @@ proctype Reader(byte node) {
     if
     :: (before & ~READER_INTERESTED) == READER_UNIT + WRITER_ACTIVE + WRITER_INTERESTED ->
       woken = writerHead;
-      Wake(woken)
+      Wake(woken, NOBODY)
     :: else
     fi;
     d_step { rounds--; previous = 0; before = 0; woken = 0 }
   od;
-  End()
+  End(node)
 }
 
 proctype Writer(byte node) {
@@ -138,6 +220,9 @@ proctype Writer(byte node) {
   byte previous;
   byte before;
   byte woken;
+#ifdef SLEEPING
+  bool raise;
+#endif
   byte ticket;
   do
   :: rounds == 0 -> break
@@ -145,10 +230,10 @@ proctype Writer(byte node) {
     d_step { blocked[node] = true; queueLink[node] = NOBODY }
     d_step { previous = writerTail; writerTail = node; ticket = nextTicket; nextTicket++ }
     if
-    :: previous == NOBODY -> WriterGate(node)
+    :: previous == NOBODY -> WriterGate(node, node)
     :: else -> queueLink[previous] = node
     fi;
-    !blocked[node];
+    Wait(node);
     d_step {
       writersInside++;
       assert(writersInside == 1 && readersInside == 0);
@@ -158,11 +243,11 @@ proctype Writer(byte node) {
 
     d_step { writersInside--; woken = queueLink[node] }
     if
-    :: woken != NOBODY -> Wake(woken)
+    :: woken != NOBODY -> Wake(woken, NOBODY)
     :: else ->
       d_step { before = word; word = word & ~(WRITER_INTERESTED | WRITER_ACTIVE) }
       if
-      :: (before & READER_INTERESTED) != 0 -> ReaderGate()
+      :: (before & READER_INTERESTED) != 0 -> ReaderGate(NOBODY)
       :: else
       fi;
       d_step {
@@ -176,13 +261,13 @@ proctype Writer(byte node) {
       :: previous != node ->
         queueLink[node] != NOBODY;
         previous = queueLink[node];
-        WriterGate(previous)
+        WriterGate(previous, NOBODY)
       :: else
       fi
     fi;
     d_step { rounds--; previous = 0; before = 0; woken = 0; ticket = 0 }
   od;
-  End()
+  End(node)
 }
 
 init {

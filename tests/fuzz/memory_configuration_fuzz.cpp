@@ -1,0 +1,76 @@
+// Any bytes at all as a memory configuration file: read, held to their ranges and listed.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "memsys/configuration.h"
+
+namespace {
+
+// The standard output is not looked at, but written, so that messages are made.
+void SilenceStandardOutput() {
+  if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();
+}
+
+void Check(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "does not hold: %s\n", what);
+  std::abort();
+}
+
+template <typename Number>
+bool IsWithin(Number number, Number least, Number most) {
+  return least <= number && number <= most;
+}
+
+kiv::MemorySettings Parsed(const uint8_t* bytes, size_t count) {
+  kiv::MemorySettings settings = kiv::DefaultMemorySettings();
+  std::FILE* file = fmemopen(const_cast<uint8_t*>(bytes), count, "r");
+  Check(file != nullptr, "the bytes can be opened");
+  kiv::ParseMemoryConfiguration(file, &settings);
+  std::fclose(file);
+  return settings;
+}
+
+// What no file can set.
+void CheckUntouched(const kiv::MemorySettings& settings) {
+  Check(settings.allocatedFill == 0xFF, "one fill byte is never set");
+  Check(settings.freedFill <= 9 || settings.freedFill == 0xAB, "the other is a digit");
+}
+
+void CheckPlainMode(const kiv::MemorySettings& settings) {
+  Check(!settings.shortHeaps, "there are no short heaps in plain mode");
+  Check(!settings.limitRejected || !settings.memoryControl, "a rejected limit is none");
+}
+
+void CheckRanges(const kiv::MemorySettings& settings) {
+  Check(!settings.limitRejected, "a rejected limit selects plain mode");
+  Check(IsWithin(settings.threadHeaps, 4, 64), "numthreadheaps");
+  Check(IsWithin(settings.heapBytes, 0x80000u, 0x1000000u), "heapsize");
+  Check(!settings.shortHeaps || IsWithin(settings.shortHeapBytes, 0x50000u, 0x1000000u),
+        "shortheapsize");
+  Check(settings.largestBlockBytes <= 0x40000, "maxblock");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  SilenceStandardOutput();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
+  kiv::MemorySettings settings = Parsed(bytes, count);
+  kiv::ValidateMemorySettings(&settings);
+  CheckUntouched(settings);
+  const bool tooSmall = settings.limitBytes != 0 && settings.limitBytes < 10485760;
+  Check(settings.limitRejected == tooSmall, "memorylimit");
+  if (settings.threadHeaps == 0) {
+    CheckPlainMode(settings);
+  } else {
+    CheckRanges(settings);
+  }
+  kiv::ListMemoryConfiguration(settings);
+  return 0;
+}
