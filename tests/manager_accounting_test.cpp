@@ -245,6 +245,13 @@ TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(11 * kHeap)});
   Free(Allocate(1));
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+
+  // The next start forgets it.
+  ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  Free(Allocate(1));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
 }
 
 // ---- Regions ----
