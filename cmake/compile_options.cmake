@@ -4,7 +4,8 @@ target_include_directories(kiv_options INTERFACE ${PROJECT_SOURCE_DIR}/include
                            ${PROJECT_BINARY_DIR}/generated)
 
 if(MSVC)
-  target_compile_options(kiv_options INTERFACE /W4 /WX /utf-8 /permissive-)
+  # 5030: attributes of other compilers.
+  target_compile_options(kiv_options INTERFACE /W4 /WX /wd5030 /utf-8 /permissive-)
   target_compile_definitions(kiv_options INTERFACE _CRT_SECURE_NO_WARNINGS)
 else()
   target_compile_options(kiv_options INTERFACE

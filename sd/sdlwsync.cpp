@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "atomic.h"
-#include "fence.h"
 #include "kivsdu/spinlock.h"
 #include "os/assertion.h"
 #include "sdsync/spin.h"
@@ -29,16 +28,24 @@ constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 constexpr std::memory_order kAcquire = std::memory_order_acquire;
 constexpr std::memory_order kRelease = std::memory_order_release;
 
+// How often a lock is held, and by whom: eight bytes, which change in one store.
+struct alignas(8) Holder {
+  int16_t count;
+  uint16_t unused;
+  uint32_t owner;
+};
+static_assert(offsetof(Holder, count) == 0, "lock layout");
+static_assert(offsetof(Holder, owner) == 4, "lock layout");
+static_assert(std::atomic<Holder>::is_always_lock_free, "one store");
+
 struct WordLock {
   kiv::Atomic<uint32_t> word;
   uint32_t mark;
-  kiv::Atomic<int16_t> count;
-  kiv::Atomic<uint32_t> owner;
+  kiv::Atomic<Holder> holder;
 };
 static_assert(offsetof(WordLock, word) == 0, "lock layout");
 static_assert(offsetof(WordLock, mark) == 4, "lock layout");
-static_assert(offsetof(WordLock, count) == 8, "lock layout");
-static_assert(offsetof(WordLock, owner) == 12, "lock layout");
+static_assert(offsetof(WordLock, holder) == 8, "lock layout");
 static_assert(sizeof(WordLock) <= sizeof(KivSdLWSpinlock), "the caller's storage");
 
 struct TicketLock {
@@ -57,60 +64,90 @@ WordLock* WordIn(KivSdLWSpinlock* lock) { return reinterpret_cast<WordLock*>(loc
 
 TicketLock* TicketIn(KivSdLWSpinlock* lock) { return reinterpret_cast<TicketLock*>(lock->opaque); }
 
-template <typename Lock>
-bool Reenter(Lock* lock, uint32_t thread) {
-  if (lock->owner.load(kRelaxed) != thread) return false;
-  lock->count.store(static_cast<int16_t>(lock->count.load(kRelaxed) + 1), kRelaxed);
-  return true;
+// ---- Ticket ----
+
+bool IsServed(const TicketLock& lock, int64_t ticket) {
+  return lock.serving.load(kAcquire) == ticket;
 }
 
-void AcquireTicket(TicketLock* lock, uint32_t thread) {
-  if (lock->owner.load(kRelaxed) == thread) {
+void Own(TicketLock* lock, uint32_t thread) {
+  lock->count.store(1, kRelaxed);
+  lock->owner.store(thread, kRelaxed);
+}
+
+[[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+  kiv::SpinAndYieldUntil([lock, ticket] { return IsServed(*lock, ticket); });
+  Own(lock, thread);
+}
+
+void Acquire(TicketLock* lock, uint32_t thread) {
+  if (lock->owner.load(kRelaxed) == thread) [[unlikely]] {
     lock->count.store(lock->count.load(kRelaxed) + 1, kRelaxed);
     return;
   }
   // seq_cst: the full fence of taking.
   const int64_t ticket = lock->next.fetch_add(1);
-  const auto isServed = [lock, ticket] { return lock->serving.load(kAcquire) == ticket; };
-  kiv::SpinAndYieldUntil(isServed);
-  lock->count.store(1, kRelaxed);
-  lock->owner.store(thread, kRelaxed);
+  if (!IsServed(*lock, ticket)) [[unlikely]]
+    return AcquireContended(lock, thread, ticket);
+  Own(lock, thread);
 }
 
-void ReleaseTicket(TicketLock* lock, uint32_t thread) {
+void Release(TicketLock* lock, uint32_t thread) {
   // Goes on if the runtime's routine returns: a debugger may have told it to.
-  if (lock->owner.load(kRelaxed) != thread) {
+  if (lock->owner.load(kRelaxed) != thread) [[unlikely]] {
     os::WideAssertionFailed("ThdId == pLWLockticket->ThdId", kSource, kLineReleaseAssertion);
   }
   // Kept at exactly 0: unlike the spinlock on the heap, a surplus release frees nothing.
   const int32_t count = lock->count.load(kRelaxed) - 1;
   lock->count.store(count, kRelaxed);
-  if (count != 0) return;
-  lock->owner.store(0, kRelaxed);
-  kiv::FullFence();
+  if (count != 0) [[unlikely]]
+    return;
+  // seq_cst: the full fence of giving back, between the owner and the turn.
+  lock->owner.exchange(0);
   lock->serving.store(lock->serving.load(kRelaxed) + 1, kRelease);
+}
+
+// ---- Test-and-set ----
+
+Holder HolderOf(const WordLock& lock) { return lock.holder.load(kRelaxed); }
+
+// No other thread writes meanwhile.
+void SetHolder(WordLock* lock, uint32_t thread, int32_t count) {
+  lock->holder.store({static_cast<int16_t>(count), 0, thread}, kRelaxed);
 }
 
 bool IsFree(const WordLock& lock) { return lock.word.load(kRelaxed) != kHeld; }
 
+// seq_cst: the full fence of taking.
+bool Take(WordLock* lock) { return lock->word.exchange(kHeld) == kFree; }
+
 bool TryTake(WordLock* lock) {
   if (!IsFree(*lock)) kiv::SpinWithinBudget([lock] { return IsFree(*lock); });
-  // seq_cst: the full fence of taking.
-  return IsFree(*lock) && lock->word.exchange(kHeld) == kFree;
+  return IsFree(*lock) && Take(lock);
 }
 
-void AcquireWord(WordLock* lock, uint32_t thread) {
-  if (Reenter(lock, thread)) return;
+[[gnu::noinline]] void AcquireContended(WordLock* lock, uint32_t thread, bool wasHeld) {
+  if (!wasHeld) os::YieldThread();
   while (!TryTake(lock)) os::YieldThread();
-  lock->owner.store(thread, kRelaxed);
-  lock->count.store(1, kRelaxed);
+  SetHolder(lock, thread, 1);
 }
 
-void ReleaseWord(WordLock* lock) {
-  const auto count = static_cast<int16_t>(lock->count.load(kRelaxed) - 1);
-  lock->count.store(count, kRelaxed);
-  if (count != 0) return;
-  lock->owner.store(0, kRelaxed);
+void Acquire(WordLock* lock, uint32_t thread) {
+  const Holder holder = HolderOf(*lock);
+  if (holder.owner == thread) [[unlikely]]
+    return SetHolder(lock, thread, holder.count + 1);
+  const bool isHeld = !IsFree(*lock);
+  if (isHeld || !Take(lock)) [[unlikely]]
+    return AcquireContended(lock, thread, isHeld);
+  SetHolder(lock, thread, 1);
+}
+
+void Release(WordLock* lock) {
+  const Holder holder = HolderOf(*lock);
+  const auto count = static_cast<int16_t>(holder.count - 1);
+  if (count != 0) [[unlikely]]
+    return SetHolder(lock, holder.owner, count);
+  SetHolder(lock, 0, 0);
   // seq_cst: releases what was guarded, and is the full fence of giving back.
   lock->word.exchange(kFree);
 }
@@ -128,8 +165,7 @@ uint32_t KivSdLWSpinlockDestroy(KivSdLWSpinlock* lock) {
   if (UsesTickets()) {
     std::memset(lock->opaque, 0, sizeof(TicketLock));
   } else {
-    WordIn(lock)->owner.store(0, kRelaxed);
-    WordIn(lock)->count.store(0, kRelaxed);
+    SetHolder(WordIn(lock), 0, 0);
   }
   return 0;
 }
@@ -137,23 +173,23 @@ uint32_t KivSdLWSpinlockDestroy(KivSdLWSpinlock* lock) {
 void KivSdLWSpinlockAcquire(KivSdLWSpinlock* lock) {
   const uint32_t thread = os::CurrentThreadId();
   if (UsesTickets()) {
-    AcquireTicket(TicketIn(lock), thread);
+    Acquire(TicketIn(lock), thread);
   } else {
-    AcquireWord(WordIn(lock), thread);
+    Acquire(WordIn(lock), thread);
   }
 }
 
 void KivSdLWSpinlockRelease(KivSdLWSpinlock* lock) {
   if (UsesTickets()) {
-    ReleaseTicket(TicketIn(lock), os::CurrentThreadId());
+    Release(TicketIn(lock), os::CurrentThreadId());
   } else {
-    ReleaseWord(WordIn(lock));
+    Release(WordIn(lock));
   }
 }
 
 int32_t KivSdLWSpinlockOwner(const KivSdLWSpinlock* lock) {
   auto* words = const_cast<KivSdLWSpinlock*>(lock);
-  const kiv::Atomic<uint32_t>& owner =
-      UsesTickets() ? TicketIn(words)->owner : WordIn(words)->owner;
-  return owner.load(kRelaxed) == os::CurrentThreadId() ? 1 : 0;
+  const uint32_t owner =
+      UsesTickets() ? TicketIn(words)->owner.load(kRelaxed) : HolderOf(*WordIn(words)).owner;
+  return owner == os::CurrentThreadId() ? 1 : 0;
 }

@@ -102,6 +102,9 @@ TEST(Exports, ShareBodiesInFiveGroups) {
                                    "KivSdMemTerm"}));
   EXPECT_EQ(groups["KivIgnore"],
             (std::set<std::string>{"KivSdBindThreadToNumaNode", "adMemInfo", "adSetMemTag"}));
+  EXPECT_EQ(groups["KivAlwaysTrue"],
+            (std::set<std::string>{"adCheckMemTag", "adCheckMemoryMarker"}));
+  EXPECT_EQ(groups["KivZero"], (std::set<std::string>{"adMmap", "adMremap", "adMunmap"}));
 }
 
 TEST(Imports, ComeFromFourLibrariesAlone) {

@@ -144,8 +144,9 @@ TEST_F(HeapTest, ParksBlocksOfUpTo160BytesByTheirSize) {
     heap_.Free(block);
     EXPECT_EQ(QuickList(payload / 8 - 1), Offsets{block}) << payload;
     EXPECT_EQ(At(block), Parked(payload + 24)) << payload;
+    EXPECT_EQ(heap_.Allocate(payload - 7), block) << payload;
+    EXPECT_EQ(ParkedCount(), 0u);
   }
-  EXPECT_EQ(ParkedCount(), 18u);
 }
 
 TEST_F(HeapTest, BinsBlocksOf168Bytes) {
@@ -233,6 +234,25 @@ TEST_F(HeapTest, ConsolidatesListByListAndEachFromItsHead) {
   heap_.Consolidate();
   EXPECT_EQ(Bin(0), (Offsets{blocks[3], blocks[1], blocks[5]}));
   EXPECT_EQ(ParkedCount(), 0u);
+}
+
+TEST_F(HeapTest, ConsolidatesEveryList) {
+  std::vector<uint32_t> sizes = {200};
+  for (uint32_t blockBytes = 48; blockBytes <= 184; blockBytes += 8) {
+    sizes.insert(sizes.end(), {blockBytes, 200});
+  }
+  const Offsets blocks = Lay(sizes);
+  Offsets lower;   // up to 120 bytes
+  Offsets higher;  // from 128
+  for (size_t i = 1; i < blocks.size(); i += 2) {
+    heap_.Free(blocks[i]);
+    (sizes[i] < 128 ? lower : higher).push_back(blocks[i]);
+  }
+  ASSERT_EQ(ParkedCount(), 18u);
+  heap_.Consolidate();
+  EXPECT_EQ(ParkedCount(), 0u);
+  EXPECT_EQ(Bin(0), lower);
+  EXPECT_EQ(Bin(1), higher);
 }
 
 TEST_F(HeapTest, MergesAParkedNeighbourWhenItsOwnTurnComes) {

@@ -98,6 +98,61 @@ TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
   EXPECT_TRUE(FreeLibrary(library));
 }
 
+// What a thread does with the library once it is there.
+struct EarlyThread {
+  HANDLE loaded;
+  HMODULE library;
+  void* first;
+  void* second;
+};
+
+DWORD WINAPI UseThreadAllocator(void* argument) {
+  auto* early = static_cast<EarlyThread*>(argument);
+  WaitForSingleObject(early->loaded, INFINITE);
+  const auto call = [early](const char* name) { Find<uint32_t (*)()>(early->library, name)(); };
+  using Allocate = uint32_t (*)(void*, uint64_t, void**, const char*, uint32_t);
+  using Free = uint32_t (*)(void*, const char*, uint32_t);
+  const auto allocate = Find<Allocate>(early->library, "adMalloc");
+  const auto free = Find<Free>(early->library, "adFree");
+  call("adCreateThreadAlloc");
+  allocate(nullptr, 100, &early->first, nullptr, 0);
+  void* between = nullptr;
+  allocate(nullptr, 100, &between, nullptr, 0);
+  free(early->first, nullptr, 0);
+  allocate(nullptr, 100, &early->second, nullptr, 0);
+  free(between, nullptr, 0);
+  free(early->second, nullptr, 0);
+  call("adDestroyThreadAlloc");
+  return 0;
+}
+
+TEST_F(LibraryTest, ServesThreadsThatAreOlderThanIt) {
+  for (int round = 0; round < 3; ++round) {
+    EarlyThread early = {CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr, nullptr, nullptr};
+    HANDLE threads[3] = {};
+    for (HANDLE& thread : threads) {
+      thread = CreateThread(nullptr, 0, UseThreadAllocator, &early, 0, nullptr);
+      ASSERT_NE(thread, nullptr);
+      if (&thread == threads) continue;
+      // Only the first goes on; the others are threads that the loader has to deal with.
+      SuspendThread(thread);
+    }
+    early.library = LoadLibraryA("kivsdu.dll");
+    ASSERT_NE(early.library, nullptr);
+    Find<void (*)(uint8_t)>(early.library, "KivSdSetMemoryManager")(1);
+    SetEvent(early.loaded);
+    for (HANDLE thread : threads) {
+      ResumeThread(thread);
+      EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+      CloseHandle(thread);
+      EXPECT_NE(early.first, nullptr);
+      EXPECT_EQ(early.first, early.second);
+    }
+    CloseHandle(early.loaded);
+    EXPECT_TRUE(FreeLibrary(early.library));
+  }
+}
+
 TEST_F(LibraryTest, UtilityLibraryRefusesMissingArguments) {
   AdModuleDescriptor descriptor = {};
   unsigned char output[AD_MODULE_OUTPUT_BYTES] = {};

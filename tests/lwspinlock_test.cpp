@@ -288,7 +288,7 @@ class LWSpinlockFence : public LWSpinlock {
 
   KivSdLWSpinlock* LockOf(uint32_t number) { return number == 0 ? &lock_ : &other_; }
 
-  KivSdLWSpinlock other_;
+  alignas(64) KivSdLWSpinlock other_;  // threads that share a line may hide a missing fence
 };
 INSTANTIATE_TEST_SUITE_P(Design, LWSpinlockFence, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);

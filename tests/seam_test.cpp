@@ -16,6 +16,7 @@
 #include "os/processor.h"
 #include "os/thread.h"
 #include "os/thread_slot.h"
+#include "os/thread_word.h"
 
 namespace {
 
@@ -26,6 +27,8 @@ TEST(SeamHeap, GivesMovesAndTakesBlocks) {
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 16, 0u);
   std::memset(block, 0x5A, 100);
+  EXPECT_GE(os::RawSize(block), 100u);
+  EXPECT_LT(os::RawSize(block), 1000u);
   auto* moved = static_cast<unsigned char*>(os::RawReallocate(block, 1 << 20));
   ASSERT_NE(moved, nullptr);
   EXPECT_EQ(moved[0], 0x5A);
@@ -131,6 +134,38 @@ TEST(SeamThread, HasItsOwnIdentityAndItsOwnSlotValue) {
   EXPECT_EQ(seen.after, &seen);
   EXPECT_EQ(os::ReadThreadSlot(slot.value), &mine);
   EXPECT_TRUE(os::FreeThreadSlot(slot.value).ok);
+}
+
+struct Words {
+  void* before = nullptr;
+  void* after = nullptr;
+};
+
+uint32_t UseItsWord(void* argument) {
+  auto* words = static_cast<Words*>(argument);
+  words->before = os::ReadThreadWord();
+  os::WriteThreadWord(words);
+  words->after = os::ReadThreadWord();
+  return 0;
+}
+
+TEST(SeamThread, HasAWordOfItsOwn) {
+  EXPECT_EQ(os::ReadThreadWord(), nullptr);
+  int mine = 0;
+  os::WriteThreadWord(&mine);
+  // The second may well lie where the first did.
+  for (int round = 0; round < 2; ++round) {
+    Words words;
+    const os::ValueResult<void*> thread = os::StartThread(UseItsWord, &words, 0);
+    ASSERT_TRUE(thread.ok);
+    EXPECT_TRUE(os::JoinThread(thread.value).ok);
+    EXPECT_TRUE(os::CloseThread(thread.value).ok);
+    EXPECT_EQ(words.before, nullptr);
+    EXPECT_EQ(words.after, &words);
+  }
+  EXPECT_EQ(os::ReadThreadWord(), &mine);
+  os::WriteThreadWord(nullptr);
+  EXPECT_EQ(os::ReadThreadWord(), nullptr);
 }
 
 TEST(SeamThread, RunsOnAfterItsHandleIsClosed) {

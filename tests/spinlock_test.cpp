@@ -240,6 +240,17 @@ TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
   }
 }
 
+TEST_P(TicketSpinlock, WithoutCountingLeavesTheCountAsItWas) {
+  constexpr uint32_t kBelowZero = 0xFFFF;
+  KivSdSpinlockAcquire(lock_, kMe);
+  for (int release = 0; release < 2; ++release) KivSdSpinlockRelease(lock_);
+  ASSERT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
+  KivSdSpinlockReleaseNonReentrant(lock_);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
+}
+
 TEST_P(TicketSpinlock, WithoutCountingMakesEvenTheHolderDrawATicket) {
   KivSdSpinlockAcquireNonReentrant(lock_, kMe);
   bool entered = false;  // guarded by the lock

@@ -1,6 +1,8 @@
 // Tuning the locks: the lock variables of the environment, and measuring the spin budget against
 // every failure of the system's calls.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <io.h>
 #include <windows.h>
 
 #include <algorithm>
@@ -79,6 +81,27 @@ std::map<std::string, std::string> AllSetTo(const std::string& value) {
   return values;
 }
 
+// The bytes that a call writes to the standard output, without the runtime's translation of line
+// ends.
+std::string BytesWrittenBy(const std::function<void()>& call) {
+  constexpr int kStandardOutput = 1;
+  constexpr unsigned kRoomBytes = 4096;
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(_pipe(ends, kRoomBytes, _O_BINARY), 0);
+  std::fflush(stdout);
+  const int kept = _dup(kStandardOutput);
+  _dup2(ends[1], kStandardOutput);
+  call();
+  std::fflush(stdout);
+  _dup2(kept, kStandardOutput);
+  _close(kept);
+  _close(ends[1]);
+  std::string bytes(kRoomBytes, '\0');
+  bytes.resize(static_cast<size_t>(std::max(0, _read(ends[0], bytes.data(), kRoomBytes))));
+  _close(ends[0]);
+  return bytes;
+}
+
 // What a call prints on the standard output.
 std::string PrintedBy(const std::function<void()>& call) {
   testing::internal::CaptureStdout();
@@ -110,6 +133,43 @@ TEST(SyncEnv, ShowsTheNineDefaultsWhenOnlyTheShowingIsSet) {
     std::vector<std::string> all = kNames;
     all.push_back(kDisplay);
     EXPECT_EQ(Environment::asked(), all) << "in this order, each once";
+  });
+}
+
+TEST(SyncEnv, WritesLinesOfTheProcessesOwnEnvironmentByteForByte) {
+  IN_FRESH_PROCESS([] {
+    const Processors one(1);
+    for (const char* value :
+         {"KIV_SPINLOCK_MAXWAITLOOPS=-2147483648", "KIV_RWLOCK_RMAXSPINLOOPS=\t +300",
+          "KIV_RWLOCK_WMAXWAITLOOPS=4x", "KIV_DISPLAY_LOCKCONFIG=no"}) {
+      EXPECT_EQ(_putenv(value), 0);
+    }
+    EXPECT_EQ(BytesWrittenBy(KivSyncEnvInit),
+              "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+              "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+              "KIV_SPINLOCK_MAXWAITLOOPS=-2147483648\n"
+              "KIV_RWLOCK_RMAXSPINLOOPS=300\n"
+              "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_WMAXWAITLOOPS=4\n");
+    EXPECT_EQ(BytesWrittenBy(KivSyncEnvInit), "") << "once";
+  });
+}
+
+TEST(SyncEnv, CorrectsTheSmallestNegativeValue) {
+  IN_FRESH_PROCESS([] {
+    CheckShown(AllSetTo("-1"),
+               "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
+               "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+               "KIV_SPINLOCK_MAXWAITLOOPS=-1\n"
+               "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+               "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+               "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
   });
 }
 
@@ -226,7 +286,16 @@ TEST(SyncEnv, ReadsTheEnvironmentOfAMachineThatCannotBeMeasured) {
     const Environment environment({{kDisplay, ""}, {kNames[0], "9"}});
     const ScriptedImport pipe("CreatePipe", {.result = 0, .error = kError});
     const std::string shown = PrintedBy(KivSyncEnvInit);
-    EXPECT_EQ(shown.substr(0, shown.find('\n')), "KIV_SPINLOCK_MAXSPINLOOPS=9");
+    EXPECT_EQ(shown,
+              "KIV_SPINLOCK_MAXSPINLOOPS=9\n"
+              "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
+              "KIV_SPINLOCK_MAXWAITLOOPS=0\n"
+              "KIV_RWLOCK_RMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_RMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_RMAXWAITLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINLOOPS=1\n"
+              "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
+              "KIV_RWLOCK_WMAXWAITLOOPS=1\n");
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 20000) << "as it was";
     KivSyncEnvInit();
     EXPECT_EQ(pipe.calls().size(), 1u) << "not tried again";
@@ -264,12 +333,18 @@ class Calls {
     ends_.clear();
     threads_.clear();
     closed_.clear();
+    pipeBytes_.clear();
+    stackBytes_.clear();
+    otherBytes_ = 0;
     for (size_t i = 0; i < kFunctions; ++i) originals_[i] = patches_[i].original();
     originalClose_ = close_.original();
   }
 
   static uint32_t count(Function function) { return counts_[function]; }
   static size_t ends() { return ends_.size(); }
+  static const std::vector<DWORD>& pipeBytes() { return pipeBytes_; }
+  static const std::vector<SIZE_T>& stackBytes() { return stackBytes_; }
+  static uint32_t otherBytes() { return otherBytes_; }
 
   // Whether every end and every thread was closed exactly once.
   static bool AllAreClosed() {
@@ -293,6 +368,7 @@ class Calls {
   static BOOL WINAPI MakePipe(HANDLE* read, HANDLE* write, SECURITY_ATTRIBUTES* security,
                               DWORD bytes) {
     EXPECT_EQ(bytes, 0u) << "as large as the system likes";
+    pipeBytes_.push_back(bytes);
     if (Fails(kCreatePipe)) return FALSE;
     const BOOL made = Original<decltype(CreatePipe)>(kCreatePipe)(read, write, security, bytes);
     if (made) ends_.insert(ends_.end(), {*read, *write});
@@ -303,6 +379,7 @@ class Calls {
                                    LPTHREAD_START_ROUTINE routine, void* argument, DWORD flags,
                                    DWORD* id) {
     EXPECT_EQ(stackBytes, 1024u);
+    stackBytes_.push_back(stackBytes);
     if (Fails(kCreateThread)) return nullptr;
     const HANDLE thread = Original<decltype(CreateThread)>(kCreateThread)(
         security, stackBytes, routine, argument, flags, id);
@@ -350,6 +427,9 @@ class Calls {
   static inline std::vector<HANDLE> closed_;
   static inline std::vector<HANDLE> threads_;
   static inline std::vector<HANDLE> ends_;  // made by one thread, before there are others
+  static inline std::vector<DWORD> pipeBytes_;
+  static inline std::vector<SIZE_T> stackBytes_;    // one thread starts the other
+  static inline std::atomic<uint32_t> otherBytes_;  // writes of anything but one 'c'
 
   ImportPatch patches_[kFunctions] = {{"CreatePipe", reinterpret_cast<void*>(&MakePipe)},
                                       {"CreateThread", reinterpret_cast<void*>(&StartThread)},
@@ -411,12 +491,19 @@ TEST(SpinUpperLimit, IsTheRoundsThatLastAsLongAsOneWayOfATrip) {
   for (const auto& [tripsUs, spinUs, expected, transfer] : measurements) {
     const Clock clock({1000, 1000 + tripsUs, 5000, 5000 + spinUs});
     const Calls calls(Calls::kFunctions, kNever, transfer);
+    const ScriptedImport sleep("Sleep", {.passFirst = UINT32_MAX});
     int32_t limit = kOldLimit;
     EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
     EXPECT_EQ(limit, expected) << "cut off, and not raised to 1";
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, expected);
     EXPECT_EQ(Clock::looks(), 4u);
-    EXPECT_EQ(Calls::count(Calls::kCreateThread), 2u);
+    EXPECT_EQ(Calls::pipeBytes(), (std::vector<DWORD>{0, 0}));
+    EXPECT_EQ(Calls::stackBytes(), (std::vector<SIZE_T>{1024, 1024}));
+    ASSERT_EQ(sleep.calls().size(), 1u) << "for both threads to settle";
+    EXPECT_EQ(static_cast<DWORD>(sleep.calls()[0][0]), 100u);
+    if (transfer == Calls::kReal) {
+      EXPECT_EQ(Calls::otherBytes(), 0u);
+    }
     EXPECT_EQ(Calls::count(Calls::kReadFile), 20000u);
     EXPECT_EQ(Calls::count(Calls::kWriteFile), 20000u);
     EXPECT_EQ(Calls::ends(), 4u);
@@ -479,6 +566,18 @@ TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStill) {
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
     EXPECT_TRUE(Calls::AllAreClosed());
   }
+}
+
+TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStillWhileItSpins) {
+  const Processors two(2);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  const Clock clock({1000, 1300, 5000, 5000});
+  const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+  int32_t limit = kOldLimit;
+  EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+  EXPECT_EQ(limit, kOldLimit);
+  EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+  EXPECT_TRUE(Calls::AllAreClosed());
 }
 
 struct Failure {

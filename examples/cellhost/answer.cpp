@@ -101,12 +101,9 @@ void AnswerCell(const Cube& cube, const Query& query, ScratchText* line) {
     AddNumber(dimensions, line);
     return line->Add(" members, one of each dimension");
   }
-  uint32_t coordinates[kDimensionsMax];
-  for (uint32_t at = 0; at < dimensions; ++at) {
-    coordinates[at] = cube.dimension(at).Find(query.members[at]);
-    if (coordinates[at] == kNoEntry) return line->Add(kUnknownMember);
-  }
-  const uint32_t cell = cube.cells().Find(coordinates);
+  const CellPlace place = cube.Locate(query.members);
+  if (!place.known()) return line->Add(kUnknownMember);
+  const uint32_t cell = cube.cells().Find(place.coordinates);
   if (cell == kNoEntry) return line->Add(kNoData);
   AddNumber(cube.cells().value(cell), line);
 }

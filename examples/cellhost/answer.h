@@ -7,7 +7,7 @@
 // or "unknown dimension", "unknown member", "no data" for members that never meet, and how many
 // members a cell needs. Whole numbers are written in full, others with 12 significant digits.
 //
-// Any thread with a record, while nobody adds facts.
+// Any thread with a record, while nobody changes the cube: see cell_cache.h.
 #ifndef CELLHOST_ANSWER_H
 #define CELLHOST_ANSWER_H
 

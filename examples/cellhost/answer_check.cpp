@@ -28,9 +28,9 @@ void ShowLine(uint32_t line, std::string_view expected, std::string_view got) {
 
 AnswerCheck::AnswerCheck() : differences_(kSource) {}
 
-bool AnswerCheck::Read(const char* path) {
+bool AnswerCheck::Read(const char* path, const char* option) {
   path_ = path;
-  return expected_.Read(path, "--answers");
+  return expected_.Read(path, option);
 }
 
 std::string_view AnswerCheck::Expected(uint32_t line) const {

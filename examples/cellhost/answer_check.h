@@ -17,8 +17,9 @@ class AnswerCheck {
  public:
   AnswerCheck();
 
-  // Reads the expected answers. False on failure, which has then been told.
-  bool Read(const char* path);
+  // Reads the expected answers; see InputFile::Open for the arguments. False on failure, which has
+  // then been told.
+  bool Read(const char* path, const char* option);
 
   // Takes the next answer; it may go away afterwards. False when there is no memory.
   bool Compare(std::string_view answer);

@@ -6,6 +6,7 @@
 #include "answer_check.h"
 #include "complain.h"
 #include "exit_code.h"
+#include "line_file.h"
 #include "pipe_client.h"
 #include "protocol.h"
 #include "query.h"
@@ -34,9 +35,9 @@ bool AskOne(PipeClient* server, const Query& query, AnswerCheck* check) {
   return true;
 }
 
-bool AskAll(PipeClient* server, const QueryFile& queries, AnswerCheck* check) {
+bool AskAll(PipeClient* server, const LineFile<Query>& queries, AnswerCheck* check) {
   for (uint32_t at = 0; at < queries.count(); ++at) {
-    if (!AskOne(server, queries.query(at), check)) return false;
+    if (!AskOne(server, queries.item(at), check)) return false;
   }
   return true;
 }
@@ -44,11 +45,11 @@ bool AskAll(PipeClient* server, const QueryFile& queries, AnswerCheck* check) {
 }  // namespace
 
 int AskCommand(const AskOptions& options) {
-  QueryFile queries;
+  LineFile<Query> queries(ParseQuery);
   AnswerCheck expected;
   AnswerCheck* check = options.answers.empty() ? nullptr : &expected;
-  if (!queries.Read(options.queries.c_str())) return kExitFailed;
-  if (check != nullptr && !check->Read(options.answers.c_str())) return kExitFailed;
+  if (!queries.Read(options.queries.c_str(), "--queries")) return kExitFailed;
+  if (check != nullptr && !check->Read(options.answers.c_str(), "--answers")) return kExitFailed;
 
   PipeClient server;
   if (!server.Open(options.pipe.c_str(), options.waitSeconds * kMsPerSecond)) return kExitFailed;

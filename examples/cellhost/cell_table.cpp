@@ -26,18 +26,37 @@ uint32_t CellTable::Find(const uint32_t* coordinates) const {
 }
 
 bool CellTable::Add(const uint32_t* coordinates, double value) {
-  const uint32_t hash = HashBytes(coordinates, CoordinatesBytes());
-  const uint32_t cell = FindHashed(hash, coordinates);
-  if (cell == kNoEntry) return AddNew(hash, coordinates, value);
-  values_[cell] += value;
-  return true;
+  double* cell = FindOrMake(coordinates);
+  if (cell != nullptr) *cell += value;
+  return cell != nullptr;
 }
 
-bool CellTable::AddNew(uint32_t hash, const uint32_t* coordinates, double value) {
-  for (uint32_t dimension = 0; dimension < dimensionCount_; ++dimension) {
-    if (!coordinates_.Append(coordinates[dimension])) return false;
+bool CellTable::Set(const uint32_t* coordinates, double value) {
+  double* cell = FindOrMake(coordinates);
+  if (cell != nullptr) *cell = value;
+  return cell != nullptr;
+}
+
+// The cell's value, until the next cell is made; null when there is no memory.
+double* CellTable::FindOrMake(const uint32_t* coordinates) {
+  const uint32_t hash = HashBytes(coordinates, CoordinatesBytes());
+  const uint32_t cell = FindHashed(hash, coordinates);
+  return cell == kNoEntry ? Make(hash, coordinates) : &values_[cell];
+}
+
+// A cell of 0. Room for all parts of it comes first, so that it is made as a whole or not at all.
+double* CellTable::Make(uint32_t hash, const uint32_t* coordinates) {
+  if (!coordinates_.Reserve(coordinates_.count() + dimensionCount_) ||
+      !values_.Reserve(values_.count() + 1) || !index_.MakeRoom()) {
+    return nullptr;
   }
-  return values_.Append(value) && index_.Insert(hash, values_.count() - 1);
+  const uint32_t cell = values_.count();
+  for (uint32_t dimension = 0; dimension < dimensionCount_; ++dimension) {
+    coordinates_.Append(coordinates[dimension]);
+  }
+  values_.Append(0);
+  index_.Insert(hash, cell);
+  return &values_[cell];
 }
 
 }  // namespace cellhost

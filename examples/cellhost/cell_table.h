@@ -6,7 +6,7 @@
 //   coordinates  | 0 0 1 | 5 0 0 | 2 1 1 | ...
 //   values       |  812  |   40  |  3.5  | ...
 //
-// Cells are only added while facts are loaded; afterwards any number of threads may read.
+// Cells are added and changed, never taken away. Not locked.
 #ifndef CELLHOST_CELL_TABLE_H
 #define CELLHOST_CELL_TABLE_H
 
@@ -24,9 +24,10 @@ class CellTable {
   // How many coordinates a cell has, at least 1. Before the first cell.
   void SetDimensionCount(uint32_t count) { dimensionCount_ = count; }
 
-  // Adds a value to the cell at these coordinates, which is made if there is none. False when
-  // there is no memory.
+  // Add a value to the cell at these coordinates, or set the cell to it; the cell is made if there
+  // is none. False when there is no memory; the table is then as it was.
   bool Add(const uint32_t* coordinates, double value);
+  bool Set(const uint32_t* coordinates, double value);
 
   // The cell at these coordinates, or kNoEntry.
   uint32_t Find(const uint32_t* coordinates) const;
@@ -46,7 +47,8 @@ class CellTable {
   }
   uint64_t CoordinatesBytes() const { return uint64_t{dimensionCount_} * sizeof(uint32_t); }
   uint32_t FindHashed(uint32_t hash, const uint32_t* coordinates) const;
-  bool AddNew(uint32_t hash, const uint32_t* coordinates, double value);
+  double* FindOrMake(const uint32_t* coordinates);
+  double* Make(uint32_t hash, const uint32_t* coordinates);
 
   uint32_t dimensionCount_ = 0;
   HostArray<uint32_t> coordinates_;

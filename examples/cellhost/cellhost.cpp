@@ -6,17 +6,27 @@
 //     run_command  system_report      the commands of one process
 //       fact_loader csv_reader        facts into a cube
 //       query answer answer_check     queries, answers, comparison
+//       line_file words               files of queries or orders, and their words
 //     serve_command                   the server of many clients
 //       connection pipe_server        a thread for each client, commands
-//       worker request_ring service   threads that answer queries, what all threads share
+//       worker request_ring service   threads that do what clients ask, what all of them share
+//       cell_cache put_order          the cells that they share, changing them
+//       hog                           memory to the limit
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     demo_command demo_client        a server and clients, each a process
+//       demo_writer                   clients that change cells
 //       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library
+//   memory_manager request_heap       how it gives memory; a request's own
 //   host host_thread thread_record    the library's start-up, threads, what each thread has
+#include <stdlib.h>
+
+#include <string>
+
 #include "command_line.h"
+#include "complain.h"
 #include "exit_code.h"
 #include "host.h"
 #include "system_report.h"
@@ -32,15 +42,29 @@ int Do(const CommandLine& line) {
     case Command::kReport:
       return ReportCommand();
     case Command::kServe:
-      return ServeCommand(line.serve);
+      return ServeCommand(line.serve, line.locks);
     case Command::kAsk:
       return AskCommand(line.ask);
     case Command::kSend:
       return SendCommand(line.send);
     case Command::kDemo:
-      return DemoCommand(line.demo);
+      return DemoCommand(line.demo, line.locks);
   }
   return kExitFailed;
+}
+
+// Who keeps cells has memory as configured. Clients hold little, and the library lists its
+// configuration on the standard output, where they have answers.
+MemoryUse MemoryOf(Command command) {
+  const bool keepsCells = command == Command::kRun || command == Command::kServe;
+  return keepsCells ? MemoryUse::kAsConfigured : MemoryUse::kPlain;
+}
+
+// The library looks for its configuration below what MOLTAPATH names.
+bool NameConfiguration(const std::string& folder) {
+  if (folder.empty()) return true;
+  if (_putenv(("MOLTAPATH=" + folder).c_str()) == 0) return true;
+  return Complain("could not set MOLTAPATH to '%s'", folder.c_str());
 }
 
 }  // namespace
@@ -49,7 +73,9 @@ int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
-  if (!StartHost()) return kExitFailed;
+  if (!NameConfiguration(line.memory) || !StartHost(line.locks, MemoryOf(line.command))) {
+    return kExitFailed;
+  }
   exitCode = Do(line);
   StopHost();
   return exitCode;

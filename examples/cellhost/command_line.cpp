@@ -3,6 +3,7 @@
 #include "command_line.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,8 +28,9 @@ constexpr char kDetails[] =
 
 constexpr char kDefaultFacts[] = "examples/cellhost/data/facts.csv";
 constexpr char kDefaultQueries[] = "examples/cellhost/data/queries.txt";
-
 constexpr char kDefaultAnswers[] = "examples/cellhost/data/answers.txt";
+constexpr char kDefaultPuts[] = "examples/cellhost/data/puts.txt";
+constexpr char kDefaultAnswersAfter[] = "examples/cellhost/data/answers-after.txt";
 
 constexpr uint32_t kWaitSecondsMax = 600;
 
@@ -71,18 +73,39 @@ void AddClient(CLI::App* command, std::string* pipe, uint32_t* waitSeconds) {
       ->capture_default_str();
 }
 
-void AddRun(CLI::App* app, RunOptions* run) {
+void AddLocks(CLI::App* command, LockDesign* locks) {
+  const std::map<std::string, LockDesign> designs = {{kTestAndSetName, LockDesign::kTestAndSet},
+                                                     {kTicketName, LockDesign::kTicket}};
+  command->add_option("--locks", *locks, "Design of the server's spinlocks")
+      ->type_name("test-and-set|ticket")
+      ->transform(CLI::CheckedTransformer(designs))
+      ->default_str(kTestAndSetName);
+}
+
+void AddMemory(CLI::App* command, std::string* memory) {
+  command
+      ->add_option("--memory", *memory,
+                   "Folder with bin/config.mem, which tunes the memory manager; without it, what "
+                   "MOLTAPATH names")
+      ->type_name("FOLDER")
+      ->check(CLI::ExistingDirectory);
+}
+
+void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
   AddQueries(command, &run->queries);
   AddAnswers(command, &run->answers, "Expected answers; without it none are compared");
+  AddMemory(command, memory);
 }
 
-void AddServe(CLI::App* app, ServeOptions* serve) {
+void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, std::string* memory) {
   CLI::App* command = app->add_subcommand("serve", "Load facts and serve clients over a pipe");
   AddFacts(command, &serve->facts);
   serve->pipe = kDefaultPipe;
   AddPipe(command, &serve->pipe)->capture_default_str();
+  AddLocks(command, locks);
+  AddMemory(command, memory);
 }
 
 void AddAsk(CLI::App* app, AskOptions* ask) {
@@ -99,18 +122,31 @@ void AddAsk(CLI::App* app, AskOptions* ask) {
 void AddSend(CLI::App* app, SendOptions* send) {
   CLI::App* command = app->add_subcommand("send", "Send a server one command, print the reply");
   AddClient(command, &send->pipe, &send->waitSeconds);
-  command->add_option("command", send->command, "CHUNK, STATS, STOP, or QUERY and a query")
+  command
+      ->add_option("command", send->command,
+                   "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, or HOG, MiB")
       ->required();
 }
 
-void AddDemo(CLI::App* app, DemoOptions* demo) {
-  CLI::App* command = app->add_subcommand("demo", "Run a server and clients, and lose a client");
+void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
+  CLI::App* command = app->add_subcommand(
+      "demo", "Run a server and clients, lose a client, and change cells from several");
   AddFacts(command, &demo->facts);
   AddQueries(command, &demo->queries);
   demo->answers = kDefaultAnswers;
   AddAnswers(command, &demo->answers, "Expected answers")->capture_default_str();
   demo->pipe = kDefaultPipe;
   AddPipe(command, &demo->pipe)->capture_default_str();
+  demo->puts = kDefaultPuts;
+  command->add_option("--puts", demo->puts, "Orders to change cells, one a line, no cell twice")
+      ->type_name("FILE")
+      ->capture_default_str();
+  demo->answersAfter = kDefaultAnswersAfter;
+  command->add_option("--answers-after", demo->answersAfter, "Expected answers after the changes")
+      ->type_name("FILE")
+      ->capture_default_str();
+  AddLocks(command, locks);
+  AddMemory(command, &demo->memory);
 }
 
 Command CommandOf(const CLI::App& app) {
@@ -141,12 +177,13 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   app.footer(kDetails);
   app.set_version_flag("--version", "cellhost " KIVSDU_VERSION_TEXT);
   app.require_subcommand(0, 1);
-  AddRun(&app, &line->run);
+  AddRun(&app, &line->run, &line->memory);
   app.add_subcommand("report", "Print the system report alone");
-  AddServe(&app, &line->serve);
+  line->locks = LockDesign::kTestAndSet;
+  AddServe(&app, &line->serve, &line->locks, &line->memory);
   AddAsk(&app, &line->ask);
   AddSend(&app, &line->send);
-  AddDemo(&app, &line->demo);
+  AddDemo(&app, &line->demo, &line->locks);
   try {
     app.parse(Reversed(count, arguments));
   } catch (const CLI::ParseError& error) {

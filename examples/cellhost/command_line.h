@@ -2,8 +2,11 @@
 #ifndef CELLHOST_COMMAND_LINE_H
 #define CELLHOST_COMMAND_LINE_H
 
+#include <string>
+
 #include "ask_command.h"
 #include "demo_command.h"
+#include "lock_design.h"
 #include "run_command.h"
 #include "serve_command.h"
 
@@ -13,6 +16,8 @@ enum class Command { kRun, kReport, kServe, kAsk, kSend, kDemo };
 
 struct CommandLine {
   Command command;
+  LockDesign locks;
+  std::string memory;  // folder with bin/config.mem; empty: none is named
   RunOptions run;
   ServeOptions serve;
   AskOptions ask;

@@ -10,6 +10,8 @@
 
 #include <stdint.h>
 
+#include <string_view>
+
 #include "kivsdu/context.h"
 
 namespace cellhost {
@@ -23,6 +25,12 @@ CELLHOST_FORMAT(1, 2) bool Complain(const char* format, ...);
 // Tells what is wrong in a line of a file. Always false, to be returned.
 CELLHOST_FORMAT(3, 4)
 bool ComplainAt(const char* path, uint64_t line, const char* format, ...);
+
+// How much of a text from outside a message shows, for the %.*s of a format.
+inline int ShownLength(std::string_view text) {
+  constexpr size_t kShownCharacters = 40;
+  return static_cast<int>(text.size() < kShownCharacters ? text.size() : kShownCharacters);
+}
 
 // Whether an operation of the library succeeded; if not, says what failed, with its status and
 // the OS error of its context.

@@ -4,14 +4,33 @@
 #include <stdio.h>
 
 #include "complain.h"
+#include "memory_manager.h"
 #include "protocol.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kStatsBytes = 256;  // six numbers with their names
+constexpr uint32_t kStatsBytes = 512;  // numbers with their names
 constexpr uint32_t kChunkBytes = 32;
 constexpr uint32_t kGoodbyeMs = 3000;  // for a client to read the last reply and close the pipe
+
+struct MemoryText {
+  char text[256];
+};
+
+MemoryText MemoryInUse() {
+  const MemoryTotals totals = MemoryTotalsNow();
+  if (!totals.counted) return {"not counted"};
+  const MemoryBlocks blocks = MemoryBlocksNow();
+  const auto number = [](uint64_t value) { return static_cast<unsigned long long>(value); };
+  MemoryText text;
+  snprintf(text.text, sizeof text.text,
+           "%llu outside heaps, %llu in heaps, %llu aligned, at most %llu, "
+           "blocks allocated %llu, freed %llu",
+           number(totals.outsideHeaps), number(totals.inHeaps), number(totals.aligned),
+           number(totals.peak), number(blocks.allocated), number(blocks.freed));
+  return text;
+}
 
 }  // namespace
 
@@ -66,13 +85,18 @@ Connection::Next Connection::ServeRequest(uint32_t client) {
 }
 
 Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
+  const std::string_view whole = message;
   const std::string_view verb = TakeVerb(&message);
-  if (verb == kQuery) return Answer(message);
+  if (verb == kQuery) return HandOver(RequestKind::kRead, message);
+  if (verb == kPut) return HandOver(RequestKind::kWrite, whole);
+  if (verb == kHog) return HandOver(RequestKind::kMemory, whole);
   if (verb == kChunk) return TellChunk(client);
   if (verb == kStats) return TellStats();
   if (verb == kBye) return Next::kLeft;
   if (verb != kStop) {
-    return Tell("ERROR no such command; send CHUNK, STATS, QUERY and a query, STOP or BYE");
+    return Tell(
+        "ERROR no such command; send CHUNK, STATS, QUERY and a query, PUT and a cell and a number, "
+        "HOG and a number, STOP or BYE");
   }
   const Next next = Tell("OK stopping");
   service_->Stop();
@@ -90,19 +114,25 @@ Connection::Next Connection::TellChunk(uint32_t client) {
 }
 
 Connection::Next Connection::TellStats() {
+  uint32_t cells = 0;
+  if (!service_->cells.Count(&cells)) return Tell("ERROR no memory for the counts");
   const uint64_t queries = service_->queries.load(std::memory_order_relaxed);
+  const uint64_t puts = service_->puts.load(std::memory_order_relaxed);
   char reply[kStatsBytes];
   snprintf(reply, sizeof reply,
-           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, uptime %llu s",
-           static_cast<unsigned long long>(service_->rows), service_->cube.cells().count(),
+           "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, puts %llu, uptime %llu s, "
+           "memory %s",
+           static_cast<unsigned long long>(service_->rows), cells,
            service_->clients.load(std::memory_order_relaxed),
            service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
-           static_cast<unsigned long long>(service_->uptimeSeconds()));
+           static_cast<unsigned long long>(puts),
+           static_cast<unsigned long long>(service_->uptimeSeconds()), MemoryInUse().text);
   return Tell(reply);
 }
 
-Connection::Next Connection::Answer(std::string_view query) {
-  request_.query = query;
+Connection::Next Connection::HandOver(RequestKind kind, std::string_view text) {
+  request_.kind = kind;
+  request_.text = text;
   // Without a wait the worker might still use the request, so that nothing more can be said.
   if (!service_->ring.Put(&request_) || !request_.AwaitDone()) {
     service_->Fail();

@@ -1,5 +1,5 @@
 // A connection: an instance of the control pipe and the thread that serves its clients, one
-// after the other. Queries go to the workers; the thread answers everything else itself.
+// after the other. Queries and PUTs go to the workers; the thread answers everything else itself.
 #ifndef CELLHOST_CONNECTION_H
 #define CELLHOST_CONNECTION_H
 
@@ -40,7 +40,7 @@ class Connection {
   void ServeClient(uint32_t client);
   Next ServeRequest(uint32_t client);
   Next Obey(uint32_t client, std::string_view message);
-  Next Answer(std::string_view query);
+  Next HandOver(RequestKind kind, std::string_view text);
   Next Tell(std::string_view reply);
   Next TellChunk(uint32_t client);
   Next TellStats();

@@ -19,6 +19,15 @@ bool Cube::AddFact(const std::string_view* members, double value) {
   return cells_.Add(coordinates, value);
 }
 
+CellPlace Cube::Locate(const std::string_view* members) const {
+  CellPlace place = {.unknownIn = kNoEntry, .coordinates = {}};
+  for (uint32_t at = 0; at < dimensionCount_ && place.known(); ++at) {
+    place.coordinates[at] = dimensions_[at].Find(members[at]);
+    if (place.coordinates[at] == kNoEntry) place.unknownIn = at;
+  }
+  return place;
+}
+
 uint32_t Cube::FindDimension(std::string_view name) const {
   for (uint32_t at = 0; at < dimensionCount_; ++at) {
     if (dimensions_[at].name() == name) return at;

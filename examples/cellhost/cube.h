@@ -1,5 +1,5 @@
-// A cube: the dimensions, the stack with all their names, and the cells. Filled by one thread,
-// then read by any number of them.
+// A cube: the dimensions, the stack with all their names, and the cells. Filled by one thread;
+// then any number of them may read, and cell_cache.h lets some of them change cells meanwhile.
 #ifndef CELLHOST_CUBE_H
 #define CELLHOST_CUBE_H
 
@@ -15,6 +15,15 @@ namespace cellhost {
 
 constexpr uint32_t kDimensionsMax = 16;
 
+// Where a cell is, or would be.
+struct CellPlace {
+  uint32_t unknownIn;  // the first dimension without the member that was named; kNoEntry if all
+                       // have theirs, and only then the rest means something
+  uint32_t coordinates[kDimensionsMax];
+
+  bool known() const { return unknownIn == kNoEntry; }
+};
+
 class Cube {
  public:
   // Adds a dimension; before the first fact, at most kDimensionsMax. False when there is no
@@ -25,6 +34,17 @@ class Cube {
   //
   //   members  one of each dimension, in order; new ones are added
   bool AddFact(const std::string_view* members, double value);
+
+  // Finds a cell's place.
+  //
+  //   members  one of each dimension, in order
+  CellPlace Locate(const std::string_view* members) const;
+
+  // Sets the cell at a known place, which is made if there is none. False when there is no memory;
+  // the cube is then as it was.
+  bool SetCell(const CellPlace& place, double value) {
+    return cells_.Set(place.coordinates, value);
+  }
 
   // The number of a dimension, or kNoEntry.
   uint32_t FindDimension(std::string_view name) const;

@@ -23,9 +23,10 @@ ShortText NameOf(uint32_t client) {
 
 }  // namespace
 
-bool DemoClient::Start(const DemoOptions& options, uint32_t number) {
+bool DemoClient::Start(const DemoOptions& options, const ExpectedAnswers& answers,
+                       uint32_t number) {
   number_ = number;
-  return check_.Read(options.answers.c_str()) &&
+  return check_.Read(answers.path, answers.option) &&
          process_.Start({"ask", "--pipe", options.pipe, "--queries", options.queries});
 }
 

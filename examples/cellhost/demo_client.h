@@ -10,13 +10,19 @@
 
 namespace cellhost {
 
+// A file of what the server is to answer, and the option that names it.
+struct ExpectedAnswers {
+  const char* path;
+  const char* option;
+};
+
 class DemoClient {
  public:
   // Starts a client that asks each query once and leaves. False on failure, which has then been
   // told.
   //
   //   number  from 1; for what is printed
-  bool Start(const DemoOptions& options, uint32_t number);
+  bool Start(const DemoOptions& options, const ExpectedAnswers& answers, uint32_t number);
 
   // Waits for the end, compares all answers and prints the outcome. Whether all agree.
   bool Finish();

@@ -9,8 +9,10 @@
 #include "child_process.h"
 #include "complain.h"
 #include "demo_client.h"
+#include "demo_writer.h"
 #include "exit_code.h"
 #include "kivsdu/thread.h"
+#include "line_file.h"
 #include "page.h"
 #include "pipe_client.h"
 #include "protocol.h"
@@ -19,38 +21,59 @@
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kClients = 4;
-constexpr uint32_t kAtOnce = 2;  // of these, together with the one that is lost
+constexpr uint32_t kAtOnce = 2;  // clients that ask, together with the one that is lost
+constexpr uint32_t kInTurn = 2;
+constexpr uint32_t kWriters = 3;
+constexpr uint32_t kAfter = 2;  // clients that ask at the same time once the cells have changed
+constexpr uint32_t kAskers = kAtOnce + kInTurn + kAfter;
 
-constexpr uint32_t kLoadLimitMs = 30 * 1000;
+// A busy machine takes seconds to measure the spin budget of its locks.
+constexpr uint32_t kLoadLimitMs = 60 * 1000;
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
 constexpr uint32_t kTryMs = 50;
+constexpr char kHogOrder[] = "HOG 256";
+constexpr std::string_view kTaken = "took 256 MiB; ";
+constexpr std::string_view kRefused = "refused after ";
+constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
 constexpr double kUsPerSecond = 1e6;
 
 // What is added up for the last line.
 struct Outcome {
   uint32_t agreeing;
   uint32_t expected;
-  uint32_t lost;  // clients that the server counts as lost
+  uint32_t stored;  // cells
+  uint32_t lost;    // clients that the server counts as lost
   bool serverEnded;
 };
 
+ExpectedAnswers Before(const DemoOptions& options) {
+  return {.path = options.answers.c_str(), .option = "--answers"};
+}
+
+ExpectedAnswers After(const DemoOptions& options) {
+  return {.path = options.answersAfter.c_str(), .option = "--answers-after"};
+}
+
 // Starts the server and waits until it has loaded the facts and made its pipe.
-bool StartServer(const DemoOptions& options, ChildProcess* server) {
+bool StartServer(const DemoOptions& options, LockDesign locks, ChildProcess* server) {
   const Stopwatch watch;
   const TimeLimit limit(kLoadLimitMs);
-  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe})) return false;
+  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe, "--locks",
+                      NameOf(locks), options.memory.empty() ? "" : "--memory", options.memory})) {
+    return false;
+  }
   for (Pause pause; !ServerListens(options.pipe.c_str(), kTryMs); pause.Take()) {
     if (!server->alive()) return Complain("the server ended before it served; it said why above");
     if (limit.passed()) {
-      return Complain("the server has not loaded the facts within %u s; give it fewer with --facts",
+      return Complain("the server is not ready after %u s; give it fewer facts with --facts",
                       kLoadLimitMs / 1000);
     }
   }
   Heading("Server");
   Item("Process", "%u, ready after %.3f s", server->id(), watch.elapsedUs() / kUsPerSecond);
   Item("Pipe", "%s", options.pipe.c_str());
+  Item("Spinlocks", "%s", NameOf(locks));
   return true;
 }
 
@@ -68,7 +91,7 @@ bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
   DemoClient clients[kAtOnce];
   if (!lost.Start(options)) return false;
   for (uint32_t at = 0; at < kAtOnce; ++at) {
-    if (!clients[at].Start(options, at + 1)) return false;
+    if (!clients[at].Start(options, Before(options), at + 1)) return false;
   }
   bool done = lost.Lose();
   for (DemoClient& client : clients) {
@@ -80,9 +103,26 @@ bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
 bool RunInTurn(const DemoOptions& options, Outcome* outcome) {
   Heading("Clients one after another");
   bool done = true;
-  for (uint32_t number = kAtOnce + 1; number <= kClients; ++number) {
+  for (uint32_t at = 0; at < kInTurn; ++at) {
     DemoClient client;
-    if (!client.Start(options, number) || !FinishClient(&client, outcome)) done = false;
+    const bool started = client.Start(options, Before(options), kAtOnce + at + 1);
+    if (!started || !FinishClient(&client, outcome)) done = false;
+  }
+  return done;
+}
+
+// Each order goes to one of the writers, so that no two of them change the same cell.
+bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Outcome* outcome) {
+  Heading("Clients that change cells, at the same time");
+  DemoWriter writers[kWriters];
+  bool done = true;
+  for (uint32_t at = 0; at < kWriters; ++at) {
+    const uint32_t number = kAtOnce + kInTurn + at + 1;
+    if (!writers[at].Start(options.pipe.c_str(), orders, at, kWriters, number)) return false;
+  }
+  for (DemoWriter& writer : writers) {
+    if (!writer.Finish()) done = false;
+    outcome->stored += writer.stored();
   }
   return done;
 }
@@ -91,6 +131,35 @@ bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
   if (!control->Ask(request, reply)) return false;
   Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
   return reply->ok;
+}
+
+// A server with a limit of its memory refuses, and goes on; one without has as much.
+bool RunHog(const DemoOptions& options) {
+  Heading("A client that has the server take memory");
+  PipeClient client;
+  Reply reply;
+  if (!client.Open(options.pipe.c_str(), 0) || !AskAndPrint(&client, kHogOrder, &reply)) {
+    return false;
+  }
+  const bool refused = reply.text.starts_with(kRefused);
+  const bool asItShould =
+      refused ? reply.text.ends_with(kWarnedAndBack) : reply.text.starts_with(kTaken);
+  client.Leave();
+  return asItShould || Complain("the server did not bear that as it should");
+}
+
+bool RunAfter(const DemoOptions& options, Outcome* outcome) {
+  Heading("Clients after the changes");
+  DemoClient clients[kAfter];
+  bool done = true;
+  for (uint32_t at = 0; at < kAfter; ++at) {
+    const uint32_t number = kAtOnce + kInTurn + kWriters + at + 1;
+    if (!clients[at].Start(options, After(options), number)) return false;
+  }
+  for (DemoClient& client : clients) {
+    if (!FinishClient(&client, outcome)) done = false;
+  }
+  return done;
 }
 
 uint32_t LostOf(std::string_view stats) {
@@ -137,26 +206,35 @@ bool EndServer(ChildProcess* server, Outcome* outcome) {
 }
 
 void PrintOutcome(const Outcome& outcome) {
-  printf("\n%u of %u answers of %u clients agree; %u %s lost%s; the server %s\n", outcome.agreeing,
-         outcome.expected, kClients, outcome.lost == 0 ? 1 : outcome.lost,
-         outcome.lost > 1 ? "clients were" : "client was",
-         outcome.lost == 0 ? " and not noticed" : " and noticed",
-         outcome.serverEnded ? "ended cleanly" : "did not end cleanly");
+  printf(
+      "\n%u of %u answers of %u clients agree; %u cells were put by %u clients; %u %s lost%s; "
+      "the server %s\n",
+      outcome.agreeing, outcome.expected, kAskers, outcome.stored, kWriters,
+      outcome.lost == 0 ? 1 : outcome.lost, outcome.lost > 1 ? "clients were" : "client was",
+      outcome.lost == 0 ? " and not noticed" : " and noticed",
+      outcome.serverEnded ? "ended cleanly" : "did not end cleanly");
 }
 
 }  // namespace
 
-int DemoCommand(const DemoOptions& options) {
+int DemoCommand(const DemoOptions& options, LockDesign locks) {
+  LineFile<PutOrder> orders(ParsePut);
+  if (!orders.Read(options.puts.c_str(), "--puts")) return kExitFailed;
   ChildProcess server;
   Outcome outcome = {};
-  if (!StartServer(options, &server)) return kExitFailed;
+  if (!StartServer(options, locks, &server)) return kExitFailed;
   const bool atOnce = RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
+  const bool changed = RunWriters(options, orders, &outcome);
+  const bool borne = RunHog(options);
+  const bool after = changed && RunAfter(options, &outcome);
   const bool controlled = ControlServer(options, &outcome);
   const bool ended = EndServer(&server, &outcome);
   PrintOutcome(outcome);
   if (outcome.agreeing != outcome.expected) return kExitAnswersDiffer;
-  return atOnce && inTurn && controlled && ended && outcome.lost == 1 ? kExitDone : kExitFailed;
+  const bool done =
+      atOnce && inTurn && changed && borne && after && controlled && ended && outcome.lost == 1;
+  return done ? kExitDone : kExitFailed;
 }
 
 }  // namespace cellhost

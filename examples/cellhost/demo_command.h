@@ -1,9 +1,12 @@
-// `cellhost demo`: a server and its clients, each a process of its own, and one client that is
-// killed in the middle of its queries.
+// `cellhost demo`: a server and its clients, each a process of its own; one client that is killed
+// in the middle of its queries; clients that change cells; and one that has the server take more
+// memory than it gets, after which all answers are compared anew.
 #ifndef CELLHOST_DEMO_COMMAND_H
 #define CELLHOST_DEMO_COMMAND_H
 
 #include <string>
+
+#include "lock_design.h"
 
 namespace cellhost {
 
@@ -11,12 +14,18 @@ struct DemoOptions {
   std::string facts;
   std::string queries;
   std::string answers;
+  std::string puts;
+  std::string answersAfter;  // when all PUTs are carried out, in any order
   std::string pipe;
+  std::string memory;  // the server's; see CommandLine
 };
 
-// given: what the command line says. The program's exit code, 0 only if every answer agrees, the
-// lost client was noticed and the server ended cleanly. On a thread with a record.
-int DemoCommand(const DemoOptions& options);
+// The program's exit code, 0 only if every answer agrees, every PUT was carried out, memory that
+// was refused was warned of and given back, the lost
+// client was noticed and the server ended cleanly. On a thread with a record.
+//
+//   locks  the server's
+int DemoCommand(const DemoOptions& options, LockDesign locks);
 
 }  // namespace cellhost
 

@@ -1,24 +1,16 @@
 // From CSV to cube; see fact_loader.h.
 #include "fact_loader.h"
 
-#include <charconv>
-
 #include "complain.h"
 #include "csv_reader.h"
-#include "kivsdu/system.h"
+#include "measure.h"
 #include "progress.h"
 #include "stopwatch.h"
-#include "thread_record.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kColumnsMin = 2;   // a dimension and the measure
-constexpr int kShownCharacters = 40;  // of a bad field, in a message
-
-int ShownLength(std::string_view text) {
-  return text.size() < kShownCharacters ? static_cast<int>(text.size()) : kShownCharacters;
-}
+constexpr uint32_t kColumnsMin = 2;  // a dimension and the measure
 
 bool AddHeaderColumn(const CsvReader& reader, uint32_t column, Cube* cube) {
   const std::string_view name = reader.field(column);
@@ -53,16 +45,8 @@ bool ReadHeader(CsvReader* reader, Cube* cube) {
   return true;
 }
 
-bool ReadMeasure(const CsvReader& reader, std::string_view text, double* measure) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, *measure);
-  // The words "inf" and "nan" are read too, and would spoil every sum.
-  uint8_t infinite = 0;
-  if (error == std::errc() && stop == end) {
-    KivSdContext* ctx = ThisContext();
-    if (!Succeeded(ctx, KivSdIsInfinite(ctx, *measure, &infinite), "check a number")) return false;
-    if (infinite == 0) return true;
-  }
+bool ReadRowMeasure(const CsvReader& reader, std::string_view text, double* measure) {
+  if (ReadMeasure(text, measure)) return true;
   return ComplainAt(reader.file().path(), reader.rowLine(),
                     "measure '%.*s' is not a number; write it as in 12 or -3.5", ShownLength(text),
                     text.data());
@@ -85,7 +69,8 @@ bool AddRow(const CsvReader& reader, Cube* cube) {
     }
   }
   double measure = 0;
-  return ReadMeasure(reader, reader.field(dimensions), &measure) && cube->AddFact(members, measure);
+  return ReadRowMeasure(reader, reader.field(dimensions), &measure) &&
+         cube->AddFact(members, measure);
 }
 
 bool AddRows(CsvReader* reader, Cube* cube, uint64_t* rows) {

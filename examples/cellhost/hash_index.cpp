@@ -17,8 +17,10 @@ constexpr uint64_t kFnvPrime = 1099511628211ull;
 
 }  // namespace
 
+bool HashIndex::MakeRoom() { return !IsCrowded(used_ + 1ull, slots_.count()) || Grow(); }
+
 bool HashIndex::Insert(uint32_t hash, uint32_t entry) {
-  if (IsCrowded(used_ + 1ull, slots_.count()) && !Grow()) return false;
+  if (!MakeRoom()) return false;
   Place(slots_, {.hash = hash, .entry = entry});
   ++used_;
   return true;

@@ -34,6 +34,10 @@ class HashIndex {
     }
   }
 
+  // Makes room for one more entry, which Insert then adds without fail. False when there is no
+  // memory.
+  bool MakeRoom();
+
   // Adds an entry that is not there. False when there is no memory.
   bool Insert(uint32_t hash, uint32_t entry);
 

@@ -4,6 +4,7 @@
 #include "complain.h"
 #include "kivsdu/numa.h"
 #include "kivsdu/settings.h"
+#include "kivsdu/sync.h"
 #include "kivsdu/vorutil.h"
 #include "thread_record.h"
 
@@ -41,14 +42,26 @@ void InstallSettings() {
   KivSdSetUkrThreadDetachFunction(CountDetach);
 }
 
-}  // namespace
-
-bool StartHost() {
-  InstallSettings();
-  KivSdInitNumaResources();
+bool StartThreads() {
   if (!Succeeded(nullptr, KivSdVorUtilTlsInit(), "make the thread slot")) return false;
   if (EnterThread()) return true;
   KivSdVorUtilTlsTerm();
+  return false;
+}
+
+}  // namespace
+
+bool StartHost(LockDesign locks, MemoryUse memory) {
+  // Before anything that may make a lock, and the memory manager does: the two designs keep their
+  // fields in different places.
+  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
+  // Before anything has memory.
+  if (StartMemoryManager(memory)) {
+    InstallSettings();
+    KivSdInitNumaResources();
+    if (StartThreads()) return true;
+  }
+  StopMemoryManager();
   return false;
 }
 
@@ -57,6 +70,7 @@ void StopHost() {
   KivSdVorUtilTlsTerm();
   // The hooks stay, as a hook cannot be taken away; the record that they count in is static.
   KivSdSetLeaseGuardAccessFunction(nullptr);
+  StopMemoryManager();
 }
 
 const HostRecord& Host() { return *OwnRecord(); }

@@ -1,11 +1,15 @@
-// Start-up and shutdown of the server, in the order that the library asks for: settings and
-// hooks first, while there is one thread, then the resources, then the thread's own record.
+// Start-up and shutdown of the server, in the order that the library asks for: the locks' design,
+// the memory manager, settings and hooks, while there is one thread, then the resources, then the
+// thread's own record.
 #ifndef CELLHOST_HOST_H
 #define CELLHOST_HOST_H
 
 #include <stdint.h>
 
 #include <atomic>
+
+#include "lock_design.h"
+#include "memory_manager.h"
 
 namespace cellhost {
 
@@ -16,7 +20,12 @@ struct HostRecord {
 };
 
 // Both on the main thread, once each. StartHost says what failed, and gives back what it took.
-bool StartHost();
+//
+//   locks   the design of every spinlock of the process; it cannot be changed later
+//   memory  whether there may be heaps; see memory_manager.h
+//
+// Everything made between the two is freed before StopHost.
+bool StartHost(LockDesign locks, MemoryUse memory);
 void StopHost();
 
 // The server's record; after StartHost, any thread.

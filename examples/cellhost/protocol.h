@@ -12,6 +12,10 @@
 //   CHUNK         asks for a unit of work     OK 3 (the client's number)
 //   STATS         asks for counts             OK rows 63666, cells 9143, clients 2, lost 0, ...
 //   QUERY <text>  asks a query; see query.h   OK SUM section=libs: 17833030
+//   PUT <text>    changes a cell, named by a member of each dimension, which a number follows;
+//                 see put_order.h             OK stored
+//   HOG <number>  takes so many MiB of memory, or as many as there are, and gives them back;
+//                 see hog.h                   OK refused after 52 MiB; warning seen; totals back
 //   STOP          ends the server             OK stopping
 //   BYE           the client leaves           no answer
 //
@@ -38,11 +42,14 @@ constexpr uint32_t kReplyBufferBytes = 64 * 1024;  // a longer reply waits for t
 constexpr std::string_view kChunk = "CHUNK";
 constexpr std::string_view kStats = "STATS";
 constexpr std::string_view kQuery = "QUERY";
+constexpr std::string_view kPut = "PUT";
+constexpr std::string_view kHog = "HOG";
 constexpr std::string_view kStop = "STOP";
 constexpr std::string_view kBye = "BYE";
 
 constexpr std::string_view kOk = "OK";
 constexpr std::string_view kError = "ERROR";
+constexpr std::string_view kStored = "stored";  // what a PUT is told behind OK
 
 // In STATS, in front of their counts.
 constexpr std::string_view kStatLost = "lost ";

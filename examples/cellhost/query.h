@@ -4,9 +4,7 @@
 //   TOP dimension count     the members with the largest sums, largest first, ties by name
 //   CELL member member ...  one cell, named by a member of each dimension in order
 //
-// Blank lines, and lines that start with #, say nothing. Words are separated by blanks and tabs;
-// a word or a part of it may stand in double quotes, where blanks and = are plain characters and
-// a quote is doubled.
+// of words as in words.h.
 #ifndef CELLHOST_QUERY_H
 #define CELLHOST_QUERY_H
 
@@ -15,9 +13,8 @@
 #include <string_view>
 
 #include "cube.h"
-#include "host_memory.h"
-#include "text_lines.h"
-#include "text_stack.h"
+#include "text_room.h"
+#include "words.h"
 
 namespace cellhost {
 
@@ -32,37 +29,14 @@ struct Query {
   std::string_view members[kDimensionsMax];
 };
 
-// What is wrong with a query, and what to do.
-struct QueryFault {
-  char text[160];
-};
-
 // From a text to a query.
 //
 //   text   one line; must stay as long as the query is used
-//   stack  receives the query's words
+//   room   receives the query's words
 //   fault  set when the text is no query
 //
 // Whether it is one.
-bool ParseQuery(std::string_view text, TextStack* stack, Query* query, QueryFault* fault);
-
-// A file of queries, which owns all their texts.
-class QueryFile {
- public:
-  QueryFile();
-
-  // Reads and checks all queries. False at the first bad one, which has then been told with its
-  // line.
-  bool Read(const char* path);
-
-  uint32_t count() const { return queries_.count(); }
-  const Query& query(uint32_t number) const { return queries_[number]; }
-
- private:
-  TextLines lines_;
-  TextStack words_;
-  HostArray<Query> queries_;
-};
+bool ParseQuery(std::string_view text, TextRoom* room, Query* query, Fault* fault);
 
 }  // namespace cellhost
 

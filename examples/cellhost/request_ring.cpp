@@ -11,17 +11,6 @@ namespace {
 constexpr char kSourceReply[] = "cellhost/request_ring reply";
 constexpr int32_t kNobodyWaits = 0;
 
-class Guard {
- public:
-  explicit Guard(KivSdCritSec* lock) : lock_(lock) { KivSdCritSecEnter(nullptr, lock_); }
-  Guard(const Guard&) = delete;
-  Guard& operator=(const Guard&) = delete;
-  ~Guard() { KivSdCritSecExit(nullptr, lock_); }
-
- private:
-  KivSdCritSec* lock_;
-};
-
 }  // namespace
 
 Request::Request() : reply(kSourceReply) {}
@@ -48,26 +37,19 @@ bool Request::AwaitDone() {
 }
 
 RequestRing::~RequestRing() {
+  if (waiting_ == nullptr) return;
   KivSdContext* ctx = ThisContext();
-  if (waiting_ != nullptr) {
-    Succeeded(ctx, KivSdCountingEventClose(ctx, &waiting_), "close the workers' event");
-  }
-  if (hasLock_) Succeeded(ctx, KivSdCritSecDelete(ctx, &lock_), "delete the ring's lock");
+  Succeeded(ctx, KivSdCountingEventClose(ctx, &waiting_), "close the workers' event");
 }
 
 bool RequestRing::Create() {
   KivSdContext* ctx = ThisContext();
-  hasLock_ = Succeeded(ctx, KivSdCritSecInit(ctx, &lock_), "make the ring's lock");
-  return hasLock_ && Succeeded(ctx, KivSdCountingEventCreate(ctx, &waiting_, kNobodyWaits),
-                               "make the workers' event");
+  return Succeeded(ctx, KivSdCountingEventCreate(ctx, &waiting_, kNobodyWaits),
+                   "make the workers' event");
 }
 
 bool RequestRing::Put(Request* request) {
-  {
-    const Guard guard(&lock_);
-    ring_[(first_ + count_) % kConnections] = request;
-    ++count_;
-  }
+  places_.Add(request);
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdCountingEventSet(ctx, &waiting_), "wake a worker");
 }
@@ -75,12 +57,7 @@ bool RequestRing::Put(Request* request) {
 Request* RequestRing::Take() {
   KivSdContext* ctx = ThisContext();
   if (!Succeeded(ctx, KivSdCountingEventWait(ctx, &waiting_), "wait for work")) return nullptr;
-  const Guard guard(&lock_);
-  if (count_ == 0) return nullptr;
-  Request* request = ring_[first_];
-  first_ = (first_ + 1) % kConnections;
-  --count_;
-  return request;
+  return places_.TakeOldest();
 }
 
 void RequestRing::EndOne() {

@@ -1,10 +1,10 @@
-// Queries on their way from the connections to the workers, first come, first served:
+// Requests on their way from the connections to the workers, first come, first served:
 //
 //   connection  Put: request into the ring, one to the counting event   then waits for `done`
 //   worker      Take: one from the counting event, request off the ring, answers, signals `done`
 //
-// A critical section guards the ring; no other lock is taken while it is held. A connection has
-// one request under way, so that a ring with a place for each connection is never full.
+// A connection has one request under way, so that a ring with a place for each connection is never
+// full. No lock is held while anyone waits.
 #ifndef CELLHOST_REQUEST_RING_H
 #define CELLHOST_REQUEST_RING_H
 
@@ -14,11 +14,15 @@
 
 #include "host_memory.h"
 #include "kivsdu/api.h"
-#include "kivsdu/mutex.h"
+#include "ring_places.h"
 
 namespace cellhost {
 
-constexpr uint32_t kConnections = 8;
+enum class RequestKind {
+  kRead,    // a query; see query.h
+  kWrite,   // a PUT; see put_order.h
+  kMemory,  // a HOG; see hog.h
+};
 
 // A connection's request, which belongs to the worker between Put and the signal.
 class Request {
@@ -32,8 +36,9 @@ class Request {
   void SignalDone();
   bool AwaitDone();
 
-  std::string_view query;  // as the client wrote it
-  HostArray<char> reply;   // empty if there was no memory for it
+  RequestKind kind = RequestKind::kRead;
+  std::string_view text;  // the query or the order, as the client wrote it
+  HostArray<char> reply;  // empty if there was no memory for it
 
  private:
   KivHandle done_ = nullptr;  // standard event
@@ -60,12 +65,8 @@ class RequestRing {
   void EndOne();
 
  private:
-  KivSdCritSec lock_ = {};
-  bool hasLock_ = false;
   KivHandle waiting_ = nullptr;  // counting event: requests in the ring and workers to end
-  Request* ring_[kConnections] = {};
-  uint32_t first_ = 0;  // index of the oldest request
-  uint32_t count_ = 0;
+  RingPlaces places_;
 };
 
 }  // namespace cellhost

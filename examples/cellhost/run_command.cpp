@@ -9,6 +9,7 @@
 #include "cube.h"
 #include "exit_code.h"
 #include "fact_loader.h"
+#include "line_file.h"
 #include "page.h"
 #include "query.h"
 #include "scratch.h"
@@ -60,14 +61,15 @@ bool Serve(const Cube& cube, const Query& query, AnswerCheck* check, Served* ser
   served->elapsedUs += elapsedUs;
   printf("  %6u us  %.*s\n", elapsedUs, static_cast<int>(answer.size()), answer.data());
   const bool compared = check == nullptr || check->Compare(answer);
-  return ResetScratch() && compared;
+  ResetScratch();
+  return compared;
 }
 
-bool ServeAll(const Cube& cube, const QueryFile& queries, AnswerCheck* check) {
+bool ServeAll(const Cube& cube, const LineFile<Query>& queries, AnswerCheck* check) {
   Heading("Answers");
   Served served = {};
   for (uint32_t at = 0; at < queries.count(); ++at) {
-    if (!Serve(cube, queries.query(at), check, &served)) return false;
+    if (!Serve(cube, queries.item(at), check, &served)) return false;
   }
   Heading("Timing");
   Item("Queries", "%u in %s us, %.1f us each", served.queries, Grouped(served.elapsedUs).text,
@@ -80,11 +82,11 @@ bool ServeAll(const Cube& cube, const QueryFile& queries, AnswerCheck* check) {
 int RunCommand(const RunOptions& options) {
   PrintSystemReport();
 
-  QueryFile queries;
+  LineFile<Query> queries(ParseQuery);
   AnswerCheck expected;
   AnswerCheck* check = options.answers.empty() ? nullptr : &expected;
-  if (!queries.Read(options.queries.c_str())) return kExitFailed;
-  if (check != nullptr && !check->Read(options.answers.c_str())) return kExitFailed;
+  if (!queries.Read(options.queries.c_str(), "--queries")) return kExitFailed;
+  if (check != nullptr && !check->Read(options.answers.c_str(), "--answers")) return kExitFailed;
 
   Cube cube;
   LoadResult load;

@@ -1,4 +1,4 @@
-// A query's memory; see scratch.h.
+// A request's memory; see scratch.h.
 #include "scratch.h"
 
 #include <algorithm>
@@ -10,26 +10,27 @@ namespace cellhost {
 namespace {
 
 constexpr size_t kFirstTextBytes = 256;
-constexpr uint64_t kPieceBytesMax = 0xFFFFFFFFu;
+constexpr uint64_t kPieceBytesMax = 0x7FFFFF00u;
 
 }  // namespace
 
 void* TakeScratch(uint64_t sizeBytes) {
   if (sizeBytes > kPieceBytesMax) {
-    Complain("a query needs more than 4 GiB in one piece");
+    Complain("a request needs more than 2 GiB in one piece");
     return nullptr;
   }
-  const ThreadRecord* thread = ThisThread();
   void* piece = nullptr;
-  const uint32_t status = KivSdMemStackAllocAndPush(thread->ctx, thread->scratch,
-                                                    static_cast<uint32_t>(sizeBytes), &piece);
-  return Succeeded(thread->ctx, status, "get memory for a query") ? piece : nullptr;
+  // None of 0 bytes: that is no request to the library.
+  const uint32_t atLeastOne = std::max(static_cast<uint32_t>(sizeBytes), 1u);
+  const uint32_t status = ThisThread()->request.Take(atLeastOne, &piece);
+  return Succeeded(nullptr, status, "get memory for a request") ? piece : nullptr;
 }
 
-bool ResetScratch() {
-  const ThreadRecord* thread = ThisThread();
-  return Succeeded(thread->ctx, KivSdMemStackReset(thread->ctx, thread->scratch),
-                   "reset the scratch stack");
+void ResetScratch() { ThisThread()->request.End(); }
+
+bool ScratchRoom::MakeRoom(uint64_t lengthBytes, char** room) {
+  *room = static_cast<char*>(TakeScratch(lengthBytes));
+  return *room != nullptr;
 }
 
 void ScratchText::Add(std::string_view text) {
@@ -38,7 +39,7 @@ void ScratchText::Add(std::string_view text) {
   length_ += text.size();
 }
 
-// The old place is left behind: it goes with the query.
+// The old place is left behind: it goes with the request.
 bool ScratchText::Grow(size_t length) {
   const size_t room = std::max({length, 2 * room_, kFirstTextBytes});
   char* start = static_cast<char*>(TakeScratch(room));

@@ -1,5 +1,5 @@
-// Memory for the query that a thread answers, from the thread's memory stack. All of it goes at
-// once when the answer has been used.
+// Memory for the request that a thread carries out, from the thread's request heap. All of it goes
+// at once when the reply has been made.
 #ifndef CELLHOST_SCRATCH_H
 #define CELLHOST_SCRATCH_H
 
@@ -7,22 +7,30 @@
 
 #include <string_view>
 
+#include "text_room.h"
+
 namespace cellhost {
 
 // A piece aligned for any number or pointer; null when there is no memory, which has then been
-// told. On a thread with a record.
+// told. The first piece begins a request. On a thread with a record.
 void* TakeScratch(uint64_t sizeBytes);
 
 template <class Value>
 Value* TakeScratchFor(uint32_t count) {
-  static_assert(alignof(Value) <= 8, "the scratch stack aligns to 8");
+  static_assert(alignof(Value) <= 8, "scratch memory is aligned to 8");
   return static_cast<Value*>(TakeScratch(uint64_t{count} * sizeof(Value)));
 }
 
-// Gives all of the thread's scratch memory back.
-bool ResetScratch();
+// Gives all of the thread's scratch memory back: the request has ended.
+void ResetScratch();
 
-// A text that grows on the scratch stack. Once there is no memory it stays as it is and `failed`
+// Room for texts of the request.
+class ScratchRoom final : public TextRoom {
+ public:
+  bool MakeRoom(uint64_t lengthBytes, char** room) override;
+};
+
+// A text that grows in scratch memory. Once there is no memory it stays as it is and `failed`
 // is true.
 class ScratchText {
  public:

@@ -1,10 +1,11 @@
 // `cellhost serve`; see serve_command.h.
 //
 //   this thread      loads, starts the others, waits for the stop, ends the others
-//   8 connections    one client each; queries go into the ring
-//   4 workers        queries off the ring, answers from the cube
+//   8 connections    one client each; queries and PUTs go into the ring
+//   4 workers        requests off the ring; they read and change the cell cache
 //
-// The cube is not written to while there are other threads, so that none of them locks it.
+// The ring's lock is a lightweight spinlock, the cell cache's a reader-writer lock. No thread
+// holds both.
 #include "serve_command.h"
 
 #include <stdio.h>
@@ -55,12 +56,15 @@ bool StartConnections(Service* service, const char* pipe, Connection* connection
   return true;
 }
 
-void PrintServing(const ServeOptions& options, const Cube& cube, uint64_t rows) {
+void PrintServing(const ServeOptions& options, LockDesign locks, Service* service) {
+  uint32_t cells = 0;
+  service->cells.Count(&cells);
   Heading("Serving");
-  Item("Facts", "%s, %s rows in %s cells", options.facts.c_str(), Grouped(rows).text,
-       Grouped(cube.cells().count()).text);
+  Item("Facts", "%s, %s rows in %s cells", options.facts.c_str(), Grouped(service->rows).text,
+       Grouped(cells).text);
   Item("Pipe", "%s, for %u clients at a time", options.pipe.c_str(), kConnections);
   Item("Workers", "%u", kWorkers);
+  Item("Spinlocks", "%s", NameOf(locks));
   Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());
   fflush(stdout);  // whoever reads it through a pipe has it now
 }
@@ -70,6 +74,7 @@ void PrintServed(const Service& service) {
   Item("Clients", "%u, %u of them lost", service.clients.load(std::memory_order_relaxed),
        service.lost.load(std::memory_order_relaxed));
   Item("Queries", "%s", Grouped(service.queries.load(std::memory_order_relaxed)).text);
+  Item("Cells put", "%s", Grouped(service.puts.load(std::memory_order_relaxed)).text);
 }
 
 // A thread that cannot be ended uses what the others would free: the process ends as it is.
@@ -85,14 +90,14 @@ void EndAll(Service* service, const char* pipe, Connection* connections) {
   for (uint32_t at = 0; at < kWorkers; ++at) service->ring.EndOne();
 }
 
-bool Serve(const ServeOptions& options, Service* service) {
+bool Serve(const ServeOptions& options, LockDesign locks, Service* service) {
   const char* pipe = options.pipe.c_str();
   // Ended and destroyed in the reverse order.
   HostThread workers[kWorkers];
   Connection connections[kConnections];
   const bool started =
       StartWorkers(service, workers) && StartConnections(service, pipe, connections);
-  if (started) PrintServing(options, service->cube, service->rows);
+  if (started) PrintServing(options, locks, service);
   const bool stopped = started && service->AwaitStop();
   EndAll(service, pipe, connections);
   return stopped;
@@ -100,12 +105,12 @@ bool Serve(const ServeOptions& options, Service* service) {
 
 }  // namespace
 
-int ServeCommand(const ServeOptions& options) {
+int ServeCommand(const ServeOptions& options, LockDesign locks) {
   Cube cube;
   LoadResult load;
   if (!LoadFacts(options.facts.c_str(), &cube, &load)) return kExitFailed;
-  Service service(cube, load.rows);
-  if (!service.Create() || !Serve(options, &service)) return kExitFailed;
+  Service service(&cube, load.rows);
+  if (!service.Create() || !Serve(options, locks, &service)) return kExitFailed;
   PrintServed(service);
   return service.failed.load(std::memory_order_relaxed) ? kExitFailed : kExitDone;
 }

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "lock_design.h"
+
 namespace cellhost {
 
 struct ServeOptions {
@@ -12,8 +14,12 @@ struct ServeOptions {
   std::string pipe;
 };
 
-// The program's exit code. On a thread with a record.
-int ServeCommand(const ServeOptions& options);
+// The program's exit code.
+//
+//   locks  what StartHost was told, to be shown
+//
+// On a thread with a record.
+int ServeCommand(const ServeOptions& options, LockDesign locks);
 
 }  // namespace cellhost
 

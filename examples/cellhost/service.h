@@ -6,7 +6,7 @@
 
 #include <atomic>
 
-#include "cube.h"
+#include "cell_cache.h"
 #include "kivsdu/api.h"
 #include "request_ring.h"
 
@@ -14,8 +14,8 @@ namespace cellhost {
 
 class Service {
  public:
-  // readOnly: the cube; not copied. Nobody writes to it from here on.
-  Service(const Cube& readOnly, uint64_t factRows) : cube(readOnly), rows(factRows) {}
+  // cube: see CellCache.
+  Service(Cube* cube, uint64_t factRows) : cells(cube), rows(factRows) {}
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
   ~Service();
@@ -32,7 +32,7 @@ class Service {
 
   uint64_t uptimeSeconds() const;
 
-  const Cube& cube;
+  CellCache cells;
   const uint64_t rows;
   RequestRing ring;
 
@@ -42,6 +42,7 @@ class Service {
   std::atomic<uint32_t> clients{0};  // that have come
   std::atomic<uint32_t> lost{0};     // of these, went without taking leave
   std::atomic<uint64_t> queries{0};  // answered
+  std::atomic<uint64_t> puts{0};     // carried out
 
  private:
   uint64_t startSeconds_ = 0;    // wall clock

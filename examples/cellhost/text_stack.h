@@ -8,10 +8,11 @@
 #include <string_view>
 
 #include "kivsdu/memstack.h"
+#include "text_room.h"
 
 namespace cellhost {
 
-class TextStack {
+class TextStack final : public TextRoom {
  public:
   TextStack() = default;
   TextStack(const TextStack&) = delete;
@@ -22,8 +23,8 @@ class TextStack {
   // which has then been told.
   bool Push(std::string_view text, std::string_view* kept);
 
-  // The same without the text: room for the caller to write one.
-  bool MakeRoom(uint64_t lengthBytes, char** room);
+  // The same without the text.
+  bool MakeRoom(uint64_t lengthBytes, char** room) override;
 
   uint64_t bytesPushed() const { return bytesPushed_; }
 

@@ -14,14 +14,9 @@ constexpr char kSource[] = "cellhost/thread_record";
 constexpr uint32_t kLineRecordAlloc = 1;
 constexpr uint32_t kLineRecordFree = 2;
 
-constexpr uint32_t kScratchAlignment = 8;
-constexpr uint32_t kScratchBytes = 16 * 1024;  // most queries need less than one such block
-
 void DeleteRecord(ThreadRecord* thread) {
-  if (thread->scratch != nullptr) {
-    Succeeded(thread->ctx, KivSdMemStackDelete(thread->ctx, thread->scratch),
-              "delete the scratch stack");
-  }
+  Succeeded(thread->ctx, KivRWLockFreeQNodes(&thread->locks), "free the thread's locks");
+  thread->request.End();
   KivSdContext* ctx = thread->ctx;
   Succeeded(ctx, KivSdMemFree(ctx, thread, kSource, kLineRecordFree), "free the thread record");
   Succeeded(nullptr, KivSdTerm(ctx), "free the context");
@@ -36,12 +31,7 @@ ThreadRecord* MakeRecord(KivSdContext* ctx) {
     return nullptr;
   }
   ThreadRecord* thread = static_cast<ThreadRecord*>(block);
-  *thread = {.ctx = ctx, .scratch = nullptr};
-  if (!Succeeded(ctx, KivSdMemStackCreate(ctx, &thread->scratch, kScratchAlignment, kScratchBytes),
-                 "create the scratch stack")) {
-    DeleteRecord(thread);
-    return nullptr;
-  }
+  *thread = {.ctx = ctx, .request = {}, .locks = {}};
   return thread;
 }
 

@@ -1,12 +1,13 @@
-// Answering queries of the ring; see worker.h.
+// Doing what requests ask; see worker.h.
 #include "worker.h"
 
 #include <string.h>
 
 #include <algorithm>
 
-#include "answer.h"
+#include "hog.h"
 #include "protocol.h"
+#include "put_order.h"
 #include "query.h"
 #include "scratch.h"
 #include "service.h"
@@ -23,14 +24,14 @@ void SetReply(std::string_view verb, std::string_view text, HostArray<char>* rep
 }
 
 void Answer(Service* service, Request* request) {
-  TextStack words;
+  ScratchRoom words;
   Query query;
-  QueryFault fault;
-  if (!ParseQuery(request->query, &words, &query, &fault)) {
+  Fault fault;
+  if (!ParseQuery(request->text, &words, &query, &fault)) {
     return SetReply(kError, fault.text, &request->reply);
   }
   std::string_view answer;
-  if (!AnswerQuery(service->cube, query, &answer)) {
+  if (!service->cells.Answer(query, &answer)) {
     return SetReply(kError, "no memory for the answer", &request->reply);
   }
   if (answer.size() > kReplyBytesMax - kOk.size() - 1) {
@@ -40,12 +41,44 @@ void Answer(Service* service, Request* request) {
   service->queries.fetch_add(1, std::memory_order_relaxed);
 }
 
+void Put(Service* service, Request* request) {
+  ScratchRoom words;
+  PutOrder order;
+  Fault fault;
+  if (!ParsePut(request->text, &words, &order, &fault) || !service->cells.Put(order, &fault)) {
+    return SetReply(kError, fault.text, &request->reply);
+  }
+  SetReply(kOk, kStored, &request->reply);
+  service->puts.fetch_add(1, std::memory_order_relaxed);
+}
+
+void TryMemory(Request* request) {
+  ScratchRoom words;
+  Fault fault;
+  uint32_t mebibytes = 0;
+  if (!ParseHog(request->text, &words, &mebibytes, &fault)) {
+    return SetReply(kError, fault.text, &request->reply);
+  }
+  SetReply(kOk, Hog(mebibytes).text, &request->reply);
+}
+
+void Do(Service* service, Request* request) {
+  switch (request->kind) {
+    case RequestKind::kRead:
+      return Answer(service, request);
+    case RequestKind::kWrite:
+      return Put(service, request);
+    case RequestKind::kMemory:
+      return TryMemory(request);
+  }
+}
+
 }  // namespace
 
 void RunWorker(void* service) {
   Service* shared = static_cast<Service*>(service);
   while (Request* request = shared->ring.Take()) {
-    Answer(shared, request);
+    Do(shared, request);
     ResetScratch();
     request->SignalDone();
   }

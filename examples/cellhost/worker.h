@@ -1,10 +1,10 @@
-// The workers' part of the server: they take queries off the ring and answer them.
+// The workers' part of the server: they take requests off the ring and do what they ask.
 #ifndef CELLHOST_WORKER_H
 #define CELLHOST_WORKER_H
 
 namespace cellhost {
 
-// Answers queries until the ring ends it. A HostThread's work.
+// Answers queries and carries out PUTs until the ring ends it. A HostThread's work.
 //
 //   service  the Service
 void RunWorker(void* service);

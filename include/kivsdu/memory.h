@@ -9,7 +9,8 @@
 #include "api.h"
 #include "context.h"
 
-/* Allocates a block, aligned for any type.
+/* Allocates a block, aligned for any type; to 8 bytes under AD_POLICY_MANDATORY while the
+ * memory-manager switch is on.
  *
  *   reserved   ignored
  *   sizeBytes  at least 1
@@ -134,8 +135,12 @@ KIVSDU_API uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCo
 
 /* ---- Switches of the memory manager: process-wide, not locked, set at start-up ---- */
 
-/* The memory-manager switch: whether blocks carry the manager's policy headers. 0 when the
- * library is loaded. */
+/* The memory-manager switch: whether the manager's blocks of plain mode carry its policy headers. 0
+ * when the library is loaded; any other value turns it on.
+ *
+ * Turn it on before the host allocates. A block from before can still be freed afterwards by a
+ * thread without a cache (threadcache.h), but not be resized; a block with a header is neither
+ * freed nor resized once the switch is off again, and never given to the C runtime's free. */
 KIVSDU_API void KivSdSetMemoryManager(uint8_t flag);
 
 /* Stores the mapped-allocation setting, which nothing reads. */

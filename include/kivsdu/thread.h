@@ -132,9 +132,15 @@ KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process
 
 /* ---- Fatal exceptions ---- */
 
-/* Records that the calling thread handles a fatal exception.
+/* Records that the calling thread handles a fatal exception. It cannot be taken back.
  *
- *   value  the host's; decides how the process ends when the memory kept back runs out
+ * From here on the memory manager, while in plain mode, serves this thread alone, from the memory
+ * stack below: an allocation is pushed, a reallocation pushes a copy, and a free releases nothing
+ * and is KIV_ST_ARGUMENT for a block that is not of the stack. Any other thread that allocates,
+ * reallocates or frees is suspended for good. A request for which the stack has no room, or which
+ * comes without a stack, ends the process.
+ *
+ *   value  how the process then ends: 0 through exit(0), anything else through abort()
  *
  * Always 0. */
 KIVSDU_API uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value);

@@ -15,10 +15,9 @@ constexpr uint32_t kLineOtherPolicyAssertion = 264;
 
 // The top block of a class, which has one.
 FullBlock* PopBlock(ThreadCache* cache, uint32_t sizeClass) {
-  CacheList* list = &cache->lists[sizeClass];
-  FullBlock* block = list->top;
-  list->top = block->next;
-  --list->count;
+  FullBlock* block = cache->lists[sizeClass];
+  cache->lists[sizeClass] = block->next;
+  --cache->counts[sizeClass];
   cache->cachedBytes -= CachedBytes(sizeClass);
   return block;
 }
@@ -27,7 +26,7 @@ bool IsWithinLimit(const ThreadCache& cache) { return cache.cachedBytes <= cache
 
 // False when there is no memory.
 bool FillClass(ThreadCache* cache, uint32_t sizeClass, uint32_t target) {
-  while (cache->lists[sizeClass].count < target && IsWithinLimit(*cache)) {
+  while (cache->counts[sizeClass] < target && IsWithinLimit(*cache)) {
     void* raw = os::RawAllocate(CachedBytes(sizeClass));
     if (raw == nullptr) return false;
     PushBlock(cache, static_cast<FullBlock*>(raw), sizeClass);
@@ -37,13 +36,13 @@ bool FillClass(ThreadCache* cache, uint32_t sizeClass, uint32_t target) {
 
 void TrimToTargets(ThreadCache* cache, const CacheTargets& targets) {
   for (uint32_t i = kCacheClasses; i-- > 0;) {
-    while (cache->lists[i].count > targets.counts[i]) os::RawFree(PopBlock(cache, i));
+    while (cache->counts[i] > targets.counts[i]) os::RawFree(PopBlock(cache, i));
   }
 }
 
 void TrimToBytes(ThreadCache* cache, uint32_t keepBytes) {
   for (uint32_t i = kCacheClasses; i-- > 0;) {
-    while (cache->cachedBytes > keepBytes && cache->lists[i].top != nullptr) {
+    while (cache->cachedBytes > keepBytes && cache->lists[i] != nullptr) {
       os::RawFree(PopBlock(cache, i));
     }
   }
@@ -77,7 +76,7 @@ void TrimCache(ThreadCache* cache, uint32_t keep, const CacheTargets& targets) {
 
 void DestroyCache(ThreadCache* cache) {
   for (uint32_t i = 0; i < kCacheClasses; ++i) {
-    while (cache->lists[i].top != nullptr) os::RawFree(PopBlock(cache, i));
+    while (cache->lists[i] != nullptr) os::RawFree(PopBlock(cache, i));
   }
   os::RawFree(cache);
 }

@@ -20,14 +20,9 @@ constexpr uint32_t kCacheClasses = 32;
 constexpr uint64_t kCacheLimitBytes = 8 << 20;
 constexpr uint64_t kAcceleratedCacheLimitBytes = 100 << 20;  // with the hardware-acceleration flag
 
-// The cached blocks of a class, last in, first out.
-struct CacheList {
-  FullBlock* top;
-  uint32_t count;
-};
-
 struct ThreadCache {
-  CacheList lists[kCacheClasses];
+  FullBlock* lists[kCacheClasses];  // last in, first out
+  uint32_t counts[kCacheClasses];
   uint64_t limitBytes;
   uint64_t cachedBytes;  // CachedBytes of every block; may pass the limit by one block
 };
@@ -62,10 +57,9 @@ void DestroyCache(ThreadCache* cache);
 // ---- Allocating and freeing ----
 
 inline void PushBlock(ThreadCache* cache, FullBlock* block, uint32_t sizeClass) {
-  CacheList* list = &cache->lists[sizeClass];
-  block->next = list->top;
-  list->top = block;
-  ++list->count;
+  block->next = cache->lists[sizeClass];
+  cache->lists[sizeClass] = block;
+  ++cache->counts[sizeClass];
   cache->cachedBytes += CachedBytes(sizeClass);
 }
 
@@ -73,11 +67,10 @@ inline void PushBlock(ThreadCache* cache, FullBlock* block, uint32_t sizeClass) 
 // one.
 inline void* TakeFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy) {
   const PayloadSize size = RoundToClass(sizeBytes);
-  CacheList* list = &cache->lists[size.sizeClass];
-  FullBlock* block = list->top;
+  FullBlock* block = cache->lists[size.sizeClass];
   if (block == nullptr) return nullptr;
-  list->top = block->next;
-  --list->count;
+  cache->lists[size.sizeClass] = block->next;
+  --cache->counts[size.sizeClass];
   cache->cachedBytes -= size.sizeBytes + kFullHeaderBytes;
   return WriteHeader(&block->header, policy, size.sizeClass);
 }

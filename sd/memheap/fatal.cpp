@@ -18,26 +18,25 @@
 #include "os/thread.h"
 #include "sdthrw32/exception_stack.h"
 
+namespace kiv {
 namespace {
-
-namespace os = kiv::os;
 
 // Stops every thread but the one that raised the exception, however often they are resumed.
 void StopOtherThreads() {
-  while (kiv::FatalExceptionState().thread != os::CurrentThreadId()) {
+  while (FatalExceptionState().thread != os::CurrentThreadId()) {
     static_cast<void>(KivSdThreadSuspend(nullptr, nullptr));
   }
 }
 
 // The host said when it recorded the exception whether this is an orderly end.
 [[noreturn]] void EndProcess() {
-  if (kiv::FatalExceptionState().value == 0) std::exit(0);
+  if (FatalExceptionState().value == 0) std::exit(0);
   std::abort();
 }
 
 void* Push(uint64_t sizeBytes) {
-  KivSdMemStack* stack = kiv::ExceptionStack();
-  if (stack == nullptr || sizeBytes > kiv::StackRoom(*stack)) EndProcess();
+  KivSdMemStack* stack = ExceptionStack();
+  if (stack == nullptr || sizeBytes > StackRoom(*stack)) EndProcess();
   void* piece = nullptr;
   const uint32_t status =
       KivSdMemStackAllocAndPush(nullptr, stack, static_cast<uint32_t>(sizeBytes), &piece);
@@ -45,9 +44,9 @@ void* Push(uint64_t sizeBytes) {
   return piece;
 }
 
-const kiv::StackBlock* HolderOf(const void* block) {
-  const KivSdMemStack* stack = kiv::ExceptionStack();
-  return stack == nullptr ? nullptr : kiv::StackHolderOf(*stack, block);
+const StackBlock* HolderOf(const void* block) {
+  const KivSdMemStack* stack = ExceptionStack();
+  return stack == nullptr ? nullptr : StackHolderOf(*stack, block);
 }
 
 uint64_t Distance(const void* from, const void* to) {
@@ -58,28 +57,30 @@ uint64_t Distance(const void* from, const void* to) {
 // the end of its block; what was allocated before the exception has the size that the runtime
 // knows.
 uint64_t BytesFrom(void* block) {
-  const kiv::StackBlock* holder = HolderOf(block);
+  const StackBlock* holder = HolderOf(block);
   if (holder != nullptr) return holder->sizeBytes - Distance(holder, block);
-  void* raw = kiv::ManagerSwitchIsOn() ? kiv::RawBlockOf(block) : block;
+  void* raw = ManagerSwitchIsOn() ? RawBlockOf(block) : block;
   const uint64_t rawBytes = os::RawSize(raw);
   return rawBytes - std::min(rawBytes, Distance(raw, block));
 }
 
 }  // namespace
 
-void* kiv::FatalAllocate(uint64_t sizeBytes) {
+void* FatalAllocate(uint64_t sizeBytes) {
   StopOtherThreads();
   return Push(sizeBytes);
 }
 
-void* kiv::FatalReallocate(void* block, uint64_t newSizeBytes) {
+void* FatalReallocate(void* block, uint64_t newSizeBytes) {
   StopOtherThreads();
   void* moved = Push(newSizeBytes);
   if (block != nullptr) std::memmove(moved, block, std::min(BytesFrom(block), newSizeBytes));
   return moved;
 }
 
-uint32_t kiv::FatalFree(void* block) {
+uint32_t FatalFree(void* block) {
   StopOtherThreads();
   return HolderOf(block) != nullptr ? KIV_ST_OK : KIV_ST_ARGUMENT;
 }
+
+}  // namespace kiv

@@ -145,7 +145,6 @@ void GiveBackTail(Heap* heap, Block* block, uint32_t sizeBytes) {
   Block* tail = After(block);
   tail->sizeBytes = tailBytes;
   tail->previousBytes = sizeBytes;
-  UpdateNeighbour(*heap, tail);
   Coalesce(heap, tail);
 }
 

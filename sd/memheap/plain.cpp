@@ -6,20 +6,19 @@
 #include "memheap/switches.h"
 #include "os/heap.h"
 
+namespace kiv {
 namespace {
-
-namespace os = kiv::os;
 
 // What the caches take: blocks of a rounded size, and those of a policy that does not exist, which
 // they refuse. The policies that are left are the runtime's alone.
-bool IsForCache(const kiv::PolicyHeader& header) {
-  if (header.policy == kiv::kFullPolicy) return header.sizeClass <= kiv::kLargestRoundedClass;
-  return header.policy != kiv::kMandatoryPolicy;
+bool IsForCache(const PolicyHeader& header) {
+  if (header.policy == kFullPolicy) return header.sizeClass <= kLargestRoundedClass;
+  return header.policy != kMandatoryPolicy;
 }
 
 }  // namespace
 
-void* kiv::PlainAllocateSlow(uint64_t sizeBytes, uint8_t policy) {
+void* PlainAllocateSlow(uint64_t sizeBytes, uint8_t policy) {
   if (!ManagerSwitchIsOn()) return os::RawAllocate(sizeBytes);
   ThreadCache* cache = CurrentThreadCache();
   if (cache != nullptr && sizeBytes <= kLargestRoundedBytes) {
@@ -29,15 +28,17 @@ void* kiv::PlainAllocateSlow(uint64_t sizeBytes, uint8_t policy) {
   return AllocatePolicyBlock(size.sizeBytes, size.sizeClass, policy);
 }
 
-void* kiv::PlainReallocate(void* block, uint64_t newSizeBytes) {
+void* PlainReallocate(void* block, uint64_t newSizeBytes) {
   if (block == nullptr) return PlainAllocate(newSizeBytes, kFullPolicy);
   if (!ManagerSwitchIsOn()) return os::RawReallocate(block, newSizeBytes);
   return ReallocatePolicyBlock(block, newSizeBytes);
 }
 
-void kiv::PlainFreeSlow(void* block) {
+void PlainFreeSlow(void* block) {
   if (!ManagerSwitchIsOn()) return os::RawFree(block);
   ThreadCache* cache = CurrentThreadCache();
   if (cache != nullptr && IsForCache(*PolicyHeaderOf(block))) return FreeToCache(cache, block);
   FreePolicyBlock(block);
 }
+
+}  // namespace kiv

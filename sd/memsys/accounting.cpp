@@ -14,7 +14,6 @@ namespace {
 using kiv::memorySettings;
 using kiv::memoryTotals;
 using kiv::messageState;
-using kiv::SpinlockGuard;
 
 void NoteFailedTotal() { messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal()); }
 

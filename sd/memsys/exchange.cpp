@@ -17,8 +17,6 @@ using kiv::Exchanged;
 using kiv::ExchangeOutcome;
 using kiv::Heap;
 using kiv::HeapRing;
-using kiv::kSpareHeapIndex;
-using kiv::memoryLocks;
 using kiv::Slot;
 using kiv::SlotRequest;
 using kiv::slots;

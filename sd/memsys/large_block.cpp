@@ -1,5 +1,7 @@
 #include "memsys/large_block.h"
 
+#include <bit>
+
 #include "memsys/accounting.h"
 #include "ring.h"
 
@@ -13,7 +15,8 @@ using LargeRing = kiv::Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
 bool Wraps(uint64_t sizeBytes) { return sizeBytes > UINT64_MAX - kLargeHeaderBytes; }
 
 LargeBlock** HeadOf(const LargeBlock& block) {
-  return block.owner == kiv::kNoOwner ? nullptr : reinterpret_cast<LargeBlock**>(block.owner);
+  if (block.owner == kiv::kNoOwner) return nullptr;
+  return std::bit_cast<LargeBlock**>(block.owner);
 }
 
 void WriteHeader(LargeBlock* block, uint64_t sizeBytes) {

@@ -31,8 +31,8 @@ void SetSlotCount(uint32_t count);
 // The slot of a seed at a time of the allocation clock. A seed moves on every 10,000 ticks.
 uint32_t SlotOf(uint64_t seed, uint64_t ticks);
 
-// The slot's heap, once the slot is not being exchanged.
-Heap* SettledHeap(uint32_t slot);
+// The heap of a slot, once the slot is not being exchanged.
+Heap* SettledHeap(uint32_t number);
 
 }  // namespace kiv
 

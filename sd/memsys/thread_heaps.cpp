@@ -18,7 +18,6 @@ kiv::Relaxed<int32_t> kiv::threadHeapCount;
 namespace {
 
 using kiv::Block;
-using kiv::BlockOf;
 using kiv::Heap;
 using kiv::LargeBlock;
 using kiv::memorySettings;

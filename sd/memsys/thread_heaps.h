@@ -19,9 +19,9 @@ extern Relaxed<int32_t> threadHeapCount;
 
 inline bool InThreadHeapMode() { return threadHeapCount > 0; }
 
-// Makes the heaps of `slots` slots and the spare ones, as the settings say. False when memory
+// Makes the heaps of `slotCount` slots and the spare ones, as the settings say. False when memory
 // fails; what was made until then stays.
-bool MakeThreadHeaps(int32_t slots);
+bool MakeThreadHeaps(int32_t slotCount);
 
 // A payload of at least sizeBytes bytes: from a heap, or a large block when the request is above
 // the largest that heaps serve, or no heap has room. Null without memory. `seed` chooses the slot.

@@ -6,7 +6,6 @@ kiv::MemoryTotals kiv::memoryTotals;
 
 namespace {
 
-using kiv::memorySettings;
 using kiv::Relaxed;
 
 // A peak is a mark that is never set back, and so never lies below it.

@@ -20,40 +20,16 @@ constexpr uint32_t kLineNodeFree = 717;
 constexpr uint32_t kLineActiveFree = 749;
 constexpr uint32_t kLineFreeFree = 774;
 
-using List = KivRWLockNode*;
 constexpr size_t kListsBytes = KIV_RWLOCK_SLOTS * sizeof(void*);
 
-uint32_t EnsureLists(void* owner, List** lists, uint32_t line) {
+uint32_t EnsureLists(void* owner, NodeList** lists, uint32_t line) {
   if (*lists != nullptr) return KIV_ST_OK;
   void* memory = nullptr;
   const uint32_t status = adMalloc(owner, kListsBytes, &memory, kSource, line);
   if (status != KIV_ST_OK) return status;
   std::memset(memory, 0, kListsBytes);
-  *lists = static_cast<List*>(memory);
+  *lists = static_cast<NodeList*>(memory);
   return KIV_ST_OK;
-}
-
-List* ListOf(List* lists, const KivRWLock* lock) {
-  return lists == nullptr ? nullptr : &lists[lock->slot];
-}
-
-// The link that points at the lock's node, or the list's null end; null without lists.
-List* FindLink(List* lists, const KivRWLock* lock) {
-  List* link = ListOf(lists, lock);
-  while (link != nullptr && *link != nullptr && (*link)->lock != lock) link = &(*link)->listLink;
-  return link;
-}
-
-KivRWLockNode* Unlink(List* link) {
-  if (link == nullptr || *link == nullptr) return nullptr;
-  KivRWLockNode* node = *link;
-  *link = node->listLink;
-  return node;
-}
-
-void Push(List* list, KivRWLockNode* node) {
-  node->listLink = *list;
-  *list = node;
 }
 
 // Kernel objects that cannot be made are not reported: a thread then does not sleep on its node,
@@ -104,7 +80,7 @@ uint32_t MakeNodeAndLists(void* owner, KivRWLockTable* table, KivRWLock* lock,
   return status;
 }
 
-void FreeLists(List** lists, uint32_t line) {
+void FreeLists(NodeList** lists, uint32_t line) {
   if (*lists == nullptr) return;
   for (uint32_t slot = 0; slot < KIV_RWLOCK_SLOTS; ++slot) {
     while ((*lists)[slot] != nullptr) DestroyNode(Unlink(&(*lists)[slot]));
@@ -113,32 +89,32 @@ void FreeLists(List** lists, uint32_t line) {
   *lists = nullptr;
 }
 
-}  // namespace
+NodeList* ListOf(NodeList* lists, const KivRWLockNode* node) { return &lists[node->lock->slot]; }
 
-KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock) {
-  List* link = FindLink(table.active, lock);
-  return link == nullptr ? nullptr : *link;
+void MoveToFree(KivRWLockTable* table, KivRWLockNode* node) {
+  Push(ListOf(table->free, node), Unlink(FindLink(table->active, node->lock)));
 }
 
-uint32_t EnsureActiveNode(void* owner, KivRWLockTable* table, KivRWLock* lock,
-                          KivRWLockNode** node) {
-  *node = FindActiveNode(*table, lock);
-  if (*node != nullptr) return KIV_ST_OK;
-  // A node that lies in a free list was active once: the active lists are there.
-  *node = Unlink(FindLink(table->free, lock));
-  if (*node == nullptr) {
-    const uint32_t status = MakeNodeAndLists(owner, table, lock, node);
-    if (status != KIV_ST_OK) return status;
-  }
-  Push(ListOf(table->active, lock), *node);
-  return KIV_ST_OK;
+[[gnu::noinline]] uint32_t RetireToNewLists(void* owner, KivRWLockTable* table,
+                                            KivRWLockNode* node) {
+  const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
+  if (status == KIV_ST_OK) MoveToFree(table, node);
+  return status;
+}
+
+}  // namespace
+
+uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock) {
+  KivRWLockNode* node = nullptr;
+  const uint32_t status = MakeNodeAndLists(owner, table, lock, &node);
+  if (status == KIV_ST_OK) Push(ListOf(table->active, node), node);
+  return status;
 }
 
 uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node) {
   node->mode = KIV_RWLOCK_FREE;
-  const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
-  if (status != KIV_ST_OK) return status;
-  Push(ListOf(table->free, node->lock), Unlink(FindLink(table->active, node->lock)));
+  if (table->free == nullptr) return RetireToNewLists(owner, table, node);
+  MoveToFree(table, node);
   return KIV_ST_OK;
 }
 

@@ -39,13 +39,49 @@ struct KivRWLockNode {
 
 namespace kiv {
 
-// The thread's node for a lock that it holds or waits for; null if there is none.
-KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock);
+// One slot's nodes of a thread, through their listLink.
+using NodeList = KivRWLockNode*;
 
-// The same, or a node from the free list or a new one, which is then among the active. A status
-// of the allocator leaves the table as it was.
-uint32_t EnsureActiveNode(void* owner, KivRWLockTable* table, KivRWLock* lock,
-                          KivRWLockNode** node);
+// The link that points at the lock's node, or the list's null end; null without lists.
+inline NodeList* FindLink(NodeList* lists, const KivRWLock* lock) {
+  if (lists == nullptr) return nullptr;
+  NodeList* link = &lists[lock->slot];
+  while (*link != nullptr && (*link)->lock != lock) link = &(*link)->listLink;
+  return link;
+}
+
+inline KivRWLockNode* Unlink(NodeList* link) {
+  if (link == nullptr || *link == nullptr) return nullptr;
+  KivRWLockNode* node = *link;
+  *link = node->listLink;
+  return node;
+}
+
+inline void Push(NodeList* list, KivRWLockNode* node) {
+  node->listLink = *list;
+  *list = node;
+}
+
+// The thread's node for a lock that it holds or waits for; null if there is none.
+inline KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock) {
+  NodeList* link = FindLink(table.active, lock);
+  return link == nullptr ? nullptr : *link;
+}
+
+// The same, or a node from the free list, which is then among the active; null if there is none
+// to reuse.
+inline KivRWLockNode* FindOrReuseNode(KivRWLockTable* table, const KivRWLock* lock) {
+  KivRWLockNode* node = FindActiveNode(*table, lock);
+  if (node != nullptr) return node;
+  node = Unlink(FindLink(table->free, lock));
+  // What lies in the free list was active once: that list is there.
+  if (node != nullptr) Push(&table->active[lock->slot], node);
+  return node;
+}
+
+// Makes a node, and puts it among the active. A status of the allocator leaves the table without
+// it.
+uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock);
 
 // Moves an active node to the free list, with its mode cleared. When the list cannot be made the
 // node stays among the active; the status is the allocator's.

@@ -68,19 +68,32 @@ void WriterGate(KivRWLock* lock, Node* writer, const Node* own) {
   if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) kiv::Wake(writer, own);
 }
 
-// Lets the batch of waiting readers in and counts its first.
-void ReaderGate(KivRWLock* lock, const Node* own) {
+// Admits the batch of waiting readers and counts its first. The newest of them, which the caller
+// is to let in.
+Node* ReaderGate(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, RW_READER_UNIT - RW_READER_INTERESTED);
   // The flags as the addition found them. Read afresh they may be those of a writer that has
   // come since, and a last reader that was delayed would wake its node a second time after it
   // has queued again: two would be in the lock.
   const uint32_t writer = before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
   if (writer == RW_WRITER_INTERESTED) SetFlags(lock, RW_WRITER_ACTIVE);
-  Node* newest = Exchange(&lock->readerTail, nullptr);
-  if (newest != nullptr) kiv::Wake(newest, own);
+  return Exchange(&lock->readerTail, nullptr);
 }
 
 // ---- Entering ----
+
+// The ways of a thread that has to wait lie apart from the one of a thread that need not, which
+// so has nothing to save across calls.
+
+void OwnAsWriter(Node* node) {
+  node->mode = KIV_RWLOCK_WRITE;
+  node->depth = 1;
+}
+
+[[gnu::noinline]] void AwaitTurn(Node* node) {
+  kiv::WaitAsWriter(node);
+  OwnAsWriter(node);
+}
 
 void EnterAsWriter(KivRWLock* lock, Node* node) {
   // relaxed: the exchange of the tail, a full fence, publishes both.
@@ -93,23 +106,27 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
     // release: pairs with the acquire of the writer before, which wakes the node it reads.
     previous->queueLink.store(node, std::memory_order_release);
   }
-  kiv::WaitAsWriter(node);
-  node->mode = KIV_RWLOCK_WRITE;
-  node->depth = 1;
+  if (kiv::IsBlocked(*node)) return AwaitTurn(node);
+  OwnAsWriter(node);
 }
 
-// The first reader of a batch. The gate counts it, whoever runs the gate.
-void EnterAsFirstReader(KivRWLock* lock, Node* node) {
-  const uint64_t before = SetFlags(lock, RW_READER_INTERESTED);
-  if ((before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE)) == 0) ReaderGate(lock, node);
+[[gnu::noinline]] void AwaitAdmission(Node* node) {
   kiv::WaitAsReader(node);
+  node->mode = KIV_RWLOCK_READ;
 }
 
 // A reader that found one before it: counts itself and lets that one in.
-void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
+[[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
   kiv::WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
   kiv::Wake(previous, nullptr);
+  node->mode = KIV_RWLOCK_READ;
+}
+
+// The first of a batch that others joined.
+[[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
+  kiv::Wake(newest, nullptr);
+  AwaitAdmission(node);
 }
 
 void EnterAsReader(KivRWLock* lock, Node* node) {
@@ -118,21 +135,25 @@ void EnterAsReader(KivRWLock* lock, Node* node) {
   // The link needs no publishing: only its own thread reads it, to let in the one before.
   Node* previous = Exchange(&lock->readerTail, node);
   node->queueLink.store(previous, std::memory_order_relaxed);
-  if (previous == nullptr) {
-    EnterAsFirstReader(lock, node);
-  } else {
-    EnterAsFollower(lock, node, previous);
-  }
+  if (previous != nullptr) return EnterAsFollower(lock, node, previous);
+
+  // The first reader of a batch. The gate counts it, whoever runs the gate.
+  const uint64_t before = SetFlags(lock, RW_READER_INTERESTED);
+  if ((before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE)) != 0) return AwaitAdmission(node);
+  Node* newest = ReaderGate(lock);
+  if (newest != node) return EnterAsOldest(node, newest);
+  // Alone in its batch: lets itself in.
+  kiv::Unblock(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // ---- Leaving ----
 
-void LeaveAsReader(KivRWLock* lock) {
+// Whether it was the last before a writer, which the caller is to let in.
+bool LeaveAsReader(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, uint64_t{0} - RW_READER_UNIT);
   constexpr uint32_t kLastBeforeWriter = RW_READER_UNIT + RW_WRITER_ACTIVE + RW_WRITER_INTERESTED;
-  if ((before & ~uint32_t{RW_READER_INTERESTED}) != kLastBeforeWriter) return;
-  kiv::Wake(kiv::AtomicRef<Node*>(lock->writerHead).load(), nullptr);
+  return (before & ~uint32_t{RW_READER_INTERESTED}) == kLastBeforeWriter;
 }
 
 // The writer behind a node that is no longer the tail: it has swung the tail and is about to
@@ -154,11 +175,23 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
     return;
   }
   const uint64_t before = ClearFlags(lock, RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
-  if ((before & RW_READER_INTERESTED) != 0) ReaderGate(lock, nullptr);
+  if ((before & RW_READER_INTERESTED) != 0) kiv::Wake(ReaderGate(lock), nullptr);
   Node* expected = node;
   const bool wasLast =
       kiv::AtomicRef<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
   if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
+}
+
+[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node) {
+  kiv::Wake(kiv::AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
+  return kiv::RetireNode(owner, table, node);
+}
+
+// A thread's first meeting with a lock: makes the node, and starts over.
+[[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
+                                            KivRWLockTable* table, KivRWLock* lock) {
+  const uint32_t status = kiv::AddNode(owner, table, lock);
+  return status == KIV_ST_OK ? start(owner, table, lock) : status;
 }
 
 }  // namespace
@@ -181,9 +214,8 @@ uint32_t KivRWLockInit(void* /*ignored*/, int32_t callerValue, KivRWLock* lock,
 }
 
 uint32_t KivSdStartRead(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = nullptr;
-  const uint32_t status = kiv::EnsureActiveNode(owner, table, lock, &node);
-  if (status != KIV_ST_OK) return status;
+  Node* node = kiv::FindOrReuseNode(table, lock);
+  if (node == nullptr) return StartWithNewNode(KivSdStartRead, owner, table, lock);
   if (node->depth != 0) {
     ++node->depth;
   } else {
@@ -193,9 +225,8 @@ uint32_t KivSdStartRead(void* owner, KivRWLockTable* table, KivRWLock* lock) {
 }
 
 uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = nullptr;
-  const uint32_t status = kiv::EnsureActiveNode(owner, table, lock, &node);
-  if (status != KIV_ST_OK) return status;
+  Node* node = kiv::FindOrReuseNode(table, lock);
+  if (node == nullptr) return StartWithNewNode(KivSdStartWrite, owner, table, lock);
   if (node->depth == 0) {
     EnterAsWriter(lock, node);
     return KIV_ST_OK;
@@ -212,8 +243,8 @@ uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
   if (--node->depth > 0) return KIV_ST_OK;
   if (node->mode == KIV_RWLOCK_WRITE) {
     LeaveAsWriter(lock, node);
-  } else {
-    LeaveAsReader(lock);
+  } else if (LeaveAsReader(lock)) {
+    return WakeWriterAndRetire(owner, table, node);
   }
   return kiv::RetireNode(owner, table, node);
 }

@@ -20,11 +20,6 @@ struct Patience {
   int32_t waitLoops;   // rounds and yields before the thread sleeps; 0 or less: never
 };
 
-// acquire: pairs with the release of Wake; what the one before wrote is visible to who enters.
-bool IsBlocked(const KivRWLockNode& node) {
-  return node.blocked.load(std::memory_order_acquire) != 0;
-}
-
 class Waiter {
  public:
   Waiter(const KivRWLockNode& node, const Patience& patience) : node_(node), patience_(patience) {}
@@ -116,9 +111,6 @@ bool HasSleeper(KivRWLockNode* node) {
   return waits;
 }
 
-// release: pairs with the acquire of IsBlocked.
-void Unblock(KivRWLockNode* node) { node->blocked.store(0, std::memory_order_release); }
-
 }  // namespace
 
 void WaitAsReader(KivRWLockNode* node) {
@@ -129,10 +121,7 @@ void WaitAsWriter(KivRWLockNode* node) {
   Wait(node, {node->lock->writerSpinLoops, node->writerSpinYields, node->writerWaitLoops});
 }
 
-void Wake(KivRWLockNode* node, const KivRWLockNode* own) {
-  if (!IsBlocked(*node)) return;
-  if (node == own) return Unblock(node);
-
+void WakeOther(KivRWLockNode* node) {
   void* mutex = node->wakeMutex;
   static_cast<void>(os::TakeParkMutex(mutex));
   if (IsBlocked(*node)) {

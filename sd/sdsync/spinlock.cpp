@@ -1,9 +1,9 @@
 // Spinlocks on the heap, in two designs.
 //
 // What a lock guards is ordered by its word, or by its serving counter: the holder's release
-// pairs with the next holder's acquire. `owner` and `count` are the holder's; others only compare
-// `owner` with their own identifier, which they alone store, so that any value they read gives
-// the right answer: relaxed.
+// pairs with the next holder's acquire. Owner and count are the holder's; others only compare the
+// owner with their own identifier, which they alone store, so that any value they read gives the
+// right answer: relaxed.
 //
 // Callers are promised a full fence on taking and on giving back.
 #include "sdsync/spinlock.h"
@@ -11,7 +11,6 @@
 #include <cstring>
 #include <new>
 
-#include "fence.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/spinlock.h"
 #include "kivsdu/status.h"
@@ -20,6 +19,7 @@
 
 namespace {
 
+using kiv::Holder;
 using kiv::TestAndSetLock;
 using kiv::TicketLock;
 using kiv::UsesTickets;
@@ -32,18 +32,21 @@ constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 constexpr std::memory_order kAcquire = std::memory_order_acquire;
 constexpr std::memory_order kRelease = std::memory_order_release;
 
-// A holder's own counting; no other thread writes meanwhile.
-template <typename Lock>
-int16_t AddToCount(Lock* lock, int16_t addend) {
-  const auto count = static_cast<int16_t>(lock->count.load(kRelaxed) + addend);
-  lock->count.store(count, kRelaxed);
-  return count;
+Holder HolderOf(const kiv::Atomic<Holder>& holder) { return holder.load(kRelaxed); }
+
+// No other thread writes meanwhile.
+void SetHolder(kiv::Atomic<Holder>* holder, uint32_t thread, int16_t count) {
+  holder->store({thread, count, 0}, kRelaxed);
 }
+
+int16_t Plus(int16_t count, int16_t addend) { return static_cast<int16_t>(count + addend); }
 
 template <typename Lock>
 bool Reenter(Lock* lock, uint32_t thread) {
-  if (lock->owner.load(kRelaxed) != thread) return false;
-  AddToCount(lock, 1);
+  const Holder holder = HolderOf(lock->holder);
+  if (holder.owner != thread) [[likely]]
+    return false;
+  SetHolder(&lock->holder, thread, Plus(holder.count, 1));
   return true;
 }
 
@@ -51,51 +54,91 @@ bool Reenter(Lock* lock, uint32_t thread) {
 
 bool IsFree(const TestAndSetLock& lock) { return lock.word.load(kRelaxed) != 1; }
 
+// seq_cst: a locked instruction, and so the full fence of taking as well.
+bool Take(TestAndSetLock* lock) { return lock->word.exchange(1) == 0; }
+
 bool TryTake(TestAndSetLock* lock) {
   if (!IsFree(*lock)) kiv::SpinWithinBudget([lock] { return IsFree(*lock); });
-  // seq_cst: a locked instruction, and so the full fence of taking as well.
-  return IsFree(*lock) && lock->word.exchange(1) == 0;
+  return IsFree(*lock) && Take(lock);
+}
+
+// The rest of Acquire, for a lock that was found held, or that another was quicker to take: then
+// the thread yields first. Like every way that waits it lies apart from the one that need not,
+// which so has nothing to save across calls.
+[[gnu::noinline]] void AcquireContended(TestAndSetLock* lock, uint32_t thread, bool wasHeld) {
+  if (!wasHeld) kiv::os::YieldThread();
+  while (!TryTake(lock)) kiv::os::YieldThread();
+  SetHolder(&lock->holder, thread, 1);
 }
 
 void Acquire(TestAndSetLock* lock, uint32_t thread) {
   if (Reenter(lock, thread)) return;
-  while (!TryTake(lock)) kiv::os::YieldThread();
-  lock->owner.store(thread, kRelaxed);
-  lock->count.store(1, kRelaxed);
+  const bool isHeld = !IsFree(*lock);
+  if (isHeld || !Take(lock)) [[unlikely]]
+    return AcquireContended(lock, thread, isHeld);
+  SetHolder(&lock->holder, thread, 1);
 }
 
-void Free(TestAndSetLock* lock) {
-  lock->owner.store(0, kRelaxed);
+void Free(TestAndSetLock* lock, int16_t count) {
+  SetHolder(&lock->holder, 0, count);
   // seq_cst: releases what was guarded, and is the full fence of giving back as well.
   lock->word.exchange(0);
 }
 
 // ---- Ticket ----
 
-int64_t WaitForTurn(TicketLock* lock) {
-  // seq_cst: a locked instruction, and so the full fence of taking as well; what the wait below
-  // reads cannot come before it.
-  const int64_t ticket = lock->next.fetch_add(1);
-  const auto isServed = [lock, ticket] { return lock->serving.load(kAcquire) == ticket; };
-  if (!isServed()) kiv::SpinOnceAndYieldUntil(isServed);
-  return ticket;
+// seq_cst: a locked instruction, and so the full fence of taking as well; what the wait for the
+// turn reads cannot come before it.
+int64_t DrawTicket(TicketLock* lock) { return lock->next.fetch_add(1); }
+
+bool IsServed(const TicketLock& lock, int64_t ticket) {
+  return lock.serving.load(kAcquire) == ticket;
+}
+
+void AwaitTurn(const TicketLock& lock, int64_t ticket) {
+  kiv::SpinOnceAndYieldUntil([&lock, ticket] { return IsServed(lock, ticket); });
+}
+
+void Own(TicketLock* lock, uint32_t thread, int64_t ticket) {
+  SetHolder(&lock->holder, thread, 1);
+  lock->held = ticket;
+}
+
+[[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+  AwaitTurn(*lock, ticket);
+  Own(lock, thread, ticket);
 }
 
 void Acquire(TicketLock* lock, uint32_t thread) {
   if (Reenter(lock, thread)) return;
-  lock->held = WaitForTurn(lock);
-  lock->owner.store(thread, kRelaxed);
-  lock->count.store(1, kRelaxed);
+  const int64_t ticket = DrawTicket(lock);
+  if (!IsServed(*lock, ticket)) [[unlikely]]
+    return AcquireContended(lock, thread, ticket);
+  Own(lock, thread, ticket);
+}
+
+// The count is left as it is.
+void OwnOnce(TicketLock* lock, uint32_t thread, int64_t ticket) {
+  SetHolder(&lock->holder, thread, HolderOf(lock->holder).count);
+  lock->held = ticket;
+}
+
+[[gnu::noinline]] void AcquireOnceContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+  AwaitTurn(*lock, ticket);
+  OwnOnce(lock, thread, ticket);
 }
 
 void AcquireOnce(TicketLock* lock, uint32_t thread) {
-  lock->held = WaitForTurn(lock);
-  lock->owner.store(thread, kRelaxed);
+  const int64_t ticket = DrawTicket(lock);
+  if (!IsServed(*lock, ticket)) [[unlikely]]
+    return AcquireOnceContended(lock, thread, ticket);
+  OwnOnce(lock, thread, ticket);
 }
 
-void Free(TicketLock* lock) {
-  lock->owner.store(0, kRelaxed);
-  kiv::FullFence();
+void Free(TicketLock* lock, int16_t count) {
+  // seq_cst: a locked instruction, and so the full fence of giving back as well, which comes
+  // between the owner and the turn.
+  lock->holder.exchange({0, count, 0});
   // A plain store, for only the holder writes it. It lies behind the fence, so that waiters see
   // the turn as soon as the line reaches them.
   lock->serving.store(lock->held + 1, kRelease);
@@ -103,9 +146,13 @@ void Free(TicketLock* lock) {
 
 template <typename Lock>
 void Release(Lock* lock) {
+  const Holder holder = HolderOf(lock->holder);
+  const int16_t count = Plus(holder.count, -1);
   // Kept at "0 or below": a surplus release frees again what is free, and the next taking starts
   // the count anew.
-  if (AddToCount(lock, -1) <= 0) Free(lock);
+  if (count <= 0) [[likely]]
+    return Free(lock, count);
+  SetHolder(&lock->holder, holder.owner, count);
 }
 
 KivSdSpinlock* Initialize(void* memory) {
@@ -113,6 +160,10 @@ KivSdSpinlock* Initialize(void* memory) {
   auto* lock = static_cast<KivSdSpinlock*>(memory);
   if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
   return lock;
+}
+
+Holder HolderOf(const KivSdSpinlock& lock) {
+  return HolderOf(UsesTickets() ? lock.ticket.holder : lock.word.holder);
 }
 
 }  // namespace
@@ -161,19 +212,16 @@ void KivSdSpinlockAcquireNonReentrant(KivSdSpinlock* lock, uint32_t thread) {
 
 void KivSdSpinlockReleaseNonReentrant(KivSdSpinlock* lock) {
   if (UsesTickets()) {
-    Free(&lock->ticket);
+    Free(&lock->ticket, HolderOf(lock->ticket.holder).count);
   } else {
-    AddToCount(&lock->word, -1);
-    Free(&lock->word);
+    Free(&lock->word, Plus(HolderOf(lock->word.holder).count, -1));
   }
 }
 
 int32_t KivSdSpinlockOwner(const KivSdSpinlock* lock, uint32_t thread) {
-  const kiv::Atomic<uint32_t>& owner = UsesTickets() ? lock->ticket.owner : lock->word.owner;
-  return owner.load(kRelaxed) == thread ? 1 : 0;
+  return HolderOf(*lock).owner == thread ? 1 : 0;
 }
 
 uint32_t KivSdGetSpinlockRefCount(const KivSdSpinlock* lock) {
-  const kiv::Atomic<int16_t>& count = UsesTickets() ? lock->ticket.count : lock->word.count;
-  return static_cast<uint16_t>(count.load(kRelaxed));
+  return static_cast<uint16_t>(HolderOf(*lock).count);
 }

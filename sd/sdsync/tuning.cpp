@@ -13,7 +13,6 @@ namespace kiv {
 WaitLimits spinlockLimits = {1, 1, 0};
 WaitLimits readerLimits = {1, 0, 1};
 WaitLimits writerLimits = {1, 0, 1};
-Atomic<uint8_t> hardwareAcceleration{0};
 
 }  // namespace kiv
 

@@ -23,8 +23,10 @@ extern WaitLimits spinlockLimits;  // shown, and used by no lock
 extern WaitLimits readerLimits;
 extern WaitLimits writerLimits;
 
-// Non-zero: ticket designs of locks, and large caches of threads.
-extern Atomic<uint8_t> hardwareAcceleration;
+// Non-zero: ticket designs of locks, and large caches of threads. Defined here, so that every user
+// reads it in one load: a variable that is only declared might lie in another DLL, and compilers
+// reach it through a pointer.
+inline Atomic<uint8_t> hardwareAcceleration{0};
 
 inline bool HardwareAcceleration() {
   return hardwareAcceleration.load(std::memory_order_relaxed) != 0;

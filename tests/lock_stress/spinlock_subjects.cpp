@@ -58,12 +58,12 @@ class HeapLock {
   std::string Describe() const {
     if (!kTickets) {
       const TestAndSetLock& lock = lock_->word;
-      return DescribeWord(lock.word.load(kRelaxed), lock.owner.load(kRelaxed),
-                          lock.count.load(kRelaxed));
+      const Holder holder = lock.holder.load(kRelaxed);
+      return DescribeWord(lock.word.load(kRelaxed), holder.owner, holder.count);
     }
     const TicketLock& lock = lock_->ticket;
-    return DescribeTickets(lock.serving.load(kRelaxed), TicketsDrawn(), lock.owner.load(kRelaxed),
-                           lock.count.load(kRelaxed));
+    const Holder holder = lock.holder.load(kRelaxed);
+    return DescribeTickets(lock.serving.load(kRelaxed), TicketsDrawn(), holder.owner, holder.count);
   }
 
  protected:

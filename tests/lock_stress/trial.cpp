@@ -48,11 +48,13 @@ Trial::Trial(uint64_t seed, const Wishes& wishes)
       random_(seed),
       threads_(std::min(wishes.threads != 0 ? wishes.threads : random_.OneOf(kThreads),
                         kind_.mostThreads)),
+      inTurns_(random_.OneIn(2)),
       spinBudget_(random_.OneOf(kSpinBudgets)),
       time_(random_.Between(kShortestMs, kLongestMs)),
       hangLooks_(static_cast<uint32_t>(wishes.hangSeconds * 1000) /
                  static_cast<uint32_t>(kBetweenLooks.count())),
-      subject_(kind_.make(&random_)) {
+      subject_(kind_.make(&random_)),
+      turns_(seed, threads_) {
   for (uint32_t number = 1; number <= threads_; ++number) {
     workers_.emplace_back(number, Scramble(seed) + number);
   }
@@ -72,9 +74,10 @@ uint64_t Trial::Entries() const {
 void Trial::Report() const {
   std::fprintf(stderr,
                "  lock     %s: %s\n"
-               "  threads  %u, which spin %d rounds before they yield\n"
+               "  threads  %u, %s, which spin %d rounds before they yield\n"
                "  repeat   lock_stress --seed %llu and the other options as they were\n",
-               kind_.name, subject_->Describe().c_str(), threads_, spinBudget_,
+               kind_.name, subject_->Describe().c_str(), threads_,
+               inTurns_ ? "in turns" : "at once", spinBudget_,
                static_cast<unsigned long long>(seed_));
   for (const Worker& worker : workers_) {
     std::fprintf(stderr, "  thread %2u entered %llu times and %s\n", worker.number(),
@@ -82,20 +85,33 @@ void Trial::Report() const {
   }
 }
 
-void Trial::Live(Worker* worker) {
-  Random& random = worker->random();
-  StartDelays(random.Next(), random.OneOf(kPaces));
+// One life: a visitor, with nodes of its own where the lock has nodes.
+void Trial::Visit(Worker* worker) {
   const std::unique_ptr<Visitor> visitor = subject_->MakeVisitor(worker);
-  for (uint32_t left = random.Between(1, kMostVisitsInALife);
+  for (uint32_t left = worker->random().Between(1, kMostVisitsInALife);
        left > 0 && !isOver_.load(std::memory_order_relaxed); --left) {
     visitor->Visit();
   }
 }
 
-void Trial::Occupy(Worker* worker) {
-  while (!isOver_.load(std::memory_order_relaxed)) {
-    std::thread([&] { Live(worker); }).join();
+void Trial::Live(Worker* worker) {
+  if (inTurns_) {
+    DelayInTurns(&turns_, worker->number() - 1);
+    while (!isOver_.load(std::memory_order_relaxed)) {
+      turns_.ChangePace(worker->number() - 1);
+      Visit(worker);
+    }
+  } else {
+    DelayFor(worker->random().Next(), worker->random().OneOf(kPaces));
+    Visit(worker);
   }
+  EndDelays();
+}
+
+void Trial::Occupy(Worker* worker) {
+  do {
+    std::thread([&] { Live(worker); }).join();
+  } while (!isOver_.load(std::memory_order_relaxed));
   worker->Now("has ended");
   ended_.fetch_add(1);
 }

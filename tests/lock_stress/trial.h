@@ -10,13 +10,14 @@
 #include <vector>
 
 #include "lock_stress/subject.h"
+#include "lock_stress/turns.h"
 #include "lock_stress/worker.h"
 
 namespace kiv::stress {
 
 // What is asked of all trials.
 struct Wishes {
-  std::vector<const Kind*> kinds;  // to take in turn
+  std::vector<const Kind*> kinds;  // one after the other
   uint32_t threads;                // 0: as many as each trial draws
   double hangSeconds;              // without any progress
 };
@@ -39,9 +40,10 @@ class Trial {
   void Report() const;
 
  private:
-  // All the threads of one place, one after the other.
+  // All the threads of one place, one after the other; in turns it is one thread.
   void Occupy(Worker* worker);
   void Live(Worker* worker);
+  void Visit(Worker* worker);
 
   // Waits until `isOver`, unless nothing moves for too long.
   template <typename Condition>
@@ -51,10 +53,12 @@ class Trial {
   const Kind& kind_;
   Random random_;
   const uint32_t threads_;
+  const bool inTurns_;
   const int32_t spinBudget_;
   const std::chrono::milliseconds time_;
   const uint32_t hangLooks_;
   std::unique_ptr<Subject> subject_;
+  Turns turns_;
   std::deque<Worker> workers_;
   std::atomic<bool> isOver_{false};
   std::atomic<uint32_t> ended_{0};  // places whose last thread has ended

@@ -113,37 +113,47 @@ void HeapModel::Free(uint32_t block) {
 }
 
 void HeapModel::CoalesceAndBin(uint32_t block) {
+  const uint32_t previous = FreeBefore(block);
+  const uint32_t next = FreeAfter(block);
+  const uint32_t start = previous != kNoBlock ? previous : block;
+  uint32_t sizeBytes = blocks_[block].sizeBytes;
+  if (previous != kNoBlock) sizeBytes += blocks_[previous].sizeBytes;
+  if (next != kNoBlock) sizeBytes += blocks_[next].sizeBytes;
+
+  BinMerged(start, previous, next, BinOf(sizeBytes));
+  if (next != kNoBlock) blocks_.erase(next);
+  if (previous != kNoBlock) blocks_.erase(block);
+  blocks_[start] = {sizeBytes, BlockState::kFree};
+}
+
+uint32_t HeapModel::FreeBefore(uint32_t block) const {
   const auto self = blocks_.find(block);
-  const auto next = std::next(self);
-  const bool mergesNext = next != blocks_.end() && next->second.state == BlockState::kFree;
-  const bool mergesPrevious =
-      self != blocks_.begin() && std::prev(self)->second.state == BlockState::kFree;
+  if (self == blocks_.begin()) return kNoBlock;
+  const auto previous = std::prev(self);
+  return previous->second.state == BlockState::kFree ? previous->first : kNoBlock;
+}
 
-  const uint32_t start = mergesPrevious ? std::prev(self)->first : block;
-  const uint32_t follower = mergesNext ? next->first : kNoBlock;
-  uint32_t sizeBytes = self->second.sizeBytes;
-  if (mergesPrevious) sizeBytes += std::prev(self)->second.sizeBytes;
-  if (mergesNext) sizeBytes += next->second.sizeBytes;
-  const uint32_t bin = BinOf(sizeBytes);
+uint32_t HeapModel::FreeAfter(uint32_t block) const {
+  const auto next = std::next(blocks_.find(block));
+  if (next == blocks_.end() || next->second.state != BlockState::kFree) return kNoBlock;
+  return next->first;
+}
 
-  if (mergesPrevious && binOf_[start] == bin) {
+void HeapModel::BinMerged(uint32_t start, uint32_t previous, uint32_t next, uint32_t bin) {
+  if (previous != kNoBlock && binOf_[previous] == bin) {
     // Keeps the place of the previous block.
-    if (mergesNext) RemoveFromBin(follower);
-  } else if (mergesNext && binOf_[follower] == bin) {
+    if (next != kNoBlock) RemoveFromBin(next);
+  } else if (next != kNoBlock && binOf_[next] == bin) {
     // Takes the place of the next block.
-    if (mergesPrevious) RemoveFromBin(start);
-    std::replace(bins_[bin].begin(), bins_[bin].end(), follower, start);
-    binOf_.erase(follower);
+    if (previous != kNoBlock) RemoveFromBin(previous);
+    std::replace(bins_[bin].begin(), bins_[bin].end(), next, start);
+    binOf_.erase(next);
   } else {
     // Has its turn after all that lie in the bin.
-    if (mergesPrevious) RemoveFromBin(start);
-    if (mergesNext) RemoveFromBin(follower);
+    if (previous != kNoBlock) RemoveFromBin(previous);
+    if (next != kNoBlock) RemoveFromBin(next);
     bins_[bin].push_back(start);
   }
-
-  if (mergesNext) blocks_.erase(next);
-  if (mergesPrevious) blocks_.erase(self);
-  blocks_[start] = {sizeBytes, BlockState::kFree};
   binOf_[start] = bin;
 }
 

@@ -60,6 +60,9 @@ class HeapModel {
   uint32_t Find(uint32_t blockBytes);
   uint32_t Carve(uint32_t from, uint32_t blockBytes);
   void CoalesceAndBin(uint32_t block);
+  uint32_t FreeBefore(uint32_t block) const;
+  uint32_t FreeAfter(uint32_t block) const;
+  void BinMerged(uint32_t start, uint32_t previous, uint32_t next, uint32_t bin);
   void RemoveFromBin(uint32_t block);
 
   Blocks blocks_;

@@ -21,7 +21,7 @@ const char* PatternBytes(uint32_t pattern) {
     for (char& byte : made) byte = static_cast<char>(random() >> 8);
     return made;
   }();
-  return bytes.data() + pattern * 8;
+  return bytes.data() + size_t{pattern} * 8;
 }
 
 std::string Answered(const char* operation, uint32_t real, uint32_t expected) {

@@ -1,7 +1,9 @@
 # Answers a query file from a fact table, independently of the server: what it prints is what
-# the server has to say. Plain POSIX awk; fields must not be quoted, nor words of queries.
+# the server has to say. PUTs before the queries change cells. Plain POSIX awk; fields must not be
+# quoted, nor words of queries.
 #
 #   LC_ALL=C awk -f make-answers.awk facts.csv queries.txt > answers.txt
+#   LC_ALL=C awk -f make-answers.awk facts.csv puts.txt queries.txt > answers-after.txt
 
 BEGIN { FS = "," }
 
@@ -34,15 +36,31 @@ FNR == NR && NF > 1 {
 
 FNR == NR { next }
 
-# ---- Second file: the queries ----
+# ---- Further files: PUTs and queries ----
 
 { gsub(/^[ \t]+|[ \t]+$/, "") }
 $0 == "" || /^#/ { next }
 { words = split($0, word, /[ \t]+/) }
 
+word[1] == "PUT"  { put(word[words]) }
 word[1] == "SUM"  { print $0 ": " sumOf(substr($0, index($0, word[2]))) }
 word[1] == "TOP"  { print $0 ": " topOf(word[2], word[3] + 0) }
 word[1] == "CELL" { print $0 ": " cellOf() }
+
+function put(value,   d, key) {
+  if (words - 2 != dimensions) refuse("a cell has " dimensions " members")
+  for (d = 1; d <= dimensions; d++) {
+    if (!((d, word[d + 1]) in known)) refuse("unknown member " word[d + 1])
+    key = d == 1 ? word[2] : key SUBSEP word[d + 1]
+  }
+  for (d = 1; d <= dimensions; d++) sum[d, word[d + 1]] += value - cell[key]
+  cell[key] = value + 0
+}
+
+function refuse(why) {
+  printf "%s:%d: %s\n", FILENAME, FNR, why > "/dev/stderr"
+  exit 1
+}
 
 function number(value) {
   if (value == 0) return "0"

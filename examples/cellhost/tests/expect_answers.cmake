@@ -1,10 +1,18 @@
-# Makes the answers anew with AWK from the files in DATA, into MADE, and fails unless they are the
-# ones in DATA.
+# Makes answers anew with AWK from the files in DATA, into MADE, and fails unless they are those in
+# DATA: before the PUTs, and after them.
 set(ENV{LC_ALL} C)
-execute_process(COMMAND ${AWK} -f ${DATA}/make-answers.awk ${DATA}/facts.csv ${DATA}/queries.txt
-                OUTPUT_FILE ${MADE} COMMAND_ERROR_IS_FATAL ANY)
-execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${MADE} ${DATA}/answers.txt
-                RESULT_VARIABLE differs)
-if(differs)
-  message(FATAL_ERROR "${DATA}/answers.txt is not what make-answers.awk makes; see ${MADE}")
-endif()
+
+# expect_answers(ANSWERS FILE ...)
+function(expect_answers answers)
+  list(TRANSFORM ARGN PREPEND ${DATA}/)
+  execute_process(COMMAND ${AWK} -f ${DATA}/make-answers.awk ${ARGN}
+                  OUTPUT_FILE ${MADE} COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${MADE} ${DATA}/${answers}
+                  RESULT_VARIABLE differs)
+  if(differs)
+    message(SEND_ERROR "${DATA}/${answers} is not what make-answers.awk makes; see ${MADE}")
+  endif()
+endfunction()
+
+expect_answers(answers.txt facts.csv queries.txt)
+expect_answers(answers-after.txt facts.csv puts.txt queries.txt)

@@ -1,0 +1,118 @@
+// The allocators that the memory manager is measured against. Each is an object of one thread:
+// Allocate, Free, mostly Resize, and DropAll where it can drop everything at once.
+#ifndef KIV_BENCH_ALLOCATORS_H
+#define KIV_BENCH_ALLOCATORS_H
+
+#include <mimalloc.h>
+#include <oneapi/tbb/scalable_allocator.h>
+#include <windows.h>
+
+#include <array>
+#include <atomic>
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+
+namespace kiv::bench {
+
+struct Runtime {
+  static constexpr char kName[] = "runtime";
+
+  void* Allocate(uint32_t sizeBytes) { return std::malloc(sizeBytes); }
+  void* Resize(void* block, uint32_t sizeBytes) { return std::realloc(block, sizeBytes); }
+  void Free(void* block) { std::free(block); }
+};
+
+struct SystemHeap {
+  static constexpr char kName[] = "HeapAlloc";
+
+  void* Allocate(uint32_t sizeBytes) { return HeapAlloc(heap, 0, sizeBytes); }
+  void* Resize(void* block, uint32_t sizeBytes) { return HeapReAlloc(heap, 0, block, sizeBytes); }
+  void Free(void* block) { HeapFree(heap, 0, block); }
+
+  HANDLE heap = GetProcessHeap();
+};
+
+struct Mimalloc {
+  static constexpr char kName[] = "mimalloc";
+
+  void* Allocate(uint32_t sizeBytes) { return mi_malloc(sizeBytes); }
+  void* Resize(void* block, uint32_t sizeBytes) { return mi_realloc(block, sizeBytes); }
+  void Free(void* block) { mi_free(block); }
+};
+
+// A heap of its own for each request, which is what mimalloc has against short heaps.
+class MimallocHeap {
+ public:
+  static constexpr char kName[] = "mimalloc heap";
+
+  ~MimallocHeap() { mi_heap_destroy(heap_); }
+
+  void* Allocate(uint32_t sizeBytes) { return mi_heap_malloc(heap_, sizeBytes); }
+  void DropAll() {
+    mi_heap_destroy(heap_);
+    heap_ = mi_heap_new();
+  }
+
+ private:
+  mi_heap_t* heap_ = mi_heap_new();
+};
+
+struct Tbbmalloc {
+  static constexpr char kName[] = "tbbmalloc";
+
+  void* Allocate(uint32_t sizeBytes) { return scalable_malloc(sizeBytes); }
+  void* Resize(void* block, uint32_t sizeBytes) { return scalable_realloc(block, sizeBytes); }
+  void Free(void* block) { scalable_free(block); }
+};
+
+// What a lock costs and nothing else: lists of free blocks by powers of two, where each operation
+// takes and gives back a lock by exchanges, so that a pair has four.
+class LockedList {
+ public:
+  static constexpr char kName[] = "list behind four exchanges";
+
+  void* Allocate(uint32_t sizeBytes) {
+    const auto list = static_cast<uint32_t>(std::bit_width(sizeBytes - 1));
+    Node* node = Pop(list);
+    if (node == nullptr) node = static_cast<Node*>(std::malloc(sizeof(Node) + (1ULL << list)));
+    node->list = list;
+    return node + 1;
+  }
+
+  void Free(void* block) {
+    Node* node = static_cast<Node*>(block) - 1;
+    Lock();
+    node->next = shared.lists[node->list];
+    shared.lists[node->list] = node;
+    Unlock();
+  }
+
+ private:
+  struct Node {
+    Node* next;
+    uint64_t list;
+  };
+  struct alignas(64) Shared {
+    std::atomic<uint32_t> locked;
+    std::array<Node*, 32> lists;
+  };
+  inline static Shared shared;
+
+  static void Lock() {
+    while (shared.locked.exchange(1) != 0) YieldProcessor();
+  }
+  static void Unlock() { shared.locked.exchange(0); }
+
+  static Node* Pop(uint32_t list) {
+    Lock();
+    Node* node = shared.lists[list];
+    if (node != nullptr) shared.lists[list] = node->next;
+    Unlock();
+    return node;
+  }
+};
+
+}  // namespace kiv::bench
+
+#endif

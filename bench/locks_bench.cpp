@@ -1,0 +1,66 @@
+// Locks that nobody else wants: taking and giving back, against the platform's locks and
+// against the locked instructions alone.
+#include <benchmark/benchmark.h>
+
+#include "lock_contenders.h"
+#include "lock_limits.h"
+
+namespace {
+
+using namespace kiv::bench;
+
+template <typename Limit>
+void LockedInstructions(benchmark::State& state) {
+  Limit limit;
+  for (auto _ : state) {
+    limit.EnterAndLeave();
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK_TEMPLATE(LockedInstructions, WordLimit);
+BENCHMARK_TEMPLATE(LockedInstructions, TicketLimit);
+BENCHMARK_TEMPLATE(LockedInstructions, ReadLimit);
+BENCHMARK_TEMPLATE(LockedInstructions, WriteLimit);
+
+// The same two instructions, each behind a call into the library.
+void LockedInstructionsBehindCalls(benchmark::State& state) {
+  alignas(64) int32_t word = 0;
+  for (auto _ : state) {
+    KivSdAtomicIncrement(&word);
+    KivSdAtomicDecrement(&word);
+  }
+}
+BENCHMARK(LockedInstructionsBehindCalls);
+
+template <typename Lock>
+void Alone(benchmark::State& state) {
+  Lock lock;
+  typename Lock::Session session(&lock);
+  for (auto _ : state) {
+    session.Enter();
+    session.Leave();
+  }
+}
+BENCHMARK_TEMPLATE(Alone, Spinlock<kTestAndSet>);
+BENCHMARK_TEMPLATE(Alone, Spinlock<kTickets>);
+BENCHMARK_TEMPLATE(Alone, SpinlockOnce<kTickets>);
+BENCHMARK_TEMPLATE(Alone, LightSpinlock<kTestAndSet>);
+BENCHMARK_TEMPLATE(Alone, LightSpinlock<kTickets>);
+BENCHMARK_TEMPLATE(Alone, RwLock);
+BENCHMARK_TEMPLATE(Alone, CriticalSection);
+BENCHMARK_TEMPLATE(Alone, SrwLock);
+BENCHMARK_TEMPLATE(Alone, StdMutex);
+
+template <typename Lock>
+void ReadAlone(benchmark::State& state) {
+  Lock lock;
+  typename Lock::Session session(&lock);
+  for (auto _ : state) {
+    session.EnterRead();
+    session.LeaveRead();
+  }
+}
+BENCHMARK_TEMPLATE(ReadAlone, RwLock);
+BENCHMARK_TEMPLATE(ReadAlone, SrwLock);
+
+}  // namespace

@@ -1,0 +1,181 @@
+// Locks that several threads want: the time of an operation, all threads together, in a window of
+// fixed length. Each thread takes the lock, works on what it guards, gives it back, and does
+// some work of its own.
+#include <string>
+
+#include "contention.h"
+#include "lock_contenders.h"
+
+namespace {
+
+using namespace kiv::bench;
+
+// Waits depend on the budget of spinning, so the output's head tells it.
+[[maybe_unused]] const bool kBudgetIsTold = [] {
+  KivSyncEnvInit();
+  benchmark::AddCustomContext("spin_budget", std::to_string(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT));
+  return true;
+}();
+
+// What a lock guards: a line of counters. Readers sum, writers add.
+struct alignas(64) Guarded {
+  uint64_t words[8] = {};
+
+  void Change() {
+    for (uint64_t& word : words) ++word;
+  }
+  void Look() const {
+    uint64_t sum = 0;
+    for (const uint64_t word : words) sum += word;
+    benchmark::DoNotOptimize(sum);
+  }
+};
+
+// Work that needs no lock, and none of another thread's lines.
+void WorkAlone(int64_t rounds) {
+  uint64_t value = 1;
+  for (int64_t i = 0; i < rounds; ++i) benchmark::DoNotOptimize(value = value * 3 + 1);
+}
+
+// Arguments: threads, rounds of own work.
+template <typename Lock>
+void Contended(benchmark::State& state) {
+  const auto threads = static_cast<int>(state.range(0));
+  const int64_t rounds = state.range(1);
+  for (auto _ : state) {
+    Lock lock;
+    Guarded guarded;
+    const auto body = [&](int, Window* window) {
+      ReadySession<Lock> session(&lock);
+      uint64_t operations = 0;
+      for (window->Await(); window->IsOpen(); ++operations) {
+        Write(&session, [&] { guarded.Change(); });
+        WorkAlone(rounds);
+      }
+      return operations;
+    };
+    Report(state, RunTogether(threads, body));
+  }
+}
+
+// Arguments: threads, operations of which one writes.
+template <typename Lock>
+void ReadMostly(benchmark::State& state) {
+  const auto threads = static_cast<int>(state.range(0));
+  const auto period = static_cast<uint64_t>(state.range(1));
+  for (auto _ : state) {
+    Lock lock;
+    Guarded guarded;
+    const auto body = [&](int number, Window* window) {
+      ReadySession<Lock> session(&lock);
+      const auto own = static_cast<uint64_t>(number) * period / static_cast<uint64_t>(threads);
+      uint64_t operations = 0;
+      for (window->Await(); window->IsOpen(); ++operations) {
+        if (operations % period == own) {
+          Write(&session, [&] { guarded.Change(); });
+        } else {
+          Read(&session, [&] { guarded.Look(); });
+        }
+      }
+      return operations;
+    };
+    Report(state, RunTogether(threads, body));
+  }
+}
+
+// The limit of a lock that changes hands each time, as one that is first come, first served does
+// when threads want it all the time: two threads pass a word to and fro, and what it guards too.
+enum What { kTurn, kTurnAndGuarded };
+template <What kWhat>
+void HandOver(benchmark::State& state) {
+  for (auto _ : state) {
+    alignas(64) std::atomic<uint64_t> turn{0};
+    Guarded guarded;
+    const auto body = [&](int number, Window* window) {
+      uint64_t operations = 0;
+      window->Await();
+      while (window->IsOpen()) {
+        const uint64_t seen = turn.load(std::memory_order_acquire);
+        if (seen % 2 != static_cast<uint64_t>(number)) continue;
+        if (kWhat == kTurnAndGuarded) guarded.Change();
+        turn.store(seen + 1, std::memory_order_release);
+        ++operations;
+      }
+      return operations;
+    };
+    Report(state, RunTogether(2, body));
+  }
+}
+BENCHMARK_TEMPLATE(HandOver, kTurn)->UseManualTime()->Iterations(1);
+BENCHMARK_TEMPLATE(HandOver, kTurnAndGuarded)->UseManualTime()->Iterations(1);
+
+// The limit of a lock whose waiters sleep: two threads that wake each other.
+void HandOverInKernel(benchmark::State& state) {
+  for (auto _ : state) {
+    HANDLE semaphores[] = {CreateSemaphoreA(nullptr, 1, 2, nullptr),
+                           CreateSemaphoreA(nullptr, 0, 2, nullptr)};
+    const auto body = [&](int number, Window* window) {
+      uint64_t operations = 0;
+      window->Await();
+      for (; window->IsOpen(); ++operations) {
+        WaitForSingleObject(semaphores[number], INFINITE);
+        ReleaseSemaphore(semaphores[1 - number], 1, nullptr);
+      }
+      ReleaseSemaphore(semaphores[1 - number], 1, nullptr);  // the other may be waiting still
+      return operations;
+    };
+    Report(state, RunTogether(2, body));
+    for (HANDLE semaphore : semaphores) CloseHandle(semaphore);
+  }
+}
+BENCHMARK(HandOverInKernel)->UseManualTime()->Iterations(1);
+
+// The limit of what threads can do to one line: a locked instruction each.
+void SharedAddition(benchmark::State& state) {
+  const auto threads = static_cast<int>(state.range(0));
+  for (auto _ : state) {
+    alignas(64) std::atomic<uint64_t> word{0};
+    const auto body = [&](int, Window* window) {
+      uint64_t operations = 0;
+      for (window->Await(); window->IsOpen(); ++operations) word.fetch_add(1);
+      return operations;
+    };
+    Report(state, RunTogether(threads, body));
+  }
+}
+BENCHMARK(SharedAddition)->Arg(2)->Arg(4)->UseManualTime()->Iterations(1);
+
+constexpr int64_t kNoWork = 0;
+constexpr int64_t kSomeWork = 200;
+
+void Contentions(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"threads", "work"})->UseManualTime()->Iterations(1);
+  for (const int64_t threads : {2, 4}) {
+    for (const int64_t work : {kNoWork, kSomeWork}) benchmark->Args({threads, work});
+  }
+}
+BENCHMARK_TEMPLATE(Contended, Spinlock<kTestAndSet>)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, Spinlock<kTickets>)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, LightSpinlock<kTestAndSet>)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, LightSpinlock<kTickets>)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, RwLock)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, SleeplessRwLock)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, CriticalSection)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, SrwLock)->Apply(Contentions);
+BENCHMARK_TEMPLATE(Contended, StdMutex)->Apply(Contentions);
+
+void Mixes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->ArgNames({"threads", "one_write_in"})->UseManualTime()->Iterations(1);
+  for (const int64_t threads : {2, 4}) {
+    for (const int64_t period : {10, 100}) benchmark->Args({threads, period});
+  }
+}
+BENCHMARK_TEMPLATE(ReadMostly, RwLock)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, SleeplessRwLock)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, Spinlock<kTestAndSet>)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, Spinlock<kTickets>)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, CriticalSection)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, SrwLock)->Apply(Mixes);
+BENCHMARK_TEMPLATE(ReadMostly, StdMutex)->Apply(Mixes);
+
+}  // namespace

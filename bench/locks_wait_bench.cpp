@@ -1,0 +1,97 @@
+// How long threads wait for a lock that two of them want all the time, and how much longer the
+// longest wait is than the mean: the time is the mean wait, `longest_to_mean` the ratio in one of
+// many short rounds, the middle one of all rounds of both threads. Rounds are short so that the
+// system takes the processor away, which lengthens every lock's waits, in few of them.
+#include <x86intrin.h>
+
+#include "contention.h"
+#include "lock_contenders.h"
+
+namespace {
+
+using namespace kiv::bench;
+
+constexpr int kThreads = 2;
+constexpr int kRoundTakings = 500;
+
+// The processor's counter, which costs a wait little, and the clock that gives its rate.
+struct Clocks {
+  uint64_t ticks;
+  std::chrono::steady_clock::time_point time;
+
+  static Clocks Now() { return {__rdtsc(), std::chrono::steady_clock::now()}; }
+  double TicksPerSecondSince(const Clocks& start) const {
+    const std::chrono::duration<double> seconds = time - start.time;
+    return static_cast<double>(ticks - start.ticks) / seconds.count();
+  }
+};
+
+struct Round {
+  double mean;  // in ticks
+  double longest;
+};
+
+template <typename Session>
+Round MeasureRound(Session* session, uint64_t* guarded) {
+  uint64_t sum = 0;
+  uint64_t longest = 0;
+  for (int i = 0; i < kRoundTakings; ++i) {
+    const uint64_t start = __rdtsc();
+    session->Enter();
+    const uint64_t waited = __rdtsc() - start;
+    ++*guarded;
+    session->Leave();
+    sum += waited;
+    longest = std::max(longest, waited);
+  }
+  return {static_cast<double>(sum) / kRoundTakings, static_cast<double>(longest)};
+}
+
+double Middle(std::vector<double>* values) {
+  const auto middle = values->begin() + static_cast<std::ptrdiff_t>(values->size() / 2);
+  std::nth_element(values->begin(), middle, values->end());
+  return *middle;
+}
+
+void ReportWaits(benchmark::State& state, const std::vector<Round>& rounds, double ticksPerSecond) {
+  std::vector<double> means;
+  std::vector<double> ratios;
+  for (const Round& round : rounds) {
+    means.push_back(round.mean);
+    ratios.push_back(round.longest / round.mean);
+  }
+  state.SetIterationTime(Middle(&means) / ticksPerSecond);
+  state.counters["longest_to_mean"] = Middle(&ratios);
+}
+
+template <typename Lock>
+void Wait(benchmark::State& state) {
+  for (auto _ : state) {
+    Lock lock;
+    alignas(64) uint64_t guarded = 0;
+    std::vector<Round> rounds[kThreads];
+    const Clocks start = Clocks::Now();
+    const auto body = [&](int number, Window* window) {
+      ReadySession<Lock> session(&lock);
+      window->Await();
+      while (window->IsOpen()) rounds[number].push_back(MeasureRound(&session, &guarded));
+      return rounds[number].size();
+    };
+    RunTogether(kThreads, body);
+    const double ticksPerSecond = Clocks::Now().TicksPerSecondSince(start);
+    rounds[0].insert(rounds[0].end(), rounds[1].begin(), rounds[1].end());
+    ReportWaits(state, rounds[0], ticksPerSecond);
+  }
+}
+
+void Once(benchmark::internal::Benchmark* benchmark) { benchmark->UseManualTime()->Iterations(1); }
+BENCHMARK_TEMPLATE(Wait, Spinlock<kTickets>)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, LightSpinlock<kTickets>)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, Spinlock<kTestAndSet>)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, LightSpinlock<kTestAndSet>)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, RwLock)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, CriticalSection)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, SrwLock)->Apply(Once);
+BENCHMARK_TEMPLATE(Wait, StdMutex)->Apply(Once);
+
+}  // namespace

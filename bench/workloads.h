@@ -1,0 +1,252 @@
+// What allocators are made to do. All times are of one block: its allocation and its free.
+#ifndef KIV_BENCH_WORKLOADS_H
+#define KIV_BENCH_WORKLOADS_H
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "allocators.h"
+
+namespace kiv::bench {
+
+// ---- Sizes ----
+
+constexpr size_t kDraws = 1 << 16;
+
+// 16 to 528 bytes, the smaller the more often; 99 on average. Drawn beforehand, and the same for
+// everyone.
+inline const std::array<uint32_t, kDraws> kSizes = [] {
+  std::array<uint32_t, kDraws> sizes;
+  std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
+  for (uint32_t& size : sizes) {
+    const uint32_t range = 16U << (random() % 6);
+    size = 16 + static_cast<uint32_t>(random()) % range;
+  }
+  return sizes;
+}();
+
+inline uint32_t SizeOf(size_t draw) { return kSizes[draw % kDraws]; }
+
+// xorshift: G. Marsaglia, "Xorshift RNGs", 2003.
+class Random {
+ public:
+  explicit Random(uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15 + 1) {}
+
+  uint64_t Next() {
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 7;
+    state_ ^= state_ << 17;
+    return state_;
+  }
+
+  // Below `bound`, which is below 2^32.
+  uint64_t Below(uint64_t bound) { return ((Next() >> 32) * bound) >> 32; }
+
+ private:
+  uint64_t state_;
+};
+
+template <typename Allocator>
+void* AllocateWritten(Allocator* allocator, uint32_t sizeBytes) {
+  auto* block = static_cast<uint64_t*>(allocator->Allocate(sizeBytes));
+  *block = sizeBytes;
+  return block;
+}
+
+// ---- Workloads ----
+
+template <typename Allocator>
+void SamePairs(benchmark::State& state) {
+  const auto sizeBytes = static_cast<uint32_t>(state.range(0));
+  Allocator allocator;
+  for (auto _ : state) {
+    void* block = allocator.Allocate(sizeBytes);
+    benchmark::DoNotOptimize(block);
+    allocator.Free(block);
+  }
+}
+
+// So many live blocks, of which a random one is freed and followed by one of another size.
+template <typename Allocator>
+void RandomWindow(benchmark::State& state) {
+  Allocator allocator;
+  std::vector<void*> blocks(static_cast<size_t>(state.range(0)));
+  size_t draw = 0;
+  for (void*& block : blocks) block = AllocateWritten(&allocator, SizeOf(draw++));
+  Random random(1);
+  for (auto _ : state) {
+    void*& block = blocks[random.Below(blocks.size())];
+    allocator.Free(block);
+    block = AllocateWritten(&allocator, SizeOf(draw++));
+  }
+  for (void* block : blocks) allocator.Free(block);
+}
+
+template <typename Allocator>
+void Drop(Allocator* allocator, const std::vector<void*>& blocks) {
+  if constexpr (requires { allocator->DropAll(); }) {
+    allocator->DropAll();
+  } else {
+    for (void* block : blocks) allocator->Free(block);
+  }
+}
+
+// A request allocates so many blocks; when it ends all of them go.
+template <typename Allocator>
+void Request(benchmark::State& state) {
+  Allocator allocator;
+  std::vector<void*> blocks(static_cast<size_t>(state.range(0)));
+  size_t draw = 0;
+  while (state.KeepRunningBatch(state.range(0))) {
+    for (void*& block : blocks) block = AllocateWritten(&allocator, SizeOf(draw++));
+    Drop(&allocator, blocks);
+  }
+}
+
+// Where threads leave their blocks for each other.
+constexpr size_t kBatchBlocks = 256;
+using Batch = std::array<void*, kBatchBlocks>;
+
+template <typename Allocator>
+class Exchange {
+ public:
+  static constexpr size_t kPlaces = 16;
+
+  // Gives a batch for one that was left before, mostly by another thread, or for null.
+  Batch* Swap(size_t place, Batch* batch) { return places_[place % kPlaces].batch.exchange(batch); }
+
+ private:
+  struct alignas(64) Place {
+    std::atomic<Batch*> batch;
+  };
+  std::array<Place, kPlaces> places_;
+};
+
+template <typename Allocator>
+void FreeBatch(Allocator* allocator, Batch* batch) {
+  if (batch == nullptr) return;
+  for (void* block : *batch) allocator->Free(block);
+  delete batch;
+}
+
+// Blocks are freed by whichever thread finds them, mostly not the one that made them.
+template <typename Allocator>
+void CrossThread(benchmark::State& state) {
+  static Exchange<Allocator> exchange;
+  Allocator allocator;
+  Random random(static_cast<uint64_t>(state.thread_index()) + 1);
+  auto* batch = new Batch;
+  for (void*& block : *batch) block = AllocateWritten(&allocator, SizeOf(random.Next()));
+  while (state.KeepRunningBatch(kBatchBlocks)) {
+    const uint64_t draw = random.Next();
+    Batch* other = exchange.Swap(draw >> 32, batch);
+    batch = other != nullptr ? other : new Batch{};
+    for (size_t i = 0; i < kBatchBlocks; ++i) {
+      void*& block = (*batch)[i];
+      if (block != nullptr) allocator.Free(block);
+      block = AllocateWritten(&allocator, SizeOf(draw + i));
+    }
+  }
+  FreeBatch(&allocator, batch);
+  if (state.thread_index() != 0) return;
+  for (size_t i = 0; i < exchange.kPlaces; ++i) FreeBatch(&allocator, exchange.Swap(i, nullptr));
+}
+
+// A block that grows by a quarter at a time, beside another that keeps it from staying where it is.
+template <typename Allocator>
+void Growth(benchmark::State& state) {
+  constexpr uint32_t kFirstBytes = 32;
+  const auto lastBytes = static_cast<uint32_t>(state.range(0));
+  Allocator allocator;
+  for (auto _ : state) {
+    void* block = AllocateWritten(&allocator, kFirstBytes);
+    void* neighbour = AllocateWritten(&allocator, kFirstBytes);
+    for (uint32_t size = kFirstBytes; size < lastBytes; size += size / 4) {
+      block = allocator.Resize(block, size + size / 4);
+    }
+    benchmark::DoNotOptimize(block);
+    allocator.Free(block);
+    allocator.Free(neighbour);
+  }
+}
+
+// ---- Registration ----
+
+template <typename Allocator>
+std::string NameOf(const char* workload) {
+  return std::string(workload) + "/" + Allocator::kName;
+}
+
+template <typename Allocator>
+void RegisterPairs() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("pair").c_str(), SamePairs<Allocator>)
+      ->RangeMultiplier(4)
+      ->Range(16, 64 << 10);
+}
+
+template <typename Allocator>
+void RegisterWindows() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("window").c_str(), RandomWindow<Allocator>)
+      ->Arg(1000)
+      ->Arg(100000)
+      ->Arg(1000000);
+}
+
+template <typename Allocator>
+void RegisterRequests() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("request").c_str(), Request<Allocator>)
+      ->Arg(200)
+      ->Arg(1000)
+      ->Arg(5000);
+}
+
+template <typename Allocator>
+void RegisterThreads() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("cross-thread").c_str(), CrossThread<Allocator>)
+      ->ThreadRange(1, 4)
+      ->UseRealTime();
+}
+
+template <typename Allocator>
+void RegisterGrowth() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("growth").c_str(), Growth<Allocator>)
+      ->Arg(1024)
+      ->Arg(48 << 10);
+}
+
+template <typename Allocator>
+void RegisterAll() {
+  RegisterPairs<Allocator>();
+  RegisterWindows<Allocator>();
+  RegisterRequests<Allocator>();
+  RegisterThreads<Allocator>();
+  RegisterGrowth<Allocator>();
+}
+
+inline void RegisterOthers() {
+  RegisterAll<Runtime>();
+  RegisterAll<SystemHeap>();
+  RegisterAll<Mimalloc>();
+  RegisterAll<Tbbmalloc>();
+  RegisterRequests<MimallocHeap>();
+  RegisterPairs<LockedList>();
+}
+
+inline int Run(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  RegisterOthers();
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
+
+}  // namespace kiv::bench
+
+#endif

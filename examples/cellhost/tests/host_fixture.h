@@ -1,0 +1,75 @@
+// What tests of the server's parts share: a thread's record, and what clients may ask of cells.
+#ifndef CELLHOST_TESTS_HOST_FIXTURE_H
+#define CELLHOST_TESTS_HOST_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "../cell_cache.h"
+#include "../put_order.h"
+#include "../query.h"
+#include "../scratch.h"
+#include "../thread_record.h"
+#include "kivsdu/vorutil.h"
+
+namespace cellhost::test {
+
+// A thread's record for its scope.
+class InThread {
+ public:
+  InThread() { EXPECT_TRUE(EnterThread()); }
+  InThread(const InThread&) = delete;
+  InThread& operator=(const InThread&) = delete;
+  ~InThread() { LeaveThread(); }
+};
+
+// The per-thread slot, and a record of the test's own thread. A test's first member, so that it
+// goes last.
+class InHost {
+ public:
+  InHost() {
+    EXPECT_EQ(KivSdVorUtilTlsInit(), 0u);
+    EXPECT_TRUE(EnterThread());
+  }
+  InHost(const InHost&) = delete;
+  InHost& operator=(const InHost&) = delete;
+  ~InHost() {
+    LeaveThread();
+    KivSdVorUtilTlsTerm();
+  }
+};
+
+// What a query says behind its own text.
+inline std::string AnswerTo(CellCache* cells, std::string_view text) {
+  TextStack words;
+  Query query;
+  Fault fault = {};
+  std::string_view answer;
+  if (!ParseQuery(text, &words, &query, &fault)) return fault.text;
+  EXPECT_TRUE(cells->Answer(query, &answer));
+  EXPECT_TRUE(answer.starts_with(std::string(text) + ": ")) << answer;
+  std::string said(answer.substr(std::min(answer.size(), text.size() + 2)));
+  ResetScratch();
+  return said;
+}
+
+// What a PUT is refused with; empty if it is carried out.
+inline std::string Put(CellCache* cells, std::string_view text) {
+  TextStack words;
+  PutOrder order;
+  Fault fault = {};
+  return ParsePut(text, &words, &order, &fault) && cells->Put(order, &fault) ? "" : fault.text;
+}
+
+inline uint32_t CountOf(CellCache* cells) {
+  uint32_t count = 0;
+  EXPECT_TRUE(cells->Count(&count));
+  return count;
+}
+
+}  // namespace cellhost::test
+
+#endif

@@ -1,0 +1,133 @@
+// Starting and stopping the host: the design of its locks, and how it has memory.
+#include "../host.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "kivsdu/memusage.h"
+#include "kivsdu/shortheap.h"
+#include "kivsdu/spinlock.h"
+#include "memory_modes.h"
+#include "support/process.h"
+
+namespace cellhost {
+namespace {
+
+using kiv::test::ConfigurationFile;
+using kiv::test::SettingsNow;
+
+constexpr uint64_t kPattern = 0xA5A5A5A5A5A5A5A5;
+constexpr size_t kTicketWords = 3;
+
+// How many words of its storage a lightweight spinlock of this process uses, which is what tells
+// the designs apart.
+size_t WordsOfALock() {
+  KivSdLWSpinlock lock;
+  std::ranges::fill(lock.opaque, kPattern);
+  KivSdLWSpinlockInit(&lock);
+  return static_cast<size_t>(std::ranges::find(lock.opaque, kPattern) - std::begin(lock.opaque));
+}
+
+TEST(Host, HasLocksOfTickets) {
+  IN_FRESH_PROCESS([] {
+    EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kPlain));
+    EXPECT_EQ(WordsOfALock(), kTicketWords);
+    StopHost();
+  });
+}
+
+TEST(Host, HasLocksOfTestAndSet) {
+  IN_FRESH_PROCESS([] {
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kPlain));
+    EXPECT_EQ(WordsOfALock(), std::size(KivSdLWSpinlock{}.opaque));
+    StopHost();
+  });
+}
+
+constexpr uint64_t kLimitBytes = 64 << 20;
+
+// Whether requests have short heaps now.
+bool HasShortHeaps() {
+  AdShortHeapOwner owner = {};
+  adMemShortHeapInit(&owner);
+  const bool has = adMemShortCheckStatus(&owner) != 0;
+  adMemShortHeapTerm(&owner);
+  return has;
+}
+
+TEST(Host, HasHeapsFromItsStartToItsEnd) {
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file(test::kHeaps.configuration);
+    EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kAsConfigured));
+    EXPECT_EQ(WordsOfALock(), kTicketWords);
+    EXPECT_EQ(SettingsNow()[0], kLimitBytes);
+    EXPECT_EQ(SettingsNow()[1], 4u);
+    EXPECT_TRUE(HasShortHeaps());
+    StopHost();
+    EXPECT_FALSE(HasShortHeaps());
+  });
+}
+
+// Each block is counted by itself here, those of the context and the record among them.
+TEST(Host, HasNoBlockBeforeTheManagerStartsNorAfterItEnds) {
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file(test::kNoHeaps.configuration);
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
+    EXPECT_EQ(SettingsNow()[5], 0u);
+    EXPECT_GT(MemoryTotalsNow().used(), 0u);
+    StopHost();
+    EXPECT_TRUE(MemoryTotalsNow().counted);
+    EXPECT_EQ(MemoryTotalsNow().used(), 0u);
+  });
+}
+
+TEST(Host, IsInPlainModeWithoutAFileOrWhenItIsToBe) {
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file(test::kPlain.configuration);
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
+    EXPECT_FALSE(HasShortHeaps() || MemoryTotalsNow().counted);
+    StopHost();
+  });
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file(test::kHeaps.configuration);
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kPlain));
+    EXPECT_FALSE(HasShortHeaps() || MemoryTotalsNow().counted);
+    StopHost();
+  });
+}
+
+TEST(Host, IsToldOfShortMemoryUntilItStops) {
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file(test::kHeaps.configuration);
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
+    EXPECT_EQ(MemoryMessagesSeen().refusals, 0u);
+    adMemSendErrorMessage(1);
+    EXPECT_EQ(MemoryMessagesSeen().refusals, 1u);
+    // So many allocations after a message the library sends the next of its kind.
+    for (int number = 0; number <= 1000; ++number) kiv::test::Free(kiv::test::Allocate(100));
+    adMemSendErrorMessage(1);
+    EXPECT_EQ(MemoryMessagesSeen().refusals, 2u);
+    for (int number = 0; number <= 1000; ++number) kiv::test::Free(kiv::test::Allocate(100));
+    StopHost();
+    adMemSendErrorMessage(1);
+    EXPECT_EQ(MemoryMessagesSeen().refusals, 2u);
+  });
+}
+
+TEST(Host, SaysThatALimitIsTooLow) {
+  IN_FRESH_PROCESS([] {
+    const ConfigurationFile file("memorylimit 1M");
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "cellhost: memory: a limit of 1048576 bytes is too low, set 10240 KiB or more; runs "
+              "in plain mode\n");
+    EXPECT_FALSE(HasShortHeaps());
+    StopHost();
+  });
+}
+
+}  // namespace
+}  // namespace cellhost

@@ -1,0 +1,341 @@
+// Plain mode once a fatal exception has been recorded: served from the exception stack, for the
+// thread that recorded it alone. What was recorded stays, so that every test has a process of its
+// own.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+
+#include "kivsdu/kivsdu.h"
+#include "support/policy.h"
+#include "support/process.h"
+#include "support/runtime_watch.h"
+
+namespace {
+
+using kiv::test::Allocate;
+using kiv::test::Fill;
+using kiv::test::Free;
+using kiv::test::IsFilled;
+using kiv::test::Reallocate;
+using kiv::test::RuntimeWatch;
+
+constexpr uint64_t kStackBytes = 1 << 20;
+constexpr int kSurvived = 7;  // of a process that was to end by itself
+constexpr uint8_t kOrderly = 0;
+constexpr uint8_t kAbort = 1;
+
+char* Bytes(void* block) { return static_cast<char*>(block); }
+
+void Record(uint8_t value) {
+  KivSdXcptCreateStackHeader();
+  ASSERT_EQ(KivSdXcptSetFatExceptionOccured(value), KIV_ST_OK);
+}
+
+auto EndedByAbort() {
+#ifdef _WIN32
+  return testing::ExitedWithCode(3);
+#else
+  return testing::KilledBySignal(SIGABRT);
+#endif
+}
+
+// How large a piece the empty stack has room for: the block's size less its header, for a block
+// that fills whole pages with the manager's 128 bytes.
+uint64_t EmptyRoom() {
+  uint32_t page = 0;
+  EXPECT_EQ(KivSdPageSizeGet(nullptr, &page), KIV_ST_OK);
+  const uint64_t block = (kStackBytes + 128 + page - 1) / page * page - 128;
+  return block - 16;
+}
+
+TEST(FatalException, ServesAllocationsFromTheExceptionStackAlone) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    const RuntimeWatch watch;
+    void* first = Allocate(100);
+    void* second = Allocate(10, AD_POLICY_MANDATORY);
+    void* third = Allocate(1000);
+    EXPECT_EQ(Bytes(second), Bytes(first) + 104);
+    EXPECT_EQ(Bytes(third), Bytes(second) + 16);
+    Fill(first, 100);
+    Fill(third, 1000);
+    EXPECT_TRUE(IsFilled(first, 100));
+    KivSdContext* ctx = nullptr;
+    EXPECT_EQ(KivSdInit(&ctx), KIV_ST_OK);
+    EXPECT_EQ(KivSdTerm(ctx), KIV_ST_OK);
+    EXPECT_TRUE(watch.sizes().empty());
+    EXPECT_TRUE(watch.freed().empty());
+  });
+}
+
+TEST(FatalException, StillRefusesBadArguments) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    void* block = &block;
+    EXPECT_EQ(adMalloc(nullptr, 0, &block, nullptr, 0), KIV_ST_ARGUMENT);
+    EXPECT_EQ(adFree(nullptr, nullptr, 0), KIV_ST_ARGUMENT);
+    EXPECT_EQ(adRealloc(nullptr, 0, Allocate(1), &block, nullptr, 0), KIV_ST_ARGUMENT);
+  });
+}
+
+TEST(FatalException, ReleasesNothingAndRefusesWhatIsNotOfTheStack) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Record(kOrderly);
+    EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
+    void* block = Allocate(100);
+    Fill(block, 100);
+    EXPECT_EQ(adFree(block, nullptr, 0), KIV_ST_OK);
+    EXPECT_EQ(adFree(Bytes(block) + 5, nullptr, 0), KIV_ST_OK);
+    EXPECT_EQ(adFree(Bytes(block) - 1, nullptr, 0), KIV_ST_ARGUMENT);
+    EXPECT_EQ(adFree(&block, nullptr, 0), KIV_ST_ARGUMENT);
+    EXPECT_EQ(adFree(block, nullptr, 0), KIV_ST_OK);
+    EXPECT_TRUE(IsFilled(block, 100));
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(block) + 104);
+  });
+}
+
+TEST(FatalException, RefusesAFreeBeforeAnythingIsOnTheStack) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Record(kOrderly);
+    EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
+  });
+}
+
+TEST(FatalException, RefusesEveryFreeWithoutAStack) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
+    EXPECT_EQ(adFree(before, nullptr, 0), KIV_ST_ARGUMENT);
+  });
+}
+
+TEST(FatalException, FreesNothingOnceFreeingIsOff) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
+    Record(kOrderly);
+    EXPECT_EQ(adFree(nullptr, nullptr, 0), KIV_ST_OK);
+    int elsewhere = 0;
+    EXPECT_EQ(adFree(&elsewhere, nullptr, 0), KIV_ST_OK);
+  });
+}
+
+TEST(FatalException, ReallocatesByPushingACopy) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    void* block = Allocate(100);
+    Fill(block, 100);
+    void* larger = Reallocate(block, 500);
+    EXPECT_EQ(Bytes(larger), Bytes(block) + 104);
+    EXPECT_TRUE(IsFilled(larger, 100));
+    Fill(larger, 500);
+    EXPECT_TRUE(IsFilled(block, 100));
+    void* smaller = Reallocate(larger, 10);
+    EXPECT_EQ(Bytes(smaller), Bytes(larger) + 504);
+    EXPECT_TRUE(IsFilled(smaller, 10));
+    EXPECT_TRUE(IsFilled(larger, 500));
+    void* fresh = Reallocate(nullptr, 10);
+    EXPECT_EQ(Bytes(fresh), Bytes(smaller) + 16);
+  });
+}
+
+TEST(FatalException, ReallocatesUpToTheEndOfTheStack) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    const uint64_t half = EmptyRoom() / 2 / 8 * 8;
+    void* block = Allocate(half);
+    Fill(block, half);
+    void* moved = Reallocate(block, EmptyRoom() - half);
+    EXPECT_TRUE(IsFilled(moved, half));
+  });
+}
+
+TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
+  IN_FRESH_PROCESS([] {
+    void* bare = Allocate(100);
+    Fill(bare, 100);
+    KivSdSetMemoryManager(1);
+    void* full = Allocate(100);
+    void* mandatory = Allocate(100, AD_POLICY_MANDATORY);
+    for (void* block : {full, mandatory}) Fill(block, 100);
+    Record(kOrderly);
+    for (void* block : {full, mandatory}) {
+      void* moved = Reallocate(block, 50000);
+      EXPECT_TRUE(IsFilled(moved, 100));
+      EXPECT_TRUE(IsFilled(Reallocate(block, 30), 30));
+    }
+    KivSdSetMemoryManager(0);
+    EXPECT_TRUE(IsFilled(Reallocate(bare, 50000), 100));
+  });
+}
+
+// ---- The end of the stack ----
+
+TEST(FatalException, FillsTheStackToItsLastByte) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    const RuntimeWatch watch;
+    void* block = Allocate(EmptyRoom());
+    Fill(block, EmptyRoom());
+    EXPECT_TRUE(watch.sizes().empty());
+  });
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    const RuntimeWatch watch;
+    void* block = Allocate(8);
+    EXPECT_EQ(Bytes(Allocate(EmptyRoom() - 8)), Bytes(block) + 8);
+    EXPECT_TRUE(watch.sizes().empty());
+  });
+}
+
+// Runs the checks, in which the library is to end the process.
+template <typename Checks>
+void MustNotReturn(Checks checks) {
+  checks();
+  std::_Exit(kSurvived);
+}
+
+#define EXPECT_ENDS(how, ...)                         \
+  do {                                                \
+    GTEST_FLAG_SET(death_test_style, "threadsafe");   \
+    EXPECT_EXIT(MustNotReturn(__VA_ARGS__), how, ""); \
+  } while (false)
+
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheHostSaid) {
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kOrderly);
+    Allocate(EmptyRoom() + 1);
+  });
+  EXPECT_ENDS(EndedByAbort(), [] {
+    Record(kAbort);
+    Allocate(EmptyRoom() + 1);
+  });
+  EXPECT_ENDS(EndedByAbort(), [] {
+    Record(255);
+    Allocate(UINT64_MAX);
+  });
+}
+
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessWhenTheTopBlockIsFull) {
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kOrderly);
+    Allocate(8);
+    Allocate(EmptyRoom() - 7);
+  });
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kOrderly);
+    // The place behind it is rounded up past the end.
+    Allocate(EmptyRoom() - 3);
+    Allocate(1);
+  });
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kOrderly);
+    Allocate(100);
+    Allocate(UINT64_C(1) << 32);
+  });
+}
+
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessInAReallocation) {
+  EXPECT_ENDS(EndedByAbort(), [] {
+    Record(kAbort);
+    Reallocate(Allocate(100), EmptyRoom());
+  });
+}
+
+TEST(FatalExceptionWithoutAStack, EndsTheProcess) {
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
+    Allocate(1);
+  });
+  EXPECT_ENDS(EndedByAbort(), [] {
+    KivSdXcptCreateStackHeader();
+    KivSdXcptDestroyStackHeader();
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+    Allocate(1);
+  });
+}
+
+TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackCouldOnlyHalfBeMade) {
+  for (const size_t made : {size_t{0}, size_t{1}}) {
+    EXPECT_ENDS(EndedByAbort(), [made] {
+      RuntimeWatch watch;
+      watch.FailAfter(made);
+      KivSdXcptCreateStackHeader();
+      watch.FailNoMore();
+      EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+      Allocate(1);
+    });
+  }
+}
+
+// ---- Other threads ----
+
+// Threads that call the allocator while another has recorded an exception never come back. A wrong
+// one comes back at once; the wait is for that.
+template <typename Call>
+void ExpectOtherThreadsStop(Call call) {
+  IN_FRESH_PROCESS([call] {
+    static std::atomic<bool> called{false};
+    static std::atomic<bool> returned{false};
+    static void* block;
+    block = Allocate(100);
+    Record(kOrderly);
+    void* mine = Allocate(8);
+    std::thread([call] {
+      called = true;
+      call(block);
+      returned = true;
+    }).detach();
+    while (!called) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_FALSE(returned);
+    // This one goes on, and the other has taken nothing.
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(mine) + 8);
+  });
+}
+
+TEST(FatalExceptionOtherThreads, StopWhenTheyAllocate) {
+  ExpectOtherThreadsStop([](void*) { Allocate(100); });
+}
+
+TEST(FatalExceptionOtherThreads, StopWhenTheyReallocate) {
+  ExpectOtherThreadsStop([](void* block) { Reallocate(block, 200); });
+}
+
+TEST(FatalExceptionOtherThreads, StopWhenTheyFree) {
+  ExpectOtherThreadsStop([](void* block) { Free(block); });
+}
+
+#ifdef _WIN32
+
+uint32_t AllocateOnce(void* returned) {
+  Allocate(100);
+  static_cast<std::atomic<bool>*>(returned)->store(true);
+  return 0;
+}
+
+TEST(FatalExceptionOtherThreads, StopAgainWhenTheyAreResumed) {
+  IN_FRESH_PROCESS([] {
+    Record(kOrderly);
+    static std::atomic<bool> returned{false};
+    uint32_t id = 0;
+    KivHandle thread = nullptr;
+    EXPECT_EQ(KivSdThreadCreate(nullptr, AllocateOnce, 0, 0, &returned, &id, &thread), KIV_ST_OK);
+    for (int i = 0; i < 20; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      EXPECT_EQ(KivSdThreadResume(nullptr, &thread), KIV_ST_OK);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(returned);
+  });
+}
+
+#endif
+
+}  // namespace

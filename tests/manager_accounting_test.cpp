@@ -1,0 +1,326 @@
+// What the memory manager counts, and where its limit and the limit's warning lie.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/manager.h"
+
+namespace {
+
+using namespace kiv::test;
+
+constexpr uint64_t kLimit = 20 * 1024 * 1024;
+constexpr uint64_t kWarningMark = kLimit / 100 * 90;  // less than 90% of the limit by 18
+constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
+constexpr uint64_t kUnit = AD_MEMORY_UNIT;
+static_assert(kWarningMark == 18874350);
+
+const std::string kLimited = std::string(kSmall) + "memorylimit 20M";
+
+// A request that brings the total to so many bytes, from what is in use now.
+uint64_t RequestFor(uint64_t total) {
+  const Totals now = TotalsNow();
+  return total - now.used() - now.aligned - kLargeHeaderBytes;
+}
+
+uint32_t TryAllocate(uint64_t sizeBytes, void** block) {
+  return adMalloc(SeedOfSlot(0), sizeBytes, block, "tests", 1);
+}
+
+TEST(Accounting, CountsHeapsLargeBlocksAndTheirHeaders) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, kHeaps, 0, kHeaps}));
+  void* small = Allocate(kLargestInHeap);
+  EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, kHeaps, 0, kHeaps}));
+  void* large = Allocate(kLargestInHeap + 1);
+  const uint64_t high = kHeaps + kLargestInHeap + 33;
+  EXPECT_EQ(TotalsNow(), (Totals{kLargestInHeap + 33, kHeaps, 0, high, 0, high}));
+  Free(large);
+  EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, high, 0, high}));
+  Free(small);
+  EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, high, 0, high}));
+}
+
+TEST(Accounting, MarksAreSetBackAndPeaksAreNot) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  int region = 0;
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 100), KIV_ST_OK);
+  void* large = Allocate(1'000'000);
+  const uint64_t used = kHeaps + 1'000'032;
+  const uint64_t aligned = 100 * kUnit;
+  EXPECT_EQ(MarksNow(), (Marks{used, aligned, used + aligned}));
+  Free(large);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(MarksNow(), (Marks{used, aligned, used + aligned}));
+
+  EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
+  EXPECT_EQ(MarksNow(), (Marks{kHeaps, 0, kHeaps}));
+  large = Allocate(500'000);
+  EXPECT_EQ(MarksNow(), (Marks{kHeaps + 500'032, 0, kHeaps + 500'032}));
+  EXPECT_EQ(TotalsNow().usedPeak, used);
+  EXPECT_EQ(TotalsNow().alignedPeak, aligned);
+  EXPECT_EQ(TotalsNow().totalPeak, used + aligned);
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+  EXPECT_EQ(MarksNow(), (Marks{kHeaps + 500'032, kUnit, kHeaps + 500'032 + kUnit}));
+  EXPECT_EQ(TotalsNow().alignedPeak, aligned);
+  Free(large);
+  // To what is in use, not to 0.
+  EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
+  EXPECT_EQ(MarksNow(), (Marks{kHeaps, kUnit, kHeaps + kUnit}));
+  large = Allocate(2'000'000);
+  const uint64_t high = kHeaps + 2'000'032;
+  EXPECT_EQ(TotalsNow(), (Totals{2'000'032, kHeaps, kUnit, high, aligned, high + kUnit}));
+  adMemAlignedDecCounter(&region);
+  Free(large);
+}
+
+TEST(Accounting, AReallocationCountsTheDifference) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  void* block = Allocate(1'000'000);
+  Fill(block, 1'000'000, 1);
+  void* moved = nullptr;
+  ASSERT_EQ(adRealloc(nullptr, 3'000'000, block, &moved, "tests", 1), KIV_ST_OK);
+  ExpectLarge(moved, 3'000'000);
+  EXPECT_TRUE(IsFilled(moved, 1'000'000, 1));
+  EXPECT_EQ(TotalsNow().outside, 3'000'032u);
+  // Never both blocks at once.
+  EXPECT_EQ(TotalsNow().usedPeak, kHeaps + 3'000'032);
+  EXPECT_EQ(MarksNow().used, kHeaps + 3'000'032);
+  ASSERT_EQ(adRealloc(nullptr, 2'000'000, moved, &block, "tests", 1), KIV_ST_OK);
+  ExpectLarge(block, 2'000'000);
+  EXPECT_TRUE(IsFilled(block, 1'000'000, 1));
+  EXPECT_EQ(TotalsNow().outside, 2'000'032u);
+  EXPECT_EQ(TotalsNow().usedPeak, kHeaps + 3'000'032);
+  Free(block);
+  EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+TEST(Accounting, TheLimitMayBeReachedAndNotPassed) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  const uint64_t most = RequestFor(kLimit);
+  void* block = Allocate(most);
+  EXPECT_EQ(TotalsNow().used(), kLimit);
+  Free(block);
+  TakeMessages();
+  const Totals before = TotalsNow();
+  const Marks marks = MarksNow();
+  EXPECT_EQ(TryAllocate(most + 1, &block), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(block, nullptr);
+  // As if it had not been asked for.
+  EXPECT_EQ(TotalsNow(), before);
+  EXPECT_EQ(MarksNow(), marks);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps + most + 1, most + 1)});
+}
+
+TEST(Accounting, ARefusedRequestRaisesNoMark) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  void* block = nullptr;
+  EXPECT_EQ(TryAllocate(kLimit, &block), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(MarksNow(), (Marks{kHeaps, 0, kHeaps}));
+  EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, kHeaps, 0, kHeaps}));
+}
+
+TEST(Accounting, RegionsCountAgainstTheLimit) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  int region = 0;
+  int other = 0;
+  const auto most = static_cast<uint32_t>((kLimit - kHeaps) / kUnit);
+  static_assert((kLimit - kHeaps) % kUnit == 0);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, most + 1), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps, (most + 1) * kUnit)});
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+
+  EXPECT_EQ(adMemAlignedIncCounter(&region, most), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned + TotalsNow().used(), kLimit);
+  EXPECT_EQ(adMemAlignedIncCounter(&other, 1), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(adMemAlignedIncCounter(&other, 0), KIV_ST_OK);
+  void* block = nullptr;
+  EXPECT_EQ(TryAllocate(kLargestInHeap + 1, &block), KIV_ST_OUT_OF_MEMORY);
+  // Heaps serve what they have room for.
+  Free(Allocate(kLargestInHeap));
+  adMemAlignedDecCounter(&region);
+  adMemAlignedDecCounter(&other);
+  Free(Allocate(kLargestInHeap + 1));
+  EXPECT_EQ(TotalsNow().used(), kHeaps);
+}
+
+TEST(Accounting, AReallocationBeyondTheLimitLeavesTheBlockWhole) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  const uint64_t size = 1'000'000;
+  void* block = Allocate(size);
+  Fill(block, size, 5);
+  const uint64_t most = size + RequestFor(kLimit) + kLargeHeaderBytes;
+  const Totals before = TotalsNow();
+  void* moved = block;
+  EXPECT_EQ(adRealloc(nullptr, most + 1, block, &moved, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(moved, nullptr);
+  ExpectLarge(block, size);
+  EXPECT_TRUE(IsFilled(block, size, 5));
+  EXPECT_EQ(TotalsNow(), before);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps + size + 32 + most + 1, most + 1)});
+
+  EXPECT_EQ(adRealloc(nullptr, most, block, &moved, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().used(), kLimit);
+  EXPECT_TRUE(IsFilled(moved, size, 5));
+  Free(moved);
+}
+
+// ---- The warning ----
+
+TEST(Accounting, WarnsJustAbove90Percent) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  const uint64_t most = RequestFor(kWarningMark);
+  Free(Allocate(most));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  void* block = Allocate(most + 1);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kWarningMark + 1)});
+  Free(block);
+}
+
+TEST(Accounting, WarnsAbove94371840BytesOf100MiB) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 100M"), KIV_ST_OK);
+  Listen();
+  const uint64_t most = RequestFor(94371840);
+  Free(Allocate(most));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  Free(Allocate(most + 1));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(94371841)});
+}
+
+TEST(Accounting, WarnsWhenAReallocationGrowsAbove90Percent) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  const uint64_t most = RequestFor(kWarningMark);
+  void* block = Allocate(most - 1000);
+  void* moved = nullptr;
+  ASSERT_EQ(adRealloc(nullptr, most, block, &moved, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  ASSERT_EQ(adRealloc(nullptr, most + 1, moved, &block, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kWarningMark + 1)});
+  Free(block);
+}
+
+TEST(Accounting, WarnsWhenARegionCrosses90Percent) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  int region = 0;
+  const auto most = static_cast<uint32_t>((kWarningMark - kHeaps) / kUnit);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, most), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, most + 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kHeaps + (most + 1) * kUnit)});
+  adMemAlignedDecCounter(&region);
+}
+
+// The new heap crosses the mark; the request that needed it tells.
+TEST(Accounting, WarnsWhenANewHeapCrosses90Percent) {
+  ASSERT_EQ(Restart("numheaps 13 numthreadheaps 4 heapsize 512K memorylimit 20M"), KIV_ST_OK);
+  std::vector<void*> filling;
+  for (uint64_t i = 0; i < 9 * 7; ++i) filling.push_back(Allocate(kLargestInHeap));
+  void* large = Allocate(RequestFor(kWarningMark));
+  Listen();
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  filling.push_back(Allocate(kLargestInHeap));
+  EXPECT_EQ(TotalsNow().inHeaps, 13 * kHeapBytes);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kWarningMark + kHeapBytes)});
+  Free(large);
+  for (void* block : filling) Free(block);
+}
+
+// With the total of when the mark was crossed: the 11th heap did, the 12th came after it.
+TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
+  ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
+  constexpr uint64_t kHeap = 840 * 1024;
+  EXPECT_EQ(TotalsNow().used(), kFirstHeaps * kHeap);
+  Listen();
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  Free(Allocate(1));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(11 * kHeap)});
+  Free(Allocate(1));
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+}
+
+// ---- Regions ----
+
+// Addresses that share a chain of the table, and some that do not.
+TEST(Regions, AreFoundByTheirAddress) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  const auto address = [](uint64_t number) {
+    return reinterpret_cast<const void*>(0x10000 + number * 8 * (number % 2 == 0 ? 131 : 1));
+  };
+  uint64_t aligned = 0;
+  for (uint64_t i = 0; i < 40; ++i) {
+    EXPECT_EQ(adMemAlignedIncCounter(address(i), static_cast<uint32_t>(i + 1)), KIV_ST_OK);
+    aligned += (i + 1) * kUnit;
+    EXPECT_EQ(TotalsNow().aligned, aligned);
+  }
+  adMemAlignedDecCounter(reinterpret_cast<const void*>(0x10000 + 8 * 131 * 100));
+  adMemAlignedDecCounter(reinterpret_cast<const void*>(0x10004));
+  EXPECT_EQ(TotalsNow().aligned, aligned);
+  // From the middle of chains, from their heads and from their ends.
+  for (uint64_t i = 0; i < 40; ++i) {
+    const uint64_t number = i * 7 % 40;
+    adMemAlignedDecCounter(address(number));
+    aligned -= (number + 1) * kUnit;
+    EXPECT_EQ(TotalsNow().aligned, aligned);
+    adMemAlignedDecCounter(address(number));
+    EXPECT_EQ(TotalsNow().aligned, aligned);
+  }
+  EXPECT_EQ(aligned, 0u);
+  EXPECT_EQ(TotalsNow().used(), kHeaps);
+}
+
+TEST(Regions, OfOneAddressComeOutLastFirst) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 10), KIV_ST_OK);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, kUnit);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+}
+
+TEST(Regions, OfNoAddressStay) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  EXPECT_EQ(adMemAlignedIncCounter(nullptr, 1), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, kUnit);
+  adMemAlignedDecCounter(nullptr);
+  EXPECT_EQ(TotalsNow().aligned, kUnit);
+}
+
+TEST(Regions, AreComputedIn32BitsWithASign) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 262143), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, 0x7FFFE000u);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 262144), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, 0xFFFFFFFF80000000);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 524289), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, kUnit);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+}
+
+// The record of a region is a block of a heap, of 24 bytes.
+TEST(Regions, HaveRecordsInTheHeaps) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+  EXPECT_EQ(CountsNow().allocated[0], 1u);
+  EXPECT_EQ(CountsNow().freed[0], 0u);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(CountsNow().freed[0], 1u);
+  EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+}  // namespace

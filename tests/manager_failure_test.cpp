@@ -1,0 +1,488 @@
+// The memory manager without memory: each of its allocations of the runtime's memory fails in turn.
+// The request then fails with the right status and message, or is served in another way; nothing is
+// leaked, the totals are as before, and the next request is served.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+
+#include "support/manager.h"
+#include "support/process.h"
+#include "support/runtime_memory.h"
+
+namespace {
+
+using namespace kiv::test;
+
+constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
+using Messages = std::vector<Message>;
+
+// Many more than any operation here makes.
+constexpr uint64_t kMostAllocations = 500;
+
+// ---- Initialisation ----
+
+uint32_t InitializeNow() { return adMemThreadHeapInit(1, &ReceiveMessage, "tests", 0); }
+
+// Back to the uninitialised state.
+void SwitchOff() { EXPECT_EQ(adMemThreadHeapInit(0, &ReceiveMessage, "tests", 0), KIV_ST_OK); }
+
+uint64_t HeapsHeld() {
+  EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
+  const uint64_t used = MarksNow().used;
+  EXPECT_EQ(used % kHeapBytes, 0u);
+  return used / kHeapBytes;
+}
+
+// The words of this file are those of kSmall and more; it makes no heaps and no lock.
+const std::string kCounted = std::string(kSmall) + "memoryblockscontrol\n";
+const std::string kPlain = kCounted + "numthreadheaps 0 nomemorycontrol\n";
+
+uint64_t AllocationsOfTheReader() {
+  const ConfigurationFile file(kPlain);
+  const RuntimeMemory memory;
+  EXPECT_EQ(InitializeNow(), KIV_ST_OK);
+  EXPECT_EQ(memory.live(), 0);
+  return memory.allocations();
+}
+
+TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
+  IN_FRESH_PROCESS([] {
+    const uint64_t reading = AllocationsOfTheReader();
+    EXPECT_GT(reading, 0u);
+    constexpr int64_t kManagerLocks = 4;
+    int64_t locks = 0;
+    uint64_t failures = 0;
+    for (uint64_t number = reading + 1; number < kMostAllocations;) {
+      SCOPED_TRACE(number);
+      const ConfigurationFile file(kCounted);
+      const RuntimeMemory memory(number);
+      const uint32_t status = InitializeNow();
+      const bool failed = memory.failed();
+      const int64_t live = memory.live();
+      EXPECT_EQ(status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+      if (!failed) {
+        EXPECT_EQ(TotalsNow().used(), kHeaps);
+        // An arena and a lock each, and the manager's locks, which are made once.
+        EXPECT_EQ(live, int64_t{2 * kFirstHeaps} + kManagerLocks - locks);
+        break;
+      }
+      ++failures;
+      EXPECT_EQ(adMemThreadHeapTerm(), 0) << "a failed start must leave plain mode";
+      const int64_t made =
+          SettingsNow()[6] == 0 ? live : live - 2 * static_cast<int64_t>(HeapsHeld());
+      EXPECT_GE(made, 0) << "more was released than taken";
+      locks += made;
+      EXPECT_LE(locks, kManagerLocks) << "leaked";
+      void* block = nullptr;
+      EXPECT_EQ(adMalloc(nullptr, 100, &block, "tests", 1), KIV_ST_OK);
+      EXPECT_EQ(adFree(block, "tests", 1), KIV_ST_OK);
+      AdShortHeapOwner owner = {};
+      adMemShortHeapInit(&owner);
+      EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
+      uint64_t counts[AD_BLOCK_CLASSES];
+      EXPECT_EQ(adMemGetUsedMemoryBlocks(1, counts, counts), 0xFFFFFFFF);
+      // A lock that is there now is not made again: the same number is another allocation then.
+      if (made == 0) ++number;
+    }
+    // The context, four locks, and two for each heap.
+    EXPECT_EQ(failures, 1 + 4 + 2 * kFirstHeaps);
+    EXPECT_EQ(TakeMessages(), Messages{});
+    Free(Allocate(100));
+  });
+}
+
+// A name that there is no memory for is that of no file; a word ends the file.
+TEST(ManagerFailure, OfReadingTheFileIsNoFailure) {
+  IN_FRESH_PROCESS([] {
+    const uint64_t reading = AllocationsOfTheReader();
+    for (uint64_t number = 1; number <= reading; ++number) {
+      SCOPED_TRACE(number);
+      const ConfigurationFile file(kPlain);
+      const RuntimeMemory memory(number);
+      EXPECT_EQ(InitializeNow(), KIV_ST_OK);
+      EXPECT_TRUE(memory.failed());
+      SwitchOff();
+    }
+  });
+}
+
+// ---- Requests ----
+
+// Runs an operation with each of its allocations failing in turn, and checks after each run that
+// nothing was leaked. Gives the number of failures.
+uint64_t FailInTurn(const std::function<void(bool failed)>& check,
+                    const std::function<void()>& operation) {
+  for (uint64_t number = 1; number < kMostAllocations; ++number) {
+    SCOPED_TRACE(number);
+    bool failed = false;
+    int64_t live = 0;
+    {
+      const RuntimeMemory memory(number);
+      operation();
+      failed = memory.failed();
+      live = memory.live();
+    }
+    check(failed);
+    if (!failed) return number - 1;
+    EXPECT_EQ(live, 0);
+  }
+  ADD_FAILURE() << "no end of allocations";
+  return 0;
+}
+
+// All heaps' room for blocks of the largest size taken.
+std::vector<void*> FillHeaps() {
+  std::vector<void*> blocks;
+  for (;;) {
+    void* block = Allocate(kLargestInHeap);
+    if (IsLarge(block)) {
+      Free(block);
+      return blocks;
+    }
+    blocks.push_back(block);
+  }
+}
+
+// And for any other.
+std::vector<void*> FillHeapsWhole() {
+  std::vector<void*> blocks = FillHeaps();
+  for (const uint64_t size : {4096u, 512u, 64u, 24u}) {
+    for (void* block = Allocate(size);; block = Allocate(size)) {
+      if (IsLarge(block)) {
+        Free(block);
+        break;
+      }
+      blocks.push_back(block);
+    }
+  }
+  return blocks;
+}
+
+void FreeAll(const std::vector<void*>& blocks) {
+  for (void* block : blocks) Free(block);
+}
+
+struct Outcome {
+  uint32_t status;
+  void* block;
+};
+Outcome outcome;
+
+TEST(ManagerFailure, OfALargeBlock) {
+  for (const std::string& text : {std::string(kSmall), kSmall + std::string("memorylimit 20M")}) {
+    ASSERT_EQ(Restart(text), KIV_ST_OK);
+    Listen();
+    const Totals before = TotalsNow();
+    const auto message = text == kSmall ? &NoMemory : &Refused;
+    const uint64_t failures = FailInTurn(
+        [&](bool failed) {
+          EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+          if (!failed) return Free(outcome.block);
+          EXPECT_EQ(outcome.block, nullptr);
+          EXPECT_EQ(TotalsNow(), before);
+          EXPECT_EQ(TakeMessages(), Messages{message(kHeaps + 100'000, 100'000)});
+        },
+        [] {
+          outcome.block = &outcome;
+          outcome.status = adMalloc(nullptr, 100'000, &outcome.block, "tests", 1);
+        });
+    EXPECT_EQ(failures, 1u);
+    EXPECT_EQ(TotalsNow().outside, 0u);
+  }
+}
+
+// What the limit refuses was there, and goes back.
+TEST(ManagerFailure, AtTheLimitLeaksNothing) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
+  const std::vector<void*> blocks = FillHeapsWhole();
+  void* most = Allocate(10485760 - kHeaps - 32 - 1000);
+  int region = 0;
+  AdShortHeapOwner without = {};
+  void* block = nullptr;
+  {
+    const RuntimeMemory memory;
+    EXPECT_EQ(adMalloc(nullptr, 969, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adMalloc(nullptr, 100'000, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adRealloc(nullptr, 100'000, blocks[0], &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(adRealloc(nullptr, 9'000'000, most, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    adMemShortHeapInit(&without);
+    EXPECT_EQ(memory.live(), 0);
+  }
+  EXPECT_EQ(adMemShortCheckStatus(&without), 0);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_ALIGNED_COMMIT);
+  Free(most);
+  FreeAll(blocks);
+  EXPECT_EQ(TotalsNow().used(), kHeaps);
+}
+
+TEST(ManagerFailure, OfEveryEntryPoint) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  Listen();
+  static const std::string text(99'995, 'x');
+  const std::function<void()> operations[] = {
+      [] {
+        outcome.status =
+            adMallocPolicy(nullptr, 100'000, &outcome.block, AD_POLICY_MANDATORY, "tests", 1);
+      },
+      [] { outcome.status = adMallocAligned(nullptr, 64, 100'000, &outcome.block, "tests", 1); },
+      [] { outcome.status = adCalloc(nullptr, 1000, 100, &outcome.block, AD_POLICY_FULL); },
+      [] { outcome.status = adRealloc(nullptr, 100'000, nullptr, &outcome.block, "tests", 1); },
+      [] {
+        outcome.block = adStrDup(text.c_str(), "tests", 1);
+        outcome.status = outcome.block != nullptr ? KIV_ST_OK : KIV_ST_OUT_OF_MEMORY;
+      },
+  };
+  for (const auto& operation : operations) {
+    for (int i = 0; i < 1000; ++i) Free(Allocate(8));  // past the last message
+    const uint64_t failures = FailInTurn(
+        [&](bool failed) {
+          EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+          if (!failed) return Free(outcome.block);
+          EXPECT_EQ(outcome.block, nullptr);
+          EXPECT_EQ(TotalsNow().outside, 0u);
+          EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 100'000, 100'000)});
+        },
+        [&] {
+          outcome.block = &outcome;
+          operation();
+        });
+    EXPECT_EQ(failures, 1u);
+  }
+}
+
+TEST(ManagerFailure, OfANodesBlock) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  Listen();
+  static uint64_t size;
+  const uint64_t failures = FailInTurn(
+      [](bool failed) {
+        EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+        EXPECT_EQ(size, 1000u);
+        if (!failed) {
+          EXPECT_EQ(adFreeOnNode(0, 0, outcome.block), KIV_ST_OK);
+          return;
+        }
+        EXPECT_EQ(outcome.block, nullptr);
+        EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 1000, 1000)});
+      },
+      [] { outcome.status = adMallocOnNode(nullptr, 1000, &size, &outcome.block); });
+  EXPECT_EQ(failures, 1u);
+}
+
+// Without a new heap another slot serves; a failure costs none of the budget.
+TEST(ManagerFailure, OfANewHeapIsServedByAnotherSlot) {
+  ASSERT_EQ(Restart("numheaps 13 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
+  Listen();
+  std::vector<void*> blocks;
+  for (int i = 0; i < 9 * 7; ++i) blocks.push_back(Allocate(kLargestInHeap));
+  const Totals before = TotalsNow();
+  const uint64_t failures = FailInTurn(
+      [&](bool failed) {
+        EXPECT_EQ(outcome.status, KIV_ST_OK);
+        EXPECT_EQ(SlotOf(outcome.block), failed ? 1u : 0u);
+        Free(outcome.block);
+        if (failed) {
+          EXPECT_EQ(TotalsNow().used(), before.used());
+          EXPECT_EQ(TotalsNow().inHeaps, before.inHeaps);
+        }
+      },
+      [] { outcome.status = adMalloc(SeedOfSlot(0), kLargestInHeap, &outcome.block, "tests", 1); });
+  EXPECT_EQ(failures, 2u) << "an arena, and its lock";
+  EXPECT_EQ(TotalsNow().inHeaps, 13 * kHeapBytes);
+  EXPECT_EQ(TakeMessages(), Messages{});
+  FreeAll(blocks);
+}
+
+TEST(ManagerFailure, OfTheLastResort) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  Listen();
+  const std::vector<void*> blocks = FillHeaps();
+  const uint64_t failures = FailInTurn(
+      [](bool failed) {
+        EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+        if (!failed) return Free(outcome.block);
+        EXPECT_EQ(outcome.block, nullptr);
+        EXPECT_EQ(TotalsNow().used(), kHeaps);
+        EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + kLargestInHeap, kLargestInHeap)});
+      },
+      [] { outcome.status = adMalloc(nullptr, kLargestInHeap, &outcome.block, "tests", 1); });
+  EXPECT_EQ(failures, 1u);
+  FreeAll(blocks);
+  Free(Allocate(kLargestInHeap));
+  EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+// ---- Reallocation ----
+
+TEST(ManagerFailure, OfAReallocationLeavesTheBlockWhole) {
+  struct Case {
+    uint64_t from;
+    uint64_t to;
+    uint64_t failures;
+  };
+  for (const Case& c : {Case{1000, 100'000, 1}, Case{100'000, 500'000, 1}, Case{500'000, 70'000, 1},
+                        Case{100'000, 1000, 0}, Case{1000, 5000, 0}}) {
+    SCOPED_TRACE(c.from);
+    ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+    Listen();
+    static void* old;
+    static uint64_t newBytes;
+    old = Allocate(c.from);
+    newBytes = c.to;
+    Fill(old, c.from, 1);
+    const Totals before = TotalsNow();
+    const uint64_t failures = FailInTurn(
+        [&](bool failed) {
+          EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+          if (!failed) {
+            EXPECT_TRUE(IsFilled(outcome.block, std::min(c.from, c.to), 1));
+            return Free(outcome.block);
+          }
+          EXPECT_EQ(outcome.block, nullptr);
+          EXPECT_TRUE(IsFilled(old, c.from, 1));
+          EXPECT_EQ(TotalsNow(), before);
+          EXPECT_EQ(TakeMessages(), Messages{NoMemory(before.used() + c.to, c.to)});
+        },
+        [] {
+          outcome.block = &outcome;
+          outcome.status = adRealloc(SeedOfSlot(0), newBytes, old, &outcome.block, "tests", 1);
+        });
+    EXPECT_EQ(failures, c.failures);
+    EXPECT_EQ(TotalsNow().outside, 0u);
+  }
+}
+
+// ---- Short heaps ----
+
+AdShortHeapOwner owner;
+
+TEST(ManagerFailure, OfAnOwnersFirstHeap) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
+  Listen();
+  owner = {};
+  const uint64_t failures = FailInTurn(
+      [](bool failed) {
+        EXPECT_EQ(adMemShortCheckStatus(&owner), failed ? 0 : 1);
+        if (!failed) return;
+        EXPECT_EQ(TotalsNow().used(), kHeaps);
+        EXPECT_EQ(CountsNow(), Counts{});
+        EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + kShortHeapBytes, kShortHeapBytes)});
+      },
+      [] { adMemShortHeapInit(&owner); });
+  EXPECT_EQ(failures, 1u);
+  adMemShortHeapTerm(&owner);
+}
+
+TEST(ManagerFailure, OfAnOwnersFurtherHeap) {
+  // Nothing is kept in the pool.
+  ASSERT_EQ(Restart(std::string(kSmall) + "maxshortmemorypoolsize 0"), KIV_ST_OK);
+  Listen();
+  owner = {};
+  adMemShortHeapInit(&owner);
+  void* block = nullptr;
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_EQ(adMemShortHeapMalloc(&owner, 65536, &block, "tests", 1), KIV_ST_OK);
+  }
+  void* const heap = owner.heap;
+  const Totals before = TotalsNow();
+  const uint64_t failures = FailInTurn(
+      [&](bool failed) {
+        EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+        if (!failed) return;
+        EXPECT_EQ(outcome.block, nullptr);
+        EXPECT_EQ(owner.heap, heap);
+        EXPECT_EQ(NextInRing(heap), heap);
+        EXPECT_EQ(TotalsNow(), before);
+        EXPECT_EQ(TakeMessages(),
+                  Messages{NoMemory(before.used() + kShortHeapBytes, kShortHeapBytes)});
+      },
+      [] {
+        outcome.block = &outcome;
+        outcome.status = adMemShortHeapMalloc(&owner, 65536, &outcome.block, "tests", 1);
+      });
+  EXPECT_EQ(failures, 1u);
+  EXPECT_NE(owner.heap, heap);
+  EXPECT_EQ(TotalsNow().outside, 2 * kShortHeapBytes);
+  adMemShortHeapTerm(&owner);
+  EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+TEST(ManagerFailure, OfAnOwnersHeapIsNoHeapInUse) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "limitshortheapsforremove 0"), KIV_ST_OK);
+  owner = {};
+  EXPECT_EQ(FailInTurn([](bool) {}, [] { adMemShortHeapInit(&owner); }), 1u);
+  // The only owner ends: with a heap more in use the pool would not be drained.
+  adMemShortHeapTerm(&owner);
+  EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+TEST(ManagerFailure, OfAnOwnersReallocationLeavesTheBlockItsOwn) {
+  struct Case {
+    int32_t from;
+    int32_t to;
+  };
+  for (const Case& c : {Case{1000, 100'000}, Case{100'000, 500'000}, Case{500'000, 70'000}}) {
+    SCOPED_TRACE(c.from);
+    ASSERT_EQ(Restart(std::string(kSmall) + "maxshortmemorypoolsize 0"), KIV_ST_OK);
+    Listen();
+    owner = {};
+    adMemShortHeapInit(&owner);
+    static void* old;
+    static int32_t newBytes;
+    const auto from = static_cast<uint64_t>(c.from);
+    const auto to = static_cast<uint64_t>(c.to);
+    ASSERT_EQ(adMemShortHeapMalloc(&owner, c.from, &old, "tests", 1), KIV_ST_OK);
+    void* const ring = owner.largeBlocks;
+    newBytes = c.to;
+    Fill(old, from, 1);
+    const Totals before = TotalsNow();
+    const uint64_t failures = FailInTurn(
+        [&](bool failed) {
+          EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
+          if (!failed) {
+            EXPECT_TRUE(IsFilled(outcome.block, std::min(from, to), 1));
+            EXPECT_EQ(owner.largeBlocks, static_cast<char*>(outcome.block) - 32);
+            return;
+          }
+          EXPECT_TRUE(IsFilled(old, from, 1));
+          EXPECT_EQ(owner.largeBlocks, ring);
+          EXPECT_EQ(TotalsNow(), before);
+          EXPECT_EQ(TakeMessages(), Messages{NoMemory(before.used() + to, to)});
+        },
+        [] {
+          outcome.status = adMemShortHeapRealloc(&owner, newBytes, old, &outcome.block, "tests", 1);
+        });
+    EXPECT_EQ(failures, 1u);
+    adMemShortHeapTerm(&owner);
+    EXPECT_EQ(TotalsNow().outside, 0u);
+  }
+}
+
+// ---- Regions ----
+
+TEST(ManagerFailure, OfARegionsRecordRegistersNothing) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  const std::vector<void*> blocks = FillHeapsWhole();
+  Listen();
+  static int region;
+  const Totals before = TotalsNow();
+  const uint64_t failures = FailInTurn(
+      [&](bool failed) {
+        EXPECT_EQ(outcome.status, failed ? KIV_ST_ALIGNED_COMMIT : KIV_ST_OK);
+        if (!failed) return;
+        EXPECT_EQ(TotalsNow(), before);
+        EXPECT_EQ(TakeMessages(), Messages{NoMemory(before.used() + 24, 24)});
+      },
+      [] { outcome.status = adMemAlignedIncCounter(&region, 3); });
+  EXPECT_EQ(failures, 1u);
+  EXPECT_EQ(TotalsNow().aligned, 3u * AD_MEMORY_UNIT);
+  EXPECT_EQ(TotalsNow().outside, 24u + 32);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+  EXPECT_EQ(TotalsNow().outside, 0u);
+  FreeAll(blocks);
+}
+
+}  // namespace

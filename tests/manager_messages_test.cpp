@@ -1,0 +1,270 @@
+// Which messages about shortage the host is sent, and which are held back.
+//
+// The manager's clock counts allocations from heaps. A message that is sent keeps others of its
+// kind back for 1000 of them.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/manager.h"
+#include "support/process.h"
+
+namespace {
+
+using namespace kiv::test;
+
+constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
+constexpr uint64_t kLimit = 10 * 1024 * 1024;
+constexpr uint64_t kWarningMark = kLimit / 100 * 90;
+constexpr uint64_t kQuiet = 1000;
+const std::string kLimited = std::string(kSmall) + "memorylimit 10M";
+
+using Messages = std::vector<Message>;
+const Messages kNone;
+
+const uint64_t kTooMuch = kLimit;
+
+// A request that is refused; what it sent.
+Messages Fail() {
+  void* block = nullptr;
+  EXPECT_EQ(adMalloc(nullptr, kTooMuch, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  return TakeMessages();
+}
+
+const Messages kFailure = {Refused(kHeaps + kTooMuch, kTooMuch)};
+
+// A request that crosses the warning's mark and is given back; what it sent.
+Messages Cross() {
+  Free(Allocate(kWarningMark - kHeaps - kLargeHeaderBytes + 1));
+  return TakeMessages();
+}
+
+const Messages kWarning = {Near(kWarningMark + 1)};
+
+void Pass(uint64_t ticks) {
+  for (uint64_t i = 0; i < ticks; ++i) Free(Allocate(8));
+}
+
+void Begin(const std::string& text = kLimited) {
+  ASSERT_EQ(Restart(text), KIV_ST_OK);
+  Listen();
+}
+
+TEST(Messages, TwoFailuresWithin1000AllocationsSendOne) {
+  Begin();
+  EXPECT_EQ(Fail(), kFailure);
+  EXPECT_EQ(Fail(), kNone);
+  Pass(kQuiet - 1);
+  EXPECT_EQ(Fail(), kNone);
+  Pass(1);
+  EXPECT_EQ(Fail(), kFailure);
+  // The quiet begins anew.
+  Pass(kQuiet - 1);
+  EXPECT_EQ(Fail(), kNone);
+}
+
+// Neither do those of large blocks that succeed.
+TEST(Messages, LargeRequestsDoNotMoveTheClock) {
+  Begin();
+  void* most = Allocate(kLimit - kHeaps - 32 - kLargestInHeap);
+  Pass(kQuiet);
+  TakeMessages();
+  void* block = nullptr;
+  EXPECT_EQ(adMalloc(nullptr, kLargestInHeap + 1, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(TakeMessages().size(), 1u);
+  for (uint64_t i = 0; i <= kQuiet; ++i) {
+    EXPECT_EQ(adMalloc(nullptr, kLargestInHeap + 1, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  }
+  EXPECT_EQ(TakeMessages(), kNone);
+  Free(most);
+  for (uint64_t i = 0; i <= kQuiet; ++i) Free(Allocate(kLargestInHeap + 1));
+  EXPECT_EQ(Fail(), kNone);
+}
+
+TEST(Messages, TwoWarningsWithin1000AllocationsSendOne) {
+  Begin();
+  EXPECT_EQ(Cross(), kWarning);
+  EXPECT_EQ(Cross(), kNone);
+  Pass(kQuiet - 1);
+  EXPECT_EQ(Cross(), kNone);
+  Pass(1);
+  EXPECT_EQ(Cross(), kWarning);
+}
+
+TEST(Messages, AFailureGoesOutStraightAfterAWarning) {
+  Begin();
+  EXPECT_EQ(Cross(), kWarning);
+  EXPECT_EQ(Fail(), kFailure);
+  EXPECT_EQ(Fail(), kNone);
+}
+
+// A warning that is sent is not taken for the last message.
+TEST(Messages, AWarningThatIsSentDoesNotLetTheNextFailureThrough) {
+  Begin();
+  EXPECT_EQ(Fail(), kFailure);
+  Pass(kQuiet);
+  EXPECT_EQ(Cross(), kWarning);
+  EXPECT_EQ(Fail(), kNone);
+  Pass(kQuiet - 1);
+  EXPECT_EQ(Fail(), kNone);
+  Pass(1);
+  EXPECT_EQ(Fail(), kFailure);
+}
+
+// One that is held back is.
+TEST(Messages, AWarningThatIsHeldBackLetsTheNextFailureThrough) {
+  Begin();
+  EXPECT_EQ(Fail(), kFailure);
+  EXPECT_EQ(Cross(), kNone);
+  EXPECT_EQ(Fail(), kFailure);
+  EXPECT_EQ(Fail(), kNone);
+}
+
+TEST(Messages, AFailureTakesAPendingWarningWithIt) {
+  Begin();
+  adMemResetThreadContext();
+  // The region's warning is tried at once, and is not pending afterwards.
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, (kWarningMark - kHeaps) / AD_MEMORY_UNIT + 1),
+            KIV_ST_OK);
+  Listen();
+  Pass(1);
+  EXPECT_EQ(TakeMessages(), kNone);
+  adMemAlignedDecCounter(&region);
+
+  // A warning from the start is pending until the first request; here that fails.
+  ASSERT_EQ(Restart("numthreadheaps 4 heapsize 800K memorylimit 10M"), KIV_ST_OK);
+  Listen();
+  const uint64_t heaps = kFirstHeaps * 800 * 1024;
+  EXPECT_EQ(Fail(), Messages{Refused(heaps + kTooMuch, kTooMuch)});
+  // A warning that were tried now would be held back, and let the next failure through.
+  Pass(1);
+  EXPECT_EQ(Fail(), kNone);
+  Pass(kQuiet);
+  EXPECT_EQ(TakeMessages(), kNone);
+}
+
+TEST(Messages, WithoutAContextNothingIsSentAndNothingStaysPending) {
+  Begin();
+  adMemResetThreadContext();
+  EXPECT_EQ(Fail(), kNone);
+  EXPECT_EQ(Cross(), kNone);
+  Listen();
+  Pass(1);
+  EXPECT_EQ(TakeMessages(), kNone);
+  // Nothing was sent: nothing holds the first failure back.
+  EXPECT_EQ(Fail(), kFailure);
+
+  Begin();
+  adMemResetThreadContext();
+  EXPECT_EQ(Fail(), kNone);
+  Listen();
+  EXPECT_EQ(Fail(), kFailure);
+}
+
+// The kind is remembered, although nobody was told.
+TEST(Messages, AFailureWithoutAContextCountsAsTheLastMessage) {
+  Begin();
+  EXPECT_EQ(Cross(), kWarning);
+  adMemResetThreadContext();
+  EXPECT_EQ(Fail(), kNone);
+  Listen();
+  EXPECT_EQ(Fail(), kNone) << "the warning's quiet holds for a failure after a failure";
+  Pass(kQuiet);
+  EXPECT_EQ(Fail(), kFailure);
+}
+
+TEST(Messages, SayNoMemoryWhereThereIsNoLimit) {
+  Begin(kSmall);
+  constexpr uint64_t kMore = (uint64_t{1} << 60) + 123;
+  void* block = nullptr;
+  EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 123, 123)});
+  EXPECT_EQ(adRealloc(nullptr, kMore, Allocate(100), &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(TakeMessages(), kNone);
+  Pass(kQuiet);
+  EXPECT_EQ(adRealloc(nullptr, kMore, Allocate(100), &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 123, 123)});
+}
+
+TEST(Messages, CountRegionsAmongWhatIsInUse) {
+  Begin();
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 10), KIV_ST_OK);
+  EXPECT_EQ(Fail(), Messages{Refused(kHeaps + 10 * AD_MEMORY_UNIT + kTooMuch, kTooMuch)});
+  adMemAlignedDecCounter(&region);
+}
+
+// The host may allocate where it is told of shortage: no lock is held.
+TEST(Messages, AreSentWithNoLockHeld) {
+  Begin(kLimited + " limitshortheapsforremove 0");
+  OnMessage([] {
+    int region = 0;
+    Free(Allocate(100));
+    Free(Allocate(100'000));
+    EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+    adMemAlignedDecCounter(&region);
+    EXPECT_EQ(TotalsNow().inHeaps, kHeaps);
+    AdShortHeapOwner owner = {};
+    adMemShortHeapInit(&owner);
+    adMemShortHeapTerm(&owner);
+  });
+  EXPECT_EQ(Fail(), kFailure);
+  Pass(kQuiet);
+  EXPECT_EQ(Cross(), kWarning);
+  int region = 0;
+  Pass(kQuiet);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / AD_MEMORY_UNIT), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(TakeMessages().size(), 1u);
+  OnMessage(nullptr);
+}
+
+TEST(Messages, OfTheHostsOwnAllocations) {
+  Begin();
+  adMemSendErrorMessage(7);
+  EXPECT_EQ(TakeMessages(), Messages{Refused(kHeaps, 7 * AD_MEMORY_UNIT)});
+  adMemSendErrorMessage(7);
+  EXPECT_EQ(TakeMessages(), kNone) << "throttled like any failure";
+  Pass(kQuiet);
+  adMemSendErrorMessage(0xFFFFFFFF);
+  EXPECT_EQ(TakeMessages(), Messages{Refused(kHeaps, 0xFFFFE000)});
+  Begin(kSmall);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, 2), KIV_ST_OK);
+  adMemSendErrorMessage(0);
+  EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 2 * AD_MEMORY_UNIT, 0)});
+  adMemAlignedDecCounter(&region);
+}
+
+TEST(Messages, ARefusedRegionIsThrottledWithTheFailures) {
+  Begin();
+  int region = 0;
+  EXPECT_EQ(Fail(), kFailure);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / AD_MEMORY_UNIT), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(TakeMessages(), kNone);
+  Pass(kQuiet);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / AD_MEMORY_UNIT), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(TakeMessages(), Messages{Refused(kHeaps, kLimit)});
+  EXPECT_EQ(Fail(), kNone);
+}
+
+// The clock stands still there.
+TEST(Messages, OfPlainModeAreSentOnce) {
+  IN_FRESH_PROCESS([] {
+    ASSERT_EQ(Initialize(kNoFile), KIV_ST_OK);
+    Listen();
+    constexpr uint64_t kMore = (uint64_t{1} << 60) + 123;
+    void* block = nullptr;
+    EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(TakeMessages(), Messages{NoMemory(123, 123)});
+    for (int i = 0; i < 3000; ++i) {
+      ASSERT_EQ(adMalloc(nullptr, 8, &block, "tests", 1), KIV_ST_OK);
+      ASSERT_EQ(adFree(block, "tests", 1), KIV_ST_OK);
+    }
+    EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(TakeMessages(), kNone);
+  });
+}
+
+}  // namespace
