@@ -283,13 +283,14 @@ TEST_P(WordSpinlock, WithoutCountingCountsAndIsFreedWhateverTheCount) {
 // Adds to a plain number under the lock; what the lock does not order is lost, or seen by a
 // sanitizer.
 TEST_P(Spinlock, AdmitsOneThreadAtATime) {
-  constexpr uint32_t kEntries = 2000;
+  constexpr uint32_t kRoundsOfTwo = 1000;  // the fewer the more threads: handing over takes turns
   for (const int32_t budget : {0, 200}) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
     for (const uint32_t threads : {2u, 3u, 8u, 16u}) {
+      const uint32_t rounds = kRoundsOfTwo * 4 / (threads * threads);
       uint32_t count = 0;
       OnThreads(threads, [&](uint32_t number) {
-        for (uint32_t round = 0; round < kEntries / threads; ++round) {
+        for (uint32_t round = 0; round < rounds; ++round) {
           KivSdSpinlockAcquire(lock_, number + 1);
           if (round % 3 == 0) {
             KivSdSpinlockAcquire(lock_, number + 1);
@@ -301,7 +302,7 @@ TEST_P(Spinlock, AdmitsOneThreadAtATime) {
           KivSdSpinlockRelease(lock_);
         }
       });
-      EXPECT_EQ(count, kEntries / threads * threads) << threads << " threads";
+      EXPECT_EQ(count, rounds * threads) << threads << " threads";
       EXPECT_FALSE(IsHeld());
     }
   }
