@@ -98,23 +98,24 @@ TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
   EXPECT_TRUE(FreeLibrary(library));
 }
 
-// What a thread does with the library once it is there.
+// A thread that waits until the library is there and then uses its cache.
 struct EarlyThread {
+  HANDLE started;
   HANDLE loaded;
   HMODULE library;
   void* first;
   void* second;
 };
 
-DWORD WINAPI UseThreadAllocator(void* argument) {
+DWORD WINAPI UseThreadCache(void* argument) {
   auto* early = static_cast<EarlyThread*>(argument);
+  SetEvent(early->started);
   WaitForSingleObject(early->loaded, INFINITE);
-  const auto call = [early](const char* name) { Find<uint32_t (*)()>(early->library, name)(); };
   using Allocate = uint32_t (*)(void*, uint64_t, void**, const char*, uint32_t);
   using Free = uint32_t (*)(void*, const char*, uint32_t);
   const auto allocate = Find<Allocate>(early->library, "adMalloc");
   const auto free = Find<Free>(early->library, "adFree");
-  call("adCreateThreadAlloc");
+  Find<uint32_t (*)()>(early->library, "adCreateThreadAlloc")();
   allocate(nullptr, 100, &early->first, nullptr, 0);
   void* between = nullptr;
   allocate(nullptr, 100, &between, nullptr, 0);
@@ -122,35 +123,34 @@ DWORD WINAPI UseThreadAllocator(void* argument) {
   allocate(nullptr, 100, &early->second, nullptr, 0);
   free(between, nullptr, 0);
   free(early->second, nullptr, 0);
-  call("adDestroyThreadAlloc");
+  Find<uint32_t (*)()>(early->library, "adDestroyThreadAlloc")();
   return 0;
 }
 
 TEST_F(LibraryTest, ServesThreadsThatAreOlderThanIt) {
-  for (int round = 0; round < 3; ++round) {
-    EarlyThread early = {CreateEventA(nullptr, TRUE, FALSE, nullptr), nullptr, nullptr, nullptr};
-    HANDLE threads[3] = {};
-    for (HANDLE& thread : threads) {
-      thread = CreateThread(nullptr, 0, UseThreadAllocator, &early, 0, nullptr);
-      ASSERT_NE(thread, nullptr);
-      if (&thread == threads) continue;
-      // Only the first goes on; the others are threads that the loader has to deal with.
-      SuspendThread(thread);
-    }
-    early.library = LoadLibraryA("kivsdu.dll");
-    ASSERT_NE(early.library, nullptr);
-    Find<void (*)(uint8_t)>(early.library, "KivSdSetMemoryManager")(1);
-    SetEvent(early.loaded);
-    for (HANDLE thread : threads) {
-      ResumeThread(thread);
-      EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
-      CloseHandle(thread);
-      EXPECT_NE(early.first, nullptr);
-      EXPECT_EQ(early.first, early.second);
-    }
-    CloseHandle(early.loaded);
-    EXPECT_TRUE(FreeLibrary(early.library));
+  constexpr DWORD kThreads = 3;
+  EarlyThread early[kThreads] = {};
+  HANDLE threads[kThreads] = {};
+  for (DWORD i = 0; i < kThreads; ++i) {
+    early[i].started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    early[i].loaded = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    threads[i] = CreateThread(nullptr, 0, UseThreadCache, &early[i], 0, nullptr);
+    ASSERT_EQ(WaitForSingleObject(early[i].started, INFINITE), WAIT_OBJECT_0);
   }
+  HMODULE library = LoadLibraryA("kivsdu.dll");
+  ASSERT_NE(library, nullptr);
+  Find<void (*)(uint8_t)>(library, "KivSdSetMemoryManager")(1);
+  for (DWORD i = 0; i < kThreads; ++i) {
+    early[i].library = library;
+    SetEvent(early[i].loaded);
+    EXPECT_EQ(WaitForSingleObject(threads[i], INFINITE), WAIT_OBJECT_0);
+    EXPECT_NE(early[i].first, nullptr);
+    EXPECT_EQ(early[i].first, early[i].second);
+    CloseHandle(threads[i]);
+    CloseHandle(early[i].started);
+    CloseHandle(early[i].loaded);
+  }
+  EXPECT_TRUE(FreeLibrary(library));
 }
 
 TEST_F(LibraryTest, UtilityLibraryRefusesMissingArguments) {
