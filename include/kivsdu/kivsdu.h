@@ -8,6 +8,7 @@
 #include "api.h"
 #include "status.h"
 
+#include "console.h"
 #include "context.h"
 #include "event.h"
 #include "manager.h"
