@@ -9,6 +9,7 @@
 #include "status.h"
 
 #include "context.h"
+#include "directio.h"
 #include "event.h"
 #include "manager.h"
 #include "memory.h"
