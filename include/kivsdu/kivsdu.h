@@ -10,7 +10,9 @@
 
 #include "context.h"
 #include "event.h"
+#include "file.h"
 #include "manager.h"
+#include "mappedfile.h"
 #include "memory.h"
 #include "memstack.h"
 #include "memtags.h"
