@@ -12,11 +12,10 @@ struct KivSdNoWaitCb;
 
 namespace kiv::os {
 
-// OS errors of a file that someone else holds, of the end of a file, of a full disk, and of a
-// transfer that goes on.
+// OS errors of a file that someone else holds, of the end of a file, and of a transfer that goes
+// on.
 extern const uint32_t kErrorSharingViolation;
 extern const uint32_t kErrorEndOfFile;
-extern const uint32_t kErrorDiskFull;
 extern const uint32_t kErrorTransferPending;
 
 // What a file is opened for and with; callers give these words as they are.
@@ -48,10 +47,6 @@ ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin 
 ValueResult<uint32_t> DirectFileSize(void* file);
 
 Result EndFileAtPosition(void* file);
-
-// Of a file that the C runtime has open. The error is errno; kErrnoNoSpace on a full disk.
-extern const uint32_t kErrnoNoSpace;
-Result ResizeDescriptor(uint32_t descriptor, int32_t sizeBytes);
 
 }  // namespace kiv::os
 

@@ -6,7 +6,7 @@
 
 namespace kiv::os {
 
-constexpr uint32_t kShareNothing = 0;
+constexpr uint32_t kNoSharing = 0;
 constexpr uint32_t kShareAll = 7;  // reading, writing, deleting
 
 }  // namespace kiv::os

@@ -1,6 +1,7 @@
 // Direct I/O: files, their positions and their sizes.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
+#include "os/descriptors.h"
 #include "os/direct_files.h"
 #include "os/share_mode.h"
 #include "report.h"
@@ -35,7 +36,7 @@ uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path) {
   kiv::RunLeaseGuard();
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<void*> made =
-      os::OpenDirectFile(path, os::kAccessWrite, ShareMode(os::kShareNothing), os::kOpenOrMake, 0);
+      os::OpenDirectFile(path, os::kAccessWrite, ShareMode(os::kNoSharing), os::kOpenOrMake, 0);
   if (!made.ok) return Report(ctx, KIV_ST_FILE_CREATE, made.error);
   return ReportOutcome(ctx, os::CloseDirectFile(made.value), KIV_ST_FILE_CLOSE);
 }

@@ -8,6 +8,7 @@
 // as one: callers tell a short file from an error by it.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
+#include "os/descriptors.h"
 #include "os/direct_files.h"
 #include "os/kernel_objects.h"
 #include "report.h"

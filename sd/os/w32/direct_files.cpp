@@ -1,8 +1,5 @@
 #include "os/direct_files.h"
 
-#include <io.h>
-#include <cerrno>
-
 #include "kivsdu/directio.h"
 #include "os/share_mode.h"
 #include "os/w32/win32.h"
@@ -23,9 +20,7 @@ OVERLAPPED* SystemRecord(KivSdNoWaitCb* record) { return reinterpret_cast<OVERLA
 
 const uint32_t kErrorSharingViolation = ERROR_SHARING_VIOLATION;
 const uint32_t kErrorEndOfFile = ERROR_HANDLE_EOF;
-const uint32_t kErrorDiskFull = ERROR_DISK_FULL;
 const uint32_t kErrorTransferPending = ERROR_IO_PENDING;
-const uint32_t kErrnoNoSpace = ENOSPC;
 
 static_assert(kShareAll == (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
 static_assert(kAccessWrite == GENERIC_WRITE);
@@ -80,10 +75,5 @@ ValueResult<uint32_t> DirectFileSize(void* file) {
 }
 
 Result EndFileAtPosition(void* file) { return FromBool(SetEndOfFile(file)); }
-
-Result ResizeDescriptor(uint32_t descriptor, int32_t sizeBytes) {
-  if (_chsize(static_cast<int>(descriptor), sizeBytes) == 0) return {true, 0};
-  return {false, static_cast<uint32_t>(errno)};
-}
 
 }  // namespace kiv::os
