@@ -10,8 +10,11 @@
 
 #include "console.h"
 #include "context.h"
+#include "directio.h"
 #include "event.h"
+#include "file.h"
 #include "manager.h"
+#include "mappedfile.h"
 #include "memory.h"
 #include "memstack.h"
 #include "memtags.h"
