@@ -14,6 +14,10 @@ inline Block* After(Block* block) {
   return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) + block->sizeBytes);
 }
 
+inline Block* Before(Block* block) {
+  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
+}
+
 inline bool IsInside(const Heap& heap, const Block* block) {
   return reinterpret_cast<const char*>(block) < heap.arenaEnd;
 }
@@ -83,10 +87,25 @@ inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
   return TryCarve(heap, payloadBytes + kBlockHeaderBytes);
 }
 
+// The way back of what TryCarve cut: the block in front is free, and stays in its bin with this one
+// added; the block behind is in use. False where it is not so, and then nothing was done.
+inline bool TryMergeBack(const Heap& heap, Block* block) {
+  if (block->previousBytes == 0) return false;
+  Block* previous = Before(block);
+  Block* after = After(block);
+  const bool isLast = !IsInside(heap, after);
+  if (previous->heap != nullptr || (!isLast && after->heap == nullptr)) return false;
+  const uint32_t mergedBytes = previous->sizeBytes + block->sizeBytes;
+  if (BinOf(mergedBytes) != previous->bin) return false;
+  previous->sizeBytes = mergedBytes;
+  if (!isLast) after->previousBytes = mergedBytes;
+  return true;
+}
+
 // What FreeToHeap does, as long as it is short. False if it is not, and then nothing was done.
 inline bool TryFree(Heap* heap, Block* block) {
   const size_t payloadBytes = block->sizeBytes - kBlockHeaderBytes;
-  if (payloadBytes > kLargestParkedBytes) return false;
+  if (payloadBytes > kLargestParkedBytes) return TryMergeBack(*heap, block);
   Park(heap, QuickListOf(payloadBytes), block);
   return true;
 }

@@ -16,10 +16,6 @@ using kiv::kLeastFreeBytes;
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-Block* Before(Block* block) {
-  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
-}
-
 // ---- Carving ----
 
 void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
