@@ -33,5 +33,6 @@
 #include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
+#include "writepause.h"
 
 #endif
