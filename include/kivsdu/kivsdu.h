@@ -36,5 +36,6 @@
 #include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
+#include "writepause.h"
 
 #endif
