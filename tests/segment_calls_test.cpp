@@ -153,6 +153,15 @@ TEST_F(SegmentCall, AreNoneForADescriptorThatIsAsItShouldBe) {
   Delete();
 }
 
+TEST_F(SegmentCall, AreNoneToCloseWhatWasNeverSetUp) {
+  ASSERT_EQ(Find(1), KIV_ST_OK);
+  calls_.Take();
+  EXPECT_EQ(KivDeleteSingleSharedMemSeg(&ctx_, segment_), KIV_ST_OK);
+  EXPECT_EQ(calls_.Take(), "");
+  EXPECT_EQ(KivDeleteSharedMemSeg(&ctx_, list_), KIV_ST_OK);
+  EXPECT_EQ(calls_.Take(), "free sd/shmem 192; ");
+}
+
 TEST_F(SegmentCall, FailToAllocateWithTheFrontsOwnStatus) {
   calls_.allocStatus = kStrange;
   EXPECT_EQ(Find(1), kStrange);
