@@ -26,8 +26,10 @@
 #include "path.h"
 #include "pipe.h"
 #include "rwlock.h"
+#include "segment.h"
 #include "semaphore.h"
 #include "settings.h"
+#include "sharedmem.h"
 #include "shortheap.h"
 #include "spinlock.h"
 #include "sync.h"
@@ -36,5 +38,6 @@
 #include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
+#include "writepause.h"
 
 #endif
