@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstring>
 #include <string>
 
 #include "kivsdu/kivsdu.h"
@@ -134,20 +135,8 @@ TEST_F(NameCollection, ThatCannotStartTakesNoMemory) {
   EXPECT_TRUE(close.calls().empty());
 }
 
-TEST_F(NameCollection, SearchesForTheAbsolutePattern) {
-  for (const uint32_t result : {0u, 1029u, 1030u, 0xFFFFFFFFu}) {
-    const ScriptedImport full("GetFullPathNameA", {.result = result});
-    const ScriptedImport first("FindFirstFileA", {.result = kInvalid, .error = 3});
-    Spoil();
-    CHECK_OK(ctx_, Find(ctx_));
-    ExpectNothing();
-    ASSERT_EQ(full.calls().size(), 1u);
-    EXPECT_EQ(static_cast<uint32_t>(full.calls()[0][1]), 1029u);
-    ASSERT_EQ(first.calls().size(), 1u);
-  }
-}
-
-std::string searched;
+std::string searched;     // by the last search
+uint32_t absoluteLength;  // that the system tells of the next pattern
 
 HANDLE WINAPI NotePattern(const char* pattern, void*) {
   searched = pattern;
@@ -155,15 +144,31 @@ HANDLE WINAPI NotePattern(const char* pattern, void*) {
   return INVALID_HANDLE_VALUE;
 }
 
-TEST_F(NameCollection, SearchesForNothingWhenThePatternIsNotKnown) {
+DWORD WINAPI TellLength(const char*, DWORD sizeBytes, char* buffer, char**) {
+  EXPECT_EQ(sizeBytes, 1029u);
+  std::strcpy(buffer, "what the system left there");
+  return absoluteLength;
+}
+
+TEST_F(NameCollection, SearchesForTheAbsolutePattern) {
   const ImportPatch first("FindFirstFileA", reinterpret_cast<void*>(&NotePattern));
-  static_cast<void>(Find(nullptr));
-  EXPECT_NE(searched, "");
-  for (const uint32_t result : {0u, 1029u, 1030u}) {
-    searched = "not called";
-    const ScriptedImport full("GetFullPathNameA", {.result = result});
+  static_cast<void>(
+      KivSdFileFind(nullptr, nullptr, nullptr, "C:\\a\\..\\b/*", 0, &names_, &count_));
+  EXPECT_EQ(searched, "C:\\b\\*");
+
+  const ImportPatch full("GetFullPathNameA", reinterpret_cast<void*>(&TellLength));
+  for (const uint32_t length : {1u, 26u, 1028u}) {
+    absoluteLength = length;
     static_cast<void>(Find(nullptr));
+    EXPECT_EQ(searched, "what the system left there");
+  }
+  for (const uint32_t length : {0u, 1029u, 1030u, 0xFFFFFFFFu}) {
+    absoluteLength = length;
+    Spoil();
+    CHECK_OK(ctx_, Find(ctx_));
+    ExpectNothing();
     EXPECT_EQ(searched, "");
+    searched = "no search";
   }
 }
 

@@ -51,17 +51,17 @@ KIVSDU_API uint32_t KivSdDirCreateEx(KivSdContext* ctx, const char* path);
  *       KIV_ST_DIR_CREATE        a directory could not be made; those above it stay */
 KIVSDU_API uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path);
 
-/* Removes a directory with all that is in it, files that are read-only included.
+/* Removes a directory with all that is in it, files that are read-only included. A junction in it
+ * is a directory like any other: what it leads to goes too.
  *
  *   path  must be neither null nor empty
  *
- * 0, also when everything in the directory is gone and the directory itself cannot be removed: it
- * may be somebody's working directory. Else KIV_ST_ARGUMENT    path is null or empty
- *                                           KIV_ST_DIR_REMOVE  not all was removed; what was is
- *                                                              gone. The OS error is that of the
- *                                                              directory itself if there is one,
- *                                                              else that of what stopped it: errno
- *                                                              or, of the search, the system's */
+ * 0, also when all in the directory is gone and the directory itself stays: it may be somebody's
+ * working directory
+ * KIV_ST_ARGUMENT    path is null or empty
+ * KIV_ST_DIR_REMOVE  not all was removed; what was is gone. The OS error is that of removing the
+ *                    directory itself; if that went well, of what broke the work off: errno, the
+ *                    system's error of the search, or 206 when a path is too long */
 KIVSDU_API uint32_t KivSdDirRemove(KivSdContext* ctx, const char* path);
 
 /* Tells whether attributes of a file are a directory's.

@@ -68,7 +68,7 @@ uint32_t Add(void* memory, Names* names, const char* prefix, const char* name, u
   const uint32_t status = adMalloc(memory, KIV_FILE_NAME_BYTES, &block, kSource, kLineNameAlloc);
   if (status != KIV_ST_OK) return status;
   auto* text = static_cast<char*>(block);
-  std::memcpy(text, prefix, before);
+  std::memcpy(text, prefix, before + 1);
   std::memcpy(text + before, name, bytes - before);
   names->array[names->count++] = text;
   return KIV_ST_OK;
