@@ -294,7 +294,9 @@ TEST_F(FileSearch, RunsTheGuardFirst) {
   EXPECT_EQ(guard.TakeRuns(), 0u);
   Collected collected;
   EXPECT_EQ(collected.Find(nullptr, nullptr, pattern), KIV_ST_OK);
-  EXPECT_EQ(guard.TakeRuns(), 4u);  // its own, and three steps of the search
+  EXPECT_EQ(guard.TakeRuns(), 5u);  // its own, three steps of the search, the parent path
+  EXPECT_EQ(KivSdFileFreeNames(nullptr, nullptr, 0), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 /* File search: walking a directory, collecting the names that match a pattern, and lists of what
  * was found.
  *
- * In failover mode KivSdFileFindFirst, KivSdFileFindNext and KivSdFileFind first call the lease
- * guard (settings.h), before they look at their arguments; KivSdFileFind calls it again with each
- * step of its search. A context may always be null. OS errors are the system's. Any thread; a
- * record, an array and a list belong to one at a time. */
+ * In failover mode every operation here but KivSdFileFindClose first calls the lease guard
+ * (settings.h), before it looks at its arguments; KivSdFileFind calls it again with each step of
+ * its search, KivSdAddFileListItem for size and time. A context may always be null. OS errors are
+ * the system's. Any thread; a record, an array and a list belong to one at a time. */
 #ifndef KIVSDU_FILESEARCH_H
 #define KIVSDU_FILESEARCH_H
 

@@ -4,10 +4,10 @@
  * are separated by "\"; the system understands "/" too. OS errors are errno unless it is said
  * otherwise.
  *
- * In failover mode every operation here that takes a context, but KivSdDirChange, first calls the
- * lease guard (settings.h), before it looks at its arguments; one that is made of others calls it
- * again with each of them. A context may always be null. Any thread; but the working directory is
- * the process's. */
+ * In failover mode every operation here but KivSdDirChange first calls the lease guard
+ * (settings.h), before it looks at its arguments, those on texts alone too; one that is made of
+ * others calls it again with each of them. A context may always be null. Any thread; but the
+ * working directory is the process's. */
 #ifndef KIVSDU_PATH_H
 #define KIVSDU_PATH_H
 

@@ -1,5 +1,6 @@
 // A number made of a packed date and time.
 #include "kivsdu/path.h"
+#include "lease_guard.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ constexpr uint32_t kLeapYearsBefore = 492;
 // themselves, the month is left out, and leap years are a quarter of that. Hosts have such numbers
 // in their files, and compare new ones with them.
 uint32_t KivSdTimetFromDOS(uint16_t time, uint16_t date) {
+  kiv::RunLeaseGuard();
   const uint32_t years = date & kYearBits;
   const uint32_t leapYears = (years >> 2) - kLeapYearsBefore;
   const uint32_t otherYears = years - leapYears - kFirstYear;

@@ -2,6 +2,7 @@
 #include "kivsdu/filesearch.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
+#include "lease_guard.h"
 #include "text.h"
 
 namespace {
@@ -32,6 +33,7 @@ KivSdFileListItem* MakeItem() {
 
 uint32_t KivSdAddFileListItem(KivSdFileListItem* item, const KivSdFindRecord* record,
                               uint8_t append) {
+  kiv::RunLeaseGuard();
   if (item == nullptr || record == nullptr) return kFailed;
   if (append != 0) {
     item->next = MakeItem();
@@ -44,6 +46,7 @@ uint32_t KivSdAddFileListItem(KivSdFileListItem* item, const KivSdFindRecord* re
 }
 
 uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head) {
+  kiv::RunLeaseGuard();
   if (head == nullptr) return kDone;
   KivSdFileListItem* item = head->next;
   head->next = nullptr;
@@ -59,6 +62,7 @@ uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head) {
 // Kept: the time of the last writing, whatever the name says.
 uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record, uint32_t* size,
                                        int64_t* timestamp) {
+  kiv::RunLeaseGuard();
   if (record == nullptr) return kFailed;
   if (size != nullptr) *size = record->data.sizeLow;
   if (timestamp != nullptr) *timestamp = SecondsSince1970(record->data.written);

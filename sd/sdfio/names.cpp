@@ -136,6 +136,7 @@ uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix, cons
 }
 
 uint32_t KivSdFileFreeNames(const void* /*ignored*/, char** names, uint32_t count) {
+  kiv::RunLeaseGuard();
   if (names == nullptr) return KIV_ST_OK;
   // Freeing says nothing that a caller could act on.
   for (uint32_t i = 0; i < count; ++i) {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "kivsdu/path.h"
+#include "lease_guard.h"
 #include "os/path.h"
 
 namespace {
@@ -19,6 +20,7 @@ char* Put(char* out, const char* text, size_t length) {
 
 // Kept: the last dot counts wherever it is. Hosts give names of which they know that they have one.
 char* KivSdFileGetExtension(const char* path, uint8_t includeDot, char* out) {
+  kiv::RunLeaseGuard();
   const char* dot = path != nullptr ? std::strrchr(path, '.') : nullptr;
   if (dot == nullptr) return Put(out, "", 0);
   const char* extension = includeDot != 0 ? dot : dot + 1;
@@ -26,6 +28,7 @@ char* KivSdFileGetExtension(const char* path, uint8_t includeDot, char* out) {
 }
 
 char* KivSdFileGetParentPath(const char* path, char* out) {
+  kiv::RunLeaseGuard();
   size_t length = path != nullptr ? std::strlen(path) : 0;
   while (length > 0 && !IsSeparator(path[length - 1])) --length;
   const char here[] = {'.', kiv::os::kPathSeparator};
