@@ -175,6 +175,16 @@ TEST_F(FileLine, IsReadWithRoomForTheTerminator) {
   EXPECT_STREQ(buffer, "bc\n");
 }
 
+TEST_F(FileLine, WhoseLineFeedIsTheLastByteReadIsMovedToToo) {
+  Fill("abc\ndef\n");
+  Stream stream(path());
+  char buffer[16];
+  const ScriptedImport seek("_lseek", {.failCount = 0});
+  CHECK_OK(ctx_, KivSdFileGets(ctx_, stream, buffer, 5));
+  ASSERT_EQ(seek.calls().size(), 1u);
+  EXPECT_EQ(static_cast<uint32_t>(seek.calls()[0][1]), 4u);
+}
+
 TEST_F(FileLine, WithoutALineFeedMovesNothingBack) {
   Fill("abcdef");
   Stream stream(path());
