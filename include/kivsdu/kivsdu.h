@@ -8,9 +8,12 @@
 #include "api.h"
 #include "status.h"
 
+#include "console.h"
 #include "context.h"
+#include "directio.h"
 #include "event.h"
 #include "file.h"
+#include "filesearch.h"
 #include "manager.h"
 #include "mappedfile.h"
 #include "memory.h"
@@ -20,10 +23,13 @@
 #include "module.h"
 #include "mutex.h"
 #include "numa.h"
+#include "path.h"
 #include "pipe.h"
 #include "rwlock.h"
+#include "segment.h"
 #include "semaphore.h"
 #include "settings.h"
+#include "sharedmem.h"
 #include "shortheap.h"
 #include "spinlock.h"
 #include "sync.h"
@@ -32,5 +38,6 @@
 #include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
+#include "writepause.h"
 
 #endif
