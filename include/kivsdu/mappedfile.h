@@ -3,9 +3,8 @@
  * it, and a handle of any other kind does nothing and succeeds.
  *
  * The lease guard, arguments and statuses are those of the operation that is named; a handle must
- * never be null. A context may always be null. But for closing, and setting the end, the OS error
- * in the record is 0 for a failure too: users of mapped files have only the status to go by, and
- * KivSdMMAPFilePWrite its own OS error.
+ * never be null. A context may always be null. Where nothing else is said the OS error in the
+ * record is 0 for a failure too: users of mapped files have only the status to go by.
  *
  * Any thread; a handle is not locked. */
 #ifndef KIVSDU_MAPPEDFILE_H
