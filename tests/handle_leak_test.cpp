@@ -32,10 +32,10 @@ size_t OpenHandles() {
 
 // Runs `round` often and counts what it left open. The first time is not counted: the system and
 // the runtimes open some handles of their own when they are first used.
-size_t LeftOpenBy(const std::function<void()>& round) {
+size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
   round();
   const size_t before = OpenHandles();
-  for (int i = 0; i < kRounds; ++i) round();
+  for (int i = 0; i < rounds; ++i) round();
   return OpenHandles() - before;
 }
 
@@ -188,6 +188,45 @@ TEST(HandleLeak, CompletionRecordsLeaveNone) {
               ASSERT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records, 2), KIV_ST_OK);
               ASSERT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records, 2), KIV_ST_OK);
             }),
+            0u);
+}
+
+TEST(HandleLeak, SharedBlocksLeaveNone) {
+  const std::string name = UniqueName("leak");
+  EXPECT_EQ(LeftOpenBy([&] {
+              KivHandle mapping = nullptr;
+              uint32_t id = 0;
+              void* view = nullptr;
+              ASSERT_EQ(
+                  KivSdSharedMemAlloc(nullptr, name.c_str(), 100, 8 | 2, 1, &mapping, &id, &view),
+                  KIV_ST_OK);
+              ASSERT_EQ(KivSdSharedMemFree(nullptr, mapping, view), KIV_ST_OK);
+              ASSERT_EQ(KivSdSharedMemAlloc(nullptr, name.c_str(), 100, 2, 1, &mapping, &id, &view),
+                        KIV_ST_SHARED_MEM_ALLOC);
+            }),
+            0u);
+}
+
+// Each has 22 handles.
+TEST(HandleLeak, SegmentsLeaveNone) {
+  constexpr int kSegments = 1000;
+  const std::string name = UniqueName("leak");
+  EXPECT_EQ(LeftOpenBy(
+                [&] {
+                  KivSharedMemSeg* list = nullptr;
+                  KivSharedMemSeg* segment = nullptr;
+                  uint32_t id = 0;
+                  void* view = nullptr;
+                  ASSERT_EQ(KivFindShareMemSeg(nullptr, name.c_str(), 1, &list, 1, 1, 2, nullptr,
+                                               nullptr, &segment),
+                            KIV_ST_OK);
+                  ASSERT_EQ(KivCreateSharedMemSeg(nullptr, name.c_str(), 1, 8 | 2, 1, segment, 0,
+                                                  &id, &view),
+                            KIV_ST_OK);
+                  ASSERT_EQ(KivSetSharedMemSegBuffer(nullptr, segment, view), KIV_ST_OK);
+                  ASSERT_EQ(KivDeleteSharedMemSeg(nullptr, list), KIV_ST_OK);
+                },
+                kSegments),
             0u);
 }
 

@@ -26,14 +26,6 @@ using kiv::test::SharedSignal;
 using kiv::test::Stopwatch;
 using kiv::test::UniqueName;
 
-// Checks the status of an operation that leaves the record alone.
-#define CHECK_SILENT(ctx, call, status) \
-  do {                                  \
-    (ctx).Spoil();                      \
-    EXPECT_EQ(call, status) << #call;   \
-    EXPECT_TRUE((ctx).IsUntouched());   \
-  } while (false)
-
 KivSdShSemSet* Unwritten() { return reinterpret_cast<KivSdShSemSet*>(uintptr_t{0x5A5A5A50}); }
 
 bool IsInUse(const std::string& name) {

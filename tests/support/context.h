@@ -55,6 +55,14 @@ inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status
 // The usual one: a success leaves {0, 0}.
 #define CHECK_OK(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_OK, 0u)
 
+// Checks the status of an operation that leaves the record alone.
+#define CHECK_SILENT(ctx, call, status)        \
+  do {                                         \
+    (ctx).Spoil();                             \
+    EXPECT_EQ(call, status) << #call;          \
+    EXPECT_TRUE((ctx).IsUntouched()) << #call; \
+  } while (false)
+
 // A bad argument leaves {KIV_ST_ARGUMENT, 0}.
 #define CHECK_ARGUMENT(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_ARGUMENT, 0u)
 

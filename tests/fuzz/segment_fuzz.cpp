@@ -1,0 +1,167 @@
+// Any bytes at all as the peer of a shared memory segment: what lies in the halves, when it
+// changes, and how the semaphores answer. The half that an operation is about is all of the area
+// that may be touched; the rest is poisoned, and the caller's buffers are as small as allowed.
+#include <sanitizer/asan_interface.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "kivsdu/segment.h"
+#include "kivsdu/status.h"
+#include "support/segment_calls.h"
+
+namespace {
+
+constexpr int kMostRequests = 60;
+constexpr uint32_t kMostBytes = 5000;
+
+void Check(bool holds, const char* what) {
+  if (holds) return;
+  std::fprintf(stderr, "does not hold: %s\n", what);
+  std::abort();
+}
+
+// The input, taken piece by piece; zeros behind its end.
+class Input {
+ public:
+  Input(const uint8_t* bytes, size_t count) : at_(bytes), end_(bytes + count) {}
+
+  bool IsAtEnd() const { return at_ == end_; }
+  uint8_t Byte() { return IsAtEnd() ? uint8_t{0} : *at_++; }
+  uint32_t Word() {
+    uint32_t word = 0;
+    Fill(reinterpret_cast<unsigned char*>(&word), sizeof word);
+    return word;
+  }
+  void Fill(unsigned char* to, size_t count) {
+    const size_t taken = std::min(count, static_cast<size_t>(end_ - at_));
+    std::memcpy(to, at_, taken);
+    at_ += taken;
+  }
+
+ private:
+  const uint8_t* at_;
+  const uint8_t* end_;
+};
+
+alignas(4096) unsigned char area[KIV_SEGMENT_AREA_BYTES];
+
+// Writes into the half that is read whenever the library waits for it.
+class Peer : public kiv::test::SegmentCalls {
+ public:
+  Peer(Input* input, int32_t chunk, uint32_t kind) : input_(input) {
+    std::memset(area, 0xEE, sizeof area);
+    unsigned char* first = area + 4096 * chunk;
+    read_ = first + (kind == 1 ? 2048 : 0);
+    written_ = first + (kind == 1 ? 0 : 2048);
+  }
+  ~Peer() override { __asan_unpoison_memory_region(area, sizeof area); }
+
+  // What the next operation may touch.
+  void Expose(bool reading) {
+    reading_ = reading;
+    __asan_poison_memory_region(area, sizeof area);
+    __asan_unpoison_memory_region(reading ? read_ : written_, KIV_SEGMENT_HALF_BYTES);
+  }
+
+  uint32_t Request(KivSdContext*, uint16_t, KivSdShSemSet*, uint32_t) override {
+    const uint8_t what = input_->Byte();
+    if (++requests_ > kMostRequests || what == 1) return KIV_ST_SEM_TIMEOUT;
+    if (what == 2) return KIV_ST_SEM_REQUEST;
+    if (!reading_) return KIV_ST_OK;
+    input_->Fill(read_, 8);
+    if (what % 2 != 0) input_->Fill(read_ + 8, what * 8);
+    return KIV_ST_OK;
+  }
+
+  uint32_t Clear(KivSdContext*, uint16_t, KivSdShSemSet*) override {
+    return input_->Byte() == 1 ? KIV_ST_SEM_CLEAR : KIV_ST_OK;
+  }
+
+  bool IsTired() const { return requests_ > kMostRequests; }
+
+ private:
+  Input* input_;
+  unsigned char* read_;
+  unsigned char* written_;
+  bool reading_ = false;
+  int requests_ = 0;
+};
+
+bool IsTransferStatus(uint32_t status) {
+  return status == KIV_ST_OK || status == KIV_CHUNK_LATCHED || status == KIV_ST_SEM_TIMEOUT ||
+         status == KIV_ST_SEM_REQUEST || status == KIV_ST_SEM_CLEAR;
+}
+
+// One operation on the chunk, as the input says.
+void Operate(Input* input, Peer* peer, KivSharedMemSeg* segment, int32_t chunk) {
+  const uint8_t what = input->Byte();
+  peer->Expose(what % 5 < 3);
+  uint32_t length = input->Word();
+  uint32_t code = 0;
+  KivSharedMemTransfer* reading = &segment->reading[chunk];
+  const uint32_t latched = reading->code;
+  switch (what % 5) {
+    case 0:
+    case 1: {
+      const bool string = what % 5 == 1;
+      if (!string) length %= kMostBytes;
+      std::vector<unsigned char> buffer(string ? KIV_SEGMENT_HALF_BYTES : length + 1);
+      unsigned char* to = buffer.data() + (string ? 0 : 1);
+      const uint32_t status =
+          KivReadSharedMemChunk(nullptr, segment, chunk, length, string ? 1 : 0, &code, to);
+      Check(IsTransferStatus(status) || status == reading->code, "the status of a read");
+      Check(latched == 0 || status == KIV_CHUNK_LATCHED, "what is blocked is not read");
+      Check(status != KIV_ST_OK || reading->code == 0, "a success blocks nothing");
+      break;
+    }
+    case 2: {
+      const uint32_t status = KivReadSharedMemChunkCode(nullptr, segment, chunk, &code);
+      Check(IsTransferStatus(status) || status == KIV_ST_CHUNK_CODE, "the status of a code");
+      Check(latched == reading->code, "reading a code blocks nothing");
+      break;
+    }
+    case 3: {
+      // What is not split and does not fit is not looked at, however long it is said to be.
+      const bool split = (what & 0x40) != 0;
+      const bool huge = !split && (what & 0x20) != 0;
+      if (!huge) length %= kMostBytes;
+      const std::vector<unsigned char> data(huge ? KIV_SEGMENT_PAYLOAD_BYTES : length + 1, 0xDA);
+      if (huge) length = std::max(length, kMostBytes);
+      const uint32_t status = KivWriteSharedMemChunk(nullptr, segment, chunk, length, what & 0x80,
+                                                     split ? 1 : 0, data.data());
+      Check(IsTransferStatus(status), "the status of a write");
+      break;
+    }
+    default:
+      Check(IsTransferStatus(KivWriteSharedMemChunkCode(nullptr, segment, chunk, length)),
+            "the status of a code");
+  }
+  Check(reading->offset <= KIV_SEGMENT_HALF_BYTES, "reading stays in the half");
+  Check(segment->writing[chunk].offset <= KIV_SEGMENT_HALF_BYTES, "writing stays in the half");
+  Check(segment->writing[chunk].lengthBytes <= KIV_SEGMENT_PAYLOAD_BYTES, "a half holds 2040");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
+  Input input(bytes, count);
+  const uint8_t which = input.Byte();
+  const int32_t chunk = which % static_cast<int32_t>(KIV_SEGMENT_CHUNKS);
+  KivSharedMemSeg segment = {};
+  segment.halfBytes = KIV_SEGMENT_HALF_BYTES;
+  segment.chunkCount = KIV_SEGMENT_CHUNKS;
+  segment.kind = which >> 7;
+  segment.buffer = area;
+  Peer peer(&input, chunk, segment.kind);
+  while (!input.IsAtEnd() && !peer.IsTired()) {
+    Operate(&input, &peer, &segment, chunk);
+    // Without an end a blocked chunk would use up the input.
+    if ((which & 0x40) != 0) segment.reading[chunk].code = segment.writing[chunk].code = 0;
+  }
+  return 0;
+}

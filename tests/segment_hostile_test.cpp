@@ -1,0 +1,208 @@
+// A peer that fills the shared area with nonsense: what the library then reads and writes lies
+// between pages that cannot be touched, so that one byte too far ends the test.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/child_process.h"
+#include "support/segment.h"
+#include "support/waiting.h"
+
+namespace {
+
+using kiv::test::Stopwatch;
+using kiv::test::UniqueName;
+
+constexpr size_t kPageBytes = 4096;
+constexpr uint32_t kHalfBytes = 2048;
+
+// Bytes at the end, or at the start, of memory that may be touched.
+class FencedBytes {
+ public:
+  enum Side { kBehind, kBefore };
+
+  FencedBytes(size_t sizeBytes, Side side) {
+    const size_t open = (sizeBytes + kPageBytes - 1) / kPageBytes * kPageBytes;
+    pages_ = static_cast<unsigned char*>(
+        VirtualAlloc(nullptr, open + 2 * kPageBytes, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
+    DWORD before = 0;
+    EXPECT_TRUE(VirtualProtect(pages_ + kPageBytes, open, PAGE_READWRITE, &before));
+    bytes_ = pages_ + kPageBytes + (side == kBehind ? open - sizeBytes : 0);
+  }
+  ~FencedBytes() { VirtualFree(pages_, 0, MEM_RELEASE); }
+  FencedBytes(const FencedBytes&) = delete;
+  FencedBytes& operator=(const FencedBytes&) = delete;
+
+  unsigned char* data() const { return bytes_; }
+
+ private:
+  unsigned char* pages_;
+  unsigned char* bytes_;
+};
+
+// One end whose half lies at a fence; the peer's part of the set is the test's.
+class HostileSegment : public testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(KivSdShSemSetClose(nullptr, set_), KIV_ST_OK); }
+  void SetUp() override {
+    const std::vector<int32_t> none(21, 0);
+    const std::vector<int32_t> one(21, 1);
+    ASSERT_EQ(KivSdShSemSetCreate(nullptr, UniqueName("hostile").c_str(), 21, 0, none.data(),
+                                  one.data(), &set_),
+              KIV_ST_OK);
+  }
+
+  // Chunk 0 of an area of which only this half is there. Nothing waits.
+  KivSharedMemSeg EndOn(unsigned char* half, bool reading, uint32_t kind) {
+    KivSharedMemSeg end = {};
+    end.semaphores = set_;
+    end.halfBytes = kHalfBytes;
+    end.chunkCount = 5;
+    end.kind = kind;
+    const bool first = reading == (kind == 0);
+    end.buffer = half - (first ? 0 : kHalfBytes);
+    return end;
+  }
+
+  // The peer's message, again and again: its half is full, and was not handed back.
+  void Offer(const KivSharedMemSeg& end) {
+    const uint16_t full = end.kind == 0 ? 1 : 3;
+    static_cast<void>(KivSdShSemSetRequest(nullptr, static_cast<uint16_t>(full + 1), set_, 0));
+    static_cast<void>(KivSdShSemSetClear(nullptr, full, set_));
+  }
+
+  static void PutHeader(unsigned char* half, uint32_t code, uint32_t length) {
+    std::memcpy(half, &code, sizeof code);
+    std::memcpy(half + 4, &length, sizeof length);
+  }
+
+  KivSdShSemSet* set_ = nullptr;
+};
+
+constexpr uint32_t kLengths[] = {0,    1,    7,          2039,       2040,       2041,      2048,
+                                 2049, 4096, 0x7FFFFFFF, 0x80000000, 0xFFFFFFF8, 0xFFFFFFFF};
+constexpr uint32_t kWanted[] = {1, 8, 2039, 2040, 2041, 2048, 4080, 5000};
+
+TEST_F(HostileSegment, IsReadWithinItsHalfWhateverItsHeaderSays) {
+  for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
+    const FencedBytes half(kHalfBytes, side);
+    for (const uint32_t kind : {0u, 1u}) {
+      for (const uint32_t length : kLengths) {
+        for (const uint32_t wanted : kWanted) {
+          const FencedBytes buffer(wanted, FencedBytes::kBehind);
+          std::memset(half.data(), 'z', kHalfBytes);
+          PutHeader(half.data(), 0, length);
+          KivSharedMemSeg end = EndOn(half.data(), true, kind);
+          uint32_t status = KIV_ST_OK;
+          for (int round = 0; round < 4 && status == KIV_ST_OK; ++round) {
+            Offer(end);
+            status = KivReadSharedMemChunk(nullptr, &end, 0, wanted, 0, nullptr, buffer.data());
+            ASSERT_LE(end.reading[0].offset, kHalfBytes);
+          }
+          EXPECT_TRUE(status == KIV_ST_OK || status == KIV_ST_SEM_TIMEOUT ||
+                      status == KIV_CHUNK_OVERRUN)
+              << status << " for " << wanted << " of " << length;
+        }
+      }
+    }
+  }
+}
+
+TEST_F(HostileSegment, GivesStringsOfAHalfAtMost) {
+  for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
+    const FencedBytes half(kHalfBytes, side);
+    const FencedBytes buffer(kHalfBytes, side);
+    for (const uint32_t kind : {0u, 1u}) {
+      for (const uint32_t length : kLengths) {
+        for (const bool afterCode : {false, true}) {
+          std::memset(half.data(), 'z', kHalfBytes);
+          PutHeader(half.data(), afterCode ? 0x7A7A7A7A : 0, length);
+          KivSharedMemSeg end = EndOn(half.data(), true, kind);
+          uint32_t code = 0;
+          Offer(end);
+          if (afterCode) {  // which leaves the length behind, and no offset
+            ASSERT_EQ(KivReadSharedMemChunkCode(nullptr, &end, 0, &code), KIV_ST_OK);
+            PutHeader(half.data(), 0x7A7A7A7A, 0x7A7A7A7A);
+            Offer(end);
+          }
+          for (int round = 0; round < 3; ++round) {
+            const uint32_t status =
+                KivReadSharedMemChunk(nullptr, &end, 0, 1, 1, nullptr, buffer.data());
+            ASSERT_LE(end.reading[0].offset, kHalfBytes);
+            if (status != KIV_ST_OK) break;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_F(HostileSegment, IsWrittenWithinItsHalf) {
+  for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
+    const FencedBytes half(kHalfBytes, side);
+    for (const uint32_t kind : {0u, 1u}) {
+      const auto full = static_cast<uint16_t>(kind == 1 ? 1 : 3);
+      const auto empty = static_cast<uint16_t>(full + 1);
+      for (const uint32_t length : kWanted) {
+        for (const bool split : {false, true}) {
+          const FencedBytes data(length, FencedBytes::kBehind);
+          KivSharedMemSeg end = EndOn(half.data(), false, kind);
+          std::memset(half.data(), 0xFF, kHalfBytes);
+          for (int round = 0; round < 3; ++round) {
+            static_cast<void>(KivSdShSemSetRequest(nullptr, full, set_, 0));
+            static_cast<void>(KivSdShSemSetClear(nullptr, empty, set_));
+            static_cast<void>(
+                KivWriteSharedMemChunk(nullptr, &end, 0, length, 0, split ? 1 : 0, data.data()));
+            ASSERT_LE(end.writing[0].offset, kHalfBytes);
+          }
+          static_cast<void>(KivSdShSemSetRequest(nullptr, full, set_, 0));
+        }
+      }
+    }
+  }
+}
+
+// The header and the data change while they are read.
+TEST_F(HostileSegment, IsReadWithinItsHalfWhileItChanges) {
+  constexpr double kMs = 1000;
+  const FencedBytes half(kHalfBytes, FencedBytes::kBehind);
+  std::atomic<bool> done{false};
+  std::thread peer([&] {
+    for (uint32_t state = 1; !done.load(std::memory_order_relaxed);) {
+      state = state * 1664525u + 1013904223u;
+      auto* words = reinterpret_cast<volatile uint32_t*>(half.data());
+      words[0] = state % 16 == 0 ? state : 0;
+      words[1] = (state & 0x100) != 0 ? kLengths[(state >> 16) % std::size(kLengths)] : state;
+      half.data()[8 + (state >> 8) % 2040] =
+          static_cast<unsigned char>((state & 0x200) != 0 ? 'z' : 0);
+    }
+  });
+  const Stopwatch watch;
+  uint32_t reads = 0;
+  for (uint32_t wanted = 1; watch.ElapsedMs() < kMs; wanted = wanted * 7 % 5003) {
+    const bool string = wanted % 2 != 0;
+    const FencedBytes buffer(string ? kHalfBytes : wanted, FencedBytes::kBehind);
+    KivSharedMemSeg end = EndOn(half.data(), true, wanted / 2 % 2);
+    for (int round = 0; round < 3; ++round) {
+      Offer(end);
+      if (KivReadSharedMemChunk(nullptr, &end, 0, wanted, string ? 1 : 0, nullptr, buffer.data()) !=
+          KIV_ST_OK) {
+        break;
+      }
+      ASSERT_LE(end.reading[0].offset, kHalfBytes);
+      ++reads;
+    }
+  }
+  done = true;
+  peer.join();
+  EXPECT_GT(reads, 100u);
+}
+
+}  // namespace
