@@ -64,7 +64,10 @@ class Gates {
   static bool Note(const char* verb, HANDLE gate, const std::string& more = "") {
     const std::string name = NameOf(gate);
     if (name.empty()) return false;
-    log_.push_back(std::string(verb) + " " + name + more + (block_->paused != 0 ? ", paused" : ""));
+    std::string line = verb;
+    line.append(1, ' ').append(name).append(more);
+    if (block_->paused != 0) line.append(", paused");
+    log_.push_back(line);
     return true;
   }
 
@@ -82,7 +85,7 @@ class Gates {
                                : reinterpret_cast<BOOL(WINAPI*)(HANDLE)>(originalClose_)(gate);
   }
   static DWORD WINAPI Wait(HANDLE gate, DWORD timeoutMs) {
-    if (!Note("wait", gate, " " + std::to_string(timeoutMs))) {
+    if (!Note("wait", gate, std::string(" ").append(std::to_string(timeoutMs)))) {
       return reinterpret_cast<DWORD(WINAPI*)(HANDLE, DWORD)>(originalWait_)(gate, timeoutMs);
     }
     if (answers_.empty()) {

@@ -2,6 +2,7 @@
 #ifndef KIV_SDFIOW32_DIRECT_BLOCK_H
 #define KIV_SDFIOW32_DIRECT_BLOCK_H
 
+#include <bit>
 #include <cstdint>
 
 #include "kivsdu/api.h"
@@ -21,7 +22,7 @@ constexpr uint32_t StartedBlocks(uint32_t sizeBytes) {
 
 // A handle has no more than 32 bits that count. With its sign, so that the invalid one stays so.
 inline void* HandleOf(uint32_t file) {
-  return reinterpret_cast<void*>(static_cast<intptr_t>(static_cast<int32_t>(file)));
+  return std::bit_cast<void*>(static_cast<intptr_t>(static_cast<int32_t>(file)));
 }
 
 inline uint32_t FileOf(const void* handle) {
