@@ -272,60 +272,103 @@ class Peer {
   PROCESS_INFORMATION process_ = {};
 };
 
-void Exchange(benchmark::State& state, int way, uint32_t requestBytes, uint32_t answerBytes) {
+// ---- Ways in turn ----
+
+std::string UniqueName() {
   static int runs = 0;
-  const std::string name =
-      "segments-bench-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++runs);
-  const std::unique_ptr<Channel> channel = MakeChannel(way, name, false);
-  const Peer peer(way, channel->name(), requestBytes, answerBytes);
-  channel->Connect();
-  std::vector<char> data(std::max(requestBytes, answerBytes), 'x');
-  for (int warm = 0; warm < 10; ++warm) {
-    channel->Send(data.data(), requestBytes);
-    channel->Receive(data.data(), answerBytes);
-  }
-  for (auto _ : state) {
-    channel->Send(data.data(), requestBytes);
-    channel->Receive(data.data(), answerBytes);
-  }
-  state.SetBytesProcessed(state.iterations() * requestBytes);
+  return "segments-bench-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++runs);
 }
 
-void HandOver(benchmark::State& state, int way, uint32_t length) {
-  static int runs = 0;
-  const std::string name =
-      "segments-alone-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++runs);
-  const std::unique_ptr<Channel> from = MakeChannel(way, name, false);
-  const std::unique_ptr<Channel> to = MakeChannel(way, name, true);
-  from->Connect();
-  std::vector<char> data(length, 'x');
-  for (auto _ : state) {
-    from->Send(data.data(), length);
-    to->Receive(data.data(), length);
-  }
+double Microseconds() {
+  static const double perTick = [] {
+    LARGE_INTEGER frequency;
+    QueryPerformanceFrequency(&frequency);
+    return 1e6 / static_cast<double>(frequency.QuadPart);
+  }();
+  LARGE_INTEGER now;
+  QueryPerformanceCounter(&now);
+  return static_cast<double>(now.QuadPart) * perTick;
 }
 
-void Register() {
-  constexpr const char* kWays[] = {"Segment", "Raw", "NamedPipe", "AnonymousPipes"};
-  for (int way = kSegment; way <= kAnonymousPipes; ++way) {
-    for (const uint32_t length : {1u, 100u, kPayloadBytes}) {
-      if (way != kAnonymousPipes) {
-        benchmark::RegisterBenchmark(
-            (std::string("HandOver/") + kWays[way] + "/" + std::to_string(length)).c_str(),
-            [=](benchmark::State& state) { HandOver(state, way, length); })
-            ->UseRealTime();
-      }
-      benchmark::RegisterBenchmark(
-          (std::string("RoundTrip/") + kWays[way] + "/" + std::to_string(length)).c_str(),
-          [=](benchmark::State& state) { Exchange(state, way, length, length); })
-          ->UseRealTime();
+double Middle(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// A message over each way, one after the other, so that a busy moment of the machine falls on all
+// of them alike; each goes first as often as the others. The time of an iteration means nothing:
+// the middle times are in the counters, in microseconds.
+template <typename Transfer>
+void InTurns(benchmark::State& state, int ways, Transfer transfer) {
+  std::vector<std::vector<double>> times(static_cast<size_t>(ways));
+  int first = 0;
+  for (auto _ : state) {
+    first = (first + 1) % ways;
+    for (int turn = 0; turn < ways; ++turn) {
+      const int way = (first + turn) % ways;
+      const double start = Microseconds();
+      transfer(way);
+      times[static_cast<size_t>(way)].push_back(Microseconds() - start);
     }
-    benchmark::RegisterBenchmark(
-        (std::string("Stream/") + kWays[way]).c_str(),
-        [=](benchmark::State& state) { Exchange(state, way, kStreamBytes, 1); })
-        ->UseRealTime();
   }
+  constexpr const char* kWays[] = {"segment", "raw", "namedPipe", "anonymousPipes"};
+  std::vector<double> middle;
+  for (int way = 0; way < ways; ++way) {
+    middle.push_back(Middle(times[static_cast<size_t>(way)]));
+    state.counters[kWays[way]] = middle.back();
+  }
+  state.counters["toRaw"] = middle[kSegment] / middle[kRaw];
+  state.counters["toNamedPipe"] = middle[kSegment] / middle[kNamedPipe];
 }
+
+void Exchange(benchmark::State& state, uint32_t requestBytes, uint32_t answerBytes) {
+  std::vector<std::unique_ptr<Channel>> channels;
+  std::vector<std::unique_ptr<Peer>> peers;
+  for (int way = kSegment; way <= kAnonymousPipes; ++way) {
+    channels.push_back(MakeChannel(way, UniqueName(), false));
+    peers.push_back(
+        std::make_unique<Peer>(way, channels.back()->name(), requestBytes, answerBytes));
+    channels.back()->Connect();
+  }
+  std::vector<char> data(std::max(requestBytes, answerBytes), 'x');
+  const auto transfer = [&](int way) {
+    channels[static_cast<size_t>(way)]->Send(data.data(), requestBytes);
+    channels[static_cast<size_t>(way)]->Receive(data.data(), answerBytes);
+  };
+  for (int way = kSegment; way <= kAnonymousPipes; ++way) transfer(way);  // the peer is there
+  InTurns(state, kAnonymousPipes + 1, transfer);
+}
+
+void HandOver(benchmark::State& state, uint32_t length) {
+  std::vector<std::unique_ptr<Channel>> senders;
+  std::vector<std::unique_ptr<Channel>> receivers;
+  for (int way = kSegment; way <= kNamedPipe; ++way) {
+    const std::string name = UniqueName();
+    senders.push_back(MakeChannel(way, name, false));
+    receivers.push_back(MakeChannel(way, name, true));
+    senders.back()->Connect();
+  }
+  std::vector<char> data(length, 'x');
+  InTurns(state, kNamedPipe + 1, [&](int way) {
+    senders[static_cast<size_t>(way)]->Send(data.data(), length);
+    receivers[static_cast<size_t>(way)]->Receive(data.data(), length);
+  });
+}
+
+void RoundTrip(benchmark::State& state) {
+  const auto length = static_cast<uint32_t>(state.range(0));
+  Exchange(state, length, length);
+}
+BENCHMARK(RoundTrip)->Arg(1)->Arg(100)->Arg(kPayloadBytes)->UseRealTime();
+
+void Stream(benchmark::State& state) { Exchange(state, kStreamBytes, 1); }
+BENCHMARK(Stream)->UseRealTime();
+
+void HandOverAlone(benchmark::State& state) {
+  HandOver(state, static_cast<uint32_t>(state.range(0)));
+}
+BENCHMARK(HandOverAlone)->Arg(1)->Arg(100)->Arg(kPayloadBytes)->UseRealTime();
 
 uint32_t NumberFrom(const char* text) { return static_cast<uint32_t>(std::stoul(text)); }
 
@@ -335,7 +378,6 @@ int main(int argc, char** argv) {
   if (argc == 6 && std::strcmp(argv[1], kPeerFlag) == 0) {
     return RunPeer(std::atoi(argv[2]), argv[3], NumberFrom(argv[4]), NumberFrom(argv[5]));
   }
-  Register();
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();

@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <string>
-#include <vector>
-
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/heap_watch.h"
@@ -15,7 +12,6 @@ namespace {
 
 using kiv::test::Context;
 using kiv::test::HeapWatch;
-using kiv::test::Script;
 using kiv::test::ScriptedImport;
 
 constexpr uint32_t kError = 1234;

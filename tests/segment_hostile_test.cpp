@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <string>
 #include <thread>
 #include <vector>
 

@@ -14,7 +14,6 @@
 
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
-#include "support/context.h"
 #include "support/import_patch.h"
 #include "support/segment.h"
 #include "support/waiting.h"
@@ -23,7 +22,6 @@ namespace {
 
 using kiv::test::AreaView;
 using kiv::test::ChildProcess;
-using kiv::test::Context;
 using kiv::test::EmptyMember;
 using kiv::test::FullMember;
 using kiv::test::HasArea;
@@ -295,6 +293,7 @@ TEST(SegmentBetweenProcesses, CarriesFiveChunksBothWaysAtOnce) {
 // ---- A peer that is killed ----
 
 constexpr uint32_t kPatienceMs = 150;  // how long the survivor waits
+constexpr uint32_t kSlackMs = 5000;    // and how late a busy machine may let it go on
 constexpr int32_t kChunk = 0;          // where the peer dies
 
 // The process stops for good before the call of the system that has this number.
@@ -479,7 +478,7 @@ TEST_P(KilledPeer, CostsItsPartnerOneTimeOutAndNoOtherChunk) {
   (*end)->timeoutMs = kPatienceMs;
   const Stopwatch watch;
   death.after(*end);
-  EXPECT_LT(watch.ElapsedMs(), 2 * kPatienceMs + 1000);
+  EXPECT_LT(watch.ElapsedMs(), 2 * kPatienceMs + kSlackMs);
 
   (*end)->timeoutMs = kLimitMs;
   {

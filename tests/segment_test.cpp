@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <atomic>
-#include <memory>
+#include <cstring>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
@@ -381,7 +379,6 @@ TEST_F(Segment, PutsACodeOverTheDataOfAnOpenHalfWhichIsLost) {
 }
 
 TEST_F(Segment, EndsAReadWithACodeAfterTheDataBefore) {
-  GuardedBytes buffer(10);
   one_->timeoutMs = zero_->timeoutMs = kLimitMs;
   std::thread writer([&] {
     EXPECT_EQ(one_.Write(0, Pattern(2040)), KIV_ST_OK);
