@@ -1,8 +1,7 @@
 // The C runtime's memory as the library uses it: how much it holds, and an allocation that fails.
 //
-// On Windows the DLL's calls of the runtime are patched; elsewhere the linker sends those of the
-// whole program here, which are looked at only while a RuntimeMemory lives: the test itself does
-// nothing meanwhile but call the library. Link the program with kiv_runtime_memory.
+// The test itself does nothing meanwhile but call the library. Link the program with
+// kiv_runtime_hook, which says whose calls are seen.
 #ifndef KIV_TESTS_RUNTIME_MEMORY_H
 #define KIV_TESTS_RUNTIME_MEMORY_H
 
@@ -31,8 +30,8 @@ class RuntimeMemory {
   int64_t live() const;
 
  private:
-  struct Patches;
-  std::unique_ptr<Patches> patches_;
+  class State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace kiv::test

@@ -1,173 +1,101 @@
 #include "support/runtime_watch.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 
-#ifdef _WIN32
-#include "support/import_patch.h"
-#endif
+#include "support/runtime_hook.h"
 
+namespace kiv::test {
 namespace {
-
-using kiv::test::RuntimeWatch;
 
 constexpr size_t kNever = static_cast<size_t>(-1);
 constexpr size_t kCallsKept =
     4096;  // of each kind; made beforehand, so that noting allocates nothing
 
-struct State {
+}  // namespace
+
+class RuntimeWatch::State : public RuntimeHook {
+ public:
+  State() {
+    sizes.reserve(kCallsKept);
+    resized.reserve(kCallsKept);
+    freed.reserve(kCallsKept);
+  }
+
+  void* Allocate(size_t sizeBytes) override {
+    sizes.push_back(sizeBytes);
+    if (Fails()) return nullptr;
+    void* block = RealAllocate(sizeBytes);
+    if (fill && block != nullptr) std::memset(block, *fill, sizeBytes);
+    return block;
+  }
+
+  void* Reallocate(void* block, size_t sizeBytes) override {
+    resized.push_back({block, sizeBytes});
+    if (look) look(block);
+    if (Fails() || IsInPlace(block)) return nullptr;
+    return RealReallocate(block, sizeBytes);
+  }
+
+  void Free(void* block) override {
+    freed.push_back(block);
+    if (look) look(block);
+    if (!IsInPlace(block)) RealFree(block);
+  }
+
   std::vector<size_t> sizes;
-  std::vector<RuntimeWatch::Resized> resized;
+  std::vector<Resized> resized;
   std::vector<const void*> freed;
   size_t callsUntilFailure = kNever;
   const char* place = nullptr;
   size_t placeBytes = 0;
   std::optional<unsigned char> fill;
   std::function<void(const void*)> look;
-};
 
-// Null while nothing is watched.
-State* state = nullptr;
-
-bool Fails() {
-  if (state->callsUntilFailure == kNever) return false;
-  if (state->callsUntilFailure == 0) return true;
-  --state->callsUntilFailure;
-  return false;
-}
-
-bool IsInPlace(const void* block) {
-  const auto* address = static_cast<const char*>(block);
-  return state->place != nullptr && address >= state->place &&
-         address < state->place + state->placeBytes;
-}
-
-template <typename Allocate>
-void* WatchedMalloc(size_t sizeBytes, Allocate allocate) {
-  if (state == nullptr) return allocate(sizeBytes);
-  state->sizes.push_back(sizeBytes);
-  if (Fails()) return nullptr;
-  void* block = allocate(sizeBytes);
-  if (state->fill && block != nullptr) std::memset(block, *state->fill, sizeBytes);
-  return block;
-}
-
-template <typename Reallocate>
-void* WatchedRealloc(void* block, size_t sizeBytes, Reallocate reallocate) {
-  if (state == nullptr) return reallocate(block, sizeBytes);
-  state->resized.push_back({block, sizeBytes});
-  if (state->look) state->look(block);
-  if (Fails() || IsInPlace(block)) return nullptr;
-  return reallocate(block, sizeBytes);
-}
-
-template <typename Free>
-void WatchedFree(void* block, Free free) {
-  if (state != nullptr) {
-    state->freed.push_back(block);
-    if (state->look) state->look(block);
-    if (IsInPlace(block)) return;
+ private:
+  bool Fails() {
+    if (callsUntilFailure == kNever) return false;
+    if (callsUntilFailure == 0) return true;
+    --callsUntilFailure;
+    return false;
   }
-  free(block);
-}
 
-}  // namespace
+  bool IsInPlace(const void* block) const {
+    const auto* address = static_cast<const char*>(block);
+    return place != nullptr && address >= place && address < place + placeBytes;
+  }
 
-#ifdef _WIN32
-
-namespace {
-
-void* MallocHere(size_t sizeBytes) {
-  return WatchedMalloc(sizeBytes, [](size_t size) { return std::malloc(size); });
-}
-
-void* ReallocHere(void* block, size_t sizeBytes) {
-  return WatchedRealloc(block, sizeBytes,
-                        [](void* old, size_t size) { return std::realloc(old, size); });
-}
-
-void FreeHere(void* block) {
-  WatchedFree(block, [](void* old) { std::free(old); });
-}
-
-}  // namespace
-
-struct kiv::test::RuntimeWatch::Patches {
-  ImportPatch malloc{"malloc", reinterpret_cast<void*>(&MallocHere)};
-  ImportPatch realloc{"realloc", reinterpret_cast<void*>(&ReallocHere)};
-  ImportPatch free{"free", reinterpret_cast<void*>(&FreeHere)};
+  // Last, for the calls come as soon as it is there.
+  std::optional<RuntimeHooked> hooked_{this};
 };
 
-#else
+RuntimeWatch::RuntimeWatch() : state_(std::make_unique<State>()) {}
 
-extern "C" {
+RuntimeWatch::~RuntimeWatch() = default;
 
-void* __real_malloc(size_t);
-void* __wrap_malloc(size_t);
-void* __real_realloc(void*, size_t);
-void* __wrap_realloc(void*, size_t);
-void __real_free(void*);
-void __wrap_free(void*);
+std::vector<size_t> RuntimeWatch::sizes() const { return state_->sizes; }
 
-void* __wrap_malloc(size_t sizeBytes) { return WatchedMalloc(sizeBytes, __real_malloc); }
+std::vector<RuntimeWatch::Resized> RuntimeWatch::resized() const { return state_->resized; }
 
-void* __wrap_realloc(void* block, size_t sizeBytes) {
-  return WatchedRealloc(block, sizeBytes, __real_realloc);
-}
-
-void __wrap_free(void* block) { WatchedFree(block, __real_free); }
-
-}  // extern "C"
-
-struct kiv::test::RuntimeWatch::Patches {};
-
-#endif
-
-namespace kiv::test {
-
-RuntimeWatch::RuntimeWatch() {
-  EXPECT_EQ(state, nullptr) << "one watch at a time";
-  auto* made = new State;
-  made->sizes.reserve(kCallsKept);
-  made->resized.reserve(kCallsKept);
-  made->freed.reserve(kCallsKept);
-  patches_ = std::make_unique<Patches>();
-  state = made;
-}
-
-RuntimeWatch::~RuntimeWatch() {
-  State* old = state;
-  state = nullptr;
-  patches_.reset();
-  delete old;
-}
-
-std::vector<size_t> RuntimeWatch::sizes() const { return state->sizes; }
-
-std::vector<RuntimeWatch::Resized> RuntimeWatch::resized() const { return state->resized; }
-
-std::vector<const void*> RuntimeWatch::freed() const { return state->freed; }
+std::vector<const void*> RuntimeWatch::freed() const { return state_->freed; }
 
 void RuntimeWatch::Forget() {
-  state->sizes.clear();
-  state->resized.clear();
-  state->freed.clear();
+  state_->sizes.clear();
+  state_->resized.clear();
+  state_->freed.clear();
 }
 
-void RuntimeWatch::FailAfter(size_t count) { state->callsUntilFailure = count; }
+void RuntimeWatch::FailAfter(size_t count) { state_->callsUntilFailure = count; }
 
-void RuntimeWatch::FailNoMore() { state->callsUntilFailure = kNever; }
+void RuntimeWatch::FailNoMore() { state_->callsUntilFailure = kNever; }
 
 void RuntimeWatch::Guard(const void* place, size_t sizeBytes) {
-  state->place = static_cast<const char*>(place);
-  state->placeBytes = sizeBytes;
+  state_->place = static_cast<const char*>(place);
+  state_->placeBytes = sizeBytes;
 }
 
-void RuntimeWatch::FillWith(unsigned char byte) { state->fill = byte; }
+void RuntimeWatch::FillWith(unsigned char byte) { state_->fill = byte; }
 
-void RuntimeWatch::Show(std::function<void(const void*)> look) { state->look = std::move(look); }
+void RuntimeWatch::Show(std::function<void(const void*)> look) { state_->look = std::move(look); }
 
 }  // namespace kiv::test

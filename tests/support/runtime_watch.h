@@ -1,8 +1,7 @@
 // The C runtime's allocator as the library uses it: what it asks for and gives back, and answers
 // that a test makes up.
 //
-// On Windows the DLL's calls of malloc, realloc and free are patched. Elsewhere the linker sends
-// them here, and the test's own too: link the program with kiv_runtime_watch.
+// Link the program with kiv_runtime_hook, which says whose calls are seen.
 #ifndef KIV_TESTS_RUNTIME_WATCH_H
 #define KIV_TESTS_RUNTIME_WATCH_H
 
@@ -51,8 +50,8 @@ class RuntimeWatch {
   void Show(std::function<void(const void* block)> look);
 
  private:
-  struct Patches;
-  std::unique_ptr<Patches> patches_;
+  class State;
+  std::unique_ptr<State> state_;
 };
 
 }  // namespace kiv::test

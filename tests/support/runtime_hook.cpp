@@ -1,0 +1,136 @@
+#include "support/runtime_hook.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#ifdef _WIN32
+#include <algorithm>
+#include <optional>
+
+#include "support/import_patch.h"
+#endif
+
+namespace {
+
+using kiv::test::RuntimeHook;
+
+// Null while the calls are the runtime's own.
+std::atomic<RuntimeHook*> current{nullptr};
+
+void* Allocate(size_t sizeBytes) {
+  RuntimeHook* hook = current;
+  return hook != nullptr ? hook->Allocate(sizeBytes) : RuntimeHook::RealAllocate(sizeBytes);
+}
+
+void* Reallocate(void* block, size_t sizeBytes) {
+  RuntimeHook* hook = current;
+  return hook != nullptr ? hook->Reallocate(block, sizeBytes)
+                         : RuntimeHook::RealReallocate(block, sizeBytes);
+}
+
+void Free(void* block) {
+  RuntimeHook* hook = current;
+  if (hook != nullptr) {
+    hook->Free(block);
+  } else {
+    RuntimeHook::RealFree(block);
+  }
+}
+
+void* AllocateZeroed(size_t count, size_t sizeBytes) {
+  void* block = Allocate(count * sizeBytes);
+  return block == nullptr ? nullptr : std::memset(block, 0, count * sizeBytes);
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+namespace {
+
+bool Imports(const char* function) {
+  const auto imports = kiv::test::ImportsOf("kivsdu.dll");
+  return std::any_of(imports.begin(), imports.end(),
+                     [&](const kiv::test::Import& import) { return import.function == function; });
+}
+
+}  // namespace
+
+namespace kiv::test {
+
+struct RuntimeHooked::Patches {
+  Patches() {
+    // Where the compiler saw fit to use it.
+    if (Imports("calloc")) calloc.emplace("calloc", reinterpret_cast<void*>(&AllocateZeroed));
+  }
+
+  ImportPatch malloc{"malloc", reinterpret_cast<void*>(&Allocate)};
+  ImportPatch realloc{"realloc", reinterpret_cast<void*>(&Reallocate)};
+  ImportPatch free{"free", reinterpret_cast<void*>(&Free)};
+  std::optional<ImportPatch> calloc;
+};
+
+void* RuntimeHook::RealAllocate(size_t sizeBytes) { return std::malloc(sizeBytes); }
+
+void* RuntimeHook::RealReallocate(void* block, size_t sizeBytes) {
+  return std::realloc(block, sizeBytes);
+}
+
+void RuntimeHook::RealFree(void* block) { std::free(block); }
+
+}  // namespace kiv::test
+
+#else
+
+extern "C" {
+
+void* __real_malloc(size_t);
+void* __wrap_malloc(size_t);
+void* __real_calloc(size_t, size_t);
+void* __wrap_calloc(size_t, size_t);
+void* __real_realloc(void*, size_t);
+void* __wrap_realloc(void*, size_t);
+void __real_free(void*);
+void __wrap_free(void*);
+
+void* __wrap_malloc(size_t sizeBytes) { return Allocate(sizeBytes); }
+
+void* __wrap_calloc(size_t count, size_t sizeBytes) {
+  return current == nullptr ? __real_calloc(count, sizeBytes) : AllocateZeroed(count, sizeBytes);
+}
+
+void* __wrap_realloc(void* block, size_t sizeBytes) { return Reallocate(block, sizeBytes); }
+
+void __wrap_free(void* block) { Free(block); }
+
+}  // extern "C"
+
+namespace kiv::test {
+
+struct RuntimeHooked::Patches {};
+
+void* RuntimeHook::RealAllocate(size_t sizeBytes) { return __real_malloc(sizeBytes); }
+
+void* RuntimeHook::RealReallocate(void* block, size_t sizeBytes) {
+  return __real_realloc(block, sizeBytes);
+}
+
+void RuntimeHook::RealFree(void* block) { __real_free(block); }
+
+}  // namespace kiv::test
+
+#endif
+
+namespace kiv::test {
+
+RuntimeHooked::RuntimeHooked(RuntimeHook* hook) : patches_(std::make_unique<Patches>()) {
+  EXPECT_EQ(current, nullptr) << "one hook at a time";
+  current = hook;
+}
+
+RuntimeHooked::~RuntimeHooked() { current = nullptr; }
+
+}  // namespace kiv::test
