@@ -65,17 +65,10 @@ void Sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(1)->Arg(512)->Arg(4096)->Arg(65536);
 }
 
-class Buffer {
- public:
-  explicit Buffer(const benchmark::State& state)
-      : bytes_(static_cast<size_t>(state.range(0)), 'y') {}
+// One for all contenders, so that none has the luckier place in memory.
+alignas(4096) char bytes[65536];
 
-  char* data() { return bytes_.data(); }
-  uint32_t size() const { return static_cast<uint32_t>(bytes_.size()); }
-
- private:
-  std::vector<char> bytes_;
-};
+uint32_t Length(const benchmark::State& state) { return static_cast<uint32_t>(state.range(0)); }
 
 OVERLAPPED At(uint32_t offset) {
   OVERLAPPED position = {};
@@ -88,84 +81,78 @@ constexpr uint32_t kOffset = 4096;
 
 void ReadRaw(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
-  file.Run(state, [&] { return _read(file.file(), buffer.data(), buffer.size()); });
+  const uint32_t length = Length(state);
+  file.Run(state, [&] { return _read(file.file(), bytes, length); });
 }
 BENCHMARK(ReadRaw)->Apply(Sizes);
 
 void Read(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state, [&] {
-    return KivSdFileRead(&ctx, file.descriptor(), buffer.data(), buffer.size(), &count);
-  });
+  file.Run(state, [&] { return KivSdFileRead(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Read)->Apply(Sizes);
 
 void WriteRaw(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
-  file.Run(state, [&] { return _write(file.file(), buffer.data(), buffer.size()); });
+  const uint32_t length = Length(state);
+  file.Run(state, [&] { return _write(file.file(), bytes, length); });
 }
 BENCHMARK(WriteRaw)->Apply(Sizes);
 
 void Write(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state, [&] {
-    return KivSdFileWrite(&ctx, file.descriptor(), buffer.data(), buffer.size(), &count);
-  });
+  file.Run(state, [&] { return KivSdFileWrite(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Write)->Apply(Sizes);
 
 void PReadRaw(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   file.Run(state, [&] {
     OVERLAPPED position = At(kOffset);
     DWORD count = 0;
-    return ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), buffer.data(),
-                    buffer.size(), &count, &position);
+    return ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &count,
+                    &position);
   });
 }
 BENCHMARK(PReadRaw)->Apply(Sizes);
 
 void PRead(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state, [&] {
-    return KivSdFilePRead(&ctx, file.descriptor(), buffer.data(), kOffset, buffer.size(), &count);
-  });
+  file.Run(state,
+           [&] { return KivSdFilePRead(&ctx, file.descriptor(), bytes, kOffset, length, &count); });
 }
 BENCHMARK(PRead)->Apply(Sizes);
 
 void PWriteRaw(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   file.Run(state, [&] {
     OVERLAPPED position = At(kOffset);
     DWORD count = 0;
-    return WriteFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), buffer.data(),
-                     buffer.size(), &count, &position);
+    return WriteFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &count,
+                     &position);
   });
 }
 BENCHMARK(PWriteRaw)->Apply(Sizes);
 
 void PWrite(benchmark::State& state) {
   BenchFile file;
-  Buffer buffer(state);
+  const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
   uint32_t error = 0;
   file.Run(state, [&] {
-    return KivSdFilePWrite(&ctx, file.descriptor(), buffer.data(), kOffset, buffer.size(), &count,
-                           &error);
+    return KivSdFilePWrite(&ctx, file.descriptor(), bytes, kOffset, length, &count, &error);
   });
 }
 BENCHMARK(PWrite)->Apply(Sizes);

@@ -1,8 +1,19 @@
 // Files as descriptors of the C runtime. Errors are errno, but for those of transfers at an
 // offset.
+//
+//   ValueResult<uint32_t> ReadDescriptor(uint32_t file, void* buffer, uint32_t length)
+//   ValueResult<uint32_t> WriteDescriptor(uint32_t file, const void* buffer, uint32_t length)
+//       the count as the runtime tells it
+//   ValueResult<uint32_t> SeekDescriptor(uint32_t file, int32_t offset, uint32_t origin)
+//   ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uint32_t origin)
+//       the new position
+//
+// The values have all bits set on failure. Inline: behind a call that entered the kernel each
+// frame costs as much as all that an operation does besides.
 #ifndef KIV_OS_DESCRIPTORS_H
 #define KIV_OS_DESCRIPTORS_H
 
+#include "inline/descriptors.h"
 #include "os/os.h"
 
 namespace kiv::os {
@@ -38,14 +49,9 @@ ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t op
 
 Result CloseDescriptor(uint32_t file);
 
-// The count as the runtime tells it: all bits set on failure.
-ValueResult<uint32_t> ReadDescriptor(uint32_t file, void* buffer, uint32_t length);
-ValueResult<uint32_t> WriteDescriptor(uint32_t file, const void* buffer, uint32_t length);
 Result FlushDescriptor(uint32_t file);
 
 // All bits set on failure.
-ValueResult<uint32_t> SeekDescriptor(uint32_t file, int32_t offset, uint32_t origin);
-ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uint32_t origin);
 ValueResult<uint32_t> TellDescriptor(uint32_t file);
 ValueResult<uint32_t> DescriptorLength(uint32_t file);
 

@@ -28,13 +28,6 @@ Result FromZero(int outcome) {
   return {false, RuntimeError()};
 }
 
-// The runtime's -1 becomes a value with all bits set.
-ValueResult<uint32_t> FromNumber(int32_t number) {
-  const auto value = static_cast<uint32_t>(number);
-  if (number != kFailed) return {true, 0, value};
-  return {false, RuntimeError(), value};
-}
-
 // No event: a file that was opened for transfers one at a time is waited for.
 OVERLAPPED At(uint32_t offset) {
   OVERLAPPED position = {};
@@ -49,11 +42,11 @@ const uint32_t kErrnoNoSpace = ENOSPC;
 const uint32_t kErrorDiskFull = ERROR_DISK_FULL;
 
 ValueResult<uint32_t> CreateDescriptor(const char* path, uint32_t permissions) {
-  return FromNumber(_creat(path, static_cast<int>(permissions)));
+  return FromRuntimeNumber(_creat(path, static_cast<int>(permissions)));
 }
 
 ValueResult<uint32_t> OpenDescriptor(const char* path, uint32_t openFlags, uint32_t permissions) {
-  return FromNumber(_open(path, static_cast<int>(openFlags), static_cast<int>(permissions)));
+  return FromRuntimeNumber(_open(path, static_cast<int>(openFlags), static_cast<int>(permissions)));
 }
 
 ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t openFlags,
@@ -69,33 +62,14 @@ ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t op
 
 Result CloseDescriptor(uint32_t file) { return FromZero(_close(static_cast<int>(file))); }
 
-ValueResult<uint32_t> ReadDescriptor(uint32_t file, void* buffer, uint32_t length) {
-  return FromNumber(_read(static_cast<int>(file), buffer, length));
-}
-
-ValueResult<uint32_t> WriteDescriptor(uint32_t file, const void* buffer, uint32_t length) {
-  return FromNumber(_write(static_cast<int>(file), buffer, length));
-}
-
 Result FlushDescriptor(uint32_t file) { return FromZero(_commit(static_cast<int>(file))); }
 
-ValueResult<uint32_t> SeekDescriptor(uint32_t file, int32_t offset, uint32_t origin) {
-  return FromNumber(_lseek(static_cast<int>(file), offset, static_cast<int>(origin)));
-}
-
-ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uint32_t origin) {
-  const int64_t position = _lseeki64(static_cast<int>(file), offset, static_cast<int>(origin));
-  const auto value = static_cast<uint64_t>(position);
-  if (position != kFailed) return {true, 0, value};
-  return {false, RuntimeError(), value};
-}
-
 ValueResult<uint32_t> TellDescriptor(uint32_t file) {
-  return FromNumber(_tell(static_cast<int>(file)));
+  return FromRuntimeNumber(_tell(static_cast<int>(file)));
 }
 
 ValueResult<uint32_t> DescriptorLength(uint32_t file) {
-  return FromNumber(_filelength(static_cast<int>(file)));
+  return FromRuntimeNumber(_filelength(static_cast<int>(file)));
 }
 
 int32_t IsAtEnd(uint32_t file) { return _eof(static_cast<int>(file)); }
