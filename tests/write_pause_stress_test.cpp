@@ -24,6 +24,7 @@
 #endif
 
 #include "kivsdu/kivsdu.h"
+#include "support/store_buffering.h"
 #include "support/temporary_folder.h"
 #include "support/threads.h"
 #include "support/waiting.h"
@@ -179,6 +180,47 @@ TEST_F(WritePauseStress, NothingIsWrittenDuringAPauseAndEveryoneGoesOnAfterIt) {
   }
   std::printf("%u pauses, %u of them expired; %llu records; all writers on after %.1f ms at most\n",
               pauses_, expired_, static_cast<unsigned long long>(records), longestMs_);
+}
+
+// The pauser says for how long it is alone, and a writer with a lease looks whether anybody is. It
+// takes one lease after another, so that some begin just when the pause does, and holds each for as
+// long as a pauser that missed it would need to say so.
+TEST(WritePauseBarriers, OneOfAPauserAndAWriterAlwaysSeesTheOther) {
+  constexpr int32_t kRounds = 40'000;
+  constexpr int32_t kLeases = 20;
+  constexpr int32_t kLooks = 300;
+  constexpr double kLongEnoughMs = 3000;
+  PauseBlock block;
+  std::atomic<bool> isAlone{false};
+  bool enough = false;
+  uint32_t together = 0;
+  kiv::test::Pace pace;
+  const Stopwatch watch;
+  kiv::test::OnThreads(2, [&](uint32_t number) {
+    Participant self(block);
+    for (int32_t round = 1; round <= kRounds; ++round) {
+      pace.Meet(number, 2 * round - 1);
+      if (enough) return;
+      kiv::test::Stagger(number, round);
+      if (number == 0) {
+        EXPECT_EQ(KivSdPauseWriteIO(self, 0), KIV_ST_OK);
+        isAlone = true;
+        kiv::test::Stagger(0, 12);
+        isAlone = false;
+        EXPECT_EQ(KivSdUnpauseWriteIO(self), KIV_ST_OK);
+      }
+      for (int32_t lease = 0; number == 1 && lease < kLeases; ++lease) {
+        EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
+        for (int32_t look = 0; look < kLooks; ++look) {
+          if (isAlone) ++together;
+        }
+        EXPECT_EQ(KivSdReleaseWriteIOLease(self), KIV_ST_OK);
+      }
+      pace.Meet(number, 2 * round);
+      if (number == 0) enough = watch.ElapsedMs() > kLongEnoughMs;
+    }
+  });
+  EXPECT_EQ(together, 0u);
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void
 KIVSDU_API uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer,
                                   uint32_t sizeBytes);
 
-/* Waits until what was written has left the system's cache.
+/* Waits until what was written to the file is on the device; docs/files.md says what that is worth.
  *
  * 0, or KIV_ST_FILE_FLUSH  not flushed */
 KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
