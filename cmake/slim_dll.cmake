@@ -13,7 +13,10 @@ function(kiv_slim_dll target)
 
   set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    target_compile_options(${target} PRIVATE -gcodeview)
+    # The DLL's variables are its own: without this each is reached through a pointer, for it might
+    # come from another DLL.
+    target_compile_options(${target} PRIVATE -gcodeview -fvisibility-from-dllstorageclass
+                           -fvisibility-externs-nodllstorageclass=hidden)
     # The DLL names its symbol file without a folder. What is stripped is the start-up code's own,
     # in a form that debuggers of this platform do not read.
     target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb

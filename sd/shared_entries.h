@@ -14,6 +14,9 @@ extern "C" uint32_t KivNothingToDo(KivSdContext* ctx);
 // Takes anything, does nothing, returns nothing.
 extern "C" void KivIgnore();
 
+// Stores 1 in the flag, which may be null, clears the context and succeeds.
+extern "C" uint32_t KivAnswerYes(KivSdContext* ctx, uint64_t first, uint64_t second, uint8_t* flag);
+
 // Take anything, do nothing, and return 1 and 0.
 extern "C" int32_t KivAlwaysTrue();
 extern "C" uint32_t KivZero();

@@ -1,18 +1,18 @@
-// Holds a spinlock for a scope.
+// Holds a spinlock of the library's own for a scope.
 #ifndef KIV_SPINLOCK_GUARD_H
 #define KIV_SPINLOCK_GUARD_H
 
-#include "kivsdu/spinlock.h"
 #include "os/thread.h"
+#include "sdsync/spinlock.h"
 
 namespace kiv {
 
 class SpinlockGuard {
  public:
   explicit SpinlockGuard(KivSdSpinlock* lock) : lock_(lock) {
-    KivSdSpinlockAcquire(lock_, os::CurrentThreadId());
+    AcquireOwnLock(lock_, os::CurrentThreadId());
   }
-  ~SpinlockGuard() { KivSdSpinlockRelease(lock_); }
+  ~SpinlockGuard() { ReleaseOwnLock(lock_); }
   SpinlockGuard(const SpinlockGuard&) = delete;
   SpinlockGuard& operator=(const SpinlockGuard&) = delete;
 

@@ -8,10 +8,12 @@
 
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
+#include "support/temporary_folder.h"
 #include "support/waiting.h"
 
 namespace {
 
+using kiv::test::TemporaryFolder;
 using kiv::test::UniqueName;
 
 constexpr int kRounds = 10'000;
@@ -162,6 +164,29 @@ TEST(HandleLeak, NamedPipesLeaveNone) {
                         KIV_ST_OK);
               ASSERT_EQ(KivSdPipeClose(nullptr, &client), KIV_ST_OK);
               ASSERT_EQ(KivSdPipeClose(nullptr, &server), KIV_ST_OK);
+            }),
+            0u);
+}
+
+TEST(HandleLeak, DirectFilesLeaveNone) {
+  const TemporaryFolder folder;
+  const std::string path = folder.Path("blocks");
+  EXPECT_EQ(LeftOpenBy([&] {
+              uint32_t file = 0;
+              ASSERT_EQ(KivSdDirectIOFileCreate(nullptr, path.c_str()), KIV_ST_OK);
+              ASSERT_EQ(KivSdDirectIOFileOpen(nullptr, path.c_str(), GENERIC_READ, 0, OPEN_EXISTING,
+                                              nullptr, 0, &file),
+                        KIV_ST_OK);
+              ASSERT_EQ(KivSdDirectIOFileClose(nullptr, file), KIV_ST_OK);
+            }),
+            0u);
+}
+
+TEST(HandleLeak, CompletionRecordsLeaveNone) {
+  KivSdNoWaitCb records[2] = {};
+  EXPECT_EQ(LeftOpenBy([&] {
+              ASSERT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records, 2), KIV_ST_OK);
+              ASSERT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records, 2), KIV_ST_OK);
             }),
             0u);
 }

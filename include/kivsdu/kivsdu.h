@@ -8,9 +8,14 @@
 #include "api.h"
 #include "status.h"
 
+#include "console.h"
 #include "context.h"
+#include "directio.h"
 #include "event.h"
+#include "file.h"
+#include "filesearch.h"
 #include "manager.h"
+#include "mappedfile.h"
 #include "memory.h"
 #include "memstack.h"
 #include "memtags.h"
@@ -18,6 +23,7 @@
 #include "module.h"
 #include "mutex.h"
 #include "numa.h"
+#include "path.h"
 #include "pipe.h"
 #include "rwlock.h"
 #include "segment.h"
@@ -32,5 +38,6 @@
 #include "threadcache.h"
 #include "time.h"
 #include "vorutil.h"
+#include "writepause.h"
 
 #endif

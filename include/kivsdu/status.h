@@ -196,11 +196,11 @@
 /* The file search could not be started. */
 #define KIV_ST_FIND_START 1130600u
 
-/* The file search could not continue. */
-#define KIV_ST_FIND_NEXT 1130601u
+/* The file search ended: no more files (OS error 18). */
+#define KIV_ST_FIND_END 1130601u
 
-/* The file search ended: no more files. */
-#define KIV_ST_FIND_END 1130602u
+/* The file search could not continue. */
+#define KIV_ST_FIND_NEXT 1130602u
 
 /* The file search could not be closed. */
 #define KIV_ST_FIND_CLOSE 1130603u

@@ -34,25 +34,11 @@ void MarkFilled(Heap* heap, uint32_t bin) {
 }
 
 void MarkEmpty(Heap* heap, uint32_t bin) {
-  SetSkip(heap, bin, bin == kBins - 1 ? kBins : Skip(*heap, bin + 1) + 1U);
+  uint32_t distance = bin == kBins - 1 ? kBins : Skip(*heap, bin + 1) + 1U;
+  SetSkip(heap, bin, distance);
   for (uint32_t below = bin; below > 0 && IsEmpty(*heap, below - 1); --below) {
-    SetSkip(heap, below - 1, Skip(*heap, below) + 1U);
+    SetSkip(heap, below - 1, ++distance);
   }
-}
-
-// First fit from where the last search of this bin succeeded (next fit).
-Block* SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes) {
-  Block* const head = heap->bins[bin];
-  Block* current = head;
-  do {
-    kiv::Require(current->heap == nullptr, "!CurrentBin->MemHeap", kSource, kLineFind);
-    if (current->sizeBytes >= sizeBytes) {
-      heap->bins[bin] = current;
-      return current;
-    }
-    current = current->next;
-  } while (current != head);
-  return nullptr;
 }
 
 }  // namespace
@@ -86,18 +72,33 @@ void kiv::RemoveFromBin(Heap* heap, Block* block) {
   if (heap->bins[block->bin] == block) heap->bins[block->bin] = block->next;
 }
 
+void kiv::MoveDown(Heap* heap, uint32_t bin, Block* block) {
+  if (!BinRing::IsAlone(block)) {
+    RemoveFromBin(heap, block);
+    InsertIntoBin(heap, bin, block);
+    return;
+  }
+  const uint32_t left = block->bin;
+  InsertIntoBin(heap, bin, block);
+  MarkEmpty(heap, left);  // down to the bin that is filled now, and no further
+}
+
 void kiv::ReplaceInBin(Heap* heap, Block* block, Block* with) {
   BinRing::Replace(block, with);
   with->bin = block->bin;
   if (heap->bins[block->bin] == block) heap->bins[block->bin] = with;
 }
 
-kiv::Block* kiv::FindFree(Heap* heap, uint32_t sizeBytes) {
-  const uint32_t bin = BinOf(sizeBytes);
-  if (!IsEmpty(*heap, bin)) {
-    if (Block* fitting = SearchBin(heap, bin, sizeBytes)) return fitting;
-  }
-  // Any block of a higher bin is large enough: none of them is searched.
-  const uint32_t next = NextFilledBin(*heap, bin);
-  return next == kBins ? nullptr : heap->bins[next];
+kiv::Block* kiv::SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes) {
+  Block* const head = heap->bins[bin];
+  Block* current = head;
+  do {
+    Require(current->heap == nullptr, "!CurrentBin->MemHeap", kSource, kLineFind);
+    if (current->sizeBytes >= sizeBytes) {
+      heap->bins[bin] = current;
+      return current;
+    }
+    current = current->next;
+  } while (current != head);
+  return nullptr;
 }

@@ -38,7 +38,7 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
+[[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
   *block = kiv::ThreadHeapAllocate(SeedOf(owner, block), sizeBytes);
   if (*block != nullptr) kiv::CountAllocated(sizeBytes);
   return FinishInHeaps(*block, sizeBytes);
@@ -57,11 +57,7 @@ void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
                                        : kiv::PlainAllocate(sizeBytes, policy);
 }
 
-uint32_t AllocatePlain(uint64_t alignment, uint64_t sizeBytes, void** block, uint8_t policy) {
-  if (alignment != 0 && !kiv::FatalExceptionOccurred()) {
-    kiv::Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
-    return KIV_ST_OUT_OF_MEMORY;  // where the assertion returns; the result is not written
-  }
+[[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
   *block = AllocatePlainOrFatal(sizeBytes, policy);
   return FinishPlain(*block, sizeBytes);
 }
@@ -71,7 +67,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
                                        : kiv::PlainReallocate(block, newSizeBytes);
 }
 
-uint32_t FreePlain(void* block) {
+[[gnu::noinline]] uint32_t FreePlain(void* block) {
   if (kiv::FatalExceptionOccurred()) return kiv::FatalFree(block);
   kiv::PlainFree(block);
   return KIV_ST_OK;
@@ -79,17 +75,30 @@ uint32_t FreePlain(void* block) {
 
 // ---- Both ----
 
-uint32_t Allocate(void* owner, uint64_t alignment, uint64_t sizeBytes, void** block,
-                  uint8_t policy) {
+[[gnu::always_inline]] inline uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block,
+                                                uint8_t policy) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
-  return InThreadHeapMode() ? AllocateInHeaps(owner, sizeBytes, block)
-                            : AllocatePlain(alignment, sizeBytes, block, policy);
+  if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
+  if (!kiv::FatalExceptionOccurred()) {
+    if (void* cached = kiv::TryPlainAllocate(sizeBytes, policy)) {
+      *block = cached;
+      return KIV_ST_OK;
+    }
+  }
+  return AllocatePlain(sizeBytes, block, policy);
 }
 
-uint32_t Free(void* block) {
-  if (!InThreadHeapMode()) return FreePlain(block);
-  kiv::ThreadHeapFree(block);
-  return KIV_ST_OK;
+// Thread heaps and the fatal-exception mode ignore alignments.
+bool ServesAlignment(uint64_t alignment) {
+  return alignment == 0 || InThreadHeapMode() || kiv::FatalExceptionOccurred();
+}
+
+[[gnu::always_inline]] inline uint32_t Free(void* block) {
+  if (InThreadHeapMode()) {
+    return kiv::TryFreeShort(block) ? KIV_ST_OK : kiv::ThreadHeapFree(block);
+  }
+  if (!kiv::FatalExceptionOccurred() && kiv::TryPlainFree(block)) return KIV_ST_OK;
+  return FreePlain(block);
 }
 
 // Kept: a zeroed request is counted whether or not it was served.
@@ -107,22 +116,26 @@ uint32_t Finish(const void* made, uint64_t sizeBytes) {
 
 uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, uint8_t policy,
                         const char* /*file*/, uint32_t /*line*/) {
-  return Allocate(owner, 0, sizeBytes, block, policy);
+  return Allocate(owner, sizeBytes, block, policy);
 }
 
 uint32_t adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* /*file*/,
                   uint32_t /*line*/) {
-  return Allocate(owner, 0, sizeBytes, block, AD_POLICY_FULL);
+  return Allocate(owner, sizeBytes, block, AD_POLICY_FULL);
 }
 
 uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes, void** block,
-                         const char* /*file*/, uint32_t /*line*/) {
-  return Allocate(owner, alignment, sizeBytes, block, AD_POLICY_FULL);
+                         const char* file, uint32_t line) {
+  if (sizeBytes != 0 && !ServesAlignment(alignment)) {
+    kiv::Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
+    return KIV_ST_OUT_OF_MEMORY;  // where the assertion returns; the result is not written
+  }
+  return adMalloc(owner, sizeBytes, block, file, line);
 }
 
 uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** newBlock,
-                   const char* /*file*/, uint32_t /*line*/) {
-  if (oldBlock == nullptr) return Allocate(owner, 0, newSizeBytes, newBlock, AD_POLICY_FULL);
+                   const char* file, uint32_t line) {
+  if (oldBlock == nullptr) return adMalloc(owner, newSizeBytes, newBlock, file, line);
   if (newSizeBytes == 0) return KIV_ST_ARGUMENT;
   *newBlock = InThreadHeapMode()
                   ? kiv::ThreadHeapReallocate(SeedOf(owner, oldBlock), oldBlock, newSizeBytes)

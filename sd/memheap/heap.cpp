@@ -4,6 +4,7 @@
 
 #include "kivsdu/memory.h"
 #include "memheap/bins.h"
+#include "memheap/carving.h"
 
 namespace {
 
@@ -15,74 +16,17 @@ using kiv::kLeastFreeBytes;
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-Block* After(Block* block) {
-  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) + block->sizeBytes);
-}
-
-Block* Before(Block* block) {
-  return reinterpret_cast<Block*>(reinterpret_cast<char*>(block) - block->previousBytes);
-}
-
-bool IsInside(const Heap& heap, const Block* block) {
-  return reinterpret_cast<const char*>(block) < heap.arenaEnd;
-}
-
-// Tells the block after this one how long this one is.
-void UpdateNeighbour(const Heap& heap, Block* block) {
-  Block* after = After(block);
-  if (IsInside(heap, after)) after->previousBytes = block->sizeBytes;
-}
-
-// The quick list of a payload; lists of kQuickLists and more do not exist.
-uint32_t QuickListOf(uint32_t payloadBytes) { return payloadBytes / 8 - 1; }
-
-// What only the owner of the heap writes, and probes read.
-void AddToParked(Heap* heap, uint32_t addend) {
-  heap->parked.store(heap->parked.load(kRelaxed) + addend, kRelaxed);
-}
-
-Block* PopParked(Heap* heap, uint32_t list) {
-  Block* block = heap->quick[list];
-  heap->quick[list] = block->next;
-  block->next = nullptr;
-  AddToParked(heap, static_cast<uint32_t>(-1));
-  return block;
-}
-
-void Park(Heap* heap, uint32_t list, Block* block) {
-  block->next = heap->quick[list];
-  heap->quick[list] = block;
-  AddToParked(heap, 1);
-}
-
 // ---- Carving ----
 
-// Cuts the new block from the end: what stays free keeps its address, and mostly its place.
-Block* CutTail(Heap* heap, Block* block, uint32_t sizeBytes) {
-  const uint32_t restBytes = block->sizeBytes - sizeBytes;
-  block->sizeBytes = restBytes;
-  Block* cut = After(block);
-  cut->sizeBytes = sizeBytes;
-  cut->previousBytes = restBytes;
-  UpdateNeighbour(*heap, cut);
-  const uint32_t bin = BinOf(restBytes);
-  if (bin < block->bin) {
-    RemoveFromBin(heap, block);
-    InsertIntoBin(heap, bin, block);
-  }
-  return cut;
-}
-
 void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
-  Block* carved = block;
-  if (block->sizeBytes >= sizeBytes + kLeastFreeBytes) {
-    carved = CutTail(heap, block, sizeBytes);
-  } else {
+  if (block->sizeBytes < sizeBytes + kLeastFreeBytes) {
     RemoveFromBin(heap, block);
+    return HandOut(heap, block);
   }
-  carved->heap = heap;
-  carved->next = nullptr;
-  return PayloadOf(carved);
+  Block* cut = CutTail(*heap, block, sizeBytes);
+  const uint32_t bin = BinOf(block->sizeBytes);
+  if (bin < block->bin) MoveDown(heap, bin, block);
+  return HandOut(heap, cut);
 }
 
 // ---- Coalescing ----
@@ -171,10 +115,10 @@ void kiv::InitializeHeap(Heap* heap, uint32_t arenaBytes, KivSdSpinlock* lock) {
 }
 
 void* kiv::AllocateFromHeap(Heap* heap, uint32_t sizeBytes) {
-  const uint32_t payloadBytes = PayloadBytes(sizeBytes);
-  const uint32_t list = QuickListOf(payloadBytes);
-  if (list < kQuickLists && heap->quick[list] != nullptr) return PayloadOf(PopParked(heap, list));
-  const uint32_t neededBytes = payloadBytes + kBlockHeaderBytes;
+  if (sizeBytes <= kLargestDirectBytes) {
+    if (void* payload = TryAllocate(heap, sizeBytes)) return payload;
+  }
+  const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
   Block* block = FindFree(heap, neededBytes);
   if (block == nullptr && heap->parked.load(kRelaxed) != 0) {
     ConsolidateHeap(heap);
@@ -185,12 +129,7 @@ void* kiv::AllocateFromHeap(Heap* heap, uint32_t sizeBytes) {
 
 void kiv::FreeToHeap(Heap* heap, void* payload) {
   Block* block = BlockOf(payload);
-  const uint32_t list = QuickListOf(block->sizeBytes - kBlockHeaderBytes);
-  if (list < kQuickLists) {
-    Park(heap, list, block);
-  } else {
-    Coalesce(heap, block);
-  }
+  if (!TryFree(heap, block)) Coalesce(heap, block);
 }
 
 void* kiv::ReallocateInHeap(Heap* heap, void* payload, uint32_t sizeBytes) {

@@ -59,7 +59,7 @@ static_assert(sizeof(Heap) == 504, "heap layout");
 void InitializeHeap(Heap* heap, uint32_t arenaBytes, KivSdSpinlock* lock);
 
 // A block of at least sizeBytes bytes, or null when no free block is large enough even after the
-// parked ones were merged.
+// parked ones were merged. What needs no call of it is TryAllocate, in carving.h.
 void* AllocateFromHeap(Heap* heap, uint32_t sizeBytes);
 
 // Small blocks are parked and keep their neighbours apart; others merge with free neighbours.
@@ -84,6 +84,11 @@ constexpr uint32_t BinOf(uint32_t sizeBytes) {
   return kBins - 1;
 }
 
+// A short heap has no lock: its owner, who alone may use it, is the caller.
+inline bool IsShort(const Heap& heap) {
+  return heap.index.load(std::memory_order_relaxed) == kShortHeapIndex;
+}
+
 // The next bin above `bin` that has a block, or kBins. A probe.
 inline uint32_t NextFilledBin(const Heap& heap, uint32_t bin) {
   if (bin + 1 >= kBins) return kBins;
@@ -96,6 +101,32 @@ inline uint32_t NextFilledBin(const Heap& heap, uint32_t bin) {
 inline bool MayServe(const Heap& heap, uint32_t bin) {
   return heap.parked.load(std::memory_order_relaxed) != 0 ||
          heap.skip[bin].load(std::memory_order_relaxed) == 0 || NextFilledBin(heap, bin) != kBins;
+}
+
+// ---- Quick lists ----
+
+constexpr uint32_t kLargestParkedBytes = 8 * kQuickLists;
+
+constexpr size_t QuickListOf(size_t payloadBytes) { return payloadBytes / 8 - 1; }
+
+// What only the owner of the heap writes, and probes read.
+inline void AddToParked(Heap* heap, uint32_t addend) {
+  constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
+  heap->parked.store(heap->parked.load(kRelaxed) + addend, kRelaxed);
+}
+
+inline Block* PopParked(Heap* heap, size_t list) {
+  Block* block = heap->quick[list];
+  heap->quick[list] = block->next;
+  block->next = nullptr;
+  AddToParked(heap, static_cast<uint32_t>(-1));
+  return block;
+}
+
+inline void Park(Heap* heap, size_t list, Block* block) {
+  block->next = heap->quick[list];
+  heap->quick[list] = block;
+  AddToParked(heap, 1);
 }
 
 }  // namespace kiv

@@ -18,7 +18,7 @@ bool IsForCache(const PolicyHeader& header) {
 
 }  // namespace
 
-void* PlainAllocateSlow(uint64_t sizeBytes, uint8_t policy) {
+void* PlainAllocate(uint64_t sizeBytes, uint8_t policy) {
   if (!ManagerSwitchIsOn()) return os::RawAllocate(sizeBytes);
   ThreadCache* cache = CurrentThreadCache();
   if (cache != nullptr && sizeBytes <= kLargestRoundedBytes) {
@@ -34,7 +34,7 @@ void* PlainReallocate(void* block, uint64_t newSizeBytes) {
   return ReallocatePolicyBlock(block, newSizeBytes);
 }
 
-void PlainFreeSlow(void* block) {
+void PlainFree(void* block) {
   if (!ManagerSwitchIsOn()) return os::RawFree(block);
   ThreadCache* cache = CurrentThreadCache();
   if (cache != nullptr && IsForCache(*PolicyHeaderOf(block))) return FreeToCache(cache, block);

@@ -12,22 +12,31 @@
 
 namespace kiv {
 
-// The ways of requests that no cache serves at once.
-void* PlainAllocateSlow(uint64_t sizeBytes, uint8_t policy);
-void PlainFreeSlow(void* block);
+// The shortest ways: to and from the calling thread's cache, without a call. What they do not serve
+// is left as it was, and is for the whole operations.
+
+// Null where the cache has no block for it.
+inline void* TryPlainAllocate(uint64_t sizeBytes, uint8_t policy) {
+  if (!ManagerSwitchIsOn() || sizeBytes - 1 >= kLargestRoundedBytes || policy == kMandatoryPolicy) {
+    return nullptr;
+  }
+  ThreadCache* cache = CurrentThreadCache();
+  return cache == nullptr ? nullptr
+                          : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
+}
+
+// Whether the cache took the block.
+inline bool TryPlainFree(void* block) {
+  if (!ManagerSwitchIsOn()) return false;
+  ThreadCache* cache = CurrentThreadCache();
+  return cache != nullptr && PolicyHeaderOf(block)->sizeClass <= kLargestRoundedClass &&
+         GiveToCache(cache, block);
+}
 
 // With the memory-manager switch off the runtime's own block; with it on, a block of the thread's
 // allocator cache or one behind a policy header. Null when there is no memory, or when the header
 // makes the size wrap.
-inline void* PlainAllocate(uint64_t sizeBytes, uint8_t policy) {
-  if (ManagerSwitchIsOn() && sizeBytes <= kLargestRoundedBytes && policy != kMandatoryPolicy) {
-    ThreadCache* cache = CurrentThreadCache();
-    void* block =
-        cache == nullptr ? nullptr : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
-    if (block != nullptr) return block;
-  }
-  return PlainAllocateSlow(sizeBytes, policy);
-}
+void* PlainAllocate(uint64_t sizeBytes, uint8_t policy);
 
 // The same for a block that PlainAllocate made; null asks for a new one of the full policy. On
 // failure null, and the block is still whole. With the switch on, a block from before, or of the
@@ -36,16 +45,7 @@ inline void* PlainAllocate(uint64_t sizeBytes, uint8_t policy) {
 void* PlainReallocate(void* block, uint64_t newSizeBytes);
 
 // Takes blocks from before the switch too, but not from a thread with an allocator cache.
-inline void PlainFree(void* block) {
-  if (ManagerSwitchIsOn()) {
-    ThreadCache* cache = CurrentThreadCache();
-    if (cache != nullptr && PolicyHeaderOf(block)->sizeClass <= kLargestRoundedClass &&
-        GiveToCache(cache, block)) {
-      return;
-    }
-  }
-  PlainFreeSlow(block);
-}
+void PlainFree(void* block);
 
 // ---- Once a fatal exception has been recorded ----
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "memheap/carving.h"
 #include "memsys/configuration.h"
 
 kiv::MemorySettings kiv::memorySettings;
@@ -29,6 +30,7 @@ constexpr MemorySettings kDefaults = {
     .blockStatistics = false,
     .shortHeaps = true,
     .limitRejected = false,
+    .directBytes = 0,
 };
 
 constexpr int32_t kLeastThreadHeaps = 4;
@@ -67,6 +69,8 @@ void ValidateMemorySettings(MemorySettings* settings) {
         std::clamp(settings->shortHeapBytes, kLeastShortHeapBytes, kMostShortHeapBytes);
   }
   settings->largestBlockBytes = std::min(settings->largestBlockBytes, kMostLargestBlockBytes);
+  settings->directBytes =
+      settings->blockStatistics ? 0 : std::min(settings->largestBlockBytes, kLargestDirectBytes);
 }
 
 void ListMemoryConfiguration(const MemorySettings& settings) {

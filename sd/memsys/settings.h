@@ -27,6 +27,10 @@ struct MemorySettings {
   bool blockStatistics;           // "memoryblockscontrol"
   bool shortHeaps;                // off by "shortmemoryoff"
   bool limitRejected;             // the limit was too small to run with
+
+  // What follows from these: requests up to here take the shortest way there is. 0 while blocks are
+  // counted.
+  uint32_t directBytes;
 };
 
 extern MemorySettings memorySettings;

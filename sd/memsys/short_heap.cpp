@@ -5,65 +5,27 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/memory.h"
 #include "kivsdu/status.h"
+#include "memheap/carving.h"
 #include "memheap/heap_ring.h"
 #include "memsys/large_block.h"
 #include "memsys/settings.h"
+#include "memsys/short_owner.h"
 #include "memsys/short_pool.h"
 #include "memsys/statistics.h"
 #include "memsys/thread_heaps.h"
 
 namespace {
 
+using kiv::AdoptLarge;
+using kiv::CurrentHeap;
 using kiv::Heap;
 using kiv::HeapRing;
+using kiv::IsAboveHeaps;
 using kiv::LargeBlock;
+using kiv::LargeRingOf;
 using kiv::memorySettings;
 
 constexpr char kSource[] = "sd/memheap";
-
-Heap* CurrentHeap(const AdShortHeapOwner* owner) { return static_cast<Heap*>(owner->heap); }
-
-LargeBlock** LargeRingOf(AdShortHeapOwner* owner) {
-  return reinterpret_cast<LargeBlock**>(&owner->largeBlocks);
-}
-
-bool IsAboveHeaps(int32_t sizeBytes) {
-  return static_cast<uint32_t>(sizeBytes) > memorySettings.largestBlockBytes;
-}
-
-// Outside thread-heap mode the block is the runtime's, which has no links.
-void AdoptLarge(AdShortHeapOwner* owner, void* payload) {
-  if (kiv::InThreadHeapMode()) kiv::LinkLarge(LargeRingOf(owner), kiv::LargeBlockOf(payload));
-}
-
-uint32_t AllocateOwnedLarge(AdShortHeapOwner* owner, int32_t sizeBytes, void** block) {
-  const uint32_t status = adMalloc(owner, static_cast<uint32_t>(sizeBytes), block, kSource, 0);
-  if (status == KIV_ST_OK) AdoptLarge(owner, *block);
-  return status;
-}
-
-void* AllocateFromOtherHeaps(Heap* current, uint32_t sizeBytes) {
-  for (Heap* heap = current->ringNext; heap != current; heap = heap->ringNext) {
-    if (void* payload = kiv::AllocateFromHeap(heap, sizeBytes)) return payload;
-  }
-  return nullptr;
-}
-
-// Further heaps become current: they have the room.
-void* AllocateFromFurtherHeap(AdShortHeapOwner* owner, uint32_t sizeBytes) {
-  Heap* heap = kiv::ObtainShortHeap();
-  if (heap == nullptr) return nullptr;
-  HeapRing::InsertBefore(CurrentHeap(owner)->ringNext, heap);
-  owner->heap = heap;
-  return kiv::AllocateFromHeap(heap, sizeBytes);
-}
-
-void* AllocateOwned(AdShortHeapOwner* owner, uint32_t sizeBytes) {
-  Heap* current = CurrentHeap(owner);
-  if (void* payload = kiv::AllocateFromHeap(current, sizeBytes)) return payload;
-  if (void* payload = AllocateFromOtherHeaps(current, sizeBytes)) return payload;
-  return AllocateFromFurtherHeap(owner, sizeBytes);
-}
 
 // A block that is resized, and what its header says of it.
 struct Resized {
@@ -73,7 +35,7 @@ struct Resized {
 
 bool ResizeInShortHeap(const Resized& old, uint32_t newBytes, void** newBlock) {
   Heap* heap = kiv::BlockOf(old.payload)->heap;
-  if (heap->index.load(std::memory_order_relaxed) != kiv::kShortHeapIndex) return false;
+  if (!IsShort(*heap)) return false;
   void* resized = kiv::ReallocateInHeap(heap, old.payload, newBytes);
   if (resized == nullptr) return false;
   kiv::CountFreed(old.oldBytes);
@@ -147,13 +109,16 @@ void adMemShortHeapInit(AdShortHeapOwner* owner) {
 
 uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBytes, void** block,
                               const char* /*file*/, uint32_t /*line*/) {
-  if (sizeBytes < 1) return KIV_ST_ARGUMENT;
-  if (IsAboveHeaps(sizeBytes)) return AllocateOwnedLarge(owner, sizeBytes, block);
-  if (owner->heap == nullptr) return KIV_ST_ARGUMENT;
-  *block = AllocateOwned(owner, static_cast<uint32_t>(sizeBytes));
-  if (*block == nullptr) return KIV_ST_OUT_OF_MEMORY;
-  kiv::CountAllocated(static_cast<uint32_t>(sizeBytes));
-  return KIV_ST_OK;
+  const auto unsignedBytes = static_cast<uint32_t>(sizeBytes);
+  Heap* heap = CurrentHeap(owner);
+  // Less 1, so that what is not positive is above as well.
+  if (unsignedBytes - 1 < memorySettings.directBytes && heap != nullptr) [[likely]] {
+    if (void* payload = kiv::TryAllocate(heap, unsignedBytes)) [[likely]] {
+      *block = payload;
+      return KIV_ST_OK;
+    }
+  }
+  return kiv::AllocateOwned(owner, sizeBytes, block);
 }
 
 uint32_t adMemShortHeapRealloc(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,

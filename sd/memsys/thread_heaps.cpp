@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kivsdu/memory.h"
+#include "kivsdu/status.h"
 #include "kivsdu/thread.h"
 #include "memsys/accounting.h"
 #include "memsys/exchange.h"
@@ -83,7 +84,7 @@ void* AllocateAndCopy(uint64_t seed, void* payload, uint64_t oldBytes, uint64_t 
   if (made == nullptr) return nullptr;
   KivSdMemCopy(nullptr, made, payload, static_cast<uint32_t>(std::min(oldBytes, sizeBytes)));
   kiv::CountAllocated(sizeBytes);
-  kiv::ThreadHeapFree(payload);
+  static_cast<void>(kiv::ThreadHeapFree(payload));
   return made;
 }
 
@@ -98,9 +99,6 @@ void* ResizeLarge(uint64_t seed, LargeBlock* block, uint64_t sizeBytes) {
   kiv::CountAllocated(sizeBytes);
   return PayloadOf(resized);
 }
-
-// A short heap has no lock: its owner, who alone may call, is the caller.
-bool IsShort(const Heap& heap) { return heap.index.load(kRelaxed) == kiv::kShortHeapIndex; }
 
 void* ResizeInHeap(Block* block, uint32_t sizeBytes) {
   Heap* heap = block->heap;
@@ -138,10 +136,10 @@ bool IsAligned(const Heap* heap) { return reinterpret_cast<uintptr_t>(heap) % 8 
 
 }  // namespace
 
-bool kiv::MakeThreadHeaps(int32_t slotCount) {
-  PrepareSpareHeaps(memorySettings.heapBudget, slotCount + kSpareHeaps);
-  SetSlotCount(static_cast<uint32_t>(slotCount));
-  for (int32_t i = 0; i < slotCount; ++i) {
+bool kiv::MakeThreadHeaps(int32_t count) {
+  PrepareSpareHeaps(memorySettings.heapBudget, count + kSpareHeaps);
+  slotCount = Modulus(static_cast<uint32_t>(count));
+  for (int32_t i = 0; i < count; ++i) {
     Heap* heap = MakeThreadHeap();
     if (heap == nullptr) return false;
     heap->index.store(static_cast<uint32_t>(i), kRelaxed);
@@ -163,15 +161,16 @@ void* kiv::ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes) {
   return payload != nullptr ? payload : AllocateLarge(sizeBytes);
 }
 
-void kiv::ThreadHeapFree(void* payload) {
-  if (payload == nullptr) return;
-  if (!IsLarge(payload)) {
+uint32_t kiv::ThreadHeapFree(void* payload) {
+  if (payload == nullptr) return KIV_ST_OK;
+  if (IsLarge(payload)) {
+    LargeBlock* block = LargeBlockOf(payload);
+    CountFreed(block->sizeBytes);
+    FreeLarge(block);
+  } else {
     FreeHeapBlock(BlockOf(payload));
-    return;
   }
-  LargeBlock* block = LargeBlockOf(payload);
-  CountFreed(block->sizeBytes);
-  FreeLarge(block);
+  return KIV_ST_OK;
 }
 
 void* kiv::ThreadHeapReallocate(uint64_t seed, void* payload, uint64_t sizeBytes) {

@@ -9,7 +9,9 @@
 #include <atomic>
 #include <cstdint>
 
+#include "memheap/carving.h"
 #include "memheap/heap.h"
+#include "memsys/settings.h"
 #include "relaxed.h"
 
 namespace kiv {
@@ -27,8 +29,17 @@ bool MakeThreadHeaps(int32_t slotCount);
 // the largest that heaps serve, or no heap has room. Null without memory. `seed` chooses the slot.
 void* ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes);
 
-// Null is ignored. Any thread, except for the blocks of short heaps.
-void ThreadHeapFree(void* payload);
+// Null is ignored. Any thread, except for the blocks of short heaps. Gives KIV_ST_OK: a caller that
+// ends with it has nothing left to do.
+uint32_t ThreadHeapFree(void* payload);
+
+// Whether the block is one of a short heap and is parked there now: ThreadHeapFree of most of them,
+// without a call. Not for null.
+inline bool TryFreeShort(void* payload) {
+  if (IsLarge(payload) || memorySettings.blockStatistics) return false;
+  Block* block = BlockOf(payload);
+  return IsShort(*block->heap) && TryFree(block->heap, block);
+}
 
 // Null when it fails, and the block is still whole; a null block asks for a new one. A large block
 // leaves its owner's ring for good, unless it fails.

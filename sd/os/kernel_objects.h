@@ -8,6 +8,7 @@ namespace kiv::os {
 
 // Results of a wait, numbered as callers see them in records; anything else is a failure.
 constexpr uint32_t kWaitSignalled = 0;
+constexpr uint32_t kWaitAbandoned = 128;
 constexpr uint32_t kWaitTimedOut = 258;
 
 constexpr uint32_t kWaitForEver = 0xFFFFFFFF;
@@ -34,8 +35,10 @@ ValueResult<void*> MakeMutex(const char* name);  // not held
 ValueResult<void*> OpenNamedMutex(const char* name);
 Result GiveMutex(void* mutex);
 
-// Events let one waiter through and are then reset.
+// Automatic events let one waiter through and are then reset; a manual one, not signalled when it
+// is made, lets everybody through until it is reset.
 ValueResult<void*> MakeAutoEvent(bool signalled);
+ValueResult<void*> MakeManualEvent();
 Result SignalEvent(void* event);
 Result UnsignalEvent(void* event);
 

@@ -9,9 +9,8 @@ namespace kiv::os {
 // OS error of a client that came before the server waited.
 extern const uint32_t kErrorPipeConnected;
 
-// What a pipe is opened with in overlapped mode, and with all sharing.
+// What a pipe is opened with in overlapped mode.
 extern const uint32_t kPipeOverlapped;
-constexpr uint32_t kShareAll = 7;
 
 // Bytes of an access list; the storage is aligned for any type.
 constexpr uint32_t kAccessListBytes = 40;

@@ -5,6 +5,7 @@
 #include "kivsdu/pipe.h"
 #include "lease_guard.h"
 #include "os/named_pipes.h"
+#include "os/share_mode.h"
 #include "sdipcw32/pipe_path.h"
 #include "sdipcw32/report_pipe.h"
 

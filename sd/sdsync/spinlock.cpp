@@ -20,6 +20,10 @@
 namespace {
 
 using kiv::Holder;
+using kiv::HolderOf;
+using kiv::IsFree;
+using kiv::SetHolder;
+using kiv::Take;
 using kiv::TestAndSetLock;
 using kiv::TicketLock;
 using kiv::UsesTickets;
@@ -28,16 +32,8 @@ constexpr char kSource[] = "sd/sdsync";
 constexpr uint32_t kLineAlloc = 617;
 constexpr uint32_t kLineFree = 661;
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 constexpr std::memory_order kAcquire = std::memory_order_acquire;
 constexpr std::memory_order kRelease = std::memory_order_release;
-
-Holder HolderOf(const kiv::Atomic<Holder>& holder) { return holder.load(kRelaxed); }
-
-// No other thread writes meanwhile.
-void SetHolder(kiv::Atomic<Holder>* holder, uint32_t thread, int16_t count) {
-  holder->store({thread, count, 0}, kRelaxed);
-}
 
 int16_t Plus(int16_t count, int16_t addend) { return static_cast<int16_t>(count + addend); }
 
@@ -51,11 +47,6 @@ bool Reenter(Lock* lock, uint32_t thread) {
 }
 
 // ---- Test-and-set ----
-
-bool IsFree(const TestAndSetLock& lock) { return lock.word.load(kRelaxed) != 1; }
-
-// seq_cst: a locked instruction, and so the full fence of taking as well.
-bool Take(TestAndSetLock* lock) { return lock->word.exchange(1) == 0; }
 
 bool TryTake(TestAndSetLock* lock) {
   if (!IsFree(*lock)) kiv::SpinWithinBudget([lock] { return IsFree(*lock); });

@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "atomic.h"
+#include "kivsdu/spinlock.h"
+#include "sdsync/tuning.h"
 
 namespace kiv {
 
@@ -23,7 +25,7 @@ static_assert(offsetof(Holder, count) == 4, "spinlock layout");
 static_assert(sizeof(Holder) == 8 && std::atomic<Holder>::is_always_lock_free, "one store");
 
 struct TestAndSetLock {
-  Atomic<uint32_t> word;  // 0 free, 1 held; changed by exchange alone
+  Atomic<uint32_t> word;  // 0 free, 1 held
   uint32_t mark;          // kCreationMark; for people who look at memory
   Atomic<Holder> holder;
 };
@@ -69,6 +71,44 @@ namespace kiv {
 // A free lock as KivSdSpinlockCreate makes it, but of plain memory: for the memory manager, whose
 // heaps cannot hold the locks that guard them. Null without memory.
 KivSdSpinlock* CreatePlainSpinlock();
+
+// ---- Steps ----
+
+inline Holder HolderOf(const Atomic<Holder>& holder) {
+  return holder.load(std::memory_order_relaxed);
+}
+
+// No other thread writes meanwhile.
+inline void SetHolder(Atomic<Holder>* holder, uint32_t thread, int16_t count) {
+  holder->store({thread, count, 0}, std::memory_order_relaxed);
+}
+
+inline bool IsFree(const TestAndSetLock& lock) {
+  return lock.word.load(std::memory_order_relaxed) != 1;
+}
+
+// seq_cst: a locked instruction, and so the full fence of taking as well.
+inline bool Take(TestAndSetLock* lock) { return lock->word.exchange(1) == 0; }
+
+// ---- The library's own locks ----
+// Of the memory manager, which take and give back some of them in every request. Mostly they are
+// free and given back by who took them once: that is inline, and all else is left to the whole
+// operations.
+
+inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
+  if (UsesTickets() || !IsFree(lock->word) || !Take(&lock->word)) [[unlikely]]
+    return KivSdSpinlockAcquire(lock, thread);
+  SetHolder(&lock->word.holder, thread, 1);
+}
+
+// Orders what was guarded before the lock is free, and nothing else: the full fence of the whole
+// operation is promised to callers, and would be a second locked instruction in every request.
+inline void ReleaseOwnLock(KivSdSpinlock* lock) {
+  if (UsesTickets() || HolderOf(lock->word.holder).count != 1) [[unlikely]]
+    return KivSdSpinlockRelease(lock);
+  SetHolder(&lock->word.holder, 0, 0);
+  lock->word.word.store(0, std::memory_order_release);
+}
 
 }  // namespace kiv
 

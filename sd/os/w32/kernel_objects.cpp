@@ -5,6 +5,7 @@
 namespace kiv::os {
 
 static_assert(kWaitSignalled == WAIT_OBJECT_0);
+static_assert(kWaitAbandoned == WAIT_ABANDONED);
 static_assert(kWaitTimedOut == WAIT_TIMEOUT);
 static_assert(kWaitForEver == INFINITE);
 
@@ -44,6 +45,10 @@ Result GiveMutex(void* mutex) { return FromBool(ReleaseMutex(mutex)); }
 
 ValueResult<void*> MakeAutoEvent(bool signalled) {
   return FromPointer(CreateEventA(nullptr, FALSE, signalled ? TRUE : FALSE, nullptr));
+}
+
+ValueResult<void*> MakeManualEvent() {
+  return FromPointer(CreateEventA(nullptr, TRUE, FALSE, nullptr));
 }
 
 Result SignalEvent(void* event) { return FromBool(SetEvent(event)); }

@@ -15,7 +15,6 @@ ValueResult<void*> FromFile(HANDLE file) {
 const uint32_t kErrorPipeConnected = ERROR_PIPE_CONNECTED;
 const uint32_t kPipeOverlapped = FILE_FLAG_OVERLAPPED;
 
-static_assert(kShareAll == (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
 static_assert(kAccessListBytes >= SECURITY_DESCRIPTOR_MIN_LENGTH);
 
 Result PrepareAccessList(void* storage) {

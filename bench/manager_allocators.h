@@ -1,0 +1,108 @@
+// The ways of the memory manager as allocators of one thread, and what starts each.
+#ifndef KIV_BENCH_MANAGER_ALLOCATORS_H
+#define KIV_BENCH_MANAGER_ALLOCATORS_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "kivsdu/kivsdu.h"
+
+namespace kiv::bench {
+
+constexpr char kManagerSource[] = "bench/manager";
+
+// Plain mode.
+struct Plain {
+  static constexpr char kName[] = "plain";
+
+  void* Allocate(uint32_t sizeBytes) {
+    void* block = nullptr;
+    adMalloc(nullptr, sizeBytes, &block, kManagerSource, __LINE__);
+    return block;
+  }
+  void* Resize(void* block, uint32_t sizeBytes) {
+    void* resized = nullptr;
+    adRealloc(nullptr, sizeBytes, block, &resized, kManagerSource, __LINE__);
+    return resized;
+  }
+  void Free(void* block) { adFree(block, kManagerSource, __LINE__); }
+};
+
+// Plain mode after KivSdSetMemoryManager(1). The calling thread has its cache as long as it has one
+// of these.
+struct ThreadCache : Plain {
+  static constexpr char kName[] = "thread cache";
+
+  ThreadCache() { adCreateThreadAlloc(); }
+  ~ThreadCache() { adDestroyThreadAlloc(); }
+};
+
+// After StartHeaps. Its address stands for the context that a host's thread passes.
+class ThreadHeap {
+ public:
+  static constexpr char kName[] = "thread heap";
+
+  void* Allocate(uint32_t sizeBytes) {
+    void* block = nullptr;
+    adMalloc(this, sizeBytes, &block, kManagerSource, __LINE__);
+    return block;
+  }
+  void* Resize(void* block, uint32_t sizeBytes) {
+    void* resized = nullptr;
+    adRealloc(this, sizeBytes, block, &resized, kManagerSource, __LINE__);
+    return resized;
+  }
+  void Free(void* block) { adFree(block, kManagerSource, __LINE__); }
+
+ private:
+  [[maybe_unused]] uint64_t context_ = 0;
+};
+
+// After StartHeaps.
+class ShortHeap {
+ public:
+  static constexpr char kName[] = "short heap";
+
+  ShortHeap() { adMemShortHeapInit(&owner_); }
+  ~ShortHeap() { adMemShortHeapTerm(&owner_); }
+
+  void* Allocate(uint32_t sizeBytes) {
+    void* block = nullptr;
+    adMemShortHeapMalloc(&owner_, static_cast<int32_t>(sizeBytes), &block, kManagerSource,
+                         __LINE__);
+    return block;
+  }
+  void* Resize(void* block, uint32_t sizeBytes) {
+    void* resized = nullptr;
+    adMemShortHeapRealloc(&owner_, static_cast<int32_t>(sizeBytes), block, &resized, kManagerSource,
+                          __LINE__);
+    return resized;
+  }
+  void Free(void* block) { adFree(block, kManagerSource, __LINE__); }
+  void DropAll() {
+    adMemShortHeapTerm(&owner_);
+    adMemShortHeapInit(&owner_);
+  }
+
+ private:
+  AdShortHeapOwner owner_ = {};
+};
+
+// Thread heaps with room for the largest window; all else as it comes. False when they cannot be
+// started.
+inline bool StartHeaps() {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::temp_directory_path() / "kivsdu-bench";
+  fs::create_directories(folder / "bin");
+  std::ofstream(folder / "bin" / "config.mem") << "numheaps 1024 numthreadheaps 16\n";
+  _putenv(("MOLTAPATH=" + folder.string()).c_str());
+  const uint32_t status = adMemThreadHeapInit(1, nullptr, "bench", 0);
+  fs::remove_all(folder);
+  return status == KIV_ST_OK;
+}
+
+}  // namespace kiv::bench
+
+#endif

@@ -1,0 +1,68 @@
+// Files as descriptors of the C runtime. Errors are errno, but for those of transfers at an
+// offset.
+#ifndef KIV_OS_DESCRIPTORS_H
+#define KIV_OS_DESCRIPTORS_H
+
+#include "os/os.h"
+
+namespace kiv::os {
+
+// What stands for a descriptor where there is none.
+constexpr uint32_t kNoDescriptor = 0xFFFFFFFF;
+
+// Open flags and share flags that the library chooses itself.
+constexpr uint32_t kOpenReadWrite = 0x0002;
+constexpr uint32_t kOpenOnlyIfNew = 0x0400;
+constexpr uint32_t kOpenBinary = 0x8000;
+constexpr uint32_t kShareNothing = 0x10;
+constexpr uint32_t kShareEverything = 0x40;
+
+// Where a seek counts from, when the library seeks itself.
+constexpr uint32_t kFromStart = 0;
+
+// errno of a descriptor that is none, and of a full disk; OS error of the latter.
+extern const uint32_t kErrnoBadDescriptor;
+extern const uint32_t kErrnoNoSpace;
+extern const uint32_t kErrorDiskFull;
+
+// kNoDescriptor on failure.
+ValueResult<uint32_t> CreateDescriptor(const char* path, uint32_t permissions);
+ValueResult<uint32_t> OpenDescriptor(const char* path, uint32_t openFlags, uint32_t permissions);
+
+struct SharedDescriptor {
+  uint32_t file;       // kNoDescriptor on failure
+  bool heldByAnother;  // what the failure is due to
+};
+ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t openFlags,
+                                                   uint32_t shareFlags, uint32_t permissions);
+
+Result CloseDescriptor(uint32_t file);
+
+// The count as the runtime tells it: all bits set on failure.
+ValueResult<uint32_t> ReadDescriptor(uint32_t file, void* buffer, uint32_t length);
+ValueResult<uint32_t> WriteDescriptor(uint32_t file, const void* buffer, uint32_t length);
+Result FlushDescriptor(uint32_t file);
+
+// All bits set on failure.
+ValueResult<uint32_t> SeekDescriptor(uint32_t file, int32_t offset, uint32_t origin);
+ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uint32_t origin);
+ValueResult<uint32_t> TellDescriptor(uint32_t file);
+ValueResult<uint32_t> DescriptorLength(uint32_t file);
+
+// 1 at the end of the file, 0 before it, -1 when that is not known.
+int32_t IsAtEnd(uint32_t file);
+
+Result ResizeDescriptor(uint32_t file, int32_t length);
+
+// The system's file behind a descriptor.
+ValueResult<void*> SystemFile(uint32_t file);
+
+// Transfer at an offset, to which the file's position moves; errors are the system's. The value is
+// the count of bytes, also on a failure.
+ValueResult<uint32_t> ReadAt(void* systemFile, uint32_t offset, void* buffer, uint32_t length);
+ValueResult<uint32_t> WriteAt(void* systemFile, uint32_t offset, const void* buffer,
+                              uint32_t length);
+
+}  // namespace kiv::os
+
+#endif

@@ -1,0 +1,28 @@
+#include "os/file_names.h"
+
+#include <io.h>
+#include <process.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace kiv::os {
+
+bool IsAccessible(const char* path, uint32_t mode) {
+  return _access(path, static_cast<int>(mode)) == 0;
+}
+
+Result RemoveFileByName(const char* path) {
+  if (_unlink(path) == 0) return {true, 0};
+  return {false, static_cast<uint32_t>(errno)};
+}
+
+ValueResult<char*> MakeTemporaryName(const char* prefix) {
+  char* name = _tempnam(nullptr, prefix);
+  if (name != nullptr) return {true, 0, name};
+  return {false, static_cast<uint32_t>(errno), nullptr};
+}
+
+int32_t RuntimeProcessId() { return _getpid(); }
+
+}  // namespace kiv::os

@@ -1,0 +1,21 @@
+// Other names for files.
+#include "kivsdu/directio.h"
+#include "kivsdu/path.h"
+#include "lease_guard.h"
+#include "os/links.h"
+#include "report.h"
+
+namespace os = kiv::os;
+
+// Kept: where there are no links, the host is not told. It finds out when it opens one.
+uint32_t KivSdCreateLink(KivSdContext* ctx, const char* existing, const char* newLink,
+                         uint32_t /*ignored*/) {
+  kiv::RunLeaseGuard();
+  if (os::MajorVersion() < os::kFirstVersionWithLinks) return kiv::Report(ctx, KIV_ST_OK);
+  return kiv::ReportOutcome(ctx, os::MakeLink(newLink, existing), KIV_ST_FILE_CREATE);
+}
+
+uint32_t KivSdUnLink(KivSdContext* ctx, const char* path) {
+  kiv::RunLeaseGuard();
+  return KivSdDirectIOFileRemove(ctx, path);
+}

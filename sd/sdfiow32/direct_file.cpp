@@ -1,0 +1,116 @@
+// Direct I/O: files, their positions and their sizes.
+#include "kivsdu/directio.h"
+#include "lease_guard.h"
+#include "os/descriptors.h"
+#include "os/direct_files.h"
+#include "os/share_mode.h"
+#include "report.h"
+#include "sdfiow32/direct_block.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::BytesOf;
+using kiv::HandleOf;
+using kiv::Report;
+using kiv::ReportOutcome;
+
+// A node that takes over opens files that the failed one may still hold.
+uint32_t ShareMode(uint32_t wanted) { return KivSdIsFailoverMode() != 0 ? os::kShareAll : wanted; }
+
+// Distances are signed: from 2 GiB on a position before the beginning is asked for, and refused.
+os::ValueResult<uint32_t> Move(uint32_t file, uint32_t blocks, os::Origin origin) {
+  return os::MoveFilePointer(HandleOf(file), static_cast<int32_t>(BytesOf(blocks)), origin);
+}
+
+// The outcome of a question whose answer is in bytes.
+uint32_t ReportBlocks(KivSdContext* ctx, const os::ValueResult<uint32_t>& answer, uint32_t failure,
+                      uint32_t* blocks) {
+  *blocks = answer.ok ? kiv::WholeBlocks(answer.value) : 0;
+  return ReportOutcome(ctx, answer, failure);
+}
+
+}  // namespace
+
+uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path) {
+  kiv::RunLeaseGuard();
+  if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<void*> made =
+      os::OpenDirectFile(path, os::kAccessWrite, ShareMode(os::kNoSharing), os::kOpenOrMake, 0);
+  if (!made.ok) return Report(ctx, KIV_ST_FILE_CREATE, made.error);
+  return ReportOutcome(ctx, os::CloseDirectFile(made.value), KIV_ST_FILE_CLOSE);
+}
+
+uint32_t KivSdDirectIOFileOpen(KivSdContext* ctx, const char* path, uint32_t access,
+                               uint32_t shareMode, uint32_t disposition, const void* /*ignored*/,
+                               uint32_t flags, uint32_t* file) {
+  kiv::RunLeaseGuard();
+  if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<void*> opened =
+      os::OpenDirectFile(path, access, ShareMode(shareMode), disposition, flags);
+  *file = kiv::FileOf(opened.value);
+  const bool held = opened.error == os::kErrorSharingViolation;
+  return ReportOutcome(ctx, opened, held ? KIV_ST_FILE_SHARING : KIV_ST_FILE_CREATE);
+}
+
+// Kept without the guard, as closing is everywhere: a node that lost its lease has to let go.
+uint32_t KivSdDirectIOFileClose(KivSdContext* ctx, uint32_t file) {
+  return ReportOutcome(ctx, os::CloseDirectFile(HandleOf(file)), KIV_ST_FILE_CLOSE);
+}
+
+// Kept: the path is the system's to check; callers learn of a null one by its OS error.
+uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path) {
+  kiv::RunLeaseGuard();
+  return ReportOutcome(ctx, os::RemoveDirectFile(path), KIV_ST_FILE_REMOVE);
+}
+
+uint32_t KivSdDirectIOFilePointerSet(KivSdContext* ctx, uint32_t file, uint32_t blocks,
+                                     uint32_t method, uint32_t* position) {
+  kiv::RunLeaseGuard();
+  if (position == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<uint32_t> moved = Move(file, blocks, static_cast<os::Origin>(method));
+  return ReportBlocks(ctx, moved, KIV_ST_DIRECT_POINTER_SET, position);
+}
+
+uint32_t KivSdDirectIOFilePointerGet(KivSdContext* ctx, uint32_t file, uint32_t* position) {
+  kiv::RunLeaseGuard();
+  if (position == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<uint32_t> found = Move(file, 0, os::Origin::kPosition);
+  return ReportBlocks(ctx, found, KIV_ST_DIRECT_POINTER_GET, position);
+}
+
+uint32_t KivSdDirectIOFileSize(KivSdContext* ctx, uint32_t file, uint32_t* blocks) {
+  kiv::RunLeaseGuard();
+  if (blocks == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::ValueResult<uint32_t> size = os::DirectFileSize(HandleOf(file));
+  return ReportBlocks(ctx, size, KIV_ST_FILE_LENGTH, blocks);
+}
+
+uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t file, uint32_t blocks,
+                                       uint32_t* newSize) {
+  kiv::RunLeaseGuard();
+  if (newSize == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  *newSize = 0;
+  const os::ValueResult<uint32_t> moved = Move(file, blocks, os::Origin::kBeginning);
+  if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
+  const os::Result ended = os::EndFileAtPosition(HandleOf(file));
+  if (!ended.ok) return Report(ctx, KIV_ST_DIRECT_SET_END, ended.error);
+  *newSize = kiv::WholeBlocks(moved.value);
+  return Report(ctx, KIV_ST_OK);
+}
+
+// Kept: a descriptor of the runtime, where everything else here takes the system's handle. Hosts
+// size their files before they open them for direct I/O.
+uint32_t KivSdDirectIOFileChangeSize(KivSdContext* ctx, uint32_t descriptor, uint32_t blocks,
+                                     uint32_t* newSize) {
+  kiv::RunLeaseGuard();
+  if (newSize == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::Result resized =
+      os::ResizeDescriptor(descriptor, static_cast<int32_t>(BytesOf(blocks)));
+  if (!resized.ok) {
+    const bool full = resized.error == os::kErrnoNoSpace;
+    return Report(ctx, full ? KIV_ST_DISK_FULL : KIV_ST_DIRECT_SET_END, resized.error);
+  }
+  *newSize = blocks;
+  return Report(ctx, KIV_ST_OK);
+}

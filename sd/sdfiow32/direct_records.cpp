@@ -1,0 +1,41 @@
+// Direct I/O: the events of arrays of completion records.
+//
+// Both walks go on after a failure, so that one record's bad luck does not cost the others theirs;
+// they report the last failure.
+#include "kivsdu/directio.h"
+#include "lease_guard.h"
+#include "os/kernel_objects.h"
+#include "report.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::Report;
+
+}  // namespace
+
+// Kept: an event that a record has already is replaced without being closed. The array is fresh
+// memory as often as not, and its fields mean nothing.
+uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records, uint32_t count) {
+  kiv::RunLeaseGuard();
+  if (records == nullptr && count != 0) return Report(ctx, KIV_ST_ARGUMENT);
+  os::Result outcome = {true, 0};
+  for (uint32_t i = 0; i < count; ++i) {
+    const os::ValueResult<void*> made = os::MakeManualEvent();
+    records[i].event = made.value;
+    if (!made.ok) outcome = {false, made.error};
+  }
+  return kiv::ReportOutcome(ctx, outcome, KIV_ST_EVENT_CREATE);
+}
+
+// Kept: the fields keep the closed handles.
+uint32_t KivSdDirectIONoWaitCbsTerm(KivSdContext* ctx, KivSdNoWaitCb* records, uint32_t count) {
+  if (records == nullptr && count != 0) return Report(ctx, KIV_ST_ARGUMENT);
+  os::Result outcome = {true, 0};
+  for (uint32_t i = 0; i < count; ++i) {
+    if (records[i].event == nullptr) continue;
+    const os::Result closed = os::CloseObject(records[i].event);
+    if (!closed.ok) outcome = closed;
+  }
+  return kiv::ReportOutcome(ctx, outcome, KIV_ST_EVENT_CLOSE);
+}

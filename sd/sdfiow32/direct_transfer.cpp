@@ -1,0 +1,149 @@
+// Direct I/O: transfers, waited for or not.
+//
+// Transfers with a record and all writes are positioned by a record, up to 4 GiB. Kept: a read
+// without one moves the file's position first, which reaches 2 GiB and is what callers of
+// KivSdDirectIOFilePointerGet see afterwards.
+//
+// Counts round down to whole blocks, but at the end of a file a block that is there in part counts
+// as one: callers tell a short file from an error by it.
+#include "kivsdu/directio.h"
+#include "lease_guard.h"
+#include "os/descriptors.h"
+#include "os/direct_files.h"
+#include "os/kernel_objects.h"
+#include "report.h"
+#include "sdfiow32/direct_block.h"
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::BytesOf;
+using kiv::HandleOf;
+using kiv::Report;
+using kiv::WholeBlocks;
+using Moved = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
+
+void SetOffset(KivSdNoWaitCb* record, uint32_t firstBlock) {
+  record->offsetLow = BytesOf(firstBlock);
+  record->offsetHigh = 0;
+}
+
+// Points the record at the block, and gives it an event if it has none.
+os::Result Prepare(KivSdNoWaitCb* record, uint32_t firstBlock) {
+  SetOffset(record, firstBlock);
+  if (record->event != nullptr) return {true, 0};
+  const os::ValueResult<void*> made = os::MakeManualEvent();
+  if (made.ok) record->event = made.value;
+  return {made.ok, made.error};
+}
+
+bool IsPending(const Moved& moved) { return !moved.ok && moved.error == os::kErrorTransferPending; }
+
+bool IsAtEnd(const Moved& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
+
+uint32_t BlocksOf(const Moved& moved) {
+  return IsAtEnd(moved) ? kiv::StartedBlocks(moved.value) : WholeBlocks(moved.value);
+}
+
+uint32_t ReportRead(KivSdContext* ctx, const Moved& read, uint32_t failure, uint32_t* blocks) {
+  *blocks = BlocksOf(read);
+  return kiv::ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
+}
+
+uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
+  if (error == os::kErrorDiskFull) return KIV_ST_DISK_FULL;
+  if (error == os::kErrorTransferPending) return KIV_ST_DIRECT_WRITE_PENDING;
+  return otherwise;
+}
+
+uint32_t ReportWrite(KivSdContext* ctx, const Moved& written, uint32_t failure, uint32_t* blocks) {
+  *blocks = WholeBlocks(written.value);
+  return kiv::ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
+}
+
+uint32_t StartRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t blockCount,
+                   KivSdNoWaitCb* record, uint32_t* blocks) {
+  const Moved read = os::ReadDirectFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  if (!IsPending(read)) return ReportRead(ctx, read, KIV_ST_DIRECT_READ, blocks);
+  *blocks = 0;
+  return Report(ctx, KIV_ST_DIRECT_READ_PENDING, read.error);
+}
+
+uint32_t ReadAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void* buffer,
+                     uint32_t blockCount, uint32_t* blocks) {
+  *blocks = 0;
+  const auto distance = static_cast<int32_t>(BytesOf(firstBlock));
+  const Moved moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
+  if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
+  const Moved read = os::ReadDirectFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
+  return ReportRead(ctx, read, KIV_ST_FILE_READ, blocks);
+}
+
+uint32_t StartWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t blockCount,
+                    KivSdNoWaitCb* record, uint32_t* blocks) {
+  Moved written = os::WriteDirectFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  // What it has moved so far counts when it is collected.
+  if (IsPending(written)) written.value = 0;
+  return ReportWrite(ctx, written, KIV_ST_DIRECT_WRITE, blocks);
+}
+
+// Positioned by a record of its own, without an event: the file's position plays no part. Kept: on
+// an overlapped file it may be pending, and is then reported so although nobody can collect it.
+uint32_t WriteAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, const void* buffer,
+                      uint32_t blockCount, uint32_t* blocks) {
+  KivSdNoWaitCb record = {};
+  SetOffset(&record, firstBlock);
+  const Moved written = os::WriteDirectFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
+  return ReportWrite(ctx, written, KIV_ST_FILE_WRITE, blocks);
+}
+
+uint32_t StatusOfCollected(const Moved& moved) {
+  if (moved.ok) return KIV_ST_OK;
+  if (IsAtEnd(moved)) return KIV_ST_FILE_END;
+  return moved.error == os::kErrorDiskFull ? KIV_ST_DISK_FULL : KIV_ST_DIRECT_COMPLETION;
+}
+
+}  // namespace
+
+uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void* buffer,
+                               uint32_t blockCount, KivSdNoWaitCb* record, uint32_t* blocksRead) {
+  kiv::RunLeaseGuard();
+  if (blocksRead == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  if (record == nullptr) return ReadAndWait(ctx, file, firstBlock, buffer, blockCount, blocksRead);
+  *blocksRead = 0;
+  const os::Result prepared = Prepare(record, firstBlock);
+  if (!prepared.ok) return Report(ctx, KIV_ST_EVENT_CREATE, prepared.error);
+  return StartRead(ctx, file, buffer, blockCount, record, blocksRead);
+}
+
+uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t firstBlock,
+                                const void* buffer, uint32_t blockCount, KivSdNoWaitCb* record,
+                                uint32_t* blocksWritten) {
+  kiv::RunLeaseGuard();
+  if (blocksWritten == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  if (record == nullptr) {
+    return WriteAndWait(ctx, file, firstBlock, buffer, blockCount, blocksWritten);
+  }
+  *blocksWritten = 0;
+  const os::Result prepared = Prepare(record, firstBlock);
+  if (!prepared.ok) return Report(ctx, KIV_ST_EVENT_CREATE, prepared.error);
+  return StartWrite(ctx, file, buffer, blockCount, record, blocksWritten);
+}
+
+uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* record,
+                           uint32_t* blocksDone) {
+  kiv::RunLeaseGuard();
+  if (record == nullptr || blocksDone == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  const os::Wait waited = os::WaitOne(record->event, os::kWaitForEver);
+  // Kept: the wait's own result is recorded, not the last error; hosts log it.
+  if (waited.result == os::kWaitAbandoned) {
+    return Report(ctx, KIV_ST_DIRECT_WAIT_ABANDONED, waited.result);
+  }
+  if (waited.result != os::kWaitSignalled) return Report(ctx, KIV_ST_EVENT_WAIT, waited.result);
+
+  const Moved moved = os::TransferOutcome(HandleOf(file), record);
+  *blocksDone = BlocksOf(moved);
+  const os::Result reset = os::UnsignalEvent(record->event);
+  if (!reset.ok) return Report(ctx, KIV_ST_COMPLETION_RESET, reset.error);
+  return Report(ctx, StatusOfCollected(moved), moved.error);
+}

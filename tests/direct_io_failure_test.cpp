@@ -1,0 +1,769 @@
+// What direct I/O says when the system's calls fail, what it leaves in its outputs, and what it
+// asks of the system.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <functional>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/guard_watch.h"
+#include "support/import_patch.h"
+
+namespace {
+
+using kiv::test::Context;
+using kiv::test::GuardWatch;
+using kiv::test::ImportPatch;
+using kiv::test::ScriptedImport;
+
+constexpr uint32_t kUntouched = 4711;
+constexpr uint32_t kErrorAccessDenied = 5;
+constexpr uint32_t kErrorSharingViolation = 32;
+constexpr uint32_t kErrorEndOfFile = 38;
+constexpr uint32_t kErrorDiskFull = 112;
+constexpr uint32_t kErrorTransferPending = 997;
+constexpr uint32_t kErrnoNoSpace = 28;
+constexpr uint32_t kErrnoBadDescriptor = 9;
+constexpr uint32_t kBlockBytes = 8192;
+constexpr uint32_t kHalfBlock = 4096;
+constexpr uintptr_t kInvalid = static_cast<uintptr_t>(-1);
+constexpr uintptr_t kAllBits32 = 0xFFFFFFFF;
+constexpr uint32_t kFile = 0x80000040;  // its highest bit is a sign
+constexpr uintptr_t kHandle = 0xFFFFFFFF80000040;
+const KivHandle kEvent = reinterpret_cast<KivHandle>(0x88);
+
+uint32_t Low(uintptr_t argument) { return static_cast<uint32_t>(argument); }
+
+// ---- Opening, closing, removing ----
+
+TEST(DirectIOOpen, PassesTheCallersWordsOnAndAddsUnbufferedAccess) {
+  Context ctx;
+  const ScriptedImport create("CreateFileA", {.result = kHandle});
+  const char path[] = "path";
+  uint32_t file = 0;
+  int ignored = 0;
+  CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path, 0xC0000000, 3, 4, &ignored, 0x40000001, &file));
+  EXPECT_EQ(file, kFile);
+  ASSERT_EQ(create.calls().size(), 1u);
+  const ScriptedImport::Arguments& asked = create.calls()[0];
+  EXPECT_EQ(asked[0], reinterpret_cast<uintptr_t>(path));
+  EXPECT_EQ(Low(asked[1]), 0xC0000000u);
+  EXPECT_EQ(Low(asked[2]), 3u);
+  EXPECT_EQ(asked[3], 0u);
+  EXPECT_EQ(Low(asked[4]), 4u);
+  EXPECT_EQ(Low(asked[5]), 0x60000001u);
+  EXPECT_EQ(asked[6], 0u);
+
+  const GuardWatch failover;
+  CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path, 0xC0000000, 3, 4, nullptr, 0x20000000, &file));
+  EXPECT_EQ(Low(create.calls()[1][2]), 7u);
+  EXPECT_EQ(Low(create.calls()[1][5]), 0x20000000u);
+}
+
+TEST(DirectIOOpen, TellsASharingViolationFromAnythingElse) {
+  struct {
+    uint32_t error;
+    uint32_t status;
+  } const answers[] = {{kErrorSharingViolation, KIV_ST_FILE_SHARING},
+                       {kErrorSharingViolation - 1, KIV_ST_FILE_CREATE},
+                       {kErrorSharingViolation + 1, KIV_ST_FILE_CREATE},
+                       {kErrorAccessDenied, KIV_ST_FILE_CREATE},
+                       {kErrorDiskFull, KIV_ST_FILE_CREATE}};
+  Context ctx;
+  for (const auto& answer : answers) {
+    SCOPED_TRACE(answer.error);
+    uint32_t file[2] = {kUntouched, kUntouched};
+    const auto open = [&](KivSdContext* record) {
+      return KivSdDirectIOFileOpen(record, "path", 0, 0, 3, nullptr, 0, &file[0]);
+    };
+    const ScriptedImport create("CreateFileA", {.result = kInvalid, .error = answer.error});
+    CHECK_OUTCOME(ctx, open(ctx), answer.status, answer.error);
+    EXPECT_EQ(file[0], KIV_DIRECTIO_NONE);
+    EXPECT_EQ(file[1], kUntouched);
+    EXPECT_EQ(open(nullptr), answer.status);
+  }
+}
+
+TEST(DirectIOOpen, ThatSucceedsIsNoSharingViolation) {
+  Context ctx;
+  const ScriptedImport create("CreateFileA", {.result = 8, .error = kErrorSharingViolation});
+  uint32_t file = 0;
+  CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, "path", 0, 0, 3, nullptr, 0, &file));
+  EXPECT_EQ(file, 8u);
+}
+
+TEST(DirectIOCreate, OpensForWritingAndCloses) {
+  Context ctx;
+  const ScriptedImport create("CreateFileA", {.result = 0x40});
+  const ScriptedImport close("CloseHandle", {.result = 1});
+  const char path[] = "path";
+  CHECK_OK(ctx, KivSdDirectIOFileCreate(ctx, path));
+  ASSERT_EQ(create.calls().size(), 1u);
+  const ScriptedImport::Arguments& asked = create.calls()[0];
+  EXPECT_EQ(asked[0], reinterpret_cast<uintptr_t>(path));
+  EXPECT_EQ(Low(asked[1]), GENERIC_WRITE);
+  EXPECT_EQ(Low(asked[2]), 0u);
+  EXPECT_EQ(asked[3], 0u);
+  EXPECT_EQ(Low(asked[4]), static_cast<uint32_t>(OPEN_ALWAYS));
+  EXPECT_EQ(Low(asked[5]), FILE_FLAG_NO_BUFFERING);
+  ASSERT_EQ(close.calls().size(), 1u);
+  EXPECT_EQ(close.calls()[0][0], 0x40u);
+
+  const GuardWatch failover;
+  CHECK_OK(ctx, KivSdDirectIOFileCreate(ctx, path));
+  EXPECT_EQ(Low(create.calls()[1][2]), 7u);
+}
+
+TEST(DirectIOCreate, ThatDoesNotOpenClosesNothing) {
+  Context ctx;
+  for (const uint32_t error : {kErrorAccessDenied, kErrorSharingViolation}) {
+    const ScriptedImport create("CreateFileA", {.result = kInvalid, .error = error});
+    const ScriptedImport close("CloseHandle", {.result = 1});
+    CHECK_OUTCOME(ctx, KivSdDirectIOFileCreate(ctx, "path"), KIV_ST_FILE_CREATE, error);
+    EXPECT_EQ(KivSdDirectIOFileCreate(nullptr, "path"), KIV_ST_FILE_CREATE);
+    EXPECT_TRUE(close.calls().empty());
+  }
+}
+
+TEST(DirectIOCreate, ThatDoesNotCloseIsAFailureOfTheClosing) {
+  Context ctx;
+  const ScriptedImport create("CreateFileA", {.result = 0x40});
+  const ScriptedImport close("CloseHandle", {.result = 0, .error = kErrorAccessDenied});
+  CHECK_OUTCOME(ctx, KivSdDirectIOFileCreate(ctx, "path"), KIV_ST_FILE_CLOSE, kErrorAccessDenied);
+}
+
+// ---- Operations of one call and one number ----
+
+struct Operation {
+  const char* call;   // of the system
+  uintptr_t failure;  // what that returns when it fails
+  std::function<uint32_t(KivSdContext*, uint32_t* out)> run;
+  uint32_t status;
+  uint32_t out;   // what the variable then holds
+  bool onHandle;  // whether the call's first argument is the file
+};
+
+const Operation kOperations[] = {
+    {"CloseHandle", 0,
+     [](KivSdContext* ctx, uint32_t*) { return KivSdDirectIOFileClose(ctx, kFile); },
+     KIV_ST_FILE_CLOSE, kUntouched, true},
+    {"DeleteFileA", 0,
+     [](KivSdContext* ctx, uint32_t*) { return KivSdDirectIOFileRemove(ctx, "path"); },
+     KIV_ST_FILE_REMOVE, kUntouched, false},
+    {"SetFilePointer", kAllBits32,
+     [](KivSdContext* ctx, uint32_t* out) {
+       return KivSdDirectIOFilePointerSet(ctx, kFile, 5, 1, out);
+     },
+     KIV_ST_DIRECT_POINTER_SET, 0, true},
+    {"SetFilePointer", kAllBits32,
+     [](KivSdContext* ctx, uint32_t* out) { return KivSdDirectIOFilePointerGet(ctx, kFile, out); },
+     KIV_ST_DIRECT_POINTER_GET, 0, true},
+    {"GetFileSize", kAllBits32,
+     [](KivSdContext* ctx, uint32_t* out) { return KivSdDirectIOFileSize(ctx, kFile, out); },
+     KIV_ST_FILE_LENGTH, 0, true},
+    {"SetFilePointer", kAllBits32,
+     [](KivSdContext* ctx, uint32_t* out) {
+       return KivSdDirectIOFileSetEndOfFile(ctx, kFile, 5, out);
+     },
+     KIV_ST_DIRECT_POINTER_SET, 0, true},
+};
+
+TEST(DirectIOFailure, HasTheOperationsStatusAndTheSystemsError) {
+  Context ctx;
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(testing::Message() << operation.call << " " << operation.status);
+    for (const uint32_t error : {kErrorAccessDenied, 0u, kErrorDiskFull, kErrorEndOfFile}) {
+      uint32_t out[2] = {kUntouched, kUntouched};
+      const ScriptedImport failing(operation.call, {.result = operation.failure, .error = error});
+      CHECK_OUTCOME(ctx, operation.run(ctx, &out[0]), operation.status, error);
+      EXPECT_EQ(out[0], operation.out);
+      EXPECT_EQ(out[1], kUntouched);
+      EXPECT_EQ(operation.run(nullptr, &out[0]), operation.status);
+      ASSERT_EQ(failing.calls().size(), 2u);
+      if (operation.onHandle) {
+        EXPECT_EQ(failing.calls()[0][0], kHandle);
+      }
+    }
+  }
+}
+
+TEST(DirectIOFailure, OfAMoveLeavesTheEndWhereItIs) {
+  const ScriptedImport move("SetFilePointer", {.result = kAllBits32, .error = kErrorAccessDenied});
+  const ScriptedImport end("SetEndOfFile", {.result = 1});
+  uint32_t size = kUntouched;
+  EXPECT_EQ(KivSdDirectIOFileSetEndOfFile(nullptr, kFile, 5, &size), KIV_ST_DIRECT_POINTER_SET);
+  EXPECT_TRUE(end.calls().empty());
+}
+
+TEST(DirectIOFailure, OfSettingTheEndHasAStatusOfItsOwn) {
+  Context ctx;
+  const ScriptedImport move("SetFilePointer", {.result = 5 * kBlockBytes});
+  for (const uint32_t error : {kErrorAccessDenied, kErrorDiskFull}) {
+    const ScriptedImport end("SetEndOfFile", {.result = 0, .error = error});
+    uint32_t size = kUntouched;
+    CHECK_OUTCOME(ctx, KivSdDirectIOFileSetEndOfFile(ctx, kFile, 5, &size), KIV_ST_DIRECT_SET_END,
+                  error);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(end.calls()[0][0], kHandle);
+  }
+}
+
+TEST(DirectIOFile, MovesAreAskedForInBytesWithoutAHighPart) {
+  Context ctx;
+  const ScriptedImport move("SetFilePointer", {.result = 3 * kBlockBytes + 1});
+  const ScriptedImport end("SetEndOfFile", {.result = 1});
+  uint32_t out = 0;
+  CHECK_OK(ctx, KivSdDirectIOFilePointerSet(ctx, kFile, 5, 2, &out));
+  EXPECT_EQ(out, 3u);
+  CHECK_OK(ctx, KivSdDirectIOFilePointerGet(ctx, kFile, &out));
+  EXPECT_EQ(out, 3u);
+  CHECK_OK(ctx, KivSdDirectIOFileSetEndOfFile(ctx, kFile, 7, &out));
+  EXPECT_EQ(out, 3u) << "the position that the system gave";
+  const uint32_t asked[][2] = {{5 * kBlockBytes, 2}, {0, 1}, {7 * kBlockBytes, 0}};
+  ASSERT_EQ(move.calls().size(), 3u);
+  for (size_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(move.calls()[i][0], kHandle);
+    EXPECT_EQ(Low(move.calls()[i][1]), asked[i][0]);
+    EXPECT_EQ(move.calls()[i][2], 0u);
+    EXPECT_EQ(Low(move.calls()[i][3]), asked[i][1]);
+  }
+}
+
+TEST(DirectIOFile, TheSizeIsAskedForWithoutAHighPart) {
+  Context ctx;
+  const ScriptedImport size("GetFileSize", {.result = 0xFFFFFFFE});
+  uint32_t blocks = 0;
+  CHECK_OK(ctx, KivSdDirectIOFileSize(ctx, kFile, &blocks));
+  EXPECT_EQ(blocks, 524287u);
+  EXPECT_EQ(size.calls()[0][1], 0u);
+}
+
+TEST(DirectIOFile, ChangingTheSizeTellsAFullDisk) {
+  struct {
+    uint32_t error;
+    uint32_t status;
+  } const answers[] = {{kErrnoNoSpace, KIV_ST_DISK_FULL},
+                       {kErrnoNoSpace - 1, KIV_ST_DIRECT_SET_END},
+                       {kErrnoBadDescriptor, KIV_ST_DIRECT_SET_END},
+                       {kErrorDiskFull, KIV_ST_DIRECT_SET_END}};
+  Context ctx;
+  for (const auto& answer : answers) {
+    SCOPED_TRACE(answer.error);
+    uint32_t size = kUntouched;
+    const ScriptedImport change("_chsize", {.result = kAllBits32, .error = answer.error});
+    CHECK_OUTCOME(ctx, KivSdDirectIOFileChangeSize(ctx, 3, 9, &size), answer.status, answer.error);
+    EXPECT_EQ(size, kUntouched);
+    EXPECT_EQ(KivSdDirectIOFileChangeSize(nullptr, 3, 9, &size), answer.status);
+    EXPECT_EQ(Low(change.calls()[0][0]), 3u);
+    EXPECT_EQ(Low(change.calls()[0][1]), 9 * kBlockBytes);
+  }
+}
+
+// ---- Transfers ----
+
+// What ReadFile, WriteFile and GetOverlappedResult answer.
+struct Answer {
+  BOOL result;
+  uint32_t error;
+  uint32_t bytes;
+};
+Answer answer;
+
+struct Asked {
+  HANDLE file;
+  const void* buffer;
+  DWORD bytes;
+  OVERLAPPED* record;
+  OVERLAPPED content;
+};
+std::vector<Asked> asked;
+
+BOOL WINAPI Transfer(HANDLE file, const void* buffer, DWORD bytes, DWORD* count,
+                     OVERLAPPED* record) {
+  asked.push_back({file, buffer, bytes, record, record != nullptr ? *record : OVERLAPPED{}});
+  *count = answer.bytes;
+  SetLastError(answer.error);
+  return answer.result;
+}
+
+BOOL WINAPI Outcome(HANDLE file, OVERLAPPED* record, DWORD* count, BOOL wait) {
+  asked.push_back({file, nullptr, static_cast<DWORD>(wait), record, *record});
+  *count = answer.bytes;
+  SetLastError(answer.error);
+  return answer.result;
+}
+
+// Sends the DLL's transfers to the functions above.
+class Transfers {
+ public:
+  Transfers() { asked.clear(); }
+
+ private:
+  ImportPatch read_{"ReadFile", reinterpret_cast<void*>(&Transfer)};
+  ImportPatch write_{"WriteFile", reinterpret_cast<void*>(&Transfer)};
+  ImportPatch outcome_{"GetOverlappedResult", reinterpret_cast<void*>(&Outcome)};
+};
+
+struct Case {
+  Answer answer;
+  uint32_t status;
+  uint32_t blocks;
+};
+
+constexpr uint32_t kTwoAndAHalf = 2 * kBlockBytes + kHalfBlock;
+
+using Run = std::function<uint32_t(KivSdContext*, uint32_t* count)>;
+
+void ExpectCases(const std::vector<Case>& cases, const Run& run) {
+  Context ctx;
+  for (const Case& each : cases) {
+    SCOPED_TRACE(testing::Message() << each.answer.error << " after " << each.answer.bytes);
+    answer = each.answer;
+    uint32_t count[2] = {kUntouched, kUntouched};
+    CHECK_OUTCOME(ctx, run(ctx, &count[0]), each.status,
+                  each.answer.result ? 0 : each.answer.error);
+    EXPECT_EQ(count[0], each.blocks);
+    EXPECT_EQ(count[1], kUntouched);
+    EXPECT_EQ(run(nullptr, &count[0]), each.status);
+  }
+}
+
+// Where the end of the file is told, and rounds up; `failure` is the status of the rest.
+std::vector<Case> ReadCases(uint32_t failure) {
+  return {
+      {{TRUE, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{TRUE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
+      {{FALSE, kErrorEndOfFile, 2 * kBlockBytes}, KIV_ST_FILE_END, 2},
+      {{FALSE, kErrorEndOfFile, 1}, KIV_ST_FILE_END, 1},
+      {{FALSE, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
+      {{FALSE, kErrorEndOfFile, 0xFFFFFFFF}, KIV_ST_FILE_END, 524288},
+      {{FALSE, kErrorEndOfFile - 1, kTwoAndAHalf}, failure, 2},
+      {{FALSE, kErrorEndOfFile + 1, kTwoAndAHalf}, failure, 2},
+      {{FALSE, kErrorAccessDenied, kBlockBytes - 1}, failure, 0},
+      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, failure, 2},
+  };
+}
+
+std::vector<Case> WriteCases(uint32_t failure) {
+  return {
+      {{TRUE, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{TRUE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
+      {{FALSE, kErrorDiskFull, 0}, KIV_ST_DISK_FULL, 0},
+      {{FALSE, kErrorDiskFull - 1, kTwoAndAHalf}, failure, 2},
+      {{FALSE, kErrorDiskFull + 1, kTwoAndAHalf}, failure, 2},
+      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, failure, 2},
+      {{FALSE, kErrorAccessDenied, 0}, failure, 0},
+  };
+}
+
+char buffer[1];  // only its address is used
+
+KivSdNoWaitCb RecordWithEvent() { return {0, 0, kUntouched, kUntouched, kEvent}; }
+
+TEST(DirectIORead, WithoutARecordMovesThePositionAndReads) {
+  const Transfers transfers;
+  const ScriptedImport move("SetFilePointer", {.result = 0});
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  uint32_t count = kUntouched;
+  EXPECT_EQ(KivSdDirectIOFileRead(nullptr, kFile, 11, buffer, 3, nullptr, &count), KIV_ST_OK);
+  ASSERT_EQ(move.calls().size(), 1u);
+  EXPECT_EQ(move.calls()[0][0], kHandle);
+  EXPECT_EQ(Low(move.calls()[0][1]), 11 * kBlockBytes);
+  EXPECT_EQ(move.calls()[0][2], 0u);
+  EXPECT_EQ(Low(move.calls()[0][3]), 0u);
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
+  EXPECT_EQ(asked[0].buffer, buffer);
+  EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
+  EXPECT_EQ(asked[0].record, nullptr);
+}
+
+TEST(DirectIORead, WithoutARecordHasTheStatusesOfAStream) {
+  const Transfers transfers;
+  const ScriptedImport move("SetFilePointer", {.result = 0});
+  std::vector<Case> cases = ReadCases(KIV_ST_FILE_READ);
+  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_FILE_READ, 2});
+  ExpectCases(cases, [](KivSdContext* ctx, uint32_t* count) {
+    return KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, nullptr, count);
+  });
+}
+
+TEST(DirectIORead, ThatCannotMoveThePositionReadsNothing) {
+  Context ctx;
+  const Transfers transfers;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  const ScriptedImport move("SetFilePointer", {.result = kAllBits32, .error = kErrorAccessDenied});
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, nullptr, &count),
+                KIV_ST_DIRECT_POINTER_SET, kErrorAccessDenied);
+  EXPECT_EQ(count, 0u);
+  EXPECT_TRUE(asked.empty());
+}
+
+TEST(DirectIORead, WithARecordIsPositionedByIt) {
+  const Transfers transfers;
+  const ScriptedImport move("SetFilePointer", {.result = 0});
+  const ScriptedImport create("CreateEventA", {.result = 0x99});
+  KivSdNoWaitCb record = RecordWithEvent();
+  uint32_t count = kUntouched;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  EXPECT_EQ(KivSdDirectIOFileRead(nullptr, kFile, 524290, buffer, 3, &record, &count), KIV_ST_OK);
+  EXPECT_TRUE(move.calls().empty());
+  EXPECT_TRUE(create.calls().empty()) << "it has an event";
+  EXPECT_EQ(record.event, kEvent);
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
+  EXPECT_EQ(asked[0].buffer, buffer);
+  EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
+  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
+  EXPECT_EQ(asked[0].content.Offset, 2 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.hEvent, kEvent);
+}
+
+TEST(DirectIORead, WithARecordHasStatusesOfItsOwn) {
+  const Transfers transfers;
+  KivSdNoWaitCb record = RecordWithEvent();
+  std::vector<Case> cases = ReadCases(KIV_ST_DIRECT_READ);
+  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_READ_PENDING, 0});
+  cases.push_back({{TRUE, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
+  ExpectCases(cases, [&](KivSdContext* ctx, uint32_t* count) {
+    return KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, &record, count);
+  });
+}
+
+TEST(DirectIOWrite, WithoutARecordHasOneOfItsOwnWithoutAnEvent) {
+  const Transfers transfers;
+  const ScriptedImport move("SetFilePointer", {.result = 0});
+  const ScriptedImport create("CreateEventA", {.result = 0x99});
+  uint32_t count = kUntouched;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  EXPECT_EQ(KivSdDirectIOFileWrite(nullptr, kFile, 524290, buffer, 3, nullptr, &count), KIV_ST_OK);
+  EXPECT_EQ(count, 3u);
+  EXPECT_TRUE(move.calls().empty());
+  EXPECT_TRUE(create.calls().empty());
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
+  EXPECT_EQ(asked[0].buffer, buffer);
+  EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
+  ASSERT_NE(asked[0].record, nullptr);
+  EXPECT_EQ(asked[0].content.Offset, 2 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.hEvent, nullptr);
+}
+
+TEST(DirectIOWrite, WithoutARecordHasTheStatusOfAStreamAndMayBePending) {
+  const Transfers transfers;
+  std::vector<Case> cases = WriteCases(KIV_ST_FILE_WRITE);
+  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 2});
+  ExpectCases(cases, [](KivSdContext* ctx, uint32_t* count) {
+    return KivSdDirectIOFileWrite(ctx, kFile, 0, buffer, 3, nullptr, count);
+  });
+}
+
+TEST(DirectIOWrite, WithARecordIsPositionedByIt) {
+  const Transfers transfers;
+  const ScriptedImport create("CreateEventA", {.result = 0x99});
+  KivSdNoWaitCb record = RecordWithEvent();
+  uint32_t count = kUntouched;
+  answer = {FALSE, kErrorTransferPending, 0};
+  EXPECT_EQ(KivSdDirectIOFileWrite(nullptr, kFile, 11, buffer, 3, &record, &count),
+            KIV_ST_DIRECT_WRITE_PENDING);
+  EXPECT_TRUE(create.calls().empty()) << "it has an event";
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
+  EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
+  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
+  EXPECT_EQ(asked[0].content.Offset, 11 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.hEvent, kEvent);
+}
+
+TEST(DirectIOWrite, WithARecordHasStatusesOfItsOwn) {
+  const Transfers transfers;
+  KivSdNoWaitCb record = RecordWithEvent();
+  std::vector<Case> cases = WriteCases(KIV_ST_DIRECT_WRITE);
+  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 0});
+  cases.push_back({{TRUE, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
+  ExpectCases(cases, [&](KivSdContext* ctx, uint32_t* count) {
+    return KivSdDirectIOFileWrite(ctx, kFile, 0, buffer, 3, &record, count);
+  });
+}
+
+const std::function<uint32_t(KivSdContext*, KivSdNoWaitCb*, uint32_t*)> kWithRecord[] = {
+    [](KivSdContext* ctx, KivSdNoWaitCb* record, uint32_t* count) {
+      return KivSdDirectIOFileRead(ctx, kFile, 2, buffer, 3, record, count);
+    },
+    [](KivSdContext* ctx, KivSdNoWaitCb* record, uint32_t* count) {
+      return KivSdDirectIOFileWrite(ctx, kFile, 2, buffer, 3, record, count);
+    },
+};
+
+TEST(DirectIOTransfer, GivesARecordAManualUnsignalledUnnamedEvent) {
+  const Transfers transfers;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  for (const auto& run : kWithRecord) {
+    const ScriptedImport create("CreateEventA", {.result = 0x99});
+    KivSdNoWaitCb record = {};
+    uint32_t count = 0;
+    EXPECT_EQ(run(nullptr, &record, &count), KIV_ST_OK);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(record.event), 0x99u);
+    ASSERT_EQ(create.calls().size(), 1u);
+    EXPECT_EQ(create.calls()[0][0], 0u);
+    EXPECT_EQ(Low(create.calls()[0][1]), 1u);
+    EXPECT_EQ(Low(create.calls()[0][2]), 0u);
+    EXPECT_EQ(create.calls()[0][3], 0u);
+    EXPECT_EQ(asked.back().content.hEvent, record.event);
+  }
+}
+
+TEST(DirectIOTransfer, WithoutAnEventStartsNothing) {
+  Context ctx;
+  const Transfers transfers;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  for (const auto& run : kWithRecord) {
+    const ScriptedImport create("CreateEventA", {.result = 0, .error = kErrorAccessDenied});
+    KivSdNoWaitCb record = {};
+    uint32_t count = kUntouched;
+    CHECK_OUTCOME(ctx, run(ctx, &record, &count), KIV_ST_EVENT_CREATE, kErrorAccessDenied);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(record.event, nullptr);
+    EXPECT_EQ(record.offsetLow, 2 * kBlockBytes);
+    EXPECT_TRUE(asked.empty());
+  }
+}
+
+// ---- Collecting ----
+
+TEST(DirectIOWait, WaitsForEverAndThenAsksWithoutWaiting) {
+  const Transfers transfers;
+  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport reset("ResetEvent", {.result = 1});
+  KivSdNoWaitCb record = RecordWithEvent();
+  uint32_t count = kUntouched;
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  EXPECT_EQ(KivSdDirectIOWait(nullptr, kFile, &record, &count), KIV_ST_OK);
+  EXPECT_EQ(wait.calls()[0][0], reinterpret_cast<uintptr_t>(kEvent));
+  EXPECT_EQ(Low(wait.calls()[0][1]), INFINITE);
+  ASSERT_EQ(asked.size(), 1u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
+  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
+  EXPECT_EQ(asked[0].bytes, 0u) << "waits in GetOverlappedResult";
+  ASSERT_EQ(reset.calls().size(), 1u);
+  EXPECT_EQ(reset.calls()[0][0], reinterpret_cast<uintptr_t>(kEvent));
+  EXPECT_EQ(record.event, kEvent);
+}
+
+const std::vector<Case>& CollectedCases() {
+  static const std::vector<Case> cases = {
+      {{TRUE, kErrorEndOfFile, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{TRUE, 0, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
+      {{FALSE, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
+      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
+      {{FALSE, kErrorAccessDenied, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
+      {{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
+      {{FALSE, 996, 0}, KIV_ST_DIRECT_COMPLETION, 0},
+  };
+  return cases;
+}
+
+TEST(DirectIOWait, ReportsWhatTheTransferCameToAndResetsTheEvent) {
+  const Transfers transfers;
+  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport reset("ResetEvent", {.result = 1});
+  KivSdNoWaitCb record = RecordWithEvent();
+  ExpectCases(CollectedCases(), [&](KivSdContext* ctx, uint32_t* count) {
+    return KivSdDirectIOWait(ctx, kFile, &record, count);
+  });
+  EXPECT_EQ(reset.calls().size(), 2 * CollectedCases().size());
+}
+
+TEST(DirectIOWait, AnEventThatIsNotResetHidesTheTransfersOutcome) {
+  Context ctx;
+  const Transfers transfers;
+  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport reset("ResetEvent", {.result = 0, .error = 6});
+  KivSdNoWaitCb record = RecordWithEvent();
+  for (const Case& each : CollectedCases()) {
+    SCOPED_TRACE(each.answer.error);
+    answer = each.answer;
+    uint32_t count = kUntouched;
+    CHECK_OUTCOME(ctx, KivSdDirectIOWait(ctx, kFile, &record, &count), KIV_ST_COMPLETION_RESET, 6u);
+    EXPECT_EQ(count, each.blocks);
+    EXPECT_EQ(KivSdDirectIOWait(nullptr, kFile, &record, &count), KIV_ST_COMPLETION_RESET);
+  }
+}
+
+TEST(DirectIOWait, ThatFailsRecordsItsOwnResultAndTouchesNothing) {
+  struct {
+    uint32_t result;
+    uint32_t status;
+  } const waits[] = {{WAIT_ABANDONED, KIV_ST_DIRECT_WAIT_ABANDONED},
+                     {WAIT_ABANDONED + 1, KIV_ST_EVENT_WAIT},
+                     {WAIT_TIMEOUT, KIV_ST_EVENT_WAIT},
+                     {WAIT_FAILED, KIV_ST_EVENT_WAIT},
+                     {1, KIV_ST_EVENT_WAIT}};
+  Context ctx;
+  const Transfers transfers;
+  const ScriptedImport reset("ResetEvent", {.result = 1});
+  KivSdNoWaitCb record = RecordWithEvent();
+  answer = {TRUE, 0, 3 * kBlockBytes};
+  for (const auto& each : waits) {
+    SCOPED_TRACE(each.result);
+    const ScriptedImport wait("WaitForSingleObject",
+                              {.result = each.result, .error = kErrorAccessDenied});
+    uint32_t count = kUntouched;
+    CHECK_OUTCOME(ctx, KivSdDirectIOWait(ctx, kFile, &record, &count), each.status, each.result);
+    EXPECT_EQ(KivSdDirectIOWait(nullptr, kFile, &record, &count), each.status);
+    EXPECT_EQ(count, kUntouched);
+  }
+  EXPECT_TRUE(asked.empty());
+  EXPECT_TRUE(reset.calls().empty());
+}
+
+TEST(DirectIOWait, OnARecordWithoutAnEventFails) {
+  Context ctx;
+  KivSdNoWaitCb record = {};
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdDirectIOWait(ctx, kFile, &record, &count), KIV_ST_EVENT_WAIT,
+                0xFFFFFFFFu);
+  EXPECT_EQ(count, kUntouched);
+}
+
+// ---- Arrays of records ----
+
+// Makes and closes events whose turns are scripted: the error of each, 0 for a success.
+std::vector<uint32_t> turns;
+std::vector<HANDLE> handles;
+
+HANDLE WINAPI MakeEventInTurn(SECURITY_ATTRIBUTES*, BOOL, BOOL, const char*) {
+  const size_t turn = handles.size();
+  handles.push_back(reinterpret_cast<HANDLE>(0x100 + turn));
+  if (turns[turn] == 0) return handles[turn];
+  SetLastError(turns[turn]);
+  return nullptr;
+}
+
+BOOL WINAPI CloseInTurn(HANDLE handle) {
+  const size_t turn = handles.size();
+  handles.push_back(handle);
+  SetLastError(turns[turn]);
+  return turns[turn] == 0;
+}
+
+TEST(DirectIORecords, AFailedEventDoesNotEndTheWalk) {
+  struct {
+    std::vector<uint32_t> turns;
+    uint32_t error;
+  } const walks[] = {
+      {{7, 0, 0, 0}, 7}, {{0, 7, 0, 0}, 7}, {{0, 0, 0, 7}, 7}, {{7, 0, 8, 0}, 8}, {{9, 8, 7, 6}, 6},
+  };
+  Context ctx;
+  const ImportPatch patch("CreateEventA", reinterpret_cast<void*>(&MakeEventInTurn));
+  for (const auto& walk : walks) {
+    turns = walk.turns;
+    handles.clear();
+    KivSdNoWaitCb records[4];
+    for (KivSdNoWaitCb& record : records) record = RecordWithEvent();
+    CHECK_OUTCOME(ctx, KivSdDirectIONoWaitCbsInit(ctx, records, 4), KIV_ST_EVENT_CREATE,
+                  walk.error);
+    ASSERT_EQ(handles.size(), 4u);
+    for (size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(records[i].event, turns[i] == 0 ? handles[i] : nullptr) << i;
+    }
+    handles.clear();
+    EXPECT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records, 4), KIV_ST_EVENT_CREATE);
+  }
+}
+
+TEST(DirectIORecords, EventsAreManualUnsignalledAndUnnamed) {
+  const ScriptedImport create("CreateEventA", {.result = 0x99});
+  KivSdNoWaitCb record = {};
+  EXPECT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, &record, 1), KIV_ST_OK);
+  ASSERT_EQ(create.calls().size(), 1u);
+  EXPECT_EQ(create.calls()[0][0], 0u);
+  EXPECT_EQ(Low(create.calls()[0][1]), 1u);
+  EXPECT_EQ(Low(create.calls()[0][2]), 0u);
+  EXPECT_EQ(create.calls()[0][3], 0u);
+}
+
+TEST(DirectIORecords, AnEventThatDoesNotCloseDoesNotEndTheWalk) {
+  Context ctx;
+  const ImportPatch patch("CloseHandle", reinterpret_cast<void*>(&CloseInTurn));
+  KivSdNoWaitCb records[4];
+  for (KivSdNoWaitCb& record : records) record = RecordWithEvent();
+  records[1].event = nullptr;
+  records[3].event = reinterpret_cast<KivHandle>(0x33);
+  struct {
+    std::vector<uint32_t> turns;
+    uint32_t error;
+  } const walks[] = {
+      {{7, 0, 0}, 7}, {{0, 7, 0}, 7}, {{0, 0, 7}, 7}, {{9, 8, 0}, 8}, {{9, 8, 6}, 6}};
+  for (const auto& walk : walks) {
+    turns = walk.turns;
+    handles.clear();
+    CHECK_OUTCOME(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 4), KIV_ST_EVENT_CLOSE, walk.error);
+    EXPECT_EQ(handles, (std::vector<HANDLE>{kEvent, kEvent, records[3].event}));
+    EXPECT_EQ(records[0].event, kEvent);
+    handles.clear();
+    EXPECT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records, 4), KIV_ST_EVENT_CLOSE);
+  }
+}
+
+// ---- Bad arguments ----
+
+TEST(DirectIOArguments, BadOnesReachNoCallOfTheSystem) {
+  Context ctx;
+  const Transfers transfers;
+  const ScriptedImport create("CreateFileA", {.result = 8});
+  const ScriptedImport event("CreateEventA", {.result = 8});
+  const ScriptedImport move("SetFilePointer", {.result = 8});
+  const ScriptedImport end("SetEndOfFile", {.result = 1});
+  const ScriptedImport size("GetFileSize", {.result = 8});
+  const ScriptedImport change("_chsize", {.result = 0});
+  const ScriptedImport wait("WaitForSingleObject", {.result = 0});
+  KivSdNoWaitCb record = {};
+  uint32_t count = kUntouched;
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileCreate(ctx, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileOpen(ctx, nullptr, 0, 0, 0, nullptr, 0, &count));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileOpen(ctx, "path", 0, 0, 0, nullptr, 0, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileRead(ctx, 8, 0, buffer, 1, nullptr, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileRead(ctx, 8, 0, buffer, 1, &record, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileWrite(ctx, 8, 0, buffer, 1, nullptr, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileWrite(ctx, 8, 0, buffer, 1, &record, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOWait(ctx, 8, nullptr, &count));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOWait(ctx, 8, &record, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFilePointerSet(ctx, 8, 0, 0, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFilePointerGet(ctx, 8, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileSize(ctx, 8, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileSetEndOfFile(ctx, 8, 0, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIOFileChangeSize(ctx, 3, 0, nullptr));
+  CHECK_ARGUMENT(ctx, KivSdDirectIONoWaitCbsInit(ctx, nullptr, 1));
+  CHECK_ARGUMENT(ctx, KivSdDirectIONoWaitCbsTerm(ctx, nullptr, 1));
+  EXPECT_EQ(count, kUntouched);
+  EXPECT_TRUE(asked.empty());
+  for (const ScriptedImport* call : {&create, &event, &move, &end, &size, &change, &wait}) {
+    EXPECT_TRUE(call->calls().empty());
+  }
+}
+
+TEST(DirectIOArguments, ThePathToRemoveAndTheBufferAreTheSystemsToJudge) {
+  Context ctx;
+  const Transfers transfers;
+  const ScriptedImport remove("DeleteFileA", {.result = 0, .error = kErrorAccessDenied});
+  CHECK_OUTCOME(ctx, KivSdDirectIOFileRemove(ctx, nullptr), KIV_ST_FILE_REMOVE, kErrorAccessDenied);
+  EXPECT_EQ(remove.calls()[0][0], 0u);
+  answer = {FALSE, 998, 0};
+  uint32_t count = kUntouched;
+  CHECK_OUTCOME(ctx, KivSdDirectIOFileWrite(ctx, kFile, 0, nullptr, 1, nullptr, &count),
+                KIV_ST_FILE_WRITE, 998u);
+  EXPECT_EQ(count, 0u);
+}
+
+}  // namespace

@@ -1,0 +1,533 @@
+// What directories, links and the steps of a search say when the system's calls fail, and what they
+// ask for.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/guard_watch.h"
+#include "support/import_patch.h"
+
+namespace {
+
+using kiv::test::Context;
+using kiv::test::GuardWatch;
+using kiv::test::ImportPatch;
+using kiv::test::ScriptedImport;
+
+constexpr uintptr_t kFailed = 0xFFFFFFFF;
+const uintptr_t kInvalid = reinterpret_cast<uintptr_t>(INVALID_HANDLE_VALUE);
+constexpr uint32_t kErrorAccessDenied = 5;
+constexpr uint32_t kErrorNoMoreFiles = 18;
+constexpr uint32_t kErrorPathTooLong = 206;
+constexpr uint32_t kOtherError = 4712;
+
+// ---- Calls with one status for every failure ----
+
+struct Operation {
+  const char* call;
+  uintptr_t failure;
+  std::function<uint32_t(KivSdContext*)> run;
+  uint32_t status;
+};
+
+KivSdFindRecord record;
+const Operation kOperations[] = {
+    {"_mkdir", kFailed, [](KivSdContext* ctx) { return KivSdDirCreate(ctx, "d"); },
+     KIV_ST_DIR_CREATE},
+    {"_chdir", kFailed, [](KivSdContext* ctx) { return KivSdDirChange(ctx, "d"); },
+     KIV_ST_DIR_CHANGE},
+    {"FindFirstFileA", kInvalid,
+     [](KivSdContext* ctx) { return KivSdFileFindFirst(ctx, "d", 0, &record); }, KIV_ST_FIND_START},
+    {"FindNextFileA", 0, [](KivSdContext* ctx) { return KivSdFileFindNext(ctx, &record); },
+     KIV_ST_FIND_NEXT},
+    {"FindClose", 0, [](KivSdContext* ctx) { return KivSdFileFindClose(ctx, &record); },
+     KIV_ST_FIND_CLOSE},
+    {"CreateHardLinkA", 0, [](KivSdContext* ctx) { return KivSdCreateLink(ctx, "e", "n", 0); },
+     KIV_ST_FILE_CREATE},
+    {"DeleteFileA", 0, [](KivSdContext* ctx) { return KivSdUnLink(ctx, "f"); }, KIV_ST_FILE_REMOVE},
+};
+
+TEST(FileNamesFailure, HasTheOperationsStatusAndTheError) {
+  Context ctx;
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.call);
+    for (const uint32_t error : {kErrorAccessDenied, 1u, 17u, 19u, 0x7FFFFFFFu}) {
+      const ScriptedImport failing(operation.call, {.result = operation.failure, .error = error});
+      CHECK_OUTCOME(ctx, operation.run(ctx), operation.status, error);
+      EXPECT_EQ(operation.run(nullptr), operation.status);
+      EXPECT_EQ(failing.calls().size(), 2u);
+    }
+  }
+}
+
+TEST(FileNamesFailure, IsNoneWhateverErrorIsLeft) {
+  Context ctx;
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.call);
+    const uintptr_t success = operation.failure == 0 ? 1 : 0;
+    for (const uint32_t error : {2u, kErrorNoMoreFiles}) {
+      const ScriptedImport call(operation.call, {.result = success, .error = error});
+      CHECK_OK(ctx, operation.run(ctx));
+    }
+  }
+}
+
+// Which of the two errors an operation tells of.
+int FailWithErrno(const char*) {
+  SetLastError(kErrorAccessDenied);
+  errno = ENOSPC;
+  return -1;
+}
+
+BOOL WINAPI FailWithLastError(void*, void*, void*) {
+  errno = ENOSPC;
+  SetLastError(kErrorAccessDenied);
+  return FALSE;
+}
+
+HANDLE WINAPI FailToStart(const char*, void*) {
+  errno = ENOSPC;
+  SetLastError(kErrorAccessDenied);
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST(FileNamesFailure, TellsOfTheErrorOfTheCallsOwnKind) {
+  Context ctx;
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.call);
+    const bool runtime = operation.call[0] == '_';
+    void* replacement = runtime ? reinterpret_cast<void*>(&FailWithErrno)
+                        : operation.failure == kInvalid
+                            ? reinterpret_cast<void*>(&FailToStart)
+                            : reinterpret_cast<void*>(&FailWithLastError);
+    const ImportPatch patch(operation.call, replacement);
+    CHECK_OUTCOME(ctx, operation.run(ctx), operation.status,
+                  runtime ? uint32_t{ENOSPC} : kErrorAccessDenied);
+  }
+}
+
+TEST(FileNamesFailure, OfAChangeTellsAMissingDirectory) {
+  Context ctx;
+  for (const uint32_t error : {1u, 2u, 3u, 20u}) {
+    const ScriptedImport failing("_chdir", {.result = kFailed, .error = error});
+    CHECK_OUTCOME(ctx, KivSdDirChange(ctx, "d"),
+                  error == 2 ? KIV_ST_DIR_MISSING : KIV_ST_DIR_CHANGE, error);
+  }
+}
+
+TEST(FileNamesFailure, OfTheNextFileTellsTheEnd) {
+  Context ctx;
+  for (const uint32_t error : {0u, 2u, 17u, 18u, 19u}) {
+    const ScriptedImport failing("FindNextFileA", {.result = 0, .error = error});
+    CHECK_OUTCOME(ctx, KivSdFileFindNext(ctx, &record), error == 18 ? 1130601u : 1130602u, error);
+  }
+}
+
+TEST(FileNames, BadArgumentsReachNoCall) {
+  const ScriptedImport mkdir("_mkdir", {.result = 0});
+  const ScriptedImport chdir("_chdir", {.result = 0});
+  const ScriptedImport rmdir("_rmdir", {.result = 0});
+  const ScriptedImport access("_access", {.result = 0});
+  const ScriptedImport first("FindFirstFileA", {.result = kInvalid});
+  const ScriptedImport next("FindNextFileA", {.result = 1});
+  const ScriptedImport close("FindClose", {.result = 1});
+  const ScriptedImport full("GetFullPathNameA", {.result = 0});
+  char** names = nullptr;
+  uint32_t count = 0;
+  static_cast<void>(KivSdDirChange(nullptr, nullptr));
+  static_cast<void>(KivSdDirCreate(nullptr, nullptr));
+  static_cast<void>(KivSdDirRemove(nullptr, nullptr));
+  static_cast<void>(KivSdDirRemove(nullptr, ""));
+  static_cast<void>(KivSdCreatePath(nullptr, nullptr));
+  static_cast<void>(KivSdCreatePath(nullptr, std::string(1030, 'p').c_str()));
+  static_cast<void>(KivSdFileFindFirst(nullptr, "*", 0, nullptr));
+  static_cast<void>(KivSdFileFindNext(nullptr, nullptr));
+  static_cast<void>(KivSdFileFindClose(nullptr, nullptr));
+  static_cast<void>(KivSdFileFind(nullptr, nullptr, nullptr, nullptr, 0, &names, &count));
+  static_cast<void>(KivSdFileFind(nullptr, nullptr, nullptr, "*", 0, nullptr, &count));
+  static_cast<void>(KivSdFileFind(nullptr, nullptr, nullptr, "*", 0, &names, nullptr));
+  for (const ScriptedImport* call :
+       {&mkdir, &chdir, &rmdir, &access, &first, &next, &close, &full}) {
+    EXPECT_TRUE(call->calls().empty());
+  }
+}
+
+// ---- Making paths ----
+
+std::vector<std::string> asked;  // paths
+std::vector<std::string> made;
+size_t existing;  // that many levels exist
+
+int Access(const char* path, int mode) {
+  EXPECT_EQ(mode, 0);
+  asked.emplace_back(path);
+  return asked.size() <= existing ? 0 : -1;
+}
+
+int Mkdir(const char* path) {
+  made.emplace_back(path);
+  return 0;
+}
+
+class PathCreation : public testing::Test {
+ protected:
+  using Paths = std::vector<std::string>;
+
+  PathCreation() {
+    asked.clear();
+    made.clear();
+    existing = 0;
+  }
+
+  void ExpectLevels(const char* path, const Paths& levels) {
+    asked.clear();
+    made.clear();
+    CHECK_OK(ctx_, KivSdCreatePath(ctx_, path));
+    EXPECT_EQ(asked, levels) << path;
+    EXPECT_EQ(made, Paths(levels.begin() + static_cast<std::ptrdiff_t>(existing), levels.end()));
+  }
+
+  Context ctx_;
+  ImportPatch access_{"_access", reinterpret_cast<void*>(&Access)};
+  ImportPatch mkdir_{"_mkdir", reinterpret_cast<void*>(&Mkdir)};
+};
+
+TEST_F(PathCreation, TriesEachLevelInTurn) {
+  ExpectLevels("a", {"a"});
+  ExpectLevels("a\\b\\c", {"a", "a\\b", "a\\b\\c"});
+  ExpectLevels("C:\\a\\b", {"C:", "C:\\a", "C:\\a\\b"});
+  ExpectLevels("\\a\\b", {"\\a", "\\a\\b"});
+  ExpectLevels("a\\", {"a"});
+  ExpectLevels("a\\\\b", {"a", "a\\\\b"});
+  ExpectLevels("\\\\server\\share", {"\\\\server", "\\\\server\\share"});
+  ExpectLevels("a/b\\c", {"a/b", "a/b\\c"});
+  ExpectLevels("\\", {});
+  ExpectLevels("", {});
+  existing = 2;
+  ExpectLevels("a\\b\\c\\d", {"a", "a\\b", "a\\b\\c", "a\\b\\c\\d"});
+  ExpectLevels("a\\b", {"a", "a\\b"});
+}
+
+TEST_F(PathCreation, TakesUpTo1029Characters) {
+  for (const size_t length : {size_t{1028}, size_t{1029}}) {
+    const std::string path = "a\\" + std::string(length - 2, 'l');
+    ExpectLevels(path.c_str(), {"a", path});
+    const std::string trailing = std::string(length - 1, 'l') + "\\";
+    ExpectLevels(trailing.c_str(), {trailing.substr(0, length - 1)});
+  }
+  asked.clear();
+  ctx_.Spoil();
+  EXPECT_EQ(KivSdCreatePath(ctx_, std::string(1030, 'l').c_str()), 1u);
+  EXPECT_TRUE(asked.empty());
+  EXPECT_TRUE(ctx_.IsUntouched());
+}
+
+TEST_F(PathCreation, StopsAtALevelThatCannotBeMade) {
+  const ScriptedImport failing(
+      "_mkdir", {.result = kFailed, .error = EACCES, .passFirst = 1, .failCount = 1});
+  CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, "a\\b\\c"), KIV_ST_DIR_CREATE, uint32_t{EACCES});
+  EXPECT_EQ(asked, (Paths{"a", "a\\b"}));
+  EXPECT_EQ(made, Paths{"a"});
+}
+
+TEST_F(PathCreation, RunsTheGuardForEachStep) {
+  GuardWatch guard;
+  existing = 1;
+  EXPECT_EQ(KivSdCreatePath(nullptr, "a\\b\\c"), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1 + 3 + 2u);
+}
+
+// ---- Removing trees ----
+
+// A search of the test's own: the entries of every folder that is asked for.
+struct Entry {
+  std::string name;
+  bool isFolder;
+};
+std::deque<Entry> entries;          // of the next folder that is searched
+std::vector<std::string> patterns;  // that were searched
+uint32_t endOfWalk;                 // the error behind the last entry
+int openSearches;
+
+void Show(void* data, const Entry& entry) {
+  WIN32_FIND_DATAA found = {};
+  found.dwFileAttributes =
+      entry.isFolder ? FILE_ATTRIBUTE_DIRECTORY : uint32_t{FILE_ATTRIBUTE_NORMAL};
+  std::strncpy(found.cFileName, entry.name.c_str(), sizeof found.cFileName - 1);
+  std::memcpy(data, &found, sizeof found);
+}
+
+std::deque<std::deque<Entry>> searches;
+
+HANDLE WINAPI FindFirst(const char* pattern, void* data) {
+  patterns.emplace_back(pattern);
+  if (entries.empty()) {
+    SetLastError(kOtherError);
+    return INVALID_HANDLE_VALUE;
+  }
+  ++openSearches;
+  searches.push_back(entries);
+  entries.clear();
+  Show(data, searches.back().front());
+  searches.back().pop_front();
+  return reinterpret_cast<HANDLE>(searches.size());
+}
+
+BOOL WINAPI FindNext(HANDLE search, void* data) {
+  EXPECT_EQ(reinterpret_cast<size_t>(search), searches.size());
+  std::deque<Entry>& left = searches.back();
+  if (left.empty()) {
+    SetLastError(endOfWalk);
+    return FALSE;
+  }
+  Show(data, left.front());
+  left.pop_front();
+  return TRUE;
+}
+
+BOOL WINAPI FindEnd(HANDLE search) {
+  EXPECT_EQ(reinterpret_cast<size_t>(search), searches.size());
+  --openSearches;
+  searches.pop_back();
+  SetLastError(kErrorAccessDenied);
+  return FALSE;  // nobody minds
+}
+
+std::vector<std::string> steps;  // calls of the runtime
+const char* failingStep;         // which of them fails, or null
+
+int Step(const std::string& step) {
+  steps.push_back(step);
+  SetLastError(kErrorAccessDenied);
+  errno = EACCES;
+  return failingStep != nullptr && step == failingStep ? -1 : 0;
+}
+
+int Chmod(const char* path, int mode) {
+  EXPECT_EQ(mode, 0x180);
+  return Step(std::string("chmod ") + path);
+}
+int Unlink(const char* path) { return Step(std::string("unlink ") + path); }
+int Rmdir(const char* path) { return Step(std::string("rmdir ") + path); }
+
+class TreeRemoval : public testing::Test {
+ protected:
+  using Steps = std::vector<std::string>;
+
+  TreeRemoval() {
+    entries.clear();
+    patterns.clear();
+    searches.clear();
+    steps.clear();
+    endOfWalk = kErrorNoMoreFiles;
+    openSearches = 0;
+    failingStep = nullptr;
+  }
+  ~TreeRemoval() override { EXPECT_EQ(openSearches, 0); }
+
+  Context ctx_;
+  ImportPatch first_{"FindFirstFileA", reinterpret_cast<void*>(&FindFirst)};
+  ImportPatch next_{"FindNextFileA", reinterpret_cast<void*>(&FindNext)};
+  ImportPatch close_{"FindClose", reinterpret_cast<void*>(&FindEnd)};
+  ImportPatch chmod_{"_chmod", reinterpret_cast<void*>(&Chmod)};
+  ImportPatch unlink_{"_unlink", reinterpret_cast<void*>(&Unlink)};
+  ImportPatch rmdir_{"_rmdir", reinterpret_cast<void*>(&Rmdir)};
+};
+
+const std::deque<Entry> kTwoFiles = {{".", true}, {"..", true}, {"a", false}, {"b", false}};
+
+TEST_F(TreeRemoval, MakesEachFileWritableAndRemovesIt) {
+  entries = kTwoFiles;
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
+  EXPECT_EQ(patterns, Steps{"d\\*.*"});
+  EXPECT_EQ(steps, (Steps{"chmod d\\a", "unlink d\\a", "chmod d\\b", "unlink d\\b", "rmdir d"}));
+}
+
+TEST_F(TreeRemoval, TakesNamesThatBeginLikeTheFoldersOwn) {
+  entries = {{".a", false}, {"..b", false}, {"...", false}};
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
+  EXPECT_EQ(steps.size(), 7u);
+}
+
+TEST_F(TreeRemoval, EndsWithTheFirstFailureAndTellsOfTheFolder) {
+  for (const char* step : {"chmod d\\a", "unlink d\\a"}) {
+    SCOPED_TRACE(step);
+    entries = kTwoFiles;
+    steps.clear();
+    failingStep = step;
+    // The folder itself goes in this runtime, so that the error is the step's.
+    CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, uint32_t{EACCES});
+    EXPECT_EQ(steps.back(), "rmdir d");
+    EXPECT_EQ(steps[steps.size() - 2], step);
+    EXPECT_EQ(openSearches, 0);
+  }
+}
+
+TEST_F(TreeRemoval, ThatEmptiesAFolderIsASuccessThoughItStays) {
+  entries = kTwoFiles;
+  failingStep = "rmdir d";
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
+  entries = kTwoFiles;
+  EXPECT_EQ(KivSdDirRemove(nullptr, "d"), KIV_ST_OK);
+}
+
+TEST_F(TreeRemoval, ThatBreaksOffIsAFailureThoughTheFolderGoes) {
+  for (const uint32_t error : {0u, kErrorAccessDenied, kErrorNoMoreFiles - 1}) {
+    entries = kTwoFiles;
+    endOfWalk = error;
+    CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, error);
+  }
+  entries.clear();
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, kOtherError);
+  EXPECT_EQ(steps.back(), "rmdir d");
+  failingStep = "rmdir d";
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, uint32_t{EACCES});
+  EXPECT_EQ(KivSdDirRemove(nullptr, "d"), KIV_ST_DIR_REMOVE);
+}
+
+// The inner folder cannot be searched, so that its removal fails and ends the outer walk.
+TEST_F(TreeRemoval, EndsWhenAFolderInItCannotBeEmptied) {
+  entries = {{"inner", true}, {"after", false}};
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, kOtherError);
+  EXPECT_EQ(patterns, (Steps{"d\\*.*", "d\\inner\\*.*"}));
+  EXPECT_EQ(steps, (Steps{"rmdir d\\inner", "rmdir d"}));
+}
+
+TEST_F(TreeRemoval, GoesIntoPathsThatFit) {
+  const std::string longest(1028 - 4, 'd');
+  entries = {{"fit", false}};
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, longest.c_str()));
+  ASSERT_EQ(patterns, Steps{longest + "\\*.*"});
+  EXPECT_EQ(steps[1], "unlink " + longest + "\\fit");
+
+  entries = {{"four", false}};
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, longest.c_str()), KIV_ST_DIR_REMOVE, kErrorPathTooLong);
+  EXPECT_EQ(steps.back(), "rmdir " + longest);
+
+  patterns.clear();
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + "d").c_str()), KIV_ST_DIR_REMOVE,
+                kErrorPathTooLong);
+  EXPECT_EQ(steps.back(), "rmdir " + longest + "d");
+  steps.clear();
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + "ddddd").c_str()), KIV_ST_DIR_REMOVE,
+                kErrorPathTooLong);
+  EXPECT_TRUE(steps.empty());
+  EXPECT_TRUE(patterns.empty());
+}
+
+// ---- Links ----
+
+DWORD majorVersion;
+
+BOOL WINAPI GetVersionOf(OSVERSIONINFOA* version) {
+  EXPECT_EQ(version->dwOSVersionInfoSize, sizeof *version);
+  version->dwMajorVersion = majorVersion;
+  version->dwMinorVersion = 9;
+  return TRUE;
+}
+
+TEST(CreateLink, IsMadeWhereThereAreLinks) {
+  Context ctx;
+  const ImportPatch version("GetVersionExA", reinterpret_cast<void*>(&GetVersionOf));
+  const ScriptedImport link("CreateHardLinkA", {.result = 0, .error = kErrorAccessDenied});
+  for (const DWORD major : {0u, 4u}) {
+    majorVersion = major;
+    CHECK_OK(ctx, KivSdCreateLink(ctx, "existing", "new", 1));
+    EXPECT_EQ(KivSdCreateLink(nullptr, "existing", "new", 1), KIV_ST_OK);
+  }
+  EXPECT_TRUE(link.calls().empty());
+  for (const DWORD major : {5u, 6u, 10u}) {
+    majorVersion = major;
+    CHECK_OUTCOME(ctx, KivSdCreateLink(ctx, "existing", "new", 1), KIV_ST_FILE_CREATE,
+                  kErrorAccessDenied);
+  }
+  ASSERT_EQ(link.calls().size(), 3u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(link.calls()[0][0]), "new");
+  EXPECT_STREQ(reinterpret_cast<const char*>(link.calls()[0][1]), "existing");
+  EXPECT_EQ(link.calls()[0][2], 0u);
+}
+
+TEST(CreateLink, IsNotMadeWhereTheVersionIsUnknown) {
+  Context ctx;
+  const ScriptedImport version("GetVersionExA", {.result = 0, .error = kErrorAccessDenied});
+  const ScriptedImport link("CreateHardLinkA", {.result = 1});
+  CHECK_OK(ctx, KivSdCreateLink(ctx, "existing", "new", 0));
+  EXPECT_TRUE(link.calls().empty());
+}
+
+std::vector<std::string> order;
+
+void NoteGuard() { order.emplace_back("guard"); }
+
+BOOL WINAPI NoteVersion(OSVERSIONINFOA* version) {
+  order.emplace_back("version");
+  version->dwMajorVersion = 5;
+  return TRUE;
+}
+
+BOOL WINAPI NoteLink(const char*, const char*, void*) {
+  order.emplace_back("link");
+  return TRUE;
+}
+
+TEST(CreateLink, RunsTheInstalledGuardFirst) {
+  order.clear();
+  const ImportPatch version("GetVersionExA", reinterpret_cast<void*>(&NoteVersion));
+  const ImportPatch link("CreateHardLinkA", reinterpret_cast<void*>(&NoteLink));
+  KivSdSetLeaseGuardAccessFunction(&NoteGuard);
+  EXPECT_EQ(KivSdCreateLink(nullptr, "existing", "new", 0), KIV_ST_OK);
+  KivSdSetFailoverModeFlag(1);
+  EXPECT_EQ(KivSdCreateLink(nullptr, "existing", "new", 0), KIV_ST_OK);
+  KivSdSetLeaseGuardAccessFunction(nullptr);
+  EXPECT_EQ(KivSdCreateLink(nullptr, "existing", "new", 0), KIV_ST_OK);
+  KivSdSetFailoverModeFlag(0);
+  EXPECT_EQ(order, (std::vector<std::string>{"version", "link", "guard", "version", "link",
+                                             "version", "link"}));
+}
+
+// ---- Absolute paths ----
+
+TEST(CanonicalPathFailure, IsNoneWhenTheSystemCannotTell) {
+  const ScriptedImport full("GetFullPathNameA", {.result = 0, .error = kErrorAccessDenied});
+  char out[4] = "xyz";
+  EXPECT_EQ(KivSdFileGetCanonicalPath("path", sizeof out, out), KIV_ST_OK);
+  EXPECT_EQ(KivSdFileGetCanonicalPath("path", 0, out), KIV_ST_OK);
+  EXPECT_STREQ(out, "xyz");
+  ASSERT_EQ(full.calls().size(), 2u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(full.calls()[0][0]), "path");
+  EXPECT_EQ(static_cast<uint32_t>(full.calls()[0][1]), sizeof out);
+  EXPECT_EQ(full.calls()[0][2], reinterpret_cast<uintptr_t>(out));
+  EXPECT_EQ(full.calls()[0][3], 0u);
+}
+
+TEST(CanonicalPathFailure, ComparesWithSigns) {
+  struct {
+    uint32_t needed;
+    int32_t sizeBytes;
+    uint32_t status;
+  } const cases[] = {
+      {10, 10, KIV_ST_OK},
+      {10, 9, KIV_ST_FILE_LENGTH},
+      {10, -1, KIV_ST_FILE_LENGTH},
+      {0, -1, KIV_ST_FILE_LENGTH},
+      {0, 0, KIV_ST_OK},
+      {0x80000000, 5, KIV_ST_OK},
+      {0xFFFFFFFF, -1, KIV_ST_OK},
+      {0x7FFFFFFF, 0x7FFFFFFF, KIV_ST_OK},
+  };
+  for (const auto& each : cases) {
+    const ScriptedImport full("GetFullPathNameA", {.result = each.needed});
+    EXPECT_EQ(KivSdFileGetCanonicalPath("path", each.sizeBytes, nullptr), each.status)
+        << each.needed << " " << each.sizeBytes;
+  }
+}
+
+}  // namespace

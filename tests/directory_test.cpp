@@ -1,0 +1,382 @@
+// Directories and links on real files, and what their operations ask of the system.
+#include <direct.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/guard_watch.h"
+#include "support/guarded.h"
+#include "support/temporary_folder.h"
+
+namespace {
+
+using kiv::test::Context;
+using kiv::test::GuardedBytes;
+using kiv::test::GuardWatch;
+using kiv::test::kSpoilt;
+using kiv::test::TemporaryFolder;
+
+constexpr uint32_t kErrorFileNotFound = 2;
+constexpr uint32_t kErrorAlreadyExists = 183;
+
+class Directory : public testing::Test {
+ protected:
+  std::string Path(const std::string& name = "") const { return folder_.Path(name); }
+  bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
+  bool IsFolder(const std::string& name) const { return std::filesystem::is_directory(Path(name)); }
+  void Write(const std::string& name, const std::string& bytes = "bytes") const {
+    folder_.Write(name, bytes);
+  }
+  void Make(const std::string& name) const { folder_.Make(name); }
+  void MakeReadOnly(const std::string& name) const {
+    EXPECT_TRUE(SetFileAttributesA(Path(name).c_str(), FILE_ATTRIBUTE_READONLY));
+  }
+
+  Context ctx_;
+
+ private:
+  TemporaryFolder folder_;
+};
+
+// What the runtime says of a call that fails.
+template <typename Call>
+uint32_t ErrnoOf(Call call) {
+  errno = 0;
+  EXPECT_EQ(call(), -1);
+  return static_cast<uint32_t>(errno);
+}
+
+// ---- The working directory ----
+
+std::string WorkingDirectory() { return std::filesystem::current_path().string(); }
+
+TEST_F(Directory, CanBeChangedTo) {
+  const std::string before = WorkingDirectory();
+  Make("there");
+  CHECK_OK(ctx_, KivSdDirChange(ctx_, Path("there").c_str()));
+  EXPECT_EQ(std::filesystem::current_path().filename(), "there");
+  EXPECT_EQ(KivSdDirChange(nullptr, ".."), KIV_ST_OK);
+  EXPECT_TRUE(std::filesystem::is_directory("there"));
+  CHECK_OK(ctx_, KivSdDirChange(ctx_, before.c_str()));
+  EXPECT_EQ(WorkingDirectory(), before);
+}
+
+TEST_F(Directory, ThatIsMissingCannotBeChangedTo) {
+  const std::string before = WorkingDirectory();
+  CHECK_OUTCOME(ctx_, KivSdDirChange(ctx_, Path("missing").c_str()), KIV_ST_DIR_MISSING,
+                uint32_t{ENOENT});
+  EXPECT_EQ(KivSdDirChange(nullptr, Path("missing").c_str()), KIV_ST_DIR_MISSING);
+  CHECK_ARGUMENT(ctx_, KivSdDirChange(ctx_, nullptr));
+  EXPECT_EQ(KivSdDirChange(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(WorkingDirectory(), before);
+}
+
+TEST_F(Directory, IsNotAFileToChangeTo) {
+  Write("file");
+  const std::string file = Path("file");
+  const uint32_t error = ErrnoOf([&] { return _chdir(file.c_str()); });
+  ASSERT_NE(error, uint32_t{ENOENT});
+  CHECK_OUTCOME(ctx_, KivSdDirChange(ctx_, file.c_str()), KIV_ST_DIR_CHANGE, error);
+}
+
+// ---- Making one ----
+
+TEST_F(Directory, IsMadeInOneThatExists) {
+  CHECK_OK(ctx_, KivSdDirCreate(ctx_, Path("new").c_str()));
+  EXPECT_TRUE(IsFolder("new"));
+  EXPECT_EQ(KivSdDirCreate(nullptr, Path("other").c_str()), KIV_ST_OK);
+  EXPECT_TRUE(IsFolder("other"));
+  CHECK_OUTCOME(ctx_, KivSdDirCreate(ctx_, Path("new").c_str()), KIV_ST_DIR_CREATE,
+                uint32_t{EEXIST});
+  CHECK_OUTCOME(ctx_, KivSdDirCreate(ctx_, Path("missing\\new").c_str()), KIV_ST_DIR_CREATE,
+                uint32_t{ENOENT});
+  EXPECT_FALSE(Exists("missing"));
+  CHECK_ARGUMENT(ctx_, KivSdDirCreate(ctx_, nullptr));
+}
+
+TEST_F(Directory, IsMadeOnceAndNotOverAFile) {
+  CHECK_OK(ctx_, KivSdDirCreateEx(ctx_, Path("new").c_str()));
+  EXPECT_TRUE(IsFolder("new"));
+  CHECK_OK(ctx_, KivSdDirCreateEx(ctx_, Path("new").c_str()));
+  EXPECT_EQ(KivSdDirCreateEx(nullptr, Path("new").c_str()), KIV_ST_OK);
+  Write("file");
+  CHECK_OK(ctx_, KivSdDirCreateEx(ctx_, Path("file").c_str()));
+  EXPECT_FALSE(IsFolder("file"));
+  CHECK_OUTCOME(ctx_, KivSdDirCreateEx(ctx_, Path("missing\\new").c_str()), KIV_ST_DIR_CREATE,
+                uint32_t{ENOENT});
+  CHECK_ARGUMENT(ctx_, KivSdDirCreateEx(ctx_, nullptr));
+}
+
+// ---- Making a path ----
+
+TEST_F(Directory, IsMadeWithThoseAboveIt) {
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\b\\c d\\e").c_str()));
+  EXPECT_TRUE(IsFolder("a\\b\\c d\\e"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\b\\c d\\e").c_str()));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\b\\f\\").c_str()));
+  EXPECT_TRUE(IsFolder("a\\b\\f"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\\\g\\\\\\h\\\\").c_str()));
+  EXPECT_TRUE(IsFolder("a\\g\\h"));
+  EXPECT_EQ(KivSdCreatePath(nullptr, Path("a\\i\\j").c_str()), KIV_ST_OK);
+  EXPECT_TRUE(IsFolder("a\\i\\j"));
+}
+
+TEST_F(Directory, IsMadeBelowTheWorkingDirectory) {
+  const std::string before = WorkingDirectory();
+  ASSERT_EQ(KivSdDirChange(nullptr, Path().c_str()), KIV_ST_OK);
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, "relative\\path"));
+  EXPECT_TRUE(IsFolder("relative\\path"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, "one"));
+  EXPECT_TRUE(IsFolder("one"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, ""));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, "\\"));
+  ASSERT_EQ(KivSdDirChange(nullptr, before.c_str()), KIV_ST_OK);
+}
+
+TEST_F(Directory, IsNotMadeBelowAFile) {
+  Write("file");
+  const std::string below = Path("file\\below");
+  const uint32_t error = ErrnoOf([&] { return _mkdir(below.c_str()); });
+  CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("file\\below\\deeper").c_str()), KIV_ST_DIR_CREATE,
+                error);
+  // The slash is part of a name here, and the system sees a folder that is missing.
+  CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("x/y").c_str()), KIV_ST_DIR_CREATE,
+                uint32_t{ENOENT});
+}
+
+TEST_F(Directory, HasAPathOfNoMoreThan1029Characters) {
+  ctx_.Spoil();
+  EXPECT_EQ(KivSdCreatePath(ctx_, nullptr), 1u);
+  EXPECT_EQ(KivSdCreatePath(nullptr, nullptr), 1u);
+  const std::string tooLong = Path("") + std::string(1030 - Path("").size(), 'p');
+  EXPECT_EQ(KivSdCreatePath(ctx_, tooLong.c_str()), 1u);
+  EXPECT_TRUE(ctx_.IsUntouched());
+}
+
+// Levels of 50 characters; the last one takes what is left.
+std::string PathOfLength(std::string path, size_t length) {
+  constexpr size_t kLevel = 50;
+  while (path.size() + 2 * kLevel < length) path += "\\" + std::string(kLevel - 1, 'd');
+  return path + "\\" + std::string(length - path.size() - 1, 'l');
+}
+
+TEST_F(Directory, IsMadeAsFarAsTheSystemGoes) {
+  Make("deep");
+  const std::string shorter = PathOfLength(Path("deep"), 240);
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, shorter.c_str()));
+  EXPECT_TRUE(std::filesystem::is_directory(shorter));
+  // What the system does not take is a directory that cannot be made, up to the library's limit.
+  for (const size_t length : {size_t{300}, size_t{1028}, size_t{1029}}) {
+    const std::string path = PathOfLength(Path("deep"), length);
+    ASSERT_EQ(path.size(), length);
+    CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, path.c_str()), KIV_ST_DIR_CREATE, uint32_t{ENOENT});
+  }
+}
+
+// ---- Removing one ----
+
+TEST_F(Directory, IsRemovedWithAllThatIsInIt) {
+  const std::vector<std::string> folders = {
+      "tree",        "tree\\a",           "tree\\a\\b",     "tree\\a\\b\\c",
+      "tree\\empty", "tree\\dotted.name", "tree\\a\\other", "tree\\with space"};
+  for (const std::string& folder : folders) {
+    Make(folder);
+    if (folder == "tree\\empty") continue;
+    for (const char* file : {"\\file.txt", "\\file", "\\.hidden", "\\read only"}) {
+      Write(folder + file);
+    }
+    MakeReadOnly(folder + "\\read only");
+  }
+  Write("beside");
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("tree").c_str()));
+  EXPECT_FALSE(Exists("tree"));
+  EXPECT_TRUE(Exists("beside"));
+}
+
+TEST_F(Directory, ThatIsEmptyIsRemovedToo) {
+  Make("empty");
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("empty").c_str()));
+  EXPECT_FALSE(Exists("empty"));
+  Make("again");
+  EXPECT_EQ(KivSdDirRemove(nullptr, Path("again").c_str()), KIV_ST_OK);
+  EXPECT_FALSE(Exists("again"));
+}
+
+TEST_F(Directory, IsRemovedWithAThousandFiles) {
+  Make("many");
+  for (int i = 0; i < 1000; ++i) Write("many\\" + std::to_string(i), "");
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("many").c_str()));
+  EXPECT_FALSE(Exists("many"));
+}
+
+TEST_F(Directory, ManyLevelsDeepIsRemoved) {
+  std::string path = "deep";
+  for (int i = 0; i < 100; ++i) {
+    Make(path);
+    Write(path + "\\f");
+    path += "\\d";
+  }
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("deep").c_str()));
+  EXPECT_FALSE(Exists("deep"));
+}
+
+TEST_F(Directory, ThatIsMissingIsNotRemoved) {
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, Path("missing").c_str()), KIV_ST_DIR_REMOVE,
+                uint32_t{ENOENT});
+  EXPECT_EQ(KivSdDirRemove(nullptr, Path("missing").c_str()), KIV_ST_DIR_REMOVE);
+  CHECK_ARGUMENT(ctx_, KivSdDirRemove(ctx_, nullptr));
+  CHECK_ARGUMENT(ctx_, KivSdDirRemove(ctx_, ""));
+  EXPECT_EQ(KivSdDirRemove(nullptr, nullptr), KIV_ST_ARGUMENT);
+}
+
+TEST_F(Directory, IsNotAFileToBeRemoved) {
+  Write("file");
+  const std::string file = Path("file");
+  const uint32_t error = ErrnoOf([&] { return _rmdir(file.c_str()); });
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, file.c_str()), KIV_ST_DIR_REMOVE, error);
+  EXPECT_TRUE(Exists("file"));
+}
+
+TEST_F(Directory, WithAFileThatIsHeldStays) {
+  Make("tree");
+  Make("tree\\inner");
+  Write("tree\\inner\\held");
+  Write("tree\\other");
+  HANDLE held = CreateFileA(Path("tree\\inner\\held").c_str(), GENERIC_READ, FILE_SHARE_READ,
+                            nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(held, INVALID_HANDLE_VALUE);
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, Path("tree").c_str()), KIV_ST_DIR_REMOVE,
+                uint32_t{ENOTEMPTY});
+  EXPECT_TRUE(Exists("tree\\inner\\held"));
+  CloseHandle(held);
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("tree").c_str()));
+  EXPECT_FALSE(Exists("tree"));
+}
+
+// ---- Attributes ----
+
+TEST(Attributes, AreADirectorysWithOneBitAlone) {
+  Context ctx;
+  for (uint32_t attributes = 0; attributes <= 0xFF; ++attributes) {
+    uint8_t isDirectory = kSpoilt;
+    CHECK_OK(ctx, KivSdIsAttrDirectory(ctx, static_cast<uint8_t>(attributes), &isDirectory));
+    EXPECT_EQ(isDirectory, attributes / 16 % 2);
+    EXPECT_EQ(KivSdIsAttrDirectory(nullptr, static_cast<uint8_t>(attributes), &isDirectory),
+              KIV_ST_OK);
+  }
+  CHECK_ARGUMENT(ctx, KivSdIsAttrDirectory(ctx, 0x10, nullptr));
+}
+
+// ---- Links ----
+
+uint32_t LinksOf(const std::string& path) {
+  HANDLE file = CreateFileA(path.c_str(), 0, 7, nullptr, OPEN_EXISTING, 0, nullptr);
+  BY_HANDLE_FILE_INFORMATION information = {};
+  EXPECT_TRUE(GetFileInformationByHandle(file, &information));
+  CloseHandle(file);
+  return information.nNumberOfLinks;
+}
+
+TEST_F(Directory, HoldsAFileUnderTwoNames) {
+  Write("file", "the bytes");
+  CHECK_OK(ctx_, KivSdCreateLink(ctx_, Path("file").c_str(), Path("link").c_str(), 0));
+  EXPECT_EQ(LinksOf(Path("file")), 2u);
+  EXPECT_TRUE(std::filesystem::equivalent(Path("file"), Path("link")));
+  CHECK_OK(ctx_, KivSdUnLink(ctx_, Path("file").c_str()));
+  EXPECT_FALSE(Exists("file"));
+  EXPECT_EQ(std::filesystem::file_size(Path("link")), 9u);
+  EXPECT_EQ(KivSdUnLink(nullptr, Path("link").c_str()), KIV_ST_OK);
+  EXPECT_FALSE(Exists("link"));
+}
+
+TEST_F(Directory, HasNoLinkOfANameThatIsTakenOrToAFileThatIsMissing) {
+  Write("file");
+  Write("taken");
+  CHECK_OUTCOME(ctx_, KivSdCreateLink(ctx_, Path("file").c_str(), Path("taken").c_str(), 7),
+                KIV_ST_FILE_CREATE, kErrorAlreadyExists);
+  CHECK_OUTCOME(ctx_, KivSdCreateLink(ctx_, Path("missing").c_str(), Path("link").c_str(), 7),
+                KIV_ST_FILE_CREATE, kErrorFileNotFound);
+  EXPECT_EQ(KivSdCreateLink(nullptr, Path("missing").c_str(), Path("link").c_str(), 7),
+            KIV_ST_FILE_CREATE);
+  EXPECT_FALSE(Exists("link"));
+  CHECK_OUTCOME(ctx_, KivSdUnLink(ctx_, Path("missing").c_str()), KIV_ST_FILE_REMOVE,
+                kErrorFileNotFound);
+}
+
+// ---- Absolute paths ----
+
+std::string Canonical(const std::string& path, size_t sizeBytes) {
+  GuardedBytes out(sizeBytes);
+  EXPECT_EQ(KivSdFileGetCanonicalPath(path.c_str(), static_cast<int32_t>(sizeBytes), out.text()),
+            KIV_ST_OK);
+  return out.text();
+}
+
+TEST(CanonicalPath, IsAbsoluteAndWithoutDetours) {
+  EXPECT_EQ(Canonical("C:\\a\\.\\b\\..\\c", 64), "C:\\a\\c");
+  EXPECT_EQ(Canonical("C:/a/b\\..\\../c/d", 64), "C:\\c\\d");
+  EXPECT_EQ(Canonical("C:\\", 64), "C:\\");
+  EXPECT_EQ(Canonical("name", 1029), WorkingDirectory() + "\\name");
+  EXPECT_EQ(Canonical("..\\.\\x/..", 1029), std::filesystem::current_path().parent_path().string());
+}
+
+TEST(CanonicalPath, FitsWithItsTerminator) {
+  const std::string path = "C:\\a\\name";
+  EXPECT_EQ(Canonical(path, path.size() + 1), path);
+  GuardedBytes out(path.size());
+  EXPECT_EQ(KivSdFileGetCanonicalPath(path.c_str(), static_cast<int32_t>(path.size()), out.text()),
+            KIV_ST_FILE_LENGTH);
+  EXPECT_EQ(KivSdFileGetCanonicalPath(path.c_str(), 0, nullptr), KIV_ST_FILE_LENGTH);
+}
+
+// ---- The lease guard ----
+
+TEST_F(Directory, RunsTheGuardFirst) {
+  const std::string before = WorkingDirectory();
+  GuardWatch guard;
+  uint8_t flag = 0;
+  char out[8];
+  // Before the arguments are looked at.
+  EXPECT_EQ(KivSdDirCreate(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdDirRemove(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdCreatePath(nullptr, nullptr), 1u);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdIsAttrDirectory(nullptr, 0, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  // Once for each operation that one is made of.
+  EXPECT_EQ(KivSdDirCreate(nullptr, Path("a").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdDirCreateEx(nullptr, Path("a").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 2u);
+  EXPECT_EQ(KivSdDirCreateEx(nullptr, Path("b").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 3u);
+  EXPECT_EQ(KivSdCreatePath(nullptr, ""), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdIsAttrDirectory(nullptr, 0, &flag), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdDirCreate(nullptr, Path("a\\c").c_str()), KIV_ST_OK);
+  EXPECT_EQ(KivSdDirCreate(nullptr, Path("a\\d").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 2u);
+  EXPECT_EQ(KivSdDirRemove(nullptr, Path("a").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 3u);
+  Write("file");
+  EXPECT_EQ(KivSdCreateLink(nullptr, Path("file").c_str(), Path("link").c_str(), 0), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdUnLink(nullptr, Path("link").c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 2u);
+  EXPECT_EQ(KivSdFileGetCanonicalPath("C:\\", sizeof out, out), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  // Not at all.
+  EXPECT_EQ(KivSdDirChange(nullptr, before.c_str()), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,302 @@
+// File search on real files: walking with a record, and collecting names.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/guard_watch.h"
+#include "support/guarded.h"
+#include "support/temporary_folder.h"
+
+namespace {
+
+using kiv::test::Context;
+using kiv::test::Guarded;
+using kiv::test::GuardWatch;
+using kiv::test::kSpoilt;
+using kiv::test::TemporaryFolder;
+
+constexpr uint32_t kErrorFileNotFound = 2;
+constexpr uint32_t kErrorPathNotFound = 3;
+constexpr uint32_t kErrorInvalidHandle = 6;
+constexpr uint32_t kErrorNoMoreFiles = 18;
+constexpr uint32_t kErrorPathTooLong = 206;
+constexpr uint32_t kFlags = 0xFEDCBA98;
+
+class FileSearch : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.Path(name); }
+  void Write(const std::string& name, const std::string& bytes = "") const {
+    folder_.Write(name, bytes);
+  }
+  void Make(const std::string& name) const { folder_.Make(name); }
+
+  Context ctx_;
+
+ private:
+  TemporaryFolder folder_;
+};
+
+// ---- Walking ----
+
+TEST_F(FileSearch, TellsOfEachFileOnce) {
+  Write("one.txt", "1");
+  Write("two.txt", "22");
+  Write("three.bin", "333");
+  Make("four.txt");
+  KivSdFindRecord record = {};
+  std::set<std::string> names;
+  CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("*.txt").c_str(), kFlags, &record));
+  uint32_t status = KIV_ST_OK;
+  for (; status == KIV_ST_OK; status = KivSdFileFindNext(ctx_, &record)) {
+    EXPECT_EQ(record.name, record.data.name);
+    EXPECT_EQ(record.attributes, record.data.attributes);
+    EXPECT_TRUE(names.insert(record.name).second) << record.name;
+    const bool isFolder = (record.attributes & KIV_ATTRIBUTE_DIRECTORY) != 0;
+    EXPECT_EQ(isFolder, std::string(record.name) == "four.txt");
+    if (std::string(record.name) == "two.txt") {
+      EXPECT_EQ(record.data.sizeLow, 2u);
+      EXPECT_EQ(record.data.sizeHigh, 0u);
+    }
+    EXPECT_EQ(record.flags, kFlags);
+  }
+  EXPECT_EQ(status, KIV_ST_FIND_END);
+  EXPECT_EQ(ctx_.status(), KIV_ST_FIND_END);
+  EXPECT_EQ(ctx_.osError(), kErrorNoMoreFiles);
+  EXPECT_EQ(names, (std::set<std::string>{"one.txt", "two.txt", "four.txt"}));
+  CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
+}
+
+TEST_F(FileSearch, TellsWhenAFileWasWritten) {
+  Write("file", "12345");
+  const FILETIME written = {0x12345678, 0x01DA0000};
+  HANDLE file = CreateFileA(Path("file").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
+                            0, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  ASSERT_TRUE(SetFileTime(file, nullptr, nullptr, &written));
+  CloseHandle(file);
+
+  KivSdFindRecord record = {};
+  CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("file").c_str(), 0, &record));
+  EXPECT_EQ(record.data.written.low, written.dwLowDateTime);
+  EXPECT_EQ(record.data.written.high, written.dwHighDateTime);
+  uint32_t size = 0;
+  int64_t time = 0;
+  EXPECT_EQ(KivSdGetFileSizeAndCreateDate(&record, &size, &time), 0u);
+  EXPECT_EQ(size, 5u);
+  EXPECT_EQ(time, (int64_t{0x01DA0000} * 4294967296 + 0x12345678) / 10'000'000 - 11'644'473'600);
+
+  KivSdFileListItem item = {};
+  EXPECT_EQ(KivSdAddFileListItem(&item, &record, 0), 0u);
+  EXPECT_STREQ(item.name, "file");
+  EXPECT_EQ(item.size, 5u);
+  EXPECT_EQ(item.modified, time);
+  CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
+}
+
+TEST_F(FileSearch, ThatFindsNothingTellsNothing) {
+  Guarded<KivSdFindRecord> record;
+  const char* const name = record->name;
+  const uint32_t attributes = record->attributes;
+  CHECK_OUTCOME(ctx_, KivSdFileFindFirst(ctx_, Path("*.none").c_str(), kFlags, record),
+                KIV_ST_FIND_START, kErrorFileNotFound);
+  EXPECT_EQ(record->search, INVALID_HANDLE_VALUE);
+  EXPECT_EQ(record->flags, kFlags);
+  EXPECT_EQ(record->name, name);
+  EXPECT_EQ(record->attributes, attributes);
+  CHECK_OUTCOME(ctx_, KivSdFileFindFirst(ctx_, Path("none\\*").c_str(), kFlags, record),
+                KIV_ST_FIND_START, kErrorPathNotFound);
+  EXPECT_EQ(KivSdFileFindFirst(nullptr, Path("*.none").c_str(), 0, record), KIV_ST_FIND_START);
+  CHECK_OUTCOME(ctx_, KivSdFileFindClose(ctx_, record), KIV_ST_FIND_CLOSE, kErrorInvalidHandle);
+  EXPECT_EQ(KivSdFileFindClose(nullptr, record), KIV_ST_FIND_CLOSE);
+}
+
+TEST_F(FileSearch, ThatIsOverKeepsWhatItFoundLast) {
+  Write("only");
+  KivSdFindRecord record = {};
+  CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("only").c_str(), 0, &record));
+  CHECK_OUTCOME(ctx_, KivSdFileFindNext(ctx_, &record), KIV_ST_FIND_END, kErrorNoMoreFiles);
+  EXPECT_EQ(KivSdFileFindNext(nullptr, &record), KIV_ST_FIND_END);
+  EXPECT_STREQ(record.name, "only");
+  EXPECT_EQ(KivSdFileFindClose(nullptr, &record), KIV_ST_OK);
+  EXPECT_STREQ(record.name, "only");
+}
+
+TEST_F(FileSearch, NeedsARecord) {
+  CHECK_ARGUMENT(ctx_, KivSdFileFindFirst(ctx_, "*", 0, nullptr));
+  CHECK_ARGUMENT(ctx_, KivSdFileFindNext(ctx_, nullptr));
+  CHECK_ARGUMENT(ctx_, KivSdFileFindClose(ctx_, nullptr));
+  EXPECT_EQ(KivSdFileFindFirst(nullptr, "*", 0, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(KivSdFileFindNext(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(KivSdFileFindClose(nullptr, nullptr), KIV_ST_ARGUMENT);
+}
+
+// ---- Collecting ----
+
+// What KivSdFileFind collected, freed at the end.
+class Collected {
+ public:
+  ~Collected() { EXPECT_EQ(KivSdFileFreeNames(this, names_, count_), KIV_ST_OK); }
+
+  uint32_t Find(KivSdContext* ctx, const char* prefix, const std::string& pattern) {
+    return KivSdFileFind(nullptr, ctx, prefix, pattern.c_str(), 0, &names_, &count_);
+  }
+
+  std::set<std::string> All() const { return {names_, names_ + count_}; }
+  uint32_t count() const { return count_; }
+  char** names() const { return names_; }
+
+ private:
+  char** names_ = nullptr;
+  uint32_t count_ = 4711;
+};
+
+TEST_F(FileSearch, CollectsAnyNumberOfNames) {
+  for (const uint32_t number : {1u, 16u, 17u, 32u, 33u, 1000u}) {
+    SCOPED_TRACE(number);
+    const std::string folder = std::to_string(number);
+    Make(folder);
+    std::set<std::string> expected;
+    for (uint32_t i = 0; i < number; ++i) {
+      const std::string name = "file" + std::to_string(i) + ".dat";
+      Write(folder + "\\" + name);
+      expected.insert(Path(folder + "\\" + name));
+    }
+    Write(folder + "\\other.txt");
+    Collected collected;
+    CHECK_OK(ctx_, collected.Find(ctx_, nullptr, Path(folder + "\\*.dat")));
+    EXPECT_EQ(collected.count(), number);
+    EXPECT_EQ(collected.All(), expected);
+  }
+}
+
+TEST_F(FileSearch, CollectsNothingWhereNothingMatches) {
+  Make("empty");
+  Write("file");
+  for (const char* pattern : {"*.none", "empty\\*.dat", "missing\\*", "file\\*"}) {
+    SCOPED_TRACE(pattern);
+    Collected collected;
+    CHECK_OK(ctx_, collected.Find(ctx_, nullptr, Path(pattern)));
+    EXPECT_EQ(collected.names(), nullptr);
+    EXPECT_EQ(collected.count(), 0u);
+    EXPECT_EQ(collected.Find(nullptr, nullptr, Path(pattern)), KIV_ST_OK);
+  }
+}
+
+TEST_F(FileSearch, CollectsFoldersButNotThoseThatAreAlwaysThere) {
+  Make("folder");
+  Make("folder\\empty");
+  Make("folder\\inner");
+  Write("folder\\file");
+  Collected all;
+  CHECK_OK(ctx_, all.Find(ctx_, "", Path("folder\\*")));
+  EXPECT_EQ(all.All(), (std::set<std::string>{"empty", "inner", "file"}));
+  Collected none;
+  CHECK_OK(ctx_, none.Find(ctx_, "", Path("folder\\empty\\*.*")));
+  EXPECT_EQ(none.count(), 0u);
+}
+
+TEST_F(FileSearch, PutsThePrefixBeforeNamesAsItIs) {
+  Write("file.dat");
+  struct {
+    const char* prefix;
+    std::string name;
+  } const cases[] = {{"some\\dir\\", "some\\dir\\file.dat"},
+                     {"x", "xfile.dat"},
+                     {"", "file.dat"},
+                     {nullptr, Path("file.dat")}};
+  for (const auto& each : cases) {
+    Collected collected;
+    CHECK_OK(ctx_, collected.Find(ctx_, each.prefix, Path("*.dat")));
+    EXPECT_EQ(collected.All(), std::set<std::string>{each.name});
+  }
+}
+
+TEST_F(FileSearch, CollectsAbsoluteNamesForARelativePattern) {
+  Write("file.dat");
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(std::filesystem::path(Path("file.dat")).parent_path());
+  for (const char* pattern : {"*.dat", ".\\*.dat", "./f*"}) {
+    Collected collected;
+    CHECK_OK(ctx_, collected.Find(ctx_, nullptr, pattern));
+    EXPECT_EQ(collected.All(), std::set<std::string>{Path("file.dat")});
+  }
+  std::filesystem::current_path(before);
+}
+
+TEST_F(FileSearch, GivesEachNameABlockOf1029Bytes) {
+  const std::string name(100, 'n');
+  Write(name);
+  const std::string longest(1029 - 1 - name.size(), 'p');
+  Collected collected;
+  CHECK_OK(ctx_, collected.Find(ctx_, longest.c_str(), Path("n*")));
+  EXPECT_EQ(collected.All(), std::set<std::string>{longest + name});
+
+  Collected none;
+  CHECK_OUTCOME(ctx_, none.Find(ctx_, (longest + "p").c_str(), Path("n*")), KIV_ST_FIND_NEXT,
+                kErrorPathTooLong);
+  EXPECT_EQ(none.names(), nullptr);
+  EXPECT_EQ(none.count(), 0u);
+}
+
+TEST_F(FileSearch, OfAPatternThatIsTooLongCollectsNothing) {
+  Collected collected;
+  const std::string pattern = Path("") + std::string(1029, 'p');
+  CHECK_OK(ctx_, collected.Find(ctx_, nullptr, pattern));
+  EXPECT_EQ(collected.names(), nullptr);
+  EXPECT_EQ(collected.count(), 0u);
+  CHECK_OK(ctx_, collected.Find(ctx_, nullptr, ""));
+  EXPECT_EQ(collected.names(), nullptr);
+}
+
+TEST_F(FileSearch, NeedsAPatternAndPlacesForWhatItCollects) {
+  char* name = nullptr;
+  char** names = &name;
+  uint32_t count = 4711;
+  CHECK_ARGUMENT(ctx_, KivSdFileFind(nullptr, ctx_, nullptr, nullptr, 0, &names, &count));
+  EXPECT_EQ(names, nullptr);
+  EXPECT_EQ(count, 0u);
+  CHECK_ARGUMENT(ctx_, KivSdFileFind(nullptr, ctx_, nullptr, "*", 0, nullptr, &count));
+  CHECK_ARGUMENT(ctx_, KivSdFileFind(nullptr, ctx_, nullptr, "*", 0, &names, nullptr));
+  EXPECT_EQ(KivSdFileFind(nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr),
+            KIV_ST_ARGUMENT);
+}
+
+TEST_F(FileSearch, FreesNoNamesOfNoArray) {
+  EXPECT_EQ(KivSdFileFreeNames(nullptr, nullptr, 5), KIV_ST_OK);
+}
+
+// ---- The lease guard ----
+
+TEST_F(FileSearch, RunsTheGuardFirst) {
+  Write("file1");
+  Write("file2");
+  const std::string pattern = Path("file*");
+  GuardWatch guard;
+  KivSdFindRecord record = {};
+  EXPECT_EQ(KivSdFileFindFirst(nullptr, nullptr, 0, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdFileFindNext(nullptr, nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdFileFind(nullptr, nullptr, nullptr, nullptr, 0, nullptr, nullptr),
+            KIV_ST_ARGUMENT);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdFileFindFirst(nullptr, pattern.c_str(), 0, &record), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdFileFindNext(nullptr, &record), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  EXPECT_EQ(KivSdFileFindClose(nullptr, &record), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 0u);
+  Collected collected;
+  EXPECT_EQ(collected.Find(nullptr, nullptr, pattern), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 5u);  // its own, three steps of the search, the parent path
+  EXPECT_EQ(KivSdFileFreeNames(nullptr, nullptr, 0), KIV_ST_OK);
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+}
+
+}  // namespace

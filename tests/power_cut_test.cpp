@@ -1,0 +1,241 @@
+// Kills a process that writes, a hundred times at random moments, and looks whether everything is
+// there whole that it had reported as flushed.
+//
+// A killed process is less than a power cut, which no test here can make: it shows that nothing of
+// a flushed record, nor of a collected block, waits in the process.
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+
+#include "kivsdu/kivsdu.h"
+#include "support/child_process.h"
+#include "support/direct_io.h"
+#include "support/temporary_folder.h"
+#include "support/waiting.h"
+
+namespace {
+
+using kiv::test::Blocks;
+using kiv::test::ChildProcess;
+using kiv::test::DirectFile;
+using kiv::test::kKilled;
+using kiv::test::kLimitMs;
+using kiv::test::kRoleDone;
+using kiv::test::Records;
+using kiv::test::RegisteredRole;
+using kiv::test::RoleArguments;
+using kiv::test::Stopwatch;
+using kiv::test::TemporaryFolder;
+using kiv::test::UniqueName;
+
+constexpr uint32_t kKills = 100;
+constexpr uint32_t kLongestMicroseconds = 30'000;  // from a child's first report to its end
+constexpr uint32_t kInFlight = 4;
+constexpr uint32_t kOpenFlags = 0x8000 | 0x0100 | 0x0002;  // binary, create, read and write
+constexpr uint32_t kPermissions = 0x100 | 0x80;
+
+// What a journal consists of.
+struct Record {
+  uint64_t number;
+  uint64_t seed;
+  uint64_t filling;
+  uint64_t checksum;
+};
+static_assert(sizeof(Record) == 32);
+
+Record RecordOf(uint64_t number, uint64_t seed) {
+  const uint64_t filling = (number + 1) * 0x9E3779B97F4A7C15 ^ seed;
+  return {number, seed, filling, number ^ (seed << 32) ^ (filling >> 7)};
+}
+
+// What a writing process has done, in memory that it shares with the test.
+struct Progress {
+  volatile LONG flushedRecords;
+  volatile LONG collectedBlocks;
+};
+
+class SharedProgress {
+ public:
+  explicit SharedProgress(const std::string& name)
+      : mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                    sizeof(Progress), name.c_str())),
+        progress_(static_cast<Progress*>(
+            MapViewOfFile(mapping_, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Progress)))) {
+    EXPECT_NE(progress_, nullptr);
+  }
+  ~SharedProgress() {
+    UnmapViewOfFile(progress_);
+    CloseHandle(mapping_);
+  }
+  SharedProgress(const SharedProgress&) = delete;
+  SharedProgress& operator=(const SharedProgress&) = delete;
+
+  Progress* operator->() const { return progress_; }
+
+ private:
+  HANDLE mapping_;
+  Progress* progress_;
+};
+
+// ---- The writing process ----
+
+// Appends records in lots of several sizes, flushes each lot, and then reports it.
+class JournalWriter {
+ public:
+  JournalWriter(const std::string& path, uint64_t seed) : seed_(seed) {
+    EXPECT_EQ(KivSdFileOpen(nullptr, path.c_str(), kOpenFlags, kPermissions, &file_), KIV_ST_OK);
+  }
+
+  bool WriteLot(uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+      if (!Append()) return false;
+    }
+    return KivSdFileFlush(nullptr, file_) == KIV_ST_OK;
+  }
+
+  uint32_t written() const { return written_; }
+
+ private:
+  bool Append() {
+    const Record record = RecordOf(written_, seed_);
+    const uint32_t offset = written_ * static_cast<uint32_t>(sizeof record);
+    ++written_;
+    uint32_t count = 0;
+    uint32_t osError = 0;
+    return KivSdFilePWrite(nullptr, file_, &record, offset, sizeof record, &count, &osError) ==
+               KIV_ST_OK &&
+           count == sizeof record;
+  }
+
+  uint64_t seed_;
+  uint32_t file_ = KIV_FILE_NONE;
+  uint32_t written_ = 0;
+};
+
+// Keeps several blocks under way, collects the oldest, and then reports it.
+class BlockWriter {
+ public:
+  BlockWriter(const std::string& path, uint64_t seed)
+      : seed_(seed), file_(path, FILE_FLAG_OVERLAPPED) {}
+
+  bool StartOne() {
+    const uint32_t slot = started_ % kInFlight;
+    blocks_.Fill(slot, started_, seed_);
+    uint32_t count = 0;
+    const uint32_t status = KivSdDirectIOFileWrite(nullptr, file_, started_, blocks_.At(slot), 1,
+                                                   &records_[slot], &count);
+    ++started_;
+    return status == KIV_ST_OK || status == KIV_ST_DIRECT_WRITE_PENDING;
+  }
+
+  bool CollectOne() {
+    uint32_t count = 0;
+    const uint32_t status =
+        KivSdDirectIOWait(nullptr, file_, &records_[collected_ % kInFlight], &count);
+    ++collected_;
+    return status == KIV_ST_OK && count == 1;
+  }
+
+  uint32_t underWay() const { return started_ - collected_; }
+  uint32_t collected() const { return collected_; }
+
+ private:
+  uint64_t seed_;
+  DirectFile file_;
+  Blocks blocks_{kInFlight};
+  Records<kInFlight> records_;
+  uint32_t started_ = 0;
+  uint32_t collected_ = 0;
+};
+
+// Writes until it is killed.
+uint32_t WriteForEver(const RoleArguments& arguments) {
+  const uint64_t seed = std::stoull(arguments[3]);
+  const SharedProgress progress(arguments[2]);
+  JournalWriter journal(arguments[0], seed);
+  BlockWriter blocks(arguments[1], seed);
+  for (uint32_t lot = 1;; lot = lot % 7 + 1) {
+    while (blocks.underWay() < kInFlight) {
+      if (!blocks.StartOne()) return kRoleDone;
+    }
+    if (!journal.WriteLot(lot)) return kRoleDone;
+    InterlockedExchange(&progress->flushedRecords, static_cast<LONG>(journal.written()));
+    for (uint32_t i = 0; i < lot % kInFlight + 1; ++i) {
+      if (!blocks.CollectOne()) return kRoleDone;
+      InterlockedExchange(&progress->collectedBlocks, static_cast<LONG>(blocks.collected()));
+    }
+  }
+}
+const RegisteredRole writer("writer", WriteForEver);
+
+// ---- The test ----
+
+class PowerCut : public testing::Test {
+ protected:
+  // Starts a writer and kills it some time after it has begun. What it had reported by then.
+  Progress KillAfter(uint32_t microseconds, uint64_t seed) {
+    const std::string name = UniqueName("power-cut");
+    const SharedProgress progress(name);
+    const ChildProcess child("writer", {journal_, blocks_, name, std::to_string(seed)});
+    const Stopwatch sinceStart;
+    while (progress->collectedBlocks == 0 && sinceStart.ElapsedMs() < kLimitMs) Sleep(1);
+    const Stopwatch sinceReport;
+    while (sinceReport.ElapsedMs() * 1000 < microseconds) SwitchToThread();
+    child.Kill();
+    EXPECT_EQ(child.ExitCode(), kKilled) << "it ended by itself: a write failed";
+    return {progress->flushedRecords, progress->collectedBlocks};
+  }
+
+  void ExpectRecords(uint32_t count, uint64_t seed) {
+    std::FILE* file = std::fopen(journal_.c_str(), "rb");
+    ASSERT_NE(file, nullptr);
+    for (uint32_t i = 0; i < count; ++i) {
+      Record found = {};
+      ASSERT_EQ(std::fread(&found, sizeof found, 1, file), 1u) << "record " << i << " of " << count;
+      const Record expected = RecordOf(i, seed);
+      ASSERT_EQ(std::memcmp(&found, &expected, sizeof found), 0) << "record " << i;
+    }
+    std::fclose(file);
+  }
+
+  void ExpectBlocks(uint32_t count, uint64_t seed) {
+    DirectFile file(blocks_);
+    for (uint32_t i = 0; i < count; ++i) {
+      ASSERT_TRUE(file.Holds(i, i, seed)) << "block " << i << " of " << count;
+    }
+  }
+
+  TemporaryFolder folder_;
+  std::string journal_ = folder_.Path("journal");
+  std::string blocks_ = folder_.Path("blocks");
+};
+
+TEST_F(PowerCut, LosesNothingThatWasFlushedOrCollected) {
+  std::mt19937 random(20260101);
+  uint64_t records = 0;
+  uint64_t blocks = 0;
+  for (uint32_t kill = 0; kill < kKills; ++kill) {
+    SCOPED_TRACE(testing::Message() << "kill " << kill);
+    const uint64_t seed = kill + 1;  // what an earlier writer left would show
+    const Progress progress = KillAfter(random() % kLongestMicroseconds, seed);
+    ASSERT_GT(progress.flushedRecords, 0);
+    ASSERT_GT(progress.collectedBlocks, 0);
+    ExpectRecords(static_cast<uint32_t>(progress.flushedRecords), seed);
+    ExpectBlocks(static_cast<uint32_t>(progress.collectedBlocks), seed);
+    if (HasFatalFailure()) return;
+    records += static_cast<uint64_t>(progress.flushedRecords);
+    blocks += static_cast<uint64_t>(progress.collectedBlocks);
+    folder_.Remove("journal");
+    folder_.Remove("blocks");
+  }
+  std::printf("%llu records and %llu blocks were there after %u kills\n",
+              static_cast<unsigned long long>(records), static_cast<unsigned long long>(blocks),
+              kKills);
+}
+
+}  // namespace

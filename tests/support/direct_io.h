@@ -1,0 +1,127 @@
+// Files of direct I/O for tests, and memory that they may be read into and written from.
+#ifndef KIV_TESTS_DIRECT_IO_H
+#define KIV_TESTS_DIRECT_IO_H
+
+#include <gtest/gtest.h>
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "kivsdu/directio.h"
+#include "kivsdu/status.h"
+#include "support/context.h"
+
+namespace kiv::test {
+
+constexpr uint32_t kBlockBytes = KIV_PAGE_UNIT;
+constexpr uint32_t kReadAndWrite = GENERIC_READ | GENERIC_WRITE;
+constexpr uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// Cleared blocks on a page of their own, so that they meet every sector's alignment.
+class Blocks {
+ public:
+  explicit Blocks(uint32_t count)
+      : bytes_(static_cast<unsigned char*>(VirtualAlloc(
+            nullptr, size_t{count} * kBlockBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))) {
+    EXPECT_NE(bytes_, nullptr);
+  }
+  ~Blocks() { VirtualFree(bytes_, 0, MEM_RELEASE); }
+  Blocks(const Blocks&) = delete;
+  Blocks& operator=(const Blocks&) = delete;
+
+  unsigned char* At(uint32_t block) { return bytes_ + size_t{block} * kBlockBytes; }
+
+  // Gives a block contents that no other number or seed gives.
+  void Fill(uint32_t block, uint64_t number, uint64_t seed = 0) {
+    for (uint64_t word = 0; word < kWords; ++word) {
+      const uint64_t value = Word(number, seed, word);
+      std::memcpy(At(block) + word * sizeof value, &value, sizeof value);
+    }
+  }
+
+  bool Holds(uint32_t block, uint64_t number, uint64_t seed = 0) {
+    for (uint64_t word = 0; word < kWords; ++word) {
+      uint64_t value = 0;
+      std::memcpy(&value, At(block) + word * sizeof value, sizeof value);
+      if (value != Word(number, seed, word)) return false;
+    }
+    return true;
+  }
+
+ private:
+  static constexpr uint64_t kWords = kBlockBytes / sizeof(uint64_t);
+
+  static uint64_t Word(uint64_t number, uint64_t seed, uint64_t word) {
+    return (seed << 48) ^ (number << 16) ^ (word + 1);
+  }
+
+  unsigned char* bytes_;
+};
+
+// A file that is open for reading and writing, and is made when it is not there.
+class DirectFile {
+ public:
+  explicit DirectFile(const std::string& path, uint32_t flags = 0) {
+    Context ctx;
+    CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path.c_str(), kReadAndWrite, kShareAll, OPEN_ALWAYS,
+                                        nullptr, flags, &file_));
+  }
+  ~DirectFile() { EXPECT_EQ(KivSdDirectIOFileClose(nullptr, file_), KIV_ST_OK); }
+  DirectFile(const DirectFile&) = delete;
+  DirectFile& operator=(const DirectFile&) = delete;
+
+  operator uint32_t() const { return file_; }
+
+  // One block, without a record.
+  void Write(uint32_t block, uint64_t number, uint64_t seed = 0) {
+    Context ctx;
+    Blocks blocks(1);
+    blocks.Fill(0, number, seed);
+    uint32_t count = 0;
+    CHECK_OK(ctx, KivSdDirectIOFileWrite(ctx, file_, block, blocks.At(0), 1, nullptr, &count));
+    EXPECT_EQ(count, 1u);
+  }
+
+  bool Holds(uint32_t block, uint64_t number, uint64_t seed = 0) {
+    Context ctx;
+    Blocks blocks(1);
+    uint32_t count = 0;
+    CHECK_OK(ctx, KivSdDirectIOFileRead(ctx, file_, block, blocks.At(0), 1, nullptr, &count));
+    return count == 1 && blocks.Holds(0, number, seed);
+  }
+
+ private:
+  uint32_t file_ = KIV_DIRECTIO_NONE;
+};
+
+// An array of completion records that have their events while it lives.
+template <uint32_t kCount>
+class Records {
+ public:
+  Records() { EXPECT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records_, kCount), KIV_ST_OK); }
+  ~Records() { EXPECT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records_, kCount), KIV_ST_OK); }
+  Records(const Records&) = delete;
+  Records& operator=(const Records&) = delete;
+
+  KivSdNoWaitCb& operator[](uint32_t index) { return records_[index]; }
+
+ private:
+  KivSdNoWaitCb records_[kCount] = {};
+};
+
+inline bool IsSignalled(const KivSdNoWaitCb& record) {
+  return WaitForSingleObject(record.event, 0) == WAIT_OBJECT_0;
+}
+
+}  // namespace kiv::test
+
+#endif
