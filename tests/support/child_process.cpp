@@ -13,6 +13,7 @@ namespace kiv::test {
 namespace {
 
 constexpr DWORD kLongestRoleMs = 90000;
+constexpr int kMostStarts = 3;
 constexpr char kRoleFlag[] = "--role=";
 
 // Made on first use: roles register before main, in any order.
@@ -25,6 +26,19 @@ std::string OwnPath() {
   char path[MAX_PATH] = "";
   GetModuleFileNameA(nullptr, path, sizeof path);
   return path;
+}
+
+// Wine fails now and then to start a process on a busy machine, and starts it the next time.
+bool Start(const std::string& path, std::string line, STARTUPINFOA* startup,
+           PROCESS_INFORMATION* made) {
+  constexpr BOOL kInheritHandles = TRUE;
+  for (int tries = 1;; ++tries) {
+    if (CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, kInheritHandles, 0, nullptr,
+                       nullptr, startup, made)) {
+      return true;
+    }
+    if (GetLastError() != ERROR_INTERNAL_ERROR || tries == kMostStarts) return false;
+  }
 }
 
 // Ends a role whose test is gone: some roles wait until they are killed.
@@ -60,9 +74,7 @@ ChildProcess::ChildProcess(const std::string& role, const RoleArguments& argumen
   startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION made = {};
-  constexpr BOOL kInheritHandles = TRUE;
-  if (!CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, kInheritHandles, 0, nullptr,
-                      nullptr, &startup, &made)) {
+  if (!Start(path, line, &startup, &made)) {
     ADD_FAILURE() << "cannot start " << line << ": " << GetLastError();
     return;
   }
