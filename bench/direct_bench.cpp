@@ -1,6 +1,5 @@
-// What direct I/O adds to the calls underneath, each transfer in turn with those calls in one run,
-// so that the machine's noise falls on both; and what transfers that go on by themselves gain. What
-// a lease adds to a write is here as well.
+// What direct I/O adds to the calls underneath, and what transfers that go on by themselves gain.
+// What a lease adds to a write is here as well.
 //
 // The files lie in the folder for temporary files: what the device and its cache take is in all
 // numbers alike.
@@ -10,9 +9,12 @@
 #include <cstdint>
 #include <string>
 
+#include "alternation.h"
 #include "kivsdu/kivsdu.h"
 
 namespace {
+
+using kiv::bench::Alternate;
 
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
 constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
@@ -53,61 +55,59 @@ class File {
       VirtualAlloc(nullptr, kFileBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
 };
 
-// Runs `transfer` of range(0) blocks through the file, over and over.
-template <typename Transfer>
-void Repeat(benchmark::State& state, Transfer transfer) {
-  const File file(0);
+// Transfers range(0) blocks at a time by both ways, through the file from its start.
+template <typename Raw, typename Library>
+void Compare(benchmark::State& state, const File& file, Raw raw, Library library) {
   const auto blocks = static_cast<uint32_t>(state.range(0));
-  uint32_t block = 0;
-  for (auto _ : state) {
-    transfer(file, block, blocks);
-    block = (block + blocks) % kFileBlocks;
-  }
-  state.SetBytesProcessed(state.iterations() * blocks * KIV_PAGE_UNIT);
+  const auto first = [blocks](int number) { return static_cast<uint32_t>(number) * blocks; };
+  Alternate(
+      state, [] {},
+      [&](int number) {
+        const uint32_t block = first(number);
+        return raw(block * KIV_PAGE_UNIT, file.At(block), blocks * KIV_PAGE_UNIT);
+      },
+      [&](int number) {
+        const uint32_t block = first(number);
+        return library(block, file.At(block), blocks);
+      });
 }
 
 void Sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(1)->Arg(8)->Arg(128);  // 8 KiB, 64 KiB, 1 MiB
 }
 
-void ReadRaw(benchmark::State& state) {
-  Repeat(state, [](const File& file, uint32_t block, uint32_t blocks) {
-    DWORD count = 0;
-    SetFilePointer(file.handle(), static_cast<LONG>(block * KIV_PAGE_UNIT), nullptr, FILE_BEGIN);
-    ReadFile(file.handle(), file.At(block), blocks * KIV_PAGE_UNIT, &count, nullptr);
-    benchmark::DoNotOptimize(count);
-  });
-}
-BENCHMARK(ReadRaw)->Apply(Sizes);
-
 void Read(benchmark::State& state) {
+  const File file(0);
   KivSdContext ctx = {};
-  Repeat(state, [&](const File& file, uint32_t block, uint32_t blocks) {
-    uint32_t count = 0;
-    KivSdDirectIOFileRead(&ctx, file.file(), block, file.At(block), blocks, nullptr, &count);
-    benchmark::DoNotOptimize(count);
-  });
+  uint32_t done = 0;
+  Compare(
+      state, file,
+      [&](uint32_t offset, void* buffer, uint32_t sizeBytes) {
+        DWORD count = 0;
+        SetFilePointer(file.handle(), static_cast<LONG>(offset), nullptr, FILE_BEGIN);
+        return ReadFile(file.handle(), buffer, sizeBytes, &count, nullptr);
+      },
+      [&](uint32_t block, void* buffer, uint32_t blocks) {
+        return KivSdDirectIOFileRead(&ctx, file.file(), block, buffer, blocks, nullptr, &done);
+      });
 }
 BENCHMARK(Read)->Apply(Sizes);
 
-void WriteRaw(benchmark::State& state) {
-  Repeat(state, [](const File& file, uint32_t block, uint32_t blocks) {
-    OVERLAPPED record = {};
-    record.Offset = block * KIV_PAGE_UNIT;
-    DWORD count = 0;
-    WriteFile(file.handle(), file.At(block), blocks * KIV_PAGE_UNIT, &count, &record);
-    benchmark::DoNotOptimize(count);
-  });
-}
-BENCHMARK(WriteRaw)->Apply(Sizes);
-
 void Write(benchmark::State& state) {
+  const File file(0);
   KivSdContext ctx = {};
-  Repeat(state, [&](const File& file, uint32_t block, uint32_t blocks) {
-    uint32_t count = 0;
-    KivSdDirectIOFileWrite(&ctx, file.file(), block, file.At(block), blocks, nullptr, &count);
-    benchmark::DoNotOptimize(count);
-  });
+  uint32_t done = 0;
+  Compare(
+      state, file,
+      [&](uint32_t offset, const void* buffer, uint32_t sizeBytes) {
+        OVERLAPPED record = {};
+        record.Offset = offset;
+        DWORD count = 0;
+        return WriteFile(file.handle(), buffer, sizeBytes, &count, &record);
+      },
+      [&](uint32_t block, const void* buffer, uint32_t blocks) {
+        return KivSdDirectIOFileWrite(&ctx, file.file(), block, buffer, blocks, nullptr, &done);
+      });
 }
 BENCHMARK(Write)->Apply(Sizes);
 

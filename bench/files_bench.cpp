@@ -1,5 +1,4 @@
-// What file operations add to the call underneath: each operation in turn with its raw call, on the
-// same file and with the same sizes, in one run, so that the machine's noise falls on both.
+// What file operations add to the calls underneath, on the same file and with the same sizes.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <io.h>
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "alternation.h"
 #include "kivsdu/kivsdu.h"
 
 namespace {
@@ -39,21 +39,12 @@ class BenchFile {
 
   void Rewind() { _lseeki64(file_, 0, SEEK_SET); }
 
-  // Runs `transfer` once for each iteration, at the file's position.
-  template <typename Transfer>
-  void Run(benchmark::State& state, Transfer transfer) {
-    const int64_t size = state.range(0);
-    int64_t position = 0;
-    for (auto _ : state) {
-      benchmark::DoNotOptimize(transfer());
-      benchmark::ClobberMemory();
-      position += size;
-      if (position == kFileBytes) {
-        Rewind();
-        position = 0;
-      }
-    }
-    state.SetBytesProcessed(state.iterations() * size);
+  // Both ways begin at the file's start.
+  template <typename Raw, typename Library>
+  void Compare(benchmark::State& state, Raw raw, Library library) {
+    kiv::bench::Alternate(
+        state, [this] { Rewind(); }, [&raw](int) { return raw(); },
+        [&library](int) { return library(); });
   }
 
  private:
@@ -79,71 +70,44 @@ OVERLAPPED At(uint32_t offset) {
 // An offset within the file, for transfers of every size.
 constexpr uint32_t kOffset = 4096;
 
-void ReadRaw(benchmark::State& state) {
-  BenchFile file;
-  const uint32_t length = Length(state);
-  file.Run(state, [&] { return _read(file.file(), bytes, length); });
-}
-BENCHMARK(ReadRaw)->Apply(Sizes);
-
 void Read(benchmark::State& state) {
   BenchFile file;
   const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state, [&] { return KivSdFileRead(&ctx, file.descriptor(), bytes, length, &count); });
+  file.Compare(
+      state, [&] { return _read(file.file(), bytes, length); },
+      [&] { return KivSdFileRead(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Read)->Apply(Sizes);
-
-void WriteRaw(benchmark::State& state) {
-  BenchFile file;
-  const uint32_t length = Length(state);
-  file.Run(state, [&] { return _write(file.file(), bytes, length); });
-}
-BENCHMARK(WriteRaw)->Apply(Sizes);
 
 void Write(benchmark::State& state) {
   BenchFile file;
   const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state, [&] { return KivSdFileWrite(&ctx, file.descriptor(), bytes, length, &count); });
+  file.Compare(
+      state, [&] { return _write(file.file(), bytes, length); },
+      [&] { return KivSdFileWrite(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Write)->Apply(Sizes);
-
-void PReadRaw(benchmark::State& state) {
-  BenchFile file;
-  const uint32_t length = Length(state);
-  file.Run(state, [&] {
-    OVERLAPPED position = At(kOffset);
-    DWORD count = 0;
-    return ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &count,
-                    &position);
-  });
-}
-BENCHMARK(PReadRaw)->Apply(Sizes);
 
 void PRead(benchmark::State& state) {
   BenchFile file;
   const uint32_t length = Length(state);
   KivSdContext ctx = {};
   uint32_t count = 0;
-  file.Run(state,
-           [&] { return KivSdFilePRead(&ctx, file.descriptor(), bytes, kOffset, length, &count); });
+  file.Compare(
+      state,
+      [&] {
+        OVERLAPPED position = At(kOffset);
+        DWORD read = 0;
+        return ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &read,
+                        &position);
+      },
+      [&] { return KivSdFilePRead(&ctx, file.descriptor(), bytes, kOffset, length, &count); });
 }
 BENCHMARK(PRead)->Apply(Sizes);
-
-void PWriteRaw(benchmark::State& state) {
-  BenchFile file;
-  const uint32_t length = Length(state);
-  file.Run(state, [&] {
-    OVERLAPPED position = At(kOffset);
-    DWORD count = 0;
-    return WriteFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &count,
-                     &position);
-  });
-}
-BENCHMARK(PWriteRaw)->Apply(Sizes);
 
 void PWrite(benchmark::State& state) {
   BenchFile file;
@@ -151,68 +115,28 @@ void PWrite(benchmark::State& state) {
   KivSdContext ctx = {};
   uint32_t count = 0;
   uint32_t error = 0;
-  file.Run(state, [&] {
-    return KivSdFilePWrite(&ctx, file.descriptor(), bytes, kOffset, length, &count, &error);
-  });
+  file.Compare(
+      state,
+      [&] {
+        OVERLAPPED position = At(kOffset);
+        DWORD written = 0;
+        return WriteFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length,
+                         &written, &position);
+      },
+      [&] {
+        return KivSdFilePWrite(&ctx, file.descriptor(), bytes, kOffset, length, &count, &error);
+      });
 }
 BENCHMARK(PWrite)->Apply(Sizes);
-
-void SeekRaw(benchmark::State& state) {
-  BenchFile file;
-  for (auto _ : state) benchmark::DoNotOptimize(_lseek(file.file(), 7, SEEK_SET));
-}
-BENCHMARK(SeekRaw);
 
 void Seek(benchmark::State& state) {
   BenchFile file;
   KivSdContext ctx = {};
   uint32_t position = 0;
-  for (auto _ : state) {
-    KivSdFileLSeek(&ctx, file.descriptor(), 7, SEEK_SET, &position);
-    benchmark::DoNotOptimize(position);
-  }
+  file.Compare(
+      state, [&] { return _lseek(file.file(), 7, SEEK_SET); },
+      [&] { return KivSdFileLSeek(&ctx, file.descriptor(), 7, SEEK_SET, &position); });
 }
 BENCHMARK(Seek);
-
-// The runtime refuses these without asking the system: what is left is what the library adds.
-constexpr int kNoFile = 2047;
-
-void SeekRefusedRaw(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(_lseek(kNoFile, 7, SEEK_SET));
-    benchmark::DoNotOptimize(errno);
-  }
-}
-BENCHMARK(SeekRefusedRaw);
-
-void SeekRefused(benchmark::State& state) {
-  KivSdContext ctx = {};
-  uint32_t position = 0;
-  for (auto _ : state) {
-    KivSdFileLSeek(&ctx, kNoFile, 7, SEEK_SET, &position);
-    benchmark::DoNotOptimize(position);
-  }
-}
-BENCHMARK(SeekRefused);
-
-void ReadRefusedRaw(benchmark::State& state) {
-  char byte = 0;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(_read(kNoFile, &byte, 1));
-    benchmark::DoNotOptimize(errno);
-  }
-}
-BENCHMARK(ReadRefusedRaw);
-
-void ReadRefused(benchmark::State& state) {
-  KivSdContext ctx = {};
-  char byte = 0;
-  uint32_t count = 0;
-  for (auto _ : state) {
-    KivSdFileRead(&ctx, kNoFile, &byte, 1, &count);
-    benchmark::DoNotOptimize(count);
-  }
-}
-BENCHMARK(ReadRefused);
 
 }  // namespace

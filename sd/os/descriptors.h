@@ -1,5 +1,4 @@
-// Files as descriptors of the C runtime. Errors are errno, but for those of transfers at an
-// offset.
+// Files as descriptors of the C runtime. Errors are errno.
 //
 //   ValueResult<uint32_t> ReadDescriptor(uint32_t file, void* buffer, uint32_t length)
 //   ValueResult<uint32_t> WriteDescriptor(uint32_t file, const void* buffer, uint32_t length)
@@ -7,8 +6,10 @@
 //   ValueResult<uint32_t> SeekDescriptor(uint32_t file, int32_t offset, uint32_t origin)
 //   ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uint32_t origin)
 //       the new position
+//   ValueResult<void*> SystemFile(uint32_t file)
+//       the system's file behind a descriptor, for transfers.h
 //
-// The values have all bits set on failure. Inline: behind a call that entered the kernel each
+// Numbers have all bits set on failure. Inline: behind a call that entered the kernel each
 // frame costs as much as all that an operation does besides.
 #ifndef KIV_OS_DESCRIPTORS_H
 #define KIV_OS_DESCRIPTORS_H
@@ -59,15 +60,6 @@ ValueResult<uint32_t> DescriptorLength(uint32_t file);
 int32_t IsAtEnd(uint32_t file);
 
 Result ResizeDescriptor(uint32_t file, int32_t length);
-
-// The system's file behind a descriptor.
-ValueResult<void*> SystemFile(uint32_t file);
-
-// Transfer at an offset, to which the file's position moves; errors are the system's. The value is
-// the count of bytes, also on a failure.
-ValueResult<uint32_t> ReadAt(void* systemFile, uint32_t offset, void* buffer, uint32_t length);
-ValueResult<uint32_t> WriteAt(void* systemFile, uint32_t offset, const void* buffer,
-                              uint32_t length);
 
 }  // namespace kiv::os
 

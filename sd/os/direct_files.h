@@ -1,4 +1,5 @@
-// Files past the system's cache, and transfers that go on after the call that started them.
+// Files past the system's cache, and transfers that go on after the call that started them
+// (transfers.h).
 //
 // A transfer is of whole sectors, to or from memory that lies on a multiple of the sector size. A
 // platform without such transfers keeps its own control block behind the record's two internal
@@ -22,26 +23,14 @@ extern const uint32_t kErrorTransferPending;
 constexpr uint32_t kAccessWrite = 0x40000000;
 constexpr uint32_t kOpenOrMake = 4;
 
-enum class Origin : uint32_t { kBeginning = 0, kPosition = 1, kEnd = 2 };
-
 // Unbuffered, whatever the flags. On failure the value is the platform's invalid handle, not null.
 ValueResult<void*> OpenDirectFile(const char* path, uint32_t access, uint32_t shareMode,
                                   uint32_t disposition, uint32_t flags);
 Result CloseDirectFile(void* file);
 Result RemoveDirectFile(const char* path);
 
-// The value is the count of bytes, also on a failure. A record may be null for reading; it holds
-// the offset, and the event to signal or none.
-ValueResult<uint32_t> ReadDirectFile(void* file, void* buffer, uint32_t sizeBytes,
-                                     KivSdNoWaitCb* record);
-ValueResult<uint32_t> WriteDirectFile(void* file, const void* buffer, uint32_t sizeBytes,
-                                      KivSdNoWaitCb* record);
-
 // What a transfer came to: the count of bytes, also on a failure. Does not wait.
 ValueResult<uint32_t> TransferOutcome(void* file, KivSdNoWaitCb* record);
-
-// The new position. It fails where the position takes more than 32 bits.
-ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin origin);
 
 // The low 32 bits; all of them set is taken for a failure.
 ValueResult<uint32_t> DirectFileSize(void* file);

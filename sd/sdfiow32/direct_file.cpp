@@ -4,6 +4,7 @@
 #include "os/descriptors.h"
 #include "os/direct_files.h"
 #include "os/share_mode.h"
+#include "os/transfers.h"
 #include "report.h"
 #include "sdfiow32/direct_block.h"
 

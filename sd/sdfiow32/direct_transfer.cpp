@@ -11,6 +11,7 @@
 #include "os/descriptors.h"
 #include "os/direct_files.h"
 #include "os/kernel_objects.h"
+#include "os/transfers.h"
 #include "report.h"
 #include "sdfiow32/direct_block.h"
 
@@ -63,7 +64,7 @@ uint32_t ReportWrite(KivSdContext* ctx, const Moved& written, uint32_t failure, 
 
 uint32_t StartRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t blockCount,
                    KivSdNoWaitCb* record, uint32_t* blocks) {
-  const Moved read = os::ReadDirectFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   if (!IsPending(read)) return ReportRead(ctx, read, KIV_ST_DIRECT_READ, blocks);
   *blocks = 0;
   return Report(ctx, KIV_ST_DIRECT_READ_PENDING, read.error);
@@ -75,13 +76,13 @@ uint32_t ReadAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void
   const auto distance = static_cast<int32_t>(BytesOf(firstBlock));
   const Moved moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
   if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
-  const Moved read = os::ReadDirectFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
+  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
   return ReportRead(ctx, read, KIV_ST_FILE_READ, blocks);
 }
 
 uint32_t StartWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t blockCount,
                     KivSdNoWaitCb* record, uint32_t* blocks) {
-  Moved written = os::WriteDirectFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   // What it has moved so far counts when it is collected.
   if (IsPending(written)) written.value = 0;
   return ReportWrite(ctx, written, KIV_ST_DIRECT_WRITE, blocks);
@@ -93,7 +94,7 @@ uint32_t WriteAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, con
                       uint32_t blockCount, uint32_t* blocks) {
   KivSdNoWaitCb record = {};
   SetOffset(&record, firstBlock);
-  const Moved written = os::WriteDirectFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
+  const Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
   return ReportWrite(ctx, written, KIV_ST_FILE_WRITE, blocks);
 }
 

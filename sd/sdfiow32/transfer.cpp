@@ -1,7 +1,9 @@
 // Reading and writing files, at their position or at an offset of the caller's, and flushing them.
+#include "kivsdu/directio.h"
 #include "kivsdu/file.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"
+#include "os/transfers.h"
 #include "report.h"
 
 namespace {
@@ -17,6 +19,13 @@ uint32_t WriteStatus(uint32_t error, uint32_t noSpace) {
 // Kept: a write that finds no file has the read's status; hosts know closed descriptors by it.
 uint32_t ReportNoFile(KivSdContext* ctx, uint32_t error) {
   return Report(ctx, KIV_ST_FILE_READ, error);
+}
+
+// No event: a file that was opened for transfers one at a time is waited for.
+KivSdNoWaitCb At(uint32_t offset) {
+  KivSdNoWaitCb position = {};
+  position.offsetLow = offset;
+  return position;
 }
 
 }  // namespace
@@ -37,7 +46,9 @@ uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t
   *count = 0;
   const os::ValueResult<void*> systemFile = os::SystemFile(file);
   if (!systemFile.ok) return ReportNoFile(ctx, systemFile.error);
-  const os::ValueResult<uint32_t> read = os::ReadAt(systemFile.value, offset, buffer, length);
+  KivSdNoWaitCb position = At(offset);
+  const os::ValueResult<uint32_t> read =
+      os::ReadSystemFile(systemFile.value, buffer, length, &position);
   *count = read.value;
   return ReportOutcome(ctx, read, KIV_ST_FILE_READ);
 }
@@ -62,7 +73,9 @@ uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer, u
   const os::ValueResult<void*> systemFile = os::SystemFile(file);
   error = systemFile.error;
   if (!systemFile.ok) return ReportNoFile(ctx, systemFile.error);
-  const os::ValueResult<uint32_t> written = os::WriteAt(systemFile.value, offset, buffer, length);
+  KivSdNoWaitCb position = At(offset);
+  const os::ValueResult<uint32_t> written =
+      os::WriteSystemFile(systemFile.value, buffer, length, &position);
   *count = written.value;
   error = written.error;
   return ReportOutcome(ctx, written, WriteStatus(written.error, os::kErrorDiskFull));

@@ -28,13 +28,6 @@ Result FromZero(int outcome) {
   return {false, RuntimeError()};
 }
 
-// No event: a file that was opened for transfers one at a time is waited for.
-OVERLAPPED At(uint32_t offset) {
-  OVERLAPPED position = {};
-  position.Offset = offset;
-  return position;
-}
-
 }  // namespace
 
 const uint32_t kErrnoBadDescriptor = EBADF;
@@ -76,27 +69,6 @@ int32_t IsAtEnd(uint32_t file) { return _eof(static_cast<int>(file)); }
 
 Result ResizeDescriptor(uint32_t file, int32_t length) {
   return FromZero(_chsize(static_cast<int>(file), length));
-}
-
-ValueResult<void*> SystemFile(uint32_t file) {
-  const intptr_t handle = _get_osfhandle(static_cast<int>(file));
-  if (handle == kFailed) return {false, RuntimeError(), nullptr};
-  return {true, 0, reinterpret_cast<void*>(handle)};  // NOLINT(performance-no-int-to-ptr)
-}
-
-ValueResult<uint32_t> ReadAt(void* systemFile, uint32_t offset, void* buffer, uint32_t length) {
-  OVERLAPPED position = At(offset);
-  DWORD count = 0;
-  const Result result = FromBool(ReadFile(systemFile, buffer, length, &count, &position));
-  return {result.ok, result.error, count};
-}
-
-ValueResult<uint32_t> WriteAt(void* systemFile, uint32_t offset, const void* buffer,
-                              uint32_t length) {
-  OVERLAPPED position = At(offset);
-  DWORD count = 0;
-  const Result result = FromBool(WriteFile(systemFile, buffer, length, &count, &position));
-  return {result.ok, result.error, count};
 }
 
 }  // namespace kiv::os

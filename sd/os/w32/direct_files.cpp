@@ -2,6 +2,7 @@
 
 #include "kivsdu/directio.h"
 #include "os/share_mode.h"
+#include "os/transfers.h"
 #include "os/w32/win32.h"
 
 namespace kiv::os {
@@ -13,8 +14,6 @@ static_assert(offsetof(KivSdNoWaitCb, internalBytes) == offsetof(OVERLAPPED, Int
 static_assert(offsetof(KivSdNoWaitCb, offsetLow) == offsetof(OVERLAPPED, Offset));
 static_assert(offsetof(KivSdNoWaitCb, offsetHigh) == offsetof(OVERLAPPED, OffsetHigh));
 static_assert(offsetof(KivSdNoWaitCb, event) == offsetof(OVERLAPPED, hEvent));
-
-OVERLAPPED* SystemRecord(KivSdNoWaitCb* record) { return reinterpret_cast<OVERLAPPED*>(record); }
 
 }  // namespace
 
@@ -41,31 +40,10 @@ Result CloseDirectFile(void* file) { return FromBool(CloseHandle(file)); }
 
 Result RemoveDirectFile(const char* path) { return FromBool(DeleteFileA(path)); }
 
-ValueResult<uint32_t> ReadDirectFile(void* file, void* buffer, uint32_t sizeBytes,
-                                     KivSdNoWaitCb* record) {
-  DWORD count = 0;
-  const Result read = FromBool(ReadFile(file, buffer, sizeBytes, &count, SystemRecord(record)));
-  return {read.ok, read.error, count};
-}
-
-ValueResult<uint32_t> WriteDirectFile(void* file, const void* buffer, uint32_t sizeBytes,
-                                      KivSdNoWaitCb* record) {
-  DWORD count = 0;
-  const Result written = FromBool(WriteFile(file, buffer, sizeBytes, &count, SystemRecord(record)));
-  return {written.ok, written.error, count};
-}
-
 ValueResult<uint32_t> TransferOutcome(void* file, KivSdNoWaitCb* record) {
   DWORD count = 0;
   const Result ended = FromBool(GetOverlappedResult(file, SystemRecord(record), &count, FALSE));
   return {ended.ok, ended.error, count};
-}
-
-ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin origin) {
-  const DWORD position =
-      SetFilePointer(file, distanceBytes, nullptr, static_cast<uint32_t>(origin));
-  if (position != INVALID_SET_FILE_POINTER) return {true, 0, position};
-  return {false, GetLastError(), 0};
 }
 
 ValueResult<uint32_t> DirectFileSize(void* file) {

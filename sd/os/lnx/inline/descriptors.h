@@ -37,6 +37,10 @@ inline ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uin
       lseek(static_cast<int>(file), offset, static_cast<int>(origin)));
 }
 
+inline ValueResult<void*> SystemFile(uint32_t file) {
+  return {true, 0, reinterpret_cast<void*>(static_cast<intptr_t>(file))};
+}
+
 }  // namespace kiv::os
 
 #endif

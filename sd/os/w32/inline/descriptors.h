@@ -37,6 +37,12 @@ inline ValueResult<uint64_t> SeekDescriptor64(uint32_t file, int64_t offset, uin
   return {false, static_cast<uint32_t>(errno), value};
 }
 
+inline ValueResult<void*> SystemFile(uint32_t file) {
+  const intptr_t handle = _get_osfhandle(static_cast<int>(file));
+  if (handle == -1) return {false, static_cast<uint32_t>(errno), nullptr};
+  return {true, 0, reinterpret_cast<void*>(handle)};  // NOLINT(performance-no-int-to-ptr)
+}
+
 }  // namespace kiv::os
 
 #endif

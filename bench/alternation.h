@@ -1,0 +1,56 @@
+// A call and what the library makes of it, in alternating blocks of a few calls each: differences
+// of ten nanoseconds between calls of a microsecond show only between neighbours in time.
+#ifndef KIV_BENCH_ALTERNATION_H
+#define KIV_BENCH_ALTERNATION_H
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+namespace kiv::bench {
+
+constexpr int kCallsOfBlock = 16;
+
+// Calls `call` with the numbers of a block. Nanoseconds for each.
+template <typename Call>
+double TimeOfBlock(Call& call) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int number = 0; number < kCallsOfBlock; ++number) {
+    benchmark::DoNotOptimize(call(number));
+    benchmark::ClobberMemory();
+  }
+  const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
+  return time.count() / kCallsOfBlock;
+}
+
+// What other work on the machine does to a block makes it slower, never faster.
+inline double LowerQuartile(std::vector<double>* times) {
+  const auto quartile = times->begin() + static_cast<std::ptrdiff_t>(times->size() / 4);
+  std::nth_element(times->begin(), quartile, times->end());
+  return *quartile;
+}
+
+// Counts "raw" and "library" in nanoseconds a call, and what is "added". `prepare` runs before each
+// block, untimed. An iteration is two blocks.
+template <typename Prepare, typename Raw, typename Library>
+void Alternate(benchmark::State& state, Prepare prepare, Raw raw, Library library) {
+  std::vector<double> rawTimes;
+  std::vector<double> libraryTimes;
+  for (auto _ : state) {
+    prepare();
+    rawTimes.push_back(TimeOfBlock(raw));
+    prepare();
+    libraryTimes.push_back(TimeOfBlock(library));
+  }
+  const double rawTime = LowerQuartile(&rawTimes);
+  const double libraryTime = LowerQuartile(&libraryTimes);
+  state.counters["raw"] = rawTime;
+  state.counters["library"] = libraryTime;
+  state.counters["added"] = libraryTime - rawTime;
+}
+
+}  // namespace kiv::bench
+
+#endif
