@@ -91,6 +91,14 @@ void AddMemory(CLI::App* command, std::string* memory) {
       ->check(CLI::ExistingDirectory);
 }
 
+void AddData(CLI::App* command, std::string* data) {
+  command
+      ->add_option("--data", *data,
+                   "Folder that keeps the cells in files; made if it is not there. Without it they "
+                   "are the facts' and are gone at the end")
+      ->type_name("FOLDER");
+}
+
 void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
@@ -106,6 +114,7 @@ void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, std::string
   AddPipe(command, &serve->pipe)->capture_default_str();
   AddLocks(command, locks);
   AddMemory(command, memory);
+  AddData(command, &serve->data);
 }
 
 void AddAsk(CLI::App* app, AskOptions* ask) {
@@ -123,8 +132,9 @@ void AddSend(CLI::App* app, SendOptions* send) {
   CLI::App* command = app->add_subcommand("send", "Send a server one command, print the reply");
   AddClient(command, &send->pipe, &send->waitSeconds);
   command
-      ->add_option("command", send->command,
-                   "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, or HOG, MiB")
+      ->add_option(
+          "command", send->command,
+          "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, HOG, MiB, or BACKUP")
       ->required();
 }
 

@@ -3,6 +3,8 @@
 
 #include <stdio.h>
 
+#include <charconv>
+
 #include "complain.h"
 #include "memory_manager.h"
 #include "protocol.h"
@@ -30,6 +32,14 @@ MemoryText MemoryInUse() {
            number(totals.outsideHeaps), number(totals.inHeaps), number(totals.aligned),
            number(totals.peak), number(blocks.allocated), number(blocks.freed));
   return text;
+}
+
+// Nothing, or seconds.
+bool ReadBackupSeconds(std::string_view text, uint32_t* seconds) {
+  if (text.empty()) return true;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, *seconds);
+  return error == std::errc() && stop == end && *seconds >= 1 && *seconds <= kBackupSecondsMax;
 }
 
 }  // namespace
@@ -92,11 +102,12 @@ Connection::Next Connection::Obey(uint32_t client, std::string_view message) {
   if (verb == kHog) return HandOver(RequestKind::kMemory, whole);
   if (verb == kChunk) return TellChunk(client);
   if (verb == kStats) return TellStats();
+  if (verb == kBackup) return TellBackup(message);
   if (verb == kBye) return Next::kLeft;
   if (verb != kStop) {
     return Tell(
         "ERROR no such command; send CHUNK, STATS, QUERY and a query, PUT and a cell and a number, "
-        "HOG and a number, STOP or BYE");
+        "HOG and a number, BACKUP, STOP or BYE");
   }
   const Next next = Tell("OK stopping");
   service_->Stop();
@@ -127,6 +138,22 @@ Connection::Next Connection::TellStats() {
            service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
            static_cast<unsigned long long>(puts),
            static_cast<unsigned long long>(service_->uptimeSeconds()), MemoryInUse().text);
+  return Tell(reply);
+}
+
+// Here and not by a worker: those may all have PUTs that wait for the end of a backup's pause.
+Connection::Next Connection::TellBackup(std::string_view seconds) {
+  uint32_t maxSeconds = 0;
+  if (service_->files == nullptr) {
+    return Tell("ERROR the server has no files; start it with --data and a folder");
+  }
+  if (!ReadBackupSeconds(seconds, &maxSeconds)) {
+    return Tell("ERROR write BACKUP, or BACKUP and how many seconds PUTs may wait, 1 to 600");
+  }
+  BackupReport report;
+  const bool made = service_->files->MakeBackup(maxSeconds, &report);
+  char reply[sizeof report.text + 8];
+  snprintf(reply, sizeof reply, "%s %s", made ? "OK" : "ERROR", report.text);
   return Tell(reply);
 }
 

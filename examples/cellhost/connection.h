@@ -44,6 +44,7 @@ class Connection {
   Next Tell(std::string_view reply);
   Next TellChunk(uint32_t client);
   Next TellStats();
+  Next TellBackup(std::string_view seconds);
 
   Service* service_ = nullptr;
   PipeServer pipe_;

@@ -16,6 +16,9 @@
 //                 see put_order.h             OK stored
 //   HOG <number>  takes so many MiB of memory, or as many as there are, and gives them back;
 //                 see hog.h                   OK refused after 52 MiB; warning seen; totals back
+//   BACKUP        copies the server's files while no PUT is carried out; with a number of seconds,
+//                 PUTs wait so long after it; see backup.h
+//                                             OK backup-1: 19 blocks of cells.pag, 37 records ...
 //   STOP          ends the server             OK stopping
 //   BYE           the client leaves           no answer
 //
@@ -44,6 +47,7 @@ constexpr std::string_view kStats = "STATS";
 constexpr std::string_view kQuery = "QUERY";
 constexpr std::string_view kPut = "PUT";
 constexpr std::string_view kHog = "HOG";
+constexpr std::string_view kBackup = "BACKUP";
 constexpr std::string_view kStop = "STOP";
 constexpr std::string_view kBye = "BYE";
 

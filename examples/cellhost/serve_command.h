@@ -12,6 +12,7 @@ namespace cellhost {
 struct ServeOptions {
   std::string facts;
   std::string pipe;
+  std::string data;  // folder of the cells' files; empty: there are none
 };
 
 // The program's exit code.

@@ -33,6 +33,7 @@ bool Service::Create() {
 
 void Service::Stop() {
   stop.store(true, std::memory_order_relaxed);
+  if (files != nullptr) files->ShutDown();
   KivSdContext* ctx = ThisContext();
   Succeeded(ctx, KivSdStdEventSet(ctx, &stopped_), "signal the stop");
 }
@@ -45,6 +46,10 @@ void Service::Fail() {
 bool Service::AwaitStop() {
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdStdEventWait(ctx, &stopped_), "wait for the stop");
+}
+
+bool Service::Put(const PutOrder& order, Fault* fault) {
+  return files != nullptr ? files->Put(&cells, order, fault) : cells.Put(order, fault);
 }
 
 uint64_t Service::uptimeSeconds() const {

@@ -45,7 +45,7 @@ void Put(Service* service, Request* request) {
   ScratchRoom words;
   PutOrder order;
   Fault fault;
-  if (!ParsePut(request->text, &words, &order, &fault) || !service->cells.Put(order, &fault)) {
+  if (!ParsePut(request->text, &words, &order, &fault) || !service->Put(order, &fault)) {
     return SetReply(kError, fault.text, &request->reply);
   }
   SetReply(kOk, kStored, &request->reply);
