@@ -157,6 +157,9 @@ void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
       ->capture_default_str();
   AddLocks(command, locks);
   AddMemory(command, &demo->memory);
+  demo->inMemory = false;
+  command->add_flag("--in-memory", demo->inMemory,
+                    "The server keeps its cells in memory alone: no backups, and it is not killed");
 }
 
 Command CommandOf(const CLI::App& app) {

@@ -6,9 +6,10 @@
 
 #include <charconv>
 
-#include "child_process.h"
 #include "complain.h"
 #include "demo_client.h"
+#include "demo_files.h"
+#include "demo_server.h"
 #include "demo_writer.h"
 #include "exit_code.h"
 #include "kivsdu/thread.h"
@@ -27,16 +28,12 @@ constexpr uint32_t kWriters = 3;
 constexpr uint32_t kAfter = 2;  // clients that ask at the same time once the cells have changed
 constexpr uint32_t kAskers = kAtOnce + kInTurn + kAfter;
 
-// A busy machine takes seconds to measure the spin budget of its locks.
-constexpr uint32_t kLoadLimitMs = 60 * 1000;
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
-constexpr uint32_t kTryMs = 50;
 constexpr char kHogOrder[] = "HOG 256";
 constexpr std::string_view kTaken = "took 256 MiB; ";
 constexpr std::string_view kRefused = "refused after ";
 constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
-constexpr double kUsPerSecond = 1e6;
 
 // What is added up for the last line.
 struct Outcome {
@@ -55,25 +52,13 @@ ExpectedAnswers After(const DemoOptions& options) {
   return {.path = options.answersAfter.c_str(), .option = "--answers-after"};
 }
 
-// Starts the server and waits until it has loaded the facts and made its pipe.
-bool StartServer(const DemoOptions& options, LockDesign locks, ChildProcess* server) {
-  const Stopwatch watch;
-  const TimeLimit limit(kLoadLimitMs);
-  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe, "--locks",
-                      NameOf(locks), options.memory.empty() ? "" : "--memory", options.memory})) {
-    return false;
-  }
-  for (Pause pause; !ServerListens(options.pipe.c_str(), kTryMs); pause.Take()) {
-    if (!server->alive()) return Complain("the server ended before it served; it said why above");
-    if (limit.passed()) {
-      return Complain("the server is not ready after %u s; give it fewer facts with --facts",
-                      kLoadLimitMs / 1000);
-    }
-  }
+bool StartServer(const DemoOptions& options, LockDesign locks, const std::string& data,
+                 DemoServer* server) {
   Heading("Server");
-  Item("Process", "%u, ready after %.3f s", server->id(), watch.elapsedUs() / kUsPerSecond);
+  if (!server->Start(options, locks, options.pipe, data) || !server->AwaitReady()) return false;
   Item("Pipe", "%s", options.pipe.c_str());
   Item("Spinlocks", "%s", NameOf(locks));
+  if (!data.empty()) Item("Files", "%s", data.c_str());
   return true;
 }
 
@@ -181,7 +166,15 @@ bool AwaitNotice(PipeClient* control, Outcome* outcome) {
     outcome->lost = LostOf(reply.text);
     if (limit.passed()) return Complain("the server has not noticed the client that was killed");
   }
-  return AskAndPrint(control, kStats, &reply);
+  return true;
+}
+
+// Before the server is killed, and its counts with it.
+bool NoticeLost(const DemoOptions& options, Outcome* outcome) {
+  PipeClient control;
+  if (!control.Open(options.pipe.c_str(), 0) || !AwaitNotice(&control, outcome)) return false;
+  control.Leave();
+  return true;
 }
 
 // Stats and stop; whether the server took the commands.
@@ -190,7 +183,8 @@ bool ControlServer(const DemoOptions& options, Outcome* outcome) {
   PipeClient control;
   Reply reply;
   if (!control.Open(options.pipe.c_str(), 0)) return false;
-  const bool asked = AskAndPrint(&control, kChunk, &reply) && AwaitNotice(&control, outcome);
+  const bool asked = AskAndPrint(&control, kChunk, &reply) && AwaitNotice(&control, outcome) &&
+                     AskAndPrint(&control, kStats, &reply);
   const bool stopped = AskAndPrint(&control, kStop, &reply);
   control.Leave();
   return asked && stopped;
@@ -220,20 +214,31 @@ void PrintOutcome(const Outcome& outcome) {
 int DemoCommand(const DemoOptions& options, LockDesign locks) {
   LineFile<PutOrder> orders(ParsePut);
   if (!orders.Read(options.puts.c_str(), "--puts")) return kExitFailed;
-  ChildProcess server;
+  DemoFiles files(options, locks, orders);
+  DemoServer first;
+  DemoServer afterKill;
+  const bool inFiles = !options.inMemory;
+  DemoServer* server = inFiles ? &afterKill : &first;
   Outcome outcome = {};
-  if (!StartServer(options, locks, &server)) return kExitFailed;
+  if (inFiles && !files.ChooseFolder()) return kExitFailed;
+  if (!StartServer(options, locks, files.folder(), &first)) return kExitFailed;
   const bool atOnce = RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
+  if (inFiles && (!NoticeLost(options, &outcome) || !files.KillUnderPuts(&first, &afterKill))) {
+    return kExitFailed;
+  }
   const bool changed = RunWriters(options, orders, &outcome);
   const bool borne = RunHog(options);
   const bool after = changed && RunAfter(options, &outcome);
+  const bool backedUp = !inFiles || files.MakeLastBackup(*server);
   const bool controlled = ControlServer(options, &outcome);
-  const bool ended = EndServer(&server, &outcome);
+  const bool ended = EndServer(&server->process(), &outcome);
+  const bool kept = backedUp && ended && (!inFiles || files.CheckLastCopy());
   PrintOutcome(outcome);
+  if (inFiles) files.PrintOutcome();
   if (outcome.agreeing != outcome.expected) return kExitAnswersDiffer;
-  const bool done =
-      atOnce && inTurn && changed && borne && after && controlled && ended && outcome.lost == 1;
+  const bool done = atOnce && inTurn && changed && borne && after && controlled && ended && kept &&
+                    outcome.lost == 1;
   return done ? kExitDone : kExitFailed;
 }
 

@@ -18,6 +18,7 @@ struct DemoOptions {
   std::string answersAfter;  // when all PUTs are carried out, in any order
   std::string pipe;
   std::string memory;  // the server's; see CommandLine
+  bool inMemory;       // the server keeps no files, and is not killed
 };
 
 // The program's exit code, 0 only if every answer agrees, every PUT was carried out, memory that

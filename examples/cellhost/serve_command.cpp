@@ -78,8 +78,9 @@ void PrintFiles(const ServeOptions& options, const CellFiles& files) {
   Heading("Files");
   Item("Folder", "%s", options.data.c_str());
   Item("Cells", "%u blocks", files.pageCount());
-  Item("Journal", "%s PUTs carried out again, %s that the cells had, %u bytes dropped",
-       Grouped(replayed.carriedOut).text, Grouped(replayed.passedOver).text, replayed.droppedBytes);
+  Item("Journal", "%s%s, %s that the cells had, %u bytes dropped",
+       Grouped(replayed.carriedOut).text, kCarriedOutAgain.data(),
+       Grouped(replayed.passedOver).text, replayed.droppedBytes);
 }
 
 void PrintServed(const Service& service) {

@@ -21,10 +21,11 @@ TEST(JournalRecord, HasWhatItWasMadeOf) {
 TEST(JournalRecord, IsDamagedWhenAnyBitIsAnother) {
   JournalRecord record = Record(1);
   for (uint32_t bit = 0; bit < 8 * kRecordBytes; ++bit) {
+    const unsigned char change = static_cast<unsigned char>(1u << bit % 8);
     unsigned char* byte = reinterpret_cast<unsigned char*>(&record) + bit / 8;
-    *byte ^= 1u << bit % 8;
+    *byte = *byte ^ change;
     EXPECT_FALSE(IsSound(record)) << "bit " << bit;
-    *byte ^= 1u << bit % 8;
+    *byte = *byte ^ change;
   }
   EXPECT_TRUE(IsSound(record));
 }
