@@ -100,7 +100,8 @@ bool Backup::Make(uint32_t maxSeconds, BackupReport* report) {
 }
 
 bool Backup::MakeAlone(uint32_t maxSeconds, BackupReport* report) {
-  WriteLease lease(&pause_);
+  WriteLease own(&pause_);
+  KivSdWriteLease* lease = own.context();
   if (!PauseWrites(lease, maxSeconds, report)) return false;
   const Stopwatch watch;
   uint32_t number = 0;

@@ -144,11 +144,11 @@ Connection::Next Connection::TellStats() {
 // Here and not by a worker: those may all have PUTs that wait for the end of a backup's pause.
 Connection::Next Connection::TellBackup(std::string_view seconds) {
   uint32_t maxSeconds = 0;
-  if (service_->files == nullptr) {
-    return Tell("ERROR the server has no files; start it with --data and a folder");
-  }
   if (!ReadBackupSeconds(seconds, &maxSeconds)) {
     return Tell("ERROR write BACKUP, or BACKUP and how many seconds PUTs may wait, 1 to 600");
+  }
+  if (service_->files == nullptr) {
+    return Tell("ERROR the server has no files; start it with --data and a folder");
   }
   BackupReport report;
   const bool made = service_->files->MakeBackup(maxSeconds, &report);

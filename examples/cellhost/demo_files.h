@@ -56,7 +56,7 @@ class DemoFiles {
   bool KillNow(DemoServer* server);
   bool CheckRestarted(DemoServer* server);
   bool CheckFirstCopy(const DemoServer& server) const;
-  bool Order(PipeClient* control, const char* order, bool expected, std::string* reply) const;
+  bool Order(PipeClient* control, const char* order, bool expected, std::string* text) const;
   std::string FolderIn(const std::string& report) const;
 
   const DemoOptions& options_;

@@ -104,9 +104,10 @@ bool Journal::CutTo(uint32_t lengthBytes) {
 // Back to the last record that counts. That is a write too, so it has a lease of its own.
 bool Journal::CutBack(WritePause* pause) {
   WriteLease lease(pause);
-  const uint32_t leased = KivSdGetWriteIOLease(lease);
+  const uint32_t leased = KivSdGetWriteIOLease(lease.context());
   unsure_ = leased != 0 || !CutTo(endBytes_);
-  if (leased == 0) Succeeded(ThisContext(), KivSdReleaseWriteIOLease(lease), "give a lease back");
+  if (leased == 0)
+    Succeeded(ThisContext(), KivSdReleaseWriteIOLease(lease.context()), "give a lease back");
   return !unsure_;
 }
 
@@ -115,8 +116,8 @@ bool Journal::WriteRecord(WritePause* pause, const JournalRecord& record) {
   WriteLease lease(pause);
   uint32_t count = 0;
   uint32_t osError = 0;
-  const uint32_t written =
-      KivSdLeasedFilePWrite(lease, file_, &record, endBytes_, kRecordBytes, &count, &osError);
+  const uint32_t written = KivSdLeasedFilePWrite(lease.context(), file_, &record, endBytes_,
+                                                 kRecordBytes, &count, &osError);
   if (written != 0) return Fails(written, "write");
   if (count != kRecordBytes) return Complain("'%s' took half a record", path_.c_str());
   const uint32_t flushed = KivSdFileFlush(ctx, file_);

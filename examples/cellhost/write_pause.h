@@ -41,7 +41,7 @@ class WriteLease {
   WriteLease& operator=(const WriteLease&) = delete;
   ~WriteLease();
 
-  operator KivSdWriteLease*() { return &lease_; }
+  KivSdWriteLease* context() { return &lease_; }
 
  private:
   KivSdWriteLease lease_ = {};

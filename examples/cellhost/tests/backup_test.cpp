@@ -25,6 +25,7 @@ using kiv::test::Stopwatch;
 using test::CellStore;
 using test::Contains;
 using test::InThread;
+using test::Numbered;
 
 constexpr uint32_t kWriters = 4;
 constexpr double kPollMs = 2000;  // a writer that waits looks so often
@@ -34,7 +35,7 @@ class BackupTest : public test::CellStoreTest {
   BackupTest() { EXPECT_TRUE(store_.Open(Folder())); }
   ~BackupTest() override { store_.files().ShutDown(); }
 
-  std::string Copy(uint32_t number) const { return Path("backup-" + std::to_string(number)); }
+  std::string Copy(uint32_t number) const { return Path(Numbered("backup-", number)); }
   bool HasCopy(uint32_t number) const { return std::filesystem::exists(Copy(number)); }
 
   // A backup by another thread; the test's own may be in the middle of a PUT.

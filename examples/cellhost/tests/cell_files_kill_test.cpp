@@ -30,7 +30,7 @@ using test::CellStore;
 using test::InHost;
 using test::InThread;
 
-constexpr uint32_t kKills = 12;
+constexpr uint32_t kKills = 8;
 constexpr uint32_t kWriters = 3;
 constexpr uint32_t kLongestMicroseconds = 30'000;
 constexpr uint32_t kWriteBackEvery = 3;  // kills

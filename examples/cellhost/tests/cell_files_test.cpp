@@ -14,6 +14,7 @@ namespace {
 using kiv::test::ScriptedImport;
 using test::CellStore;
 using test::Contains;
+using test::Numbered;
 
 constexpr uint32_t kManyRows = 20 * kCellsInPage;  // more blocks than transfers at once
 constexpr char kNotStored[] =
@@ -201,7 +202,7 @@ TEST_F(CellFilesTest, ADamagedRecordThatOthersFollowIsRefused) {
     std::string damaged = whole;
     damaged[record * kRecordBytes + 20] ^= 1;
     Write(journal_, damaged);
-    EXPECT_TRUE(Contains(Reopen(), "record " + std::to_string(record) + " of"));
+    EXPECT_TRUE(Contains(Reopen(), Numbered("record ", record) + " of"));
     EXPECT_EQ(Bytes(journal_), damaged) << "nothing is mended in what is not understood";
   }
 }
@@ -225,7 +226,7 @@ TEST_F(CellFilesTest, ADamagedBlockIsToldWithItsNumberAndRefused) {
     std::string damaged = whole;
     damaged[block * kPageBytes + 5000] ^= 0x10;
     Write(pages_, damaged);
-    EXPECT_TRUE(Contains(Reopen(Folder(), kManyRows), "block " + std::to_string(block) + " of"));
+    EXPECT_TRUE(Contains(Reopen(Folder(), kManyRows), Numbered("block ", block) + " of"));
   }
   std::string exchanged = whole;
   exchanged.replace(3 * kPageBytes, kPageBytes, whole, 4 * kPageBytes, kPageBytes);

@@ -104,7 +104,7 @@ class PlaceNumbersTest : public testing::Test {
   static void Fill(Cube* cube, const std::vector<Words>& dimensions) {
     size_t most = 0;
     for (size_t at = 0; at < dimensions.size(); ++at) {
-      ASSERT_TRUE(cube->AddDimension("dimension " + std::to_string(at)));
+      ASSERT_TRUE(cube->AddDimension(std::string("dimension ").append(std::to_string(at))));
       most = std::max(most, dimensions[at].size());
     }
     for (size_t member = 0; member < most; ++member) {

@@ -22,6 +22,11 @@ namespace cellhost::test {
 // The facts: cell (r0, c0) is 1, (r1, c1) is 2, and so on.
 constexpr uint32_t kRows = 40;
 
+// "r5" and the like.
+inline std::string Numbered(const char* text, uint32_t number) {
+  return std::string(text).append(std::to_string(number));
+}
+
 class CellStore {
  public:
   // rows: how many members each of the two dimensions has.
@@ -49,7 +54,7 @@ class CellStore {
 
   std::string Ask(const std::string& query) { return AnswerTo(&*cells_, query); }
   std::string Cell(uint32_t row, uint32_t column) {
-    return Ask("CELL r" + std::to_string(row) + " c" + std::to_string(column));
+    return Ask(Numbered("CELL r", row) + Numbered(" c", column));
   }
   // Tells the cells of two stores apart.
   std::string Everything() {
@@ -69,8 +74,8 @@ class CellStore {
   bool AddFacts() {
     bool added = cube_.AddDimension("row") && cube_.AddDimension("column");
     for (uint32_t at = 0; at < rows_ && added; ++at) {
-      const std::string row = "r" + std::to_string(at);
-      const std::string column = "c" + std::to_string(at);
+      const std::string row = Numbered("r", at);
+      const std::string column = Numbered("c", at);
       const std::string_view members[] = {row, column};
       added = files_.HasCells() ? cube_.AddMembers(members) : cube_.AddFact(members, at + 1);
     }
