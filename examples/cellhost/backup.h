@@ -21,7 +21,9 @@ namespace cellhost {
 
 constexpr char kPagesFile[] = "cells.pag";
 constexpr char kJournalFile[] = "cells.jnl";
-constexpr uint32_t kBackupSecondsMax = 600;
+
+// Longer, and clients would no longer wait for what their PUTs are answered.
+constexpr uint32_t kBackupSecondsMax = 20;
 
 std::string InFolder(const std::string& folder, const char* name);
 

@@ -145,7 +145,7 @@ Connection::Next Connection::TellStats() {
 Connection::Next Connection::TellBackup(std::string_view seconds) {
   uint32_t maxSeconds = 0;
   if (!ReadBackupSeconds(seconds, &maxSeconds)) {
-    return Tell("ERROR write BACKUP, or BACKUP and how many seconds PUTs may wait, 1 to 600");
+    return Tell("ERROR write BACKUP, or BACKUP and how many seconds PUTs may wait, 1 to 20");
   }
   if (service_->files == nullptr) {
     return Tell("ERROR the server has no files; start it with --data and a folder");

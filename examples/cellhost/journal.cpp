@@ -17,8 +17,6 @@ constexpr uint32_t kPermissions = 0x100 | 0x80;
 constexpr uint32_t kLengthMax = 0x7FFFFFE0;
 static_assert(kLengthMax % kRecordBytes == 0);
 
-unsigned long long Shown(uint64_t number) { return number; }
-
 }  // namespace
 
 Journal::~Journal() {
@@ -101,14 +99,18 @@ bool Journal::CutTo(uint32_t lengthBytes) {
   return flushed == 0 || Fails(flushed, "flush");
 }
 
-// Back to the last record that counts. That is a write too, so it has a lease of its own.
-bool Journal::CutBack(WritePause* pause) {
+// Back to the last record that counts. That is a write too, so it has a lease of its own. If it
+// fails, the next PUT takes the place of what should have gone.
+void Journal::CutBack(WritePause* pause) {
   WriteLease lease(pause);
   const uint32_t leased = KivSdGetWriteIOLease(lease.context());
-  unsure_ = leased != 0 || !CutTo(endBytes_);
-  if (leased == 0)
+  const bool cut = leased == 0 && CutTo(endBytes_);
+  if (leased == 0) {
     Succeeded(ThisContext(), KivSdReleaseWriteIOLease(lease.context()), "give a lease back");
-  return !unsure_;
+  }
+  if (cut) return;
+  Complain("PUT %llu was refused, and may be carried out if the server is killed before the next",
+           static_cast<unsigned long long>(lastPut_ + 1));
 }
 
 bool Journal::WriteRecord(WritePause* pause, const JournalRecord& record) {
@@ -125,12 +127,8 @@ bool Journal::WriteRecord(WritePause* pause, const JournalRecord& record) {
 }
 
 bool Journal::Append(WritePause* pause, const StoredCell& cell, Fault* fault) {
-  // Room for one more, as only the record that follows can be told from one that was refused.
   if (endBytes_ >= kLengthMax) {
     return Wrong(fault, "nothing stored: the journal is full; stop the server and start it anew");
-  }
-  if (unsure_ && !CutBack(pause)) {
-    return Wrong(fault, "nothing stored: the journal cannot be written; see what the server said");
   }
   if (!WriteRecord(pause, MakeRecord(lastPut_ + 1, cell))) {
     CutBack(pause);
@@ -141,12 +139,10 @@ bool Journal::Append(WritePause* pause, const StoredCell& cell, Fault* fault) {
   return true;
 }
 
-bool Journal::TakeBack(WritePause* pause) {
+void Journal::TakeBack(WritePause* pause) {
   endBytes_ -= kRecordBytes;
   --lastPut_;
-  if (CutBack(pause)) return true;
-  return Complain("PUT %llu was refused, and may be carried out at the next start",
-                  Shown(lastPut_ + 1));
+  CutBack(pause);
 }
 
 bool Journal::StartAnew() {

@@ -64,12 +64,12 @@ class Journal {
   }
 
   // Appends a PUT; during a pause it waits. Whether the record is on the device; if not, `fault`
-  // says why, and the journal is as it was.
+  // says why, and the record is cut off again. Where even that fails, which is told, the PUT may be
+  // carried out at the next start, if no other follows before.
   bool Append(WritePause* pause, const StoredCell& cell, Fault* fault);
 
-  // Takes back what was appended last. False on failure, which has then been told; nothing can be
-  // appended then.
-  bool TakeBack(WritePause* pause);
+  // Takes back what was appended last, likewise.
+  void TakeBack(WritePause* pause);
 
   // Empties the file, once the cells on the device have all of it in them.
   bool StartAnew();
@@ -84,7 +84,7 @@ class Journal {
   bool Count(JournalScan::Step step, uint32_t offset, Replayed* replayed) const;
   bool MakeReady(const JournalScan& scan, Replayed* replayed);
   bool CutTo(uint32_t lengthBytes);
-  bool CutBack(WritePause* pause);
+  void CutBack(WritePause* pause);
   bool WriteRecord(WritePause* pause, const JournalRecord& record);
   bool Fails(uint32_t status, const char* what) const;
 
@@ -92,7 +92,6 @@ class Journal {
   uint32_t file_ = KIV_FILE_NONE;
   uint32_t endBytes_ = 0;  // behind the last record that counts
   uint64_t lastPut_ = 0;
-  bool unsure_ = false;  // a record that was refused may still be behind the end
 };
 
 }  // namespace cellhost

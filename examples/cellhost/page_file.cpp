@@ -80,8 +80,8 @@ bool PageTransfers::Open(const char* path, uint32_t access, uint32_t disposition
 bool PageTransfers::Started(uint32_t number, uint32_t status, uint32_t underWayStatus,
                             const char* what) {
   if (status != 0 && status != underWayStatus) {
-    Complain("block %u of '%s':", number, path_);
-    return Fails(path_, status, what);
+    return Complain("could not %s block %u of '%s': %s", what, number, path_,
+                    ReasonOf(ThisContext(), status).text);
   }
   underWay_[number % kTransfersMax] = true;
   numbers_[number % kTransfersMax] = number;
@@ -110,22 +110,25 @@ bool PageTransfers::Collect(uint32_t number) {
   uint32_t blocksDone = 0;
   const uint32_t status = KivSdDirectIOWait(ctx, file_, &records_[place], &blocksDone);
   if (status == KIV_ST_EVENT_WAIT || status == KIV_ST_DIRECT_WAIT_ABANDONED) abandoned_ = true;
-  if (status != 0) return Fails(path_, status, "transfer a block of");
+  if (status != 0) {
+    return Complain("could not transfer block %u of '%s': %s", numbers_[place], path_,
+                    ReasonOf(ctx, status).text);
+  }
   if (blocksDone == 1) return true;
   return Complain("'%s' ends inside of block %u; restore it from a backup", path_, numbers_[place]);
 }
 
-bool PageTransfers::CollectAll() {
+bool PageTransfers::CollectAll(uint32_t oldest) {
   bool all = true;
-  for (uint32_t place = 0; place < kTransfersMax; ++place) {
-    if (!Collect(place)) all = false;
+  for (uint32_t at = 0; at < kTransfersMax; ++at) {
+    if (!Collect(oldest + at)) all = false;
   }
   return all;
 }
 
 bool PageTransfers::Close() {
   if (file_ == KIV_DIRECTIO_NONE) return true;
-  const bool collected = CollectAll();
+  const bool collected = CollectAll(0);
   KivSdContext* ctx = ThisContext();
   const uint32_t status = KivSdDirectIOFileClose(ctx, file_);
   file_ = KIV_DIRECTIO_NONE;
@@ -171,7 +174,7 @@ CellPage* PageWriter::Room() {
 bool PageWriter::Write() { return transfers_.StartWrite(next_++); }
 
 bool PageWriter::Finish() {
-  return transfers_.CollectAll() && transfers_.Close() && FlushFile(transfers_.path());
+  return transfers_.CollectAll(next_) && transfers_.Close() && FlushFile(transfers_.path());
 }
 
 bool FlushFile(const char* path) {

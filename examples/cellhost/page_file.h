@@ -30,9 +30,10 @@ class PageTransfers {
   bool Open(const char* path, uint32_t access, uint32_t disposition);
   bool StartRead(uint32_t number);
   bool StartWrite(uint32_t number);
-  // Waits for the transfer under way in the place of a block, if there is one.
+  // Wait for the transfer under way in the place of a block, if there is one; and for all of them,
+  // beginning with the place of the block `oldest`.
   bool Collect(uint32_t number);
-  bool CollectAll();
+  bool CollectAll(uint32_t oldest);
   bool Close();
 
   // Where a block lies, and the 8th after it.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "../journal_record.h"
 #include "cell_store.h"
@@ -297,7 +298,6 @@ TEST_P(FailingWriteTest, LeavesTheCellAndTheJournalAsTheyWere) {
   EXPECT_EQ(refused, kNotStored);
   EXPECT_EQ(refusedNew, kNotStored);
   EXPECT_EQ(store.Everything(), before);
-  // The next PUT first mends what could not be mended then.
   EXPECT_EQ(store.Put(1, 3, 52), "");
   EXPECT_EQ(Bytes(journal_).substr(0, journal.size()), journal);
   EXPECT_EQ(Bytes(journal_).size(), journal.size() + kRecordBytes);
@@ -330,6 +330,72 @@ TEST_F(CellFilesTest, APutWhoseFlushFailedIsNotReplayed) {
     EXPECT_TRUE(Contains(told, "could not flush"));
   }
   EXPECT_EQ(Reopen(), before);
+}
+
+TEST_F(CellFilesTest, ARecordThatCannotBeCutOffIsToldAndTheNextPutTakesItsPlace) {
+  CellStore store;
+  ASSERT_TRUE(store.Open(Folder()));
+  const std::string told = ToldBy([&] {
+    const ScriptedImport noFlush("_commit", {.result = UINTPTR_MAX, .error = 5});
+    const ScriptedImport noCut("_chsize", {.result = UINTPTR_MAX, .error = 5});
+    EXPECT_EQ(store.Put(1, 1, 51), kNotStored);
+  });
+  EXPECT_TRUE(Contains(told, "PUT 1 was refused, and may be carried out if the server is killed"));
+  EXPECT_EQ(store.Cell(1, 1), "2");
+  EXPECT_EQ(store.Put(1, 2, 52), "");
+  EXPECT_EQ(Bytes(journal_).size(), kRecordBytes);
+}
+
+TEST_F(CellFilesTest, WhatIsTakenBackIsNotInTheJournal) {
+  WritePause pause;
+  Fault fault = {};
+  Replayed replayed = {};
+  const auto none = [](const StoredCell&) { return false; };
+  ASSERT_TRUE(pause.Create());
+  folder_.Make("data");
+  {
+    Journal journal;
+    ASSERT_TRUE(journal.Open(journal_) && journal.Replay(6, &replayed, none));
+    ASSERT_TRUE(journal.Append(&pause, {.place = 3, .value = 1}, &fault));
+    ASSERT_TRUE(journal.Append(&pause, {.place = 4, .value = 2}, &fault));
+    EXPECT_EQ(journal.lastPut(), 8u);
+    journal.TakeBack(&pause);
+    EXPECT_EQ(journal.lastPut(), 7u);
+    ASSERT_TRUE(journal.Append(&pause, {.place = 5, .value = 3}, &fault));
+    EXPECT_EQ(journal.lastPut(), 8u);
+    journal.TakeBack(&pause);
+  }
+  Journal journal;
+  std::vector<uint64_t> places;
+  ASSERT_TRUE(journal.Open(journal_));
+  ASSERT_TRUE(journal.Replay(6, &replayed, [&](const StoredCell& cell) {
+    places.push_back(cell.place);
+    return true;
+  }));
+  EXPECT_EQ(places, std::vector<uint64_t>{3});
+}
+
+// The library's calls of the C runtime's heap fail. A cell that is there needs no memory.
+TEST_F(CellFilesTest, APutThatMemoryIsMissingForIsNotWritten) {
+  CellStore store;
+  ASSERT_TRUE(store.Open(Folder()));
+  ASSERT_EQ(store.Put(1, 1, 50), "");
+  // Until there is no room left for one more cell.
+  std::string refused;
+  uint32_t puts = 1;
+  ToldBy([&] {
+    for (; refused.empty() && puts < 100; ++puts) {
+      TextStack words;
+      PutOrder order;
+      Fault fault = {};
+      const std::string text = Numbered("PUT r2 c", puts % test::kRows) + Numbered(" ", puts);
+      ASSERT_TRUE(ParsePut(text, &words, &order, &fault));
+      const ScriptedImport noMemory("realloc", {.result = 0, .error = 12});
+      if (!store.files().Put(store.cache(), order, &fault)) refused = fault.text;
+    }
+  });
+  EXPECT_EQ(refused, "nothing stored: no memory for the cell");
+  EXPECT_EQ(Bytes(journal_).size(), (puts - 1) * kRecordBytes);
 }
 
 TEST_F(CellFilesTest, CellsThatCannotBeWrittenBackStayInTheJournal) {

@@ -69,6 +69,7 @@ class CellStore {
   }
 
   CellFiles& files() { return files_; }
+  CellCache* cache() { return &*cells_; }
 
  private:
   bool AddFacts() {
