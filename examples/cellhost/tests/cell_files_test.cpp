@@ -391,7 +391,9 @@ TEST_F(CellFilesTest, APutThatMemoryIsMissingForIsNotWritten) {
       const std::string text = Numbered("PUT r2 c", puts % test::kRows) + Numbered(" ", puts);
       ASSERT_TRUE(ParsePut(text, &words, &order, &fault));
       const ScriptedImport noMemory("realloc", {.result = 0, .error = 12});
+      const ScriptedImport writes("WriteFile", {.passFirst = UINT32_MAX});
       if (!store.files().Put(store.cache(), order, &fault)) refused = fault.text;
+      EXPECT_EQ(writes.calls().size(), refused.empty() ? 1u : 0u) << "nothing to take back";
     }
   });
   EXPECT_EQ(refused, "nothing stored: no memory for the cell");

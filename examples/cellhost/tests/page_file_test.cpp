@@ -138,6 +138,19 @@ TEST_F(PageFileTest, TransfersThatFailAreToldWithTheirBlock) {
   }
 }
 
+// The system calls a transfer a success that moved nothing.
+TEST_F(PageFileTest, ATransferOfLessThanABlockIsNone) {
+  ASSERT_TRUE(WritePages(3));
+  testing::internal::CaptureStderr();
+  {
+    const ScriptedImport nothing("GetOverlappedResult", {.result = 1, .passFirst = 1});
+    EXPECT_EQ(ReadPages(), 1u);
+    EXPECT_FALSE(WritePages(3));
+  }
+  const std::string told = testing::internal::GetCapturedStderr();
+  EXPECT_NE(told.find("ends inside of block 1"), std::string::npos) << told;
+}
+
 TEST_F(PageFileTest, NoFileAndNoMemoryAreTold) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(ReadPages(), 0u);
