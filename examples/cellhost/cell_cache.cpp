@@ -68,7 +68,7 @@ bool CellCache::Put(const PutOrder& order, Fault* fault) {
   if (!IsKnown(cube_, order, place, fault)) return false;
   const Hold writing(KivSdStartWrite, &lock_);
   if (writing.held() && cube_.SetCell(place, order.value)) return true;
-  return Wrong(fault, "nothing stored: no memory for the cell");
+  return NoMemory(fault, "nothing stored: no memory for the cell");
 }
 
 bool CellCache::Count(uint32_t* cells) {

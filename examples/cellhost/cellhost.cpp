@@ -14,8 +14,11 @@
 //       hog                           memory to the limit
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
+//     segment_server segment_client   both over shared memory
+//       chunk_service chunk_channel   a client's chunk, what goes through it
+//       server_client pipe_watch      a client by either road, whether the other end is there
 //     demo_command demo_client        a server and clients, each a process
-//       demo_writer                   clients that change cells
+//       demo_writer demo_segment      clients that change cells, clients over shared memory
 //       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library

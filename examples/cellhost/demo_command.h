@@ -7,6 +7,7 @@
 #include <string>
 
 #include "lock_design.h"
+#include "server_client.h"
 
 namespace cellhost {
 
@@ -17,6 +18,7 @@ struct DemoOptions {
   std::string puts;
   std::string answersAfter;  // when all PUTs are carried out, in any order
   std::string pipe;
+  Road road;           // of the clients
   std::string memory;  // the server's; see CommandLine
 };
 

@@ -9,6 +9,7 @@
 #include "cell_cache.h"
 #include "kivsdu/api.h"
 #include "request_ring.h"
+#include "segment_server.h"
 
 namespace cellhost {
 
@@ -35,6 +36,7 @@ class Service {
   CellCache cells;
   const uint64_t rows;
   RequestRing ring;
+  SegmentServer segment;
 
   // relaxed wherever they are used: the flags and counts order nothing.
   std::atomic<bool> stop{false};
