@@ -7,13 +7,13 @@ Taken ChunkService::Take(SegmentServer* segment) {
   if (!taken()) {
     int32_t chunk = KIV_CHUNK_NONE;
     if (!segment->TakeChunk(&chunk)) return Taken::kFailed;
-    if (chunk == KIV_CHUNK_NONE) return Taken::kAllTaken;
+    if (chunk == KIV_CHUNK_NONE) return Taken::kNone;
     segment_ = segment;
     chunk_ = chunk;
     channel_.Use(segment->segment(), chunk);
   }
   broken_ = !channel_.Reset();
-  return broken_ ? Taken::kFailed : Taken::kChunk;
+  return broken_ ? Taken::kFailed : Taken::kOne;
 }
 
 Carried ChunkService::Note(Carried carried) {

@@ -11,7 +11,7 @@
 
 namespace cellhost {
 
-enum class Taken { kChunk, kAllTaken, kFailed };  // kFailed has been told
+enum class Taken { kOne, kNone, kFailed };  // kFailed has been told
 
 // One thread at a time; of one connection.
 class ChunkService {

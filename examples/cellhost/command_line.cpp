@@ -66,7 +66,7 @@ CLI::Option* AddPipe(CLI::App* command, std::string* pipe) {
 void AddRoad(CLI::App* command, Road* road, const char* text) {
   *road = Road::kPipe;
   command->add_flag_callback(
-      "--segment", [road] { *road = Road::kSegment; }, text);
+      "--segment", [road] { *road = Road::kSharedMemory; }, text);
 }
 
 void AddClient(CLI::App* command, std::string* pipe, Road* road, uint32_t* waitSeconds) {

@@ -170,10 +170,10 @@ Connection::Next Connection::TellChunk(uint32_t client) {
 Connection::Next Connection::TellSegment() {
   char reply[kSegmentBytes];
   switch (chunk_.Take(&service_->segment)) {
-    case Taken::kChunk:
+    case Taken::kOne:
       snprintf(reply, sizeof reply, "OK %s %d", service_->segment.name(), chunk_.chunk());
       break;
-    case Taken::kAllTaken:
+    case Taken::kNone:
       snprintf(reply, sizeof reply, "ERROR %.*s", static_cast<int>(kAllTaken.size()),
                kAllTaken.data());
       break;
@@ -186,8 +186,9 @@ Connection::Next Connection::TellSegment() {
 
 Connection::Next Connection::TellStats() {
   uint32_t cells = 0;
-  if (!service_->cells.Count(&cells))
+  if (!service_->cells.Count(&cells)) {
     return Tell("ERROR no memory for the counts", FinalCode::kRefused);
+  }
   const uint64_t queries = service_->queries.load(std::memory_order_relaxed);
   const uint64_t puts = service_->puts.load(std::memory_order_relaxed);
   char reply[kStatsBytes];

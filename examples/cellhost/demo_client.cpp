@@ -22,7 +22,7 @@ ShortText NameOf(uint32_t client) {
 }
 
 // The option that has a client take the road.
-const char* OptionOf(Road road) { return road == Road::kSegment ? "--segment" : ""; }
+const char* OptionOf(Road road) { return road == Road::kSharedMemory ? "--segment" : ""; }
 
 }  // namespace
 

@@ -256,8 +256,8 @@ int DemoCommand(const DemoOptions& options, LockDesign locks) {
   ChildProcess server;
   Outcome outcome = {};
   if (!StartServer(options, locks, &server)) return kExitFailed;
-  const bool atOnce = options.road == Road::kSegment ? RunOverSegment(options, &outcome)
-                                                     : RunAtOnce(options, &outcome);
+  const bool atOnce = options.road == Road::kSharedMemory ? RunOverSegment(options, &outcome)
+                                                          : RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
   const bool changed = RunWriters(options, orders, &outcome);
   const bool borne = RunHog(options);

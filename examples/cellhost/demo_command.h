@@ -1,6 +1,7 @@
 // `cellhost demo`: a server and its clients, each a process of its own; one client that is killed
 // in the middle of its queries; clients that change cells; and one that has the server take more
-// memory than it gets, after which all answers are compared anew.
+// memory than it gets, after which all answers are compared anew. Over the control pipe, or over
+// shared memory, where a client too many gets the chunk of the one that is killed.
 #ifndef CELLHOST_DEMO_COMMAND_H
 #define CELLHOST_DEMO_COMMAND_H
 

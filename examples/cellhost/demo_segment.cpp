@@ -47,7 +47,7 @@ bool ChunkDemo::TakeAllChunks(const DemoOptions& options, uint32_t before) {
     notSeen -= askers_[at].client()->chunk();
   }
   lostChunk_ = notSeen;
-  if (waiting_.client()->AskForChunk() == Given::kAllTaken) {
+  if (waiting_.client()->AskForChunk() == Given::kNone) {
     Item("One more client", "is told that all %u chunks are taken, and waits", KIV_SEGMENT_CHUNKS);
     return true;
   }

@@ -8,6 +8,7 @@
 #include "kivsdu/sharedmem.h"
 #include "kivsdu/status.h"
 #include "kivsdu/time.h"
+#include "pipe_watch.h"
 #include "thread_record.h"
 
 namespace cellhost {
@@ -33,6 +34,18 @@ bool ReadOffer(std::string_view offer, std::string_view* name, int32_t* chunk) {
          name->size() < KIV_SEGMENT_NAME_BYTES;
 }
 
+// Always false, to be returned.
+bool TellNoAnswer(const PipeWatch& watch, Carried carried) {
+  if (carried == Carried::kNoMemory) return false;
+  if (carried == Carried::kNonsense) {
+    return Complain("what the server says over the segment is no answer; ask over the pipe");
+  }
+  if (watch.gone()) {
+    return Complain("the server went away; look at what it said, start it anew");
+  }
+  return Complain("the server does not answer over the segment; ask over the pipe");
+}
+
 }  // namespace
 
 SegmentClient::SegmentClient() : answer_(kSourceAnswer) {}
@@ -46,21 +59,21 @@ bool SegmentClient::Open(const char* pipe, uint32_t startWaitMs) {
 Given SegmentClient::AskForChunk() {
   Reply reply;
   if (!pipe_.Ask(kSegment, &reply)) return Given::kFailed;
-  if (!reply.ok && reply.text == kAllTaken) return Given::kAllTaken;
+  if (!reply.ok && reply.text == kAllTaken) return Given::kNone;
   std::string_view name;
   int32_t chunk = KIV_CHUNK_NONE;
   if (!reply.ok || !ReadOffer(reply.text, &name, &chunk)) {
     Complain("the server gives no chunk: %.*s", ShownLength(reply.text), reply.text.data());
     return Given::kFailed;
   }
-  return Join(name, chunk) ? Given::kChunk : Given::kFailed;
+  return Join(name, chunk) ? Given::kOne : Given::kFailed;
 }
 
 bool SegmentClient::AwaitChunk(uint32_t limitMs) {
   const TimeLimit limit(limitMs);
   for (;;) {
     const Given given = AskForChunk();
-    if (given != Given::kAllTaken) return given == Given::kChunk;
+    if (given != Given::kNone) return given == Given::kOne;
     if (limit.passed()) {
       return Complain("all %u chunks of the server are taken; try again later, or over the pipe",
                       KIV_SEGMENT_CHUNKS);
@@ -99,17 +112,6 @@ void SegmentClient::Detach() {
   Succeeded(ctx, KivDeleteSharedMemSeg(ctx, list_), "leave the segment");
   list_ = nullptr;
   segment_ = nullptr;
-}
-
-bool SegmentClient::TellNoAnswer(const PipeWatch& watch, Carried carried) {
-  if (carried == Carried::kNoMemory) return false;
-  if (carried == Carried::kNonsense) {
-    return Complain("what the server says over the segment is no answer; ask over the pipe");
-  }
-  if (watch.gone()) {
-    return Complain("the server went away; look at what it said, start it anew");
-  }
-  return Complain("the server does not answer over the segment; ask over the pipe");
 }
 
 bool SegmentClient::Ask(std::string_view request, Reply* reply) {

@@ -9,15 +9,14 @@
 
 #include "chunk_channel.h"
 #include "pipe_client.h"
-#include "pipe_watch.h"
 #include "protocol.h"
 
 namespace cellhost {
 
 enum class Given {
-  kChunk,
-  kAllTaken,  // by other clients; the server may be asked again
-  kFailed,    // which has been told
+  kOne,
+  kNone,    // other clients have them all; the server may be asked again
+  kFailed,  // which has been told
 };
 
 class SegmentClient {
@@ -51,7 +50,6 @@ class SegmentClient {
  private:
   bool Join(std::string_view name, int32_t chunk);
   void Detach();
-  bool TellNoAnswer(const PipeWatch& watch, Carried carried);
 
   PipeClient pipe_;
   KivSharedMemSeg* list_ = nullptr;

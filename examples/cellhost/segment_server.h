@@ -1,8 +1,9 @@
 // The server's shared memory segment: five chunks, each for one client at a time.
 //
 // Which chunks are taken is kept by each process for itself, so that the server alone takes them
-// and gives them back; it tells a client the number on the control pipe. The server's end is the
-// kind that writes first halves.
+// and gives them back; it tells a client the number on the control pipe. That also keeps clients
+// away from the lock that guards the taking: none that is killed can leave it taken. The server's
+// end is the kind that writes first halves.
 #ifndef CELLHOST_SEGMENT_SERVER_H
 #define CELLHOST_SEGMENT_SERVER_H
 

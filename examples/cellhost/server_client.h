@@ -12,8 +12,8 @@
 namespace cellhost {
 
 enum class Road {
-  kPipe,     // the control pipe
-  kSegment,  // a chunk of the server's segment
+  kPipe,          // the control pipe
+  kSharedMemory,  // a chunk of the server's segment
 };
 
 class ServerClient {

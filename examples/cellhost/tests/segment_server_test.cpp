@@ -195,7 +195,7 @@ TEST_F(SegmentServerTest, GivesFiveClientsAChunkEachAndTellsTheSixth) {
   EXPECT_EQ(OverPipe("SEGMENT"), "ERROR all chunks are taken; ask again later");
   SegmentClient sixth;
   EXPECT_TRUE(sixth.Open(server_.pipe(), 0));
-  EXPECT_EQ(sixth.AskForChunk(), Given::kAllTaken);
+  EXPECT_EQ(sixth.AskForChunk(), Given::kNone);
   EXPECT_FALSE(sixth.AwaitChunk(0));
   EXPECT_EQ(sixth.chunk(), KIV_CHUNK_NONE);
 
@@ -238,7 +238,7 @@ TEST_F(SegmentServerTest, TakesAChunkBackWithBye) {
   AwaitTaken(0, false);
   ExpectBeginning(0);
   // The connection goes on.
-  EXPECT_EQ(client->AskForChunk(), Given::kChunk);
+  EXPECT_EQ(client->AskForChunk(), Given::kOne);
   EXPECT_EQ(client.Ask("CHUNK"), "1 1");
 }
 
@@ -247,7 +247,7 @@ TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
     {
       SegmentClient client;
       EXPECT_TRUE(client.Open(server_.pipe(), 0));
-      EXPECT_EQ(client.AskForChunk(), Given::kChunk);
+      EXPECT_EQ(client.AskForChunk(), Given::kOne);
       EXPECT_EQ(client.chunk(), 0);
       if (lost == 0) client.pipe()->Leave();
       // Otherwise its end closes the pipe.
@@ -266,7 +266,7 @@ TEST_F(SegmentServerTest, MakesAChunkAnewForAClientThatLostTrack) {
   EXPECT_EQ(KivWriteSharedMemChunk(nullptr, client->segment(), chunk, 5, 0, 0, "QUERY"), KIV_ST_OK);
   EXPECT_TRUE(Member(server_.segment(), EmptyMember(chunk, true)).Take());
   EXPECT_TRUE(Member(server_.segment(), FullMember(chunk, true)).Give());
-  EXPECT_EQ(client->AskForChunk(), Given::kChunk);
+  EXPECT_EQ(client->AskForChunk(), Given::kOne);
   EXPECT_EQ(client.chunk(), chunk);
   ExpectBeginning(chunk);
   EXPECT_EQ(client.Ask("QUERY CELL apple 2"), "1 CELL apple 2: 2");
@@ -411,7 +411,7 @@ TEST_F(SegmentServerTest, GivesTheChunkOfAKilledClientToTheNextWhateverItWasAt) 
     done.Await();
     SegmentClient next;
     ASSERT_TRUE(next.Open(server_.pipe(), 0));
-    ASSERT_EQ(next.AskForChunk(), Given::kAllTaken);
+    ASSERT_EQ(next.AskForChunk(), Given::kNone);
     client.Kill();
     ASSERT_TRUE(next.AwaitChunk(kLimitMs));
     ExpectBeginning(next.chunk());
@@ -423,6 +423,17 @@ TEST_F(SegmentServerTest, GivesTheChunkOfAKilledClientToTheNextWhateverItWasAt) 
     next.Leave();
     AwaitLost(++lost);
   }
+}
+
+// Not as long as one that is there would be waited for: ten times this is past the limit.
+TEST_F(SegmentServerTest, LooksForAClientThatTakesNoAnswerAfterTheTimeOut) {
+  server_.service()->segment.segment()->timeoutMs = kLimitMs / 8;
+  const SharedSignal done(UniqueName("done"));
+  const ChildProcess client("client", {server_.pipe(), "holds-the-half", done.name()});
+  done.Await();
+  EXPECT_EQ(server_.takenMask(), 1u);
+  client.Kill();
+  AwaitTaken(0, false);
 }
 
 // ---- A client that is there and does not do its part ----
@@ -439,7 +450,7 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
   EXPECT_NE(server_.takenMask() >> chunk & 1, 0u);
   EXPECT_EQ(OverPipe("SEGMENT"), "ERROR all chunks are taken; ask again later");
   others.AwaitRounds();
-  EXPECT_EQ(client->AskForChunk(), Given::kChunk);
+  EXPECT_EQ(client->AskForChunk(), Given::kOne);
   EXPECT_EQ(client.chunk(), chunk);
   EXPECT_EQ(client.Ask(kLongQuery), "1 " + LongAnswer());
   EXPECT_EQ(server_.service()->lost.load(), 0u);
@@ -500,7 +511,7 @@ TEST_F(SegmentServerTest, BearsAHostileClientWithoutHarmToOthers) {
     const int32_t chunk = hostile.chunk();
     for (int turn = 0; turn < 3; ++turn) {
       BeHostile(server_.segment(), chunk, chunk + 1, 100);
-      ASSERT_EQ(hostile->AskForChunk(), Given::kChunk);
+      ASSERT_EQ(hostile->AskForChunk(), Given::kOne);
       ASSERT_EQ(hostile.chunk(), chunk);
     }
     others.AwaitRounds();
