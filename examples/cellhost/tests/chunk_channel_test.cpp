@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -95,17 +96,21 @@ class ChunkChannelTest : public testing::Test {
     return std::string(text);
   }
 
-  // A request there and an answer back.
-  void ExpectRoundTrip() {
-    EXPECT_EQ(SendRequest("QUERY"), Carried::kDone);
-    EXPECT_EQ(Request(), "QUERY");
-    const std::string text = Pattern(5000);
-    std::thread server([&] { EXPECT_EQ(SendAnswer(text, 2), Carried::kDone); });
+  // An answer that comes, from the server to the client.
+  void ExpectAnswer(const std::string& text, uint32_t code) {
+    std::thread server([&] { EXPECT_EQ(SendAnswer(text, code), Carried::kDone); });
     const Answer answer = ReceiveAnswer();
     server.join();
     EXPECT_EQ(answer.carried, Carried::kDone);
     EXPECT_TRUE(answer.text == text);
-    EXPECT_EQ(answer.code, 2u);
+    EXPECT_EQ(answer.code, code);
+  }
+
+  // A request there and an answer back.
+  void ExpectRoundTrip() {
+    EXPECT_EQ(SendRequest("QUERY"), Carried::kDone);
+    EXPECT_EQ(Request(), "QUERY");
+    ExpectAnswer(Pattern(5000), 2);
   }
 
   // The chunk's semaphores as they were in the beginning?
@@ -140,14 +145,7 @@ TEST_F(ChunkChannelTest, CarriesAnswersOfAllLengthsWithTheirCodes) {
   uint32_t code = 0;
   for (const size_t length : {0u, 1u, 2035u, 2036u, 2037u, 4075u, 4076u, 4077u, 6116u, 300'000u}) {
     SCOPED_TRACE(length);
-    const std::string text = Pattern(length, static_cast<uint32_t>(length));
-    ++code;
-    std::thread server([&] { EXPECT_EQ(SendAnswer(text, code), Carried::kDone); });
-    const Answer answer = ReceiveAnswer();
-    server.join();
-    EXPECT_EQ(answer.carried, Carried::kDone);
-    EXPECT_TRUE(answer.text == text);
-    EXPECT_EQ(answer.code, code);
+    ExpectAnswer(Pattern(length, static_cast<uint32_t>(length)), ++code);
     ExpectBeginning(kChunk);
   }
 }
@@ -239,7 +237,7 @@ void Say(const std::string& name, uint32_t code, uint32_t length, const std::str
   std::memcpy(half, &code, sizeof code);
   std::memcpy(half + 4, &length, sizeof length);
   std::memset(half + 8, 0, 2040);
-  std::memcpy(half + 8, payload.data(), payload.size());
+  std::copy(payload.begin(), payload.end(), half + 8);
   EXPECT_TRUE(Member(name, FullMember(kChunk, kRequests)).Give());
 }
 

@@ -217,10 +217,12 @@ TEST_F(SegmentServerTest, ServesFiveClientsAtOnce) {
     const InThread record;
     ChunkClient client(server_.pipe());
     const std::string cell = "apple " + std::to_string(number + 1);
+    const std::string put = "PUT " + cell + " ";
+    const std::string query = "CELL " + cell;
     for (uint32_t time = 0; time < 60; ++time) {
       const std::string value = std::to_string(time);
-      EXPECT_EQ(client.Ask("PUT " + cell + " " + value), "1 stored");
-      EXPECT_EQ(client.Ask("QUERY CELL " + cell), "1 CELL " + cell + ": " + value);
+      EXPECT_EQ(client.Ask(put + value), "1 stored");
+      EXPECT_EQ(client.Ask("QUERY " + query).substr(2), query + ": " + value);
       if (time % 10 == 0) {
         EXPECT_TRUE(client.Ask(kLongQuery).starts_with("1 TOP number 500: 500 500, 499 499"));
       }
@@ -531,6 +533,7 @@ TEST_F(SegmentServerTest, OutlivesNonsenseInTheWholeArea) {
   {
     ChunkClient hostile(server_.pipe());
     std::vector<std::unique_ptr<ChunkClient>> clients;
+    clients.reserve(4);
     for (int at = 0; at < 4; ++at) {
       clients.push_back(std::make_unique<ChunkClient>(server_.pipe()));
     }

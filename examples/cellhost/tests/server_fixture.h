@@ -44,7 +44,7 @@ inline std::string LongAnswer() {
   std::string text = "TOP number 500: ";
   for (uint32_t number = kNumbers; number >= 1; --number) {
     const std::string name = std::to_string(number);
-    text += name + " " + name + (number == 1 ? "" : ", ");
+    text.append(name).append(" ").append(name).append(number == 1 ? "" : ", ");
   }
   return text;
 }
