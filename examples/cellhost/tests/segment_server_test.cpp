@@ -218,11 +218,12 @@ TEST_F(SegmentServerTest, ServesFiveClientsAtOnce) {
     ChunkClient client(server_.pipe());
     const std::string cell = "apple " + std::to_string(number + 1);
     const std::string put = "PUT " + cell + " ";
-    const std::string query = "CELL " + cell;
+    const std::string query = "QUERY CELL " + cell;
+    const std::string said = "1 CELL " + cell + ": ";
     for (uint32_t time = 0; time < 60; ++time) {
       const std::string value = std::to_string(time);
       EXPECT_EQ(client.Ask(put + value), "1 stored");
-      EXPECT_EQ(client.Ask("QUERY " + query).substr(2), query + ": " + value);
+      EXPECT_EQ(client.Ask(query), said + value);
       if (time % 10 == 0) {
         EXPECT_TRUE(client.Ask(kLongQuery).starts_with("1 TOP number 500: 500 500, 499 499"));
       }
