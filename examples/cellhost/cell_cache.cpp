@@ -71,14 +71,14 @@ bool CellCache::Answer(const Query& query, std::string_view* answer) {
 bool CellCache::Put(const PutOrder& order, Fault* fault) {
   CellPlace place;
   if (!Locate(cube_, order, &place, fault)) return false;
-  return Set(place, order.value) || Wrong(fault, "nothing stored: no memory for the cell");
+  return Set(place, order.value) || NoMemory(fault, "nothing stored: no memory for the cell");
 }
 
 bool CellCache::MakeRoomFor(const PutOrder& order, CellPlace* place, Fault* fault) {
   if (!Locate(cube_, order, place, fault)) return false;
   const Hold writing(KivSdStartWrite, &lock_);
   if (writing.held() && cube_.MakeRoomFor(*place)) return true;
-  return Wrong(fault, "nothing stored: no memory for the cell");
+  return NoMemory(fault, "nothing stored: no memory for the cell");
 }
 
 bool CellCache::Set(const CellPlace& place, double value) {

@@ -171,7 +171,7 @@ bool CellFiles::Put(CellCache* cells, const PutOrder& order, Fault* fault) {
   if (!journal_.Append(&pause_, cell, fault)) return false;
   if (cells->Set(place, order.value)) return true;
   journal_.TakeBack(&pause_);
-  return Wrong(fault, "nothing stored: no memory for the cell");
+  return NoMemory(fault, "nothing stored: no memory for the cell");
 }
 
 }  // namespace cellhost

@@ -19,8 +19,11 @@
 //         backup write_pause          copies of one moment
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
+//     segment_server segment_client   both over shared memory
+//       chunk_service chunk_channel   a client's chunk, what goes through it
+//       server_client pipe_watch      a client by either road, whether the other end is there
 //     demo_command demo_client        a server and clients, each a process
-//       demo_writer                   clients that change cells
+//       demo_writer demo_segment      clients that change cells, clients over shared memory
 //       demo_files demo_counter       backups, and a server that is killed under PUTs
 //       demo_server                   servers of the demo
 //       child_process own_process     processes

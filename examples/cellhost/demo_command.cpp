@@ -9,6 +9,7 @@
 #include "complain.h"
 #include "demo_client.h"
 #include "demo_files.h"
+#include "demo_segment.h"
 #include "demo_server.h"
 #include "demo_writer.h"
 #include "exit_code.h"
@@ -26,7 +27,6 @@ constexpr uint32_t kAtOnce = 2;  // clients that ask, together with the one that
 constexpr uint32_t kInTurn = 2;
 constexpr uint32_t kWriters = 3;
 constexpr uint32_t kAfter = 2;  // clients that ask at the same time once the cells have changed
-constexpr uint32_t kAskers = kAtOnce + kInTurn + kAfter;
 
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
@@ -37,10 +37,13 @@ constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
 
 // What is added up for the last line.
 struct Outcome {
+  uint32_t clients;  // but the lost one and the one in control
+  uint32_t askers;   // of these, whose answers were compared
   uint32_t agreeing;
   uint32_t expected;
   uint32_t stored;  // cells
   uint32_t lost;    // clients that the server counts as lost
+  bool passedOn;    // the chunk of one, to the next client
   bool serverEnded;
 };
 
@@ -64,6 +67,7 @@ bool StartServer(const DemoOptions& options, LockDesign locks, const std::string
 
 bool FinishClient(DemoClient* client, Outcome* outcome) {
   const bool done = client->Finish();
+  ++outcome->askers;
   outcome->agreeing += client->agreeing();
   outcome->expected += client->expected();
   return done;
@@ -75,10 +79,34 @@ bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
   LostClient lost;
   DemoClient clients[kAtOnce];
   if (!lost.Start(options)) return false;
-  for (uint32_t at = 0; at < kAtOnce; ++at) {
-    if (!clients[at].Start(options, Before(options), at + 1)) return false;
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, Before(options), ++outcome->clients)) return false;
   }
   bool done = lost.Lose();
+  for (DemoClient& client : clients) {
+    if (!FinishClient(&client, outcome)) done = false;
+  }
+  return done;
+}
+
+// As many clients as the server's segment has chunks, and the one to be lost; then as many again,
+// all of them processes.
+bool RunOverSegment(const DemoOptions& options, Outcome* outcome) {
+  ChunkDemo chunks;
+  bool done = chunks.Run(options, outcome->clients);
+  for (uint32_t at = 0; at < ChunkDemo::kAskers; ++at) {
+    outcome->agreeing += chunks.asker(at).agreeing();
+    outcome->expected += chunks.asker(at).expected();
+  }
+  outcome->clients += ChunkDemo::kAskers;
+  outcome->askers += ChunkDemo::kAskers;
+  outcome->passedOn = chunks.passedOn();
+
+  Heading("Processes over shared memory, at the same time");
+  DemoClient clients[KIV_SEGMENT_CHUNKS];
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, Before(options), ++outcome->clients)) return false;
+  }
   for (DemoClient& client : clients) {
     if (!FinishClient(&client, outcome)) done = false;
   }
@@ -90,7 +118,7 @@ bool RunInTurn(const DemoOptions& options, Outcome* outcome) {
   bool done = true;
   for (uint32_t at = 0; at < kInTurn; ++at) {
     DemoClient client;
-    const bool started = client.Start(options, Before(options), kAtOnce + at + 1);
+    const bool started = client.Start(options, Before(options), ++outcome->clients);
     if (!started || !FinishClient(&client, outcome)) done = false;
   }
   return done;
@@ -102,8 +130,10 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   DemoWriter writers[kWriters];
   bool done = true;
   for (uint32_t at = 0; at < kWriters; ++at) {
-    const uint32_t number = kAtOnce + kInTurn + at + 1;
-    if (!writers[at].Start(options.pipe.c_str(), orders, at, kWriters, number)) return false;
+    if (!writers[at].Start(options.road, options.pipe.c_str(), orders, at, kWriters,
+                           ++outcome->clients)) {
+      return false;
+    }
   }
   for (DemoWriter& writer : writers) {
     if (!writer.Finish()) done = false;
@@ -112,7 +142,9 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   return done;
 }
 
-bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
+// A PipeClient or a ServerClient.
+template <class Client>
+bool AskAndPrint(Client* control, std::string_view request, Reply* reply) {
   if (!control->Ask(request, reply)) return false;
   Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
   return reply->ok;
@@ -121,9 +153,10 @@ bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
 // A server with a limit of its memory refuses, and goes on; one without has as much.
 bool RunHog(const DemoOptions& options) {
   Heading("A client that has the server take memory");
-  PipeClient client;
+  ServerClient client;
   Reply reply;
-  if (!client.Open(options.pipe.c_str(), 0) || !AskAndPrint(&client, kHogOrder, &reply)) {
+  if (!client.Open(options.road, options.pipe.c_str(), 0) ||
+      !AskAndPrint(&client, kHogOrder, &reply)) {
     return false;
   }
   const bool refused = reply.text.starts_with(kRefused);
@@ -137,9 +170,8 @@ bool RunAfter(const DemoOptions& options, Outcome* outcome) {
   Heading("Clients after the changes");
   DemoClient clients[kAfter];
   bool done = true;
-  for (uint32_t at = 0; at < kAfter; ++at) {
-    const uint32_t number = kAtOnce + kInTurn + kWriters + at + 1;
-    if (!clients[at].Start(options, After(options), number)) return false;
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, After(options), ++outcome->clients)) return false;
   }
   for (DemoClient& client : clients) {
     if (!FinishClient(&client, outcome)) done = false;
@@ -201,11 +233,12 @@ bool EndServer(ChildProcess* server, Outcome* outcome) {
 
 void PrintOutcome(const Outcome& outcome) {
   printf(
-      "\n%u of %u answers of %u clients agree; %u cells were put by %u clients; %u %s lost%s; "
+      "\n%u of %u answers of %u clients agree; %u cells were put by %u clients; %u %s lost%s%s; "
       "the server %s\n",
-      outcome.agreeing, outcome.expected, kAskers, outcome.stored, kWriters,
+      outcome.agreeing, outcome.expected, outcome.askers, outcome.stored, kWriters,
       outcome.lost == 0 ? 1 : outcome.lost, outcome.lost > 1 ? "clients were" : "client was",
       outcome.lost == 0 ? " and not noticed" : " and noticed",
+      outcome.passedOn ? ", and its chunk went to the next" : "",
       outcome.serverEnded ? "ended cleanly" : "did not end cleanly");
 }
 
@@ -222,7 +255,8 @@ int DemoCommand(const DemoOptions& options, LockDesign locks) {
   Outcome outcome = {};
   if (inFiles && !files.ChooseFolder()) return kExitFailed;
   if (!StartServer(options, locks, files.folder(), &first)) return kExitFailed;
-  const bool atOnce = RunAtOnce(options, &outcome);
+  const bool atOnce = options.road == Road::kSharedMemory ? RunOverSegment(options, &outcome)
+                                                          : RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
   if (inFiles && (!NoticeLost(options, &outcome) || !files.KillUnderPuts(&first, &afterKill))) {
     return kExitFailed;

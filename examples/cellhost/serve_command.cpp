@@ -67,6 +67,7 @@ void PrintServing(const ServeOptions& options, LockDesign locks, Service* servic
   Item("Facts", "%s, %s rows in %s cells", options.facts.c_str(), Grouped(service->rows).text,
        Grouped(cells).text);
   Item("Pipe", "%s, for %u clients at a time", options.pipe.c_str(), kConnections);
+  Item("Segment", "%s, for %u of them at a time", service->segment.name(), KIV_SEGMENT_CHUNKS);
   Item("Workers", "%u", kWorkers);
   Item("Spinlocks", "%s", NameOf(locks));
   Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());

@@ -28,7 +28,7 @@ bool Service::Create() {
   KivSdContext* ctx = ThisContext();
   startSeconds_ = WallSeconds();
   return Succeeded(ctx, KivSdStdEventCreate(ctx, &stopped_), "make the stop event") &&
-         ring.Create();
+         ring.Create() && segment.Create();
 }
 
 void Service::Stop() {

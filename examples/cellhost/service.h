@@ -10,6 +10,7 @@
 #include "cell_files.h"
 #include "kivsdu/api.h"
 #include "request_ring.h"
+#include "segment_server.h"
 
 namespace cellhost {
 
@@ -43,6 +44,7 @@ class Service {
   const uint64_t rows;
   CellFiles* const files;  // null if there are none
   RequestRing ring;
+  SegmentServer segment;
 
   // relaxed wherever they are used: the flags and counts order nothing.
   std::atomic<bool> stop{false};
