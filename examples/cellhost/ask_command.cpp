@@ -7,7 +7,6 @@
 #include "complain.h"
 #include "exit_code.h"
 #include "line_file.h"
-#include "pipe_client.h"
 #include "protocol.h"
 #include "query.h"
 
@@ -22,7 +21,7 @@ void PrintLine(std::string_view line) {
 }
 
 // Asks one query; prints the answer, or compares it if there is a check.
-bool AskOne(PipeClient* server, const Query& query, AnswerCheck* check) {
+bool AskOne(ServerClient* server, const Query& query, AnswerCheck* check) {
   RequestText request;
   Reply reply;
   if (!request.Set(kQuery, query.text) || !server->Ask(request.text(), &reply)) return false;
@@ -35,7 +34,7 @@ bool AskOne(PipeClient* server, const Query& query, AnswerCheck* check) {
   return true;
 }
 
-bool AskAll(PipeClient* server, const LineFile<Query>& queries, AnswerCheck* check) {
+bool AskAll(ServerClient* server, const LineFile<Query>& queries, AnswerCheck* check) {
   for (uint32_t at = 0; at < queries.count(); ++at) {
     if (!AskOne(server, queries.item(at), check)) return false;
   }
@@ -51,8 +50,9 @@ int AskCommand(const AskOptions& options) {
   if (!queries.Read(options.queries.c_str(), "--queries")) return kExitFailed;
   if (check != nullptr && !check->Read(options.answers.c_str(), "--answers")) return kExitFailed;
 
-  PipeClient server;
-  if (!server.Open(options.pipe.c_str(), options.waitSeconds * kMsPerSecond)) return kExitFailed;
+  ServerClient server;
+  if (!server.Open(options.road, options.pipe.c_str(), options.waitSeconds * kMsPerSecond))
+    return kExitFailed;
   do {
     if (!AskAll(&server, queries, check)) return kExitFailed;
   } while (options.endless && queries.count() != 0);
@@ -62,9 +62,9 @@ int AskCommand(const AskOptions& options) {
 }
 
 int SendCommand(const SendOptions& options) {
-  PipeClient server;
+  ServerClient server;
   Reply reply;
-  if (!server.Open(options.pipe.c_str(), options.waitSeconds * kMsPerSecond) ||
+  if (!server.Open(options.road, options.pipe.c_str(), options.waitSeconds * kMsPerSecond) ||
       !server.Ask(options.command, &reply)) {
     return kExitFailed;
   }

@@ -6,10 +6,13 @@
 
 #include <string>
 
+#include "server_client.h"
+
 namespace cellhost {
 
 struct AskOptions {
   std::string pipe;
+  Road road;
   uint32_t waitSeconds;  // for a server that is not there yet
   std::string queries;
   std::string answers;  // empty: the answers are printed
@@ -22,11 +25,12 @@ int AskCommand(const AskOptions& options);
 
 struct SendOptions {
   std::string pipe;
+  Road road;
   uint32_t waitSeconds;
   std::string command;
 };
 
-// Sends one command of the pipe and prints the reply; the program's exit code.
+// Sends one command and prints the reply; the program's exit code.
 int SendCommand(const SendOptions& options);
 
 }  // namespace cellhost

@@ -51,6 +51,12 @@ bool IsKnown(const Cube& cube, const PutOrder& order, const CellPlace& place, Fa
                dimension.data(), ShownLength(member), member.data());
 }
 
+bool Locate(const Cube& cube, const PutOrder& order, CellPlace* place, Fault* fault) {
+  if (!HasAsManyMembers(cube, order, fault)) return false;
+  *place = cube.Locate(order.members);
+  return IsKnown(cube, order, *place, fault);
+}
+
 }  // namespace
 
 CellCache::CellCache(Cube* cube) : cube_(*cube) {
@@ -63,12 +69,21 @@ bool CellCache::Answer(const Query& query, std::string_view* answer) {
 }
 
 bool CellCache::Put(const PutOrder& order, Fault* fault) {
-  if (!HasAsManyMembers(cube_, order, fault)) return false;
-  const CellPlace place = cube_.Locate(order.members);
-  if (!IsKnown(cube_, order, place, fault)) return false;
+  CellPlace place;
+  if (!Locate(cube_, order, &place, fault)) return false;
+  return Set(place, order.value) || NoMemory(fault, "nothing stored: no memory for the cell");
+}
+
+bool CellCache::MakeRoomFor(const PutOrder& order, CellPlace* place, Fault* fault) {
+  if (!Locate(cube_, order, place, fault)) return false;
   const Hold writing(KivSdStartWrite, &lock_);
-  if (writing.held() && cube_.SetCell(place, order.value)) return true;
-  return Wrong(fault, "nothing stored: no memory for the cell");
+  if (writing.held() && cube_.MakeRoomFor(*place)) return true;
+  return NoMemory(fault, "nothing stored: no memory for the cell");
+}
+
+bool CellCache::Set(const CellPlace& place, double value) {
+  const Hold writing(KivSdStartWrite, &lock_);
+  return writing.held() && cube_.SetCell(place, value);
 }
 
 bool CellCache::Count(uint32_t* cells) {

@@ -36,6 +36,16 @@ class CellCache {
   // Whether it is stored; if not, nothing has changed.
   bool Put(const PutOrder& order, Fault* fault);
 
+  // The two steps of it, between which who keeps files writes down what the second does. One thread
+  // at a time does them, and nobody uses Put meanwhile.
+  //
+  //   place  receives where the cell is or will be
+  //
+  // MakeRoomFor: whether Set can follow. Set: false when there is no memory to lock the cells,
+  // which a thread that has just made room has.
+  bool MakeRoomFor(const PutOrder& order, CellPlace* place, Fault* fault);
+  bool Set(const CellPlace& place, double value);
+
   // How many cells there are. False when there is no memory.
   bool Count(uint32_t* cells);
 

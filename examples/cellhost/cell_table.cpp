@@ -44,12 +44,18 @@ double* CellTable::FindOrMake(const uint32_t* coordinates) {
   return cell == kNoEntry ? Make(hash, coordinates) : &values_[cell];
 }
 
+bool CellTable::MakeRoomFor(const uint32_t* coordinates) {
+  return Find(coordinates) != kNoEntry || MakeRoom();
+}
+
+bool CellTable::MakeRoom() {
+  return coordinates_.Reserve(coordinates_.count() + dimensionCount_) &&
+         values_.Reserve(values_.count() + 1) && index_.MakeRoom();
+}
+
 // A cell of 0. Room for all parts of it comes first, so that it is made as a whole or not at all.
 double* CellTable::Make(uint32_t hash, const uint32_t* coordinates) {
-  if (!coordinates_.Reserve(coordinates_.count() + dimensionCount_) ||
-      !values_.Reserve(values_.count() + 1) || !index_.MakeRoom()) {
-    return nullptr;
-  }
+  if (!MakeRoom()) return nullptr;
   const uint32_t cell = values_.count();
   for (uint32_t dimension = 0; dimension < dimensionCount_; ++dimension) {
     coordinates_.Append(coordinates[dimension]);

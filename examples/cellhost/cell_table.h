@@ -29,6 +29,10 @@ class CellTable {
   bool Add(const uint32_t* coordinates, double value);
   bool Set(const uint32_t* coordinates, double value);
 
+  // Makes room for the cell at these coordinates, so that the next Set or Add of it, or of a cell
+  // that there is, cannot fail. False when there is no memory.
+  bool MakeRoomFor(const uint32_t* coordinates);
+
   // The cell at these coordinates, or kNoEntry.
   uint32_t Find(const uint32_t* coordinates) const;
 
@@ -37,6 +41,7 @@ class CellTable {
   uint32_t coordinate(uint32_t cell, uint32_t dimension) const {
     return CoordinatesOf(cell)[dimension];
   }
+  const uint32_t* coordinates(uint32_t cell) const { return CoordinatesOf(cell); }
   uint64_t bytesHeld() const {
     return coordinates_.bytesHeld() + values_.bytesHeld() + index_.bytesHeld();
   }
@@ -49,6 +54,7 @@ class CellTable {
   uint32_t FindHashed(uint32_t hash, const uint32_t* coordinates) const;
   double* FindOrMake(const uint32_t* coordinates);
   double* Make(uint32_t hash, const uint32_t* coordinates);
+  bool MakeRoom();
 
   uint32_t dimensionCount_ = 0;
   HostArray<uint32_t> coordinates_;

@@ -12,10 +12,20 @@
 //       worker request_ring service   threads that do what clients ask, what all of them share
 //       cell_cache put_order          the cells that they share, changing them
 //       hog                           memory to the limit
+//       cell_files                    the cells in files, from one start to the next
+//         page_file cell_page         their blocks
+//         journal journal_record      each PUT since
+//         place_numbers checksum      cells as files have them
+//         backup write_pause          copies of one moment
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
+//     segment_server segment_client   both over shared memory
+//       chunk_service chunk_channel   a client's chunk, what goes through it
+//       server_client pipe_watch      a client by either road, whether the other end is there
 //     demo_command demo_client        a server and clients, each a process
-//       demo_writer                   clients that change cells
+//       demo_writer demo_segment      clients that change cells, clients over shared memory
+//       demo_files demo_counter       backups, and a server that is killed under PUTs
+//       demo_server                   servers of the demo
 //       child_process own_process     processes
 //     cube dimension cell_table       the data
 //       hash_index text_stack scratch host_memory    memory, from the library

@@ -63,8 +63,15 @@ CLI::Option* AddPipe(CLI::App* command, std::string* pipe) {
       ->check(isName);
 }
 
-void AddClient(CLI::App* command, std::string* pipe, uint32_t* waitSeconds) {
+void AddRoad(CLI::App* command, Road* road, const char* text) {
+  *road = Road::kPipe;
+  command->add_flag_callback(
+      "--segment", [road] { *road = Road::kSharedMemory; }, text);
+}
+
+void AddClient(CLI::App* command, std::string* pipe, Road* road, uint32_t* waitSeconds) {
   *pipe = kDefaultPipe;
+  AddRoad(command, road, "Ask over shared memory instead of the pipe");
   *waitSeconds = 0;
   AddPipe(command, pipe)->capture_default_str();
   command->add_option("--wait", *waitSeconds, "How long to wait for a server that is not there yet")
@@ -91,6 +98,14 @@ void AddMemory(CLI::App* command, std::string* memory) {
       ->check(CLI::ExistingDirectory);
 }
 
+void AddData(CLI::App* command, std::string* data) {
+  command
+      ->add_option("--data", *data,
+                   "Folder that keeps the cells in files; made if it is not there. Without it they "
+                   "are the facts' and are gone at the end")
+      ->type_name("FOLDER");
+}
+
 void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
@@ -106,11 +121,12 @@ void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, std::string
   AddPipe(command, &serve->pipe)->capture_default_str();
   AddLocks(command, locks);
   AddMemory(command, memory);
+  AddData(command, &serve->data);
 }
 
 void AddAsk(CLI::App* app, AskOptions* ask) {
   CLI::App* command = app->add_subcommand("ask", "Ask a server the queries");
-  AddClient(command, &ask->pipe, &ask->waitSeconds);
+  AddClient(command, &ask->pipe, &ask->road, &ask->waitSeconds);
   AddQueries(command, &ask->queries);
   CLI::Option* answers =
       AddAnswers(command, &ask->answers, "Expected answers; without it they are printed");
@@ -121,10 +137,11 @@ void AddAsk(CLI::App* app, AskOptions* ask) {
 
 void AddSend(CLI::App* app, SendOptions* send) {
   CLI::App* command = app->add_subcommand("send", "Send a server one command, print the reply");
-  AddClient(command, &send->pipe, &send->waitSeconds);
+  AddClient(command, &send->pipe, &send->road, &send->waitSeconds);
   command
-      ->add_option("command", send->command,
-                   "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, or HOG, MiB")
+      ->add_option(
+          "command", send->command,
+          "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, HOG, MiB, or BACKUP")
       ->required();
 }
 
@@ -145,8 +162,12 @@ void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
   command->add_option("--answers-after", demo->answersAfter, "Expected answers after the changes")
       ->type_name("FILE")
       ->capture_default_str();
+  AddRoad(command, &demo->road, "The clients ask over shared memory instead of the pipe");
   AddLocks(command, locks);
   AddMemory(command, &demo->memory);
+  demo->inMemory = false;
+  command->add_flag("--in-memory", demo->inMemory,
+                    "The server keeps its cells in memory alone: no backups, and it is not killed");
 }
 
 Command CommandOf(const CLI::App& app) {

@@ -1,5 +1,8 @@
 // A connection: an instance of the control pipe and the thread that serves its clients, one
 // after the other. Queries and PUTs go to the workers; the thread answers everything else itself.
+//
+// A client that asks for a chunk of the segment is served over that from then on. The thread waits
+// for its requests there, and looks into the pipe whenever the segment's time-out has passed.
 #ifndef CELLHOST_CONNECTION_H
 #define CELLHOST_CONNECTION_H
 
@@ -7,6 +10,7 @@
 
 #include <string_view>
 
+#include "chunk_service.h"
 #include "host_thread.h"
 #include "pipe_server.h"
 #include "request_ring.h"
@@ -39,14 +43,23 @@ class Connection {
   void Run();
   void ServeClient(uint32_t client);
   Next ServeRequest(uint32_t client);
+  Next ServePipe(uint32_t client);
+  Next ServeChunk(uint32_t client);
   Next Obey(uint32_t client, std::string_view message);
+  Next ObeyOverChunk(uint32_t client, std::string_view message);
   Next HandOver(RequestKind kind, std::string_view text);
   Next Tell(std::string_view reply);
+  Next Tell(std::string_view reply, FinalCode code);
+  Next TellOverChunk(std::string_view reply, FinalCode code);
   Next TellChunk(uint32_t client);
+  Next TellSegment();
   Next TellStats();
+  Next TellBackup(std::string_view seconds);
 
   Service* service_ = nullptr;
   PipeServer pipe_;
+  ChunkService chunk_;
+  bool overChunk_ = false;  // the request that is carried out came there
   Request request_;
   HostThread thread_;  // last: it uses the others until it has ended
 };

@@ -11,12 +11,21 @@ bool Cube::AddDimension(std::string_view name) {
   return true;
 }
 
-bool Cube::AddFact(const std::string_view* members, double value) {
-  uint32_t coordinates[kDimensionsMax];
+bool Cube::NumberMembers(const std::string_view* members, uint32_t* coordinates) {
   for (uint32_t at = 0; at < dimensionCount_; ++at) {
     if (!dimensions_[at].FindOrAdd(members[at], &names_, &coordinates[at])) return false;
   }
-  return cells_.Add(coordinates, value);
+  return true;
+}
+
+bool Cube::AddFact(const std::string_view* members, double value) {
+  uint32_t coordinates[kDimensionsMax];
+  return NumberMembers(members, coordinates) && cells_.Add(coordinates, value);
+}
+
+bool Cube::AddMembers(const std::string_view* members) {
+  uint32_t coordinates[kDimensionsMax];
+  return NumberMembers(members, coordinates);
 }
 
 CellPlace Cube::Locate(const std::string_view* members) const {

@@ -35,6 +35,9 @@ class Cube {
   //   members  one of each dimension, in order; new ones are added
   bool AddFact(const std::string_view* members, double value);
 
+  // Adds the members that are new, and no cell.
+  bool AddMembers(const std::string_view* members);
+
   // Finds a cell's place.
   //
   //   members  one of each dimension, in order
@@ -46,6 +49,10 @@ class Cube {
     return cells_.Set(place.coordinates, value);
   }
 
+  // Makes room for the cell at a known place, so that the next SetCell there cannot fail. False
+  // when there is no memory.
+  bool MakeRoomFor(const CellPlace& place) { return cells_.MakeRoomFor(place.coordinates); }
+
   // The number of a dimension, or kNoEntry.
   uint32_t FindDimension(std::string_view name) const;
 
@@ -55,6 +62,8 @@ class Cube {
   uint64_t bytesHeld() const;
 
  private:
+  bool NumberMembers(const std::string_view* members, uint32_t* coordinates);
+
   TextStack names_;
   Dimension dimensions_[kDimensionsMax];
   uint32_t dimensionCount_ = 0;

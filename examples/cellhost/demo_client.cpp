@@ -21,13 +21,17 @@ ShortText NameOf(uint32_t client) {
   return name;
 }
 
+// The option that has a client take the road.
+const char* OptionOf(Road road) { return road == Road::kSharedMemory ? "--segment" : ""; }
+
 }  // namespace
 
 bool DemoClient::Start(const DemoOptions& options, const ExpectedAnswers& answers,
                        uint32_t number) {
   number_ = number;
   return check_.Read(answers.path, answers.option) &&
-         process_.Start({"ask", "--pipe", options.pipe, "--queries", options.queries});
+         process_.Start(
+             {"ask", OptionOf(options.road), "--pipe", options.pipe, "--queries", options.queries});
 }
 
 bool DemoClient::CompareAll() {
@@ -51,7 +55,8 @@ bool DemoClient::Finish() {
 
 bool LostClient::Start(const DemoOptions& options) {
   return expected_.Read(options.answers.c_str(), "--answers") &&
-         process_.Start({"ask", "--endless", "--pipe", options.pipe, "--queries", options.queries});
+         process_.Start({"ask", "--endless", OptionOf(options.road), "--pipe", options.pipe,
+                         "--queries", options.queries});
 }
 
 bool LostClient::AwaitAnswers() {

@@ -44,12 +44,17 @@ class LostClient {
  public:
   bool Start(const DemoOptions& options);
 
+  // Waits until some answers have come.
+  bool AwaitAnswers();
+
+  // Takes what it has printed since, so that it goes on. False when there is no memory.
+  bool Pump() { return process_.Pump(); }
+
   // Waits until some answers have come, kills the client, compares the answers and prints the
   // outcome. Whether all of that went well.
   bool Lose();
 
  private:
-  bool AwaitAnswers();
   bool CompareAll(uint32_t* answers);
 
   ChildProcess process_;

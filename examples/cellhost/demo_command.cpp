@@ -6,9 +6,11 @@
 
 #include <charconv>
 
-#include "child_process.h"
 #include "complain.h"
 #include "demo_client.h"
+#include "demo_files.h"
+#include "demo_segment.h"
+#include "demo_server.h"
 #include "demo_writer.h"
 #include "exit_code.h"
 #include "kivsdu/thread.h"
@@ -25,25 +27,23 @@ constexpr uint32_t kAtOnce = 2;  // clients that ask, together with the one that
 constexpr uint32_t kInTurn = 2;
 constexpr uint32_t kWriters = 3;
 constexpr uint32_t kAfter = 2;  // clients that ask at the same time once the cells have changed
-constexpr uint32_t kAskers = kAtOnce + kInTurn + kAfter;
 
-// A busy machine takes seconds to measure the spin budget of its locks.
-constexpr uint32_t kLoadLimitMs = 60 * 1000;
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
-constexpr uint32_t kTryMs = 50;
 constexpr char kHogOrder[] = "HOG 256";
 constexpr std::string_view kTaken = "took 256 MiB; ";
 constexpr std::string_view kRefused = "refused after ";
 constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
-constexpr double kUsPerSecond = 1e6;
 
 // What is added up for the last line.
 struct Outcome {
+  uint32_t clients;  // but the lost one and the one in control
+  uint32_t askers;   // of these, whose answers were compared
   uint32_t agreeing;
   uint32_t expected;
   uint32_t stored;  // cells
   uint32_t lost;    // clients that the server counts as lost
+  bool passedOn;    // the chunk of one, to the next client
   bool serverEnded;
 };
 
@@ -55,30 +55,19 @@ ExpectedAnswers After(const DemoOptions& options) {
   return {.path = options.answersAfter.c_str(), .option = "--answers-after"};
 }
 
-// Starts the server and waits until it has loaded the facts and made its pipe.
-bool StartServer(const DemoOptions& options, LockDesign locks, ChildProcess* server) {
-  const Stopwatch watch;
-  const TimeLimit limit(kLoadLimitMs);
-  if (!server->Start({"serve", "--facts", options.facts, "--pipe", options.pipe, "--locks",
-                      NameOf(locks), options.memory.empty() ? "" : "--memory", options.memory})) {
-    return false;
-  }
-  for (Pause pause; !ServerListens(options.pipe.c_str(), kTryMs); pause.Take()) {
-    if (!server->alive()) return Complain("the server ended before it served; it said why above");
-    if (limit.passed()) {
-      return Complain("the server is not ready after %u s; give it fewer facts with --facts",
-                      kLoadLimitMs / 1000);
-    }
-  }
+bool StartServer(const DemoOptions& options, LockDesign locks, const std::string& data,
+                 DemoServer* server) {
   Heading("Server");
-  Item("Process", "%u, ready after %.3f s", server->id(), watch.elapsedUs() / kUsPerSecond);
+  if (!server->Start(options, locks, options.pipe, data) || !server->AwaitReady()) return false;
   Item("Pipe", "%s", options.pipe.c_str());
   Item("Spinlocks", "%s", NameOf(locks));
+  if (!data.empty()) Item("Files", "%s", data.c_str());
   return true;
 }
 
 bool FinishClient(DemoClient* client, Outcome* outcome) {
   const bool done = client->Finish();
+  ++outcome->askers;
   outcome->agreeing += client->agreeing();
   outcome->expected += client->expected();
   return done;
@@ -90,10 +79,34 @@ bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
   LostClient lost;
   DemoClient clients[kAtOnce];
   if (!lost.Start(options)) return false;
-  for (uint32_t at = 0; at < kAtOnce; ++at) {
-    if (!clients[at].Start(options, Before(options), at + 1)) return false;
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, Before(options), ++outcome->clients)) return false;
   }
   bool done = lost.Lose();
+  for (DemoClient& client : clients) {
+    if (!FinishClient(&client, outcome)) done = false;
+  }
+  return done;
+}
+
+// As many clients as the server's segment has chunks, and the one to be lost; then as many again,
+// all of them processes.
+bool RunOverSegment(const DemoOptions& options, Outcome* outcome) {
+  ChunkDemo chunks;
+  bool done = chunks.Run(options, outcome->clients);
+  for (uint32_t at = 0; at < ChunkDemo::kAskers; ++at) {
+    outcome->agreeing += chunks.asker(at).agreeing();
+    outcome->expected += chunks.asker(at).expected();
+  }
+  outcome->clients += ChunkDemo::kAskers;
+  outcome->askers += ChunkDemo::kAskers;
+  outcome->passedOn = chunks.passedOn();
+
+  Heading("Processes over shared memory, at the same time");
+  DemoClient clients[KIV_SEGMENT_CHUNKS];
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, Before(options), ++outcome->clients)) return false;
+  }
   for (DemoClient& client : clients) {
     if (!FinishClient(&client, outcome)) done = false;
   }
@@ -105,7 +118,7 @@ bool RunInTurn(const DemoOptions& options, Outcome* outcome) {
   bool done = true;
   for (uint32_t at = 0; at < kInTurn; ++at) {
     DemoClient client;
-    const bool started = client.Start(options, Before(options), kAtOnce + at + 1);
+    const bool started = client.Start(options, Before(options), ++outcome->clients);
     if (!started || !FinishClient(&client, outcome)) done = false;
   }
   return done;
@@ -117,8 +130,10 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   DemoWriter writers[kWriters];
   bool done = true;
   for (uint32_t at = 0; at < kWriters; ++at) {
-    const uint32_t number = kAtOnce + kInTurn + at + 1;
-    if (!writers[at].Start(options.pipe.c_str(), orders, at, kWriters, number)) return false;
+    if (!writers[at].Start(options.road, options.pipe.c_str(), orders, at, kWriters,
+                           ++outcome->clients)) {
+      return false;
+    }
   }
   for (DemoWriter& writer : writers) {
     if (!writer.Finish()) done = false;
@@ -127,7 +142,9 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   return done;
 }
 
-bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
+// A PipeClient or a ServerClient.
+template <class Client>
+bool AskAndPrint(Client* control, std::string_view request, Reply* reply) {
   if (!control->Ask(request, reply)) return false;
   Item(request.data(), "%.*s", static_cast<int>(reply->text.size()), reply->text.data());
   return reply->ok;
@@ -136,9 +153,10 @@ bool AskAndPrint(PipeClient* control, std::string_view request, Reply* reply) {
 // A server with a limit of its memory refuses, and goes on; one without has as much.
 bool RunHog(const DemoOptions& options) {
   Heading("A client that has the server take memory");
-  PipeClient client;
+  ServerClient client;
   Reply reply;
-  if (!client.Open(options.pipe.c_str(), 0) || !AskAndPrint(&client, kHogOrder, &reply)) {
+  if (!client.Open(options.road, options.pipe.c_str(), 0) ||
+      !AskAndPrint(&client, kHogOrder, &reply)) {
     return false;
   }
   const bool refused = reply.text.starts_with(kRefused);
@@ -152,9 +170,8 @@ bool RunAfter(const DemoOptions& options, Outcome* outcome) {
   Heading("Clients after the changes");
   DemoClient clients[kAfter];
   bool done = true;
-  for (uint32_t at = 0; at < kAfter; ++at) {
-    const uint32_t number = kAtOnce + kInTurn + kWriters + at + 1;
-    if (!clients[at].Start(options, After(options), number)) return false;
+  for (DemoClient& client : clients) {
+    if (!client.Start(options, After(options), ++outcome->clients)) return false;
   }
   for (DemoClient& client : clients) {
     if (!FinishClient(&client, outcome)) done = false;
@@ -181,7 +198,15 @@ bool AwaitNotice(PipeClient* control, Outcome* outcome) {
     outcome->lost = LostOf(reply.text);
     if (limit.passed()) return Complain("the server has not noticed the client that was killed");
   }
-  return AskAndPrint(control, kStats, &reply);
+  return true;
+}
+
+// Before the server is killed, and its counts with it.
+bool NoticeLost(const DemoOptions& options, Outcome* outcome) {
+  PipeClient control;
+  if (!control.Open(options.pipe.c_str(), 0) || !AwaitNotice(&control, outcome)) return false;
+  control.Leave();
+  return true;
 }
 
 // Stats and stop; whether the server took the commands.
@@ -190,7 +215,8 @@ bool ControlServer(const DemoOptions& options, Outcome* outcome) {
   PipeClient control;
   Reply reply;
   if (!control.Open(options.pipe.c_str(), 0)) return false;
-  const bool asked = AskAndPrint(&control, kChunk, &reply) && AwaitNotice(&control, outcome);
+  const bool asked = AskAndPrint(&control, kChunk, &reply) && AwaitNotice(&control, outcome) &&
+                     AskAndPrint(&control, kStats, &reply);
   const bool stopped = AskAndPrint(&control, kStop, &reply);
   control.Leave();
   return asked && stopped;
@@ -207,11 +233,12 @@ bool EndServer(ChildProcess* server, Outcome* outcome) {
 
 void PrintOutcome(const Outcome& outcome) {
   printf(
-      "\n%u of %u answers of %u clients agree; %u cells were put by %u clients; %u %s lost%s; "
+      "\n%u of %u answers of %u clients agree; %u cells were put by %u clients; %u %s lost%s%s; "
       "the server %s\n",
-      outcome.agreeing, outcome.expected, kAskers, outcome.stored, kWriters,
+      outcome.agreeing, outcome.expected, outcome.askers, outcome.stored, kWriters,
       outcome.lost == 0 ? 1 : outcome.lost, outcome.lost > 1 ? "clients were" : "client was",
       outcome.lost == 0 ? " and not noticed" : " and noticed",
+      outcome.passedOn ? ", and its chunk went to the next" : "",
       outcome.serverEnded ? "ended cleanly" : "did not end cleanly");
 }
 
@@ -220,20 +247,32 @@ void PrintOutcome(const Outcome& outcome) {
 int DemoCommand(const DemoOptions& options, LockDesign locks) {
   LineFile<PutOrder> orders(ParsePut);
   if (!orders.Read(options.puts.c_str(), "--puts")) return kExitFailed;
-  ChildProcess server;
+  DemoFiles files(options, locks, orders);
+  DemoServer first;
+  DemoServer afterKill;
+  const bool inFiles = !options.inMemory;
+  DemoServer* server = inFiles ? &afterKill : &first;
   Outcome outcome = {};
-  if (!StartServer(options, locks, &server)) return kExitFailed;
-  const bool atOnce = RunAtOnce(options, &outcome);
+  if (inFiles && !files.ChooseFolder()) return kExitFailed;
+  if (!StartServer(options, locks, files.folder(), &first)) return kExitFailed;
+  const bool atOnce = options.road == Road::kSharedMemory ? RunOverSegment(options, &outcome)
+                                                          : RunAtOnce(options, &outcome);
   const bool inTurn = RunInTurn(options, &outcome);
+  if (inFiles && (!NoticeLost(options, &outcome) || !files.KillUnderPuts(&first, &afterKill))) {
+    return kExitFailed;
+  }
   const bool changed = RunWriters(options, orders, &outcome);
   const bool borne = RunHog(options);
   const bool after = changed && RunAfter(options, &outcome);
+  const bool backedUp = !inFiles || files.MakeLastBackup(*server);
   const bool controlled = ControlServer(options, &outcome);
-  const bool ended = EndServer(&server, &outcome);
+  const bool ended = EndServer(&server->process(), &outcome);
+  const bool kept = backedUp && ended && (!inFiles || files.CheckLastCopy());
   PrintOutcome(outcome);
+  if (inFiles) files.PrintOutcome();
   if (outcome.agreeing != outcome.expected) return kExitAnswersDiffer;
-  const bool done =
-      atOnce && inTurn && changed && borne && after && controlled && ended && outcome.lost == 1;
+  const bool done = atOnce && inTurn && changed && borne && after && controlled && ended && kept &&
+                    outcome.lost == 1;
   return done ? kExitDone : kExitFailed;
 }
 

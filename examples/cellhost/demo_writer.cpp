@@ -17,8 +17,9 @@ constexpr int32_t kForEver = -1;  // each request has a limit of its own
 
 }  // namespace
 
-bool DemoWriter::Start(const char* pipe, const LineFile<PutOrder>& orders, uint32_t first,
-                       uint32_t step, uint32_t number) {
+bool DemoWriter::Start(Road road, const char* pipe, const LineFile<PutOrder>& orders,
+                       uint32_t first, uint32_t step, uint32_t number) {
+  road_ = road;
   pipe_ = pipe;
   orders_ = &orders;
   first_ = first;
@@ -30,8 +31,8 @@ bool DemoWriter::Start(const char* pipe, const LineFile<PutOrder>& orders, uint3
 void DemoWriter::Run() { done_ = StoreAll(); }
 
 bool DemoWriter::StoreAll() {
-  PipeClient server;
-  if (!server.Open(pipe_, 0)) return false;
+  ServerClient server;
+  if (!server.Open(road_, pipe_, 0)) return false;
   for (uint32_t at = first_; at < orders_->count(); at += step_) {
     const PutOrder& order = orders_->item(at);
     if (!Store(&server, order) || !ReadBack(&server, order)) return false;
@@ -41,7 +42,7 @@ bool DemoWriter::StoreAll() {
   return true;
 }
 
-bool DemoWriter::Store(PipeClient* server, const PutOrder& order) {
+bool DemoWriter::Store(ServerClient* server, const PutOrder& order) {
   Reply reply;
   if (!server->Ask(order.text, &reply)) return false;
   if (reply.ok && reply.text == kStored) return true;
@@ -49,7 +50,7 @@ bool DemoWriter::Store(PipeClient* server, const PutOrder& order) {
                   static_cast<int>(reply.text.size()), reply.text.data());
 }
 
-bool DemoWriter::ReadBack(PipeClient* server, const PutOrder& order) {
+bool DemoWriter::ReadBack(ServerClient* server, const PutOrder& order) {
   RequestText query;
   RequestText request;
   Reply reply;

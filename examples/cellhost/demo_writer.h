@@ -6,8 +6,8 @@
 
 #include "host_thread.h"
 #include "line_file.h"
-#include "pipe_client.h"
 #include "put_order.h"
+#include "server_client.h"
 
 namespace cellhost {
 
@@ -21,8 +21,8 @@ class DemoWriter {
   //   first   number of its first order
   //   step    from each of its orders to the next
   //   number  from 1; for what is printed
-  bool Start(const char* pipe, const LineFile<PutOrder>& orders, uint32_t first, uint32_t step,
-             uint32_t number);
+  bool Start(Road road, const char* pipe, const LineFile<PutOrder>& orders, uint32_t first,
+             uint32_t step, uint32_t number);
 
   // Waits for the end and prints the outcome. Whether all of its orders were carried out, and each
   // cell was then as ordered.
@@ -33,9 +33,10 @@ class DemoWriter {
  private:
   void Run();
   bool StoreAll();
-  bool Store(PipeClient* server, const PutOrder& order);
-  bool ReadBack(PipeClient* server, const PutOrder& order);
+  bool Store(ServerClient* server, const PutOrder& order);
+  bool ReadBack(ServerClient* server, const PutOrder& order);
 
+  Road road_ = Road::kPipe;
   const char* pipe_ = nullptr;
   const LineFile<PutOrder>* orders_ = nullptr;
   uint32_t first_ = 0;

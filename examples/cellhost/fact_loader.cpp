@@ -52,7 +52,7 @@ bool ReadRowMeasure(const CsvReader& reader, std::string_view text, double* meas
                     text.data());
 }
 
-bool AddRow(const CsvReader& reader, Cube* cube) {
+bool AddRow(const CsvReader& reader, FactParts parts, Cube* cube) {
   const uint32_t dimensions = cube->dimensionCount();
   if (reader.fieldCount() != dimensions + 1) {
     return ComplainAt(reader.file().path(), reader.rowLine(),
@@ -69,28 +69,28 @@ bool AddRow(const CsvReader& reader, Cube* cube) {
     }
   }
   double measure = 0;
-  return ReadRowMeasure(reader, reader.field(dimensions), &measure) &&
-         cube->AddFact(members, measure);
+  if (!ReadRowMeasure(reader, reader.field(dimensions), &measure)) return false;
+  return parts == FactParts::kAll ? cube->AddFact(members, measure) : cube->AddMembers(members);
 }
 
-bool AddRows(CsvReader* reader, Cube* cube, uint64_t* rows) {
+bool AddRows(CsvReader* reader, FactParts parts, Cube* cube, uint64_t* rows) {
   Progress progress;
   for (;;) {
     const CsvStep step = reader->Next();
     if (step != CsvStep::kRow) return step == CsvStep::kEnd;
-    if (!AddRow(*reader, cube)) return false;
+    if (!AddRow(*reader, parts, cube)) return false;
     progress.Update(++*rows, reader->file());
   }
 }
 
 }  // namespace
 
-bool LoadFacts(const char* path, Cube* cube, LoadResult* result) {
+bool LoadFacts(const char* path, FactParts parts, Cube* cube, LoadResult* result) {
   *result = {};
   const Stopwatch watch;
   CsvReader reader;
   if (!reader.Open(path, "--facts") || !ReadHeader(&reader, cube) ||
-      !AddRows(&reader, cube, &result->rows)) {
+      !AddRows(&reader, parts, cube, &result->rows)) {
     return false;
   }
   result->fileBytes = reader.file().readBytes();

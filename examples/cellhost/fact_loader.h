@@ -15,9 +15,12 @@ struct LoadResult {
   uint32_t elapsedUs;
 };
 
+// What of the facts gets into the cube: all, or the dimensions and their members without any cell.
+enum class FactParts { kAll, kNames };
+
 // Loads a file into an empty cube. False at the first bad row, which has then been told with its
 // line; the cube is of no use then.
-bool LoadFacts(const char* path, Cube* cube, LoadResult* result);
+bool LoadFacts(const char* path, FactParts parts, Cube* cube, LoadResult* result);
 
 }  // namespace cellhost
 

@@ -15,20 +15,6 @@ namespace {
 constexpr char kSourceReceived[] = "cellhost/pipe_end received";
 constexpr char kSourceSent[] = "cellhost/pipe_end sent";
 
-void WriteLength(uint32_t lengthBytes, char* room) {
-  for (uint32_t at = 0; at < kLengthBytes; ++at) {
-    room[at] = static_cast<char>(lengthBytes >> (8 * at));
-  }
-}
-
-uint32_t ReadLength(const char* room) {
-  uint32_t lengthBytes = 0;
-  for (uint32_t at = 0; at < kLengthBytes; ++at) {
-    lengthBytes |= uint32_t{static_cast<unsigned char>(room[at])} << (8 * at);
-  }
-  return lengthBytes;
-}
-
 }  // namespace
 
 PipeEnd::PipeEnd(uint32_t longestBytes)
@@ -86,6 +72,12 @@ Received PipeEnd::ReadAll(const Patience& patience, char* room, uint32_t lengthB
     lengthBytes -= readBytes;
   }
   return Received::kMessage;
+}
+
+Received PipeEnd::Glance() {
+  const TimeLimit atOnce(0);
+  uint32_t availableBytes = 0;
+  return Look({.limit = &atOnce, .stop = nullptr}, &availableBytes);
 }
 
 Received PipeEnd::Receive(const Patience& patience, std::string_view* text) {

@@ -51,6 +51,9 @@ class PipeEnd {
   // when there is no memory.
   bool Send(std::string_view text);
 
+  // Whether something of a message has come, without a wait: kMessage, kTimedOut or kGone.
+  Received Glance();
+
   // Waits for a message.
   //
   //   text  receives it; good until the next one

@@ -14,6 +14,7 @@
 
 #include "host_memory.h"
 #include "kivsdu/api.h"
+#include "protocol.h"
 #include "ring_places.h"
 
 namespace cellhost {
@@ -37,8 +38,9 @@ class Request {
   bool AwaitDone();
 
   RequestKind kind = RequestKind::kRead;
-  std::string_view text;  // the query or the order, as the client wrote it
-  HostArray<char> reply;  // empty if there was no memory for it
+  std::string_view text;              // the query or the order, as the client wrote it
+  HostArray<char> reply;              // empty if there was no memory for it
+  FinalCode code = FinalCode::kDone;  // of a reply that is not empty
 
  private:
   KivHandle done_ = nullptr;  // standard event

@@ -90,7 +90,7 @@ int RunCommand(const RunOptions& options) {
 
   Cube cube;
   LoadResult load;
-  if (!LoadFacts(options.facts.c_str(), &cube, &load)) return kExitFailed;
+  if (!LoadFacts(options.facts.c_str(), FactParts::kAll, &cube, &load)) return kExitFailed;
   PrintLoad(options.facts.c_str(), cube, load);
 
   if (!ServeAll(cube, queries, check)) return kExitFailed;

@@ -4,6 +4,9 @@
 //   8 connections    one client each; queries and PUTs go into the ring
 //   4 workers        requests off the ring; they read and change the cell cache
 //
+// With --data the cells are in files too (cell_files.h): read before the threads start, written
+// back after they have ended.
+//
 // The ring's lock is a lightweight spinlock, the cell cache's a reader-writer lock. No thread
 // holds both.
 #include "serve_command.h"
@@ -11,6 +14,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include "cell_files.h"
 #include "complain.h"
 #include "connection.h"
 #include "exit_code.h"
@@ -63,10 +67,21 @@ void PrintServing(const ServeOptions& options, LockDesign locks, Service* servic
   Item("Facts", "%s, %s rows in %s cells", options.facts.c_str(), Grouped(service->rows).text,
        Grouped(cells).text);
   Item("Pipe", "%s, for %u clients at a time", options.pipe.c_str(), kConnections);
+  Item("Segment", "%s, for %u of them at a time", service->segment.name(), KIV_SEGMENT_CHUNKS);
   Item("Workers", "%u", kWorkers);
   Item("Spinlocks", "%s", NameOf(locks));
   Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());
   fflush(stdout);  // whoever reads it through a pipe has it now
+}
+
+void PrintFiles(const ServeOptions& options, const CellFiles& files) {
+  const Replayed& replayed = files.replayed();
+  Heading("Files");
+  Item("Folder", "%s", options.data.c_str());
+  Item("Cells", "%u blocks", files.pageCount());
+  Item("Journal", "%s%s, %s that the cells had, %u bytes dropped",
+       Grouped(replayed.carriedOut).text, kCarriedOutAgain.data(),
+       Grouped(replayed.passedOver).text, replayed.droppedBytes);
 }
 
 void PrintServed(const Service& service) {
@@ -103,16 +118,32 @@ bool Serve(const ServeOptions& options, LockDesign locks, Service* service) {
   return stopped;
 }
 
+// The cube from the facts, and its cells from the files if there are any.
+bool LoadCells(const ServeOptions& options, CellFiles* files, Cube* cube, LoadResult* load) {
+  const FactParts parts = files->HasCells() ? FactParts::kNames : FactParts::kAll;
+  if (!LoadFacts(options.facts.c_str(), parts, cube, load)) return false;
+  if (options.data.empty()) return true;
+  if (!files->Load(cube)) return false;
+  PrintFiles(options, *files);
+  return true;
+}
+
 }  // namespace
 
 int ServeCommand(const ServeOptions& options, LockDesign locks) {
   Cube cube;
   LoadResult load;
-  if (!LoadFacts(options.facts.c_str(), &cube, &load)) return kExitFailed;
-  Service service(&cube, load.rows);
-  if (!service.Create() || !Serve(options, locks, &service)) return kExitFailed;
-  PrintServed(service);
-  return service.failed.load(std::memory_order_relaxed) ? kExitFailed : kExitDone;
+  CellFiles files;
+  const bool inFiles = !options.data.empty();
+  if (inFiles && !files.Open(options.data)) return kExitFailed;
+  if (!LoadCells(options, &files, &cube, &load)) return kExitFailed;
+  {
+    Service service(&cube, load.rows, inFiles ? &files : nullptr);
+    if (!service.Create() || !Serve(options, locks, &service)) return kExitFailed;
+    PrintServed(service);
+    if (service.failed.load(std::memory_order_relaxed)) return kExitFailed;
+  }
+  return !inFiles || files.WriteBack(cube) ? kExitDone : kExitFailed;
 }
 
 }  // namespace cellhost

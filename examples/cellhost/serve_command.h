@@ -4,14 +4,19 @@
 #define CELLHOST_SERVE_COMMAND_H
 
 #include <string>
+#include <string_view>
 
 #include "lock_design.h"
 
 namespace cellhost {
 
+// Follows, in what the server prints when it starts, how many PUTs its journal had.
+constexpr std::string_view kCarriedOutAgain = " PUTs carried out again";
+
 struct ServeOptions {
   std::string facts;
   std::string pipe;
+  std::string data;  // folder of the cells' files; empty: there are none
 };
 
 // The program's exit code.

@@ -28,11 +28,12 @@ bool Service::Create() {
   KivSdContext* ctx = ThisContext();
   startSeconds_ = WallSeconds();
   return Succeeded(ctx, KivSdStdEventCreate(ctx, &stopped_), "make the stop event") &&
-         ring.Create();
+         ring.Create() && segment.Create();
 }
 
 void Service::Stop() {
   stop.store(true, std::memory_order_relaxed);
+  if (files != nullptr) files->ShutDown();
   KivSdContext* ctx = ThisContext();
   Succeeded(ctx, KivSdStdEventSet(ctx, &stopped_), "signal the stop");
 }
@@ -45,6 +46,10 @@ void Service::Fail() {
 bool Service::AwaitStop() {
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdStdEventWait(ctx, &stopped_), "wait for the stop");
+}
+
+bool Service::Put(const PutOrder& order, Fault* fault) {
+  return files != nullptr ? files->Put(&cells, order, fault) : cells.Put(order, fault);
 }
 
 uint64_t Service::uptimeSeconds() const {

@@ -7,15 +7,20 @@
 #include <atomic>
 
 #include "cell_cache.h"
+#include "cell_files.h"
 #include "kivsdu/api.h"
 #include "request_ring.h"
+#include "segment_server.h"
 
 namespace cellhost {
 
 class Service {
  public:
   // cube: see CellCache.
-  Service(Cube* cube, uint64_t factRows) : cells(cube), rows(factRows) {}
+  //
+  //   cellFiles  where the cells are kept; null: nowhere. Not copied
+  Service(Cube* cube, uint64_t factRows, CellFiles* cellFiles)
+      : cells(cube), rows(factRows), files(cellFiles) {}
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
   ~Service();
@@ -30,11 +35,16 @@ class Service {
   bool AwaitStop();
   bool stopping() const { return stop.load(std::memory_order_relaxed); }
 
+  // Stores a number in a cell, and in the files if there are any; see CellCache::Put.
+  bool Put(const PutOrder& order, Fault* fault);
+
   uint64_t uptimeSeconds() const;
 
   CellCache cells;
   const uint64_t rows;
+  CellFiles* const files;  // null if there are none
   RequestRing ring;
+  SegmentServer segment;
 
   // relaxed wherever they are used: the flags and counts order nothing.
   std::atomic<bool> stop{false};

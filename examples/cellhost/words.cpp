@@ -46,6 +46,11 @@ bool Wrong(Fault* fault, const char* format, ...) {
   return false;
 }
 
+bool NoMemory(Fault* fault, const char* what) {
+  fault->noMemory = true;
+  return Wrong(fault, "%s", what);
+}
+
 std::string_view Trimmed(std::string_view text) {
   const size_t first = text.find_first_not_of(kBlanks);
   if (first == text.npos) return {};
@@ -59,7 +64,7 @@ bool SplitWords(std::string_view line, uint32_t most, TextRoom* room, Words* wor
       return Wrong(fault, "more than %u words; quote a member that has blanks", most);
     }
     char* start = nullptr;
-    if (!room->MakeRoom(left.size(), &start)) return Wrong(fault, "no memory for the words");
+    if (!room->MakeRoom(left.size(), &start)) return NoMemory(fault, "no memory for the words");
     if (!TakeWord(&left, start, &words->word[words->count++])) {
       return Wrong(fault, "a quote is not closed; add one, or double it if it is part of a name");
     }

@@ -32,10 +32,16 @@ struct Words {
 // What is wrong with a line, and what to do.
 struct Fault {
   char text[160];
+  bool noMemory = false;  // it is not the line
 };
 
 // Says what is wrong. Always false, to be returned.
 CELLHOST_FORMAT(2, 3) bool Wrong(Fault* fault, const char* format, ...);
+
+// Says that there is no memory. Always false, to be returned.
+//
+//   what  "no memory for the words"
+bool NoMemory(Fault* fault, const char* what);
 
 // A text without the blanks around it.
 std::string_view Trimmed(std::string_view text);

@@ -16,28 +16,33 @@ namespace cellhost {
 namespace {
 
 // "OK answer" or "ERROR reason"; nothing when there is no memory for it.
-void SetReply(std::string_view verb, std::string_view text, HostArray<char>* reply) {
-  reply->Clear();
-  if (!reply->Resize(static_cast<uint32_t>(verb.size() + 1 + text.size()), ' ')) return;
-  std::copy(verb.begin(), verb.end(), reply->data());
-  std::copy(text.begin(), text.end(), reply->data() + verb.size() + 1);
+void SetReply(FinalCode code, std::string_view text, Request* request) {
+  const std::string_view verb = code == FinalCode::kDone ? kOk : kError;
+  HostArray<char>& reply = request->reply;
+  request->code = code;
+  reply.Clear();
+  if (!reply.Resize(static_cast<uint32_t>(verb.size() + 1 + text.size()), ' ')) return;
+  std::copy(verb.begin(), verb.end(), reply.data());
+  std::copy(text.begin(), text.end(), reply.data() + verb.size() + 1);
+}
+
+void SetFault(const Fault& fault, Request* request) {
+  SetReply(fault.noMemory ? FinalCode::kRefused : FinalCode::kBad, fault.text, request);
 }
 
 void Answer(Service* service, Request* request) {
   ScratchRoom words;
   Query query;
   Fault fault;
-  if (!ParseQuery(request->text, &words, &query, &fault)) {
-    return SetReply(kError, fault.text, &request->reply);
-  }
+  if (!ParseQuery(request->text, &words, &query, &fault)) return SetFault(fault, request);
   std::string_view answer;
   if (!service->cells.Answer(query, &answer)) {
-    return SetReply(kError, "no memory for the answer", &request->reply);
+    return SetReply(FinalCode::kRefused, "no memory for the answer", request);
   }
   if (answer.size() > kReplyBytesMax - kOk.size() - 1) {
-    return SetReply(kError, "the answer is too long; ask for fewer members", &request->reply);
+    return SetReply(FinalCode::kBad, "the answer is too long; ask for fewer members", request);
   }
-  SetReply(kOk, answer, &request->reply);
+  SetReply(FinalCode::kDone, answer, request);
   service->queries.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -45,10 +50,10 @@ void Put(Service* service, Request* request) {
   ScratchRoom words;
   PutOrder order;
   Fault fault;
-  if (!ParsePut(request->text, &words, &order, &fault) || !service->cells.Put(order, &fault)) {
-    return SetReply(kError, fault.text, &request->reply);
+  if (!ParsePut(request->text, &words, &order, &fault) || !service->Put(order, &fault)) {
+    return SetFault(fault, request);
   }
-  SetReply(kOk, kStored, &request->reply);
+  SetReply(FinalCode::kDone, kStored, request);
   service->puts.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -56,10 +61,8 @@ void TryMemory(Request* request) {
   ScratchRoom words;
   Fault fault;
   uint32_t mebibytes = 0;
-  if (!ParseHog(request->text, &words, &mebibytes, &fault)) {
-    return SetReply(kError, fault.text, &request->reply);
-  }
-  SetReply(kOk, Hog(mebibytes).text, &request->reply);
+  if (!ParseHog(request->text, &words, &mebibytes, &fault)) return SetFault(fault, request);
+  SetReply(FinalCode::kDone, Hog(mebibytes).text, request);
 }
 
 void Do(Service* service, Request* request) {

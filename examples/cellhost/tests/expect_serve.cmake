@@ -65,6 +65,12 @@ expect_reply(2 "nothing stored: 'sold in' has no member 'Rome'" "PUT apple Rome 
 expect_reply(2 "nothing stored: a cell has 2 members, one of each dimension, not 1" "PUT apple 5")
 expect_reply(2 "write HOG and how many MiB, a whole number from 1 to 1024" HOG)
 expect_reply(2 "write HOG and how many MiB, a whole number from 1 to 1024" "HOG 2000")
+foreach(seconds 0 21 -1 1.5 "2 3" x)
+  expect_reply(2 "write BACKUP, or BACKUP and how many seconds PUTs may wait, 1 to 20"
+               "BACKUP ${seconds}")
+endforeach()
+expect_reply(2 "the server has no files; start it with --data and a folder" BACKUP)
+expect_reply(2 "the server has no files" "BACKUP 20")
 expect_reply(0 "^took 3 MiB; no warning; totals not counted\n" "HOG 3")
 expect(0 "12 of 12 answers agree" ask --pipe ${PIPE} --queries ${QUERIES} --answers ${ANSWERS})
 

@@ -1,0 +1,135 @@
+// A server in the test's process: all its threads over a small cube, and clients of it.
+#ifndef CELLHOST_TESTS_SERVER_FIXTURE_H
+#define CELLHOST_TESTS_SERVER_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "../connection.h"
+#include "../host_thread.h"
+#include "../pipe_server.h"
+#include "../segment_client.h"
+#include "../service.h"
+#include "../waiting.h"
+#include "../worker.h"
+#include "host_fixture.h"
+#include "support/waiting.h"
+
+namespace cellhost::test {
+
+constexpr uint32_t kWorkers = 3;
+
+// Of the server's segment: shorter than in earnest, for the tests have to wait for it.
+constexpr uint32_t kTestTimeoutMs = 200;
+
+constexpr uint32_t kNumbers = 500;  // members of the second dimension
+
+// Fruit by number: cell (apple, n) is n. All of TOP number makes an answer of several halves.
+class Fruit : public Cube {
+ public:
+  Fruit() {
+    EXPECT_TRUE(AddDimension("fruit") && AddDimension("number"));
+    for (uint32_t number = 1; number <= kNumbers; ++number) {
+      const std::string name = std::to_string(number);
+      const std::string_view members[] = {"apple", name};
+      EXPECT_TRUE(AddFact(members, number));
+    }
+  }
+};
+
+// What the server says to "TOP number 500", behind the query.
+inline std::string LongAnswer() {
+  std::string text = "TOP number 500: ";
+  for (uint32_t number = kNumbers; number >= 1; --number) {
+    const std::string name = std::to_string(number);
+    text.append(name).append(" ").append(name).append(number == 1 ? "" : ", ");
+  }
+  return text;
+}
+constexpr std::string_view kLongQuery = "QUERY TOP number 500";
+
+// One that has stopped is as `cellhost serve` ends.
+class Server {
+ public:
+  Server() {
+    EXPECT_TRUE(service_.Create());
+    service_.segment.segment()->timeoutMs = kTestTimeoutMs;
+    for (HostThread& worker : workers_) EXPECT_TRUE(worker.Start(RunWorker, &service_));
+    for (Connection& connection : connections_) {
+      EXPECT_TRUE(connection.Start(&service_, pipe(), &connection == connections_));
+    }
+  }
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+  ~Server() { Stop(); }
+
+  // Ends all threads; clients have to leave meanwhile.
+  void Stop() {
+    if (stopped_) return;
+    stopped_ = true;
+    service_.Stop();
+    const TimeLimit limit(kiv::test::kLimitMs);
+    for (Connection& connection : connections_) {
+      while (!connection.EndsWithin(kBetweenWakesMs)) {
+        ASSERT_FALSE(limit.passed());
+        WakeAccept(pipe());
+      }
+    }
+    for (uint32_t worker = 0; worker < kWorkers; ++worker) service_.ring.EndOne();
+  }
+
+  const char* pipe() const { return pipe_.c_str(); }
+  std::string segment() const { return service_.segment.name(); }
+  uint32_t takenMask() { return service_.segment.segment()->takenMask; }
+  Service* service() { return &service_; }
+
+ private:
+  static constexpr int32_t kBetweenWakesMs = 20;
+
+  const std::string pipe_ = kiv::test::UniqueName("cellhost_pipe");
+  Fruit cube_;
+  Service service_{&cube_, kNumbers};
+  HostThread workers_[kWorkers];
+  Connection connections_[kConnections];
+  bool stopped_ = false;
+};
+
+// A client with a chunk. Leaves at its end, if not before.
+class ChunkClient {
+ public:
+  explicit ChunkClient(const char* pipe) {
+    EXPECT_TRUE(client_.Open(pipe, 0));
+    EXPECT_TRUE(client_.AwaitChunk(kiv::test::kLimitMs));
+  }
+  ChunkClient(const ChunkClient&) = delete;
+  ChunkClient& operator=(const ChunkClient&) = delete;
+  ~ChunkClient() {
+    if (!left_) client_.Leave();
+  }
+
+  // Leaves without a word in the chunk.
+  void LeaveByPipe() {
+    client_.pipe()->Leave();
+    left_ = true;
+  }
+
+  // The answer's code, a blank and its text.
+  std::string Ask(std::string_view request) {
+    Reply reply = {};
+    if (!client_.Ask(request, &reply)) return "no answer";
+    return std::to_string(static_cast<uint32_t>(client_.code())) + " " + std::string(reply.text);
+  }
+
+  SegmentClient* operator->() { return &client_; }
+  int32_t chunk() const { return client_.chunk(); }
+
+ private:
+  SegmentClient client_;
+  bool left_ = false;
+};
+
+}  // namespace cellhost::test
+
+#endif
