@@ -90,7 +90,7 @@ class Server {
 
   const std::string pipe_ = kiv::test::UniqueName("cellhost_pipe");
   Fruit cube_;
-  Service service_{&cube_, kNumbers};
+  Service service_{&cube_, kNumbers, nullptr};
   HostThread workers_[kWorkers];
   Connection connections_[kConnections];
   bool stopped_ = false;
