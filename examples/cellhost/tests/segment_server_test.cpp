@@ -451,6 +451,10 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
   EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 5", &reply));
   EXPECT_EQ(reply.text, "CELL apple 5: 5");
   EXPECT_NE(server_.takenMask() >> chunk & 1, 0u);
+  // Nothing is taken out of the chunk any more.
+  Send(client, "QUERY CELL apple 6");
+  EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 7", &reply));
+  EXPECT_TRUE(IsGiven(server_.segment(), FullMember(chunk, false)));
   EXPECT_EQ(OverPipe("SEGMENT"), "ERROR all chunks are taken; ask again later");
   others.AwaitRounds();
   EXPECT_EQ(client->AskForChunk(), Given::kOne);
