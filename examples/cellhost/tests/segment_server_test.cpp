@@ -245,6 +245,14 @@ TEST_F(SegmentServerTest, TakesAChunkBackWithBye) {
   EXPECT_EQ(client.Ask("CHUNK"), "1 1");
 }
 
+// A client that leaves says so in its chunk: the server need not wait for it until the time-out.
+TEST_F(SegmentServerTest, TakesAChunkBackAtOnceFromAClientThatLeaves) {
+  server_.service()->segment.segment()->timeoutMs = 2 * kLimitMs;
+  { const ChunkClient client(server_.pipe()); }
+  AwaitTaken(0, false);
+  AwaitLost(0);
+}
+
 TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
   for (const uint32_t lost : {0u, 1u}) {
     {
