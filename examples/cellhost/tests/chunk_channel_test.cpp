@@ -46,6 +46,8 @@ class Times final : public ChunkWatch {
     ++asked_;
     return left_-- != 0;
   }
+  uint32_t asked() const { return asked_; }
+
   // Waits until it is asked once more.
   void AwaitAsked() const {
     for (const uint32_t before = asked_; asked_ == before;) KivSdSleep(nullptr, 1);
@@ -278,8 +280,10 @@ TEST_F(ChunkChannelTest, IsBrokenBySemaphoresThatAreGivenTwice) {
   EXPECT_EQ(server_.ReceiveRequest(&text), Carried::kBroken);
   EXPECT_TRUE(server_.Reset());
   EXPECT_TRUE(Member(name_, FullMember(kChunk, kAnswers)).Give());
-  EXPECT_EQ(SendAnswer("one", 1), Carried::kBroken);
-  EXPECT_EQ(SendAnswer("one", 1), Carried::kBroken);
+  Times watch(kPatience);
+  EXPECT_EQ(server_.SendAnswer("one", 1, &watch), Carried::kBroken);
+  EXPECT_EQ(server_.SendAnswer("one", 1, &watch), Carried::kBroken);
+  EXPECT_EQ(watch.asked(), 0u);  // it is no wait
   EXPECT_TRUE(server_.Reset());
   ExpectRoundTrip();
 }

@@ -245,6 +245,14 @@ TEST_F(SegmentServerTest, TakesAChunkBackWithBye) {
   EXPECT_EQ(client.Ask("CHUNK"), "1 1");
 }
 
+// A client that leaves says so in its chunk: the server need not wait for it until the time-out.
+TEST_F(SegmentServerTest, TakesAChunkBackAtOnceFromAClientThatLeaves) {
+  server_.service()->segment.segment()->timeoutMs = 2 * kLimitMs;
+  { const ChunkClient client(server_.pipe()); }
+  AwaitTaken(0, false);
+  AwaitLost(0);
+}
+
 TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
   for (const uint32_t lost : {0u, 1u}) {
     {
@@ -451,6 +459,10 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
   EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 5", &reply));
   EXPECT_EQ(reply.text, "CELL apple 5: 5");
   EXPECT_NE(server_.takenMask() >> chunk & 1, 0u);
+  // Nothing is taken out of the chunk any more.
+  Send(client, "QUERY CELL apple 6");
+  EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 7", &reply));
+  EXPECT_TRUE(IsGiven(server_.segment(), FullMember(chunk, false)));
   EXPECT_EQ(OverPipe("SEGMENT"), "ERROR all chunks are taken; ask again later");
   others.AwaitRounds();
   EXPECT_EQ(client->AskForChunk(), Given::kOne);
