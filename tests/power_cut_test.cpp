@@ -15,6 +15,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
 #include "support/direct_io.h"
+#include "support/shared_record.h"
 #include "support/temporary_folder.h"
 #include "support/waiting.h"
 
@@ -59,28 +60,7 @@ struct Progress {
   volatile LONG collectedBlocks;
 };
 
-class SharedProgress {
- public:
-  explicit SharedProgress(const std::string& name)
-      : mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                    sizeof(Progress), name.c_str())),
-        progress_(static_cast<Progress*>(
-            MapViewOfFile(mapping_, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Progress)))) {
-    EXPECT_NE(progress_, nullptr);
-  }
-  ~SharedProgress() {
-    UnmapViewOfFile(progress_);
-    CloseHandle(mapping_);
-  }
-  SharedProgress(const SharedProgress&) = delete;
-  SharedProgress& operator=(const SharedProgress&) = delete;
-
-  Progress* operator->() const { return progress_; }
-
- private:
-  HANDLE mapping_;
-  Progress* progress_;
-};
+using SharedProgress = kiv::test::SharedRecord<Progress>;
 
 // ---- The writing process ----
 

@@ -13,6 +13,7 @@
 
 #include "cell_store.h"
 #include "support/child_process.h"
+#include "support/shared_record.h"
 #include "support/waiting.h"
 
 namespace cellhost {
@@ -40,28 +41,7 @@ struct Progress {
   volatile LONG stored[kWriters];
 };
 
-class SharedProgress {
- public:
-  explicit SharedProgress(const std::string& name)
-      : mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                    sizeof(Progress), name.c_str())),
-        progress_(static_cast<Progress*>(
-            MapViewOfFile(mapping_, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Progress)))) {
-    EXPECT_NE(progress_, nullptr);
-  }
-  ~SharedProgress() {
-    UnmapViewOfFile(progress_);
-    CloseHandle(mapping_);
-  }
-  SharedProgress(const SharedProgress&) = delete;
-  SharedProgress& operator=(const SharedProgress&) = delete;
-
-  Progress* operator->() const { return progress_; }
-
- private:
-  HANDLE mapping_;
-  Progress* progress_;
-};
+using SharedProgress = kiv::test::SharedRecord<Progress>;
 
 // Each writer counts up in a cell of its own from what it is there; reports each step.
 uint32_t CountForEver(const RoleArguments& arguments) {
