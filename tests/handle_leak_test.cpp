@@ -16,9 +16,9 @@ namespace {
 using kiv::test::TemporaryFolder;
 using kiv::test::UniqueName;
 
-constexpr int kRounds = 10'000;
+constexpr int kRounds = 2'000;
 constexpr uintptr_t kHandleStep = 4;
-constexpr uintptr_t kHandlesLookedAt = 24'000;
+constexpr uintptr_t kHandlesLookedAt = 8'000;
 
 // The handles that are open, by trying the numbers: Wine tells no count of a process's handles.
 size_t OpenHandles() {
@@ -40,7 +40,7 @@ size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
 }
 
 TEST(OpenHandles, CountsEveryOne) {
-  constexpr size_t kMade = 12'000;
+  constexpr size_t kMade = 4'000;
   const size_t before = OpenHandles();
   std::vector<HANDLE> made(kMade);
   for (HANDLE& handle : made) handle = CreateEventA(nullptr, FALSE, FALSE, nullptr);

@@ -8,6 +8,8 @@
 #include <random>
 #include <utility>
 
+#include "support/one_processor.h"
+
 #ifndef _WIN32
 // Requests that no machine can serve are null, as everywhere else; and heaps stay where they are
 // when the manager is initialised anew.
@@ -54,6 +56,7 @@ ConfigurationFile::ConfigurationFile(const std::string& text) : folder_(MakeFold
 ConfigurationFile::~ConfigurationFile() { fs::remove_all(folder_); }
 
 uint32_t Initialize(const std::string& text, uint32_t enable, uint32_t force) {
+  const OneProcessor oneProcessor;
   const ConfigurationFile file(text);
   return adMemThreadHeapInit(enable, &ReceiveMessage, "tests", force);
 }

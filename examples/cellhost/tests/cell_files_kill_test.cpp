@@ -13,6 +13,7 @@
 
 #include "cell_store.h"
 #include "support/child_process.h"
+#include "support/one_processor.h"
 #include "support/shared_record.h"
 #include "support/waiting.h"
 
@@ -45,6 +46,7 @@ using SharedProgress = kiv::test::SharedRecord<Progress>;
 
 // Each writer counts up in a cell of its own from what it is there; reports each step.
 uint32_t CountForEver(const RoleArguments& arguments) {
+  const kiv::test::OneProcessor oneProcessor;
   const InHost host;
   const SharedProgress progress(arguments[1]);
   CellStore store;

@@ -7,6 +7,7 @@
 #include "../memory_manager.h"
 #include "host_fixture.h"
 #include "support/manager.h"
+#include "support/one_processor.h"
 
 namespace cellhost::test {
 
@@ -37,6 +38,7 @@ class InMemoryMode {
     ~Manager() { StopMemoryManager(); }
   };
 
+  kiv::test::OneProcessor oneProcessor_;
   kiv::test::ConfigurationFile file_;
   Manager manager_;
   InHost host_;
