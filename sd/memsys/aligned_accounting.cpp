@@ -2,6 +2,9 @@
 //
 // Records of regions hang in chains of a hash table, under the accounting lock. The table is
 // empty when the memory manager is initialised anew: records of before are forgotten.
+//
+// A record is a block of the manager's own, and so it is made without the lock. The region's bytes
+// are reserved meanwhile: other threads find the limit as if the region were registered already.
 #include "memsys/aligned_accounting.h"
 
 #include <array>
@@ -46,26 +49,44 @@ uint64_t RegionBytes(uint32_t blockCount) {
   return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
 }
 
-// Whether the limit leaves room. Tells the host if it does not, and warns it when it soon will not.
-bool HasRoom(uint64_t sizeBytes) {
+// Reserves a region's bytes. False when they would pass the limit. `isNear` receives whether the
+// host is to be warned.
+bool Reserve(uint64_t sizeBytes, bool* isNear) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
   const uint64_t total = kiv::AccountedTotal();
-  if (kiv::PassesMemoryLimit(total + sizeBytes)) {
+  if (kiv::PassesMemoryLimit(sizeBytes)) {
     messageState.failedTotal = static_cast<uint32_t>(total);
-    kiv::ReportOutOfMemory(sizeBytes);
     return false;
   }
-  if (messageState.warningPending == 0 && kiv::PassesWarningMark(total + sizeBytes)) {
-    messageState.failedTotal = static_cast<uint32_t>(total + sizeBytes);
-    kiv::SendWarning();
-  }
+  *isNear = messageState.warningPending == 0 && kiv::PassesWarningMark(total + sizeBytes);
+  if (*isNear) messageState.failedTotal = static_cast<uint32_t>(total + sizeBytes);
+  memoryTotals.reserved += sizeBytes;
   return true;
 }
 
+// The same, with the messages, for which the lock is given back.
+bool ReserveOrReport(uint64_t sizeBytes) {
+  bool isNear = false;
+  if (!Reserve(sizeBytes, &isNear)) {
+    kiv::ReportOutOfMemory(sizeBytes);
+    return false;
+  }
+  if (isNear) kiv::SendWarning();
+  return true;
+}
+
+void TakeBackReservation(uint64_t sizeBytes) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  memoryTotals.reserved -= sizeBytes;
+}
+
+// What was reserved for the region counts as its own from now on.
 void Register(Region* region) {
   const SpinlockGuard guard(kiv::memoryLocks.accounting);
   Region** chain = ChainOf(region->address);
   region->next = *chain;
   *chain = region;
+  memoryTotals.reserved -= region->sizeBytes;
   memoryTotals.aligned += region->sizeBytes;
   memoryTotals.RaiseAligned();
   memoryTotals.RaiseTotal();
@@ -91,10 +112,13 @@ void kiv::ForgetAlignedRegions() { chains = {}; }
 uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
   if (!memorySettings.memoryControl) return KIV_ST_OK;
   const uint64_t sizeBytes = RegionBytes(blockCount);
-  if (!HasRoom(sizeBytes)) return KIV_ST_ALIGNED_COMMIT;
+  if (!ReserveOrReport(sizeBytes)) return KIV_ST_ALIGNED_COMMIT;
   void* record = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);
-  if (status != KIV_ST_OK) return KIV_ST_ALIGNED_COMMIT;
+  if (status != KIV_ST_OK) {
+    TakeBackReservation(sizeBytes);
+    return KIV_ST_ALIGNED_COMMIT;
+  }
   auto* region = static_cast<Region*>(record);
   region->sizeBytes = sizeBytes;
   region->address = reinterpret_cast<uint64_t>(address);

@@ -25,7 +25,7 @@ void kiv::MemoryTotals::RaiseTotal() { Raise(&totalMark, &totalPeak, AccountedTo
 
 void kiv::ResetTotals() {
   for (Relaxed<uint64_t>* total :
-       {&memoryTotals.used, &memoryTotals.aligned, &memoryTotals.usedMark,
+       {&memoryTotals.used, &memoryTotals.aligned, &memoryTotals.reserved, &memoryTotals.usedMark,
         &memoryTotals.alignedMark, &memoryTotals.totalMark, &memoryTotals.usedPeak,
         &memoryTotals.alignedPeak, &memoryTotals.totalPeak}) {
     *total = 0;
@@ -34,8 +34,9 @@ void kiv::ResetTotals() {
 
 uint64_t kiv::AccountedTotal() { return memoryTotals.used + memoryTotals.aligned; }
 
-bool kiv::PassesMemoryLimit(uint64_t totalBytes) {
-  return memorySettings.limitBytes != 0 && totalBytes > memorySettings.limitBytes;
+bool kiv::PassesMemoryLimit(uint64_t addedBytes) {
+  return memorySettings.limitBytes != 0 &&
+         AccountedTotal() + memoryTotals.reserved + addedBytes > memorySettings.limitBytes;
 }
 
 bool kiv::PassesWarningMark(uint64_t totalBytes) {

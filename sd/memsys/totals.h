@@ -11,8 +11,9 @@ namespace kiv {
 // In bytes. Written under the accounting lock; messages read without it. A mark is the highest
 // value since the host last set the marks back, a peak the highest since initialisation.
 struct MemoryTotals {
-  Relaxed<uint64_t> used;     // held from the system for heaps and large blocks
-  Relaxed<uint64_t> aligned;  // registered by the host
+  Relaxed<uint64_t> used;      // held from the system for heaps and large blocks
+  Relaxed<uint64_t> aligned;   // registered by the host
+  Relaxed<uint64_t> reserved;  // for regions that are being registered; counts for the limit alone
   Relaxed<uint64_t> usedMark;
   Relaxed<uint64_t> alignedMark;
   Relaxed<uint64_t> totalMark;
@@ -33,8 +34,10 @@ void ResetTotals();
 // Used and aligned bytes together.
 uint64_t AccountedTotal();
 
-// Without a limit nothing passes it.
-bool PassesMemoryLimit(uint64_t totalBytes);
+// Whether so many bytes more would pass the limit; without one they never do. Under the accounting
+// lock, within which what passed the test is added: nothing that is refused may be in the totals,
+// where it would make other threads' requests fail.
+bool PassesMemoryLimit(uint64_t addedBytes);
 
 // Whether the total lies above 90% of the limit.
 bool PassesWarningMark(uint64_t totalBytes);
