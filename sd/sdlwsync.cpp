@@ -20,7 +20,6 @@ using kiv::UsesTickets;
 
 constexpr char kSource[] = "sd/sdlwsync";
 constexpr uint32_t kLineReleaseAssertion = 302;
-constexpr uint32_t kCreationMark = 256;
 constexpr uint32_t kFree = 0;
 constexpr uint32_t kHeld = 1;
 
@@ -157,7 +156,7 @@ void Release(WordLock* lock) {
 uint32_t KivSdLWSpinlockInit(KivSdLWSpinlock* lock) {
   // A lock of tickets owns three of the words; what lies behind them is not its own.
   std::memset(lock->opaque, 0, UsesTickets() ? sizeof(TicketLock) : sizeof lock->opaque);
-  if (!UsesTickets()) WordIn(lock)->mark = kCreationMark;
+  if (!UsesTickets()) WordIn(lock)->mark = kiv::kCreationMark;
   return 0;
 }
 

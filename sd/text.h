@@ -1,8 +1,9 @@
-// Copying texts into fixed fields of records, and comparing them.
+// Copying texts into fixed fields of records, comparing them, and the letters of drives.
 #ifndef KIV_TEXT_H
 #define KIV_TEXT_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace kiv {
@@ -34,6 +35,9 @@ constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
   }
   return LowerCase(*text) == LowerCase(*other);
 }
+
+// The letter of a drive; 1 is A.
+constexpr char DriveLetter(uint32_t ordinal) { return static_cast<char>('A' - 1 + ordinal); }
 
 }  // namespace kiv
 

@@ -177,6 +177,23 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
   });
 }
 
+// They come from the runtime and go back to it in every mode.
+TEST(FatalException, LeavesBlocksOfANodeToTheRuntime) {
+  IN_FRESH_PROCESS([] {
+    Record(kAbort);
+    void* piece = Allocate(8);
+    const RuntimeWatch watch;
+    uint64_t size = 0;
+    void* block = nullptr;
+    EXPECT_EQ(adMallocOnNode(nullptr, 2 * kStackBytes, &size, &block), KIV_ST_OK);
+    EXPECT_EQ(watch.sizes(), std::vector<size_t>{2 * kStackBytes});
+    EXPECT_EQ(size, 2 * kStackBytes);
+    EXPECT_EQ(adFreeOnNode(0, 0, block), KIV_ST_OK);
+    EXPECT_EQ(watch.freed(), std::vector<const void*>{block});
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(piece) + 8);
+  });
+}
+
 // ---- The end of the stack ----
 
 TEST(FatalException, FillsTheStackToItsLastByte) {

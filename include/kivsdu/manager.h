@@ -11,7 +11,8 @@
  *
  * Results are statuses; no context record is written. Any thread may call, and free what any other
  * allocated. Heaps place blocks by the requests alone: the same requests in the same order give
- * the same offsets. Payloads are aligned to 8 bytes in thread-heap mode, for any type otherwise.
+ * the same offsets. Payloads are aligned to 8 bytes in thread-heap mode and under the mandatory
+ * policy in plain mode with the switch on, and otherwise for any type.
  *
  * A block must not cross adMemThreadHeapInit or adMemThreadHeapTerm: what one mode made, the other
  * misreads. A host makes its contexts and everything else after the first and frees it before the
@@ -139,7 +140,10 @@ KIVSDU_API uint32_t adFree(void* block, const char* file, uint32_t line);
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
 
-/* Blocks for a NUMA node: the runtime's own, whose node the system chooses. Not counted.
+/* Blocks for a NUMA node: the runtime's own, whose node the system chooses. Not counted. It is the
+ * runtime's malloc and free in every mode, also once a fatal exception has been recorded: the
+ * exception stack does not serve them, and no thread is stopped in them. A handler of fatal
+ * exceptions must not use them, for the runtime's heap may be what broke.
  *
  *   ignored  any values
  *   size     receives sizeBytes; must not be null

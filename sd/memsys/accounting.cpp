@@ -43,14 +43,15 @@ void* ChargeOrRelease(void* base, uint64_t sizeBytes) {
   return nullptr;
 }
 
-// What an arena or a large block was charged with.
+// What an arena or a large block was charged with. A large block has its owner word where a heap
+// has a quick list that is never filled: the word in front of the payload, had it been a large
+// block.
 uint64_t ChargedBytes(void* base) {
-  const auto* large = static_cast<const kiv::LargeBlock*>(base);
-  if (large->owner != 0) return kiv::kLargeHeaderBytes + large->sizeBytes;
-  const auto* heap = static_cast<const kiv::Heap*>(base);
-  return heap->index.load(std::memory_order_relaxed) == kiv::kShortHeapIndex
-             ? memorySettings.shortHeapBytes
-             : memorySettings.heapBytes;
+  if (kiv::IsLarge(static_cast<char*>(base) + kiv::kLargeHeaderBytes)) {
+    return kiv::kLargeHeaderBytes + static_cast<const kiv::LargeBlock*>(base)->sizeBytes;
+  }
+  return IsShort(*static_cast<const kiv::Heap*>(base)) ? memorySettings.shortHeapBytes
+                                                       : memorySettings.heapBytes;
 }
 
 }  // namespace

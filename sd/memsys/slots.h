@@ -7,11 +7,10 @@
 #include <cstdint>
 
 #include "memheap/heap.h"
+#include "memsys/settings.h"
 #include "modulus.h"
 
 namespace kiv {
-
-constexpr uint32_t kMostSlots = 64;
 
 // Both name the same heap, except while the slot is being exchanged: `current` is then the heap
 // that is tried or made for it.
@@ -25,7 +24,7 @@ struct Slot {
     heap.store(owner, std::memory_order_release);
   }
 };
-extern std::array<Slot, kMostSlots> slots;
+extern std::array<Slot, kMostThreadHeaps> slots;
 
 // Written before the host's threads start.
 extern Modulus slotCount;

@@ -26,7 +26,6 @@ constexpr uint32_t kLineDriveInfo = 461;
 
 constexpr size_t kMostNameCharacters = 60;
 constexpr uint32_t kFileSystemBytes = 61;  // what the system is offered of the larger field
-constexpr char kBeforeA = 'A' - 1;
 constexpr char kUnknown[] = "Unknown";
 
 // By KIV_DRIVE_ value.
@@ -94,7 +93,7 @@ uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* 
   kiv::Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->ordinal = ordinal;
-  info->name[0] = static_cast<char>(kBeforeA + ordinal);
+  info->name[0] = kiv::DriveLetter(ordinal);
 
   char root[sizeof "A:\\"];
   std::sprintf(root, "%c:%c", info->name[0], '\\');
