@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "support/manager.h"
 #include "support/process.h"
@@ -382,6 +383,63 @@ TEST(Accounting, TakesItsMemoryUnderTheFullPolicy) {
 }
 
 // ---- Regions ----
+
+// Its record is a large block here, and comes on top.
+TEST(Regions, MayReachTheLimitExactly) {
+  ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 20M"), KIV_ST_OK);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / kUnit + 1), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / kUnit), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, kLimit);
+  EXPECT_EQ(TotalsNow().totalPeak, kLimit + 24 + kLargeHeaderBytes);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().totalPeak, kLimit + 24 + kLargeHeaderBytes);
+  EXPECT_EQ(TotalsNow().used() + TotalsNow().aligned, 0u);
+}
+
+struct OtherThread {
+  uint32_t large;
+  uint32_t resized;
+  uint32_t region;
+  uint32_t fitting;
+};
+OtherThread outcome;
+void* another = nullptr;  // a large block
+
+// What another thread is told while this one sends a warning for a region of 13 MiB: 1 MiB is left.
+void AskInAnotherThread() {
+  OnMessage(nullptr);
+  std::thread([] {
+    void* block = nullptr;
+    int region = 0;
+    outcome.large = TryAllocate(2 << 20, &block);
+    outcome.resized = adRealloc(nullptr, 2 << 20, another, &block, "tests", 1);
+    outcome.region = adMemAlignedIncCounter(&region, (2 << 20) / kUnit);
+    outcome.fitting = TryAllocate(500'000, &block);
+    if (block != nullptr) Free(block);
+  }).join();
+}
+
+TEST(Regions, HoldTheirRoomWhileTheyAreRegistered) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  another = Allocate(kLargestInHeap + 1);
+  Listen();
+  OnMessage(&AskInAnotherThread);
+  outcome = {};
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, (13 << 20) / kUnit), KIV_ST_OK);
+  EXPECT_EQ(outcome.large, KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(outcome.resized, KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(outcome.region, KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(outcome.fitting, KIV_ST_OK);
+  EXPECT_LE(TotalsNow().totalPeak, kLimit);
+  EXPECT_EQ(TotalsNow().aligned, uint64_t{13} << 20);
+  adMemAlignedDecCounter(&region);
+  Free(another);
+  // Nothing is held any longer.
+  EXPECT_EQ(TryAllocate(13 << 20, &another), KIV_ST_OK);
+  Free(another);
+}
 
 // Addresses that share a chain of the table, and some that do not.
 TEST(Regions, AreFoundByTheirAddress) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "support/manager.h"
 #include "support/process.h"
@@ -483,6 +484,23 @@ TEST(ManagerFailure, OfARegionsRecordRegistersNothing) {
   EXPECT_EQ(TotalsNow().aligned, 0u);
   EXPECT_EQ(TotalsNow().outside, 0u);
   FreeAll(blocks);
+}
+
+// Its bytes were held against other threads' requests meanwhile.
+TEST(ManagerFailure, OfARegionsRecordGivesTheRegionsRoomBack) {
+  ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 10M"), KIV_ST_OK);
+  constexpr uint32_t kMost = 10485760 / AD_MEMORY_UNIT;
+  static int region;
+  {
+    const RuntimeMemory memory(1);
+    EXPECT_EQ(adMemAlignedIncCounter(&region, kMost), KIV_ST_ALIGNED_COMMIT);
+    EXPECT_TRUE(memory.failed());
+  }
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+  uint32_t status = KIV_ST_ALIGNED_COMMIT;
+  std::thread([&] { status = adMemAlignedIncCounter(&region, kMost); }).join();
+  EXPECT_EQ(status, KIV_ST_OK);
+  adMemAlignedDecCounter(&region);
 }
 
 }  // namespace

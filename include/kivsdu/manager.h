@@ -27,7 +27,8 @@
 
 /* ---- Start and stop ---- */
 
-/* Receives the memory manager's messages, in whatever thread met the shortage; it may allocate.
+/* Receives the memory manager's messages, in whatever thread met the shortage. It may allocate, and
+ * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
  *   status         KIV_ST_MSG_LIMIT_REFUSED  a request failed; there is a limit

@@ -70,11 +70,12 @@ KIVSDU_API uint32_t adMemGetMemorySettings(uint64_t* settings);
  *   address     of the region; a key, never read. A null address is counted and never taken out
  *   blockCount  size in units of AD_MEMORY_UNIT; the bytes are computed in 32 bits, with a sign
  *
- * However many threads register and allocate, all together never pass the limit, and a request that
- * is refused makes no other fail. A region counts against the limit from the moment it is tested,
- * and in what is in use once it is registered. One that brings the total above 90% of the limit
- * warns the host at once, in plain mode too, unless a warning is pending already. Once the no-free
- * switch is on (memory.h) the record of a region that is taken out stays allocated.
+ * However many threads register and allocate, together they stay within the limit, and a request
+ * that is refused makes no other fail. A record is a block of 24 bytes from a heap: only where it
+ * needs a large block or a new heap may these pass the limit, by what they take. A region that
+ * brings the total above 90% of the limit warns the host at once, in plain mode too, unless a
+ * warning is pending already. Once the no-free switch is on (memory.h) the record of a region that
+ * is taken out stays allocated.
  *
  * 0, or KIV_ST_ALIGNED_COMMIT  the region would pass the memory limit, of which the host is told by
  *                              a message (manager.h), or there is no memory for its record */

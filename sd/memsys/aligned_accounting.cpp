@@ -4,7 +4,7 @@
 // empty when the memory manager is initialised anew: records of before are forgotten.
 //
 // A record is a block of the manager's own, and so it is made without the lock. The region's bytes
-// are reserved meanwhile: other threads find the limit as if the region were registered already.
+// are reserved meanwhile.
 #include "memsys/aligned_accounting.h"
 
 #include <array>
@@ -17,6 +17,7 @@
 #include "memsys/messages.h"
 #include "memsys/settings.h"
 #include "memsys/totals.h"
+#include "os/thread.h"
 #include "spinlock_guard.h"
 
 namespace {
@@ -24,6 +25,7 @@ namespace {
 using kiv::memorySettings;
 using kiv::memoryTotals;
 using kiv::messageState;
+using kiv::Reservation;
 using kiv::SpinlockGuard;
 
 constexpr char kSource[] = "sd/memsys";
@@ -49,44 +51,43 @@ uint64_t RegionBytes(uint32_t blockCount) {
   return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
 }
 
-// Reserves a region's bytes. False when they would pass the limit. `isNear` receives whether the
-// host is to be warned.
-bool Reserve(uint64_t sizeBytes, bool* isNear) {
+// False when the region would pass the limit. `isNear` receives whether the host is to be warned.
+bool Reserve(Reservation* reservation, bool* isNear) {
   const SpinlockGuard guard(kiv::memoryLocks.accounting);
   const uint64_t total = kiv::AccountedTotal();
-  if (kiv::PassesMemoryLimit(sizeBytes)) {
+  if (kiv::PassesMemoryLimit(reservation->sizeBytes)) {
     messageState.failedTotal = static_cast<uint32_t>(total);
     return false;
   }
-  *isNear = messageState.warningPending == 0 && kiv::PassesWarningMark(total + sizeBytes);
-  if (*isNear) messageState.failedTotal = static_cast<uint32_t>(total + sizeBytes);
-  memoryTotals.reserved += sizeBytes;
+  const uint64_t newTotal = total + reservation->sizeBytes;
+  *isNear = messageState.warningPending == 0 && kiv::PassesWarningMark(newTotal);
+  if (*isNear) messageState.failedTotal = static_cast<uint32_t>(newTotal);
+  AddReservation(reservation);
   return true;
 }
 
 // The same, with the messages, for which the lock is given back.
-bool ReserveOrReport(uint64_t sizeBytes) {
+bool ReserveOrReport(Reservation* reservation) {
   bool isNear = false;
-  if (!Reserve(sizeBytes, &isNear)) {
-    kiv::ReportOutOfMemory(sizeBytes);
+  if (!Reserve(reservation, &isNear)) {
+    kiv::ReportOutOfMemory(reservation->sizeBytes);
     return false;
   }
   if (isNear) kiv::SendWarning();
   return true;
 }
 
-void TakeBackReservation(uint64_t sizeBytes) {
+void Withdraw(Reservation* reservation) {
   const SpinlockGuard guard(kiv::memoryLocks.accounting);
-  memoryTotals.reserved -= sizeBytes;
+  RemoveReservation(reservation);
 }
 
-// What was reserved for the region counts as its own from now on.
-void Register(Region* region) {
+void Register(Region* region, Reservation* reservation) {
   const SpinlockGuard guard(kiv::memoryLocks.accounting);
   Region** chain = ChainOf(region->address);
   region->next = *chain;
   *chain = region;
-  memoryTotals.reserved -= region->sizeBytes;
+  RemoveReservation(reservation);
   memoryTotals.aligned += region->sizeBytes;
   memoryTotals.RaiseAligned();
   memoryTotals.RaiseTotal();
@@ -111,18 +112,18 @@ void kiv::ForgetAlignedRegions() { chains = {}; }
 
 uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
   if (!memorySettings.memoryControl) return KIV_ST_OK;
-  const uint64_t sizeBytes = RegionBytes(blockCount);
-  if (!ReserveOrReport(sizeBytes)) return KIV_ST_ALIGNED_COMMIT;
+  Reservation reservation = {RegionBytes(blockCount), kiv::os::CurrentThreadId(), nullptr};
+  if (!ReserveOrReport(&reservation)) return KIV_ST_ALIGNED_COMMIT;
   void* record = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);
   if (status != KIV_ST_OK) {
-    TakeBackReservation(sizeBytes);
+    Withdraw(&reservation);
     return KIV_ST_ALIGNED_COMMIT;
   }
   auto* region = static_cast<Region*>(record);
-  region->sizeBytes = sizeBytes;
+  region->sizeBytes = reservation.sizeBytes;
   region->address = reinterpret_cast<uint64_t>(address);
-  Register(region);
+  Register(region, &reservation);
   return KIV_ST_OK;
 }
 

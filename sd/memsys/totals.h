@@ -11,9 +11,8 @@ namespace kiv {
 // In bytes. Written under the accounting lock; messages read without it. A mark is the highest
 // value since the host last set the marks back, a peak the highest since initialisation.
 struct MemoryTotals {
-  Relaxed<uint64_t> used;      // held from the system for heaps and large blocks
-  Relaxed<uint64_t> aligned;   // registered by the host
-  Relaxed<uint64_t> reserved;  // for regions that are being registered; counts for the limit alone
+  Relaxed<uint64_t> used;     // held from the system for heaps and large blocks
+  Relaxed<uint64_t> aligned;  // registered by the host
   Relaxed<uint64_t> usedMark;
   Relaxed<uint64_t> alignedMark;
   Relaxed<uint64_t> totalMark;
@@ -35,9 +34,21 @@ void ResetTotals();
 uint64_t AccountedTotal();
 
 // Whether so many bytes more would pass the limit; without one they never do. Under the accounting
-// lock, within which what passed the test is added: nothing that is refused may be in the totals,
-// where it would make other threads' requests fail.
+// lock, within which what passed the test is added or reserved: nothing that is refused may be in
+// the totals, where it would make other threads' requests fail.
 bool PassesMemoryLimit(uint64_t addedBytes);
+
+// The bytes of a region that a thread is registering. Other threads are held to the limit as if the
+// region were registered already.
+struct Reservation {
+  const uint64_t sizeBytes;
+  const uint32_t thread;
+  Reservation* next;
+};
+
+// Both under the accounting lock. A reservation stays where it is in between.
+void AddReservation(Reservation* reservation);
+void RemoveReservation(Reservation* reservation);
 
 // Whether the total lies above 90% of the limit.
 bool PassesWarningMark(uint64_t totalBytes);
