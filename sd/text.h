@@ -36,6 +36,11 @@ constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
   return LowerCase(*text) == LowerCase(*other);
 }
 
+// Whether a name is one of the two entries that every folder has for itself and for its parent.
+constexpr bool IsFolderItselfOrAbove(const char* name) {
+  return EqualsIgnoringCase(name, ".") || EqualsIgnoringCase(name, "..");
+}
+
 // The letter of a drive; 1 is A.
 constexpr char DriveLetter(uint32_t ordinal) { return static_cast<char>('A' - 1 + ordinal); }
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 
 #include "memheap/heap.h"
+#include "memsys/modulus.h"
 #include "memsys/settings.h"
-#include "modulus.h"
 
 namespace kiv {
 

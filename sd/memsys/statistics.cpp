@@ -8,7 +8,7 @@
 #include "kivsdu/status.h"
 #include "memheap/heap.h"
 #include "memsys/locks.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

@@ -1,0 +1,134 @@
+// Memory that the host takes elsewhere and adds to the totals, by address.
+//
+// Records of regions hang in chains of a hash table, under the accounting lock. The table is
+// empty when the memory manager is initialised anew: records of before are forgotten.
+//
+// A record is a block of the manager's own, and so it is made without the lock. The region's bytes
+// are reserved meanwhile.
+#include "memsys/host_regions.h"
+
+#include <array>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/memusage.h"
+#include "kivsdu/status.h"
+#include "memheap/switches.h"
+#include "memsys/locks.h"
+#include "memsys/messages.h"
+#include "memsys/settings.h"
+#include "memsys/totals.h"
+#include "os/thread.h"
+#include "sdsync/spinlock_guard.h"
+
+namespace {
+
+using kiv::memorySettings;
+using kiv::memoryTotals;
+using kiv::messageState;
+using kiv::Reservation;
+using kiv::SpinlockGuard;
+
+constexpr char kSource[] = "sd/memsys";
+constexpr uint32_t kLine = 0;
+constexpr size_t kChains = 131;
+
+struct Region {
+  uint64_t sizeBytes;
+  uint64_t address;
+  Region* next;
+};
+static_assert(sizeof(Region) == 24, "region layout");
+static_assert(offsetof(Region, address) == 8, "region layout");
+static_assert(offsetof(Region, next) == 16, "region layout");
+
+std::array<Region*, kChains> chains;
+
+Region** ChainOf(uint64_t address) { return &chains[(address / 8) % kChains]; }
+
+// Kept in 32 bits, and then widened with its sign: 262144 blocks and more come out negative or
+// wrap.
+uint64_t RegionBytes(uint32_t blockCount) {
+  return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
+}
+
+// False when the region would pass the limit. `isNear` receives whether the host is to be warned.
+bool Reserve(Reservation* reservation, bool* isNear) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const uint64_t total = kiv::AccountedTotal();
+  if (kiv::PassesMemoryLimit(reservation->sizeBytes)) {
+    messageState.failedTotal = static_cast<uint32_t>(total);
+    return false;
+  }
+  const uint64_t newTotal = total + reservation->sizeBytes;
+  *isNear = messageState.warningPending == 0 && kiv::PassesWarningMark(newTotal);
+  if (*isNear) messageState.failedTotal = static_cast<uint32_t>(newTotal);
+  AddReservation(reservation);
+  return true;
+}
+
+// The same, with the messages, for which the lock is given back.
+bool ReserveOrReport(Reservation* reservation) {
+  bool isNear = false;
+  if (!Reserve(reservation, &isNear)) {
+    kiv::ReportOutOfMemory(reservation->sizeBytes);
+    return false;
+  }
+  if (isNear) kiv::SendWarning();
+  return true;
+}
+
+void Withdraw(Reservation* reservation) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  RemoveReservation(reservation);
+}
+
+void Register(Region* region, Reservation* reservation) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  Region** chain = ChainOf(region->address);
+  region->next = *chain;
+  *chain = region;
+  RemoveReservation(reservation);
+  memoryTotals.aligned += region->sizeBytes;
+  memoryTotals.RaiseAligned();
+  memoryTotals.RaiseTotal();
+}
+
+// The record of the region, no longer in its chain; null if there is none.
+Region* Unregister(uint64_t address) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  for (Region** link = ChainOf(address); *link != nullptr; link = &(*link)->next) {
+    Region* region = *link;
+    if (region->address != address) continue;
+    *link = region->next;
+    memoryTotals.aligned -= region->sizeBytes;
+    return region;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void kiv::ForgetAlignedRegions() { chains = {}; }
+
+uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
+  if (!memorySettings.memoryControl) return KIV_ST_OK;
+  Reservation reservation = {RegionBytes(blockCount), kiv::os::CurrentThreadId(), nullptr};
+  if (!ReserveOrReport(&reservation)) return KIV_ST_ALIGNED_COMMIT;
+  void* record = nullptr;
+  const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);
+  if (status != KIV_ST_OK) {
+    Withdraw(&reservation);
+    return KIV_ST_ALIGNED_COMMIT;
+  }
+  auto* region = static_cast<Region*>(record);
+  region->sizeBytes = reservation.sizeBytes;
+  region->address = reinterpret_cast<uint64_t>(address);
+  Register(region, &reservation);
+  return KIV_ST_OK;
+}
+
+void adMemAlignedDecCounter(const void* address) {
+  if (!memorySettings.memoryControl || address == nullptr) return;
+  Region* region = Unregister(reinterpret_cast<uint64_t>(address));
+  if (region != nullptr) static_cast<void>(adFree(region, kSource, kLine));
+}
