@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "dll/export_names.h"
 #include "kivsdu/kivsdu.h"
 #include "support/import_patch.h"
 
@@ -55,6 +56,11 @@ const testing::Environment* const loadedLibrary =
 TEST(Exports, AreThoseOfTheListAndNoOthers) {
   ASSERT_GT(kListedExports.size(), 100u);
   EXPECT_EQ(Sorted(ExportsOf(kLibrary)), Sorted(kListedExports));
+}
+
+TEST(Exports, AreThePromisedNames) {
+  EXPECT_EQ(kiv::test::kPromisedExports.size(), 350u);
+  EXPECT_EQ(Sorted(ExportsOf(kLibrary)), Sorted(kiv::test::kPromisedExports));
 }
 
 TEST(Exports, AreThoseThatTheHeadersDeclareAndNoOthers) {
