@@ -1,5 +1,5 @@
-// The bodies that several exports share. The file needs nothing of a platform, so that the linker
-// can give the bodies their exported names everywhere.
+// The functions that are each exported under several names. This file uses no platform call: every
+// program of the native build links it to give these functions their exported names.
 #include "shared_entries.h"
 
 #include "report.h"

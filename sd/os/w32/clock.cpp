@@ -4,7 +4,8 @@
 
 namespace kiv::os {
 
-// The 32-bit count and its wrap are promised to callers, so not its 64-bit successor.
+// Compatibility: the 32-bit count that wraps, not GetTickCount64. The seconds that callers read
+// wrap with it.
 uint32_t TickCountMs() { return GetTickCount(); }
 
 ValueResult<int64_t> Counter() {
