@@ -65,7 +65,7 @@ Outcome RunTogether(int threads, Body body) {
 }
 
 // Reports the time per operation of all threads together as the iteration's time. `least_share` is
-// the fewest operations of a thread relative to a fair share: 1 is fair, 0 is starved.
+// the fewest operations of any thread, divided by the mean: 1 is fair, 0 is starved.
 inline void Report(benchmark::State& state, const Outcome& outcome) {
   uint64_t total = 0;
   for (const uint64_t operations : outcome.operations) total += operations;

@@ -149,7 +149,7 @@ void ReadNoWaitRaw(benchmark::State& state) {
 }
 BENCHMARK(ReadNoWaitRaw)->Arg(1)->Arg(8);
 
-// Starts a transfer that is not waited for; ReadNoWait and WriteNoWait pass one to NoWait.
+// A function that starts a transfer and does not wait. ReadNoWait and WriteNoWait each pass one.
 using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWaitCb*, uint32_t*);
 
 void NoWait(benchmark::State& state, Starts startTransfer) {

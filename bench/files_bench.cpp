@@ -16,8 +16,8 @@ namespace {
 
 constexpr int64_t kFileBytes = 1 << 20;
 
-// A file of 1 MiB in the system's cache, deleted with the object. Rewind uses the runtime's call
-// for all contenders alike.
+// A file of 1 MiB in the system's cache, deleted with the object. All contenders rewind it by the
+// runtime's call.
 class BenchFile {
  public:
   BenchFile() : name_(_tempnam(nullptr, "kb")) {
@@ -67,7 +67,7 @@ OVERLAPPED At(uint32_t offset) {
   return position;
 }
 
-// The offset of all transfers at an offset; all sizes fit in the file.
+// The offset of PRead and PWrite. A transfer of any size fits in the file.
 constexpr uint32_t kOffset = 4096;
 
 void Read(benchmark::State& state) {

@@ -37,7 +37,7 @@ struct alignas(64) RwWords {
   std::atomic<uint64_t> writerTail{0};
   std::atomic<uint64_t> countAndFlags{0};
 
-  // A compare-and-swap loop, as the compiler makes of an atomic operation whose old value is used.
+  // A compare-and-swap loop. Compilers make one of an atomic operation whose old value is used.
   template <typename Change>
   void Swap(Change change) {
     uint64_t before = countAndFlags.load();

@@ -1,7 +1,7 @@
 // Waiting times for a lock that two threads contend for all the time. The time is the mean wait of
 // a short round; `longest_to_mean` is the round's longest wait divided by its mean. Both are
-// medians over all rounds of both threads. Rounds are short because preemption lengthens every
-// lock's waits: it falls into few of them.
+// medians over all rounds of both threads. Preemption lengthens the
+// waits of every lock; rounds are short, which limits its effect to few of them.
 #include <x86intrin.h>
 
 #include "contention.h"

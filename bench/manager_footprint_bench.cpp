@@ -122,8 +122,8 @@ int MeasureAll(const char* program) {
 }  // namespace
 }  // namespace kiv::bench
 
-// With an allocator's name, measures that allocator. Without arguments, measures all. Options of the
-// other benchmarks are ignored.
+// With an allocator's name, measures that allocator. Without arguments, measures all. Options of
+// the other benchmarks are ignored.
 int main(int argc, char** argv) {
   using namespace kiv::bench;
   char program[MAX_PATH];

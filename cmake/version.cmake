@@ -1,4 +1,4 @@
-# Makes three things of the version: a 16-bit word, a banner of at most 100 characters, a resource.
+# Derives from the version: a 16-bit word, a banner of at most 100 characters, and a resource.
 math(EXPR KIVSDU_VERSION_WORD "(${PROJECT_VERSION_MAJOR} << 8) | ${PROJECT_VERSION_MINOR}")
 set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${CMAKE_SYSTEM_NAME}-x64 \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")

@@ -1,5 +1,5 @@
-// The functions that are each exported under several names. This file uses no platform call: every
-// program of the native build links it to give these functions their exported names.
+// The functions that are each exported under several names. This file uses no platform call: in the
+// native build, every program that links the library takes these functions from here.
 #include "shared_entries.h"
 
 #include "report.h"

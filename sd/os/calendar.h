@@ -23,8 +23,9 @@ WallClock WallClockMs();
 // Broken-down time in the local time zone.
 ValueResult<tm> LocalTime(int64_t seconds);
 
-// The runtime's text of 25 characters, the last of them a newline. The storage is not the caller's
-// and is valid until this thread's next call. Fails with null and errno if the time has no text.
+// The runtime's text of 25 characters, the last of them a newline. The caller does not own the
+// text, which is valid until this thread's next call. Fails with null and errno if the time has no
+// text.
 ValueResult<const char*> TimeText(const tm& time);
 ValueResult<const char*> LocalTimeText(int64_t seconds);
 

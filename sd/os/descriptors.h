@@ -24,7 +24,7 @@ namespace kiv::os {
 // Means "no descriptor".
 constexpr uint32_t kNoDescriptor = 0xFFFFFFFF;
 
-// Open flags and share flags that the library passes on its own account.
+// Open flags and share flags that the library itself passes.
 constexpr uint32_t kOpenReadWrite = 0x0002;
 constexpr uint32_t kOpenOnlyIfNew = 0x0400;
 constexpr uint32_t kOpenBinary = 0x8000;
@@ -52,6 +52,7 @@ ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t op
 
 Result CloseDescriptor(uint32_t file);
 
+// Returns when the device has stored the file's data and size.
 Result FlushDescriptor(uint32_t file);
 
 // All bits set on failure.
@@ -61,6 +62,7 @@ ValueResult<uint32_t> DescriptorLength(uint32_t file);
 // 1 at the end of the file, 0 before it, -1 on failure.
 int32_t IsAtEnd(uint32_t file);
 
+// Cuts or extends the file to `length` bytes.
 Result ResizeDescriptor(uint32_t file, int32_t length);
 
 }  // namespace kiv::os

@@ -1,9 +1,9 @@
 // Unbuffered files, whose transfers bypass the system's cache. A transfer may continue after the
 // call that started it returns (transfers.h).
 //
-// A transfer moves whole sectors, to or from memory aligned to the sector size. A platform without
-// asynchronous transfers keeps its own control block behind the record's two internal words, and
-// signals the record's event when the transfer has ended.
+// A transfer moves whole sectors, to or from memory aligned to the sector size. A platform whose
+// transfers use another control block stores a reference to it in the record's two internal words,
+// and signals the record's event when the transfer has ended.
 #ifndef KIV_OS_DIRECT_FILES_H
 #define KIV_OS_DIRECT_FILES_H
 

@@ -16,7 +16,7 @@ ValueResult<void*> CommitPages(uint64_t sizeBytes);
 // error, which the platform need not detect (w32 does, lnx does not).
 Result ReleasePages(void* address);
 
-// Keep the pages in physical memory; let the system page them out again.
+// LockPages keeps the pages in physical memory until UnlockPages.
 Result LockPages(void* address, uint64_t sizeBytes);
 Result UnlockPages(void* address, uint64_t sizeBytes);
 

@@ -1,4 +1,4 @@
-// Processors, the page size, and a property of floating-point numbers. None of these can fail.
+// Processors, the page size, and a test of floating-point numbers. None of these can fail.
 #ifndef KIV_OS_PROCESSOR_H
 #define KIV_OS_PROCESSOR_H
 

@@ -1,4 +1,4 @@
-// The machine-wide settings store.
+// The system's registry of settings.
 #ifndef KIV_OS_REGISTRY_H
 #define KIV_OS_REGISTRY_H
 

@@ -6,8 +6,8 @@
 
 namespace kiv::os {
 
-// Access of a view, and page protection of a new block. Beware: 2 and 4 have opposite meanings in
-// the two.
+// Access of a view, and page protection of a new block. The values 2 and 4 have opposite meanings
+// in these two groups.
 constexpr uint32_t kViewWrite = 2;
 constexpr uint32_t kViewRead = 4;
 constexpr uint32_t kPagesReadOnly = 2;

@@ -18,7 +18,7 @@ using ThreadRoutine = uint32_t (*)(void* argument);
 
 // Starts a thread and returns its handle.
 //
-//   stackBytes  0 takes the platform's default; smaller than the platform's minimum is raised to it
+//   stackBytes  0 takes the platform's default; the platform raises values below its minimum
 //   id          may be null; receives the new thread's CurrentThreadId before the routine starts:
 //               the routine may read or free the variable. Not written on failure, nor on a
 //               platform where only the thread itself can ask for its identifier (lnx)

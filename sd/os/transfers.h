@@ -4,8 +4,9 @@
 //                                        KivSdNoWaitCb* record)
 //   ValueResult<uint32_t> WriteSystemFile(void* file, const void* buffer, uint32_t sizeBytes,
 //                                         KivSdNoWaitCb* record)
-//       The value is the count of bytes, also on failure. The record holds the offset, and the
-//       event to signal, which may be null. A null record transfers at the file's position.
+//       The value is the count of bytes, also on failure. The record holds the offset and the
+//       event to signal; the event may be null. Without a record, the transfer starts at the
+//       file's position.
 //   ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin origin)
 //       The value is the new position. Fails if the position does not fit in 32 bits.
 //

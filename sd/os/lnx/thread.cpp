@@ -59,8 +59,8 @@ ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t s
   return {true, 0, thread.release()};
 }
 
-// A thread does not know its handle. Null stands for the calling thread: JoinThread with it waits
-// for ever.
+// A thread does not know its handle. Null stands for the calling thread, and JoinThread waits for
+// ever if it gets null.
 void* CurrentThreadHandle() { return nullptr; }
 
 Result JoinThread(void* handle) {

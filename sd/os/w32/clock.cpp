@@ -4,8 +4,7 @@
 
 namespace kiv::os {
 
-// Compatibility: the 32-bit count that wraps, not GetTickCount64. The seconds that callers read
-// wrap with it.
+// Compatibility: the count wraps at 32 bits, and callers rely on that. GetTickCount64 would not.
 uint32_t TickCountMs() { return GetTickCount(); }
 
 ValueResult<int64_t> Counter() {
