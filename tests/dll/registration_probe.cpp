@@ -1,7 +1,7 @@
 // A kivutlu.dll for registration_test: it keeps what kivsdu.dll said to it, refuses, and tells.
 #include <cstring>
 
-#include "dll/registration_probe.h"
+#include "registration_probe.h"
 
 namespace {
 
