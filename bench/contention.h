@@ -48,8 +48,8 @@ struct Outcome {
   std::vector<uint64_t> operations;  // by thread
 };
 
-// Each thread calls body(number, &window), which makes itself ready, awaits the window, works while
-// the window is open, and returns its count of operations.
+// Each thread calls body(number, &window). The body prepares its work, awaits the window, works
+// while the window is open, and returns its count of operations.
 template <typename Body>
 Outcome RunTogether(int threads, Body body) {
   Window window;

@@ -27,8 +27,8 @@ constexpr uint64_t kMicrosecondsPerSecond = 1000000;
 // changes the frequency, and racing threads store the same value.
 std::atomic<int64_t> counterFrequency{0};
 
-// Whether the record is in the range of the runtime's name tables and 26-byte text. Not every
-// version of the runtime checks, so values out of range are refused before the call.
+// Whether the record's values fit the runtime's name tables and its 26-byte text. Not every version
+// of the runtime checks this, so values out of range are refused before the call.
 bool CanBeWritten(const KivSdLocalTime& local) {
   return local.weekday <= 6 && local.month <= 11 && local.day <= 99 && local.hour <= 99 &&
          local.minute <= 99 && local.second <= 99 && local.year <= 9999 - 1900;
