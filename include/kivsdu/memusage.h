@@ -3,7 +3,9 @@
  * The memory manager counts what it takes from the system for heaps, short heaps and large blocks
  * while memory control is on. adMemThreadHeapInit turns it on when it finds a configuration file
  * without "nomemorycontrol", or finds none and is forced to go without. Sizes are bytes unless a
- * name says otherwise. Any thread may call. */
+ * name says otherwise. Any thread may call.
+ *
+ * Example: examples/memory.c. */
 #ifndef KIVSDU_MEMUSAGE_H
 #define KIVSDU_MEMUSAGE_H
 
