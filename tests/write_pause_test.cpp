@@ -130,6 +130,20 @@ TEST(WritePause, DuringAPauseIsRefusedAndChangesNothing) {
   EXPECT_TRUE(second.ctx().IsUntouched());
 }
 
+TEST(WritePause, ByAThreadThatHoldsTheLockForReadingIsRefusedAndChangesNothing) {
+  PauseBlock block;
+  Participant self(block);
+  EXPECT_EQ(KivSdStartRead(nullptr, &self->locks, &block->lock), KIV_ST_OK);
+  const KivSdWritePause before = *static_cast<KivSdWritePause*>(block);
+  EXPECT_EQ(KivSdPauseWriteIO(self, 5), KIV_ST_MUTEX_REQUEST);
+  EXPECT_EQ(std::memcmp(&before, static_cast<KivSdWritePause*>(block), sizeof before), 0);
+  EXPECT_TRUE(block.IsResumeOpen());
+  EXPECT_TRUE(self.ctx().IsUntouched());
+  EXPECT_EQ(KivSdModeRW(nullptr, &self->locks, &block->lock), KIV_RWLOCK_READ);
+  EXPECT_EQ(KivSdEndRW(nullptr, &self->locks, &block->lock), KIV_ST_OK);
+  EXPECT_TRUE(block.IsLockFree());
+}
+
 TEST(WritePause, LiftingWhatIsNotThereDoesNothing) {
   PauseBlock block;
   Participant self(block);
@@ -193,6 +207,20 @@ TEST(WriteLease, ThatIsNotHeldIsNotGivenBack) {
   EXPECT_EQ(KivSdReleaseWriteIOLease(self), KIV_ST_OK);
   EXPECT_EQ(block->leases, 3);
   EXPECT_EQ(self->held, 0u);
+}
+
+TEST(WriteLease, TakenInsideALeaseIsCountedAndNeverGivenBack) {
+  PauseBlock block;
+  Participant self(block);
+  EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
+  EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
+  EXPECT_EQ(block->leases, 2);
+  EXPECT_EQ(self->held, 1u);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(KivSdReleaseWriteIOLease(self), KIV_ST_OK);
+    EXPECT_EQ(block->leases, 1);
+    EXPECT_EQ(self->held, 0u);
+  }
 }
 
 TEST(WriteLease, IsNeverCountedBelowNone) {
@@ -376,17 +404,18 @@ TEST(WritePauseExpiry, IsNoticedByAWriterThatWaits) {
 
 TEST(WritePauseExpiry, DependsOnTheMaximum) {
   PauseBlock unlimited;
-  PauseBlock threeSeconds;
+  PauseBlock fourSeconds;
   PauseBlock negative;
   PauseBlock withoutWriters;
-  Participant pausers[] = {Participant(unlimited), Participant(threeSeconds), Participant(negative),
+  Participant pausers[] = {Participant(unlimited), Participant(fourSeconds), Participant(negative),
                            Participant(withoutWriters)};
   EXPECT_EQ(KivSdPauseWriteIO(pausers[0], 0), KIV_ST_OK);
-  EXPECT_EQ(KivSdPauseWriteIO(pausers[1], 3), KIV_ST_OK);
+  EXPECT_EQ(KivSdPauseWriteIO(pausers[1], 4), KIV_ST_OK);
   EXPECT_EQ(KivSdPauseWriteIO(pausers[2], -1), KIV_ST_OK);
   EXPECT_EQ(KivSdPauseWriteIO(pausers[3], 1), KIV_ST_OK);
   const auto forEver = Writers(unlimited, 1);
-  const auto twoPolls = Writers(threeSeconds, 1);
+  // Pauses are timed in whole seconds, cut off: the first poll sees 2 of them or 3, never 4.
+  const auto twoPolls = Writers(fourSeconds, 1);
   const auto onePoll = Writers(negative, 1);
 
   const double second = twoPolls[0]->Ended();

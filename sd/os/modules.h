@@ -20,7 +20,8 @@ ValueResult<void*> FindEntry(void* module, const char* name);
 // The main program's handle.
 void* MainModule();
 
-// A module's path with its terminator, cut to the buffer; its length. Null is the main program.
+// A module's path, cut to the buffer; its length, which is the buffer's size when it was cut. A cut
+// path may lack its terminator. Null is the main program.
 ValueResult<uint32_t> ModulePath(void* module, char* buffer, uint32_t sizeBytes);
 
 // Turns a text into upper case in place, as the C runtime does.
