@@ -142,6 +142,7 @@ TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
   EXPECT_EQ(Find(longest, 0, false), nullptr);
   static_cast<char*>(first->buffer)[0] = 'f';
   EXPECT_EQ(static_cast<char*>(second->buffer)[0], 0) << "two areas";
+  for (const char* last : {"1", "2"}) EXPECT_TRUE(HasMember(longest + last, 20)) << "two sets";
 
   // The system makes no semaphores of such a name, but the descriptor has it.
   KivSharedMemSeg* third = Find("third", 0);

@@ -269,6 +269,7 @@ TEST_F(SegmentFailure, TheAddressOfNoViewIsHandedToTheSystemLikeAView) {
   EXPECT_EQ(KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
   ASSERT_EQ(unmapped_.calls().size(), 1u);
   EXPECT_EQ(unmapped_.calls()[0][0], 0xDEADBEEFu);
+  EXPECT_EQ(closed_.calls().size(), 21u + 1u) << "the set and the area, though there is no view";
 }
 
 TEST_F(SegmentFailure, AnEarlierOwnersAreaThatCannotBeFreedIsForgotten) {
