@@ -133,7 +133,8 @@ TEST_F(SegmentDescriptor, IsFoundByItsWholeNameAlone) {
 }
 
 TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
-  const std::string longest(255, 'n');
+  std::string longest = UniqueName("long");
+  longest.resize(255, 'n');
   KivSharedMemSeg* first = Make(longest + "1", 0);
   KivSharedMemSeg* second = Make(longest + "2", 0);
   EXPECT_EQ(Find(longest + "1", 0, false), first);
@@ -146,7 +147,8 @@ TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
 
   // The system makes no semaphores of such a name, but the descriptor has it.
   KivSharedMemSeg* third = Find("third", 0);
-  const std::string refused(258, 'r');
+  std::string refused = UniqueName("refused");
+  refused.resize(258, 'r');
   EXPECT_EQ(Create(third, refused + "1", 0), KIV_ST_SEM_CREATE);
   EXPECT_EQ(Find(refused + "1", 0, false), third);
   EXPECT_EQ(Find(refused + "2", 0, false), nullptr);
