@@ -96,19 +96,19 @@ KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path)
  *               transfer may go on after it; a record without an event is given one
  *   blocksRead  must not be null; on a failure as well it receives what was read, in whole blocks
  *
- * 0                              read. Where the file ends inside the request, blocksRead is
- *                                smaller, and a block that the file does not fill is not counted
- * or KIV_ST_FILE_END             there is nothing more, OS error 38; a block that was read in part
- *                                is counted
- *    KIV_ST_DIRECT_READ_PENDING  (with a record) under way, OS error 997: the usual outcome, and no
- *                                failure; collect it with KivSdDirectIOWait. blocksRead is 0
- *    KIV_ST_EVENT_CREATE         (with a record) no event, nothing started; blocksRead is 0
- *    KIV_ST_DIRECT_READ          (with a record) not started
- *    KIV_ST_DIRECT_POINTER_SET   (without) the position cannot be reached; blocksRead is 0. Every
- *                                read from block 262144 on, 2 GiB, ends like this: the move is a
- *                                signed number. Read with a record there
- *    KIV_ST_FILE_READ            (without) not read
- *    KIV_ST_ARGUMENT             blocksRead is null
+ * 0                            read. Where the file ends inside the request, blocksRead is smaller,
+ *                              and a block that the file does not fill is not counted
+ * KIV_ST_FILE_END              there is nothing more, OS error 38; a block that was read in part is
+ *                              counted
+ * KIV_ST_DIRECT_READ_PENDING   (with a record) under way, OS error 997: the usual outcome, and no
+ *                              failure; collect it with KivSdDirectIOWait. blocksRead is 0
+ * KIV_ST_EVENT_CREATE          (with a record) no event, nothing started; blocksRead is 0
+ * KIV_ST_DIRECT_READ           (with a record) not started
+ * KIV_ST_DIRECT_POINTER_SET    (without) the position cannot be reached; blocksRead is 0. Every
+ *                              read from block 262144 on, 2 GiB, ends like this: the move is a
+ *                              signed number. Read with a record there
+ * KIV_ST_FILE_READ             (without) not read
+ * KIV_ST_ARGUMENT              blocksRead is null
  *
  * Danger: a read without a record moves the file's position and then reads from there, in two
  * steps. Two threads that read one file without records get each other's blocks, with status 0.
@@ -144,8 +144,8 @@ KIVSDU_API uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uin
 /* Waits, without a limit, until a record's transfer has ended, and makes the record fit for the
  * next. The only operation that resets the event.
  *
- * Call it only after a transfer with this record that returned 0 or pending. After any other
- * status, KIV_ST_FILE_END included, nothing signals the event and the wait never returns.
+ * Call it only after a transfer with this record that returned 0 or pending. After any other status
+ * (also KIV_ST_FILE_END) nothing signals the event and the wait never returns.
  *
  *   record      of a transfer of this file; must not be null
  *   blocksDone  must not be null; on a failed transfer as well it receives what was transferred, in
