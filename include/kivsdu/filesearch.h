@@ -79,15 +79,17 @@ KIVSDU_API uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, u
 
 /* Finds the next file.
  *
- *   record  of a search that was started; must not be null. On failure name and attributes are left
- *           alone
+ *   record  of a search that was started; must not be null. On failure the name pointer and the
+ *           attributes are left alone, but what the find data holds is undefined, the name that
+ *           the pointer leads to included: copy what is still needed before the call
  *
  * 0, or KIV_ST_ARGUMENT   record is null
  *       KIV_ST_FIND_END   there are no more; OS error 18
  *       KIV_ST_FIND_NEXT  not found for any other reason */
 KIVSDU_API uint32_t KivSdFileFindNext(KivSdContext* ctx, KivSdFindRecord* record);
 
-/* Ends a search; the record keeps what was found last.
+/* Ends a search. The record keeps what was found last, unless the next file was then asked for in
+ * vain.
  *
  * 0, or KIV_ST_ARGUMENT    record is null
  *       KIV_ST_FIND_CLOSE  not ended */
@@ -115,8 +117,9 @@ KIVSDU_API uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record,
  *   pattern  a path whose last part may have "*" and "?"; must not be null
  *   flags    as in KivSdFileFindFirst
  *   names    receives an array of names, each a block of its own, to be freed with
- *            KivSdFileFreeNames; null when nothing matches, and on failure. Must not be null
- *   count    receives how many there are; must not be null
+ *            KivSdFileFreeNames; null when nothing matches, and on failure. When only "." and ".."
+ *            match it is not null, though count is 0, and is to be freed too. Must not be null
+ *   count    receives how many names there are; must not be null
  *
  * 0, also when nothing matches or the directory cannot be searched
  * KIV_ST_ARGUMENT   pattern, names or count is null

@@ -20,8 +20,8 @@ ValueResult<void*> FindEntry(void* module, const char* name);
 // The handle of the main program.
 void* MainModule();
 
-// Stores the module's path, cut to the buffer; the value is the length stored. A path that was cut
-// may lack its terminator. A null module is the main program.
+// Stores the module's path, cut to the buffer. The value is the length stored, which is sizeBytes
+// only if the path was cut; such a path may lack its terminator. A null module is the main program.
 ValueResult<uint32_t> ModulePath(void* module, char* buffer, uint32_t sizeBytes);
 
 // Converts the text to upper case in place, by the C runtime's rules.

@@ -14,6 +14,7 @@ struct PipeEnds {
   void* write;
 };
 
+// Both ends are null when no pipe was made.
 ValueResult<PipeEnds> MakePipe(uint32_t bufferBytes);
 Result ClosePipe(void* pipe);
 
