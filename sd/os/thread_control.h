@@ -1,4 +1,5 @@
-// What one thread does to another: stopping it, its priority, its handle.
+// What one thread does to another: stopping it, waiting until it has ended, its priority, its
+// handle.
 #ifndef KIV_OS_THREAD_CONTROL_H
 #define KIV_OS_THREAD_CONTROL_H
 
@@ -15,6 +16,17 @@ ValueResult<void*> DuplicateCurrentThread();
 Result StopThread(void* handle);  // until it is resumed as often
 Result ResumeStoppedThread(void* handle);
 [[noreturn]] void EndCurrentThread(uint32_t exitCode);
+
+// A claim belongs to the thread that takes it until that thread ends; it is never given back.
+enum class Claim {
+  kTaken,           // by the first, or again by its holder
+  kTakenFromEnded,  // the last holder has ended
+  kFailed,
+};
+
+ValueResult<void*> MakeClaim();
+Result CloseClaim(void* claim);  // that nobody has taken
+Claim TakeClaim(void* claim);    // waits until the holder has ended; fails at once for null
 
 ValueResult<int32_t> ReadThreadPriority(void* handle);
 Result WriteThreadPriority(void* handle, int32_t priority);
