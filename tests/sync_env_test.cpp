@@ -669,6 +669,7 @@ class LockingGuard {
   LockingGuard() {
     runs_ = 0;
     inside_ = 0;
+    hasFailed_ = false;
     KivSdSetLeaseGuardAccessFunction(&LockingGuard::Run);
     KivSdSetFailoverModeFlag(1);
   }
@@ -686,6 +687,7 @@ class LockingGuard {
 
   static void Run() {
     ++runs_;
+    if (hasFailed_) return;
     // More are inside measurements that are inside others, without an end.
     if (inside_.fetch_add(1) < kThreads) {
       KivSdSpinlockDestroy(nullptr, KivSdSpinlockCreate(nullptr, 0));
@@ -693,6 +695,7 @@ class LockingGuard {
       EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
       EXPECT_EQ(limit, KIV_SDSYNC_BUSYSPIN_UPPERLIMIT) << "as it stands";
     } else {
+      hasFailed_ = true;
       ADD_FAILURE() << "a measurement inside a measurement";
     }
     --inside_;
@@ -700,6 +703,7 @@ class LockingGuard {
 
   static inline std::atomic<uint32_t> runs_;
   static inline std::atomic<uint32_t> inside_;
+  static inline std::atomic<bool> hasFailed_;
 };
 
 TEST(SpinUpperLimit, IsMeasuredOnceThoughTheLeaseGuardMakesLocksMeanwhile) {
