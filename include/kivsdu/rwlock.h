@@ -14,7 +14,9 @@
  * tables, and serve a later lock at its address with the limits of the first.
  *
  * Each thread has a lock table, also the caller's, that it passes to every call; nodes come from it
- * and go back to it, so that locking allocates only at a thread's first meeting with a lock. */
+ * and go back to it, so that locking allocates only at a thread's first meeting with a lock.
+ *
+ * Example: examples/locks.c. */
 #ifndef KIVSDU_RWLOCK_H
 #define KIVSDU_RWLOCK_H
 
