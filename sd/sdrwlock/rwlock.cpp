@@ -24,14 +24,13 @@
 #include "atomic.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
-#include "os/thread.h"
 #include "sdrwlock/node.h"
 #include "sdrwlock/wait.h"
+#include "sdsync/spin.h"
 #include "sdsync/tuning.h"
 
 namespace {
 
-namespace os = kiv::os;
 using Node = KivRWLockNode;
 
 constexpr uint64_t RW_WRITER_INTERESTED = 1;
@@ -156,19 +155,22 @@ bool LeaveAsReader(KivRWLock* lock) {
   return (before & ~uint32_t{RW_READER_INTERESTED}) == kLastBeforeWriter;
 }
 
+Node* Successor(const Node* node) { return node->queueLink.load(std::memory_order_acquire); }
+
 // The writer behind a node that is no longer the tail: it has swung the tail and is about to
-// link itself.
-Node* AwaitSuccessor(Node* node) {
-  Node* next = node->queueLink.load(std::memory_order_acquire);
-  while (next == nullptr) {
-    os::PauseProcessor();
-    next = node->queueLink.load(std::memory_order_acquire);
+// link itself, unless its processor was taken from it just then.
+Node* AwaitSuccessor(const KivRWLock& lock, const Node* node) {
+  const auto isLinked = [node] { return Successor(node) != nullptr; };
+  if (lock.blockingAllowed != 0) {
+    kiv::SpinAndYieldUntil(isLinked);
+  } else {
+    kiv::SpinUntil(isLinked);
   }
-  return next;
+  return Successor(node);
 }
 
 void LeaveAsWriter(KivRWLock* lock, Node* node) {
-  Node* next = node->queueLink.load(std::memory_order_acquire);
+  Node* next = Successor(node);
   if (next != nullptr) {
     // From writer to writer; the flags stay.
     kiv::Wake(next, nullptr);
@@ -179,12 +181,13 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   Node* expected = node;
   const bool wasLast =
       kiv::AtomicRef<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
-  if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
+  if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node) {
+[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+                                               int32_t slot) {
   kiv::Wake(kiv::AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
-  return kiv::RetireNode(owner, table, node);
+  return kiv::RetireNode(owner, table, node, slot);
 }
 
 // A thread's first meeting with a lock: makes the node, and starts over.
@@ -241,12 +244,14 @@ uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
   Node* node = kiv::FindActiveNode(*table, lock);
   if (node == nullptr || node->depth < 1) return KIV_ST_MUTEX_CLEAR;
   if (--node->depth > 0) return KIV_ST_OK;
+  // Read while the lock is held: a writer that is let in may end the lock at once.
+  const int32_t slot = lock->slot;
   if (node->mode == KIV_RWLOCK_WRITE) {
     LeaveAsWriter(lock, node);
   } else if (LeaveAsReader(lock)) {
-    return WakeWriterAndRetire(owner, table, node);
+    return WakeWriterAndRetire(owner, table, node, slot);
   }
-  return kiv::RetireNode(owner, table, node);
+  return kiv::RetireNode(owner, table, node, slot);
 }
 
 int32_t KivSdOwnerRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {

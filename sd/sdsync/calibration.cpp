@@ -13,6 +13,7 @@
 #include "kivsdu/thread.h"
 #include "kivsdu/time.h"
 #include "os/clock.h"
+#include "sdsync/calibrating_thread.h"
 #include "sdsync/spin.h"
 
 namespace {
@@ -30,6 +31,10 @@ constexpr int32_t kOneProcessorBudget = 1;
 // Stored for hosts that read it in a debugger.
 std::atomic<int32_t> processorCount{1};
 std::atomic<uint8_t> spinFlag{0};
+
+// The limit of the measured spin. A variable of its own: another thread that calibrates stores the
+// budget, at any moment.
+std::atomic<int32_t> measuredRounds{0};
 
 struct Pipe {
   KivHandle read;
@@ -89,6 +94,7 @@ void Echo(Measurement* block) {
 }
 
 uint32_t EchoThread(void* argument) {
+  const kiv::CalibratingThread calibrating;
   auto* block = static_cast<Measurement*>(argument);
   std::atomic_ref<uint8_t>(block->partnerStarted).store(1, std::memory_order_release);
   Echo(block);
@@ -131,6 +137,7 @@ void TimeRoundTrips(Measurement* block) {
 }
 
 uint32_t TimingThread(void* argument) {
+  const kiv::CalibratingThread calibrating;
   TimeRoundTrips(static_cast<Measurement*>(argument));
   return 0;
 }
@@ -152,8 +159,10 @@ double MeasureSpin() {
   const int32_t before = kiv::SpinBudget();
   kiv::SetSpinBudget(kSpinRounds);
   spinFlag.store(1, std::memory_order_relaxed);
+  measuredRounds.store(kSpinRounds, std::memory_order_relaxed);
   const int64_t start = os::Counter().value;
-  kiv::SpinWithinBudget([] { return spinFlag.load(std::memory_order_acquire) == 0; });
+  kiv::SpinWithin([] { return measuredRounds.load(std::memory_order_relaxed); },
+                  [] { return spinFlag.load(std::memory_order_acquire) == 0; });
   const int64_t end = os::Counter().value;
   kiv::SetSpinBudget(before);
   return Microseconds(start, end);
@@ -170,6 +179,11 @@ bool ComputeBudget(double tripsUs, double spinUs, int32_t* budget) {
 }  // namespace
 
 uint32_t KivGetSpinUpperLimit(int32_t* limit) {
+  if (kiv::CalibratingThread::IsCurrent()) {
+    *limit = kiv::SpinBudget();
+    return KIV_ST_OK;
+  }
+  const kiv::CalibratingThread calibrating;
   const uint32_t count = KivSdCPUCountGet();
   processorCount.store(static_cast<int32_t>(count), std::memory_order_relaxed);
   if (count == 1) {

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "os/environment.h"
+#include "sdsync/calibrating_thread.h"
 
 int32_t KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 20000;
 
@@ -82,6 +83,9 @@ void Display() {
 void KivSyncEnvInit() {
   // acquire, and release below: who finds it read sees what was read.
   if (environmentRead.load(std::memory_order_acquire)) return;
+  // A lease guard may come here again from inside the measurement; its locks then have the budget
+  // and the limits as they stand.
+  if (kiv::CalibratingThread::IsCurrent()) return;
   int32_t limit = 0;
   // A machine that cannot be measured keeps the budget that it had.
   static_cast<void>(KivGetSpinUpperLimit(&limit));

@@ -7,12 +7,16 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "kivsdu/kivsdu.h"
 #include "support/policy.h"
 #include "support/process.h"
 #include "support/runtime_watch.h"
+#ifndef _WIN32
+#include "sdthrw32/exception_stack.h"
+#endif
 
 namespace {
 
@@ -224,6 +228,24 @@ TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheHostSaid) {
   });
 }
 
+TEST(FatalExceptionBeyondItsRoom, LooksAtEveryBitOfWhatTheHostSaid) {
+  for (int value = 2; value <= 128; value *= 2) {
+    SCOPED_TRACE(value);
+    EXPECT_ENDS(EndedByAbort(), [value] {
+      EXPECT_EQ(KivSdXcptSetFatExceptionOccured(static_cast<uint8_t>(value)), KIV_ST_OK);
+      Allocate(1);
+    });
+  }
+}
+
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheSameThreadSaidLast) {
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kAbort);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
+    Allocate(EmptyRoom() + 1);
+  });
+}
+
 TEST(FatalExceptionBeyondItsRoom, EndsTheProcessWhenTheTopBlockIsFull) {
   EXPECT_ENDS(testing::ExitedWithCode(0), [] {
     Record(kOrderly);
@@ -260,6 +282,13 @@ TEST(FatalExceptionWithoutAStack, EndsTheProcess) {
     KivSdXcptDestroyStackHeader();
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
     Allocate(1);
+  });
+}
+
+TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackIsMadeTooLate) {
+  EXPECT_ENDS(EndedByAbort(), [] {
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+    KivSdXcptCreateStackHeader();
   });
 }
 
@@ -314,6 +343,83 @@ TEST(FatalExceptionOtherThreads, StopWhenTheyFree) {
   ExpectOtherThreadsStop([](void* block) { Free(block); });
 }
 
+// ---- Two that record one ----
+
+TEST(FatalExceptionOfTwoThreads, IsHandledByTheFirstWhileTheSecondWaits) {
+  IN_FRESH_PROCESS([] {
+    static std::atomic<bool> called{false};
+    static std::atomic<bool> returned{false};
+    Record(kAbort);
+    void* mine = Allocate(8);
+    std::thread([] {
+      called = true;
+      KivSdXcptSetFatExceptionOccured(kOrderly);
+      returned = true;
+      Allocate(100);
+    }).detach();
+    while (!called) std::this_thread::yield();
+    // A wrong one comes back at once; the wait is for that.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_FALSE(returned);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK) << "the first may come again";
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(mine) + 8);
+  });
+}
+
+TEST(FatalExceptionOfTwoThreads, IsHandledByTheSecondWhenTheFirstHasEnded) {
+  IN_FRESH_PROCESS([] {
+    KivSdXcptCreateStackHeader();
+    static std::atomic<bool> recorded{false};
+    static std::atomic<bool> mayEnd{false};
+    static std::atomic<bool> ended{false};
+    static void* first;
+    std::thread handler([] {
+      EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+      first = Allocate(8);
+      recorded = true;
+      while (!mayEnd) std::this_thread::yield();
+      ended = true;
+    });
+    while (!recorded) std::this_thread::yield();
+    std::thread([] { mayEnd = true; }).detach();
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+    EXPECT_TRUE(ended) << "not before";
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(first) + 8);
+    handler.join();
+  });
+}
+
+// Each writes its own number into all that it gets, as often as it can.
+TEST(FatalExceptionOfTwoThreads, NeverServesTwoAtOnce) {
+  IN_FRESH_PROCESS([] {
+    constexpr int kThreads = 4;
+    constexpr int kPieces = 1000;
+    static std::atomic<int> waiting{kThreads};
+    static std::atomic<int> handlers{0};
+    static std::atomic<int> finished{0};
+    KivSdXcptCreateStackHeader();
+    for (int thread = 0; thread < kThreads; ++thread) {
+      std::thread([] {
+        --waiting;
+        while (waiting != 0) std::this_thread::yield();
+        EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+        ++handlers;
+        char* last = Bytes(Allocate(8));
+        for (int i = 1; i < kPieces; ++i) {
+          char* next = Bytes(Allocate(8));
+          EXPECT_EQ(next, last + 8);
+          last = next;
+        }
+        ++finished;
+        while (true) std::this_thread::sleep_for(std::chrono::hours(1));  // still handles it
+      }).detach();
+    }
+    while (finished == 0) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(handlers, 1);
+  });
+}
+
 #ifdef _WIN32
 
 uint32_t AllocateOnce(void* returned) {
@@ -335,6 +441,22 @@ TEST(FatalExceptionOtherThreads, StopAgainWhenTheyAreResumed) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(returned);
+  });
+}
+
+#else
+
+// Only a program that has the library in itself can look at them.
+TEST(FatalException, LeavesThreeCopiesOfTheStacksRecordInTheProcess) {
+  IN_FRESH_PROCESS([] {
+    KivSdXcptCreateStackHeader();
+    const KivSdMemStack made = *kiv::ExceptionStack();
+    EXPECT_NE(made.defaultBlockBytes, 0u);
+    Record(kAbort);
+    Allocate(8);
+    for (const KivSdMemStack& copy : kiv::exceptionStackCopies) {
+      EXPECT_EQ(std::memcmp(&copy, &made, sizeof made), 0) << "as it was when it was made";
+    }
   });
 }
 
