@@ -10,9 +10,9 @@
 #include "os/thread_slot.h"
 #include "require.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
+namespace {
 
 constexpr char kSource[] = "sd/sdvorutil";
 constexpr uint32_t kLineSetAssertion = 43;
@@ -25,7 +25,7 @@ KivSdVorUtilGlobalsRecord globals = {nullptr, nullptr};
 
 // Stored with release, once the cell is filled, and loaded with acquire: a thread that finds the
 // key finds the slot's index behind it.
-kiv::AtomicRef<uint32_t*> Key() { return kiv::AtomicRef<uint32_t*>(globals.tlsKey); }
+AtomicRef<uint32_t*> Key() { return AtomicRef<uint32_t*>(globals.tlsKey); }
 
 }  // namespace
 
@@ -44,8 +44,8 @@ uint32_t KivSdVorUtilTlsInit() {
 
   // Looked at only now, with the cell and the slot in hand: the process ends here, so neither
   // is lost to anyone.
-  kiv::Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL,
-               "KivSdVorUtilGlobals()->tlsKey == KIV_NULL", kSource, kLineInitAssertion);
+  Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL, "KivSdVorUtilGlobals()->tlsKey == KIV_NULL",
+          kSource, kLineInitAssertion);
   auto* key = static_cast<uint32_t*>(cell);
   *key = slot.value;
   Key().store(key, std::memory_order_release);
@@ -54,7 +54,7 @@ uint32_t KivSdVorUtilTlsInit() {
 
 uint32_t KivSdVorUtilTlsSet(void* value) {
   const uint32_t* key = Key().load(std::memory_order_acquire);
-  kiv::Require(key != KIV_NULL, "key != KIV_NULL", kSource, kLineSetAssertion);
+  Require(key != KIV_NULL, "key != KIV_NULL", kSource, kLineSetAssertion);
   return os::WriteThreadSlot(*key, value).ok ? KIV_ST_OK : KIV_ST_THREAD_SLOT;
 }
 

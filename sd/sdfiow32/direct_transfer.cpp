@@ -15,13 +15,10 @@
 #include "report.h"
 #include "sdfiow32/direct_block.h"
 
+using namespace kiv;
+
 namespace {
 
-namespace os = kiv::os;
-using kiv::BytesOf;
-using kiv::HandleOf;
-using kiv::Report;
-using kiv::WholeBlocks;
 using Moved = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
 
 void SetOffset(KivSdNoWaitCb* record, uint32_t firstBlock) {
@@ -43,12 +40,12 @@ bool IsPending(const Moved& moved) { return !moved.ok && moved.error == os::kErr
 bool IsAtEnd(const Moved& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
 
 uint32_t BlocksOf(const Moved& moved) {
-  return IsAtEnd(moved) ? kiv::StartedBlocks(moved.value) : WholeBlocks(moved.value);
+  return IsAtEnd(moved) ? StartedBlocks(moved.value) : WholeBlocks(moved.value);
 }
 
 uint32_t ReportRead(KivSdContext* ctx, const Moved& read, uint32_t failure, uint32_t* blocks) {
   *blocks = BlocksOf(read);
-  return kiv::ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
+  return ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
 }
 
 uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
@@ -59,7 +56,7 @@ uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
 
 uint32_t ReportWrite(KivSdContext* ctx, const Moved& written, uint32_t failure, uint32_t* blocks) {
   *blocks = WholeBlocks(written.value);
-  return kiv::ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
+  return ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
 }
 
 uint32_t StartRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t blockCount,
@@ -108,7 +105,7 @@ uint32_t StatusOfCollected(const Moved& moved) {
 
 uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void* buffer,
                                uint32_t blockCount, KivSdNoWaitCb* record, uint32_t* blocksRead) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (blocksRead == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   if (record == nullptr) return ReadAndWait(ctx, file, firstBlock, buffer, blockCount, blocksRead);
   *blocksRead = 0;
@@ -120,7 +117,7 @@ uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstB
 uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t firstBlock,
                                 const void* buffer, uint32_t blockCount, KivSdNoWaitCb* record,
                                 uint32_t* blocksWritten) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (blocksWritten == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   if (record == nullptr) {
     return WriteAndWait(ctx, file, firstBlock, buffer, blockCount, blocksWritten);
@@ -133,7 +130,7 @@ uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t first
 
 uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* record,
                            uint32_t* blocksDone) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (record == nullptr || blocksDone == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Wait waited = os::WaitOne(record->event, os::kWaitForEver);
   // Kept: the wait's own result is recorded, not the last error; hosts log it.

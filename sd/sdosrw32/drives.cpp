@@ -12,12 +12,9 @@
 #include "sdosrw32/kibibytes.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::ClampedKiB;
-using kiv::CopyText;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdosrw32";
 constexpr uint32_t kLineDrives = 412;
@@ -76,8 +73,8 @@ uint32_t FillDrive(const char* root, KivSdDriveInfo* info) {
 }  // namespace
 
 uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives) {
-  kiv::RunLeaseGuard();
-  kiv::Require(drives != KIV_NULL, "pDrives != KIV_NULL", kSource, kLineDrives);
+  RunLeaseGuard();
+  Require(drives != KIV_NULL, "pDrives != KIV_NULL", kSource, kLineDrives);
   static_cast<void>(KivSdMemClear(nullptr, drives, sizeof *drives));
   drives->current = os::CurrentDrive();
   const os::ValueResult<uint32_t> mask = os::DriveMask();
@@ -88,10 +85,10 @@ uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives) {
 }
 
 uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
-               "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineDriveOrdinal);
-  kiv::Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
+  RunLeaseGuard();
+  Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
+          "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineDriveOrdinal);
+  Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->ordinal = ordinal;
   info->name[0] = static_cast<char>(kBeforeA + ordinal);

@@ -11,10 +11,9 @@
 #include "os/kernel_objects.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdsemw32";
 constexpr uint32_t kLineSetAlloc = 139;

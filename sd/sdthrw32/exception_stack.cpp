@@ -12,9 +12,9 @@
 #include "os/thread.h"
 #include "os/thread_control.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
+namespace {
 
 constexpr uint32_t kNotCreated = 0xFFFFFFFF;
 constexpr uint32_t kStackBytes = 1 << 20;
@@ -62,7 +62,7 @@ void BecomeHandler(uint32_t thread) {
     return raisingThread.store(thread, std::memory_order_relaxed);
   }
   // Without the claim this thread cannot learn that the handler has ended.
-  kiv::StopOtherThreads();
+  StopOtherThreads();
 }
 
 }  // namespace
@@ -72,7 +72,7 @@ std::atomic<uint32_t> kiv::fatalExceptionFlag{0};
 
 KivSdMemStack kiv::exceptionStackCopies[kExceptionStackCopies] = {};
 
-kiv::FatalException kiv::FatalExceptionState() {
+FatalException kiv::FatalExceptionState() {
   const bool has = fatalExceptionFlag.load(std::memory_order_acquire) != 0;
   return {has, raisingThread.load(std::memory_order_relaxed),
           hostValue.load(std::memory_order_relaxed)};
@@ -93,7 +93,7 @@ uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value) {
   BecomeHandler(thread);
   hostValue.store(value, std::memory_order_relaxed);
   // release: pairs with the acquire of FatalExceptionState.
-  kiv::fatalExceptionFlag.store(1, std::memory_order_release);
+  fatalExceptionFlag.store(1, std::memory_order_release);
   return KIV_ST_OK;
 }
 
@@ -101,7 +101,7 @@ void KivSdXcptCreateStackHeader() {
   if (creationStatus != kNotCreated) return;
   creationStatus = MakeStack();
   if (stack == nullptr) return;
-  for (KivSdMemStack& copy : kiv::exceptionStackCopies) copy = *stack;
+  for (KivSdMemStack& copy : exceptionStackCopies) copy = *stack;
 }
 
 void KivSdXcptDestroyStackHeader() {
