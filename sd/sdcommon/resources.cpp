@@ -26,7 +26,7 @@ constexpr uint32_t kLineAvailable = 1502;
 constexpr uint32_t kLineOrdinal = 1540;
 constexpr uint32_t kLineOrdinalBuffer = 1541;
 
-constexpr size_t kMostNameCharacters = 60;
+constexpr size_t kMaxNameCharacters = 60;
 constexpr char kBeforeA = 'A' - 1;
 
 // By kind. The numbering is shared by all platforms, so it lists processors that this one never
@@ -173,7 +173,7 @@ uint32_t KivSdCPUInfoGet(KivSdContext* ctx, KivSdProcessorInfo* info) {
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->count = os::ProcessorCount();
   info->kind = ProcessorKind(os::ProcessorType());
-  CopyText(info->name, kMostNameCharacters, kProcessorNames[info->kind]);
+  CopyText(info->name, kMaxNameCharacters, kProcessorNames[info->kind]);
   return Report(ctx, KIV_ST_OK);
 }
 
@@ -182,7 +182,7 @@ uint32_t KivSdOSInfoGet(KivSdContext* ctx, KivSdOSInfo* info) {
   Require(info != KIV_NULL, "pOSInfo != KIV_NULL", kSource, kLineSystem);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   const uint32_t version = os::SystemVersion();
-  CopyText(info->name, kMostNameCharacters, SystemName(version));
+  CopyText(info->name, kMaxNameCharacters, SystemName(version));
   std::sprintf(info->version, "%d.%02d", static_cast<int>(version & 0xFF),
                static_cast<int>(version >> 8 & 0xFF));
   return Report(ctx, KIV_ST_OK);

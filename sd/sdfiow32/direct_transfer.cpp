@@ -19,7 +19,7 @@ using namespace kiv;
 
 namespace {
 
-using Moved = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
+using Transferred = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
 
 void SetOffset(KivSdNoWaitCb* record, uint32_t firstBlock) {
   record->offsetLow = BytesOf(firstBlock);
@@ -35,15 +35,18 @@ os::Result Prepare(KivSdNoWaitCb* record, uint32_t firstBlock) {
   return {made.ok, made.error};
 }
 
-bool IsPending(const Moved& moved) { return !moved.ok && moved.error == os::kErrorTransferPending; }
+bool IsPending(const Transferred& moved) {
+  return !moved.ok && moved.error == os::kErrorTransferPending;
+}
 
-bool IsAtEnd(const Moved& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
+bool IsAtEnd(const Transferred& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
 
-uint32_t BlocksOf(const Moved& moved) {
+uint32_t BlocksOf(const Transferred& moved) {
   return IsAtEnd(moved) ? StartedBlocks(moved.value) : WholeBlocks(moved.value);
 }
 
-uint32_t ReportRead(KivSdContext* ctx, const Moved& read, uint32_t failure, uint32_t* blocks) {
+uint32_t ReportRead(KivSdContext* ctx, const Transferred& read, uint32_t failure,
+                    uint32_t* blocks) {
   *blocks = BlocksOf(read);
   return ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
 }
@@ -54,14 +57,15 @@ uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
   return otherwise;
 }
 
-uint32_t ReportWrite(KivSdContext* ctx, const Moved& written, uint32_t failure, uint32_t* blocks) {
+uint32_t ReportWrite(KivSdContext* ctx, const Transferred& written, uint32_t failure,
+                     uint32_t* blocks) {
   *blocks = WholeBlocks(written.value);
   return ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
 }
 
 uint32_t StartRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t blockCount,
                    KivSdNoWaitCb* record, uint32_t* blocks) {
-  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  const Transferred read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   if (!IsPending(read)) return ReportRead(ctx, read, KIV_ST_DIRECT_READ, blocks);
   *blocks = 0;
   return Report(ctx, KIV_ST_DIRECT_READ_PENDING, read.error);
@@ -71,15 +75,15 @@ uint32_t ReadAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void
                      uint32_t blockCount, uint32_t* blocks) {
   *blocks = 0;
   const auto distance = static_cast<int32_t>(BytesOf(firstBlock));
-  const Moved moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
+  const Transferred moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
   if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
-  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
+  const Transferred read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
   return ReportRead(ctx, read, KIV_ST_FILE_READ, blocks);
 }
 
 uint32_t StartWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t blockCount,
                     KivSdNoWaitCb* record, uint32_t* blocks) {
-  Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  Transferred written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   // What it has moved so far counts when it is collected.
   if (IsPending(written)) written.value = 0;
   return ReportWrite(ctx, written, KIV_ST_DIRECT_WRITE, blocks);
@@ -91,11 +95,12 @@ uint32_t WriteAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, con
                       uint32_t blockCount, uint32_t* blocks) {
   KivSdNoWaitCb record = {};
   SetOffset(&record, firstBlock);
-  const Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
+  const Transferred written =
+      os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
   return ReportWrite(ctx, written, KIV_ST_FILE_WRITE, blocks);
 }
 
-uint32_t StatusOfCollected(const Moved& moved) {
+uint32_t StatusOfCollected(const Transferred& moved) {
   if (moved.ok) return KIV_ST_OK;
   if (IsAtEnd(moved)) return KIV_ST_FILE_END;
   return moved.error == os::kErrorDiskFull ? KIV_ST_DISK_FULL : KIV_ST_DIRECT_COMPLETION;
@@ -139,7 +144,7 @@ uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* reco
   }
   if (waited.result != os::kWaitSignalled) return Report(ctx, KIV_ST_EVENT_WAIT, waited.result);
 
-  const Moved moved = os::TransferOutcome(HandleOf(file), record);
+  const Transferred moved = os::TransferOutcome(HandleOf(file), record);
   *blocksDone = BlocksOf(moved);
   const os::Result reset = os::UnsignalEvent(record->event);
   if (!reset.ok) return Report(ctx, KIV_ST_COMPLETION_RESET, reset.error);

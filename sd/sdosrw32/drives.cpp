@@ -21,7 +21,7 @@ constexpr uint32_t kLineDrives = 412;
 constexpr uint32_t kLineDriveOrdinal = 460;
 constexpr uint32_t kLineDriveInfo = 461;
 
-constexpr size_t kMostNameCharacters = 60;
+constexpr size_t kMaxNameCharacters = 60;
 constexpr uint32_t kFileSystemBytes = 61;  // size passed to the system; the field is larger
 constexpr char kBeforeA = 'A' - 1;
 constexpr char kUnknown[] = "Unknown";
@@ -65,8 +65,8 @@ uint32_t FillDrive(const char* root, KivSdDriveInfo* info) {
   const os::DriveType type = os::TypeOfDrive(root);
   if (type == os::DriveType::kNoRootDirectory) return KIV_ST_DRIVE_INFO;
   info->type = TypeNumber(type);
-  CopyText(info->typeName, kMostNameCharacters, kTypeNames[info->type]);
-  if (info->fileSystem[0] == '\0') CopyText(info->fileSystem, kMostNameCharacters, kUnknown);
+  CopyText(info->typeName, kMaxNameCharacters, kTypeNames[info->type]);
+  if (info->fileSystem[0] == '\0') CopyText(info->fileSystem, kMaxNameCharacters, kUnknown);
   return KIV_ST_OK;
 }
 

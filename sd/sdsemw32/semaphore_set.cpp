@@ -27,10 +27,10 @@ constexpr uint32_t kLineSetFree = 189;
 // The system refuses names of 260 characters and more, and no ANSI code page needs more than 4
 // bytes a character. A base name that is cut here still makes a name that it refuses, so no base
 // name needs more room.
-constexpr int kMostNameCharacters = 260;
-constexpr int kMostCharacterBytes = 4;
-constexpr int kMostBaseBytes = (kMostNameCharacters + 1) * kMostCharacterBytes;
-constexpr size_t kNameBytes = kMostBaseBytes + sizeof "_65535";
+constexpr int kMaxNameCharacters = 260;
+constexpr int kMaxCharacterBytes = 4;
+constexpr int kMaxBaseBytes = (kMaxNameCharacters + 1) * kMaxCharacterBytes;
+constexpr size_t kNameBytes = kMaxBaseBytes + sizeof "_65535";
 
 void Free(void* block, uint32_t line) {
   // An empty set has no array.
@@ -43,7 +43,7 @@ void CloseMembers(const KivSdShSemSet& set, uint16_t count) {
 
 void* MakeMember(const char* name, uint16_t index, int32_t initialCount, int32_t maximumCount) {
   char memberName[kNameBytes];
-  std::sprintf(memberName, "%.*s_%d", kMostBaseBytes, name, static_cast<int>(index));
+  std::sprintf(memberName, "%.*s_%d", kMaxBaseBytes, name, static_cast<int>(index));
   return os::MakeSemaphore(memberName, initialCount, maximumCount).value;
 }
 
