@@ -8,6 +8,7 @@
 #include <string>
 
 #include "support/manager.h"
+#include "support/one_processor.h"
 #include "support/process.h"
 #include "support/runtime_hook.h"
 #include "support/runtime_memory.h"
@@ -24,7 +25,10 @@ constexpr uint64_t kMostAllocations = 500;
 
 // ---- Initialisation ----
 
-uint32_t InitializeNow() { return adMemThreadHeapInit(1, &ReceiveMessage, "tests", 0); }
+uint32_t InitializeNow() {
+  const OneProcessor oneProcessor;
+  return adMemThreadHeapInit(1, &ReceiveMessage, "tests", 0);
+}
 
 // Back to the uninitialised state.
 void SwitchOff() { EXPECT_EQ(adMemThreadHeapInit(0, &ReceiveMessage, "tests", 0), KIV_ST_OK); }
