@@ -33,7 +33,9 @@ using namespace kiv::test;
 
 // ---- Exchanges ----
 
-constexpr int kBlocksPerHeap = 7;  // of the largest size
+// Blocks of this size leave nothing of a heap.
+constexpr uint64_t kFilling = 65'448;
+constexpr int kBlocksPerHeap = 8;
 constexpr size_t kSpares = 8;
 
 char* HeapOfSlot(size_t number) { return reinterpret_cast<char*>(kiv::slots[number].heap.load()); }
@@ -70,16 +72,9 @@ class Exchanges : public testing::Test {
 
   void Take(uint64_t sizeBytes) { blocks_.push_back(Allocate(sizeBytes)); }
 
-  // Fills the heap of slot 0 with blocks of the largest size, of which it has some already.
+  // Fills the heap of slot 0, which has some blocks already.
   void FillHeap(int blocks = 0) {
-    for (int i = blocks; i < kBlocksPerHeap; ++i) Take(kLargestInHeap);
-  }
-
-  // And so that its bins say that there is no room for another.
-  void FillHeapWhole(int blocks = 0) {
-    FillHeap(blocks);
-    Take(kLargestInHeap / 2);
-    Take(kLargestInHeap / 2 - 1000);
+    for (int i = blocks; i < kBlocksPerHeap; ++i) Take(kFilling);
   }
 
   void GiveAllBack() {
@@ -109,7 +104,7 @@ class Exchanges : public testing::Test {
 
 TEST_F(Exchanges, OfOneHeapByTwoThreadsAreOne) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
-  Interleaving both = Requests(kLargestInHeap, kLargestInHeap);
+  Interleaving both = Requests(kFilling, kFilling);
   both.prepare = [this] {
     FillHeap();
     dry_ = HeapOfSlot(0);
@@ -131,10 +126,10 @@ TEST_F(Exchanges, OfOneHeapByTwoThreadsAreOne) {
 TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreNoticed) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   bool mustMove = false;
-  Interleaving both = Requests(24, kLargestInHeap);
+  Interleaving both = Requests(24, kFilling);
   both.prepare = [this, &mustMove] {
     Take(24);
-    FillHeap();
+    FillHeap(1);
     // Its heap may serve, for it has a parked block.
     Free(blocks_.front());
     blocks_.erase(blocks_.begin());
@@ -163,9 +158,9 @@ TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreNoticed) {
 // A new heap takes its slot without the ring lock.
 TEST_F(Exchanges, ForANewHeapMakeOne) {
   ASSERT_EQ(Restart("numheaps 4000 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
-  for (size_t i = 0; i <= kSpares; ++i) FillHeapWhole();
+  for (size_t i = 0; i <= kSpares; ++i) FillHeap();
   uint64_t made = kFirstHeaps;
-  Interleaving both = Requests(kLargestInHeap, kLargestInHeap);
+  Interleaving both = Requests(kFilling, kFilling);
   both.prepare = [this] { dry_ = HeapOfSlot(0); };
   both.check = [&] {
     ++made;
@@ -176,7 +171,24 @@ TEST_F(Exchanges, ForANewHeapMakeOne) {
       blocks_.push_back(block);
     }
     ExpectSlotsAndRing(dry_, made - kSlots);
-    FillHeapWhole(2);
+    FillHeap(2);
+  };
+  EXPECT_GT(both.RunAll(), 100u);
+}
+
+// However fast others fill the heap that it made.
+TEST_F(Exchanges, ForANewHeapServeTheRequestThatMadeIt) {
+  ASSERT_EQ(Restart("numheaps 4000 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
+  for (size_t i = 0; i <= kSpares; ++i) FillHeap();
+  Interleaving both = Requests(kFilling, kFilling);
+  both.second = [this] { FillHeap(); };
+  both.onPoint = {};  // the new heap runs dry itself
+  both.check = [this] {
+    EXPECT_FALSE(IsLarge(served_[0]));
+    EXPECT_EQ(TotalsNow().outside, 0u);
+    blocks_.push_back(served_[0]);
+    // One block of the nine lies in a second heap.
+    FillHeap(1);
   };
   EXPECT_GT(both.RunAll(), 100u);
 }
