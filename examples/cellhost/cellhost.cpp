@@ -36,10 +36,10 @@
 #include <string>
 
 #include "command_line.h"
-#include "complain.h"
-#include "exit_code.h"
-#include "host.h"
-#include "system_report.h"
+#include "host/complain.h"
+#include "host/exit_code.h"
+#include "host/host.h"
+#include "host/system_report.h"
 
 using namespace cellhost;
 
