@@ -23,7 +23,9 @@
  * succeeds or fails, and left alone when an argument is bad.
  *
  * Any thread. Threads that use one descriptor at a time share its position; only the positioned
- * operations carry theirs with them. */
+ * operations carry theirs with them.
+ *
+ * Example: examples/files.c. */
 #ifndef KIVSDU_FILE_H
 #define KIVSDU_FILE_H
 

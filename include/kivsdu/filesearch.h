@@ -4,7 +4,9 @@
  * In failover mode every operation here but KivSdFileFindClose first calls the lease guard
  * (settings.h), before it looks at its arguments; KivSdFileFind calls it again with each step of
  * its search, KivSdAddFileListItem for size and time. A context may always be null. OS errors are
- * the system's. Any thread; a record, an array and a list belong to one at a time. */
+ * the system's. Any thread; a record, an array and a list belong to one at a time.
+ *
+ * Example: examples/files.c. */
 #ifndef KIVSDU_FILESEARCH_H
 #define KIVSDU_FILESEARCH_H
 

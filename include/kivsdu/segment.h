@@ -34,7 +34,9 @@
  * A context may always be null. Operations on chunks write nothing into it, not even their argument
  * errors: after them, time-outs included, it is as it was. Only the set tells it when it is asked
  * for a member of no set. The other operations hand it to what they call: KivSdSharedMemAlloc,
- * KivSdSharedMemFree, KivSdMemAlloc, and the set's argument errors. */
+ * KivSdSharedMemFree, KivSdMemAlloc, and the set's argument errors.
+ *
+ * Example: examples/channel.c. */
 #ifndef KIVSDU_SEGMENT_H
 #define KIVSDU_SEGMENT_H
 

@@ -17,7 +17,9 @@
  *           end
  *
  * Lease contexts must not be null, nor their `pause`; nothing here checks it. Any thread, each with
- * its own lease context. */
+ * its own lease context.
+ *
+ * Example: examples/backup.c. */
 #ifndef KIVSDU_WRITEPAUSE_H
 #define KIVSDU_WRITEPAUSE_H
 

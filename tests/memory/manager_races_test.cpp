@@ -1,9 +1,9 @@
-// Requests of two threads that meet: for a heap that runs dry, and for the pool of short heaps.
-// Every order of steps in which each of the two is left once is run, so that each loses every race
-// there is.
+// Races between the requests of two threads: for a heap that has run dry, and for the pool of short
+// heaps. The tests run every order that interrupts each request at most once, so each request loses
+// every race that exists.
 //
-// The sources of slots, exchanges and the pool are built anew for this program, with points around
-// their locks and around each access to a slot.
+// The sources of slots, exchanges and the pool are compiled again for this program, with points
+// around their locks and around each access to a slot.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ void kiv::stress::Delay() { test::Point(); }
 extern "C" uint32_t __real_KivSdThreadYield(KivSdContext*);
 extern "C" uint32_t __wrap_KivSdThreadYield(KivSdContext*);
 
-// Who yields waits for the other one.
+// A thread that yields lets the other one run.
 extern "C" uint32_t __wrap_KivSdThreadYield(KivSdContext* ctx) {
   return kiv::test::Blocked() ? KIV_ST_OK : __real_KivSdThreadYield(ctx);
 }
@@ -63,7 +63,7 @@ void ExpectSlotsAndRing(char* spare, size_t spares) {
   EXPECT_EQ(heaps.size(), kSlots + spares);
 }
 
-// Two requests for slot 0, whose heap has no room for the second one's.
+// Two requests for slot 0, whose heap has no room for the second request.
 class Exchanges : public testing::Test {
  protected:
   ~Exchanges() override {
@@ -82,13 +82,13 @@ class Exchanges : public testing::Test {
     blocks_.clear();
   }
 
-  // What is the same in all of them: requests, and the dry heap at the start.
+  // The part that all tests share.
   Interleaving Requests(uint64_t firstBytes, uint64_t secondBytes) {
     return {.first = [=, this] { served_[0] = Allocate(firstBytes); },
             .second = [=, this] { served_[1] = Allocate(secondBytes); },
             .onPoint =
                 [this] {
-                  // Whoever finds another heap in the slot finds one that is ready for it.
+                  // Another heap in a settled slot already has the slot's index.
                   char* heap = HeapOfSlot(0);
                   if (heap == dry_ || !IsSettled(0)) return;
                   EXPECT_EQ(IndexOf(heap), 0u);
@@ -121,8 +121,8 @@ TEST_F(Exchanges, OfOneHeapByTwoThreadsAreOne) {
   EXPECT_GT(both.RunAll(), 100u);
 }
 
-// A heap that left its slot is in the ring: who chose it before and locks it now asks the slot
-// again.
+// A heap that left its slot is in the ring. A thread that chose it before and locks it afterwards
+// must read the slot again.
 TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreNoticed) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   bool mustMove = false;
@@ -176,7 +176,7 @@ TEST_F(Exchanges, ForANewHeapMakeOne) {
   EXPECT_GT(both.RunAll(), 100u);
 }
 
-// However fast others fill the heap that it made.
+// Even when another thread fills the new heap at once.
 TEST_F(Exchanges, ForANewHeapServeTheRequestThatMadeIt) {
   ASSERT_EQ(Restart("numheaps 4000 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
   for (size_t i = 0; i <= kSpares; ++i) FillHeap();
@@ -195,7 +195,7 @@ TEST_F(Exchanges, ForANewHeapServeTheRequestThatMadeIt) {
 
 // ---- The pool of short heaps ----
 
-// An owner in the hands of one thread after the other.
+// Used by one thread after the other.
 class Owner {
  public:
   void Begin() { adMemShortHeapInit(&owner_); }
@@ -255,7 +255,7 @@ TEST_F(Pool, CountsAHeapThatItDidNotTakeAsOutOfUse) {
   EXPECT_GT(both.RunAll(), 5u);
 }
 
-// The last heap of the pool is for one of them; the other has a new one.
+// One owner gets the last heap of the pool, the other a new heap.
 TEST_F(Pool, ThatRunsOutMeanwhileCountsEveryHeapInUseOnce) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 0"), KIV_ST_OK);
   Interleaving both = {.first = [this] { a_.Begin(); },
@@ -285,7 +285,7 @@ TEST_F(Pool, ThatRunsOutMeanwhileCountsEveryHeapInUseOnce) {
 
 TEST_F(Pool, ThatRanOutWithoutMemoryForAnotherHeapCountsNoneInUse) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 0 memorylimit 10M"), KIV_ST_OK);
-  // Two short heaps are all there is memory for.
+  // There is memory for two short heaps.
   void* large = Allocate(10485760 - kFirstHeaps * kHeapBytes - 2 * kShortHeapBytes - 32);
   const uint64_t held = TotalsNow().outside;
   Interleaving both = {.first = [this] { a_.Begin(); },

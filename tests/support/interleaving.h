@@ -1,9 +1,10 @@
-// Two operations on two threads, of which one runs at a time: a test says at which of its points
-// the first one stops for the second, and at which of its own the second lets the first go on.
+// Runs two operations on two threads, one thread at a time, in every order that interrupts each
+// operation at most once.
 //
-// A point is a place where threads may meet: before a lock is taken, behind its release, around an
-// access to an atomic. The sources under test are built with headers that call Point and Blocked
-// there. All pairs of points in turn are all orders of steps in which each operation is left once.
+// An operation can be interrupted at its points: before a lock is taken, after it is released, and
+// around an access to an atomic. The sources under test are compiled with headers that call Point
+// and Blocked there. In each run the first operation stops at one of its points, the second runs to
+// one of its own, then the first runs to its end, and then the second.
 #ifndef KIV_TESTS_INTERLEAVING_H
 #define KIV_TESTS_INTERLEAVING_H
 
@@ -17,27 +18,27 @@ struct Interleaving {
   std::function<void()> first;
   std::function<void()> second;
 
-  // Optional. The one runs when the first has stopped and nothing of the second has run; `wholly`
-  // says that the second will not be left before its end. The other runs at every point.
+  // Optional. onStop is called when the first operation has stopped and the second has not begun;
+  // `wholly` means that the second then runs to its end. onPoint is called at every point.
   std::function<void(bool wholly)> onStop = {};
   std::function<void()> onPoint = {};
 
-  // Before and behind every run; the latter checks what came of it.
+  // Called before and after every run; `check` looks at the result.
   std::function<void()> prepare;
   std::function<void()> check;
 
-  // Runs all orders, up to the first that a check fails. Gives how many there were.
+  // Runs all orders, or stops after the first one that fails a check. Returns the number of runs.
   uint64_t RunAll();
 };
 
-// Of the operation that calls. Does nothing outside of a run.
+// Marks a point of the calling operation. Does nothing outside a run.
 void Point();
 
-// The operation that calls waits for the other one, which goes on. False outside of a run, and
-// when the other one has ended.
+// The calling operation has to wait: lets the other one run. Returns false outside a run, and when
+// the other operation has ended.
 bool Blocked();
 
-// Whether a lock is held by the operation that does not call.
+// Whether the other operation holds the lock.
 bool IsHeldByOther(const void* lock);
 void NoteTaken(const void* lock);
 void NoteReleased(const void* lock);

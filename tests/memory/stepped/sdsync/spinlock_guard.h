@@ -1,5 +1,5 @@
-// Stands in for the library's header of this name in programs that run two operations step by step
-// (support/interleaving.h): they may stop around every lock.
+// Replaces the library's header of this name in programs that interrupt operations at their points
+// (support/interleaving.h): there is a point before each lock is taken and after it is released.
 #ifndef KIV_TESTS_STEPPED_SPINLOCK_GUARD_H
 #define KIV_TESTS_STEPPED_SPINLOCK_GUARD_H
 
