@@ -3,6 +3,7 @@
 // own.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -129,6 +130,48 @@ TEST(FatalException, FreesNothingOnceFreeingIsOff) {
     EXPECT_EQ(adFree(nullptr, nullptr, 0), KIV_ST_OK);
     int elsewhere = 0;
     EXPECT_EQ(adFree(&elsewhere, nullptr, 0), KIV_ST_OK);
+  });
+}
+
+TEST(FatalException, ServesElementsTextsAndAlignedRequestsFromTheStack) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    {
+      RuntimeWatch dirty;
+      dirty.FillWith(0xCD);
+      Record(kAbort);
+    }
+    const RuntimeWatch watch;
+    void* first = Allocate(8);
+    void* elements = nullptr;
+    EXPECT_EQ(adCalloc(nullptr, 10, 10, &elements, AD_POLICY_MANDATORY), KIV_ST_OK);
+    EXPECT_EQ(Bytes(elements), Bytes(first) + 8);
+    EXPECT_TRUE(std::all_of(Bytes(elements), Bytes(elements) + 100, [](char c) { return c == 0; }));
+    EXPECT_NE(Bytes(elements)[100], 0) << "no more than was asked for";
+    char* text = adStrDup("text", nullptr, 0);
+    EXPECT_EQ(text, Bytes(elements) + 104);
+    EXPECT_EQ(std::memcmp(text, "text\0\0\0\0", 9), 0);
+    // Each alignment is accepted, and none is kept to.
+    void* aligned = nullptr;
+    EXPECT_EQ(adMallocAligned(nullptr, 4096, 100, &aligned, nullptr, 0), KIV_ST_OK);
+    EXPECT_EQ(Bytes(aligned), text + 16);
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(aligned) + 104);
+    EXPECT_TRUE(watch.sizes().empty());
+  });
+}
+
+TEST(FatalException, ReleasesNothingWhateverTheOriginOfABlock) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Record(kAbort);
+    void* block = Allocate(100);
+    const RuntimeWatch watch;
+    for (const uint8_t origin : {uint8_t{0}, uint8_t{1}}) {
+      EXPECT_EQ(adFreeAligned(block, origin), KIV_ST_OK);
+      EXPECT_EQ(adFreeAligned(before, origin), KIV_ST_ARGUMENT);
+      EXPECT_EQ(adFreeAligned(nullptr, origin), KIV_ST_ARGUMENT);
+    }
+    EXPECT_TRUE(watch.freed().empty());
   });
 }
 
