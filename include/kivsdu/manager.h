@@ -84,8 +84,9 @@ KIVSDU_API void adMemResetThreadContext(void);
 /* Allocates a block.
  *
  *   owner      the caller's context, or null; chooses the heap and is never read
- *   alignment  accepted and not used in thread-heap mode. In plain mode not 0 is a programming
- *              error: the process ends through the runtime's assertion
+ *   alignment  accepted and not used in thread-heap mode, and once a fatal exception has been
+ *              recorded. Otherwise not 0 is a programming error: the process ends through the
+ *              runtime's assertion
  *   sizeBytes  at least 1
  *   block      receives the block, or null when there is no memory; must not be null. It is
  *              left alone when the size is 0
@@ -101,7 +102,8 @@ KIVSDU_API uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block
 KIVSDU_API uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes,
                                     void** block, const char* file, uint32_t line);
 
-/* Resizes a block, keeping its content up to the smaller size.
+/* Resizes a block, keeping its content up to the smaller size. A block that moves is freed where it
+ * was, even once the no-free switch is on.
  *
  *   owner         the caller's context, or null
  *   newSizeBytes  at least 1

@@ -3,9 +3,9 @@
 #define KIV_MEMSYS_SLOTS_H
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 
+#include "atomic.h"
 #include "memheap/heap.h"
 #include "memsys/modulus.h"
 #include "memsys/settings.h"
@@ -15,8 +15,8 @@ namespace kiv {
 // Both name the same heap, except while the slot is being exchanged: `current` is then the heap
 // that is tried or made for it.
 struct Slot {
-  std::atomic<Heap*> heap;
-  std::atomic<Heap*> current;
+  Atomic<Heap*> heap;
+  Atomic<Heap*> current;
 
   void Settle(Heap* owner) {
     // release: who finds the two equal finds a heap that is ready.

@@ -14,6 +14,7 @@
 #include "sdcommon/memory_stack.h"
 #include "sdrwlock/node.h"
 #include "support/context.h"
+#include "support/manager.h"
 #include "support/native_kernel.h"
 
 namespace {
@@ -471,6 +472,27 @@ TEST_F(LockCalls, ThatFailWhenTheLockIsGivenBackPassTheirStatusOnAfterIt) {
   EXPECT_EQ(KivSdOwnerRW(nullptr, &table_, &lock_), 0);
   EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
   ExpectCalls({});
+}
+
+// A free that frees nothing, as with the no-free switch on: the owner's end tries again.
+TEST_F(ManagerCalls, OfAnOwnersEndGoOnUntilItHasNoLargeBlocks) {
+  ASSERT_EQ(kiv::test::Restart(kiv::test::kSmall), KIV_ST_OK);
+  AdShortHeapOwner owner = {};
+  adMemShortHeapInit(&owner);
+  expectedOwner = &owner;
+  void* block = nullptr;
+  ASSERT_EQ(adMemShortHeapMalloc(&owner, 100'000, &block, kFile, 1), KIV_ST_OK);
+  calls.clear();
+  answer = {KIV_ST_OK, nullptr};
+  adMemShortHeapTerm(&owner);
+  ASSERT_EQ(calls.size(), 2u);
+  for (const Call& call : calls) {
+    EXPECT_EQ(call.function, "adFree");
+    EXPECT_EQ(call.block, block);
+  }
+  EXPECT_EQ(owner.largeBlocks, nullptr);
+  EXPECT_EQ(adMemThreadHeapTerm(), -1);
+  EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
 }
 
 // ---- Semaphore sets ----

@@ -12,7 +12,9 @@
 #include <set>
 #include <string>
 
+#include "support/lock_design.h"
 #include "support/manager.h"
+#include "support/process.h"
 #include "support/threads.h"
 
 namespace {
@@ -331,6 +333,24 @@ TEST(ManagerThreads, MakeHeapsWhenAllAreDry) {
     EXPECT_EQ(TotalsNow().outside, 0u);
     EXPECT_EQ(TotalsNow().aligned, 0u);
   }
+}
+
+// The design of all locks is chosen once, before the first of them is made.
+TEST(ManagerThreads, WorkWithLocksOfTicketsToo) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetHardwareAcceleration(kTicket.flag);
+    ASSERT_EQ(Initialize(kStressed), KIV_ST_OK);
+    void* block = Allocate(24);
+    void* lock = ReadAt<void*>(HeapOf(block), 0);
+    // The ticket that is served next, which the other design has not.
+    EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 1);
+    Free(block);
+    EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 2);
+    const Result result = RunThreads({4, kHeaps * 3 / 4, false});
+    EXPECT_GT(result.heaps.size(), kSlots) << "heaps were not exchanged";
+    EXPECT_GT(result.larges, 0u);
+    ExpectTotalsOfTheStart();
+  });
 }
 
 // Requests are refused all the time, and the host, which is told, allocates.
