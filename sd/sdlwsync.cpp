@@ -155,7 +155,7 @@ void Release(WordLock* lock) {
 uint32_t KivSdLWSpinlockInit(KivSdLWSpinlock* lock) {
   // A lock of tickets owns three of the words; what lies behind them is not its own.
   std::memset(lock->opaque, 0, UsesTickets() ? sizeof(TicketLock) : sizeof lock->opaque);
-  if (!UsesTickets()) WordIn(lock)->mark = kiv::kCreationMark;
+  if (!UsesTickets()) WordIn(lock)->mark = kCreationMark;
   return 0;
 }
 

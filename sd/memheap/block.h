@@ -35,8 +35,8 @@ static_assert(offsetof(Block, prev) == 24, "heap block layout");
 static_assert(offsetof(Block, bin) == 32, "heap block layout");
 
 constexpr uint32_t kBlockHeaderBytes = 24;
-constexpr uint32_t kLeastPayloadBytes = 24;
-constexpr uint32_t kLeastFreeBytes = 40;  // room for the links of a free block
+constexpr uint32_t kMinPayloadBytes = 24;
+constexpr uint32_t kMinFreeBytes = 40;  // room for the links of a free block
 
 inline void* PayloadOf(Block* block) { return reinterpret_cast<char*>(block) + kBlockHeaderBytes; }
 

@@ -9,19 +9,17 @@
 #include "memsys/totals.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::memorySettings;
-using kiv::memoryTotals;
-using kiv::messageState;
+namespace {
 
 // The total that a message shows: what is in use, with what was asked for in addition.
 void NoteFailedTotal(uint64_t addedBytes) {
-  messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal() + addedBytes);
+  messageState.failedTotal = static_cast<uint32_t>(AccountedTotal() + addedBytes);
 }
 
 void NoteWarning() {
-  if (messageState.warningPending != 0 || !kiv::PassesWarningMark(kiv::AccountedTotal())) return;
+  if (messageState.warningPending != 0 || !PassesWarningMark(AccountedTotal())) return;
   NoteFailedTotal(0);
   messageState.warningPending = 1;
 }
@@ -34,12 +32,12 @@ void Charge(uint64_t addedBytes) {
 }
 
 void* ChargeOrRelease(void* base, uint64_t sizeBytes) {
-  if (!kiv::PassesMemoryLimit(sizeBytes)) {
+  if (!PassesMemoryLimit(sizeBytes)) {
     Charge(sizeBytes);
     return base;
   }
   NoteFailedTotal(sizeBytes);
-  kiv::PlainFree(base);
+  PlainFree(base);
   return nullptr;
 }
 
@@ -47,11 +45,11 @@ void* ChargeOrRelease(void* base, uint64_t sizeBytes) {
 // has a quick list that is never filled: the word in front of the payload, had it been a large
 // block.
 uint64_t ChargedBytes(void* base) {
-  if (kiv::IsLarge(static_cast<char*>(base) + kiv::kLargeHeaderBytes)) {
-    return kiv::kLargeHeaderBytes + static_cast<const kiv::LargeBlock*>(base)->sizeBytes;
+  if (IsLarge(static_cast<char*>(base) + kLargeHeaderBytes)) {
+    return kLargeHeaderBytes + static_cast<const LargeBlock*>(base)->sizeBytes;
   }
-  return IsShort(*static_cast<const kiv::Heap*>(base)) ? memorySettings.shortHeapBytes
-                                                       : memorySettings.heapBytes;
+  return IsShort(*static_cast<const Heap*>(base)) ? memorySettings.shortHeapBytes
+                                                  : memorySettings.heapBytes;
 }
 
 }  // namespace
@@ -73,7 +71,7 @@ void kiv::AccountedFree(void* base) {
   PlainFree(base);
 }
 
-kiv::LargeBlock* kiv::AccountedReallocate(LargeBlock* block, uint64_t newTotalBytes) {
+LargeBlock* kiv::AccountedReallocate(LargeBlock* block, uint64_t newTotalBytes) {
   if (!memorySettings.memoryControl) {
     return static_cast<LargeBlock*>(PlainReallocate(block, newTotalBytes));
   }

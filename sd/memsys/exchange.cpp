@@ -11,16 +11,9 @@
 #include "sdsync/spinlock.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Exchanged;
-using kiv::ExchangeOutcome;
-using kiv::Heap;
-using kiv::HeapRing;
-using kiv::Slot;
-using kiv::SlotRequest;
-using kiv::slots;
-using kiv::SpinlockGuard;
+namespace {
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
@@ -31,7 +24,7 @@ int32_t remainingBudget = 0;
 
 void* AllocateLocked(Heap* heap, uint32_t payloadBytes) {
   const SpinlockGuard guard(heap->lock);
-  return kiv::AllocateFromHeap(heap, payloadBytes);
+  return AllocateFromHeap(heap, payloadBytes);
 }
 
 // Makes `heap`, which the slot names as its current one, the slot's own. The slot is being
@@ -83,7 +76,7 @@ void kiv::PrepareSpareHeaps(int32_t heaps, int32_t made) {
 
 void kiv::AddSpareHeap(Heap* heap) { AppendHeap(&spares, heap); }
 
-kiv::Heap* kiv::MakeThreadHeap() {
+Heap* kiv::MakeThreadHeap() {
   void* arena = AccountedAllocate(memorySettings.heapBytes);
   if (arena == nullptr) return nullptr;
   KivSdSpinlock* lock = CreatePlainSpinlock();
@@ -95,7 +88,7 @@ kiv::Heap* kiv::MakeThreadHeap() {
   return nullptr;
 }
 
-kiv::Exchanged kiv::ExchangeHeap(const SlotRequest& request, Heap* dry) {
+Exchanged kiv::ExchangeHeap(const SlotRequest& request, Heap* dry) {
   KivSdSpinlock* ring = memoryLocks.ring;
   Slot& slot = slots[request.slot];
   Heap* made = nullptr;

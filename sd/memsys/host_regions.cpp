@@ -20,13 +20,9 @@
 #include "os/thread.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::memorySettings;
-using kiv::memoryTotals;
-using kiv::messageState;
-using kiv::Reservation;
-using kiv::SpinlockGuard;
+namespace {
 
 constexpr char kSource[] = "sd/memsys";
 constexpr uint32_t kLine = 0;
@@ -53,14 +49,14 @@ uint64_t RegionBytes(uint32_t blockCount) {
 
 // False when the region would pass the limit. `isNear` receives whether the host is to be warned.
 bool Reserve(Reservation* reservation, bool* isNear) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
-  const uint64_t total = kiv::AccountedTotal();
-  if (kiv::PassesMemoryLimit(reservation->sizeBytes)) {
+  const SpinlockGuard guard(memoryLocks.accounting);
+  const uint64_t total = AccountedTotal();
+  if (PassesMemoryLimit(reservation->sizeBytes)) {
     messageState.failedTotal = static_cast<uint32_t>(total);
     return false;
   }
   const uint64_t newTotal = total + reservation->sizeBytes;
-  *isNear = messageState.warningPending == 0 && kiv::PassesWarningMark(newTotal);
+  *isNear = messageState.warningPending == 0 && PassesWarningMark(newTotal);
   if (*isNear) messageState.failedTotal = static_cast<uint32_t>(newTotal);
   AddReservation(reservation);
   return true;
@@ -70,20 +66,20 @@ bool Reserve(Reservation* reservation, bool* isNear) {
 bool ReserveOrReport(Reservation* reservation) {
   bool isNear = false;
   if (!Reserve(reservation, &isNear)) {
-    kiv::ReportOutOfMemory(reservation->sizeBytes);
+    ReportOutOfMemory(reservation->sizeBytes);
     return false;
   }
-  if (isNear) kiv::SendWarning();
+  if (isNear) SendWarning();
   return true;
 }
 
 void Withdraw(Reservation* reservation) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   RemoveReservation(reservation);
 }
 
 void Register(Region* region, Reservation* reservation) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   Region** chain = ChainOf(region->address);
   region->next = *chain;
   *chain = region;
@@ -95,7 +91,7 @@ void Register(Region* region, Reservation* reservation) {
 
 // The record of the region, no longer in its chain; null if there is none.
 Region* Unregister(uint64_t address) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   for (Region** link = ChainOf(address); *link != nullptr; link = &(*link)->next) {
     Region* region = *link;
     if (region->address != address) continue;
@@ -112,7 +108,7 @@ void kiv::ForgetAlignedRegions() { chains = {}; }
 
 uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
   if (!memorySettings.memoryControl) return KIV_ST_OK;
-  Reservation reservation = {RegionBytes(blockCount), kiv::os::CurrentThreadId(), nullptr};
+  Reservation reservation = {RegionBytes(blockCount), os::CurrentThreadId(), nullptr};
   if (!ReserveOrReport(&reservation)) return KIV_ST_ALIGNED_COMMIT;
   void* record = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);

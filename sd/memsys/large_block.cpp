@@ -5,22 +5,21 @@
 #include "memheap/ring.h"
 #include "memsys/accounting.h"
 
+using namespace kiv;
+
 namespace {
 
-using kiv::kLargeHeaderBytes;
-using kiv::LargeBlock;
-
-using LargeRing = kiv::Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
+using LargeRing = Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
 
 bool Wraps(uint64_t sizeBytes) { return sizeBytes > UINT64_MAX - kLargeHeaderBytes; }
 
 void** HeadOf(const LargeBlock& block) {
-  if (block.owner == kiv::kNoOwner) return nullptr;
+  if (block.owner == kNoOwner) return nullptr;
   return std::bit_cast<void**>(block.owner);
 }
 
 void WriteHeader(LargeBlock* block, uint64_t sizeBytes) {
-  *block = {sizeBytes, nullptr, nullptr, kiv::kNoOwner};
+  *block = {sizeBytes, nullptr, nullptr, kNoOwner};
 }
 
 // The owner word stays: the block is still a large one.
@@ -45,7 +44,7 @@ void kiv::FreeLarge(LargeBlock* block) {
   AccountedFree(block);
 }
 
-kiv::LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
+LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
   if (Wraps(sizeBytes)) return nullptr;
   void** head = HeadOf(*block);
   if (head != nullptr) Unlink(head, block);

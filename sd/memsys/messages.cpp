@@ -7,15 +7,12 @@
 #include "memsys/settings.h"
 #include "memsys/totals.h"
 
-kiv::AllocationClock kiv::allocationClock;
-kiv::MessageState kiv::messageState;
+using namespace kiv;
+
+AllocationClock kiv::allocationClock;
+MessageState kiv::messageState;
 
 namespace {
-
-using kiv::allocationClock;
-using kiv::memorySettings;
-using kiv::messageState;
-using kiv::Relaxed;
 
 constexpr uint32_t kClassWarning = 3;
 constexpr uint32_t kClassError = 4;
@@ -105,13 +102,13 @@ void adMemResetThreadContext() { hostContext = nullptr; }
 
 void adMemSendErrorMessage(uint32_t blockCount) {
   if (!memorySettings.memoryControl) return;
-  messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal());
-  kiv::ReportOutOfMemory(uint64_t{blockCount} * AD_MEMORY_UNIT);
+  messageState.failedTotal = static_cast<uint32_t>(AccountedTotal());
+  ReportOutOfMemory(uint64_t{blockCount} * AD_MEMORY_UNIT);
 }
 
 uint32_t adMemCheckMemoryMinStatus(const void* context) {
   if (!memorySettings.limitRejected) return KIV_ST_OK;
   return Call(static_cast<const uint64_t*>(context),
               {KIV_ST_MSG_LIMIT_TOO_LOW, kClassError,
-               static_cast<uint32_t>(memorySettings.limitBytes), kiv::kLeastLimitKiB});
+               static_cast<uint32_t>(memorySettings.limitBytes), kMinLimitKiB});
 }

@@ -2,10 +2,12 @@
 
 #include "kivsdu/thread.h"
 
-std::array<kiv::Slot, kiv::kMostThreadHeaps> kiv::slots;
-kiv::Modulus kiv::slotCount;
+using namespace kiv;
 
-kiv::Heap* kiv::AwaitSettledHeap(const Slot& slot) {
+std::array<Slot, kMaxThreadHeaps> kiv::slots;
+Modulus kiv::slotCount;
+
+Heap* kiv::AwaitSettledHeap(const Slot& slot) {
   for (;;) {
     Heap* heap = slot.heap.load(std::memory_order_acquire);
     if (slot.current.load(std::memory_order_acquire) == heap) return heap;

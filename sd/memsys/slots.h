@@ -24,7 +24,7 @@ struct Slot {
     heap.store(owner, std::memory_order_release);
   }
 };
-extern std::array<Slot, kMostThreadHeaps> slots;
+extern std::array<Slot, kMaxThreadHeaps> slots;
 
 // Written before the host's threads start.
 extern Modulus slotCount;

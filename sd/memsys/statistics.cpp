@@ -10,12 +10,9 @@
 #include "memsys/locks.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::kUnavailable;
-using kiv::memoryLocks;
-using kiv::memorySettings;
-using kiv::SpinlockGuard;
+namespace {
 
 constexpr uint32_t kSinceInitialization = 1;
 
@@ -33,7 +30,7 @@ Statistics sinceReset;
 // The first class is that of payloads which are parked; the others end at powers of two from 1024
 // up.
 uint32_t ClassOf(uint64_t sizeBytes) {
-  if (sizeBytes <= kiv::kLargestParkedBytes) return 0;
+  if (sizeBytes <= kLargestParkedBytes) return 0;
   if (sizeBytes <= 1024) return 1;
   return std::min<uint32_t>(static_cast<uint32_t>(std::bit_width(sizeBytes - 1)) - 9,
                             AD_BLOCK_CLASSES - 1);

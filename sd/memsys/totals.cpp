@@ -3,12 +3,11 @@
 #include "memsys/settings.h"
 #include "os/thread.h"
 
-kiv::MemoryTotals kiv::memoryTotals;
+using namespace kiv;
+
+MemoryTotals kiv::memoryTotals;
 
 namespace {
-
-using kiv::Relaxed;
-using kiv::Reservation;
 
 // Under the accounting lock; as many as there are threads that register a region just now.
 Reservation* reservations = nullptr;
@@ -19,7 +18,7 @@ Reservation* reservations = nullptr;
 uint64_t BytesReservedByOthers() {
   uint64_t sizeBytes = 0;
   for (const Reservation* other = reservations; other != nullptr; other = other->next) {
-    if (other->thread != kiv::os::CurrentThreadId()) sizeBytes += other->sizeBytes;
+    if (other->thread != os::CurrentThreadId()) sizeBytes += other->sizeBytes;
   }
   return sizeBytes;
 }
@@ -33,11 +32,11 @@ void Raise(Relaxed<uint64_t>* mark, Relaxed<uint64_t>* peak, uint64_t value) {
 
 }  // namespace
 
-void kiv::MemoryTotals::RaiseUsed() { Raise(&usedMark, &usedPeak, used); }
+void MemoryTotals::RaiseUsed() { Raise(&usedMark, &usedPeak, used); }
 
-void kiv::MemoryTotals::RaiseAligned() { Raise(&alignedMark, &alignedPeak, aligned); }
+void MemoryTotals::RaiseAligned() { Raise(&alignedMark, &alignedPeak, aligned); }
 
-void kiv::MemoryTotals::RaiseTotal() { Raise(&totalMark, &totalPeak, AccountedTotal()); }
+void MemoryTotals::RaiseTotal() { Raise(&totalMark, &totalPeak, AccountedTotal()); }
 
 void kiv::ResetTotals() {
   for (Relaxed<uint64_t>* total :

@@ -22,7 +22,7 @@ constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
 using Messages = std::vector<Message>;
 
 // Many more than any operation here makes.
-constexpr uint64_t kMostAllocations = 500;
+constexpr uint64_t kMaxAllocations = 500;
 
 // ---- Initialisation ----
 
@@ -60,7 +60,7 @@ TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
     constexpr int64_t kManagerLocks = 4;
     int64_t locks = 0;
     uint64_t failures = 0;
-    for (uint64_t number = reading + 1; number < kMostAllocations;) {
+    for (uint64_t number = reading + 1; number < kMaxAllocations;) {
       SCOPED_TRACE(number);
       const ConfigurationFile file(kCounted);
       const RuntimeMemory memory(number);
@@ -161,7 +161,7 @@ TEST(ManagerFailure, OfTheFirstSpareHeapIsAnAddressThatIsNoMultipleOf8) {
 // nothing was leaked. Gives the number of failures.
 uint64_t FailInTurn(const std::function<void(bool failed)>& check,
                     const std::function<void()>& operation) {
-  for (uint64_t number = 1; number < kMostAllocations; ++number) {
+  for (uint64_t number = 1; number < kMaxAllocations; ++number) {
     SCOPED_TRACE(number);
     bool failed = false;
     int64_t live = 0;
@@ -535,16 +535,16 @@ TEST(ManagerFailure, OfARegionsRecordRegistersNothing) {
 // Its bytes were held against other threads' requests meanwhile.
 TEST(ManagerFailure, OfARegionsRecordGivesTheRegionsRoomBack) {
   ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 10M"), KIV_ST_OK);
-  constexpr uint32_t kMost = 10485760 / AD_MEMORY_UNIT;
+  constexpr uint32_t kMax = 10485760 / AD_MEMORY_UNIT;
   static int region;
   {
     const RuntimeMemory memory(1);
-    EXPECT_EQ(adMemAlignedIncCounter(&region, kMost), KIV_ST_ALIGNED_COMMIT);
+    EXPECT_EQ(adMemAlignedIncCounter(&region, kMax), KIV_ST_ALIGNED_COMMIT);
     EXPECT_TRUE(memory.failed());
   }
   EXPECT_EQ(TotalsNow().aligned, 0u);
   uint32_t status = KIV_ST_ALIGNED_COMMIT;
-  std::thread([&] { status = adMemAlignedIncCounter(&region, kMost); }).join();
+  std::thread([&] { status = adMemAlignedIncCounter(&region, kMax); }).join();
   EXPECT_EQ(status, KIV_ST_OK);
   adMemAlignedDecCounter(&region);
 }

@@ -31,7 +31,7 @@ struct Label {
   uint64_t sizeBytes;
   uint64_t number;
 };
-constexpr uint64_t kLeastBytes = sizeof(Label);
+constexpr uint64_t kMinBytes = sizeof(Label);
 
 char* Bytes(void* block) { return static_cast<char*>(block); }
 
@@ -96,7 +96,7 @@ class Worker {
   uint64_t Size() {
     switch (Random(16)) {
       case 0:
-        return kLeastBytes + Random(kLargestInHeap - kLeastBytes + 1);
+        return kMinBytes + Random(kLargestInHeap - kMinBytes + 1);
       case 1:
         return kLargestInHeap - Random(100);
       case 2:
@@ -104,9 +104,9 @@ class Worker {
       case 3:
       case 4:
       case 5:
-        return kLeastBytes + Random(4000);
+        return kMinBytes + Random(4000);
       default:
-        return kLeastBytes + Random(300);
+        return kMinBytes + Random(300);
     }
   }
 

@@ -23,7 +23,7 @@ constexpr Operation kNone = 2;
 constexpr uint64_t kNever = UINT64_MAX;
 
 // Longer waits are for ever: each operation gets on where the other one has ended.
-constexpr uint64_t kMostBlocked = 100'000;
+constexpr uint64_t kMaxBlocked = 100'000;
 
 // Which operation the calling thread runs, and whether it is within a call of the test's own.
 thread_local Operation own = kNone;
@@ -60,7 +60,7 @@ class Run {
 
   bool Blocked() {
     if (progress_[Other()].hasEnded) return false;
-    if (++blocked_ > kMostBlocked) {
+    if (++blocked_ > kMaxBlocked) {
       std::fprintf(stderr, "both operations wait for ever\n");
       std::abort();
     }
