@@ -5,7 +5,7 @@
 //
 // A record is a block of the manager's own, and so it is made without the lock. The region's bytes
 // are reserved meanwhile.
-#include "memsys/host_regions.h"
+#include "memsys/accounting.h"
 
 #include <array>
 
@@ -16,7 +16,6 @@
 #include "memsys/locks.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
-#include "memsys/totals.h"
 #include "os/thread.h"
 #include "sdsync/spinlock_guard.h"
 

@@ -2,16 +2,15 @@
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/configuration.h"
-#include "memsys/exchange.h"
-#include "memsys/host_regions.h"
 #include "memsys/locks.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
 #include "memsys/short_pool.h"
+#include "memsys/slots.h"
 #include "memsys/statistics.h"
 #include "memsys/thread_heaps.h"
-#include "memsys/totals.h"
 
 using namespace kiv;
 

@@ -4,8 +4,8 @@
 
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/settings.h"
-#include "memsys/totals.h"
 
 using namespace kiv;
 

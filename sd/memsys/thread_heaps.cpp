@@ -6,7 +6,6 @@
 #include "kivsdu/status.h"
 #include "kivsdu/thread.h"
 #include "memsys/accounting.h"
-#include "memsys/exchange.h"
 #include "memsys/large_block.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"

@@ -1,10 +1,10 @@
 // What the host may ask about memory in use.
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/locks.h"
 #include "memsys/settings.h"
 #include "memsys/thread_heaps.h"
-#include "memsys/totals.h"
 #include "sdsync/spinlock_guard.h"
 
 using namespace kiv;
