@@ -83,7 +83,8 @@ int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
-  if (!NameConfiguration(line.memory) || !StartHost(line.locks, MemoryOf(line.command))) {
+  if (!NameConfiguration(line.memory) ||
+      !StartHost(line.locks, MemoryOf(line.command), line.failover)) {
     return kExitFailed;
   }
   exitCode = Do(line);

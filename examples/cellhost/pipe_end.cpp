@@ -6,7 +6,6 @@
 #include "complain.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/settings.h"
-#include "protocol.h"
 #include "thread_record.h"
 
 namespace cellhost {
@@ -92,11 +91,11 @@ Received PipeEnd::Receive(const Patience& patience, std::string_view* text) {
   return read;
 }
 
-void PipeEnd::AwaitGone(const TimeLimit& limit) {
-  const Patience patience = {.limit = &limit, .stop = nullptr};
+bool PipeEnd::AwaitGone(const Patience& patience) {
+  Received read = Received::kMessage;
   char byte = 0;
-  while (ReadAll(patience, &byte, 1) == Received::kMessage) {
-  }
+  while (read == Received::kMessage) read = ReadAll(patience, &byte, 1);
+  return read == Received::kGone;
 }
 
 }  // namespace cellhost
