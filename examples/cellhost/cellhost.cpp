@@ -17,6 +17,7 @@
 //         journal journal_record      each PUT since
 //         place_numbers checksum      cells as files have them
 //         backup write_pause          copies of one moment
+//         folder_mark file_place      what a folder must have in it, names of files
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     segment_server segment_client   both over shared memory

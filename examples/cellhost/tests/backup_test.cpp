@@ -365,6 +365,28 @@ TEST_F(BackupTest, CopiesTheJournalUpToTheLastRecordThatCounts) {
   EXPECT_EQ(Reopen(Copy(1)), before);
 }
 
+// The wall clock, so many seconds ahead from Advance on.
+class AdvancedClock {
+ public:
+  AdvancedClock() {
+    original_ = reinterpret_cast<Time*>(patch_.original());
+    aheadSeconds_ = 0;
+  }
+  static void Advance(int64_t seconds) { aheadSeconds_ = seconds; }
+
+ private:
+  using Time = int64_t __attribute__((ms_abi)) (int64_t*);
+
+  static int64_t __attribute__((ms_abi)) Ahead(int64_t* seconds) {
+    return original_(seconds) + aheadSeconds_;
+  }
+
+  static inline Time* original_;
+  static inline std::atomic<int64_t> aheadSeconds_;
+
+  ImportPatch patch_{"_time64", reinterpret_cast<void*>(&Ahead)};
+};
+
 // Another program may be copying the files.
 TEST_F(BackupTest, CellsAreNotWrittenBackBeforeAPauseIsOver) {
   EXPECT_EQ(store_.Put(0, 1, 7), "");
@@ -389,6 +411,7 @@ TEST_F(BackupTest, CellsAreNotWrittenBackBeforeAPauseIsOver) {
 
 TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
   EXPECT_EQ(store_.Put(0, 1, 7), "");
+  const AdvancedClock clock;
   const StoppedRead stopped;
   bool made = false;
   std::thread copier([&] {
@@ -397,11 +420,13 @@ TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
   });
   StoppedRead::AwaitStop();
   const std::string before = Files();
+  // The pause could be lifted, and whoever waited for that alone would look now and do so.
+  AdvancedClock::Advance(kBackupSecondsMax + 1);
   std::thread end([&] {
     const InThread record;
     EXPECT_TRUE(store_.WriteBack());
   });
-  std::this_thread::sleep_for(std::chrono::milliseconds(5 * kShortMs));
+  std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(1.1 * kPollMs));
   EXPECT_EQ(Files(), before);
   StoppedRead::GoOn();
   copier.join();
@@ -412,28 +437,6 @@ TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
   EXPECT_FALSE(Contains(store_.Backup(0, &made).text, "backup-2"));
   EXPECT_FALSE(made);
 }
-
-// The wall clock, so many seconds ahead from Advance on.
-class AdvancedClock {
- public:
-  AdvancedClock() {
-    original_ = reinterpret_cast<Time*>(patch_.original());
-    aheadSeconds_ = 0;
-  }
-  static void Advance(int64_t seconds) { aheadSeconds_ = seconds; }
-
- private:
-  using Time = int64_t __attribute__((ms_abi)) (int64_t*);
-
-  static int64_t __attribute__((ms_abi)) Ahead(int64_t* seconds) {
-    return original_(seconds) + aheadSeconds_;
-  }
-
-  static inline Time* original_;
-  static inline std::atomic<int64_t> aheadSeconds_;
-
-  ImportPatch patch_{"_time64", reinterpret_cast<void*>(&Ahead)};
-};
 
 TEST_F(BackupTest, APlainOnePausesForALimitedTimeToo) {
   const AdvancedClock clock;
