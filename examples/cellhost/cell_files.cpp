@@ -75,9 +75,8 @@ bool CellFiles::MakeFolder() {
 bool CellFiles::FindCells() {
   bool hasJournal = false;
   if (!Exists(pages_, &hasCells_) || !Exists(journalPath_, &hasJournal)) return false;
-  const bool hadCells = hasJournal || !mark_.IsEmpty();
-  const bool hadJournal = !mark_.IsEmpty();
-  if ((hadCells && !hasCells_) || (hadJournal && !hasJournal)) {
+  const bool isMissing = mark_.IsEmpty() ? hasJournal && !hasCells_ : !hasCells_ || !hasJournal;
+  if (isMissing) {
     return Complain("'%s' has no %s any more; restore the folder from a backup", folder_.c_str(),
                     hasCells_ ? kJournalFile : kPagesFile);
   }
