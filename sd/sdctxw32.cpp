@@ -1,14 +1,11 @@
-// The context record, and the two bodies that several exports share.
+// The context record: makes it, reads it, frees it.
 #include <cstdio>
 
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
-#include "report.h"
-#include "shared_entries.h"
+#include "kivsdu/status.h"
 
 namespace {
-
-using kiv::Report;
 
 constexpr char kSource[] = "sd/sdctxw32";
 constexpr uint32_t kLineRecordAlloc = 52;
@@ -47,7 +44,3 @@ uint32_t KivSdLastErrGet(const KivSdContext* ctx, uint32_t length, char* text, u
   if (osError != nullptr) *osError = ctx->osError;
   return KIV_ST_OK;
 }
-
-uint32_t KivNotSupported(KivSdContext* ctx) { return Report(ctx, KIV_ST_NOT_SUPPORTED); }
-
-uint32_t KivNothingToDo(KivSdContext* ctx) { return Report(ctx, KIV_ST_OK); }

@@ -35,6 +35,11 @@ constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
   return LowerCase(*text) == LowerCase(*other);
 }
 
+// Whether a name is one of the two entries that every folder has for itself and for its parent.
+constexpr bool IsFolderItselfOrAbove(const char* name) {
+  return EqualsIgnoringCase(name, ".") || EqualsIgnoringCase(name, "..");
+}
+
 }  // namespace kiv
 
 #endif

@@ -15,9 +15,9 @@
 //       cell_files                    the cells in files, from one start to the next
 //         page_file cell_page         their blocks
 //         journal journal_record      each PUT since
-//         place_numbers checksum      cells as files have them
+//         cell_index checksum         cells as files have them
 //         backup write_pause          copies of one moment
-//         folder_mark file_place      what a folder must have in it, names of files
+//         folder_mark rename_file     what a folder must have in it, names of files
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     segment_server segment_client   both over shared memory
@@ -37,10 +37,10 @@
 #include <string>
 
 #include "command_line.h"
-#include "complain.h"
-#include "exit_code.h"
-#include "host.h"
-#include "system_report.h"
+#include "host/complain.h"
+#include "host/exit_code.h"
+#include "host/host.h"
+#include "host/system_report.h"
 
 using namespace cellhost;
 

@@ -10,9 +10,9 @@
 
 #include <CLI/CLI.hpp>
 
-#include "exit_code.h"
+#include "host/exit_code.h"
 #include "kivsdu_version.h"
-#include "protocol.h"
+#include "server/protocol.h"
 
 namespace cellhost {
 namespace {

@@ -4,12 +4,12 @@
 
 #include <string>
 
-#include "ask_command.h"
-#include "demo_command.h"
-#include "host.h"
-#include "lock_design.h"
-#include "run_command.h"
-#include "serve_command.h"
+#include "client/ask_command.h"
+#include "demo/demo_command.h"
+#include "host/host.h"
+#include "host/lock_design.h"
+#include "host/run_command.h"
+#include "server/serve_command.h"
 
 namespace cellhost {
 

@@ -1,7 +1,7 @@
 #include "memheap/bins.h"
 
+#include "memheap/ring.h"
 #include "require.h"
-#include "ring.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "kivsdu/memory.h"
 #include "memheap/bins.h"
-#include "memheap/carving.h"
+#include "memheap/heap_fast_path.h"
 
 namespace {
 

@@ -59,7 +59,7 @@ static_assert(sizeof(Heap) == 504, "heap layout");
 void InitializeHeap(Heap* heap, uint32_t arenaBytes, KivSdSpinlock* lock);
 
 // A block of at least sizeBytes bytes, or null when no free block is large enough even after the
-// parked ones were merged. What needs no call of it is TryAllocate, in carving.h.
+// parked ones were merged. What needs no call of it is TryAllocate, in heap_fast_path.h.
 void* AllocateFromHeap(Heap* heap, uint32_t sizeBytes);
 
 // Small blocks are parked and keep their neighbours apart; others merge with free neighbours.

@@ -3,7 +3,7 @@
 #define KIV_MEMHEAP_HEAP_RING_H
 
 #include "memheap/heap.h"
-#include "ring.h"
+#include "memheap/ring.h"
 
 namespace kiv {
 

@@ -2,8 +2,6 @@
 // are not tracked by the place that asked for them, so there is never a list to read.
 #include "kivsdu/memtags.h"
 
-#include "shared_entries.h"
-
 namespace {
 
 constexpr char kNullPointer[] = "Null Pointer";
@@ -34,7 +32,3 @@ uint32_t adMemMgrGetAllocBlkSz(const AdAllocBlock* block) {
 const void* adMemMgrGetAllocBlkMI(const AdAllocBlock* block) {
   return block == nullptr ? nullptr : block->memoryInfo;
 }
-
-int32_t KivAlwaysTrue() { return 1; }
-
-uint32_t KivZero() { return 0; }

@@ -2,12 +2,12 @@
 
 #include "kivsdu/manager.h"
 #include "memheap/heap.h"
-#include "memheap/plain.h"
 #include "memsys/locks.h"
 #include "memsys/messages.h"
+#include "memsys/plain.h"
 #include "memsys/settings.h"
 #include "memsys/totals.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "memsys/slots.h"
 #include "memsys/thread_heaps.h"
 #include "sdsync/spinlock.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

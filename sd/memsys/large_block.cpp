@@ -2,8 +2,8 @@
 
 #include <bit>
 
+#include "memheap/ring.h"
 #include "memsys/accounting.h"
-#include "ring.h"
 
 namespace {
 

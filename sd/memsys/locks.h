@@ -10,6 +10,9 @@
 
 namespace kiv {
 
+// A free lock in memory of the C runtime. Null without memory.
+KivSdSpinlock* CreatePlainSpinlock();
+
 struct MemoryLocks {
   KivSdSpinlock* accounting;  // totals, marks, peaks, aligned regions
   KivSdSpinlock* ring;        // spare heaps, exchanges, the heap budget

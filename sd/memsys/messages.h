@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "kivsdu/manager.h"
-#include "relaxed.h"
+#include "memsys/relaxed.h"
 
 namespace kiv {
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "memheap/carving.h"
+#include "memheap/heap_fast_path.h"
 #include "memsys/configuration.h"
 
 kiv::MemorySettings kiv::memorySettings;

@@ -5,7 +5,7 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/memory.h"
 #include "kivsdu/status.h"
-#include "memheap/carving.h"
+#include "memheap/heap_fast_path.h"
 #include "memheap/heap_ring.h"
 #include "memsys/large_block.h"
 #include "memsys/settings.h"

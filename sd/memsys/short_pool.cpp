@@ -6,10 +6,10 @@
 #include "memsys/accounting.h"
 #include "memsys/locks.h"
 #include "memsys/messages.h"
+#include "memsys/relaxed.h"
 #include "memsys/settings.h"
 #include "memsys/statistics.h"
-#include "relaxed.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "memheap/heap.h"
-#include "modulus.h"
+#include "memsys/modulus.h"
 
 namespace kiv {
 

@@ -7,7 +7,7 @@
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
 #include "memsys/locks.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "memsys/settings.h"
 #include "memsys/slots.h"
 #include "memsys/statistics.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 kiv::Relaxed<int32_t> kiv::threadHeapCount;
 

@@ -9,10 +9,10 @@
 #include <atomic>
 #include <cstdint>
 
-#include "memheap/carving.h"
 #include "memheap/heap.h"
+#include "memheap/heap_fast_path.h"
+#include "memsys/relaxed.h"
 #include "memsys/settings.h"
-#include "relaxed.h"
 
 namespace kiv {
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "relaxed.h"
+#include "memsys/relaxed.h"
 
 namespace kiv {
 

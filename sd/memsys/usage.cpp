@@ -5,7 +5,7 @@
 #include "memsys/settings.h"
 #include "memsys/thread_heaps.h"
 #include "memsys/totals.h"
-#include "spinlock_guard.h"
+#include "sdsync/spinlock_guard.h"
 
 namespace {
 

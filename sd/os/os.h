@@ -8,7 +8,7 @@
 //
 // A platform is a folder (w32, lnx) that the build chooses: its sources define the primitives,
 // and its inline/ folder holds those that hot paths use, so that they cost no call of their own.
-// To port the library, make another folder and fill it until tests/seam_test.cpp passes.
+// To port the library, make another folder and fill it until tests/frame/seam_test.cpp passes.
 #ifndef KIV_OS_OS_H
 #define KIV_OS_OS_H
 

@@ -3,7 +3,6 @@
 #include "sdcommon/numa.h"
 
 #include "os/environment.h"
-#include "shared_entries.h"
 
 namespace {
 
@@ -26,5 +25,3 @@ uint32_t KivSdGetNumaNodeId(int32_t index) {
 }
 
 uint32_t KivSdGetNumaNodeIdFromIndex(int32_t index) { return kiv::NodeAt(nodes, index); }
-
-void KivIgnore() {}

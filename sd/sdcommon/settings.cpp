@@ -76,7 +76,3 @@ void KivSdSetFileLockingMode(uint32_t mode) { fileLockingMode.store(mode, kRelax
 void KivSdSetAppFolderName(const char* name) { appFolderName.store(name, kRelaxed); }
 
 const char* KivSdAppFolderName() { return appFolderName.load(kRelaxed); }
-
-int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe) {
-  return pipe != nullptr && *pipe != nullptr ? 1 : 0;
-}

@@ -4,7 +4,6 @@
 // so that a level costs the stack no more than its search.
 #include <cstring>
 
-#include "entry_name.h"
 #include "kivsdu/filesearch.h"
 #include "kivsdu/path.h"
 #include "kivsdu/system.h"
@@ -14,6 +13,7 @@
 #include "os/folders.h"
 #include "os/path.h"
 #include "report.h"
+#include "text.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 //   | caller's   | caller's  | attempt 0-1, process     | process   | process |
 //   | or attempt | or attempt| bits 12-15               | bits 6-11 | bits 0-5|
 //   | bits 8-13  | bits 2-7  |                          |           |         |
+#include <atomic>
 #include <cstring>
 
 #include "kivsdu/file.h"
@@ -14,7 +15,6 @@
 #include "lease_guard.h"
 #include "os/file_names.h"
 #include "os/heap.h"
-#include "relaxed.h"
 #include "report.h"
 
 namespace {
@@ -35,12 +35,17 @@ constexpr uint32_t kLastWithFirstCharacter = 256;
 // Not yet read. A process that has this number reads it every time, and finds the same.
 constexpr uint64_t kUnread = 1;
 
-// Read by whichever thread comes first; all find the same.
-kiv::Relaxed<uint64_t> processId{kUnread};
+// Filled by the first thread that needs it. Relaxed: all threads that fill it store the same
+// number.
+std::atomic<uint64_t> processId{kUnread};
 
 uint64_t ProcessId() {
-  if (processId == kUnread) processId = static_cast<uint64_t>(os::RuntimeProcessId());
-  return processId;
+  uint64_t id = processId.load(std::memory_order_relaxed);
+  if (id == kUnread) {
+    id = static_cast<uint64_t>(os::RuntimeProcessId());
+    processId.store(id, std::memory_order_relaxed);
+  }
+  return id;
 }
 
 char Symbol(uint64_t value) { return kSymbols[value & kSymbolMask]; }

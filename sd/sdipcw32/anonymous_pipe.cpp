@@ -2,6 +2,7 @@
 //
 // Kept: a call that fails and leaves no error counts as a success, but for the read.
 #include "kivsdu/pipe.h"
+#include "kivsdu/settings.h"
 #include "lease_guard.h"
 #include "os/pipes.h"
 #include "report.h"
@@ -14,6 +15,10 @@ using kiv::Report;
 using kiv::ReportUnlessErrorless;
 
 }  // namespace
+
+int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe) {
+  return pipe != nullptr && *pipe != nullptr ? 1 : 0;
+}
 
 uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
                          uint32_t bufferBytes) {

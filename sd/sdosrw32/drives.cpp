@@ -2,7 +2,6 @@
 #include <bit>
 #include <cstdio>
 
-#include "kibibytes.h"
 #include "kivsdu/memory.h"
 #include "kivsdu/system.h"
 #include "lease_guard.h"
@@ -10,6 +9,7 @@
 #include "os/volumes.h"
 #include "report.h"
 #include "require.h"
+#include "sdosrw32/kibibytes.h"
 #include "text.h"
 
 namespace {

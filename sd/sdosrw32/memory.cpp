@@ -1,13 +1,13 @@
 // Physical memory and paging space.
 #include "kivsdu/memory.h"
 
-#include "kibibytes.h"
 #include "kivsdu/system.h"
 #include "lease_guard.h"
 #include "os/machine.h"
 #include "os/registry.h"
 #include "report.h"
 #include "require.h"
+#include "sdosrw32/kibibytes.h"
 #include "text.h"
 
 namespace {

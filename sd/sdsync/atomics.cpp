@@ -1,9 +1,9 @@
 // Atomic operations for callers. Each is one locked instruction, and so a full barrier; the waits,
 // which only read, end with one.
 #include "atomic.h"
-#include "fence.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
+#include "sdsync/fence.h"
 
 namespace {
 

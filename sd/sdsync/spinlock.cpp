@@ -14,7 +14,6 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/spinlock.h"
 #include "kivsdu/status.h"
-#include "memheap/plain.h"
 #include "sdsync/spin.h"
 
 namespace {
@@ -146,30 +145,24 @@ void Release(Lock* lock) {
   SetHolder(&lock->holder, holder.owner, count);
 }
 
-KivSdSpinlock* Initialize(void* memory) {
-  std::memset(memory, 0, sizeof(KivSdSpinlock));
-  auto* lock = static_cast<KivSdSpinlock*>(memory);
-  if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
-  return lock;
-}
-
 Holder HolderOf(const KivSdSpinlock& lock) {
   return HolderOf(UsesTickets() ? lock.ticket.holder : lock.word.holder);
 }
 
 }  // namespace
 
-KivSdSpinlock* kiv::CreatePlainSpinlock() {
-  KivSyncEnvInit();
-  void* memory = PlainAllocate(sizeof(KivSdSpinlock), AD_POLICY_FULL);
-  return memory == nullptr ? nullptr : Initialize(memory);
+KivSdSpinlock* kiv::InitializeSpinlock(void* memory) {
+  std::memset(memory, 0, sizeof(KivSdSpinlock));
+  auto* lock = static_cast<KivSdSpinlock*>(memory);
+  if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
+  return lock;
 }
 
 KivSdSpinlock* KivSdSpinlockCreate(void* /*ignored*/, uint32_t /*alsoIgnored*/) {
   KivSyncEnvInit();
   void* memory = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(KivSdSpinlock), &memory, kSource, kLineAlloc);
-  return status == KIV_ST_OK ? Initialize(memory) : nullptr;
+  return status == KIV_ST_OK ? kiv::InitializeSpinlock(memory) : nullptr;
 }
 
 void KivSdSpinlockDestroy(void* /*ignored*/, KivSdSpinlock* lock) {

@@ -68,9 +68,9 @@ static_assert(sizeof(KivSdSpinlock) == kiv::kSpinlockBytes, "spinlock layout");
 
 namespace kiv {
 
-// A free lock as KivSdSpinlockCreate makes it, but of plain memory: for the memory manager, whose
-// heaps cannot hold the locks that guard them. Null without memory.
-KivSdSpinlock* CreatePlainSpinlock();
+// Makes a free lock of the process's design in kSpinlockBytes of memory. Call KivSyncEnvInit before
+// the first one.
+KivSdSpinlock* InitializeSpinlock(void* memory);
 
 // ---- Steps ----
 

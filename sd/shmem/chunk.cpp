@@ -3,7 +3,7 @@
 // Which chunks are taken is each process's own knowledge, and lies in its descriptor. The lock is
 // the segment's: it serialises the threads of both processes.
 #include "kivsdu/status.h"
-#include "shmem/half.h"
+#include "shmem/segment_layout.h"
 
 namespace {
 

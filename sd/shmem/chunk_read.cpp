@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "kivsdu/status.h"
-#include "shmem/half.h"
+#include "shmem/segment_layout.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "kivsdu/segment.h"
 #include "kivsdu/sharedmem.h"
 #include "kivsdu/status.h"
-#include "shmem/half.h"
+#include "shmem/segment_layout.h"
 
 namespace {
 

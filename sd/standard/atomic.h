@@ -1,7 +1,7 @@
 // The atomic types that the locks are made of: the standard's.
 //
 // They have names of their own, and a folder of their own on the include path, so that a test
-// build can put others in their place: tests/lock_stress/delayed/atomic.h waits a random time
+// build can put others in their place: tests/stress/delayed/atomic.h waits a random time
 // around every access.
 #ifndef KIV_STANDARD_ATOMIC_H
 #define KIV_STANDARD_ATOMIC_H

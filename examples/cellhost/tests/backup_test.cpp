@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "../journal_record.h"
 #include "cell_store.h"
+#include "storage/journal_record.h"
 #include "support/import_patch.h"
 #include "support/waiting.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <thread>
 
-#include "../cell_cache.h"
+#include "cube/cell_cache.h"
 #include "host_fixture.h"
 #include "support/threads.h"
 

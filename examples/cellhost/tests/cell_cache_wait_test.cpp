@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "../cell_cache.h"
+#include "cube/cell_cache.h"
 #include "host_fixture.h"
 #include "support/import_patch.h"
 #include "support/waiting.h"

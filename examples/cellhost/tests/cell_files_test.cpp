@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "../journal_record.h"
 #include "cell_store.h"
+#include "storage/journal_record.h"
 #include "support/import_patch.h"
 
 namespace cellhost {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "../cell_page.h"
-#include "../place_numbers.h"
 #include "host_fixture.h"
+#include "storage/cell_index.h"
+#include "storage/cell_page.h"
 
 namespace cellhost {
 namespace {

@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
-#include "../cell_cache.h"
-#include "../cell_files.h"
-#include "../put_order.h"
+#include "cube/cell_cache.h"
+#include "cube/put_order.h"
 #include "host_fixture.h"
+#include "storage/cell_files.h"
 #include "support/temporary_folder.h"
 
 namespace cellhost::test {

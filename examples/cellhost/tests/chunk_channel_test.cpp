@@ -1,6 +1,6 @@
 // Requests and answers through a chunk, both ends in one process: what arrives, waits that go on or
 // do not, nonsense, and a chunk brought back to its beginning from whatever it was left in.
-#include "../chunk_channel.h"
+#include "server/chunk_channel.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "../protocol.h"
 #include "kivsdu/kivsdu.h"
+#include "server/protocol.h"
 #include "support/segment.h"
 #include "support/waiting.h"
 

@@ -1,6 +1,6 @@
 // Orders that take memory: what is one, and what comes of it in every way in which the server may
 // have memory.
-#include "../hog.h"
+#include "server/hog.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "../scratch.h"
+#include "host/scratch.h"
 #include "memory_modes.h"
 #include "support/process.h"
 

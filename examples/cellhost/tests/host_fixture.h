@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "../cell_cache.h"
-#include "../put_order.h"
-#include "../query.h"
-#include "../scratch.h"
-#include "../thread_record.h"
+#include "cube/cell_cache.h"
+#include "cube/put_order.h"
+#include "cube/query.h"
+#include "host/scratch.h"
+#include "host/thread_record.h"
 #include "kivsdu/vorutil.h"
 
 namespace cellhost::test {

@@ -1,5 +1,5 @@
 // Starting and stopping the host: the design of its locks, and how it has memory.
-#include "../host.h"
+#include "host/host.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // Threads of the server: when they have a record, and that their owner waits for them also when the
 // system's waits fail.
-#include "../host_thread.h"
+#include "host/host_thread.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 
-#include "../thread_record.h"
+#include "host/thread_record.h"
 #include "host_fixture.h"
 #include "kivsdu/time.h"
 #include "support/import_patch.h"

@@ -1,7 +1,7 @@
 // Records of the journal as bytes, and what rows of them say.
 #include <gtest/gtest.h>
 
-#include "../journal_record.h"
+#include "storage/journal_record.h"
 
 namespace cellhost {
 namespace {

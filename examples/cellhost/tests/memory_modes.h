@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../memory_manager.h"
+#include "host/memory_manager.h"
 #include "host_fixture.h"
 #include "support/manager.h"
 #include "support/one_processor.h"

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <string>
 
-#include "../page_file.h"
 #include "host_fixture.h"
+#include "storage/page_file.h"
 #include "support/import_patch.h"
 #include "support/temporary_folder.h"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "../put_order.h"
+#include "cube/put_order.h"
 #include "host_fixture.h"
 
 namespace cellhost {

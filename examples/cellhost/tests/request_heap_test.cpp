@@ -1,5 +1,5 @@
 // A request's memory, in every way in which the server may have some.
-#include "../request_heap.h"
+#include "host/request_heap.h"
 
 #include <gtest/gtest.h>
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <thread>
 
-#include "../request_ring.h"
 #include "host_fixture.h"
+#include "server/request_ring.h"
 #include "support/lock_design.h"
 #include "support/threads.h"
 

@@ -4,12 +4,12 @@
 // none.
 #include <stdio.h>
 
-#include "../complain.h"
-#include "../pipe_client.h"
-#include "../protocol.h"
-#include "../thread_record.h"
+#include "client/pipe_client.h"
+#include "host/complain.h"
+#include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/vorutil.h"
+#include "server/protocol.h"
 
 using namespace cellhost;
 

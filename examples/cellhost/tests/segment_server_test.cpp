@@ -1,6 +1,6 @@
 // Clients over shared memory: what they are answered, who gets which chunk, clients that are killed
 // at every step of a request, and hostile ones.
-#include "../segment_server.h"
+#include "server/segment_server.h"
 
 #include <gtest/gtest.h>
 

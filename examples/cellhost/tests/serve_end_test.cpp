@@ -6,11 +6,11 @@
 #include <string>
 #include <thread>
 
-#include "../connection.h"
-#include "../pipe_client.h"
-#include "../protocol.h"
-#include "../serve_command.h"
 #include "cell_store.h"
+#include "client/pipe_client.h"
+#include "server/connection.h"
+#include "server/protocol.h"
+#include "server/serve_command.h"
 #include "support/child_process.h"
 #include "support/one_processor.h"
 #include "support/waiting.h"

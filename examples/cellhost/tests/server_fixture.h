@@ -7,14 +7,14 @@
 #include <string>
 #include <string_view>
 
-#include "../connection.h"
-#include "../host_thread.h"
-#include "../pipe_server.h"
-#include "../segment_client.h"
-#include "../service.h"
-#include "../waiting.h"
-#include "../worker.h"
+#include "client/segment_client.h"
+#include "host/host_thread.h"
+#include "host/waiting.h"
 #include "host_fixture.h"
+#include "server/connection.h"
+#include "server/pipe_server.h"
+#include "server/service.h"
+#include "server/worker.h"
 #include "support/waiting.h"
 
 namespace cellhost::test {

@@ -1,0 +1,117 @@
+// Asking a server; see pipe_client.h.
+#include "client/pipe_client.h"
+
+#include <algorithm>
+
+#include "host/complain.h"
+#include "host/thread_record.h"
+#include "kivsdu/pipe.h"
+#include "server/protocol.h"
+
+namespace cellhost {
+namespace {
+
+constexpr char kSourceRequest[] = "cellhost/pipe_client request";
+constexpr char kThisMachine[] = "local";
+
+// The system's access rights and flags for opening.
+constexpr uint32_t kReadAndWrite = 0xC0000000;
+constexpr uint32_t kNoSharing = 0;
+constexpr uint32_t kOpenExisting = 3;
+// The server may learn who the client is, and not act in its name: another program could have
+// taken the name of the pipe.
+constexpr uint32_t kIdentifyOnly = 0x00110000;
+
+// The system's errors that a wait or an opening may well have for a while.
+constexpr uint32_t kErrorNoSuchPipe = 2;
+constexpr uint32_t kErrorWaitTimedOut = 121;
+constexpr uint32_t kErrorPipeBusy = 231;
+
+constexpr uint32_t kWaitOnceMs = 200;
+constexpr uint32_t kBusyWaitMs = 10 * 1000;
+constexpr uint32_t kReplyWaitMs = 30 * 1000;
+
+}  // namespace
+
+PipeClient::PipeClient() : PipeEnd(kReplyBytesMax) {}
+
+// That the wait succeeds promises nothing: another client may open the instance first.
+uint32_t PipeClient::TryOpen() {
+  KivSdContext* ctx = ThisContext();
+  const uint32_t waited = KivSdNamedPipeWait(ctx, kThisMachine, name_, kWaitOnceMs);
+  if (waited != 0) return waited;
+  const uint32_t opened = KivSdNamedPipeOpen(ctx, kThisMachine, name_, &pipe_, kReadAndWrite,
+                                             kNoSharing, kOpenExisting, kIdentifyOnly);
+  if (opened != 0) pipe_ = nullptr;  // it is no null that a failed opening leaves
+  return opened;
+}
+
+bool PipeClient::Open(const char* name, uint32_t startWaitMs) {
+  name_ = name;
+  const TimeLimit start(startWaitMs);
+  const TimeLimit busy(kBusyWaitMs);
+  for (Pause pause;; pause.Take()) {
+    const uint32_t status = TryOpen();
+    if (status == 0) return true;
+    const uint32_t osError = ThisContext()->osError;
+    const bool missing = osError == kErrorNoSuchPipe;
+    if (missing && start.passed()) {
+      return Complain("no server on the pipe '%s'; start one with 'cellhost serve --pipe %s'", name,
+                      name);
+    }
+    const bool mayPass = missing || osError == kErrorWaitTimedOut || osError == kErrorPipeBusy;
+    if (!mayPass) return Succeeded(ThisContext(), status, "open the server's pipe");
+    if (!missing && busy.passed()) {
+      return Complain("the server on the pipe '%s' is busy with other clients; try again later",
+                      name);
+    }
+  }
+}
+
+bool PipeClient::Ask(std::string_view request, Reply* reply) {
+  if (request.size() > kRequestBytesMax) {
+    return Complain("a request of %llu bytes is too long; the server takes %u",
+                    static_cast<unsigned long long>(request.size()), kRequestBytesMax);
+  }
+  const TimeLimit limit(kReplyWaitMs);
+  std::string_view text;
+  const Received received =
+      Send(request) ? Receive({.limit = &limit, .stop = nullptr}, &text) : Received::kGone;
+  if (received == Received::kNoMemory) return false;
+  if (received == Received::kTimedOut) {
+    return Complain("the server on the pipe '%s' has not answered for %u s; end it and start anew",
+                    name_, kReplyWaitMs / 1000);
+  }
+  if (received != Received::kMessage) {
+    return Complain("the server on the pipe '%s' went away; look at what it said, start it anew",
+                    name_);
+  }
+  const std::string_view verb = TakeVerb(&text);
+  if (verb != kOk && verb != kError) {
+    return Complain("what serves the pipe '%s' is no cellhost; give another name with --pipe",
+                    name_);
+  }
+  *reply = {.ok = verb == kOk, .text = text};
+  return true;
+}
+
+void PipeClient::Leave() {
+  Send(kBye);  // a server that is gone need not know
+  Close();
+}
+
+bool ServerListens(const char* name, uint32_t limitMs) {
+  return KivSdNamedPipeWait(ThisContext(), kThisMachine, name, limitMs) == 0;
+}
+
+RequestText::RequestText() : text_(kSourceRequest) {}
+
+bool RequestText::Set(std::string_view verb, std::string_view rest) {
+  if (!text_.Resize(static_cast<uint32_t>(verb.size() + 1 + rest.size()), ' ')) return false;
+  char* end = std::copy(verb.begin(), verb.end(), text_.data());
+  *end++ = ' ';
+  std::copy(rest.begin(), rest.end(), end);
+  return true;
+}
+
+}  // namespace cellhost

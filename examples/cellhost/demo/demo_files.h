@@ -1,0 +1,78 @@
+// The demo's part about files: backups while clients change cells, a pause that expires, a server
+// that is killed meanwhile and started anew, and servers on the copies.
+#ifndef CELLHOST_DEMO_DEMO_FILES_H
+#define CELLHOST_DEMO_DEMO_FILES_H
+
+#include <stdint.h>
+
+#include <string>
+
+#include "cube/put_order.h"
+#include "demo/demo_command.h"
+#include "demo/demo_counter.h"
+#include "demo/demo_server.h"
+#include "host/line_file.h"
+#include "host/lock_design.h"
+
+namespace cellhost {
+
+class DemoFiles {
+ public:
+  // orders: see KillUnderPuts; not copied.
+  DemoFiles(const DemoOptions& options, LockDesign locks, const LineFile<PutOrder>& orders)
+      : options_(options), locks_(locks), orders_(orders) {}
+  DemoFiles(const DemoFiles&) = delete;
+  DemoFiles& operator=(const DemoFiles&) = delete;
+  ~DemoFiles();  // removes the folder
+
+  // Each is false on failure, which has then been told.
+
+  // Chooses a folder for the server's files, which the server makes.
+  bool ChooseFolder();
+
+  // Has clients change the cells of the first orders while backups are made, kills the server
+  // meanwhile, and starts another on its files. The orders' own numbers are to be stored after it.
+  bool KillUnderPuts(DemoServer* killed, DemoServer* next);
+
+  // Makes a backup, whose copy is for CheckLastCopy.
+  bool MakeLastBackup(const DemoServer& server);
+
+  // Starts a server on the last copy, when the first has ended, and compares its answers with those
+  // after the changes.
+  bool CheckLastCopy();
+
+  const std::string& folder() const { return folder_; }
+
+  // The demo's last line about files.
+  void PrintOutcome() const;
+
+ private:
+  static constexpr uint32_t kCounters = 3;
+
+  bool StartCounters(const DemoServer& server);
+  bool AwaitMore() const;
+  bool BackUpMeanwhile(PipeClient* control);
+  bool LetPauseExpire(PipeClient* control) const;
+  bool KillNow(DemoServer* server);
+  bool CheckRestarted(DemoServer* server);
+  bool CheckFirstCopy(const DemoServer& server) const;
+  bool Order(PipeClient* control, const char* order, bool expected, std::string* text) const;
+  std::string FolderIn(const std::string& report) const;
+
+  const DemoOptions& options_;
+  LockDesign locks_;
+  const LineFile<PutOrder>& orders_;
+  std::string folder_;
+  uint32_t counterCount_ = 0;
+  DemoCounter counters_[kCounters];
+  std::string firstCopy_;
+  uint32_t atLeast_[kCounters] = {};  // what the first copy's cells have
+  uint32_t atMost_[kCounters] = {};
+  uint32_t putsKept_ = 0;
+  std::string lastCopy_;
+  uint32_t copiesRight_ = 0;
+};
+
+}  // namespace cellhost
+
+#endif

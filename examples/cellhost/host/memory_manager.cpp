@@ -1,0 +1,90 @@
+// The host's side of the memory manager; see memory_manager.h.
+#include "host/memory_manager.h"
+
+#include <numeric>
+
+#include "host/complain.h"
+#include "kivsdu/manager.h"
+#include "kivsdu/memusage.h"
+#include "kivsdu/status.h"
+
+namespace cellhost {
+namespace {
+
+constexpr char kConfigurationSuffix[] = "cellhost";
+constexpr uint32_t kOnlyIfConfigured = 0;
+
+MemoryMessages theMessages;
+
+// What the library is given as this host's context: it reads the handle alone, which comes back
+// with each message and says whom it is for. A process has one such host.
+constexpr uint32_t kContextWords = 27;
+constexpr uint32_t kHandleWord = 26;
+constexpr uint64_t kThisHost = 1;
+uint64_t theContext[kContextWords];
+
+// The library holds no lock meanwhile, and the thread may be any that needs memory.
+uint32_t ReceiveMessage(uint64_t handle, uint32_t status, uint32_t /*severity*/,
+                        const uint32_t* first, uint32_t /*firstTag*/, const uint32_t* second,
+                        uint32_t /*secondTag*/) {
+  if (handle != kThisHost) return 0;
+  switch (status) {
+    case KIV_ST_MSG_LIMIT_NEAR:
+      theMessages.warnings.fetch_add(1, std::memory_order_relaxed);
+      Complain("memory: %u bytes are in use, more than %u%% of the limit", *first, *second);
+      break;
+    case KIV_ST_MSG_LIMIT_REFUSED:
+    case KIV_ST_MSG_NO_MEMORY:
+      theMessages.refusals.fetch_add(1, std::memory_order_relaxed);
+      Complain("memory: %u bytes more, %u in all, were refused: %s", *second, *first,
+               ReasonOf(nullptr, status).text);
+      break;
+    case KIV_ST_MSG_LIMIT_TOO_LOW:
+      Complain("memory: a limit of %u bytes is too low, set %u KiB or more; runs in plain mode",
+               *first, *second);
+      break;
+    default:
+      Complain("memory: %s", ReasonOf(nullptr, status).text);
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool StartMemoryManager(MemoryUse use) {
+  const uint32_t enable = use == MemoryUse::kAsConfigured ? 1 : 0;
+  const uint32_t status =
+      adMemThreadHeapInit(enable, ReceiveMessage, kConfigurationSuffix, kOnlyIfConfigured);
+  // Only now: the start forgets the context of before.
+  theContext[kHandleWord] = kThisHost;
+  adMemSetThreadContext(theContext);
+  adMemCheckMemoryMinStatus(theContext);
+  return Succeeded(nullptr, status, "start the memory manager");
+}
+
+void StopMemoryManager() {
+  adMemResetThreadContext();
+  adMemThreadHeapTerm();
+}
+
+const MemoryMessages& MemoryMessagesSeen() { return theMessages; }
+
+MemoryTotals MemoryTotalsNow() {
+  MemoryTotals totals = {};
+  uint64_t usedPeak = 0;
+  uint64_t alignedPeak = 0;
+  totals.counted = adMemGetUsedMemory(&totals.outsideHeaps, &totals.inHeaps, &totals.aligned,
+                                      &usedPeak, &alignedPeak, &totals.peak) == KIV_ST_OK;
+  return totals;
+}
+
+MemoryBlocks MemoryBlocksNow() {
+  constexpr uint32_t kSinceStart = 1;
+  uint64_t allocated[AD_BLOCK_CLASSES] = {};
+  uint64_t freed[AD_BLOCK_CLASSES] = {};
+  adMemGetUsedMemoryBlocks(kSinceStart, allocated, freed);
+  return {.allocated = std::accumulate(allocated, allocated + AD_BLOCK_CLASSES, uint64_t{0}),
+          .freed = std::accumulate(freed, freed + AD_BLOCK_CLASSES, uint64_t{0})};
+}
+
+}  // namespace cellhost

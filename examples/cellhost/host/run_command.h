@@ -1,0 +1,20 @@
+// `cellhost run`: loads the facts, answers the queries, compares the answers.
+#ifndef CELLHOST_HOST_RUN_COMMAND_H
+#define CELLHOST_HOST_RUN_COMMAND_H
+
+#include <string>
+
+namespace cellhost {
+
+struct RunOptions {
+  std::string facts;
+  std::string queries;
+  std::string answers;  // empty: the answers are only printed
+};
+
+// The program's exit code. On a thread with a record.
+int RunCommand(const RunOptions& options);
+
+}  // namespace cellhost
+
+#endif

@@ -1,0 +1,198 @@
+// The memory manager's entry points, in both modes.
+#include <cstring>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/status.h"
+#include "memheap/switches.h"
+#include "memsys/messages.h"
+#include "memsys/plain.h"
+#include "memsys/statistics.h"
+#include "memsys/thread_heaps.h"
+#include "os/heap.h"
+#include "require.h"
+
+kiv::MemorySwitches kiv::memorySwitches;
+
+namespace {
+
+namespace os = kiv::os;
+using kiv::InThreadHeapMode;
+
+constexpr char kSource[] = "sd/memheap";
+constexpr uint32_t kLineAligned = 348;
+constexpr uint32_t kZeroTailBytes = 4;  // behind the terminator of a copied text
+
+// What the caller gave chooses the heap; without it, where it keeps the result.
+uint64_t SeedOf(const void* owner, const void* instead) {
+  return reinterpret_cast<uint64_t>(owner != nullptr ? owner : instead);
+}
+
+// ---- Thread heaps ----
+
+uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
+  if (made == nullptr) {
+    kiv::ReportFailedRequest(sizeBytes);
+    return KIV_ST_OUT_OF_MEMORY;
+  }
+  kiv::SendPendingWarning();
+  return KIV_ST_OK;
+}
+
+[[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
+  *block = kiv::ThreadHeapAllocate(SeedOf(owner, block), sizeBytes);
+  if (*block != nullptr) kiv::CountAllocated(sizeBytes);
+  return FinishInHeaps(*block, sizeBytes);
+}
+
+// ---- Plain mode ----
+
+uint32_t FinishPlain(const void* made, uint64_t sizeBytes) {
+  if (made != nullptr) return KIV_ST_OK;
+  kiv::ReportPlainFailure(sizeBytes);
+  return KIV_ST_OUT_OF_MEMORY;
+}
+
+void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
+  return kiv::FatalExceptionOccurred() ? kiv::FatalAllocate(sizeBytes)
+                                       : kiv::PlainAllocate(sizeBytes, policy);
+}
+
+[[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
+  *block = AllocatePlainOrFatal(sizeBytes, policy);
+  return FinishPlain(*block, sizeBytes);
+}
+
+void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
+  return kiv::FatalExceptionOccurred() ? kiv::FatalReallocate(block, newSizeBytes)
+                                       : kiv::PlainReallocate(block, newSizeBytes);
+}
+
+[[gnu::noinline]] uint32_t FreePlain(void* block) {
+  if (kiv::FatalExceptionOccurred()) return kiv::FatalFree(block);
+  kiv::PlainFree(block);
+  return KIV_ST_OK;
+}
+
+// ---- Both ----
+
+[[gnu::always_inline]] inline uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block,
+                                                uint8_t policy) {
+  if (sizeBytes == 0) return KIV_ST_ARGUMENT;
+  if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
+  if (!kiv::FatalExceptionOccurred()) {
+    if (void* cached = kiv::TryPlainAllocate(sizeBytes, policy)) {
+      *block = cached;
+      return KIV_ST_OK;
+    }
+  }
+  return AllocatePlain(sizeBytes, block, policy);
+}
+
+// Thread heaps and the fatal-exception mode ignore alignments.
+bool ServesAlignment(uint64_t alignment) {
+  return alignment == 0 || InThreadHeapMode() || kiv::FatalExceptionOccurred();
+}
+
+[[gnu::always_inline]] inline uint32_t Free(void* block) {
+  if (InThreadHeapMode()) {
+    return kiv::TryFreeShort(block) ? KIV_ST_OK : kiv::ThreadHeapFree(block);
+  }
+  if (!kiv::FatalExceptionOccurred() && kiv::TryPlainFree(block)) return KIV_ST_OK;
+  return FreePlain(block);
+}
+
+// Kept: a zeroed request is counted whether or not it was served.
+void* AllocateElements(const void* owner, uint64_t sizeBytes, void* const* block, uint8_t policy) {
+  if (!InThreadHeapMode()) return AllocatePlainOrFatal(sizeBytes, policy);
+  kiv::CountAllocated(sizeBytes);
+  return kiv::ThreadHeapAllocate(SeedOf(owner, block), sizeBytes);
+}
+
+uint32_t Finish(const void* made, uint64_t sizeBytes) {
+  return InThreadHeapMode() ? FinishInHeaps(made, sizeBytes) : FinishPlain(made, sizeBytes);
+}
+
+}  // namespace
+
+uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, uint8_t policy,
+                        const char* /*file*/, uint32_t /*line*/) {
+  return Allocate(owner, sizeBytes, block, policy);
+}
+
+uint32_t adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* /*file*/,
+                  uint32_t /*line*/) {
+  return Allocate(owner, sizeBytes, block, AD_POLICY_FULL);
+}
+
+uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes, void** block,
+                         const char* file, uint32_t line) {
+  if (sizeBytes != 0 && !ServesAlignment(alignment)) {
+    kiv::Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
+    return KIV_ST_OUT_OF_MEMORY;  // where the assertion returns; the result is not written
+  }
+  return adMalloc(owner, sizeBytes, block, file, line);
+}
+
+uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** newBlock,
+                   const char* file, uint32_t line) {
+  if (oldBlock == nullptr) return adMalloc(owner, newSizeBytes, newBlock, file, line);
+  if (newSizeBytes == 0) return KIV_ST_ARGUMENT;
+  *newBlock = InThreadHeapMode()
+                  ? kiv::ThreadHeapReallocate(SeedOf(owner, oldBlock), oldBlock, newSizeBytes)
+                  : ReallocatePlain(oldBlock, newSizeBytes);
+  return Finish(*newBlock, newSizeBytes);
+}
+
+uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** block,
+                  uint8_t policy) {
+  const auto elements = static_cast<uint64_t>(int64_t{count});
+  uint64_t sizeBytes = 0;
+  const bool wraps = __builtin_mul_overflow(elements, elementSizeBytes, &sizeBytes);
+  if (wraps) sizeBytes = UINT64_MAX;
+  if (sizeBytes == 0) {
+    if (block != nullptr) *block = nullptr;
+    return KIV_ST_ARGUMENT;
+  }
+  *block = AllocateElements(owner, sizeBytes, block, policy);
+  if (*block != nullptr) std::memset(*block, 0, sizeBytes);
+  return Finish(*block, sizeBytes);
+}
+
+char* adStrDup(const char* text, const char* file, uint32_t line) {
+  const uint64_t lengthBytes = std::strlen(text) + 1;
+  void* copy = nullptr;
+  const uint32_t status = adMalloc(nullptr, lengthBytes + kZeroTailBytes, &copy, file, line);
+  if (status != KIV_ST_OK) return nullptr;
+  std::memcpy(copy, text, lengthBytes);
+  std::memset(static_cast<char*>(copy) + lengthBytes, 0, kZeroTailBytes);
+  return static_cast<char*>(copy);
+}
+
+uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {
+  // Before the null check: once freeing is off, a free of anything succeeds.
+  if (kiv::memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
+  if (block == nullptr) return KIV_ST_ARGUMENT;
+  return Free(block);
+}
+
+uint32_t adFreeAligned(void* block, uint8_t alignedOrigin) {
+  if (block == nullptr) return KIV_ST_ARGUMENT;
+  if (InThreadHeapMode() || alignedOrigin == 0 || kiv::FatalExceptionOccurred()) {
+    return Free(block);
+  }
+  os::RawFree(block);
+  return KIV_ST_OK;
+}
+
+uint32_t adMallocOnNode(void* /*ignored*/, uint64_t sizeBytes, uint64_t* size, void** block) {
+  if (sizeBytes == 0) return KIV_ST_ARGUMENT;
+  *size = sizeBytes;
+  *block = os::RawAllocate(sizeBytes);
+  return FinishPlain(*block, sizeBytes);
+}
+
+uint32_t adFreeOnNode(uint64_t /*ignored*/, uint64_t /*alsoIgnored*/, void* block) {
+  if (block == nullptr) return KIV_ST_ARGUMENT;
+  os::RawFree(block);
+  return KIV_ST_OK;
+}

@@ -1,0 +1,109 @@
+// Memory that the host takes elsewhere and adds to the totals, by address.
+//
+// Records of regions hang in chains of a hash table, under the accounting lock. The table is
+// empty when the memory manager is initialised anew: records of before are forgotten.
+#include "memsys/host_regions.h"
+
+#include <array>
+
+#include "kivsdu/manager.h"
+#include "kivsdu/memusage.h"
+#include "kivsdu/status.h"
+#include "memheap/switches.h"
+#include "memsys/locks.h"
+#include "memsys/messages.h"
+#include "memsys/settings.h"
+#include "memsys/totals.h"
+#include "sdsync/spinlock_guard.h"
+
+namespace {
+
+using kiv::memorySettings;
+using kiv::memoryTotals;
+using kiv::messageState;
+using kiv::SpinlockGuard;
+
+constexpr char kSource[] = "sd/memsys";
+constexpr uint32_t kLine = 0;
+constexpr size_t kChains = 131;
+
+struct Region {
+  uint64_t sizeBytes;
+  uint64_t address;
+  Region* next;
+};
+static_assert(sizeof(Region) == 24, "region layout");
+static_assert(offsetof(Region, address) == 8, "region layout");
+static_assert(offsetof(Region, next) == 16, "region layout");
+
+std::array<Region*, kChains> chains;
+
+Region** ChainOf(uint64_t address) { return &chains[(address / 8) % kChains]; }
+
+// Kept in 32 bits, and then widened with its sign: 262144 blocks and more come out negative or
+// wrap.
+uint64_t RegionBytes(uint32_t blockCount) {
+  return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
+}
+
+// Whether the limit leaves room. Tells the host if it does not, and warns it when it soon will not.
+bool HasRoom(uint64_t sizeBytes) {
+  const uint64_t total = kiv::AccountedTotal();
+  if (kiv::PassesMemoryLimit(total + sizeBytes)) {
+    messageState.failedTotal = static_cast<uint32_t>(total);
+    kiv::ReportOutOfMemory(sizeBytes);
+    return false;
+  }
+  if (messageState.warningPending == 0 && kiv::PassesWarningMark(total + sizeBytes)) {
+    messageState.failedTotal = static_cast<uint32_t>(total + sizeBytes);
+    kiv::SendWarning();
+  }
+  return true;
+}
+
+void Register(Region* region) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  Region** chain = ChainOf(region->address);
+  region->next = *chain;
+  *chain = region;
+  memoryTotals.aligned += region->sizeBytes;
+  memoryTotals.RaiseAligned();
+  memoryTotals.RaiseTotal();
+}
+
+// The record of the region, no longer in its chain; null if there is none.
+Region* Unregister(uint64_t address) {
+  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  for (Region** link = ChainOf(address); *link != nullptr; link = &(*link)->next) {
+    Region* region = *link;
+    if (region->address != address) continue;
+    *link = region->next;
+    memoryTotals.aligned -= region->sizeBytes;
+    return region;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+void kiv::ForgetAlignedRegions() { chains = {}; }
+
+uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
+  if (!memorySettings.memoryControl) return KIV_ST_OK;
+  const uint64_t sizeBytes = RegionBytes(blockCount);
+  if (!HasRoom(sizeBytes)) return KIV_ST_ALIGNED_COMMIT;
+  void* record = nullptr;
+  const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);
+  if (status != KIV_ST_OK) return KIV_ST_ALIGNED_COMMIT;
+  auto* region = static_cast<Region*>(record);
+  region->sizeBytes = sizeBytes;
+  region->address = reinterpret_cast<uint64_t>(address);
+  Register(region);
+  return KIV_ST_OK;
+}
+
+void adMemAlignedDecCounter(const void* address) {
+  if (!memorySettings.memoryControl || address == nullptr) return;
+  Region* region = Unregister(reinterpret_cast<uint64_t>(address));
+  if (region != nullptr) static_cast<void>(adFree(region, kSource, kLine));
+}

@@ -1,0 +1,32 @@
+// Remainders by a divisor that is known long before it is used, without a division.
+#ifndef KIV_MEMSYS_MODULUS_H
+#define KIV_MEMSYS_MODULUS_H
+
+#include <cstdint>
+
+namespace kiv {
+
+// The quotient is taken by multiplying with the divisor's reciprocal (T. Granlund and
+// P. L. Montgomery, "Division by Invariant Integers using Multiplication", PLDI 1994). The
+// reciprocal is rounded down, so that the quotient is at most 1 too small, which is put right.
+class Modulus {
+ public:
+  constexpr Modulus() = default;
+  constexpr explicit Modulus(uint32_t divisor)
+      : divisor_(divisor), reciprocal_(UINT64_MAX / divisor) {}
+
+  constexpr uint32_t Of(uint64_t value) const {
+    __extension__ using Product = unsigned __int128;
+    const auto quotient = static_cast<uint64_t>((static_cast<Product>(value) * reciprocal_) >> 64);
+    const uint64_t rest = value - quotient * divisor_;
+    return static_cast<uint32_t>(rest >= divisor_ ? rest - divisor_ : rest);
+  }
+
+ private:
+  uint64_t divisor_ = 1;
+  uint64_t reciprocal_ = UINT64_MAX;
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,39 @@
+// A word that threads read and write without ordering anything by it.
+#ifndef KIV_MEMSYS_RELAXED_H
+#define KIV_MEMSYS_RELAXED_H
+
+#include <atomic>
+
+namespace kiv {
+
+// Reads and writes are whole, and nothing else: an update is a read and a write, so that updates
+// by two threads may become one. For what is guarded by a lock and looked at without it, and for
+// counts that may lose some.
+template <typename T>
+class Relaxed {
+ public:
+  constexpr Relaxed() = default;
+  constexpr Relaxed(T value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+  Relaxed(const Relaxed&) = delete;
+
+  Relaxed& operator=(const Relaxed& other) { return *this = static_cast<T>(other); }
+
+  Relaxed& operator=(T value) {
+    value_.store(value, std::memory_order_relaxed);
+    return *this;
+  }
+
+  operator T() const {  // NOLINT(google-explicit-constructor)
+    return value_.load(std::memory_order_relaxed);
+  }
+
+  Relaxed& operator+=(T addend) { return *this = static_cast<T>(*this + addend); }
+  Relaxed& operator-=(T subtrahend) { return *this = static_cast<T>(*this - subtrahend); }
+
+ private:
+  std::atomic<T> value_{};
+};
+
+}  // namespace kiv
+
+#endif

@@ -1,0 +1,36 @@
+// Registration with a utility library that is not the project's own: it fills the whole output
+// area and answers with a failure. The loader takes the one of the folder probe/, because it is in
+// the process before kivsdu.dll asks for it by name.
+#include "dll/registration_probe.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include "kivsdu_version.h"
+
+namespace {
+
+TEST(Registration, HandsOverOneDescriptionAndLoadsWhateverTheAnswer) {
+  HMODULE probe = LoadLibraryA(KIV_PROBE_FOLDER "\\kivutlu.dll");
+  ASSERT_NE(probe, nullptr) << GetLastError();
+  const auto find = reinterpret_cast<Registration* (*)()>(
+      reinterpret_cast<void*>(GetProcAddress(probe, "probeRegistration")));
+  ASSERT_NE(find, nullptr);
+  const Registration* seen = find();
+
+  HMODULE library = LoadLibraryA("kivsdu.dll");
+  ASSERT_NE(library, nullptr);
+  EXPECT_EQ(seen->inits, 1);
+  EXPECT_EQ(seen->module, library);
+  EXPECT_TRUE(seen->outputWasZero);
+  EXPECT_EQ(seen->descriptor.callback, nullptr);
+  EXPECT_EQ(seen->descriptor.version, KIVSDU_VERSION_WORD);
+  EXPECT_EQ(seen->descriptor.zero, 0u);
+  EXPECT_NE(seen->descriptor.banner[0], '\0');
+
+  EXPECT_TRUE(FreeLibrary(library));
+  EXPECT_EQ(seen->terms, 1);
+  EXPECT_EQ(seen->endedModule, library);
+}
+
+}  // namespace

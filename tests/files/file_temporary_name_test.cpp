@@ -1,0 +1,355 @@
+// Names of temporary files: every prefix that the runtime is asked for, and what is made of its
+// answers.
+#include <gtest/gtest.h>
+#include <process.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kivsdu/kivsdu.h"
+#include "support/context.h"
+#include "support/guarded.h"
+#include "support/import_patch.h"
+#include "support/process.h"
+#include "support/stream.h"
+#include "support/stubbed_import.h"
+#include "support/temporary_folder.h"
+
+namespace {
+
+using namespace kiv::test;
+
+constexpr uint32_t kAttempts = 16384;
+constexpr size_t kNameBytes = 1029;
+
+// ---- A runtime that makes the names that a test wants ----
+
+// One at a time. The names are blocks of the runtime, and it is seen that each is given back.
+class Names {
+ public:
+  // Makes the name for a prefix; the number of the attempt is counted from 0.
+  using Maker = std::function<std::string(const std::string& prefix, uint32_t attempt)>;
+
+  explicit Names(Maker maker) {
+    current_ = this;
+    maker_ = std::move(maker);
+    free_ = std::make_unique<ImportPatch>("free", reinterpret_cast<void*>(&Free));
+    tempnam_ = std::make_unique<ImportPatch>("_tempnam", reinterpret_cast<void*>(&Make));
+  }
+  Names(const Names&) = delete;
+  Names& operator=(const Names&) = delete;
+  ~Names() {
+    tempnam_.reset();
+    free_.reset();
+    EXPECT_TRUE(live_.empty()) << live_.size() << " names are not given back";
+  }
+
+  const std::vector<std::string>& prefixes() const { return prefixes_; }
+  void Forget() { prefixes_.clear(); }
+
+ private:
+  static char* Make(const char* folder, const char* prefix) {
+    EXPECT_EQ(folder, nullptr) << "the runtime's own folder";
+    const auto attempt = static_cast<uint32_t>(current_->prefixes_.size());
+    current_->prefixes_.emplace_back(prefix);
+    const std::string made = current_->maker_(prefix, attempt);
+    char* name = static_cast<char*>(std::malloc(made.size() + 1));
+    std::memcpy(name, made.c_str(), made.size() + 1);
+    current_->live_.insert(name);
+    return name;
+  }
+
+  static void Free(void* block) {
+    current_->live_.erase(block);
+    std::free(block);
+  }
+
+  static inline Names* current_ = nullptr;
+  Maker maker_;
+  std::vector<std::string> prefixes_;
+  std::set<void*> live_;
+  std::unique_ptr<ImportPatch> free_;
+  std::unique_ptr<ImportPatch> tempnam_;
+};
+
+// The first `count` names that are asked about exist, the others do not. One at a time.
+class Taken {
+ public:
+  explicit Taken(uint32_t count) : access_("_access", reinterpret_cast<void*>(&Access)) {
+    left_ = count;
+    asked_ = 0;
+  }
+
+  uint32_t asked() const { return asked_; }
+
+ private:
+  static int Access(const char*, int mode) {
+    EXPECT_EQ(mode, 0);
+    ++asked_;
+    if (left_ == 0) return -1;
+    --left_;
+    return 0;
+  }
+
+  static inline uint32_t left_ = 0;
+  static inline uint32_t asked_ = 0;
+  ImportPatch access_;
+};
+
+// ---- What the prefixes must be, worked out from the description anew ----
+
+char SymbolOf(unsigned value) {
+  if (value < 26) return static_cast<char>('a' + value);
+  if (value < 52) return static_cast<char>('A' + (value - 26));
+  if (value < 62) return static_cast<char>('0' + (value - 52));
+  return value == 62 ? '_' : '-';
+}
+
+std::string ExpectedPrefix(char first, char second, unsigned process, unsigned attempt) {
+  std::string text = {first, second, '?', '?', '?'};
+  text[4] = SymbolOf(process % 64);
+  text[3] = SymbolOf(process / 64 % 64);
+  text[2] = SymbolOf(attempt % 4 * 16 + process / 4096 % 16);
+  if (attempt >= 5) text[1] = SymbolOf(attempt / 4 % 64);
+  if (attempt >= 257) text[0] = SymbolOf(attempt / 256 % 64);
+  return text;
+}
+
+std::string ExpectedPrefix(char first, char second, unsigned attempt) {
+  return ExpectedPrefix(first, second, static_cast<unsigned>(_getpid()), attempt);
+}
+
+std::string MakePlainly(const std::string& prefix, uint32_t) { return "?:/" + prefix; }
+
+// The prefixes that are tried when so many names are taken.
+std::vector<std::string> PrefixesTried(const char* asked, uint32_t taken) {
+  Names names(MakePlainly);
+  const Taken some(taken);
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OK(ctx, KivSdFileTempNameGet(ctx, asked, name.text()));
+  EXPECT_EQ(some.asked(), taken + 1);
+  EXPECT_EQ(std::string(name.text()), "?:/" + names.prefixes().back());
+  return names.prefixes();
+}
+
+// ---- Prefixes ----
+
+TEST(TemporaryName, IsStampedForEachAttempt) {
+  for (const uint32_t taken : {0u, 1u, 3u, 4u, 5u, 64u, 255u, 256u, 257u, 300u}) {
+    const std::vector<std::string> tried = PrefixesTried("tm", taken);
+    ASSERT_EQ(tried.size(), taken + 1);
+    for (uint32_t i = 0; i <= taken; ++i) {
+      EXPECT_EQ(tried[i], ExpectedPrefix('t', 'm', i)) << "attempt " << i;
+    }
+  }
+}
+
+TEST(TemporaryName, IsStampedAnewForEachCall) {
+  PrefixesTried("tm", 300);
+  EXPECT_EQ(PrefixesTried("tm", 0).at(0), ExpectedPrefix('t', 'm', 0));
+  EXPECT_EQ(PrefixesTried(nullptr, 0).at(0), ExpectedPrefix('q', 'x', 0));
+}
+
+TEST(TemporaryName, AsksForTheFirstPrefixOnceMoreAtTheFifthAttempt) {
+  const std::vector<std::string> tried = PrefixesTried("tm", 5);
+  EXPECT_EQ(tried[4], tried[0]);
+  EXPECT_NE(tried[5], tried[1]);
+}
+
+TEST(TemporaryName, KeepsTheFirstCharacterThroughTheAttempt256) {
+  const std::vector<std::string> tried = PrefixesTried("$!", 257);
+  EXPECT_EQ(tried[4].substr(0, 2), "$!");
+  EXPECT_EQ(tried[5].substr(0, 2), "$b");
+  EXPECT_EQ(tried[256].substr(0, 2), "$a");
+  EXPECT_EQ(tried[257].substr(0, 2), "ba");
+}
+
+TEST(TemporaryName, BeginsWithTheCallersCharactersOrTheDefault) {
+  struct {
+    const char* asked;
+    char first;
+    char second;
+  } const cases[] = {{nullptr, 'q', 'x'}, {"", 'q', 'x'},    {"a", 'a', 'x'},    {"ab", 'a', 'b'},
+                     {"abc", 'a', 'b'},   {"\0b", 'q', 'x'}, {"a\0c", 'a', 'x'}, {" -", ' ', '-'}};
+  for (const auto& [asked, first, second] : cases) {
+    EXPECT_EQ(PrefixesTried(asked, 0).at(0), ExpectedPrefix(first, second, 0));
+  }
+}
+
+TEST(TemporaryName, GivesUpWhenEveryNameIsTaken) {
+  Names names(MakePlainly);
+  const Taken all(kAttempts);
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, 0u);
+  EXPECT_TRUE(name.IsAll(kSpoilt));
+  ASSERT_EQ(names.prefixes().size(), kAttempts);
+  for (uint32_t i = 0; i < kAttempts; ++i) {
+    ASSERT_EQ(names.prefixes()[i], ExpectedPrefix('t', 'm', i)) << "attempt " << i;
+  }
+}
+
+TEST(TemporaryName, IsFoundAtTheLastAttempt) {
+  EXPECT_EQ(PrefixesTried("tm", kAttempts - 1).size(), kAttempts);
+}
+
+// Every bit of the process's number that counts, and every kind of symbol.
+TEST(TemporaryNameProcess, IsStampedWithItsNumberWhichIsReadOnce) {
+  IN_FRESH_PROCESS([] {
+    constexpr unsigned kProcess = 63u | 62u << 6 | 13u << 12 | 0x7FFu << 16;
+    Names names(MakePlainly);
+    const ScriptedImport pid("_getpid", {.result = kProcess});
+    const Taken some(300);
+    char name[kNameBytes];
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name), KIV_ST_OK);
+    EXPECT_EQ(names.prefixes().at(0), "tmn_-");
+    for (uint32_t i = 0; i <= 300; ++i) {
+      EXPECT_EQ(names.prefixes().at(i), ExpectedPrefix('t', 'm', kProcess, i));
+    }
+    names.Forget();
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name), KIV_ST_OK);
+    EXPECT_EQ(pid.calls().size(), 1u);
+  });
+}
+
+TEST(TemporaryNameProcess, ThatIsNumberOneIsStampedSo) {
+  IN_FRESH_PROCESS([] {
+    Names names(MakePlainly);
+    const ScriptedImport pid("_getpid", {.result = 1});
+    const Taken none(0);
+    char name[kNameBytes];
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name), KIV_ST_OK);
+    EXPECT_EQ(names.prefixes().at(0), "tmaab");
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name), KIV_ST_OK);
+    EXPECT_EQ(names.prefixes().at(1), "tmaab");
+  });
+}
+
+// ---- The runtime's answers ----
+
+TEST(TemporaryName, ThatIsEmptyIsTriedAgain) {
+  Names names([](const std::string& prefix, uint32_t attempt) {
+    return attempt < 3 ? std::string() : "?:/" + prefix;
+  });
+  const Taken none(0);
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
+  EXPECT_EQ(names.prefixes().size(), 4u);
+  EXPECT_EQ(none.asked(), 1u);
+  EXPECT_EQ(std::string(name.text()), "?:/" + ExpectedPrefix('t', 'm', 3));
+}
+
+TEST(TemporaryName, ThatIsNotMadeIsAFailureWithTheRuntimesError) {
+  const Answer tempnam("_tempnam", 0, ENOMEM, 7777);
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, ENOMEM);
+  EXPECT_EQ(tempnam.calls(), 1u) << "no other is asked for";
+  EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name.text()), KIV_ST_FILE_TEMP_NAME);
+  EXPECT_TRUE(name.IsAll(kSpoilt));
+}
+
+TEST(TemporaryName, FitsUpTo1028Characters) {
+  const Taken none(0);
+  Context ctx;
+  for (const size_t length : {size_t{1}, size_t{1027}, size_t{1028}}) {
+    const std::string made(length, 'n');
+    Names names([&](const std::string&, uint32_t) { return made; });
+    GuardedBytes name(kNameBytes);
+    CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
+    EXPECT_EQ(std::string(name.text()), made);
+    EXPECT_TRUE(name.IsAll(kSpoilt, length + 1, kNameBytes));
+  }
+}
+
+TEST(TemporaryName, ThatIsLongerIsAFailureWithoutAnError) {
+  const Taken none(0);
+  Context ctx;
+  for (const size_t length : {size_t{1029}, size_t{1030}, size_t{5000}}) {
+    Names names([&](const std::string&, uint32_t) { return std::string(length, 'n'); });
+    GuardedBytes name(kNameBytes);
+    CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, 0u);
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name.text()), KIV_ST_FILE_TEMP_NAME);
+    EXPECT_TRUE(name.IsAll(kSpoilt));
+    EXPECT_EQ(names.prefixes().size(), 2u) << "no other is asked for";
+  }
+}
+
+TEST(TemporaryName, NeedsRoom) {
+  Context ctx;
+  const Answer tempnam("_tempnam", 0, ENOMEM, 7777);
+  CHECK_ARGUMENT(ctx, KivSdFileTempNameGet(ctx, "tm", nullptr));
+  CHECK_ARGUMENT(ctx, KivSdFileTempNameGet(ctx, nullptr, nullptr));
+  EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", nullptr), KIV_ST_ARGUMENT);
+  EXPECT_EQ(tempnam.calls(), 0u);
+}
+
+// ---- Real files ----
+
+TEST(TemporaryName, LiesInTheTemporaryFolderAndDoesNotExist) {
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
+  const std::filesystem::path path = name.text();
+  EXPECT_FALSE(std::filesystem::exists(path));
+  char* runtimes = _tempnam(nullptr, "tm");
+  ASSERT_NE(runtimes, nullptr);
+  EXPECT_EQ(path.parent_path(), std::filesystem::path(runtimes).parent_path());
+  std::free(runtimes);
+  // The runtime decides how much of the prefix it uses: three characters at least.
+  const std::string asked = ExpectedPrefix('t', 'm', 0).substr(0, 3);
+  EXPECT_EQ(path.filename().string().substr(0, 3), asked);
+}
+
+TEST(TemporaryName, IsAnotherOnceTheFirstExists) {
+  char first[kNameBytes];
+  char second[kNameBytes];
+  ASSERT_EQ(KivSdFileTempNameGet(nullptr, nullptr, first), KIV_ST_OK);
+  {
+    Stream stream(first);
+    ASSERT_EQ(KivSdFileTempNameGet(nullptr, nullptr, second), KIV_ST_OK);
+    EXPECT_STRNE(first, second);
+    EXPECT_FALSE(std::filesystem::exists(second));
+  }
+  EXPECT_EQ(KivSdFileRemove(nullptr, first), KIV_ST_OK);
+}
+
+std::string LowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return text;
+}
+
+// Names that are there beforehand, in a runtime that makes them of nothing but the prefix. Names
+// that differ in case are one file.
+TEST(TemporaryName, PassesOverThreeHundredFilesThatExist) {
+  const TemporaryFolder folder;
+  std::set<std::string> present;
+  for (unsigned i = 0; i <= 300; ++i) {
+    const std::string prefix = ExpectedPrefix('t', 'm', i);
+    if (present.insert(LowerCase(prefix)).second) folder.Write(prefix, "");
+  }
+  unsigned free = 301;
+  while (present.count(LowerCase(ExpectedPrefix('t', 'm', free))) != 0) ++free;
+
+  Names names([&](const std::string& prefix, uint32_t) { return folder.Path(prefix); });
+  Context ctx;
+  GuardedBytes name(kNameBytes);
+  CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
+  EXPECT_EQ(std::string(name.text()), folder.Path(ExpectedPrefix('t', 'm', free)));
+  EXPECT_EQ(names.prefixes().size(), free + 1);
+}
+
+}  // namespace

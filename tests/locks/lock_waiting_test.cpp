@@ -1,0 +1,778 @@
+// How the locks wait, step by step: pauses and looks within the spin budget, yields, sleeps.
+//
+// The locks' own sources, built with a seam that belongs to the test: every pause, yield and call
+// of the kernel becomes a letter of a trace, and the test says at which letter the lock is given
+// back. One thread plays all parts, for what happens elsewhere happens inside such a letter, or
+// between two accesses to what threads share, which the atomic types of the stress tell of.
+//
+//   p  pause   y  yield
+//   t  take the wake mutex   r  release it   s  release it and sleep   u  raise the semaphore
+//   b  signal the event and take the wake mutex   (  )  enter and leave the critical section
+//   M S C E  make mutex, semaphore, critical section, event; m q c e  end them, where a test asks
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "kivsdu/kivsdu.h"
+#include "os/critical_section.h"
+#include "os/park.h"
+#include "os/thread.h"
+#include "sdrwlock/node.h"
+#include "sdrwlock/wait.h"
+#include "stress/delay.h"
+#include "support/lock_design.h"
+
+namespace {
+
+using kiv::test::FieldOf;
+using kiv::test::kTestAndSet;
+using kiv::test::kTicket;
+using kiv::test::LockDesignTest;
+
+constexpr size_t kLongest = 1000;  // letters of a wait that would never end
+
+std::string trace;
+std::map<size_t, std::function<void()>> plan;  // what happens at which letter, counted from 1
+std::function<void(char)> onLetter;            // unless null: sees every letter
+std::function<void()> onAccess;                // unless null: runs before and behind every access
+
+void Note(char letter) {
+  trace += letter;
+  if (trace.size() > kLongest) {
+    std::fprintf(stderr, "waits for ever: %s\n", trace.substr(0, 100).c_str());
+    std::abort();
+  }
+  if (onLetter != nullptr) onLetter(letter);
+  const auto due = plan.find(trace.size());
+  if (due != plan.end()) due->second();
+}
+
+bool notesMaking = false;
+
+void NoteMaking(char letter) {
+  if (notesMaking) Note(letter);
+}
+
+void Forget() {
+  trace.clear();
+  notesMaking = false;
+  plan.clear();
+  onLetter = nullptr;
+  onAccess = nullptr;
+}
+
+// The letters so far, which are then forgotten.
+std::string TakeTrace() { return std::exchange(trace, std::string()); }
+
+}  // namespace
+
+// What happens meanwhile makes accesses of its own, at which nothing happens.
+void kiv::stress::Delay() {
+  if (onAccess == nullptr) return;
+  std::function<void()> now = std::exchange(onAccess, nullptr);
+  now();
+  onAccess = std::move(now);
+}
+
+void kiv::test::OnPause() { Note('p'); }
+void kiv::test::OnYield() { Note('y'); }
+
+namespace kiv::os {
+
+namespace {
+
+ValueResult<void*> Make(char letter) {
+  NoteMaking(letter);
+  return {true, 0, nullptr};
+}
+
+Result Close(char letter) {
+  NoteMaking(letter);
+  return {true, 0};
+}
+
+}  // namespace
+
+ValueResult<void*> MakeParkMutex() { return Make('M'); }
+ValueResult<void*> MakeParkSemaphore() { return Make('S'); }
+ValueResult<void*> MakeParkEvent() { return Make('E'); }
+Result CloseParkMutex(void*) { return Close('m'); }
+Result CloseParkSemaphore(void*) { return Close('q'); }
+Result CloseParkEvent(void*) { return Close('e'); }
+
+Result TakeParkMutex(void*) {
+  Note('t');
+  return {true, 0};
+}
+
+Result ReleaseParkMutex(void*) {
+  Note('r');
+  return {true, 0};
+}
+
+// Nobody wakes the only thread: this sleep ends by itself, as one that failed does.
+Result ReleaseAndPark(void*, void*) {
+  Note('s');
+  return {false, 5};
+}
+
+Result SignalAndTake(void*, void*) {
+  Note('b');
+  return {true, 0};
+}
+
+Result Unpark(void*) {
+  Note('u');
+  return {true, 0};
+}
+
+void PrepareCriticalSection(void*) { NoteMaking('C'); }
+void EndCriticalSection(void*) { NoteMaking('c'); }
+void EnterCriticalSection(void*) { Note('('); }
+void LeaveCriticalSection(void*) { Note(')'); }
+
+}  // namespace kiv::os
+
+namespace {
+
+// ---- Spinlocks ----
+
+constexpr uint32_t kMe = 77;
+constexpr uint32_t kOther = 8;
+constexpr size_t kWord = 0;       // of the test-and-set design
+constexpr size_t kServing = 128;  // of the ticket design
+constexpr size_t kNext = 192;
+constexpr size_t kCount = 76;
+
+class SpinlockWait : public LockDesignTest {
+ protected:
+  SpinlockWait() : lock_(KivSdSpinlockCreate(nullptr, 0)) {}
+  ~SpinlockWait() override {
+    Forget();
+    KivSdSpinlockDestroy(nullptr, lock_);
+  }
+  void SetUp() override { Forget(); }
+
+  // The trace of an entry on this budget, while another holds the lock up to letter `until`.
+  std::string Wait(int32_t budget, size_t until) {
+    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
+    KivSdSpinlockAcquire(lock_, kOther);
+    Forget();
+    plan[until] = [this] { KivSdSpinlockRelease(lock_); };
+    Enter();
+    plan.clear();
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+    KivSdSpinlockRelease(lock_);
+    return TakeTrace();
+  }
+
+  virtual void Enter() { KivSdSpinlockAcquire(lock_, kMe); }
+
+  KivSdSpinlock* const lock_;
+};
+
+class WordSpinlockWait : public SpinlockWait {};
+class TicketSpinlockWait : public SpinlockWait {};
+class TicketSpinlockWaitOnce : public SpinlockWait {
+  void Enter() override {
+    KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+    FieldOf<int16_t>(lock_, kCount) = 1;  // the test gives back with counting
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Design, SpinlockWait, testing::Values(kTestAndSet, kTicket),
+                         kiv::test::DesignName);
+INSTANTIATE_TEST_SUITE_P(Design, WordSpinlockWait, testing::Values(kTestAndSet),
+                         kiv::test::DesignName);
+INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlockWait, testing::Values(kTicket),
+                         kiv::test::DesignName);
+INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlockWaitOnce, testing::Values(kTicket),
+                         kiv::test::DesignName);
+
+TEST_P(SpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
+  KivSdSpinlockAcquire(lock_, kMe);
+  KivSdSpinlockAcquire(lock_, kMe);
+  KivSdSpinlockRelease(lock_);
+  KivSdSpinlockRelease(lock_);
+  KivSdSpinlockAcquireNonReentrant(lock_, kMe);
+  KivSdSpinlockReleaseNonReentrant(lock_);
+  EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_P(SpinlockWait, EndsInTheBudgetAsSoonAsTheLockIsFree) {
+  EXPECT_EQ(Wait(1, 1), "p");
+  EXPECT_EQ(Wait(3, 1), "p");
+  EXPECT_EQ(Wait(3, 3), "ppp");
+  EXPECT_EQ(Wait(100, 40), std::string(40, 'p'));
+}
+
+TEST_P(SpinlockWait, YieldsAfterEveryBudgetForEver) {
+  EXPECT_EQ(Wait(3, 4), "pppy" + std::string(UsesTickets() ? "p" : ""));
+  EXPECT_EQ(Wait(3, 5), "pppyp");
+  EXPECT_EQ(Wait(3, 9), "pppypppyp");
+  std::string turns;
+  for (int turn = 0; turn < 200; ++turn) turns += "py";
+  EXPECT_EQ(Wait(1, 401), turns + "p");
+}
+
+TEST_P(WordSpinlockWait, YieldsAtOnceOnABudgetOfZeroAndBelow) {
+  EXPECT_EQ(Wait(0, 1), "y");
+  EXPECT_EQ(Wait(0, 3), "yyy");
+  EXPECT_EQ(Wait(-7, 3), "yyy");
+}
+
+// Another takes the lock between the look that found it free and the exchange, wherever that is.
+TEST_P(WordSpinlockWait, YieldsWhenAnotherWasQuicker) {
+  size_t losses = 0;
+  for (int32_t chance = 1; chance <= 12; ++chance) {
+    Forget();
+    bool taken = false;
+    onAccess = [&, left = chance]() mutable {
+      if (--left != 0 || FieldOf<uint32_t>(lock_, kWord) == 1) return;
+      KivSdSpinlockAcquire(lock_, kOther);
+      taken = true;
+    };
+    plan[1] = [this] { KivSdSpinlockRelease(lock_); };
+    KivSdSpinlockAcquire(lock_, kMe);
+    onAccess = nullptr;
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 1);
+    if (taken && trace == "y") ++losses;
+    KivSdSpinlockRelease(lock_);
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 1) << "chance " << chance;
+  }
+  EXPECT_GT(losses, 0u);
+}
+
+TEST_P(TicketSpinlockWait, LooksOnceBeforeEveryYieldOnABudgetOfZeroAndBelow) {
+  EXPECT_EQ(Wait(0, 1), "p");
+  EXPECT_EQ(Wait(0, 3), "pyp");
+  EXPECT_EQ(Wait(0, 5), "pypyp");
+  EXPECT_EQ(Wait(-7, 5), "pypyp");
+}
+
+TEST_P(TicketSpinlockWaitOnce, IsTheSameWithoutCounting) {
+  EXPECT_EQ(Wait(3, 2), "pp");
+  EXPECT_EQ(Wait(3, 9), "pppypppyp");
+  EXPECT_EQ(Wait(0, 3), "pyp");
+}
+
+// A ticket whose turn is not the next.
+TEST_P(TicketSpinlockWait, IsForItsOwnTurn) {
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
+  FieldOf<int32_t>(lock_, kNext) = 5;
+  FieldOf<int64_t>(lock_, kServing) = 3;
+  for (const size_t letter : {2u, 4u}) {
+    plan[letter] = [this] { FieldOf<int64_t>(lock_, kServing).fetch_add(1); };
+  }
+  KivSdSpinlockAcquire(lock_, kMe);
+  EXPECT_EQ(TakeTrace(), "ppyp");
+}
+
+// ---- Lightweight spinlocks ----
+
+class LWSpinlockWait : public LockDesignTest {
+ protected:
+  LWSpinlockWait() { KivSdLWSpinlockInit(&lock_); }
+  ~LWSpinlockWait() override { Forget(); }
+  void SetUp() override { Forget(); }
+
+  std::string Wait(int32_t budget, size_t until) {
+    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
+    KivSdLWSpinlockInit(&lock_);
+    KivSdLWSpinlockAcquire(&lock_);
+    Owner() = kOther;
+    Forget();
+    plan[until] = [this] {
+      Owner() = kMe;
+      KivSdLWSpinlockRelease(&lock_);
+    };
+    KivSdLWSpinlockAcquire(&lock_);
+    EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 1);
+    return TakeTrace();
+  }
+
+  std::atomic_ref<uint32_t> Owner() { return FieldOf<uint32_t>(&lock_, UsesTickets() ? 16 : 12); }
+
+  KivSdLWSpinlock lock_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Design, LWSpinlockWait, testing::Values(kTestAndSet, kTicket),
+                         kiv::test::DesignName);
+
+TEST_P(LWSpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
+  for (int entry = 0; entry < 3; ++entry) {
+    KivSdLWSpinlockAcquire(&lock_);
+    KivSdLWSpinlockAcquire(&lock_);
+    KivSdLWSpinlockRelease(&lock_);
+    KivSdLWSpinlockRelease(&lock_);
+  }
+  EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_P(LWSpinlockWait, EndsInTheBudgetAsSoonAsTheLockIsFree) {
+  EXPECT_EQ(Wait(1, 1), "p");
+  EXPECT_EQ(Wait(3, 3), "ppp");
+}
+
+TEST_P(LWSpinlockWait, YieldsAfterEveryBudgetForEver) {
+  EXPECT_EQ(Wait(3, 5), "pppyp");
+  EXPECT_EQ(Wait(3, 9), "pppypppyp");
+}
+
+TEST_P(LWSpinlockWait, YieldsAtOnceOnABudgetOfZeroAndBelow) {
+  EXPECT_EQ(Wait(0, 1), "y");
+  EXPECT_EQ(Wait(0, 3), "yyy");
+  EXPECT_EQ(Wait(-7, 3), "yyy");
+}
+
+TEST_P(LWSpinlockWait, LooksBeforeItPausesAfterAYield) { EXPECT_EQ(Wait(3, 4), "pppy"); }
+
+// ---- The reader-writer lock: waiting on a node ----
+
+// Sleeping once, and not at all because the lock was given back meanwhile.
+constexpr char kSleep[] = "t()s()tr";
+constexpr char kNoSleep[] = "tr";
+
+struct Limits {
+  int32_t spinLoops;
+  int32_t spinYields;
+  int32_t waitLoops;
+};
+
+class NodeTest : public testing::Test {
+ protected:
+  NodeTest() {
+    Forget();
+    KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
+    EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock_, 1, 0), KIV_ST_OK);
+    node_.lock = &lock_;
+  }
+  ~NodeTest() override { Forget(); }
+
+  void Unblock() { node_.blocked.store(0); }
+
+  KivRWLock lock_;
+  KivRWLockNode node_{};
+};
+
+class NodeWait : public NodeTest, public testing::WithParamInterface<uint32_t> {
+ protected:
+  bool IsWriter() const { return GetParam() == KIV_RWLOCK_WRITE; }
+
+  // The limits as the lock and its node have them; those of the other kind of thread would show.
+  void Limit(const Limits& own) {
+    constexpr Limits kOthers = {50, 60, 200};
+    const Limits& reader = IsWriter() ? kOthers : own;
+    const Limits& writer = IsWriter() ? own : kOthers;
+    lock_.readerSpinLoops = reader.spinLoops;
+    lock_.writerSpinLoops = writer.spinLoops;
+    node_.readerSpinYields = reader.spinYields;
+    node_.writerSpinYields = writer.spinYields;
+    node_.readerWaitLoops = reader.waitLoops;
+    node_.writerWaitLoops = writer.waitLoops;
+  }
+
+  // The trace of a wait that another thread ends at letter `until`.
+  std::string Wait(size_t until, int32_t otherSleepers = 0) {
+    trace.clear();
+    node_.blocked.store(1);
+    node_.condition.waiters = otherSleepers;
+    plan.clear();
+    plan[until] = [this] { Unblock(); };
+    if (IsWriter()) {
+      kiv::WaitAsWriter(&node_);
+    } else {
+      kiv::WaitAsReader(&node_);
+    }
+    EXPECT_EQ(node_.sleeping.load(), 0u);
+    EXPECT_EQ(node_.condition.waiters, otherSleepers);
+    return TakeTrace();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, NodeWait, testing::Values(KIV_RWLOCK_READ, KIV_RWLOCK_WRITE),
+                         [](const auto& mode) {
+                           return mode.param == KIV_RWLOCK_WRITE ? "Writer" : "Reader";
+                         });
+
+TEST_P(NodeWait, IsNoneOnANodeThatIsNotBlocked) {
+  node_.blocked.store(0);
+  kiv::WaitAsReader(&node_);
+  kiv::WaitAsWriter(&node_);
+  EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_P(NodeWait, SpinsOneBudgetAndThenSleepsUnlessToldOtherwise) {
+  Limit({1, 0, 1});
+  EXPECT_EQ(Wait(1), "p");
+  EXPECT_EQ(Wait(2), "pp");
+  EXPECT_EQ(Wait(3), std::string("pp") + kNoSleep) << "looks again under the mutex";
+  EXPECT_EQ(Wait(6), std::string("pp") + kSleep);
+  EXPECT_EQ(Wait(11), std::string("pp") + kSleep + kNoSleep) << "woken for nothing";
+  EXPECT_EQ(Wait(14), std::string("pp") + kSleep + kSleep);
+}
+
+TEST_P(NodeWait, SleepsAsAWaiterOfItsCondition) {
+  Limit({0, 0, 1});
+  std::string seen;
+  onLetter = [&](char letter) {
+    seen += letter;
+    seen += std::to_string(node_.sleeping.load()) + std::to_string(node_.condition.waiters);
+  };
+  // Each letter with the flag and the count as they were at that step.
+  plan.clear();
+  EXPECT_EQ(Wait(4), kSleep);
+  EXPECT_EQ(seen, "t00(10)11s11(11)10t10r00");
+}
+
+TEST_P(NodeWait, SpinsAsManyBudgetsARoundAsTheLoopsSay) {
+  Limit({3, 0, 1});
+  EXPECT_EQ(Wait(5), "ppppp");
+  EXPECT_EQ(Wait(10), std::string("pppppp") + kSleep);
+  Limit({3, 0, 2});
+  EXPECT_EQ(Wait(16), std::string("pppppppppppp") + kSleep);
+}
+
+TEST_P(NodeWait, CountsRoundsAndYieldsTogether) {
+  Limit({1, 2, 5});
+  EXPECT_EQ(Wait(11), std::string("ppyyppy") + kSleep) << "two rounds and three yields";
+  Limit({1, 9, 4});
+  EXPECT_EQ(Wait(9), std::string("ppyyy") + kSleep);
+  Limit({1, 1, 1});
+  EXPECT_EQ(Wait(6), std::string("pp") + kSleep) << "the round was the limit";
+}
+
+TEST_P(NodeWait, EndsAmongTheYields) {
+  Limit({1, 5, 100});
+  EXPECT_EQ(Wait(3), "ppy");
+  EXPECT_EQ(Wait(5), "ppyyy");
+  EXPECT_EQ(Wait(7), "ppyyyyy");
+  EXPECT_EQ(Wait(8), "ppyyyyyp");
+}
+
+TEST_P(NodeWait, OnlyYieldsWithoutLoopsOrWithoutABudget) {
+  Limit({0, 2, 5});
+  EXPECT_EQ(Wait(7), std::string("yyy") + kSleep);
+  Limit({-1, 2, 5});
+  EXPECT_EQ(Wait(7), std::string("yyy") + kSleep);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 0;
+  Limit({4, 2, 5});
+  EXPECT_EQ(Wait(7), std::string("yyy") + kSleep);
+}
+
+TEST_P(NodeWait, NeverSleepsOnALimitOfZeroAndBelow) {
+  std::string turns;
+  for (int turn = 0; turn < 100; ++turn) turns += "ppyy";
+  for (const int32_t waitLoops : {0, -1, INT32_MIN}) {
+    Limit({1, 2, waitLoops});
+    EXPECT_EQ(Wait(401), turns + "p");
+  }
+}
+
+TEST_P(NodeWait, OnlyPausesOnALockThatDoesNotAllowBlocking) {
+  lock_.blockingAllowed = 0;
+  Limit({0, 7, 1});
+  EXPECT_EQ(Wait(1), "p");
+  EXPECT_EQ(Wait(300), std::string(300, 'p'));
+}
+
+TEST_P(NodeWait, TakesTheLoopsFromTheLockAndTheRestFromTheNode) {
+  Limit({2, 1, 2});
+  node_.readerSpinLoops = node_.writerSpinLoops = 40;
+  lock_.readerSpinYields = lock_.writerSpinYields = 41;
+  lock_.readerWaitLoops = lock_.writerWaitLoops = 42;
+  EXPECT_EQ(Wait(9), std::string("ppppy") + kSleep);
+}
+
+// Never so in the lock itself, where a node has one sleeper.
+TEST_P(NodeWait, TellsTheWakerOfManyWhenTheLastHasWoken) {
+  Limit({0, 0, 1});
+  node_.condition.broadcasting = 1;
+  EXPECT_EQ(Wait(4), "t()s()br");
+  EXPECT_EQ(Wait(4, 1), kSleep) << "one more sleeps";
+}
+
+// ---- Waking ----
+
+class NodeWake : public NodeTest {
+ protected:
+  void Set(uint32_t sleeping, int32_t waiters) {
+    Forget();
+    node_.blocked.store(1);
+    node_.sleeping.store(sleeping);
+    node_.condition.waiters = waiters;
+  }
+
+  std::string Wake(const KivRWLockNode* own = nullptr) {
+    kiv::Wake(&node_, own);
+    EXPECT_EQ(node_.blocked.load(), 0u);
+    return TakeTrace();
+  }
+};
+
+TEST_F(NodeWake, DoesNothingToANodeThatIsNotBlocked) {
+  Set(1, 1);
+  node_.blocked.store(0);
+  EXPECT_EQ(Wake(), "");
+  EXPECT_EQ(Wake(&node_), "");
+}
+
+TEST_F(NodeWake, LetsTheCallersOwnNodeInWithoutTheKernel) {
+  Set(0, 0);
+  EXPECT_EQ(Wake(&node_), "");
+}
+
+TEST_F(NodeWake, LetsAThreadThatIsAwakeInUnderItsMutex) {
+  KivRWLockNode own{};
+  for (const KivRWLockNode* caller : {static_cast<KivRWLockNode*>(nullptr), &own}) {
+    Set(0, 0);
+    plan[1] = [this] { EXPECT_EQ(node_.blocked.load(), 1u); };
+    plan[2] = [this] { EXPECT_EQ(node_.blocked.load(), 0u); };
+    EXPECT_EQ(Wake(caller), "tr");
+  }
+}
+
+TEST_F(NodeWake, RaisesTheSemaphoreForASleeperThatIsCounted) {
+  Set(1, 1);
+  EXPECT_EQ(Wake(), "t()ur");
+  Set(1, 0);
+  EXPECT_EQ(Wake(), "t()r") << "not asleep yet";
+  Set(0, 1);
+  EXPECT_EQ(Wake(), "tr");
+}
+
+TEST_F(NodeWake, LooksAgainUnderTheMutex) {
+  Set(1, 1);
+  plan[1] = [this] { Unblock(); };
+  EXPECT_EQ(Wake(), "tr") << "another has let it in";
+}
+
+// ---- The reader-writer lock as a whole ----
+
+class RWLockSteps : public testing::Test {
+ protected:
+  RWLockSteps() {
+    EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock_, 0, 0), KIV_ST_OK);
+    Forget();
+  }
+  ~RWLockSteps() override {
+    Forget();
+    EXPECT_EQ(lock_.countAndFlags, 0u);
+    EXPECT_EQ(lock_.readerTail, nullptr);
+    EXPECT_EQ(lock_.writerTail, nullptr);
+    for (KivRWLockTable* table : {&a_, &b_, &c_}) KivRWLockFreeQNodes(table);
+  }
+
+  void Read(KivRWLockTable* table) { EXPECT_EQ(KivSdStartRead(nullptr, table, &lock_), KIV_ST_OK); }
+  void Write(KivRWLockTable* table) {
+    EXPECT_EQ(KivSdStartWrite(nullptr, table, &lock_), KIV_ST_OK);
+  }
+  void End(KivRWLockTable* table) { EXPECT_EQ(KivSdEndRW(nullptr, table, &lock_), KIV_ST_OK); }
+
+  KivRWLock lock_;
+  // Three threads.
+  KivRWLockTable a_{};
+  KivRWLockTable b_{};
+  KivRWLockTable c_{};
+};
+
+TEST_F(RWLockSteps, NobodyWaitsAndNothingIsAskedOfTheKernelWithoutAnother) {
+  for (int round = 0; round < 3; ++round) {
+    Read(&a_);
+    Read(&a_);
+    End(&a_);
+    End(&a_);
+    Write(&a_);
+    Write(&a_);
+    Read(&a_);
+    End(&a_);
+    End(&a_);
+    End(&a_);
+  }
+  Read(&a_);
+  Read(&b_);
+  End(&a_);
+  End(&b_);
+  EXPECT_EQ(TakeTrace(), "");
+}
+
+TEST_F(RWLockSteps, ANodeIsMadeOnceAndEndsWhenNobodyWakesItAnyMore) {
+  notesMaking = true;
+  Read(&a_);
+  EXPECT_EQ(TakeTrace(), "MSCE");
+  End(&a_);
+  Write(&a_);
+  End(&a_);
+  EXPECT_EQ(TakeTrace(), "");
+  EXPECT_EQ(KivRWLockFreeQNodes(&a_), KIV_ST_OK);
+  EXPECT_EQ(TakeTrace(), "trmceq") << "behind whoever let its thread in last";
+}
+
+TEST_F(RWLockSteps, TheLastReaderWakesTheWriter) {
+  Read(&a_);
+  Read(&c_);
+  plan[1] = [this] {
+    End(&a_);
+    EXPECT_EQ(trace, "p") << "one still reads";
+  };
+  plan[2] = [this] { End(&c_); };
+  Write(&b_);
+  EXPECT_EQ(TakeTrace(), "pptr");
+  End(&b_);
+}
+
+TEST_F(RWLockSteps, ABatchEntersFromTheNewestToTheOldestAndEachCountsItselfFirst) {
+  Write(&a_);
+  plan[1] = [this] {
+    const KivRWLockNode* oldest = lock_.readerTail;
+    plan[2] = [this] {
+      EXPECT_EQ(lock_.countAndFlags, 4u | 2u | 1u);
+      End(&a_);
+    };
+    plan[3] = [this, oldest] {
+      EXPECT_EQ(lock_.countAndFlags, 8u) << "the gate has counted the first";
+      EXPECT_EQ(lock_.readerTail, nullptr);
+      EXPECT_EQ(oldest->blocked.load(), 1u);
+    };
+    plan[5] = [this] { EXPECT_EQ(lock_.countAndFlags, 16u) << "and the next one itself"; };
+    Read(&c_);
+    EXPECT_EQ(oldest->blocked.load(), 0u);
+  };
+  Read(&b_);
+  EXPECT_EQ(TakeTrace(), "pptrtr");
+  EXPECT_EQ(lock_.countAndFlags, 16u);
+  End(&b_);
+  End(&c_);
+}
+
+TEST_F(RWLockSteps, AWriterPassesTheLockOnWithTheFlagsAsTheyAre) {
+  Write(&a_);
+  plan[1] = [this] {
+    End(&a_);
+    EXPECT_EQ(lock_.countAndFlags, 3u);
+  };
+  Write(&b_);
+  EXPECT_EQ(TakeTrace(), "ptr");
+  End(&b_);
+}
+
+// The next writer has taken the tail and not linked itself yet.
+TEST_F(RWLockSteps, AWriterThatLeavesAwaitsTheLinkOfTheNextAndOpensTheGateForIt) {
+  Write(&a_);
+  KivRWLockNode* node = lock_.writerTail;
+  KivRWLockNode next{};
+  next.lock = &lock_;
+  next.blocked.store(1);
+  lock_.writerTail = &next;
+  plan[2] = [&] {
+    EXPECT_EQ(lock_.countAndFlags, 0u) << "cleared meanwhile";
+    node->queueLink.store(&next);
+  };
+  plan[3] = [this] { EXPECT_EQ(lock_.countAndFlags, 3u); };
+  End(&a_);
+  EXPECT_EQ(TakeTrace(), "pptr");
+  EXPECT_EQ(next.blocked.load(), 0u);
+  EXPECT_EQ(lock_.writerHead, &next);
+  EXPECT_EQ(lock_.writerTail, &next);
+  lock_.countAndFlags = 0;
+  lock_.writerTail = nullptr;
+}
+
+// A batch that is forming goes before a writer whose gate finds it.
+TEST_F(RWLockSteps, AWriterLeavesItsTurnToABatchThatForms) {
+  lock_.countAndFlags = 4;
+  plan[1] = [this] {
+    EXPECT_EQ(lock_.countAndFlags, 4u | 1u) << "interested, and not active";
+    lock_.countAndFlags = 0;
+    lock_.writerHead->blocked.store(0);
+  };
+  Write(&a_);
+  EXPECT_EQ(TakeTrace(), "p");
+  lock_.countAndFlags = 3;
+  End(&a_);
+}
+
+// Whatever mark of a writer a first reader finds, it awaits the writer's gate.
+TEST_F(RWLockSteps, AReaderWaitsForAWriterThatIsInterestedAndForOneThatIsActive) {
+  for (const uint64_t writer : {1u, 2u, 3u}) {
+    lock_.countAndFlags = writer;
+    plan[1] = [this, writer] {
+      EXPECT_EQ(lock_.countAndFlags, 4u | writer);
+      // As a gate does.
+      lock_.countAndFlags = 8;
+      std::exchange(lock_.readerTail, nullptr)->blocked.store(0);
+    };
+    Read(&a_);
+    EXPECT_EQ(TakeTrace(), "p");
+    End(&a_);
+  }
+}
+
+// Does something once, as soon as the lock's word has a value.
+void Once(const KivRWLock& lock, uint64_t word, std::function<void()> action) {
+  onAccess = [&lock, word, action = std::move(action), done = false]() mutable {
+    if (done || lock.countAndFlags != word) return;
+    done = true;
+    action();
+  };
+}
+
+// The gate looks at the flags as its addition found them.
+TEST_F(RWLockSteps, ABatchMakesAWriterActiveThatWasInterestedBefore) {
+  bool came = false;
+  Once(lock_, 4, [&] {
+    lock_.countAndFlags = 4 | 1;
+    came = true;
+  });
+  Read(&a_);
+  EXPECT_TRUE(came);
+  EXPECT_EQ(lock_.countAndFlags, 8u | 2u | 1u);
+  lock_.countAndFlags = 8;
+  End(&a_);
+}
+
+TEST_F(RWLockSteps, ABatchLeavesAWriterAloneThatComesBehindItsGate) {
+  bool came = false;
+  Once(lock_, 8, [&] {
+    lock_.countAndFlags = 8 | 1;
+    came = true;
+  });
+  Read(&a_);
+  EXPECT_TRUE(came);
+  EXPECT_EQ(lock_.countAndFlags, 8u | 1u) << "it makes itself active";
+  lock_.countAndFlags = 8;
+  End(&a_);
+}
+
+// A batch has formed: it enters, and the next writer awaits its last reader.
+TEST_F(RWLockSteps, AWriterThatLeavesLetsTheBatchInBeforeAWriterThatIsNotLinkedYet) {
+  Write(&a_);
+  lock_.countAndFlags |= 4;
+  KivRWLockNode* node = lock_.writerTail;
+  KivRWLockNode next{};
+  next.lock = &lock_;
+  next.blocked.store(1);
+  KivRWLockNode reader{};
+  reader.lock = &lock_;
+  reader.blocked.store(1);
+  lock_.readerTail = &reader;
+  lock_.writerTail = &next;
+  plan[3] = [&] { node->queueLink.store(&next); };
+  End(&a_);
+  EXPECT_EQ(TakeTrace(), "trp") << "the reader enters, and the writer does not";
+  EXPECT_EQ(reader.blocked.load(), 0u);
+  EXPECT_EQ(next.blocked.load(), 1u);
+  EXPECT_EQ(lock_.countAndFlags, 8u | 2u | 1u);
+  lock_.countAndFlags = 0;
+  lock_.writerTail = nullptr;
+}
+
+}  // namespace
+
+// Nothing is measured here.
+uint32_t KivGetSpinUpperLimit(int32_t* /*limit*/) { return KIV_ST_OK; }

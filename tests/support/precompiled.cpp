@@ -1,0 +1,1 @@
+// Has nothing but the tests' precompiled header.
