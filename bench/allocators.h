@@ -1,5 +1,5 @@
-// The allocators that the memory manager is measured against. Each is an object of one thread:
-// Allocate, Free, mostly Resize, and DropAll where it can drop everything at once.
+// The allocators that the memory manager is compared with. An object belongs to one thread. It has
+// Allocate and usually Free and Resize, and DropAll if it can free all its blocks at once.
 #ifndef KIV_BENCH_ALLOCATORS_H
 #define KIV_BENCH_ALLOCATORS_H
 
@@ -41,7 +41,7 @@ struct Mimalloc {
   void Free(void* block) { mi_free(block); }
 };
 
-// A heap of its own for each request, which is what mimalloc has against short heaps.
+// A heap for each request: mimalloc's counterpart of short heaps.
 class MimallocHeap {
  public:
   static constexpr char kName[] = "mimalloc heap";
@@ -66,8 +66,8 @@ struct Tbbmalloc {
   void Free(void* block) { scalable_free(block); }
 };
 
-// What a lock costs and nothing else: lists of free blocks by powers of two, where each operation
-// takes and gives back a lock by exchanges, so that a pair has four.
+// The cost of a lock and little else: lists of free blocks by powers of two. Each operation takes
+// and releases a lock by atomic exchanges: a pair of Allocate and Free has four.
 class LockedList {
  public:
   static constexpr char kName[] = "list behind four exchanges";

@@ -1,5 +1,5 @@
-// A call and what the library makes of it, in alternating blocks of a few calls each: differences
-// of ten nanoseconds between calls of a microsecond show only between neighbours in time.
+// Compares a raw call with the library's operation, in alternating blocks of a few calls each. Only
+// measurements close in time show a difference of ten nanoseconds between calls of a microsecond.
 #ifndef KIV_BENCH_ALTERNATION_H
 #define KIV_BENCH_ALTERNATION_H
 
@@ -13,7 +13,7 @@ namespace kiv::bench {
 
 constexpr int kCallsOfBlock = 16;
 
-// Calls `call` with the numbers of a block. Nanoseconds for each.
+// Calls `call` once for each number in a block. Returns nanoseconds per call.
 template <typename Call>
 double TimeOfBlock(Call& call) {
   const auto start = std::chrono::steady_clock::now();
@@ -25,15 +25,16 @@ double TimeOfBlock(Call& call) {
   return time.count() / kCallsOfBlock;
 }
 
-// What other work on the machine does to a block makes it slower, never faster.
+// The lower quartile resists disturbance: other work on the machine makes a block slower, never
+// faster.
 inline double LowerQuartile(std::vector<double>* times) {
   const auto quartile = times->begin() + static_cast<std::ptrdiff_t>(times->size() / 4);
   std::nth_element(times->begin(), quartile, times->end());
   return *quartile;
 }
 
-// Counts "raw" and "library" in nanoseconds a call, and what is "added". `prepare` runs before each
-// block, untimed. An iteration is two blocks.
+// Sets the counters "raw" and "library", in nanoseconds per call, and their difference "added". An
+// iteration is two blocks. `prepare` runs before each block and is not timed.
 template <typename Prepare, typename Raw, typename Library>
 void Alternate(benchmark::State& state, Prepare prepare, Raw raw, Library library) {
   std::vector<double> rawTimes;

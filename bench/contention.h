@@ -1,4 +1,4 @@
-// Threads that want the same thing at the same time, for a while.
+// Runs threads that compete with each other for a fixed time.
 #ifndef KIV_BENCH_CONTENTION_H
 #define KIV_BENCH_CONTENTION_H
 
@@ -15,18 +15,18 @@ namespace kiv::bench {
 
 constexpr std::chrono::milliseconds kWindow{60};
 
-// Tells threads when to begin and when to end; a line that nobody writes in between.
+// Starts and ends the threads' work. No thread writes the line of `closed_` in between.
 class alignas(64) Window {
  public:
   bool IsOpen() const { return !closed_.load(std::memory_order_relaxed); }
 
-  // For the threads, when they are prepared: waits until all of them are.
+  // Called by each thread once it is ready: waits until all threads are ready.
   void Await() {
     ++arrived_;
     while (!open_.load()) std::this_thread::yield();
   }
 
-  // Lets the threads run for the window's time. The seconds that it took.
+  // Lets the threads run for kWindow. Returns the seconds that passed.
   double Run(int threads) {
     while (arrived_.load() != threads) std::this_thread::yield();
     const auto start = std::chrono::steady_clock::now();
@@ -45,11 +45,11 @@ class alignas(64) Window {
 
 struct Outcome {
   double seconds;
-  std::vector<uint64_t> operations;  // of each thread
+  std::vector<uint64_t> operations;  // by thread
 };
 
-// Each thread calls body(number, &window), which prepares, awaits the window, works while it is
-// open, and returns how many operations it did.
+// Each thread calls body(number, &window). The body prepares its work, awaits the window, works
+// while the window is open, and returns its count of operations.
 template <typename Body>
 Outcome RunTogether(int threads, Body body) {
   Window window;
@@ -64,8 +64,8 @@ Outcome RunTogether(int threads, Body body) {
   return outcome;
 }
 
-// The time of an operation of all threads together, as the iteration's; and how much of its fair
-// share the thread got that got least: 1 is fair, 0 is starved.
+// Reports the time per operation of all threads together as the iteration's time. `least_share` is
+// the fewest operations of any thread, divided by the mean: 1 is fair, 0 is starved.
 inline void Report(benchmark::State& state, const Outcome& outcome) {
   uint64_t total = 0;
   for (const uint64_t operations : outcome.operations) total += operations;

@@ -1,8 +1,8 @@
-// What direct I/O adds to the calls underneath, and what transfers that go on by themselves gain.
-// What a lease adds to a write is here as well.
+// The cost that direct I/O adds to the system's calls, the gain of transfers that are not waited
+// for, and the cost of a write lease.
 //
-// The files lie in the folder for temporary files: what the device and its cache take is in all
-// numbers alike.
+// The files lie in the folder for temporary files. The time of the device and its cache is part of
+// every figure.
 #include <benchmark/benchmark.h>
 #include <windows.h>
 
@@ -18,10 +18,10 @@ using kiv::bench::Alternate;
 
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
 constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
-constexpr uint32_t kOutstandingBlocks = 8;  // of each transfer that is not waited for
+constexpr uint32_t kOutstandingBlocks = 8;  // per transfer that is not waited for
 constexpr uint32_t kMostOutstanding = 8;
 
-// A file of its size that is gone when it is closed, and a buffer for all of it.
+// A file of kFileBytes that is deleted when it is closed, and a buffer for its whole contents.
 class File {
  public:
   explicit File(DWORD flags) {
@@ -55,7 +55,7 @@ class File {
       VirtualAlloc(nullptr, kFileBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
 };
 
-// Transfers range(0) blocks at a time by both ways, through the file from its start.
+// Compares transfers of range(0) blocks each, one after the other from the start of the file.
 template <typename Raw, typename Library>
 void Compare(benchmark::State& state, const File& file, Raw raw, Library library) {
   const auto blocks = static_cast<uint32_t>(state.range(0));
@@ -111,9 +111,9 @@ void Write(benchmark::State& state) {
 }
 BENCHMARK(Write)->Apply(Sizes);
 
-// ---- Transfers that are not waited for: range(0) under way at a time ----
+// ---- Transfers that are not waited for: range(0) in progress at a time ----
 
-// Calls start(slot, block) and collect(slot) for every transfer of the file.
+// Calls start(slot, block) and later collect(slot) for every transfer of the file.
 template <typename Start, typename Collect>
 void KeepUnderWay(benchmark::State& state, Start start, Collect collect) {
   const auto most = static_cast<uint32_t>(state.range(0));
@@ -149,7 +149,7 @@ void ReadNoWaitRaw(benchmark::State& state) {
 }
 BENCHMARK(ReadNoWaitRaw)->Arg(1)->Arg(8);
 
-// The transfer that the two benchmarks below start and collect.
+// A function that starts a transfer and does not wait. ReadNoWait and WriteNoWait each pass one.
 using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWaitCb*, uint32_t*);
 
 void NoWait(benchmark::State& state, Starts startTransfer) {
@@ -183,7 +183,7 @@ void WriteNoWait(benchmark::State& state) {
 }
 BENCHMARK(WriteNoWait)->Arg(1)->Arg(8);
 
-// ---- A lease, taken and given back while nothing is paused ----
+// ---- A lease, taken and released while nothing is paused ----
 
 void Lease(benchmark::State& state) {
   KivSdWritePause pause = {};

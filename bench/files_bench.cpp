@@ -1,4 +1,4 @@
-// What file operations add to the calls underneath, on the same file and with the same sizes.
+// The cost that file operations add to the raw calls, on one file and with equal sizes.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <io.h>
@@ -16,8 +16,8 @@ namespace {
 
 constexpr int64_t kFileBytes = 1 << 20;
 
-// A file of a mebibyte that lies in the system's cache, gone with the object. At its end it is
-// rewound, by the runtime's own call, so that all contenders do it alike.
+// A file of 1 MiB in the system's cache, deleted with the object. All contenders rewind it by the
+// runtime's call.
 class BenchFile {
  public:
   BenchFile() : name_(_tempnam(nullptr, "kb")) {
@@ -39,7 +39,7 @@ class BenchFile {
 
   void Rewind() { _lseeki64(file_, 0, SEEK_SET); }
 
-  // Both ways begin at the file's start.
+  // Each block of calls begins at the start of the file.
   template <typename Raw, typename Library>
   void Compare(benchmark::State& state, Raw raw, Library library) {
     kiv::bench::Alternate(
@@ -56,7 +56,7 @@ void Sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->Arg(1)->Arg(512)->Arg(4096)->Arg(65536);
 }
 
-// One for all contenders, so that none has the luckier place in memory.
+// Shared by all contenders: none has a more favourable address.
 alignas(4096) char bytes[65536];
 
 uint32_t Length(const benchmark::State& state) { return static_cast<uint32_t>(state.range(0)); }
@@ -67,7 +67,7 @@ OVERLAPPED At(uint32_t offset) {
   return position;
 }
 
-// An offset within the file, for transfers of every size.
+// The offset of PRead and PWrite. A transfer of any size fits in the file.
 constexpr uint32_t kOffset = 4096;
 
 void Read(benchmark::State& state) {

@@ -1,12 +1,13 @@
-// The locks that are measured against each other, in one form:
+// The locks that are compared, with one interface:
 //
-//   Lock lock;                     made free
-//   Lock::Session session(&lock);  one thread's part in it
-//   session.Enter(); Leave();      alone
-//   session.EnterRead(); ...       together with other readers, where the lock knows them
+//   Lock lock;                     a free lock
+//   Lock::Session session(&lock);  one thread's use of the lock
+//   session.Enter(); Leave();      exclusive
+//   session.EnterRead(); ...       shared with other readers, if the lock supports readers
 //
-// The design of the library's spinlocks is the process's, and may change only while there is no
-// lock: a contender sets its own as it is made, and there is one contender at a time.
+// The design of the library's spinlocks is a setting of the process, which may change only while no
+// lock exists. A contender therefore sets its design when it is made, and only one exists at a
+// time.
 #ifndef KIV_BENCH_LOCK_CONTENDERS_H
 #define KIV_BENCH_LOCK_CONTENDERS_H
 
@@ -43,7 +44,7 @@ struct Spinlock {
   };
 };
 
-// The pair that does not count.
+// The non-reentrant operations, which keep no count.
 template <uint8_t kDesign>
 struct SpinlockOnce : Spinlock<kDesign> {
   struct Session : Spinlock<kDesign>::Session {
@@ -54,7 +55,7 @@ struct SpinlockOnce : Spinlock<kDesign> {
   };
 };
 
-// On a line of its own, as a careful host would have it.
+// On its own cache line, as a careful host places it.
 template <uint8_t kDesign>
 struct alignas(64) LightSpinlock {
   LightSpinlock() {
@@ -100,8 +101,8 @@ struct alignas(64) RwLock {
   };
 };
 
-// Waits as the spinlocks do, by limits that a host may set in the environment: spins and yields in
-// turns, and never sleeps.
+// A reader-writer lock with limits that a host can set in the environment: like a spinlock, it
+// spins and yields by turns and never sleeps.
 struct SleeplessRwLock : RwLock {
   SleeplessRwLock() {
     lock.readerSpinYields = 1;
@@ -154,8 +155,8 @@ struct alignas(64) StdMutex {
   };
 };
 
-// One thread's part in a lock that several use. The first taking of all is done: it may make
-// what later ones find.
+// One thread's use of a contended lock. Enters and leaves once beforehand: the first entry may
+// allocate what later ones use.
 template <typename Lock>
 struct ReadySession : Lock::Session {
   explicit ReadySession(Lock* contender) : Lock::Session(contender) {
@@ -164,7 +165,7 @@ struct ReadySession : Lock::Session {
   }
 };
 
-// Runs `body` in the lock: with other readers if the lock knows them, else alone.
+// Runs `body` under the lock: shared if the lock supports readers, else exclusive.
 template <typename Session, typename Body>
 void Read(Session* session, Body body) {
   if constexpr (requires { session->EnterRead(); }) {

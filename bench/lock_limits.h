@@ -1,6 +1,5 @@
-// What no lock of these algorithms can be quicker than: the locked instructions that a taking
-// and a giving back execute, on words that lie as they lie in the lock. No calls, no counting,
-// no owner.
+// Lower bounds of the lock algorithms: only the locked instructions of one entry and one exit, on
+// words placed as in the lock. No calls, no counting, no owner.
 #ifndef KIV_BENCH_LOCK_LIMITS_H
 #define KIV_BENCH_LOCK_LIMITS_H
 
@@ -9,7 +8,7 @@
 
 namespace kiv::bench {
 
-// Test-and-set: the word is exchanged twice.
+// Test-and-set: exchanges the word twice.
 struct alignas(64) WordLimit {
   std::atomic<uint32_t> word{0};
 
@@ -19,8 +18,8 @@ struct alignas(64) WordLimit {
   }
 };
 
-// Ticket: one is drawn; a full fence, which is a locked instruction, comes before the next is
-// served.
+// Ticket: draws a ticket, then executes a full fence, which is a locked instruction, before serving
+// the next.
 struct alignas(64) TicketLimit {
   alignas(64) std::atomic<uint32_t> owner{0};
   alignas(64) std::atomic<int32_t> next{0};
@@ -31,15 +30,14 @@ struct alignas(64) TicketLimit {
   }
 };
 
-// The words of the reader-writer lock that change.
+// The words that a use of the reader-writer lock changes.
 struct alignas(64) RwWords {
   std::atomic<uint64_t> readerTail{0};
   std::atomic<uint64_t> writerHead{0};
   std::atomic<uint64_t> writerTail{0};
   std::atomic<uint64_t> countAndFlags{0};
 
-  // The loop of a compare-and-swap; the compiler makes one of an operation whose old value
-  // is used.
+  // A compare-and-swap loop. Compilers make one of an atomic operation whose old value is used.
   template <typename Change>
   void Swap(Change change) {
     uint64_t before = countAndFlags.load();
@@ -48,8 +46,8 @@ struct alignas(64) RwWords {
   }
 };
 
-// Reading: the tail swung, the interest marked, the reader counted, the batch taken off; and the
-// reader counted out.
+// Reading: swings the tail, marks interest, counts the reader, detaches the batch; at the end
+// counts the reader out.
 struct ReadLimit : RwWords {
   void EnterAndLeave() {
     readerTail.exchange(1);
@@ -60,8 +58,8 @@ struct ReadLimit : RwWords {
   }
 };
 
-// Writing: the tail and the head swung, interest and activity marked; both cleared, and the tail
-// taken back.
+// Writing: swings the tail and the head, marks interest and activity; at the end clears both marks
+// and resets the tail.
 struct WriteLimit : RwWords {
   void EnterAndLeave() {
     writerTail.exchange(1);

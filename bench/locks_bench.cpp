@@ -1,5 +1,5 @@
-// Locks that nobody else wants: taking and giving back, against the platform's locks and
-// against the locked instructions alone.
+// Uncontended locks: one entry and exit, compared with the platform's locks and with the locked
+// instructions alone.
 #include <benchmark/benchmark.h>
 
 #include "lock_contenders.h"
@@ -22,7 +22,7 @@ BENCHMARK_TEMPLATE(LockedInstructions, TicketLimit);
 BENCHMARK_TEMPLATE(LockedInstructions, ReadLimit);
 BENCHMARK_TEMPLATE(LockedInstructions, WriteLimit);
 
-// The same two instructions, each behind a call into the library.
+// Two locked instructions, each in a function of the library.
 void LockedInstructionsBehindCalls(benchmark::State& state) {
   alignas(64) int32_t word = 0;
   for (auto _ : state) {

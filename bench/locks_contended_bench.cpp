@@ -1,6 +1,5 @@
-// Locks that several threads want: the time of an operation, all threads together, in a window of
-// fixed length. Each thread takes the lock, works on what it guards, gives it back, and does
-// some work of its own.
+// Contended locks: the time per operation of all threads together, within a fixed time. Each thread
+// enters, works on the guarded data, leaves, and does some work of its own.
 #include <string>
 
 #include "contention.h"
@@ -10,14 +9,14 @@ namespace {
 
 using namespace kiv::bench;
 
-// Waits depend on the budget of spinning, so the output's head tells it.
+// Prints the spin budget in the output's header, because waiting times depend on it.
 [[maybe_unused]] const bool kBudgetIsTold = [] {
   KivSyncEnvInit();
   benchmark::AddCustomContext("spin_budget", std::to_string(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT));
   return true;
 }();
 
-// What a lock guards: a line of counters. Readers sum, writers add.
+// The guarded data: a cache line of counters. Readers sum them, writers increment them.
 struct alignas(64) Guarded {
   uint64_t words[8] = {};
 
@@ -31,13 +30,13 @@ struct alignas(64) Guarded {
   }
 };
 
-// Work that needs no lock, and none of another thread's lines.
+// Work that needs no lock and touches no shared cache line.
 void WorkAlone(int64_t rounds) {
   uint64_t value = 1;
   for (int64_t i = 0; i < rounds; ++i) benchmark::DoNotOptimize(value = value * 3 + 1);
 }
 
-// Arguments: threads, rounds of own work.
+// Arguments: threads, rounds of work outside the lock.
 template <typename Lock>
 void Contended(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
@@ -58,7 +57,7 @@ void Contended(benchmark::State& state) {
   }
 }
 
-// Arguments: threads, operations of which one writes.
+// Arguments: threads, period; one operation in each period writes, the others read.
 template <typename Lock>
 void ReadMostly(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
@@ -83,8 +82,8 @@ void ReadMostly(benchmark::State& state) {
   }
 }
 
-// The limit of a lock that changes hands each time, as one that is first come, first served does
-// when threads want it all the time: two threads pass a word to and fro, and what it guards too.
+// The lower bound of a lock whose owner changes with every operation, as in a contended first-come
+// lock: two threads pass a word to and fro, alone or with the guarded data.
 enum What { kTurn, kTurnAndGuarded };
 template <What kWhat>
 void HandOver(benchmark::State& state) {
@@ -109,7 +108,7 @@ void HandOver(benchmark::State& state) {
 BENCHMARK_TEMPLATE(HandOver, kTurn)->UseManualTime()->Iterations(1);
 BENCHMARK_TEMPLATE(HandOver, kTurnAndGuarded)->UseManualTime()->Iterations(1);
 
-// The limit of a lock whose waiters sleep: two threads that wake each other.
+// The lower bound of a lock whose waiters sleep: two threads wake each other.
 void HandOverInKernel(benchmark::State& state) {
   for (auto _ : state) {
     HANDLE semaphores[] = {CreateSemaphoreA(nullptr, 1, 2, nullptr),
@@ -121,7 +120,7 @@ void HandOverInKernel(benchmark::State& state) {
         WaitForSingleObject(semaphores[number], INFINITE);
         ReleaseSemaphore(semaphores[1 - number], 1, nullptr);
       }
-      ReleaseSemaphore(semaphores[1 - number], 1, nullptr);  // the other may be waiting still
+      ReleaseSemaphore(semaphores[1 - number], 1, nullptr);  // the other may still wait
       return operations;
     };
     Report(state, RunTogether(2, body));
@@ -130,7 +129,7 @@ void HandOverInKernel(benchmark::State& state) {
 }
 BENCHMARK(HandOverInKernel)->UseManualTime()->Iterations(1);
 
-// The limit of what threads can do to one line: a locked instruction each.
+// The lower bound of sharing one cache line: each operation is one locked instruction.
 void SharedAddition(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
   for (auto _ : state) {

@@ -1,7 +1,7 @@
-// How long threads wait for a lock that two of them want all the time, and how much longer the
-// longest wait is than the mean: the time is the mean wait, `longest_to_mean` the ratio in one of
-// many short rounds, the middle one of all rounds of both threads. Rounds are short so that the
-// system takes the processor away, which lengthens every lock's waits, in few of them.
+// Waiting times for a lock that two threads contend for all the time. The time is the mean wait of
+// a short round; `longest_to_mean` is the round's longest wait divided by its mean. Both are
+// medians over all rounds of both threads. Preemption lengthens the
+// waits of every lock; rounds are short, which limits its effect to few of them.
 #include <x86intrin.h>
 
 #include "contention.h"
@@ -14,7 +14,7 @@ using namespace kiv::bench;
 constexpr int kThreads = 2;
 constexpr int kRoundTakings = 500;
 
-// The processor's counter, which costs a wait little, and the clock that gives its rate.
+// The processor's time-stamp counter, which is cheap to read, and the clock that yields its rate.
 struct Clocks {
   uint64_t ticks;
   std::chrono::steady_clock::time_point time;

@@ -1,4 +1,5 @@
-// The ways of the memory manager as allocators of one thread, and what starts each.
+// The memory manager's modes, each as an allocator of one thread, and the function that starts
+// heaps.
 #ifndef KIV_BENCH_MANAGER_ALLOCATORS_H
 #define KIV_BENCH_MANAGER_ALLOCATORS_H
 
@@ -30,8 +31,8 @@ struct Plain {
   void Free(void* block) { adFree(block, kManagerSource, __LINE__); }
 };
 
-// Plain mode after KivSdSetMemoryManager(1). The calling thread has its cache as long as it has one
-// of these.
+// Plain mode after KivSdSetMemoryManager(1). The calling thread has a cache for the lifetime of the
+// object.
 struct ThreadCache : Plain {
   static constexpr char kName[] = "thread cache";
 
@@ -39,7 +40,7 @@ struct ThreadCache : Plain {
   ~ThreadCache() { adDestroyThreadAlloc(); }
 };
 
-// After StartHeaps. Its address stands for the context that a host's thread passes.
+// Needs StartHeaps. Its address takes the place of the context that a host's thread passes.
 class ThreadHeap {
  public:
   static constexpr char kName[] = "thread heap";
@@ -60,7 +61,7 @@ class ThreadHeap {
   [[maybe_unused]] uint64_t context_ = 0;
 };
 
-// After StartHeaps.
+// Needs StartHeaps.
 class ShortHeap {
  public:
   static constexpr char kName[] = "short heap";
@@ -90,8 +91,8 @@ class ShortHeap {
   AdShortHeapOwner owner_ = {};
 };
 
-// Thread heaps with room for the largest window; all else as it comes. False when they cannot be
-// started.
+// Starts thread heaps with room for the largest window and defaults otherwise. Returns false if
+// they cannot be started.
 inline bool StartHeaps() {
   namespace fs = std::filesystem;
   const fs::path folder = fs::temp_directory_path() / "kivsdu-bench";

@@ -1,4 +1,4 @@
-// Thread caches of the memory manager's plain mode, in turn with other allocators.
+// Thread caches of the memory manager's plain mode, compared with other allocators.
 #include "manager_allocators.h"
 #include "workloads.h"
 

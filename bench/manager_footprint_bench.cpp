@@ -1,6 +1,6 @@
-// How much memory an allocator holds for each byte in use: the growth of the process's working set
-// over the bytes that were asked for and not yet freed. Each allocator has a process of its own,
-// for what one has left behind would be found by the next.
+// Memory that an allocator holds for each byte in use: the growth of the process's working set
+// divided by the bytes requested and not yet freed. Each allocator has its own process, because it
+// could reuse memory that another one left behind.
 #include <windows.h>
 // After windows.h.
 #include <psapi.h>
@@ -27,7 +27,7 @@ uint64_t WorkingSetBytes() {
   return counters.WorkingSetSize;
 }
 
-// Live blocks, and the memory held meanwhile.
+// A set of live blocks, and the memory held for them.
 template <typename Allocator>
 class Window {
  public:
@@ -35,7 +35,7 @@ class Window {
     for (size_t i = 0; i < kBlocks; ++i) Replace(i);
   }
 
-  // Ten blocks come and go for each that is live.
+  // Replaces random blocks, ten times as many as are live.
   void Churn() {
     Random random(1);
     for (size_t i = 0; i < kReplacements; ++i) Replace(random.Below(kBlocks));
@@ -122,7 +122,8 @@ int MeasureAll(const char* program) {
 }  // namespace
 }  // namespace kiv::bench
 
-// Without an allocator's name, and with options that are meant for other benchmarks: all of them.
+// With an allocator's name, measures that allocator. Without arguments, measures all. Options of
+// the other benchmarks are ignored.
 int main(int argc, char** argv) {
   using namespace kiv::bench;
   char program[MAX_PATH];

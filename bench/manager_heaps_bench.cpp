@@ -1,4 +1,4 @@
-// Thread heaps and short heaps of the memory manager, in turn with other allocators.
+// The memory manager's thread heaps and short heaps, compared with other allocators.
 #include <cstdio>
 
 #include "manager_allocators.h"

@@ -1,4 +1,4 @@
-// The memory manager in plain mode without its switch, in turn with other allocators.
+// The memory manager in plain mode, its switch off, compared with other allocators.
 #include "manager_allocators.h"
 #include "workloads.h"
 

@@ -1,5 +1,5 @@
-// What kernel objects, threads, pipes and modules add to the call underneath: each operation in
-// turn with its raw call, in one run, so that the machine's noise falls on both.
+// The cost that operations on kernel objects, threads, pipes and modules add to the raw call.
+// Operation and raw call take turns within one run, which spreads the machine's noise over both.
 #include <benchmark/benchmark.h>
 #include <windows.h>
 

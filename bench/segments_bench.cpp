@@ -1,10 +1,15 @@
-// Messages between two processes: over a shared memory segment, over the same hand-over written
-// with the system's own semaphores and mapping, over a named pipe, and over a pair of anonymous
-// pipes. The program starts itself as the other process, which answers each request of so many
-// bytes with so many.
+// Messages between two processes over four kinds of channel:
 //
-// A hand-over alone is both ends in one thread, where nobody is waited for or woken: what the
-// library adds to the system's calls is seen there, and the scheduler is not.
+//   segment         the library's shared memory segment
+//   raw             the segment's hand-over, written with the system's semaphores and mapping
+//   namedPipe       a named pipe
+//   anonymousPipes  a pair of anonymous pipes
+//
+// The program starts itself as the other process, the peer, which answers each request. Request and
+// answer have fixed lengths.
+//
+// HandOverAlone runs both ends in one thread, where no thread waits or is woken. It shows the cost
+// that the library adds to the system's calls, without the scheduler's.
 #include <benchmark/benchmark.h>
 #include <windows.h>
 
@@ -32,15 +37,15 @@ void Require(bool holds, const char* what) {
   std::exit(1);
 }
 
-// One process's end of a way to the other.
+// One process's end of a connection to the other process.
 class Channel {
  public:
   virtual ~Channel() = default;
   virtual void Send(const char* data, uint32_t length) = 0;
   virtual void Receive(char* data, uint32_t length) = 0;
-  // What the peer is given to find its end.
+  // Passed to the peer, which opens its end by this name.
   virtual std::string name() const = 0;
-  // Once the peer has been started.
+  // Called once the peer has been started.
   virtual void Connect() {}
 };
 
@@ -76,7 +81,7 @@ class SegmentChannel : public Channel {
   KivSharedMemSeg* segment_ = nullptr;
 };
 
-// ---- The same, without the library ----
+// ---- The segment's hand-over without the library ----
 
 class RawChannel : public Channel {
  public:
@@ -272,7 +277,7 @@ class Peer {
   PROCESS_INFORMATION process_ = {};
 };
 
-// ---- Ways in turn ----
+// ---- Channels by turns ----
 
 std::string UniqueName() {
   static int runs = 0;
@@ -296,9 +301,9 @@ double Middle(std::vector<double> values) {
   return *middle;
 }
 
-// A message over each way, one after the other, so that a busy moment of the machine falls on all
-// of them alike; each goes first as often as the others. The time of an iteration means nothing:
-// the middle times are in the counters, in microseconds.
+// Each iteration sends a message over every channel in turn, which spreads a busy moment of the
+// machine over all of them. Each channel goes first equally often. The iteration's own time is
+// meaningless: the counters hold the median times, in microseconds.
 template <typename Transfer>
 void InTurns(benchmark::State& state, int ways, Transfer transfer) {
   std::vector<std::vector<double>> times(static_cast<size_t>(ways));
@@ -336,7 +341,7 @@ void Exchange(benchmark::State& state, uint32_t requestBytes, uint32_t answerByt
     channels[static_cast<size_t>(way)]->Send(data.data(), requestBytes);
     channels[static_cast<size_t>(way)]->Receive(data.data(), answerBytes);
   };
-  for (int way = kSegment; way <= kAnonymousPipes; ++way) transfer(way);  // the peer is there
+  for (int way = kSegment; way <= kAnonymousPipes; ++way) transfer(way);  // waits for the peer
   InTurns(state, kAnonymousPipes + 1, transfer);
 }
 

@@ -1,4 +1,4 @@
-// What allocators are made to do. All times are of one block: its allocation and its free.
+// The workloads of the allocators. All times are per block: its allocation and its free.
 #ifndef KIV_BENCH_WORKLOADS_H
 #define KIV_BENCH_WORKLOADS_H
 
@@ -19,8 +19,8 @@ namespace kiv::bench {
 
 constexpr size_t kDraws = 1 << 16;
 
-// 16 to 528 bytes, the smaller the more often; 99 on average. Drawn beforehand, and the same for
-// everyone.
+// Random sizes of 16 to 528 bytes, small ones more often; 99 on average. Drawn beforehand and equal
+// for all allocators.
 inline const std::array<uint32_t, kDraws> kSizes = [] {
   std::array<uint32_t, kDraws> sizes;
   std::mt19937 random(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
@@ -45,7 +45,7 @@ class Random {
     return state_;
   }
 
-  // Below `bound`, which is below 2^32.
+  // Returns a number below `bound`, which must be below 2^32.
   uint64_t Below(uint64_t bound) { return ((Next() >> 32) * bound) >> 32; }
 
  private:
@@ -72,7 +72,7 @@ void SamePairs(benchmark::State& state) {
   }
 }
 
-// So many live blocks, of which a random one is freed and followed by one of another size.
+// Keeps range(0) blocks live. Each step frees a random one and allocates another of a random size.
 template <typename Allocator>
 void RandomWindow(benchmark::State& state) {
   Allocator allocator;
@@ -97,7 +97,7 @@ void Drop(Allocator* allocator, const std::vector<void*>& blocks) {
   }
 }
 
-// A request allocates so many blocks; when it ends all of them go.
+// A request allocates range(0) blocks and drops all of them when it ends.
 template <typename Allocator>
 void Request(benchmark::State& state) {
   Allocator allocator;
@@ -109,7 +109,7 @@ void Request(benchmark::State& state) {
   }
 }
 
-// Where threads leave their blocks for each other.
+// Threads leave batches of blocks here for each other.
 constexpr size_t kBatchBlocks = 256;
 using Batch = std::array<void*, kBatchBlocks>;
 
@@ -118,7 +118,7 @@ class Exchange {
  public:
   static constexpr size_t kPlaces = 16;
 
-  // Gives a batch for one that was left before, mostly by another thread, or for null.
+  // Leaves a batch and returns the one that was there, usually another thread's; null if none was.
   Batch* Swap(size_t place, Batch* batch) { return places_[place % kPlaces].batch.exchange(batch); }
 
  private:
@@ -135,7 +135,7 @@ void FreeBatch(Allocator* allocator, Batch* batch) {
   delete batch;
 }
 
-// Blocks are freed by whichever thread finds them, mostly not the one that made them.
+// A thread frees the blocks that it finds, which usually another thread allocated.
 template <typename Allocator>
 void CrossThread(benchmark::State& state) {
   static Exchange<Allocator> exchange;
@@ -158,7 +158,7 @@ void CrossThread(benchmark::State& state) {
   for (size_t i = 0; i < exchange.kPlaces; ++i) FreeBatch(&allocator, exchange.Swap(i, nullptr));
 }
 
-// A block that grows by a quarter at a time, beside another that keeps it from staying where it is.
+// A block that grows by a quarter at a time. A neighbour keeps it from growing in place.
 template <typename Allocator>
 void Growth(benchmark::State& state) {
   constexpr uint32_t kFirstBytes = 32;

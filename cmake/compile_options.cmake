@@ -1,10 +1,10 @@
-# Options of every target of this project. Warnings are errors, on every compiler.
+# Compile options of every target in this project. Warnings are errors with every compiler.
 add_library(kiv_options INTERFACE)
 target_include_directories(kiv_options INTERFACE ${PROJECT_SOURCE_DIR}/include
                            ${PROJECT_BINARY_DIR}/generated)
 
 if(MSVC)
-  # 5030: attributes of other compilers.
+  # 5030: an attribute of another compiler is ignored.
   target_compile_options(kiv_options INTERFACE /W4 /WX /wd5030 /utf-8 /permissive-)
   target_compile_definitions(kiv_options INTERFACE _CRT_SECURE_NO_WARNINGS)
 else()
@@ -16,9 +16,8 @@ else()
 endif()
 
 if(MINGW)
-  # The C++ headers of this toolchain swap the C runtime's printf and scanf families for copies of
-  # their own as soon as one of them comes first. The definition alone does not help; stdio.h has
-  # to come before everything.
+  # If a C++ header comes first, this toolchain replaces the C runtime's printf and scanf by its
+  # own. The definition alone does not prevent it: stdio.h must be included before everything else.
   target_compile_options(kiv_options INTERFACE -D__USE_MINGW_ANSI_STDIO=0 "SHELL:-include stdio.h")
 endif()
 

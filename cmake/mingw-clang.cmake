@@ -1,5 +1,5 @@
 # Cross build for 64-bit Windows with clang and lld over the mingw-w64 headers and libraries.
-# docs/toolchain.md says why this compiler makes the DLL.
+# docs/toolchain.md explains why this compiler builds the DLL.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(triple x86_64-w64-mingw32)
@@ -10,7 +10,7 @@ set(CMAKE_C_COMPILER_TARGET ${triple})
 set(CMAKE_CXX_COMPILER_TARGET ${triple})
 set(CMAKE_RC_COMPILER ${triple}-windres)
 
-# clang does not find the folder of Debian's GCC, whose name is not a plain version number.
+# clang does not find Debian's GCC folder, because its name is not a plain version number.
 execute_process(COMMAND ${triple}-g++-posix -print-libgcc-file-name
                 OUTPUT_VARIABLE libgcc OUTPUT_STRIP_TRAILING_WHITESPACE)
 get_filename_component(gcc_folder "${libgcc}" DIRECTORY)

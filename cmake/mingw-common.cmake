@@ -1,4 +1,4 @@
-# What both cross compilers share. Programs that are built here run under Wine.
+# Settings of both cross compilers. The programs that they build run under Wine.
 set(CMAKE_FIND_ROOT_PATH /usr/${triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,4 +1,4 @@
-# Cross build for 64-bit Windows with mingw-w64's GCC: a second pair of eyes on the same sources.
+# Cross build for 64-bit Windows with mingw-w64's GCC, as a second compiler for the same sources.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(triple x86_64-w64-mingw32)

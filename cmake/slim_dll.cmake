@@ -1,5 +1,5 @@
-# A DLL that needs nothing but the system and the C runtime: no exceptions, no type information,
-# linked as C so that no C++ library comes in, and with its debug symbols in a file of their own.
+# Makes a DLL that needs only the system and the C runtime: no exceptions, no type information,
+# linked as C to keep C++ libraries out. Its debug symbols go into a separate file.
 function(kiv_slim_dll target)
   set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
   if(MSVC)
@@ -13,12 +13,12 @@ function(kiv_slim_dll target)
 
   set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # The DLL's variables are its own: without this each is reached through a pointer, for it might
-    # come from another DLL.
+    # Access the DLL's variables directly. Without these options the compiler assumes that they may
+    # lie in another DLL and reaches each through a pointer.
     target_compile_options(${target} PRIVATE -gcodeview -fvisibility-from-dllstorageclass
                            -fvisibility-externs-nodllstorageclass=hidden)
-    # The DLL names its symbol file without a folder. What is stripped is the start-up code's own,
-    # in a form that debuggers of this platform do not read.
+    # The DLL names its symbol file without a folder. The strip removes only the start-up code's
+    # debug data, in a format that Windows debuggers do not read.
     target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb
                         -Wl,-Xlink=-pdbaltpath:${target}.pdb)
     find_program(KIV_STRIP NAMES llvm-strip llvm-strip-14 REQUIRED)
@@ -31,8 +31,8 @@ function(kiv_slim_dll target)
       COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${bin}/${target}.debug $<TARGET_FILE:${target}>)
   endif()
 
-  # MSVC's linker takes the short form of import libraries. Aliases are the DLL's own business, so
-  # the list it is made from has plain names.
+  # An import library that MSVC's linker accepts. It is made from the export list without the
+  # aliases: users of the DLL need only the exported names.
   find_program(KIV_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14)
   if(KIV_DLLTOOL)
     set(plain ${PROJECT_BINARY_DIR}/generated/${target}-plain.def)

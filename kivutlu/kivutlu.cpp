@@ -1,6 +1,7 @@
-// A small utility library, so that kivsdu runs standing alone. It keeps what modules tell it.
+// A small utility library: kivsdu runs with it where the server's own is missing. It stores the
+// descriptors that modules register.
 //
-// The loader's lock admits one caller at a time, so the table needs no lock of its own.
+// Modules call it under the loader's lock, one at a time: the table needs no lock of its own.
 #include "kivutlu/kivutlu.h"
 
 static_assert(offsetof(AdModuleDescriptor, callback) == 0, "shared with the server's library");
@@ -12,7 +13,7 @@ AdModule adModules[AD_MODULES_MAX];
 
 namespace {
 
-// The entry of a module, or with null the first free one; null if there is none.
+// The entry of a module, or null. A null handle finds the first free entry.
 AdModule* EntryOf(const void* handle) {
   for (AdModule& entry : adModules) {
     if (entry.handle == handle) return &entry;

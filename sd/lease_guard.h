@@ -1,4 +1,4 @@
-// The failover guard.
+// The lease guard of failover mode.
 #ifndef KIV_LEASE_GUARD_H
 #define KIV_LEASE_GUARD_H
 
@@ -6,8 +6,8 @@
 
 namespace kiv {
 
-// Called first by every operation that failover mode guards, before it looks at its arguments:
-// the host may fence off a node that lost its lease, whatever the node was about to ask.
+// Calls the host's lease guard in failover mode. Every guarded operation calls this first, before
+// it checks its arguments: the host can fence off a node that lost its lease, whatever the call.
 inline void RunLeaseGuard() {
   if (KivSdIsFailoverMode() != 0) KivSdGetLeaseGuard();
 }

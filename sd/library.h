@@ -1,10 +1,11 @@
-// What happens when the library enters and leaves a process.
+// Work of the library when a process loads and unloads it.
 #ifndef KIV_LIBRARY_H
 #define KIV_LIBRARY_H
 
 namespace kiv {
 
-// Called by the platform's loader, under its lock: neither makes a lock, waits, or allocates.
+// The platform's loader calls both under its own lock: neither may create a lock, wait, or
+// allocate.
 void LibraryLoaded(void* module);
 void LibraryUnloaded(void* module);
 

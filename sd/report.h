@@ -1,4 +1,4 @@
-// The one place that writes a context record.
+// The only code that writes outcomes into context records.
 #ifndef KIV_REPORT_H
 #define KIV_REPORT_H
 
@@ -7,8 +7,8 @@
 
 namespace kiv {
 
-// Every exit of an operation goes through here: it stores the outcome, of a success as well, and
-// returns the status.
+// Stores an operation's outcome, success included, and returns the status. Every exit of an
+// operation is a call of Report.
 inline uint32_t Report(KivSdContext* ctx, uint32_t status, uint32_t osError = 0) {
   if (ctx != nullptr) {
     ctx->status = status;
@@ -17,7 +17,7 @@ inline uint32_t Report(KivSdContext* ctx, uint32_t status, uint32_t osError = 0)
   return status;
 }
 
-// The same for a platform call whose every failure has one status.
+// Reports the outcome of a platform call whose failures all have one status.
 template <typename Outcome>
 uint32_t ReportOutcome(KivSdContext* ctx, const Outcome& outcome, uint32_t failure) {
   return outcome.ok ? Report(ctx, KIV_ST_OK) : Report(ctx, failure, outcome.error);

@@ -1,4 +1,4 @@
-// Invariants whose breach is a programming error of the host.
+// Checks whose failure is a programming error of the host.
 #ifndef KIV_REQUIRE_H
 #define KIV_REQUIRE_H
 
@@ -6,9 +6,9 @@
 
 namespace kiv {
 
-// Ends the process through the runtime's assertion unless the condition holds. The text, source
-// and line are what hosts see in their logs: they are given as they are to appear, and stay the
-// same when the code around them moves.
+// Ends the process through the runtime's assertion unless the condition holds. Hosts see the text,
+// source and line in their logs. All three are constants that stay as they are when the code around
+// them changes.
 inline void Require(bool holds, const char* condition, const char* source, uint32_t line) {
   if (!holds) os::AssertionFailed(condition, source, line);
 }

@@ -1,7 +1,7 @@
 // The console: its handles, text output, and keys.
 //
-// Keys are two bytes, as consoles have told them since before there were windows: a character and
-// 0, or 0 and a scan code.
+// A key is two bytes: a character and 0 for an ordinary key, 0 and a scan code for an extended key
+// (arrows, function keys).
 #include "kivsdu/console.h"
 
 #include "os/console.h"
@@ -12,14 +12,14 @@ namespace {
 namespace os = kiv::os;
 using kiv::Report;
 
-// What announces an extended key.
+// Either byte announces that an extended key's scan code follows.
 constexpr uint8_t kPrefix = 0;
 constexpr uint8_t kSecondPrefix = 224;
 
 constexpr KivSdConsoleKey Ordinary(uint8_t character) { return {character, 0}; }
 constexpr KivSdConsoleKey Extended(uint8_t scanCode) { return {0, scanCode}; }
 
-// The event that waits, if one does and could be taken; else the event that is no key.
+// Removes and returns the next event. Without one, or on failure, returns an event without a key.
 os::ConsoleEvent TakeWaitingEvent() {
   const os::ValueResult<void*> input = os::StandardInput();
   if (!input.ok) return {};
@@ -57,15 +57,16 @@ uint32_t KivSdConsoleTerm(KivSdContext* ctx, KivSdConsole* console) {
   return Report(ctx, KIV_ST_OK);
 }
 
-// Kept: the length only decides whether there is a text at all. Hosts pass the size of the buffer
-// that the text lies in.
+// Compatibility: a length of 0 prints nothing; any other prints the whole terminated text. Hosts
+// pass the size of the text's buffer.
 uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* /*ignored*/, uint32_t length,
                            const char* text) {
   if (length == 0 || text == nullptr) return Report(ctx, KIV_ST_OK);
   return kiv::ReportOutcome(ctx, os::PrintText(text), KIV_ST_CONSOLE_WRITE);
 }
 
-// Kept: any event is a hit. Hosts ask until there is none, and so drain the queue.
+// Compatibility: any event is a hit, not only a key. Hosts call until there is no hit, which drains
+// the queue.
 uint32_t KivSdConsoleKeyHit(KivSdContext* ctx, const KivSdConsole* console, uint8_t* hit,
                             KivSdConsoleKey* key) {
   if (console == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -97,7 +98,8 @@ uint32_t KivSdConsoleKeyGet(KivSdContext* ctx, uint8_t raw, const void* /*ignore
 int32_t KivSdConsoleIsKeyDown(KivSdConsoleKey* key, KivSdLWSpinlock* lock) {
   const os::ConsoleEvent event = TakeWaitingEventUnder(lock);
   if (!event.keyPressed) return 0;
-  // Kept: the number of an ordinary key, where KivSdConsoleKeyHit gives its character.
+  // Compatibility: an ordinary key is reported by its virtual-key code, whereas KivSdConsoleKeyHit
+  // reports its character. Hosts identify keys by this code.
   if (key != nullptr) {
     *key = event.extended ? Extended(event.scanCode) : Ordinary(event.virtualKey);
   }

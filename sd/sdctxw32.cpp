@@ -1,4 +1,4 @@
-// The context record: makes it, reads it, frees it.
+// The context record: create, read, free.
 #include <cstdio>
 
 #include "kivsdu/context.h"
@@ -21,7 +21,7 @@ uint32_t KivSdInit(KivSdContext** out) {
       adMalloc(nullptr, sizeof(KivSdContext), &record, kSource, kLineRecordAlloc);
   *out = static_cast<KivSdContext*>(record);
   if (status != KIV_ST_OK) return status;
-  // A manager that reports success and yields nothing is still out of memory to the caller.
+  // The manager may report success with a null block; to the caller this is out of memory.
   if (record == nullptr) return KIV_ST_OUT_OF_MEMORY;
   **out = KivSdContext{};
   return KIV_ST_OK;
@@ -29,15 +29,15 @@ uint32_t KivSdInit(KivSdContext** out) {
 
 uint32_t KivSdTerm(KivSdContext* ctx) {
   if (ctx == nullptr) return KIV_ST_ARGUMENT;
-  // Freeing says nothing that a caller could act on.
+  // The result is ignored: a caller can do nothing about a failed free.
   static_cast<void>(adFree(ctx, kSource, kLineRecordFree));
   return KIV_ST_OK;
 }
 
 uint32_t KivSdLastErrGet(const KivSdContext* ctx, uint32_t length, char* text, uint32_t* osError) {
   if (ctx == nullptr) return KIV_ST_ARGUMENT;
-  // Kept: the length only decides whether there is a text at all. Hosts pass a constant here
-  // and a buffer that holds any number.
+  // Compatibility: the length only decides whether the text is written; it does not bound it. Hosts
+  // pass a constant and a buffer that holds any number.
   if (length > 1 && text != nullptr) {
     std::sprintf(text, "%d", static_cast<int>(ctx->osError));
   }

@@ -1,7 +1,7 @@
-// Load and unload: the library registers itself with the server's utility library.
+// Load and unload: registers the library with the server's utility library.
 //
-// Both run under the loader's lock. They only hand over a description; thread attach and detach
-// notices need nothing, and so get no function.
+// Both functions run under the loader's lock and only pass on a description. Thread attach and
+// detach notices need no work and have no function.
 #include <cstdint>
 
 #include "kivsdu_version.h"
@@ -12,8 +12,8 @@
 namespace kiv {
 namespace {
 
-// The utility library may fill this in; nothing here reads it. Static, so that what the utility
-// library keeps of it stays valid while the module is loaded.
+// The utility library may write into this area; nothing here reads it. It is static because the
+// utility library may keep a pointer to it while the module is loaded.
 unsigned char registrationOutput[AD_MODULE_OUTPUT_BYTES];
 
 }  // namespace
@@ -22,7 +22,7 @@ void LibraryLoaded(void* module) {
   AdModuleDescriptor descriptor = {};
   descriptor.version = KIVSDU_VERSION_WORD;
   CopyText(descriptor.banner, AD_MODULE_BANNER_MAX, KIVSDU_BANNER);
-  // A refused registration does not keep the server from starting: the result is not looked at.
+  // The result is ignored: the server starts even if the registration is refused.
   static_cast<void>(adInitMod(module, &descriptor, registrationOutput));
 }
 

@@ -73,9 +73,9 @@ uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length
   kiv::RunLeaseGuard();
   if (length == 0 || name == nullptr) return Report(ctx, KIV_ST_OK);
   name[0] = '\0';
-  static_cast<void>(os::ModulePath(module, name, length));
-  // Older systems cut a path without terminating it.
-  name[length - 1] = '\0';
+  const os::ValueResult<uint32_t> path = os::ModulePath(module, name, length);
+  // Older systems cut a path without terminating it. What lies behind a path that fits stays.
+  if (path.value >= length) name[length - 1] = '\0';
   os::UpperCase(name);
   return Report(ctx, KIV_ST_OK);
 }

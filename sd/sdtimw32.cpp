@@ -1,4 +1,4 @@
-// Time and clocks: thin fronts over the runtime and the system.
+// Time and clocks: checks and statuses around calls of the runtime and the system.
 #include "kivsdu/time.h"
 
 #include <atomic>
@@ -23,12 +23,12 @@ constexpr uint32_t kMillisecondsPerSecond = 1000;
 constexpr uint32_t kMicrosecondsPerMillisecond = 1000;
 constexpr uint64_t kMicrosecondsPerSecond = 1000000;
 
-// Ticks per second of the performance counter; 0 until the first reading. The system never
-// changes it, so threads that race to read it store the same value: relaxed.
+// Ticks per second of the performance counter; 0 until first read. relaxed: the system never
+// changes the frequency, and racing threads store the same value.
 std::atomic<int64_t> counterFrequency{0};
 
-// The runtime's own text tables and its 26-byte text hold these and nothing beyond. It does not
-// check in every version, so what lies outside is refused before it is asked.
+// Whether the record's values fit the runtime's name tables and its 26-byte text. Not every version
+// of the runtime checks this, so values out of range are refused before the call.
 bool CanBeWritten(const KivSdLocalTime& local) {
   return local.weekday <= 6 && local.month <= 11 && local.day <= 99 && local.hour <= 99 &&
          local.minute <= 99 && local.second <= 99 && local.year <= 9999 - 1900;
@@ -51,7 +51,7 @@ os::ValueResult<const char*> TextOf(const KivSdLocalTime& local) {
   return os::TimeText(BrokenDown(local));
 }
 
-// Replaces white space at the end by terminators. The first character is never looked at.
+// Replaces white space at the end by terminators. Keeps the first character in any case.
 void TrimEnd(char* text, size_t length) {
   for (size_t i = length; i > 1 && std::isspace(static_cast<unsigned char>(text[i - 1])); --i) {
     text[i - 1] = '\0';
@@ -115,7 +115,7 @@ uint32_t KivSdTimeStrGet(KivSdContext* ctx, const KivSdLocalTime* local, uint32_
                          char* text) {
   if (local == nullptr || text == nullptr || length == 0) return Report(ctx, KIV_ST_ARGUMENT);
   std::memset(text, 0, length);
-  // An empty record is no time, rather than the first second of 1970.
+  // Compatibility: time 0 marks an empty record and yields an empty text, not the start of 1970.
   if (local->time == 0) return Report(ctx, KIV_ST_OK);
 
   const os::ValueResult<const char*> made = TextOf(*local);
@@ -148,8 +148,8 @@ uint32_t KivSdGetFastTimer(const void* /*ignored*/, uint32_t* microseconds) {
   const os::ValueResult<int64_t> counter = os::Counter();
   if (!counter.ok) return KIV_ST_FAST_TIMER;
 
-  // The product wraps as a 64-bit word and is divided with its sign: close readings on every
-  // host have to differ by the same amount as they always did, also past the wrap.
+  // Compatibility: the product wraps at 64 bits and the division is signed. Callers subtract two
+  // close readings and rely on this result, also past the wrap.
   const uint64_t product = static_cast<uint64_t>(counter.value) * kMicrosecondsPerSecond;
   *microseconds = static_cast<uint32_t>(static_cast<int64_t>(product) / frequency);
   return KIV_ST_OK;

@@ -1,5 +1,5 @@
-// The bodies that several exports share. The file needs nothing of a platform, so that the linker
-// can give the bodies their exported names everywhere.
+// The functions that are each exported under several names. This file uses no platform call: in the
+// native build, every program that links the library takes these functions from here.
 #include "shared_entries.h"
 
 #include "report.h"

@@ -1,5 +1,5 @@
-// Bodies that several exports share. kivsdu.def gives each its public names, so that all names
-// of a body are one address.
+// Functions that are each exported under several names. kivsdu.def lists the names: all names of
+// one function have the same address.
 #ifndef KIV_SHARED_ENTRIES_H
 #define KIV_SHARED_ENTRIES_H
 
@@ -8,16 +8,16 @@
 // Reports KIV_ST_NOT_SUPPORTED.
 extern "C" uint32_t KivNotSupported(KivSdContext* ctx);
 
-// Clears the context and succeeds.
+// Reports KIV_ST_OK.
 extern "C" uint32_t KivNothingToDo(KivSdContext* ctx);
 
-// Takes anything, does nothing, returns nothing.
+// Ignores its arguments and does nothing.
 extern "C" void KivIgnore();
 
-// Stores 1 in the flag, which may be null, clears the context and succeeds.
+// Stores 1 in the flag, which may be null, and reports KIV_ST_OK.
 extern "C" uint32_t KivAnswerYes(KivSdContext* ctx, uint64_t first, uint64_t second, uint8_t* flag);
 
-// Take anything, do nothing, and return 1 and 0.
+// Ignore their arguments and return a constant: 1 and 0.
 extern "C" int32_t KivAlwaysTrue();
 extern "C" uint32_t KivZero();
 

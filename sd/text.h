@@ -1,4 +1,4 @@
-// Copying texts into fixed fields of records, and comparing them.
+// Copies texts into fixed fields of records, and compares texts.
 #ifndef KIV_TEXT_H
 #define KIV_TEXT_H
 
@@ -7,8 +7,9 @@
 
 namespace kiv {
 
-// Copies at most `most` characters of a text of at most `limit` bytes (terminated or not) into a
-// field that is zeroed and longer than that, and so stays terminated. Gives the count copied.
+// Copies at most `most` characters of a text into a field, and returns the count copied. The text
+// ends at its terminator or after `limit` bytes. The field must be zeroed and longer than `most`:
+// it then stays terminated.
 inline size_t CopyText(char* field, size_t most, const char* text, size_t limit) {
   size_t length = 0;
   while (length < most && length < limit && text[length] != '\0') ++length;
@@ -16,17 +17,17 @@ inline size_t CopyText(char* field, size_t most, const char* text, size_t limit)
   return length;
 }
 
-// The same for a terminated text.
+// As above, for a terminated text.
 inline size_t CopyText(char* field, size_t most, const char* text) {
   return CopyText(field, most, text, static_cast<size_t>(-1));
 }
 
-// Of the letters A to Z alone, whatever locale the host has set.
+// Converts only the letters A to Z, whatever locale the host has set.
 constexpr char LowerCase(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-// Whether two texts differ in the case of their letters at most.
+// Whether two texts are equal, or differ only in the case of the letters A to Z.
 constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
   while (*text != '\0' && LowerCase(*text) == LowerCase(*other)) {
     ++text;
@@ -35,7 +36,7 @@ constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
   return LowerCase(*text) == LowerCase(*other);
 }
 
-// Whether a name is one of the two entries that every folder has for itself and for its parent.
+// Whether a name is "." or "..", a folder's entries for itself and its parent.
 constexpr bool IsFolderItselfOrAbove(const char* name) {
   return EqualsIgnoringCase(name, ".") || EqualsIgnoringCase(name, "..");
 }

@@ -1,8 +1,8 @@
-# Installs what the project needs; sourced by ./dev. Says what it does and does nothing twice.
+# Installs the packages that the project needs and that are missing. ./dev sources this file.
 # shellcheck shell=bash
 
-# Compilers and linkers; Wine; the build; tests and the example; checks, native sanitizers and the
-# model checker.
+# By line: compilers and linkers; Wine; the build; tests and the example; checks, native sanitizers
+# and the model checker.
 readonly packages=(
   clang lld llvm g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix g++ libc6-dev
   wine64

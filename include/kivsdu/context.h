@@ -6,7 +6,9 @@
  * operation that is given it, so read it before the next one.
  *
  * A context belongs to one caller, in practice one thread. It is not locked: two threads that
- * share one see each other's outcomes. */
+ * share one see each other's outcomes.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_CONTEXT_H
 #define KIVSDU_CONTEXT_H
 

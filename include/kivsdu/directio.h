@@ -67,10 +67,10 @@ KIVSDU_API uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path)
  *   disposition  the system's (OPEN_EXISTING = 3, OPEN_ALWAYS = 4)
  *   ignored      any value
  *   flags        the system's attributes and flags; unbuffered access is added. Transfers with
- *                completion records go on by themselves only with FILE_FLAG_OVERLAPPED =
- * 0x40000000; on such a file every transfer needs a record file         receives the file,
- * KIV_DIRECTIO_NONE when it was not opened. A variable of 32 bits: nothing behind it is written.
- * Must not be null
+ *                completion records go on by themselves only with FILE_FLAG_OVERLAPPED
+ *                (0x40000000); on such a file every transfer needs a record
+ *   file         receives the file, KIV_DIRECTIO_NONE when it was not opened. A variable of 32
+ *                bits: nothing behind it is written. Must not be null
  *
  * 0, or KIV_ST_ARGUMENT      path or file is null
  *       KIV_ST_FILE_SHARING  someone else holds the file; OS error 32
@@ -84,7 +84,7 @@ KIVSDU_API uint32_t KivSdDirectIOFileOpen(KivSdContext* ctx, const char* path, u
  * 0, or KIV_ST_FILE_CLOSE */
 KIVSDU_API uint32_t KivSdDirectIOFileClose(KivSdContext* ctx, uint32_t file);
 
-/* 0, or KIV_ST_FILE_REMOVE; a null path is the system's to refuse */
+/* Removes a file. 0, or KIV_ST_FILE_REMOVE; the system refuses a null path. */
 KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path);
 
 /* ---- Transfers ---- */
@@ -96,19 +96,26 @@ KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path)
  *               transfer may go on after it; a record without an event is given one
  *   blocksRead  must not be null; on a failure as well it receives what was read, in whole blocks
  *
- * 0                               read. Where the file ends inside the request, blocksRead is
- *                                 smaller, and a block that the file does not fill is not counted
- * or KIV_ST_FILE_END              there is nothing more, OS error 38; a block that was read in part
- *                                 is counted
- *    KIV_ST_DIRECT_READ_PENDING   (with a record) under way, OS error 997: the usual outcome, and
- * no failure; collect it with KivSdDirectIOWait. blocksRead is 0 KIV_ST_EVENT_CREATE          (with
- * a record) no event, nothing started; blocksRead is 0 KIV_ST_DIRECT_READ           (with a record)
- * not started KIV_ST_DIRECT_POINTER_SET    (without) the position cannot be reached; blocksRead is
- * 0. So ends every read from block 262144 on, 2 GiB: the move is a signed number. Read with a
- * record there KIV_ST_FILE_READ             (without) not read KIV_ST_ARGUMENT blocksRead is null
+ * 0                            read. Where the file ends inside the request, blocksRead is smaller,
+ *                              and a block that the file does not fill is not counted
+ * KIV_ST_FILE_END              there is nothing more, OS error 38; a block that was read in part is
+ *                              counted
+ * KIV_ST_DIRECT_READ_PENDING   (with a record) under way, OS error 997: the usual outcome, and no
+ *                              failure; collect it with KivSdDirectIOWait. blocksRead is 0
+ * KIV_ST_EVENT_CREATE          (with a record) no event, nothing started; blocksRead is 0
+ * KIV_ST_DIRECT_READ           (with a record) not started
+ * KIV_ST_DIRECT_POINTER_SET    (without) the position cannot be reached; blocksRead is 0. Every
+ *                              read from block 262144 on, 2 GiB, ends like this: the move is a
+ *                              signed number. Read with a record there
+ * KIV_ST_FILE_READ             (without) not read
+ * KIV_ST_ARGUMENT              blocksRead is null
  *
- * A transfer with a record that ends at once has its outcome here, and leaves the record's event
- * signalled; collecting it all the same gives that outcome again and resets the event. */
+ * Danger: a read without a record moves the file's position and then reads from there, in two
+ * steps. Two threads that read one file without records get each other's blocks, with status 0.
+ * Give each thread a record or a file of its own.
+ *
+ * A transfer with a record that returns 0 at once leaves the record's event signalled; collecting
+ * it all the same gives that outcome again and resets the event. */
 KIVSDU_API uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstBlock,
                                           void* buffer, uint32_t blockCount, KivSdNoWaitCb* record,
                                           uint32_t* blocksRead);
@@ -137,6 +144,9 @@ KIVSDU_API uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uin
 /* Waits, without a limit, until a record's transfer has ended, and makes the record fit for the
  * next. The only operation that resets the event.
  *
+ * Call it only after a transfer with this record that returned 0 or pending. After any other status
+ * (also KIV_ST_FILE_END) nothing signals the event and the wait never returns.
+ *
  *   record      of a transfer of this file; must not be null
  *   blocksDone  must not be null; on a failed transfer as well it receives what was transferred, in
  *               whole blocks
@@ -161,6 +171,7 @@ KIVSDU_API uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoW
  *
  *   blocks    from the beginning (method 0), the position (1) or the end (2); times 8192 it is a
  *             signed number of 32 bits, negative from 262144 on
+ *   method    handed to the system as it is, which refuses any other
  *   position  receives the new position, rounded down; 0 on failure; must not be null
  *
  * 0, or KIV_ST_DIRECT_POINTER_SET

@@ -1,7 +1,9 @@
 /* Events: gates, standard events, and events that count.
  *
  * All of them let one waiting thread through at a time. Any thread; the library holds no lock
- * while a wait lasts. A context may always be null. */
+ * while a wait lasts. A context may always be null.
+ *
+ * Example: examples/locks.c. */
 #ifndef KIVSDU_EVENT_H
 #define KIVSDU_EVENT_H
 

@@ -23,7 +23,15 @@
  * succeeds or fails, and left alone when an argument is bad.
  *
  * Any thread. Threads that use one descriptor at a time share its position; only the positioned
- * operations carry theirs with them. */
+ * operations carry theirs with them.
+ *
+ * Danger: KivSdFilePRead, KivSdFilePWrite and what is built on them take only descriptors of files
+ * that are opened without FILE_FLAG_OVERLAPPED, as all are that the runtime opens. On a descriptor
+ * that the host made of an overlapped handle a transfer may be reported as a failure with OS error
+ * 997 and go on: the system then writes into the buffer, and into what was the stack of the
+ * call.
+ *
+ * Example: examples/files.c. */
 #ifndef KIVSDU_FILE_H
 #define KIVSDU_FILE_H
 

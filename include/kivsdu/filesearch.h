@@ -4,7 +4,9 @@
  * In failover mode every operation here but KivSdFileFindClose first calls the lease guard
  * (settings.h), before it looks at its arguments; KivSdFileFind calls it again with each step of
  * its search, KivSdAddFileListItem for size and time. A context may always be null. OS errors are
- * the system's. Any thread; a record, an array and a list belong to one at a time. */
+ * the system's. Any thread; a record, an array and a list belong to one at a time.
+ *
+ * Example: examples/files.c. */
 #ifndef KIVSDU_FILESEARCH_H
 #define KIVSDU_FILESEARCH_H
 
@@ -77,15 +79,17 @@ KIVSDU_API uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, u
 
 /* Finds the next file.
  *
- *   record  of a search that was started; must not be null. On failure name and attributes are left
- *           alone
+ *   record  of a search that was started; must not be null. On failure the name pointer and the
+ *           attributes are left alone, but what the find data holds is undefined, the name that
+ *           the pointer leads to included: copy what is still needed before the call
  *
  * 0, or KIV_ST_ARGUMENT   record is null
  *       KIV_ST_FIND_END   there are no more; OS error 18
  *       KIV_ST_FIND_NEXT  not found for any other reason */
 KIVSDU_API uint32_t KivSdFileFindNext(KivSdContext* ctx, KivSdFindRecord* record);
 
-/* Ends a search; the record keeps what was found last.
+/* Ends a search. The record keeps what was found last, unless the next file was then asked for in
+ * vain.
  *
  * 0, or KIV_ST_ARGUMENT    record is null
  *       KIV_ST_FIND_CLOSE  not ended */
@@ -113,8 +117,9 @@ KIVSDU_API uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record,
  *   pattern  a path whose last part may have "*" and "?"; must not be null
  *   flags    as in KivSdFileFindFirst
  *   names    receives an array of names, each a block of its own, to be freed with
- *            KivSdFileFreeNames; null when nothing matches, and on failure. Must not be null
- *   count    receives how many there are; must not be null
+ *            KivSdFileFreeNames; null when nothing matches, and on failure. When only "." and ".."
+ *            match it is not null, though count is 0, and is to be freed too. Must not be null
+ *   count    receives how many names there are; must not be null
  *
  * 0, also when nothing matches or the directory cannot be searched
  * KIV_ST_ARGUMENT   pattern, names or count is null

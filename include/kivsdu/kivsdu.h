@@ -1,7 +1,9 @@
 /* kivsdu: the operating-system layer and memory manager of a multidimensional database server.
  *
  * This header includes the whole public interface, one header per family. The functions are C,
- * undecorated; link libkivsdu.dll.a (mingw) or kivsdu.lib (MSVC). */
+ * undecorated; link libkivsdu.dll.a (mingw) or kivsdu.lib (MSVC).
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_KIVSDU_H
 #define KIVSDU_KIVSDU_H
 

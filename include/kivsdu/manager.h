@@ -18,7 +18,9 @@
  * second.
  *
  * Segregated fits, deferred coalescing and boundary tags: see P. R. Wilson et al., "Dynamic Storage
- * Allocation: A Survey and Critical Review", IWMM 1995. */
+ * Allocation: A Survey and Critical Review", IWMM 1995.
+ *
+ * Example: examples/memory.c. */
 #ifndef KIVSDU_MANAGER_H
 #define KIVSDU_MANAGER_H
 

@@ -2,7 +2,9 @@
  *
  * Any thread. A context may always be null. Page counts are in units of KIV_PAGE_UNIT (8192
  * bytes), whatever page the machine uses. The byte size is the count shifted left by 13 in 32
- * bits: a count of 524288 or more wraps modulo 2^32. */
+ * bits: a count of 524288 or more wraps modulo 2^32.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_MEMORY_H
 #define KIVSDU_MEMORY_H
 

@@ -8,7 +8,9 @@
  *   free list      largest block first; only its head is considered for reuse
  *
  * Every operation writes {status, 0} into its context: the OS error of a failed allocation is
- * not kept. A stack is not locked; one thread uses it at a time. */
+ * not kept. A stack is not locked; one thread uses it at a time.
+ *
+ * Example: examples/memory.c. */
 #ifndef KIVSDU_MEMSTACK_H
 #define KIVSDU_MEMSTACK_H
 

@@ -2,7 +2,9 @@
  *
  * The memory manager counts what it takes from the system for heaps, short heaps and large blocks
  * while memory control is on: that is once adMemThreadHeapInit has found a configuration file
- * without "nomemorycontrol". Sizes are bytes unless a name says otherwise. Any thread may call. */
+ * without "nomemorycontrol". Sizes are bytes unless a name says otherwise. Any thread may call.
+ *
+ * Example: examples/memory.c. */
 #ifndef KIVSDU_MEMUSAGE_H
 #define KIVSDU_MEMUSAGE_H
 

@@ -3,7 +3,9 @@
  * In failover mode all but KivSdModuleUnload and KivSdModuleGetErrorMessage first call the lease
  * guard (settings.h), before they look at their arguments. A context may always be null. Loading
  * and messages share two buffers of the process that no lock guards: use them from one thread at
- * a time. */
+ * a time.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_MODULE_H
 #define KIVSDU_MODULE_H
 
@@ -58,8 +60,8 @@ KIVSDU_API uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module);
  *
  *   ctx  the error is its OS error; null for the thread's last error
  *
- * Never null: "No errors" for 0, "Unknown error" where there is no text. Valid until the next
- * call from any thread. */
+ * Never null: "No errors" for 0, "Unknown error" where there is no text. The system's texts end
+ * with a line break. Valid until the next call from any thread. */
 KIVSDU_API const char* KivSdModuleGetErrorMessage(const KivSdContext* ctx);
 
 #endif

@@ -1,7 +1,9 @@
 /* NUMA resources: which memory nodes the machine has, and binding a thread to one.
  *
  * Node discovery is switched off on this platform, so every query answers as on a machine
- * without nodes, and binding does nothing. Any thread, after KivSdInitNumaResources. */
+ * without nodes, and binding does nothing. Any thread, after KivSdInitNumaResources.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_NUMA_H
 #define KIVSDU_NUMA_H
 

@@ -56,8 +56,8 @@ KIVSDU_API uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path);
  *
  *   path  must be neither null nor empty
  *
- * 0, also when all in the directory is gone and the directory itself stays: it may be somebody's
- * working directory
+ * 0, also when all files are gone and an emptied directory stays, be it the directory itself or
+ * one in it: it may be somebody's working directory
  * KIV_ST_ARGUMENT    path is null or empty
  * KIV_ST_DIR_REMOVE  not all was removed; what was is gone. The OS error is that of removing the
  *                    directory itself; if that went well, of what broke the work off: errno, the
@@ -103,11 +103,12 @@ KIVSDU_API uint32_t KivSdPathCreate(KivSdContext* ctx, uint16_t count, char* out
 
 /* Makes a path absolute, and resolves "." and ".." in it. It need not exist.
  *
- *   sizeBytes  of out
+ *   sizeBytes  of out. Danger: never negative. The system takes a negative size for one beyond
+ *              2 GiB and writes the whole path, past the end of out
  *   out        receives the path; left as the system leaves it when there is none
  *
  * 0, also when the system cannot tell
- * KIV_ST_FILE_LENGTH  the path does not fit; a negative size fits nothing */
+ * KIV_ST_FILE_LENGTH  the path does not fit, or the size is negative */
 KIVSDU_API uint32_t KivSdFileGetCanonicalPath(const char* path, int32_t sizeBytes, char* out);
 
 /* The text behind the last "." of a path, wherever that is: of "dir.v1\name" it is "v1\name".

@@ -5,7 +5,8 @@
  * null. Operations take a pointer to the caller's handle variable; a variable that holds null is
  * not initialised (KivSdNamedPipeIsInitialized, settings.h).
  *
- * All but the read count a call that fails without an OS error as a success. */
+ * A call that fails without an OS error counts as a success, except in KivSdPipeRead and
+ * KivSdNamedPipeConnect. */
 #ifndef KIVSDU_PIPE_H
 #define KIVSDU_PIPE_H
 
@@ -62,7 +63,9 @@ KIVSDU_API uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, co
                                        uint32_t timeoutMs);
 
 /* Waits until a client opens the pipe. There are two ways to be connected, and the statuses tell
- * them apart: hosts rely on it.
+ * them apart: hosts rely on it. One status is ambiguous: KIV_ST_PIPE_CONNECT with OS error 0 also
+ * stands for a call that failed without an OS error. Take it for connected; the first transfer
+ * fails if it was not.
  *
  * 0                    the client had opened the pipe before the call; OS error 535
  * KIV_ST_PIPE_CONNECT  the client opened it during the call, OS error 0; or, with any other OS
@@ -90,7 +93,8 @@ KIVSDU_API uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint3
 
 /* Makes an anonymous pipe; child processes do not inherit it.
  *
- *   bufferBytes  0 for the system's default
+ *   readEnd, writeEnd  receive the handles, both null when no pipe was made; must not be null
+ *   bufferBytes        0 for the system's default
  *
  * 0, or KIV_ST_ARGUMENT     readEnd or writeEnd is null
  *       KIV_ST_PIPE_CREATE  not made */

@@ -10,7 +10,9 @@
  *
  * The lock lies in the caller's storage. Each thread has a lock table, also the caller's, that
  * it passes to every call; nodes come from it and go back to it, so that locking allocates only
- * at a thread's first meeting with a lock. */
+ * at a thread's first meeting with a lock.
+ *
+ * Example: examples/locks.c. */
 #ifndef KIVSDU_RWLOCK_H
 #define KIVSDU_RWLOCK_H
 

@@ -34,7 +34,9 @@
  * A context may always be null. Operations on chunks write nothing into it, not even their argument
  * errors: after them, time-outs included, it is as it was. Only the set tells it when it is asked
  * for a member of no set. The other operations hand it to what they call: KivSdSharedMemAlloc,
- * KivSdSharedMemFree, KivSdMemAlloc, and the set's argument errors. */
+ * KivSdSharedMemFree, KivSdMemAlloc, and the set's argument errors.
+ *
+ * Example: examples/channel.c. */
 #ifndef KIVSDU_SEGMENT_H
 #define KIVSDU_SEGMENT_H
 
@@ -117,9 +119,9 @@ KIV_ASSERT_FIELD(KivSharedMemSeg, next, 440);
  *
  * A descriptor of another kind is not found: the result is null. One of kind 1 whose stamps differ
  * belonged to an owner before this one: its set and its area are closed, whatever that comes to,
- * and it is fresh again; its semaphores are then no longer valid, and KivCreateSharedMemSeg has to
- * come before anything else. An empty name that no descriptor has yields the head of a list that
- * is not empty, as a fresh descriptor.
+ * and it is fresh again; its semaphores are then no longer valid. Set it up by
+ * KivCreateSharedMemSeg or delete it before anything else. An empty name that no descriptor has
+ * yields the head of a list that is not empty, as a fresh descriptor.
  *
  * A descriptor that is made is zeroed, has no name until KivCreateSharedMemSeg gives it one, and
  * is put at the list's end.
@@ -143,7 +145,8 @@ KIVSDU_API uint32_t KivFindShareMemSeg(KivSdContext* ctx, const char* name, uint
                                        uint8_t* notMapped, KivSharedMemSeg** segment);
 
 /* Sets up a segment, or joins the one that has the name: fills the descriptor, makes the set and
- * the area. What the descriptor held before is overwritten, not closed.
+ * the area. A set and an area that the descriptor held before are overwritten, not closed. After a
+ * failure the earlier area is still the descriptor's and is freed with it, its set is not.
  *
  *   name             at most 259 characters, and what the system takes; must not be null
  *   kind             0 or 1, unlike the other end's
@@ -154,10 +157,11 @@ KIVSDU_API uint32_t KivFindShareMemSeg(KivSdContext* ctx, const char* name, uint
  *   mappingId, view  as for KivSdSharedMemAlloc; must not be null
  *
  * 0, or KIV_ST_ARGUMENT          a pointer is null, or the name is empty
- *       KIV_ST_SEGMENT_NAME      the name has 260 characters or more, or the kind is neither 0 nor
- * 1 KIV_ST_OUT_OF_MEMORY     no memory for the set KIV_ST_SEM_CREATE        the set could not be
- * made (a name too long for it included) KIV_ST_SHARED_MEM_ALLOC  the area could not be made or
- * mapped; the set is closed again */
+ *       KIV_ST_SEGMENT_NAME      260 characters or more, or a kind other than 0 and 1; the
+ *                                descriptor is left alone
+ *       KIV_ST_OUT_OF_MEMORY     no memory for the set
+ *       KIV_ST_SEM_CREATE        the set could not be made, also for a name too long for it
+ *       KIV_ST_SHARED_MEM_ALLOC  the area could not be made or mapped; the set is closed again */
 KIVSDU_API uint32_t KivCreateSharedMemSeg(KivSdContext* ctx, const char* name, uint32_t kind,
                                           uint32_t openFlags, uint32_t protectionFlags,
                                           KivSharedMemSeg* segment, uint32_t timeoutMs,
@@ -244,7 +248,8 @@ KIVSDU_API uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* s
 /* Writes a code and hands over the half: the one that is open, whose data the peer then does not
  * get, or the next.
  *
- *   code  not 0; 0 makes an empty data message
+ *   code  not 0. A code of 0 ends the half that is open as the data message it is, and makes an
+ *         empty data message of the next half when none is open
  *
  * 0, or KIV_ST_ARGUMENT     segment is null, or it has no such chunk
  *       KIV_CHUNK_LATCHED   the chunk is blocked for writing
@@ -275,14 +280,25 @@ KIVSDU_API uint32_t KivWriteSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSe
  *       KIV_ST_SEM_REQUEST   the wait failed
  *       KIV_CHUNK_NOT_GIVEN  the half could not be handed back; the chunk is blocked from now on
  *       KIV_CHUNK_OVERRUN    the half is read to its end, and its message says that there is more,
- *                            or less was there than was read; the chunk is blocked from now on */
+ *                            or less was there than was read; the chunk is blocked from now on
+ *
+ * With the string flag there is no KIV_CHUNK_OVERRUN. A peer that announces more bytes than its
+ * half holds gives a reader of strings an empty string for every further read: each returns 0 at
+ * once, writes nothing, and never waits. A server that does not trust its peer looks at the chunk's
+ * state after every read and gives the connection up when this holds:
+ *
+ *   state->lengthBytes > KIV_SEGMENT_HALF_BYTES - state->offset
+ *
+ * where state is &segment->reading[chunk]. It never holds for a peer that keeps to the format and a
+ * reader that asks for no more than the message holds. */
 KIVSDU_API uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment,
                                           int32_t chunk, uint32_t lengthBytes, uint8_t stringFlag,
                                           uint32_t* code, void* buffer);
 
 /* Waits for a message and takes its code alone; the half is handed back at once. Only for messages
  * without data: the length of any data stays behind, and the next read takes it for a message that
- * lies in the half already.
+ * lies in the half already. Not in the middle of a message: the peer cannot send the next one
+ * before the rest is read, and the wait times out; the rest stays for KivReadSharedMemChunk.
  *
  *   code  receives the code, 0 of a data message; must not be null
  *

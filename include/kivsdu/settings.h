@@ -1,7 +1,9 @@
 /* Process-wide settings and hooks.
  *
  * The host installs these once, before its own threads use the library. None is locked, none
- * takes a context, and none returns a status. */
+ * takes a context, and none returns a status.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_SETTINGS_H
 #define KIVSDU_SETTINGS_H
 

@@ -7,7 +7,9 @@
  *
  * Short heaps exist while the memory manager runs thread heaps (adMemThreadHeapInit) and its
  * configuration does not say "shortmemoryoff". A host that must run without them asks
- * adMemShortCheckStatus and allocates with adMalloc instead. */
+ * adMemShortCheckStatus and allocates with adMalloc instead.
+ *
+ * Example: examples/memory.c. */
 #ifndef KIVSDU_SHORTHEAP_H
 #define KIVSDU_SHORTHEAP_H
 

@@ -10,7 +10,9 @@
  * Synchronization on Shared-Memory Multiprocessors", ACM TOCS 9(1), 1991.
  *
  * Taking and giving back are full fences. Nothing is reported: a thread that gives back a lock
- * it does not hold frees it under the holder. A holder must not block. */
+ * it does not hold frees it under the holder. A holder must not block.
+ *
+ * Example: examples/locks.c. */
 #ifndef KIVSDU_SPINLOCK_H
 #define KIVSDU_SPINLOCK_H
 

@@ -2,7 +2,9 @@
  *
  * Thin operations: priorities are the system's own numbers, handles are the system's. Where a
  * call's result is said to be ignored, the operation succeeds whatever happened. Any thread. A
- * context may always be null. */
+ * context may always be null.
+ *
+ * Example: examples/locks.c. */
 #ifndef KIVSDU_THREAD_H
 #define KIVSDU_THREAD_H
 

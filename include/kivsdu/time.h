@@ -81,7 +81,9 @@ KIVSDU_API uint32_t KivSdLocalTimeGet(KivSdContext* ctx, int64_t seconds, KivSdL
  *   text    must not be null; cleared first
  *
  * 0, or KIV_ST_ARGUMENT     local or text is null, or length is 0
- *       KIV_ST_TIME_STRING  the record holds no time that can be written; OS error is errno */
+ *       KIV_ST_TIME_STRING  the record holds no time that can be written: a month above 11, a
+ *                           weekday above 6, a day, hour, minute or second above 99, or a year
+ *                           above 8099 (9999 AD); OS error is errno */
 KIVSDU_API uint32_t KivSdTimeStrGet(KivSdContext* ctx, const KivSdLocalTime* local, uint32_t length,
                                     char* text);
 

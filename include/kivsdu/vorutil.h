@@ -1,7 +1,9 @@
 /* Per-thread utility storage: one pointer of the host's own for every thread.
  *
  * KivSdVorUtilTlsInit and KivSdVorUtilTlsTerm run once each, on one thread, at start-up and
- * shutdown. Set and get run on any thread in between and touch that thread's value alone. */
+ * shutdown. Set and get run on any thread in between and touch that thread's value alone.
+ *
+ * Example: examples/hello.c. */
 #ifndef KIVSDU_VORUTIL_H
 #define KIVSDU_VORUTIL_H
 

@@ -17,7 +17,9 @@
  *           end
  *
  * Lease contexts must not be null, nor their `pause`; nothing here checks it. Any thread, each with
- * its own lease context. */
+ * its own lease context.
+ *
+ * Example: examples/backup.c. */
 #ifndef KIVSDU_WRITEPAUSE_H
 #define KIVSDU_WRITEPAUSE_H
 
@@ -77,6 +79,8 @@ KIV_ASSERT_FIELD(KivSdWriteLease, held, 32);
  *       KIV_WRITE_PAUSE_SHUTDOWN  the host shuts down
  *       KIV_ST_EVENT_WAIT         waiting failed
  *       KIV_ST_OUT_OF_MEMORY      no memory for a node of the lock; nothing was changed
+ *       KIV_ST_MUTEX_REQUEST      the thread holds the block's lock for reading; nothing was
+ *                                 changed
  *
  * When it gives up or waiting fails, the pause stays in force though leases are out: lift it.
  *
@@ -90,7 +94,9 @@ KIVSDU_API uint32_t KivSdPauseWriteIO(KivSdWriteLease* lease, int64_t maxSeconds
 
 /* Lifts the pause, if there is one. All writers that wait go on at once.
  *
- * Always 0. Waits for a pauser that still waits for leases. */
+ * Always 0. Waits for a pauser that still waits for leases. Only without memory for a node of the
+ * lock does it not wait: it lifts the pause at once, and a pauser that still waits for leases then
+ * returns 0 although nothing is paused any more. */
 KIVSDU_API uint32_t KivSdUnpauseWriteIO(KivSdWriteLease* lease);
 
 /* ---- Leases ---- */
@@ -116,7 +122,7 @@ KIVSDU_API uint32_t KivSdReleaseWriteIOLease(KivSdWriteLease* lease);
 
 /* Take a lease, write, and give the lease back whatever became of the write. Arguments, outputs and
  * statuses are those of KivSdFileWrite and KivSdFilePWrite (file.h), which get the lease context's
- * `ctx` and leave their outcome there.
+ * `ctx`. The record keeps the write's outcome; giving the lease back leaves none there.
  *
  * Or the status of KivSdGetWriteIOLease: nothing was written, and no output either. */
 KIVSDU_API uint32_t KivSdLeasedFileWrite(KivSdWriteLease* lease, uint32_t file, const void* buffer,

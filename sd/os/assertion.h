@@ -1,4 +1,4 @@
-// Broken invariants.
+// Reports of broken invariants.
 #ifndef KIV_OS_ASSERTION_H
 #define KIV_OS_ASSERTION_H
 
@@ -6,12 +6,12 @@
 
 namespace kiv::os {
 
-// Reports through the C runtime's own assertion routine, which names the condition, the source
-// and the line, and ends the process.
+// Calls the C runtime's assertion routine, which prints the condition, the source and the line.
+// Ends the process, even if the routine returns.
 [[noreturn]] void AssertionFailed(const char* condition, const char* source, uint32_t line);
 
-// The same through the runtime's routine for wide text, for texts of at most 127 plain characters.
-// May return, if a debugger says so.
+// Calls the runtime's assertion routine for wide text. Texts are cut to 127 characters. May return
+// if a debugger continues the process.
 void WideAssertionFailed(const char* condition, const char* source, uint32_t line);
 
 }  // namespace kiv::os

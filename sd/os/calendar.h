@@ -13,17 +13,19 @@ struct WallClock {
   uint16_t milliseconds;
 };
 
-// The time the process has run, in CLOCKS_PER_SEC.
+// The runtime's clock(), in units of 1 / CLOCKS_PER_SEC: the time that the process has run (lnx:
+// its processor time).
 ValueResult<uint32_t> ProcessClock();
 
 int64_t WallClockSeconds();
 WallClock WallClockMs();
 
-// The local time zone's broken-down time.
+// Broken-down time in the local time zone.
 ValueResult<tm> LocalTime(int64_t seconds);
 
-// The runtime's 25-character text and newline. It lies in storage of the runtime's own until
-// this thread's next call; null and errno when the time cannot be written.
+// The runtime's text of 25 characters, the last of them a newline. The caller does not own the
+// text, which is valid until this thread's next call. Fails with null and errno if the time has no
+// text.
 ValueResult<const char*> TimeText(const tm& time);
 ValueResult<const char*> LocalTimeText(int64_t seconds);
 

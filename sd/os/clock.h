@@ -1,4 +1,4 @@
-// Clocks that count: time since the system started, and the performance counter.
+// Time since the system started, and the performance counter.
 #ifndef KIV_OS_CLOCK_H
 #define KIV_OS_CLOCK_H
 
@@ -9,8 +9,8 @@ namespace kiv::os {
 // Milliseconds since the system started, modulo 2^32.
 uint32_t TickCountMs();
 
-// A monotonic counter of at least microsecond resolution, and its ticks per second, which never
-// change while the system runs.
+// A monotonic counter with a resolution of at least a microsecond, and its ticks per second. The
+// frequency is constant while the system runs.
 ValueResult<int64_t> Counter();
 ValueResult<int64_t> CounterFrequency();
 

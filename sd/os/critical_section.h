@@ -1,4 +1,5 @@
-// Critical sections in the caller's storage. None of these can fail.
+// Critical sections in the caller's storage, which has the size and alignment of KivSdCritSec. The
+// owner may re-enter and then leaves as often. None of these can fail.
 #ifndef KIV_OS_CRITICAL_SECTION_H
 #define KIV_OS_CRITICAL_SECTION_H
 

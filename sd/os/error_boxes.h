@@ -1,4 +1,5 @@
-// Whether the system asks the user for help when a drive has no medium or a module is damaged.
+// Whether the system shows an error box and waits for the user when a drive has no medium or a
+// module is damaged.
 #ifndef KIV_OS_ERROR_BOXES_H
 #define KIV_OS_ERROR_BOXES_H
 
@@ -9,7 +10,7 @@ namespace kiv::os {
 constexpr uint32_t kErrorBoxesShown = 0;
 constexpr uint32_t kErrorBoxesHidden = 1;
 
-// Sets the mode for the whole process and gives the one before.
+// Sets the mode of the whole process and returns the previous mode.
 uint32_t SetErrorBoxes(uint32_t mode);
 
 }  // namespace kiv::os

@@ -1,4 +1,4 @@
-// Files by name, as the C runtime sees them. Errors are errno.
+// Files by name, through the C runtime. Errors are errno.
 #ifndef KIV_OS_FILE_NAMES_H
 #define KIV_OS_FILE_NAMES_H
 
@@ -6,20 +6,20 @@
 
 namespace kiv::os {
 
-// What a file is tested for.
+// What IsAccessible tests.
 constexpr uint32_t kAccessExists = 0;
 constexpr uint32_t kAccessRead = 4;
 
-// False for a null path too.
+// Also false if the path is null.
 bool IsAccessible(const char* path, uint32_t mode);
 
 Result RemoveFileByName(const char* path);
 
-// A name in the runtime's folder for temporary files that begins with the prefix, in memory that
-// RawFree gives back; null when there is none.
+// The path of a file that does not exist, in the runtime's folder for temporary files; the file's
+// name begins with the prefix. The caller frees the text with RawFree. Null on failure.
 ValueResult<char*> MakeTemporaryName(const char* prefix);
 
-// The process's number, as the runtime tells it.
+// The runtime's identifier of the process.
 int32_t RuntimeProcessId();
 
 }  // namespace kiv::os

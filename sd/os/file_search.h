@@ -1,4 +1,4 @@
-// Searching folders by a pattern, and absolute paths.
+// Searching a folder by a pattern, and absolute paths.
 #ifndef KIV_OS_FILE_SEARCH_H
 #define KIV_OS_FILE_SEARCH_H
 
@@ -7,20 +7,20 @@
 
 namespace kiv::os {
 
-// OS errors of a search that has found everything, and of a path that is too long.
+// OS errors: the search has no further match; the path is too long.
 extern const uint32_t kErrorNoMoreFiles;
 extern const uint32_t kErrorPathTooLong;
 
-// What matches everything in a folder.
+// The pattern that matches every entry of a folder.
 extern const char* const kEveryFile;
 
-// The value is the platform's invalid handle on a failure.
+// Stores the first match. On failure the value is the platform's invalid handle.
 ValueResult<void*> StartFileSearch(const char* pattern, KivSdFindData* found);
 Result ContinueFileSearch(void* search, KivSdFindData* found);
 Result EndFileSearch(void* search);
 
-// The absolute path with its terminator. Its length without the terminator; when it does not fit,
-// the size that the buffer must have; 0 when there is none.
+// Stores the absolute path with its terminator and returns its length without the terminator. If
+// the path does not fit, returns the size that the buffer must have. Returns 0 on failure.
 uint32_t AbsolutePath(const char* path, uint32_t sizeBytes, char* buffer);
 
 }  // namespace kiv::os

@@ -1,4 +1,4 @@
-// Folders by name, as the C runtime sees them. Errors are errno.
+// Folders by name, through the C runtime. Errors are errno.
 #ifndef KIV_OS_FOLDERS_H
 #define KIV_OS_FOLDERS_H
 
@@ -12,10 +12,10 @@ extern const uint32_t kErrnoMissing;
 Result ChangeFolder(const char* path);
 Result MakeFolder(const char* path);
 
-// Of a folder that is empty.
+// Fails unless the folder is empty.
 Result RemoveFolder(const char* path);
 
-// Lets a file be read and written by everybody, so that it can be removed.
+// Permits everybody to read and write the file. A read-only file cannot be removed.
 Result MakeWritable(const char* path);
 
 }  // namespace kiv::os

@@ -1,12 +1,12 @@
-// Raw memory from the C runtime. Its blocks are shared with the library's callers: either side
-// may free what the other allocated.
+// Raw memory from the C runtime. The library and its callers share these blocks: either side may
+// free a block that the other allocated.
 //
-//   void* RawAllocate(uint64_t sizeBytes)            null when there is no memory
-//   void* RawReallocate(void* block, uint64_t size)  null when there is none; block is then whole
+//   void* RawAllocate(uint64_t sizeBytes)            16-byte aligned; null if out of memory
+//   void* RawReallocate(void* block, uint64_t size)  null if out of memory; block is then untouched
 //   void RawFree(void* block)                        null is ignored
-//   uint64_t RawSize(void* block)                    what the block has room for, or 0
+//   uint64_t RawSize(void* block)                    usable bytes of the block; 0 if unknown
 //
-// Inline: they lie on every allocation's path.
+// Inline: every allocation uses them.
 #ifndef KIV_OS_HEAP_H
 #define KIV_OS_HEAP_H
 

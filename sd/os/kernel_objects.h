@@ -1,4 +1,5 @@
-// Waiting objects of the kernel. A handle is the caller's and closed once.
+// Kernel objects that threads wait for. The caller owns each handle and closes it once with
+// CloseObject.
 #ifndef KIV_OS_KERNEL_OBJECTS_H
 #define KIV_OS_KERNEL_OBJECTS_H
 
@@ -6,26 +7,26 @@
 
 namespace kiv::os {
 
-// Results of a wait, numbered as callers see them in records; anything else is a failure.
+// Results of a wait, with the values that callers see in records. Any other value is a failure.
 constexpr uint32_t kWaitSignalled = 0;
 constexpr uint32_t kWaitAbandoned = 128;
 constexpr uint32_t kWaitTimedOut = 258;
 
 constexpr uint32_t kWaitForEver = 0xFFFFFFFF;
 
-// OS error of a semaphore that would pass its maximum.
+// OS error if a semaphore's count would exceed its maximum.
 extern const uint32_t kErrorTooManyPosts;
 
 struct Wait {
   uint32_t result;
-  uint32_t error;  // the last error as it stood after the call; means something on a failure
+  uint32_t error;  // 0 if signalled, else the last error after the call; meaningful on failure
 };
 
 Wait WaitOne(void* object, uint32_t timeoutMs);
 Result CloseObject(void* object);
 
-// A name may be null. Creating opens the object that has the name already; opening is for every
-// access and gives a handle that child processes inherit.
+// A null name makes an unnamed object. Making an object whose name already exists opens that
+// object. The Open functions ask for full access and return a handle that child processes inherit.
 ValueResult<void*> MakeSemaphore(const char* name, int32_t initialCount, int32_t maximumCount);
 ValueResult<void*> OpenNamedSemaphore(const char* name);
 // `previousCount` may be null.
@@ -35,8 +36,8 @@ ValueResult<void*> MakeMutex(const char* name);  // not held
 ValueResult<void*> OpenNamedMutex(const char* name);
 Result GiveMutex(void* mutex);
 
-// Automatic events let one waiter through and are then reset; a manual one, not signalled when it
-// is made, lets everybody through until it is reset.
+// An automatic event lets one waiter through and resets itself. A manual event, made unsignalled,
+// lets all waiters through until UnsignalEvent.
 ValueResult<void*> MakeAutoEvent(bool signalled);
 ValueResult<void*> MakeManualEvent();
 Result SignalEvent(void* event);

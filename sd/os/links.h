@@ -1,4 +1,4 @@
-// Several names of one file.
+// Hard links: several names of one file.
 #ifndef KIV_OS_LINKS_H
 #define KIV_OS_LINKS_H
 
@@ -6,10 +6,10 @@
 
 namespace kiv::os {
 
-// The first major version of the platform that has links.
+// The platform's first major version with hard links.
 extern const uint32_t kFirstVersionWithLinks;
 
-// The major version as the platform tells it to this program; 0 when it does not.
+// The major version that the platform reports to this program; 0 if it reports none.
 uint32_t MajorVersion();
 
 Result MakeLink(const char* newLink, const char* existing);

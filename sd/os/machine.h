@@ -1,4 +1,4 @@
-// The operating system's identity, its memory, and its users.
+// The operating system's version and directory, its memory, and the process's user.
 #ifndef KIV_OS_MACHINE_H
 #define KIV_OS_MACHINE_H
 
@@ -12,20 +12,21 @@ struct MemoryStatus {
   uint64_t availableBytes;
 };
 
-// OS error of a buffer that is too small for its answer.
+// OS error of a buffer that is too small for the result.
 extern const uint32_t kErrorBufferTooSmall;
 
-// The version word: major number in the lowest byte, minor in the next, flags above.
+// The version word: major number in the lowest byte, minor number in the next, flags above.
 uint32_t SystemVersion();
 
 MemoryStatus PhysicalMemory();
 ValueResult<MemoryStatus> PagingMemory();
 
-// The system directory with its terminator. The value is its length without the terminator;
-// when it does not fit, the length that the buffer must have, and the buffer is left as it was.
+// Stores the system directory with its terminator. The value is its length without the terminator.
+// If the path does not fit, the value is the size that the buffer must have, and the buffer is
+// untouched.
 ValueResult<uint32_t> SystemDirectory(char* buffer, uint32_t sizeBytes);
 
-// The login name of the process's user, with its terminator; fails when it does not fit.
+// Stores the login name of the process's user, terminated. Fails if it does not fit.
 Result LoginName(char* buffer, uint32_t sizeBytes);
 
 }  // namespace kiv::os

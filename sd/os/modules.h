@@ -1,4 +1,4 @@
-// Dynamic modules, and the system's texts for its errors.
+// Dynamic modules, and the system's error messages.
 #ifndef KIV_OS_MODULES_H
 #define KIV_OS_MODULES_H
 
@@ -6,10 +6,10 @@
 
 namespace kiv::os {
 
-// Where a module's own needs are searched for.
+// Where the loader searches for the modules that the loaded module depends on.
 enum class ModuleSearch : uint32_t { kStandard = 0, kOwnFolderFirst = 8 };
 
-// OS errors whose texts have a place for the module's name.
+// First and last OS error whose message has an insert for the module's name.
 extern const uint32_t kErrorFirstModuleText;
 extern const uint32_t kErrorLastModuleText;
 
@@ -17,17 +17,18 @@ ValueResult<void*> LoadModule(const char* path, ModuleSearch search);
 Result UnloadModule(void* module);
 ValueResult<void*> FindEntry(void* module, const char* name);
 
-// The main program's handle.
+// The handle of the main program.
 void* MainModule();
 
-// A module's path with its terminator, cut to the buffer; its length. Null is the main program.
+// Stores the module's path, cut to the buffer. The value is the length stored, which is sizeBytes
+// only if the path was cut; such a path may lack its terminator. A null module is the main program.
 ValueResult<uint32_t> ModulePath(void* module, char* buffer, uint32_t sizeBytes);
 
-// Turns a text into upper case in place, as the C runtime does.
+// Converts the text to upper case in place, by the C runtime's rules.
 void UpperCase(char* text);
 
-// The text of an error, its inserts filled in from an array, or left as they stand when that is
-// null. The count of characters; fails when there is no text or it does not fit.
+// Stores the message of an OS error; the value is its length. The array fills its inserts; if the
+// array is null, the inserts stay as they are. Fails if there is no message or it does not fit.
 ValueResult<uint32_t> SystemMessage(uint32_t error, const char* const* inserts, char* buffer,
                                     uint32_t sizeBytes);
 

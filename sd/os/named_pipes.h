@@ -6,13 +6,13 @@
 
 namespace kiv::os {
 
-// OS error of a client that came before the server waited.
+// OS error of ConnectPipe if the client connected before the call.
 extern const uint32_t kErrorPipeConnected;
 
-// What a pipe is opened with in overlapped mode.
+// Flag that opens a pipe in overlapped mode.
 extern const uint32_t kPipeOverlapped;
 
-// Bytes of an access list; the storage is aligned for any type.
+// Size of an access list's storage, which must be aligned for any type.
 constexpr uint32_t kAccessListBytes = 40;
 
 struct NamedPipeShape {
@@ -24,18 +24,19 @@ struct NamedPipeShape {
   uint32_t defaultTimeoutMs;
 };
 
-// What lies in a pipe; counts of bytes.
+// The contents of a pipe; counts of bytes.
 struct PipeContent {
   uint32_t read;
   uint32_t available;
-  uint32_t left;  // of the message that was read
+  uint32_t left;  // rest of the message that was read
 };
 
-// An access list that admits everybody, in two steps.
+// Both, in this order, make an access list that admits everybody.
 Result PrepareAccessList(void* storage);
 Result OpenAccessListToAll(void* storage);
 
-// On failure the value is the platform's invalid handle, not null. An inheritable handle.
+// On failure the value is the platform's invalid handle, not null. Child processes inherit the
+// handle that MakeNamedPipe returns.
 ValueResult<void*> MakeNamedPipe(const char* path, const NamedPipeShape& shape, void* accessList);
 ValueResult<void*> OpenPipeFile(const char* path, uint32_t access, uint32_t shareMode,
                                 uint32_t disposition, uint32_t flags);
@@ -43,7 +44,7 @@ Result WaitForNamedPipe(const char* path, uint32_t timeoutMs);
 Result ConnectPipe(void* pipe);
 Result DisconnectPipe(void* pipe);
 
-// `buffer` may be null.
+// Reads without removing. `buffer` may be null.
 ValueResult<PipeContent> PeekPipe(void* pipe, void* buffer, uint32_t sizeBytes);
 
 }  // namespace kiv::os

@@ -1,4 +1,4 @@
-// Whole pages, read-write, straight from the system.
+// Whole read-write pages, straight from the system.
 #ifndef KIV_OS_PAGES_H
 #define KIV_OS_PAGES_H
 
@@ -6,16 +6,17 @@
 
 namespace kiv::os {
 
-// OS error of a lock that the process's quota of locked memory refuses.
+// OS error if LockPages would exceed the process's quota of locked memory.
 extern const uint32_t kErrorLockQuota;
 
-// Fresh zeroed pages, or a failure; a size of 0 fails.
+// Returns zeroed pages, aligned to a page. A size of 0 fails.
 ValueResult<void*> CommitPages(uint64_t sizeBytes);
 
-// Gives back the whole of what CommitPages made at this address; any other address fails.
+// Releases all pages of the CommitPages call that returned this address. Any other address is an
+// error, which the platform need not detect (w32 does, lnx does not).
 Result ReleasePages(void* address);
 
-// Keeps pages in memory, and lets them go again.
+// LockPages keeps the pages in physical memory until UnlockPages.
 Result LockPages(void* address, uint64_t sizeBytes);
 Result UnlockPages(void* address, uint64_t sizeBytes);
 

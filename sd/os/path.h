@@ -1,6 +1,7 @@
-// How file names are written.
+// The syntax of paths.
 //
-//   constexpr char kPathSeparator    between the folders of a name; others may be understood too
+//   constexpr char kPathSeparator    stands between the parts of a path; the platform may accept
+//                                    other separators too
 #ifndef KIV_OS_PATH_H
 #define KIV_OS_PATH_H
 

@@ -1,4 +1,4 @@
-// Processes.
+// Processes: identity, end, and priority class.
 #ifndef KIV_OS_PROCESS_H
 #define KIV_OS_PROCESS_H
 
@@ -6,7 +6,7 @@
 
 namespace kiv::os {
 
-// OS error of a process that may not be touched.
+// OS error if the caller may not access the process.
 extern const uint32_t kErrorAccessDenied;
 
 void* CurrentProcessHandle();  // a pseudo-handle, the same number in every process

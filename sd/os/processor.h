@@ -1,4 +1,4 @@
-// The machine's processors, their numbers, and the page size. None of these can fail.
+// Processors, the page size, and a test of floating-point numbers. None of these can fail.
 #ifndef KIV_OS_PROCESSOR_H
 #define KIV_OS_PROCESSOR_H
 
@@ -6,7 +6,7 @@
 
 namespace kiv::os {
 
-// Processor types, numbered as the Windows interface numbers them.
+// Processor types, with the values of the Windows interface.
 constexpr uint32_t kProcessorIntel386 = 386;
 constexpr uint32_t kProcessorIntel486 = 486;
 constexpr uint32_t kProcessorIntelPentium = 586;
@@ -15,11 +15,11 @@ constexpr uint32_t kProcessorMipsR4000 = 4000;
 constexpr uint32_t kProcessorAmdX8664 = 8664;
 constexpr uint32_t kProcessorAlpha21064 = 21064;
 
-uint32_t ProcessorCount();  // may be 0 where the system does not say
+uint32_t ProcessorCount();  // 0 if the system does not report it
 uint32_t ProcessorType();
 uint32_t PageSizeBytes();
 
-// Whether a floating-point number is neither infinite nor not-a-number.
+// Whether the value is neither an infinity nor a NaN.
 bool IsFinite(double value);
 
 }  // namespace kiv::os

@@ -1,4 +1,4 @@
-// How an opened file is shared with others.
+// Share modes: how others may open a file that is open already.
 #ifndef KIV_OS_SHARE_MODE_H
 #define KIV_OS_SHARE_MODE_H
 

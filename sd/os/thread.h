@@ -2,7 +2,7 @@
 //
 //   uint32_t CurrentThreadId()  this thread's identifier, never 0
 //   void YieldThread()          gives up the rest of the time slice
-//   void PauseProcessor()       the processor's hint for a busy wait; no system call
+//   void PauseProcessor()       the processor's hint for busy waits; no system call
 //
 // Inline: every lock uses these three.
 #ifndef KIV_OS_THREAD_H
@@ -13,27 +13,28 @@
 
 namespace kiv::os {
 
-// What a thread runs; the calling convention is the platform's for C.
+// The function that a thread runs, in the platform's C calling convention.
 using ThreadRoutine = uint32_t (*)(void* argument);
 
-// Starts a thread and gives its handle. `stackBytes` 0 takes the platform's default; a value below
-// the platform's least is raised to it. `id`, unless null, receives what CurrentThreadId gives in
-// the thread, before the thread runs: its routine may read the variable, or end and free it. It is
-// left alone on a failure, and where only the thread knows its identifier.
+// Starts a thread and returns its handle.
+//
+//   stackBytes  0 takes the platform's default; the platform raises values below its minimum
+//   id          may be null; receives the new thread's CurrentThreadId before the routine starts:
+//               the routine may read or free the variable. Not written on failure, nor on a
+//               platform where only the thread itself can ask for its identifier (lnx)
 ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
                                uint32_t* id = nullptr);
 
-// The calling thread's own handle, valid in that thread alone.
+// The calling thread's own handle, valid only in that thread.
 void* CurrentThreadHandle();
 
-// Waits until the thread has ended. On a platform where joining closes the thread (lnx),
-// CloseThread after it does nothing.
+// Waits until the thread has ended. The handle must still be closed with CloseThread.
 Result JoinThread(void* handle);
 
-// Gives the handle back; the thread runs on.
+// Closes the handle. The thread continues to run.
 Result CloseThread(void* handle);
 
-// 0 yields, 0xFFFFFFFF sleeps for ever.
+// 0 yields; 0xFFFFFFFF sleeps for ever.
 void SleepMs(uint32_t timeMs);
 
 }  // namespace kiv::os

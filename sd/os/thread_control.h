@@ -1,4 +1,4 @@
-// What one thread does to another: stopping it, its priority, its handle.
+// Operations of one thread on another: stop and resume, priority, handle.
 #ifndef KIV_OS_THREAD_CONTROL_H
 #define KIV_OS_THREAD_CONTROL_H
 
@@ -6,13 +6,14 @@
 
 namespace kiv::os {
 
-// The scale's highest priority.
+// The highest priority on the scale of ReadThreadPriority and WriteThreadPriority.
 constexpr int32_t kHighestThreadPriority = 2;
 
-// A handle of the calling thread for others; not inheritable.
+// A handle of the calling thread that other threads may use. Child processes do not inherit it.
 ValueResult<void*> DuplicateCurrentThread();
 
-Result StopThread(void* handle);  // until it is resumed as often
+// A thread stays stopped until it has been resumed as often as it was stopped.
+Result StopThread(void* handle);
 Result ResumeStoppedThread(void* handle);
 [[noreturn]] void EndCurrentThread(uint32_t exitCode);
 

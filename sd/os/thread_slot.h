@@ -1,8 +1,8 @@
-// Slots that hold one pointer for every thread.
+// Thread-local slots: each holds one pointer per thread.
 //
-//   void* ReadThreadSlot(uint32_t slot)  this thread's value; null until the thread sets one
+//   void* ReadThreadSlot(uint32_t slot)  this thread's value; null until the thread writes one
 //
-// Inline: per-thread state is read on hot paths.
+// Inline: hot paths read per-thread state.
 #ifndef KIV_OS_THREAD_SLOT_H
 #define KIV_OS_THREAD_SLOT_H
 
@@ -11,7 +11,7 @@
 
 namespace kiv::os {
 
-// A slot whose value is null in every thread.
+// Returns a slot whose value is null in every thread.
 ValueResult<uint32_t> AllocateThreadSlot();
 Result FreeThreadSlot(uint32_t slot);
 Result WriteThreadSlot(uint32_t slot, void* value);

@@ -1,16 +1,17 @@
-// Transfers of the system's files, and their positions.
+// Reading, writing and positioning files by the system's handles.
 //
 //   ValueResult<uint32_t> ReadSystemFile(void* file, void* buffer, uint32_t sizeBytes,
 //                                        KivSdNoWaitCb* record)
 //   ValueResult<uint32_t> WriteSystemFile(void* file, const void* buffer, uint32_t sizeBytes,
 //                                         KivSdNoWaitCb* record)
-//       The value is the count of bytes, also on a failure. The record holds the offset, and the
-//       event to signal or none; without one the transfer is at the file's position.
+//       The value is the count of bytes, also on failure. The record holds the offset and the
+//       event to signal; the event may be null. Without a record, the transfer starts at the
+//       file's position.
 //   ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin origin)
-//       The new position. It fails where that takes more than 32 bits.
+//       The value is the new position. Fails if the position does not fit in 32 bits.
 //
-// Inline: behind a call that entered the kernel each frame costs as much as all that an operation
-// does besides.
+// Inline: after a call that entered the kernel, one more stack frame costs as much as everything
+// else that an operation does.
 #ifndef KIV_OS_TRANSFERS_H
 #define KIV_OS_TRANSFERS_H
 

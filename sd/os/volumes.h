@@ -23,12 +23,13 @@ enum class DriveType : uint32_t {
   kRamDisk = 6,
 };
 
-// The drives present, bit 0 for A; fails when there is none.
+// A bit for each drive present, bit 0 for A. Fails if there is none.
 ValueResult<uint32_t> DriveMask();
 
 uint32_t CurrentDrive();  // 1 is A
 
-// Fills label and file-system name with their terminators; on failure they may hold anything.
+// Stores the label and the file system's name, both terminated. On failure the buffers may hold
+// anything.
 Result VolumeNames(const char* root, char* label, uint32_t labelBytes, char* fileSystem,
                    uint32_t fileSystemBytes);
 

@@ -11,7 +11,7 @@ struct WorkingSet {
   uint64_t maximumBytes;
 };
 
-// OS errors of a change that lacks a privilege.
+// OS errors if the caller lacks the privilege for the change.
 extern const uint32_t kErrorNoSuchPrivilege;
 extern const uint32_t kErrorPrivilegeNotHeld;
 

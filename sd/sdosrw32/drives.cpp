@@ -25,11 +25,11 @@ constexpr uint32_t kLineDriveOrdinal = 460;
 constexpr uint32_t kLineDriveInfo = 461;
 
 constexpr size_t kMostNameCharacters = 60;
-constexpr uint32_t kFileSystemBytes = 61;  // what the system is offered of the larger field
+constexpr uint32_t kFileSystemBytes = 61;  // size passed to the system; the field is larger
 constexpr char kBeforeA = 'A' - 1;
 constexpr char kUnknown[] = "Unknown";
 
-// By KIV_DRIVE_ value.
+// Indexed by KIV_DRIVE_ value.
 constexpr const char* kTypeNames[] = {kUnknown, "Removable", "Fixed", "RAM", "Remote"};
 
 uint32_t TypeNumber(os::DriveType type) {
@@ -50,7 +50,7 @@ uint32_t TypeNumber(os::DriveType type) {
   return KIV_DRIVE_UNKNOWN;
 }
 
-// A drive without a medium has no names and no room; both stay zero.
+// For a drive without a medium the sizes stay zero; the names are as the system left them.
 void FillVolume(const char* root, KivSdDriveInfo* info) {
   static_cast<void>(
       os::VolumeNames(root, info->label, sizeof info->label, info->fileSystem, kFileSystemBytes));
@@ -98,10 +98,11 @@ uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* 
 
   char root[sizeof "A:\\"];
   std::sprintf(root, "%c:%c", info->name[0], '\\');
-  // An empty removable drive must not put a box on the server's screen and wait for an answer.
+  // Without this, an empty removable drive shows an error box on the server and waits for a user.
   os::SetErrorBoxes(os::kErrorBoxesHidden);
   const uint32_t status = FillDrive(root, info);
-  // Kept: shown afterwards, whatever the mode was before.
+  // Compatibility: error boxes are shown afterwards, whatever the mode was before. Hosts expect
+  // this mode after the call.
   os::SetErrorBoxes(os::kErrorBoxesShown);
   return Report(ctx, status);
 }

@@ -1,4 +1,4 @@
-// Sizes as records tell them: in KiB, clamped to 32 bits.
+// Sizes as records hold them: in KiB, clamped to 32 bits.
 #ifndef KIV_SDOSRW32_KIBIBYTES_H
 #define KIV_SDOSRW32_KIBIBYTES_H
 

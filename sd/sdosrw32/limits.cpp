@@ -1,4 +1,4 @@
-// Sizes and limits: page, largest allocation, alignment, processor count, and the bounds of
+// Sizes and limits: page, largest allocation, alignment, processor count, and the test for finite
 // numbers.
 #include "kivsdu/system.h"
 #include "lease_guard.h"
@@ -10,7 +10,7 @@ namespace {
 namespace os = kiv::os;
 using kiv::Report;
 
-// The largest size a caller can write down, less what a block's own records may take.
+// The largest 64-bit size, less room for a block's own header.
 constexpr uint64_t kMaxAllocBytes = UINT64_MAX - 31;
 constexpr uint32_t kMaxAlignBytes = 8;
 

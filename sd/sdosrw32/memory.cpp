@@ -37,8 +37,8 @@ void FillPagingSizes(KivSdSwapInfo* info) {
   info->usedKiB = info->totalKiB - info->freeKiB;
 }
 
-// Copies the first string of the setting. The store does not promise a terminator, so no byte
-// behind the value's own is looked at.
+// Copies the first string of the setting. The value may lack a terminator: reads only the bytes
+// that belong to it.
 bool CopySetting(void* key, char* buffer, uint32_t sizeBytes, KivSdSwapInfo* info) {
   const os::ValueResult<os::RegistryValue> value =
       os::ReadRegistryValue(key, kPagingValue, buffer, sizeBytes);

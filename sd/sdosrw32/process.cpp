@@ -12,11 +12,11 @@ namespace {
 namespace os = kiv::os;
 using kiv::Report;
 
-// Working sets of 2 GiB and more were cut to this when sizes had 31 bits; hosts count on it.
+// Compatibility: sets of 2 GiB and more are cut to 2 GiB less 1 byte. Hosts rely on this limit.
 constexpr uint64_t kWorkingSetUnitsCut = 0x40000;
 constexpr uint64_t kWorkingSetBytesCut = 0x7FFFFFFF;
 
-constexpr size_t kFailedNameBytes = 8;  // of a name buffer, zeroed on failure
+constexpr size_t kFailedNameBytes = 8;  // zeroed in the name buffer on failure
 
 uint64_t WorkingSetBytes(uint64_t units) {
   return units >= kWorkingSetUnitsCut ? kWorkingSetBytesCut : units * KIV_PAGE_UNIT;
@@ -37,7 +37,7 @@ uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path) {
   const os::ValueResult<uint32_t> directory = os::SystemDirectory(path, length);
   if (!directory.ok) return Report(ctx, KIV_ST_HOME_PATH, directory.error);
   if (directory.value < length) return Report(ctx, KIV_ST_OK);
-  // The system calls a buffer that is too small no failure; to a caller with no path it is one.
+  // If the buffer is too small, the system reports no error but stores no path: report a failure.
   path[0] = '\0';
   return Report(ctx, KIV_ST_HOME_PATH, os::kErrorBufferTooSmall);
 }
@@ -62,14 +62,14 @@ uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process, uin
   return kiv::ReportOutcome(ctx, set, WorkingSetFailure(set.error));
 }
 
-// No lease guard: a host asks who runs it before it has any lease.
+// No lease guard: a host asks for its user before it has any lease.
 uint32_t KivSdGetSessionLoginUsername(KivSdContext* ctx, char* name, uint32_t* length) {
   if (name == nullptr || length == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   char login[KIV_LOGIN_NAME_MAX] = {};
   if (!os::LoginName(login, sizeof login).ok) {
     *length = 0;
     std::memset(name, 0, kFailedNameBytes);
-    // Kept: why it failed is not told; callers fall back to a name of their own.
+    // Compatibility: the OS error is not recorded. Callers use a name of their own instead.
     return Report(ctx, KIV_ST_LOGIN_USER);
   }
   *length = static_cast<uint32_t>(std::strlen(login));

@@ -32,9 +32,15 @@ KivSharedMemSeg** LinkOf(KivSharedMemSeg** list, const char* name) {
   return link;
 }
 
+// Whether there is a set to close. Setting up gives a descriptor a set and an area together; one
+// that has neither area nor view and still refers to a set was renewed, and that set is closed.
+bool HasSet(const KivSharedMemSeg& segment) {
+  return segment.semaphores != nullptr && (segment.mapping != nullptr || IsMapped(segment));
+}
+
 // The reference stays for the caller to clear.
 uint32_t CloseSet(KivSdContext* ctx, const KivSharedMemSeg& segment) {
-  if (segment.semaphores == nullptr) return KIV_ST_OK;
+  if (!HasSet(segment)) return KIV_ST_OK;
   return KivSdShSemSetClose(ctx, segment.semaphores);
 }
 
@@ -64,8 +70,8 @@ bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
 
 // Closes what an earlier owner left, whatever that comes to.
 //
-// Kept: the reference to the set stays. It says no more than that there was one; setting the
-// segment up anew overwrites it.
+// Compatibility: the reference to the set stays, and says no more than that there was one. Setting
+// the segment up anew overwrites it; until then HasSet knows it for what it is.
 void Renew(KivSdContext* ctx, KivSharedMemSeg* segment, uint32_t ownerStamp1,
            uint32_t ownerStamp2) {
   if (CloseSet(ctx, *segment) == KIV_ST_OK) static_cast<void>(FreeArea(ctx, segment));
@@ -108,7 +114,6 @@ void Fill(KivSharedMemSeg* segment, const char* name, size_t length, uint32_t ti
   segment->chunkCount = KIV_SEGMENT_CHUNKS;
   segment->timeoutMs = timeoutMs;
   segment->takenMask = 0;
-  segment->mapping = nullptr;
   std::memset(segment->reading, 0, sizeof segment->reading);
   std::memset(segment->writing, 0, sizeof segment->writing);
 }
@@ -164,14 +169,17 @@ uint32_t KivCreateSharedMemSeg(KivSdContext* ctx, const char* name, uint32_t kin
   segment->semaphores = made == KIV_ST_OK ? set : nullptr;
   if (made != KIV_ST_OK) return made;
 
+  // A failure leaves the descriptor the area that it had, so that deleting it still frees that.
+  KivHandle mapping = nullptr;
   const uint32_t allocated =
       KivSdSharedMemAlloc(ctx, segment->name, KIV_SEGMENT_AREA_BYTES, openFlags, protectionFlags,
-                          &segment->mapping, mappingId, view);
+                          &mapping, mappingId, view);
   if (allocated != KIV_ST_OK) {
     static_cast<void>(KivSdShSemSetClose(ctx, set));
     segment->semaphores = nullptr;
     return allocated;
   }
+  segment->mapping = mapping;
   segment->kind = kind;
   return KIV_ST_OK;
 }
@@ -195,7 +203,7 @@ uint32_t KivDeleteSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* list) {
   for (KivSharedMemSeg* segment = list; segment != nullptr;) {
     // Kept: a set that closes forgets a failure of before, and where there is no set the failure
     // keeps the descriptor.
-    if (segment->semaphores != nullptr) status = CloseSet(ctx, *segment);
+    if (HasSet(*segment)) status = CloseSet(ctx, *segment);
     segment->semaphores = nullptr;
     if (status == KIV_ST_OK) status = FreeArea(ctx, segment);
     KivSharedMemSeg* next = segment->next;

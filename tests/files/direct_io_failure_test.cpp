@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
@@ -56,10 +57,12 @@ TEST(DirectIOOpen, PassesTheCallersWordsOnAndAddsUnbufferedAccess) {
   EXPECT_EQ(Low(asked[5]), 0x60000001u);
   EXPECT_EQ(asked[6], 0u);
 
-  const GuardWatch failover;
-  CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path, 0xC0000000, 3, 4, nullptr, 0x20000000, &file));
-  EXPECT_EQ(Low(create.calls()[1][2]), 7u);
-  EXPECT_EQ(Low(create.calls()[1][5]), 0x20000000u);
+  for (const int mode : {1, 2, 0x80, 0xFF}) {
+    const GuardWatch failover(static_cast<uint8_t>(mode));
+    CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path, 0xC0000000, 3, 4, nullptr, 0x20000000, &file));
+    EXPECT_EQ(Low(create.calls().back()[2]), 7u);
+    EXPECT_EQ(Low(create.calls().back()[5]), 0x20000000u);
+  }
 }
 
 TEST(DirectIOOpen, TellsASharingViolationFromAnythingElse) {
@@ -111,9 +114,11 @@ TEST(DirectIOCreate, OpensForWritingAndCloses) {
   ASSERT_EQ(close.calls().size(), 1u);
   EXPECT_EQ(close.calls()[0][0], 0x40u);
 
-  const GuardWatch failover;
-  CHECK_OK(ctx, KivSdDirectIOFileCreate(ctx, path));
-  EXPECT_EQ(Low(create.calls()[1][2]), 7u);
+  for (const int mode : {1, 2, 0x80, 0xFF}) {
+    const GuardWatch failover(static_cast<uint8_t>(mode));
+    CHECK_OK(ctx, KivSdDirectIOFileCreate(ctx, path));
+    EXPECT_EQ(Low(create.calls().back()[2]), 7u);
+  }
 }
 
 TEST(DirectIOCreate, ThatDoesNotOpenClosesNothing) {
@@ -229,6 +234,19 @@ TEST(DirectIOFile, MovesAreAskedForInBytesWithoutAHighPart) {
     EXPECT_EQ(Low(move.calls()[i][1]), asked[i][0]);
     EXPECT_EQ(move.calls()[i][2], 0u);
     EXPECT_EQ(Low(move.calls()[i][3]), asked[i][1]);
+  }
+}
+
+TEST(DirectIOFile, MethodsOfMovingAreTheSystemsToJudge) {
+  Context ctx;
+  for (const uint32_t method : {3u, 4u, 0x80000000u, 0xFFFFFFFFu}) {
+    const ScriptedImport move("SetFilePointer", {.result = kBlockBytes});
+    uint32_t out = kUntouched;
+    CHECK_OK(ctx, KivSdDirectIOFilePointerSet(ctx, kFile, 5, method, &out));
+    EXPECT_EQ(out, 1u);
+    ASSERT_EQ(move.calls().size(), 1u);
+    EXPECT_EQ(Low(move.calls()[0][1]), 5 * kBlockBytes);
+    EXPECT_EQ(Low(move.calls()[0][3]), method);
   }
 }
 
@@ -714,6 +732,88 @@ TEST(DirectIORecords, AnEventThatDoesNotCloseDoesNotEndTheWalk) {
     handles.clear();
     EXPECT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records, 4), KIV_ST_EVENT_CLOSE);
   }
+}
+
+// ---- The lease guard ----
+
+struct GuardedOperation {
+  const char* name;
+  std::function<void()> run;
+};
+
+uint32_t word;
+KivSdNoWaitCb* NewRecord() {
+  static KivSdNoWaitCb record;
+  record = {};
+  return &record;
+}
+
+const GuardedOperation kGuarded[] = {
+    {"Create", [] { KivSdDirectIOFileCreate(nullptr, "path"); }},
+    {"Open", [] { KivSdDirectIOFileOpen(nullptr, "path", 0, 0, 0, nullptr, 0, &word); }},
+    {"Remove", [] { KivSdDirectIOFileRemove(nullptr, "path"); }},
+    {"Read", [] { KivSdDirectIOFileRead(nullptr, kFile, 0, buffer, 1, nullptr, &word); }},
+    {"Read with a record",
+     [] { KivSdDirectIOFileRead(nullptr, kFile, 0, buffer, 1, NewRecord(), &word); }},
+    {"Write", [] { KivSdDirectIOFileWrite(nullptr, kFile, 0, buffer, 1, nullptr, &word); }},
+    {"Write with a record",
+     [] { KivSdDirectIOFileWrite(nullptr, kFile, 0, buffer, 1, NewRecord(), &word); }},
+    {"Wait", [] { KivSdDirectIOWait(nullptr, kFile, NewRecord(), &word); }},
+    {"PointerSet", [] { KivSdDirectIOFilePointerSet(nullptr, kFile, 0, 0, &word); }},
+    {"PointerGet", [] { KivSdDirectIOFilePointerGet(nullptr, kFile, &word); }},
+    {"Size", [] { KivSdDirectIOFileSize(nullptr, kFile, &word); }},
+    {"SetEndOfFile", [] { KivSdDirectIOFileSetEndOfFile(nullptr, kFile, 0, &word); }},
+    {"ChangeSize", [] { KivSdDirectIOFileChangeSize(nullptr, 3, 0, &word); }},
+    {"Init", [] { KivSdDirectIONoWaitCbsInit(nullptr, NewRecord(), 1); }},
+};
+
+// The calls that the runtime and the system had received when the guard ran.
+uint32_t callsSoFar;
+uint32_t callsBeforeGuard;
+uint32_t guardRuns;
+
+intptr_t CountCall() {
+  ++callsSoFar;
+  return 1;
+}
+
+void NoteCalls() {
+  ++guardRuns;
+  callsBeforeGuard += callsSoFar;
+}
+
+TEST(DirectIOGuard, RunsOnceBeforeTheSystemIsAskedForEveryValueOfTheMode) {
+  std::vector<std::unique_ptr<ImportPatch>> patches;
+  for (const char* call :
+       {"CreateFileA", "CloseHandle", "DeleteFileA", "ReadFile", "WriteFile", "CreateEventA",
+        "WaitForSingleObject", "SetFilePointer", "GetFileSize", "SetEndOfFile", "_chsize"}) {
+    patches.push_back(std::make_unique<ImportPatch>(call, reinterpret_cast<void*>(&CountCall)));
+  }
+  KivSdSetLeaseGuardAccessFunction(&NoteCalls);
+  for (const int mode : {1, 2, 0x80, 0xFF}) {
+    KivSdSetFailoverModeFlag(static_cast<uint8_t>(mode));
+    for (const GuardedOperation& operation : kGuarded) {
+      SCOPED_TRACE(operation.name);
+      callsSoFar = callsBeforeGuard = guardRuns = 0;
+      operation.run();
+      EXPECT_EQ(guardRuns, 1u);
+      EXPECT_EQ(callsBeforeGuard, 0u);
+      EXPECT_GE(callsSoFar, 1u);
+    }
+  }
+  KivSdSetFailoverModeFlag(0);
+  KivSdSetLeaseGuardAccessFunction(nullptr);
+}
+
+TEST(DirectIOGuard, RunsForAnArrayWithoutRecordsTooWhenItsEventsAreMade) {
+  Context ctx;
+  const ScriptedImport create("CreateEventA", {.result = 0x99});
+  GuardWatch guard;
+  CHECK_OK(ctx, KivSdDirectIONoWaitCbsInit(ctx, nullptr, 0));
+  EXPECT_EQ(guard.TakeRuns(), 1u);
+  CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, nullptr, 0));
+  EXPECT_EQ(guard.TakeRuns(), 0u);
+  EXPECT_TRUE(create.calls().empty());
 }
 
 // ---- Bad arguments ----

@@ -329,6 +329,22 @@ TEST_F(DirectIO, PositionsBeforeTheBeginningAreRefused) {
   }
 }
 
+TEST_F(DirectIO, PositionsByAMethodThatThereIsNotAreRefused) {
+  const DirectFile file(Path());
+  uint32_t position = 0;
+  CHECK_OK(ctx_, KivSdDirectIOFilePointerSet(ctx_, file, 2, 0, &position));
+  for (const uint32_t method : {3u, 0xFFFFFFFFu}) {
+    position = kUntouched;
+    EXPECT_EQ(KivSdDirectIOFilePointerSet(ctx_, file, 1, method, &position),
+              KIV_ST_DIRECT_POINTER_SET);
+    EXPECT_EQ(ctx_.status(), KIV_ST_DIRECT_POINTER_SET);
+    EXPECT_NE(ctx_.osError(), 0u);
+    EXPECT_EQ(position, 0u);
+  }
+  CHECK_OK(ctx_, KivSdDirectIOFilePointerGet(ctx_, file, &position));
+  EXPECT_EQ(position, 2u);
+}
+
 TEST_F(DirectIO, SizesCountWholeBlocks) {
   struct {
     size_t bytes;

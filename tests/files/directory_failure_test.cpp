@@ -253,6 +253,7 @@ struct Entry {
   bool isFolder;
 };
 std::deque<Entry> entries;          // of the next folder that is searched
+std::deque<Entry> innerEntries;     // of the folder that is searched after it
 std::vector<std::string> patterns;  // that were searched
 uint32_t endOfWalk;                 // the error behind the last entry
 int openSearches;
@@ -275,7 +276,8 @@ HANDLE WINAPI FindFirst(const char* pattern, void* data) {
   }
   ++openSearches;
   searches.push_back(entries);
-  entries.clear();
+  entries = innerEntries;
+  innerEntries.clear();
   Show(data, searches.back().front());
   searches.back().pop_front();
   return reinterpret_cast<HANDLE>(searches.size());
@@ -324,6 +326,7 @@ class TreeRemoval : public testing::Test {
 
   TreeRemoval() {
     entries.clear();
+    innerEntries.clear();
     patterns.clear();
     searches.clear();
     steps.clear();
@@ -401,6 +404,15 @@ TEST_F(TreeRemoval, EndsWhenAFolderInItCannotBeEmptied) {
   EXPECT_EQ(steps, (Steps{"rmdir d\\inner", "rmdir d"}));
 }
 
+TEST_F(TreeRemoval, GoesOnWhenAnEmptiedFolderInItStays) {
+  entries = {{"inner", true}, {"after", false}};
+  innerEntries = {{"file", false}};
+  failingStep = "rmdir d\\inner";
+  CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
+  EXPECT_EQ(steps, (Steps{"chmod d\\inner\\file", "unlink d\\inner\\file", "rmdir d\\inner",
+                          "chmod d\\after", "unlink d\\after", "rmdir d"}));
+}
+
 TEST_F(TreeRemoval, GoesIntoPathsThatFit) {
   const std::string longest(1028 - 4, 'd');
   entries = {{"fit", false}};
@@ -413,9 +425,11 @@ TEST_F(TreeRemoval, GoesIntoPathsThatFit) {
   EXPECT_EQ(steps.back(), "rmdir " + longest);
 
   patterns.clear();
-  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + "d").c_str()), KIV_ST_DIR_REMOVE,
-                kErrorPathTooLong);
-  EXPECT_EQ(steps.back(), "rmdir " + longest + "d");
+  for (const char* more : {"d", "dddd"}) {  // the last has no room for the separator either
+    CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + more).c_str()), KIV_ST_DIR_REMOVE,
+                  kErrorPathTooLong);
+    EXPECT_EQ(steps.back(), "rmdir " + longest + more);
+  }
   steps.clear();
   CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + "ddddd").c_str()), KIV_ST_DIR_REMOVE,
                 kErrorPathTooLong);

@@ -223,7 +223,7 @@ TEST(FileGuard, RunsBeforeAProgrammingErrorEndsTheProcess) {
 
 TEST(FileGuard, ModeSharesWhatIsOpenedWhateverTheCallerAsked) {
   const ScriptedImport open("_sopen", {.result = 77});
-  for (const int mode : {1, 0x80}) {
+  for (const int mode : {1, 2, 0x80, 0xFF}) {
     const GuardWatch guard(static_cast<uint8_t>(mode));
     for (const uint32_t asked : {0u, kDenyAll, kDenyWrite, kDenyRead, kDenyNone}) {
       const size_t first = open.calls().size();

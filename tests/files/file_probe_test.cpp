@@ -184,14 +184,16 @@ TEST_F(FileStatus, OpensTheFileForItselfAloneAndClosesItAtOnce) {
 }
 
 TEST_F(FileStatus, SharesTheFileInFailoverMode) {
-  const GuardWatch guard;
-  const ScriptedImport open("_sopen", {.result = kFailed});
-  const ScriptedImport close("_close", {.result = 0});
-  EXPECT_EQ(StatusOf(path()), KIV_FSTAT_INUSE);
-  ASSERT_EQ(open.calls().size(), 1u);
-  EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][1]), 0x8002u);
-  EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][2]), 0x40u);
-  EXPECT_TRUE(close.calls().empty()) << "nothing was opened";
+  for (const int mode : {1, 2, 0x80, 0xFF}) {
+    const GuardWatch guard(static_cast<uint8_t>(mode));
+    const ScriptedImport open("_sopen", {.result = kFailed});
+    const ScriptedImport close("_close", {.result = 0});
+    EXPECT_EQ(StatusOf(path()), KIV_FSTAT_INUSE);
+    ASSERT_EQ(open.calls().size(), 1u);
+    EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][1]), 0x8002u);
+    EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][2]), 0x40u);
+    EXPECT_TRUE(close.calls().empty()) << "nothing was opened";
+  }
 }
 
 TEST_F(FileStatus, IsNoFailureWhateverTheRuntimeSays) {

@@ -199,6 +199,7 @@ TEST_F(FileSearch, CollectsFoldersButNotThoseThatAreAlwaysThere) {
   Collected none;
   CHECK_OK(ctx_, none.Find(ctx_, "", Path("folder\\empty\\*.*")));
   EXPECT_EQ(none.count(), 0u);
+  EXPECT_NE(none.names(), nullptr) << "an array all the same, which is to be freed";
 }
 
 TEST_F(FileSearch, PutsThePrefixBeforeNamesAsItIs) {

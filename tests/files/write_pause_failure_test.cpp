@@ -481,6 +481,30 @@ TEST(WritePauseMemory, WithoutAnyAPauseIsLiftedAllTheSame) {
   EXPECT_TRUE(block.IsResumeOpen());
 }
 
+// Without a node of the lock the one that lifts cannot wait for the pauser.
+TEST_F(WritePauseSteps, WithoutMemoryAPauseIsLiftedDuringTheDrainThatItThenOutlives) {
+  block_->leases = 1;
+  Participant other(block_);
+  const Gates gates(block_, {[&] {
+                               const HeapWatch heap(0, kErrorNoMemory);
+                               EXPECT_EQ(KivSdUnpauseWriteIO(other), KIV_ST_OK);
+                               EXPECT_EQ(block_->paused, 0u);
+                               EXPECT_EQ(KivSdModeRW(nullptr, &self_->locks, &block_->lock),
+                                         KIV_RWLOCK_WRITE);
+                               return TimesOut();
+                             },
+                             [&] {
+                               --block_->leases;
+                               return TimesOut();
+                             }});
+  CHECK_OK(self_.ctx(), KivSdPauseWriteIO(self_, 7));
+  EXPECT_EQ(gates.log(), (Log{"close resume", "close drained, paused", "wait drained 1000, paused",
+                              "open resume", "close drained", "wait drained 1000"}));
+  EXPECT_EQ(block_->paused, 0u);
+  EXPECT_EQ(block_->maximumSeconds, 7);
+  EXPECT_TRUE(block_.IsLockFree());
+}
+
 // ---- Writes under a lease ----
 
 struct Outputs {

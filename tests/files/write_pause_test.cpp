@@ -130,6 +130,20 @@ TEST(WritePause, DuringAPauseIsRefusedAndChangesNothing) {
   EXPECT_TRUE(second.ctx().IsUntouched());
 }
 
+TEST(WritePause, ByAThreadThatHoldsTheLockForReadingIsRefusedAndChangesNothing) {
+  PauseBlock block;
+  Participant self(block);
+  EXPECT_EQ(KivSdStartRead(nullptr, &self->locks, &block->lock), KIV_ST_OK);
+  const KivSdWritePause before = *static_cast<KivSdWritePause*>(block);
+  EXPECT_EQ(KivSdPauseWriteIO(self, 5), KIV_ST_MUTEX_REQUEST);
+  EXPECT_EQ(std::memcmp(&before, static_cast<KivSdWritePause*>(block), sizeof before), 0);
+  EXPECT_TRUE(block.IsResumeOpen());
+  EXPECT_TRUE(self.ctx().IsUntouched());
+  EXPECT_EQ(KivSdModeRW(nullptr, &self->locks, &block->lock), KIV_RWLOCK_READ);
+  EXPECT_EQ(KivSdEndRW(nullptr, &self->locks, &block->lock), KIV_ST_OK);
+  EXPECT_TRUE(block.IsLockFree());
+}
+
 TEST(WritePause, LiftingWhatIsNotThereDoesNothing) {
   PauseBlock block;
   Participant self(block);
@@ -193,6 +207,20 @@ TEST(WriteLease, ThatIsNotHeldIsNotGivenBack) {
   EXPECT_EQ(KivSdReleaseWriteIOLease(self), KIV_ST_OK);
   EXPECT_EQ(block->leases, 3);
   EXPECT_EQ(self->held, 0u);
+}
+
+TEST(WriteLease, TakenInsideALeaseIsCountedAndNeverGivenBack) {
+  PauseBlock block;
+  Participant self(block);
+  EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
+  EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
+  EXPECT_EQ(block->leases, 2);
+  EXPECT_EQ(self->held, 1u);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(KivSdReleaseWriteIOLease(self), KIV_ST_OK);
+    EXPECT_EQ(block->leases, 1);
+    EXPECT_EQ(self->held, 0u);
+  }
 }
 
 TEST(WriteLease, IsNeverCountedBelowNone) {
@@ -376,17 +404,18 @@ TEST(WritePauseExpiry, IsNoticedByAWriterThatWaits) {
 
 TEST(WritePauseExpiry, DependsOnTheMaximum) {
   PauseBlock unlimited;
-  PauseBlock threeSeconds;
+  PauseBlock fourSeconds;
   PauseBlock negative;
   PauseBlock withoutWriters;
-  Participant pausers[] = {Participant(unlimited), Participant(threeSeconds), Participant(negative),
+  Participant pausers[] = {Participant(unlimited), Participant(fourSeconds), Participant(negative),
                            Participant(withoutWriters)};
   EXPECT_EQ(KivSdPauseWriteIO(pausers[0], 0), KIV_ST_OK);
-  EXPECT_EQ(KivSdPauseWriteIO(pausers[1], 3), KIV_ST_OK);
+  EXPECT_EQ(KivSdPauseWriteIO(pausers[1], 4), KIV_ST_OK);
   EXPECT_EQ(KivSdPauseWriteIO(pausers[2], -1), KIV_ST_OK);
   EXPECT_EQ(KivSdPauseWriteIO(pausers[3], 1), KIV_ST_OK);
   const auto forEver = Writers(unlimited, 1);
-  const auto twoPolls = Writers(threeSeconds, 1);
+  // Pauses are timed in whole seconds, cut off: the first poll sees 2 of them or 3, never 4.
+  const auto twoPolls = Writers(fourSeconds, 1);
   const auto onePoll = Writers(negative, 1);
 
   const double second = twoPolls[0]->Ended();
@@ -460,15 +489,19 @@ TEST(WritePauseShutdown, LetsAllWhoWaitGoOn) {
 
 class LeasedWrite : public testing::Test {
  protected:
-  LeasedWrite() {
-#ifdef _WIN32
-    descriptor_ = _open(path_.c_str(), _O_CREAT | _O_RDWR | _O_BINARY, 0600);
-#else
-    descriptor_ = open(path_.c_str(), O_CREAT | O_RDWR, 0600);
-#endif
-    EXPECT_NE(descriptor_, -1);
-  }
+  LeasedWrite() : descriptor_(Open()) {}
   ~LeasedWrite() override { EXPECT_EQ(close(descriptor_), 0); }
+
+  // A descriptor with a position of its own.
+  int Open() const {
+#ifdef _WIN32
+    const int descriptor = _open(path_.c_str(), _O_CREAT | _O_RDWR | _O_BINARY, 0600);
+#else
+    const int descriptor = open(path_.c_str(), O_CREAT | O_RDWR, 0600);
+#endif
+    EXPECT_NE(descriptor, -1);
+    return descriptor;
+  }
 
   uint32_t file() const { return static_cast<uint32_t>(descriptor_); }
   uint64_t Size() const { return std::filesystem::file_size(path_); }
@@ -480,7 +513,7 @@ class LeasedWrite : public testing::Test {
 
   TemporaryFolder folder_;
   std::string path_ = folder_.Path("journal");
-  int descriptor_ = -1;
+  const int descriptor_;
   PauseBlock block_;
   Participant self_{block_};
 };
@@ -523,11 +556,17 @@ TEST_F(LeasedWrite, WaitsForTheEndOfAPause) {
     uint32_t count = 0;
     EXPECT_EQ(KivSdLeasedFileWrite(self, file(), "abc", 3, &count), KIV_ST_OK);
   });
+  // The writers go on in either order, and a write at an offset leaves the descriptor's position
+  // behind it: each writer has its own descriptor.
   std::thread second([&] {
     Participant self(block_);
+    const int own = Open();
     uint32_t count = 0;
     uint32_t osError = 0;
-    EXPECT_EQ(KivSdLeasedFilePWrite(self, file(), "abc", 100, 3, &count, &osError), KIV_ST_OK);
+    EXPECT_EQ(
+        KivSdLeasedFilePWrite(self, static_cast<uint32_t>(own), "xyz", 100, 3, &count, &osError),
+        KIV_ST_OK);
+    EXPECT_EQ(close(own), 0);
   });
   EXPECT_TRUE(Comes([&] { return block_.WaitingWriters() == 2; }));
   EXPECT_EQ(Size(), 0u);
@@ -535,6 +574,11 @@ TEST_F(LeasedWrite, WaitsForTheEndOfAPause) {
   first.join();
   second.join();
   EXPECT_EQ(Size(), 103u);
+  char text[103] = "";
+  EXPECT_EQ(lseek(descriptor_, 0, SEEK_SET), 0);
+  EXPECT_EQ(read(descriptor_, text, sizeof text), 103);
+  EXPECT_EQ(std::string(text, 3), "abc");
+  EXPECT_EQ(std::string(text + 100, 3), "xyz");
   ExpectNoLease();
 }
 

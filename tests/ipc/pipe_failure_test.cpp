@@ -104,6 +104,17 @@ TEST(PipeFailure, LeavesTheInvalidHandleInTheVariable) {
   }
 }
 
+TEST(PipeFailure, OfMakingAPipeLeavesNullInBothVariables) {
+  for (const uint32_t error : {0u, kErrorAccessDenied}) {
+    KivHandle read = Handle(8);
+    KivHandle write = Handle(9);
+    const ScriptedImport failing("CreatePipe", {.result = 0, .error = error});
+    EXPECT_EQ(KivSdPipeCreate(nullptr, &read, &write, 0), error != 0 ? KIV_ST_PIPE_CREATE : 0);
+    EXPECT_EQ(read, nullptr);
+    EXPECT_EQ(write, nullptr);
+  }
+}
+
 TEST(PipeFailure, ASuccessIsOneWhateverErrorIsLeft) {
   Context ctx;
   for (const Operation& operation : kForgiving) {

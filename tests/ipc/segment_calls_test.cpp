@@ -146,11 +146,20 @@ TEST_F(SegmentCall, AreNoneForADescriptorThatIsAsItShouldBe) {
   EXPECT_EQ(Find(3), KIV_ST_OK);
   EXPECT_EQ(calls_.Take(), "close; free area; ");
   EXPECT_EQ(segment_->semaphores, kSet);
-  segment_->semaphores = nullptr;
-  segment_->buffer = nullptr;
   EXPECT_EQ(Find(4), KIV_ST_OK);
+  EXPECT_EQ(fresh_, 1);
   EXPECT_EQ(calls_.Take(), "") << "nothing is left to close";
-  Delete();
+  EXPECT_EQ(segment_->semaphores, kSet);
+  EXPECT_EQ(KivDeleteSharedMemSeg(&ctx_, list_), KIV_ST_OK);
+  EXPECT_EQ(calls_.Take(), "free sd/shmem 192; ");
+}
+
+TEST_F(SegmentCall, CloseASetThatIsThereWithoutAnArea) {
+  Make();
+  calls_.Take();
+  segment_->mapping = nullptr;  // the view says that the descriptor is set up
+  EXPECT_EQ(KivDeleteSharedMemSeg(&ctx_, list_), KIV_ST_OK);
+  EXPECT_EQ(calls_.Take(), "close; free sd/shmem 192; ");
 }
 
 TEST_F(SegmentCall, AreNoneToCloseWhatWasNeverSetUp) {

@@ -132,6 +132,28 @@ TEST_F(SegmentDescriptor, IsFoundByItsWholeNameAlone) {
   }
 }
 
+TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
+  std::string longest = UniqueName("long");
+  longest.resize(255, 'n');
+  KivSharedMemSeg* first = Make(longest + "1", 0);
+  KivSharedMemSeg* second = Make(longest + "2", 0);
+  EXPECT_EQ(Find(longest + "1", 0, false), first);
+  EXPECT_EQ(Find(longest + "2", 0, false), second);
+  EXPECT_EQ(Find(longest + "3", 0, false), nullptr);
+  EXPECT_EQ(Find(longest, 0, false), nullptr);
+  static_cast<char*>(first->buffer)[0] = 'f';
+  EXPECT_EQ(static_cast<char*>(second->buffer)[0], 0) << "two areas";
+  for (const char* last : {"1", "2"}) EXPECT_TRUE(HasMember(longest + last, 20)) << "two sets";
+
+  // The system makes no semaphores of such a name, but the descriptor has it.
+  KivSharedMemSeg* third = Find("third", 0);
+  std::string refused = UniqueName("refused");
+  refused.resize(258, 'r');
+  EXPECT_EQ(Create(third, refused + "1", 0), KIV_ST_SEM_CREATE);
+  EXPECT_EQ(Find(refused + "1", 0, false), third);
+  EXPECT_EQ(Find(refused + "2", 0, false), nullptr);
+}
+
 TEST_F(SegmentDescriptor, OfTheOtherKindIsNeitherFoundNorMade) {
   const std::string name = UniqueName("kind");
   KivSharedMemSeg* segment = Make(name, 0);
@@ -202,6 +224,38 @@ TEST_F(SegmentDescriptor, OfAnEarlierOwnerMayHaveNothingToClose) {
   EXPECT_EQ(fresh_, 1);
 }
 
+// Its reference to the set leads nowhere any more.
+TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceWhateverFollows) {
+  const std::string name = UniqueName("stale");
+  KivSharedMemSeg* segment = Make(name);
+  const BlockCount blocks;
+  for (const uint32_t stamp : {1u, 2u, 3u}) {
+    KivSharedMemSeg* found = nullptr;
+    EXPECT_EQ(
+        KivFindShareMemSeg(ctx_, name.c_str(), 1, &list_, 0, stamp, 2, &fresh_, nullptr, &found),
+        KIV_ST_OK);
+    EXPECT_EQ(found, segment);
+    EXPECT_EQ(fresh_, 1);
+    EXPECT_NE(segment->semaphores, nullptr);
+  }
+  EXPECT_EQ(blocks.freed(), 2u) << "the set and its members";
+  CHECK_SILENT(ctx_, Create(segment, std::string(260, 'n')), KIV_ST_SEGMENT_NAME);
+  CHECK_SILENT(ctx_, KivDeleteSharedMemSeg(ctx_, list_), KIV_ST_OK);
+  list_ = nullptr;
+  EXPECT_EQ(blocks.freed(), 3u) << "and the descriptor";
+}
+
+TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceWhenItAloneIsClosed) {
+  const std::string name = UniqueName("stale-single");
+  KivSharedMemSeg* segment = Make(name);
+  EXPECT_EQ(Find(name, 1, false, 1, 2), segment);
+  EXPECT_NE(segment->semaphores, nullptr);
+  const BlockCount blocks;
+  CHECK_SILENT(ctx_, KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
+  EXPECT_EQ(blocks.freed(), 0u);
+  EXPECT_EQ(segment->semaphores, nullptr);
+}
+
 TEST_F(SegmentDescriptor, OfKindZeroBelongsToEveryOwner) {
   const std::string name = UniqueName("any-owner");
   KivSharedMemSeg* segment = Make(name, 0);
@@ -262,7 +316,6 @@ TEST_F(SegmentDescriptor, IsFoundWithoutFlags) {
     EXPECT_EQ(found, list_);
   }
   EXPECT_EQ(found->mapping, nullptr);
-  found->semaphores = nullptr;  // closed, and not to be closed again
   uint8_t notMapped = 0;
   EXPECT_EQ(KivFindShareMemSeg(nullptr, name.c_str(), 1, &list_, 1, 1, kStamp2, nullptr, &notMapped,
                                &found),
@@ -370,6 +423,31 @@ TEST_F(SegmentDescriptor, IsWithoutSemaphoresWhenTheAreaCannotBeMade) {
                                              segment, 0, nullptr, &view_));
   EXPECT_FALSE(HasMember(other, 0));
   EXPECT_EQ(segment->semaphores, nullptr);
+}
+
+TEST_F(SegmentDescriptor, KeepsItsAreaWhenItIsSetUpAgainAndThatFails) {
+  const std::string name = UniqueName("again");
+  const SharedSignal taken(name + "-taken");  // by an event: no area can have the name
+  const struct {
+    std::string name;
+    uint32_t status;
+  } failures[] = {{std::string(259, 'n'), KIV_ST_SEM_CREATE},
+                  {name + "-taken", KIV_ST_SHARED_MEM_ALLOC}};
+  KivSharedMemSeg* segment = Find(name);
+  for (const auto& failure : failures) {
+    ASSERT_EQ(Create(segment, name), KIV_ST_OK);
+    ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
+    const KivHandle area = segment->mapping;
+    ASSERT_NE(area, nullptr);
+    // A set is overwritten: who sets up again closes it first.
+    ASSERT_EQ(KivSdShSemSetClose(ctx_, segment->semaphores), KIV_ST_OK);
+    EXPECT_EQ(Create(segment, failure.name), failure.status);
+    EXPECT_EQ(segment->semaphores, nullptr);
+    EXPECT_EQ(segment->mapping, area);
+    EXPECT_TRUE(HasArea(name));
+    CHECK_OK(ctx_, KivDeleteSingleSharedMemSeg(ctx_, segment));
+    EXPECT_FALSE(HasArea(name));
+  }
 }
 
 TEST_F(SegmentDescriptor, OpensAnAreaThatIsThereWithTheFlagsItIsGiven) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -138,6 +139,42 @@ TEST_F(HostileSegment, GivesStringsOfAHalfAtMost) {
         }
       }
     }
+  }
+}
+
+// What a server that does not trust its peer looks for after every read.
+bool HasLied(const KivSharedMemTransfer& state) {
+  return state.lengthBytes > KIV_SEGMENT_HALF_BYTES - state.offset;
+}
+
+TEST_F(HostileSegment, GivesEmptyStringsForEverWhoseLieShowsInTheState) {
+  const FencedBytes half(kHalfBytes, FencedBytes::kBehind);
+  for (const uint32_t length : kLengths) {
+    SCOPED_TRACE(length);
+    std::memset(half.data(), 'z', kHalfBytes);
+    PutHeader(half.data(), 0, length);
+    KivSharedMemSeg end = EndOn(half.data(), true, 0);
+    const KivSharedMemTransfer& state = end.reading[0];
+    std::vector<char> buffer(kHalfBytes, '#');
+    const auto read = [&] {
+      return KivReadSharedMemChunk(nullptr, &end, 0, 0, 1, nullptr, buffer.data());
+    };
+    Offer(end);
+    EXPECT_EQ(read(), KIV_ST_OK);
+    EXPECT_EQ(HasLied(state), length > KIV_SEGMENT_PAYLOAD_BYTES);
+    if (!HasLied(state)) continue;
+    EXPECT_EQ(state.offset, kHalfBytes);
+    std::fill(buffer.begin(), buffer.end(), '#');
+    for (int more = 0; more < 3; ++more) {
+      EXPECT_EQ(read(), KIV_ST_OK);
+      EXPECT_EQ(buffer, std::vector<char>(kHalfBytes, '#'));
+      EXPECT_EQ(state.lengthBytes, length - KIV_SEGMENT_PAYLOAD_BYTES);
+      EXPECT_EQ(state.code, 0u);
+      EXPECT_TRUE(HasLied(state));
+    }
+    EXPECT_EQ(KivReadSharedMemChunk(nullptr, &end, 0, 1, 0, nullptr, buffer.data()),
+              KIV_CHUNK_OVERRUN)
+        << "a read of bytes ends it";
   }
 }
 

@@ -146,9 +146,11 @@ TEST_F(Segment, RefusesWhatIsNotThereAndRecordsNothing) {
   CHECK_SILENT(ctx_, KivPutSharedMemChunk(ctx_, nullptr, 0), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, nullptr, 0, 1, 1, 1, &byte), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 1, 1, 1, nullptr), KIV_ST_ARGUMENT);
+  CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 0, 1, 1, nullptr), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, nullptr, 0, 1), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivReadSharedMemChunk(ctx_, nullptr, 0, 1, 0, &code, &byte), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivReadSharedMemChunk(ctx_, one_, 0, 1, 0, &code, nullptr), KIV_ST_ARGUMENT);
+  CHECK_SILENT(ctx_, KivReadSharedMemChunk(ctx_, one_, 0, 0, 0, &code, nullptr), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, nullptr, 0, &code), KIV_ST_ARGUMENT);
   CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, one_, 0, nullptr), KIV_ST_ARGUMENT);
   for (const int32_t none : {-1, 5, 6, 31, 32, INT32_MAX, INT32_MIN}) {
@@ -163,6 +165,16 @@ TEST_F(Segment, RefusesWhatIsNotThereAndRecordsNothing) {
   EXPECT_EQ(code, kUntouched);
   EXPECT_EQ(chunk, kUntouchedIndex);
   for (int member = 0; member <= 20; ++member) EXPECT_EQ(IsGiven(name_, member), member % 2 == 0);
+}
+
+TEST_F(Segment, RefusesWhatIsNotThereAlsoOnABlockedChunk) {
+  uint32_t code = kUntouched;
+  one_->writing[0].code = one_->reading[0].code = kNotGiven;
+  CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 1, 1, 1, nullptr), KIV_ST_ARGUMENT);
+  CHECK_SILENT(ctx_, KivReadSharedMemChunk(ctx_, one_, 0, 1, 0, &code, nullptr), KIV_ST_ARGUMENT);
+  CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, one_, 0, nullptr), KIV_ST_ARGUMENT);
+  CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 1, 1, 1, "x"), kLatched);
+  EXPECT_EQ(code, kUntouched);
 }
 
 TEST_F(Segment, WorksWithoutAContext) {
@@ -378,6 +390,16 @@ TEST_F(Segment, PutsACodeOverTheDataOfAnOpenHalfWhichIsLost) {
   EXPECT_EQ(zero_.Read(0, 4), "next");
 }
 
+TEST_F(Segment, EndsAnOpenHalfWithTheCodeZeroAsTheDataMessageItIs) {
+  EXPECT_EQ(one_.Write(0, Pattern(100), kOpen), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 0), KIV_ST_OK);
+  EXPECT_EQ(area_.code(0, kFirst), 0u);
+  EXPECT_EQ(area_.length(0, kFirst), 100u);
+  EXPECT_EQ(one_->writing[0].lengthBytes, 0u);
+  EXPECT_EQ(zero_.Read(0, 100), Pattern(100));
+  EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
+}
+
 TEST_F(Segment, EndsAReadWithACodeAfterTheDataBefore) {
   one_->timeoutMs = zero_->timeoutMs = kLimitMs;
   std::thread writer([&] {
@@ -424,6 +446,19 @@ TEST_F(Segment, ReadsTheCodeOfADataMessageAsZeroAndKeepsItsLength) {
   char bytes[100] = {};
   CHECK_SILENT(ctx_, Read(zero_, 0, 100, bytes, &code), kNotGiven);
   EXPECT_EQ(std::string(bytes + 8, 92), Pattern(100).substr(0, 92));
+}
+
+TEST_F(Segment, WaitsForTheNextCodeInTheMiddleOfAMessageAndLeavesItsRest) {
+  EXPECT_EQ(one_.Write(0, "abcdef"), KIV_ST_OK);
+  EXPECT_EQ(zero_.Read(0, 2), "ab");
+  uint32_t code = kUntouched;
+  CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, zero_, 0, &code), KIV_ST_SEM_TIMEOUT);
+  EXPECT_EQ(code, kUntouched);
+  EXPECT_EQ(zero_->reading[0].lengthBytes, 4u);
+  EXPECT_EQ(zero_->reading[0].offset, 10u);
+  EXPECT_FALSE(IsGiven(name_, EmptyMember(0, kFirst)));
+  EXPECT_EQ(zero_.Read(0, 4), "cdef");
+  EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
 // ---- Reading ----

@@ -103,6 +103,21 @@ TEST(ModuleFailure, ANameThatTheSystemCutsIsTerminated) {
   EXPECT_STREQ(name + 5, "678");
 }
 
+DWORD WINAPI FillTwo(HMODULE, char* buffer, DWORD) {
+  std::memcpy(buffer, "ab", sizeof "ab");
+  return 2;
+}
+
+TEST(ModuleFailure, ANameThatFitsLeavesWhatLiesBehindIt) {
+  const ImportPatch patch("GetModuleFileNameA", reinterpret_cast<void*>(&FillTwo));
+  for (const uint32_t length : {3u, 4u, 8u}) {
+    char name[] = "12345678";
+    EXPECT_EQ(KivSdModuleNameGet(nullptr, nullptr, length, name), KIV_ST_OK);
+    EXPECT_STREQ(name, "AB");
+    EXPECT_STREQ(name + 3, "45678") << length;
+  }
+}
+
 // ---- What is asked ----
 
 TEST(ModuleRequest, LoadsThePathItselfWithTheSearchAskedFor) {

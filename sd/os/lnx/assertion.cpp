@@ -1,6 +1,6 @@
 #include "os/assertion.h"
 
-// Whatever the build type, the runtime's own report of a failed assertion is needed here.
+// <cassert> declares __assert_fail only without NDEBUG.
 #undef NDEBUG
 #include <cassert>
 

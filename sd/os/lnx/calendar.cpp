@@ -13,7 +13,7 @@ ValueResult<const char*> FromText(const char* text) {
   return {false, RuntimeError(), nullptr};
 }
 
-// The library's own storage of a text, for each thread.
+// Per-thread storage for the text that TimeText and LocalTimeText return.
 char* TextStorage() {
   thread_local char text[64];
   return text;

@@ -1,7 +1,8 @@
-// Linux remembers no size for a mapping, and ReleasePages is given none, so each mapping starts
-// one page early with a note of its length:
+// Linux does not record the size of a mapping, and ReleasePages takes none. Each mapping therefore
+// begins one page early, and that page stores the mapping's length. ReleasePages reads it there and
+// cannot detect a wrong address.
 //
-//   | note page: length | pages of the caller ... |
+//   | length page | the caller's pages ... |
 #include "os/pages.h"
 
 #include <sys/mman.h>

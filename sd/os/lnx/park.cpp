@@ -56,7 +56,7 @@ Result ReleaseAndPark(void* mutex, void* semaphore) {
   return FromErrno(waited);
 }
 
-// A semaphore that is raised once and taken once is such an event.
+// An event is a semaphore that is raised once and waited for once.
 ValueResult<void*> MakeParkEvent() { return MakeParkSemaphore(); }
 
 Result CloseParkEvent(void* event) { return CloseParkSemaphore(event); }

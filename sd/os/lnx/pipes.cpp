@@ -1,6 +1,5 @@
-// Linux: a pair of sockets, because writing to a pipe without a
-// reader raises a signal, and signals are the host's. A handle is the descriptor plus 1, so that
-// null is none.
+// Linux: a pipe is a pair of sockets. Writing to a real pipe without a reader raises a signal, and
+// signals belong to the host. A handle is the descriptor plus 1: null is never a valid handle.
 #include "os/pipes.h"
 
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// Translations that the Linux bindings share.
+// Result conversions that the Linux bindings share.
 #ifndef KIV_OS_LNX_POSIX_H
 #define KIV_OS_LNX_POSIX_H
 
@@ -14,7 +14,7 @@ inline Result FromErrno(int returned) {
   return {false, static_cast<uint32_t>(errno)};
 }
 
-// The outcome of a call that returns its error.
+// The outcome of a call that returns its error number.
 inline Result FromCode(int error) { return {error == 0, static_cast<uint32_t>(error)}; }
 
 }  // namespace kiv::os

@@ -15,13 +15,14 @@ namespace {
 
 constexpr uint32_t kSleepForEver = 0xFFFFFFFF;
 
-// What a handle points at; the creator's.
+// The record behind a handle; CloseThread frees it.
 struct Thread {
   pthread_t id;
   bool joined;
 };
 
-// What a thread is to run; its own from the moment it exists, whatever becomes of the handle.
+// Routine and argument of a new thread. The thread owns and frees it, even if the handle is closed
+// first.
 struct Start {
   ThreadRoutine routine;
   void* argument;
@@ -58,7 +59,8 @@ ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t s
   return {true, 0, thread.release()};
 }
 
-// A thread does not know its handle, and needs none but to wait for itself.
+// A thread does not know its handle. Null stands for the calling thread, and JoinThread waits for
+// ever if it gets null.
 void* CurrentThreadHandle() { return nullptr; }
 
 Result JoinThread(void* handle) {

@@ -1,5 +1,5 @@
-// Linux: a thread can be stopped by itself alone, and for good; there is no scale of priorities
-// for single threads.
+// Linux: a thread can stop only itself, and stays stopped. Priorities of single threads are not
+// supported.
 #include "os/thread_control.h"
 
 #include <pthread.h>

@@ -4,7 +4,7 @@
 
 namespace kiv::os {
 
-// The 32-bit count and its wrap are promised to callers, so not its 64-bit successor.
+// Compatibility: the count wraps at 32 bits, and callers rely on that. GetTickCount64 would not.
 uint32_t TickCountMs() { return GetTickCount(); }
 
 ValueResult<int64_t> Counter() {

@@ -44,7 +44,7 @@ ValueResult<uint32_t> OpenDescriptor(const char* path, uint32_t openFlags, uint3
 
 ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t openFlags,
                                                    uint32_t shareFlags, uint32_t permissions) {
-  // A failure that the runtime finds by itself leaves the last error alone.
+  // The runtime can fail without a system call, and then leaves the last error as it was.
   SetLastError(ERROR_SUCCESS);
   const int file = _sopen(path, static_cast<int>(openFlags), static_cast<int>(shareFlags),
                           static_cast<int>(permissions));

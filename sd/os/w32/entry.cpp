@@ -1,4 +1,4 @@
-// The loader's entry point.
+// The DLL's entry point, called by the loader.
 #include "library.h"
 #include "os/w32/win32.h"
 

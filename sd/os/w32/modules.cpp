@@ -35,7 +35,7 @@ ValueResult<uint32_t> SystemMessage(uint32_t error, const char* const* inserts, 
                                     uint32_t sizeBytes) {
   const DWORD filling =
       inserts != nullptr ? FORMAT_MESSAGE_ARGUMENT_ARRAY : FORMAT_MESSAGE_IGNORE_INSERTS;
-  // The array's type is the platform's for both kinds of inserts; it only reads.
+  // FormatMessageA takes arrays and va_lists through one parameter type, and only reads them.
   auto* arguments = reinterpret_cast<va_list*>(const_cast<char**>(inserts));
   const DWORD length = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | filling, nullptr, error, 0,
                                       buffer, sizeBytes, arguments);

@@ -22,7 +22,8 @@ Result ReleaseParkMutex(void* mutex) { return FromBool(ReleaseMutex(mutex)); }
 
 Result ReleaseAndPark(void* mutex, void* semaphore) {
   const Result waited = FromWait(SignalObjectAndWait(mutex, semaphore, INFINITE, FALSE));
-  // Without a semaphore the call fails before it releases the mutex.
+  // With an invalid semaphore the call fails before it releases the mutex. If the mutex is not
+  // held, this release fails and does nothing.
   if (!waited.ok) ReleaseMutex(mutex);
   return waited;
 }

@@ -5,7 +5,7 @@
 namespace kiv::os {
 namespace {
 
-// Registry calls return their error instead of setting the last error.
+// Registry calls return their error and do not set the last error.
 Result FromStatus(LSTATUS status) {
   return {status == ERROR_SUCCESS, static_cast<uint32_t>(status)};
 }

@@ -8,7 +8,7 @@ static_assert(sizeof(DWORD) == sizeof(uint32_t));
 
 ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
                                uint32_t* id) {
-  // Both types are the platform's C convention with a 32-bit result.
+  // Both function types have the platform's C calling convention and a 32-bit result.
   const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
   return FromPointer(
       CreateThread(nullptr, stackBytes, start, argument, 0, reinterpret_cast<DWORD*>(id)));

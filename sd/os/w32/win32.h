@@ -1,4 +1,4 @@
-// The one place where <windows.h> enters, trimmed, with the translations that the bindings share.
+// The only file that includes <windows.h>, and the result conversions that the bindings share.
 #ifndef KIV_OS_W32_WIN32_H
 #define KIV_OS_W32_WIN32_H
 
@@ -14,8 +14,8 @@
 
 namespace kiv::os {
 
-// The outcome of a call that returns FALSE on failure. Evaluated straight after the call, so
-// that the last error is still the call's own.
+// The outcome of a call that returns FALSE on failure. Must follow the call directly, while the
+// last error is still that call's.
 inline Result FromBool(BOOL succeeded) {
   if (succeeded) return {true, 0};
   return {false, GetLastError()};
@@ -27,7 +27,7 @@ inline ValueResult<void*> FromPointer(void* made) {
   return {false, GetLastError(), nullptr};
 }
 
-// The outcome of an infinite wait: anything but the object is a failure.
+// The outcome of a wait without a time limit: every result but "signalled" is a failure.
 inline Result FromWait(DWORD waited) {
   if (waited == WAIT_OBJECT_0) return {true, 0};
   return {false, waited == WAIT_FAILED ? GetLastError() : waited};

@@ -1,4 +1,4 @@
-// Linux: transfers of the C library.
+// Linux: descriptors of the C library.
 #ifndef KIV_OS_LNX_INLINE_DESCRIPTORS_H
 #define KIV_OS_LNX_INLINE_DESCRIPTORS_H
 
@@ -11,7 +11,7 @@
 
 namespace kiv::os {
 
-// The library's -1 is a failure, and becomes a value with all bits set.
+// The C library returns -1 on failure, which becomes a value with all bits set.
 template <typename Value>
 ValueResult<Value> FromRuntimeNumber(int64_t number) {
   const auto value = static_cast<Value>(number);

@@ -1,4 +1,4 @@
-// Linux.
+// Linux: the separator of paths.
 #ifndef KIV_OS_LNX_INLINE_PATH_H
 #define KIV_OS_LNX_INLINE_PATH_H
 

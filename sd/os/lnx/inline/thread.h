@@ -1,4 +1,4 @@
-// Linux.
+// Linux: identity of a thread, and giving up the processor.
 #ifndef KIV_OS_LNX_INLINE_THREAD_H
 #define KIV_OS_LNX_INLINE_THREAD_H
 
@@ -9,7 +9,7 @@
 
 namespace kiv::os {
 
-// Kept in the thread: asking the kernel costs a system call each time.
+// Stored per thread: gettid is a system call.
 inline uint32_t CurrentThreadId() {
   thread_local const uint32_t id = static_cast<uint32_t>(gettid());
   return id;

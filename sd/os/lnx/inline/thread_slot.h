@@ -1,4 +1,4 @@
-// Linux.
+// Linux: slots are pthread keys.
 #ifndef KIV_OS_LNX_INLINE_THREAD_SLOT_H
 #define KIV_OS_LNX_INLINE_THREAD_SLOT_H
 

@@ -1,4 +1,4 @@
-// Linux.
+// Linux: the word is a thread_local variable.
 #ifndef KIV_OS_LNX_INLINE_THREAD_WORD_H
 #define KIV_OS_LNX_INLINE_THREAD_WORD_H
 

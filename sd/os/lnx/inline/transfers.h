@@ -1,5 +1,6 @@
-// Linux: transfers of the C library. A file is its descriptor in a pointer. A record's event is
-// left alone: what is written here has ended when the call returns.
+// Linux: transfers of the C library. A file handle is a descriptor stored in a pointer. Every
+// transfer has ended when the call returns, and the record's event is not signalled. Offsets and
+// positions beyond 32 bits are not detected.
 #ifndef KIV_OS_LNX_INLINE_TRANSFERS_H
 #define KIV_OS_LNX_INLINE_TRANSFERS_H
 

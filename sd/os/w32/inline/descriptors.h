@@ -1,4 +1,4 @@
-// Windows: transfers of the C runtime.
+// Windows: descriptors of the Microsoft C runtime.
 #ifndef KIV_OS_W32_INLINE_DESCRIPTORS_H
 #define KIV_OS_W32_INLINE_DESCRIPTORS_H
 
@@ -11,7 +11,7 @@
 
 namespace kiv::os {
 
-// The runtime's -1 is a failure, and becomes a value with all bits set.
+// The runtime returns -1 on failure, which becomes a value with all bits set.
 inline ValueResult<uint32_t> FromRuntimeNumber(int32_t number) {
   const auto value = static_cast<uint32_t>(number);
   if (number != -1) return {true, 0, value};

@@ -1,4 +1,4 @@
-// Windows.
+// Windows: the separator of paths.
 #ifndef KIV_OS_W32_INLINE_PATH_H
 #define KIV_OS_W32_INLINE_PATH_H
 

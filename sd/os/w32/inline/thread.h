@@ -1,4 +1,4 @@
-// Windows: the calls are declared here, because <windows.h> stays out of the seam's headers.
+// Windows. Declares the system calls itself: the seam's headers do not include <windows.h>.
 #ifndef KIV_OS_W32_INLINE_THREAD_H
 #define KIV_OS_W32_INLINE_THREAD_H
 

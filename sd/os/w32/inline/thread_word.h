@@ -1,5 +1,5 @@
-// Windows: the word lies in the module's static thread-local storage, which the loader makes for
-// every thread from the image's .tls section.
+// Windows: the word lies in the module's static thread-local storage. The loader makes a copy of
+// the image's .tls section for every thread.
 #ifndef KIV_OS_W32_INLINE_THREAD_WORD_H
 #define KIV_OS_W32_INLINE_THREAD_WORD_H
 
@@ -15,15 +15,14 @@ inline void** ThreadWordPlace() { return &threadWord; }
 
 #else
 
-// In the .tls section; see thread_word.cpp. What lies there is only what the threads' copies are
-// made from.
+// The initial value, in the .tls section (thread_word.cpp). Each thread has its own copy of it.
 extern "C" void* kivThreadWord;
 
 namespace kiv::os {
 
-// What thread_local comes to on this platform: the thread's array of blocks, this module's block
-// in it, the word in that. It is spelt out because GCC would go through a thread library instead,
-// and one code serves both compilers.
+// Does by hand what thread_local compiles to on Windows: loads the thread's array of TLS blocks,
+// then this module's block, then adds the word's offset in the block. GCC would call a thread
+// library instead. Clang and GCC both use this code.
 inline void** ThreadWordPlace() {
   void** place;
   void* blocks;

@@ -1,4 +1,4 @@
-// Windows: the calls are declared here, because <windows.h> stays out of the seam's headers.
+// Windows. Declares the system calls itself: the seam's headers do not include <windows.h>.
 #ifndef KIV_OS_W32_INLINE_TRANSFERS_H
 #define KIV_OS_W32_INLINE_TRANSFERS_H
 
@@ -7,7 +7,7 @@
 #include "kivsdu/directio.h"
 #include "os/transfers.h"
 
-struct _OVERLAPPED;  // a record has its layout
+struct _OVERLAPPED;  // KivSdNoWaitCb has the same layout
 
 extern "C" __declspec(dllimport) unsigned long __stdcall GetLastError(void);
 extern "C" __declspec(dllimport) int __stdcall ReadFile(void* file, void* buffer,

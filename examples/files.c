@@ -1,0 +1,76 @@
+/* Files: write and read lines, ask who uses a file, search a folder. Works in the current folder.
+ */
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "kivsdu/kivsdu.h"
+
+/* The C runtime's open flags and permissions; its own names for them vary between compilers. */
+enum { kReadWrite = 2, kCreate = 0x100, kTruncate = 0x200, kBinary = 0x8000 };
+enum { kMayRead = 0x100, kMayWrite = 0x80 };
+enum { kFromStart = 0 };
+
+static const char kPath[] = "example-journal.txt";
+
+static void Check(const KivSdContext* ctx, uint32_t status, const char* action) {
+  if (status == KIV_ST_OK) return;
+  fprintf(stderr, "files: cannot %s: status %u, OS error %u\n", action, status, ctx->osError);
+  exit(EXIT_FAILURE);
+}
+
+static void WriteLines(KivSdContext* ctx, uint32_t file) {
+  static const char kLines[] = "first line\nsecond line\n";
+  const uint32_t length = sizeof(kLines) - 1;
+  uint32_t written;
+  Check(ctx, KivSdFileWrite(ctx, file, kLines, length, &written), "write");
+  if (written < length) Check(ctx, KIV_ST_DISK_FULL, "write all of it");
+  Check(ctx, KivSdFileFlush(ctx, file), "flush"); /* from here on the lines survive a power cut */
+}
+
+static void ReadLines(KivSdContext* ctx, uint32_t file) {
+  char line[80];
+  uint32_t status;
+  Check(ctx, KivSdFileLSeek(ctx, file, 0, kFromStart, KIV_NULL), "seek to the start");
+  while ((status = KivSdFileGets(ctx, file, line, sizeof(line))) == KIV_ST_OK) {
+    printf("read: %s", line);
+  }
+  if (status != KIV_ST_FILE_END) Check(ctx, status, "read a line");
+}
+
+/* The probe opens the file alone and closes it again. */
+static void ShowStatus(KivSdContext* ctx, const char* when) {
+  uint32_t status = 0;
+  Check(ctx, KivSdFileGetStatus(ctx, kPath, &status), "probe the file");
+  printf("%s: %s\n", when,
+         status & KIV_FSTAT_NOTEXIST ? "does not exist"
+         : status & KIV_FSTAT_INUSE  ? "in use"
+                                     : "free");
+}
+
+static void ListFiles(KivSdContext* ctx) {
+  KivSdFindRecord found = {0};
+  uint32_t status;
+  Check(ctx, KivSdFileFindFirst(ctx, "example-*.txt", 0, &found), "search the folder");
+  do {
+    printf("found: %s, %u bytes\n", found.name, found.data.sizeLow);
+  } while ((status = KivSdFileFindNext(ctx, &found)) == KIV_ST_OK);
+  if (status != KIV_ST_FIND_END) Check(ctx, status, "go on searching");
+  Check(ctx, KivSdFileFindClose(ctx, &found), "end the search");
+}
+
+int main(void) {
+  const uint32_t flags = kReadWrite | kCreate | kTruncate | kBinary;
+  KivSdContext* ctx;
+  uint32_t file;
+  if (KivSdInit(&ctx) != KIV_ST_OK) return EXIT_FAILURE;
+  Check(ctx, KivSdFileOpen(ctx, kPath, flags, kMayRead | kMayWrite, &file), "open the file");
+  WriteLines(ctx, file);
+  ReadLines(ctx, file);
+  ShowStatus(ctx, "while open");
+  Check(ctx, KivSdFileClose(ctx, file), "close the file");
+  ShowStatus(ctx, "after closing");
+  ListFiles(ctx);
+  Check(ctx, KivSdFileRemove(ctx, kPath), "remove the file");
+  ShowStatus(ctx, "after removing");
+  return KivSdTerm(ctx) == KIV_ST_OK ? EXIT_SUCCESS : EXIT_FAILURE;
+}
