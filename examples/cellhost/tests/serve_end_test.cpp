@@ -8,6 +8,7 @@
 
 #include "cell_store.h"
 #include "client/pipe_client.h"
+#include "kivsdu/pipe.h"
 #include "server/connection.h"
 #include "server/protocol.h"
 #include "server/serve_command.h"
@@ -64,11 +65,24 @@ class ServeEndTest : public test::CellStoreTest {
   const ChildProcess server_{"server", {Facts(), pipe_, Folder()}};
 };
 
+// A client that can tell how much it has not read.
+class RudeClient : public PipeClient {
+ public:
+  uint32_t UnreadBytes() {
+    uint32_t availableBytes = 0;
+    KivSdNamedPipePeek(nullptr, &pipe_, 0, nullptr, nullptr, &availableBytes, nullptr);
+    return availableBytes;
+  }
+};
+
 TEST_F(ServeEndTest, CellsAreWrittenBackBesideAClientThatDoesNotRead) {
-  constexpr uint32_t kUnread = 200;  // more answers than the pipe has room for
-  PipeClient rude;
+  constexpr uint32_t kUnread = 400;             // more answers than the pipe has room for
+  constexpr uint32_t kAnswerBytesAtMost = 600;  // so the next one does not fit
+  const TimeLimit limit(kLimitMs);
+  RudeClient rude;
   ASSERT_TRUE(rude.Open(pipe_.c_str(), kLimitMs));
   for (uint32_t at = 0; at < kUnread; ++at) ASSERT_TRUE(rude.Send("QUERY TOP row 40"));
+  while (rude.UnreadBytes() + kAnswerBytesAtMost <= kReplyBufferBytes) ASSERT_FALSE(limit.passed());
   PipeClient client;
   ASSERT_TRUE(client.Open(pipe_.c_str(), 0));
   EXPECT_EQ(Ask(&client, "PUT r3 c4 5.25"), "stored");
