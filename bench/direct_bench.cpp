@@ -19,7 +19,7 @@ using kiv::bench::Alternate;
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
 constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
 constexpr uint32_t kOutstandingBlocks = 8;  // per transfer that is not waited for
-constexpr uint32_t kMostOutstanding = 8;
+constexpr uint32_t kMaxOutstanding = 8;
 
 // A file of kFileBytes that is deleted when it is closed, and a buffer for its whole contents.
 class File {
@@ -129,7 +129,7 @@ void KeepUnderWay(benchmark::State& state, Start start, Collect collect) {
 
 void ReadNoWaitRaw(benchmark::State& state) {
   const File file(FILE_FLAG_OVERLAPPED);
-  OVERLAPPED records[kMostOutstanding] = {};
+  OVERLAPPED records[kMaxOutstanding] = {};
   for (OVERLAPPED& record : records) record.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   KeepUnderWay(
       state,
@@ -155,8 +155,8 @@ using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWai
 void NoWait(benchmark::State& state, Starts startTransfer) {
   const File file(FILE_FLAG_OVERLAPPED);
   KivSdContext ctx = {};
-  KivSdNoWaitCb records[kMostOutstanding] = {};
-  KivSdDirectIONoWaitCbsInit(&ctx, records, kMostOutstanding);
+  KivSdNoWaitCb records[kMaxOutstanding] = {};
+  KivSdDirectIONoWaitCbsInit(&ctx, records, kMaxOutstanding);
   uint32_t count = 0;
   KeepUnderWay(
       state,
@@ -164,7 +164,7 @@ void NoWait(benchmark::State& state, Starts startTransfer) {
         startTransfer(&ctx, file.file(), block, file.At(block), &records[slot], &count);
       },
       [&](uint32_t slot) { KivSdDirectIOWait(&ctx, file.file(), &records[slot], &count); });
-  KivSdDirectIONoWaitCbsTerm(&ctx, records, kMostOutstanding);
+  KivSdDirectIONoWaitCbsTerm(&ctx, records, kMaxOutstanding);
 }
 
 void ReadNoWait(benchmark::State& state) {

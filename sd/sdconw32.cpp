@@ -7,10 +7,9 @@
 #include "os/console.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 // Either byte announces that an extended key's scan code follows.
 constexpr uint8_t kPrefix = 0;
@@ -62,7 +61,7 @@ uint32_t KivSdConsoleTerm(KivSdContext* ctx, KivSdConsole* console) {
 uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* /*ignored*/, uint32_t length,
                            const char* text) {
   if (length == 0 || text == nullptr) return Report(ctx, KIV_ST_OK);
-  return kiv::ReportOutcome(ctx, os::PrintText(text), KIV_ST_CONSOLE_WRITE);
+  return ReportOutcome(ctx, os::PrintText(text), KIV_ST_CONSOLE_WRITE);
 }
 
 // Compatibility: any event is a hit, not only a key. Hosts call until there is no hit, which drains

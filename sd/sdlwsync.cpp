@@ -13,14 +13,12 @@
 #include "os/assertion.h"
 #include "sdsync/spin.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::UsesTickets;
+namespace {
 
 constexpr char kSource[] = "sd/sdlwsync";
 constexpr uint32_t kLineReleaseAssertion = 302;
-constexpr uint32_t kCreationMark = 256;
 constexpr uint32_t kFree = 0;
 constexpr uint32_t kHeld = 1;
 
@@ -39,9 +37,9 @@ static_assert(offsetof(Holder, owner) == 4, "lock layout");
 static_assert(std::atomic<Holder>::is_always_lock_free, "one store");
 
 struct WordLock {
-  kiv::Atomic<uint32_t> word;
+  Atomic<uint32_t> word;
   uint32_t mark;
-  kiv::Atomic<Holder> holder;
+  Atomic<Holder> holder;
 };
 static_assert(offsetof(WordLock, word) == 0, "lock layout");
 static_assert(offsetof(WordLock, mark) == 4, "lock layout");
@@ -49,10 +47,10 @@ static_assert(offsetof(WordLock, holder) == 8, "lock layout");
 static_assert(sizeof(WordLock) <= sizeof(KivSdLWSpinlock), "the caller's storage");
 
 struct TicketLock {
-  kiv::Atomic<int64_t> serving;
-  kiv::Atomic<int32_t> next;
-  kiv::Atomic<int32_t> count;
-  kiv::Atomic<uint32_t> owner;
+  Atomic<int64_t> serving;
+  Atomic<int32_t> next;
+  Atomic<int32_t> count;
+  Atomic<uint32_t> owner;
 };
 static_assert(offsetof(TicketLock, serving) == 0, "lock layout");
 static_assert(offsetof(TicketLock, next) == 8, "lock layout");
@@ -76,7 +74,7 @@ void Own(TicketLock* lock, uint32_t thread) {
 }
 
 [[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
-  kiv::SpinAndYieldUntil([lock, ticket] { return IsServed(*lock, ticket); });
+  SpinAndYieldUntil([lock, ticket] { return IsServed(*lock, ticket); });
   Own(lock, thread);
 }
 
@@ -122,7 +120,7 @@ bool IsFree(const WordLock& lock) { return lock.word.load(kRelaxed) != kHeld; }
 bool Take(WordLock* lock) { return lock->word.exchange(kHeld) == kFree; }
 
 bool TryTake(WordLock* lock) {
-  if (!IsFree(*lock)) kiv::SpinWithinBudget([lock] { return IsFree(*lock); });
+  if (!IsFree(*lock)) SpinWithinBudget([lock] { return IsFree(*lock); });
   return IsFree(*lock) && Take(lock);
 }
 
@@ -157,7 +155,7 @@ void Release(WordLock* lock) {
 uint32_t KivSdLWSpinlockInit(KivSdLWSpinlock* lock) {
   // A lock of tickets owns three of the words; what lies behind them is not its own.
   std::memset(lock->opaque, 0, UsesTickets() ? sizeof(TicketLock) : sizeof lock->opaque);
-  if (!UsesTickets()) WordIn(lock)->mark = kCreationMark;
+  if (!UsesTickets()) WordIn(lock)->mark = kiv::kCreationMark;
   return 0;
 }
 

@@ -12,11 +12,9 @@
 #include "os/pages.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 constexpr char kSource[] = "sd/sdmemw32";
 constexpr uint32_t kLineRealloc = 540;
@@ -180,17 +178,17 @@ uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32
   return released;
 }
 
-void KivSdSetMemoryManager(uint8_t flag) { kiv::memorySwitches.manager.store(flag, kRelaxed); }
+void KivSdSetMemoryManager(uint8_t flag) { memorySwitches.manager.store(flag, kRelaxed); }
 
 void KivSdSetMmapAllocCfg(uint8_t setting) {
-  kiv::memorySwitches.mappedAllocation.store(setting, kRelaxed);
+  memorySwitches.mappedAllocation.store(setting, kRelaxed);
 }
 
 uint8_t KivSdSetMemDeallocOption() {
   // Exactly 1, although the switch itself takes any value: a host that stores another value to
   // mean "on" keeps its frees.
-  if (kiv::memorySwitches.manager.load(kRelaxed) == 1) {
-    kiv::memorySwitches.noFree.store(1, kRelaxed);
+  if (memorySwitches.manager.load(kRelaxed) == 1) {
+    memorySwitches.noFree.store(1, kRelaxed);
   }
-  return kiv::memorySwitches.noFree.load(kRelaxed);
+  return memorySwitches.noFree.load(kRelaxed);
 }

@@ -13,11 +13,9 @@
 #include "report.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 constexpr char kNoErrors[] = "No errors";
 constexpr char kUnknownError[] = "Unknown error";
@@ -42,10 +40,10 @@ bool FormatWithModule(uint32_t error) {
 }  // namespace
 
 uint32_t KivSdModuleLoad(KivSdContext* ctx, const char* path, KivHandle* module, uint8_t altered) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || module == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   static_cast<void>(KivSdMemClear(nullptr, lastModuleName, sizeof lastModuleName));
-  kiv::CopyText(lastModuleName, sizeof lastModuleName - 1, path);
+  CopyText(lastModuleName, sizeof lastModuleName - 1, path);
 
   const auto search =
       altered != 0 ? os::ModuleSearch::kOwnFolderFirst : os::ModuleSearch::kStandard;
@@ -62,7 +60,7 @@ uint32_t KivSdModuleUnload(KivSdContext* ctx, KivHandle module) {
 
 uint32_t KivSdModuleProcAddrGet(KivSdContext* ctx, KivHandle module, const char* name,
                                 void** address) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (name == nullptr || address == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<void*> found = os::FindEntry(module, name);
   *address = found.value;
@@ -70,7 +68,7 @@ uint32_t KivSdModuleProcAddrGet(KivSdContext* ctx, KivHandle module, const char*
 }
 
 uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length, char* name) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (length == 0 || name == nullptr) return Report(ctx, KIV_ST_OK);
   name[0] = '\0';
   const os::ValueResult<uint32_t> path = os::ModulePath(module, name, length);
@@ -81,7 +79,7 @@ uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length
 }
 
 uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (module != nullptr) *module = os::MainModule();
   return Report(ctx, KIV_ST_OK);
 }

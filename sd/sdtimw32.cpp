@@ -14,10 +14,9 @@
 #include "report.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr uint32_t kMillisecondsPerSecond = 1000;
 constexpr uint32_t kMicrosecondsPerMillisecond = 1000;
@@ -120,7 +119,7 @@ uint32_t KivSdTimeStrGet(KivSdContext* ctx, const KivSdLocalTime* local, uint32_
 
   const os::ValueResult<const char*> made = TextOf(*local);
   if (!made.ok) return Report(ctx, KIV_ST_TIME_STRING, made.error);
-  TrimEnd(text, kiv::CopyText(text, length - 1, made.value));
+  TrimEnd(text, CopyText(text, length - 1, made.value));
   return Report(ctx, KIV_ST_OK);
 }
 
@@ -129,7 +128,7 @@ uint32_t KivSdCTime(KivSdContext* ctx, int64_t seconds, uint32_t length, char* t
   std::memset(text, 0, length);
   const os::ValueResult<const char*> made = os::LocalTimeText(seconds);
   if (!made.ok) return Report(ctx, KIV_ST_TIME_FORMAT, made.error);
-  kiv::CopyText(text, length - 1, made.value);
+  CopyText(text, length - 1, made.value);
   return Report(ctx, KIV_ST_OK);
 }
 

@@ -4,14 +4,15 @@
 // calling thread's value.
 #include "kivsdu/vorutil.h"
 
+#include "atomic.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "os/thread_slot.h"
 #include "require.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
+namespace {
 
 constexpr char kSource[] = "sd/sdvorutil";
 constexpr uint32_t kLineSetAssertion = 43;
@@ -21,6 +22,10 @@ constexpr uint32_t kLineInitAssertion = 109;
 constexpr uint32_t kLineKeyFree = 123;
 
 KivSdVorUtilGlobalsRecord globals = {nullptr, nullptr};
+
+// Stored with release, once the cell is filled, and loaded with acquire: a thread that finds the
+// key finds the slot's index behind it.
+AtomicRef<uint32_t*> Key() { return AtomicRef<uint32_t*>(globals.tlsKey); }
 
 }  // namespace
 
@@ -39,21 +44,22 @@ uint32_t KivSdVorUtilTlsInit() {
 
   // Looked at only now, with the cell and the slot in hand: the process ends here, so neither
   // is lost to anyone.
-  kiv::Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL,
-               "KivSdVorUtilGlobals()->tlsKey == KIV_NULL", kSource, kLineInitAssertion);
-  globals.tlsKey = static_cast<uint32_t*>(cell);
-  *globals.tlsKey = slot.value;
+  Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL, "KivSdVorUtilGlobals()->tlsKey == KIV_NULL",
+          kSource, kLineInitAssertion);
+  auto* key = static_cast<uint32_t*>(cell);
+  *key = slot.value;
+  Key().store(key, std::memory_order_release);
   return KIV_ST_OK;
 }
 
 uint32_t KivSdVorUtilTlsSet(void* value) {
-  const uint32_t* key = globals.tlsKey;
-  kiv::Require(key != KIV_NULL, "key != KIV_NULL", kSource, kLineSetAssertion);
+  const uint32_t* key = Key().load(std::memory_order_acquire);
+  Require(key != KIV_NULL, "key != KIV_NULL", kSource, kLineSetAssertion);
   return os::WriteThreadSlot(*key, value).ok ? KIV_ST_OK : KIV_ST_THREAD_SLOT;
 }
 
 void* KivSdVorUtilTlsGet() {
-  const uint32_t* key = globals.tlsKey;
+  const uint32_t* key = Key().load(std::memory_order_acquire);
   return key == nullptr ? nullptr : os::ReadThreadSlot(*key);
 }
 

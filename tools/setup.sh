@@ -7,7 +7,7 @@ readonly packages=(
   clang lld llvm g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix g++ libc6-dev
   wine64
   cmake ninja-build
-  googletest libcli11-dev
+  googletest libcli11-dev locales
   clang-format clang-tidy libclang-rt-14-dev spin
 )
 

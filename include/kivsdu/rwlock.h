@@ -8,9 +8,13 @@
  * A thread may take a lock again in the mode in which it holds it, and for reading when it holds
  * it for writing; it gives it back as often. It may not go from reading to writing.
  *
- * The lock lies in the caller's storage. Each thread has a lock table, also the caller's, that
- * it passes to every call; nodes come from it and go back to it, so that locking allocates only
- * at a thread's first meeting with a lock.
+ * The lock lies in the caller's storage and needs no ending. The storage may be reused or released
+ * once every KivSdEndRW on the lock has returned, in all threads: that another thread has got the
+ * lock does not mean that the one before has left it. Nodes for the lock stay in the threads'
+ * tables, and serve a later lock at its address with the limits of the first.
+ *
+ * Each thread has a lock table, also the caller's, that it passes to every call; nodes come from it
+ * and go back to it, so that locking allocates only at a thread's first meeting with a lock.
  *
  * Example: examples/locks.c. */
 #ifndef KIVSDU_RWLOCK_H

@@ -50,6 +50,13 @@ KIVSDU_API int32_t KIV_SDSYNC_BUSYSPIN_UPPERLIMIT;
  * more, and two threads of its own, which have ended when it returns. Two threads that come at
  * the same time may both do it, with one outcome.
  *
+ * Not in a DllMain, and neither is the first lock made there: the call waits for the end of its
+ * threads, which cannot end while a DllMain holds the loader's lock.
+ *
+ * In failover mode the measurement's pipes run the lease guard (settings.h), also on the two
+ * threads. Where the guard itself comes here, or makes a lock, it returns at once: that lock has
+ * the budget and the limits as they stand.
+ *
  *   KIV_SPINLOCK_MAXSPINLOOPS, KIV_SPINLOCK_MAXSPINYIELDS, KIV_SPINLOCK_MAXWAITLOOPS
  *       shown, and used by no lock
  *   KIV_RWLOCK_RMAXSPINLOOPS, KIV_RWLOCK_RMAXSPINYIELDS, KIV_RWLOCK_RMAXWAITLOOPS

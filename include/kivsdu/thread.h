@@ -134,13 +134,19 @@ KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process
 
 /* ---- Fatal exceptions ---- */
 
-/* Records that the calling thread handles a fatal exception. It cannot be taken back.
+/* Records that the calling thread handles a fatal exception. It cannot be taken back. Make the
+ * stack below first: from here on KivSdXcptCreateStackHeader, which allocates, ends the process
+ * like any request without a stack.
  *
  * From here on the memory manager, while in plain mode, serves this thread alone, from the memory
  * stack below: an allocation is pushed, a reallocation pushes a copy, and a free releases nothing
  * and is KIV_ST_ARGUMENT for a block that is not of the stack. Any other thread that allocates,
  * reallocates or frees is suspended for good. A request for which the stack has no room, or which
  * comes without a stack, ends the process.
+ *
+ * One thread handles an exception at a time. A second thread that records one waits here until the
+ * first has ended, which is for ever where that one ends the process. The same thread may record
+ * again, with another value.
  *
  *   value  how the process then ends: 0 through exit(0), anything else through abort()
  *
@@ -149,7 +155,7 @@ KIVSDU_API uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value);
 
 /* Makes the memory stack of 1 MiB that is used while a fatal exception is handled, once in the
  * life of the process: neither after a failure nor after it was destroyed is it made again. At
- * start-up and shutdown, on one thread. */
+ * start-up and shutdown, on one thread, and before an exception is recorded. */
 KIVSDU_API void KivSdXcptCreateStackHeader(void);
 KIVSDU_API void KivSdXcptDestroyStackHeader(void);
 

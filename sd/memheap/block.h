@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace kiv {
 
@@ -66,8 +67,12 @@ inline LargeBlock* LargeBlockOf(void* payload) {
 }
 
 // Tells the two kinds apart: the word before the payload is a large block's owner word, or the
-// link of a heap block in use, which is 0.
-inline bool IsLarge(const void* payload) { return static_cast<const uint64_t*>(payload)[-1] != 0; }
+// link of a heap block in use, which is 0. Copied, because until then it is neither's.
+inline bool IsLarge(const void* payload) {
+  uint64_t word = 0;
+  std::memcpy(&word, static_cast<const char*>(payload) - sizeof word, sizeof word);
+  return word != 0;
+}
 
 }  // namespace kiv
 

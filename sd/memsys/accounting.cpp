@@ -15,35 +15,43 @@ using kiv::memorySettings;
 using kiv::memoryTotals;
 using kiv::messageState;
 
-void NoteFailedTotal() { messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal()); }
+// The total that a message shows: what is in use, with what was asked for in addition.
+void NoteFailedTotal(uint64_t addedBytes) {
+  messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal() + addedBytes);
+}
 
 void NoteWarning() {
   if (messageState.warningPending != 0 || !kiv::PassesWarningMark(kiv::AccountedTotal())) return;
-  NoteFailedTotal();
+  NoteFailedTotal(0);
   messageState.warningPending = 1;
 }
 
-// Takes back what would pass the limit.
+void Charge(uint64_t addedBytes) {
+  memoryTotals.used += addedBytes;
+  NoteWarning();
+  memoryTotals.RaiseUsed();
+  memoryTotals.RaiseTotal();
+}
+
 void* ChargeOrRelease(void* base, uint64_t sizeBytes) {
-  memoryTotals.used += sizeBytes;
-  if (!kiv::PassesMemoryLimit(kiv::AccountedTotal())) {
-    NoteWarning();
+  if (!kiv::PassesMemoryLimit(sizeBytes)) {
+    Charge(sizeBytes);
     return base;
   }
-  NoteFailedTotal();
+  NoteFailedTotal(sizeBytes);
   kiv::PlainFree(base);
-  memoryTotals.used -= sizeBytes;
   return nullptr;
 }
 
-// What an arena or a large block was charged with.
+// What an arena or a large block was charged with. A large block has its owner word where a heap
+// has a quick list that is never filled: the word in front of the payload, had it been a large
+// block.
 uint64_t ChargedBytes(void* base) {
-  const auto* large = static_cast<const kiv::LargeBlock*>(base);
-  if (large->owner != 0) return kiv::kLargeHeaderBytes + large->sizeBytes;
-  const auto* heap = static_cast<const kiv::Heap*>(base);
-  return heap->index.load(std::memory_order_relaxed) == kiv::kShortHeapIndex
-             ? memorySettings.shortHeapBytes
-             : memorySettings.heapBytes;
+  if (kiv::IsLarge(static_cast<char*>(base) + kiv::kLargeHeaderBytes)) {
+    return kiv::kLargeHeaderBytes + static_cast<const kiv::LargeBlock*>(base)->sizeBytes;
+  }
+  return IsShort(*static_cast<const kiv::Heap*>(base)) ? memorySettings.shortHeapBytes
+                                                       : memorySettings.heapBytes;
 }
 
 }  // namespace
@@ -52,14 +60,9 @@ void* kiv::AccountedAllocate(uint64_t sizeBytes) {
   void* base = PlainAllocate(sizeBytes, AD_POLICY_FULL);
   if (!memorySettings.memoryControl) return base;
   const SpinlockGuard guard(memoryLocks.accounting);
-  if (base != nullptr) {
-    base = ChargeOrRelease(base, sizeBytes);
-  } else {
-    NoteFailedTotal();
-  }
-  memoryTotals.RaiseUsed();
-  memoryTotals.RaiseTotal();
-  return base;
+  if (base != nullptr) return ChargeOrRelease(base, sizeBytes);
+  NoteFailedTotal(0);
+  return nullptr;
 }
 
 void kiv::AccountedFree(void* base) {
@@ -78,16 +81,12 @@ kiv::LargeBlock* kiv::AccountedReallocate(LargeBlock* block, uint64_t newTotalBy
   // Kept in 32 bits: a change of 2 GiB and more is counted modulo 2^32, with its sign.
   const auto change = static_cast<uint64_t>(
       int64_t{static_cast<int32_t>(newTotalBytes - (block->sizeBytes + kLargeHeaderBytes))});
-  memoryTotals.used += change;
   void* moved = nullptr;
-  if (!PassesMemoryLimit(AccountedTotal())) moved = PlainReallocate(block, newTotalBytes);
+  if (!PassesMemoryLimit(change)) moved = PlainReallocate(block, newTotalBytes);
   if (moved == nullptr) {
-    NoteFailedTotal();
-    memoryTotals.used -= change;
+    NoteFailedTotal(change);
     return nullptr;
   }
-  NoteWarning();
-  memoryTotals.RaiseUsed();
-  memoryTotals.RaiseTotal();
+  Charge(change);
   return static_cast<LargeBlock*>(moved);
 }

@@ -10,23 +10,14 @@
 
 #include "kivsdu/memstack.h"
 #include "kivsdu/status.h"
-#include "kivsdu/thread.h"
 #include "memheap/policy_block.h"
 #include "memheap/switches.h"
 #include "memsys/plain.h"
 #include "os/heap.h"
-#include "os/thread.h"
 #include "sdthrw32/exception_stack.h"
 
 namespace kiv {
 namespace {
-
-// Stops every thread but the one that raised the exception, however often they are resumed.
-void StopOtherThreads() {
-  while (FatalExceptionState().thread != os::CurrentThreadId()) {
-    static_cast<void>(KivSdThreadSuspend(nullptr, nullptr));
-  }
-}
 
 // The host said when it recorded the exception whether this is an orderly end.
 [[noreturn]] void EndProcess() {

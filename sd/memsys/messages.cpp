@@ -21,7 +21,6 @@ constexpr uint32_t kClassWarning = 3;
 constexpr uint32_t kClassError = 4;
 constexpr uint32_t kIntegerTag = 6;
 constexpr uint32_t kWarningPercent = 90;
-constexpr uint32_t kLeastLimitKibibytes = 10240;
 constexpr uint32_t kQuietTicks = 1000;
 constexpr size_t kHandleWord = 26;  // of a host's context record
 
@@ -114,5 +113,5 @@ uint32_t adMemCheckMemoryMinStatus(const void* context) {
   if (!memorySettings.limitRejected) return KIV_ST_OK;
   return Call(static_cast<const uint64_t*>(context),
               {KIV_ST_MSG_LIMIT_TOO_LOW, kClassError,
-               static_cast<uint32_t>(memorySettings.limitBytes), kLeastLimitKibibytes});
+               static_cast<uint32_t>(memorySettings.limitBytes), kiv::kLeastLimitKiB});
 }

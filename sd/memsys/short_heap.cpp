@@ -18,11 +18,11 @@ namespace {
 
 using kiv::AdoptLarge;
 using kiv::CurrentHeap;
+using kiv::FirstLarge;
 using kiv::Heap;
 using kiv::HeapRing;
 using kiv::IsAboveHeaps;
 using kiv::LargeBlock;
-using kiv::LargeRingOf;
 using kiv::memorySettings;
 
 constexpr char kSource[] = "sd/memheap";
@@ -91,8 +91,9 @@ void ReleaseHeaps(AdShortHeapOwner* owner) {
 
 // Kept as a loop until the ring is empty: while the no-free switch is on it never is.
 void FreeLargeBlocks(AdShortHeapOwner* owner) {
-  LargeBlock** ring = LargeRingOf(owner);
-  while (*ring != nullptr) static_cast<void>(adFree(PayloadOf((*ring)->prev), kSource, 0));
+  while (LargeBlock* first = FirstLarge(owner)) {
+    static_cast<void>(adFree(PayloadOf(first->prev), kSource, 0));
+  }
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ uint32_t AllocateLargeOf(AdShortHeapOwner* owner, int32_t sizeBytes, void** bloc
 }  // namespace
 
 void kiv::AdoptLarge(AdShortHeapOwner* owner, void* payload) {
-  if (InThreadHeapMode()) LinkLarge(LargeRingOf(owner), LargeBlockOf(payload));
+  if (InThreadHeapMode()) LinkLarge(&owner->largeBlocks, LargeBlockOf(payload));
 }
 
 uint32_t kiv::AllocateOwned(AdShortHeapOwner* owner, int32_t sizeBytes, void** block) {

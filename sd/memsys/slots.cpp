@@ -2,7 +2,7 @@
 
 #include "kivsdu/thread.h"
 
-std::array<kiv::Slot, kiv::kMostSlots> kiv::slots;
+std::array<kiv::Slot, kiv::kMostThreadHeaps> kiv::slots;
 kiv::Modulus kiv::slotCount;
 
 kiv::Heap* kiv::AwaitSettledHeap(const Slot& slot) {

@@ -3,21 +3,20 @@
 #define KIV_MEMSYS_SLOTS_H
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 
+#include "atomic.h"
 #include "memheap/heap.h"
 #include "memsys/modulus.h"
+#include "memsys/settings.h"
 
 namespace kiv {
-
-constexpr uint32_t kMostSlots = 64;
 
 // Both name the same heap, except while the slot is being exchanged: `current` is then the heap
 // that is tried or made for it.
 struct Slot {
-  std::atomic<Heap*> heap;
-  std::atomic<Heap*> current;
+  Atomic<Heap*> heap;
+  Atomic<Heap*> current;
 
   void Settle(Heap* owner) {
     // release: who finds the two equal finds a heap that is ready.
@@ -25,7 +24,7 @@ struct Slot {
     heap.store(owner, std::memory_order_release);
   }
 };
-extern std::array<Slot, kMostSlots> slots;
+extern std::array<Slot, kMostThreadHeaps> slots;
 
 // Written before the host's threads start.
 extern Modulus slotCount;

@@ -33,8 +33,22 @@ void ResetTotals();
 // Used and aligned bytes together.
 uint64_t AccountedTotal();
 
-// Without a limit nothing passes it.
-bool PassesMemoryLimit(uint64_t totalBytes);
+// Whether so many bytes more would pass the limit; without one they never do. Under the accounting
+// lock, within which what passed the test is added or reserved: nothing that is refused may be in
+// the totals, where it would make other threads' requests fail.
+bool PassesMemoryLimit(uint64_t addedBytes);
+
+// The bytes of a region that a thread is registering. Other threads are held to the limit as if the
+// region were registered already.
+struct Reservation {
+  const uint64_t sizeBytes;
+  const uint32_t thread;
+  Reservation* next;
+};
+
+// Both under the accounting lock. A reservation stays where it is in between.
+void AddReservation(Reservation* reservation);
+void RemoveReservation(Reservation* reservation);
 
 // Whether the total lies above 90% of the limit.
 bool PassesWarningMark(uint64_t totalBytes);

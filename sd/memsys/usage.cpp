@@ -9,11 +9,10 @@
 
 namespace {
 
+using kiv::kUnavailable;
 using kiv::memorySettings;
 using kiv::memoryTotals;
 using kiv::SpinlockGuard;
-
-constexpr uint32_t kUnavailable = 0xFFFFFFFF;
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// Operations of one thread on another: stop and resume, priority, handle.
+// Operations of one thread on another: stop and resume, waiting for its end, priority, handle.
 #ifndef KIV_OS_THREAD_CONTROL_H
 #define KIV_OS_THREAD_CONTROL_H
 
@@ -16,6 +16,17 @@ ValueResult<void*> DuplicateCurrentThread();
 Result StopThread(void* handle);
 Result ResumeStoppedThread(void* handle);
 [[noreturn]] void EndCurrentThread(uint32_t exitCode);
+
+// A claim belongs to the thread that takes it until that thread ends; it is never given back.
+enum class Claim {
+  kTaken,           // by the first, or again by its holder
+  kTakenFromEnded,  // the last holder has ended
+  kFailed,
+};
+
+ValueResult<void*> MakeClaim();
+Result CloseClaim(void* claim);  // that nobody has taken
+Claim TakeClaim(void* claim);    // waits until the holder has ended; fails at once for null
 
 ValueResult<int32_t> ReadThreadPriority(void* handle);
 Result WriteThreadPriority(void* handle, int32_t priority);

@@ -2,6 +2,8 @@
 #include "kivsdu/path.h"
 #include "lease_guard.h"
 
+using namespace kiv;
+
 namespace {
 
 constexpr uint32_t kYearBits = 0xFE00;
@@ -18,7 +20,7 @@ constexpr uint32_t kLeapYearsBefore = 492;
 // themselves, the month is left out, and leap years are a quarter of that. Hosts have such numbers
 // in their files, and compare new ones with them.
 uint32_t KivSdTimetFromDOS(uint16_t time, uint16_t date) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const uint32_t years = date & kYearBits;
   const uint32_t leapYears = (years >> 2) - kLeapYearsBefore;
   const uint32_t otherYears = years - leapYears - kFirstYear;

@@ -5,6 +5,8 @@
 #include "lease_guard.h"
 #include "text.h"
 
+using namespace kiv;
+
 namespace {
 
 constexpr char kSource[] = "sd/sdcommon";
@@ -33,7 +35,7 @@ KivSdFileListItem* MakeItem() {
 
 uint32_t KivSdAddFileListItem(KivSdFileListItem* item, const KivSdFindRecord* record,
                               uint8_t append) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (item == nullptr || record == nullptr) return kFailed;
   if (append != 0) {
     item->next = MakeItem();
@@ -41,12 +43,12 @@ uint32_t KivSdAddFileListItem(KivSdFileListItem* item, const KivSdFindRecord* re
     item = item->next;
   }
   *item = {};
-  kiv::CopyText(item->name, sizeof item->name - 1, record->name);
+  CopyText(item->name, sizeof item->name - 1, record->name);
   return KivSdGetFileSizeAndCreateDate(record, &item->size, &item->modified);
 }
 
 uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (head == nullptr) return kDone;
   KivSdFileListItem* item = head->next;
   head->next = nullptr;
@@ -62,7 +64,7 @@ uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head) {
 // Kept: the time of the last writing, whatever the name says.
 uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record, uint32_t* size,
                                        int64_t* timestamp) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (record == nullptr) return kFailed;
   if (size != nullptr) *size = record->data.sizeLow;
   if (timestamp != nullptr) *timestamp = SecondsSince1970(record->data.written);

@@ -5,17 +5,17 @@
 #include "os/links.h"
 #include "report.h"
 
-namespace os = kiv::os;
+using namespace kiv;
 
 // Kept: where there are no links, the host is not told. It finds out when it opens one.
 uint32_t KivSdCreateLink(KivSdContext* ctx, const char* existing, const char* newLink,
                          uint32_t /*ignored*/) {
-  kiv::RunLeaseGuard();
-  if (os::MajorVersion() < os::kFirstVersionWithLinks) return kiv::Report(ctx, KIV_ST_OK);
-  return kiv::ReportOutcome(ctx, os::MakeLink(newLink, existing), KIV_ST_FILE_CREATE);
+  RunLeaseGuard();
+  if (os::MajorVersion() < os::kFirstVersionWithLinks) return Report(ctx, KIV_ST_OK);
+  return ReportOutcome(ctx, os::MakeLink(newLink, existing), KIV_ST_FILE_CREATE);
 }
 
 uint32_t KivSdUnLink(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   return KivSdDirectIOFileRemove(ctx, path);
 }

@@ -8,10 +8,9 @@
 #include "os/path.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 uint32_t MakeLevel(KivSdContext* ctx, const char* path) {
   uint8_t exists = 0;
@@ -24,7 +23,7 @@ uint32_t MakeLevel(KivSdContext* ctx, const char* path) {
 
 // Separators at the start, in rows and at the end stay where they are, and begin no level.
 uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr) return KIV_CREATE_PATH_REFUSED;
   const size_t length = std::strlen(path);
   if (length > KIV_CREATE_PATH_MAX) return KIV_CREATE_PATH_REFUSED;

@@ -7,9 +7,9 @@
 #include "kivsdu/mappedfile.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Report;
+namespace {
 
 constexpr int32_t kNoFile = -1;
 

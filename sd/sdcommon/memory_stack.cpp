@@ -14,10 +14,9 @@
 #include "kivsdu/system.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Report;
-using kiv::StackBlock;
+namespace {
 
 constexpr char kSource[] = "sd/sdcommon";
 constexpr uint32_t kLineStackAlloc = 846;
@@ -206,7 +205,7 @@ uint32_t KivSdMemStackAllocAndPush(KivSdContext* ctx, KivSdMemStack* stack, uint
 
 uint32_t KivSdMemStackPopAndFree(KivSdContext* ctx, KivSdMemStack* stack, const void* address) {
   if (stack == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  StackBlock* holder = kiv::StackHolderOf(*stack, address);
+  StackBlock* holder = StackHolderOf(*stack, address);
   if (holder == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
 
   while (stack->top != holder) {

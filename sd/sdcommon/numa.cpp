@@ -4,15 +4,17 @@
 
 #include "os/environment.h"
 
+using namespace kiv;
+
 namespace {
 
-kiv::NodeTable nodes = {0, nullptr};
+NodeTable nodes = {0, nullptr};
 
 }  // namespace
 
 void KivSdInitNumaResources() {
   // Read and not used: with discovery off there is nothing left for it to turn off.
-  static_cast<void>(kiv::os::EnvironmentValue("AD_TURN_OFF_NUMA"));
+  static_cast<void>(os::EnvironmentValue("AD_TURN_OFF_NUMA"));
   nodes = {0, nullptr};
 }
 
@@ -20,8 +22,6 @@ uint32_t KivSdGetNumNumaNodes() { return nodes.count; }
 
 int32_t KivSdGetNumaNodeIdIndex(int32_t index) { return kiv::NodePosition(nodes, index); }
 
-uint32_t KivSdGetNumaNodeId(int32_t index) {
-  return kiv::NodeAt(nodes, kiv::NodePosition(nodes, index));
-}
+uint32_t KivSdGetNumaNodeId(int32_t index) { return NodeAt(nodes, NodePosition(nodes, index)); }
 
 uint32_t KivSdGetNumaNodeIdFromIndex(int32_t index) { return kiv::NodeAt(nodes, index); }

@@ -13,11 +13,9 @@
 #include "require.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::CopyText;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdcommon";
 constexpr uint32_t kLineResourcesSize = 1302;
@@ -28,8 +26,7 @@ constexpr uint32_t kLineAvailable = 1502;
 constexpr uint32_t kLineOrdinal = 1540;
 constexpr uint32_t kLineOrdinalBuffer = 1541;
 
-constexpr size_t kMostNameCharacters = 60;
-constexpr char kBeforeA = 'A' - 1;
+constexpr size_t kMaxNameCharacters = 60;
 
 // By kind. The numbering is shared by all platforms, so it lists processors that this one never
 // reports.
@@ -144,8 +141,8 @@ uint32_t FillDriveRecords(KivSdContext* ctx, const KivSdDrives& drives, KivSdDri
 }  // namespace
 
 uint32_t KivSdOSResourcesSizeGet(KivSdContext* ctx, uint64_t* sizeBytes) {
-  kiv::RunLeaseGuard();
-  kiv::Require(sizeBytes != KIV_NULL, "pSizeOSResource != KIV_NULL", kSource, kLineResourcesSize);
+  RunLeaseGuard();
+  Require(sizeBytes != KIV_NULL, "pSizeOSResource != KIV_NULL", kSource, kLineResourcesSize);
   KivSdDrives drives;
   const uint32_t status = KivSdDrivesGet(ctx, &drives);
   if (status == KIV_ST_OK) *sizeBytes = ResourcesBytes(drives.count);
@@ -153,8 +150,8 @@ uint32_t KivSdOSResourcesSizeGet(KivSdContext* ctx, uint64_t* sizeBytes) {
 }
 
 uint32_t KivSdOSResourcesGet(KivSdContext* ctx, uint32_t sizeBytes, KivSdOSResources* resources) {
-  kiv::RunLeaseGuard();
-  kiv::Require(resources != KIV_NULL, "pOSResources != KIV_NULL", kSource, kLineResources);
+  RunLeaseGuard();
+  Require(resources != KIV_NULL, "pOSResources != KIV_NULL", kSource, kLineResources);
   static_cast<void>(KivSdMemClear(nullptr, resources, sizeBytes));
   KivSdDrives drives;
   uint32_t status = KivSdDrivesGet(ctx, &drives);
@@ -170,29 +167,29 @@ uint32_t KivSdOSResourcesGet(KivSdContext* ctx, uint32_t sizeBytes, KivSdOSResou
 }
 
 uint32_t KivSdCPUInfoGet(KivSdContext* ctx, KivSdProcessorInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(info != KIV_NULL, "pCPUInfo != KIV_NULL", kSource, kLineProcessor);
+  RunLeaseGuard();
+  Require(info != KIV_NULL, "pCPUInfo != KIV_NULL", kSource, kLineProcessor);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->count = os::ProcessorCount();
   info->kind = ProcessorKind(os::ProcessorType());
-  CopyText(info->name, kMostNameCharacters, kProcessorNames[info->kind]);
+  CopyText(info->name, kMaxNameCharacters, kProcessorNames[info->kind]);
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdOSInfoGet(KivSdContext* ctx, KivSdOSInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(info != KIV_NULL, "pOSInfo != KIV_NULL", kSource, kLineSystem);
+  RunLeaseGuard();
+  Require(info != KIV_NULL, "pOSInfo != KIV_NULL", kSource, kLineSystem);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   const uint32_t version = os::SystemVersion();
-  CopyText(info->name, kMostNameCharacters, SystemName(version));
+  CopyText(info->name, kMaxNameCharacters, SystemName(version));
   std::sprintf(info->version, "%d.%02d", static_cast<int>(version & 0xFF),
                static_cast<int>(version >> 8 & 0xFF));
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdAvailVirtMemGet(KivSdContext* ctx, uint64_t* sizeKiB) {
-  kiv::RunLeaseGuard();
-  kiv::Require(sizeKiB != KIV_NULL, "pSizeAvailVirtMem != KIV_NULL", kSource, kLineAvailable);
+  RunLeaseGuard();
+  Require(sizeKiB != KIV_NULL, "pSizeAvailVirtMem != KIV_NULL", kSource, kLineAvailable);
   KivSdSwapInfo paging;
   uint32_t status = KivSdSwapInfoGet(ctx, &paging);
   if (status != KIV_ST_OK) return status;
@@ -206,12 +203,12 @@ uint32_t KivSdAvailVirtMemGet(KivSdContext* ctx, uint64_t* sizeKiB) {
 }
 
 uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal, uint32_t length, char* name) {
-  kiv::RunLeaseGuard();
-  kiv::Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
-               "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineOrdinal);
-  kiv::Require(name != KIV_NULL && length != 0, "pszDriveName != KIV_NULL && sizeBuf != 0", kSource,
-               kLineOrdinalBuffer);
+  RunLeaseGuard();
+  Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
+          "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineOrdinal);
+  Require(name != KIV_NULL && length != 0, "pszDriveName != KIV_NULL && sizeBuf != 0", kSource,
+          kLineOrdinalBuffer);
   static_cast<void>(KivSdMemClear(nullptr, name, length));
-  name[0] = static_cast<char>(kBeforeA + ordinal);
+  name[0] = DriveLetter(ordinal);
   return Report(ctx, KIV_ST_OK);
 }

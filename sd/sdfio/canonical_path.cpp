@@ -4,9 +4,11 @@
 #include "lease_guard.h"
 #include "os/file_search.h"
 
+using namespace kiv;
+
 // Kept: sizes are compared with their signs, and a path that the system cannot tell is a success.
 uint32_t KivSdFileGetCanonicalPath(const char* path, int32_t sizeBytes, char* out) {
-  kiv::RunLeaseGuard();
-  const uint32_t needed = kiv::os::AbsolutePath(path, static_cast<uint32_t>(sizeBytes), out);
+  RunLeaseGuard();
+  const uint32_t needed = os::AbsolutePath(path, static_cast<uint32_t>(sizeBytes), out);
   return static_cast<int32_t>(needed) > sizeBytes ? KIV_ST_FILE_LENGTH : KIV_ST_OK;
 }

@@ -11,10 +11,9 @@
 #include "report.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdfio";
 constexpr uint32_t kLineArrayAlloc = 117;
@@ -80,7 +79,7 @@ void Collect(KivSdContext* ctx, void* memory, const char* prefix, KivSdFindRecor
   uint32_t status = MakeArray(memory, names);
   uint32_t osError = 0;
   while (status == KIV_ST_OK) {
-    if (!kiv::IsFolderItselfOrAbove(record->name)) {
+    if (!IsFolderItselfOrAbove(record->name)) {
       status = Add(memory, names, prefix, record->name, &osError);
     }
     if (status != KIV_ST_OK) break;
@@ -107,7 +106,7 @@ void ExpandPattern(const char* pattern, char (&path)[KIV_SYSTEM_PATH_MAX]) {
 
 uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix, const char* pattern,
                        uint32_t flags, char*** names, uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (names != nullptr) *names = nullptr;
   if (count != nullptr) *count = 0;
   if (pattern == nullptr || names == nullptr || count == nullptr) {
@@ -136,7 +135,7 @@ uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix, cons
 }
 
 uint32_t KivSdFileFreeNames(const void* /*ignored*/, char** names, uint32_t count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (names == nullptr) return KIV_ST_OK;
   // Freeing says nothing that a caller could act on.
   for (uint32_t i = 0; i < count; ++i) {

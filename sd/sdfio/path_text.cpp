@@ -5,9 +5,11 @@
 #include "lease_guard.h"
 #include "os/path.h"
 
+using namespace kiv;
+
 namespace {
 
-bool IsSeparator(char letter) { return letter == kiv::os::kPathSeparator || letter == '/'; }
+bool IsSeparator(char letter) { return letter == os::kPathSeparator || letter == '/'; }
 
 // The text may lie in the place it goes to.
 char* Put(char* out, const char* text, size_t length) {
@@ -20,7 +22,7 @@ char* Put(char* out, const char* text, size_t length) {
 
 // Kept: the last dot counts wherever it is. Hosts give names of which they know that they have one.
 char* KivSdFileGetExtension(const char* path, uint8_t includeDot, char* out) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const char* dot = path != nullptr ? std::strrchr(path, '.') : nullptr;
   if (dot == nullptr) return Put(out, "", 0);
   const char* extension = includeDot != 0 ? dot : dot + 1;
@@ -28,9 +30,9 @@ char* KivSdFileGetExtension(const char* path, uint8_t includeDot, char* out) {
 }
 
 char* KivSdFileGetParentPath(const char* path, char* out) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   size_t length = path != nullptr ? std::strlen(path) : 0;
   while (length > 0 && !IsSeparator(path[length - 1])) --length;
-  const char here[] = {'.', kiv::os::kPathSeparator};
+  const char here[] = {'.', os::kPathSeparator};
   return length > 0 ? Put(out, path, length) : Put(out, here, sizeof here);
 }

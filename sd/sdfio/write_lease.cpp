@@ -7,10 +7,9 @@
 #include "report.h"
 #include "sdfio/pause_block.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::IsPaused;
-using kiv::OpenGate;
+namespace {
 
 // How long a writer waits before it looks whether the pause has expired.
 constexpr uint32_t kResumePollMs = 2000;
@@ -59,7 +58,7 @@ uint32_t AwaitResume(KivSdWriteLease* lease) {
   if (waited == KIV_ST_OK && !IsPaused(pause)) {
     static_cast<void>(OpenGate(lease->ctx, &pause.resume));
   }
-  if (kiv::IsShuttingDown(pause)) {
+  if (IsShuttingDown(pause)) {
     static_cast<void>(KivSdUnpauseWriteIO(lease));
     return KIV_ST_OK;
   }
@@ -85,7 +84,7 @@ uint32_t AwaitLease(KivSdWriteLease* lease) {
 uint32_t EndLeasedWrite(KivSdWriteLease* lease, uint32_t status) {
   const uint32_t osError = lease->ctx != nullptr ? lease->ctx->osError : 0;
   static_cast<void>(KivSdReleaseWriteIOLease(lease));
-  return kiv::Report(lease->ctx, status, osError);
+  return Report(lease->ctx, status, osError);
 }
 
 }  // namespace
@@ -104,10 +103,10 @@ uint32_t KivSdGetWriteIOLease(KivSdWriteLease* lease) {
 uint32_t KivSdReleaseWriteIOLease(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   if (lease->held != 0) {
-    if (kiv::LeaseCount(pause) > 0) static_cast<void>(KivSdAtomicDecrement(&pause.leases));
+    if (LeaseCount(pause) > 0) static_cast<void>(KivSdAtomicDecrement(&pause.leases));
     lease->held = 0;
   }
-  if (!IsPaused(pause) || kiv::LeaseCount(pause) != 0) return KIV_ST_OK;
+  if (!IsPaused(pause) || LeaseCount(pause) != 0) return KIV_ST_OK;
   return OpenGate(lease->ctx, &pause.drained);
 }
 

@@ -4,9 +4,9 @@
 #include "kivsdu/writepause.h"
 #include "sdfio/pause_block.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::IsPaused;
+namespace {
 
 // How long a pauser waits before it counts the leases again: a wake-up that came between its count
 // and its wait costs it no more.
@@ -15,11 +15,11 @@ constexpr uint32_t kDrainPollMs = 1000;
 // Waits until no lease is out.
 uint32_t Drain(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
-  while (kiv::LeaseCount(pause) > 0) {
+  while (LeaseCount(pause) > 0) {
     // A gate that does not close only makes the wait below short.
-    static_cast<void>(kiv::CloseGate(lease->ctx, &pause.drained));
+    static_cast<void>(CloseGate(lease->ctx, &pause.drained));
     const uint32_t waited = KivSdEventWait(lease->ctx, &pause.drained, kDrainPollMs);
-    if (kiv::IsShuttingDown(pause)) return KIV_WRITE_PAUSE_SHUTDOWN;
+    if (IsShuttingDown(pause)) return KIV_WRITE_PAUSE_SHUTDOWN;
     if (waited != KIV_ST_OK && waited != KIV_ST_EVENT_TIMEOUT) return waited;
   }
   return KIV_ST_OK;
@@ -32,8 +32,8 @@ uint32_t Pause(KivSdWriteLease* lease, int64_t maxSeconds) {
   KivSdWritePause& pause = *lease->pause;
   // The gate first: a writer that sees the flag finds it closed. The flag alone says that there is
   // a pause; were the gate to stay open, writers would only wait busily.
-  static_cast<void>(kiv::CloseGate(lease->ctx, &pause.resume));
-  kiv::StorePaused(pause, 1);
+  static_cast<void>(CloseGate(lease->ctx, &pause.resume));
+  StorePaused(pause, 1);
   const uint32_t drained = Drain(lease);
   if (drained != KIV_ST_OK) return drained;
   pause.maximumSeconds = maxSeconds;
@@ -61,8 +61,8 @@ uint32_t KivSdUnpauseWriteIO(KivSdWriteLease* lease) {
   // Without memory for the lock the pause is lifted all the same: writers wait for it.
   const bool locked = KivSdStartRead(nullptr, &lease->locks, &pause.lock) == KIV_ST_OK;
   if (IsPaused(pause)) {
-    kiv::StorePaused(pause, 0);
-    static_cast<void>(kiv::OpenGate(lease->ctx, &pause.resume));
+    StorePaused(pause, 0);
+    static_cast<void>(OpenGate(lease->ctx, &pause.resume));
   }
   if (locked) static_cast<void>(KivSdEndRW(nullptr, &lease->locks, &pause.lock));
   return KIV_ST_OK;

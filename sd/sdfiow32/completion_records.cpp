@@ -7,17 +7,12 @@
 #include "os/kernel_objects.h"
 #include "report.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-
-}  // namespace
+using namespace kiv;
 
 // Kept: an event that a record has already is replaced without being closed. The array is fresh
 // memory as often as not, and its fields mean nothing.
 uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records, uint32_t count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (records == nullptr && count != 0) return Report(ctx, KIV_ST_ARGUMENT);
   os::Result outcome = {true, 0};
   for (uint32_t i = 0; i < count; ++i) {
@@ -25,7 +20,7 @@ uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records, u
     records[i].event = made.value;
     if (!made.ok) outcome = {false, made.error};
   }
-  return kiv::ReportOutcome(ctx, outcome, KIV_ST_EVENT_CREATE);
+  return ReportOutcome(ctx, outcome, KIV_ST_EVENT_CREATE);
 }
 
 // Kept: the fields keep the closed handles.
@@ -37,5 +32,5 @@ uint32_t KivSdDirectIONoWaitCbsTerm(KivSdContext* ctx, KivSdNoWaitCb* records, u
     const os::Result closed = os::CloseObject(records[i].event);
     if (!closed.ok) outcome = closed;
   }
-  return kiv::ReportOutcome(ctx, outcome, KIV_ST_EVENT_CLOSE);
+  return ReportOutcome(ctx, outcome, KIV_ST_EVENT_CLOSE);
 }

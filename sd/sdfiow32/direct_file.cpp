@@ -8,13 +8,9 @@
 #include "report.h"
 #include "sdfiow32/direct_block.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::BytesOf;
-using kiv::HandleOf;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 // A node that takes over opens files that the failed one may still hold.
 uint32_t ShareMode(uint32_t wanted) { return KivSdIsFailoverMode() != 0 ? os::kShareAll : wanted; }
@@ -27,14 +23,14 @@ os::ValueResult<uint32_t> Move(uint32_t file, uint32_t blocks, os::Origin origin
 // The outcome of a question whose answer is in bytes.
 uint32_t ReportBlocks(KivSdContext* ctx, const os::ValueResult<uint32_t>& answer, uint32_t failure,
                       uint32_t* blocks) {
-  *blocks = answer.ok ? kiv::WholeBlocks(answer.value) : 0;
+  *blocks = answer.ok ? WholeBlocks(answer.value) : 0;
   return ReportOutcome(ctx, answer, failure);
 }
 
 }  // namespace
 
 uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<void*> made =
       os::OpenDirectFile(path, os::kAccessWrite, ShareMode(os::kNoSharing), os::kOpenOrMake, 0);
@@ -45,11 +41,11 @@ uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path) {
 uint32_t KivSdDirectIOFileOpen(KivSdContext* ctx, const char* path, uint32_t access,
                                uint32_t shareMode, uint32_t disposition, const void* /*ignored*/,
                                uint32_t flags, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<void*> opened =
       os::OpenDirectFile(path, access, ShareMode(shareMode), disposition, flags);
-  *file = kiv::FileOf(opened.value);
+  *file = FileOf(opened.value);
   const bool held = opened.error == os::kErrorSharingViolation;
   return ReportOutcome(ctx, opened, held ? KIV_ST_FILE_SHARING : KIV_ST_FILE_CREATE);
 }
@@ -61,27 +57,27 @@ uint32_t KivSdDirectIOFileClose(KivSdContext* ctx, uint32_t file) {
 
 // Kept: the path is the system's to check; callers learn of a null one by its OS error.
 uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   return ReportOutcome(ctx, os::RemoveDirectFile(path), KIV_ST_FILE_REMOVE);
 }
 
 uint32_t KivSdDirectIOFilePointerSet(KivSdContext* ctx, uint32_t file, uint32_t blocks,
                                      uint32_t method, uint32_t* position) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (position == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> moved = Move(file, blocks, static_cast<os::Origin>(method));
   return ReportBlocks(ctx, moved, KIV_ST_DIRECT_POINTER_SET, position);
 }
 
 uint32_t KivSdDirectIOFilePointerGet(KivSdContext* ctx, uint32_t file, uint32_t* position) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (position == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> found = Move(file, 0, os::Origin::kPosition);
   return ReportBlocks(ctx, found, KIV_ST_DIRECT_POINTER_GET, position);
 }
 
 uint32_t KivSdDirectIOFileSize(KivSdContext* ctx, uint32_t file, uint32_t* blocks) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (blocks == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> size = os::DirectFileSize(HandleOf(file));
   return ReportBlocks(ctx, size, KIV_ST_FILE_LENGTH, blocks);
@@ -89,14 +85,14 @@ uint32_t KivSdDirectIOFileSize(KivSdContext* ctx, uint32_t file, uint32_t* block
 
 uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t file, uint32_t blocks,
                                        uint32_t* newSize) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (newSize == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *newSize = 0;
   const os::ValueResult<uint32_t> moved = Move(file, blocks, os::Origin::kBeginning);
   if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
   const os::Result ended = os::EndFileAtPosition(HandleOf(file));
   if (!ended.ok) return Report(ctx, KIV_ST_DIRECT_SET_END, ended.error);
-  *newSize = kiv::WholeBlocks(moved.value);
+  *newSize = WholeBlocks(moved.value);
   return Report(ctx, KIV_ST_OK);
 }
 
@@ -104,7 +100,7 @@ uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t file, uint32_
 // size their files before they open them for direct I/O.
 uint32_t KivSdDirectIOFileChangeSize(KivSdContext* ctx, uint32_t descriptor, uint32_t blocks,
                                      uint32_t* newSize) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (newSize == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Result resized =
       os::ResizeDescriptor(descriptor, static_cast<int32_t>(BytesOf(blocks)));

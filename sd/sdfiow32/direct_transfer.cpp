@@ -15,14 +15,11 @@
 #include "report.h"
 #include "sdfiow32/direct_block.h"
 
+using namespace kiv;
+
 namespace {
 
-namespace os = kiv::os;
-using kiv::BytesOf;
-using kiv::HandleOf;
-using kiv::Report;
-using kiv::WholeBlocks;
-using Moved = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
+using Transferred = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
 
 void SetOffset(KivSdNoWaitCb* record, uint32_t firstBlock) {
   record->offsetLow = BytesOf(firstBlock);
@@ -38,17 +35,20 @@ os::Result Prepare(KivSdNoWaitCb* record, uint32_t firstBlock) {
   return {made.ok, made.error};
 }
 
-bool IsPending(const Moved& moved) { return !moved.ok && moved.error == os::kErrorTransferPending; }
-
-bool IsAtEnd(const Moved& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
-
-uint32_t BlocksOf(const Moved& moved) {
-  return IsAtEnd(moved) ? kiv::StartedBlocks(moved.value) : WholeBlocks(moved.value);
+bool IsPending(const Transferred& moved) {
+  return !moved.ok && moved.error == os::kErrorTransferPending;
 }
 
-uint32_t ReportRead(KivSdContext* ctx, const Moved& read, uint32_t failure, uint32_t* blocks) {
+bool IsAtEnd(const Transferred& moved) { return !moved.ok && moved.error == os::kErrorEndOfFile; }
+
+uint32_t BlocksOf(const Transferred& moved) {
+  return IsAtEnd(moved) ? StartedBlocks(moved.value) : WholeBlocks(moved.value);
+}
+
+uint32_t ReportRead(KivSdContext* ctx, const Transferred& read, uint32_t failure,
+                    uint32_t* blocks) {
   *blocks = BlocksOf(read);
-  return kiv::ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
+  return ReportOutcome(ctx, read, IsAtEnd(read) ? KIV_ST_FILE_END : failure);
 }
 
 uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
@@ -57,14 +57,15 @@ uint32_t StatusOfFailedWrite(uint32_t error, uint32_t otherwise) {
   return otherwise;
 }
 
-uint32_t ReportWrite(KivSdContext* ctx, const Moved& written, uint32_t failure, uint32_t* blocks) {
+uint32_t ReportWrite(KivSdContext* ctx, const Transferred& written, uint32_t failure,
+                     uint32_t* blocks) {
   *blocks = WholeBlocks(written.value);
-  return kiv::ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
+  return ReportOutcome(ctx, written, StatusOfFailedWrite(written.error, failure));
 }
 
 uint32_t StartRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t blockCount,
                    KivSdNoWaitCb* record, uint32_t* blocks) {
-  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  const Transferred read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   if (!IsPending(read)) return ReportRead(ctx, read, KIV_ST_DIRECT_READ, blocks);
   *blocks = 0;
   return Report(ctx, KIV_ST_DIRECT_READ_PENDING, read.error);
@@ -74,15 +75,15 @@ uint32_t ReadAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void
                      uint32_t blockCount, uint32_t* blocks) {
   *blocks = 0;
   const auto distance = static_cast<int32_t>(BytesOf(firstBlock));
-  const Moved moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
+  const Transferred moved = os::MoveFilePointer(HandleOf(file), distance, os::Origin::kBeginning);
   if (!moved.ok) return Report(ctx, KIV_ST_DIRECT_POINTER_SET, moved.error);
-  const Moved read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
+  const Transferred read = os::ReadSystemFile(HandleOf(file), buffer, BytesOf(blockCount), nullptr);
   return ReportRead(ctx, read, KIV_ST_FILE_READ, blocks);
 }
 
 uint32_t StartWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t blockCount,
                     KivSdNoWaitCb* record, uint32_t* blocks) {
-  Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
+  Transferred written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
   // What it has moved so far counts when it is collected.
   if (IsPending(written)) written.value = 0;
   return ReportWrite(ctx, written, KIV_ST_DIRECT_WRITE, blocks);
@@ -94,11 +95,12 @@ uint32_t WriteAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, con
                       uint32_t blockCount, uint32_t* blocks) {
   KivSdNoWaitCb record = {};
   SetOffset(&record, firstBlock);
-  const Moved written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
+  const Transferred written =
+      os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), &record);
   return ReportWrite(ctx, written, KIV_ST_FILE_WRITE, blocks);
 }
 
-uint32_t StatusOfCollected(const Moved& moved) {
+uint32_t StatusOfCollected(const Transferred& moved) {
   if (moved.ok) return KIV_ST_OK;
   if (IsAtEnd(moved)) return KIV_ST_FILE_END;
   return moved.error == os::kErrorDiskFull ? KIV_ST_DISK_FULL : KIV_ST_DIRECT_COMPLETION;
@@ -108,7 +110,7 @@ uint32_t StatusOfCollected(const Moved& moved) {
 
 uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void* buffer,
                                uint32_t blockCount, KivSdNoWaitCb* record, uint32_t* blocksRead) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (blocksRead == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   if (record == nullptr) return ReadAndWait(ctx, file, firstBlock, buffer, blockCount, blocksRead);
   *blocksRead = 0;
@@ -120,7 +122,7 @@ uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint32_t firstB
 uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t firstBlock,
                                 const void* buffer, uint32_t blockCount, KivSdNoWaitCb* record,
                                 uint32_t* blocksWritten) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (blocksWritten == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   if (record == nullptr) {
     return WriteAndWait(ctx, file, firstBlock, buffer, blockCount, blocksWritten);
@@ -133,7 +135,7 @@ uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t first
 
 uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* record,
                            uint32_t* blocksDone) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (record == nullptr || blocksDone == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Wait waited = os::WaitOne(record->event, os::kWaitForEver);
   // Kept: the wait's own result is recorded, not the last error; hosts log it.
@@ -142,7 +144,7 @@ uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* reco
   }
   if (waited.result != os::kWaitSignalled) return Report(ctx, KIV_ST_EVENT_WAIT, waited.result);
 
-  const Moved moved = os::TransferOutcome(HandleOf(file), record);
+  const Transferred moved = os::TransferOutcome(HandleOf(file), record);
   *blocksDone = BlocksOf(moved);
   const os::Result reset = os::UnsignalEvent(record->event);
   if (!reset.ok) return Report(ctx, KIV_ST_COMPLETION_RESET, reset.error);

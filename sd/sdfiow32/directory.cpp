@@ -7,13 +7,7 @@
 #include "os/folders.h"
 #include "report.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t KivSdDirChange(KivSdContext* ctx, const char* path) {
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -23,7 +17,7 @@ uint32_t KivSdDirChange(KivSdContext* ctx, const char* path) {
 }
 
 uint32_t KivSdDirCreate(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   return ReportOutcome(ctx, os::MakeFolder(path), KIV_ST_DIR_CREATE);
 }
@@ -31,7 +25,7 @@ uint32_t KivSdDirCreate(KivSdContext* ctx, const char* path) {
 // Kept: a file of that name will do. Hosts make the directories of what they then open, and learn
 // there what is wrong.
 uint32_t KivSdDirCreateEx(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   uint8_t exists = 0;
   const uint32_t status = KivSdFileAccess(ctx, path, os::kAccessExists, &exists);
   if (status == KIV_ST_OK && exists != 0) return status;
@@ -39,7 +33,7 @@ uint32_t KivSdDirCreateEx(KivSdContext* ctx, const char* path) {
 }
 
 uint32_t KivSdIsAttrDirectory(KivSdContext* ctx, uint8_t attributes, uint8_t* isDirectory) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (isDirectory == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *isDirectory = (attributes & KIV_ATTRIBUTE_DIRECTORY) != 0 ? 1 : 0;
   return Report(ctx, KIV_ST_OK);

@@ -15,10 +15,9 @@
 #include "report.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 struct Outcome {
   uint32_t status;
@@ -70,12 +69,12 @@ Outcome RemoveFile(const char* path) {
 }
 
 Outcome RemoveEntry(Path* path, const KivSdFindData& entry) {
-  if (kiv::IsFolderItselfOrAbove(entry.name)) return {KIV_ST_OK, 0};
+  if (IsFolderItselfOrAbove(entry.name)) return {KIV_ST_OK, 0};
   const size_t folder = path->length();
   if (!path->Enter(entry.name)) return {KIV_ST_DIR_REMOVE, os::kErrorPathTooLong};
   const bool isFolder = (entry.attributes & KIV_ATTRIBUTE_DIRECTORY) != 0;
   // A tree takes its time, in which the lease may be lost.
-  if (isFolder) kiv::RunLeaseGuard();
+  if (isFolder) RunLeaseGuard();
   const Outcome removed = isFolder ? RemoveTree(path) : RemoveFile(path->text());
   path->CutTo(folder);
   return removed;
@@ -113,7 +112,7 @@ Outcome RemoveTree(Path* path) {
 }  // namespace
 
 uint32_t KivSdDirRemove(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || path[0] == '\0') return Report(ctx, KIV_ST_ARGUMENT);
   Path whole;
   if (!whole.Append(path)) return Report(ctx, KIV_ST_DIR_REMOVE, os::kErrorPathTooLong);

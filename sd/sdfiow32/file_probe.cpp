@@ -5,11 +5,9 @@
 #include "os/file_names.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 // Whether the file can be had for reading and writing alone; in failover mode another node may
 // still hold it, and all sharing is offered.
@@ -30,14 +28,14 @@ void Settle(uint32_t* status, uint32_t bit) {
 }  // namespace
 
 uint32_t KivSdFileAccess(KivSdContext* ctx, const char* path, uint32_t mode, uint8_t* granted) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (granted == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *granted = os::IsAccessible(path, mode) ? 1 : 0;
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   return ReportOutcome(ctx, os::RemoveFileByName(path), KIV_ST_FILE_REMOVE);
 }
@@ -45,7 +43,7 @@ uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path) {
 // Kept: bits of an earlier probe stay unless this one decides about them. Hosts gather the states
 // that a file went through in one word.
 uint32_t KivSdFileGetStatus(KivSdContext* ctx, const char* path, uint32_t* status) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || status == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *status |= KIV_FSTAT_UNSETTLED;
   if (!os::IsAccessible(path, os::kAccessExists)) {

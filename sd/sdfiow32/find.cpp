@@ -4,11 +4,9 @@
 #include "os/file_search.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 // What callers look at, beside the system's data.
 void ShowFound(KivSdFindRecord* record) {
@@ -20,7 +18,7 @@ void ShowFound(KivSdFindRecord* record) {
 
 uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, uint32_t flags,
                             KivSdFindRecord* record) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (record == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   record->flags = flags;
   const os::ValueResult<void*> search = os::StartFileSearch(pattern, &record->data);
@@ -30,7 +28,7 @@ uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, uint32_t fla
 }
 
 uint32_t KivSdFileFindNext(KivSdContext* ctx, KivSdFindRecord* record) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (record == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Result next = os::ContinueFileSearch(record->search, &record->data);
   if (next.ok) ShowFound(record);

@@ -10,10 +10,9 @@
 #include "os/descriptors.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr char kLineFeed = 10;
 
@@ -43,7 +42,7 @@ uint32_t CutAtLineFeed(KivSdContext* ctx, uint32_t file, uint32_t start, char* b
 }  // namespace
 
 uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer, uint32_t sizeBytes) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   // Without room for a terminator there is no line, and no number of bytes to read.
   if (buffer == nullptr || sizeBytes == 0) return Report(ctx, KIV_ST_ARGUMENT);
   if (sizeBytes == 1) {

@@ -5,11 +5,9 @@
 #include "report.h"
 #include "require.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 static_assert(KIV_FILE_NONE == os::kNoDescriptor);
 static_assert(KIV_FILEO_EXCL == os::kOpenOnlyIfNew);
@@ -21,8 +19,8 @@ constexpr uint32_t kLineShareOpen = 652;
 
 // That only the operations for it open files exclusively.
 void RequireNotExclusive(uint32_t openFlags, uint32_t line) {
-  kiv::Require((openFlags & KIV_FILEO_EXCL) != KIV_FILEO_EXCL,
-               "(iOFlag & KIV_FILEO_EXCL) != KIV_FILEO_EXCL", kSource, line);
+  Require((openFlags & KIV_FILEO_EXCL) != KIV_FILEO_EXCL,
+          "(iOFlag & KIV_FILEO_EXCL) != KIV_FILEO_EXCL", kSource, line);
 }
 
 uint32_t Open(KivSdContext* ctx, const char* path, uint32_t openFlags, uint32_t permissions,
@@ -50,7 +48,7 @@ uint32_t OpenShared(KivSdContext* ctx, const char* path, uint32_t openFlags, uin
 
 uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_t permissions,
                          uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> made = os::CreateDescriptor(path, permissions);
   *file = made.value;
@@ -59,7 +57,7 @@ uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_t permissio
 
 uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                        uint32_t permissions, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   RequireNotExclusive(openFlags, kLineOpen);
   return Open(ctx, path, openFlags, permissions, file);
@@ -68,7 +66,7 @@ uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
 // Kept apart from the one above: the line of the assertion tells hosts which of them was called.
 uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
                          uint32_t permissions, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   RequireNotExclusive(openFlags, kLineOpen64);
   return Open(ctx, path, openFlags, permissions, file);
@@ -76,14 +74,14 @@ uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags
 
 uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                     uint32_t permissions, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   return Open(ctx, path, openFlags | KIV_FILEO_EXCL, permissions, file);
 }
 
 uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                         uint32_t shareFlags, uint32_t permissions, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   RequireNotExclusive(openFlags, kLineShareOpen);
   return OpenShared(ctx, path, openFlags, shareFlags, permissions, file);
@@ -91,7 +89,7 @@ uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
 
 uint32_t KivSdFileSOpenExclusiveMode(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                      uint32_t shareFlags, uint32_t permissions, uint32_t* file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr || file == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   return OpenShared(ctx, path, openFlags | KIV_FILEO_EXCL, shareFlags, permissions, file);
 }

@@ -4,11 +4,9 @@
 #include "os/descriptors.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 template <typename Number>
 void Store(Number* output, Number value) {
@@ -19,7 +17,7 @@ void Store(Number* output, Number value) {
 
 uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t offset, uint32_t origin,
                         uint32_t* position) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const os::ValueResult<uint32_t> moved = os::SeekDescriptor(file, offset, origin);
   Store(position, moved.value);
   return ReportOutcome(ctx, moved, KIV_ST_FILE_SEEK);
@@ -27,14 +25,14 @@ uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t offset, uint32
 
 uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t offset, uint32_t origin,
                           uint64_t* position) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const os::ValueResult<uint64_t> moved = os::SeekDescriptor64(file, offset, origin);
   Store(position, moved.value);
   return ReportOutcome(ctx, moved, KIV_ST_FILE_SEEK);
 }
 
 uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* position) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (position == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> told = os::TellDescriptor(file);
   *position = told.value;
@@ -42,7 +40,7 @@ uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* position) {
 }
 
 uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (length == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> measured = os::DescriptorLength(file);
   *length = measured.value;
@@ -51,7 +49,7 @@ uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length) {
 
 // Kept: a file that cannot be asked is no failure; what the runtime said is in the byte.
 uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEnd) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (atEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *atEnd = static_cast<uint8_t>(os::IsAtEnd(file));
   return Report(ctx, KIV_ST_OK);
@@ -60,7 +58,7 @@ uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEnd) {
 // Kept: the length comes in 64 bits and the runtime takes the lower 32 of them.
 uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint64_t length,
                                uint32_t* newLength, uint32_t* osError) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const os::Result resized =
       os::ResizeDescriptor(static_cast<uint32_t>(file), static_cast<int32_t>(length));
   Store(newLength, resized.ok ? static_cast<uint32_t>(length) : 0);

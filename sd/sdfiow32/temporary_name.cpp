@@ -17,10 +17,9 @@
 #include "os/heap.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr uint32_t kAttempts = 16384;
 constexpr uint32_t kSymbolMask = 63;
@@ -90,7 +89,7 @@ os::ValueResult<char*> FindFreeName(const char* asked) {
 }  // namespace
 
 uint32_t KivSdFileTempNameGet(KivSdContext* ctx, const char* prefix, char* name) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (name == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<char*> found = FindFreeName(prefix);
   if (!found.ok) return Report(ctx, KIV_ST_FILE_TEMP_NAME, found.error);

@@ -6,11 +6,9 @@
 #include "os/transfers.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 uint32_t WriteStatus(uint32_t error, uint32_t noSpace) {
   return error == noSpace ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE;
@@ -32,7 +30,7 @@ KivSdNoWaitCb At(uint32_t offset) {
 
 uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t length,
                        uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (buffer == nullptr || count == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> read = os::ReadDescriptor(file, buffer, length);
   *count = read.value;
@@ -41,7 +39,7 @@ uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t 
 
 uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t offset,
                         uint32_t length, uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (buffer == nullptr || count == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *count = 0;
   const os::ValueResult<void*> systemFile = os::SystemFile(file);
@@ -55,7 +53,7 @@ uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t
 
 uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t length,
                         uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (buffer == nullptr || count == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<uint32_t> written = os::WriteDescriptor(file, buffer, length);
   *count = written.value;
@@ -64,7 +62,7 @@ uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer, ui
 
 uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t offset,
                          uint32_t length, uint32_t* count, uint32_t* osError) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   uint32_t ignored = 0;
   uint32_t& error = osError != nullptr ? *osError : ignored;
   error = 0;
@@ -82,6 +80,6 @@ uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer, u
 }
 
 uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   return ReportOutcome(ctx, os::FlushDescriptor(file), KIV_ST_FILE_FLUSH);
 }

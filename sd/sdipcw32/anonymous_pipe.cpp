@@ -8,13 +8,7 @@
 #include "report.h"
 #include "sdipcw32/report_pipe.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportUnlessErrorless;
-
-}  // namespace
+using namespace kiv;
 
 int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe) {
   return pipe != nullptr && *pipe != nullptr ? 1 : 0;
@@ -22,7 +16,7 @@ int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe) {
 
 uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
                          uint32_t bufferBytes) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (readEnd == nullptr || writeEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<os::PipeEnds> made = os::MakePipe(bufferBytes);
   *readEnd = made.value.read;
@@ -39,7 +33,7 @@ uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe) {
 // fails without an error is a failure.
 uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
                        uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (pipe == nullptr || buffer == nullptr || count == nullptr) {
     return Report(ctx, KIV_ST_ARGUMENT);
   }
@@ -53,7 +47,7 @@ uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_
 
 uint32_t KivSdPipeWrite(KivSdContext* ctx, KivHandle* pipe, const void* buffer, uint32_t length,
                         uint32_t* count) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (KivSdNamedPipeIsInitialized(pipe) == 0 || buffer == nullptr || count == nullptr) {
     return Report(ctx, KIV_ST_ARGUMENT);
   }

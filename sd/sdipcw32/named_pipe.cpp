@@ -9,12 +9,9 @@
 #include "sdipcw32/pipe_path.h"
 #include "sdipcw32/report_pipe.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::PipePath;
-using kiv::Report;
-using kiv::ReportUnlessErrorless;
+namespace {
 
 constexpr char kSource[] = "sd/sdipcw32";
 constexpr uint32_t kLineCreatePathAlloc = 224;
@@ -55,7 +52,7 @@ uint32_t CreateAt(KivSdContext* ctx, const char* path, const os::NamedPipeShape&
 uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, KivHandle* pipe,
                               uint32_t openMode, uint32_t pipeMode, uint32_t maximumInstances,
                               uint32_t outBytes, uint32_t inBytes, uint32_t defaultTimeoutMs) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (name == nullptr || pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const PipePath path(nullptr, name, kLineCreatePathAlloc, kLineCreatePathFree);
   if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
@@ -67,7 +64,7 @@ uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, KivHandle* pi
 uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, const char* name,
                             KivHandle* pipe, uint32_t access, uint32_t shareMode,
                             uint32_t disposition, uint32_t flags) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (server == nullptr || name == nullptr || pipe == nullptr) {
     return Report(ctx, KIV_ST_ARGUMENT);
   }
@@ -83,7 +80,7 @@ uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, const char* n
 
 uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, const char* name,
                             uint32_t timeoutMs) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (server == nullptr || name == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const PipePath path(server, name, kLineWaitPathAlloc, kLineWaitPathFree);
   if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
@@ -93,7 +90,7 @@ uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, const char* n
 // Kept: the only success is a client that had come before. One that comes while the call waits is
 // reported as the failure without an OS error; hosts take both for connected.
 uint32_t KivSdNamedPipeConnect(KivSdContext* ctx, KivHandle* pipe) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Result connected = os::ConnectPipe(*pipe);
   if (connected.ok) return Report(ctx, KIV_ST_PIPE_CONNECT);
@@ -108,7 +105,7 @@ uint32_t KivSdNamedPipeDisconnect(KivSdContext* ctx, KivHandle* pipe) {
 
 uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint32_t bufferBytes, void* buffer,
                             uint32_t* bytesRead, uint32_t* bytesAvailable, uint32_t* bytesLeft) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<os::PipeContent> content = os::PeekPipe(*pipe, buffer, bufferBytes);
   if (content.ok) {

@@ -7,11 +7,9 @@
 #include "os/shared_memory.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 // The callers' portable flags, of both words.
 constexpr uint32_t kPairsWith2 = 0x2 | 0x4;
@@ -69,7 +67,7 @@ bool Failed(const Outcome& outcome) {
 uint32_t KivSdSharedMemAlloc(KivSdContext* ctx, const char* name, uint32_t sizeBytes,
                              uint32_t openFlags, uint32_t protectionFlags, KivHandle* mapping,
                              uint32_t* mappingId, void** view) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (name == nullptr || mapping == nullptr || mappingId == nullptr || view == nullptr) {
     return Report(ctx, KIV_ST_ARGUMENT);
   }

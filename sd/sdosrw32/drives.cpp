@@ -12,21 +12,17 @@
 #include "sdosrw32/kibibytes.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::ClampedKiB;
-using kiv::CopyText;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdosrw32";
 constexpr uint32_t kLineDrives = 412;
 constexpr uint32_t kLineDriveOrdinal = 460;
 constexpr uint32_t kLineDriveInfo = 461;
 
-constexpr size_t kMostNameCharacters = 60;
+constexpr size_t kMaxNameCharacters = 60;
 constexpr uint32_t kFileSystemBytes = 61;  // size passed to the system; the field is larger
-constexpr char kBeforeA = 'A' - 1;
 constexpr char kUnknown[] = "Unknown";
 
 // Indexed by KIV_DRIVE_ value.
@@ -68,16 +64,16 @@ uint32_t FillDrive(const char* root, KivSdDriveInfo* info) {
   const os::DriveType type = os::TypeOfDrive(root);
   if (type == os::DriveType::kNoRootDirectory) return KIV_ST_DRIVE_INFO;
   info->type = TypeNumber(type);
-  CopyText(info->typeName, kMostNameCharacters, kTypeNames[info->type]);
-  if (info->fileSystem[0] == '\0') CopyText(info->fileSystem, kMostNameCharacters, kUnknown);
+  CopyText(info->typeName, kMaxNameCharacters, kTypeNames[info->type]);
+  if (info->fileSystem[0] == '\0') CopyText(info->fileSystem, kMaxNameCharacters, kUnknown);
   return KIV_ST_OK;
 }
 
 }  // namespace
 
 uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives) {
-  kiv::RunLeaseGuard();
-  kiv::Require(drives != KIV_NULL, "pDrives != KIV_NULL", kSource, kLineDrives);
+  RunLeaseGuard();
+  Require(drives != KIV_NULL, "pDrives != KIV_NULL", kSource, kLineDrives);
   static_cast<void>(KivSdMemClear(nullptr, drives, sizeof *drives));
   drives->current = os::CurrentDrive();
   const os::ValueResult<uint32_t> mask = os::DriveMask();
@@ -88,13 +84,13 @@ uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives) {
 }
 
 uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
-               "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineDriveOrdinal);
-  kiv::Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
+  RunLeaseGuard();
+  Require(ordinal >= 1 && ordinal <= KIV_DRIVES_MAX,
+          "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX", kSource, kLineDriveOrdinal);
+  Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->ordinal = ordinal;
-  info->name[0] = static_cast<char>(kBeforeA + ordinal);
+  info->name[0] = DriveLetter(ordinal);
 
   char root[sizeof "A:\\"];
   std::sprintf(root, "%c:%c", info->name[0], '\\');

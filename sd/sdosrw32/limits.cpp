@@ -5,10 +5,9 @@
 #include "os/processor.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 // The largest 64-bit size, less room for a block's own header.
 constexpr uint64_t kMaxAllocBytes = UINT64_MAX - 31;
@@ -17,34 +16,34 @@ constexpr uint32_t kMaxAlignBytes = 8;
 }  // namespace
 
 uint32_t KivSdCPUCountGet() {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const uint32_t count = os::ProcessorCount();
   return count == 0 ? 1 : count;
 }
 
 uint32_t KivSdPageSizeGet(KivSdContext* ctx, uint32_t* sizeBytes) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (sizeBytes == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *sizeBytes = os::PageSizeBytes();
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (sizeBytes == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *sizeBytes = kMaxAllocBytes;
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdMaxAlignGet(KivSdContext* ctx, uint32_t* alignment) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (alignment == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *alignment = kMaxAlignBytes;
   return Report(ctx, KIV_ST_OK);
 }
 
 uint32_t KivSdIsInfinite(KivSdContext* ctx, double value, uint8_t* flag) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (flag == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *flag = os::IsFinite(value) ? 0 : 1;
   return Report(ctx, KIV_ST_OK);

@@ -10,11 +10,9 @@
 #include "sdosrw32/kibibytes.h"
 #include "text.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::ClampedKiB;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdosrw32";
 constexpr uint32_t kLinePhysMemInfo = 210;
@@ -44,7 +42,7 @@ bool CopySetting(void* key, char* buffer, uint32_t sizeBytes, KivSdSwapInfo* inf
       os::ReadRegistryValue(key, kPagingValue, buffer, sizeBytes);
   if (!value.ok || value.value.type != os::kRegistryMultiString) return false;
   const size_t copied =
-      kiv::CopyText(info->pagingFiles, sizeof info->pagingFiles - 1, buffer, value.value.sizeBytes);
+      CopyText(info->pagingFiles, sizeof info->pagingFiles - 1, buffer, value.value.sizeBytes);
   info->flags |= copied != 0 ? KIV_SWAP_FOUND : KIV_SWAP_EMPTY;
   return true;
 }
@@ -72,8 +70,8 @@ bool ReadPagingSetting(KivSdSwapInfo* info) {
 }  // namespace
 
 uint32_t KivSdPhysMemInfoGet(KivSdContext* ctx, KivSdPhysMemInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(info != KIV_NULL, "pPhysMemInfo != KIV_NULL", kSource, kLinePhysMemInfo);
+  RunLeaseGuard();
+  Require(info != KIV_NULL, "pPhysMemInfo != KIV_NULL", kSource, kLinePhysMemInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   const os::MemoryStatus status = os::PhysicalMemory();
   info->totalKiB = ClampedKiB(status.totalBytes);
@@ -83,8 +81,8 @@ uint32_t KivSdPhysMemInfoGet(KivSdContext* ctx, KivSdPhysMemInfo* info) {
 }
 
 uint32_t KivSdSwapInfoGet(KivSdContext* ctx, KivSdSwapInfo* info) {
-  kiv::RunLeaseGuard();
-  kiv::Require(info != KIV_NULL, "pSwapInfo != KIV_NULL", kSource, kLineSwapInfo);
+  RunLeaseGuard();
+  Require(info != KIV_NULL, "pSwapInfo != KIV_NULL", kSource, kLineSwapInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   FillPagingSizes(info);
   if (!ReadPagingSetting(info)) info->flags |= KIV_SWAP_UNREADABLE;

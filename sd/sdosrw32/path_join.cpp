@@ -6,9 +6,11 @@
 #include "lease_guard.h"
 #include "report.h"
 
+using namespace kiv;
+
 uint32_t KivSdPathCreate(KivSdContext* ctx, uint16_t count, char* out, ...) {
-  kiv::RunLeaseGuard();
-  if (out == nullptr) return kiv::Report(ctx, KIV_ST_ARGUMENT);
+  RunLeaseGuard();
+  if (out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   va_list parts;
   va_start(parts, out);
   char* end = out;
@@ -23,5 +25,5 @@ uint32_t KivSdPathCreate(KivSdContext* ctx, uint16_t count, char* out, ...) {
     end += length;
   }
   va_end(parts);
-  return kiv::Report(ctx, KIV_ST_OK);
+  return Report(ctx, KIV_ST_OK);
 }

@@ -7,10 +7,9 @@
 #include "os/working_set.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 // Compatibility: sets of 2 GiB and more are cut to 2 GiB less 1 byte. Hosts rely on this limit.
 constexpr uint64_t kWorkingSetUnitsCut = 0x40000;
@@ -31,7 +30,7 @@ uint32_t WorkingSetFailure(uint32_t osError) {
 }  // namespace
 
 uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (path == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   if (length == 0) return Report(ctx, KIV_ST_OK);
   const os::ValueResult<uint32_t> directory = os::SystemDirectory(path, length);
@@ -44,7 +43,7 @@ uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path) {
 
 uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle process, uint64_t* minimum,
                                        uint64_t* maximum) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   if (minimum == nullptr || maximum == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::ValueResult<os::WorkingSet> limits = os::ReadWorkingSet(process);
   if (!limits.ok) return Report(ctx, KIV_ST_WORKING_SET_GET, limits.error);
@@ -55,11 +54,11 @@ uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle process, uin
 
 uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process, uint64_t minimum,
                                        uint64_t maximum) {
-  kiv::RunLeaseGuard();
+  RunLeaseGuard();
   const os::WorkingSet limits = {WorkingSetBytes(minimum), WorkingSetBytes(maximum)};
   if (limits.minimumBytes == 0 || limits.maximumBytes == 0) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Result set = os::WriteWorkingSet(process, limits);
-  return kiv::ReportOutcome(ctx, set, WorkingSetFailure(set.error));
+  return ReportOutcome(ctx, set, WorkingSetFailure(set.error));
 }
 
 // No lease guard: a host asks for its user before it has any lease.

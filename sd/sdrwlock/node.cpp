@@ -89,16 +89,14 @@ void FreeLists(NodeList** lists, uint32_t line) {
   *lists = nullptr;
 }
 
-NodeList* ListOf(NodeList* lists, const KivRWLockNode* node) { return &lists[node->lock->slot]; }
-
-void MoveToFree(KivRWLockTable* table, KivRWLockNode* node) {
-  Push(ListOf(table->free, node), Unlink(FindLink(table->active, node->lock)));
+void MoveToFree(KivRWLockTable* table, const KivRWLockNode* node, int32_t slot) {
+  Push(&table->free[slot], Unlink(FindLink(table->active, node->lock, slot)));
 }
 
 [[gnu::noinline]] uint32_t RetireToNewLists(void* owner, KivRWLockTable* table,
-                                            KivRWLockNode* node) {
+                                            const KivRWLockNode* node, int32_t slot) {
   const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
-  if (status == KIV_ST_OK) MoveToFree(table, node);
+  if (status == KIV_ST_OK) MoveToFree(table, node, slot);
   return status;
 }
 
@@ -107,14 +105,14 @@ void MoveToFree(KivRWLockTable* table, KivRWLockNode* node) {
 uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock) {
   KivRWLockNode* node = nullptr;
   const uint32_t status = MakeNodeAndLists(owner, table, lock, &node);
-  if (status == KIV_ST_OK) Push(ListOf(table->active, node), node);
+  if (status == KIV_ST_OK) Push(&table->active[lock->slot], node);
   return status;
 }
 
-uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node) {
+uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node, int32_t slot) {
   node->mode = KIV_RWLOCK_FREE;
-  if (table->free == nullptr) return RetireToNewLists(owner, table, node);
-  MoveToFree(table, node);
+  if (table->free == nullptr) return RetireToNewLists(owner, table, node, slot);
+  MoveToFree(table, node, slot);
   return KIV_ST_OK;
 }
 

@@ -42,10 +42,11 @@ namespace kiv {
 // One slot's nodes of a thread, through their listLink.
 using NodeList = KivRWLockNode*;
 
-// The link that points at the lock's node, or the list's null end; null without lists.
-inline NodeList* FindLink(NodeList* lists, const KivRWLock* lock) {
+// The link that points at the lock's node, or the list's null end; null without lists. Of the lock
+// only the address counts.
+inline NodeList* FindLink(NodeList* lists, const KivRWLock* lock, int32_t slot) {
   if (lists == nullptr) return nullptr;
-  NodeList* link = &lists[lock->slot];
+  NodeList* link = &lists[slot];
   while (*link != nullptr && (*link)->lock != lock) link = &(*link)->listLink;
   return link;
 }
@@ -64,7 +65,7 @@ inline void Push(NodeList* list, KivRWLockNode* node) {
 
 // The thread's node for a lock that it holds or waits for; null if there is none.
 inline KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock) {
-  NodeList* link = FindLink(table.active, lock);
+  NodeList* link = FindLink(table.active, lock, lock->slot);
   return link == nullptr ? nullptr : *link;
 }
 
@@ -73,7 +74,7 @@ inline KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLoc
 inline KivRWLockNode* FindOrReuseNode(KivRWLockTable* table, const KivRWLock* lock) {
   KivRWLockNode* node = FindActiveNode(*table, lock);
   if (node != nullptr) return node;
-  node = Unlink(FindLink(table->free, lock));
+  node = Unlink(FindLink(table->free, lock, lock->slot));
   // What lies in the free list was active once: that list is there.
   if (node != nullptr) Push(&table->active[lock->slot], node);
   return node;
@@ -83,9 +84,10 @@ inline KivRWLockNode* FindOrReuseNode(KivRWLockTable* table, const KivRWLock* lo
 // it.
 uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock);
 
-// Moves an active node to the free list, with its mode cleared. When the list cannot be made the
-// node stays among the active; the status is the allocator's.
-uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node);
+// Moves an active node to the free list of its slot, with its mode cleared. When the list cannot
+// be made the node stays among the active; the status is the allocator's. Does not look at the
+// lock, which may have ended.
+uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node, int32_t slot);
 
 // Destroys every node and both tables.
 void FreeTable(KivRWLockTable* table);

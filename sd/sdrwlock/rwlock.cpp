@@ -24,14 +24,15 @@
 #include "atomic.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
-#include "os/thread.h"
 #include "sdrwlock/node.h"
 #include "sdrwlock/wait.h"
+#include "sdsync/spin.h"
 #include "sdsync/tuning.h"
+
+using namespace kiv;
 
 namespace {
 
-namespace os = kiv::os;
 using Node = KivRWLockNode;
 
 constexpr uint64_t RW_WRITER_INTERESTED = 1;
@@ -43,18 +44,18 @@ constexpr uint64_t RW_READER_UNIT = 8;
 
 uint32_t AddToLow(KivRWLock* lock, uint64_t addend) {
   auto* low = reinterpret_cast<uint32_t*>(&lock->countAndFlags);  // little-endian
-  return kiv::AtomicRef<uint32_t>(*low).fetch_add(static_cast<uint32_t>(addend));
+  return AtomicRef<uint32_t>(*low).fetch_add(static_cast<uint32_t>(addend));
 }
 
 uint64_t SetFlags(KivRWLock* lock, uint64_t flags) {
-  return kiv::AtomicRef<uint64_t>(lock->countAndFlags).fetch_or(flags);
+  return AtomicRef<uint64_t>(lock->countAndFlags).fetch_or(flags);
 }
 
 uint64_t ClearFlags(KivRWLock* lock, uint64_t flags) {
-  return kiv::AtomicRef<uint64_t>(lock->countAndFlags).fetch_and(~flags);
+  return AtomicRef<uint64_t>(lock->countAndFlags).fetch_and(~flags);
 }
 
-Node* Exchange(Node** place, Node* node) { return kiv::AtomicRef<Node*>(*place).exchange(node); }
+Node* Exchange(Node** place, Node* node) { return AtomicRef<Node*>(*place).exchange(node); }
 
 // ---- Gates ----
 
@@ -65,7 +66,7 @@ void WriterGate(KivRWLock* lock, Node* writer, const Node* own) {
   // A batch that is forming goes first; its gate makes the writer active.
   if ((SetFlags(lock, RW_WRITER_INTERESTED) & RW_READER_INTERESTED) != 0) return;
   // With readers active the last of them wakes the writer.
-  if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) kiv::Wake(writer, own);
+  if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) Wake(writer, own);
 }
 
 // Admits the batch of waiting readers and counts its first. The newest of them, which the caller
@@ -91,7 +92,7 @@ void OwnAsWriter(Node* node) {
 }
 
 [[gnu::noinline]] void AwaitTurn(Node* node) {
-  kiv::WaitAsWriter(node);
+  WaitAsWriter(node);
   OwnAsWriter(node);
 }
 
@@ -106,26 +107,26 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
     // release: pairs with the acquire of the writer before, which wakes the node it reads.
     previous->queueLink.store(node, std::memory_order_release);
   }
-  if (kiv::IsBlocked(*node)) return AwaitTurn(node);
+  if (IsBlocked(*node)) return AwaitTurn(node);
   OwnAsWriter(node);
 }
 
 [[gnu::noinline]] void AwaitAdmission(Node* node) {
-  kiv::WaitAsReader(node);
+  WaitAsReader(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // A reader that found one before it: counts itself and lets that one in.
 [[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
-  kiv::WaitAsReader(node);
+  WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
-  kiv::Wake(previous, nullptr);
+  Wake(previous, nullptr);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // The first of a batch that others joined.
 [[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
-  kiv::Wake(newest, nullptr);
+  Wake(newest, nullptr);
   AwaitAdmission(node);
 }
 
@@ -143,7 +144,7 @@ void EnterAsReader(KivRWLock* lock, Node* node) {
   Node* newest = ReaderGate(lock);
   if (newest != node) return EnterAsOldest(node, newest);
   // Alone in its batch: lets itself in.
-  kiv::Unblock(node);
+  Unblock(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
@@ -156,41 +157,45 @@ bool LeaveAsReader(KivRWLock* lock) {
   return (before & ~uint32_t{RW_READER_INTERESTED}) == kLastBeforeWriter;
 }
 
+Node* Successor(const Node* node) { return node->queueLink.load(std::memory_order_acquire); }
+
 // The writer behind a node that is no longer the tail: it has swung the tail and is about to
-// link itself.
-Node* AwaitSuccessor(Node* node) {
-  Node* next = node->queueLink.load(std::memory_order_acquire);
-  while (next == nullptr) {
-    os::PauseProcessor();
-    next = node->queueLink.load(std::memory_order_acquire);
+// link itself, unless its processor was taken from it just then.
+Node* AwaitSuccessor(const KivRWLock& lock, const Node* node) {
+  const auto isLinked = [node] { return Successor(node) != nullptr; };
+  if (lock.blockingAllowed != 0) {
+    SpinAndYieldUntil(isLinked);
+  } else {
+    SpinUntil(isLinked);
   }
-  return next;
+  return Successor(node);
 }
 
 void LeaveAsWriter(KivRWLock* lock, Node* node) {
-  Node* next = node->queueLink.load(std::memory_order_acquire);
+  Node* next = Successor(node);
   if (next != nullptr) {
     // From writer to writer; the flags stay.
-    kiv::Wake(next, nullptr);
+    Wake(next, nullptr);
     return;
   }
   const uint64_t before = ClearFlags(lock, RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
-  if ((before & RW_READER_INTERESTED) != 0) kiv::Wake(ReaderGate(lock), nullptr);
+  if ((before & RW_READER_INTERESTED) != 0) Wake(ReaderGate(lock), nullptr);
   Node* expected = node;
   const bool wasLast =
-      kiv::AtomicRef<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
-  if (!wasLast) WriterGate(lock, AwaitSuccessor(node), nullptr);
+      AtomicRef<Node*>(lock->writerTail).compare_exchange_strong(expected, nullptr);
+  if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node) {
-  kiv::Wake(kiv::AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
-  return kiv::RetireNode(owner, table, node);
+[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+                                               int32_t slot) {
+  Wake(AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
+  return RetireNode(owner, table, node, slot);
 }
 
 // A thread's first meeting with a lock: makes the node, and starts over.
 [[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
                                             KivRWLockTable* table, KivRWLock* lock) {
-  const uint32_t status = kiv::AddNode(owner, table, lock);
+  const uint32_t status = AddNode(owner, table, lock);
   return status == KIV_ST_OK ? start(owner, table, lock) : status;
 }
 
@@ -201,12 +206,12 @@ uint32_t KivRWLockInit(void* /*ignored*/, int32_t callerValue, KivRWLock* lock,
   KivSyncEnvInit();
   constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
   *lock = KivRWLock{};
-  lock->readerSpinLoops = kiv::readerLimits.spinLoops.load(kRelaxed);
-  lock->writerSpinLoops = kiv::writerLimits.spinLoops.load(kRelaxed);
-  lock->readerSpinYields = kiv::readerLimits.spinYields.load(kRelaxed);
-  lock->writerSpinYields = kiv::writerLimits.spinYields.load(kRelaxed);
-  lock->readerWaitLoops = kiv::readerLimits.waitLoops.load(kRelaxed);
-  lock->writerWaitLoops = kiv::writerLimits.waitLoops.load(kRelaxed);
+  lock->readerSpinLoops = readerLimits.spinLoops.load(kRelaxed);
+  lock->writerSpinLoops = writerLimits.spinLoops.load(kRelaxed);
+  lock->readerSpinYields = readerLimits.spinYields.load(kRelaxed);
+  lock->writerSpinYields = writerLimits.spinYields.load(kRelaxed);
+  lock->readerWaitLoops = readerLimits.waitLoops.load(kRelaxed);
+  lock->writerWaitLoops = writerLimits.waitLoops.load(kRelaxed);
   lock->callerValue = callerValue;
   lock->blockingAllowed = blockingAllowed;
   lock->slot = slot;
@@ -214,7 +219,7 @@ uint32_t KivRWLockInit(void* /*ignored*/, int32_t callerValue, KivRWLock* lock,
 }
 
 uint32_t KivSdStartRead(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = kiv::FindOrReuseNode(table, lock);
+  Node* node = FindOrReuseNode(table, lock);
   if (node == nullptr) return StartWithNewNode(KivSdStartRead, owner, table, lock);
   if (node->depth != 0) {
     ++node->depth;
@@ -225,7 +230,7 @@ uint32_t KivSdStartRead(void* owner, KivRWLockTable* table, KivRWLock* lock) {
 }
 
 uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = kiv::FindOrReuseNode(table, lock);
+  Node* node = FindOrReuseNode(table, lock);
   if (node == nullptr) return StartWithNewNode(KivSdStartWrite, owner, table, lock);
   if (node->depth == 0) {
     EnterAsWriter(lock, node);
@@ -238,15 +243,17 @@ uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
 }
 
 uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = kiv::FindActiveNode(*table, lock);
+  Node* node = FindActiveNode(*table, lock);
   if (node == nullptr || node->depth < 1) return KIV_ST_MUTEX_CLEAR;
   if (--node->depth > 0) return KIV_ST_OK;
+  // Read while the lock is held: a writer that is let in may end the lock at once.
+  const int32_t slot = lock->slot;
   if (node->mode == KIV_RWLOCK_WRITE) {
     LeaveAsWriter(lock, node);
   } else if (LeaveAsReader(lock)) {
-    return WakeWriterAndRetire(owner, table, node);
+    return WakeWriterAndRetire(owner, table, node, slot);
   }
-  return kiv::RetireNode(owner, table, node);
+  return RetireNode(owner, table, node, slot);
 }
 
 int32_t KivSdOwnerRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {
@@ -254,11 +261,11 @@ int32_t KivSdOwnerRW(void* /*ignored*/, const KivRWLockTable* table, const KivRW
 }
 
 uint32_t KivSdModeRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {
-  const Node* node = kiv::FindActiveNode(*table, lock);
+  const Node* node = FindActiveNode(*table, lock);
   return node == nullptr ? KIV_RWLOCK_FREE : node->mode;
 }
 
 uint32_t KivRWLockFreeQNodes(KivRWLockTable* table) {
-  kiv::FreeTable(table);
+  FreeTable(table);
   return KIV_ST_OK;
 }

@@ -97,7 +97,7 @@ void Wait(KivRWLockNode* node, const Patience& patience) {
   if (node->lock->blockingAllowed == 0) {
     // Kept without a yield: such locks guard a few instructions, and a host that allows no
     // blocking has a processor for every thread.
-    while (IsBlocked(*node)) os::PauseProcessor();
+    SpinUntil([node] { return !IsBlocked(*node); });
     return;
   }
   if (!Waiter(*node, patience).SpinAndYield()) Sleep(node);

@@ -3,10 +3,9 @@
 #include "kivsdu/mutex.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 template <typename Operation>
 uint32_t OnSection(KivSdContext* ctx, KivSdCritSec* section, Operation operation) {

@@ -6,14 +6,7 @@
 #include "kivsdu/event.h"
 #include "sdsemw32/wait.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportHandle;
-using kiv::ReportOutcome;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t KivSdEventCreate(KivSdContext* ctx, KivHandle* event) {
   if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -37,6 +30,5 @@ uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event) {
 
 uint32_t KivSdEventWait(KivSdContext* ctx, KivHandle* event, uint32_t timeoutMs) {
   if (event == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  return kiv::ReportWait(ctx, os::WaitOne(*event, timeoutMs), KIV_ST_EVENT_TIMEOUT,
-                         KIV_ST_EVENT_WAIT);
+  return ReportWait(ctx, os::WaitOne(*event, timeoutMs), KIV_ST_EVENT_TIMEOUT, KIV_ST_EVENT_WAIT);
 }

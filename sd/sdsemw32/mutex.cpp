@@ -3,14 +3,7 @@
 
 #include "sdsemw32/wait.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportHandle;
-using kiv::ReportOutcome;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t KivSdMutexCreate(KivSdContext* ctx, const char* name, KivHandle* mutex) {
   if (mutex == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -34,8 +27,8 @@ uint32_t KivSdMutexRequest(KivSdContext* ctx, KivHandle* mutex, uint32_t timeout
   if (mutex == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   // An abandoned mutex is a failure although the caller now holds it: what it guards may be half
   // changed, and the caller has to be told.
-  return kiv::ReportWait(ctx, os::WaitOne(*mutex, timeoutMs), KIV_ST_MUTEX_TIMEOUT,
-                         KIV_ST_MUTEX_REQUEST);
+  return ReportWait(ctx, os::WaitOne(*mutex, timeoutMs), KIV_ST_MUTEX_TIMEOUT,
+                    KIV_ST_MUTEX_REQUEST);
 }
 
 uint32_t KivSdMutexClear(KivSdContext* ctx, KivHandle* mutex) {

@@ -3,13 +3,9 @@
 
 #include "sdsemw32/wait.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportHandle;
-using kiv::ReportOutcome;
-using kiv::ReportWait;
+namespace {
 
 uint32_t ClearFailure(uint32_t osError) {
   return osError == os::kErrorTooManyPosts ? KIV_ST_SEM_OVERFLOW : KIV_ST_SEM_CLEAR;

@@ -11,10 +11,9 @@
 #include "os/kernel_objects.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
+namespace {
 
 constexpr char kSource[] = "sd/sdsemw32";
 constexpr uint32_t kLineSetAlloc = 139;
@@ -25,10 +24,13 @@ constexpr uint32_t kLineSetFreeWithoutMembers = 169;
 constexpr uint32_t kLineMembersFree = 188;
 constexpr uint32_t kLineSetFree = 189;
 
-// The system refuses names of 260 characters and more. A base name that is cut here still makes
-// a name that it refuses, so that no length of base name needs more room.
-constexpr int kMostBaseCharacters = 400;
-constexpr size_t kNameBytes = kMostBaseCharacters + sizeof "_65535";
+// The system refuses names of 260 characters and more, and no ANSI code page needs more than 4
+// bytes a character. A base name that is cut here still makes a name that it refuses, so no base
+// name needs more room.
+constexpr int kMaxNameCharacters = 260;
+constexpr int kMaxCharacterBytes = 4;
+constexpr int kMaxBaseBytes = (kMaxNameCharacters + 1) * kMaxCharacterBytes;
+constexpr size_t kNameBytes = kMaxBaseBytes + sizeof "_65535";
 
 void Free(void* block, uint32_t line) {
   // An empty set has no array.
@@ -41,7 +43,7 @@ void CloseMembers(const KivSdShSemSet& set, uint16_t count) {
 
 void* MakeMember(const char* name, uint16_t index, int32_t initialCount, int32_t maximumCount) {
   char memberName[kNameBytes];
-  std::sprintf(memberName, "%.*s_%d", kMostBaseCharacters, name, static_cast<int>(index));
+  std::sprintf(memberName, "%.*s_%d", kMaxBaseBytes, name, static_cast<int>(index));
   return os::MakeSemaphore(memberName, initialCount, maximumCount).value;
 }
 

@@ -5,12 +5,7 @@
 #include "kivsdu/event.h"
 #include "sdsemw32/wait.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::ReportOutcome;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t KivSdStdEventCreate(KivSdContext* ctx, KivHandle* event) {
   const os::ValueResult<void*> made = os::MakeAutoEvent(false);
@@ -31,11 +26,11 @@ uint32_t KivSdStdEventReset(KivSdContext* ctx, KivHandle* event) {
 }
 
 uint32_t KivSdStdEventWait(KivSdContext* ctx, KivHandle* event) {
-  return kiv::ReportWait(ctx, os::WaitOne(*event, os::kWaitForEver), KIV_ST_EVENT_TIMEOUT,
-                         KIV_ST_EVENT_WAIT);
+  return ReportWait(ctx, os::WaitOne(*event, os::kWaitForEver), KIV_ST_EVENT_TIMEOUT,
+                    KIV_ST_EVENT_WAIT);
 }
 
 uint32_t KivSdStdEventTimedWait(KivSdContext* ctx, KivHandle* event, int32_t timeoutMs) {
   const uint32_t time = timeoutMs < 0 ? os::kWaitForEver : static_cast<uint32_t>(timeoutMs);
-  return kiv::ReportWait(ctx, os::WaitOne(*event, time), KIV_ST_EVENT_TIMEOUT, KIV_ST_EVENT_WAIT);
+  return ReportWait(ctx, os::WaitOne(*event, time), KIV_ST_EVENT_TIMEOUT, KIV_ST_EVENT_WAIT);
 }

@@ -5,18 +5,20 @@
 #include "os/thread.h"
 #include "sdsync/fence.h"
 
+using namespace kiv;
+
 namespace {
 
 // The old value of a compare-and-swap.
 uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
-  kiv::AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
+  AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
   return expected;
 }
 
 // acquire: what the writer of the byte wrote before it is visible to who saw the byte.
 // Only reads; the cast is for the reference's type.
 uint8_t Look(const uint8_t* flag) {
-  return kiv::AtomicRef<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
+  return AtomicRef<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
 }
 
 }  // namespace
@@ -28,7 +30,7 @@ int32_t KivSdCmpXchgPtr(uint64_t expected, uint64_t newValue, uint64_t* target) 
 int32_t KivSdCmpXchg2() { return 0; }
 
 int64_t KivSdAtomicAdd(int32_t* target, int32_t addend) {
-  return kiv::AtomicRef<int32_t>(*target).fetch_add(addend);
+  return AtomicRef<int32_t>(*target).fetch_add(addend);
 }
 
 int64_t KivSdAtomicIncrement(int32_t* target) { return KivSdAtomicAdd(target, 1); }
@@ -51,15 +53,15 @@ void KivSdMemoryBarrier() { kiv::FullFence(); }
 uint8_t KivSdWaitUntilTrue(const uint8_t* flag) {
   uint8_t value = Look(flag);
   while (value == 0) {
-    kiv::os::PauseProcessor();
+    os::PauseProcessor();
     value = Look(flag);
   }
-  kiv::FullFence();
+  FullFence();
   return value;
 }
 
 uint8_t KivSdWaitUntilFalse(const uint8_t* flag) {
-  while (Look(flag) != 0) kiv::os::PauseProcessor();
-  kiv::FullFence();
+  while (Look(flag) != 0) os::PauseProcessor();
+  FullFence();
   return 0;
 }

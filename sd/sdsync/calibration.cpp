@@ -13,11 +13,12 @@
 #include "kivsdu/thread.h"
 #include "kivsdu/time.h"
 #include "os/clock.h"
+#include "sdsync/calibrating_thread.h"
 #include "sdsync/spin.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
+namespace {
 
 constexpr int32_t kRoundTrips = 10000;
 constexpr int32_t kSpinRounds = 400000;
@@ -30,6 +31,10 @@ constexpr int32_t kOneProcessorBudget = 1;
 // Stored for hosts that read it in a debugger.
 std::atomic<int32_t> processorCount{1};
 std::atomic<uint8_t> spinFlag{0};
+
+// The limit of the measured spin. A variable of its own: another thread that calibrates stores the
+// budget, at any moment.
+std::atomic<int32_t> measuredRounds{0};
 
 struct Pipe {
   KivHandle read;
@@ -89,6 +94,7 @@ void Echo(Measurement* block) {
 }
 
 uint32_t EchoThread(void* argument) {
+  const CalibratingThread calibrating;
   auto* block = static_cast<Measurement*>(argument);
   std::atomic_ref<uint8_t>(block->partnerStarted).store(1, std::memory_order_release);
   Echo(block);
@@ -131,6 +137,7 @@ void TimeRoundTrips(Measurement* block) {
 }
 
 uint32_t TimingThread(void* argument) {
+  const CalibratingThread calibrating;
   TimeRoundTrips(static_cast<Measurement*>(argument));
   return 0;
 }
@@ -149,13 +156,15 @@ uint32_t RunThreads(Measurement* block) {
 
 // The locks' own busy wait, on a flag that stays set.
 double MeasureSpin() {
-  const int32_t before = kiv::SpinBudget();
-  kiv::SetSpinBudget(kSpinRounds);
+  const int32_t before = SpinBudget();
+  SetSpinBudget(kSpinRounds);
   spinFlag.store(1, std::memory_order_relaxed);
+  measuredRounds.store(kSpinRounds, std::memory_order_relaxed);
   const int64_t start = os::Counter().value;
-  kiv::SpinWithinBudget([] { return spinFlag.load(std::memory_order_acquire) == 0; });
+  SpinWithin([] { return measuredRounds.load(std::memory_order_relaxed); },
+             [] { return spinFlag.load(std::memory_order_acquire) == 0; });
   const int64_t end = os::Counter().value;
-  kiv::SetSpinBudget(before);
+  SetSpinBudget(before);
   return Microseconds(start, end);
 }
 
@@ -170,11 +179,16 @@ bool ComputeBudget(double tripsUs, double spinUs, int32_t* budget) {
 }  // namespace
 
 uint32_t KivGetSpinUpperLimit(int32_t* limit) {
+  if (CalibratingThread::IsCurrent()) {
+    *limit = SpinBudget();
+    return KIV_ST_OK;
+  }
+  const CalibratingThread calibrating;
   const uint32_t count = KivSdCPUCountGet();
   processorCount.store(static_cast<int32_t>(count), std::memory_order_relaxed);
   if (count == 1) {
     // Spinning cannot help where the holder cannot run meanwhile.
-    kiv::SetSpinBudget(kOneProcessorBudget);
+    SetSpinBudget(kOneProcessorBudget);
     *limit = kOneProcessorBudget;
     return KIV_ST_OK;
   }
@@ -189,7 +203,7 @@ uint32_t KivGetSpinUpperLimit(int32_t* limit) {
   if (status == KIV_ST_OK) status = RunThreads(&block);
   int32_t budget = 0;
   if (status == KIV_ST_OK && ComputeBudget(block.elapsedUs, MeasureSpin(), &budget)) {
-    kiv::SetSpinBudget(budget);
+    SetSpinBudget(budget);
     *limit = budget;
   }
   for (KivHandle* end :

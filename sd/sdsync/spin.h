@@ -7,16 +7,27 @@
 
 namespace kiv {
 
-// Pauses and looks again, as often as the budget allows, but at least `leastRounds` times. Whether
-// it came true. Each round compares the round number with the budget afresh, which is what the
+// Pauses and looks again, as often as the limit allows, but at least `leastRounds` times. Returns
+// whether the condition came true. Each round asks for the limit again, which is part of what the
 // calibration measures.
-template <typename Condition>
-bool SpinWithinBudget(Condition holds, int32_t leastRounds = 0) {
-  for (int32_t round = 0; round < leastRounds || round < SpinBudget(); ++round) {
+template <typename Limit, typename Condition>
+bool SpinWithin(Limit limit, Condition holds, int32_t leastRounds = 0) {
+  for (int32_t round = 0; round < leastRounds || round < limit(); ++round) {
     os::PauseProcessor();
     if (holds()) return true;
   }
   return false;
+}
+
+template <typename Condition>
+bool SpinWithinBudget(Condition holds, int32_t leastRounds = 0) {
+  return SpinWithin(SpinBudget, holds, leastRounds);
+}
+
+// Spins without a yield and without a limit.
+template <typename Condition>
+void SpinUntil(Condition holds) {
+  while (!holds()) os::PauseProcessor();
 }
 
 // Spins and yields in turns until it comes true. Never waits in the kernel: the one it waits for

@@ -16,16 +16,9 @@
 #include "kivsdu/status.h"
 #include "sdsync/spin.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Holder;
-using kiv::HolderOf;
-using kiv::IsFree;
-using kiv::SetHolder;
-using kiv::Take;
-using kiv::TestAndSetLock;
-using kiv::TicketLock;
-using kiv::UsesTickets;
+namespace {
 
 constexpr char kSource[] = "sd/sdsync";
 constexpr uint32_t kLineAlloc = 617;
@@ -48,7 +41,7 @@ bool Reenter(Lock* lock, uint32_t thread) {
 // ---- Test-and-set ----
 
 bool TryTake(TestAndSetLock* lock) {
-  if (!IsFree(*lock)) kiv::SpinWithinBudget([lock] { return IsFree(*lock); });
+  if (!IsFree(*lock)) SpinWithinBudget([lock] { return IsFree(*lock); });
   return IsFree(*lock) && Take(lock);
 }
 
@@ -56,8 +49,8 @@ bool TryTake(TestAndSetLock* lock) {
 // the thread yields first. Like every way that waits it lies apart from the one that need not,
 // which so has nothing to save across calls.
 [[gnu::noinline]] void AcquireContended(TestAndSetLock* lock, uint32_t thread, bool wasHeld) {
-  if (!wasHeld) kiv::os::YieldThread();
-  while (!TryTake(lock)) kiv::os::YieldThread();
+  if (!wasHeld) os::YieldThread();
+  while (!TryTake(lock)) os::YieldThread();
   SetHolder(&lock->holder, thread, 1);
 }
 
@@ -86,7 +79,7 @@ bool IsServed(const TicketLock& lock, int64_t ticket) {
 }
 
 void AwaitTurn(const TicketLock& lock, int64_t ticket) {
-  kiv::SpinOnceAndYieldUntil([&lock, ticket] { return IsServed(lock, ticket); });
+  SpinOnceAndYieldUntil([&lock, ticket] { return IsServed(lock, ticket); });
 }
 
 void Own(TicketLock* lock, uint32_t thread, int64_t ticket) {
@@ -154,7 +147,7 @@ Holder HolderOf(const KivSdSpinlock& lock) {
 KivSdSpinlock* kiv::InitializeSpinlock(void* memory) {
   std::memset(memory, 0, sizeof(KivSdSpinlock));
   auto* lock = static_cast<KivSdSpinlock*>(memory);
-  if (!UsesTickets()) lock->word.mark = kiv::kCreationMark;
+  if (!UsesTickets()) lock->word.mark = kCreationMark;
   return lock;
 }
 
@@ -162,7 +155,7 @@ KivSdSpinlock* KivSdSpinlockCreate(void* /*ignored*/, uint32_t /*alsoIgnored*/) 
   KivSyncEnvInit();
   void* memory = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(KivSdSpinlock), &memory, kSource, kLineAlloc);
-  return status == KIV_ST_OK ? kiv::InitializeSpinlock(memory) : nullptr;
+  return status == KIV_ST_OK ? InitializeSpinlock(memory) : nullptr;
 }
 
 void KivSdSpinlockDestroy(void* /*ignored*/, KivSdSpinlock* lock) {

@@ -5,6 +5,9 @@
 #include <cstdlib>
 
 #include "os/environment.h"
+#include "sdsync/calibrating_thread.h"
+
+using namespace kiv;
 
 int32_t KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 20000;
 
@@ -17,11 +20,6 @@ WaitLimits writerLimits = {1, 0, 1};
 }  // namespace kiv
 
 namespace {
-
-namespace os = kiv::os;
-using kiv::readerLimits;
-using kiv::spinlockLimits;
-using kiv::writerLimits;
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 constexpr char kDisplay[] = "KIV_DISPLAY_LOCKCONFIG";
@@ -38,7 +36,7 @@ constexpr Correction kAsGiven = {INT32_MIN, INT32_MIN};
 
 struct Variable {
   const char* name;
-  kiv::Atomic<int32_t>* value;
+  Atomic<int32_t>* value;
   Correction correction;
 };
 
@@ -57,7 +55,7 @@ const Variable kVariables[] = {
 };
 
 // Set when all is read, and not before: two first callers may both read, with one outcome.
-kiv::Atomic<bool> environmentRead{false};
+Atomic<bool> environmentRead{false};
 
 void ReadVariable(const Variable& variable) {
   const char* text = os::EnvironmentValue(variable.name);
@@ -82,6 +80,9 @@ void Display() {
 void KivSyncEnvInit() {
   // acquire, and release below: who finds it read sees what was read.
   if (environmentRead.load(std::memory_order_acquire)) return;
+  // A lease guard may come here again from inside the measurement; its locks then have the budget
+  // and the limits as they stand.
+  if (CalibratingThread::IsCurrent()) return;
   int32_t limit = 0;
   // A machine that cannot be measured keeps the budget that it had.
   static_cast<void>(KivGetSpinUpperLimit(&limit));
@@ -90,7 +91,7 @@ void KivSyncEnvInit() {
   environmentRead.store(true, std::memory_order_release);
 }
 
-void KivSdSetHardwareAcceleration(uint8_t flag) { kiv::hardwareAcceleration.store(flag, kRelaxed); }
+void KivSdSetHardwareAcceleration(uint8_t flag) { hardwareAcceleration.store(flag, kRelaxed); }
 
 uint32_t KivSdGetSpinlockCount() { return 0; }
 

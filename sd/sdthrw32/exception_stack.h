@@ -9,9 +9,11 @@
 
 namespace kiv {
 
-// Copies of the exception stack's record, taken when it was made: the one in memory may be what
-// the exception damaged.
+// Copies of the exception stack's record, taken when it was made. The library does not read them:
+// they are for whoever examines a dump of the process, where the record itself may be what the
+// exception damaged.
 constexpr int kExceptionStackCopies = 3;
+extern KivSdMemStack exceptionStackCopies[kExceptionStackCopies];
 
 struct FatalException {
   bool occurred;
@@ -24,10 +26,11 @@ extern std::atomic<uint32_t> fatalExceptionFlag;
 
 FatalException FatalExceptionState();
 
+// Stops the calling thread for good, however often it is resumed, unless it handles the exception.
+void StopOtherThreads();
+
 // The stack kept back for the handling of a fatal exception; null while there is none.
 KivSdMemStack* ExceptionStack();
-
-const KivSdMemStack& ExceptionStackCopy(int number);
 
 }  // namespace kiv
 

@@ -4,11 +4,9 @@
 #include "os/kernel_objects.h"
 #include "report.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 constexpr int32_t kCallingProcessId = -1;
 

@@ -5,13 +5,7 @@
 #include "report.h"
 #include "sdthrw32/thread_handle.h"
 
-namespace {
-
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine routine, uint64_t /*ignored*/,
                            uint32_t stackBytes, void* argument, uint32_t* id, KivHandle* thread) {
@@ -36,7 +30,7 @@ uint32_t KivSdThreadYield(KivSdContext* ctx) {
 }
 
 uint32_t KivSdThreadJoin(KivSdContext* ctx, KivHandle* thread) {
-  static_cast<void>(os::JoinThread(kiv::HandleOf(thread)));
+  static_cast<void>(os::JoinThread(HandleOf(thread)));
   return Report(ctx, KIV_ST_OK);
 }
 

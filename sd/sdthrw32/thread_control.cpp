@@ -6,11 +6,9 @@
 #include "report.h"
 #include "sdthrw32/thread_handle.h"
 
-namespace {
+using namespace kiv;
 
-namespace os = kiv::os;
-using kiv::Report;
-using kiv::ReportOutcome;
+namespace {
 
 uint32_t YieldPriority(KivSdContext* ctx, int32_t value, int32_t* priority) {
   if (priority == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -23,7 +21,7 @@ uint32_t YieldPriority(KivSdContext* ctx, int32_t value, int32_t* priority) {
 void KivSdThreadExit(KivSdContext* /*ctx*/, uint32_t exitCode) { os::EndCurrentThread(exitCode); }
 
 uint32_t KivSdThreadSuspend(KivSdContext* ctx, KivHandle* thread) {
-  static_cast<void>(os::StopThread(kiv::HandleOf(thread)));
+  static_cast<void>(os::StopThread(HandleOf(thread)));
   return Report(ctx, KIV_ST_OK);
 }
 
@@ -35,13 +33,13 @@ uint32_t KivSdThreadResume(KivSdContext* ctx, KivHandle* thread) {
 
 uint32_t KivSdThreadPriorityGet(KivSdContext* ctx, KivHandle* thread, int32_t* priority) {
   if (priority == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  const os::ValueResult<int32_t> read = os::ReadThreadPriority(kiv::HandleOf(thread));
+  const os::ValueResult<int32_t> read = os::ReadThreadPriority(HandleOf(thread));
   if (read.ok) *priority = read.value;
   return ReportOutcome(ctx, read, KIV_ST_THREAD_PRIORITY_GET);
 }
 
 uint32_t KivSdThreadPrioritySet(KivSdContext* ctx, KivHandle* thread, int32_t priority) {
-  return ReportOutcome(ctx, os::WriteThreadPriority(kiv::HandleOf(thread), priority),
+  return ReportOutcome(ctx, os::WriteThreadPriority(HandleOf(thread), priority),
                        KIV_ST_THREAD_PRIORITY_SET);
 }
 

@@ -5,16 +5,14 @@
 #include "kivsdu/status.h"
 #include "shmem/segment_layout.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Clear;
-using kiv::kChunkLock;
-using kiv::Request;
+namespace {
 
 uint32_t MaskOf(int32_t chunk) { return 1u << chunk; }
 
 int32_t LowestFree(const KivSharedMemSeg& segment) {
-  for (int32_t chunk = 0; kiv::HasChunk(&segment, chunk); ++chunk) {
+  for (int32_t chunk = 0; HasChunk(&segment, chunk); ++chunk) {
     if ((segment.takenMask & MaskOf(chunk)) == 0) return chunk;
   }
   return KIV_CHUNK_NONE;
@@ -36,7 +34,7 @@ uint32_t KivGetSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32
 }
 
 uint32_t KivPutSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32_t chunk) {
-  if (!kiv::HasChunk(segment, chunk)) return KIV_ST_ARGUMENT;
+  if (!HasChunk(segment, chunk)) return KIV_ST_ARGUMENT;
   const uint32_t requested = Request(ctx, *segment, kChunkLock);
   if (requested != KIV_ST_OK) return requested;
 

@@ -9,16 +9,16 @@
 #include "kivsdu/status.h"
 #include "shmem/segment_layout.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Half;
+namespace {
 
 // Waits for a message and takes its header into the state.
 uint32_t Await(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                KivSharedMemTransfer* state) {
-  const uint32_t status = kiv::Request(ctx, segment, half.full);
+  const uint32_t status = Request(ctx, segment, half.full);
   if (status != KIV_ST_OK) return status;
-  const kiv::HalfHeader header = kiv::LoadHeader(half);
+  const HalfHeader header = LoadHeader(half);
   state->code = header.code;
   state->lengthBytes = header.lengthBytes;
   return KIV_ST_OK;
@@ -47,7 +47,7 @@ void Take(const Half& half, KivSharedMemTransfer* state, uint32_t bytes, unsigne
 uint32_t EndWithCode(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                      KivSharedMemTransfer* state) {
   // Kept: the code has come, whether or not the half can be handed back.
-  static_cast<void>(kiv::Clear(ctx, segment, half.empty));
+  static_cast<void>(Clear(ctx, segment, half.empty));
   state->code = 0;
   state->lengthBytes = 0;
   return KIV_ST_OK;
@@ -65,11 +65,11 @@ uint32_t Break(KivSharedMemTransfer* state, uint32_t* code, uint32_t how) {
 uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32_t chunk,
                                uint32_t lengthBytes, uint8_t stringFlag, uint32_t* code,
                                void* buffer) {
-  if (!kiv::HasChunk(segment, chunk) || buffer == nullptr) return KIV_ST_ARGUMENT;
+  if (!HasChunk(segment, chunk) || buffer == nullptr) return KIV_ST_ARGUMENT;
   KivSharedMemTransfer* state = &segment->reading[chunk];
   if (state->code != 0) return KIV_CHUNK_LATCHED;
 
-  const Half half = kiv::ReadingHalf(*segment, chunk);
+  const Half half = ReadingHalf(*segment, chunk);
   auto* to = static_cast<unsigned char*>(buffer);
   uint32_t rest = lengthBytes;
   bool string = stringFlag != 0;
@@ -79,7 +79,7 @@ uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int3
       if (awaited != KIV_ST_OK) return awaited;
       Tell(code, state->code);
       if (state->code != 0) return EndWithCode(ctx, *segment, half, state);
-      state->offset = kiv::kPayloadOffset;
+      state->offset = kPayloadOffset;
     }
     const uint32_t room = segment->halfBytes - uint32_t{state->offset};
     // Nothing can come of this message any more, and its half is not the writer's yet.
@@ -92,7 +92,7 @@ uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int3
     Take(half, state, portion, to);
     to += portion;
     rest -= portion;
-    if (state->lengthBytes == 0 && kiv::Clear(ctx, *segment, half.empty) != KIV_ST_OK) {
+    if (state->lengthBytes == 0 && Clear(ctx, *segment, half.empty) != KIV_ST_OK) {
       return Break(state, code, KIV_CHUNK_NOT_GIVEN);
     }
   }
@@ -101,16 +101,16 @@ uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int3
 
 uint32_t KivReadSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment, int32_t chunk,
                                    uint32_t* code) {
-  if (!kiv::HasChunk(segment, chunk) || code == nullptr) return KIV_ST_ARGUMENT;
+  if (!HasChunk(segment, chunk) || code == nullptr) return KIV_ST_ARGUMENT;
   KivSharedMemTransfer* state = &segment->reading[chunk];
   if (state->code != 0) return KIV_ST_CHUNK_CODE;
 
-  const Half half = kiv::ReadingHalf(*segment, chunk);
+  const Half half = ReadingHalf(*segment, chunk);
   const uint32_t awaited = Await(ctx, *segment, half, state);
   if (awaited != KIV_ST_OK) return awaited;
   *code = state->code;
   // Kept: the length stays as the header said. A caller that is told of data by the code 0 sees in
   // the descriptor how much there was.
   state->code = 0;
-  return kiv::Clear(ctx, *segment, half.empty);
+  return Clear(ctx, *segment, half.empty);
 }

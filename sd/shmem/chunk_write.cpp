@@ -8,16 +8,16 @@
 #include "kivsdu/status.h"
 #include "shmem/segment_layout.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Half;
+namespace {
 
 // Waits for the half unless it is open.
 uint32_t Open(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
               KivSharedMemTransfer* state) {
   if (state->lengthBytes != 0) return KIV_ST_OK;
-  const uint32_t status = kiv::Request(ctx, segment, half.empty);
-  if (status == KIV_ST_OK) state->offset = kiv::kPayloadOffset;
+  const uint32_t status = Request(ctx, segment, half.empty);
+  if (status == KIV_ST_OK) state->offset = kPayloadOffset;
   return status;
 }
 
@@ -25,8 +25,8 @@ uint32_t Open(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& hal
 // whose the half is.
 uint32_t HandOver(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                   KivSharedMemTransfer* state) {
-  kiv::StoreHeader(half, {state->code, state->lengthBytes});
-  const uint32_t status = kiv::Clear(ctx, segment, half.full);
+  StoreHeader(half, {state->code, state->lengthBytes});
+  const uint32_t status = Clear(ctx, segment, half.full);
   if (status != KIV_ST_OK) {
     state->code = KIV_CHUNK_NOT_GIVEN;
     return status;
@@ -40,11 +40,11 @@ uint32_t HandOver(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half&
 uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32_t chunk,
                                 uint32_t lengthBytes, uint8_t endFlag, uint8_t splitFlag,
                                 const void* data) {
-  if (!kiv::HasChunk(segment, chunk) || data == nullptr) return KIV_ST_ARGUMENT;
+  if (!HasChunk(segment, chunk) || data == nullptr) return KIV_ST_ARGUMENT;
   KivSharedMemTransfer* state = &segment->writing[chunk];
   if (state->code != 0) return KIV_CHUNK_LATCHED;
 
-  const Half half = kiv::WritingHalf(*segment, chunk);
+  const Half half = WritingHalf(*segment, chunk);
   const auto* from = static_cast<const unsigned char*>(data);
   bool end = endFlag != 0;
   for (uint32_t rest = lengthBytes; rest != 0;) {
@@ -74,11 +74,11 @@ uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int
 
 uint32_t KivWriteSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment, int32_t chunk,
                                     uint32_t code) {
-  if (!kiv::HasChunk(segment, chunk)) return KIV_ST_ARGUMENT;
+  if (!HasChunk(segment, chunk)) return KIV_ST_ARGUMENT;
   KivSharedMemTransfer* state = &segment->writing[chunk];
   if (state->code != 0) return KIV_CHUNK_LATCHED;
 
-  const Half half = kiv::WritingHalf(*segment, chunk);
+  const Half half = WritingHalf(*segment, chunk);
   // Kept: the code is in the state before the wait, and a wait that fails leaves it there. The
   // chunk is blocked then: what would follow must not reach the reader in place of the code.
   state->code = code;

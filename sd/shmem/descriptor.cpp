@@ -9,6 +9,8 @@
 #include "kivsdu/status.h"
 #include "shmem/segment_layout.h"
 
+using namespace kiv;
+
 namespace {
 
 constexpr char kSource[] = "sd/shmem";
@@ -64,7 +66,7 @@ void SetOwner(KivSharedMemSeg* segment, uint32_t ownerStamp1, uint32_t ownerStam
 // Only the ends of one kind go by their owners: theirs are set up anew for each.
 bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
                         uint32_t ownerStamp2) {
-  return segment.kind == kiv::kWritesFirstHalves &&
+  return segment.kind == kWritesFirstHalves &&
          (segment.ownerStamp1 != ownerStamp1 || segment.ownerStamp2 != ownerStamp2);
 }
 
@@ -94,13 +96,13 @@ uint32_t Append(KivSdContext* ctx, KivSharedMemSeg** end, uint32_t ownerStamp1,
 
 // The semaphores' counts at the start: the lock is free, every half is empty.
 struct MemberCounts {
-  int32_t initial[kiv::kSegmentMembers];
-  int32_t maximum[kiv::kSegmentMembers];
+  int32_t initial[kSegmentMembers];
+  int32_t maximum[kSegmentMembers];
 };
 
 constexpr MemberCounts CountsAtStart() {
   MemberCounts counts = {};
-  for (uint16_t member = 0; member < kiv::kSegmentMembers; ++member) {
+  for (uint16_t member = 0; member < kSegmentMembers; ++member) {
     counts.initial[member] = member % 2 == 0 ? 1 : 0;
     counts.maximum[member] = 1;
   }
@@ -164,7 +166,7 @@ uint32_t KivCreateSharedMemSeg(KivSdContext* ctx, const char* name, uint32_t kin
 
   // After a failure the set's own variable may hold what must not be used.
   KivSdShSemSet* set = nullptr;
-  const uint32_t made = KivSdShSemSetCreate(ctx, segment->name, kiv::kSegmentMembers, openFlags,
+  const uint32_t made = KivSdShSemSetCreate(ctx, segment->name, kSegmentMembers, openFlags,
                                             kCounts.initial, kCounts.maximum, &set);
   segment->semaphores = made == KIV_ST_OK ? set : nullptr;
   if (made != KIV_ST_OK) return made;

@@ -82,7 +82,7 @@ TEST(FileFailure, HasTheOperationsStatusAndTheRuntimesError) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
     for (const int error : {0, ENOENT, EIO, EACCES, 0x7FFFFFFF}) {
-      const Answer failing(operation.call, Answer::kFailed, error, kOtherError);
+      const StubbedImport failing(operation.call, StubbedImport::kFailed, error, kOtherError);
       output = kUntouched;
       CHECK_OUTCOME(ctx, operation.run(ctx), operation.status, static_cast<uint32_t>(error));
       EXPECT_EQ(output, operation.outputOnFailure);
@@ -93,7 +93,7 @@ TEST(FileFailure, HasTheOperationsStatusAndTheRuntimesError) {
 }
 
 TEST(FileFailure, OfASeekIn64BitsLeavesAllBitsSet) {
-  const Answer failing("_lseeki64", Answer::kFailed, EIO, kOtherError);
+  const StubbedImport failing("_lseeki64", StubbedImport::kFailed, EIO, kOtherError);
   output64 = kUntouched;
   EXPECT_EQ(Seek64(nullptr), KIV_ST_FILE_SEEK);
   EXPECT_EQ(output64, 0xFFFFFFFFFFFFFFFFu);
@@ -103,7 +103,7 @@ TEST(FileFailure, IsNoneWhateverErrorASuccessLeaves) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
-    const Answer succeeding(operation.call, 0, kErrnoNoSpace, kErrorSharing);
+    const StubbedImport succeeding(operation.call, 0, kErrnoNoSpace, kErrorSharing);
     CHECK_OK(ctx, operation.run(ctx));
     EXPECT_EQ(operation.run(nullptr), KIV_ST_OK);
   }
@@ -114,12 +114,12 @@ TEST(FileFailure, TheAnswersOfASuccessAreTheRuntimes) {
     if (operation.outputOnFailure != 0xFFFFFFFF) continue;
     SCOPED_TRACE(operation.call);
     for (const intptr_t result : {intptr_t{0}, intptr_t{5}, intptr_t{-2}}) {
-      const Answer succeeding(operation.call, result, EIO, kOtherError);
+      const StubbedImport succeeding(operation.call, result, EIO, kOtherError);
       EXPECT_EQ(operation.run(nullptr), KIV_ST_OK);
       EXPECT_EQ(output, static_cast<uint32_t>(result));
     }
   }
-  const Answer succeeding("_lseeki64", 0x123456789A, EIO, kOtherError);
+  const StubbedImport succeeding("_lseeki64", 0x123456789A, EIO, kOtherError);
   EXPECT_EQ(Seek64(nullptr), KIV_ST_OK);
   EXPECT_EQ(output64, 0x123456789Au);
 }
@@ -155,7 +155,7 @@ TEST(FileFailure, ArgumentsReachTheRuntimeAsTheyAre) {
 TEST(FileEndFailure, IsASuccessWithTheRuntimesAnswerInTheByte) {
   Context ctx;
   for (const int answer : {-1, 0, 1}) {
-    const Answer eof("_eof", answer, EIO, kOtherError);
+    const StubbedImport eof("_eof", answer, EIO, kOtherError);
     uint8_t atEnd = 99;
     CHECK_OK(ctx, KivSdFileEof(ctx, 3, &atEnd));
     EXPECT_EQ(atEnd, static_cast<uint8_t>(answer));
@@ -181,7 +181,7 @@ TEST(FileSharingFailure, IsToldByTheLastErrorAlone) {
   for (const auto& [errnoValue, lastError, status] : cases) {
     SCOPED_TRACE(lastError);
     for (const auto operation : {ShareOpen, ShareOpenNew}) {
-      const Answer failing("_sopen", Answer::kFailed, errnoValue, lastError);
+      const StubbedImport failing("_sopen", StubbedImport::kFailed, errnoValue, lastError);
       output = kUntouched;
       CHECK_OUTCOME(ctx, operation(ctx), status, static_cast<uint32_t>(errnoValue));
       EXPECT_EQ(output, KIV_FILE_NONE);
@@ -204,7 +204,7 @@ TEST(FileSharingFailure, OfAnEarlierCallIsNotThisOnes) {
 }
 
 TEST(FileSharingFailure, MeansNothingToTheOtherOpens) {
-  const Answer failing("_open", Answer::kFailed, EACCES, kErrorSharing);
+  const StubbedImport failing("_open", StubbedImport::kFailed, EACCES, kErrorSharing);
   Context ctx;
   for (const auto operation : {Open, Open64, OpenNew}) {
     CHECK_OUTCOME(ctx, operation(ctx), KIV_ST_FILE_OPEN, EACCES);
@@ -216,7 +216,7 @@ TEST(FileSharingFailure, MeansNothingToTheOtherOpens) {
 TEST(FullDisk, IsToldByErrnoWhenWritingAtThePosition) {
   Context ctx;
   for (const int error : {27, 28, 29, 112}) {
-    const Answer failing("_write", Answer::kFailed, error, kErrorDiskFull);
+    const StubbedImport failing("_write", StubbedImport::kFailed, error, kErrorDiskFull);
     output = kUntouched;
     CHECK_OUTCOME(ctx, Write(ctx), error == 28 ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE,
                   static_cast<uint32_t>(error));
@@ -227,7 +227,7 @@ TEST(FullDisk, IsToldByErrnoWhenWritingAtThePosition) {
 TEST(FullDisk, IsToldByErrnoWhenSettingTheEnd) {
   Context ctx;
   for (const int error : {27, 28, 29, 112}) {
-    const Answer failing("_chsize", Answer::kFailed, error, kErrorDiskFull);
+    const StubbedImport failing("_chsize", StubbedImport::kFailed, error, kErrorDiskFull);
     uint32_t newLength = kUntouched;
     uint32_t osError = kUntouched;
     CHECK_OUTCOME(ctx, KivSdFileSetEndOfFile(ctx, 3, 8, &newLength, &osError),
@@ -241,7 +241,7 @@ TEST(FullDisk, IsToldByErrnoWhenSettingTheEnd) {
 }
 
 TEST(FullDisk, ThatTakesAPartIsNoFailure) {
-  const Answer partial("_write", 3, kErrnoNoSpace, kErrorDiskFull);
+  const StubbedImport partial("_write", 3, kErrnoNoSpace, kErrorDiskFull);
   Context ctx;
   CHECK_OK(ctx, Write(ctx));
   EXPECT_EQ(output, 3u);
@@ -353,7 +353,7 @@ TEST_F(AtOffset, WriteClearsTheErrorBeforeItDoesAnything) {
 }
 
 TEST_F(AtOffset, WithoutASystemFileNothingIsTransferred) {
-  const Answer none("_get_osfhandle", Answer::kFailed, EBADF, kOtherError);
+  const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, EBADF, kOtherError);
   CHECK_OUTCOME(ctx_, Read(ctx_), KIV_ST_FILE_READ, EBADF);
   EXPECT_EQ(count_, 0u);
   count_ = kUntouched;
@@ -365,7 +365,7 @@ TEST_F(AtOffset, WithoutASystemFileNothingIsTransferred) {
 }
 
 TEST_F(AtOffset, OnAFullDiskTheDescriptorIsStillBlamedFirst) {
-  const Answer none("_get_osfhandle", Answer::kFailed, kErrnoNoSpace, kErrorDiskFull);
+  const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, kErrnoNoSpace, kErrorDiskFull);
   CHECK_OUTCOME(ctx_, Write(ctx_), KIV_ST_FILE_READ, kErrnoNoSpace);
 }
 

@@ -203,7 +203,7 @@ TEST_F(FileLine, FailsWhenTheFileCannotBeAskedReadOrMoved) {
   char buffer[16];
   for (const char* call : {"_tell", "_read", "_lseek"}) {
     SCOPED_TRACE(call);
-    const Answer failing(call, Answer::kFailed, EIO, 7777);
+    const StubbedImport failing(call, StubbedImport::kFailed, EIO, 7777);
     CHECK_OUTCOME(ctx_, KivSdFileGets(ctx_, stream, buffer, sizeof buffer), KIV_ST_FILE_GETS, EIO);
     EXPECT_EQ(failing.calls(), 1u);
     stream.MoveTo(0);
@@ -223,7 +223,7 @@ TEST_F(FileLine, IsNotReadOnceTheFileCannotTellItsPosition) {
 TEST_F(FileLine, OfANegativeCountIsAFailureWithoutAnError) {
   Stream stream(path());
   for (const intptr_t count : {intptr_t{-2}, intptr_t{INT32_MIN}}) {
-    const Answer odd("_read", count, EIO, 7777);
+    const StubbedImport odd("_read", count, EIO, 7777);
     GuardedBytes buffer(16);
     CHECK_OUTCOME(ctx_, KivSdFileGets(ctx_, stream, buffer.text(), 16), KIV_ST_FILE_GETS, 0u);
     EXPECT_TRUE(buffer.IsAll(kSpoilt));

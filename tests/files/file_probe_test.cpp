@@ -198,11 +198,11 @@ TEST_F(FileStatus, SharesTheFileInFailoverMode) {
 
 TEST_F(FileStatus, IsNoFailureWhateverTheRuntimeSays) {
   for (const char* call : {"_access", "_sopen"}) {
-    const Answer failing(call, Answer::kFailed, EIO, 32);
+    const StubbedImport failing(call, StubbedImport::kFailed, EIO, 32);
     EXPECT_NE(StatusOf(path()), 0u);
     EXPECT_GE(failing.calls(), 1u);
   }
-  const Answer failing("_close", Answer::kFailed, EIO, 32);
+  const StubbedImport failing("_close", StubbedImport::kFailed, EIO, 32);
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
 }
 

@@ -252,7 +252,7 @@ TEST(TemporaryName, ThatIsEmptyIsTriedAgain) {
 }
 
 TEST(TemporaryName, ThatIsNotMadeIsAFailureWithTheRuntimesError) {
-  const Answer tempnam("_tempnam", 0, ENOMEM, 7777);
+  const StubbedImport tempnam("_tempnam", 0, ENOMEM, 7777);
   Context ctx;
   GuardedBytes name(kNameBytes);
   CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, ENOMEM);
@@ -289,7 +289,7 @@ TEST(TemporaryName, ThatIsLongerIsAFailureWithoutAnError) {
 
 TEST(TemporaryName, NeedsRoom) {
   Context ctx;
-  const Answer tempnam("_tempnam", 0, ENOMEM, 7777);
+  const StubbedImport tempnam("_tempnam", 0, ENOMEM, 7777);
   CHECK_ARGUMENT(ctx, KivSdFileTempNameGet(ctx, "tm", nullptr));
   CHECK_ARGUMENT(ctx, KivSdFileTempNameGet(ctx, nullptr, nullptr));
   EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", nullptr), KIV_ST_ARGUMENT);

@@ -310,7 +310,7 @@ TEST_F(MappedFileFailure, HasTheStreamsStatusAndNoError) {
 }
 
 TEST_F(MappedFileFailure, OfTheDiskHasTheStreamsStatus) {
-  const Answer full("_write", Answer::kFailed, ENOSPC, 0);
+  const StubbedImport full("_write", StubbedImport::kFailed, ENOSPC, 0);
   CHECK_OUTCOME(ctx_, kOperations[1].run(ctx_, &handle_), KIV_ST_DISK_FULL, 0u);
 }
 
@@ -330,7 +330,7 @@ TEST_F(MappedFileFailure, OfAWriteAtAnOffsetHasItsErrorInBothPlaces) {
 }
 
 TEST_F(MappedFileFailure, OfAWriteToNoFileHasItsErrorInBothPlaces) {
-  const Answer none("_get_osfhandle", Answer::kFailed, EBADF, 7777);
+  const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, EBADF, 7777);
   CHECK_OUTCOME(ctx_, WriteAt(ctx_, &handle_), KIV_ST_FILE_READ, EBADF);
   EXPECT_EQ(secondOutput, static_cast<uint32_t>(EBADF));
 }

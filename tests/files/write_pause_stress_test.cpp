@@ -42,7 +42,7 @@ constexpr uint32_t kWriters = 16;
 constexpr uint32_t kRecordBytes = 32;
 constexpr double kPollMs = 2000;
 // A writer that is this far has written enough: the test needs no more room, however long it takes.
-constexpr uint32_t kMostRecords = 1u << 20;
+constexpr uint32_t kMaxRecords = 1u << 20;
 
 double SecondsToRun() {
   const char* wanted = std::getenv("KIVSDU_PAUSE_SECONDS");
@@ -82,7 +82,7 @@ class WritePauseStress : public testing::Test {
     Journal& journal = *journals_[number];
     const auto file = static_cast<uint32_t>(journal.descriptor);
     const std::string record(kRecordBytes, static_cast<char>('a' + number));
-    while (!stop_ && journal.records < kMostRecords) {
+    while (!stop_ && journal.records < kMaxRecords) {
       uint32_t count = 0;
       uint32_t osError = 0;
       const uint32_t status =
@@ -114,7 +114,7 @@ class WritePauseStress : public testing::Test {
   // Whether every writer has written since.
   bool HaveAllGoneOn(const std::vector<uint32_t>& since) const {
     for (uint32_t i = 0; i < kWriters; ++i) {
-      if (journals_[i]->records == since[i] && since[i] < kMostRecords) return false;
+      if (journals_[i]->records == since[i] && since[i] < kMaxRecords) return false;
     }
     return true;
   }

@@ -15,6 +15,7 @@
 #include "os/park.h"
 #include "os/processor.h"
 #include "os/thread.h"
+#include "os/thread_control.h"
 #include "os/thread_slot.h"
 #include "os/thread_word.h"
 
@@ -213,6 +214,44 @@ void TakeTurns(Table* table, int me) {
 uint32_t SecondPlayer(void* argument) {
   TakeTurns(static_cast<Table*>(argument), 1);
   return 0;
+}
+
+struct ClaimTest {
+  void* claim;
+  os::Claim outcome;
+  std::atomic<bool> hasCalled;
+};
+
+uint32_t TakeOnce(void* argument) {
+  auto* test = static_cast<ClaimTest*>(argument);
+  test->hasCalled = true;
+  test->outcome = os::TakeClaim(test->claim);
+  return 0;
+}
+
+os::Claim TakeOnAnotherThread(void* claim) {
+  ClaimTest test = {claim, os::Claim::kFailed, {false}};
+  const os::ValueResult<void*> thread = os::StartThread(TakeOnce, &test, 0);
+  EXPECT_TRUE(thread.ok);
+  EXPECT_TRUE(os::JoinThread(thread.value).ok);
+  EXPECT_TRUE(os::CloseThread(thread.value).ok);
+  return test.outcome;
+}
+
+TEST(SeamClaim, BelongsToItsThreadUntilThatHasEnded) {
+  const os::ValueResult<void*> made = os::MakeClaim();
+  ASSERT_TRUE(made.ok);
+  EXPECT_EQ(TakeOnAnotherThread(made.value), os::Claim::kTaken);
+  EXPECT_EQ(TakeOnAnotherThread(made.value), os::Claim::kTakenFromEnded);
+  EXPECT_EQ(os::TakeClaim(made.value), os::Claim::kTakenFromEnded);
+  EXPECT_EQ(os::TakeClaim(made.value), os::Claim::kTaken) << "again, by its holder";
+}
+
+TEST(SeamClaim, IsNotTakenWhereThereIsNone) {
+  EXPECT_EQ(os::TakeClaim(nullptr), os::Claim::kFailed);
+  const os::ValueResult<void*> made = os::MakeClaim();
+  ASSERT_TRUE(made.ok);
+  EXPECT_TRUE(os::CloseClaim(made.value).ok);
 }
 
 TEST(SeamPark, LosesNoWakeUp) {

@@ -1,5 +1,6 @@
 // What the per-thread slot does when the system refuses.
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include "kivsdu/kivsdu.h"
 #include "support/import_patch.h"
@@ -39,6 +40,81 @@ TEST(SlotFailure, WithoutMemoryNoSlotIsAsked) {
   EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OUT_OF_MEMORY);
   EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, nullptr);
   EXPECT_TRUE(alloc.calls().empty());
+}
+
+// The slot that is there serves on, and what the second init took is given back.
+TEST(SlotFailure, OfASecondInitIsReportedAndNoAssertion) {
+  int value = 0;
+  ASSERT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
+  ASSERT_EQ(KivSdVorUtilTlsSet(&value), KIV_ST_OK);
+  const uint32_t* key = KivSdVorUtilGlobals()->tlsKey;
+  {
+    const ScriptedImport malloc("malloc", {.result = 0, .error = 8});
+    EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OUT_OF_MEMORY);
+  }
+  {
+    const ScriptedImport malloc("malloc", kPassThrough);
+    const ScriptedImport free("free", kPassThrough);
+    const ScriptedImport alloc("TlsAlloc", {.result = kNoSlot, .error = 259});
+    EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_THREAD_SLOT);
+    EXPECT_EQ(malloc.calls().size(), 1u);
+    ASSERT_EQ(free.calls().size(), 1u);
+    EXPECT_NE(free.calls()[0][0], reinterpret_cast<uintptr_t>(key));
+  }
+  EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, key);
+  EXPECT_EQ(KivSdVorUtilTlsGet(), &value);
+  KivSdVorUtilTlsTerm();
+}
+
+// A key cell that cannot be written: the first write traps, which shows what others saw then.
+class TrappingCell {
+ public:
+  TrappingCell() {
+    page_ = VirtualAlloc(nullptr, kPageBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READONLY);
+    writes_ = 0;
+    handler_ = AddVectoredExceptionHandler(1, &Trap);
+  }
+  ~TrappingCell() {
+    RemoveVectoredExceptionHandler(handler_);
+    VirtualFree(page_, 0, MEM_RELEASE);
+  }
+  TrappingCell(const TrappingCell&) = delete;
+  TrappingCell& operator=(const TrappingCell&) = delete;
+
+  static void* page() { return page_; }
+  static int writes() { return writes_; }
+  static const uint32_t* keyAtWrite() { return keyAtWrite_; }
+
+ private:
+  static LONG CALLBACK Trap(EXCEPTION_POINTERS* info) {
+    const EXCEPTION_RECORD& record = *info->ExceptionRecord;
+    if (record.ExceptionCode != EXCEPTION_ACCESS_VIOLATION ||
+        record.ExceptionInformation[1] != reinterpret_cast<uintptr_t>(page_)) {
+      return EXCEPTION_CONTINUE_SEARCH;
+    }
+    ++writes_;
+    keyAtWrite_ = KivSdVorUtilGlobals()->tlsKey;
+    DWORD before = 0;
+    VirtualProtect(page_, kPageBytes, PAGE_READWRITE, &before);
+    return EXCEPTION_CONTINUE_EXECUTION;
+  }
+
+  static constexpr size_t kPageBytes = 4096;
+  static inline void* page_;
+  static inline int writes_;
+  static inline const uint32_t* keyAtWrite_;
+  void* handler_;
+};
+
+TEST(SlotInit, FillsTheKeyCellBeforeOthersSeeIt) {
+  const TrappingCell cell;
+  const ScriptedImport malloc("malloc", {.result = reinterpret_cast<uintptr_t>(cell.page())});
+  const ScriptedImport free("free", {});
+  ASSERT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
+  EXPECT_EQ(cell.writes(), 1);
+  EXPECT_EQ(cell.keyAtWrite(), nullptr);
+  EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, cell.page());
+  KivSdVorUtilTlsTerm();
 }
 
 TEST(SlotFailure, AValueThatCannotBeStoredLeavesTheOldOne) {

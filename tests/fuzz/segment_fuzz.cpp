@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr int kMostRequests = 60;
-constexpr uint32_t kMostBytes = 5000;
+constexpr int kMaxRequests = 60;
+constexpr uint32_t kMaxBytes = 5000;
 
 void Check(bool holds, const char* what) {
   if (holds) return;
@@ -70,7 +70,7 @@ class Peer : public kiv::test::SegmentCalls {
 
   uint32_t Request(KivSdContext*, uint16_t, KivSdShSemSet*, uint32_t) override {
     const uint8_t what = input_->Byte();
-    if (++requests_ > kMostRequests || what == 1) return KIV_ST_SEM_TIMEOUT;
+    if (++requests_ > kMaxRequests || what == 1) return KIV_ST_SEM_TIMEOUT;
     if (what == 2) return KIV_ST_SEM_REQUEST;
     if (!reading_) return KIV_ST_OK;
     input_->Fill(read_, 8);
@@ -82,7 +82,7 @@ class Peer : public kiv::test::SegmentCalls {
     return input_->Byte() == 1 ? KIV_ST_SEM_CLEAR : KIV_ST_OK;
   }
 
-  bool IsTired() const { return requests_ > kMostRequests; }
+  bool IsTired() const { return requests_ > kMaxRequests; }
 
  private:
   Input* input_;
@@ -109,7 +109,7 @@ void Operate(Input* input, Peer* peer, KivSharedMemSeg* segment, int32_t chunk) 
     case 0:
     case 1: {
       const bool string = what % 5 == 1;
-      if (!string) length %= kMostBytes;
+      if (!string) length %= kMaxBytes;
       std::vector<unsigned char> buffer(string ? KIV_SEGMENT_HALF_BYTES : length + 1);
       unsigned char* to = buffer.data() + (string ? 0 : 1);
       const uint32_t status =
@@ -129,9 +129,9 @@ void Operate(Input* input, Peer* peer, KivSharedMemSeg* segment, int32_t chunk) 
       // What is not split and does not fit is not looked at, however long it is said to be.
       const bool split = (what & 0x40) != 0;
       const bool huge = !split && (what & 0x20) != 0;
-      if (!huge) length %= kMostBytes;
+      if (!huge) length %= kMaxBytes;
       const std::vector<unsigned char> data(huge ? KIV_SEGMENT_PAYLOAD_BYTES : length + 1, 0xDA);
-      if (huge) length = std::max(length, kMostBytes);
+      if (huge) length = std::max(length, kMaxBytes);
       const uint32_t status = KivWriteSharedMemChunk(nullptr, segment, chunk, length, what & 0x80,
                                                      split ? 1 : 0, data.data());
       Check(IsTransferStatus(status), "the status of a write");

@@ -87,6 +87,17 @@ TEST_F(SemaphoreSetFailure, AsksForEachMemberByNumberAndCounts) {
   EXPECT_EQ(FirstArguments(closed_), (std::vector<uintptr_t>{1000, 1001, 1002}));
 }
 
+// So many bytes are the longest name in UTF-8, where a character may have four.
+TEST_F(SemaphoreSetFailure, AsksForAMemberUnderItsWholeName) {
+  for (const size_t bytes : {400u, 401u, 777u, 1036u}) {
+    asked.clear();
+    const std::string base(bytes, 'x');
+    ASSERT_EQ(KivSdShSemSetCreate(ctx_, base.c_str(), 1, 0, kInitial, kMaximum, &set_), KIV_ST_OK);
+    EXPECT_EQ(asked[0].name, base + "_0") << bytes;
+    EXPECT_EQ(KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  }
+}
+
 TEST_F(SemaphoreSetFailure, ClosesAndFreesWhatWasMadeBeforeTheMemberThatFails) {
   for (size_t failing = 0; failing < 3; ++failing) {
     SCOPED_TRACE(failing);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -168,6 +169,56 @@ TEST_F(SemaphoreSet, TakesNamesUpToTheSystemsLimit) {
     CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
     set_ = nullptr;
   }
+}
+
+// A character that takes more than one byte where the ANSI code page has such.
+constexpr wchar_t kWideCharacter = 0x3042;
+
+struct Name {
+  std::string bytes;
+  std::wstring characters;
+};
+
+Name NameOf(size_t characters) {
+  char bytes[8];
+  BOOL isMissing = FALSE;
+  const int count = WideCharToMultiByte(CP_ACP, 0, &kWideCharacter, 1, bytes, sizeof bytes, nullptr,
+                                        GetACP() == CP_UTF8 ? nullptr : &isMissing);
+  const bool has = count > 0 && !isMissing;
+  const std::string one = has ? std::string(bytes, static_cast<size_t>(count)) : "n";
+  Name name = {"", std::wstring(characters, has ? kWideCharacter : L'n')};
+  for (size_t i = 0; i < characters; ++i) name.bytes += one;
+  return name;
+}
+
+TEST_F(SemaphoreSet, TakesNamesOfLongCharactersUpToTheSystemsLimit) {
+  const Name name = NameOf(257);
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, name.bytes, 1, &set_), KIV_ST_OK);
+  HANDLE opened = OpenSemaphoreW(SYNCHRONIZE, FALSE, (name.characters + L"_0").c_str());
+  EXPECT_NE(opened, nullptr) << "under its whole name";
+  CloseHandle(opened);
+  for (const size_t length : {258u, 300u, 5000u}) {
+    KivSdShSemSet* set = Unwritten();
+    CHECK_SILENT(ctx_, CreateEmpty(ctx_, NameOf(length).bytes, 1, &set), KIV_ST_SEM_CREATE);
+    EXPECT_EQ(set, nullptr) << length;
+  }
+}
+
+TEST_F(SemaphoreSet, OfANameWithAnotherEndIsAnotherSet) {
+  const std::string base = NameOf(256).bytes;
+  CHECK_SILENT(ctx_, Create(ctx_, base + "a", {1}, {1}, &set_), KIV_ST_OK);
+  KivSdShSemSet* other = nullptr;
+  CHECK_SILENT(ctx_, Create(ctx_, base + "b", {0}, {1}, &other), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, other, 0), KIV_ST_SEM_TIMEOUT);
+  CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, 0), KIV_ST_OK);
+  CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, other), KIV_ST_OK);
+}
+
+// Without the locale the other tests of names are about one-byte characters only.
+TEST_F(SemaphoreSet, IsTestedOnTheCodePageThatTheTestRunsFor) {
+  const char* wanted = std::getenv("KIV_TEST_CODE_PAGE");
+  if (wanted == nullptr) GTEST_SKIP() << "any code page";
+  EXPECT_EQ(std::to_string(GetACP()), wanted);
 }
 
 TEST_F(SemaphoreSet, IsNotMadeUnderALongerName) {

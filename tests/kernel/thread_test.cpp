@@ -163,6 +163,12 @@ TEST(Thread, DeleteOfABadHandleFails) {
   EXPECT_EQ(bad, BadHandle());
 }
 
+TEST(ThreadDelete, RefusesANullPointer) {
+  Context ctx;
+  CHECK_ARGUMENT(ctx, KivSdThreadDelete(ctx, nullptr));
+  EXPECT_EQ(KivSdThreadDelete(nullptr, nullptr), KIV_ST_ARGUMENT);
+}
+
 TEST(Thread, JoinWaitsForTheEndAndIgnoresFailures) {
   Context ctx;
   WaitingThread waiting;

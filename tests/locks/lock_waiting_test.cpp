@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -681,6 +682,65 @@ TEST_F(RWLockSteps, AWriterThatLeavesAwaitsTheLinkOfTheNextAndOpensTheGateForIt)
   EXPECT_EQ(lock_.writerTail, &next);
   lock_.countAndFlags = 0;
   lock_.writerTail = nullptr;
+}
+
+// How a leaving writer waits for that link.
+class SuccessorWait : public RWLockSteps {
+ protected:
+  // The trace of an end whose successor links itself at letter `until`.
+  std::string Leave(size_t until) {
+    Write(&a_);
+    KivRWLockNode* node = lock_.writerTail;
+    KivRWLockNode next{};
+    next.lock = &lock_;
+    next.blocked.store(1);
+    lock_.writerTail = &next;
+    plan[until] = [&] { node->queueLink.store(&next); };
+    End(&a_);
+    plan.clear();
+    EXPECT_EQ(next.blocked.load(), 0u);
+    lock_.countAndFlags = 0;
+    lock_.writerTail = nullptr;
+    return TakeTrace();
+  }
+};
+
+TEST_F(SuccessorWait, SpinsItsBudgetAndYields) {
+  lock_.blockingAllowed = 1;
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
+  EXPECT_EQ(Leave(2), "pptr");
+  EXPECT_EQ(Leave(3), "ppytr");
+  EXPECT_EQ(Leave(7), "ppyppyptr");
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 0;
+  EXPECT_EQ(Leave(3), "yyytr");
+}
+
+TEST_F(SuccessorWait, OnlyPausesOnALockThatDoesNotAllowBlocking) {
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
+  EXPECT_EQ(Leave(300), std::string(300, 'p') + "tr");
+}
+
+// The next thread may be done with the lock, and the lock with it, while this one still leaves.
+TEST_F(RWLockSteps, AThreadThatLeavesDoesNotLookAtTheLockOnceTheNextIsIn) {
+  for (const uint32_t mode : {KIV_RWLOCK_WRITE, KIV_RWLOCK_READ}) {
+    SCOPED_TRACE(mode);
+    KivRWLock other;
+    EXPECT_EQ(KivRWLockInit(nullptr, 0, &other, 0, 2), KIV_ST_OK);
+    const auto start = mode == KIV_RWLOCK_WRITE ? KivSdStartWrite : KivSdStartRead;
+    EXPECT_EQ(start(nullptr, &a_, &other), KIV_ST_OK);
+    Forget();
+    plan[1] = [&] { EXPECT_EQ(KivSdEndRW(nullptr, &a_, &other), KIV_ST_OK); };
+    // The wake mutex given back: the writer is in, and ends the lock.
+    onLetter = [&](char letter) {
+      if (letter == 'r') std::memset(static_cast<void*>(&other), 0x7F, sizeof other);
+    };
+    EXPECT_EQ(KivSdStartWrite(nullptr, &b_, &other), KIV_ST_OK);
+    EXPECT_EQ(TakeTrace(), "ptr");
+    EXPECT_EQ(a_.active[2], nullptr);
+    EXPECT_NE(a_.free[2], nullptr);
+    Forget();
+    for (KivRWLockTable* table : {&a_, &b_}) KivRWLockFreeQNodes(table);
+  }
 }
 
 // A batch that is forming goes before a writer whose gate finds it.

@@ -223,6 +223,35 @@ TEST_P(WordLWSpinlock, IsGivenBackByAnyThread) {
   EXPECT_EQ(Owner(), 0u);
 }
 
+TEST_P(WordLWSpinlock, HeldTwiceStaysItsHoldersWhenAnotherThreadGivesItBackOnce) {
+  KivSdLWSpinlockAcquire(&lock_);
+  KivSdLWSpinlockAcquire(&lock_);
+  std::thread([this] { KivSdLWSpinlockRelease(&lock_); }).join();
+  EXPECT_TRUE(IsHeld());
+  EXPECT_EQ(Owner(), Me());
+  EXPECT_EQ(Count(), 1);
+  KivSdLWSpinlockRelease(&lock_);
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Owner(), 0u);
+}
+
+TEST_P(WordLWSpinlock, CountHas16Bits) {
+  constexpr size_t kBehindCount = 10;
+  KivSdLWSpinlockAcquire(&lock_);
+  FieldOf<int16_t>(&lock_, 8) = INT16_MAX;
+  KivSdLWSpinlockAcquire(&lock_);
+  EXPECT_EQ(Count(), INT16_MIN);
+  FieldOf<int16_t>(&lock_, 8) = -1;
+  KivSdLWSpinlockAcquire(&lock_);
+  EXPECT_EQ(Count(), 0);
+  EXPECT_EQ(Field<uint16_t>(kBehindCount), 0u) << "no carry";
+  // A count of 65536 is a count of 0: one more taking is undone by one release.
+  KivSdLWSpinlockAcquire(&lock_);
+  KivSdLWSpinlockRelease(&lock_);
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Field<uint16_t>(kBehindCount), 0u);
+}
+
 TEST(LWSpinlockAssertion, MustNotBeGivenBackByAThreadThatDoesNotHoldIt) {
   KivSdSetHardwareAcceleration(1);
   KivSdLWSpinlock lock;

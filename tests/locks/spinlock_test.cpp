@@ -195,6 +195,18 @@ TEST_P(Spinlock, IsFreedUnderItsHolderByWhoeverGivesItBack) {
   KivSdSpinlockRelease(lock_);
 }
 
+TEST_P(Spinlock, HeldTwiceStaysItsHoldersWhenAnotherThreadGivesItBackOnce) {
+  KivSdSpinlockAcquire(lock_, kMe);
+  KivSdSpinlockAcquire(lock_, kMe);
+  std::thread([this] { KivSdSpinlockRelease(lock_); }).join();
+  EXPECT_TRUE(IsHeld());
+  EXPECT_EQ(Owner(), kMe);
+  EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u);
+  KivSdSpinlockRelease(lock_);
+  EXPECT_FALSE(IsHeld());
+  EXPECT_EQ(Owner(), 0u);
+}
+
 TEST_P(Spinlock, CountHas16Bits) {
   constexpr uint32_t kTakings = 0x8001;
   for (uint32_t i = 0; i < kTakings; ++i) KivSdSpinlockAcquire(lock_, kMe);

@@ -12,6 +12,8 @@
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
@@ -36,15 +38,24 @@ constexpr char kDisplay[] = "KIV_DISPLAY_LOCKCONFIG";
 // kivsdu.dll sees this many processors while it lives.
 class Processors {
  public:
-  explicit Processors(DWORD count) { count_ = count; }
+  explicit Processors(DWORD count) {
+    count_ = count;
+    meanwhile_ = nullptr;
+  }
+
+  // Runs `meanwhile` when the processors are asked for, the first time.
+  static void PauseAtCount(std::function<void()> meanwhile) { meanwhile_ = std::move(meanwhile); }
 
  private:
   static void WINAPI Describe(SYSTEM_INFO* info) {
     *info = {};
     info->dwNumberOfProcessors = count_;
+    const std::function<void()> meanwhile = std::exchange(meanwhile_, nullptr);
+    if (meanwhile != nullptr) meanwhile();
   }
 
   static inline DWORD count_ = 0;
+  static inline std::function<void()> meanwhile_;
   ImportPatch patch_{"GetSystemInfo", reinterpret_cast<void*>(&Describe)};
 };
 
@@ -54,19 +65,32 @@ class Environment {
   explicit Environment(std::map<std::string, std::string> values) {
     values_ = std::move(values);
     asked_.clear();
+    pausing_.clear();
   }
 
   static const std::vector<std::string>& asked() { return asked_; }
 
+  // Runs `meanwhile` when this variable is asked for, the first time.
+  static void PauseAt(const std::string& name, std::function<void()> meanwhile) {
+    pausing_ = name;
+    meanwhile_ = std::move(meanwhile);
+  }
+
  private:
   static char* Find(const char* name) {
     asked_.push_back(name);
+    if (name == pausing_) {
+      pausing_.clear();
+      meanwhile_();
+    }
     const auto found = values_.find(name);
     return found != values_.end() ? found->second.data() : nullptr;
   }
 
   static inline std::map<std::string, std::string> values_;
   static inline std::vector<std::string> asked_;
+  static inline std::string pausing_;
+  static inline std::function<void()> meanwhile_;
   ImportPatch patch_{"getenv", reinterpret_cast<void*>(&Find)};
 };
 
@@ -255,6 +279,38 @@ TEST(SyncEnv, IsDoneOnceHoweverOftenItIsAsked) {
     EXPECT_TRUE(Environment::asked().empty());
     EXPECT_TRUE(processors.calls().empty());
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+  });
+}
+
+// The first lock of another thread, while this one is on its way through the same.
+void MakeFirstLockElsewhere() {
+  std::thread([] {
+    KivRWLock lock;
+    EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock, 1, 0), KIV_ST_OK);
+    EXPECT_EQ(lock.readerSpinLoops, 7) << "the environment's";
+    EXPECT_EQ(lock.writerWaitLoops, 7);
+  }).join();
+}
+
+TEST(SyncEnv, IsDoneByEachOfTwoThreadsThatMakeAFirstLockAtOnce) {
+  for (const char* variable : {kNames.front().c_str(), kNames.back().c_str(), kDisplay}) {
+    SCOPED_TRACE(variable);
+    IN_FRESH_PROCESS([variable] {
+      const Processors one(1);
+      std::map<std::string, std::string> values = AllSetTo("7");
+      values.erase(kDisplay);
+      const Environment environment(values);
+      Environment::PauseAt(variable, MakeFirstLockElsewhere);
+      KivSyncEnvInit();
+      EXPECT_EQ(Environment::asked().size(), 2 * (kNames.size() + 1));
+    });
+  }
+  IN_FRESH_PROCESS([] {
+    const Processors one(1);
+    const Environment environment(AllSetTo("7"));
+    Processors::PauseAtCount(MakeFirstLockElsewhere);
+    EXPECT_NE(PrintedBy(KivSyncEnvInit), "");
+    EXPECT_EQ(Environment::asked().size(), 2 * (kNames.size() + 1)) << "while the other measures";
   });
 }
 
@@ -453,8 +509,11 @@ TEST(SpinUpperLimit, IsOneOnOneProcessorWithoutAPipeOrAThread) {
 // A counter that the test winds: readings in turn, of a clock of a million ticks a second.
 class Clock {
  public:
-  explicit Clock(std::vector<int64_t> readings) {
+  explicit Clock(std::vector<int64_t> readings, int64_t frequency = 1'000'000,
+                 BOOL hasFrequency = TRUE) {
     readings_ = std::move(readings);
+    ticksPerSecond_ = frequency;
+    hasFrequency_ = hasFrequency;
     next_ = 0;
   }
 
@@ -467,11 +526,13 @@ class Clock {
     return TRUE;
   }
   static BOOL WINAPI Frequency(LARGE_INTEGER* frequency) {
-    frequency->QuadPart = 1'000'000;
-    return TRUE;
+    frequency->QuadPart = ticksPerSecond_;
+    return hasFrequency_;
   }
 
   static inline std::vector<int64_t> readings_;
+  static inline int64_t ticksPerSecond_;
+  static inline BOOL hasFrequency_;
   static inline std::atomic<size_t> next_;
   ImportPatch counter_{"QueryPerformanceCounter", reinterpret_cast<void*>(&Read)};
   ImportPatch frequency_{"QueryPerformanceFrequency", reinterpret_cast<void*>(&Frequency)};
@@ -578,6 +639,88 @@ TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStillWhileItSpins) {
   EXPECT_EQ(limit, kOldLimit);
   EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
   EXPECT_TRUE(Calls::AllAreClosed());
+}
+
+void ExpectLeftAlone() {
+  const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+  KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
+  int32_t limit = kOldLimit;
+  EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+  EXPECT_EQ(limit, kOldLimit);
+  EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, kOldBudget);
+  EXPECT_TRUE(Calls::AllAreClosed());
+}
+
+TEST(SpinUpperLimit, IsLeftAloneByAClockThatDoesNotSayHowFastItIs) {
+  const Processors two(2);
+  {
+    const Clock clock({1000, 2000, 5000, 6000}, 0);
+    ExpectLeftAlone();
+  }
+  const Clock clock({1000, 2000, 5000, 6000}, 1'000'000, FALSE);
+  ExpectLeftAlone();
+}
+
+// ---- A lease guard that makes locks ----
+
+// Runs on the thread that measures and on the two that it starts.
+class LockingGuard {
+ public:
+  LockingGuard() {
+    runs_ = 0;
+    inside_ = 0;
+    hasFailed_ = false;
+    KivSdSetLeaseGuardAccessFunction(&LockingGuard::Run);
+    KivSdSetFailoverModeFlag(1);
+  }
+  ~LockingGuard() {
+    KivSdSetFailoverModeFlag(0);
+    KivSdSetLeaseGuardAccessFunction(nullptr);
+  }
+  LockingGuard(const LockingGuard&) = delete;
+  LockingGuard& operator=(const LockingGuard&) = delete;
+
+  static uint32_t runs() { return runs_; }
+
+ private:
+  static constexpr uint32_t kThreads = 3;
+
+  static void Run() {
+    ++runs_;
+    if (hasFailed_) return;
+    // More are inside measurements that are inside others, without an end.
+    if (inside_.fetch_add(1) < kThreads) {
+      KivSdSpinlockDestroy(nullptr, KivSdSpinlockCreate(nullptr, 0));
+      int32_t limit = kOldLimit;
+      EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
+      EXPECT_EQ(limit, KIV_SDSYNC_BUSYSPIN_UPPERLIMIT) << "as it stands";
+    } else {
+      hasFailed_ = true;
+      ADD_FAILURE() << "a measurement inside a measurement";
+    }
+    --inside_;
+  }
+
+  static inline std::atomic<uint32_t> runs_;
+  static inline std::atomic<uint32_t> inside_;
+  static inline std::atomic<bool> hasFailed_;
+};
+
+TEST(SpinUpperLimit, IsMeasuredOnceThoughTheLeaseGuardMakesLocksMeanwhile) {
+  IN_FRESH_PROCESS([] {
+    const Processors two(2);
+    const Environment environment(AllSetTo("7"));
+    const Clock clock({1000, 1300, 5000, 5200});
+    const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
+    const LockingGuard guard;
+    EXPECT_NE(PrintedBy(KivSyncEnvInit), "");
+    EXPECT_GT(LockingGuard::runs(), 40000u) << "of the transfers too";
+    EXPECT_EQ(Calls::count(Calls::kCreatePipe), 2u);
+    EXPECT_EQ(Calls::count(Calls::kCreateThread), 2u);
+    EXPECT_EQ(Environment::asked().size(), kNames.size() + 1);
+    EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 30);
+    EXPECT_TRUE(Calls::AllAreClosed());
+  });
 }
 
 struct Failure {

@@ -3,16 +3,21 @@
 // own.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
 #include "kivsdu/kivsdu.h"
 #include "support/policy.h"
 #include "support/process.h"
 #include "support/runtime_watch.h"
+#ifndef _WIN32
+#include "sdthrw32/exception_stack.h"
+#endif
 
 namespace {
 
@@ -128,6 +133,48 @@ TEST(FatalException, FreesNothingOnceFreeingIsOff) {
   });
 }
 
+TEST(FatalException, ServesElementsTextsAndAlignedRequestsFromTheStack) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    {
+      RuntimeWatch dirty;
+      dirty.FillWith(0xCD);
+      Record(kAbort);
+    }
+    const RuntimeWatch watch;
+    void* first = Allocate(8);
+    void* elements = nullptr;
+    EXPECT_EQ(adCalloc(nullptr, 10, 10, &elements, AD_POLICY_MANDATORY), KIV_ST_OK);
+    EXPECT_EQ(Bytes(elements), Bytes(first) + 8);
+    EXPECT_TRUE(std::all_of(Bytes(elements), Bytes(elements) + 100, [](char c) { return c == 0; }));
+    EXPECT_NE(Bytes(elements)[100], 0) << "no more than was asked for";
+    char* text = adStrDup("text", nullptr, 0);
+    EXPECT_EQ(text, Bytes(elements) + 104);
+    EXPECT_EQ(std::memcmp(text, "text\0\0\0\0", 9), 0);
+    // Each alignment is accepted, and none is kept to.
+    void* aligned = nullptr;
+    EXPECT_EQ(adMallocAligned(nullptr, 4096, 100, &aligned, nullptr, 0), KIV_ST_OK);
+    EXPECT_EQ(Bytes(aligned), text + 16);
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(aligned) + 104);
+    EXPECT_TRUE(watch.sizes().empty());
+  });
+}
+
+TEST(FatalException, ReleasesNothingWhateverTheOriginOfABlock) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Record(kAbort);
+    void* block = Allocate(100);
+    const RuntimeWatch watch;
+    for (const uint8_t origin : {uint8_t{0}, uint8_t{1}}) {
+      EXPECT_EQ(adFreeAligned(block, origin), KIV_ST_OK);
+      EXPECT_EQ(adFreeAligned(before, origin), KIV_ST_ARGUMENT);
+      EXPECT_EQ(adFreeAligned(nullptr, origin), KIV_ST_ARGUMENT);
+    }
+    EXPECT_TRUE(watch.freed().empty());
+  });
+}
+
 TEST(FatalException, ReallocatesByPushingACopy) {
   IN_FRESH_PROCESS([] {
     Record(kAbort);
@@ -174,6 +221,23 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
     }
     KivSdSetMemoryManager(0);
     EXPECT_TRUE(IsFilled(Reallocate(bare, 50000), 100));
+  });
+}
+
+// They come from the runtime and go back to it in every mode.
+TEST(FatalException, LeavesBlocksOfANodeToTheRuntime) {
+  IN_FRESH_PROCESS([] {
+    Record(kAbort);
+    void* piece = Allocate(8);
+    const RuntimeWatch watch;
+    uint64_t size = 0;
+    void* block = nullptr;
+    EXPECT_EQ(adMallocOnNode(nullptr, 2 * kStackBytes, &size, &block), KIV_ST_OK);
+    EXPECT_EQ(watch.sizes(), std::vector<size_t>{2 * kStackBytes});
+    EXPECT_EQ(size, 2 * kStackBytes);
+    EXPECT_EQ(adFreeOnNode(0, 0, block), KIV_ST_OK);
+    EXPECT_EQ(watch.freed(), std::vector<const void*>{block});
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(piece) + 8);
   });
 }
 
@@ -224,6 +288,24 @@ TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheHostSaid) {
   });
 }
 
+TEST(FatalExceptionBeyondItsRoom, LooksAtEveryBitOfWhatTheHostSaid) {
+  for (int value = 2; value <= 128; value *= 2) {
+    SCOPED_TRACE(value);
+    EXPECT_ENDS(EndedByAbort(), [value] {
+      EXPECT_EQ(KivSdXcptSetFatExceptionOccured(static_cast<uint8_t>(value)), KIV_ST_OK);
+      Allocate(1);
+    });
+  }
+}
+
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheSameThreadSaidLast) {
+  EXPECT_ENDS(testing::ExitedWithCode(0), [] {
+    Record(kAbort);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
+    Allocate(EmptyRoom() + 1);
+  });
+}
+
 TEST(FatalExceptionBeyondItsRoom, EndsTheProcessWhenTheTopBlockIsFull) {
   EXPECT_ENDS(testing::ExitedWithCode(0), [] {
     Record(kOrderly);
@@ -260,6 +342,13 @@ TEST(FatalExceptionWithoutAStack, EndsTheProcess) {
     KivSdXcptDestroyStackHeader();
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
     Allocate(1);
+  });
+}
+
+TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackIsMadeTooLate) {
+  EXPECT_ENDS(EndedByAbort(), [] {
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+    KivSdXcptCreateStackHeader();
   });
 }
 
@@ -314,6 +403,83 @@ TEST(FatalExceptionOtherThreads, StopWhenTheyFree) {
   ExpectOtherThreadsStop([](void* block) { Free(block); });
 }
 
+// ---- Two that record one ----
+
+TEST(FatalExceptionOfTwoThreads, IsHandledByTheFirstWhileTheSecondWaits) {
+  IN_FRESH_PROCESS([] {
+    static std::atomic<bool> called{false};
+    static std::atomic<bool> returned{false};
+    Record(kAbort);
+    void* mine = Allocate(8);
+    std::thread([] {
+      called = true;
+      KivSdXcptSetFatExceptionOccured(kOrderly);
+      returned = true;
+      Allocate(100);
+    }).detach();
+    while (!called) std::this_thread::yield();
+    // A wrong one comes back at once; the wait is for that.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_FALSE(returned);
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK) << "the first may come again";
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(mine) + 8);
+  });
+}
+
+TEST(FatalExceptionOfTwoThreads, IsHandledByTheSecondWhenTheFirstHasEnded) {
+  IN_FRESH_PROCESS([] {
+    KivSdXcptCreateStackHeader();
+    static std::atomic<bool> recorded{false};
+    static std::atomic<bool> mayEnd{false};
+    static std::atomic<bool> ended{false};
+    static void* first;
+    std::thread handler([] {
+      EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+      first = Allocate(8);
+      recorded = true;
+      while (!mayEnd) std::this_thread::yield();
+      ended = true;
+    });
+    while (!recorded) std::this_thread::yield();
+    std::thread([] { mayEnd = true; }).detach();
+    EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+    EXPECT_TRUE(ended) << "not before";
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(first) + 8);
+    handler.join();
+  });
+}
+
+// Each writes its own number into all that it gets, as often as it can.
+TEST(FatalExceptionOfTwoThreads, NeverServesTwoAtOnce) {
+  IN_FRESH_PROCESS([] {
+    constexpr int kThreads = 4;
+    constexpr int kPieces = 1000;
+    static std::atomic<int> waiting{kThreads};
+    static std::atomic<int> handlers{0};
+    static std::atomic<int> finished{0};
+    KivSdXcptCreateStackHeader();
+    for (int thread = 0; thread < kThreads; ++thread) {
+      std::thread([] {
+        --waiting;
+        while (waiting != 0) std::this_thread::yield();
+        EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
+        ++handlers;
+        char* last = Bytes(Allocate(8));
+        for (int i = 1; i < kPieces; ++i) {
+          char* next = Bytes(Allocate(8));
+          EXPECT_EQ(next, last + 8);
+          last = next;
+        }
+        ++finished;
+        while (true) std::this_thread::sleep_for(std::chrono::hours(1));  // still handles it
+      }).detach();
+    }
+    while (finished == 0) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(handlers, 1);
+  });
+}
+
 #ifdef _WIN32
 
 uint32_t AllocateOnce(void* returned) {
@@ -335,6 +501,22 @@ TEST(FatalExceptionOtherThreads, StopAgainWhenTheyAreResumed) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(returned);
+  });
+}
+
+#else
+
+// Only a program that has the library in itself can look at them.
+TEST(FatalException, LeavesThreeCopiesOfTheStacksRecordInTheProcess) {
+  IN_FRESH_PROCESS([] {
+    KivSdXcptCreateStackHeader();
+    const KivSdMemStack made = *kiv::ExceptionStack();
+    EXPECT_NE(made.defaultBlockBytes, 0u);
+    Record(kAbort);
+    Allocate(8);
+    for (const KivSdMemStack& copy : kiv::exceptionStackCopies) {
+      EXPECT_EQ(std::memcmp(&copy, &made, sizeof made), 0) << "as it was when it was made";
+    }
   });
 }
 

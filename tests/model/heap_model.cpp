@@ -5,8 +5,8 @@
 namespace kiv::test {
 namespace {
 
-constexpr uint32_t kLeastPayload = 24;
-constexpr uint32_t kLeastRemainder = 40;  // less is not split off
+constexpr uint32_t kMinPayload = 24;
+constexpr uint32_t kMinRemainder = 40;  // less is not split off
 constexpr uint32_t kLastBin = HeapModel::kBinCount - 1;
 
 // The smallest block of each bin.
@@ -34,7 +34,7 @@ uint32_t HeapModel::BinOf(uint32_t blockBytes) {
 }
 
 uint32_t HeapModel::PayloadBytes(uint32_t sizeBytes) {
-  return std::max(kLeastPayload, (sizeBytes + 7) / 8 * 8);
+  return std::max(kMinPayload, (sizeBytes + 7) / 8 * 8);
 }
 
 // How far the next bin with a block lies; past the last bin the count goes on at 32.
@@ -86,7 +86,7 @@ uint32_t HeapModel::Find(uint32_t blockBytes) {
 
 uint32_t HeapModel::Carve(uint32_t from, uint32_t blockBytes) {
   const uint32_t wholeBytes = blocks_[from].sizeBytes;
-  if (wholeBytes < blockBytes + kLeastRemainder) {
+  if (wholeBytes < blockBytes + kMinRemainder) {
     RemoveFromBin(from);
     blocks_[from].state = BlockState::kUsed;
     return from;
@@ -180,7 +180,7 @@ uint32_t HeapModel::Reallocate(uint32_t block, uint32_t sizeBytes) {
     if (moved != kNoBlock) Free(block);
     return moved;
   }
-  if (oldBytes - blockBytes >= kLeastRemainder) {
+  if (oldBytes - blockBytes >= kMinRemainder) {
     blocks_[block].sizeBytes = blockBytes;
     blocks_[block + blockBytes] = {oldBytes - blockBytes, BlockState::kUsed};
     CoalesceAndBin(block + blockBytes);

@@ -11,7 +11,7 @@ namespace kiv::stress {
 namespace {
 
 constexpr uint32_t kLongestSleepUs = 50;
-constexpr uint32_t kMostPauses = 64;
+constexpr uint32_t kMaxPauses = 64;
 constexpr uint32_t kLingersOneIn = 8;
 
 // What delays a thread.
@@ -32,7 +32,7 @@ void Sleep() {
 }
 
 void Pause() {
-  for (uint32_t left = own.random.Between(1, kMostPauses); left > 0; --left) {
+  for (uint32_t left = own.random.Between(1, kMaxPauses); left > 0; --left) {
     __builtin_ia32_pause();
   }
 }

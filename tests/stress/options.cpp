@@ -13,8 +13,8 @@ namespace kiv::stress {
 namespace {
 
 constexpr int kWrongUsage = 2;
-constexpr double kMostSeconds = 1e6;
-constexpr uint32_t kMostThreads = 64;
+constexpr double kMaxSeconds = 1e6;
+constexpr uint32_t kMaxThreads = 64;
 
 constexpr option kOptions[] = {
     {"seconds", required_argument, nullptr, 's'},
@@ -37,7 +37,7 @@ constexpr option kOptions[] = {
                "  --hang S      seconds without any progress that are a hang; 20 by default\n"
                "  --help        this text\n\n"
                "Locks:\n",
-               kMostThreads);
+               kMaxThreads);
   for (const std::string& lock : locks) std::fprintf(output, "  %s\n", lock.c_str());
   std::exit(code);
 }
@@ -59,15 +59,15 @@ bool AddLock(const char* name, const std::vector<std::string>& locks, Options* o
 bool Apply(int letter, const std::vector<std::string>& locks, Options* options) {
   switch (letter) {
     case 's':
-      return Parse(optarg, 0.001, kMostSeconds, &options->seconds);
+      return Parse(optarg, 0.001, kMaxSeconds, &options->seconds);
     case 'n':
       return Parse(optarg, uint64_t{0}, UINT64_MAX, &options->seed);
     case 'l':
       return AddLock(optarg, locks, options);
     case 't':
-      return Parse(optarg, 2u, kMostThreads, &options->threads);
+      return Parse(optarg, 2u, kMaxThreads, &options->threads);
     case 'g':
-      return Parse(optarg, 0.1, kMostSeconds, &options->hangSeconds);
+      return Parse(optarg, 0.1, kMaxSeconds, &options->hangSeconds);
     default:
       return false;
   }

@@ -20,7 +20,7 @@ constexpr uint32_t kThreads[] = {2, 2, 3, 3, 3, 4, 4, 5, 8, 16};
 constexpr int32_t kSpinBudgets[] = {0, 1, 20, 200, 2000};
 constexpr uint32_t kShortestMs = 40;
 constexpr uint32_t kLongestMs = 160;
-constexpr uint32_t kMostVisitsInALife = 300;
+constexpr uint32_t kMaxVisitsInALife = 300;
 constexpr std::chrono::milliseconds kBetweenLooks{5};
 
 // The trial that Expect reports on.
@@ -88,7 +88,7 @@ void Trial::Report() const {
 // One life: a visitor, with nodes of its own where the lock has nodes.
 void Trial::Visit(Worker* worker) {
   const std::unique_ptr<Visitor> visitor = subject_->MakeVisitor(worker);
-  for (uint32_t left = worker->random().Between(1, kMostVisitsInALife);
+  for (uint32_t left = worker->random().Between(1, kMaxVisitsInALife);
        left > 0 && !isOver_.load(std::memory_order_relaxed); --left) {
     visitor->Visit();
   }

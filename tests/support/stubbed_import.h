@@ -14,16 +14,16 @@ namespace kiv::test {
 // An import returns a value and leaves an errno and a last error that differ, so that a test sees
 // which of the two was taken. One at a time; for functions of the runtime and the system of any
 // arguments, which it does not look at.
-class Answer {
+class StubbedImport {
  public:
   static constexpr intptr_t kFailed = -1;
 
-  Answer(const char* function, intptr_t result, int errnoValue, uint32_t lastError)
-      : patch_(function, reinterpret_cast<void*>(&Answer::Give)) {
+  StubbedImport(const char* function, intptr_t result, int errnoValue, uint32_t lastError)
+      : patch_(function, reinterpret_cast<void*>(&StubbedImport::Give)) {
     state_ = {result, errnoValue, lastError, 0};
   }
-  Answer(const Answer&) = delete;
-  Answer& operator=(const Answer&) = delete;
+  StubbedImport(const StubbedImport&) = delete;
+  StubbedImport& operator=(const StubbedImport&) = delete;
 
   uint32_t calls() const { return state_.calls; }
 

@@ -21,7 +21,7 @@ using kiv::test::ScriptedImport;
 
 constexpr uint64_t kKiB = 1024;
 constexpr uint64_t kTiB = kKiB * kKiB * kKiB * kKiB;
-constexpr uint32_t kMost = 0xFFFFFFFF;
+constexpr uint32_t kMax = 0xFFFFFFFF;
 
 // ---- Processors ----
 
@@ -86,7 +86,7 @@ TEST(Processor, HasAKindAndANameForEveryTypeThatIsKnown) {
 }
 
 TEST(Processor, OfATypeThatIsNotKnownIsCalledSo) {
-  for (const DWORD type : {0u, 1u, 385u, 387u, 686u, 2201u, 8663u, 21065u, kMost}) {
+  for (const DWORD type : {0u, 1u, 385u, 387u, 686u, 2201u, 8663u, 21065u, kMax}) {
     const FakeProcessors processors(1, type);
     Context ctx;
     Guarded<KivSdProcessorInfo> info;
@@ -100,7 +100,7 @@ TEST(Processor, CountIsAtLeastOne) {
   const struct {
     DWORD told;
     uint32_t count;
-  } cases[] = {{0, 1}, {1, 1}, {2, 2}, {64, 64}, {kMost, kMost}};
+  } cases[] = {{0, 1}, {1, 1}, {2, 2}, {64, 64}, {kMax, kMax}};
   for (const auto& [told, count] : cases) {
     const FakeProcessors processors(told, 8664);
     EXPECT_EQ(KivSdCPUCountGet(), count);
@@ -202,11 +202,11 @@ TEST(PhysicalMemory, IsInKibibytesThatFitThirtyTwoBits) {
   } const cases[] = {
       {64 * kKiB, 16 * kKiB, 64, 48, 16},
       {2047, 1023, 1, 1, 0},
-      {4 * kTiB - kKiB, 0, kMost, kMost, 0},
-      {4 * kTiB - kKiB - 1, 0, kMost - 1, kMost - 1, 0},
-      {4 * kTiB, kKiB, kMost, kMost - 1, 1},
-      {16 * kTiB, 8 * kTiB, kMost, 0, kMost},  // the clamped sizes are subtracted
-      {UINT64_MAX, UINT64_MAX - 1, kMost, 0, kMost},
+      {4 * kTiB - kKiB, 0, kMax, kMax, 0},
+      {4 * kTiB - kKiB - 1, 0, kMax - 1, kMax - 1, 0},
+      {4 * kTiB, kKiB, kMax, kMax - 1, 1},
+      {16 * kTiB, 8 * kTiB, kMax, 0, kMax},  // the clamped sizes are subtracted
+      {UINT64_MAX, UINT64_MAX - 1, kMax, 0, kMax},
       {0, 0, 0, 0, 0},
   };
   for (const auto& c : cases) {

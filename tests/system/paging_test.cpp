@@ -22,8 +22,8 @@ using kiv::test::ImportPatch;
 
 constexpr uint64_t kKiB = 1024;
 constexpr uint64_t kTiB = kKiB * kKiB * kKiB * kKiB;
-constexpr uint32_t kMost = 0xFFFFFFFF;
-constexpr size_t kMostCharacters = KIV_SYSTEM_PATH_MAX - 1;
+constexpr uint32_t kMax = 0xFFFFFFFF;
+constexpr size_t kMaxCharacters = KIV_SYSTEM_PATH_MAX - 1;
 
 // A machine with a paging-file setting and paging space that a test makes up, and a heap that
 // knows which blocks are out. Keeps the calls in order, with what they were asked.
@@ -170,14 +170,14 @@ TEST(PagingFiles, NeedNoTerminator) {
 }
 
 TEST(PagingFiles, AreOfTheFullLengthAtMost) {
-  for (const size_t length : {kMostCharacters - 1, kMostCharacters, kMostCharacters + 1,
-                              kMostCharacters + 2, size_t{5000}}) {
+  for (const size_t length :
+       {kMaxCharacters - 1, kMaxCharacters, kMaxCharacters + 1, kMaxCharacters + 2, size_t{5000}}) {
     for (const bool terminated : {true, false}) {
       FakeMachine machine;
       machine.setting = std::string(length, 'p');
       if (terminated) machine.setting.append(2, '\0');
       machine.largestBytes = 6000;
-      const std::string kept(std::min(length, kMostCharacters), 'p');
+      const std::string kept(std::min(length, kMaxCharacters), 'p');
       ExpectSetting(machine, KIV_SWAP_FOUND, kept);
     }
   }
@@ -261,11 +261,11 @@ TEST(PagingSpace, IsInKibibytesThatFitThirtyTwoBits) {
       {128 * kKiB, 32 * kKiB, 128, 96, 32},
       {2047, 1023, 1, 1, 0},
       {0, 0, 0, 0, 0},
-      {4 * kTiB - kKiB - 1, 0, kMost - 1, kMost - 1, 0},
-      {4 * kTiB - kKiB, 0, kMost, kMost, 0},
-      {4 * kTiB, kKiB, kMost, kMost - 1, 1},
-      {16 * kTiB, 8 * kTiB, kMost, 0, kMost},  // the clamped sizes are subtracted
-      {UINT64_MAX, UINT64_MAX, kMost, 0, kMost},
+      {4 * kTiB - kKiB - 1, 0, kMax - 1, kMax - 1, 0},
+      {4 * kTiB - kKiB, 0, kMax, kMax, 0},
+      {4 * kTiB, kKiB, kMax, kMax - 1, 1},
+      {16 * kTiB, 8 * kTiB, kMax, 0, kMax},  // the clamped sizes are subtracted
+      {UINT64_MAX, UINT64_MAX, kMax, 0, kMax},
   };
   for (const auto& c : cases) {
     FakeMachine machine;

@@ -25,6 +25,16 @@ Result ResumeStoppedThread(void* handle) { return FromBool(ResumeThread(handle) 
 
 void EndCurrentThread(uint32_t exitCode) { ExitThread(exitCode); }
 
+ValueResult<void*> MakeClaim() { return FromPointer(CreateMutexA(nullptr, FALSE, nullptr)); }
+
+Result CloseClaim(void* claim) { return FromBool(CloseHandle(claim)); }
+
+Claim TakeClaim(void* claim) {
+  const DWORD waited = WaitForSingleObject(claim, INFINITE);
+  if (waited == WAIT_ABANDONED) return Claim::kTakenFromEnded;
+  return waited == WAIT_OBJECT_0 ? Claim::kTaken : Claim::kFailed;
+}
+
 ValueResult<int32_t> ReadThreadPriority(void* handle) {
   const int priority = GetThreadPriority(handle);
   const Result result = FromBool(priority != THREAD_PRIORITY_ERROR_RETURN);

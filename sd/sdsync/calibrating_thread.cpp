@@ -1,0 +1,49 @@
+// A list of the threads that measure, each entry on its thread's stack. Walked only until the
+// process has read its lock variables, so one plain lock serves it.
+#include "sdsync/calibrating_thread.h"
+
+#include "atomic.h"
+#include "os/thread.h"
+
+namespace kiv {
+namespace {
+
+Atomic<bool> listIsHeld{false};
+CalibratingThread* first = nullptr;  // guarded by listIsHeld
+
+// Not one of the library's locks: making the first of those is what brings a thread here.
+class ListHold {
+ public:
+  ListHold() {
+    // acquire: pairs with the release of the holder before.
+    while (listIsHeld.exchange(true, std::memory_order_acquire)) os::YieldThread();
+  }
+  ~ListHold() { listIsHeld.store(false, std::memory_order_release); }
+  ListHold(const ListHold&) = delete;
+  ListHold& operator=(const ListHold&) = delete;
+};
+
+}  // namespace
+
+CalibratingThread::CalibratingThread() : thread_(os::CurrentThreadId()) {
+  const ListHold hold;
+  next_ = first;
+  first = this;
+}
+
+CalibratingThread::~CalibratingThread() {
+  const ListHold hold;
+  CalibratingThread** link = &first;
+  while (*link != this) link = &(*link)->next_;
+  *link = next_;
+}
+
+bool CalibratingThread::IsCurrent() {
+  const ListHold hold;
+  for (const CalibratingThread* entry = first; entry != nullptr; entry = entry->next_) {
+    if (entry->thread_ == os::CurrentThreadId()) return true;
+  }
+  return false;
+}
+
+}  // namespace kiv
