@@ -33,7 +33,7 @@ class Request {
   Request& operator=(const Request&) = delete;
   ~Request();
 
-  bool Create();
+  bool Create();  // also makes room for a short reply; see kShortReplyBytes
   void SignalDone();
   bool AwaitDone();
 

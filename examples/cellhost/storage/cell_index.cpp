@@ -1,4 +1,4 @@
-// Places as numbers; see place_numbers.h.
+// Places as numbers; see cell_index.h.
 #include "storage/cell_index.h"
 
 #include "host/complain.h"
