@@ -68,7 +68,7 @@ class RequestRing {
 
  private:
   KivHandle waiting_ = nullptr;  // counting event: requests in the ring and workers to end
-  RingPlaces places_;
+  RingSlots places_;
 };
 
 }  // namespace cellhost

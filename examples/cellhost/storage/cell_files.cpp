@@ -37,7 +37,7 @@ bool DoesNotFit(const std::string& path) {
 }
 
 // The blocks of a cube's cells, in the order of the table.
-bool WriteCellPages(const Cube& cube, const PlaceNumbers& numbers, uint32_t pages,
+bool WriteCellPages(const Cube& cube, const CellIndex& numbers, uint32_t pages,
                     PageWriter* writer) {
   const CellTable& cells = cube.cells();
   uint32_t cell = 0;

@@ -95,7 +95,7 @@ class CellFiles {
   bool hasCells_ = false;
   bool hasTurns_ = false;
   KivSdCritSec putting_ = {};  // PUTs, one after the other, from the journal to the cells
-  PlaceNumbers numbers_;
+  CellIndex numbers_;
   uint64_t cube_ = 0;  // fingerprint
   uint64_t puts_ = 0;  // number of the last PUT that cells.pag has in it
   uint32_t pageCount_ = 0;
