@@ -1,19 +1,18 @@
 /* Backup: copy a file while a thread goes on writing to it.
  *
- * The writer moves money between two accounts. Its two writes belong together, so it makes both
- * under one lease. The backup pauses writes, copies, and lifts the pause: the copy adds up. */
+ * The writer moves money between two accounts. Its two writes belong together and share one lease.
+ * The backup pauses writes, copies the file, and lifts the pause. The sum in the copy is right. */
 #include <stdio.h>
 #include <stdlib.h>
 
 #include "kivsdu/kivsdu.h"
 
-/* The C runtime's flags: read and write, make, empty, binary; a new file may be read and written.
- */
+/* Flags of the C runtime: read and write, create, truncate, binary; permissions: read and write. */
 enum { kOpenFlags = 2 | 0x100 | 0x200 | 0x8000, kPermissions = 0x100 | 0x80 };
 enum { kMoney = 1000000, kPauseSeconds = 30, kMaySleep = 1, kSlot = 0 };
 
-static KivSdWritePause writePause; /* one for the process, zeroed */
-static KivHandle moved;            /* signalled by each transfer */
+static KivSdWritePause writePause; /* one for the process, initially zero */
+static KivHandle moved;            /* signalled after each transfer */
 static uint32_t file;
 static int32_t stop;
 
@@ -58,12 +57,12 @@ int main(void) {
   Check(KivSdStdEventCreate(KIV_NULL, &moved), "make an event");
   Check(KivRWLockInit(KIV_NULL, 0, &writePause.lock, kMaySleep, kSlot), "make a lock");
   Check(KivSdFileOpen(KIV_NULL, "example-accounts.dat", kOpenFlags, kPermissions, &file), "open");
-  /* For a single write: takes a lease, writes, and gives the lease back. */
+  /* For a single write: takes a lease, writes, and releases the lease. */
   Check(KivSdLeasedFileWrite(&lease, file, accounts, sizeof(accounts), &count), "fill the file");
   Check(KivSdThreadCreate(KIV_NULL, MoveMoney, 0, 0, KIV_NULL, &id, &writer), "start the writer");
   Check(KivSdStdEventWait(KIV_NULL, &moved), "wait for the first transfer");
 
-  Check(KivSdPauseWriteIO(&lease, kPauseSeconds), "pause writes"); /* all leases are back now */
+  Check(KivSdPauseWriteIO(&lease, kPauseSeconds), "pause writes"); /* waits for all leases */
   Copy();
   Check(KivSdStdEventReset(KIV_NULL, &moved), "forget earlier transfers");
   Check(KivSdUnpauseWriteIO(&lease), "lift the pause");

@@ -1,7 +1,7 @@
 /* Channel: a request and its answer over a shared memory segment.
  *
- * The two ends are two threads here. Two processes do the same: each sets up its own end, and they
- * agree on the segment's name and the chunk. */
+ * Here the two ends are two threads. Two processes would do the same: each sets up its own end, and
+ * both agree on the segment's name and the chunk. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -39,13 +39,13 @@ static void Send(KivSharedMemSeg* segment, int32_t chunk, const char* text) {
   Check(KivWriteSharedMemChunk(KIV_NULL, segment, chunk, length, kHandOver, kSplit, text), "write");
 }
 
-/* The peer decides what it sends, and may leave the zero byte out: the buffer ends with one. */
+/* The peer might send no zero byte. The buffer is one byte longer than a half and ends with one. */
 static void Receive(KivSharedMemSeg* segment, int32_t chunk, char text[kTextBytes]) {
   memset(text, 0, kTextBytes);
   Check(KivReadSharedMemChunk(KIV_NULL, segment, chunk, 0, kString, KIV_NULL, text), "read");
 }
 
-/* The client's end, on the chunk that the server has taken for it. */
+/* The client's end. It uses the chunk that the server has taken for it. */
 static uint32_t Ask(void* argument) {
   const int32_t chunk = *(const int32_t*)argument;
   KivSharedMemSeg *list = KIV_NULL, *segment = Open(kClient, &list);

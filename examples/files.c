@@ -1,11 +1,11 @@
-/* Files: write and read lines, ask who uses a file, search a folder. Works in the current folder.
- */
+/* Files: write and read lines, check whether a file is in use, search a folder. Works in the
+ * current folder. */
 #include <stdio.h>
 #include <stdlib.h>
 
 #include "kivsdu/kivsdu.h"
 
-/* The C runtime's open flags and permissions; its own names for them vary between compilers. */
+/* Open flags and permissions of the C runtime, whose names differ between compilers. */
 enum { kReadWrite = 2, kCreate = 0x100, kTruncate = 0x200, kBinary = 0x8000 };
 enum { kMayRead = 0x100, kMayWrite = 0x80 };
 enum { kFromStart = 0 };
@@ -24,7 +24,7 @@ static void WriteLines(KivSdContext* ctx, uint32_t file) {
   uint32_t written;
   Check(ctx, KivSdFileWrite(ctx, file, kLines, length, &written), "write");
   if (written < length) Check(ctx, KIV_ST_DISK_FULL, "write all of it");
-  Check(ctx, KivSdFileFlush(ctx, file), "flush"); /* from here on the lines survive a power cut */
+  Check(ctx, KivSdFileFlush(ctx, file), "flush"); /* now the lines survive a power cut */
 }
 
 static void ReadLines(KivSdContext* ctx, uint32_t file) {
@@ -37,7 +37,7 @@ static void ReadLines(KivSdContext* ctx, uint32_t file) {
   if (status != KIV_ST_FILE_END) Check(ctx, status, "read a line");
 }
 
-/* The probe opens the file alone and closes it again. */
+/* KivSdFileGetStatus opens the file for exclusive use and closes it again. */
 static void ShowStatus(KivSdContext* ctx, const char* when) {
   uint32_t status = 0;
   Check(ctx, KivSdFileGetStatus(ctx, kPath, &status), "probe the file");

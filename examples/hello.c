@@ -1,4 +1,4 @@
-/* Hello: start the library, make a context, allocate a block, read an error, stop again. */
+/* Hello: start the library, make a context, allocate a block, read an error, stop the library. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -20,8 +20,8 @@ int main(void) {
   uint32_t status;
   uint32_t osError;
 
-  /* Start. The memory manager comes first, before anything is allocated. Without a configuration
-   * file it uses the C runtime's heap. Settings follow, before other threads start. */
+  /* Start. The memory manager comes first, before any allocation. Without a configuration file it
+   * uses the C runtime's heap. Settings follow, before other threads start. */
   Check(adMemThreadHeapInit(1, KIV_NULL, "hello", 0), "start the memory manager");
   KivSdSetAppFolderName("hello");
   KivSdInitNumaResources();
@@ -31,13 +31,13 @@ int main(void) {
   Check(KivSdInit(&ctx), "make a context");
   printf("started as '%s'\n", KivSdAppFolderName());
 
-  /* Allocations name the source position of the caller. */
+  /* Each allocation passes the caller's source name and line. */
   Check(KivSdMemAlloc(ctx, 0, 4096, &block, "hello", __LINE__), "allocate a block");
   strcpy(block, "hello from a block");
   printf("%s\n", (const char*)block);
   Check(KivSdMemFree(ctx, block, "hello", __LINE__), "free the block");
 
-  /* An operation that fails: its status comes from status.h, its OS error from the system. */
+  /* An operation that fails: status.h names the status; the OS error comes from the system. */
   status = KivSdModuleLoad(ctx, "no_such_module.dll", &module, 0);
   Check(KivSdLastErrGet(ctx, 0, KIV_NULL, &osError), "read the context");
   text = KivSdModuleGetErrorMessage(ctx); /* ends with a line break */
@@ -45,7 +45,7 @@ int main(void) {
          (int)strcspn(text, "\r\n"), text);
   if (status != KIV_ST_MODULE_LOAD) return EXIT_FAILURE;
 
-  /* Stop, in the opposite order. */
+  /* Stop, in reverse order. */
   Check(KivSdTerm(ctx), "free the context");
   KivSdVorUtilTlsTerm();
   adMemThreadHeapTerm();

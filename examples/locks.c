@@ -1,5 +1,5 @@
-/* Locks: threads read a pair of numbers under a reader-writer lock while the main thread changes
- * it, and add up what they saw under a spinlock. The last of them wakes the main thread. */
+/* Locks: threads read two numbers under a reader-writer lock while the main thread changes them. A
+ * spinlock guards the total of all threads. The last thread wakes the main thread with an event. */
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -22,7 +22,7 @@ static void Check(uint32_t status, const char* action) {
 }
 
 static uint32_t Read(void* argument) {
-  KivRWLockTable table = {0}; /* one for each thread, for all its reader-writer locks */
+  KivRWLockTable table = {0}; /* each thread has one, for all its reader-writer locks */
   uint32_t thread;
   int torn = 0;
   (void)argument;
@@ -34,7 +34,7 @@ static uint32_t Read(void* argument) {
   Check(KivRWLockFreeQNodes(&table), "free the table");
 
   Check(KivSdThreadIdGet(KIV_NULL, &thread), "get the thread's identifier");
-  KivSdSpinlockAcquire(totalLock, thread); /* for a moment: a holder must not block */
+  KivSdSpinlockAcquire(totalLock, thread); /* briefly: a holder must not block */
   tornTotal += torn;
   const int isLast = --running == 0;
   KivSdSpinlockRelease(totalLock);

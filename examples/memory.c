@@ -12,7 +12,7 @@ static void Check(uint32_t status, const char* action) {
   exit(EXIT_FAILURE);
 }
 
-/* Receives the manager's messages, in whatever thread asked for the memory. */
+/* Receives the memory manager's messages, on the thread that allocates. */
 static uint32_t Receive(uint64_t handle, uint32_t status, uint32_t severity, const uint32_t* first,
                         uint32_t firstTag, const uint32_t* second, uint32_t secondTag) {
   (void)handle, (void)severity, (void)first, (void)firstTag, (void)secondTag;
@@ -21,7 +21,7 @@ static uint32_t Receive(uint64_t handle, uint32_t status, uint32_t severity, con
   return 0;
 }
 
-/* Thread heaps: each block is freed by itself, by any thread. */
+/* Thread heaps: each block is freed separately, on any thread. */
 static void UseThreadHeap(void) {
   void* block;
   Check(adMalloc(KIV_NULL, 100, &block, "memory", __LINE__), "allocate");
@@ -29,7 +29,7 @@ static void UseThreadHeap(void) {
   printf("thread heap: a block allocated and freed\n");
 }
 
-/* Short heaps: for a unit of work on one thread. Its blocks go back together when it ends. */
+/* Short heaps: for a unit of work on one thread. The end of the work frees all its blocks. */
 static void UseShortHeap(void) {
   AdShortHeapOwner request = {0};
   void* block;
@@ -41,7 +41,7 @@ static void UseShortHeap(void) {
   printf("short heap: 1000 blocks went back in one call\n");
 }
 
-/* The limit: the manager warns, then refuses. */
+/* The memory limit: the memory manager warns first, then refuses. */
 static void ReachLimit(void) {
   enum { kMiB = 1 << 20, kBlocks = 64 };
   static void* block[kBlocks];
@@ -51,7 +51,7 @@ static void ReachLimit(void) {
   while (n > 0) Check(adFree(block[--n], "memory", __LINE__), "free a large block");
 }
 
-/* Memory stack: scratch memory. A pop takes back a piece and all that were pushed after it. */
+/* Memory stack: scratch memory. A pop frees a piece and all pieces pushed after it. */
 static void UseStack(void) {
   KivSdMemStack* stack;
   void *first, *second;
@@ -64,11 +64,11 @@ static void UseStack(void) {
 }
 
 int main(void) {
-  static const uint64_t host[27]; /* word 26 comes back as the handle of each message */
+  static const uint64_t host[27]; /* word 26 is passed back as the handle of each message */
   uint64_t settings[7];
   Check(adMemThreadHeapInit(1, Receive, "example", 0), "start the memory manager");
   adMemSetThreadContext(host);
-  adMemGetMemorySettings(settings); /* the first is the limit */
+  adMemGetMemorySettings(settings); /* settings[0] is the limit */
   Check(settings[0] != 0 ? KIV_ST_OK : KIV_ST_ARGUMENT, "find a limit in MOLTAPATH's config.mem");
   UseThreadHeap();
   UseShortHeap();

@@ -1,5 +1,4 @@
-// The command line; see command_line.h. The parser reports by exceptions, and none of them leaves
-// this file.
+// The command line; see command_line.h. The parser throws exceptions; none leaves this file.
 #include "command_line.h"
 
 #include <algorithm>
@@ -10,20 +9,20 @@
 
 #include <CLI/CLI.hpp>
 
+#include "channel/protocol.h"
 #include "host/exit_code.h"
 #include "kivsdu_version.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr char kAbout[] =
-    "cellhost: a slice of a cell server, run by the kivsdu library.\n"
-    "It loads a fact table, answers queries from it and compares the answers.\n"
-    "Without a command it does 'run'.";
+    "cellhost: an example server that uses the kivsdu library.\n"
+    "It loads a fact table, answers queries about it and compares the answers.\n"
+    "The default command is 'run'.";
 
 constexpr char kDetails[] =
-    "The formats of the files are described in examples/cellhost/README.md.\n"
+    "examples/cellhost/README.md describes the formats of the files.\n"
     "Exit code: 0 done, 1 answers differ, 2 wrong input or a failure.";
 
 constexpr char kDefaultFacts[] = "examples/cellhost/data/facts.csv";
@@ -52,7 +51,7 @@ CLI::Option* AddAnswers(CLI::App* command, std::string* answers, const char* tex
   return command->add_option("--answers", *answers, text)->type_name("FILE");
 }
 
-// The library asks for a name without any folder.
+// The library requires a pipe name without slashes.
 CLI::Option* AddPipe(CLI::App* command, std::string* pipe) {
   const auto isName = [](const std::string& name) {
     const bool bad = name.empty() || name.find_first_of("/\\") != name.npos;
@@ -74,7 +73,7 @@ void AddClient(CLI::App* command, std::string* pipe, Road* road, uint32_t* waitS
   AddRoad(command, road, "Ask over shared memory instead of the pipe");
   *waitSeconds = 0;
   AddPipe(command, pipe)->capture_default_str();
-  command->add_option("--wait", *waitSeconds, "How long to wait for a server that is not there yet")
+  command->add_option("--wait", *waitSeconds, "How long to wait for the server to start")
       ->type_name("SECONDS")
       ->check(CLI::Range(0u, kWaitSecondsMax))
       ->capture_default_str();
@@ -92,14 +91,14 @@ void AddLocks(CLI::App* command, LockDesign* locks) {
 void AddFailover(CLI::App* command, bool* failover) {
   *failover = false;
   command->add_flag("--failover", *failover,
-                    "The server has the library ask its lease guard, which counts");
+                    "Failover mode: the library calls the server's lease guard");
 }
 
 void AddMemory(CLI::App* command, std::string* memory) {
   command
       ->add_option("--memory", *memory,
-                   "Folder with bin/config.mem, which tunes the memory manager; without it, what "
-                   "MOLTAPATH names")
+                   "Folder with bin/config.mem, which configures the memory manager; without "
+                   "this option, the folder that MOLTAPATH names")
       ->type_name("FOLDER")
       ->check(CLI::ExistingDirectory);
 }
@@ -107,8 +106,8 @@ void AddMemory(CLI::App* command, std::string* memory) {
 void AddData(CLI::App* command, std::string* data) {
   command
       ->add_option("--data", *data,
-                   "Folder that keeps the cells in files; made if it is not there. Without it they "
-                   "are the facts' and are gone at the end")
+                   "Folder for the cells' files; made if missing. Without this option, the cells "
+                   "are those of the facts and are lost at the end")
       ->type_name("FOLDER");
 }
 
@@ -116,7 +115,8 @@ void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
   AddQueries(command, &run->queries);
-  AddAnswers(command, &run->answers, "Expected answers; without it none are compared");
+  AddAnswers(command, &run->answers,
+             "Expected answers; without this option, answers are not compared");
   AddMemory(command, memory);
 }
 
@@ -136,10 +136,10 @@ void AddAsk(CLI::App* app, AskOptions* ask) {
   CLI::App* command = app->add_subcommand("ask", "Ask a server the queries");
   AddClient(command, &ask->pipe, &ask->road, &ask->waitSeconds);
   AddQueries(command, &ask->queries);
-  CLI::Option* answers =
-      AddAnswers(command, &ask->answers, "Expected answers; without it they are printed");
+  CLI::Option* answers = AddAnswers(command, &ask->answers,
+                                    "Expected answers; without this option, answers are printed");
   ask->endless = false;
-  command->add_flag("--endless", ask->endless, "Ask over and over until the program is ended")
+  command->add_flag("--endless", ask->endless, "Repeat the queries until the program is ended")
       ->excludes(answers);
 }
 
@@ -147,15 +147,14 @@ void AddSend(CLI::App* app, SendOptions* send) {
   CLI::App* command = app->add_subcommand("send", "Send a server one command, print the reply");
   AddClient(command, &send->pipe, &send->road, &send->waitSeconds);
   command
-      ->add_option(
-          "command", send->command,
-          "CHUNK, STATS, STOP, QUERY and a query, PUT, members, number, HOG, MiB, or BACKUP")
+      ->add_option("command", send->command,
+                   "CHUNK, STATS, STOP, BACKUP, QUERY <query>, PUT <members> <number> or HOG <MiB>")
       ->required();
 }
 
 void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
   CLI::App* command = app->add_subcommand(
-      "demo", "Run a server and clients, lose a client, and change cells from several");
+      "demo", "Run a server and clients; kill a client; change cells from several clients");
   AddFacts(command, &demo->facts);
   AddQueries(command, &demo->queries);
   demo->answers = kDefaultAnswers;
@@ -176,7 +175,7 @@ void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
   AddMemory(command, &demo->memory);
   demo->inMemory = false;
   command->add_flag("--in-memory", demo->inMemory,
-                    "The server keeps its cells in memory alone: no backups, and it is not killed");
+                    "The server keeps its cells only in memory: no backups, no killed server");
 }
 
 Command CommandOf(const CLI::App& app) {
@@ -188,7 +187,8 @@ Command CommandOf(const CLI::App& app) {
   return Command::kRun;
 }
 
-// The parser takes the arguments last first. Options alone belong to `run`.
+// The parser takes the arguments in reverse order. Without a command, the options are those of
+// `run`.
 std::vector<std::string> Reversed(int count, char** arguments) {
   std::vector<std::string> words(arguments + 1, arguments + count);
   constexpr std::string_view kOfTheProgram[] = {"-h", "--help", "--version"};
@@ -218,7 +218,7 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   try {
     app.parse(Reversed(count, arguments));
   } catch (const CLI::ParseError& error) {
-    // Help comes as an "error" too, with 0.
+    // The parser also throws for --help, with exit code 0.
     *exitCode = app.exit(error) == 0 ? kExitDone : kExitFailed;
     return false;
   }

@@ -1,14 +1,14 @@
-// The command line: which command, with which options.
+// The command line: the command and its options.
 #ifndef CELLHOST_COMMAND_LINE_H
 #define CELLHOST_COMMAND_LINE_H
 
 #include <string>
 
 #include "client/ask_command.h"
+#include "cube/run_command.h"
 #include "demo/demo_command.h"
 #include "host/host.h"
 #include "host/lock_design.h"
-#include "host/run_command.h"
 #include "server/serve_command.h"
 
 namespace cellhost {
@@ -27,8 +27,8 @@ struct CommandLine {
   DemoOptions demo;
 };
 
-// Reads the arguments of main. False when there is nothing to do but to return *exitCode: help
-// was asked for, or the line was wrong, which has then been told.
+// Reads the arguments of main. Returns false if the program must end with *exitCode: help was
+// asked for, or the arguments are wrong and the error was reported.
 bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCode);
 
 }  // namespace cellhost

@@ -3,12 +3,12 @@
 
 #include <stdio.h>
 
+#include "channel/protocol.h"
+#include "cube/answer_check.h"
 #include "cube/query.h"
-#include "host/answer_check.h"
 #include "host/complain.h"
 #include "host/exit_code.h"
 #include "host/line_file.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
@@ -17,10 +17,10 @@ constexpr uint32_t kMsPerSecond = 1000;
 
 void PrintLine(std::string_view line) {
   printf("%.*s\n", static_cast<int>(line.size()), line.data());
-  fflush(stdout);  // whoever reads it through a pipe has it now
+  fflush(stdout);  // for a reader at the other end of a pipe
 }
 
-// Asks one query; prints the answer, or compares it if there is a check.
+// Sends one query. Prints the answer, or compares it if there is a check.
 bool AskOne(ServerClient* server, const Query& query, AnswerCheck* check) {
   RequestText request;
   Reply reply;

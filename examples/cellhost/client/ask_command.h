@@ -1,4 +1,4 @@
-// `cellhost ask` and `cellhost send`: clients of a server that runs.
+// `cellhost ask` and `cellhost send`: clients of a running server.
 #ifndef CELLHOST_CLIENT_ASK_COMMAND_H
 #define CELLHOST_CLIENT_ASK_COMMAND_H
 
@@ -13,14 +13,14 @@ namespace cellhost {
 struct AskOptions {
   std::string pipe;
   Road road;
-  uint32_t waitSeconds;  // for a server that is not there yet
+  uint32_t waitSeconds;  // how long to wait for the server to start
   std::string queries;
-  std::string answers;  // empty: the answers are printed
-  bool endless;         // the queries are asked over and over until the program is ended
+  std::string answers;  // expected answers; empty: print the answers
+  bool endless;         // repeat the queries until the program is ended
 };
 
-// Asks every query; the program's exit code, 0 only if all answers agree with the expected ones.
-// On a thread with a record.
+// Sends every query. Returns the program's exit code: 0 only if all answers agree with the expected
+// answers. The thread must have a record.
 int AskCommand(const AskOptions& options);
 
 struct SendOptions {
@@ -30,7 +30,7 @@ struct SendOptions {
   std::string command;
 };
 
-// Sends one command and prints the reply; the program's exit code.
+// Sends one command and prints the reply. Returns the program's exit code.
 int SendCommand(const SendOptions& options);
 
 }  // namespace cellhost

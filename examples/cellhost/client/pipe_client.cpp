@@ -1,12 +1,12 @@
-// Asking a server; see pipe_client.h.
+// Requests over the control pipe; see pipe_client.h.
 #include "client/pipe_client.h"
 
 #include <algorithm>
 
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
@@ -14,15 +14,15 @@ namespace {
 constexpr char kSourceRequest[] = "cellhost/pipe_client request";
 constexpr char kThisMachine[] = "local";
 
-// The system's access rights and flags for opening.
+// Windows values for opening the pipe: access rights, sharing, disposition, flags.
 constexpr uint32_t kReadAndWrite = 0xC0000000;
 constexpr uint32_t kNoSharing = 0;
 constexpr uint32_t kOpenExisting = 3;
-// The server may learn who the client is, and not act in its name: another program could have
-// taken the name of the pipe.
+// The server may identify the client but not impersonate it, because another program could own the
+// pipe's name.
 constexpr uint32_t kIdentifyOnly = 0x00110000;
 
-// The system's errors that a wait or an opening may well have for a while.
+// Windows errors of waiting and opening that may pass after a while.
 constexpr uint32_t kErrorNoSuchPipe = 2;
 constexpr uint32_t kErrorWaitTimedOut = 121;
 constexpr uint32_t kErrorPipeBusy = 231;
@@ -35,14 +35,14 @@ constexpr uint32_t kReplyWaitMs = 30 * 1000;
 
 PipeClient::PipeClient() : PipeEnd(kReplyBytesMax) {}
 
-// That the wait succeeds promises nothing: another client may open the instance first.
+// Opening may fail even after a successful wait: another client may open the instance first.
 uint32_t PipeClient::TryOpen() {
   KivSdContext* ctx = ThisContext();
   const uint32_t waited = KivSdNamedPipeWait(ctx, kThisMachine, name_, kWaitOnceMs);
   if (waited != 0) return waited;
   const uint32_t opened = KivSdNamedPipeOpen(ctx, kThisMachine, name_, &pipe_, kReadAndWrite,
                                              kNoSharing, kOpenExisting, kIdentifyOnly);
-  if (opened != 0) pipe_ = nullptr;  // it is no null that a failed opening leaves
+  if (opened != 0) pipe_ = nullptr;  // a failed opening does not leave null
   return opened;
 }
 
@@ -79,16 +79,17 @@ bool PipeClient::Ask(std::string_view request, Reply* reply) {
       Send(request) ? Receive({.limit = &limit, .stop = nullptr}, &text) : Received::kGone;
   if (received == Received::kNoMemory) return false;
   if (received == Received::kTimedOut) {
-    return Complain("the server on the pipe '%s' has not answered for %u s; end it and start anew",
-                    name_, kReplyWaitMs / 1000);
+    return Complain(
+        "the server on the pipe '%s' has not answered for %u s; end it and start it again", name_,
+        kReplyWaitMs / 1000);
   }
   if (received != Received::kMessage) {
-    return Complain("the server on the pipe '%s' went away; look at what it said, start it anew",
-                    name_);
+    return Complain(
+        "the server on the pipe '%s' has ended; look at its messages, and start it again", name_);
   }
   const std::string_view verb = TakeVerb(&text);
   if (verb != kOk && verb != kError) {
-    return Complain("what serves the pipe '%s' is no cellhost; give another name with --pipe",
+    return Complain("the server on the pipe '%s' is not cellhost; give another name with --pipe",
                     name_);
   }
   *reply = {.ok = verb == kOk, .text = text};
@@ -96,7 +97,7 @@ bool PipeClient::Ask(std::string_view request, Reply* reply) {
 }
 
 void PipeClient::Leave() {
-  Send(kBye);  // a server that is gone need not know
+  Send(kBye);  // a failure does not matter: the server has gone
   Close();
 }
 

@@ -6,32 +6,32 @@
 
 #include <string_view>
 
-#include "server/pipe_end.h"
+#include "channel/pipe_end.h"
 
 namespace cellhost {
 
-// What the server answered.
+// The server's reply.
 struct Reply {
-  bool ok;                // OK, not ERROR
-  std::string_view text;  // behind that word; good until the next request
+  bool ok;                // true: OK; false: ERROR
+  std::string_view text;  // the text behind that word; valid until the next request
 };
 
 class PipeClient : public PipeEnd {
  public:
   PipeClient();
 
-  // Opens the pipe, waiting while the server is busy with other clients.
+  // Opens the pipe; waits while the server is busy with other clients.
   //
-  //   name         of the pipe; not copied
-  //   startWaitMs  how long to wait for a server that is not there yet
+  //   name         name of the pipe; not copied
+  //   startWaitMs  how long to wait for the server to start
   //
-  // False on failure, which has then been told.
+  // Returns false on failure, after reporting it.
   bool Open(const char* name, uint32_t startWaitMs);
 
-  // Sends a request and waits for the reply. False if there is none, which has then been told.
+  // Sends a request and waits for the reply. Returns false without a reply, after reporting it.
   bool Ask(std::string_view request, Reply* reply);
 
-  // Takes leave, without which the server counts a lost client.
+  // Sends BYE and closes the pipe. Without BYE the server counts a lost client.
   void Leave();
 
  private:
@@ -40,10 +40,11 @@ class PipeClient : public PipeEnd {
   const char* name_ = "";
 };
 
-// Whether a server takes clients on a pipe, or will within the limit; it need not be there.
+// Returns whether a server accepts clients on a pipe within the limit. If no server has the pipe,
+// returns false at once.
 bool ServerListens(const char* name, uint32_t limitMs);
 
-// A request of a verb and what follows it, as Ask wants it.
+// Builds a request from a verb and its argument, for Ask.
 class RequestText {
  public:
   RequestText();

@@ -1,15 +1,15 @@
-// Asking a server over a chunk; see segment_client.h.
+// Requests over a chunk; see segment_client.h.
 #include "client/segment_client.h"
 
 #include <algorithm>
 #include <charconv>
 
+#include "channel/pipe_watch.h"
 #include "host/complain.h"
 #include "host/thread_record.h"
 #include "kivsdu/sharedmem.h"
 #include "kivsdu/status.h"
 #include "kivsdu/time.h"
-#include "server/pipe_watch.h"
 
 namespace cellhost {
 namespace {
@@ -17,14 +17,14 @@ namespace {
 constexpr char kSourceAnswer[] = "cellhost/segment_client answer";
 constexpr uint32_t kWritesSecondHalves = 0;
 constexpr uint8_t kMakeIt = 1;
-constexpr uint32_t kNoStamp = 0;  // they tell owners of the other kind apart
+constexpr uint32_t kNoStamp = 0;  // only the end of the other kind has stamps
 constexpr uint32_t kAskAgainMs = 20;
 
-// Of each wait, after which the server is looked for on the pipe, and in all.
+// Time-out of each wait, after which the client checks the pipe; and maximum number of waits.
 constexpr uint32_t kTimeoutMs = 500;
 constexpr uint32_t kTimeouts = 60;
 
-// "cellhost-32-715 0" into its parts.
+// Splits a reply such as "cellhost-32-715 0" into the segment's name and the chunk.
 bool ReadOffer(std::string_view offer, std::string_view* name, int32_t* chunk) {
   *name = TakeVerb(&offer);
   const char* end = offer.data() + offer.size();
@@ -34,14 +34,14 @@ bool ReadOffer(std::string_view offer, std::string_view* name, int32_t* chunk) {
          name->size() < KIV_SEGMENT_NAME_BYTES;
 }
 
-// Always false, to be returned.
+// Reports why there is no answer. Always returns false.
 bool TellNoAnswer(const PipeWatch& watch, Carried carried) {
   if (carried == Carried::kNoMemory) return false;
   if (carried == Carried::kNonsense) {
-    return Complain("what the server says over the segment is no answer; ask over the pipe");
+    return Complain("the server sends no valid answer over the segment; ask over the pipe");
   }
   if (watch.gone()) {
-    return Complain("the server went away; look at what it said, start it anew");
+    return Complain("the server has ended; look at its messages, and start it again");
   }
   return Complain("the server does not answer over the segment; ask over the pipe");
 }
@@ -63,7 +63,7 @@ Given SegmentClient::AskForChunk() {
   std::string_view name;
   int32_t chunk = KIV_CHUNK_NONE;
   if (!reply.ok || !ReadOffer(reply.text, &name, &chunk)) {
-    Complain("the server gives no chunk: %.*s", ShownLength(reply.text), reply.text.data());
+    Complain("the server refuses a chunk: %.*s", ShownLength(reply.text), reply.text.data());
     return Given::kFailed;
   }
   return Join(name, chunk) ? Given::kOne : Given::kFailed;
@@ -82,7 +82,7 @@ bool SegmentClient::AwaitChunk(uint32_t limitMs) {
   }
 }
 
-// The segment is the server's: where there is none of the name, none is made.
+// Opens the server's segment. Fails if there is no segment of this name, and makes none.
 bool SegmentClient::Join(std::string_view name, int32_t chunk) {
   Detach();
   char text[KIV_SEGMENT_NAME_BYTES] = {};
@@ -137,7 +137,7 @@ bool SegmentClient::Ask(std::string_view request, Reply* reply) {
 }
 
 void SegmentClient::Leave() {
-  // Over the chunk, where the server waits: it need not look into the pipe first.
+  // Over the chunk, because the server waits there and checks the pipe only after a time-out.
   PipeWatch watch(&pipe_, kTimeouts, nullptr);
   if (chunk_ != KIV_CHUNK_NONE) channel_.SendRequest(kBye, &watch);
   Detach();

@@ -1,5 +1,5 @@
-// A client's end of the server's segment: a chunk that it asks for on the control pipe, and
-// requests over that.
+// A client's end of the server's segment. The client asks for a chunk on the control pipe, and
+// sends its requests over that chunk.
 #ifndef CELLHOST_CLIENT_SEGMENT_CLIENT_H
 #define CELLHOST_CLIENT_SEGMENT_CLIENT_H
 
@@ -7,16 +7,16 @@
 
 #include <string_view>
 
+#include "channel/chunk_channel.h"
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
-#include "server/chunk_channel.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 
 enum class Given {
   kOne,
-  kNone,    // other clients have them all; the server may be asked again
-  kFailed,  // which has been told
+  kNone,    // other clients have all chunks; ask again later
+  kFailed,  // reported
 };
 
 class SegmentClient {
@@ -29,21 +29,22 @@ class SegmentClient {
   // Opens the control pipe; see PipeClient::Open.
   bool Open(const char* pipe, uint32_t startWaitMs);
 
-  // Asks for a chunk, once. A client that has one gets the same as it was in the beginning.
+  // Asks for a chunk, once. A client that has a chunk receives the same chunk, reset.
   Given AskForChunk();
 
-  // Asks until there is one or the limit has passed. False on failure, which has then been told.
+  // Asks until a chunk is free or the limit has passed. Returns false on failure, after reporting
+  // it.
   bool AwaitChunk(uint32_t limitMs);
 
-  // Sends a request over the chunk and waits for the answer. False if there is none, which has
-  // then been told; the chunk is then to be asked for again.
+  // Sends a request over the chunk and waits for the answer. Returns false without an answer, after
+  // reporting it; call AskForChunk before the next request.
   bool Ask(std::string_view request, Reply* reply);
 
-  // Gives the chunk back and takes leave, without which the server counts a lost client.
+  // Returns the chunk, sends BYE and closes the pipe. Without BYE the server counts a lost client.
   void Leave();
 
-  int32_t chunk() const { return chunk_; }         // KIV_CHUNK_NONE if it has none
-  FinalCode code() const { return code_; }         // of the last answer
+  int32_t chunk() const { return chunk_; }         // KIV_CHUNK_NONE without a chunk
+  FinalCode code() const { return code_; }         // final code of the last answer
   KivSharedMemSeg* segment() { return segment_; }  // null without a chunk
   PipeClient* pipe() { return &pipe_; }
 
@@ -53,7 +54,7 @@ class SegmentClient {
 
   PipeClient pipe_;
   KivSharedMemSeg* list_ = nullptr;
-  KivSharedMemSeg* segment_ = nullptr;  // in the list
+  KivSharedMemSeg* segment_ = nullptr;  // member of list_
   int32_t chunk_ = KIV_CHUNK_NONE;
   ChunkChannel channel_;
   HostArray<char> answer_;

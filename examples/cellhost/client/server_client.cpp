@@ -1,4 +1,4 @@
-// A client by either road; see server_client.h.
+// A client over the pipe or over shared memory; see server_client.h.
 #include "client/server_client.h"
 
 namespace cellhost {

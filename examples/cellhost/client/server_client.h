@@ -1,4 +1,4 @@
-// A client of the server by one of the two roads that lead to it.
+// A client of the server, over the pipe or over shared memory.
 #ifndef CELLHOST_CLIENT_SERVER_CLIENT_H
 #define CELLHOST_CLIENT_SERVER_CLIENT_H
 
@@ -18,8 +18,8 @@ enum class Road {
 
 class ServerClient {
  public:
-  // Reaches the server, waiting while it is busy with other clients; see PipeClient::Open. False
-  // on failure, which has then been told.
+  // Connects to the server; waits while it is busy with other clients; see PipeClient::Open.
+  // Returns false on failure, after reporting it.
   bool Open(Road road, const char* pipe, uint32_t startWaitMs);
 
   // See PipeClient.

@@ -18,7 +18,7 @@ constexpr std::string_view kUnknownMember = "unknown member";
 constexpr std::string_view kNoData = "no data";
 
 void AddNumber(double value, ScratchText* line) {
-  if (value == 0) value = 0;  // no minus before it
+  if (value == 0) value = 0;  // turns -0 into 0
   char text[kNumberBytes];
   const bool whole = value == std::trunc(value);
   const std::to_chars_result end =
@@ -52,7 +52,7 @@ void AnswerSum(const Cube& cube, const Query& query, ScratchText* line) {
   AddNumber(sum, line);
 }
 
-// The sum of each member of a dimension, in scratch memory; null when there is none.
+// Returns the sum of each member of a dimension, in scratch memory; null without memory.
 double* SumMembers(const Cube& cube, uint32_t dimension) {
   const uint32_t members = cube.dimension(dimension).memberCount();
   double* sums = TakeScratchFor<double>(members);
@@ -65,8 +65,8 @@ double* SumMembers(const Cube& cube, uint32_t dimension) {
   return sums;
 }
 
-// The members of a dimension, the first `count` of them in the order of TOP; null when there is
-// no memory.
+// Returns the members of a dimension, in scratch memory. The first `count` are in the order of TOP.
+// Null without memory.
 uint32_t* OrderMembers(const Dimension& dimension, const double* sums, uint32_t count) {
   const uint32_t members = dimension.memberCount();
   uint32_t* order = TakeScratchFor<uint32_t>(members);

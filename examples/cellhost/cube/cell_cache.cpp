@@ -8,13 +8,14 @@
 namespace cellhost {
 namespace {
 
-// The one such lock of the server, so that it has a list of each thread's table for itself.
+// The server has one reader-writer lock, which therefore uses a list of each thread's table alone.
 constexpr int32_t kLockNumber = 1;
 constexpr int32_t kSlot = 0;
-// A query may look at every cell, which is long for who waits: waiters sleep after a while.
+// Waiters may sleep, because a query may read every cell while it holds the lock.
 constexpr uint8_t kBlockingAllowed = 1;
 
-// Holds the lock for its scope, as the calling thread's table says, unless there is no memory.
+// Holds the lock for its scope, through the calling thread's table. Does not hold it if memory for
+// the table is lacking; see held.
 class Hold {
  public:
   // KivSdStartRead or KivSdStartWrite
@@ -26,7 +27,7 @@ class Hold {
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
   ~Hold() {
-    if (held_) Succeeded(nullptr, KivSdEndRW(nullptr, table_, lock_), "tidy up a lock's table");
+    if (held_) Succeeded(nullptr, KivSdEndRW(nullptr, table_, lock_), "release a lock");
   }
 
   bool held() const { return held_; }

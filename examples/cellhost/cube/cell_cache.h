@@ -1,8 +1,9 @@
-// The cells in memory, as a server's threads share them: queries read them together, a PUT changes
-// them alone. A reader-writer lock of the library guards them.
+// The cells in memory, shared by the server's threads. The library's reader-writer lock guards
+// them: queries share the lock, a PUT holds it alone. Each answer therefore shows one state of the
+// cells.
 //
-// PUTs change cells and make new ones; dimensions and members stay those of the facts, so that
-// names are looked up without the lock. Every query is answered from the cells of one moment.
+// A PUT changes a cell or makes one. It adds no dimension and no member, which allows looking up
+// names without the lock.
 #ifndef CELLHOST_CUBE_CELL_CACHE_H
 #define CELLHOST_CUBE_CELL_CACHE_H
 
@@ -13,7 +14,7 @@
 #include "cube/cube.h"
 #include "cube/put_order.h"
 #include "cube/query.h"
-#include "cube/words.h"
+#include "host/words.h"
 #include "kivsdu/rwlock.h"
 
 namespace cellhost {
@@ -21,38 +22,38 @@ namespace cellhost {
 // Any thread with a record; see thread_record.h.
 class CellCache {
  public:
-  // cube: full of facts, and not copied; nobody else uses its cells from here on.
+  // cube: loaded, and not copied; nothing else may use its cells afterwards.
   explicit CellCache(Cube* cube);
   CellCache(const CellCache&) = delete;
   CellCache& operator=(const CellCache&) = delete;
 
-  // See answer.h. False when there is no memory.
+  // See answer.h. Returns false without memory.
   bool Answer(const Query& query, std::string_view* answer);
 
-  // Stores a number in a cell, which is made if its members never met.
+  // Stores a number in a cell; makes the cell if needed.
   //
-  //   fault  set when there is no such cell, or no memory
+  //   fault  set if the order names no possible cell, or without memory
   //
-  // Whether it is stored; if not, nothing has changed.
+  // Returns whether the number is stored; if not, nothing has changed.
   bool Put(const PutOrder& order, Fault* fault);
 
-  // The two steps of it, between which who keeps files writes down what the second does. One thread
-  // at a time does them, and nobody uses Put meanwhile.
+  // The two steps of Put. A caller that keeps files records the change between them. One thread at
+  // a time may make them, and no thread may call Put meanwhile.
   //
-  //   place  receives where the cell is or will be
+  //   place  receives the place of the existing or future cell
   //
-  // MakeRoomFor: whether Set can follow. Set: false when there is no memory to lock the cells,
-  // which a thread that has just made room has.
+  // MakeRoomFor returns whether Set can follow. Set returns false only without memory for the lock;
+  // a thread that has just called MakeRoomFor has that memory.
   bool MakeRoomFor(const PutOrder& order, CellPlace* place, Fault* fault);
   bool Set(const CellPlace& place, double value);
 
-  // How many cells there are. False when there is no memory.
+  // Stores the number of cells. Returns false without memory for the lock.
   bool Count(uint32_t* cells);
 
  private:
   Cube& cube_;
-  KivRWLock
-      lock_;  // guards the cells of the cube; whoever holds it takes no other lock of the server
+  // Guards the cells of the cube. Its holder takes no other lock of the server.
+  KivRWLock lock_;
 };
 
 }  // namespace cellhost

@@ -37,7 +37,7 @@ bool CellTable::Set(const uint32_t* coordinates, double value) {
   return cell != nullptr;
 }
 
-// The cell's value, until the next cell is made; null when there is no memory.
+// Returns a pointer to the cell's value, valid until the next cell is made; null without memory.
 double* CellTable::FindOrMake(const uint32_t* coordinates) {
   const uint32_t hash = HashBytes(coordinates, CoordinatesBytes());
   const uint32_t cell = FindHashed(hash, coordinates);
@@ -53,7 +53,7 @@ bool CellTable::MakeRoom() {
          values_.Reserve(values_.count() + 1) && index_.MakeRoom();
 }
 
-// A cell of 0. Room for all parts of it comes first, so that it is made as a whole or not at all.
+// Makes a cell with value 0. Makes room for all its parts first, so that no failure leaves a part.
 double* CellTable::Make(uint32_t hash, const uint32_t* coordinates) {
   if (!MakeRoom()) return nullptr;
   const uint32_t cell = values_.count();

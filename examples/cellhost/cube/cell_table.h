@@ -1,12 +1,12 @@
 // The cells of a cube: one number for each combination of members that occurs.
 //
-// A cell is a row in two dense arrays that grow by reallocation, its coordinates (one member
-// number of each dimension) and its value; a hash index finds it by its coordinates:
+// Two dense arrays hold the cells and grow by reallocation: one the coordinates (a member number of
+// each dimension), the other the values. A hash index finds a cell by its coordinates:
 //
 //   coordinates  | 0 0 1 | 5 0 0 | 2 1 1 | ...
 //   values       |  812  |   40  |  3.5  | ...
 //
-// Cells are added and changed, never taken away. Not locked.
+// Cells are added and changed, never removed. Not locked.
 #ifndef CELLHOST_CUBE_CELL_TABLE_H
 #define CELLHOST_CUBE_CELL_TABLE_H
 
@@ -21,19 +21,19 @@ class CellTable {
  public:
   CellTable();
 
-  // How many coordinates a cell has, at least 1. Before the first cell.
+  // Sets the number of coordinates of a cell, at least 1. Call it before the first cell.
   void SetDimensionCount(uint32_t count) { dimensionCount_ = count; }
 
-  // Add a value to the cell at these coordinates, or set the cell to it; the cell is made if there
-  // is none. False when there is no memory; the table is then as it was.
+  // Add adds a value to the cell at these coordinates; Set stores the value there. Both make the
+  // cell if needed. They return false without memory; the table is then unchanged.
   bool Add(const uint32_t* coordinates, double value);
   bool Set(const uint32_t* coordinates, double value);
 
-  // Makes room for the cell at these coordinates, so that the next Set or Add of it, or of a cell
-  // that there is, cannot fail. False when there is no memory.
+  // Makes room for the cell at these coordinates: the next Set or Add of it, or of an existing
+  // cell, cannot fail. Returns false without memory.
   bool MakeRoomFor(const uint32_t* coordinates);
 
-  // The cell at these coordinates, or kNoEntry.
+  // Returns the number of the cell at these coordinates, or kNoEntry.
   uint32_t Find(const uint32_t* coordinates) const;
 
   uint32_t count() const { return values_.count(); }

@@ -1,5 +1,5 @@
-// A cube: the dimensions, the stack with all their names, and the cells. Filled by one thread;
-// then any number of them may read, and cell_cache.h lets some of them change cells meanwhile.
+// A cube: the dimensions, the stack of all their names, and the cells. One thread fills it; then
+// any number of threads may read it. CellCache allows changing cells meanwhile.
 #ifndef CELLHOST_CUBE_CUBE_H
 #define CELLHOST_CUBE_CUBE_H
 
@@ -9,33 +9,32 @@
 
 #include "cube/cell_table.h"
 #include "cube/dimension.h"
-#include "cube/text_stack.h"
+#include "host/text_stack.h"
 
 namespace cellhost {
 
 constexpr uint32_t kDimensionsMax = 16;
 
-// Where a cell is, or would be.
+// The place of an existing or possible cell.
 struct CellPlace {
-  uint32_t unknownIn;  // the first dimension without the member that was named; kNoEntry if all
-                       // have theirs, and only then the rest means something
-  uint32_t coordinates[kDimensionsMax];
+  uint32_t unknownIn;  // first dimension that lacks the named member; kNoEntry if none does
+  uint32_t coordinates[kDimensionsMax];  // valid if known()
 
   bool known() const { return unknownIn == kNoEntry; }
 };
 
 class Cube {
  public:
-  // Adds a dimension; before the first fact, at most kDimensionsMax. False when there is no
-  // memory.
+  // Adds a dimension. Call it before the first fact, at most kDimensionsMax times. Returns false
+  // without memory.
   bool AddDimension(std::string_view name);
 
   // Adds a value to a cell.
   //
-  //   members  one of each dimension, in order; new ones are added
+  //   members  one of each dimension, in order; unknown members are added
   bool AddFact(const std::string_view* members, double value);
 
-  // Adds the members that are new, and no cell.
+  // Adds the unknown members, and no cell.
   bool AddMembers(const std::string_view* members);
 
   // Finds a cell's place.
@@ -43,17 +42,17 @@ class Cube {
   //   members  one of each dimension, in order
   CellPlace Locate(const std::string_view* members) const;
 
-  // Sets the cell at a known place, which is made if there is none. False when there is no memory;
-  // the cube is then as it was.
+  // Stores a value in the cell at a known place; makes the cell if needed. Returns false without
+  // memory; the cube is then unchanged.
   bool SetCell(const CellPlace& place, double value) {
     return cells_.Set(place.coordinates, value);
   }
 
-  // Makes room for the cell at a known place, so that the next SetCell there cannot fail. False
-  // when there is no memory.
+  // Makes room for the cell at a known place: the next SetCell there cannot fail. Returns false
+  // without memory.
   bool MakeRoomFor(const CellPlace& place) { return cells_.MakeRoomFor(place.coordinates); }
 
-  // The number of a dimension, or kNoEntry.
+  // Returns the number of a dimension, or kNoEntry.
   uint32_t FindDimension(std::string_view name) const;
 
   uint32_t dimensionCount() const { return dimensionCount_; }

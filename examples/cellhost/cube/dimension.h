@@ -1,6 +1,6 @@
-// A dimension: its name and its members, numbered from 0 in the order in which the facts first
-// name them. The names lie on the cube's stack. Members are only added while facts are loaded;
-// afterwards any number of threads may look them up.
+// A dimension: its name and its members. Members are numbered from 0, in the order in which they
+// first occur in the facts. Their names lie on the cube's stack. Members are added only while facts
+// are loaded; afterwards any number of threads may look them up.
 #ifndef CELLHOST_CUBE_DIMENSION_H
 #define CELLHOST_CUBE_DIMENSION_H
 
@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "cube/hash_index.h"
-#include "cube/text_stack.h"
 #include "host/host_memory.h"
+#include "host/text_stack.h"
 
 namespace cellhost {
 
@@ -22,10 +22,10 @@ class Dimension {
   void SetName(std::string_view name) { name_ = name; }
   std::string_view name() const { return name_; }
 
-  // The number of a member, or kNoEntry.
+  // Returns the number of a member, or kNoEntry.
   uint32_t Find(std::string_view member) const;
 
-  // The number of a member that is added if it is new. False when there is no memory.
+  // Stores the number of a member; adds the member if it is unknown. Returns false without memory.
   bool FindOrAdd(std::string_view member, TextStack* names, uint32_t* number);
 
   uint32_t memberCount() const { return members_.count(); }

@@ -22,7 +22,7 @@ bool AddHeaderColumn(const CsvReader& reader, uint32_t column, Cube* cube) {
     return ComplainAt(reader.file().path(), reader.rowLine(),
                       "two columns are named '%.*s'; rename one", ShownLength(name), name.data());
   }
-  // The last one is the measure.
+  // The last column is the measure.
   return column + 1 == reader.fieldCount() || cube->AddDimension(name);
 }
 

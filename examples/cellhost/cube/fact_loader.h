@@ -1,5 +1,5 @@
-// Fills a cube from a CSV file. Its first row names the columns: all but the last are
-// dimensions, the last is the measure. Every further row adds its number to a cell.
+// Loads a CSV file into a cube. The first row names the columns: the last is the measure, the
+// others are dimensions. Each further row adds its measure to a cell.
 #ifndef CELLHOST_CUBE_FACT_LOADER_H
 #define CELLHOST_CUBE_FACT_LOADER_H
 
@@ -15,11 +15,11 @@ struct LoadResult {
   uint32_t elapsedUs;
 };
 
-// What of the facts gets into the cube: all, or the dimensions and their members without any cell.
+// Which parts of the facts to load: kNames loads dimensions and members, but no cell.
 enum class FactParts { kAll, kNames };
 
-// Loads a file into an empty cube. False at the first bad row, which has then been told with its
-// line; the cube is of no use then.
+// Loads a file into an empty cube. Returns false at the first bad row, after reporting it with its
+// line; the cube is then unusable.
 bool LoadFacts(const char* path, FactParts parts, Cube* cube, LoadResult* result);
 
 }  // namespace cellhost

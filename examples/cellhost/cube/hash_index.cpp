@@ -9,7 +9,7 @@ namespace {
 constexpr uint32_t kFirstSlots = 64;
 constexpr uint32_t kSlotsMax = 0x80000000u;
 
-// Three quarters full: linear probing gets slow beyond.
+// At least three quarters full: linear probing would become slow.
 constexpr bool IsCrowded(uint64_t used, uint64_t slots) { return used * 4 >= slots * 3; }
 
 constexpr uint64_t kFnvStart = 14695981039346656037ull;

@@ -16,7 +16,7 @@ bool ReadMeasure(std::string_view text, double* measure) {
   double number = 0;
   const auto [stop, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || stop != end) return false;
-  // The words "inf" and "nan" are read too.
+  // from_chars also accepts "inf" and "nan".
   uint8_t infinite = 1;
   KivSdContext* ctx = ThisContext();
   Succeeded(ctx, KivSdIsInfinite(ctx, number, &infinite), "check a number");

@@ -1,4 +1,4 @@
-// Measures as they are written in facts and orders.
+// Parses the numbers of facts and orders.
 #ifndef CELLHOST_CUBE_MEASURE_H
 #define CELLHOST_CUBE_MEASURE_H
 
@@ -8,10 +8,10 @@ namespace cellhost {
 
 // Reads a number such as 12, -3.5 or 1e3.
 //
-//   measure  receives it; left alone if the text is no number, or one without bounds, which would
-//            spoil every sum
+//   measure  receives the number; unchanged on failure
 //
-// Whether it is one. Any thread.
+// Returns false if the text is not a number, or not a finite number, which would spoil every sum.
+// Any thread.
 bool ReadMeasure(std::string_view text, double* measure);
 
 }  // namespace cellhost

@@ -1,10 +1,10 @@
-// From lines to orders; see put_order.h.
+// Parsing of orders; see put_order.h.
 #include "cube/put_order.h"
 
+#include "channel/protocol.h"
 #include "cube/measure.h"
-#include "cube/words.h"
 #include "host/complain.h"
-#include "server/protocol.h"
+#include "host/words.h"
 
 namespace cellhost {
 namespace {
@@ -13,7 +13,7 @@ constexpr uint32_t kPutWordsMin = 3;  // the verb, one member and the number
 constexpr uint32_t kPutWordsMax = 1 + kDimensionsMax + 1;
 static_assert(kPutWordsMax <= kWordsMax);
 
-// What is between the first word and the last, neither of which has blanks in it.
+// Returns the text between the first word and the last. Neither of the two contains blanks.
 std::string_view WithoutEnds(std::string_view text) {
   const size_t first = text.find_first_of(kBlanks);
   return Trimmed(text.substr(first, text.find_last_of(kBlanks) - first));

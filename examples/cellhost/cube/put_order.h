@@ -1,8 +1,8 @@
-// Orders to store a number in a cell:
+// Orders: each stores a number in a cell.
 //
 //   PUT member member ... number
 //
-// with a member of each dimension in order, of words as in words.h.
+// The members are one of each dimension, in order. Words are those of words.h.
 #ifndef CELLHOST_CUBE_PUT_ORDER_H
 #define CELLHOST_CUBE_PUT_ORDER_H
 
@@ -11,26 +11,26 @@
 #include <string_view>
 
 #include "cube/cube.h"
-#include "cube/text_room.h"
-#include "cube/words.h"
+#include "host/text_room.h"
+#include "host/words.h"
 
 namespace cellhost {
 
 struct PutOrder {
-  std::string_view text;  // as written, without blanks around it
-  std::string_view cell;  // of this, the members
-  uint32_t memberCount;   // as many as were written; at least 1
+  std::string_view text;  // as written, without leading and trailing blanks
+  std::string_view cell;  // the part of `text` with the members
+  uint32_t memberCount;   // number of written members; at least 1
   std::string_view members[kDimensionsMax];
   double value;
 };
 
-// From a text to an order.
+// Parses an order.
 //
-//   text   one line; must stay as long as the order is used
+//   text   one line; must stay valid as long as the order is used
 //   room   receives the order's words
-//   fault  set when the text is no order
+//   fault  set if the text is not an order
 //
-// Whether it is one; whether a cube has such a cell shows when it is carried out.
+// Returns whether the text is an order. Does not check whether a cube has these members.
 bool ParsePut(std::string_view text, TextRoom* room, PutOrder* order, Fault* fault);
 
 }  // namespace cellhost

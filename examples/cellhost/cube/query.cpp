@@ -1,9 +1,9 @@
-// From lines to queries; see query.h.
+// Parsing of queries; see query.h.
 #include "cube/query.h"
 
 #include <charconv>
 
-#include "cube/words.h"
+#include "host/words.h"
 
 namespace cellhost {
 namespace {

@@ -1,6 +1,6 @@
-# Answers a query file from a fact table, independently of the server: what it prints is what
-# the server has to say. PUTs before the queries change cells. Plain POSIX awk; fields must not be
-# quoted, nor words of queries.
+# Answers a query file from a fact table, without any code of the server. The server must give the
+# same answers. PUTs in front of the queries change cells. Plain POSIX awk; quotes in facts and
+# queries are not supported.
 #
 #   LC_ALL=C awk -f make-answers.awk facts.csv queries.txt > answers.txt
 #   LC_ALL=C awk -f make-answers.awk facts.csv puts.txt queries.txt > answers-after.txt
@@ -76,7 +76,7 @@ function sumOf(pair,   equals, name, d) {
   return (d, name) in sum ? number(sum[d, name]) : "unknown member"
 }
 
-# Picks the largest that is left, count times: slow and plain.
+# Selects the largest remaining member, count times: slow but simple.
 function topOf(name, count,   d, i, best, taken, line) {
   if (!(name in dimension)) return "unknown dimension"
   d = dimension[name]

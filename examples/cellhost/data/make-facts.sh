@@ -1,12 +1,12 @@
 #!/bin/sh
-# Makes facts.csv from the package index of the Debian system it runs on: one row for each
-# package that can be installed, with its section, priority and architecture as dimensions and
-# its installed size in KiB as the measure.
+# Makes facts.csv from the package index of the Debian system on which it runs: one row for each
+# available package. Dimensions are section, priority and architecture; the measure is the
+# installed size in KiB.
 #
 #   ./make-facts.sh > facts.csv
 #
-# The index is whatever `apt-get update` last fetched, so another day gives other rows; make
-# answers.txt anew with make-answers.awk afterwards.
+# The index is the one that `apt-get update` last fetched, and differs from day to day. Run
+# make-answers.awk afterwards to make new answers.
 set -eu
 export LC_ALL=C
 
@@ -19,8 +19,7 @@ apt-cache dumpavail | awk -F ': ' '
   $0 == ""               { package() }
   END                    { package() }
 
-  # A package for which the index gives no installed size counts 0. No name in the first three
-  # has a comma or a quote in it.
+  # A package without an installed size counts as 0. The three names contain no comma and no quote.
   function package() {
     if (section != "" && priority != "" && architecture != "")
       print section "," priority "," architecture "," size + 0

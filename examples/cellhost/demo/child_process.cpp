@@ -1,4 +1,4 @@
-// Processes of this program; see child_process.h.
+// Child processes; see child_process.h.
 #include "demo/child_process.h"
 
 #include <string.h>
@@ -24,13 +24,12 @@ bool Append(HostArray<char>* text, size_t count, char c) {
   return text->Resize(text->count() + static_cast<uint32_t>(count), c);
 }
 
-// Writes an argument in quotes, for the rules by which a C runtime takes a command line apart:
-// backslashes are plain but in front of a quote, where each of them is doubled and one more
-// makes the quote plain.
+// Appends an argument in quotes, by the C runtime's rules for parsing a command line: in front of a
+// quote, each backslash is doubled, and one more escapes the quote; elsewhere a backslash is plain.
 bool AppendArgument(std::string_view argument, HostArray<char>* commandLine) {
   if (commandLine->count() != 0 && !Append(commandLine, 1, ' ')) return false;
   if (!Append(commandLine, 1, '"')) return false;
-  size_t backslashes = 0;  // just before this place
+  size_t backslashes = 0;  // number of backslashes directly before `c`
   for (const char c : argument) {
     if (c == '"' && !Append(commandLine, backslashes + 1, '\\')) return false;
     if (!Append(commandLine, 1, c)) return false;
@@ -74,7 +73,7 @@ bool ChildProcess::Start(std::initializer_list<std::string_view> arguments) {
     return false;
   }
   const StartedProcess started = StartProcess(commandLine.data(), writeEnd);
-  // The process has its own; while this one is open, the pipe never ends.
+  // The child has its own handle. While this one is open, the pipe would never end.
   Succeeded(ctx, KivSdPipeClose(ctx, &writeEnd), "close a pipe");
   process_ = started.process;
   id_ = started.id;
@@ -86,7 +85,7 @@ bool ChildProcess::Pump() {
   KivSdContext* ctx = ThisContext();
   for (;;) {
     uint32_t availableBytes = 0;
-    // The pipe ends with the process; that it has is seen elsewhere.
+    // The pipe ends with the process, which AwaitEnd notices.
     if (KivSdNamedPipePeek(ctx, &readEnd_, 0, nullptr, nullptr, &availableBytes, nullptr) != 0 ||
         availableBytes == 0) {
       return true;

@@ -1,4 +1,4 @@
-// A process of this program that a command starts, with what it prints.
+// A child process: another process of this program, and its output.
 #ifndef CELLHOST_DEMO_CHILD_PROCESS_H
 #define CELLHOST_DEMO_CHILD_PROCESS_H
 
@@ -13,7 +13,7 @@
 
 namespace cellhost {
 
-// One thread at a time, and one thread for all of them: see StartProcess.
+// The same thread must use all objects; see StartProcess.
 class ChildProcess {
  public:
   ChildProcess();
@@ -21,23 +21,23 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();  // ends a process that still runs
 
-  // Starts `cellhost` with these arguments; empty ones are left out. False on failure, which has
-  // then been told.
+  // Starts `cellhost` with these arguments, without the empty ones. Returns false on failure, after
+  // reporting it.
   bool Start(std::initializer_list<std::string_view> arguments);
 
-  // Takes what the process has printed since, so that its output never fills up. Call it while
-  // the process runs. False when there is no memory.
+  // Reads the output since the last call. Call it regularly: a process whose pipe is full stops.
+  // Returns false without memory.
   bool Pump();
 
   bool alive() const;
 
-  // Pumps until the process has ended. False if it has not within the limit; it is killed then.
+  // Pumps until the process has ended. If it exceeds the limit, kills it and returns false.
   bool AwaitEnd(const TimeLimit& limit);
 
   bool Kill();
 
   uint32_t id() const { return id_; }
-  uint32_t exitCode() const;  // of a process that has ended by itself
+  uint32_t exitCode() const;  // only after the process has ended by itself
   std::string_view output() const { return {output_.data(), output_.count()}; }
 
  private:
@@ -45,12 +45,13 @@ class ChildProcess {
                        HostArray<char>* commandLine);
 
   KivHandle process_ = nullptr;
-  KivHandle readEnd_ = nullptr;  // of an anonymous pipe that is the process's output
+  KivHandle readEnd_ = nullptr;  // of the anonymous pipe into which the process prints
   uint32_t id_ = 0;
   HostArray<char> output_;
 };
 
-// Takes a line off the front of an output, without its line end. False if there is no whole line.
+// Removes the first line from an output; *line receives it without the line end. Returns false if
+// there is no complete line.
 bool TakeLine(std::string_view* output, std::string_view* line);
 
 }  // namespace cellhost

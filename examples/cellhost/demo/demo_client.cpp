@@ -21,7 +21,7 @@ ShortText NameOf(uint32_t client) {
   return name;
 }
 
-// The option that has a client take the road.
+// The command line option that selects the road.
 const char* OptionOf(Road road) { return road == Road::kSharedMemory ? "--segment" : ""; }
 
 }  // namespace

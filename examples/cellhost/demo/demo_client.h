@@ -1,16 +1,16 @@
-// The demo's clients: processes that ask, and the comparison of what they print.
+// The demo's clients: processes that send queries, and the comparison of their output.
 #ifndef CELLHOST_DEMO_DEMO_CLIENT_H
 #define CELLHOST_DEMO_DEMO_CLIENT_H
 
 #include <stdint.h>
 
+#include "cube/answer_check.h"
 #include "demo/child_process.h"
 #include "demo/demo_command.h"
-#include "host/answer_check.h"
 
 namespace cellhost {
 
-// A file of what the server is to answer, and the option that names it.
+// A file of expected answers, and the command line option that names it.
 struct ExpectedAnswers {
   const char* path;
   const char* option;
@@ -18,13 +18,13 @@ struct ExpectedAnswers {
 
 class DemoClient {
  public:
-  // Starts a client that asks each query once and leaves. False on failure, which has then been
-  // told.
+  // Starts a client that sends each query once and leaves. Returns false on failure, after
+  // reporting it.
   //
-  //   number  from 1; for what is printed
+  //   number  number of the client, from 1, for the output
   bool Start(const DemoOptions& options, const ExpectedAnswers& answers, uint32_t number);
 
-  // Waits for the end, compares all answers and prints the outcome. Whether all agree.
+  // Waits for the end, compares all answers and prints the outcome. Returns whether all agree.
   bool Finish();
 
   uint32_t agreeing() const { return check_.agreeing(); }
@@ -38,20 +38,20 @@ class DemoClient {
   AnswerCheck check_;
 };
 
-// The client that is to be lost: it asks its queries over and over, so that whenever it is
-// killed, it is in their middle.
+// The client that is killed. It repeats its queries without end, so that the kill always comes in
+// the middle of them.
 class LostClient {
  public:
   bool Start(const DemoOptions& options);
 
-  // Waits until some answers have come.
+  // Waits until it has printed some answers.
   bool AwaitAnswers();
 
-  // Takes what it has printed since, so that it goes on. False when there is no memory.
+  // See ChildProcess::Pump.
   bool Pump() { return process_.Pump(); }
 
-  // Waits until some answers have come, kills the client, compares the answers and prints the
-  // outcome. Whether all of that went well.
+  // Waits until the client has printed some answers, kills it, compares the answers and prints the
+  // outcome. Returns whether the answers agree and no step failed.
   bool Lose();
 
  private:

@@ -1,11 +1,12 @@
-// `cellhost demo`; see demo_command.h. Nothing is taken for granted after a pause: each step
-// waits for what it needs and gives up after a limit.
+// `cellhost demo`; see demo_command.h. No step relies on a fixed delay: each waits for its
+// condition and gives up after a time limit.
 #include "demo/demo_command.h"
 
 #include <stdio.h>
 
 #include <charconv>
 
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
 #include "demo/demo_client.h"
 #include "demo/demo_files.h"
@@ -18,15 +19,14 @@
 #include "host/line_file.h"
 #include "host/thread_record.h"
 #include "kivsdu/thread.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kAtOnce = 2;  // clients that ask, together with the one that is lost
+constexpr uint32_t kAtOnce = 2;  // clients that run beside the one that is killed
 constexpr uint32_t kInTurn = 2;
 constexpr uint32_t kWriters = 3;
-constexpr uint32_t kAfter = 2;  // clients that ask at the same time once the cells have changed
+constexpr uint32_t kAfter = 2;  // clients that run at the same time after the PUTs
 
 constexpr uint32_t kNoticeLimitMs = 10 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
@@ -35,15 +35,15 @@ constexpr std::string_view kTaken = "took 256 MiB; ";
 constexpr std::string_view kRefused = "refused after ";
 constexpr std::string_view kWarnedAndBack = "; warning seen; totals back";
 
-// What is added up for the last line.
+// The totals for the last line.
 struct Outcome {
-  uint32_t clients;  // but the lost one and the one in control
-  uint32_t askers;   // of these, whose answers were compared
+  uint32_t clients;  // without the killed client and the one that controls the server
+  uint32_t askers;   // clients whose answers were compared
   uint32_t agreeing;
   uint32_t expected;
-  uint32_t stored;  // cells
+  uint32_t stored;  // cells stored by PUTs
   uint32_t lost;    // clients that the server counts as lost
-  bool passedOn;    // the chunk of one, to the next client
+  bool passedOn;    // the killed client's chunk went to the next client
   bool serverEnded;
 };
 
@@ -73,7 +73,7 @@ bool FinishClient(DemoClient* client, Outcome* outcome) {
   return done;
 }
 
-// Two clients and the one to be lost at the same time.
+// Runs two clients and the one that is killed at the same time.
 bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
   Heading("Clients at the same time");
   LostClient lost;
@@ -89,8 +89,8 @@ bool RunAtOnce(const DemoOptions& options, Outcome* outcome) {
   return done;
 }
 
-// As many clients as the server's segment has chunks, and the one to be lost; then as many again,
-// all of them processes.
+// Runs a client for each chunk of the server's segment, and the one that is killed. Then runs a
+// client process for each chunk.
 bool RunOverSegment(const DemoOptions& options, Outcome* outcome) {
   ChunkDemo chunks;
   bool done = chunks.Run(options, outcome->clients);
@@ -124,7 +124,7 @@ bool RunInTurn(const DemoOptions& options, Outcome* outcome) {
   return done;
 }
 
-// Each order goes to one of the writers, so that no two of them change the same cell.
+// Gives each order to one writer, so that no two writers change the same cell.
 bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Outcome* outcome) {
   Heading("Clients that change cells, at the same time");
   DemoWriter writers[kWriters];
@@ -142,7 +142,7 @@ bool RunWriters(const DemoOptions& options, const LineFile<PutOrder>& orders, Ou
   return done;
 }
 
-// A PipeClient or a ServerClient.
+// Sends a request and prints the reply. Client is PipeClient or ServerClient.
 template <class Client>
 bool AskAndPrint(Client* control, std::string_view request, Reply* reply) {
   if (!control->Ask(request, reply)) return false;
@@ -150,7 +150,7 @@ bool AskAndPrint(Client* control, std::string_view request, Reply* reply) {
   return reply->ok;
 }
 
-// A server with a limit of its memory refuses, and goes on; one without has as much.
+// A server with a memory limit refuses the memory and goes on; one without a limit allocates it.
 bool RunHog(const DemoOptions& options) {
   Heading("A client that has the server take memory");
   ServerClient client;
@@ -163,7 +163,7 @@ bool RunHog(const DemoOptions& options) {
   const bool asItShould =
       refused ? reply.text.ends_with(kWarnedAndBack) : reply.text.starts_with(kTaken);
   client.Leave();
-  return asItShould || Complain("the server did not bear that as it should");
+  return asItShould || Complain("the server did not handle that as expected");
 }
 
 bool RunAfter(const DemoOptions& options, Outcome* outcome) {
@@ -188,8 +188,7 @@ uint32_t LostOf(std::string_view stats) {
   return lost;
 }
 
-// The server sees a lost client when it next looks into its pipe, so that STATS is asked until
-// it has.
+// The server notices a lost client when it next checks the pipe. Repeats STATS until it has.
 bool AwaitNotice(PipeClient* control, Outcome* outcome) {
   const TimeLimit limit(kNoticeLimitMs);
   Reply reply;
@@ -201,7 +200,8 @@ bool AwaitNotice(PipeClient* control, Outcome* outcome) {
   return true;
 }
 
-// Before the server is killed, and its counts with it.
+// Waits until the server has noticed the lost client. Called before the server is killed, because
+// its counts end with it.
 bool NoticeLost(const DemoOptions& options, Outcome* outcome) {
   PipeClient control;
   if (!control.Open(options.pipe.c_str(), 0) || !AwaitNotice(&control, outcome)) return false;
@@ -209,7 +209,7 @@ bool NoticeLost(const DemoOptions& options, Outcome* outcome) {
   return true;
 }
 
-// Stats and stop; whether the server took the commands.
+// Sends STATS and STOP. Returns whether the server accepted them.
 bool ControlServer(const DemoOptions& options, Outcome* outcome) {
   Heading("Control");
   PipeClient control;

@@ -1,7 +1,7 @@
-// `cellhost demo`: a server and its clients, each a process of its own; one client that is killed
-// in the middle of its queries; clients that change cells; and one that has the server take more
-// memory than it gets, after which all answers are compared anew. Over the control pipe, or over
-// shared memory, where a client too many gets the chunk of the one that is killed.
+// `cellhost demo`: a server and its clients, in several processes. One client is killed in the
+// middle of its queries. Others change cells. One makes the server allocate more memory than its
+// limit. Finally all answers are compared again. The clients use the control pipe or shared memory;
+// with shared memory, an additional client receives the chunk of the killed one.
 #ifndef CELLHOST_DEMO_DEMO_COMMAND_H
 #define CELLHOST_DEMO_DEMO_COMMAND_H
 
@@ -17,19 +17,24 @@ struct DemoOptions {
   std::string queries;
   std::string answers;
   std::string puts;
-  std::string answersAfter;  // when all PUTs are carried out, in any order
+  std::string answersAfter;  // expected answers after all PUTs, in any order
   std::string pipe;
-  Road road;           // of the clients
-  std::string memory;  // the server's; see CommandLine
-  bool failover;       // of the server
-  bool inMemory;       // the server keeps no files, and is not killed
+  Road road;           // for the clients
+  std::string memory;  // for the server; see CommandLine
+  bool failover;       // for the server
+  bool inMemory;       // the server keeps no files and is not killed
 };
 
-// The program's exit code, 0 only if every answer agrees, every PUT was carried out, memory that
-// was refused was warned of and given back, the lost
-// client was noticed and the server ended cleanly. On a thread with a record.
+// Returns the program's exit code. It is 0 only if
 //
-//   locks  the server's
+//   - every answer agrees and every PUT was carried out
+//   - if the server was refused memory, it was warned before and freed all of it
+//   - the server noticed the killed client and ended cleanly
+//   - with files: no stored PUT was lost, and the backups have the right cells
+//
+// The thread must have a record.
+//
+//   locks  lock design of the server
 int DemoCommand(const DemoOptions& options, LockDesign locks);
 
 }  // namespace cellhost

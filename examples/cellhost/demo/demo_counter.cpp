@@ -3,15 +3,15 @@
 
 #include <charconv>
 
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "host/waiting.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr uint32_t kReplyLimitMs = 30 * 1000;
-constexpr int32_t kForEver = -1;  // each request has a limit of its own
+constexpr int32_t kForEver = -1;  // each request has its own limit
 
 }  // namespace
 
@@ -29,7 +29,7 @@ void DemoCounter::Run() {
   done_ = gone;
 }
 
-// The server is killed while this goes on, so that its going is no trouble to be told.
+// Sends one PUT. Does not report the server's end: the demo kills it meanwhile.
 bool DemoCounter::Store(PipeClient* server, uint32_t number, bool* gone) {
   const std::string order = std::string(kPut) + " " + cell_ + " " + std::to_string(number);
   const TimeLimit limit(kReplyLimitMs);

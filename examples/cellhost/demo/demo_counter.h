@@ -1,4 +1,4 @@
-// The demo's clients that change one cell over and over.
+// The demo's clients that change one cell repeatedly.
 #ifndef CELLHOST_DEMO_DEMO_COUNTER_H
 #define CELLHOST_DEMO_DEMO_COUNTER_H
 
@@ -13,24 +13,24 @@
 
 namespace cellhost {
 
-// A client on a thread of its own, with its own connection: it stores 1 in a cell that no other
-// client changes, then 2, and so on, until its server is gone. What the cell has then is the last
-// number that the server called stored, or the one after it, which was under way.
+// A client on its own thread, with its own connection. It stores 1, 2, 3 and so on in a cell that
+// no other client changes, until its server has gone. The cell must then hold the last number for
+// which the client received "stored", or the next number, which was under way.
 class DemoCounter {
  public:
-  // Starts it. False on failure, which has then been told.
+  // Starts the thread. Returns false on failure, after reporting it.
   //
-  //   cell  a member of each dimension, as a PUT names them
+  //   cell  a member of each dimension, as in a PUT
   bool Start(const char* pipe, std::string_view cell);
 
-  // Waits for the end. False if the server refused a PUT, which has then been told.
+  // Waits for the end of the thread. Returns false if the server refused a PUT, after reporting it.
   bool Finish();
 
-  // The last number that the server called stored.
+  // The last number for which the server replied "stored".
   uint32_t stored() const { return stored_.load(std::memory_order_relaxed); }
 
-  // What the cell has at a server. False if there is no answer or no such cell, which has then been
-  // told.
+  // Asks a server for the cell's number. Returns false without an answer or such a cell, after
+  // reporting it.
   bool Ask(PipeClient* server, uint32_t* number) const;
 
  private:
@@ -39,9 +39,9 @@ class DemoCounter {
 
   const char* pipe_ = nullptr;
   std::string cell_;
-  std::atomic<uint32_t> stored_{0};  // relaxed: it orders nothing
+  std::atomic<uint32_t> stored_{0};  // relaxed: orders nothing
   bool done_ = false;                // written by the thread before it ends
-  HostThread thread_;                // last: it uses the others until it has ended
+  HostThread thread_;                // last: the thread uses the other members until it has ended
 };
 
 }  // namespace cellhost

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
 #include "demo/demo_client.h"
 #include "host/complain.h"
@@ -14,17 +15,16 @@
 #include "kivsdu/file.h"
 #include "kivsdu/path.h"
 #include "kivsdu/system.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr char kNamePrefix[] = "ce";
 constexpr char kBackupThatExpires[] = "BACKUP 1";
-constexpr uint32_t kPutsEach = 5;  // before something is done to the server, and after it
+constexpr uint32_t kPutsEach = 5;  // PUTs of each client that AwaitMore waits for
 constexpr uint32_t kMoreLimitMs = 30 * 1000;
 constexpr double kUsPerSecond = 1e6;
-constexpr uint32_t kCopyClient = 10;  // the number that is printed
+constexpr uint32_t kCopyClient = 10;  // number of the client, for the output
 
 }  // namespace
 
@@ -47,17 +47,18 @@ bool DemoFiles::ChooseFolder() {
   return true;
 }
 
-// Sends an order to the server and prints what it says. Whether it is carried out as expected.
+// Sends a command to the server and prints the reply. Returns whether it succeeds or fails as
+// expected.
 bool DemoFiles::Order(PipeClient* control, const char* order, bool expected,
                       std::string* text) const {
   Reply reply;
   if (!control->Ask(order, &reply)) return false;
   *text = reply.text;
   Item(order, "%s", text->c_str());
-  return reply.ok == expected || Complain("the server did not do that as it should");
+  return reply.ok == expected || Complain("the server did not react as expected");
 }
 
-// The folder of a copy, which its report begins with.
+// Returns the folder of a backup. The backup's report begins with the folder's name.
 std::string DemoFiles::FolderIn(const std::string& report) const {
   return folder_ + "\\" + report.substr(0, report.find(':'));
 }
@@ -70,7 +71,7 @@ bool DemoFiles::StartCounters(const DemoServer& server) {
   return AwaitMore();
 }
 
-// Waits until each client has stored some more.
+// Waits until each client has stored kPutsEach more numbers.
 bool DemoFiles::AwaitMore() const {
   const TimeLimit limit(kMoreLimitMs);
   for (uint32_t at = 0; at < counterCount_; ++at) {
@@ -91,7 +92,7 @@ bool DemoFiles::BackUpMeanwhile(PipeClient* control) {
   return AwaitMore();
 }
 
-// Nothing lifts the pause but a PUT that waits.
+// Pauses writes without lifting the pause; a waiting PUT must lift it.
 bool DemoFiles::LetPauseExpire(PipeClient* control) const {
   std::string report;
   if (!Order(control, kBackupThatExpires, true, &report) ||
@@ -137,8 +138,8 @@ bool DemoFiles::KillUnderPuts(DemoServer* killed, DemoServer* next) {
   return true;
 }
 
-// As each client counts up from 1, the PUTs are as many as the cells say together, if none was lost
-// and none carried out twice.
+// Checks the restarted server's cells. Each client counts up from 1. If no PUT was lost or applied
+// twice, the sum of the cells is therefore the number of PUTs.
 bool DemoFiles::CheckRestarted(DemoServer* server) {
   uint32_t replayed = 0;
   uint32_t sum = 0;

@@ -1,5 +1,5 @@
-// The demo's part about files: backups while clients change cells, a pause that expires, a server
-// that is killed meanwhile and started anew, and servers on the copies.
+// The demo's part about files: backups while clients change cells; a pause that expires; a server
+// that is killed under PUTs and restarted; servers on the backups.
 #ifndef CELLHOST_DEMO_DEMO_FILES_H
 #define CELLHOST_DEMO_DEMO_FILES_H
 
@@ -25,25 +25,26 @@ class DemoFiles {
   DemoFiles& operator=(const DemoFiles&) = delete;
   ~DemoFiles();  // removes the folder
 
-  // Each is false on failure, which has then been told.
+  // The steps. Each returns false on failure, after reporting it.
 
-  // Chooses a folder for the server's files, which the server makes.
+  // Chooses a folder for the server's files. The server makes the folder.
   bool ChooseFolder();
 
-  // Has clients change the cells of the first orders while backups are made, kills the server
-  // meanwhile, and starts another on its files. The orders' own numbers are to be stored after it.
+  // Makes backups while clients change the cells of the first orders. Kills the server meanwhile
+  // and starts another on its files. The caller must carry out the orders afterwards, because their
+  // cells now hold other numbers.
   bool KillUnderPuts(DemoServer* killed, DemoServer* next);
 
-  // Makes a backup, whose copy is for CheckLastCopy.
+  // Makes a backup for CheckLastCopy.
   bool MakeLastBackup(const DemoServer& server);
 
-  // Starts a server on the last copy, when the first has ended, and compares its answers with those
-  // after the changes.
+  // Starts a server on the last backup and compares its answers with those after the changes. Call
+  // it when the first server has ended.
   bool CheckLastCopy();
 
   const std::string& folder() const { return folder_; }
 
-  // The demo's last line about files.
+  // Prints the demo's last line about files.
   void PrintOutcome() const;
 
  private:
@@ -66,7 +67,7 @@ class DemoFiles {
   uint32_t counterCount_ = 0;
   DemoCounter counters_[kCounters];
   std::string firstCopy_;
-  uint32_t atLeast_[kCounters] = {};  // what the first copy's cells have
+  uint32_t atLeast_[kCounters] = {};  // bounds of the numbers in the first copy's cells
   uint32_t atMost_[kCounters] = {};
   uint32_t putsKept_ = 0;
   std::string lastCopy_;

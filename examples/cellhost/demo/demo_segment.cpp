@@ -3,9 +3,9 @@
 
 #include <stdio.h>
 
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "host/console_report.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
@@ -35,8 +35,8 @@ bool ChunkAsker::Finish() {
   return agreeing() == expected();
 }
 
-// The first chunk is the lost client's, which is a process; the others are this process's, and one
-// more client finds none.
+// The client that will be killed, a process, takes the first chunk. Clients of this process take
+// the others. One more client must find none.
 bool ChunkDemo::TakeAllChunks(const DemoOptions& options, uint32_t before) {
   if (!lost_.Start(options) || !lost_.AwaitAnswers()) return false;
   int32_t notSeen = KIV_SEGMENT_CHUNKS * (KIV_SEGMENT_CHUNKS - 1) / 2;
@@ -51,10 +51,11 @@ bool ChunkDemo::TakeAllChunks(const DemoOptions& options, uint32_t before) {
     Item("One more client", "is told that all %u chunks are taken, and waits", KIV_SEGMENT_CHUNKS);
     return true;
   }
-  return Complain("a client too many was not told that all chunks are taken");
+  return Complain("one client too many did not learn that all chunks are taken");
 }
 
-// Each query goes through all chunks at nearly the same time, with the lost client's in between.
+// Sends each query over all chunks, one right after another, while the client that will be killed
+// goes on, too.
 bool ChunkDemo::AskHolders(uint32_t first, uint32_t end) {
   for (uint32_t at = first; at < end; ++at) {
     for (uint32_t holder = 0; holder < kHolders; ++holder) {
@@ -65,11 +66,11 @@ bool ChunkDemo::AskHolders(uint32_t first, uint32_t end) {
 }
 
 bool ChunkDemo::PassOn() {
-  // Whether its answers agree counts at the end; the others go on.
+  // Run counts wrong answers of the killed client at the end; the other clients go on.
   lostAgrees_ = lost_.Lose();
   if (!waiting_.client()->AwaitChunk(kChunkWaitMs)) return false;
   passedOn_ = waiting_.client()->chunk() == lostChunk_;
-  if (!passedOn_) return Complain("another chunk was free than that of the lost client");
+  if (!passedOn_) return Complain("the free chunk is not the lost client's");
   Item("Its chunk", "%d, is now the waiting client's", lostChunk_);
   return true;
 }

@@ -1,33 +1,33 @@
-// The demo's clients over shared memory: a client for each chunk of the server's segment, one that
-// is told that all chunks are taken, and the killing of one in the middle of its queries, whose
-// chunk the waiting one gets then.
+// The demo's clients over shared memory: a client for each chunk of the server's segment, and one
+// more, which must wait. One of the clients is killed in the middle of its queries, and the waiting
+// client receives its chunk.
 #ifndef CELLHOST_DEMO_DEMO_SEGMENT_H
 #define CELLHOST_DEMO_DEMO_SEGMENT_H
 
 #include <stdint.h>
 
 #include "client/segment_client.h"
+#include "cube/answer_check.h"
 #include "cube/query.h"
 #include "demo/demo_client.h"
 #include "demo/demo_command.h"
-#include "host/answer_check.h"
 #include "host/line_file.h"
 
 namespace cellhost {
 
-// A client in this process, so that it keeps its chunk as long as it is to. All its queries are
-// the demo's, in order.
+// A client in this process, so that the demo controls how long it keeps its chunk. It sends the
+// demo's queries in order.
 class ChunkAsker {
  public:
-  // Opens the control pipe. False on failure, which has then been told.
+  // Opens the control pipe. Returns false on failure, after reporting it.
   //
-  //   number  for what is printed
+  //   number  number of the client, for the output
   bool Start(const DemoOptions& options, uint32_t number);
 
-  // Asks a query and keeps the answer for Finish.
+  // Sends a query and keeps the answer for Finish.
   bool Ask(const Query& query);
 
-  // Leaves and prints the outcome. Whether all answers agree.
+  // Leaves and prints the outcome. Returns whether all answers agree.
   bool Finish();
 
   SegmentClient* client() { return &client_; }
@@ -40,19 +40,19 @@ class ChunkAsker {
   AnswerCheck check_;
 };
 
-// For a server without clients.
+// Requires a server without other clients.
 class ChunkDemo {
  public:
-  // One of them gets the chunk of the client that is killed.
+  // The last of them receives the killed client's chunk.
   static constexpr uint32_t kAskers = KIV_SEGMENT_CHUNKS;
 
-  // Runs it all and prints what comes of it. Whether it is as it should be.
+  // Runs all steps and prints their outcome. Returns whether all went as expected.
   //
-  //   before  clients of the demo so far; for their numbers
+  //   before  number of clients of the demo so far, to number the new ones
   bool Run(const DemoOptions& options, uint32_t before);
 
   const ChunkAsker& asker(uint32_t at) const { return askers_[at]; }
-  bool passedOn() const { return passedOn_; }  // the chunk of the client that was killed
+  bool passedOn() const { return passedOn_; }  // the killed client's chunk went to the last asker
 
  private:
   static constexpr uint32_t kHolders = kAskers - 1;

@@ -1,24 +1,24 @@
 // Servers of the demo; see demo_server.h.
 #include "demo/demo_server.h"
 
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
 #include "host/complain.h"
 #include "host/console_report.h"
 #include "host/exit_code.h"
 #include "host/waiting.h"
-#include "server/protocol.h"
 #include "server/serve_command.h"
 
 namespace cellhost {
 namespace {
 
-// A busy machine takes seconds to measure the spin budget of its locks.
+// On a busy machine, the library needs seconds to measure the spin budget of its locks.
 constexpr uint32_t kLoadLimitMs = 60 * 1000;
 constexpr uint32_t kStopLimitMs = 20 * 1000;
 constexpr uint32_t kTryMs = 50;
 constexpr double kUsPerSecond = 1e6;
 
-// A number written in groups of digits.
+// Parses a number with commas between groups of digits.
 uint32_t ReadGrouped(std::string_view text) {
   uint32_t number = 0;
   for (const char c : text) {
@@ -55,7 +55,7 @@ bool DemoServer::Replayed(uint32_t* puts) {
   if (!process_.Pump()) return false;
   const std::string_view output = process_.output();
   const size_t end = output.find(kCarriedOutAgain);
-  if (end == output.npos) return Complain("the server does not say what was in its journal");
+  if (end == output.npos) return Complain("the server does not show what was in its journal");
   const size_t blank = output.find_last_of(' ', end - 1);
   *puts = ReadGrouped(output.substr(blank + 1, end - blank - 1));
   return true;

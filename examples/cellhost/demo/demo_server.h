@@ -1,4 +1,4 @@
-// A server that the demo starts, a process of its own.
+// A server process that the demo starts.
 #ifndef CELLHOST_DEMO_DEMO_SERVER_H
 #define CELLHOST_DEMO_DEMO_SERVER_H
 
@@ -15,21 +15,22 @@ namespace cellhost {
 
 class DemoServer {
  public:
-  // Starts it. False on failure, which has then been told.
+  // Starts the server. Returns false on failure, after reporting it.
   //
-  //   pipe  its own
-  //   data  the folder of its files; empty: it has none
+  //   pipe  name of its control pipe
+  //   data  folder of its files; empty: cells only in memory
   bool Start(const DemoOptions& options, LockDesign locks, const std::string& pipe,
              const std::string& data);
 
-  // Waits until it has loaded its cells and made its pipe, and prints that. False if it does not,
-  // which has then been told.
+  // Waits until the server accepts clients, and prints how long that took. Returns false if it does
+  // not, after reporting it.
   bool AwaitReady();
 
-  // How many PUTs it has carried out again from its journal; after AwaitReady.
+  // Stores the number of PUTs that the server has applied from its journal. Call it after
+  // AwaitReady.
   bool Replayed(uint32_t* puts);
 
-  // Has it end, and waits for that. False on failure, which has then been told.
+  // Stops the server and waits for its end. Returns false on failure, after reporting it.
   bool Stop();
 
   const std::string& pipe() const { return pipe_; }

@@ -3,17 +3,17 @@
 
 #include <stdio.h>
 
+#include "channel/protocol.h"
 #include "cube/measure.h"
 #include "host/complain.h"
 #include "host/console_report.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr std::string_view kCell = "CELL";
 constexpr std::string_view kColon = ": ";
-constexpr int32_t kForEver = -1;  // each request has a limit of its own
+constexpr int32_t kForEver = -1;  // each request has its own limit
 
 }  // namespace
 

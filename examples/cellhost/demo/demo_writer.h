@@ -11,21 +11,21 @@
 
 namespace cellhost {
 
-// A client on a thread of its own, with its own connection: it sends its share of the orders and
-// asks for each cell as soon as it is stored. No other client may change these cells.
+// A client on its own thread, with its own connection. It sends its share of the orders, and reads
+// each cell back at once. No other client may change these cells.
 class DemoWriter {
  public:
-  // Starts it. False on failure, which has then been told.
+  // Starts the thread. Returns false on failure, after reporting it.
   //
   //   orders  not copied
-  //   first   number of its first order
-  //   step    from each of its orders to the next
-  //   number  from 1; for what is printed
+  //   first   index of its first order
+  //   step    distance from each of its orders to the next
+  //   number  number of the client, from 1, for the output
   bool Start(Road road, const char* pipe, const LineFile<PutOrder>& orders, uint32_t first,
              uint32_t step, uint32_t number);
 
-  // Waits for the end and prints the outcome. Whether all of its orders were carried out, and each
-  // cell was then as ordered.
+  // Waits for the end and prints the outcome. Returns whether all orders were carried out and each
+  // cell then held the ordered number.
   bool Finish();
 
   uint32_t stored() const { return stored_; }  // after Finish
@@ -43,8 +43,8 @@ class DemoWriter {
   uint32_t step_ = 0;
   uint32_t number_ = 0;
   uint32_t stored_ = 0;  // written by the thread before it ends
-  bool done_ = false;    // and this
-  HostThread thread_;    // last: it uses the others until it has ended
+  bool done_ = false;    // written by the thread before it ends
+  HostThread thread_;    // last: the thread uses the other members until it has ended
 };
 
 }  // namespace cellhost

@@ -41,7 +41,7 @@ bool ComplainAt(const char* path, uint64_t line, const char* format, ...) {
 Reason ReasonOf(const KivSdContext* ctx, uint32_t status) {
   Reason reason;
   char osError[kOsErrorTextBytes] = "";
-  // A record that holds another status is of another operation, and so is its OS error.
+  // If the context holds another status, its OS error belongs to another operation.
   const bool recorded = ctx != nullptr && ctx->status == status && ctx->osError != 0 &&
                         KivSdLastErrGet(ctx, sizeof osError, osError, nullptr) == 0;
   snprintf(reason.text, sizeof reason.text, "%s (%u)%s%s", StatusName(status), status,

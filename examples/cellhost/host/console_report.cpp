@@ -1,4 +1,4 @@
-// The form of the output; see page.h.
+// Console output; see console_report.h.
 #include "host/console_report.h"
 
 #include <io.h>

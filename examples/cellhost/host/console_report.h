@@ -1,5 +1,4 @@
-// The form of what the server prints: headings, lines of a label and a value, and numbers that
-// are easy to read.
+// Console output of the program: headings, lines with a label and a value, and readable numbers.
 #ifndef CELLHOST_HOST_CONSOLE_REPORT_H
 #define CELLHOST_HOST_CONSOLE_REPORT_H
 
@@ -9,7 +8,7 @@
 
 namespace cellhost {
 
-// A short text, to be used within the expression that asks for it.
+// A short text by value; use `text` only within the expression that makes it.
 struct ShortText {
   char text[48];
 };
@@ -25,13 +24,13 @@ ShortText Grouped(uint64_t number);
 // A size as "512 bytes", "12.5 KiB", "3.1 GiB".
 ShortText SizeOfBytes(uint64_t bytes);
 
-// The same from one of the library's KiB counts, which end at 0xFFFFFFFF.
+// SizeOfBytes of one of the library's KiB counts. These stop at 0xFFFFFFFF: "4 TiB or more".
 ShortText SizeOfKiB(uint32_t kibibytes);
 
 // A duration as "3 days 4 h 05 min".
 ShortText Duration(uint64_t seconds);
 
-// Whether the standard output is a terminal, where a line can be written over.
+// Whether the standard output is a terminal, where a line can be overwritten.
 bool OutputIsTerminal();
 
 }  // namespace cellhost

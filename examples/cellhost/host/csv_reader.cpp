@@ -23,7 +23,7 @@ bool CsvReader::Open(const char* path, const char* option) {
   return file_.Open(path, option) && buffer_.Resize(kBufferBytes, 0) && SkipMark();
 }
 
-// A file that begins with a mark has it in the first piece that is read.
+// The first read returns the whole mark, if the file has one.
 bool CsvReader::SkipMark() {
   if (!Refill()) return !failed_;
   const std::string_view start(buffer_.data(), end_);
@@ -33,7 +33,8 @@ bool CsvReader::SkipMark() {
   return true;
 }
 
-// Moves what is left to the front and reads more behind it. False when nothing more came.
+// Moves the unread bytes to the front of the buffer and reads more behind them. Returns false at
+// the end of the file, or if the read fails.
 bool CsvReader::Refill() {
   const uint32_t left = end_ - at_;
   memmove(buffer_.data(), buffer_.data() + at_, left);
@@ -44,7 +45,7 @@ bool CsvReader::Refill() {
   return lengthBytes != 0;
 }
 
-// The next byte; the CR of a CR LF is passed over.
+// Returns the next byte without taking it. Skips the CR of a CR LF.
 int CsvReader::Peek() {
   if (at_ == end_ && !Refill()) return kEndOfFile;
   if (buffer_[at_] == '\r' && (at_ + 1 < end_ || Refill()) && buffer_[at_ + 1] == '\n') ++at_;

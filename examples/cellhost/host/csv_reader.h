@@ -1,11 +1,11 @@
-// Reads a CSV file row by row, as RFC 4180 has it: fields are separated by commas; a field in
-// double quotes may hold commas, line ends and doubled quotes. Beyond that:
+// Reads a CSV file row by row, in the format of RFC 4180: commas separate fields; a field in double
+// quotes may contain commas, line ends and doubled quotes. In addition:
 //
-//   - lines end with LF or CR LF, also inside quotes, where either is read as LF
-//   - blank lines are skipped, and so is a UTF-8 byte order mark at the start
-//   - the last line needs no end
+//   - lines end with LF or CR LF; inside quotes too, where both are read as LF
+//   - blank lines and a UTF-8 byte order mark at the start are skipped
+//   - the last line needs no line end
 //
-// Used by one thread at a time.
+// One thread at a time.
 #ifndef CELLHOST_HOST_CSV_READER_H
 #define CELLHOST_HOST_CSV_READER_H
 
@@ -19,9 +19,9 @@
 namespace cellhost {
 
 enum class CsvStep {
-  kRow,  // the fields are there
-  kEnd,  // there are no more rows
-  kBad,  // the file is broken or cannot be read, which has been told
+  kRow,  // the fields of a row can be read
+  kEnd,  // no more rows
+  kBad,  // the file is malformed or cannot be read; the error was reported
 };
 
 class CsvReader {
@@ -33,11 +33,11 @@ class CsvReader {
 
   CsvStep Next();
 
-  // The fields of the row, until the next step.
+  // The fields of the row; valid until the next call of Next.
   uint32_t fieldCount() const { return fieldEnds_.count(); }
   std::string_view field(uint32_t number) const;
 
-  uint64_t rowLine() const { return rowLine_; }  // on which the row begins
+  uint64_t rowLine() const { return rowLine_; }  // line on which the row begins
   const InputFile& file() const { return file_; }
 
  private:
@@ -54,12 +54,12 @@ class CsvReader {
 
   InputFile file_;
   HostArray<char> buffer_;
-  uint32_t at_ = 0;       // the next byte in the buffer
-  uint32_t end_ = 0;      // behind its last
-  bool failed_ = false;   // a read failed; the file then seems to end
-  uint64_t line_ = 1;     // of the next byte
-  uint64_t rowLine_ = 1;  // of the row's first
-  HostArray<char> text_;  // the fields, one behind the other
+  uint32_t at_ = 0;       // index of the next byte in the buffer
+  uint32_t end_ = 0;      // number of bytes in the buffer
+  bool failed_ = false;   // a read failed; afterwards the file seems to end
+  uint64_t line_ = 1;     // line of the next byte
+  uint64_t rowLine_ = 1;  // line of the row's first byte
+  HostArray<char> text_;  // the fields, concatenated
   HostArray<uint32_t> fieldEnds_;
 };
 

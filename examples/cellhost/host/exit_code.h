@@ -1,4 +1,4 @@
-// What the program returns to the shell.
+// The program's exit codes.
 #ifndef CELLHOST_HOST_EXIT_CODE_H
 #define CELLHOST_HOST_EXIT_CODE_H
 

@@ -12,10 +12,10 @@
 namespace cellhost {
 namespace {
 
-// The library keeps the pointer, not the text.
+// Static, because the library keeps the pointer and does not copy the text.
 constexpr char kAppFolderName[] = "cellhost";
 
-// Blocks of plain mode are the C runtime's as they are, without headers of the library.
+// In plain mode, blocks come from the C runtime, without a header of the library.
 constexpr uint8_t kWithoutHeaders = 0;
 constexpr uint8_t kMappedAllocation = 0;
 
@@ -23,9 +23,8 @@ HostRecord theHost;
 
 HostRecord* OwnRecord() { return static_cast<HostRecord*>(KivSdVorUtilGlobals()->hostValue); }
 
-// A server of a cluster would look here whether it still holds its lease, and end itself if not.
-// This one has no other to share with, and counts. relaxed, here and below: the counts are only
-// shown and order nothing.
+// In a cluster, the guard would check the server's lease and end the process without one. This
+// guard only counts. relaxed, here and below: the counts are only displayed and order nothing.
 void GuardLease() { OwnRecord()->leaseChecks.fetch_add(1, std::memory_order_relaxed); }
 
 void CountAttach(uint64_t, uint64_t, uint64_t, uint64_t) {
@@ -45,8 +44,8 @@ void InstallSettings(Failover failover) {
   KivSdSetUkrThreadDetachFunction(CountDetach);
 }
 
-// The locks' design before anything that may make a lock, and the memory manager does: the two
-// designs keep their fields in different places.
+// The lock design comes before anything that makes a lock, such as the memory manager: the two
+// designs use different lock layouts.
 void SetSwitches(LockDesign locks) {
   KivSdSetMemoryManager(kWithoutHeaders);
   KivSdSetMmapAllocCfg(kMappedAllocation);
@@ -65,7 +64,7 @@ bool StartThreads() {
 bool StartHost(LockDesign locks, MemoryUse memory, Failover failover) {
   InstallSettings(failover);
   SetSwitches(locks);
-  // Before anything has memory.
+  // Before any block is allocated.
   if (StartMemoryManager(memory)) {
     KivSdInitNumaResources();
     if (StartThreads()) return true;
@@ -77,7 +76,7 @@ bool StartHost(LockDesign locks, MemoryUse memory, Failover failover) {
 void StopHost() {
   LeaveThread();
   KivSdVorUtilTlsTerm();
-  // The hooks stay, as a hook cannot be taken away; the record that they count in is static.
+  // The thread hooks stay, because they cannot be removed. The counters that they use are static.
   KivSdSetFailoverModeFlag(static_cast<uint8_t>(Failover::kOff));
   KivSdSetLeaseGuardAccessFunction(nullptr);
   StopMemoryManager();

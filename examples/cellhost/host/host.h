@@ -1,6 +1,6 @@
-// Start-up and shutdown of the server, in the order that the library asks for, while there is one
-// thread: settings and hooks, the switches of memory and the locks' design, then the memory
-// manager, then the resources, then the thread's own record.
+// Start-up and shutdown of the library, while the process has one thread. The library requires this
+// order: settings and hooks; memory switches and lock design; memory manager; NUMA resources; the
+// thread slot and the main thread's record.
 #ifndef CELLHOST_HOST_HOST_H
 #define CELLHOST_HOST_HOST_H
 
@@ -13,23 +13,26 @@
 
 namespace cellhost {
 
-// The server's own counts. The library keeps the pointer to it (hostValue) for us.
+// The host's own counters. The library keeps a pointer to them (hostValue).
 struct HostRecord {
-  std::atomic<uint32_t> leaseChecks;  // how often the lease guard was asked
-  std::atomic<uint32_t> threads;      // that have a record now
+  std::atomic<uint32_t> leaseChecks;  // number of calls of the lease guard
+  std::atomic<uint32_t> threads;      // number of threads that have a record
 };
 
-// Whether the library asks the lease guard before it touches what another server could share:
-// files, pipes, shared memory, modules, facts of the system.
+// Failover mode: the library calls the lease guard before each operation on something that other
+// servers could share: files, pipes, shared memory, modules, system information. It also opens
+// files so that other servers can open them too, because the lease decides whose turn it is.
+//
+// This example belongs to no cluster; its guard only counts. In this mode nothing keeps a second
+// server out of the data folder.
 enum class Failover : uint8_t { kOff = 0, kOn = 1 };
 
-// Both on the main thread, once each. StartHost says what failed, and gives back what it took.
+// Call each once, on the main thread. StartHost reports a failure, and releases what it acquired.
+// Free everything made after StartHost before StopHost.
 //
-//   locks     the design of every spinlock of the process; it cannot be changed later
-//   memory    whether there may be heaps; see memory_manager.h
-//   failover  in failover mode files are opened so that other servers can open them too
-//
-// Everything made between the two is freed before StopHost.
+//   locks     design of every spinlock of the process; cannot be changed later
+//   memory    whether to read the memory configuration; see memory_manager.h
+//   failover  see Failover
 bool StartHost(LockDesign locks, MemoryUse memory, Failover failover = Failover::kOff);
 void StopHost();
 

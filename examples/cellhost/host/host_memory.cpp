@@ -1,4 +1,4 @@
-// Blocks from the library's front; see host_memory.h.
+// Blocks from the library's memory front; see host_memory.h.
 #include "host/host_memory.h"
 
 #include "host/complain.h"
@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kLineResize = 1;
 constexpr uint32_t kLineRelease = 2;
-constexpr uint64_t kBlockBytesMax = 0xFFFFFFFFu;  // what the front's 32-bit sizes can say
+constexpr uint64_t kBlockBytesMax = 0xFFFFFFFFu;  // the memory front's sizes have 32 bits
 
 }  // namespace
 
@@ -27,7 +27,7 @@ bool ResizeBlock(void** block, uint64_t sizeBytes, const char* source) {
 void ReleaseBlock(void* block, const char* source) {
   if (block == nullptr) return;
   KivSdContext* ctx = ThisContext();
-  Succeeded(ctx, KivSdMemFree(ctx, block, source, kLineRelease), "give memory back");
+  Succeeded(ctx, KivSdMemFree(ctx, block, source, kLineRelease), "free memory");
 }
 
 }  // namespace cellhost

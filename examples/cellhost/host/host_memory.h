@@ -1,7 +1,6 @@
-// Memory of the server: blocks from the library's front, in arrays that grow by reallocation.
-//
-// A failure is told on the error output where it happens, so callers only hand a false on. The
-// outcome goes to the calling thread's context.
+// Memory of the server: blocks from the library's memory front, and arrays that grow by
+// reallocation. A failure is reported here; callers only pass on false. The status goes into the
+// calling thread's context.
 #ifndef CELLHOST_HOST_HOST_MEMORY_H
 #define CELLHOST_HOST_HOST_MEMORY_H
 
@@ -11,12 +10,12 @@
 
 namespace cellhost {
 
-// Resizes a block, or makes one if *block is null. On failure the old one is whole.
+// Resizes a block, or allocates one if *block is null. On failure the old block is unchanged.
 //
 //   source  names the caller to the library, such as "cellhost/cell_table"
 bool ResizeBlock(void** block, uint64_t sizeBytes, const char* source);
 
-// Gives a block back; null is allowed.
+// Frees a block; null is allowed.
 void ReleaseBlock(void* block, const char* source);
 
 // A growing array of plain values. Not locked.
@@ -31,7 +30,7 @@ class HostArray {
   HostArray& operator=(const HostArray&) = delete;
   ~HostArray() { ReleaseBlock(values_, source_); }
 
-  // Makes room for at least `count` values; the array then keeps its place until it has them.
+  // Makes room for at least `count` values. The values do not move until there are more of them.
   bool Reserve(uint32_t count) {
     if (count <= capacity_) return true;
     const uint64_t doubled = 2ull * capacity_;
@@ -49,7 +48,7 @@ class HostArray {
     return true;
   }
 
-  // Sets the count; new values are as `fill`.
+  // Sets the count; new values are copies of `fill`.
   bool Resize(uint32_t count, const Value& fill) {
     if (!Reserve(count)) return false;
     for (uint32_t at = count_; at < count; ++at) values_[at] = fill;

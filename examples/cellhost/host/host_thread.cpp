@@ -1,9 +1,9 @@
 // Threads with records; see host_thread.h.
 //
-// A join waits for ever, so the thread signals an event as the last thing it does, and only a
-// thread that has signalled is joined. Beside each event there is a flag. The event only spares
-// looking at the flag: where a wait fails, the flag is looked at until it is set, because a thread
-// that still runs uses what its owner would free.
+// A join waits forever. To wait with a limit, the owner waits for an event that the thread sets as
+// its last action, and joins only then. Beside each event there is a flag. The event only saves
+// polling the flag: if waiting for the event fails, the owner polls the flag until it is set,
+// because a running thread still uses memory that the owner would free.
 #include "host/host_thread.h"
 
 #include "host/complain.h"
@@ -56,14 +56,14 @@ uint32_t HostThread::Run(void* thread) {
   return 0;
 }
 
-// The flag last: once it is set, the event may be closed.
+// Sets the flag last: once it is set, the owner may close the event.
 void HostThread::Signal(KivHandle* event, std::atomic<bool>* flag) {
   KivSdContext* ctx = ThisContext();
   Succeeded(ctx, KivSdStdEventSet(ctx, event), "signal what a thread has done");
   flag->store(true, std::memory_order_release);
 }
 
-// Whether it was signalled within the limit.
+// Returns whether the flag was set within the limit.
 bool HostThread::Await(KivHandle* event, const std::atomic<bool>& flag, int32_t limitMs) {
   const TimeLimit limit(static_cast<uint32_t>(limitMs));
   KivSdContext* ctx = ThisContext();
@@ -100,7 +100,7 @@ bool HostThread::EndsWithin(int32_t limitMs) {
 
 void HostThread::Join() {
   KivSdContext* ctx = ThisContext();
-  KivSdThreadJoin(ctx, &thread_);  // which does not say whether its wait has failed
+  KivSdThreadJoin(ctx, &thread_);  // does not report whether its wait failed; poll the flag
   for (Pause pause; !hasEnded_.load(std::memory_order_acquire); pause.Take()) {
   }
   Succeeded(ctx, KivSdThreadDelete(ctx, &thread_), "close a thread");

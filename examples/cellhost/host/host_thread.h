@@ -1,4 +1,4 @@
-// A thread of the server, which has a record of its own while it runs; see thread_record.h.
+// A thread of the server. It has a thread record while it runs; see thread_record.h.
 #ifndef CELLHOST_HOST_HOST_THREAD_H
 #define CELLHOST_HOST_HOST_THREAD_H
 
@@ -10,7 +10,7 @@
 
 namespace cellhost {
 
-// Stays where it is while the thread runs. One thread starts and ends it.
+// Must not be moved while the thread runs. The same owner thread starts and ends it.
 class HostThread {
  public:
   using Work = void (*)(void* argument);
@@ -18,15 +18,15 @@ class HostThread {
   HostThread() = default;
   HostThread(const HostThread&) = delete;
   HostThread& operator=(const HostThread&) = delete;
-  ~HostThread();  // waits for the thread, however its waits for events end
+  ~HostThread();  // waits for the thread, even if waiting for its events fails
 
-  // Starts the thread and waits until it has its record. False if it has none, which has then
-  // been told; no thread runs then.
+  // Starts the thread and waits until it has its record. Returns false if the thread or its record
+  // cannot be made, after reporting it; no thread runs then.
   bool Start(Work work, void* argument);
 
-  // Waits until the thread has ended, or was never started. Whether it has.
+  // Waits until the thread has ended. Returns whether it has; true if it was never started.
   //
-  //   limitMs  negative: for ever
+  //   limitMs  negative: waits forever
   bool EndsWithin(int32_t limitMs);
 
  private:
@@ -42,10 +42,11 @@ class HostThread {
   KivHandle thread_ = nullptr;
   KivHandle begun_ = nullptr;
   KivHandle ended_ = nullptr;
-  // What the two events signal. acquire and release: what the thread wrote before is seen after.
+  // Set behind the two events. Store release in Signal pairs with load acquire in Await and Join:
+  // the owner then sees everything that the thread wrote before.
   std::atomic<bool> hasBegun_{false};
-  std::atomic<bool> hasEnded_{false};  // the last thing the thread touches
-  bool hasRecord_ = false;             // written by the thread before it has begun
+  std::atomic<bool> hasEnded_{false};  // the last member that the thread touches
+  bool hasRecord_ = false;             // written by the thread before hasBegun_
 };
 
 }  // namespace cellhost

@@ -9,7 +9,7 @@
 namespace cellhost {
 namespace {
 
-// 0 for what has no size, such as a device.
+// Returns 0 for a file without a size, such as a device.
 uint64_t SizeOf(FILE* file) {
   if (_fseeki64(file, 0, SEEK_END) != 0) return 0;
   const int64_t sizeBytes = _ftelli64(file);
@@ -20,7 +20,7 @@ uint64_t SizeOf(FILE* file) {
 }  // namespace
 
 InputFile::~InputFile() {
-  if (file_ != nullptr) fclose(file_);  // only read from: nothing can be lost
+  if (file_ != nullptr) fclose(file_);  // opened for reading: a failure loses nothing
 }
 
 bool InputFile::Open(const char* path, const char* option) {

@@ -1,5 +1,4 @@
-// A file that is read from front to back in large pieces. The one place that knows how files
-// are opened and read.
+// An input file, read from front to back in large pieces. All input files are opened and read here.
 #ifndef CELLHOST_HOST_INPUT_FILE_H
 #define CELLHOST_HOST_INPUT_FILE_H
 
@@ -15,18 +14,18 @@ class InputFile {
   InputFile& operator=(const InputFile&) = delete;
   ~InputFile();
 
-  // Opens a file. False if it cannot be opened, which has then been told.
+  // Opens a file. Returns false if it cannot be opened, after reporting it.
   //
   //   path    not copied
-  //   option  the option that names the file, such as "--facts", for the message
+  //   option  command line option that names the file, such as "--facts", for the message
   bool Open(const char* path, const char* option);
 
-  // Reads up to roomBytes; *lengthBytes is 0 at the end. False on failure, which has then been
-  // told.
+  // Reads up to roomBytes; *lengthBytes is 0 at the end. Returns false on failure, after reporting
+  // it.
   bool Read(char* buffer, uint32_t roomBytes, uint32_t* lengthBytes);
 
   const char* path() const { return path_; }
-  uint64_t sizeBytes() const { return sizeBytes_; }  // 0 where it is not known
+  uint64_t sizeBytes() const { return sizeBytes_; }  // 0 if unknown
   uint64_t readBytes() const { return readBytes_; }
 
  private:

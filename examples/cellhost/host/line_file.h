@@ -1,5 +1,5 @@
-// A file of queries or of orders, one a line, checked as a whole before the first is used. Blank
-// lines, and lines that start with #, say nothing.
+// A file of queries or orders, one a line. Read checks all of them before the first is used. Blank
+// lines and lines that start with # are skipped.
 #ifndef CELLHOST_HOST_LINE_FILE_H
 #define CELLHOST_HOST_LINE_FILE_H
 
@@ -7,26 +7,26 @@
 
 #include <string_view>
 
-#include "cube/text_room.h"
-#include "cube/text_stack.h"
-#include "cube/words.h"
 #include "host/complain.h"
 #include "host/host_memory.h"
 #include "host/text_lines.h"
+#include "host/text_room.h"
+#include "host/text_stack.h"
+#include "host/words.h"
 
 namespace cellhost {
 
-// Owns all the texts of its items.
+// Owns all texts of its items.
 template <class Item>
 class LineFile {
  public:
-  // From a line to an item; see ParseQuery.
+  // Parses a line into an item; see ParseQuery.
   using Parse = bool (*)(std::string_view line, TextRoom* room, Item* item, Fault* fault);
 
   explicit LineFile(Parse parse) : parse_(parse), items_("cellhost/line_file") {}
 
-  // Reads and checks all items; see InputFile::Open for the arguments. False at the first bad
-  // one, which has then been told with its line.
+  // Reads and checks all items; see InputFile::Open for the arguments. Returns false at the first
+  // bad item, after reporting it with its line.
   bool Read(const char* path, const char* option) {
     if (!lines_.Read(path, option)) return false;
     for (uint32_t at = 0; at < lines_.count(); ++at) {

@@ -1,4 +1,4 @@
-// The designs of the library's spinlocks, of which a process has one.
+// The two designs of the library's spinlocks. A process uses one of them.
 #ifndef CELLHOST_HOST_LOCK_DESIGN_H
 #define CELLHOST_HOST_LOCK_DESIGN_H
 
@@ -6,7 +6,7 @@
 
 namespace cellhost {
 
-// Values as KivSdSetHardwareAcceleration takes them.
+// The values are those of KivSdSetHardwareAcceleration.
 enum class LockDesign : uint8_t { kTestAndSet = 0, kTicket = 1 };
 
 constexpr char kTestAndSetName[] = "test-and-set";

@@ -16,14 +16,14 @@ constexpr uint32_t kOnlyIfConfigured = 0;
 
 MemoryMessages theMessages;
 
-// What the library is given as this host's context: it reads the handle alone, which comes back
-// with each message and says whom it is for. A process has one such host.
+// The host's context. The library reads only its handle, and passes the handle back with each
+// message to identify the host. This process has one host.
 constexpr uint32_t kContextWords = 27;
 constexpr uint32_t kHandleWord = 26;
 constexpr uint64_t kThisHost = 1;
 uint64_t theContext[kContextWords];
 
-// The library holds no lock meanwhile, and the thread may be any that needs memory.
+// Called on any thread that allocates; the library holds no lock.
 uint32_t ReceiveMessage(uint64_t handle, uint32_t status, uint32_t /*severity*/,
                         const uint32_t* first, uint32_t /*firstTag*/, const uint32_t* second,
                         uint32_t /*secondTag*/) {
@@ -55,7 +55,7 @@ bool StartMemoryManager(MemoryUse use) {
   const uint32_t enable = use == MemoryUse::kAsConfigured ? 1 : 0;
   const uint32_t status =
       adMemThreadHeapInit(enable, ReceiveMessage, kConfigurationSuffix, kOnlyIfConfigured);
-  // Only now: the start forgets the context of before.
+  // After the start, because the start forgets an earlier context.
   theContext[kHandleWord] = kThisHost;
   adMemSetThreadContext(theContext);
   adMemCheckMemoryMinStatus(theContext);

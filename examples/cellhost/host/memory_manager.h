@@ -1,6 +1,5 @@
-// The library's memory manager as this host runs it: first of everything and last of everything,
-// because a block must not cross either; its messages, written to the error output and counted;
-// its totals.
+// The host's side of the library's memory manager: start and end, messages (reported and counted),
+// totals. The manager starts before the first block is allocated and ends after the last is freed.
 #ifndef CELLHOST_HOST_MEMORY_MANAGER_H
 #define CELLHOST_HOST_MEMORY_MANAGER_H
 
@@ -11,36 +10,36 @@
 namespace cellhost {
 
 enum class MemoryUse {
-  kPlain,         // blocks of the C runtime, whatever a file says
-  kAsConfigured,  // as bin/config.mem below MOLTAPATH says; plain without such a file
+  kPlain,         // blocks come from the C runtime; the configuration file is ignored
+  kAsConfigured,  // as bin/config.mem below MOLTAPATH says; kPlain without that file
 };
 
-// How many messages came. relaxed wherever they are used: the counts order nothing.
+// Number of messages received. Every access is relaxed: the counts order nothing.
 struct MemoryMessages {
   std::atomic<uint32_t> warnings;  // more than 90% of the limit is in use
   std::atomic<uint32_t> refusals;
 };
 
-// What the library counts as in use, in bytes.
+// Bytes in use, as the library counts them.
 struct MemoryTotals {
-  bool counted;  // if not, nothing is counted and the rest is 0
+  bool counted;  // false: the library does not count, and the other fields are 0
   uint64_t outsideHeaps;
   uint64_t inHeaps;
   uint64_t aligned;
-  uint64_t peak;  // of them all together
+  uint64_t peak;  // highest sum of the three
 
   uint64_t used() const { return outsideHeaps + inHeaps + aligned; }
 };
 
-// Blocks that were allocated and freed, of all sizes; 0 while the configuration does not have them
-// counted. The library counts modulo 2^32.
+// Number of blocks allocated and freed, of all sizes; 0 unless the configuration turns counting on.
+// The library counts modulo 2^32.
 struct MemoryBlocks {
   uint64_t allocated;
   uint64_t freed;
 };
 
-// Both on the main thread: before anything of the process has a block of the library's, and after
-// everything has been freed. False on failure, which has then been told.
+// Call both on the main thread: before the process allocates its first block from the library, and
+// after it has freed the last. Returns false on failure, after reporting it.
 bool StartMemoryManager(MemoryUse use);
 void StopMemoryManager();
 

@@ -1,4 +1,5 @@
-// This process and those it starts; the one file here that asks the operating system itself.
+// This process and its children. Only this file and storage/rename_file.cpp call the operating
+// system directly.
 #include "host/own_process.h"
 
 #include <windows.h>
@@ -6,8 +7,8 @@
 namespace cellhost {
 namespace {
 
-// A job whose processes the system ends when its last handle is closed, which is when this
-// process ends. Without it, where the system refuses one, a killed parent leaves its children.
+// A job: when this process ends, its last handle is closed and the system ends all processes of the
+// job. If the system refuses to make a job, the children of a killed parent keep running.
 HANDLE MakeJob() {
   HANDLE job = CreateJobObjectA(nullptr, nullptr);
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};

@@ -1,5 +1,5 @@
-// What the example asks the operating system itself, as the library has no operation for it: the
-// handle and the program of this process, and starting others.
+// Operations that the library does not have: the handle and the path of this process, and starting
+// child processes.
 #ifndef CELLHOST_HOST_OWN_PROCESS_H
 #define CELLHOST_HOST_OWN_PROCESS_H
 
@@ -9,32 +9,33 @@
 
 namespace cellhost {
 
-// Not to be closed. Any thread.
+// The handle of this process; must not be closed. Any thread.
 KivHandle OwnProcess();
 
-// The path of this program.
+// Stores the path of this program.
 //
-//   path  receives it
+//   path  receives the path
 //
-// False if it does not fit into sizeBytes.
+// Returns false if the path does not fit into sizeBytes.
 bool OwnProgram(char* path, uint32_t sizeBytes);
 
 struct StartedProcess {
-  KivHandle process;  // to be closed with CloseProcess; null if it was not started
+  KivHandle process;  // close it with CloseProcess; null if the process was not started
   uint32_t id;
-  uint32_t osError;  // why it was not started
+  uint32_t osError;  // why the process was not started
 };
 
-// Starts a process that shares this one's standard input and error output. It is ended when this
-// process ends, however that happens, so that none is left behind. One thread at a time: the
-// output's handle can be inherited from here on, and the caller closes it before it starts
-// another process.
+// Starts a child process. It inherits this process's standard input and error output. The system
+// ends the child when this process ends, even if this process is killed.
 //
-//   commandLine  changed by the system while it is read
-//   output       the process's standard output
+// One thread at a time: the output handle becomes inheritable, and the caller must close it before
+// starting another child.
+//
+//   commandLine  the system modifies it during the call
+//   output       the child's standard output
 StartedProcess StartProcess(char* commandLine, KivHandle output);
 
-// What a process that has ended returned.
+// The exit code of a process that has ended.
 uint32_t ExitCodeOf(KivHandle process);
 
 void CloseProcess(KivHandle process);

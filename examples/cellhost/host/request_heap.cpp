@@ -11,7 +11,7 @@ constexpr char kSource[] = "cellhost/request_heap";
 constexpr uint32_t kLineTake = 1;
 constexpr uint32_t kLineTakeBlock = 2;
 constexpr uint32_t kLineGiveBack = 3;
-constexpr uint32_t kPieceBytesMax = 0x7FFFFFFFu;  // what a short heap's signed sizes can say
+constexpr uint32_t kPieceBytesMax = 0x7FFFFFFFu;  // the short heap's sizes are signed
 
 }  // namespace
 

@@ -1,12 +1,12 @@
-// The memory of one request: an owner of short heaps of the library, all of which go back at once
-// when the request ends.
+// The memory of one request: an owner of the library's short heaps. The end of the request frees
+// all of them at once.
 //
-// Where the library gives no short heap (in plain mode, with "shortmemoryoff", or when memory is
-// short) the pieces are blocks of its memory manager, kept in a ring so that they go at once too:
+// If the library has no short heap for the request (plain mode, "shortmemoryoff", or no memory),
+// each piece is a block of the memory manager. A ring links the blocks, and the end frees them:
 //
 //   | previous | next | piece ...
 //
-// Not locked: one thread's at a time.
+// One thread at a time; not locked.
 #ifndef CELLHOST_HOST_REQUEST_HEAP_H
 #define CELLHOST_HOST_REQUEST_HEAP_H
 
@@ -19,24 +19,24 @@ namespace cellhost {
 // Must not be moved between the first piece and End.
 class RequestHeap {
  public:
-  // Begins a request; nothing if one has begun. Take does it by itself.
+  // Begins a request; does nothing if a request has begun. Take calls it.
   void Begin();
 
-  // A piece aligned for any number or pointer.
+  // Allocates a piece, aligned for any number or pointer.
   //
   //   sizeBytes  at least 1, below 2 GiB
-  //   piece      receives it; null on failure
+  //   piece      receives the piece; null on failure
   //
-  // 0, or the library's status.
+  // Returns 0 or the library's status.
   uint32_t Take(uint32_t sizeBytes, void** piece);
 
-  // Gives a single piece back before the request ends.
+  // Frees a single piece before the request ends.
   void GiveBack(void* piece);
 
-  // Ends the request: all its pieces go.
+  // Ends the request and frees all its pieces.
   void End();
 
-  // Whether the pieces come from short heaps; between Begin and End.
+  // Whether the pieces come from short heaps. Call it between Begin and End.
   bool hasShortHeap() const;
 
  private:
@@ -44,12 +44,12 @@ class RequestHeap {
     Block* previous;
     Block* next;
   };
-  static_assert(sizeof(Block) % 16 == 0, "a piece is aligned as its block is");
+  static_assert(sizeof(Block) % 16 == 0, "a piece has its block's alignment");
 
   uint32_t TakeBlock(uint32_t sizeBytes, void** piece);
 
   AdShortHeapOwner owner_ = {};
-  Block* blocks_ = nullptr;  // the newest in a ring; null in a request with short heaps
+  Block* blocks_ = nullptr;  // newest block of the ring; null if the request has short heaps
   bool begun_ = false;
 };
 

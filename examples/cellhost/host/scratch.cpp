@@ -20,7 +20,7 @@ void* TakeScratch(uint64_t sizeBytes) {
     return nullptr;
   }
   void* piece = nullptr;
-  // None of 0 bytes: that is no request to the library.
+  // Request at least 1 byte; see RequestHeap::Take.
   const uint32_t atLeastOne = std::max(static_cast<uint32_t>(sizeBytes), 1u);
   const uint32_t status = ThisThread()->request.Take(atLeastOne, &piece);
   return Succeeded(nullptr, status, "get memory for a request") ? piece : nullptr;
@@ -39,7 +39,7 @@ void ScratchText::Add(std::string_view text) {
   length_ += text.size();
 }
 
-// The old place is left behind: it goes with the request.
+// The old memory stays allocated until the request ends.
 bool ScratchText::Grow(size_t length) {
   const size_t room = std::max({length, 2 * room_, kFirstTextBytes});
   char* start = static_cast<char*>(TakeScratch(room));

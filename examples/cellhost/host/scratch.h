@@ -1,5 +1,5 @@
-// Memory for the request that a thread carries out, from the thread's request heap. All of it goes
-// at once when the reply has been made.
+// Scratch memory: memory for the request that the calling thread carries out, from the thread's
+// request heap. All of it is freed at once when the reply is complete.
 #ifndef CELLHOST_HOST_SCRATCH_H
 #define CELLHOST_HOST_SCRATCH_H
 
@@ -7,12 +7,12 @@
 
 #include <string_view>
 
-#include "cube/text_room.h"
+#include "host/text_room.h"
 
 namespace cellhost {
 
-// A piece aligned for any number or pointer; null when there is no memory, which has then been
-// told. The first piece begins a request. On a thread with a record.
+// Allocates a piece, aligned for any number or pointer. Returns null without memory, after
+// reporting it. The first piece begins a request. The thread must have a record.
 void* TakeScratch(uint64_t sizeBytes);
 
 template <class Value>
@@ -21,22 +21,22 @@ Value* TakeScratchFor(uint32_t count) {
   return static_cast<Value*>(TakeScratch(uint64_t{count} * sizeof(Value)));
 }
 
-// Gives all of the thread's scratch memory back: the request has ended.
+// Ends the request: frees all scratch memory of the calling thread.
 void ResetScratch();
 
-// Room for texts of the request.
+// Keeps texts in scratch memory.
 class ScratchRoom final : public TextRoom {
  public:
   bool MakeRoom(uint64_t lengthBytes, char** room) override;
 };
 
-// A text that grows in scratch memory. Once there is no memory it stays as it is and `failed`
-// is true.
+// A text that grows in scratch memory. After an allocation fails, the text no longer changes and
+// `failed` is true.
 class ScratchText {
  public:
   void Add(std::string_view text);
   std::string_view text() const { return {start_, length_}; }
-  void Fail() { failed_ = true; }  // memory for something else in the text was missing
+  void Fail() { failed_ = true; }  // for a caller that lacks memory to make a part of the text
   bool failed() const { return failed_; }
 
  private:

@@ -1,4 +1,4 @@
-// Names of the library's statuses, so that a message says KIV_ST_OUT_OF_MEMORY beside 1130203.
+// Names of the library's statuses: a message shows KIV_ST_OUT_OF_MEMORY beside 1130203.
 #include "host/status_text.h"
 
 #include "kivsdu/status.h"
@@ -11,7 +11,7 @@ struct NamedStatus {
   const char* name;
 };
 
-// A function cannot see the name that its argument was written as.
+// A macro, because a function does not see the name of its argument.
 #define NAMED(status) \
   { status, #status }
 

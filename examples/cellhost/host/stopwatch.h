@@ -1,5 +1,5 @@
-// Measures intervals with the library's microsecond clock, which wraps about every 71 minutes:
-// a longer interval comes out short by that.
+// Measures intervals with the library's microsecond clock. The clock wraps about every 71 minutes,
+// and a longer interval is reported that much too short.
 #ifndef CELLHOST_HOST_STOPWATCH_H
 #define CELLHOST_HOST_STOPWATCH_H
 
@@ -15,7 +15,7 @@ class Stopwatch {
   Stopwatch() : start_(Now()) {}
   void Restart() { start_ = Now(); }
 
-  // Differences of readings are right across a wrap.
+  // Unsigned subtraction is correct across one wrap.
   uint32_t elapsedUs() const { return Now() - start_; }
 
  private:

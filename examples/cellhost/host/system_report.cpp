@@ -1,4 +1,4 @@
-// The system report; see system_report.h. A part that fails leaves the others alone.
+// The system report; see system_report.h. A failure in one part does not stop the others.
 #include "host/system_report.h"
 
 #include <stdio.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr char kSource[] = "cellhost/system_report";
 
-// Whether an operation succeeded; if not, says so in the place of what it would have told.
+// Returns whether an operation succeeded. If not, prints the failure in place of its value.
 bool Told(const char* label, uint32_t status) {
   if (status == 0) return true;
   Item(label, "not available: %s", ReasonOf(ThisContext(), status).text);
@@ -28,7 +28,7 @@ bool Told(const char* label, uint32_t status) {
 
 ShortText SizeOfUnits(uint64_t pageUnits) { return SizeOfBytes(pageUnits * KIV_PAGE_UNIT); }
 
-// ---- The machine: from the record that holds all of it ----
+// ---- The machine: all of it from one record ----
 
 void PrintMemory(const KivSdPhysMemInfo& memory) {
   Item("Memory", "%s, %s in use, %s available", SizeOfKiB(memory.totalKiB).text,
@@ -59,7 +59,7 @@ void PrintDrive(const KivSdDriveInfo& drive, bool current) {
 void PrintDrives(const KivSdOSResources& machine) {
   Heading("Drives (* is the current one)");
   for (uint32_t at = 0; at < machine.drives.count; ++at) {
-    const KivSdDriveInfo& drive = machine.drive[at];  // they lie on behind the first
+    const KivSdDriveInfo& drive = machine.drive[at];  // the others follow the first in memory
     PrintDrive(drive, drive.ordinal == machine.drives.current);
   }
 }
@@ -86,8 +86,8 @@ bool PrintLimits() {
   KivSdContext* ctx = ThisContext();
   bool complete = true;
   uint64_t availableKiB = 0;
-  if (Told("Memory to be had", KivSdAvailVirtMemGet(ctx, &availableKiB))) {
-    Item("Memory to be had", "%s, paging included", SizeOfBytes(availableKiB * 1024).text);
+  if (Told("Memory available", KivSdAvailVirtMemGet(ctx, &availableKiB))) {
+    Item("Memory available", "%s, paging included", SizeOfBytes(availableKiB * 1024).text);
   } else {
     complete = false;
   }

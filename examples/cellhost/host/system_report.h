@@ -1,16 +1,16 @@
-// The system report: what the library knows of the machine, the clocks, the process and the
-// modules that have registered.
+// The system report: the machine, the clocks, the process and the registered modules, as the
+// library describes them.
 #ifndef CELLHOST_HOST_SYSTEM_REPORT_H
 #define CELLHOST_HOST_SYSTEM_REPORT_H
 
 namespace cellhost {
 
-// Prints the report. What cannot be had is said in its place, with status and OS error.
+// Prints the report. Where a value is not available, prints the status and the OS error instead.
 //
-// Whether everything could be had. On a thread with a record.
+// Returns whether all values were available. The thread must have a record.
 bool PrintSystemReport();
 
-// `cellhost report`: the program's exit code.
+// `cellhost report`. Returns the program's exit code.
 int ReportCommand();
 
 }  // namespace cellhost

@@ -1,4 +1,5 @@
-// A small text file as a whole, line by line; line ends are LF or CR LF and not part of a line.
+// The lines of a small text file, in memory. Line ends are LF or CR LF; a line does not include its
+// end.
 #ifndef CELLHOST_HOST_TEXT_LINES_H
 #define CELLHOST_HOST_TEXT_LINES_H
 
@@ -14,8 +15,8 @@ class TextLines {
  public:
   TextLines();
 
-  // Reads the file; see InputFile::Open for the arguments. False on failure, which has then been
-  // told.
+  // Reads the file; see InputFile::Open for the arguments. Returns false on failure, after
+  // reporting it.
   bool Read(const char* path, const char* option);
 
   uint32_t count() const { return lines_.count(); }

@@ -1,7 +1,6 @@
-// What each thread of the server has for itself: a context, in which the library leaves the
-// outcome of the thread's last operation, a heap for the request that the thread carries out, and
-// the table that reader-writer locks ask for. The record hangs in the library's per-thread
-// slot, so that code deep down finds it without its being passed along.
+// The data of each thread: its context, in which the library stores the status of the thread's last
+// operation; the heap of its current request; and its table for reader-writer locks. The library's
+// per-thread slot holds the record, which therefore need not be passed as an argument.
 #ifndef CELLHOST_HOST_THREAD_RECORD_H
 #define CELLHOST_HOST_THREAD_RECORD_H
 
@@ -15,20 +14,20 @@ namespace cellhost {
 
 struct ThreadRecord {
   KivSdContext* ctx;
-  RequestHeap request;   // ended with each request
-  KivRWLockTable locks;  // the thread's part of every reader-writer lock; for the thread alone
+  RequestHeap request;   // emptied when a request ends
+  KivRWLockTable locks;  // the thread's part of every reader-writer lock; used by the thread alone
 };
 
-// Makes the calling thread's record. Between StartHost and StopHost, once for each thread that
-// answers queries; LeaveThread on the same thread gives the record back, once the thread holds no
-// lock.
+// Makes the calling thread's record; LeaveThread on the same thread frees it. Call them between
+// StartHost and StopHost. LeaveThread requires that the thread holds no lock. EnterThread returns
+// false on failure, after reporting it.
 bool EnterThread();
 void LeaveThread();
 
-// The calling thread's record; null outside EnterThread and LeaveThread.
+// The calling thread's record; null before EnterThread and after LeaveThread.
 ThreadRecord* ThisThread();
 
-// The calling thread's context; null where it has no record, which the library allows.
+// The calling thread's context. Null without a record: the library accepts a null context.
 KivSdContext* ThisContext();
 
 }  // namespace cellhost

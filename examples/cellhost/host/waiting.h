@@ -1,4 +1,4 @@
-// Waiting for what nothing signals: look, pause, look again, until a time limit has passed.
+// Polling, for conditions that no event signals: check, pause, check again, up to a time limit.
 #ifndef CELLHOST_HOST_WAITING_H
 #define CELLHOST_HOST_WAITING_H
 
@@ -8,7 +8,7 @@
 
 namespace cellhost {
 
-// A time limit that runs from its making; below an hour, as the stopwatch wraps.
+// A time limit that starts with its construction. Below an hour, because the stopwatch wraps.
 class TimeLimit {
  public:
   explicit TimeLimit(uint32_t limitMs) : limitMs_(limitMs) {}
@@ -21,8 +21,8 @@ class TimeLimit {
   uint32_t limitMs_;
 };
 
-// The pauses between looks: at first only the time slice is given up, as an answer is often there
-// within microseconds; later the thread sleeps a millisecond each time.
+// The pauses between checks. The first pauses only yield the time slice, because an answer often
+// arrives within microseconds; later pauses sleep a millisecond each.
 class Pause {
  public:
   void Take();

@@ -31,7 +31,7 @@ void ChunkService::Answer(std::string_view text, FinalCode code, ChunkWatch* wat
 
 void ChunkService::GiveBack() {
   if (!taken()) return;
-  // A chunk that cannot be made good stays taken, so that nobody gets it.
+  // A chunk that cannot be reset stays reserved forever.
   if (channel_.Reset()) segment_->GiveBackChunk(chunk_);
   chunk_ = KIV_CHUNK_NONE;
   broken_ = false;

@@ -1,41 +1,42 @@
-// A client's chunk, as the server has it: taken when the client asks for one, brought back to what
-// it was when the client has gone, however it went, and only then for the next.
+// The server's end of one client's chunk. Reserves a chunk when the client asks for one. When the
+// client has gone, even if it was killed, resets the chunk and frees it for the next client.
 #ifndef CELLHOST_SERVER_CHUNK_SERVICE_H
 #define CELLHOST_SERVER_CHUNK_SERVICE_H
 
 #include <string_view>
 
-#include "server/chunk_channel.h"
-#include "server/protocol.h"
+#include "channel/chunk_channel.h"
+#include "channel/protocol.h"
 #include "server/segment_server.h"
 
 namespace cellhost {
 
-enum class Taken { kOne, kNone, kFailed };  // kFailed has been told
+enum class Taken { kOne, kNone, kFailed };  // kNone: all are taken; kFailed was reported
 
-// One thread at a time; of one connection.
+// Belongs to one connection. One thread at a time.
 class ChunkService {
  public:
-  // Takes a chunk of the segment, or makes the one that the client has as it was in the beginning:
-  // the client asks for that when it lost track.
+  // Reserves and resets a chunk of the segment. If the client has a chunk, only resets that one: a
+  // client that has lost track asks again.
   //
   //   segment  not copied
   Taken Take(SegmentServer* segment);
 
-  // Whether requests may come over the chunk. One that is broken waits for the client to ask for it
-  // anew or to leave: until then the client may touch it, and no other may have it.
+  // Whether the chunk can carry requests. A broken chunk stays reserved until the client asks again
+  // or leaves, because until then the client may write into it.
   bool serves() const { return taken() && !broken_; }
   bool taken() const { return chunk_ != KIV_CHUNK_NONE; }
   int32_t chunk() const { return chunk_; }
 
-  // Waits for a request until the segment's time-out; see ChunkChannel::ReceiveRequest. kDone,
-  // kNothing, kNonsense or kBroken.
+  // Waits for a request, for one time-out of the segment; see ChunkChannel::ReceiveRequest. Returns
+  // kDone, kNothing, kNonsense or kBroken.
   Carried Await(std::string_view* request);
 
-  // Sends an answer; what cannot be sent leaves the chunk broken.
+  // Sends an answer. A failure leaves the chunk broken.
   void Answer(std::string_view text, FinalCode code, ChunkWatch* watch);
 
-  // Gives the chunk back, if there is one. When the client does not touch it any more.
+  // Resets the chunk, if there is one, and returns it to the segment. The client must not use it
+  // any more.
   void GiveBack();
 
  private:

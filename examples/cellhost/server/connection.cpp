@@ -5,19 +5,19 @@
 
 #include <charconv>
 
+#include "channel/pipe_watch.h"
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "host/host.h"
 #include "host/memory_manager.h"
-#include "server/pipe_watch.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kStatsBytes = 640;  // numbers with their names
+constexpr uint32_t kStatsBytes = 640;
 constexpr uint32_t kChunkBytes = 32;
 constexpr uint32_t kSegmentBytes = KIV_SEGMENT_NAME_BYTES + 32;
-constexpr uint32_t kStallTimeouts = 10;  // for a client to take its answer out of its chunk
+constexpr uint32_t kStallTimeouts = 10;  // how long a client may take to read an answer
 
 struct MemoryText {
   char text[256];
@@ -37,7 +37,7 @@ MemoryText MemoryInUse() {
   return text;
 }
 
-// Nothing, or seconds.
+// Parses the argument of BACKUP: empty, or a number of seconds.
 bool ReadBackupSeconds(std::string_view text, uint32_t* seconds) {
   if (text.empty()) return true;
   const char* end = text.data() + text.size();
@@ -56,7 +56,7 @@ bool Connection::Start(Service* service, const char* pipe, bool first) {
 void Connection::Run() {
   while (!service_->stopping()) {
     const Accepted accepted = pipe_.Accept();
-    if (service_->stopping()) return;  // it was WakeAccept, or came too late
+    if (service_->stopping()) return;  // woken by WakeAccept, or by a client that came too late
     if (accepted == Accepted::kFailed) return service_->Fail();
     const uint32_t client = service_->clients.fetch_add(1, std::memory_order_relaxed) + 1;
     if (accepted == Accepted::kClient) {
@@ -71,13 +71,14 @@ void Connection::Run() {
 void Connection::ServeClient(uint32_t client) {
   Next next = Next::kGoOn;
   while (next == Next::kGoOn) next = ServeRequest(client);
-  // Only now: until it has gone, the client may touch its chunk.
+  // Not earlier: until the client has gone, it may write into its chunk.
   if (next != Next::kCut || AwaitGone()) chunk_.GiveBack();
   if (next == Next::kLost) service_->lost.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Waits until a client that is not served any more has gone: a while, so that it can read what it
-// was told; but one with a chunk as long as it takes, or until the server ends. Whether it has.
+// Waits until a client that is no longer served has gone. Waits for a limited time, which lets the
+// client read its last reply. If the client has a chunk, waits without limit until it has gone or
+// the server stops. Returns whether the chunk, if any, can be freed.
 bool Connection::AwaitGone() {
   const TimeLimit goodbye(service_->goodbyeMs);
   if (pipe_.AwaitGone({.limit = &goodbye, .stop = nullptr}) || !chunk_.taken()) return true;
@@ -85,7 +86,7 @@ bool Connection::AwaitGone() {
 }
 
 Connection::Next Connection::ServeRequest(uint32_t client) {
-  // A client that never pauses must not keep the server from ending.
+  // Checked before each request, because a client may never pause.
   if (service_->stopping()) return Next::kCut;
   return chunk_.serves() ? ServeChunk(client) : ServePipe(client);
 }
@@ -119,7 +120,7 @@ Connection::Next Connection::ServePipe(uint32_t client) {
     case Received::kGone:
       return Next::kLost;
     case Received::kTooLong:
-      // Where the next message starts is not known any more.
+      // The message stays in the pipe, so that the next one cannot be found.
       return Tell("ERROR the request is too long; the server takes 8192 bytes") == Next::kLost
                  ? Next::kLost
                  : Next::kCut;
@@ -170,8 +171,8 @@ Connection::Next Connection::Tell(std::string_view reply, FinalCode code) {
   return pipe_.Send(reply) ? Next::kGoOn : Next::kLost;
 }
 
-// A client that does not take its answer is either gone, which the pipe shows, or has to say there
-// what is to become of its chunk.
+// If the client does not read its answer, goes on nevertheless. Either the client has gone, which
+// the pipe shows, or it must send SEGMENT or BYE over the pipe.
 Connection::Next Connection::TellOverChunk(std::string_view reply, FinalCode code) {
   TakeVerb(&reply);
   PipeWatch watch(&pipe_, kStallTimeouts, &service_->stop);
@@ -222,7 +223,8 @@ Connection::Next Connection::TellStats() {
   return Tell(reply);
 }
 
-// Here and not by a worker: those may all have PUTs that wait for the end of a backup's pause.
+// Runs on the connection's thread, because all workers may be busy with PUTs that wait for the end
+// of a backup's pause.
 Connection::Next Connection::TellBackup(std::string_view seconds) {
   uint32_t maxSeconds = 0;
   if (!ReadBackupSeconds(seconds, &maxSeconds)) {
@@ -241,7 +243,7 @@ Connection::Next Connection::TellBackup(std::string_view seconds) {
 Connection::Next Connection::HandOver(RequestKind kind, std::string_view text) {
   request_.kind = kind;
   request_.text = text;
-  // Without a wait the worker might still use the request, so that nothing more can be said.
+  // If waiting fails, the worker may still use the request, and no reply is possible.
   if (!service_->ring.Put(&request_) || !request_.AwaitDone()) {
     service_->Fail();
     return Next::kCut;

@@ -1,8 +1,8 @@
-// A connection: an instance of the control pipe and the thread that serves its clients, one
-// after the other. Queries and PUTs go to the workers; the thread answers everything else itself.
+// A connection: an instance of the control pipe and a thread. The thread serves one client after
+// another. It passes QUERY, PUT and HOG to the workers and answers all other requests itself.
 //
-// A client that asks for a chunk of the segment is served over that from then on. The thread waits
-// for its requests there, and looks into the pipe whenever the segment's time-out has passed.
+// Once a client has a chunk of the segment, the thread waits for its requests there, and checks the
+// pipe after each time-out of the segment.
 #ifndef CELLHOST_SERVER_CONNECTION_H
 #define CELLHOST_SERVER_CONNECTION_H
 
@@ -20,24 +20,24 @@ namespace cellhost {
 
 class Connection {
  public:
-  // Makes the instance and starts its thread.
+  // Makes the pipe instance and starts the thread.
   //
   //   service  not copied
-  //   first    whether no other connection has been made
+  //   first    whether this is the first connection
   //
-  // False on failure, which has then been told.
+  // Returns false on failure, after reporting it.
   bool Start(Service* service, const char* pipe, bool first);
 
-  // After Service::Stop: whether the thread has ended within the limit. A thread that waits for
-  // a client has to be woken too (WakeAccept).
+  // Call after Service::Stop. Returns whether the thread ends within the limit. A thread that waits
+  // for a client must also be woken, by WakeAccept.
   bool EndsWithin(int32_t limitMs) { return thread_.EndsWithin(limitMs); }
 
  private:
   enum class Next {
     kGoOn,
-    kLeft,  // with BYE
-    kLost,  // without
-    kCut,   // it is the server that ends it
+    kLeft,  // the client left with BYE
+    kLost,  // the client left without BYE
+    kCut,   // the server ends the connection
   };
 
   void Run();
@@ -60,9 +60,9 @@ class Connection {
   Service* service_ = nullptr;
   PipeServer pipe_;
   ChunkService chunk_;
-  bool overChunk_ = false;  // the request that is carried out came there
+  bool overChunk_ = false;  // the current request came over the chunk
   Request request_;
-  HostThread thread_;  // last: it uses the others until it has ended
+  HostThread thread_;  // last: the thread uses the other members until it has ended
 };
 
 }  // namespace cellhost

@@ -1,26 +1,26 @@
-// Orders that take memory; see hog.h.
+// The command HOG; see hog.h.
 #include "server/hog.h"
 
 #include <stdio.h>
 
 #include <charconv>
 
+#include "channel/protocol.h"
 #include "host/memory_manager.h"
 #include "host/thread_record.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr uint32_t kHogWords = 2;
-constexpr uint32_t kPieceBytes = 1024 * 1024;  // more than any "maxblock": accounted one by one
+constexpr uint32_t kPieceBytes = 1024 * 1024;  // more than any "maxblock": counted one by one
 
-// Lies in the piece itself.
+// Links the pieces; stored in the pieces themselves.
 struct Piece {
   Piece* next;
 };
 
-// Takes up to `most` pieces; how many it was given.
+// Allocates up to `most` pieces. Returns their number.
 uint32_t TakeAll(RequestHeap* heap, uint32_t most, Piece** pieces) {
   uint32_t taken = 0;
   for (void* memory = nullptr; taken < most && heap->Take(kPieceBytes, &memory) == 0; ++taken) {
@@ -72,7 +72,7 @@ bool ParseHog(std::string_view text, TextRoom* room, uint32_t* mebibytes, Fault*
 
 HogOutcome Hog(uint32_t mebibytes) {
   RequestHeap* heap = &ThisThread()->request;
-  heap->Begin();  // what the request itself needs is no part of it
+  heap->Begin();  // before the totals are read: not to count the request's own memory
   const uint32_t warnings = WarningsSeen();
   const MemoryTotals before = MemoryTotalsNow();
   Piece* pieces = nullptr;

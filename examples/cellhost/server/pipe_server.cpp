@@ -1,18 +1,18 @@
 // Instances of the control pipe; see pipe_server.h.
 #include "server/pipe_server.h"
 
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/status.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
 constexpr char kThisMachine[] = "local";
 
-// The system's flags. Every user may open the pipe, so at least no other machine should.
+// Windows flags. Every user may open the pipe; at least refuse other machines.
 constexpr uint32_t kBothWays = 3;
 constexpr uint32_t kFirstInstance = 0x00080000;
 constexpr uint32_t kBytesFromThisMachine = 8;
@@ -21,10 +21,10 @@ constexpr uint32_t kReadOnly = 0x80000000;
 constexpr uint32_t kNoSharing = 0;
 constexpr uint32_t kOpenExisting = 3;
 
-// The system's errors of a connect.
+// Windows errors of a connect.
 constexpr uint32_t kErrorNone = 0;
-constexpr uint32_t kErrorPipeConnected = 535;  // the client had come before
-constexpr uint32_t kErrorNoData = 232;         // and had gone
+constexpr uint32_t kErrorPipeConnected = 535;  // the client came before the call
+constexpr uint32_t kErrorNoData = 232;         // and has gone again
 
 }  // namespace
 
@@ -47,7 +47,7 @@ bool PipeServer::Create(const char* name, uint32_t instances, bool first) {
 Accepted PipeServer::Accept() {
   KivSdContext* ctx = ThisContext();
   const uint32_t status = KivSdNamedPipeConnect(ctx, &pipe_);
-  // Two outcomes are a client: it came before the call, or during it.
+  // A client came before the call, or during the call.
   if (status == 0 && ctx->osError == kErrorPipeConnected) return Accepted::kClient;
   if (status == KIV_ST_PIPE_CONNECT && ctx->osError == kErrorNone) return Accepted::kClient;
   if (ctx->osError == kErrorNoData) return Accepted::kCameAndWent;

@@ -1,40 +1,40 @@
-// An instance of the control pipe: the server's end, which takes one client after the other.
+// The server's end of one instance of the control pipe. It accepts one client after another.
 #ifndef CELLHOST_SERVER_PIPE_SERVER_H
 #define CELLHOST_SERVER_PIPE_SERVER_H
 
 #include <stdint.h>
 
-#include "server/pipe_end.h"
+#include "channel/pipe_end.h"
 
 namespace cellhost {
 
 enum class Accepted {
   kClient,
-  kCameAndWent,  // a client had opened and closed the pipe before it was accepted
-  kFailed,       // which has been told
+  kCameAndWent,  // a client opened and closed the pipe before it was accepted
+  kFailed,       // reported
 };
 
 class PipeServer : public PipeEnd {
  public:
   PipeServer();
 
-  // Makes the instance, and room for sending short replies; see kShortReplyBytes.
+  // Makes the instance, and reserves memory for short replies; see kShortReplyBytes.
   //
-  //   name       of the pipe
-  //   instances  how many there will be
-  //   first      whether this is the first; no other program may then have the name
+  //   name       name of the pipe
+  //   instances  total number of instances
+  //   first      whether this is the first instance; fails if another program uses the name
   //
-  // False on failure, which has then been told.
+  // Returns false on failure, after reporting it.
   bool Create(const char* name, uint32_t instances, bool first);
 
   // Waits for the next client.
   Accepted Accept();
 
-  // Cuts the client off. What it has not read yet is lost: AwaitGone gives it time.
+  // Disconnects the client. Data that the client has not read is lost; AwaitGone gives it time.
   void CutOff();
 };
 
-// Opens the pipe and closes it at once, which wakes one thread that waits in Accept, if any does.
+// Opens and closes the pipe, which wakes one thread that waits in Accept, if there is one.
 void WakeAccept(const char* name);
 
 }  // namespace cellhost

@@ -1,4 +1,4 @@
-// The ring between connections and workers; see request_ring.h.
+// The queue between connections and workers; see request_ring.h.
 #include "server/request_ring.h"
 
 #include "host/complain.h"

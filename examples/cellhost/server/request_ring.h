@@ -1,10 +1,11 @@
-// Requests on their way from the connections to the workers, first come, first served:
+// The queue of requests from connections to workers, first come, first served:
 //
-//   connection  Put: request into the ring, one to the counting event   then waits for `done`
-//   worker      Take: one from the counting event, request off the ring, answers, signals `done`
+//   connection  Put: adds the request to the ring, sets the counting event; then waits for `done`
+//   worker      Take: waits for the counting event, takes the oldest request; answers it; signals
+//               `done`
 //
-// A connection has one request under way, so that a ring with a place for each connection is never
-// full. No lock is held while anyone waits.
+// A connection has one request under way. The ring has a slot for each connection and is therefore
+// never full. No thread waits while it holds the ring's lock.
 #ifndef CELLHOST_SERVER_REQUEST_RING_H
 #define CELLHOST_SERVER_REQUEST_RING_H
 
@@ -12,9 +13,9 @@
 
 #include <string_view>
 
+#include "channel/protocol.h"
 #include "host/host_memory.h"
 #include "kivsdu/api.h"
-#include "server/protocol.h"
 #include "server/ring_slots.h"
 
 namespace cellhost {
@@ -25,7 +26,7 @@ enum class RequestKind {
   kMemory,  // a HOG; see hog.h
 };
 
-// A connection's request, which belongs to the worker between Put and the signal.
+// A connection's request. It belongs to the worker between Put and SignalDone.
 class Request {
  public:
   Request();
@@ -33,14 +34,14 @@ class Request {
   Request& operator=(const Request&) = delete;
   ~Request();
 
-  bool Create();  // also makes room for a short reply; see kShortReplyBytes
+  bool Create();  // also reserves memory for a short reply; see kShortReplyBytes
   void SignalDone();
   bool AwaitDone();
 
   RequestKind kind = RequestKind::kRead;
-  std::string_view text;              // the query or the order, as the client wrote it
-  HostArray<char> reply;              // empty if there was no memory for it
-  FinalCode code = FinalCode::kDone;  // of a reply that is not empty
+  std::string_view text;              // the query, order or command, as the client wrote it
+  HostArray<char> reply;              // empty if memory for it was lacking
+  FinalCode code = FinalCode::kDone;  // valid if the reply is not empty
 
  private:
   KivHandle done_ = nullptr;  // standard event
@@ -53,21 +54,20 @@ class RequestRing {
   RequestRing& operator=(const RequestRing&) = delete;
   ~RequestRing();
 
-  // Before its other operations. False on failure, which has then been told.
+  // Call this first. Returns false on failure, after reporting it.
   bool Create();
 
-  // Hands a request to the next worker that has time. Any thread; at most kConnections requests
-  // at once.
+  // Passes a request to the next free worker. Any thread; at most kConnections requests at once.
   bool Put(Request* request);
 
-  // Waits for a request. Null when a worker is to end. Any thread.
+  // Waits for a request. Returns null if the calling worker must end. Any thread.
   Request* Take();
 
-  // Wakes one worker without a request, so that it ends. After the last Put.
+  // Wakes one worker without a request, which makes it end. Call it after the last Put.
   void EndOne();
 
  private:
-  KivHandle waiting_ = nullptr;  // counting event: requests in the ring and workers to end
+  KivHandle waiting_ = nullptr;  // counting event: requests in the ring plus workers to end
   RingSlots places_;
 };
 

@@ -1,4 +1,4 @@
-// Places under a lightweight spinlock; see ring_slots.h.
+// Slots under a lightweight spinlock; see ring_slots.h.
 #include "server/ring_slots.h"
 
 namespace cellhost {

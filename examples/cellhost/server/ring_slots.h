@@ -1,7 +1,7 @@
-// The places of the request ring, first in, first out, and the lock that guards them.
+// The slots of the request ring, first in, first out, and the lock that guards them.
 //
-// The lock is a lightweight spinlock, of the design that the process has (lock_design.h): it is
-// held for a few instructions, and its holder takes no other lock and never waits.
+// The lock is a lightweight spinlock of the process's lock design (lock_design.h). It is held for a
+// few instructions; its holder takes no other lock and never waits.
 #ifndef CELLHOST_SERVER_RING_SLOTS_H
 #define CELLHOST_SERVER_RING_SLOTS_H
 
@@ -23,16 +23,16 @@ class RingSlots {
   RingSlots& operator=(const RingSlots&) = delete;
   ~RingSlots();
 
-  // Puts a request behind all others; at most kConnections at once.
+  // Adds a request as the newest. The slots hold at most kConnections requests.
   void Add(Request* request);
 
-  // Takes the oldest request; null if there is none.
+  // Removes and returns the oldest request; null if there is none.
   Request* TakeOldest();
 
  private:
-  KivSdLWSpinlock lock_;  // guards the others
+  KivSdLWSpinlock lock_;  // guards the other members
   Request* requests_[kConnections] = {};
-  uint32_t first_ = 0;  // index of the oldest
+  uint32_t first_ = 0;  // index of the oldest request
   uint32_t count_ = 0;
 };
 

@@ -16,15 +16,15 @@ constexpr uint32_t kWritesFirstHalves = 1;
 constexpr uint8_t kMakeIt = 1;
 constexpr uint32_t kMadeAndWritten = KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE;
 
-// Whose segment it is.
+// The owner of the segment.
 struct Owner {
   uint32_t process;
-  uint32_t microseconds;  // of the fast timer; a process may have served before
+  uint32_t microseconds;  // fast timer: tells apart several servers in one process
 };
 
 bool ThisOwner(Owner* owner) {
   KivSdContext* ctx = ThisContext();
-  return Succeeded(ctx, KivSdProcessIdGet(ctx, &owner->process), "learn the process's number") &&
+  return Succeeded(ctx, KivSdProcessIdGet(ctx, &owner->process), "read the process's identifier") &&
          Succeeded(nullptr, KivSdGetFastTimer(nullptr, &owner->microseconds),
                    "read the fast timer");
 }
@@ -61,7 +61,7 @@ bool SegmentServer::TakeChunk(int32_t* chunk) {
 }
 
 void SegmentServer::GiveBackChunk(int32_t chunk) {
-  Succeeded(nullptr, KivPutSharedMemChunk(nullptr, segment_, chunk), "give a chunk back");
+  Succeeded(nullptr, KivPutSharedMemChunk(nullptr, segment_, chunk), "return a chunk");
 }
 
 }  // namespace cellhost

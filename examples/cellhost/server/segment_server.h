@@ -1,9 +1,11 @@
 // The server's shared memory segment: five chunks, each for one client at a time.
 //
-// Which chunks are taken is kept by each process for itself, so that the server alone takes them
-// and gives them back; it tells a client the number on the control pipe. That also keeps clients
-// away from the lock that guards the taking: none that is killed can leave it taken. The server's
-// end is the kind that writes first halves.
+// The library records in each process separately which chunks are taken. Therefore only the server
+// takes and returns chunks, and sends the client the number over the control pipe. Clients also
+// never hold the lock that guards the chunks, so that a killed client cannot leave it locked.
+//
+// The server's end has the kind that writes the first halves. A faulty client can garble the chunks
+// of other clients, because all map one area; it cannot harm the server.
 #ifndef CELLHOST_SERVER_SEGMENT_SERVER_H
 #define CELLHOST_SERVER_SEGMENT_SERVER_H
 
@@ -13,8 +15,8 @@
 
 namespace cellhost {
 
-// How long the server waits for a client before it looks whether the client is still there, and
-// so how long the chunk of one that was killed is not to be had at most.
+// How long the server waits for a client before it checks whether the client is still there. This
+// is also the longest time until the chunk of a killed client is free again.
 constexpr uint32_t kSegmentTimeoutMs = 500;
 
 class SegmentServer {
@@ -24,18 +26,18 @@ class SegmentServer {
   SegmentServer& operator=(const SegmentServer&) = delete;
   ~SegmentServer();
 
-  // Before its other operations. Under a name of its own, so that no semaphore is what clients of
-  // an earlier server have left. False on failure, which has then been told.
+  // Call this first. Uses a new name for each server, so that it gets no semaphores that clients of
+  // an earlier server have left behind. Returns false on failure, after reporting it.
   bool Create();
 
   // Takes a chunk. Any thread.
   //
-  //   chunk  receives its number, KIV_CHUNK_NONE if all are taken
+  //   chunk  receives the number of the chunk, or KIV_CHUNK_NONE if all are taken
   //
-  // False on failure, which has then been told.
+  // Returns false on failure, after reporting it.
   bool TakeChunk(int32_t* chunk);
 
-  // Gives a chunk back, as it was found: see ChunkChannel::Reset. Any thread.
+  // Returns a chunk, which must have been reset; see ChunkChannel::Reset. Any thread.
   void GiveBackChunk(int32_t chunk);
 
   const char* name() const { return segment_->name; }
@@ -43,7 +45,7 @@ class SegmentServer {
 
  private:
   KivSharedMemSeg* list_ = nullptr;
-  KivSharedMemSeg* segment_ = nullptr;  // in the list
+  KivSharedMemSeg* segment_ = nullptr;  // member of list_
 };
 
 }  // namespace cellhost

@@ -1,16 +1,15 @@
 // `cellhost serve`; see serve_command.h.
 //
-//   this thread      loads, starts the others, waits for the stop, ends the others
-//   8 connections    one client each; queries and PUTs go into the ring
-//   4 workers        requests off the ring; they read and change the cell cache
+//   main thread      loads, starts the other threads, waits for the stop, ends the other threads
+//   8 connections    one client each; put requests into the ring
+//   4 workers        take requests from the ring; read and change the cell cache
 //
-// With --data the cells are in files too (cell_files.h): read before the threads start, written
-// back when no worker runs any more. A connection whose client does not read its answers cannot be
-// ended. It changes no cells, so the cells are written back beside it, and the process ends with
-// it.
+// With --data the cells are also in files (cell_files.h). They are read before the threads start
+// and written back when no worker runs any more. A connection whose client does not read its
+// answers cannot be ended. It changes no cells; the cells are therefore written back while it still
+// runs, and the end of the process ends it.
 //
-// The ring's lock is a lightweight spinlock, the cell cache's a reader-writer lock. No thread
-// holds both.
+// The ring has a lightweight spinlock, the cell cache a reader-writer lock. No thread holds both.
 #include "server/serve_command.h"
 
 #include <stdio.h>
@@ -33,14 +32,14 @@ namespace cellhost {
 namespace {
 
 constexpr uint32_t kWorkers = 4;
-constexpr uint32_t kStopLimitMs = 5 * 1000;  // longer than clients have for their last reply
+constexpr uint32_t kStopLimitMs = 5 * 1000;  // longer than Service::goodbyeMs
 constexpr int32_t kBetweenWakesMs = 20;
 constexpr int32_t kForEver = -1;
 
 bool EndConnections(Connection* connections, const char* pipe) {
   const TimeLimit limit(kStopLimitMs);
   for (uint32_t at = 0; at < kConnections; ++at) {
-    // A wake may reach another connection than this one; it is needed there as well.
+    // The wake-up may reach another connection, which needs one as well.
     while (!connections[at].EndsWithin(kBetweenWakesMs)) {
       if (limit.passed()) {
         return Complain("a client does not read its answer, and is cut off with the server's end");
@@ -77,7 +76,7 @@ void PrintServing(const ServeOptions& options, LockDesign locks, Service* servic
   Item("Spinlocks", "%s", NameOf(locks));
   Item("Failover mode", "%s", KivSdIsFailoverMode() != 0 ? "on" : "off");
   Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());
-  fflush(stdout);  // whoever reads it through a pipe has it now
+  fflush(stdout);  // for a reader at the other end of a pipe
 }
 
 void PrintFiles(const ServeOptions& options, const CellFiles& files) {
@@ -85,9 +84,8 @@ void PrintFiles(const ServeOptions& options, const CellFiles& files) {
   Heading("Files");
   Item("Folder", "%s", options.data.c_str());
   Item("Cells", "%u blocks", files.pageCount());
-  Item("Journal", "%s%s, %s that the cells had, %u bytes dropped",
-       Grouped(replayed.carriedOut).text, kCarriedOutAgain.data(),
-       Grouped(replayed.passedOver).text, replayed.droppedBytes);
+  Item("Journal", "%s%s, %s skipped, %u bytes dropped", Grouped(replayed.carriedOut).text,
+       kCarriedOutAgain.data(), Grouped(replayed.passedOver).text, replayed.droppedBytes);
 }
 
 void PrintServed(const Service& service) {
@@ -100,16 +98,15 @@ void PrintServed(const Service& service) {
        Grouped(Host().leaseChecks.load(std::memory_order_relaxed)).text);
 }
 
-// Ends the workers that were started, once they have done what is in the ring.
+// Ends the workers that were started, after they have answered the requests in the ring.
 void EndWorkers(Service* service, HostThread* workers) {
   for (uint32_t at = 0; at < kWorkers; ++at) service->ring.EndOne();
   for (uint32_t at = 0; at < kWorkers; ++at) workers[at].EndsWithin(kForEver);
 }
 
-// Ends all threads, also when not all of them were started. False if a connection still runs.
-//
-// PUTs that wait for the end of a pause are carried out then, so that clients have the time that
-// they are given from there on.
+// Ends all threads, even if only some of them were started. Returns false if a connection still
+// runs. Waits first for the end of a write pause: PUTs that wait for it are still stored, and only
+// then does the clients' time limit start.
 bool EndAll(Service* service, const char* pipe, Connection* connections, HostThread* workers) {
   service->Stop();
   if (service->files != nullptr) service->files->AwaitPauseEnd();
@@ -118,14 +115,14 @@ bool EndAll(Service* service, const char* pipe, Connection* connections, HostThr
   return ended;
 }
 
-// What is left to do when no thread changes cells any more.
+// The last steps, when no thread changes cells any more.
 bool Conclude(const Service& service, const Cube& cube) {
   PrintServed(service);
   if (service.failed.load(std::memory_order_relaxed)) return false;
   return service.files == nullptr || service.files->WriteBack(cube);
 }
 
-// A thread that cannot be ended uses what the others would free: the process ends as it is.
+// Ends the process without freeing anything, because a thread that cannot be ended still uses it.
 [[noreturn]] void Abandon(int exitCode) {
   fflush(stdout);
   _Exit(exitCode);
@@ -133,7 +130,7 @@ bool Conclude(const Service& service, const Cube& cube) {
 
 int Serve(const ServeOptions& options, LockDesign locks, const Cube& cube, Service* service) {
   const char* pipe = options.pipe.c_str();
-  // Ended and destroyed in the reverse order.
+  // Ended and destroyed in reverse order.
   HostThread workers[kWorkers];
   Connection connections[kConnections];
   const bool started =
@@ -146,7 +143,7 @@ int Serve(const ServeOptions& options, LockDesign locks, const Cube& cube, Servi
   return exitCode;
 }
 
-// The cube from the facts, and its cells from the files if there are any.
+// Loads the cube from the facts, and its cells from the files if the folder has cells.
 bool LoadCells(const ServeOptions& options, CellFiles* files, Cube* cube, LoadResult* load) {
   const FactParts parts = files->HasCells() ? FactParts::kNames : FactParts::kAll;
   if (!LoadFacts(options.facts.c_str(), parts, cube, load)) return false;

@@ -1,5 +1,5 @@
-// `cellhost serve`: loads the facts and serves clients on the control pipe until one of them
-// says STOP.
+// `cellhost serve`: loads the facts and serves clients on the control pipe until one of them sends
+// STOP.
 #ifndef CELLHOST_SERVER_SERVE_COMMAND_H
 #define CELLHOST_SERVER_SERVE_COMMAND_H
 
@@ -10,20 +10,18 @@
 
 namespace cellhost {
 
-// Follows, in what the server prints when it starts, how many PUTs its journal had.
+// Text that the server prints at its start, behind the number of PUTs that it applied again.
 constexpr std::string_view kCarriedOutAgain = " PUTs carried out again";
 
 struct ServeOptions {
   std::string facts;
   std::string pipe;
-  std::string data;  // folder of the cells' files; empty: there are none
+  std::string data;  // folder of the cells' files; empty: cells only in memory
 };
 
-// The program's exit code.
+// Returns the program's exit code. The thread must have a record.
 //
-//   locks  what StartHost was told, to be shown
-//
-// On a thread with a record.
+//   locks  the lock design given to StartHost, for display
 int ServeCommand(const ServeOptions& options, LockDesign locks);
 
 }  // namespace cellhost

@@ -1,4 +1,4 @@
-// What connections and workers share; see service.h.
+// State of connections and workers; see service.h.
 #include "server/service.h"
 
 #include "host/complain.h"
@@ -53,7 +53,7 @@ bool Service::Put(const PutOrder& order, Fault* fault) {
 
 uint64_t Service::uptimeSeconds() const {
   const uint64_t now = WallSeconds();
-  return now > startSeconds_ ? now - startSeconds_ : 0;  // the clock may be set back
+  return now > startSeconds_ ? now - startSeconds_ : 0;  // someone may set the clock back
 }
 
 }  // namespace cellhost

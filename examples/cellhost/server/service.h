@@ -1,4 +1,4 @@
-// What the server's connections and workers share.
+// The state that the server's connections and workers share.
 #ifndef CELLHOST_SERVER_SERVICE_H
 #define CELLHOST_SERVER_SERVICE_H
 
@@ -16,46 +16,45 @@ namespace cellhost {
 
 class Service {
  public:
-  // cube: see CellCache.
-  //
-  //   cellFiles  where the cells are kept; null: nowhere. Not copied
+  //   cube       see CellCache
+  //   cellFiles  files that keep the cells; not copied; null: cells only in memory
   Service(Cube* cube, uint64_t factRows, CellFiles* cellFiles)
       : cells(cube), rows(factRows), files(cellFiles) {}
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
   ~Service();
 
-  // False on failure, which has then been told.
+  // Returns false on failure, after reporting it.
   bool Create();
 
-  // Have AwaitStop return and every connection end soon, on a client's word or because a
-  // connection cannot go on, which has been told. Any thread.
+  // Stop, at a client's request, and Fail, after a connection has reported that it cannot go on:
+  // both make AwaitStop return and every connection end soon. Any thread.
   void Stop();
   void Fail();
   bool AwaitStop();
   bool stopping() const { return stop.load(std::memory_order_relaxed); }
 
-  // Stores a number in a cell, and in the files if there are any; see CellCache::Put.
+  // Stores a number in a cell, and in the files if the server has files; see CellCache::Put.
   bool Put(const PutOrder& order, Fault* fault);
 
   uint64_t uptimeSeconds() const;
 
   CellCache cells;
   const uint64_t rows;
-  CellFiles* const files;  // null if there are none
+  CellFiles* const files;  // null: cells only in memory
   RequestRing ring;
   SegmentServer segment;
 
-  // For a client that is cut off to read the last reply and to close the pipe. Tests have less.
+  // Time for a disconnected client to read its last reply and close the pipe. Tests shorten it.
   uint32_t goodbyeMs = 3000;
 
-  // relaxed wherever they are used: the flags and counts order nothing.
+  // Every access is relaxed: the flags and counts order nothing.
   std::atomic<bool> stop{false};
   std::atomic<bool> failed{false};
-  std::atomic<uint32_t> clients{0};  // that have come
-  std::atomic<uint32_t> lost{0};     // of these, went without taking leave
-  std::atomic<uint64_t> queries{0};  // answered
-  std::atomic<uint64_t> puts{0};     // carried out
+  std::atomic<uint32_t> clients{0};  // clients so far
+  std::atomic<uint32_t> lost{0};     // clients that left without BYE
+  std::atomic<uint64_t> queries{0};  // queries answered
+  std::atomic<uint64_t> puts{0};     // PUTs carried out
 
  private:
   uint64_t startSeconds_ = 0;    // wall clock

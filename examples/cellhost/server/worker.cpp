@@ -1,21 +1,21 @@
-// Doing what requests ask; see worker.h.
+// Carrying out requests; see worker.h.
 #include "server/worker.h"
 
 #include <string.h>
 
 #include <algorithm>
 
+#include "channel/protocol.h"
 #include "cube/put_order.h"
 #include "cube/query.h"
 #include "host/scratch.h"
 #include "server/hog.h"
-#include "server/protocol.h"
 #include "server/service.h"
 
 namespace cellhost {
 namespace {
 
-// "OK answer" or "ERROR reason"; nothing when there is no memory for it.
+// Stores "OK answer" or "ERROR reason" as the reply; leaves the reply empty without memory.
 void SetReply(FinalCode code, std::string_view text, Request* request) {
   const std::string_view verb = code == FinalCode::kDone ? kOk : kError;
   HostArray<char>& reply = request->reply;
@@ -26,7 +26,7 @@ void SetReply(FinalCode code, std::string_view text, Request* request) {
   std::copy(text.begin(), text.end(), reply.data() + verb.size() + 1);
 }
 
-// Every fault can be told, however short memory is.
+// Every fault fits into the reserved reply, so that it can be sent even without memory.
 static_assert(kError.size() + 1 + sizeof Fault::text <= kShortReplyBytes);
 
 void SetFault(const Fault& fault, Request* request) {

@@ -1,12 +1,12 @@
-// The workers' part of the server: they take requests off the ring and do what they ask.
+// A worker thread: takes requests from the ring and carries them out.
 #ifndef CELLHOST_SERVER_WORKER_H
 #define CELLHOST_SERVER_WORKER_H
 
 namespace cellhost {
 
-// Answers queries and carries out PUTs until the ring ends it. A HostThread's work.
+// Carries out requests until RequestRing::EndOne. For HostThread::Start.
 //
-//   service  the Service
+//   service  a Service
 void RunWorker(void* service);
 
 }  // namespace cellhost

@@ -1,4 +1,4 @@
-// Copies of one moment; see backup.h.
+// Making a backup; see backup.h.
 #include "storage/backup.h"
 
 #include <stdarg.h>
@@ -27,7 +27,7 @@ constexpr uint32_t kFoldersMax = 100000;
 constexpr uint32_t kPieceBytes = 64 * 1024;
 constexpr uint32_t kUsPerMs = 1000;
 
-// The runtime's flags: binary, made or emptied, for writing.
+// Flags of the C runtime: binary, create or truncate, write only.
 constexpr uint32_t kOpenFlags = 0x8000 | 0x200 | 0x100 | 0x1;
 constexpr uint32_t kPermissions = 0x100 | 0x80;
 
@@ -52,7 +52,7 @@ bool CopyPages(const char* from, const char* to, uint32_t* pages) {
   return writer.Finish();
 }
 
-// The journal's first bytes into another stream.
+// Copies the first bytes of the journal into another stream.
 bool CopyBytes(uint32_t from, uint32_t lengthBytes, uint32_t to) {
   KivSdContext* ctx = ThisContext();
   HostArray<char> piece(kSourceJournal);
@@ -94,7 +94,7 @@ bool RemoveFolder(const std::string& path) {
   return Succeeded(ctx, KivSdDirRemove(ctx, path.c_str()), "remove a backup that is not whole");
 }
 
-// In place of what a killed server may have left.
+// Makes an empty folder, after removing one that a killed server may have left.
 bool MakeEmptyFolder(const std::string& path) {
   bool exists = false;
   if (!Exists(path, &exists) || (exists && !RemoveFolder(path))) return false;
@@ -111,7 +111,7 @@ std::string Backup::FolderOf(uint32_t number) const {
 }
 
 bool Backup::Make(uint32_t maxSeconds, BackupReport* report) {
-  // acquire: pairs with the release of the backup before.
+  // acquire: pairs with the release below in the previous backup.
   if (running_.exchange(true, std::memory_order_acquire)) {
     Say(report, "another backup is under way; try again when it is done");
     return false;
@@ -148,7 +148,7 @@ bool Backup::MakeAlone(uint32_t maxSeconds, BackupReport* report) {
   return true;
 }
 
-// A pause that was to expire and that no PUT has lifted is lifted here.
+// Pauses writes. If an earlier pause has expired and no PUT has lifted it, lifts that pause first.
 bool Backup::PauseWrites(KivSdWriteLease* lease, uint32_t maxSeconds, BackupReport* report) {
   uint32_t status = KivSdPauseWriteIO(lease, maxSeconds);
   if (status == KIV_ST_WRITE_PAUSE && pause_.HasExpired()) {
@@ -160,13 +160,13 @@ bool Backup::PauseWrites(KivSdWriteLease* lease, uint32_t maxSeconds, BackupRepo
     Say(report, "writes are paused for the last backup; try again when that is over");
     return false;
   }
-  // A pause that was given up is in force.
+  // A pause that failed is in force nevertheless.
   KivSdUnpauseWriteIO(lease);
   Say(report, "writes could not be paused: %s", ReasonOf(ThisContext(), status).text);
   return false;
 }
 
-// The first number that no backup has.
+// Finds the first number without a backup.
 bool Backup::FindNumber(uint32_t* number) const {
   for (*number = 1; *number < kFoldersMax; ++*number) {
     bool exists = false;
@@ -176,10 +176,10 @@ bool Backup::FindNumber(uint32_t* number) const {
   return Complain("'%s' has %u backups; remove some", folder_.c_str(), kFoldersMax - 1);
 }
 
-// A copy that is not whole does not stay.
+// Copies the files and gives the copy its number. Removes an incomplete copy.
 bool Backup::CopyFiles(BackupReport* report) {
   const std::string copy = InFolder(folder_, kNewCopy);
-  // The pause keeps them from changing; a PUT that lifts it could change them.
+  // Read once: the pause keeps them from changing, but a PUT that lifts it could change them.
   const uint32_t journalBytes = journal_.endBytes();
   const uint64_t lastPut = journal_.lastPut();
   uint32_t pages = 0;
@@ -195,7 +195,7 @@ bool Backup::CopyFiles(BackupReport* report) {
   return true;
 }
 
-// The mark first: it says how far the rest must reach.
+// Writes the mark first: it states which PUT the two files must reach.
 bool Backup::CopyInto(const std::string& copy, uint64_t lastPut, uint32_t journalBytes,
                       uint32_t* pages) const {
   return MarkCopy(InFolder(copy, kMarkFile), lastPut) &&
@@ -203,7 +203,7 @@ bool Backup::CopyInto(const std::string& copy, uint64_t lastPut, uint32_t journa
          CopyJournal(journal_.file(), journalBytes, InFolder(copy, kJournalFile).c_str());
 }
 
-// A pause that has lasted its maximum may have been lifted by a PUT.
+// Returns whether the pause has lasted until now. A PUT may have lifted it after its maximum.
 bool Backup::IsOfOneMoment(BackupReport* report) {
   if (pause_.IsInForce()) return true;
   Say(report, "the pause was over before all was copied; give it more seconds, up to %u",

@@ -1,15 +1,16 @@
-// Backups of a server's files while it serves. Writes are paused, and both files are copied into a
-// new folder beside them. If the pause has held until all was copied, the copy is that of one
-// moment, and a server that is started on it has the cells of that moment.
+// Backups of the data folder while the server runs. A backup pauses writes and copies both files
+// into a new folder beside them. If the pause is still in force after the copy, the copy shows one
+// moment: a server started on it has the cells of that moment.
 //
-// The folder is `backup.new` until all of it is on the device, and only then has a number. A server
-// that is killed meanwhile leaves it to the next backup, which removes it. The copy's mark comes
-// first (folder_mark.h), so that no server takes what is left for the whole.
+// The new folder is called `backup.new` until all of it is on the device, and is then renamed to
+// `backup-N`. If the server is killed meanwhile, the next backup removes `backup.new`. The copy's
+// mark is written first (folder_mark.h), so that no server accepts an incomplete copy.
 //
-// Every pause has a maximum. A backup lifts its pause itself, or lets it expire: then writes stay
-// paused after the copy as well, for other programs that copy the folder, until a PUT that waits
-// finds that the time is over and lifts the pause. A PUT may do so in the middle of the copy, too,
-// if that takes longer than the maximum; then there is no backup.
+// Every pause has a maximum duration. A backup either lifts its pause after the copy, or leaves it
+// to expire, which gives other programs time to copy the folder. A pause ends when a waiting PUT
+// finds that the maximum has passed (up to two seconds late) and lifts it. If a PUT does this while
+// the copy is still being made, the backup fails. Queries go on during a pause, unless the waiting
+// PUTs of four clients occupy all workers.
 #ifndef CELLHOST_STORAGE_BACKUP_H
 #define CELLHOST_STORAGE_BACKUP_H
 
@@ -27,12 +28,12 @@ constexpr char kPagesFile[] = "cells.pag";
 constexpr char kJournalFile[] = "cells.jnl";
 constexpr char kMarkFile[] = "cells.mrk";
 
-// The longest pause. Longer, and clients would no longer wait for what their PUTs are answered.
+// The longest pause. Clients would not wait longer for the reply to a PUT.
 constexpr uint32_t kBackupSecondsMax = 20;
 
 std::string InFolder(const std::string& folder, const char* name);
 
-// What was copied, or why nothing was:
+// The result of a backup, or the reason why there is none:
 //
 //   backup-1: 19 blocks of cells.pag, 37 records of cells.jnl; writes were paused for 12 ms
 //   backup-2: ...; writes stay paused until a PUT finds that 2 s are over
@@ -42,23 +43,23 @@ struct BackupReport {
 
 class Backup {
  public:
-  // None of them is copied.
+  // Keeps references to the arguments.
   Backup(const std::string* folder, const std::string* pages, const Journal* journal,
          WritePause* pause)
       : folder_(*folder), pages_(*pages), journal_(*journal), pause_(*pause) {}
   Backup(const Backup&) = delete;
   Backup& operator=(const Backup&) = delete;
 
-  // Makes a backup; one at a time, others are told so. Any thread with a record.
+  // Makes a backup. Fails if another backup is under way. Any thread with a record.
   //
-  //   maxSeconds  0: the pause is lifted when all is copied, and lasts kBackupSecondsMax at most.
-  //               Otherwise how long it may last; it is left to expire
-  //   report      receives what was copied, or why there is no backup
+  //   maxSeconds  0: lift the pause after the copy; its maximum is kBackupSecondsMax.
+  //               Otherwise the maximum of the pause, which is left to expire
+  //   report      receives the result
   //
-  // Whether there is one. If not, writes go on unless another backup has paused them.
+  // Returns whether there is a backup. If not, writes go on unless another backup has paused them.
   bool Make(uint32_t maxSeconds, BackupReport* report);
 
-  // Waits for a backup that is under way, and lets none begin any more.
+  // Waits for a backup that is under way, and prevents further backups.
   void Close();
 
  private:

@@ -31,12 +31,12 @@ class Turn {
 
 bool DoesNotFit(const std::string& path) {
   return Complain(
-      "'%s' does not hold the cells that its first block tells of; restore the folder "
+      "'%s' does not hold the cells that its first block states; restore the folder "
       "from a backup",
       path.c_str());
 }
 
-// The blocks of a cube's cells, in the order of the table.
+// Writes the blocks of a cube's cells, in the order of the cell table.
 bool WriteCellPages(const Cube& cube, const CellIndex& numbers, uint32_t pages,
                     PageWriter* writer) {
   const CellTable& cells = cube.cells();
@@ -70,8 +70,8 @@ bool CellFiles::MakeFolder() {
                   ReasonOf(ctx, made).text);
 }
 
-// The mark and the journal are made when the cells are there, so that either without cells shows
-// that cells are missing: those of the facts must not take their place.
+// The journal and the mark are made after cells.pag. A journal or a mark without cells.pag
+// therefore shows that the cells were lost; the facts' cells must not replace them.
 bool CellFiles::FindCells() {
   bool hasJournal = false;
   if (!Exists(pages_, &hasCells_) || !Exists(journalPath_, &hasJournal)) return false;
@@ -112,7 +112,7 @@ bool CellFiles::BeginAnew(const Cube& cube) {
 bool CellFiles::Take(const StoredCell& cell, Cube* cube) const {
   CellPlace place;
   if (!numbers_.PlaceOf(cell.place, &place)) {
-    return Complain("'%s' has cells that the facts have no members for; restore it from a backup",
+    return Complain("'%s' has cells without members in the facts; restore it from a backup",
                     folder_.c_str());
   }
   return cube->SetCell(place, cell.value);
@@ -144,7 +144,7 @@ bool CellFiles::ReadCells(Cube* cube) {
   return cube->cells().count() == head.cells || DoesNotFit(pages_);
 }
 
-// The old file stays in its place until the new one is on the device.
+// Replaces cells.pag; the old file stays until the new one is on the device.
 bool CellFiles::WriteCells(const Cube& cube) {
   const uint32_t cells = cube.cells().count();
   const uint32_t pages = PagesFor(cells);
@@ -170,7 +170,7 @@ bool CellFiles::AwaitPauseEnd() {
   return lease.Take();
 }
 
-// A pause may be for another program that copies the files: they change when it is over.
+// Waits for the end of a pause, because another program may be copying the files.
 bool CellFiles::WriteBack(const Cube& cube) {
   if (journal_.lastPut() == puts_) return true;
   backup_.Close();
@@ -183,7 +183,7 @@ bool CellFiles::Put(CellCache* cells, const PutOrder& order, Fault* fault) {
   CellPlace place;
   if (!cells->MakeRoomFor(order, &place, fault)) return false;
   const StoredCell cell = {.place = numbers_.NumberOf(place.coordinates), .value = order.value};
-  // Until the record and the cell agree: a copy that is made during a pause has all of a PUT or
+  // Keep the lease until record and cell agree: a copy made during a pause then has all of a PUT or
   // nothing of it.
   WriteLease lease(&pause_);
   if (!lease.Take()) return NotWritten(fault);

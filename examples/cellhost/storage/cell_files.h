@@ -1,24 +1,26 @@
-// The files of a server's cells, in a folder of their own:
+// The files of a server's cells, in the folder of the option --data:
 //
-//   cells.pag   all cells as of some PUT, in blocks (cell_page.h). Never changed: it is made anew
-//               as cells.new, and takes the other's place when it is whole and on the device
-//   cells.jnl   a record of each PUT since (journal_record.h)
-//   cells.mrk   keeps other servers out, and says that the two must be there (folder_mark.h)
-//   backup-1    copies of the first two with a mark of their own, and so on (backup.h)
+//   cells.pag   all cells as of some PUT, in blocks (cell_page.h). Never modified: the next version
+//               is written as cells.new, flushed, and renamed over the old one
+//   cells.jnl   a record of each PUT since then (journal_record.h)
+//   cells.mrk   keeps other servers out; states that the other two must exist (folder_mark.h)
+//   backup-1    a copy of the first two, with its own mark; and so on (backup.h)
 //
-// Dimensions and members are those of the facts; a folder is for one set of them.
+// Dimensions and members come from the facts at every start. A folder fits the facts from which it
+// was made; a fingerprint checks this. Once the folder has cells, the facts' numbers are ignored.
 //
-//   start   cells.pag into the cube; or, in a folder that never had cells, the facts' cells into
-//           cells.pag. Then the journal's PUTs into the cube. A first start makes cells.pag, the
-//           journal and the mark in this order, so that one that is killed can be made again
-//   PUT     room for the cell, a lease, a record in the journal, the cell
-//   end     under a lease, the cells into cells.pag, and then the journal is emptied. A process
-//           that is killed between the two finds records at its next start that the cells have in
-//           them, and passes them over
+//   start   Read cells.pag into the cube. In a folder that never had cells, write the cube's cells
+//           into cells.pag instead. Then apply the PUTs of the journal. A first start makes
+//           cells.pag, journal and mark in this order; if it is killed, it can be repeated
+//   PUT     Make room for the cell, take a lease, append to the journal, change the cell, release
+//           the lease. One PUT at a time: the journal has the order of the changes
+//   end     Under a lease, write cells.pag, then empty the journal. If the process is killed
+//           between the two, the next start skips the records that cells.pag includes
 //
-// Lock order: the lock of PUTs, and then, never both, that of the write pause and that of the
-// cells. So queries go on while a PUT waits for the end of a pause. A lease is no lock: a PUT keeps
-// it until the cell has changed, and whoever begins a pause waits for it with no other lock.
+// Lock order: first the lock of PUTs; then either the write pause's lock or the cells' lock, never
+// both. Queries therefore go on while a PUT waits for the end of a pause. A lease is not a lock: a
+// PUT keeps it until the cell has changed, and a thread that begins a pause waits for the leases
+// while it holds no other lock.
 #ifndef CELLHOST_STORAGE_CELL_FILES_H
 #define CELLHOST_STORAGE_CELL_FILES_H
 
@@ -44,23 +46,23 @@ class CellFiles {
   CellFiles& operator=(const CellFiles&) = delete;
   ~CellFiles();
 
-  // ---- Start and end: one thread, with a record; false on failure, which has then been told ----
+  // ---- Start and end: one thread, with a record. They return false after reporting a failure ----
 
-  // Takes a folder, which is made if it is not there, and keeps other servers from it.
+  // Opens a folder, or makes it, and keeps other servers out of it.
   bool Open(const std::string& folder);
 
-  // Whether the cells are in the folder, so that of the facts only the names are needed.
+  // Whether the folder has cells. If so, only the names of the facts are needed.
   bool HasCells() const { return hasCells_; }
 
-  // Gives the cube its cells, or the folder those of the cube if it has none; then carries out the
-  // journal's PUTs.
+  // Loads the folder's cells into the cube, or writes the cube's cells into a folder without cells.
+  // Then applies the journal's PUTs.
   bool Load(Cube* cube);
 
-  // Waits until no pause is in force.
+  // Waits until no write pause is in force.
   bool AwaitPauseEnd();
 
-  // Writes the cells into the folder, if there was a PUT. Waits for a pause and a backup that are
-  // under way; from then on there are no backups. No thread changes the cells meanwhile.
+  // Writes the cells into the folder, if there was a PUT. Waits for a pause and a backup under way,
+  // and prevents further backups. No thread may change the cells meanwhile.
   bool WriteBack(const Cube& cube);
 
   const Replayed& replayed() const { return replayed_; }
@@ -68,7 +70,7 @@ class CellFiles {
 
   // ---- Between the two: any thread with a record ----
 
-  // See CellCache::Put. During a pause it waits.
+  // See CellCache::Put. Waits during a write pause.
   bool Put(CellCache* cells, const PutOrder& order, Fault* fault);
 
   // See Backup::Make.
@@ -76,7 +78,7 @@ class CellFiles {
     return backup_.Make(maxSeconds, report);
   }
 
-  // The number of the last PUT; between PUTs.
+  // The number of the last PUT. Call it only while no PUT is under way.
   uint64_t lastPut() const { return journal_.lastPut(); }
 
  private:
@@ -94,10 +96,10 @@ class CellFiles {
   FolderMark mark_;
   bool hasCells_ = false;
   bool hasTurns_ = false;
-  KivSdCritSec putting_ = {};  // PUTs, one after the other, from the journal to the cells
+  KivSdCritSec putting_ = {};  // the lock of PUTs: one PUT at a time, from journal to cell
   CellIndex numbers_;
   uint64_t cube_ = 0;  // fingerprint
-  uint64_t puts_ = 0;  // number of the last PUT that cells.pag has in it
+  uint64_t puts_ = 0;  // number of the last PUT that cells.pag includes
   uint32_t pageCount_ = 0;
   Replayed replayed_ = {};
   WritePause pause_;

@@ -8,7 +8,7 @@ namespace cellhost {
 namespace {
 
 uint64_t AddName(std::string_view name, uint64_t sum) {
-  const uint64_t length = name.size();  // or "ab" and "c" would be as "a" and "bc"
+  const uint64_t length = name.size();  // included, so that "ab" "c" differs from "a" "bc"
   return ChecksumOf(name.data(), length, ChecksumOf(&length, sizeof length, sum));
 }
 

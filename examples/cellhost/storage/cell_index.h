@@ -1,10 +1,10 @@
-// Places of cells as numbers, for files: a cell's coordinates are the digits of its number, and
-// each dimension has as many digits as it has members.
+// Numbers the places of cells, for files. A cell's coordinates are the digits of its number; the
+// base of each digit is the number of members of that dimension.
 //
 //   section 3 of 62, priority 1 of 5, architecture 0 of 2      (3 * 5 + 1) * 2 + 0 = 32
 //
-// The numbers hold as long as the dimensions have these members in this order, which a fingerprint
-// of the cube tells.
+// The numbers are valid while the dimensions have the same members in the same order. A fingerprint
+// of the cube checks this.
 #ifndef CELLHOST_STORAGE_CELL_INDEX_H
 #define CELLHOST_STORAGE_CELL_INDEX_H
 
@@ -16,13 +16,13 @@ namespace cellhost {
 
 class CellIndex {
  public:
-  // Takes the numbers of members over. False if there are more places than 64 bits can count,
-  // which has then been told.
+  // Copies the numbers of members. Returns false if 64 bits cannot count the places, after
+  // reporting it.
   bool Set(const Cube& cube);
 
   uint64_t NumberOf(const uint32_t* coordinates) const;
 
-  // The place of a number. False if the cube has no such place.
+  // Finds the place of a number. Returns false if the cube has no such place.
   bool PlaceOf(uint64_t number, CellPlace* place) const;
 
  private:
@@ -31,7 +31,7 @@ class CellIndex {
   uint64_t places_ = 0;
 };
 
-// Tells cubes apart by the names of their dimensions and members, and the order of these.
+// Returns a fingerprint of the names of a cube's dimensions and members, and of their order.
 uint64_t FingerprintOf(const Cube& cube);
 
 }  // namespace cellhost

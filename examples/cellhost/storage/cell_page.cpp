@@ -1,4 +1,4 @@
-// Blocks as bytes; see cell_page.h.
+// Layout of blocks; see cell_page.h.
 #include "storage/cell_page.h"
 
 #include <string.h>

@@ -1,4 +1,4 @@
-// Checksums of what lies in files.
+// Checksums for files.
 #ifndef CELLHOST_STORAGE_CHECKSUM_H
 #define CELLHOST_STORAGE_CHECKSUM_H
 
@@ -8,10 +8,11 @@ namespace cellhost {
 
 constexpr uint64_t kChecksumStart = 14695981039346656037ull;
 
-// FNV-1a over 64 bits. Bytes that differ in one place alone never have the same checksum, and
-// zeros do not have the checksum 0, so that a part of a file that was never written is no record.
+// Returns the 64-bit FNV-1a checksum of bytes. Two texts that differ in a single byte always have
+// different checksums. The checksum of zeros is not 0; a part of a file that was never written is
+// therefore not a valid record.
 //
-//   before  the checksum of what comes before, to go on from there
+//   before  checksum of the preceding bytes, to continue from
 uint64_t ChecksumOf(const void* bytes, uint64_t lengthBytes, uint64_t before = kChecksumStart);
 
 }  // namespace cellhost

@@ -11,7 +11,7 @@
 namespace cellhost {
 namespace {
 
-// The runtime's flags: binary, made if it is not there, for reading and writing; others may read.
+// Flags of the C runtime: binary, create if missing, read and write; others may read.
 constexpr uint32_t kOpenFlags = 0x8000 | 0x100 | 0x2;
 constexpr uint32_t kOthersRead = 0x20;
 constexpr uint32_t kPermissions = 0x100 | 0x80;
@@ -19,13 +19,13 @@ constexpr uint32_t kPermissions = 0x100 | 0x80;
 struct MarkBytes {
   uint64_t kind;  // kMarkKind
   uint64_t lastPut;
-  uint64_t checksum;  // of what is before it
+  uint64_t checksum;  // of the fields before it
 };
 static_assert(offsetof(MarkBytes, lastPut) == 8, "layout of the file");
 static_assert(offsetof(MarkBytes, checksum) == 16, "layout of the file");
 static_assert(sizeof(MarkBytes) == 24, "layout of the file");
 
-constexpr uint64_t kMarkKind = 0x0001'6B72'616D'6C63;  // "clmark", and the layout's number
+constexpr uint64_t kMarkKind = 0x0001'6B72'616D'6C63;  // "clmark" and layout version 1
 
 uint64_t ChecksumOfMark(const MarkBytes& mark) {
   return ChecksumOf(&mark, offsetof(MarkBytes, checksum));
@@ -73,7 +73,8 @@ bool FolderMark::Set(uint64_t lastPut) {
   uint32_t osError = 0;
   const uint32_t written = KivSdFilePWrite(ctx, file_, &mark, 0, sizeof mark, &count, &osError);
   if (written != 0) return Fails(written, "write");
-  if (count != sizeof mark) return Complain("'%s' took half a mark", path_.c_str());
+  if (count != sizeof mark)
+    return Complain("only a part of the mark could be written to '%s'", path_.c_str());
   const uint32_t flushed = KivSdFileFlush(ctx, file_);
   if (flushed != 0) return Fails(flushed, "flush");
   isEmpty_ = false;

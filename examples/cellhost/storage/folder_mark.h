@@ -1,13 +1,13 @@
-// The mark of a folder of cells, `cells.mrk`. It keeps other servers out of the folder, and says
-// what must be in the folder once there have been cells:
+// The mark of a data folder, `cells.mrk`. The open file keeps other servers out of the folder. Its
+// content states what the folder must contain:
 //
 //   0      8          16         24
 //   | kind | last PUT | checksum |
 //
-// An empty mark says nothing: no cells have been in the folder yet. Otherwise cells.pag and
-// cells.jnl must be there, and together they must reach the PUT of this number. A backup's mark has
-// the number that the copy was made at, and is written before anything is copied, so that a copy
-// that is not whole is never taken for one.
+// An empty mark: the folder has never had cells. Otherwise cells.pag and cells.jnl must exist, and
+// must together reach the PUT with this number. A backup's mark has the number of the last PUT
+// before the copy. It is written before anything is copied, and therefore exposes an incomplete
+// copy.
 //
 // One thread at a time, with a record.
 #ifndef CELLHOST_STORAGE_FOLDER_MARK_H
@@ -28,19 +28,17 @@ class FolderMark {
   FolderMark& operator=(const FolderMark&) = delete;
   ~FolderMark();
 
-  // Opens or makes the file. Until the object's end others can read it and not open it for writing,
-  // except in failover mode, in which the library lets them. False on failure, which has then been
-  // told.
+  // Opens or makes the file, and keeps it open. Meanwhile other processes can open it for reading
+  // only; in failover mode also for writing. Returns false on failure, after reporting it.
   bool Open(const std::string& path);
 
   bool IsEmpty() const { return isEmpty_; }
 
-  // Whether it says how far the PUTs must reach. If it does not and is not empty, it is torn or
-  // damaged.
+  // Whether the mark is valid. A mark that is neither empty nor valid is torn or damaged.
   bool IsWhole() const { return isWhole_; }
-  uint64_t lastPut() const { return lastPut_; }  // 0 unless it is whole
+  uint64_t lastPut() const { return lastPut_; }  // 0 unless the mark is valid
 
-  // Writes the mark, which is on the device afterwards. False on failure, which has then been told.
+  // Writes and flushes the mark. Returns false on failure, after reporting it.
   bool Set(uint64_t lastPut);
 
  private:

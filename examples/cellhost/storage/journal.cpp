@@ -12,16 +12,16 @@ namespace {
 
 constexpr char kSourcePiece[] = "cellhost/journal piece";
 
-// The runtime's flags: binary, made if it is not there, for reading and writing; others may read.
+// Flags of the C runtime: binary, create if missing, read and write; others may read.
 constexpr uint32_t kOpenFlags = 0x8000 | 0x100 | 0x2;
 constexpr uint32_t kOthersRead = 0x20;
 constexpr uint32_t kPermissions = 0x100 | 0x80;
 
-// Offsets and lengths of the library's streams are good up to 2 GiB.
+// The library's streams support offsets and lengths up to 2 GiB.
 constexpr uint32_t kLengthMax = 0x7FFFFFE0;
 static_assert(kLengthMax % kRecordBytes == 0);
 
-// What a start reads at once: few calls for long journals, and little memory.
+// Bytes per read at the start: few calls for a long journal, and little memory.
 constexpr uint32_t kPieceBytes = 1024 * 1024;
 constexpr uint32_t kPieceRecords = kPieceBytes / kRecordBytes;
 
@@ -44,10 +44,10 @@ bool Journal::Open(const std::string& path) {
       KivSdFileSOpen(ThisContext(), path.c_str(), kOpenFlags, kOthersRead, kPermissions, &file_);
   if (status != 0) return Fails(status, "open");
   const uint32_t told = KivSdFileLength(ThisContext(), file_, &endBytes_);
-  return told == 0 || Fails(told, "tell the length of");
+  return told == 0 || Fails(told, "read the length of");
 }
 
-// As many whole records as there are from the offset on, up to a piece.
+// Reads the complete records from the offset on, up to a piece.
 bool Journal::ReadPiece(uint32_t offset, Piece* piece) const {
   const uint32_t records = std::min((endBytes_ - offset) / kRecordBytes, kPieceRecords);
   piece->Clear();
@@ -57,7 +57,7 @@ bool Journal::ReadPiece(uint32_t offset, Piece* piece) const {
       KivSdFilePRead(ThisContext(), file_, piece->data(), offset, records * kRecordBytes, &count);
   if (status != 0) return Fails(status, "read");
   if (count == records * kRecordBytes) return true;
-  return Complain("'%s' has become shorter while it was read; leave it to the server",
+  return Complain("'%s' became shorter while it was read; let only the server change it",
                   path_.c_str());
 }
 
@@ -79,7 +79,7 @@ bool Journal::Replay(uint64_t included, uint64_t reach, Replayed* replayed,
   return MakeReady(scan, reach, replayed);
 }
 
-// Whether the record may be where it is.
+// Counts a record. Returns false if the record must not be at this place, after reporting it.
 bool Journal::Count(JournalScan::Step step, uint32_t offset, Replayed* replayed) const {
   const bool last = endBytes_ - offset == kRecordBytes;
   switch (step) {
@@ -102,8 +102,8 @@ bool Journal::Count(JournalScan::Step step, uint32_t offset, Replayed* replayed)
                                                   : "is damaged, and others follow it");
 }
 
-// A journal whose records all are in the cells is begun anew, for the next PUT need not follow the
-// last of them.
+// Cuts off a torn end. Empties a journal whose records the cells all include, because the next PUT
+// need not follow the last of these records.
 bool Journal::MakeReady(const JournalScan& scan, uint64_t reach, Replayed* replayed) {
   if (scan.lastPut() < reach) {
     return Complain("'%s' ends at PUT %llu and had %llu; restore the folder from a backup",
@@ -126,8 +126,7 @@ bool Journal::CutTo(uint32_t lengthBytes) {
   return flushed == 0 || Fails(flushed, "flush");
 }
 
-// Back to the last record that counts. If it fails, the next PUT takes the place of what should
-// have gone.
+// Cuts the file to the last valid record. If this fails, the next PUT overwrites the rest.
 void Journal::CutBack() {
   if (CutTo(endBytes_)) return;
   Complain("PUT %llu was refused, and may be carried out if the server is killed before the next",
@@ -141,7 +140,8 @@ bool Journal::WriteRecord(const JournalRecord& record) {
   const uint32_t written =
       KivSdFilePWrite(ctx, file_, &record, endBytes_, kRecordBytes, &count, &osError);
   if (written != 0) return Fails(written, "write");
-  if (count != kRecordBytes) return Complain("'%s' took half a record", path_.c_str());
+  if (count != kRecordBytes)
+    return Complain("only a part of a record could be written to '%s'", path_.c_str());
   const uint32_t flushed = KivSdFileFlush(ctx, file_);
   return flushed == 0 || Fails(flushed, "flush");
 }

@@ -1,13 +1,19 @@
 // The journal: a file of records (journal_record.h), one for each PUT since `cells.pag` was
-// written. A record is appended and flushed, and only then the PUT is carried out and its client
-// told. So what a client was told is there after the process was killed, after the system has
-// stopped, and after a power cut.
+// written. A record is appended and flushed before the cell is changed and the client receives its
+// reply. This decides what a crash preserves, be it a killed process, a stopped system or a power
+// cut:
 //
-// Only the last record can be torn: one PUT is under way at a time, and the next is written where a
-// failed one was to be.
+//   reply      after the crash
+//   stored     the PUT is there
+//   ERROR      the PUT is not there; unless its record could not be removed, which the server
+//              reports, and the crash comes before the next PUT
+//   none yet   the PUT is there as a whole, or not at all
 //
-// One thread at a time, with a record. Once the server has started, whoever changes the file holds
-// a lease of the write pause meanwhile; so during a pause the file and its length stay as they are.
+// Only the last record can be torn: one PUT is under way at a time, and after a failed PUT the next
+// record overwrites the failed one.
+//
+// One thread at a time, with a record. After the start, a thread that changes the file holds a
+// lease of the write pause; during a pause the file and its length therefore do not change.
 #ifndef CELLHOST_STORAGE_JOURNAL_H
 #define CELLHOST_STORAGE_JOURNAL_H
 
@@ -16,18 +22,18 @@
 #include <functional>
 #include <string>
 
-#include "cube/words.h"
 #include "host/host_memory.h"
+#include "host/words.h"
 #include "kivsdu/file.h"
 #include "storage/journal_record.h"
 
 namespace cellhost {
 
-// What a start found.
+// The result of a replay.
 struct Replayed {
   uint64_t carriedOut;
-  uint64_t passedOver;    // that the cells had in them
-  uint32_t droppedBytes;  // of a last record that was torn or damaged
+  uint64_t passedOver;    // PUTs that the cells already included
+  uint32_t droppedBytes;  // size of a torn or damaged last record
 };
 
 class Journal {
@@ -37,39 +43,40 @@ class Journal {
   Journal& operator=(const Journal&) = delete;
   ~Journal();
 
-  // Opens or makes the file. False on failure, which has then been told.
+  // Opens or makes the file. Returns false on failure, after reporting it.
   bool Open(const std::string& path);
 
-  // Carries out what the cells do not have in them, cuts a torn end off, and makes the journal
-  // ready for the next PUT.
+  // Applies the PUTs that the cells do not include, cuts off a torn last record, and prepares the
+  // journal for the next PUT.
   //
-  //   included  the number of the last PUT that the cells have in them
-  //   reach     the number of a PUT that the cells or the journal must have
-  //   carryOut  takes the cell of a PUT; false ends it
+  //   included  number of the last PUT that the cells include
+  //   reach     number of a PUT that the cells or the journal must include
+  //   carryOut  applies the cell of a PUT; returning false ends the replay
   //
-  // False on failure, when a record that is not the last is damaged or does not follow, and when
-  // the journal ends before it should; it is then as it was, and why has been told.
+  // Returns false, after reporting the reason, if the file cannot be read or cut, if a record other
+  // than the last is damaged, if a number is missing, or if the journal ends before `reach`. In the
+  // last three cases the journal is unchanged.
   using CarryOut = std::function<bool(const StoredCell&)>;
   bool Replay(uint64_t included, uint64_t reach, Replayed* replayed, const CarryOut& carryOut);
 
-  // Appends a PUT. Whether the record is on the device; if not, `fault` says why, and the record is
-  // cut off again. Where even that fails, which is told, the PUT may be carried out at the next
-  // start, if no other follows before.
+  // Appends a PUT. Returns whether the record is on the device. If not, sets `fault` and cuts the
+  // record off again. If cutting fails, too, reports it: the next start may then apply the PUT,
+  // unless another PUT overwrites the record before.
   bool Append(const StoredCell& cell, Fault* fault);
 
-  // Takes back what was appended last, likewise.
+  // Removes the last appended PUT, in the way in which Append removes a failed one.
   void TakeBack();
 
-  // Empties the file, once the cells on the device have all of it in them.
+  // Empties the file. Call it when the cells on the device include all PUTs.
   bool StartAnew();
 
-  uint64_t lastPut() const { return lastPut_; }  // its number
+  uint64_t lastPut() const { return lastPut_; }  // number of the last PUT
   uint32_t file() const { return file_; }
-  // Where the last record that counts ends; behind it a refused PUT may have left something.
+  // End of the last valid record. A refused PUT may have left bytes behind it.
   uint32_t endBytes() const { return endBytes_; }
 
  private:
-  using Piece = HostArray<JournalRecord>;  // some records of the file
+  using Piece = HostArray<JournalRecord>;  // consecutive records of the file
   bool ReadPiece(uint32_t offset, Piece* piece) const;
   bool Count(JournalScan::Step step, uint32_t offset, Replayed* replayed) const;
   bool MakeReady(const JournalScan& scan, uint64_t reach, Replayed* replayed);
@@ -80,11 +87,11 @@ class Journal {
 
   std::string path_;
   uint32_t file_ = KIV_FILE_NONE;
-  uint32_t endBytes_ = 0;  // behind the last record that counts
+  uint32_t endBytes_ = 0;  // end of the last valid record
   uint64_t lastPut_ = 0;
 };
 
-// Says that a PUT is refused because the journal cannot be written. Always false, to be returned.
+// Stores that a PUT is refused because the journal cannot be written. Always returns false.
 bool NotWritten(Fault* fault);
 
 }  // namespace cellhost

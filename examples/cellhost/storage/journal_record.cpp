@@ -1,4 +1,4 @@
-// Records as bytes; see journal_record.h.
+// Records of the journal; see journal_record.h.
 #include "storage/journal_record.h"
 
 #include "storage/checksum.h"

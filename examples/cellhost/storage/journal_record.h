@@ -1,11 +1,11 @@
-// The records of the journal, as bytes, and what a row of them means. Knows of no file.
+// The byte layout of the journal's records, and the meaning of their order; performs no file I/O.
 //
 //   0          8       16      24         32
 //   | PUT's no | place | value | checksum |
 //
-// PUTs are numbered from 1 on, without a gap and over all of a folder's journals: the head of
-// `cells.pag` says up to which its cells have them, so that no PUT is carried out twice, and a
-// journal that was not yet emptied does no harm.
+// PUTs are numbered from 1, without gaps, and on through all journals of a folder. The head of
+// `cells.pag` has the number of the last PUT that its cells include. No PUT is therefore applied
+// twice, even if a journal was not emptied.
 #ifndef CELLHOST_STORAGE_JOURNAL_RECORD_H
 #define CELLHOST_STORAGE_JOURNAL_RECORD_H
 
@@ -17,9 +17,9 @@
 namespace cellhost {
 
 struct JournalRecord {
-  uint64_t number;  // of the PUT
+  uint64_t number;  // number of the PUT
   StoredCell cell;
-  uint64_t checksum;  // of what is before it
+  uint64_t checksum;  // of the fields before it
 };
 static_assert(offsetof(JournalRecord, cell) == 8, "layout of the file");
 static_assert(offsetof(JournalRecord, checksum) == 24, "layout of the file");
@@ -30,24 +30,24 @@ constexpr uint32_t kRecordBytes = sizeof(JournalRecord);
 JournalRecord MakeRecord(uint64_t number, const StoredCell& cell);
 bool IsSound(const JournalRecord& record);
 
-// Goes through a journal's records in their order.
+// Decides what to do with each record of a journal, in their order.
 class JournalScan {
  public:
-  // included: the number of the last PUT that the cells have in them.
+  // included: number of the last PUT that the cells include.
   explicit JournalScan(uint64_t included) : included_(included) {}
 
   enum class Step {
     kCarryOut,
-    kPassOver,  // the cells have it in them
+    kPassOver,  // the cells include it already
     kDamaged,
-    kGap,  // whole, and not the PUT that has to follow
+    kGap,  // undamaged, but not the next PUT
   };
   Step Next(const JournalRecord& record);
 
-  // The number of the last PUT that the cells then have in them.
+  // Number of the last PUT that the cells include after the records so far.
   uint64_t lastPut() const { return hasNews() ? last_ : included_; }
 
-  // Whether there was a PUT that the cells did not have in them.
+  // Whether there was a PUT that the cells did not include.
   bool hasNews() const { return last_ > included_; }
 
  private:

@@ -1,4 +1,4 @@
-// Blocks to and from files; see page_file.h.
+// Reading and writing blocks; see page_file.h.
 #include "storage/page_file.h"
 
 #include <string.h>
@@ -14,7 +14,7 @@
 namespace cellhost {
 namespace {
 
-// The system's access rights, dispositions and flags for opening.
+// Windows values for opening a file: access rights, sharing, dispositions, flags.
 constexpr uint32_t kReadAccess = 0x80000000;
 constexpr uint32_t kReadAndWriteAccess = 0xC0000000;
 constexpr uint32_t kShareReading = 1;
@@ -22,11 +22,11 @@ constexpr uint32_t kMakeOrEmpty = 2;
 constexpr uint32_t kOpenExisting = 3;
 constexpr uint32_t kOverlapped = 0x40000000;
 
-// The runtime's, for the stream that flushes a file.
+// Flags of the C runtime, for the stream that flushes a file.
 constexpr uint32_t kReadAndWriteBinary = 0x8000 | 0x2;
 constexpr uint32_t kNoPermissions = 0;
 
-// The records lie in a page of their own behind the blocks.
+// The completion records have a page behind the buffers.
 constexpr uint32_t kPlacePages = kTransfersMax + 1;
 static_assert(kPageBytes == KIV_PAGE_UNIT);
 static_assert(kTransfersMax * sizeof(KivSdNoWaitCb) <= kPageBytes);
@@ -56,7 +56,8 @@ bool PageTransfers::MakePlaces() {
                    "make the events of transfers");
 }
 
-// Places that a transfer may still reach are left to the process's end.
+// Does not free buffers into which an abandoned transfer may still write; the end of the process
+// frees them.
 void PageTransfers::FreePlaces() {
   if (pages_ == nullptr || abandoned_) return;
   KivSdContext* ctx = ThisContext();
@@ -64,7 +65,7 @@ void PageTransfers::FreePlaces() {
     Succeeded(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records_, kTransfersMax),
               "close the events of transfers");
   }
-  Succeeded(ctx, KivSdAlignedMemFree(ctx, pages_), "give the pages of blocks back");
+  Succeeded(ctx, KivSdAlignedMemFree(ctx, pages_), "free the pages of blocks");
   pages_ = nullptr;
 }
 
@@ -76,7 +77,8 @@ bool PageTransfers::Open(const char* path, uint32_t access, uint32_t disposition
   return MakePlaces();
 }
 
-// A transfer that ended at once is collected like all others: its event is signalled.
+// Notes that a transfer was started. One that ended at once is collected like the others: its event
+// is signalled.
 bool PageTransfers::Started(uint32_t number, uint32_t status, uint32_t underWayStatus,
                             const char* what) {
   if (status != 0 && status != underWayStatus) {
@@ -139,11 +141,11 @@ bool PageReader::Open(const char* path) {
   if (!transfers_.Open(path, kReadAccess, kOpenExisting)) return false;
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdDirectIOFileSize(ctx, transfers_.file(), &pageCount_),
-                   "tell the size of a file of blocks");
+                   "read the size of a file of blocks");
 }
 
 const CellPage* PageReader::Next() {
-  // The place of the block that was given last is free now.
+  // The caller no longer uses the last returned block, so that its buffer is free.
   const uint32_t end = std::min(pageCount_, next_ + kTransfersMax);
   for (; started_ < end; ++started_) {
     if (!transfers_.StartRead(started_)) return nullptr;
@@ -164,7 +166,7 @@ bool PageWriter::Make(const char* path, uint32_t pageCount) {
   KivSdContext* ctx = ThisContext();
   uint32_t newSize = 0;
   return Succeeded(ctx, KivSdDirectIOFileSetEndOfFile(ctx, transfers_.file(), pageCount, &newSize),
-                   "give a file of blocks its size");
+                   "set the size of a file of blocks");
 }
 
 CellPage* PageWriter::Room() {

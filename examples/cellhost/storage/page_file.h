@@ -1,10 +1,10 @@
 // Files of blocks (cell_page.h), read or written from front to back by direct I/O. The files are
-// opened overlapped, so that every transfer has a completion record, and up to 8 are under way:
+// opened overlapped. Each transfer has a completion record; up to 8 are under way:
 //
-//   reading   blocks 0 to 7 are asked for; with each that is taken off the front, one more
-//   writing   each block goes off when it is full; the place of the oldest is waited for
+//   reading   starts to read blocks 0 to 7; after each block that is returned, starts one more
+//   writing   starts to write each block when it is full; waits if all 8 buffers are in use
 //
-// Each object is for one thread, with a record.
+// Each object belongs to one thread, with a record.
 #ifndef CELLHOST_STORAGE_PAGE_FILE_H
 #define CELLHOST_STORAGE_PAGE_FILE_H
 
@@ -17,26 +17,26 @@ namespace cellhost {
 
 constexpr uint32_t kTransfersMax = 8;
 
-// An open file, places for blocks, and the transfers between the two. What reading and writing
-// share.
+// The part that reading and writing share: an open file, buffers for blocks, and the transfers
+// between them.
 class PageTransfers {
  public:
   PageTransfers() = default;
   PageTransfers(const PageTransfers&) = delete;
   PageTransfers& operator=(const PageTransfers&) = delete;
-  ~PageTransfers();  // waits for what is under way
+  ~PageTransfers();  // waits for the transfers under way
 
-  // All of them are false on failure, which has then been told.
+  // All return false on failure, after reporting it.
   bool Open(const char* path, uint32_t access, uint32_t disposition);
   bool StartRead(uint32_t number);
   bool StartWrite(uint32_t number);
-  // Wait for the transfer under way in the place of a block, if there is one; and for all of them,
-  // beginning with the place of the block `oldest`.
+  // Collect waits for the transfer that uses the block's buffer, if there is one. CollectAll waits
+  // for all transfers, beginning with that of the block `oldest`.
   bool Collect(uint32_t number);
   bool CollectAll(uint32_t oldest);
   bool Close();
 
-  // Where a block lies, and the 8th after it.
+  // The buffer of a block. It is also the buffer of the 8th block after it.
   CellPage* PlaceFor(uint32_t number) { return &pages_[number % kTransfersMax]; }
   uint32_t file() const { return file_; }
   const char* path() const { return path_; }
@@ -48,25 +48,25 @@ class PageTransfers {
 
   const char* path_ = "";
   uint32_t file_ = KIV_DIRECTIO_NONE;
-  CellPage* pages_ = nullptr;         // so many as transfers, and behind them
-  KivSdNoWaitCb* records_ = nullptr;  // theirs, in memory of the same kind
+  CellPage* pages_ = nullptr;         // the buffers; the completion records follow them
+  KivSdNoWaitCb* records_ = nullptr;  // one for each buffer
   bool hasEvents_ = false;
   bool underWay_[kTransfersMax] = {};
-  uint32_t numbers_[kTransfersMax] = {};  // of the blocks
-  bool abandoned_ = false;                // the system may still write into the places
+  uint32_t numbers_[kTransfersMax] = {};  // numbers of the blocks in the buffers
+  bool abandoned_ = false;                // the system may still write into the buffers
 };
 
 class PageReader {
  public:
-  // Opens a file. False on failure, which has then been told.
+  // Opens a file. Returns false on failure, after reporting it.
   //
   //   path  not copied
   bool Open(const char* path);
 
   uint32_t pageCount() const { return pageCount_; }
 
-  // The next block, until the next call; null on failure, a damaged block included, which has then
-  // been told. At most pageCount times.
+  // Returns the next block, valid until the next call. Null if the block cannot be read or is
+  // damaged, after reporting it. Call it at most pageCount times.
   const CellPage* Next();
 
  private:
@@ -78,20 +78,20 @@ class PageReader {
 
 class PageWriter {
  public:
-  // Makes a file, or empties one that is there, and gives it its size, so that no block that is
-  // written makes it longer. False on failure, which has then been told.
+  // Makes a file or empties an existing one, and sets its size, so that writing a block need not
+  // extend it. Returns false on failure, after reporting it.
   //
   //   path  not copied
   bool Make(const char* path, uint32_t pageCount);
 
-  // Room for the next block, whatever it held; null on failure.
+  // Returns the buffer for the next block, with undefined content; null on failure.
   CellPage* Room();
 
-  // Sends the block off that Room gave.
+  // Starts to write the block that Room returned.
   bool Write();
 
-  // After the last block: waits for all of them, closes the file and has the system and the device
-  // write what they hold of it.
+  // Call after the last block. Waits for all transfers, closes the file and flushes it to the
+  // device.
   bool Finish();
 
  private:
@@ -99,8 +99,8 @@ class PageWriter {
   PageTransfers transfers_;
 };
 
-// Has the system and the device write what they hold of a file. False on failure, which has then
-// been told.
+// Flushes the caches of the system and the device for a file. Returns false on failure, after
+// reporting it.
 bool FlushFile(const char* path);
 
 }  // namespace cellhost

@@ -1,4 +1,4 @@
-// Looking for files and changing their names; see rename_file.h.
+// Checking and renaming files; see rename_file.h.
 #include "storage/rename_file.h"
 
 #include <windows.h>
@@ -25,7 +25,7 @@ bool PutInPlace(const char* path, const char* placePath) {
                   GetLastError());
 }
 
-// A folder takes no other's place: the system refuses the flag for it.
+// Without MOVEFILE_REPLACE_EXISTING, which the system refuses for folders.
 bool GiveName(const char* path, const char* namePath) {
   if (MoveFileExA(path, namePath, MOVEFILE_WRITE_THROUGH) != 0) return true;
   return Complain("could not name '%s' '%s': OS error %lu", path, namePath, GetLastError());

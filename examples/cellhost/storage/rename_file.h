@@ -1,5 +1,5 @@
-// Where files and folders are: whether there is one, and changing names. The library has no
-// operation for the latter, so this asks the system itself.
+// Checks whether files and folders exist, and renames them. Renaming calls the operating system
+// directly, because the library has no operation for it.
 #ifndef CELLHOST_STORAGE_RENAME_FILE_H
 #define CELLHOST_STORAGE_RENAME_FILE_H
 
@@ -7,15 +7,15 @@
 
 namespace cellhost {
 
-// Whether there is a file or a folder. False on failure, which has then been told.
+// Finds out whether a file or folder exists. Returns false on failure, after reporting it.
 bool Exists(const std::string& path, bool* exists);
 
-// Gives a file the name of another, which goes if it is there: at every moment the name is the
-// whole of the one or of the other. Returns when the device has the change, where the file system
-// can wait for it. False on failure, which has then been told.
+// Renames a file, and replaces an existing file of the new name. At every moment the name refers to
+// the complete old file or the complete new one. Returns after the change has reached the device,
+// if the file system supports waiting for it. Returns false on failure, after reporting it.
 bool PutInPlace(const char* path, const char* placePath);
 
-// Gives a folder, in which no file is open, a name that nothing has yet. Returns and fails like
+// Renames a folder in which no file is open; the new name must not exist. Returns and fails like
 // PutInPlace.
 bool GiveName(const char* path, const char* namePath);
 

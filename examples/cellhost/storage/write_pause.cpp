@@ -11,7 +11,7 @@
 namespace cellhost {
 namespace {
 
-// The lock's nodes lie in tables of the leases, where no other lock has any.
+// The lease contexts have their own lock tables, in which this is the only lock.
 constexpr int32_t kLockNumber = 2;
 constexpr int32_t kSlot = 0;
 constexpr uint8_t kBlockingAllowed = 1;  // a pause is long
@@ -34,12 +34,12 @@ bool WritePause::Create() {
   return true;
 }
 
-// acquire: a pause that was lifted in between is seen by a thread that reads files afterwards.
+// acquire: if the pause was lifted meanwhile, the caller's later file reads see that.
 bool WritePause::IsInForce() {
   return std::atomic_ref<uint64_t>(block_.paused).load(std::memory_order_acquire) != 0;
 }
 
-// The rule of a writer that waits. While nobody writes, no such writer is there to lift the pause.
+// The rule by which a waiting writer lifts a pause. Applied here, because no writer may be waiting.
 bool WritePause::HasExpired() const {
   KivSdContext* ctx = ThisContext();
   uint64_t now = 0;
@@ -60,7 +60,7 @@ bool WriteLease::Take() {
 
 WriteLease::~WriteLease() {
   if (lease_.held != 0) {
-    Succeeded(lease_.ctx, KivSdReleaseWriteIOLease(&lease_), "give a lease back");
+    Succeeded(lease_.ctx, KivSdReleaseWriteIOLease(&lease_), "release a lease");
   }
   Succeeded(nullptr, KivRWLockFreeQNodes(&lease_.locks), "free a lease's locks");
 }

@@ -1,5 +1,5 @@
-// The pause of the process's file writes, and a thread's part in it. Every write of the journal
-// goes through a lease, so that during a pause the files stay as they are.
+// The pause of the process's file writes, and the leases of its threads. Every write to the journal
+// needs a lease; during a pause the files therefore do not change.
 #ifndef CELLHOST_STORAGE_WRITE_PAUSE_H
 #define CELLHOST_STORAGE_WRITE_PAUSE_H
 
@@ -14,16 +14,16 @@ class WritePause {
   WritePause() = default;
   WritePause(const WritePause&) = delete;
   WritePause& operator=(const WritePause&) = delete;
-  ~WritePause();  // when no thread uses it any more
+  ~WritePause();  // no thread may use it any more
 
-  // Before anything else. False on failure, which has then been told.
+  // Call this first. Returns false on failure, after reporting it.
   bool Create();
 
-  // Whether there is a pause. Any thread.
+  // Whether a pause is in force. Any thread.
   bool IsInForce();
 
-  // Whether the last pause, if it is still in force, has lasted its maximum. Only for the thread
-  // that alone may begin one.
+  // Whether the maximum of the last pause has passed. The pause may be lifted or still in force.
+  // Only for the one thread that may begin a pause.
   bool HasExpired() const;
 
   KivSdWritePause* block() { return &block_; }
@@ -32,17 +32,16 @@ class WritePause {
   KivSdWritePause block_ = {};
 };
 
-// The calling thread's lease context for its scope, and a lease if it takes one. On a thread with a
-// record.
+// A lease context of the calling thread, for one scope. The thread must have a record.
 class WriteLease {
  public:
   explicit WriteLease(WritePause* pause);
   WriteLease(const WriteLease&) = delete;
   WriteLease& operator=(const WriteLease&) = delete;
-  ~WriteLease();  // gives the lease back
+  ~WriteLease();  // releases the lease, if it was taken
 
-  // Takes the lease, once; during a pause it waits until the pause is lifted, and lifts one that
-  // has lasted its maximum. False on failure, which has then been told.
+  // Takes the lease, once. Waits during a pause; lifts a pause whose maximum has passed. Returns
+  // false on failure, after reporting it.
   bool Take();
 
   KivSdWriteLease* context() { return &lease_; }

@@ -1,5 +1,4 @@
-// Backups: copies of one moment while PUTs are carried out, pauses that end by themselves, and what
-// is left of a backup that fails.
+// Backups: copies of one moment while PUTs go on, pauses that expire, and failed backups.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -28,7 +27,7 @@ using test::InThread;
 using test::Numbered;
 
 constexpr uint32_t kWriters = 4;
-constexpr double kPollMs = 2000;  // a writer that waits looks so often
+constexpr double kPollMs = 2000;  // a waiting writer checks the pause at this interval
 
 class BackupTest : public test::CellStoreTest {
  protected:
@@ -36,17 +35,17 @@ class BackupTest : public test::CellStoreTest {
 
   std::string Copy(uint32_t number) const { return Path(Numbered("backup-", number)); }
   bool HasCopy(uint32_t number) const { return std::filesystem::exists(Copy(number)); }
-  // Of a backup that is under way, or was not finished.
+  // Whether there is an unfinished copy.
   bool HasNewCopy() const { return std::filesystem::exists(newCopy_); }
 
-  // What the files have in them, as another program sees it.
+  // The contents of the files, as another program reads them.
   std::string Files() const { return Bytes(Path("cells.pag")) + Bytes(Path("cells.jnl")); }
 
   const std::string newCopy_ = Path("backup.new");
   CellStore store_;
 };
 
-// Threads that each count up in a cell of their own until the end of the scope.
+// Threads for one scope; each counts up in its own cell.
 class Counters {
  public:
   explicit Counters(CellStore* store) : store_(*store) {
@@ -63,7 +62,7 @@ class Counters {
   }
 
   uint32_t stored(uint32_t writer) const { return stored_[writer]; }
-  // Until each has stored so many more.
+  // Waits until each thread has stored `count` more numbers.
   void AwaitMore(uint32_t count) const {
     for (const std::atomic<uint32_t>& stored : stored_) {
       const uint32_t wanted = stored + count;
@@ -86,7 +85,7 @@ class Counters {
   std::vector<std::thread> threads_;
 };
 
-TEST_F(BackupTest, ACopyHasTheCellsOfItsMoment) {
+TEST_F(BackupTest, CopiesTheCellsOfOneMoment) {
   bool made = false;
   EXPECT_EQ(store_.Put(0, 1, 7), "");
   EXPECT_EQ(store_.Put(0, 2, 8), "");
@@ -102,7 +101,7 @@ TEST_F(BackupTest, ACopyHasTheCellsOfItsMoment) {
   EXPECT_EQ(Reopen(Copy(1)), before);
 }
 
-TEST_F(BackupTest, EachHasAFolderOfItsOwn) {
+TEST_F(BackupTest, GetsItsOwnFolder) {
   bool made = false;
   const std::string first = store_.Everything();
   EXPECT_TRUE(Contains(store_.Backup(0, &made).text, "backup-1: "));
@@ -112,7 +111,7 @@ TEST_F(BackupTest, EachHasAFolderOfItsOwn) {
   EXPECT_EQ(Reopen(Copy(2)), store_.Everything());
 }
 
-TEST_F(BackupTest, IsOfOneMomentWhilePutsAreCarriedOut) {
+TEST_F(BackupTest, CopiesOneMomentWhilePutsGoOn) {
   for (uint32_t number = 1; number <= 5; ++number) {
     uint32_t atLeast[kWriters];
     uint32_t atMost[kWriters];
@@ -123,7 +122,7 @@ TEST_F(BackupTest, IsOfOneMomentWhilePutsAreCarriedOut) {
       bool made = false;
       const std::string text = store_.Backup(0, &made).text;
       ASSERT_TRUE(made) << text;
-      // Each writer may have one PUT under way that it has not counted.
+      // Each writer may have one PUT under way that is not counted yet.
       for (uint32_t at = 0; at < kWriters; ++at) atMost[at] = counters.stored(at) + 1;
       counters.AwaitMore(5);
     }
@@ -138,7 +137,7 @@ TEST_F(BackupTest, IsOfOneMomentWhilePutsAreCarriedOut) {
   }
 }
 
-TEST_F(BackupTest, QueriesAreAnsweredWhileAPutWaits) {
+TEST_F(BackupTest, LetsQueriesGoOnWhileAPutWaits) {
   bool made = false;
   store_.Backup(1, &made);
   ASSERT_TRUE(made);
@@ -156,7 +155,7 @@ TEST_F(BackupTest, QueriesAreAnsweredWhileAPutWaits) {
   EXPECT_EQ(store_.Cell(2, 2), "60");
 }
 
-TEST_F(BackupTest, APauseThatExpiresIsLiftedByAPutThatWaits) {
+TEST_F(BackupTest, AWaitingPutLiftsAnExpiredPause) {
   bool made = false;
   const std::string text = store_.Backup(1, &made).text;
   ASSERT_TRUE(made) << text;
@@ -170,7 +169,7 @@ TEST_F(BackupTest, APauseThatExpiresIsLiftedByAPutThatWaits) {
   EXPECT_EQ(store_.Put(1, 1, 71), "");
 }
 
-TEST_F(BackupTest, ASecondIsToldOfThePauseOfTheFirst) {
+TEST_F(BackupTest, ASecondFailsDuringThePauseOfTheFirst) {
   bool made = false;
   store_.Backup(600, &made);
   ASSERT_TRUE(made);
@@ -180,7 +179,7 @@ TEST_F(BackupTest, ASecondIsToldOfThePauseOfTheFirst) {
   EXPECT_FALSE(HasCopy(2));
 }
 
-TEST_F(BackupTest, APauseThatHasExpiredIsNoneForTheNextBackup) {
+TEST_F(BackupTest, TheNextLiftsAnExpiredPause) {
   bool made = false;
   store_.Backup(1, &made);
   ASSERT_TRUE(made);
@@ -190,9 +189,9 @@ TEST_F(BackupTest, APauseThatHasExpiredIsNoneForTheNextBackup) {
   EXPECT_EQ(store_.Put(1, 1, 70), "");
 }
 
-// ---- In the middle of one ----
+// ---- In the middle of a backup ----
 
-// Stands before every read of the system while it lives: the first waits until GoOn.
+// Replaces ReadFile for its lifetime: the first read waits until GoOn.
 class StoppedRead {
  public:
   StoppedRead() {
@@ -222,7 +221,7 @@ class StoppedRead {
   ImportPatch patch_{"ReadFile", reinterpret_cast<void*>(&Stop)};
 };
 
-// Stands before every flush of the runtime while it lives, as StoppedRead does.
+// Replaces the C runtime's flush for its lifetime: the first flush waits until GoOn.
 class StoppedFlush {
  public:
   StoppedFlush() {
@@ -251,7 +250,7 @@ class StoppedFlush {
   ImportPatch patch_{"_commit", reinterpret_cast<void*>(&Stop)};
 };
 
-TEST_F(BackupTest, ItsPauseWaitsForARecordThatIsNotYetOnTheDevice) {
+TEST_F(BackupTest, WaitsForARecordThatIsNotYetOnTheDevice) {
   const StoppedFlush stopped;
   std::thread writer([&] {
     const InThread record;
@@ -275,7 +274,7 @@ TEST_F(BackupTest, ItsPauseWaitsForARecordThatIsNotYetOnTheDevice) {
   EXPECT_EQ(copy.Cell(1, 2), "70");
 }
 
-TEST_F(BackupTest, HasItsNameOnlyWhenItIsWhole) {
+TEST_F(BackupTest, GetsItsNameOnlyWhenComplete) {
   ASSERT_EQ(store_.Put(0, 1, 7), "");
   const StoppedRead stopped;
   bool made = false;
@@ -292,12 +291,12 @@ TEST_F(BackupTest, HasItsNameOnlyWhenItIsWhole) {
   ASSERT_TRUE(made);
   EXPECT_TRUE(HasCopy(1));
   EXPECT_FALSE(HasNewCopy());
-  // What a server that was killed then would have left is not taken for a folder of cells.
+  // A server does not accept the unfinished copy that a killed server would leave.
   EXPECT_NE(Reopen(Path("killed")), store_.Everything());
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
 }
 
-TEST_F(BackupTest, WhatAKilledServerHasLeftOfACopyIsRemovedByTheNext) {
+TEST_F(BackupTest, RemovesAnUnfinishedCopyOfAKilledServer) {
   folder_.Make("data\\backup.new");
   Write(newCopy_ + "\\cells.pag", "half");
   Write(newCopy_ + "\\stale", "");
@@ -309,7 +308,7 @@ TEST_F(BackupTest, WhatAKilledServerHasLeftOfACopyIsRemovedByTheNext) {
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
 }
 
-TEST_F(BackupTest, ACopyOfWhichPutsAreMissingIsRefused) {
+TEST_F(BackupTest, ACopyThatLacksPutsIsRefused) {
   for (const uint32_t at : {0u, 1u, 2u}) EXPECT_EQ(store_.Put(at, at + 1, 9), "");
   bool made = false;
   store_.Backup(0, &made);
@@ -326,8 +325,8 @@ TEST_F(BackupTest, ACopyOfWhichPutsAreMissingIsRefused) {
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
 }
 
-// A server on a copy goes on from there, and what it writes back reaches as far.
-TEST_F(BackupTest, ACopyCanBeServedAgainAndAgain) {
+// A server can serve a copy, change cells and write them back; the mark stays valid.
+TEST_F(BackupTest, ACopyCanBeServedRepeatedly) {
   EXPECT_EQ(store_.Put(0, 1, 9), "");
   bool made = false;
   store_.Backup(0, &made);
@@ -348,8 +347,8 @@ TEST_F(BackupTest, ACopyCanBeServedAgainAndAgain) {
   EXPECT_EQ(Reopen(Copy(1)), before);
 }
 
-// A refused PUT may leave a record that could not even be cut off.
-TEST_F(BackupTest, CopiesTheJournalUpToTheLastRecordThatCounts) {
+// A refused PUT may leave a record that could not be cut off.
+TEST_F(BackupTest, CopiesTheJournalUpToTheLastValidRecord) {
   EXPECT_EQ(store_.Put(0, 1, 7), "");
   const std::string before = store_.Everything();
   ToldBy([&] {
@@ -365,7 +364,7 @@ TEST_F(BackupTest, CopiesTheJournalUpToTheLastRecordThatCounts) {
   EXPECT_EQ(Reopen(Copy(1)), before);
 }
 
-// The wall clock, so many seconds ahead from Advance on.
+// Replaces the wall clock for its lifetime; Advance sets it ahead.
 class AdvancedClock {
  public:
   AdvancedClock() {
@@ -387,8 +386,8 @@ class AdvancedClock {
   ImportPatch patch_{"_time64", reinterpret_cast<void*>(&Ahead)};
 };
 
-// Another program may be copying the files.
-TEST_F(BackupTest, CellsAreNotWrittenBackBeforeAPauseIsOver) {
+// During a pause, another program may be copying the files.
+TEST_F(BackupTest, WriteBackWaitsForTheEndOfAPause) {
   EXPECT_EQ(store_.Put(0, 1, 7), "");
   bool made = false;
   const Stopwatch watch;
@@ -409,7 +408,7 @@ TEST_F(BackupTest, CellsAreNotWrittenBackBeforeAPauseIsOver) {
   EXPECT_EQ(Bytes(Path("cells.jnl")), "");
 }
 
-TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
+TEST_F(BackupTest, WriteBackWaitsForABackupUnderWay) {
   EXPECT_EQ(store_.Put(0, 1, 7), "");
   const AdvancedClock clock;
   const StoppedRead stopped;
@@ -420,7 +419,7 @@ TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
   });
   StoppedRead::AwaitStop();
   const std::string before = Files();
-  // The pause could be lifted, and whoever waited for that alone would look now and do so.
+  // The pause has expired: a thread that only waited for its end would lift it now.
   AdvancedClock::Advance(kBackupSecondsMax + 1);
   std::thread end([&] {
     const InThread record;
@@ -433,12 +432,12 @@ TEST_F(BackupTest, CellsAreNotWrittenBackInTheMiddleOfOne) {
   end.join();
   EXPECT_TRUE(made);
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
-  // From then on there are none.
+  // WriteBack prevents further backups.
   EXPECT_FALSE(Contains(store_.Backup(0, &made).text, "backup-2"));
   EXPECT_FALSE(made);
 }
 
-TEST_F(BackupTest, APlainOnePausesForALimitedTimeToo) {
+TEST_F(BackupTest, LimitsThePauseOfAPlainBackup) {
   const AdvancedClock clock;
   const StoppedRead stopped;
   bool made = true;
@@ -467,7 +466,7 @@ TEST_F(BackupTest, APlainOnePausesForALimitedTimeToo) {
   EXPECT_FALSE(HasCopy(1) || HasNewCopy());
 }
 
-TEST_F(BackupTest, TwoAtOnceAreNotMade) {
+TEST_F(BackupTest, ASecondFailsWhileTheFirstIsUnderWay) {
   const StoppedRead stopped;
   bool made = false;
   std::thread first([&] {
@@ -485,7 +484,7 @@ TEST_F(BackupTest, TwoAtOnceAreNotMade) {
   EXPECT_FALSE(HasCopy(2));
 }
 
-TEST_F(BackupTest, APauseThatIsOverBeforeTheCopyIsSpoilsIt) {
+TEST_F(BackupTest, FailsIfThePauseEndsBeforeTheCopy) {
   const StoppedRead stopped;
   std::string text;
   bool made = true;
@@ -503,7 +502,7 @@ TEST_F(BackupTest, APauseThatIsOverBeforeTheCopyIsSpoilsIt) {
   EXPECT_EQ(store_.Put(1, 1, 71), "");
 }
 
-TEST_F(BackupTest, OneThatFailsLeavesNothingAndWritesGoOn) {
+TEST_F(BackupTest, AFailedBackupLeavesNothingAndWritesGoOn) {
   for (const uint32_t maxSeconds : {0u, 600u}) {
     for (const char* function : {"WriteFile", "ReadFile", "_commit", "_mkdir"}) {
       bool made = true;
@@ -532,7 +531,7 @@ TEST_F(BackupTest, ADamagedBlockIsNotCopied) {
   EXPECT_FALSE(HasCopy(1) || HasNewCopy());
 }
 
-TEST_F(BackupTest, AJournalOfManyPiecesIsCopiedWhole) {
+TEST_F(BackupTest, CopiesAJournalOfManyPieces) {
   constexpr uint32_t kPuts = 64 * 1024 / kRecordBytes + 5;
   for (uint32_t at = 0; at < kPuts; ++at) {
     ASSERT_EQ(store_.Put(at % test::kRows, at % 7, at), "");

@@ -1,5 +1,4 @@
-// The cell cache: what PUTs change and what they leave alone, and many threads that read and write
-// at the same time.
+// The cell cache: the effects of PUTs, and many threads that read and write at the same time.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -33,7 +32,7 @@ class CellCacheTest : public testing::Test {
     EXPECT_TRUE(cube_.AddFact(facts[0], 1.5) && cube_.AddFact(facts[1], 20));
   }
 
-  // Everything that there is to ask.
+  // The count and all answers, to compare states.
   std::string Everything() {
     std::string all = std::to_string(CountOf(&cells_));
     for (const char* query : {"TOP fruit 9", "TOP place 9", "CELL apple Lima", "CELL apple Oslo",
@@ -52,7 +51,7 @@ constexpr char kAtFirst[] = "2; pear 20, apple 1.5; Oslo 20, Lima 1.5; 1.5; no d
 
 TEST_F(CellCacheTest, AnswersFromTheFacts) { EXPECT_EQ(Everything(), kAtFirst); }
 
-TEST_F(CellCacheTest, PutTakesThePlaceOfWhatWasThere) {
+TEST_F(CellCacheTest, PutReplacesTheNumber) {
   EXPECT_EQ(Put(&cells_, "PUT apple Lima 4"), "");
   EXPECT_EQ(Everything(), "2; pear 20, apple 4; Oslo 20, Lima 4; 4; no data; no data; 20");
   EXPECT_EQ(Put(&cells_, "PUT apple Lima 25"), "");
@@ -60,13 +59,13 @@ TEST_F(CellCacheTest, PutTakesThePlaceOfWhatWasThere) {
   EXPECT_EQ(Everything(), "2; apple 25, pear 20; Lima 25, Oslo 20; 25; no data; no data; 20");
 }
 
-TEST_F(CellCacheTest, PutMakesTheCellOfMembersThatNeverMet) {
+TEST_F(CellCacheTest, PutMakesAMissingCell) {
   EXPECT_EQ(Put(&cells_, "PUT pear Lima -2"), "");
   EXPECT_EQ(Everything(), "3; pear 18, apple 1.5; Oslo 20, Lima -0.5; 1.5; no data; -2; 20");
   EXPECT_EQ(AnswerTo(&cells_, "SUM fruit=pear"), "18");
 }
 
-TEST_F(CellCacheTest, ACellOfZeroStaysACell) {
+TEST_F(CellCacheTest, ACellOfZeroStays) {
   EXPECT_EQ(Put(&cells_, "PUT pear Oslo 0"), "");
   EXPECT_EQ(Put(&cells_, "PUT apple Oslo -0"), "");
   EXPECT_EQ(Everything(), "3; apple 1.5, pear 0; Lima 1.5, Oslo 0; 1.5; 0; no data; 0");
@@ -82,7 +81,7 @@ TEST_F(CellCacheTest, PutOfAnUnknownMemberChangesNothing) {
   EXPECT_EQ(Everything(), kAtFirst);
 }
 
-TEST_F(CellCacheTest, PutOfTooFewOrTooManyMembersChangesNothing) {
+TEST_F(CellCacheTest, PutOfAWrongNumberOfMembersChangesNothing) {
   EXPECT_EQ(Put(&cells_, "PUT apple 5"),
             "nothing stored: a cell has 2 members, one of each dimension, not 1");
   EXPECT_EQ(Put(&cells_, "PUT apple Lima Lima 5"),
@@ -91,7 +90,7 @@ TEST_F(CellCacheTest, PutOfTooFewOrTooManyMembersChangesNothing) {
 }
 
 TEST_F(CellCacheTest, IsFreeAfterEveryOrderAndQuery) {
-  // With a lock that stays held, one of these would wait for ever, or be refused.
+  // If the lock stayed held, one of these would wait forever or be refused.
   for (const char* order : {"PUT apple Lima 1", "PUT quince Lima 1", "PUT apple Lima 2"}) {
     Put(&cells_, order);
     EXPECT_EQ(CountOf(&cells_), 2u);
@@ -103,7 +102,7 @@ TEST_F(CellCacheTest, IsFreeAfterEveryOrderAndQuery) {
   EXPECT_EQ(AnswerTo(&cells_, "CELL apple Lima"), "2");
 }
 
-TEST_F(CellCacheTest, AThreadMayLeaveAndAnotherComeAgainAndAgain) {
+TEST_F(CellCacheTest, ThreadsMayComeAndGo) {
   for (int round = 0; round < 20; ++round) {
     std::thread([this, round] {
       const InThread record;
@@ -127,12 +126,12 @@ std::string OrderOf(const std::string& cell, uint32_t value) {
   return "PUT " + cell + " " + std::to_string(value);
 }
 
-// A cube of known members, of which only one cell is there.
+// A cube in which all members are known but most cells are missing.
 class ManyThreads : public testing::Test {
  protected:
   ManyThreads() {
     EXPECT_TRUE(cube_.AddDimension("row") && cube_.AddDimension("column"));
-    // A member becomes known with a cell, so each row and column takes part in one of 0.
+    // A member becomes known only with a cell. Give each row and column a cell of value 0.
     for (uint32_t number = 0; number < kCellsEach; ++number) {
       const std::string row = Row(number < kWriters ? number : kWriters);
       const std::string column = Column(number);
@@ -141,13 +140,13 @@ class ManyThreads : public testing::Test {
     }
   }
 
-  // Has the readers end with the last writer, however that ends.
+  // Ends the readers with the last writer, even if that fails.
   struct Working {
     ~Working() { count->fetch_sub(1); }
     std::atomic<uint32_t>* count;
   };
 
-  // Every cell of a row gets the round's number, one after the other, and is read back.
+  // Stores the round's number in every cell of a row, and reads each back.
   void Write(uint32_t writer) {
     const InThread record;
     const Working working{&working_};
@@ -160,7 +159,7 @@ class ManyThreads : public testing::Test {
     }
   }
 
-  // No cell ever becomes smaller, so no sum may, nor the number of cells.
+  // No cell ever decreases; therefore no sum and no count may decrease.
   void Read(uint32_t reader) {
     const InThread record;
     const std::string query = "SUM row=" + Row(reader % kWriters);
@@ -182,7 +181,7 @@ class ManyThreads : public testing::Test {
   std::atomic<uint32_t> working_{kWriters};
 };
 
-TEST_F(ManyThreads, ReadWhileOthersChangeCellsAndMakeNewOnes) {
+TEST_F(ManyThreads, ReadWhileOthersChangeAndMakeCells) {
   OnThreads(kWriters + kReaders, [this](uint32_t number) {
     if (number < kWriters) {
       Write(number);
@@ -195,7 +194,7 @@ TEST_F(ManyThreads, ReadWhileOthersChangeCellsAndMakeNewOnes) {
   }
   EXPECT_EQ(AnswerTo(&cells_, "SUM row=" + Row(kWriters)), "0") << "nobody's";
   EXPECT_EQ(AnswerTo(&cells_, "SUM column=" + Column(7)), std::to_string(kRounds * kWriters));
-  // A cell for each writer and column, and those that were there for nobody.
+  // One cell for each writer and column, plus the initial cells outside the writers' rows.
   EXPECT_EQ(CountOf(&cells_), kWriters * kCellsEach + kCellsEach - kWriters);
 }
 

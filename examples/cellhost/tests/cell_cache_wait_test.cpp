@@ -1,7 +1,8 @@
-// The cell cache, stopped in the middle: who waits for whom, and PUTs when memory is short.
+// The cell cache, stopped in the middle of an operation: which thread waits for which, and PUTs
+// without memory.
 //
-// The library's calls of the C runtime's heap are patched: a PUT that makes a cell asks it for
-// room while it holds the lock, and so does a query with many sums.
+// The tests patch the library's calls of the C runtime's heap. A PUT that makes a cell allocates
+// while it holds the lock; a query with many sums does, too.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,7 +27,7 @@ using test::CountOf;
 using test::InThread;
 using test::Put;
 
-// Stands between the library and the heap while it lives. One at a time.
+// Replaces the library's heap calls for its lifetime. One object at a time.
 class Heap {
  public:
   Heap() {
@@ -36,14 +37,14 @@ class Heap {
     goOn_ = false;
   }
 
-  // The next allocation of the calling thread waits until GoOn. Once.
+  // Makes the calling thread's next allocation wait until GoOn.
   static void StopHere() { stopping_ = std::this_thread::get_id(); }
   static void AwaitStop() {
     while (!stopped_) std::this_thread::yield();
   }
   static void GoOn() { goOn_ = true; }
 
-  // The allocation of this number, counted from 0 and from now, fails.
+  // Makes a later allocation fail: 0 is the next one.
   static void Fail(uint32_t number) {
     allocations_ = 0;
     failing_ = number;
@@ -93,7 +94,7 @@ class Meanwhile {
   Meanwhile& operator=(const Meanwhile&) = delete;
   ~Meanwhile() { thread_.join(); }
 
-  // Looks after a while in which it could be done.
+  // Returns whether the work is still not done after a while.
   bool Waits() const {
     std::this_thread::sleep_for(std::chrono::milliseconds(kShortMs));
     return !done_;
@@ -107,7 +108,7 @@ class Meanwhile {
   std::thread thread_;
 };
 
-// A power of two, so that the arrays of the cells are full.
+// A power of two: the arrays of the cells are then full.
 constexpr uint32_t kRows = 4096;
 
 std::string Row(uint32_t row) { return "row" + std::to_string(row); }
@@ -124,7 +125,8 @@ class CellCacheWait : public testing::Test {
     }
   }
 
-  // Stops in its first allocation under the lock: the thread has met the lock before.
+  // Stops a PUT in its first allocation under the lock. Uses the lock before, so that the lock's
+  // own allocation is already done.
   void StopInPut() {
     CountOf(&cells_);
     PutOrder order;
@@ -153,7 +155,7 @@ class CellCacheWait : public testing::Test {
   CellCache cells_{&cube_};
 };
 
-TEST_F(CellCacheWait, QueriesWaitForAPutThatIsUnderWay) {
+TEST_F(CellCacheWait, QueriesWaitForAPutUnderWay) {
   const Heap heap;
   const Meanwhile put([this] { StopInPut(); });
   Heap::AwaitStop();
@@ -166,7 +168,7 @@ TEST_F(CellCacheWait, QueriesWaitForAPutThatIsUnderWay) {
   }
 }
 
-TEST_F(CellCacheWait, APutWaitsForAPutThatIsUnderWay) {
+TEST_F(CellCacheWait, APutWaitsForAPutUnderWay) {
   const Heap heap;
   const Meanwhile first([this] { StopInPut(); });
   Heap::AwaitStop();
@@ -178,7 +180,7 @@ TEST_F(CellCacheWait, APutWaitsForAPutThatIsUnderWay) {
   EXPECT_EQ(AnswerTo(&cells_, "CELL row1 a"), "7");
 }
 
-TEST_F(CellCacheWait, QueriesGoTogetherAndAPutWaitsForThem) {
+TEST_F(CellCacheWait, QueriesShareTheLockAndAPutWaitsForThem) {
   const Heap heap;
   const Meanwhile query([this] { StopInQuery(); });
   Heap::AwaitStop();
@@ -192,7 +194,7 @@ TEST_F(CellCacheWait, QueriesGoTogetherAndAPutWaitsForThem) {
   EXPECT_EQ(AnswerTo(&cells_, "TOP row 1"), "row5 9");
 }
 
-TEST_F(CellCacheWait, ARefusedPutWaitsForNobody) {
+TEST_F(CellCacheWait, ARefusedPutDoesNotWait) {
   const Heap heap;
   const Meanwhile query([this] { StopInQuery(); });
   Heap::AwaitStop();
@@ -204,10 +206,10 @@ TEST_F(CellCacheWait, ARefusedPutWaitsForNobody) {
 
 // ---- Memory ----
 
-// From a few cells on, so that every array grows several times, each at other cells.
+// Starts with a few cells, so that every array grows several times, at different cells.
 class CellCacheMemory : public testing::Test {
  protected:
-  static constexpr uint32_t kMembers = 10;  // of each dimension; they meet in kMembers cells
+  static constexpr uint32_t kMembers = 10;  // of each dimension; with kMembers cells initially
 
   CellCacheMemory() {
     EXPECT_TRUE(cube_.AddDimension("row") && cube_.AddDimension("column"));
@@ -219,8 +221,8 @@ class CellCacheMemory : public testing::Test {
     EXPECT_EQ(Put(&cells_, "PUT 0 0 1"), "") << "the thread and the lock have met";
   }
 
-  // Carries a PUT of a new cell out, with each of its allocations failing once. How often it was
-  // refused.
+  // Repeats the PUT of a new cell with each of its allocations failing once. Returns how often it
+  // was refused.
   uint32_t PutAgainstFailures(const std::string& cell) {
     TextStack words;
     PutOrder order;
@@ -247,7 +249,7 @@ class CellCacheMemory : public testing::Test {
     EXPECT_EQ(AnswerTo(&cells_, "CELL " + cell), value);
   }
 
-  // The sums of all rows in the order of TOP, when cells are made row after row.
+  // The expected sums of all rows in the order of TOP, if cells are made row after row.
   static std::string SumsOf(uint32_t cells) {
     const uint32_t made = cells - kMembers;
     const uint32_t full = made / (kMembers - 1);
@@ -265,7 +267,7 @@ class CellCacheMemory : public testing::Test {
   CellCache cells_{&cube_};
 };
 
-TEST_F(CellCacheMemory, APutIsCarriedOutWholeOrNotAtAll) {
+TEST_F(CellCacheMemory, APutSucceedsOrChangesNothing) {
   const Heap heap;
   uint32_t refused = 0;
   for (uint32_t row = 0; row < kMembers; ++row) {

@@ -1,8 +1,8 @@
-// Kills a process that starts on a folder, carries PUTs out, makes backups and writes its cells
-// back, many times at random moments of each, and starts anew on what it left: each PUT that was
-// reported is there, and no other but the one that was under way, and so in each backup.
+// Kills a process at random moments while it starts on a folder, carries out PUTs, makes backups or
+// writes its cells back. After each kill, a new start must find each reported PUT, and no other
+// except the one that was under way; each backup likewise.
 //
-// 100 kills, or as many as KIVSDU_CELL_KILLS says.
+// Kills 100 times, or as often as KIVSDU_CELL_KILLS says.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -38,35 +38,35 @@ using test::InThread;
 
 constexpr uint32_t kKills = 100;
 constexpr uint32_t kWriters = 3;
-constexpr uint32_t kRows = 4 * kCellsInPage;  // so that copying and writing take a while
-constexpr uint32_t kPutsEach = 5;             // between two backups, or two write-backs
-constexpr uint32_t kBackupsMax = 100;         // of a process
+constexpr uint32_t kRows = 4 * kCellsInPage;  // enough that copying and writing take a while
+constexpr uint32_t kPutsEach = 5;             // PUTs between two backups or two write-backs
+constexpr uint32_t kBackupsMax = 100;         // backups of one process
 constexpr uint32_t kLongestMicroseconds = 40'000;
 
-// What a process is at when it is killed.
+// What a process does when it is killed.
 enum Moment { kFirstStart, kStart, kPuts, kBackup, kWriteBack, kMoments };
 
-// How far a process has come, in memory that it shares with the test.
+// The progress of a process, in memory shared with the test.
 struct Progress {
-  volatile LONG stored[kWriters];                    // each writer has counted up to here
-  volatile LONG begun;                               // how often it has begun what it is killed at
-  volatile LONG backups;                             // begun
-  volatile LONG atLeast[kBackupsMax + 1][kWriters];  // what each backup must have, by its number
+  volatile LONG stored[kWriters];                    // last number stored by each writer
+  volatile LONG begun;                               // how often it has begun its work
+  volatile LONG backups;                             // backups begun
+  volatile LONG atLeast[kBackupsMax + 1][kWriters];  // lower bounds for each backup, by its number
 };
 
 using SharedProgress = kiv::test::SharedRecord<Progress>;
 
 void Note(volatile LONG* value) { InterlockedIncrement(value); }
 
-// The cells of a folder, and what is done to them.
+// The process that is killed: the cells of a folder, and its work on them.
 class Server {
  public:
   explicit Server(const SharedProgress& progress) : progress_(progress) {}
 
   bool Start(const std::string& folder) { return store_.Open(folder); }
 
-  // Has each writer count up in a cell of its own, from what it is there, while `action` is done.
-  // Each step is reported.
+  // Lets each writer count up in its own cell, from the cell's value on, during `action`. Reports
+  // each step.
   template <class Action>
   void CountDuring(Action action) {
     stop_ = false;
@@ -77,7 +77,7 @@ class Server {
     for (std::thread& writer : writers) writer.join();
   }
 
-  // Until each writer has reported some more.
+  // Waits until each writer has reported kPutsEach more PUTs.
   void AwaitMore() const {
     for (uint32_t at = 0; at < kWriters; ++at) {
       const LONG wanted = progress_->stored[at] + static_cast<LONG>(kPutsEach);
@@ -116,7 +116,7 @@ class Server {
   std::atomic<bool> stop_{false};
 };
 
-// What ends by itself has failed: {folder, progress, moment}
+// The role of the process; it ends only if it fails. Arguments: {folder, progress, moment}
 uint32_t ServeForEver(const RoleArguments& arguments) {
   const kiv::test::OneProcessor oneProcessor;
   const InHost host;
@@ -170,12 +170,13 @@ class KillTest : public test::CellStoreTest {
     before_ = {};
   }
 
-  // What a writer has stored, in the cells of a folder.
+  // The number in a writer's cell of a folder.
   static LONG StoredIn(CellStore& store, uint32_t writer) {
     return std::atol(store.Cell(writer, writer + 1).c_str());
   }
 
-  // Each cell has what was reported or the PUT that was under way; the next process goes on there.
+  // Checks that each cell has the last reported number or the next one, which was under way. The
+  // next process goes on from there.
   void CheckFolder() {
     CellStore store(kRows);
     ASSERT_TRUE(store.Open(Folder()));
@@ -189,7 +190,7 @@ class KillTest : public test::CellStoreTest {
       InterlockedExchange(&progress_->stored[at], stored);
       puts += static_cast<uint64_t>(stored);
     }
-    // As they count up, the PUTs are as many as the cells say together: none was carried out twice.
+    // The writers count up. The sum of the cells is the number of PUTs if none was applied twice.
     EXPECT_EQ(store.files().lastPut(), puts);
     stored_ += puts - before_;
     before_ = puts;
@@ -206,7 +207,7 @@ class KillTest : public test::CellStoreTest {
     ++backups_;
   }
 
-  // What has no number is whole or refused, or nothing has been copied yet.
+  // Checks an unfinished copy: it is complete, or refused, or nothing has been copied yet.
   void CheckNewCopy() {
     const std::string folder = Path("backup.new");
     if (!std::filesystem::exists(folder)) return;
@@ -226,13 +227,13 @@ class KillTest : public test::CellStoreTest {
     }
   }
 
-  // Each backup that has a number, of the process that was killed.
+  // Checks each finished backup of the killed process.
   void CheckBackups() {
     CheckNewCopy();
     std::vector<std::string> folders;
     for (LONG number = 1; number <= progress_->backups; ++number) {
       const std::string folder = Path(test::Numbered("backup-", static_cast<uint32_t>(number)));
-      // All but the last have their names, for the process has begun another.
+      // Only the last backup may be unfinished.
       if (number == progress_->backups && !std::filesystem::exists(folder)) break;
       CheckBackup(folder, number);
       folders.push_back(folder);
@@ -244,13 +245,13 @@ class KillTest : public test::CellStoreTest {
   const std::string name_ = UniqueName("cell-files-kill");
   const SharedProgress progress_{name_};
   uint64_t before_ = 0;      // PUTs in the folder
-  uint64_t stored_ = 0;      // PUTs in all
-  uint32_t backups_ = 0;     // that were whole
-  uint32_t cutShort_ = 0;    // backups without a number
-  uint32_t notEmptied_ = 0;  // journals that the cells had in them
+  uint64_t stored_ = 0;      // PUTs of all processes
+  uint32_t backups_ = 0;     // finished backups
+  uint32_t cutShort_ = 0;    // unfinished backups
+  uint32_t notEmptied_ = 0;  // journals whose PUTs the cells already included
 };
 
-TEST_F(KillTest, NoPutThatWasReportedIsLostAndNoneIsCarriedOutTwice) {
+TEST_F(KillTest, NoReportedPutIsLostOrAppliedTwice) {
   const uint32_t kills = KillsWanted();
   for (uint32_t kill = 0; kill < kills; ++kill) {
     SCOPED_TRACE(testing::Message() << "kill " << kill);

@@ -1,5 +1,5 @@
-// Cells in files: from one start to the next, with and without an end in between; torn, damaged
-// and foreign files; writes that fail.
+// Cells in files: restarts after a clean end and after a kill; torn, damaged and foreign files;
+// failing writes.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -24,7 +24,7 @@ constexpr char kNotStored[] =
 
 class CellFilesTest : public test::CellStoreTest {
  protected:
-  // Stores some cells as a process that is killed; what the cells then are.
+  // Stores some cells like a process that is then killed. Returns the state of the cells.
   std::string StoreAndDie(uint32_t puts) {
     CellStore store;
     EXPECT_TRUE(store.Open(Folder()));
@@ -37,7 +37,7 @@ class CellFilesTest : public test::CellStoreTest {
   std::string mark_ = Path("cells.mrk");
 };
 
-TEST_F(CellFilesTest, AreMadeFromTheFactsAndThenTakeTheirPlace) {
+TEST_F(CellFilesTest, AreMadeFromTheFactsAndThenReplaceThem) {
   std::string atFirst;
   {
     CellStore store;
@@ -51,7 +51,7 @@ TEST_F(CellFilesTest, AreMadeFromTheFactsAndThenTakeTheirPlace) {
   EXPECT_EQ(Reopen(), atFirst);
 }
 
-TEST_F(CellFilesTest, HaveAllOfManyBlocks) {
+TEST_F(CellFilesTest, FillManyBlocks) {
   std::string atFirst;
   {
     CellStore store(kManyRows);
@@ -72,7 +72,7 @@ TEST_F(CellFilesTest, HaveAllOfManyBlocks) {
   EXPECT_EQ(store.Cell(kManyRows - 1, 0), "0.5");
 }
 
-TEST_F(CellFilesTest, HaveEveryPutOfAProcessThatWasKilled) {
+TEST_F(CellFilesTest, IncludeEveryPutOfAKilledProcess) {
   const std::string before = StoreAndDie(30);
   EXPECT_EQ(Bytes(journal_).size(), 30 * kRecordBytes);
   CellStore store;
@@ -84,7 +84,7 @@ TEST_F(CellFilesTest, HaveEveryPutOfAProcessThatWasKilled) {
   EXPECT_EQ(store.Cell(29, 30), "129");
 }
 
-TEST_F(CellFilesTest, GoOnBehindWhatWasReplayed) {
+TEST_F(CellFilesTest, AppendBehindReplayedPuts) {
   StoreAndDie(3);
   std::string before;
   {
@@ -97,7 +97,7 @@ TEST_F(CellFilesTest, GoOnBehindWhatWasReplayed) {
   EXPECT_EQ(Reopen(), before);
 }
 
-TEST_F(CellFilesTest, StartAnewAfterACleanEnd) {
+TEST_F(CellFilesTest, HaveAnEmptyJournalAfterACleanEnd) {
   std::string before;
   {
     CellStore store;
@@ -114,7 +114,7 @@ TEST_F(CellFilesTest, StartAnewAfterACleanEnd) {
   EXPECT_EQ(store.Cell(3, 4), "5.25");
 }
 
-TEST_F(CellFilesTest, AreNotWrittenWithoutAPut) {
+TEST_F(CellFilesTest, AreNotWrittenBackWithoutAPut) {
   StoreAndDie(0);
   const std::string before = Bytes(pages_);
   CellStore store;
@@ -124,8 +124,8 @@ TEST_F(CellFilesTest, AreNotWrittenWithoutAPut) {
   EXPECT_EQ(Bytes(pages_), before);
 }
 
-// The process was killed when the cells were in their place and the journal was not yet emptied.
-TEST_F(CellFilesTest, AJournalThatTheCellsHaveInThemIsPassedOver) {
+// The process was killed after cells.pag was replaced and before the journal was emptied.
+TEST_F(CellFilesTest, PutsThatTheCellsIncludeAreSkipped) {
   StoreAndDie(5);
   const std::string journal = Bytes(journal_);
   std::string before;
@@ -150,8 +150,8 @@ TEST_F(CellFilesTest, AJournalThatTheCellsHaveInThemIsPassedOver) {
   EXPECT_EQ(Reopen(), before);
 }
 
-// ... or before the new cells were in their place.
-TEST_F(CellFilesTest, CellsThatNeverTookTheirPlaceDoNoHarm) {
+// The process was killed before cells.pag was replaced.
+TEST_F(CellFilesTest, AnUnfinishedNewFileIsIgnored) {
   const std::string before = StoreAndDie(2);
   Write(Path("cells.new"), std::string(3 * kPageBytes, 'x'));
   EXPECT_EQ(Reopen(), before);
@@ -181,7 +181,7 @@ TEST_F(CellFilesTest, ALastRecordTornAtAnyByteIsDropped) {
   EXPECT_EQ(Reopen(), four);
 }
 
-TEST_F(CellFilesTest, ALastRecordDamagedInAnyByteIsDroppedAndItsPlaceUsedAgain) {
+TEST_F(CellFilesTest, ALastRecordDamagedInAnyByteIsDroppedAndOverwritten) {
   const std::string four = StoreAndDie(4);
   const std::string whole = Bytes(journal_);
   for (uint32_t at = 0; at < kRecordBytes; ++at) {
@@ -198,7 +198,7 @@ TEST_F(CellFilesTest, ALastRecordDamagedInAnyByteIsDroppedAndItsPlaceUsedAgain) 
   EXPECT_EQ(Bytes(journal_), whole) << "a PUT that was dropped left no gap in the numbers";
 }
 
-TEST_F(CellFilesTest, ADamagedRecordThatOthersFollowIsRefused) {
+TEST_F(CellFilesTest, ADamagedRecordBeforeOthersIsRefused) {
   StoreAndDie(4);
   const std::string whole = Bytes(journal_);
   for (const uint32_t record : {0u, 2u}) {
@@ -219,7 +219,7 @@ TEST_F(CellFilesTest, AJournalWithAGapIsRefused) {
   EXPECT_TRUE(Contains(Reopen(), "does not follow the one before it"));
 }
 
-TEST_F(CellFilesTest, ADamagedBlockIsToldWithItsNumberAndRefused) {
+TEST_F(CellFilesTest, ADamagedBlockIsReportedWithItsNumberAndRefused) {
   {
     CellStore store(kManyRows);
     ASSERT_TRUE(store.Open(Folder()));
@@ -237,7 +237,7 @@ TEST_F(CellFilesTest, ADamagedBlockIsToldWithItsNumberAndRefused) {
   EXPECT_TRUE(Contains(Reopen(Folder(), kManyRows), "block 3 of"));
 }
 
-TEST_F(CellFilesTest, BlocksThatAreMissingAreNoticed) {
+TEST_F(CellFilesTest, MissingBlocksAreRefused) {
   {
     CellStore store(kManyRows);
     ASSERT_TRUE(store.Open(Folder()));
@@ -254,10 +254,10 @@ TEST_F(CellFilesTest, OtherFactsAreRefused) {
   EXPECT_TRUE(Contains(Reopen(Folder(), 41), "the cells of other facts"));
 }
 
-// ---- Files that are missing ----
+// ---- Missing files ----
 
-// The facts' cells must not take the place of those that PUTs have changed.
-TEST_F(CellFilesTest, CellsThatAreMissingAreNoFirstStart) {
+// The facts' cells must not replace cells that PUTs have changed.
+TEST_F(CellFilesTest, MissingCellsAreNotTakenForAFirstStart) {
   StoreAndDie(0);
   ASSERT_EQ(std::remove(pages_.c_str()), 0);
   EXPECT_TRUE(Contains(Reopen(), "has no cells.pag any more")) << "an empty journal and a mark";
@@ -270,16 +270,15 @@ TEST_F(CellFilesTest, CellsThatAreMissingAreNoFirstStart) {
   EXPECT_FALSE(std::filesystem::exists(pages_) || std::filesystem::exists(journal_));
 }
 
-TEST_F(CellFilesTest, AJournalThatIsMissingIsRefused) {
+TEST_F(CellFilesTest, AMissingJournalIsRefused) {
   StoreAndDie(2);
   ASSERT_EQ(std::remove(journal_.c_str()), 0);
   EXPECT_TRUE(Contains(Reopen(), "has no cells.jnl any more"));
   EXPECT_FALSE(std::filesystem::exists(journal_));
 }
 
-// What a first start leaves that is killed, from its first step to its last but one, and a folder
-// of before there were marks.
-TEST_F(CellFilesTest, AFirstStartThatWasKilledIsMadeAgain) {
+// Each state in which a killed first start can leave the folder, and a folder without a mark.
+TEST_F(CellFilesTest, AKilledFirstStartIsRepeated) {
   const std::string atFirst = StoreAndDie(0);
   const std::string pages = Bytes(pages_);
   const std::string mark = Bytes(mark_);
@@ -305,10 +304,10 @@ TEST_F(CellFilesTest, AFirstStartThatWasKilledIsMadeAgain) {
   }
 }
 
-TEST_F(CellFilesTest, AMarkThatCannotBeWrittenEndsTheStart) {
+TEST_F(CellFilesTest, AMarkThatCannotBeWrittenFailsTheStart) {
   const std::string told = ToldBy([&] {
     CellStore store;
-    // Behind the two blocks.
+    // Fails after the two blocks.
     const ScriptedImport full("WriteFile", {.result = 0, .error = 112, .passFirst = 2});
     EXPECT_FALSE(store.Open(Folder()));
   });
@@ -316,16 +315,16 @@ TEST_F(CellFilesTest, AMarkThatCannotBeWrittenEndsTheStart) {
   EXPECT_TRUE(Contains(Reopen(), "; ")) << "the next start is as good as the first";
 }
 
-TEST_F(CellFilesTest, AreForOneServerAtATime) {
+TEST_F(CellFilesTest, AreOpenToOneServerAtATime) {
   CellStore store;
   ASSERT_TRUE(store.Open(Folder()));
   EXPECT_TRUE(Contains(Reopen(), "another server uses"));
   EXPECT_EQ(store.Put(1, 1, 3), "");
 }
 
-// ---- PUTs that are refused ----
+// ---- Refused PUTs ----
 
-TEST_F(CellFilesTest, WhatIsNoCellIsNotWritten) {
+TEST_F(CellFilesTest, AnOrderForNoCellIsNotWritten) {
   CellStore store;
   ASSERT_TRUE(store.Open(Folder()));
   EXPECT_EQ(store.Put("PUT r1 5"),
@@ -335,7 +334,7 @@ TEST_F(CellFilesTest, WhatIsNoCellIsNotWritten) {
   EXPECT_EQ(Bytes(journal_).size(), 0u);
 }
 
-// Each way in which a record may not get onto the device.
+// The ways in which a record may fail to reach the device.
 struct FailingCall {
   const char* function;
   kiv::test::Script script;
@@ -343,7 +342,7 @@ struct FailingCall {
 
 class FailingWriteTest : public CellFilesTest, public testing::WithParamInterface<FailingCall> {};
 
-TEST_P(FailingWriteTest, LeavesTheCellAndTheJournalAsTheyWere) {
+TEST_P(FailingWriteTest, LeavesCellAndJournalUnchanged) {
   CellStore store;
   ASSERT_TRUE(store.Open(Folder()));
   ASSERT_EQ(store.Put(1, 1, 50), "");
@@ -373,7 +372,7 @@ INSTANTIATE_TEST_SUITE_P(
     Journal, FailingWriteTest,
     testing::Values(FailingCall{"WriteFile", {.result = 0, .error = 112}},
                     FailingCall{"WriteFile", {.result = 0, .error = 5}},
-                    FailingCall{"WriteFile", {.result = 1, .error = 0}},  // and no byte written
+                    FailingCall{"WriteFile", {.result = 1, .error = 0}},  // writes no byte
                     FailingCall{"_commit", {.result = UINTPTR_MAX, .error = 5}},
                     FailingCall{"_commit", {.result = UINTPTR_MAX, .error = 28, .failCount = 3}}));
 
@@ -392,7 +391,7 @@ TEST_F(CellFilesTest, APutWithoutALeaseIsNotStored) {
   EXPECT_EQ(Bytes(journal_), "");
 }
 
-// What a killed process leaves of a PUT that was refused.
+// The process is killed after it refused a PUT.
 TEST_F(CellFilesTest, APutWhoseFlushFailedIsNotReplayed) {
   StoreAndDie(2);
   std::string before;
@@ -409,7 +408,7 @@ TEST_F(CellFilesTest, APutWhoseFlushFailedIsNotReplayed) {
   EXPECT_EQ(Reopen(), before);
 }
 
-TEST_F(CellFilesTest, ARecordThatCannotBeCutOffIsToldAndTheNextPutTakesItsPlace) {
+TEST_F(CellFilesTest, ARecordThatCannotBeCutOffIsReportedAndOverwritten) {
   CellStore store;
   ASSERT_TRUE(store.Open(Folder()));
   const std::string told = ToldBy([&] {
@@ -423,7 +422,7 @@ TEST_F(CellFilesTest, ARecordThatCannotBeCutOffIsToldAndTheNextPutTakesItsPlace)
   EXPECT_EQ(Bytes(journal_).size(), kRecordBytes);
 }
 
-TEST_F(CellFilesTest, WhatIsTakenBackIsNotInTheJournal) {
+TEST_F(CellFilesTest, ARemovedPutIsNotInTheJournal) {
   Fault fault = {};
   Replayed replayed = {};
   const auto none = [](const StoredCell&) { return false; };
@@ -450,12 +449,12 @@ TEST_F(CellFilesTest, WhatIsTakenBackIsNotInTheJournal) {
   EXPECT_EQ(places, std::vector<uint64_t>{3});
 }
 
-// The library's calls of the C runtime's heap fail. A cell that is there needs no memory.
-TEST_F(CellFilesTest, APutThatMemoryIsMissingForIsNotWritten) {
+// The library's calls of the C runtime's heap fail. An existing cell needs no memory.
+TEST_F(CellFilesTest, APutWithoutMemoryIsNotWritten) {
   CellStore store;
   ASSERT_TRUE(store.Open(Folder()));
   ASSERT_EQ(store.Put(1, 1, 50), "");
-  // Until there is no room left for one more cell.
+  // Repeat until there is no room for another cell.
   std::string refused;
   uint32_t puts = 1;
   ToldBy([&] {
@@ -497,8 +496,8 @@ TEST_F(CellFilesTest, CellsThatCannotBeWrittenBackStayInTheJournal) {
   }
 }
 
-// One call for each MiB: with one for each record, a million of them took half a minute and more.
-TEST_F(CellFilesTest, ALongJournalIsReadInPiecesOfAMebibyte) {
+// One read for each MiB. With one read for each record, a million records would take half a minute.
+TEST_F(CellFilesTest, ALongJournalIsReadInPiecesOfOneMiB) {
   constexpr uint32_t kPuts = 100'000;
   constexpr uint32_t kPieceBytes = 1024 * 1024;
   constexpr size_t kPieces = (size_t{kPuts} * kRecordBytes + kPieceBytes - 1) / kPieceBytes;
@@ -522,7 +521,7 @@ TEST_F(CellFilesTest, ALongJournalIsReadInPiecesOfAMebibyte) {
   EXPECT_EQ(store.Cell(0, 0), std::to_string(kPuts)) << "place 0; the last of its PUTs";
 }
 
-TEST_F(CellFilesTest, AReadThatFailsIsTold) {
+TEST_F(CellFilesTest, AFailedReadIsReported) {
   StoreAndDie(3);
   for (const uint32_t readsBefore : {0u, 1u}) {
     const ScriptedImport failing("ReadFile",

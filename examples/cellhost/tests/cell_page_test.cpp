@@ -1,5 +1,4 @@
-// Blocks of cells as bytes: what goes in comes out, and no damage goes unnoticed. Places as
-// numbers.
+// The layout of blocks of cells: content, and detection of damage. Numbers of places.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -24,7 +23,7 @@ CellPage PageOf(uint32_t number, uint32_t cells) {
 
 unsigned char* BytesOf(CellPage* page) { return reinterpret_cast<unsigned char*>(page); }
 
-TEST(CellPage, HasItsNumberAndItsCells) {
+TEST(CellPage, StoresItsNumberAndItsCells) {
   for (const uint32_t cells : {0u, 1u, kCellsInPage}) {
     const CellPage page = PageOf(5, cells);
     ASSERT_TRUE(IsSound(page, 5));
@@ -36,7 +35,7 @@ TEST(CellPage, HasItsNumberAndItsCells) {
   }
 }
 
-TEST(CellPage, IsDamagedWhenAnyByteIsAnother) {
+TEST(CellPage, IsDamagedIfAnyByteDiffers) {
   CellPage page = PageOf(1, kCellsInPage - 1);
   for (uint32_t at = 0; at < kPageBytes; ++at) {
     const unsigned char change = static_cast<unsigned char>(1u << at % 8);
@@ -47,7 +46,7 @@ TEST(CellPage, IsDamagedWhenAnyByteIsAnother) {
   EXPECT_TRUE(IsSound(page, 1));
 }
 
-TEST(CellPage, IsDamagedWhenPartsOfTwoWritesAreMixed) {
+TEST(CellPage, IsDamagedIfItMixesTwoWrites) {
   constexpr uint32_t kSectorBytes = 512;
   for (uint32_t sectors = 1; sectors < kPageBytes / kSectorBytes; ++sectors) {
     CellPage mixed = PageOf(3, 400);
@@ -60,7 +59,7 @@ TEST(CellPage, IsDamagedWhenPartsOfTwoWritesAreMixed) {
   }
 }
 
-TEST(CellPage, IsDamagedInAnotherPlaceOrWithMoreCellsThanFit) {
+TEST(CellPage, IsDamagedAtAnotherPositionOrWithTooManyCells) {
   CellPage page = PageOf(2, 4);
   EXPECT_FALSE(IsSound(page, 3));
   SealPage(&page, 2, kCellsInPage + 1);
@@ -69,7 +68,7 @@ TEST(CellPage, IsDamagedInAnotherPlaceOrWithMoreCellsThanFit) {
   EXPECT_FALSE(IsSound(page, 0)) << "a block that was never written";
 }
 
-TEST(CellPage, AHeadSaysWhatTheFileIs) {
+TEST(CellPage, AHeadStoresWhatTheFileHolds) {
   const PageFileHead written = {
       .kind = kPageFileKind, .cube = 11, .puts = 1ull << 40, .cells = 600, .pages = 3};
   CellPage page;
@@ -82,7 +81,7 @@ TEST(CellPage, AHeadSaysWhatTheFileIs) {
   EXPECT_EQ(read.pages, 3u);
 }
 
-TEST(CellPage, ABlockOfCellsIsNoHead) {
+TEST(CellPage, ABlockOfCellsIsNotAHead) {
   PageFileHead head = {};
   const CellPage cells = PageOf(0, 3);
   EXPECT_FALSE(ReadHead(cells, &head));
@@ -91,7 +90,7 @@ TEST(CellPage, ABlockOfCellsIsNoHead) {
   EXPECT_FALSE(ReadHead(page, &head)) << "of another layout";
 }
 
-TEST(CellPage, AFileHasAHeadAndAsManyBlocksAsItsCellsNeed) {
+TEST(CellPage, AFileHasAHeadAndTheBlocksThatItsCellsNeed) {
   EXPECT_EQ(PagesFor(0), 1u);
   EXPECT_EQ(PagesFor(1), 2u);
   EXPECT_EQ(PagesFor(kCellsInPage), 2u);
@@ -125,7 +124,7 @@ class CellIndexTest : public testing::Test {
   test::InHost host_;
 };
 
-TEST_F(CellIndexTest, EachPlaceHasOneAndComesBackFromIt) {
+TEST_F(CellIndexTest, MapsEachPlaceToANumberAndBack) {
   Cube cube;
   Fill(&cube, {{"a", "b", "c"}, {"x"}, {"m", "n"}});
   CellIndex numbers;
@@ -153,7 +152,7 @@ TEST_F(CellIndexTest, AddingMembersMakesNoCell) {
   EXPECT_EQ(cube.dimension(0).memberCount(), 2u);
 }
 
-TEST_F(CellIndexTest, MoreThan64BitsAreRefused) {
+TEST_F(CellIndexTest, RefusesMorePlacesThan64BitsCanCount) {
   Words members;
   for (uint32_t at = 0; at < 16; ++at) members.push_back(std::to_string(at));
   Cube most;
@@ -163,7 +162,7 @@ TEST_F(CellIndexTest, MoreThan64BitsAreRefused) {
   CellIndex numbers;
   EXPECT_TRUE(numbers.Set(most));
   Cube tooMany;
-  dimensions.back() = members;  // 64 bits: one place more than they can count
+  dimensions.back() = members;  // 2^64 places: one more than 64 bits can count
   Fill(&tooMany, dimensions);
   testing::internal::CaptureStderr();
   EXPECT_FALSE(numbers.Set(tooMany));
@@ -171,7 +170,7 @@ TEST_F(CellIndexTest, MoreThan64BitsAreRefused) {
             std::string::npos);
 }
 
-TEST_F(CellIndexTest, AFingerprintTellsCubesApart) {
+TEST_F(CellIndexTest, AFingerprintDistinguishesCubes) {
   const uint64_t one = Fingerprint({{"a", "b"}, {"x"}});
   EXPECT_EQ(one, Fingerprint({{"a", "b"}, {"x"}}));
   EXPECT_NE(one, Fingerprint({{"b", "a"}, {"x"}}));

@@ -1,5 +1,5 @@
-// A server's cells in files, without the server, for tests: a cube of made-up members, its cache
-// and its files. What ends without WriteBack ends as a process that is killed.
+// A server's cells in files, without the server, for tests: a cube, its cache and its files. A
+// store that is destroyed without WriteBack leaves its files like a killed process.
 #ifndef CELLHOST_TESTS_CELL_STORE_H
 #define CELLHOST_TESTS_CELL_STORE_H
 
@@ -22,23 +22,23 @@ namespace cellhost::test {
 // The facts: cell (r0, c0) is 1, (r1, c1) is 2, and so on.
 constexpr uint32_t kRows = 40;
 
-// "r5" and the like.
+// Returns text and number together, such as "r5".
 inline std::string Numbered(const char* text, uint32_t number) {
   return std::string(text).append(std::to_string(number));
 }
 
 class CellStore {
  public:
-  // rows: how many members each of the two dimensions has.
+  // rows: number of members of each of the two dimensions.
   explicit CellStore(uint32_t rows = kRows) : rows_(rows) {}
 
-  // As a server does.
+  // Opens and loads, as a server does.
   bool Open(const std::string& folder) {
     return files_.Open(folder) && AddFacts() && files_.Load(&cube_) && MakeCache();
   }
   bool WriteBack() { return files_.WriteBack(cube_); }
 
-  // What a PUT is refused with; empty if it is carried out.
+  // Carries out a PUT. Returns the message if it is refused, else an empty text.
   std::string Put(const std::string& text) {
     TextStack words;
     PutOrder order;
@@ -56,7 +56,7 @@ class CellStore {
   std::string Cell(uint32_t row, uint32_t column) {
     return Ask(Numbered("CELL r", row) + Numbered(" c", column));
   }
-  // Tells the cells of two stores apart.
+  // The count and all sums, to compare the cells of two stores.
   std::string Everything() {
     return std::to_string(CountOf(&*cells_)) + "; " + Ask("TOP row 1000") + "; " +
            Ask("TOP column 1000");
@@ -93,13 +93,13 @@ class CellStore {
   std::optional<CellCache> cells_;
 };
 
-// A thread's record, and a folder for cells.
+// A test with a thread record and a folder for cells.
 class CellStoreTest : public testing::Test {
  protected:
   std::string Folder() const { return folder_.Path("data"); }
   std::string Path(const std::string& name) const { return Folder() + "\\" + name; }
 
-  // What a store says that is opened on the folder: its cells, or what is told of the failure.
+  // Opens a store on the folder. Returns its cells, or the error output of the failure.
   std::string Reopen(const std::string& folder, uint32_t rows = kRows) {
     CellStore store(rows);
     testing::internal::CaptureStderr();
@@ -109,7 +109,7 @@ class CellStoreTest : public testing::Test {
   }
   std::string Reopen() { return Reopen(Folder()); }
 
-  // Runs `action` and returns what it told on the error output.
+  // Runs `action` and returns its error output.
   static std::string ToldBy(const std::function<void()>& action) {
     testing::internal::CaptureStderr();
     action();

@@ -1,6 +1,6 @@
-// Requests and answers through a chunk, both ends in one process: what arrives, waits that go on or
-// do not, nonsense, and a chunk brought back to its beginning from whatever it was left in.
-#include "server/chunk_channel.h"
+// Requests and answers through a chunk, with both ends in one process: transfers, waits, messages
+// that break the protocol, and resetting a chunk from every state.
+#include "channel/chunk_channel.h"
 
 #include <gtest/gtest.h>
 
@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "channel/protocol.h"
 #include "kivsdu/kivsdu.h"
-#include "server/protocol.h"
 #include "support/segment.h"
 #include "support/waiting.h"
 
@@ -34,11 +34,11 @@ constexpr int32_t kChunk = 3;
 constexpr uint32_t kServer = 1;
 constexpr uint32_t kClient = 0;
 
-// The half that the client writes, and the server's.
+// Selects the half that the client writes, or the one that the server writes.
 constexpr bool kRequests = false;
 constexpr bool kAnswers = true;
 
-// Waits for so many time-outs.
+// Waits for a number of time-outs.
 class Times final : public ChunkWatch {
  public:
   explicit Times(uint32_t times) : left_(times) {}
@@ -48,7 +48,7 @@ class Times final : public ChunkWatch {
   }
   uint32_t asked() const { return asked_; }
 
-  // Waits until it is asked once more.
+  // Waits until KeepsWaiting is called once more.
   void AwaitAsked() const {
     for (const uint32_t before = asked_; asked_ == before;) KivSdSleep(nullptr, 1);
   }
@@ -91,14 +91,14 @@ class ChunkChannelTest : public testing::Test {
     return server_.SendAnswer(text, code, &watch);
   }
 
-  // A request that comes; what else comes fails the test.
+  // Receives a request; anything else fails the test.
   std::string Request() {
     std::string_view text;
     EXPECT_EQ(server_.ReceiveRequest(&text), Carried::kDone);
     return std::string(text);
   }
 
-  // An answer that comes, from the server to the client.
+  // Sends an answer from the server to the client and expects it to arrive.
   void ExpectAnswer(const std::string& text, uint32_t code) {
     std::thread server([&] { EXPECT_EQ(SendAnswer(text, code), Carried::kDone); });
     const Answer answer = ReceiveAnswer();
@@ -108,14 +108,14 @@ class ChunkChannelTest : public testing::Test {
     EXPECT_EQ(answer.code, code);
   }
 
-  // A request there and an answer back.
+  // Sends a request to the server and an answer back.
   void ExpectRoundTrip() {
     EXPECT_EQ(SendRequest("QUERY"), Carried::kDone);
     EXPECT_EQ(Request(), "QUERY");
     ExpectAnswer(Pattern(5000), 2);
   }
 
-  // The chunk's semaphores as they were in the beginning?
+  // Expects the chunk's semaphores in their initial state.
   void ExpectBeginning(int32_t chunk) {
     for (const bool half : {kRequests, kAnswers}) {
       EXPECT_FALSE(IsGiven(name_, FullMember(chunk, half))) << "chunk " << chunk;
@@ -152,7 +152,7 @@ TEST_F(ChunkChannelTest, CarriesAnswersOfAllLengthsWithTheirCodes) {
   }
 }
 
-TEST_F(ChunkChannelTest, LaysAnAnswerOutAsItsLengthAndItsText) {
+TEST_F(ChunkChannelTest, SendsAnAnswerAsLengthAndText) {
   std::thread server([&] { SendAnswer("stored", 1); });
   EXPECT_TRUE(Member(name_, FullMember(kChunk, kAnswers)).Take(kLimitMs));
   const AreaView area(name_);
@@ -164,7 +164,7 @@ TEST_F(ChunkChannelTest, LaysAnAnswerOutAsItsLengthAndItsText) {
   EXPECT_EQ(area.length(kChunk, kAnswers), 0u);
 }
 
-TEST_F(ChunkChannelTest, LaysARequestOutAsAString) {
+TEST_F(ChunkChannelTest, SendsARequestAsAString) {
   EXPECT_EQ(SendRequest("STATS"), Carried::kDone);
   const AreaView area(name_);
   EXPECT_EQ(area.code(kChunk, kRequests), 0u);
@@ -181,8 +181,8 @@ TEST_F(ChunkChannelTest, WaitsForARequestOnce) {
   ExpectRoundTrip();
 }
 
-// Wherever the server has to wait: for the half of each piece and of the code.
-TEST_F(ChunkChannelTest, GoesOnWithAnAnswerAfterTimeOuts) {
+// The server waits for a half for each piece, and for the code.
+TEST_F(ChunkChannelTest, ContinuesAnAnswerAfterTimeOuts) {
   clientEnd_->timeoutMs = kLimitMs;
   const std::string text = Pattern(5000);
   Times watch(kPatience);
@@ -199,17 +199,17 @@ TEST_F(ChunkChannelTest, GoesOnWithAnAnswerAfterTimeOuts) {
   EXPECT_TRUE(got.substr(4) == text);
 }
 
-TEST_F(ChunkChannelTest, GoesOnWithACodeAfterATimeOut) {
+TEST_F(ChunkChannelTest, RepeatsACodeAfterATimeOut) {
   Times watch(kPatience);
   std::thread server([&] { EXPECT_EQ(server_.SendAnswer("", 2, &watch), Carried::kDone); });
-  watch.AwaitAsked();  // the length was handed over, the code waits
+  watch.AwaitAsked();  // the length was sent, the code waits
   const Answer answer = ReceiveAnswer();
   server.join();
   EXPECT_EQ(answer.carried, Carried::kDone);
   EXPECT_EQ(answer.code, 2u);
 }
 
-TEST_F(ChunkChannelTest, GoesOnWaitingForAnAnswer) {
+TEST_F(ChunkChannelTest, KeepsWaitingForAnAnswer) {
   HostArray<char> text("test");
   Times watch(kPatience);
   uint32_t code = 0;
@@ -222,16 +222,16 @@ TEST_F(ChunkChannelTest, GoesOnWaitingForAnAnswer) {
   EXPECT_EQ(code, 1u);
 }
 
-TEST_F(ChunkChannelTest, GivesUpWhenNobodyIsThere) {
+TEST_F(ChunkChannelTest, GivesUpWithoutAnOtherEnd) {
   EXPECT_EQ(ReceiveAnswer(2).carried, Carried::kBroken);
-  EXPECT_EQ(SendAnswer(Pattern(5000), 1, 2), Carried::kBroken);  // nobody takes the first half
+  EXPECT_EQ(SendAnswer(Pattern(5000), 1, 2), Carried::kBroken);  // nobody reads the first half
   EXPECT_EQ(SendRequest("one"), Carried::kDone);
   EXPECT_EQ(SendRequest("two"), Carried::kBroken);
 }
 
 // ---- Nonsense ----
 
-// What a client's half says, with the semaphores as they should be.
+// Writes a message into the client's half and sets the semaphores by the rules.
 void Say(const std::string& name, uint32_t code, uint32_t length, const std::string& payload) {
   EXPECT_TRUE(Member(name, EmptyMember(kChunk, kRequests)).Take(kLimitMs));
   const AreaView area(name);
@@ -243,7 +243,7 @@ void Say(const std::string& name, uint32_t code, uint32_t length, const std::str
   EXPECT_TRUE(Member(name, FullMember(kChunk, kRequests)).Give());
 }
 
-TEST_F(ChunkChannelTest, TakesNonsenseAwayAndGoesOn) {
+TEST_F(ChunkChannelTest, DiscardsNonsenseAndGoesOn) {
   const std::string noZero(2040, 'q');
   const struct {
     uint32_t code, length;
@@ -261,7 +261,7 @@ TEST_F(ChunkChannelTest, TakesNonsenseAwayAndGoesOn) {
   }
 }
 
-TEST_F(ChunkChannelTest, TakesAStringThatEndsWithItsMessage) {
+TEST_F(ChunkChannelTest, AcceptsAStringThatEndsWithItsMessage) {
   Say(name_, 0, 2040, std::string(2040, 'q'));
   EXPECT_EQ(Request(), std::string(2040, 'q'));
   Say(name_, 0, 4, "STOP and what lies there");
@@ -271,8 +271,8 @@ TEST_F(ChunkChannelTest, TakesAStringThatEndsWithItsMessage) {
   ExpectRoundTrip();
 }
 
-TEST_F(ChunkChannelTest, IsBrokenBySemaphoresThatAreGivenTwice) {
-  // Both say that the half is theirs: the server cannot give it back.
+TEST_F(ChunkChannelTest, IsBrokenBySemaphoresReleasedTwice) {
+  // Both ends own the half, so that the server cannot release it.
   EXPECT_EQ(SendRequest("one"), Carried::kDone);
   EXPECT_TRUE(Member(name_, EmptyMember(kChunk, kRequests)).Give());
   std::string_view text;
@@ -283,13 +283,13 @@ TEST_F(ChunkChannelTest, IsBrokenBySemaphoresThatAreGivenTwice) {
   Times watch(kPatience);
   EXPECT_EQ(server_.SendAnswer("one", 1, &watch), Carried::kBroken);
   EXPECT_EQ(server_.SendAnswer("one", 1, &watch), Carried::kBroken);
-  EXPECT_EQ(watch.asked(), 0u);  // it is no wait
+  EXPECT_EQ(watch.asked(), 0u);  // fails without waiting
   EXPECT_TRUE(server_.Reset());
   ExpectRoundTrip();
 }
 
-TEST_F(ChunkChannelTest, KnowsWhatIsNoAnswer) {
-  // A code in place of data.
+TEST_F(ChunkChannelTest, DetectsInvalidAnswers) {
+  // A code instead of data.
   EXPECT_EQ(KivWriteSharedMemChunkCode(nullptr, serverEnd_, kChunk, 1), KIV_ST_OK);
   EXPECT_EQ(ReceiveAnswer().carried, Carried::kNonsense);
   // Longer than any answer.
@@ -317,7 +317,7 @@ void SetMember(const std::string& name, int member, bool given) {
   }
 }
 
-// The four semaphores of a chunk, one bit each.
+// Sets the four semaphores of a chunk, one bit each.
 void SetChunk(const std::string& name, int chunk, unsigned state) {
   for (const bool half : {kRequests, kAnswers}) {
     SetMember(name, FullMember(chunk, half), (state & 1) != 0);
@@ -335,7 +335,7 @@ unsigned StateOf(const std::string& name, int chunk) {
   return state;
 }
 
-TEST_F(ChunkChannelTest, IsBroughtBackFromEveryStateWithoutTouchingOtherChunks) {
+TEST_F(ChunkChannelTest, ResetsFromEveryStateWithoutTouchingOtherChunks) {
   for (unsigned state = 0; state < 16; ++state) {
     SCOPED_TRACE(state);
     for (int chunk = 0; chunk < 5; ++chunk) {

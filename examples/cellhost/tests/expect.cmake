@@ -1,4 +1,4 @@
-# Runs RUN, a command as a list, and fails unless it exits with EXIT and prints what TEXT matches.
+# Runs RUN, a command as a list. Fails unless it exits with EXIT and its output matches TEXT.
 execute_process(COMMAND ${RUN} RESULT_VARIABLE exit OUTPUT_VARIABLE output ERROR_VARIABLE errors)
 set(printed "${output}${errors}")
 string(REPLACE "\r" "" printed "${printed}")

@@ -1,5 +1,5 @@
-# Makes answers anew with AWK from the files in DATA, into MADE, and fails unless they are those in
-# DATA: before the PUTs, and after them.
+# Computes the answers with AWK from the files in DATA, before and after the PUTs, into MADE. Fails
+# unless they equal the answers in DATA.
 set(ENV{LC_ALL} C)
 
 # expect_answers(ANSWERS FILE ...)

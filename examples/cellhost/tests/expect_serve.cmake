@@ -1,14 +1,14 @@
-# Runs a server and clients of it at the same time. The server is RUN, a command as a list, with
-# `serve` on the pipe PIPE; the clients are this script again, with CLIENTS set. The server's
-# output goes into the clients' script, which is how execute_process runs two commands at once.
+# Runs a server and its clients at the same time. The server is RUN, a command as a list, with
+# `serve` on the pipe PIPE. The clients are run by this script in a second process, with CLIENTS
+# set. execute_process runs two commands at once only if one reads the other's output.
 #
-# Outputs go into the file LOG, not through pipes: Wine's own services inherit the outputs of the
-# program that starts them, and who reads a pipe to its end would wait for them too.
+# Output goes into the file LOG and not through pipes: Wine's services inherit the output of the
+# program that starts them, and a reader of that pipe would wait for their end, too.
 #
-# RUDE is the command of a client that keeps no rule; FACTS, QUERIES and ANSWERS are files.
+# RUDE is the command of a client that breaks the rules; FACTS, QUERIES and ANSWERS are files.
 
 if(NOT CLIENTS)
-  # From here on the services run, and have this output.
+  # Starts Wine's services with LOG as their output.
   execute_process(COMMAND ${RUN} --version OUTPUT_FILE ${LOG} ERROR_FILE ${LOG})
   execute_process(
     COMMAND ${RUN} serve --facts ${FACTS} --pipe ${PIPE}
@@ -23,8 +23,8 @@ if(NOT CLIENTS)
   return()
 endif()
 
-# expect(EXIT TEXT ARGUMENT ...): runs the program as a client and notes what is not as expected.
-# The server is to be stopped in any case, so that nothing ends the script before.
+# expect(EXIT TEXT ARGUMENT ...): runs the program as a client and reports what is unexpected. Never
+# ends the script, because the server must be stopped in any case.
 function(expect exit_expected text)
   execute_process(COMMAND ${RUN} ${ARGN} RESULT_VARIABLE exit OUTPUT_VARIABLE output
                   ERROR_VARIABLE errors)
@@ -39,7 +39,7 @@ function(expect_reply exit_expected text command)
   expect(${exit_expected} "${text}" send --pipe ${PIPE} ${command})
 endfunction()
 
-# The server first loads its facts and measures the machine.
+# --wait, because the server first loads its facts and measures the machine.
 expect(0 "^1\n" send --pipe ${PIPE} --wait 60 CHUNK)
 expect_reply(2 "no such command; send CHUNK, STATS, QUERY" NONSENSE)
 expect_reply(2 "no such command" chunk)
@@ -55,7 +55,7 @@ if(rude)
   message(SEND_ERROR "the rude client was not answered as it should be")
 endif()
 
-# What is refused changes nothing.
+# Refused commands change nothing.
 expect_reply(2 "write PUT, a member of each dimension, and a number" PUT)
 expect_reply(2 "write PUT, a member of each dimension, and a number" "PUT 5")
 expect_reply(2 "'five' is not a number; write it as in 12 or -3.5" "PUT apple Lima five")
@@ -77,7 +77,7 @@ expect(0 "12 of 12 answers agree" ask --pipe ${PIPE} --queries ${QUERIES} --answ
 expect_reply(0 "^stored\n" "PUT apple Oslo -2.5")
 expect_reply(0 "^stored\n" "PUT apple Lima 3")
 expect_reply(0 "SUM fruit=apple: 7.5\n" "QUERY SUM fruit=apple")
-# The worker of a client that was lost may still be about to notice it: asked until it has.
+# A connection may not have noticed yet that its client was lost. Repeat STATS until all have.
 foreach(try RANGE 20)
   execute_process(COMMAND ${RUN} send --pipe ${PIPE} STATS OUTPUT_VARIABLE stats)
   if(stats MATCHES "lost 10,")

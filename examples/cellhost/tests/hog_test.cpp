@@ -1,5 +1,4 @@
-// Orders that take memory: what is one, and what comes of it in every way in which the server may
-// have memory.
+// The command HOG: its syntax, and its outcome in every memory mode.
 #include "server/hog.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +19,7 @@ using test::InMemoryMode;
 constexpr char kForm[] = "write HOG and how many MiB, a whole number from 1 to 1024";
 
 struct Parsed {
-  std::string fault;  // empty: it is an order
+  std::string fault;  // empty: the command is valid
   uint32_t mebibytes;
 };
 
@@ -43,7 +42,7 @@ TEST(HogOrder, HasANumberOfMebibytes) {
   EXPECT_EQ(Parse(" \tHOG\t \"12\" ").mebibytes, 12u);
 }
 
-TEST(HogOrder, IsNoneWithoutAWholeNumberFrom1To1024) {
+TEST(HogOrder, IsInvalidWithoutAWholeNumberFrom1To1024) {
   const test::InHost host;
   for (const char* text : {"", "HOG", "HOG 0", "HOG 1025", "HOG -1", "HOG +1", "HOG 1.5", "HOG 64M",
                            "HOG many", "HOG \"\"", "HOG 99999999999", "hog 1", "HOGS 1", "PUT 1"}) {
@@ -60,14 +59,14 @@ std::string OutcomeOf(uint32_t mebibytes) {
   return outcome;
 }
 
-// The outcome with the number in it taken out, which depends on what else there is.
+// Removes the number from the outcome, because it depends on other memory in use.
 std::string RefusedAfter(const std::string& outcome, uint32_t* mebibytes) {
   int at = 0;
   const bool refused = std::sscanf(outcome.c_str(), "refused after %u MiB; %n", mebibytes, &at) > 0;
   return refused ? outcome.substr(static_cast<size_t>(at)) : outcome;
 }
 
-// How many mebibytes there were.
+// Returns how many MiB were allocated.
 uint32_t ExpectFirstRefusal() {
   uint32_t mebibytes = 0;
   EXPECT_EQ(RefusedAfter(OutcomeOf(64), &mebibytes), "warning seen; totals back");
@@ -78,7 +77,7 @@ uint32_t ExpectFirstRefusal() {
   return mebibytes;
 }
 
-// So soon after the first, the library holds the warning back and tells of the refusal.
+// Soon after the first warning, the library suppresses the next one, but still reports the refusal.
 uint32_t ExpectSecondRefusal() {
   uint32_t mebibytes = 0;
   EXPECT_EQ(RefusedAfter(OutcomeOf(1024), &mebibytes), "no warning; totals back");
@@ -94,7 +93,7 @@ void ExpectRefusals() {
   EXPECT_EQ(OutcomeOf(most), "took " + std::to_string(most) + " MiB; no warning; totals back");
 }
 
-TEST(Hog, IsRefusedAtTheLimitAndGivesEverythingBack) {
+TEST(Hog, IsRefusedAtTheLimitAndFreesEverything) {
   for (const test::MemoryMode& mode :
        {test::kHeaps, test::kNoShortHeaps, test::kNoHeaps, test::kLargeBlocks}) {
     SCOPED_TRACE(mode.name);
@@ -105,7 +104,7 @@ TEST(Hog, IsRefusedAtTheLimitAndGivesEverythingBack) {
   }
 }
 
-TEST(Hog, IsWarnedOfMoreThanNineTenthsOfTheLimit) {
+TEST(Hog, IsWarnedAbove90PercentOfTheLimit) {
   IN_FRESH_PROCESS([] {
     const InMemoryMode inMode(test::kNoHeaps);
     EXPECT_EQ(OutcomeOf(57), "took 57 MiB; no warning; totals back");
@@ -114,7 +113,7 @@ TEST(Hog, IsWarnedOfMoreThanNineTenthsOfTheLimit) {
   });
 }
 
-TEST(Hog, HasWhatItAsksForInPlainMode) {
+TEST(Hog, GetsAllMemoryInPlainMode) {
   IN_FRESH_PROCESS([] {
     const InMemoryMode inMode(test::kPlain);
     EXPECT_EQ(OutcomeOf(128), "took 128 MiB; no warning; totals not counted");

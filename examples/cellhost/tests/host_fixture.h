@@ -1,4 +1,4 @@
-// What tests of the server's parts share: a thread's record, and what clients may ask of cells.
+// Helpers for tests of the server's parts: a thread record, queries and PUTs.
 #ifndef CELLHOST_TESTS_HOST_FIXTURE_H
 #define CELLHOST_TESTS_HOST_FIXTURE_H
 
@@ -17,7 +17,7 @@
 
 namespace cellhost::test {
 
-// A thread's record for its scope.
+// A thread record for one scope.
 class InThread {
  public:
   InThread() { EXPECT_TRUE(EnterThread()); }
@@ -26,8 +26,8 @@ class InThread {
   ~InThread() { LeaveThread(); }
 };
 
-// The per-thread slot, and a record of the test's own thread. A test's first member, so that it
-// goes last.
+// The per-thread slot, and a record of the test's thread. Must be a test's first member, because it
+// must be destroyed last.
 class InHost {
  public:
   InHost() {
@@ -42,7 +42,7 @@ class InHost {
   }
 };
 
-// What a query says behind its own text.
+// Answers a query; returns the part of the answer behind the query.
 inline std::string AnswerTo(CellCache* cells, std::string_view text) {
   TextStack words;
   Query query;
@@ -56,7 +56,7 @@ inline std::string AnswerTo(CellCache* cells, std::string_view text) {
   return said;
 }
 
-// What a PUT is refused with; empty if it is carried out.
+// Carries out a PUT. Returns the message if it is refused, else an empty text.
 inline std::string Put(CellCache* cells, std::string_view text) {
   TextStack words;
   PutOrder order;

@@ -1,4 +1,4 @@
-// Starting and stopping the host: the design of its locks, and how it has memory.
+// Starting and stopping the host: lock design and memory mode.
 #include "host/host.h"
 
 #include <gtest/gtest.h>
@@ -27,8 +27,8 @@ using kiv::test::SettingsNow;
 constexpr uint64_t kPattern = 0xA5A5A5A5A5A5A5A5;
 constexpr size_t kTicketWords = 3;
 
-// How many words of its storage a lightweight spinlock of this process uses, which is what tells
-// the designs apart.
+// The number of words of its storage that a lightweight spinlock uses. It differs between the two
+// designs.
 size_t WordsOfALock() {
   KivSdLWSpinlock lock;
   std::ranges::fill(lock.opaque, kPattern);
@@ -36,7 +36,7 @@ size_t WordsOfALock() {
   return static_cast<size_t>(std::ranges::find(lock.opaque, kPattern) - std::begin(lock.opaque));
 }
 
-TEST(Host, HasLocksOfTickets) {
+TEST(Host, UsesTicketLocks) {
   IN_FRESH_PROCESS([] {
     EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kPlain));
     EXPECT_EQ(WordsOfALock(), kTicketWords);
@@ -44,7 +44,7 @@ TEST(Host, HasLocksOfTickets) {
   });
 }
 
-TEST(Host, HasLocksOfTestAndSet) {
+TEST(Host, UsesTestAndSetLocks) {
   IN_FRESH_PROCESS([] {
     EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kPlain));
     EXPECT_EQ(WordsOfALock(), std::size(KivSdLWSpinlock{}.opaque));
@@ -54,7 +54,7 @@ TEST(Host, HasLocksOfTestAndSet) {
 
 constexpr uint64_t kLimitBytes = 64 << 20;
 
-// Whether requests have short heaps now.
+// Whether requests get short heaps.
 bool HasShortHeaps() {
   AdShortHeapOwner owner = {};
   adMemShortHeapInit(&owner);
@@ -77,7 +77,7 @@ TEST(Host, HasHeapsFromItsStartToItsEnd) {
   });
 }
 
-// What is set when the memory manager reads its configuration, which is the first thing it does.
+// Records the settings when the memory manager reads its configuration, which is its first action.
 struct SetBefore {
   static FILE* __attribute__((ms_abi)) Open(const char* path, const char* mode) {
     before = {.name = KivSdAppFolderName(),
@@ -104,7 +104,7 @@ struct SetBefore {
 };
 SetBefore SetBefore::before = {};
 
-TEST(Host, HasItsSettingsHooksAndLocksBeforeTheManagerStarts) {
+TEST(Host, InstallsSettingsHooksAndLocksBeforeTheManagerStarts) {
   IN_FRESH_PROCESS([] {
     const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kHeaps.configuration);
@@ -120,7 +120,7 @@ TEST(Host, HasItsSettingsHooksAndLocksBeforeTheManagerStarts) {
   });
 }
 
-// How often the guard is asked by an operation that has to ask it.
+// Counts the guard's calls by an operation that must call it.
 uint32_t AskedByAnOperation() {
   const uint32_t before = Host().leaseChecks;
   uint32_t pageBytes = 0;
@@ -128,7 +128,7 @@ uint32_t AskedByAnOperation() {
   return Host().leaseChecks - before;
 }
 
-TEST(Host, CountsInFailoverModeHowOftenTheLeaseGuardIsAsked) {
+TEST(Host, CountsCallsOfTheLeaseGuardInFailoverMode) {
   for (const Failover failover : {Failover::kOff, Failover::kOn}) {
     IN_FRESH_PROCESS([failover] {
       EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kPlain, failover));
@@ -139,7 +139,7 @@ TEST(Host, CountsInFailoverModeHowOftenTheLeaseGuardIsAsked) {
   }
 }
 
-// Each block is counted by itself here, those of the context and the record among them.
+// In this mode each block is counted separately, including those of the context and the record.
 TEST(Host, HasNoBlockBeforeTheManagerStartsNorAfterItEnds) {
   IN_FRESH_PROCESS([] {
     const OneProcessor oneProcessor;
@@ -153,7 +153,7 @@ TEST(Host, HasNoBlockBeforeTheManagerStartsNorAfterItEnds) {
   });
 }
 
-TEST(Host, IsInPlainModeWithoutAFileOrWhenItIsToBe) {
+TEST(Host, IsInPlainModeWithoutAFileOrOnRequest) {
   IN_FRESH_PROCESS([] {
     const ConfigurationFile file(test::kPlain.configuration);
     EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
@@ -168,7 +168,7 @@ TEST(Host, IsInPlainModeWithoutAFileOrWhenItIsToBe) {
   });
 }
 
-TEST(Host, IsToldOfShortMemoryUntilItStops) {
+TEST(Host, ReceivesMemoryMessagesUntilItStops) {
   IN_FRESH_PROCESS([] {
     const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kHeaps.configuration);
@@ -176,7 +176,7 @@ TEST(Host, IsToldOfShortMemoryUntilItStops) {
     EXPECT_EQ(MemoryMessagesSeen().refusals, 0u);
     adMemSendErrorMessage(1);
     EXPECT_EQ(MemoryMessagesSeen().refusals, 1u);
-    // So many allocations after a message the library sends the next of its kind.
+    // The library sends the next message of a kind after this many allocations.
     for (int number = 0; number <= 1000; ++number) kiv::test::Free(kiv::test::Allocate(100));
     adMemSendErrorMessage(1);
     EXPECT_EQ(MemoryMessagesSeen().refusals, 2u);
@@ -187,7 +187,7 @@ TEST(Host, IsToldOfShortMemoryUntilItStops) {
   });
 }
 
-TEST(Host, SaysThatALimitIsTooLow) {
+TEST(Host, ReportsALimitThatIsTooLow) {
   IN_FRESH_PROCESS([] {
     const ConfigurationFile file("memorylimit 1M");
     testing::internal::CaptureStderr();

@@ -1,5 +1,5 @@
-// Threads of the server: when they have a record, and that their owner waits for them also when the
-// system's waits fail.
+// Threads of the server: they have a record, and their owner waits for them even if the system's
+// waits fail.
 #include "host/host_thread.h"
 
 #include <gtest/gtest.h>
@@ -22,7 +22,7 @@ using kiv::test::ScriptedImport;
 
 constexpr kiv::test::Script kWaitFails = {.result = UINT32_MAX, .error = 6};
 
-// Work that goes on until it may end.
+// Work that runs until the test ends it.
 struct Work {
   static void Run(void* self) {
     Work* work = static_cast<Work*>(self);
@@ -54,7 +54,7 @@ TEST_F(HostThreadTest, HasARecordAndEndsWithinALimit) {
   EXPECT_TRUE(thread.EndsWithin(0));
 }
 
-TEST_F(HostThreadTest, IsWaitedForThoughEveryWaitFails) {
+TEST_F(HostThreadTest, IsWaitedForEvenIfEveryWaitFails) {
   testing::internal::CaptureStderr();
   {
     const ScriptedImport failing("WaitForSingleObject", kWaitFails);
@@ -68,7 +68,7 @@ TEST_F(HostThreadTest, IsWaitedForThoughEveryWaitFails) {
   EXPECT_NE(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(HostThreadTest, IsWaitedForAtItsEndThoughEveryWaitFails) {
+TEST_F(HostThreadTest, IsWaitedForInItsDestructorEvenIfEveryWaitFails) {
   testing::internal::CaptureStderr();
   {
     const ScriptedImport failing("WaitForSingleObject", kWaitFails);
@@ -82,7 +82,7 @@ TEST_F(HostThreadTest, IsWaitedForAtItsEndThoughEveryWaitFails) {
   testing::internal::GetCapturedStderr();
 }
 
-TEST_F(HostThreadTest, IsWaitedForThoughItsSignalsFail) {
+TEST_F(HostThreadTest, IsWaitedForEvenIfItsSignalsFail) {
   testing::internal::CaptureStderr();
   {
     const ScriptedImport failing("SetEvent", {.result = 0, .error = 6});

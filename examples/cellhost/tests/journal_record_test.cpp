@@ -1,4 +1,4 @@
-// Records of the journal as bytes, and what rows of them say.
+// The layout of the journal's records, and the meaning of their order.
 #include <gtest/gtest.h>
 
 #include "storage/journal_record.h"
@@ -10,7 +10,7 @@ using Step = JournalScan::Step;
 
 JournalRecord Record(uint64_t number) { return MakeRecord(number, {.place = 9, .value = -2.5}); }
 
-TEST(JournalRecord, HasWhatItWasMadeOf) {
+TEST(JournalRecord, StoresNumberPlaceAndValue) {
   const JournalRecord record = Record(77);
   EXPECT_TRUE(IsSound(record));
   EXPECT_EQ(record.number, 77u);
@@ -18,7 +18,7 @@ TEST(JournalRecord, HasWhatItWasMadeOf) {
   EXPECT_EQ(record.cell.value, -2.5);
 }
 
-TEST(JournalRecord, IsDamagedWhenAnyBitIsAnother) {
+TEST(JournalRecord, IsDamagedIfAnyBitDiffers) {
   JournalRecord record = Record(1);
   for (uint32_t bit = 0; bit < 8 * kRecordBytes; ++bit) {
     const unsigned char change = static_cast<unsigned char>(1u << bit % 8);
@@ -30,12 +30,12 @@ TEST(JournalRecord, IsDamagedWhenAnyBitIsAnother) {
   EXPECT_TRUE(IsSound(record));
 }
 
-TEST(JournalRecord, IsDamagedWhenItWasNeverWritten) {
+TEST(JournalRecord, IsDamagedIfItWasNeverWritten) {
   const JournalRecord zeros = {};
   EXPECT_FALSE(IsSound(zeros));
 }
 
-TEST(JournalScan, CarriesOutWhatFollowsTheCells) {
+TEST(JournalScan, AppliesPutsThatFollowTheCells) {
   JournalScan scan(0);
   EXPECT_FALSE(scan.hasNews());
   EXPECT_EQ(scan.lastPut(), 0u);
@@ -45,7 +45,7 @@ TEST(JournalScan, CarriesOutWhatFollowsTheCells) {
   EXPECT_EQ(scan.lastPut(), 2u);
 }
 
-TEST(JournalScan, PassesOverWhatTheCellsHave) {
+TEST(JournalScan, SkipsPutsThatTheCellsInclude) {
   JournalScan scan(4);
   EXPECT_EQ(scan.Next(Record(3)), Step::kPassOver);
   EXPECT_EQ(scan.Next(Record(4)), Step::kPassOver);
@@ -55,14 +55,14 @@ TEST(JournalScan, PassesOverWhatTheCellsHave) {
   EXPECT_TRUE(scan.hasNews());
 }
 
-TEST(JournalScan, AJournalOlderThanTheCellsHasNoNews) {
+TEST(JournalScan, FindsNoNewPutInAnOlderJournal) {
   JournalScan scan(9);
   EXPECT_EQ(scan.Next(Record(3)), Step::kPassOver);
   EXPECT_FALSE(scan.hasNews());
   EXPECT_EQ(scan.lastPut(), 9u);
 }
 
-TEST(JournalScan, SeesWhatIsMissing) {
+TEST(JournalScan, DetectsGaps) {
   EXPECT_EQ(JournalScan(4).Next(Record(6)), Step::kGap);
   EXPECT_EQ(JournalScan(4).Next(Record(0)), Step::kGap);
   JournalScan scan(4);

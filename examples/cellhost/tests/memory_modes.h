@@ -1,4 +1,4 @@
-// The ways in which a server may have memory.
+// Memory modes: configurations of the memory manager that a server may run with.
 #ifndef CELLHOST_TESTS_MEMORY_MODES_H
 #define CELLHOST_TESTS_MEMORY_MODES_H
 
@@ -13,7 +13,7 @@ namespace cellhost::test {
 
 struct MemoryMode {
   const char* name;
-  const char* configuration;  // the text of the file; empty: there is none
+  const char* configuration;  // content of the file; kNoFile: no file
 };
 
 constexpr MemoryMode kHeaps = {"heaps", "memorylimit 64M numthreadheaps 4 heapsize 512K"};
@@ -24,13 +24,13 @@ constexpr MemoryMode kLargeBlocks = {"large blocks", "memorylimit 64M maxblock 0
 constexpr MemoryMode kPlain = {"plain", kiv::test::kNoFile};
 constexpr MemoryMode kMemoryModes[] = {kHeaps, kNoShortHeaps, kNoHeaps, kLargeBlocks, kPlain};
 
-// A host with memory in one of these ways. One in a process.
+// A host with memory in one of these modes. One object in a process.
 class InMemoryMode {
  public:
   explicit InMemoryMode(const MemoryMode& mode) : file_(mode.configuration) {}
 
  private:
-  // A member's scope is the order: the file, the manager, what has memory.
+  // A member for its place in the order: configuration file, memory manager, users of memory.
   struct Manager {
     Manager() { EXPECT_TRUE(StartMemoryManager(MemoryUse::kAsConfigured)); }
     Manager(const Manager&) = delete;

@@ -1,5 +1,4 @@
-// Files of blocks: what is written comes back, how many transfers are under way, and what becomes
-// of transfers that fail.
+// Files of blocks: reading back what was written, transfers under way, and failing transfers.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,7 +16,7 @@ using kiv::test::Script;
 using kiv::test::ScriptedImport;
 
 constexpr Script kPassAll = {.passFirst = UINT32_MAX};
-constexpr uint32_t kRecordArgument = 4;  // of the system's reads and writes
+constexpr uint32_t kRecordArgument = 4;  // index of the completion record in ReadFile and WriteFile
 constexpr uint32_t kManyPages = 3 * kTransfersMax + 2;
 
 class PageFileTest : public testing::Test {
@@ -26,7 +25,7 @@ class PageFileTest : public testing::Test {
     return {.place = page * 1000ull + at, .value = page + at / 8.0};
   }
 
-  // Whether all could be written.
+  // Returns whether all blocks were written.
   bool WritePages(uint32_t count) {
     PageWriter writer;
     if (!writer.Make(path_.c_str(), count)) return false;
@@ -41,7 +40,7 @@ class PageFileTest : public testing::Test {
     return writer.Finish();
   }
 
-  // How many blocks could be read, and hold what they should.
+  // Returns the number of blocks that were read and have the expected content.
   uint32_t ReadPages() {
     PageReader reader;
     if (!reader.Open(path_.c_str())) return 0;
@@ -61,14 +60,14 @@ class PageFileTest : public testing::Test {
   std::string path_ = folder_.Path("pages");
 };
 
-TEST_F(PageFileTest, WhatIsWrittenComesBack) {
+TEST_F(PageFileTest, ReadsBackWhatWasWritten) {
   for (const uint32_t count : {1u, 7u, 8u, 9u, kManyPages}) {
     ASSERT_TRUE(WritePages(count));
     EXPECT_EQ(ReadPages(), count);
   }
 }
 
-TEST_F(PageFileTest, AFileThatWasLongerIsShorterNow) {
+TEST_F(PageFileTest, ShortensALongerFile) {
   ASSERT_TRUE(WritePages(kManyPages));
   ASSERT_TRUE(WritePages(2));
   EXPECT_EQ(ReadPages(), 2u);
@@ -88,7 +87,7 @@ TEST_F(PageFileTest, EightReadsAreUnderWayAheadOfTheFirst) {
   }
 }
 
-TEST_F(PageFileTest, EightWritesAreUnderWayBeforeOneIsWaitedFor) {
+TEST_F(PageFileTest, EightWritesAreUnderWayBeforeTheFirstWait) {
   const ScriptedImport writes("WriteFile", kPassAll);
   const ScriptedImport waits("GetOverlappedResult", kPassAll);
   PageWriter writer;
@@ -108,7 +107,7 @@ TEST_F(PageFileTest, EightWritesAreUnderWayBeforeOneIsWaitedFor) {
   }
 }
 
-TEST_F(PageFileTest, TransfersThatFailAreToldWithTheirBlock) {
+TEST_F(PageFileTest, FailedTransfersAreReportedWithTheirBlock) {
   ASSERT_TRUE(WritePages(kManyPages));
   for (const uint32_t block : {0u, 5u, 9u, kManyPages - 1}) {
     const std::string expected = std::string("block ").append(std::to_string(block)).append(" of");
@@ -138,8 +137,8 @@ TEST_F(PageFileTest, TransfersThatFailAreToldWithTheirBlock) {
   }
 }
 
-// The system calls a transfer a success that moved nothing.
-TEST_F(PageFileTest, ATransferOfLessThanABlockIsNone) {
+// The system reports success for a transfer of 0 bytes.
+TEST_F(PageFileTest, AShortTransferIsAFailure) {
   ASSERT_TRUE(WritePages(3));
   testing::internal::CaptureStderr();
   {
@@ -151,7 +150,7 @@ TEST_F(PageFileTest, ATransferOfLessThanABlockIsNone) {
   EXPECT_NE(told.find("ends inside of block 1"), std::string::npos) << told;
 }
 
-TEST_F(PageFileTest, NoFileAndNoMemoryAreTold) {
+TEST_F(PageFileTest, MissingFileAndMemoryAreReported) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(ReadPages(), 0u);
   EXPECT_NE(testing::internal::GetCapturedStderr().find("could not open"), std::string::npos);

@@ -1,4 +1,4 @@
-// PUTs: what is one, what it says, and what is told of a text that is none.
+// Parsing of PUTs: valid orders, and the messages for invalid ones.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -15,7 +15,7 @@ using Members = std::vector<std::string>;
 
 class PutOrderTest : public testing::Test {
  protected:
-  // The fault's text, empty if there is none. The order's texts stay as long as the test.
+  // Returns the fault's text, or an empty text. The order's texts stay valid during the test.
   std::string Parse(std::string_view text, PutOrder* order) {
     Fault fault = {};
     return ParsePut(text, &words_, order, &fault) ? "" : fault.text;
@@ -55,21 +55,21 @@ TEST_F(PutOrderTest, MayHaveBlanksAroundAndBetween) {
   EXPECT_EQ(order.cell, "apple  Lima");
 }
 
-TEST_F(PutOrderTest, TakesMembersInQuotes) {
+TEST_F(PutOrderTest, AcceptsQuotedMembers) {
   PutOrder order;
   ASSERT_EQ(Parse("PUT \"pear, \"\"late\"\"\" \"New York\" \"a=b\" \"\" 1", &order), "");
   EXPECT_EQ(MembersOf(order), (Members{"pear, \"late\"", "New York", "a=b", ""}));
   EXPECT_EQ(order.cell, "\"pear, \"\"late\"\"\" \"New York\" \"a=b\" \"\"");
 }
 
-TEST_F(PutOrderTest, TakesANumberAsAMember) {
+TEST_F(PutOrderTest, AcceptsANumberAsAMember) {
   PutOrder order;
   ASSERT_EQ(Parse("PUT 7 8 9", &order), "");
   EXPECT_EQ(MembersOf(order), (Members{"7", "8"}));
   EXPECT_EQ(order.value, 9);
 }
 
-TEST_F(PutOrderTest, TakesNumbersInEveryNotationOfFacts) {
+TEST_F(PutOrderTest, AcceptsEveryNotationOfNumbersInFacts) {
   struct {
     const char* text;
     double value;
@@ -84,7 +84,7 @@ TEST_F(PutOrderTest, TakesNumbersInEveryNotationOfFacts) {
   }
 }
 
-TEST_F(PutOrderTest, IsNoneWithoutAWholeNumberAtTheEnd) {
+TEST_F(PutOrderTest, IsInvalidWithoutACompleteNumberAtTheEnd) {
   for (const std::string number : {"many", "5x", "x5", "+5", "1,5", "0x10", "--5", "-", ".", "e3",
                                    "1e", "inf", "-inf", "nan", "infinity", "1e999", "-1e999"}) {
     EXPECT_EQ(FaultOf("PUT apple Lima " + number),
@@ -100,19 +100,19 @@ TEST_F(PutOrderTest, ShowsOnlyTheStartOfALongWord) {
             "'" + std::string(40, '9') + "' is not a number; write it as in 12 or -3.5");
 }
 
-TEST_F(PutOrderTest, IsNoneWithoutAVerbAMemberAndANumber) {
+TEST_F(PutOrderTest, IsInvalidWithoutVerbMemberAndNumber) {
   for (const char* text : {"", "  ", "PUT", "PUT 5", "PUT apple", "put apple 5", "PUTS apple 5",
                            "QUERY apple 5", "apple Lima 5", "\"PUT apple\" 5"}) {
     EXPECT_EQ(FaultOf(text), kForm) << text;
   }
 }
 
-TEST_F(PutOrderTest, IsNoneWithAnOpenQuote) {
+TEST_F(PutOrderTest, IsInvalidWithAnOpenQuote) {
   EXPECT_EQ(FaultOf("PUT \"apple Lima 5"),
             "a quote is not closed; add one, or double it if it is part of a name");
 }
 
-TEST_F(PutOrderTest, HasAsManyMembersAsACubeMayHaveDimensions) {
+TEST_F(PutOrderTest, MayHaveAMemberForEachOfTheMostDimensions) {
   std::string text = "PUT";
   for (uint32_t member = 0; member < kDimensionsMax; ++member) text += " m";
   PutOrder order;
@@ -121,7 +121,7 @@ TEST_F(PutOrderTest, HasAsManyMembersAsACubeMayHaveDimensions) {
   EXPECT_EQ(FaultOf(text + " m 5"), "more than 18 words; quote a member that has blanks");
 }
 
-TEST_F(PutOrderTest, LeavesACellQueryTheRoomThatItHad) {
+TEST_F(PutOrderTest, DoesNotRaiseTheWordLimitOfACellQuery) {
   std::string text = "CELL";
   for (uint32_t member = 0; member < kDimensionsMax; ++member) text += " m";
   TextStack words;

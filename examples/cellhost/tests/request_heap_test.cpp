@@ -1,4 +1,4 @@
-// A request's memory, in every way in which the server may have some.
+// A request's memory, in every memory mode.
 #include "host/request_heap.h"
 
 #include <gtest/gtest.h>
@@ -18,12 +18,12 @@ using kiv::test::IsFilled;
 using test::InMemoryMode;
 using test::MemoryMode;
 
-// From tiny to more than a short heap holds; all together more than some of them.
+// Sizes from 1 byte to more than a short heap holds; their sum exceeds several short heaps.
 uint32_t SizeOf(uint32_t number) { return number % 50 == 49 ? 400'000 : 1 + 37 * number; }
 
 constexpr uint32_t kPieces = 200;
 
-// In each of two requests.
+// Whether two requests in succession have a short heap.
 bool HasShortHeap(const MemoryMode& mode) {
   const InMemoryMode inMode(mode);
   RequestHeap heap;
@@ -56,7 +56,7 @@ void ExpectWhole(const std::vector<void*>& pieces) {
   }
 }
 
-// Of every three pieces the one with this remainder.
+// Frees every third piece, beginning with number `remainder`.
 void GiveBack(RequestHeap* heap, std::vector<void*>* pieces, uint32_t remainder) {
   for (uint32_t number = remainder; number < kPieces; number += 3) {
     heap->GiveBack((*pieces)[number]);
@@ -64,7 +64,7 @@ void GiveBack(RequestHeap* heap, std::vector<void*>* pieces, uint32_t remainder)
   }
 }
 
-// A request as others: it takes, gives some back, takes again, and leaves the rest to its end.
+// A typical request: allocates, frees some pieces, allocates again, and leaves the rest to the end.
 void Request(RequestHeap* heap) {
   std::vector<void*> pieces = TakePieces(heap);
   ExpectWhole(pieces);
@@ -77,7 +77,7 @@ void Request(RequestHeap* heap) {
   heap->End();
 }
 
-TEST(RequestHeap, HasAShortHeapWhereThereAreAny) {
+TEST(RequestHeap, HasAShortHeapIfTheModeHasThem) {
   IN_FRESH_PROCESS([] { EXPECT_TRUE(HasShortHeap(test::kHeaps)); });
   IN_FRESH_PROCESS([] { EXPECT_TRUE(HasShortHeap(test::kLargeBlocks)); });
   IN_FRESH_PROCESS([] { EXPECT_FALSE(HasShortHeap(test::kNoShortHeaps)); });
@@ -85,8 +85,8 @@ TEST(RequestHeap, HasAShortHeapWhereThereAreAny) {
   IN_FRESH_PROCESS([] { EXPECT_FALSE(HasShortHeap(test::kPlain)); });
 }
 
-// The first request may leave a spare heap behind for the next ones.
-TEST(RequestHeap, GivesEveryPieceBackAtTheEnd) {
+// The first request may leave a spare heap for later requests.
+TEST(RequestHeap, FreesEveryPieceAtTheEnd) {
   for (const MemoryMode& mode : test::kMemoryModes) {
     SCOPED_TRACE(mode.name);
     IN_FRESH_PROCESS([&] {
@@ -116,7 +116,7 @@ TEST(RequestHeap, IsCountedWhileTheRequestLasts) {
   });
 }
 
-// Every block is counted by itself.
+// In this mode each block is counted separately.
 TEST(RequestHeap, LeavesNothingBehindWithoutHeaps) {
   IN_FRESH_PROCESS([] {
     const InMemoryMode inMode(test::kNoHeaps);
@@ -127,7 +127,7 @@ TEST(RequestHeap, LeavesNothingBehindWithoutHeaps) {
   });
 }
 
-TEST(RequestHeap, HasNoPieceOfTwoGibibytes) {
+TEST(RequestHeap, RefusesAPieceOf2GiB) {
   for (const MemoryMode& mode : {test::kHeaps, test::kPlain}) {
     SCOPED_TRACE(mode.name);
     IN_FRESH_PROCESS([&] {

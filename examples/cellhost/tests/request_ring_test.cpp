@@ -32,7 +32,7 @@ class RequestRingTest : public LockDesignTest {
 INSTANTIATE_TEST_SUITE_P(Design, RequestRingTest, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(RequestRingTest, HandsRequestsOverInTheOrderOfTheirComing) {
+TEST_P(RequestRingTest, PassesOnRequestsInOrder) {
   Request requests[kConnections];
   for (Request& request : requests) EXPECT_TRUE(ring_.Put(&request));
   for (Request& request : requests) EXPECT_EQ(ring_.Take(), &request);
@@ -48,7 +48,7 @@ TEST_P(RequestRingTest, EndsAWorkerOnceTheRequestsAreTaken) {
   EXPECT_EQ(ring_.Take(), nullptr);
 }
 
-TEST_P(RequestRingTest, BringsEveryReplyToTheConnectionThatAsked) {
+TEST_P(RequestRingTest, ReturnsEachReplyToItsConnection) {
   constexpr uint32_t kWorkers = 3;
   constexpr uint32_t kTimes = 50;
   std::atomic<uint32_t> asking{kConnections};

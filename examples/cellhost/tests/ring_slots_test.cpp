@@ -1,4 +1,4 @@
-// The places of the request ring, with both designs of the lock that guards them.
+// The slots of the request ring, with both designs of their lock.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,7 +10,7 @@
 
 namespace cellhost {
 
-// The ring keeps pointers and never looks behind them.
+// The ring stores pointers and never dereferences them.
 class Request {
  public:
   std::atomic<uint32_t> taken{0};
@@ -31,11 +31,11 @@ class RingSlotsTest : public LockDesignTest {
 INSTANTIATE_TEST_SUITE_P(Design, RingSlotsTest, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(RingSlotsTest, AreEmptyAtFirst) { EXPECT_EQ(places_.TakeOldest(), nullptr); }
+TEST_P(RingSlotsTest, AreInitiallyEmpty) { EXPECT_EQ(places_.TakeOldest(), nullptr); }
 
-TEST_P(RingSlotsTest, GiveTheOldestFirst) {
+TEST_P(RingSlotsTest, ReturnTheOldestFirst) {
   Request requests[kConnections];
-  // From every place on, and with every count.
+  // Start at every slot, with every count.
   for (uint32_t round = 0; round < kConnections; ++round) {
     for (uint32_t count = 0; count <= kConnections; ++count) {
       for (uint32_t at = 0; at < count; ++at) places_.Add(&requests[at]);
@@ -47,7 +47,7 @@ TEST_P(RingSlotsTest, GiveTheOldestFirst) {
   }
 }
 
-TEST_P(RingSlotsTest, GiveEachRequestOnceToManyThreads) {
+TEST_P(RingSlotsTest, ReturnEachRequestOnceToManyThreads) {
   constexpr uint32_t kGivers = 2;
   constexpr uint32_t kTakers = 2;
   constexpr uint32_t kTimes = 5000;
@@ -55,7 +55,7 @@ TEST_P(RingSlotsTest, GiveEachRequestOnceToManyThreads) {
   std::atomic<uint32_t> left{kGivers * kTimes};
   OnThreads(kGivers + kTakers, [&](uint32_t number) {
     if (number < kGivers) {
-      // As a connection does: the next one only when the last has been taken.
+      // Like a connection, add the next request only after the last one was taken.
       Request& request = requests[number];
       for (uint32_t time = 1; time <= kTimes; ++time) {
         places_.Add(&request);

@@ -1,15 +1,15 @@
-// A client that keeps no rule of the control pipe: rude_client PIPE. It promises a message that is
-// too long, leaves in the middle of one, and leaves without a word, 5 times each. Exit code 0 when
-// the server has answered the first kind and counted the others as lost, before which it has lost
-// none.
+// rude_client PIPE: a client that breaks the rules of the control pipe. It announces a message that
+// is too long, leaves in the middle of a message, and leaves without BYE, 5 times each. The server
+// must not have lost a client before. Exit code 0 if the server refused the long messages and
+// counted the others as lost.
 #include <stdio.h>
 
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
 #include "host/complain.h"
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/vorutil.h"
-#include "server/protocol.h"
 
 using namespace cellhost;
 
@@ -21,7 +21,7 @@ constexpr uint32_t kReplyWaitMs = 10 * 1000;
 constexpr std::string_view kTooLong = "\xFF\xFF\xFF\xFFQUERY";
 constexpr std::string_view kHalf("\x40\0\0\0QUERY", 9);
 
-// Writes bytes that are no message.
+// Writes raw bytes instead of messages.
 class RawClient : public PipeClient {
  public:
   bool Write(std::string_view bytes) {
@@ -50,7 +50,7 @@ bool LeaveAtOnce(const char* pipe) {
   return client.Open(pipe, 0);
 }
 
-// The server sees that a client is gone when it next looks into its pipe.
+// Waits until the losses are counted: the server notices them when it next checks the pipe.
 bool LossesAreCounted(const char* pipe) {
   PipeClient client;
   const TimeLimit limit(kReplyWaitMs);

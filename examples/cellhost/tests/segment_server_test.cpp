@@ -1,5 +1,5 @@
-// Clients over shared memory: what they are answered, who gets which chunk, clients that are killed
-// at every step of a request, and hostile ones.
+// Clients over shared memory: answers, chunks, clients killed at every step of a request, and
+// hostile clients.
 #include "server/segment_server.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ using test::Server;
 
 class SegmentServerTest : public testing::Test {
  protected:
-  // What the pipe says to a command, without a chunk.
+  // Sends a command over the pipe, without a chunk; returns the reply.
   std::string OverPipe(std::string_view command) {
     PipeClient client;
     Reply reply = {};
@@ -61,7 +61,7 @@ class SegmentServerTest : public testing::Test {
     }
   }
 
-  // Waits until the server has taken a chunk back, or has it taken.
+  // Waits until the chunk is taken or free, as given by `taken`.
   void AwaitTaken(int32_t chunk, bool taken) {
     const TimeLimit limit(kLimitMs);
     while (((server_.takenMask() >> chunk & 1) != 0) != taken) {
@@ -70,7 +70,7 @@ class SegmentServerTest : public testing::Test {
     }
   }
 
-  // The count of lost clients follows their chunks.
+  // Waits for the count of lost clients, which is updated after their chunks are freed.
   void AwaitLost(uint32_t lost) {
     const TimeLimit limit(kLimitMs);
     while (server_.service()->lost.load() != lost && !limit.passed()) KivSdSleep(nullptr, 1);
@@ -96,7 +96,7 @@ TEST_F(SegmentServerTest, AnswersTheCommandsOfThePipeWithCodes) {
   EXPECT_EQ(client.Ask("CHUNK"), "1 1");
 }
 
-TEST_F(SegmentServerTest, AnswersWhatIsNoRequestWithCode2) {
+TEST_F(SegmentServerTest, AnswersInvalidRequestsWithCode2) {
   ChunkClient client(server_.pipe());
   EXPECT_EQ(client.Ask("QUERY DROP cube"),
             "2 'DROP' is no query; write SUM, TOP or CELL in capitals");
@@ -110,7 +110,7 @@ TEST_F(SegmentServerTest, AnswersWhatIsNoRequestWithCode2) {
   EXPECT_EQ(client.Ask("QUERY CELL apple 5"), "1 CELL apple 5: 5");
 }
 
-TEST_F(SegmentServerTest, AnswersInAsManyHalvesAsItTakes) {
+TEST_F(SegmentServerTest, SplitsLongAnswersIntoHalves) {
   ChunkClient client(server_.pipe());
   ASSERT_GT(LongAnswer().size(), 2u * KIV_SEGMENT_PAYLOAD_BYTES);
   for (int time = 0; time < 3; ++time) {
@@ -119,7 +119,7 @@ TEST_F(SegmentServerTest, AnswersInAsManyHalvesAsItTakes) {
   EXPECT_EQ(OverPipe(kLongQuery), "OK " + LongAnswer());
 }
 
-TEST_F(SegmentServerTest, TakesRequestsOfUpToAHalf) {
+TEST_F(SegmentServerTest, AcceptsRequestsOfUpToAHalf) {
   ChunkClient client(server_.pipe());
   const std::string query = "QUERY SUM fruit=apple";
   const std::string longest = query + std::string(kChunkRequestBytesMax - query.size(), ' ');
@@ -153,7 +153,7 @@ std::string Read(ChunkClient& client, uint32_t lengthBytes) {
   return room;
 }
 
-// An answer of a half, taken without any memory of the library: its code, a blank and its text.
+// Reads an answer of up to a half without memory of the library. Returns code, blank and text.
 std::string ReadAnswer(ChunkClient& client) {
   const std::string text = Read(client, ReadLength(Read(client, kLengthBytes).data()));
   uint32_t code = 0;
@@ -163,7 +163,7 @@ std::string ReadAnswer(ChunkClient& client) {
   return std::to_string(code) + " " + text;
 }
 
-TEST_F(SegmentServerTest, AnswersWithCode3WhatThereIsNoMemoryFor) {
+TEST_F(SegmentServerTest, AnswersWithCode3WithoutMemory) {
   ChunkClient client(server_.pipe());
   for (int time = 0; time < 2; ++time) {
     {
@@ -174,7 +174,7 @@ TEST_F(SegmentServerTest, AnswersWithCode3WhatThereIsNoMemoryFor) {
         Send(client, request);
         EXPECT_EQ(ReadAnswer(client), "3 no memory for the words");
       }
-      Send(client, "BYES");  // which takes none
+      Send(client, "BYES");  // an unknown command needs no memory
       EXPECT_TRUE(ReadAnswer(client).starts_with("2 no such command"));
     }
     EXPECT_EQ(client.Ask("QUERY CELL apple 5"), "1 CELL apple 5: 5");
@@ -182,9 +182,9 @@ TEST_F(SegmentServerTest, AnswersWithCode3WhatThereIsNoMemoryFor) {
   }
 }
 
-// The words of a PUT are blocks of their own; buffers grow by reallocation. The cell is there
-// already, so it needs no memory.
-TEST_F(SegmentServerTest, TellsOfAStoredPutWhenThereIsNoMemoryForAReply) {
+// The words of a PUT use malloc, growing buffers realloc; only realloc fails here. The cell exists
+// and needs no memory.
+TEST_F(SegmentServerTest, ReportsAStoredPutWithoutMemoryForAReply) {
   const Script none = {.result = 0, .error = 12};
   ChunkClient client(server_.pipe());
   {
@@ -197,7 +197,7 @@ TEST_F(SegmentServerTest, TellsOfAStoredPutWhenThereIsNoMemoryForAReply) {
   EXPECT_EQ(client.Ask("QUERY CELL apple 5"), "1 CELL apple 5: 6");
 }
 
-// A client that writes bytes which are no message, and reads without any memory of the library.
+// A client that writes raw bytes, and reads without memory of the library.
 class RawPipe : public PipeClient {
  public:
   bool Write(std::string_view bytes) {
@@ -206,7 +206,7 @@ class RawPipe : public PipeClient {
                           &writtenBytes) == 0;
   }
 
-  // So much of a message, with its length; less if the server has closed the pipe.
+  // Reads raw bytes, including a message's length. Returns fewer bytes if the pipe was closed.
   std::string Read(uint32_t lengthBytes) {
     std::string room(lengthBytes, '\0');
     uint32_t readBytes = 0;
@@ -215,12 +215,12 @@ class RawPipe : public PipeClient {
   }
 };
 
-TEST_F(SegmentServerTest, TellsOfAStoredPutOverThePipeWhenThereIsNoMemoryForAReply) {
+TEST_F(SegmentServerTest, ReportsAStoredPutOverThePipeWithoutMemoryForAReply) {
   const std::string stored("\x09\0\0\0OK stored", 13);
   RawPipe client;
   Reply reply = {};
   ASSERT_TRUE(client.Open(server_.pipe(), 0));
-  // Both ends have room for an order then, and the server's has sent a shorter reply only.
+  // Afterwards both ends have room for an order, but the server has sent only a shorter reply.
   ASSERT_TRUE(client.Ask("CHUNK and as many words as there are in an order", &reply));
   {
     const ScriptedImport realloc("realloc", {.result = 0, .error = 12});
@@ -233,9 +233,9 @@ TEST_F(SegmentServerTest, TellsOfAStoredPutOverThePipeWhenThereIsNoMemoryForARep
   client.Leave();
 }
 
-// ---- Who has which chunk ----
+// ---- Chunks ----
 
-TEST_F(SegmentServerTest, GivesFiveClientsAChunkEachAndTellsTheSixth) {
+TEST_F(SegmentServerTest, GivesFiveClientsAChunkEachAndRefusesTheSixth) {
   auto clients = std::make_unique<std::vector<std::unique_ptr<ChunkClient>>>();
   for (int32_t chunk = 0; chunk < 5; ++chunk) {
     clients->push_back(std::make_unique<ChunkClient>(server_.pipe()));
@@ -281,7 +281,7 @@ TEST_F(SegmentServerTest, ServesFiveClientsAtOnce) {
   EXPECT_EQ(server_.service()->lost.load(), 0u);
 }
 
-TEST_F(SegmentServerTest, TakesAChunkBackWithBye) {
+TEST_F(SegmentServerTest, FreesAChunkAfterBye) {
   ChunkClient client(server_.pipe());
   const Member full(server_.segment(), FullMember(0, false));
   const char bye[] = "BYE";
@@ -294,15 +294,15 @@ TEST_F(SegmentServerTest, TakesAChunkBackWithBye) {
   EXPECT_EQ(client.Ask("CHUNK"), "1 1");
 }
 
-// A client that leaves says so in its chunk: the server need not wait for it until the time-out.
-TEST_F(SegmentServerTest, TakesAChunkBackAtOnceFromAClientThatLeaves) {
+// A leaving client sends BYE over its chunk, so that the server need not wait for a time-out.
+TEST_F(SegmentServerTest, FreesTheChunkOfALeavingClientAtOnce) {
   server_.service()->segment.segment()->timeoutMs = 2 * kLimitMs;
   { const ChunkClient client(server_.pipe()); }
   AwaitTaken(0, false);
   AwaitLost(0);
 }
 
-TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
+TEST_F(SegmentServerTest, FreesTheChunkOfAClientThatClosesThePipe) {
   for (const uint32_t lost : {0u, 1u}) {
     {
       SegmentClient client;
@@ -310,7 +310,7 @@ TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
       EXPECT_EQ(client.AskForChunk(), Given::kOne);
       EXPECT_EQ(client.chunk(), 0);
       if (lost == 0) client.pipe()->Leave();
-      // Otherwise its end closes the pipe.
+      // Otherwise its destructor closes the pipe.
     }
     AwaitTaken(0, false);
     ExpectBeginning(0);
@@ -318,11 +318,11 @@ TEST_F(SegmentServerTest, TakesAChunkBackFromAClientThatLeavesThePipe) {
   }
 }
 
-TEST_F(SegmentServerTest, MakesAChunkAnewForAClientThatLostTrack) {
+TEST_F(SegmentServerTest, ResetsTheChunkOfAClientThatLostTrack) {
   ChunkClient other(server_.pipe());
   ChunkClient client(server_.pipe());
   const int32_t chunk = client.chunk();
-  // A request of which only a part was written, and of the server's half nothing is right.
+  // A request that was only partly written, and wrong semaphores in the server's half.
   EXPECT_EQ(KivWriteSharedMemChunk(nullptr, client->segment(), chunk, 5, 0, 0, "QUERY"), KIV_ST_OK);
   EXPECT_TRUE(Member(server_.segment(), EmptyMember(chunk, true)).Take());
   EXPECT_TRUE(Member(server_.segment(), FullMember(chunk, true)).Give());
@@ -348,9 +348,9 @@ TEST_F(SegmentServerTest, EndsWhileClientsHaveChunks) {
   EXPECT_EQ(idle.Ask("QUERY CELL apple 2"), "no answer");
 }
 
-// ---- A client that is killed ----
+// ---- Killed clients ----
 
-// What a client has done when it is killed.
+// The last step of a client before it is killed.
 using Step = void (*)(ChunkClient& client);
 
 const struct {
@@ -406,7 +406,7 @@ const struct {
      }},
 };
 
-// Does a step and waits for its end: {pipe, step, done}
+// The role of the client: makes a step and waits to be killed. Arguments: {pipe, step, done}
 const RegisteredRole clientRole("client", [](const RoleArguments& arguments) {
   const InHost host;
   ChunkClient client(arguments[0].c_str());
@@ -420,7 +420,7 @@ const RegisteredRole clientRole("client", [](const RoleArguments& arguments) {
   return kRoleDone;
 });
 
-// The other clients, each with a chunk, which are asked all the time.
+// Other clients, each with a chunk, that send queries all the time.
 class Others {
  public:
   Others(const char* pipe, uint32_t count) {
@@ -445,7 +445,7 @@ class Others {
   Others(const Others&) = delete;
   Others& operator=(const Others&) = delete;
 
-  // Each of them goes on.
+  // Waits until each has made progress.
   void AwaitRounds() const {
     const TimeLimit limit(kLimitMs);
     for (const uint32_t before = rounds_; rounds_ < before + 8;) {
@@ -461,7 +461,7 @@ class Others {
   std::vector<std::thread> threads_;
 };
 
-TEST_F(SegmentServerTest, GivesTheChunkOfAKilledClientToTheNextWhateverItWasAt) {
+TEST_F(SegmentServerTest, PassesOnAKilledClientsChunkFromEveryStep) {
   Others others(server_.pipe(), 4);
   uint32_t lost = 0;
   for (const auto& now : kSteps) {
@@ -485,8 +485,9 @@ TEST_F(SegmentServerTest, GivesTheChunkOfAKilledClientToTheNextWhateverItWasAt) 
   }
 }
 
-// Not as long as one that is there would be waited for: ten times this is past the limit.
-TEST_F(SegmentServerTest, LooksForAClientThatTakesNoAnswerAfterTheTimeOut) {
+// The server must notice the end of the client before the ten time-outs for a live client, which
+// would exceed the limit.
+TEST_F(SegmentServerTest, ChecksForAKilledClientAfterOneTimeOut) {
   server_.service()->segment.segment()->timeoutMs = kLimitMs / 8;
   const SharedSignal done(UniqueName("done"));
   const ChildProcess client("client", {server_.pipe(), "holds-the-half", done.name()});
@@ -496,19 +497,19 @@ TEST_F(SegmentServerTest, LooksForAClientThatTakesNoAnswerAfterTheTimeOut) {
   AwaitTaken(0, false);
 }
 
-// ---- A client that is there and does not do its part ----
+// ---- Live clients that do not do their part ----
 
-TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
+TEST_F(SegmentServerTest, ReservesTheChunkOfAClientThatReadsNoAnswer) {
   Others others(server_.pipe(), 4);
   ChunkClient client(server_.pipe());
   const int32_t chunk = client.chunk();
   Send(client, kLongQuery);
-  // The server gives up in the end, and answers on the pipe.
+  // The server gives up after some time-outs, and answers on the pipe.
   Reply reply = {};
   EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 5", &reply));
   EXPECT_EQ(reply.text, "CELL apple 5: 5");
   EXPECT_NE(server_.takenMask() >> chunk & 1, 0u);
-  // Nothing is taken out of the chunk any more.
+  // The server no longer reads from the chunk.
   Send(client, "QUERY CELL apple 6");
   EXPECT_TRUE(client->pipe()->Ask("QUERY CELL apple 7", &reply));
   EXPECT_TRUE(IsGiven(server_.segment(), FullMember(chunk, false)));
@@ -520,9 +521,9 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
   EXPECT_EQ(server_.service()->lost.load(), 0u);
 }
 
-// The server does not know any more where the client's next message starts, and serves it no
-// longer. The client may still write into its chunk, however long the server waits for it to go.
-TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatItCutsOffUntilTheClientHasGone) {
+// The server cannot find the client's next message and stops serving it. The client may write into
+// its chunk until it has gone.
+TEST_F(SegmentServerTest, ReservesTheChunkOfARefusedClientUntilItHasGone) {
   constexpr uint32_t kTestGoodbyeMs = 20;
   server_.service()->goodbyeMs = kTestGoodbyeMs;
   const TimeLimit limit(kLimitMs);
@@ -542,7 +543,7 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatItCutsOffUntilTheClientHasGo
   ExpectBeginning(0);
 }
 
-TEST_F(SegmentServerTest, EndsWhileAClientThatItHasCutOffKeepsItsChunk) {
+TEST_F(SegmentServerTest, EndsWhileARefusedClientKeepsItsChunk) {
   server_.service()->goodbyeMs = 20;
   RawPipe client;
   Reply reply = {};
@@ -552,7 +553,7 @@ TEST_F(SegmentServerTest, EndsWhileAClientThatItHasCutOffKeepsItsChunk) {
   server_.Stop();
 }
 
-// ---- A hostile client ----
+// ---- Hostile clients ----
 
 class Nonsense {
  public:
@@ -569,8 +570,8 @@ class Nonsense {
 constexpr uint32_t kOddWords[] = {0,    0,    1,    2,    8,          100,        2039,      2040,
                                   2041, 2048, 4096, 5000, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
 
-// Puts nonsense into halves, now and then a command, and gives and takes the chunk's semaphores as
-// it likes, for so many rounds.
+// Writes random bytes and sometimes a command into halves, and takes and gives the chunks'
+// semaphores at random, for a number of rounds.
 void BeHostile(const std::string& segment, int32_t first, int32_t end, uint32_t rounds) {
   const AreaView area(segment);
   Nonsense some;
@@ -600,7 +601,7 @@ void BeHostile(const std::string& segment, int32_t first, int32_t end, uint32_t 
   }
 }
 
-TEST_F(SegmentServerTest, BearsAHostileClientWithoutHarmToOthers) {
+TEST_F(SegmentServerTest, HostileClientsDoNotHarmOthers) {
   Others others(server_.pipe(), 4);
   for (int time = 0; time < 2; ++time) {
     ChunkClient hostile(server_.pipe());
@@ -622,8 +623,9 @@ TEST_F(SegmentServerTest, BearsAHostileClientWithoutHarmToOthers) {
   EXPECT_EQ(server_.service()->failed.load(), false);
 }
 
-// Even where it has nothing to look for: the clients there are not to be helped, the server is.
-TEST_F(SegmentServerTest, OutlivesNonsenseInTheWholeArea) {
+// The hostile client also writes into the chunks of others. Those clients may get wrong answers,
+// but the server must survive.
+TEST_F(SegmentServerTest, SurvivesNonsenseInTheWholeArea) {
   {
     ChunkClient hostile(server_.pipe());
     std::vector<std::unique_ptr<ChunkClient>> clients;

@@ -1,5 +1,5 @@
-// How a server ends: during a pause that is for another program, and beside a client that does not
-// read its answers. The server is a process of its own, and the test its clients.
+// The end of a server during a backup's pause, and with a client that does not read its answers.
+// The server is a separate process; the test acts as its clients.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "cell_store.h"
+#include "channel/protocol.h"
 #include "client/pipe_client.h"
 #include "kivsdu/pipe.h"
 #include "server/connection.h"
-#include "server/protocol.h"
 #include "server/serve_command.h"
 #include "support/child_process.h"
 #include "support/one_processor.h"
@@ -30,7 +30,7 @@ using test::CellStore;
 using test::InThread;
 using test::Numbered;
 
-// {facts, pipe, folder}
+// The role of the server. Arguments: {facts, pipe, folder}
 const RegisteredRole serverRole("server", [](const RoleArguments& arguments) {
   const kiv::test::OneProcessor oneProcessor;
   const test::InHost host;
@@ -52,7 +52,7 @@ class ServeEndTest : public test::CellStoreTest {
     return folder_.Path("facts.csv");
   }
 
-  // What the server says to a command.
+  // Sends a command; returns the reply.
   static std::string Ask(PipeClient* client, std::string_view command) {
     Reply reply = {};
     if (!client->Ask(command, &reply)) return "no answer";
@@ -65,7 +65,7 @@ class ServeEndTest : public test::CellStoreTest {
   const ChildProcess server_{"server", {Facts(), pipe_, Folder()}};
 };
 
-// A client that can tell how much it has not read.
+// A client that knows how many bytes it has not read.
 class RudeClient : public PipeClient {
  public:
   uint32_t UnreadBytes() {
@@ -75,9 +75,9 @@ class RudeClient : public PipeClient {
   }
 };
 
-TEST_F(ServeEndTest, CellsAreWrittenBackBesideAClientThatDoesNotRead) {
-  constexpr uint32_t kUnread = 400;             // more answers than the pipe has room for
-  constexpr uint32_t kAnswerBytesAtMost = 600;  // so the next one does not fit
+TEST_F(ServeEndTest, WritesCellsBackWhileAClientDoesNotRead) {
+  constexpr uint32_t kUnread = 400;             // more answers than fit into the pipe
+  constexpr uint32_t kAnswerBytesAtMost = 600;  // with less room, the next answer does not fit
   const TimeLimit limit(kLimitMs);
   RudeClient rude;
   ASSERT_TRUE(rude.Open(pipe_.c_str(), kLimitMs));
@@ -96,7 +96,7 @@ TEST_F(ServeEndTest, CellsAreWrittenBackBesideAClientThatDoesNotRead) {
   EXPECT_EQ(store.Cell(3, 4), "5.25");
 }
 
-TEST_F(ServeEndTest, FilesStandStillUntilThePauseOfABackupIsOver) {
+TEST_F(ServeEndTest, DoesNotChangeFilesUntilABackupsPauseIsOver) {
   PipeClient client;
   ASSERT_TRUE(client.Open(pipe_.c_str(), kLimitMs));
   EXPECT_EQ(Ask(&client, "PUT r3 c4 5.25"), "stored");

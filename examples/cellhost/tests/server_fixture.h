@@ -1,4 +1,4 @@
-// A server in the test's process: all its threads over a small cube, and clients of it.
+// A server in the test's process, with all its threads and a small cube; and its clients.
 #ifndef CELLHOST_TESTS_SERVER_FIXTURE_H
 #define CELLHOST_TESTS_SERVER_FIXTURE_H
 
@@ -21,12 +21,12 @@ namespace cellhost::test {
 
 constexpr uint32_t kWorkers = 3;
 
-// Of the server's segment: shorter than in earnest, for the tests have to wait for it.
+// Time-out of the server's segment: short, because the tests wait for it.
 constexpr uint32_t kTestTimeoutMs = 200;
 
 constexpr uint32_t kNumbers = 500;  // members of the second dimension
 
-// Fruit by number: cell (apple, n) is n. All of TOP number makes an answer of several halves.
+// Fruit by number: cell (apple, n) holds n. The answer to TOP number 500 needs several halves.
 class Fruit : public Cube {
  public:
   Fruit() {
@@ -39,7 +39,7 @@ class Fruit : public Cube {
   }
 };
 
-// What the server says to "TOP number 500", behind the query.
+// The server's answer to "TOP number 500".
 inline std::string LongAnswer() {
   std::string text = "TOP number 500: ";
   for (uint32_t number = kNumbers; number >= 1; --number) {
@@ -50,7 +50,7 @@ inline std::string LongAnswer() {
 }
 constexpr std::string_view kLongQuery = "QUERY TOP number 500";
 
-// One that has stopped is as `cellhost serve` ends.
+// All threads of `cellhost serve`. Stop ends them in the same order.
 class Server {
  public:
   Server() {
@@ -65,7 +65,7 @@ class Server {
   Server& operator=(const Server&) = delete;
   ~Server() { Stop(); }
 
-  // Ends all threads; clients have to leave meanwhile.
+  // Ends all threads; the clients must leave meanwhile.
   void Stop() {
     if (stopped_) return;
     stopped_ = true;
@@ -96,7 +96,7 @@ class Server {
   bool stopped_ = false;
 };
 
-// A client with a chunk. Leaves at its end, if not before.
+// A client with a chunk. Its destructor leaves the server.
 class ChunkClient {
  public:
   explicit ChunkClient(const char* pipe) {
@@ -109,13 +109,13 @@ class ChunkClient {
     if (!left_) client_.Leave();
   }
 
-  // Leaves without a word in the chunk.
+  // Leaves over the pipe, without BYE in the chunk.
   void LeaveByPipe() {
     client_.pipe()->Leave();
     left_ = true;
   }
 
-  // The answer's code, a blank and its text.
+  // Sends a request; returns the answer's code, a blank and its text.
   std::string Ask(std::string_view request) {
     Reply reply = {};
     if (!client_.Ask(request, &reply)) return "no answer";

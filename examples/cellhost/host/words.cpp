@@ -1,5 +1,5 @@
 // Words of a line; see words.h.
-#include "cube/words.h"
+#include "host/words.h"
 
 #include <stdarg.h>
 #include <stdio.h>
@@ -7,9 +7,9 @@
 namespace cellhost {
 namespace {
 
-// Takes a word off the front of a text. False if a quote is not closed.
+// Removes the first word from a text. Returns false if a quote is not closed.
 //
-//   room  for the word; as long as the text
+//   room  receives the word; as long as the text
 bool TakeWord(std::string_view* text, char* room, Word* word) {
   bool quoted = false;
   size_t length = 0;

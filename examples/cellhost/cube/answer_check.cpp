@@ -1,5 +1,5 @@
 // Comparing answers; see answer_check.h.
-#include "host/answer_check.h"
+#include "cube/answer_check.h"
 
 #include <stdio.h>
 

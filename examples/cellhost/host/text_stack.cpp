@@ -1,5 +1,5 @@
 // Texts on a memory stack; see text_stack.h.
-#include "cube/text_stack.h"
+#include "host/text_stack.h"
 
 #include "host/complain.h"
 #include "host/thread_record.h"
@@ -8,9 +8,9 @@
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kByteAlignment = 1;        // texts need none
+constexpr uint32_t kByteAlignment = 1;        // texts need no alignment
 constexpr uint32_t kBlockBytes = 32 * 1024;   // holds a few thousand names
-constexpr uint64_t kTextBytesMax = 1u << 20;  // a longer name is a mistake in the file
+constexpr uint64_t kTextBytesMax = 1u << 20;  // a longer name is an error in the file
 
 }  // namespace
 
@@ -29,7 +29,7 @@ bool TextStack::EnsureStack() {
     stack_ = made;
     return true;
   }
-  // A failed creation can leave an incomplete stack, which is the caller's to delete.
+  // A failed creation may return an incomplete stack, which the caller must delete.
   if (made != nullptr) Succeeded(ctx, KivSdMemStackDelete(ctx, made), "delete a stack of names");
   return false;
 }

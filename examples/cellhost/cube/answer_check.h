@@ -1,15 +1,15 @@
-// Compares the server's answers with a file of expected ones, line by line, and keeps those that
-// differ so that they can be shown together.
-#ifndef CELLHOST_HOST_ANSWER_CHECK_H
-#define CELLHOST_HOST_ANSWER_CHECK_H
+// Compares answers with a file of expected answers, line by line. Keeps the differences and shows
+// them together at the end.
+#ifndef CELLHOST_CUBE_ANSWER_CHECK_H
+#define CELLHOST_CUBE_ANSWER_CHECK_H
 
 #include <stdint.h>
 
 #include <string_view>
 
-#include "cube/text_stack.h"
 #include "host/host_memory.h"
 #include "host/text_lines.h"
+#include "host/text_stack.h"
 
 namespace cellhost {
 
@@ -17,20 +17,20 @@ class AnswerCheck {
  public:
   AnswerCheck();
 
-  // Reads the expected answers; see InputFile::Open for the arguments. False on failure, which has
-  // then been told.
+  // Reads the expected answers; see InputFile::Open for the arguments. Returns false on failure,
+  // after reporting it.
   bool Read(const char* path, const char* option);
 
-  // Takes the next answer; it may go away afterwards. False when there is no memory.
+  // Compares the next answer, and copies it if it differs. Returns false without memory.
   bool Compare(std::string_view answer);
 
-  // After the last answer: shows what differs, and says in one line how many agree. Whether all
-  // do, and none was expected beyond them.
+  // Call after the last answer. Prints the differences, and in one line how many answers agree.
+  // Returns whether all agree and no expected answer is missing.
   bool Conclude() const;
 
-  // The parts of it.
+  // The parts of Conclude.
   uint32_t agreeing() const { return compared_ - differences_.count(); }
-  uint32_t lines() const;  // expected ones and those beyond them
+  uint32_t lines() const;  // number of expected answers, or of given answers if that is higher
   void ShowDifferences(const char* title) const;
 
  private:

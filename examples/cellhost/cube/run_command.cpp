@@ -1,14 +1,14 @@
-// `cellhost run`; see run_command.h. All input is checked before the facts are loaded, as that
-// may take long.
-#include "host/run_command.h"
+// `cellhost run`; see run_command.h. Checks all other input before it loads the facts, because
+// loading may take long.
+#include "cube/run_command.h"
 
 #include <stdio.h>
 
 #include "cube/answer.h"
+#include "cube/answer_check.h"
 #include "cube/cube.h"
 #include "cube/fact_loader.h"
 #include "cube/query.h"
-#include "host/answer_check.h"
 #include "host/console_report.h"
 #include "host/exit_code.h"
 #include "host/line_file.h"
@@ -21,7 +21,7 @@ namespace {
 
 constexpr double kUsPerSecond = 1e6;
 
-// How many queries were answered, and how long that took.
+// Number of answered queries and the time spent on them.
 struct Served {
   uint32_t queries;
   uint64_t elapsedUs;
@@ -49,7 +49,7 @@ void PrintLoad(const char* path, const Cube& cube, const LoadResult& load) {
   Item("Memory held", "%s", SizeOfBytes(cube.bytesHeld()).text);
 }
 
-// Answers one query, prints and compares; only the answering is timed.
+// Answers one query, prints the answer and compares it. Times only the answering.
 bool Serve(const Cube& cube, const Query& query, AnswerCheck* check, Served* served) {
   const Stopwatch watch;
   std::string_view answer;

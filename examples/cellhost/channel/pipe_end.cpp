@@ -1,5 +1,5 @@
 // Messages through a pipe; see pipe_end.h.
-#include "server/pipe_end.h"
+#include "channel/pipe_end.h"
 
 #include <algorithm>
 
@@ -42,7 +42,7 @@ bool PipeEnd::Send(std::string_view text) {
   return status == 0 && writtenBytes == sizeBytes;
 }
 
-// Waits until there is something to read.
+// Waits until bytes can be read.
 Received PipeEnd::Look(const Patience& patience, uint32_t* availableBytes) {
   for (Pause pause;; pause.Take()) {
     *availableBytes = 0;
@@ -50,7 +50,7 @@ Received PipeEnd::Look(const Patience& patience, uint32_t* availableBytes) {
         KivSdNamedPipePeek(ThisContext(), &pipe_, 0, nullptr, nullptr, availableBytes, nullptr);
     if (status != 0) return Received::kGone;
     if (*availableBytes != 0) return Received::kMessage;
-    // relaxed: the flag only ends the wait; nothing that it would publish is read.
+    // relaxed: the flag only ends the wait and publishes no data.
     if (patience.stop != nullptr && patience.stop->load(std::memory_order_relaxed)) {
       return Received::kStopped;
     }

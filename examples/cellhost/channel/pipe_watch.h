@@ -1,22 +1,22 @@
-// Waits for the other end of a chunk as long as its end of the control pipe is open: a process that
-// ends, however it does, closes it.
-#ifndef CELLHOST_SERVER_PIPE_WATCH_H
-#define CELLHOST_SERVER_PIPE_WATCH_H
+// Continues a wait in a chunk while the other end's control pipe is open. The system closes that
+// pipe when the process ends, even if it is killed.
+#ifndef CELLHOST_CHANNEL_PIPE_WATCH_H
+#define CELLHOST_CHANNEL_PIPE_WATCH_H
 
 #include <stdint.h>
 
 #include <atomic>
 
-#include "server/chunk_channel.h"
-#include "server/pipe_end.h"
+#include "channel/chunk_channel.h"
+#include "channel/pipe_end.h"
 
 namespace cellhost {
 
 // For one request or one answer.
 class PipeWatch final : public ChunkWatch {
  public:
-  // timeoutsMax: of the segment, so often in all, as long as the other end is open
-  // stop:        ends the wait when it is true; null if nothing does
+  //   timeoutsMax  how many time-outs of the segment to wait
+  //   stop         true ends the wait; may be null
   PipeWatch(PipeEnd* pipe, uint32_t timeoutsMax, const std::atomic<bool>* stop)
       : pipe_(pipe), timeoutsMax_(timeoutsMax), stop_(stop) {}
 

@@ -1,13 +1,13 @@
-// Texts on a memory stack: names are pushed one behind the other, stay where they are while the
-// stack grows, and go all at once. Not locked.
-#ifndef CELLHOST_CUBE_TEXT_STACK_H
-#define CELLHOST_CUBE_TEXT_STACK_H
+// Texts on a memory stack. Names are pushed one behind another, never move, and are freed all at
+// once. Not locked.
+#ifndef CELLHOST_HOST_TEXT_STACK_H
+#define CELLHOST_HOST_TEXT_STACK_H
 
 #include <stdint.h>
 
 #include <string_view>
 
-#include "cube/text_room.h"
+#include "host/text_room.h"
 #include "kivsdu/memstack.h"
 
 namespace cellhost {
@@ -19,11 +19,11 @@ class TextStack final : public TextRoom {
   TextStack& operator=(const TextStack&) = delete;
   ~TextStack();
 
-  // Copies a text onto the stack; the first one makes the stack. False when there is no memory,
-  // which has then been told.
+  // Copies a text onto the stack; the first text makes the stack. Returns false without memory,
+  // after reporting it.
   bool Push(std::string_view text, std::string_view* kept);
 
-  // The same without the text.
+  // Pushes room for a text that the caller writes; otherwise like Push.
   bool MakeRoom(uint64_t lengthBytes, char** room) override;
 
   uint64_t bytesPushed() const { return bytesPushed_; }

@@ -1,6 +1,6 @@
 // `cellhost run`: loads the facts, answers the queries, compares the answers.
-#ifndef CELLHOST_HOST_RUN_COMMAND_H
-#define CELLHOST_HOST_RUN_COMMAND_H
+#ifndef CELLHOST_CUBE_RUN_COMMAND_H
+#define CELLHOST_CUBE_RUN_COMMAND_H
 
 #include <string>
 
@@ -12,7 +12,7 @@ struct RunOptions {
   std::string answers;  // empty: the answers are only printed
 };
 
-// The program's exit code. On a thread with a record.
+// Returns the program's exit code. The thread must have a record.
 int RunCommand(const RunOptions& options);
 
 }  // namespace cellhost

@@ -1,38 +1,38 @@
 // Requests and answers in a chunk; see chunk_channel.h.
 //
-// Every call of the library moves bytes of one half: it waits for a semaphore once, before it has
-// moved any, and can be made again after a time-out.
-#include "server/chunk_channel.h"
+// Each library call here moves bytes of one half. It waits for a semaphore once, before it moves
+// any byte, and can therefore be repeated after a time-out.
+#include "channel/chunk_channel.h"
 
 #include <string.h>
 
 #include <algorithm>
 
+#include "channel/protocol.h"
 #include "host/complain.h"
 #include "kivsdu/status.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
 
-constexpr uint8_t kWhole = 0;  // what is written fits the half
+constexpr uint8_t kWhole = 0;  // the data fits the half
 constexpr uint8_t kBytes = 0;
 constexpr uint8_t kString = 1;
 constexpr uint32_t kOnlyTry = 0;
 
-// The members of the segment's set.
+// Members of the segment's semaphore set.
 constexpr uint16_t kMembersPerChunk = 4;
 constexpr uint16_t kFirstHalfFull = 1;  // of chunk 0
 constexpr uint16_t kSecondHalfFull = 3;
 constexpr uint16_t kEmptyBehindFull = 1;
 
-constexpr uint32_t kWritesFirstHalves = 1;  // the kind that does
+constexpr uint32_t kWritesFirstHalves = 1;  // the end of this kind writes the first halves
 
 uint16_t MemberOf(int32_t chunk, uint16_t ofChunk0) {
   return static_cast<uint16_t>(chunk * kMembersPerChunk + ofChunk0);
 }
 
-// Makes a step of a transfer, and again as long as the other end is waited for.
+// Makes one step of a transfer. Repeats it after a time-out while `watch` keeps waiting.
 template <class Step>
 Carried Persist(ChunkWatch* watch, Step step) {
   for (;;) {
@@ -42,7 +42,8 @@ Carried Persist(ChunkWatch* watch, Step step) {
   }
 }
 
-// Cuts a text behind its length so that each piece ends with a half; calls carry(start, length).
+// Cuts the text that follows a length into pieces, so that each piece ends with a half. Calls
+// carry(start, length) for each.
 template <class Carry>
 Carried InPieces(uint32_t lengthBytes, Carry carry) {
   uint32_t roomBytes = KIV_SEGMENT_PAYLOAD_BYTES - kLengthBytes;
@@ -73,8 +74,8 @@ Carried ChunkChannel::Write(const char* bytes, uint32_t lengthBytes, bool handOv
   });
 }
 
-// A code that was not sent blocks the chunk, lest what follows reach the reader in its place. Here
-// nothing follows: the code itself is sent again, or the chunk is given up.
+// After a code was not sent, the library blocks the chunk, because otherwise the next message would
+// take the code's place. Clearing `code` lifts the block: here nothing but the code itself follows.
 Carried ChunkChannel::WriteCode(uint32_t code, ChunkWatch* watch) {
   return Persist(watch, [&] {
     segment_->writing[chunk_].code = 0;
@@ -113,7 +114,7 @@ Carried ChunkChannel::ReceiveAnswer(ChunkWatch* watch, HostArray<char>* answer, 
   return carried == Carried::kDone ? ReadCode(code, watch) : carried;
 }
 
-// Takes the rest of the message that is being read away.
+// Discards the rest of the current message.
 Carried ChunkChannel::TakeAway() {
   segment_->reading[chunk_] = {};
   const uint16_t firstFull =
@@ -123,8 +124,8 @@ Carried ChunkChannel::TakeAway() {
   return status == KIV_ST_OK ? Carried::kNonsense : Carried::kBroken;
 }
 
-// A string is read to its zero byte or to the message's end, and how long it is is not told: the
-// room is zeroed, and ends in a byte that is never written.
+// The library reads a string up to its zero byte or the end of the message, and does not return the
+// length. The buffer is therefore zeroed first, and its last byte is never written.
 Carried ChunkChannel::ReceiveRequest(std::string_view* text) {
   memset(request_, 0, sizeof request_);
   uint32_t code = 0;
@@ -133,8 +134,8 @@ Carried ChunkChannel::ReceiveRequest(std::string_view* text) {
   if (status == KIV_ST_SEM_TIMEOUT) return Carried::kNothing;
   if (status != KIV_ST_OK) return Carried::kBroken;
   if (code != 0) return Carried::kNonsense;
-  // Behind the zero byte, or beyond the half as the message has it. Nobody waits for an answer to
-  // that, and a length that was made up would never end.
+  // The message has bytes behind the zero byte, or claims to be longer than a half. Discard them:
+  // reading on to an invented length might never end.
   if (segment_->reading[chunk_].lengthBytes != 0) return TakeAway();
   *text = request_;
   return Carried::kDone;
@@ -152,8 +153,8 @@ Carried ChunkChannel::SendAnswer(std::string_view text, uint32_t code, ChunkWatc
   return carried == Carried::kDone ? WriteCode(code, watch) : carried;
 }
 
-// Both semaphores are taken, whether or not they are given, and the one that says "empty" is given
-// then: one answer to all four states.
+// Tries to acquire both semaphores, and then releases "empty". This leads from each of the four
+// states to the first.
 bool ChunkChannel::ResetHalf(uint16_t full) {
   const uint16_t members[] = {full, static_cast<uint16_t>(full + kEmptyBehindFull)};
   for (const uint16_t member : members) {
@@ -161,7 +162,7 @@ bool ChunkChannel::ResetHalf(uint16_t full) {
     if (status != KIV_ST_SEM_TIMEOUT && !Succeeded(nullptr, status, "empty a chunk")) return false;
   }
   return Succeeded(nullptr, KivSdShSemSetClear(nullptr, members[1], segment_->semaphores),
-                   "give a chunk's half back");
+                   "release a chunk's half");
 }
 
 bool ChunkChannel::Reset() {
