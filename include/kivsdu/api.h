@@ -1,7 +1,7 @@
 /* Linkage and layout helpers that every public header of kivsdu uses.
  *
- * The headers are plain C11 and C++17. They need no header of the operating system, and the
- * same text serves MSVC, clang and GCC. */
+ * The headers are plain C11 and C++17. They need no header of the operating system, and
+ * compile unchanged with MSVC, clang and GCC. */
 #ifndef KIVSDU_API_H
 #define KIVSDU_API_H
 

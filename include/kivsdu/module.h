@@ -12,7 +12,8 @@
 #include "api.h"
 #include "context.h"
 
-/* Loads a module. Never shows an error box.
+/* Loads a module. Never shows an error box: while it runs, error boxes are off in the whole
+ * process.
  *
  *   path     must not be null; its first 1028 characters are kept for KivSdModuleGetErrorMessage
  *   module   receives the handle, null on failure; must not be null

@@ -40,8 +40,8 @@
  * processes inherit the handle.
  *
  * KIV_SHAREDMEM_EXCLUSIVE fails only if the system refuses to create a block because the name
- * exists. Windows returns the existing block instead of refusing. That counts as created: the
- * status is 0.
+ * exists, OS error 183. Windows returns the existing block instead of refusing. That counts as
+ * created: the status is 0.
  *
  *   name             must not be null
  *   sizeBytes        at least 1 to create a block; 0 maps all of an opened block

@@ -164,10 +164,11 @@ KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process
  * because it allocates.
  *
  * One thread handles an exception at a time. A second thread that calls this waits until the first
- * thread has ended, which is forever if the first thread ends the process. The first thread may
- * call it again, with another value.
+ * thread has ended; if the first thread ends the process, the second never returns. The first
+ * thread may call it again, with another value.
  *
- *   value  how such a request ends the process: 0 calls exit(0), any other value calls abort()
+ *   value  how a request without room in the stack ends the process: 0 calls exit(0), any other
+ *          value calls abort()
  *
  * Always returns 0. */
 KIVSDU_API uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value);

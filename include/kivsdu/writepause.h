@@ -82,12 +82,13 @@ KIV_ASSERT_FIELD(KivSdWriteLease, held, 32);
  * Compatibility: if it gives up or waiting fails, the pause stays in force although leases are out.
  * The caller must lift it.
  *
- * The host must allow one pauser at a time. Two that start at one moment may both return 0, each
- * after all leases were returned. A pauser that finds no pause but gets the lock only after another
- * pause began waits for the writers that wait for that pause. Meanwhile nobody can lift that pause
- * before its maximum, and never if it has none.
+ * A thread that has a lease must not pause: it would wait for itself.
  *
- * A thread that has a lease must not pause: it would wait for itself. */
+ * The host must allow one pauser at a time. If two start at one moment, both may return 0, each
+ * after all leases were returned. If one starts slightly later, it can find no pause and then queue
+ * for the lock behind the first pauser. It then waits for the writers that wait for the first
+ * pause, and KivSdUnpauseWriteIO waits for it: the first pause lasts until its maximum, or forever
+ * if it has none. */
 KIVSDU_API uint32_t KivSdPauseWriteIO(KivSdWriteLease* lease, int64_t maxSeconds);
 
 /* Lifts the pause, if there is one. All waiting writers continue at once. Waits while a pauser
