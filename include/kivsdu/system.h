@@ -225,8 +225,8 @@ KIVSDU_API uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal,
 
 /* Returns a drive's label, type, file system and sizes. Never asks the user for a medium.
  *
- * Compatibility: it hides the system's error boxes meanwhile, and afterwards sets the process's
- * error mode (SetErrorMode) to 0, whatever the mode was before. KivSdOSResourcesGet does so too.
+ * Compatibility: error boxes are off in the whole process while it runs. Afterwards the process's
+ * error mode (SetErrorMode) is 0, whatever it was before. KivSdOSResourcesGet has this effect too.
  *
  *   ordinal  1 (A) to KIV_DRIVES_MAX; any other value is a programming error
  *   info     receives them; null is a programming error
