@@ -1,4 +1,4 @@
-// Objects that are made and closed many times leave no handle behind.
+// Creating and closing objects many times leaks no handle.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -20,7 +20,8 @@ constexpr int kRounds = 2'000;
 constexpr uintptr_t kHandleStep = 4;
 constexpr uintptr_t kHandlesLookedAt = 8'000;
 
-// The handles that are open, by trying the numbers: Wine tells no count of a process's handles.
+// Counts the open handles by trying every number, because Wine reports no handle count of a
+// process.
 size_t OpenHandles() {
   size_t count = 0;
   for (uintptr_t i = 1; i <= kHandlesLookedAt; ++i) {
@@ -30,8 +31,8 @@ size_t OpenHandles() {
   return count;
 }
 
-// Runs `round` often and counts what it left open. The first time is not counted: the system and
-// the runtimes open some handles of their own when they are first used.
+// Runs `round` many times and returns the number of handles left open. The first run is not
+// counted, because the system and the runtimes open some handles when they are first used.
 size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
   round();
   const size_t before = OpenHandles();
@@ -39,7 +40,7 @@ size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
   return OpenHandles() - before;
 }
 
-TEST(OpenHandles, CountsEveryOne) {
+TEST(OpenHandles, CountsEveryOpenHandle) {
   constexpr size_t kMade = 4'000;
   const size_t before = OpenHandles();
   std::vector<HANDLE> made(kMade);
@@ -75,7 +76,7 @@ TEST(HandleLeak, SemaphoreSetsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SemaphoreSetsThatFailHalfWayLeaveNone) {
+TEST(HandleLeak, PartlyCreatedSemaphoreSetsLeaveNone) {
   constexpr int32_t kInitial[] = {0, 1, 9};
   constexpr int32_t kMaximum[] = {1, 2, 3};
   const std::string name = UniqueName("leak");
@@ -207,7 +208,7 @@ TEST(HandleLeak, SharedBlocksLeaveNone) {
             0u);
 }
 
-// Each has 22 handles.
+// Each segment has 22 handles.
 TEST(HandleLeak, SegmentsLeaveNone) {
   constexpr int kSegments = 1000;
   const std::string name = UniqueName("leak");
