@@ -27,7 +27,6 @@ constexpr uint32_t kLineOrdinal = 1540;
 constexpr uint32_t kLineOrdinalBuffer = 1541;
 
 constexpr size_t kMaxNameCharacters = 60;
-constexpr char kBeforeA = 'A' - 1;
 
 // By kind. The numbering is shared by all platforms, so it lists processors that this one never
 // reports.
@@ -210,6 +209,6 @@ uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal, uint32_t l
   Require(name != KIV_NULL && length != 0, "pszDriveName != KIV_NULL && sizeBuf != 0", kSource,
           kLineOrdinalBuffer);
   static_cast<void>(KivSdMemClear(nullptr, name, length));
-  name[0] = static_cast<char>(kBeforeA + ordinal);
+  name[0] = DriveLetter(ordinal);
   return Report(ctx, KIV_ST_OK);
 }

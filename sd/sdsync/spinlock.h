@@ -26,14 +26,12 @@ static_assert(sizeof(Holder) == 8 && std::atomic<Holder>::is_always_lock_free, "
 
 struct TestAndSetLock {
   Atomic<uint32_t> word;  // 0 free, 1 held
-  uint32_t mark;          // kCreationMark; not read, marks the record in a memory dump
+  uint32_t mark;          // kCreationMark; nothing reads it
   Atomic<Holder> holder;
 };
 static_assert(offsetof(TestAndSetLock, word) == 0, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, mark) == 4, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, holder) == 8, "spinlock layout");
-
-constexpr uint32_t kCreationMark = 256;
 
 // Three 64-byte lines for three kinds of access: arrivals write `next`, waiters read `serving`, the
 // holder writes the rest. The first line is unused, so that no field shares a cache line with the

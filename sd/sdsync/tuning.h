@@ -34,6 +34,9 @@ inline bool HardwareAcceleration() {
 }
 inline bool UsesTickets() { return HardwareAcceleration(); }
 
+// Marks a lock of the test-and-set design in a memory dump; nothing reads it.
+constexpr uint32_t kCreationMark = 256;
+
 // The spin budget is a plain exported variable, because hosts read it too.
 inline int32_t SpinBudget() {
   return AtomicRef<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);

@@ -1,4 +1,4 @@
-// The atomic types of the locks: those of the standard library.
+// The atomic types of the locks and of the thread heap slots: those of the standard library.
 //
 // They have their own names, and this header has its own folder on the include path, so that a test
 // build can replace them: tests/stress/delayed/atomic.h adds a random delay around every access.
