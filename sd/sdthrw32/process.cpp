@@ -37,8 +37,8 @@ uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id) {
 uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process) {
   const os::Wait waited = os::WaitOne(process, 0);
   if (waited.result == os::kWaitTimedOut) return Report(ctx, KIV_ST_OK);
-  // Record the wait's result, not the last error: 0 means that the process has ended, any other
-  // value that the handle is bad.
+  // Records the wait's result, not the last error: 0 if the process has ended, not 0 if the handle
+  // is bad.
   return Report(ctx, KIV_ST_PROCESS_ALIVE, waited.result);
 }
 

@@ -67,7 +67,7 @@ TEST(SeamProcessor, ReportsCountTypeAndPageSize) {
   EXPECT_EQ(os::PageSizeBytes() & (os::PageSizeBytes() - 1), 0u);
 }
 
-TEST(SeamProcessor, TellsFiniteNumbersFromOthers) {
+TEST(SeamProcessor, DistinguishesFiniteNumbersFromOthers) {
   using Limits = std::numeric_limits<double>;
   EXPECT_TRUE(os::IsFinite(0.0));
   EXPECT_TRUE(os::IsFinite(Limits::max()));

@@ -149,7 +149,7 @@ void CountOther(uint64_t, uint64_t, uint64_t, uint64_t) { ++otherHookCalls; }
 
 class Hook : public testing::TestWithParam<HookCase> {};
 
-TEST_P(Hook, DoesNothingBeforeOneIsInstalledAndNullInstallsNone) {
+TEST_P(Hook, DoesNothingBeforeOneIsInstalledAndNullInstallsNothing) {
   IN_FRESH_PROCESS([] {
     GetParam().call(1, 2, 3, 4);
     GetParam().install(nullptr);

@@ -50,7 +50,7 @@ TEST(OpenHandles, CountsEveryOpenHandle) {
   EXPECT_EQ(OpenHandles(), before);
 }
 
-TEST(HandleLeak, SemaphoresLeaveNone) {
+TEST(HandleLeak, SemaphoresLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle made = nullptr;
@@ -63,7 +63,7 @@ TEST(HandleLeak, SemaphoresLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SemaphoreSetsLeaveNone) {
+TEST(HandleLeak, SemaphoreSetsLeakNoHandle) {
   constexpr int32_t kInitial[] = {0, 1, 2};
   constexpr int32_t kMaximum[] = {1, 2, 3};
   const std::string name = UniqueName("leak");
@@ -76,7 +76,7 @@ TEST(HandleLeak, SemaphoreSetsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, PartlyCreatedSemaphoreSetsLeaveNone) {
+TEST(HandleLeak, PartlyCreatedSemaphoreSetsLeakNoHandle) {
   constexpr int32_t kInitial[] = {0, 1, 9};
   constexpr int32_t kMaximum[] = {1, 2, 3};
   const std::string name = UniqueName("leak");
@@ -88,7 +88,7 @@ TEST(HandleLeak, PartlyCreatedSemaphoreSetsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, MutexesLeaveNone) {
+TEST(HandleLeak, MutexesLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle made = nullptr;
@@ -103,7 +103,7 @@ TEST(HandleLeak, MutexesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, EventsLeaveNone) {
+TEST(HandleLeak, EventsLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle gate = nullptr;
               KivHandle standard = nullptr;
@@ -120,7 +120,7 @@ TEST(HandleLeak, EventsLeaveNone) {
 
 uint32_t DoNothing(void*) { return 0; }
 
-TEST(HandleLeak, ThreadsLeaveNone) {
+TEST(HandleLeak, ThreadsLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               uint32_t id = 0;
               KivHandle thread = nullptr;
@@ -132,7 +132,7 @@ TEST(HandleLeak, ThreadsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, HandlesOfTheCallingThreadLeaveNone) {
+TEST(HandleLeak, HandlesOfTheCallingThreadLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle self = nullptr;
               ASSERT_EQ(KivSdThreadHandleGet(nullptr, &self), KIV_ST_OK);
@@ -141,7 +141,7 @@ TEST(HandleLeak, HandlesOfTheCallingThreadLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, AnonymousPipesLeaveNone) {
+TEST(HandleLeak, AnonymousPipesLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle readEnd = nullptr;
               KivHandle writeEnd = nullptr;
@@ -152,7 +152,7 @@ TEST(HandleLeak, AnonymousPipesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, NamedPipesLeaveNone) {
+TEST(HandleLeak, NamedPipesLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle server = nullptr;
@@ -169,7 +169,7 @@ TEST(HandleLeak, NamedPipesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, DirectFilesLeaveNone) {
+TEST(HandleLeak, DirectFilesLeakNoHandle) {
   const TemporaryFolder folder;
   const std::string path = folder.Path("blocks");
   EXPECT_EQ(LeftOpenBy([&] {
@@ -183,7 +183,7 @@ TEST(HandleLeak, DirectFilesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, CompletionRecordsLeaveNone) {
+TEST(HandleLeak, CompletionRecordsLeakNoHandle) {
   KivSdNoWaitCb records[2] = {};
   EXPECT_EQ(LeftOpenBy([&] {
               ASSERT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records, 2), KIV_ST_OK);
@@ -192,7 +192,7 @@ TEST(HandleLeak, CompletionRecordsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SharedBlocksLeaveNone) {
+TEST(HandleLeak, SharedBlocksLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle mapping = nullptr;
@@ -209,7 +209,7 @@ TEST(HandleLeak, SharedBlocksLeaveNone) {
 }
 
 // Each segment has 22 handles.
-TEST(HandleLeak, SegmentsLeaveNone) {
+TEST(HandleLeak, SegmentsLeakNoHandle) {
   constexpr int kSegments = 1000;
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy(

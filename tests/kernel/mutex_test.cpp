@@ -226,7 +226,7 @@ TEST_F(Mutex, UnusedNamesAndNamesOfOtherKindsAreRefused) {
 
 // ---- Holders that end, and second processes ----
 
-TEST_F(Mutex, ReportsAnEndedHolderAsAFailureButIsTaken) {
+TEST_F(Mutex, WhoseHolderHasEndedIsTakenWithAFailure) {
   Make();
   EXPECT_EQ(OnAnotherThread([&] { return KivSdMutexRequest(nullptr, &mutex_, 0); }), KIV_ST_OK);
   EXPECT_EQ(KivSdMutexRequest(ctx_, &mutex_, kLimitMs), KIV_ST_MUTEX_REQUEST);

@@ -89,7 +89,7 @@ TEST_F(Process, IsNotAliveOnceItWasKilled) {
   CHECK_OUTCOME(ctx_, KivSdProcessCheckAlive(ctx_, handle()), KIV_ST_PROCESS_ALIVE, 0u);
 }
 
-TEST(ProcessHandle, ThatIsBadReportsAFailedWait) {
+TEST(BadProcessHandle, ReportsAFailedWait) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessCheckAlive(ctx, BadHandle()), KIV_ST_PROCESS_ALIVE, kWaitFailed);
   CHECK_OUTCOME(ctx, KivSdProcessCheckAlive(ctx, nullptr), KIV_ST_PROCESS_ALIVE, kWaitFailed);
@@ -123,7 +123,7 @@ TEST_F(Process, DeleteWithoutTheAccessRightIsDenied) {
   CloseHandle(watcher);
 }
 
-TEST(ProcessHandle, ThatIsBadIsDeletedSuccessfullyWithTheErrorRecorded) {
+TEST(BadProcessHandle, IsDeletedSuccessfullyWithTheErrorRecorded) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessDelete(ctx, BadHandle()), KIV_ST_OK, 6u);
   CHECK_OUTCOME(ctx, KivSdProcessDelete(ctx, nullptr), KIV_ST_OK, 6u);
@@ -170,7 +170,7 @@ TEST_F(Process, AnInvalidPriorityClassIsRefused) {
   EXPECT_EQ(GetPriorityClass(handle()), uint32_t{NORMAL_PRIORITY_CLASS});
 }
 
-TEST(ProcessHandle, ThatIsBadFailsToSetAPriorityClass) {
+TEST(BadProcessHandle, FailsToSetAPriorityClass) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessPrioritySet(ctx, BadHandle(), 1, NORMAL_PRIORITY_CLASS),
                 KIV_ST_PROCESS_PRIORITY_SET, 6u);

@@ -51,7 +51,7 @@ std::function<void()> onAccess;                // called before and after every 
 void Note(char letter) {
   trace += letter;
   if (trace.size() > kLongest) {
-    std::fprintf(stderr, "waits for ever: %s\n", trace.substr(0, 100).c_str());
+    std::fprintf(stderr, "waits forever: %s\n", trace.substr(0, 100).c_str());
     std::abort();
   }
   if (onLetter != nullptr) onLetter(letter);

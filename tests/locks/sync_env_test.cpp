@@ -484,10 +484,10 @@ class Calls {
   static inline std::mutex mutex_;  // guards closed_ and threads_
   static inline std::vector<HANDLE> closed_;
   static inline std::vector<HANDLE> threads_;
-  static inline std::vector<HANDLE> ends_;  // made by one thread, before there are others
+  static inline std::vector<HANDLE> ends_;  // written by one thread before it starts others
   static inline std::vector<DWORD> pipeBytes_;
-  static inline std::vector<SIZE_T> stackBytes_;    // one thread starts the other
-  static inline std::atomic<uint32_t> otherBytes_;  // writes of anything but one 'c'
+  static inline std::vector<SIZE_T> stackBytes_;    // the threads start one after the other
+  static inline std::atomic<uint32_t> otherBytes_;  // number of writes other than one 'c'
 
   ImportPatch patches_[kFunctions] = {{"CreatePipe", reinterpret_cast<void*>(&MakePipe)},
                                       {"CreateThread", reinterpret_cast<void*>(&StartThread)},
@@ -542,8 +542,8 @@ class Clock {
 
 TEST(SpinUpperLimit, IsTheNumberOfRoundsThatLastAsLongAsHalfARoundTrip) {
   struct {
-    int64_t tripsUs;  // of 10000 round trips
-    int64_t spinUs;   // of 400000 rounds
+    int64_t tripsUs;  // time of 10000 round trips
+    int64_t spinUs;   // time of 400000 rounds
     int32_t limit;
     Calls::Transfer transfer;
   } const measurements[] = {{300, 200, 30, Calls::kReal},
@@ -756,7 +756,8 @@ TEST(SpinUpperLimit, StaysUnchangedOnAFailureWhichIsReported) {
   }
 }
 
-// KivSdPipeWrite reports such a write as a success, so the reading thread would wait forever.
+// KivSdPipeWrite reports such a write as a success. If the measurement did not check the count, the
+// reading thread would wait forever.
 TEST(SpinUpperLimit, DoesNotWaitForeverWhenAWriteFailsWithoutAnError) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;

@@ -3,7 +3,7 @@
  *
  * One step of a process is one access to a shared variable. Waiting is a guard, because the order
  * of entry does not depend on how a thread waits. With SLEEPING, every blocked thread falls asleep
- * and is woken step by step, like in sd/sdrwlock/wait.cpp, and frees its node at its end. The model
+ * and is woken step by step, as in sd/sdrwlock/wait.cpp, and frees its node at its end. The model
  * checks in every order of steps:
  *
  *   - a writer is alone inside, readers share only with readers (assertions at the sections);

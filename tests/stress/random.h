@@ -1,4 +1,4 @@
-// Pseudo-random numbers that are cheap and the same on every machine.
+// Cheap pseudo-random numbers; a seed gives equal numbers on every machine.
 #ifndef KIV_TESTS_STRESS_RANDOM_H
 #define KIV_TESTS_STRESS_RANDOM_H
 

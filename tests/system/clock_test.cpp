@@ -37,7 +37,7 @@ TEST(Sleep, CallsTheSystemAndClearsTheRecord) {
 
 // ---- The process's clock ----
 
-TEST(ProcessClock, IsTheRuntimes) {
+TEST(ProcessClock, MatchesTheRuntimesClock) {
   Context ctx;
   Guarded<uint32_t> ticks;
   const clock_t before = clock();
@@ -75,7 +75,7 @@ TEST(ProcessClock, RefusesNullTicks) {
 
 // ---- The wall clock ----
 
-TEST(WallClock, IsTheRuntimes) {
+TEST(WallClock, MatchesTheRuntimesClock) {
   Context ctx;
   Guarded<uint64_t> seconds;
   const __time64_t before = _time64(nullptr);

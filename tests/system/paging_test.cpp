@@ -183,7 +183,7 @@ TEST(PagingFiles, AreCutAtTheFullLength) {
   }
 }
 
-TEST(PagingFiles, AreFlaggedWhenTheSettingNamesNone) {
+TEST(PagingFiles, AreFlaggedAsEmptyWhenTheSettingIsEmpty) {
   for (const std::string& setting :
        {std::string(), std::string(1, '\0'), std::string(2, '\0'), std::string("\0D:\\two\0", 8)}) {
     FakeMachine machine;
