@@ -18,7 +18,6 @@ namespace {
 
 constexpr char kSource[] = "sd/sdmemw32";
 constexpr uint32_t kLineRealloc = 540;
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
 // A page count in bytes, in 32 bits: 524288 pages and more wrap, and callers on every platform
 // see the same wrap.
@@ -178,17 +177,19 @@ uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32
   return released;
 }
 
-void KivSdSetMemoryManager(uint8_t flag) { memorySwitches.manager.store(flag, kRelaxed); }
+void KivSdSetMemoryManager(uint8_t flag) {
+  memorySwitches.manager.store(flag, std::memory_order_relaxed);
+}
 
 void KivSdSetMmapAllocCfg(uint8_t setting) {
-  memorySwitches.mappedAllocation.store(setting, kRelaxed);
+  memorySwitches.mappedAllocation.store(setting, std::memory_order_relaxed);
 }
 
 uint8_t KivSdSetMemDeallocOption() {
   // Exactly 1, although the switch itself takes any value: a host that stores another value to
   // mean "on" keeps its frees.
-  if (memorySwitches.manager.load(kRelaxed) == 1) {
-    memorySwitches.noFree.store(1, kRelaxed);
+  if (memorySwitches.manager.load(std::memory_order_relaxed) == 1) {
+    memorySwitches.noFree.store(1, std::memory_order_relaxed);
   }
-  return memorySwitches.noFree.load(kRelaxed);
+  return memorySwitches.noFree.load(std::memory_order_relaxed);
 }

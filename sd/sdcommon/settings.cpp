@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-
 std::atomic<uint8_t> failoverMode{0};
 std::atomic<KivSdLeaseGuardFunction> leaseGuard{nullptr};
 std::atomic<uint32_t> fileLockingMode{1};
@@ -21,11 +19,11 @@ std::atomic<const char*> appFolderName{"APP"};
 class Hook {
  public:
   void Install(KivSdHookFunction function) {
-    if (function != nullptr) function_.store(function, kRelaxed);
+    if (function != nullptr) function_.store(function, std::memory_order_relaxed);
   }
 
   void Call(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) const {
-    const KivSdHookFunction function = function_.load(kRelaxed);
+    const KivSdHookFunction function = function_.load(std::memory_order_relaxed);
     if (function != nullptr) function(first, second, third, fourth);
   }
 
@@ -39,17 +37,17 @@ Hook statistics;
 
 }  // namespace
 
-uint8_t KivSdIsFailoverMode() { return failoverMode.load(kRelaxed); }
+uint8_t KivSdIsFailoverMode() { return failoverMode.load(std::memory_order_relaxed); }
 
-void KivSdSetFailoverModeFlag(uint8_t flag) { failoverMode.store(flag, kRelaxed); }
+void KivSdSetFailoverModeFlag(uint8_t flag) { failoverMode.store(flag, std::memory_order_relaxed); }
 
 void KivSdGetLeaseGuard() {
-  const KivSdLeaseGuardFunction guard = leaseGuard.load(kRelaxed);
+  const KivSdLeaseGuardFunction guard = leaseGuard.load(std::memory_order_relaxed);
   if (guard != nullptr) guard();
 }
 
 void KivSdSetLeaseGuardAccessFunction(KivSdLeaseGuardFunction guard) {
-  leaseGuard.store(guard, kRelaxed);
+  leaseGuard.store(guard, std::memory_order_relaxed);
 }
 
 void KivSdSetUkrThreadAttachFunction(KivSdHookFunction hook) { threadAttach.Install(hook); }
@@ -71,8 +69,12 @@ void KivSdUpdateHMStatistics(uint64_t first, uint64_t second, uint64_t third, ui
 }
 
 // Kept as a setting that nothing reads: hosts of several platforms set it.
-void KivSdSetFileLockingMode(uint32_t mode) { fileLockingMode.store(mode, kRelaxed); }
+void KivSdSetFileLockingMode(uint32_t mode) {
+  fileLockingMode.store(mode, std::memory_order_relaxed);
+}
 
-void KivSdSetAppFolderName(const char* name) { appFolderName.store(name, kRelaxed); }
+void KivSdSetAppFolderName(const char* name) {
+  appFolderName.store(name, std::memory_order_relaxed);
+}
 
-const char* KivSdAppFolderName() { return appFolderName.load(kRelaxed); }
+const char* KivSdAppFolderName() { return appFolderName.load(std::memory_order_relaxed); }
