@@ -1,5 +1,5 @@
-// What the tests of plain mode share: its switches for a test's time, its calls without their
-// source positions, and a look at what lies before a payload.
+// Shared by the tests of plain mode: scoped switches, calls without source positions, and access to
+// the header in front of a payload.
 #ifndef KIV_TESTS_POLICY_H
 #define KIV_TESTS_POLICY_H
 
@@ -20,7 +20,7 @@ constexpr uint64_t kTwoMebibytes = 2 << 20;
 constexpr size_t kMandatoryHeader = 8;
 constexpr size_t kFullHeader = 64;
 
-// The memory-manager switch is on while it lives.
+// Turns the memory-manager switch on; the destructor turns it off.
 class ManagerSwitchedOn {
  public:
   explicit ManagerSwitchedOn(uint8_t flag = 1) { KivSdSetMemoryManager(flag); }
@@ -29,7 +29,7 @@ class ManagerSwitchedOn {
   ManagerSwitchedOn& operator=(const ManagerSwitchedOn&) = delete;
 };
 
-// The calling thread has a cache while it lives.
+// Creates the calling thread's cache; the destructor destroys it.
 class WithThreadCache {
  public:
   WithThreadCache() { EXPECT_EQ(adCreateThreadAlloc(), 0u); }
@@ -38,7 +38,7 @@ class WithThreadCache {
   WithThreadCache& operator=(const WithThreadCache&) = delete;
 };
 
-// A block of the size; null when there is no memory, and the status has to say the same.
+// Returns a block of the size, or null without memory. Checks that the status agrees.
 inline void* Allocate(uint64_t sizeBytes, uint8_t policy = AD_POLICY_FULL) {
   void* block = &block;
   const uint32_t status = adMallocPolicy(nullptr, sizeBytes, &block, policy, "tests/policy", 1);
@@ -55,7 +55,7 @@ inline void* Reallocate(void* old, uint64_t sizeBytes) {
 
 inline void Free(void* block) { EXPECT_EQ(adFree(block, "tests/policy", 3), KIV_ST_OK); }
 
-// What the bytes before a payload say, by their distance from it.
+// The header bytes in front of a payload, by their distance from it.
 struct HeaderBytesRead {
   uint32_t sizeClass;    // from 8 bytes before
   uint8_t unwritten[2];  // from 4
@@ -92,7 +92,7 @@ inline void ExpectHeader(const void* payload, uint32_t sizeClass, uint8_t policy
   EXPECT_EQ(header.headerBytes, policy == AD_POLICY_MANDATORY ? kMandatoryHeader : kFullHeader);
 }
 
-// Content that tells its place.
+// Content that depends on the position.
 inline void Fill(void* block, size_t sizeBytes) {
   for (size_t i = 0; i < sizeBytes; ++i) {
     static_cast<unsigned char*>(block)[i] = static_cast<unsigned char>(i * 7 + 1);
