@@ -19,7 +19,6 @@ namespace {
 
 constexpr char kSource[] = "sd/sdlwsync";
 constexpr uint32_t kLineReleaseAssertion = 302;
-constexpr uint32_t kCreationMark = 256;
 constexpr uint32_t kFree = 0;
 constexpr uint32_t kHeld = 1;
 

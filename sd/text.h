@@ -1,8 +1,9 @@
-// Copies texts into fixed fields of records, and compares texts.
+// Copies texts into fixed fields of records, compares texts, and names drives by their letters.
 #ifndef KIV_TEXT_H
 #define KIV_TEXT_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 namespace kiv {
@@ -40,6 +41,9 @@ constexpr bool EqualsIgnoringCase(const char* text, const char* other) {
 constexpr bool IsFolderItselfOrAbove(const char* name) {
   return EqualsIgnoringCase(name, ".") || EqualsIgnoringCase(name, "..");
 }
+
+// The letter of a drive; 1 is A.
+constexpr char DriveLetter(uint32_t ordinal) { return static_cast<char>('A' - 1 + ordinal); }
 
 }  // namespace kiv
 

@@ -15,8 +15,9 @@
 //       cell_files                    the cells in files, from one start to the next
 //         page_file cell_page         their blocks
 //         journal journal_record      each PUT since
-//         place_numbers checksum      cells as files have them
+//         cell_index checksum         cells as files have them
 //         backup write_pause          copies of one moment
+//         folder_mark rename_file     what a folder must have in it, names of files
 //     ask_command  pipe_client        its clients
 //       protocol pipe_end waiting     messages, pipes, time limits
 //     segment_server segment_client   both over shared memory
@@ -83,7 +84,8 @@ int main(int count, char** arguments) {
   CommandLine line = {};
   int exitCode = kExitDone;
   if (!ReadCommandLine(count, arguments, &line, &exitCode)) return exitCode;
-  if (!NameConfiguration(line.memory) || !StartHost(line.locks, MemoryOf(line.command))) {
+  if (!NameConfiguration(line.memory) ||
+      !StartHost(line.locks, MemoryOf(line.command), line.failover)) {
     return kExitFailed;
   }
   exitCode = Do(line);

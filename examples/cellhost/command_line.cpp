@@ -89,6 +89,12 @@ void AddLocks(CLI::App* command, LockDesign* locks) {
       ->default_str(kTestAndSetName);
 }
 
+void AddFailover(CLI::App* command, bool* failover) {
+  *failover = false;
+  command->add_flag("--failover", *failover,
+                    "The server has the library ask its lease guard, which counts");
+}
+
 void AddMemory(CLI::App* command, std::string* memory) {
   command
       ->add_option("--memory", *memory,
@@ -114,12 +120,14 @@ void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
   AddMemory(command, memory);
 }
 
-void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, std::string* memory) {
+void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, bool* failover,
+              std::string* memory) {
   CLI::App* command = app->add_subcommand("serve", "Load facts and serve clients over a pipe");
   AddFacts(command, &serve->facts);
   serve->pipe = kDefaultPipe;
   AddPipe(command, &serve->pipe)->capture_default_str();
   AddLocks(command, locks);
+  AddFailover(command, failover);
   AddMemory(command, memory);
   AddData(command, &serve->data);
 }
@@ -164,6 +172,7 @@ void AddDemo(CLI::App* app, DemoOptions* demo, LockDesign* locks) {
       ->capture_default_str();
   AddRoad(command, &demo->road, "The clients ask over shared memory instead of the pipe");
   AddLocks(command, locks);
+  AddFailover(command, &demo->failover);
   AddMemory(command, &demo->memory);
   demo->inMemory = false;
   command->add_flag("--in-memory", demo->inMemory,
@@ -201,7 +210,8 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   AddRun(&app, &line->run, &line->memory);
   app.add_subcommand("report", "Print the system report alone");
   line->locks = LockDesign::kTestAndSet;
-  AddServe(&app, &line->serve, &line->locks, &line->memory);
+  bool failover = false;
+  AddServe(&app, &line->serve, &line->locks, &failover, &line->memory);
   AddAsk(&app, &line->ask);
   AddSend(&app, &line->send);
   AddDemo(&app, &line->demo, &line->locks);
@@ -212,6 +222,7 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
     *exitCode = app.exit(error) == 0 ? kExitDone : kExitFailed;
     return false;
   }
+  line->failover = failover ? Failover::kOn : Failover::kOff;
   line->command = CommandOf(app);
   return true;
 }

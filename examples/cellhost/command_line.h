@@ -6,6 +6,7 @@
 
 #include "client/ask_command.h"
 #include "demo/demo_command.h"
+#include "host/host.h"
 #include "host/lock_design.h"
 #include "host/run_command.h"
 #include "server/serve_command.h"
@@ -17,6 +18,7 @@ enum class Command { kRun, kReport, kServe, kAsk, kSend, kDemo };
 struct CommandLine {
   Command command;
   LockDesign locks;
+  Failover failover;
   std::string memory;  // folder with bin/config.mem; empty: none is named
   RunOptions run;
   ServeOptions serve;

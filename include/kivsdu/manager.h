@@ -11,7 +11,8 @@
  *
  * Results are statuses; no context record is written. Any thread may call, and free what any other
  * allocated. Heaps place blocks by the requests alone: the same requests in the same order give
- * the same offsets. Payloads are aligned to 8 bytes in thread-heap mode, for any type otherwise.
+ * the same offsets. Payloads are aligned to 8 bytes in thread-heap mode and under the mandatory
+ * policy in plain mode with the switch on, and otherwise for any type.
  *
  * A block must not cross adMemThreadHeapInit or adMemThreadHeapTerm: what one mode made, the other
  * misreads. A host makes its contexts and everything else after the first and frees it before the
@@ -28,7 +29,8 @@
 
 /* ---- Start and stop ---- */
 
-/* Receives the memory manager's messages, in whatever thread met the shortage; it may allocate.
+/* Receives the memory manager's messages, in whatever thread met the shortage. It may allocate, and
+ * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
  *   status         KIV_ST_MSG_LIMIT_REFUSED  a request failed; there is a limit
@@ -82,8 +84,9 @@ KIVSDU_API void adMemResetThreadContext(void);
 /* Allocates a block.
  *
  *   owner      the caller's context, or null; chooses the heap and is never read
- *   alignment  accepted and not used in thread-heap mode. In plain mode not 0 is a programming
- *              error: the process ends through the runtime's assertion
+ *   alignment  accepted and not used in thread-heap mode, and once a fatal exception has been
+ *              recorded. Otherwise not 0 is a programming error: the process ends through the
+ *              runtime's assertion
  *   sizeBytes  at least 1
  *   block      receives the block, or null when there is no memory; must not be null. It is
  *              left alone when the size is 0
@@ -99,7 +102,8 @@ KIVSDU_API uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block
 KIVSDU_API uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes,
                                     void** block, const char* file, uint32_t line);
 
-/* Resizes a block, keeping its content up to the smaller size.
+/* Resizes a block, keeping its content up to the smaller size. A block that moves is freed where it
+ * was, even once the no-free switch is on.
  *
  *   owner         the caller's context, or null
  *   newSizeBytes  at least 1
@@ -141,7 +145,10 @@ KIVSDU_API uint32_t adFree(void* block, const char* file, uint32_t line);
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
 
-/* Blocks for a NUMA node: the runtime's own, whose node the system chooses. Not counted.
+/* Blocks for a NUMA node: the runtime's own, whose node the system chooses. Not counted. It is the
+ * runtime's malloc and free in every mode, also once a fatal exception has been recorded: the
+ * exception stack does not serve them, and no thread is stopped in them. A handler of fatal
+ * exceptions must not use them, for the runtime's heap may be what broke.
  *
  *   ignored  any values
  *   size     receives sizeBytes; must not be null

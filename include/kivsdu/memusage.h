@@ -1,8 +1,9 @@
 /* Memory in use: totals, marks and limit, regions that the host registers, statistics of blocks.
  *
  * The memory manager counts what it takes from the system for heaps, short heaps and large blocks
- * while memory control is on: that is once adMemThreadHeapInit has found a configuration file
- * without "nomemorycontrol". Sizes are bytes unless a name says otherwise. Any thread may call.
+ * while memory control is on. adMemThreadHeapInit turns it on when it finds a configuration file
+ * without "nomemorycontrol", or finds none and is forced to go without. Sizes are bytes unless a
+ * name says otherwise. Any thread may call.
  *
  * Example: examples/memory.c. */
 #ifndef KIVSDU_MEMUSAGE_H
@@ -46,8 +47,11 @@ KIVSDU_API uint32_t adMemResetMaxUsedMarkMemory(void);
  *   selector          1: since initialisation; any other: since adMemResetUsedMarkMemoryBlocks
  *   allocated, freed  AD_BLOCK_CLASSES counts each; they wrap at 2^32. Must not be null
  *
- * 0, or 0xFFFFFFFF when the configuration does not say "memoryblockscontrol", or there are no
- * thread heaps */
+ * Statistics are of thread-heap mode. Where the initialisation leaves plain mode there are none,
+ * whatever the configuration says; after adMemThreadHeapTerm the counts stay as they are.
+ *
+ * 0, or 0xFFFFFFFF when there are no statistics: the configuration does not say
+ * "memoryblockscontrol", or no thread heaps were made */
 KIVSDU_API uint32_t adMemGetUsedMemoryBlocks(uint32_t selector, uint64_t* allocated,
                                              uint64_t* freed);
 KIVSDU_API uint32_t adMemResetUsedMarkMemoryBlocks(void);
@@ -65,8 +69,15 @@ KIVSDU_API uint32_t adMemGetMemorySettings(uint64_t* settings);
  * be registered several times; the last registration is taken out first, and what was never
  * registered is ignored. Does nothing while memory control is off.
  *
- *   address     of the region; a key, never read
+ *   address     of the region; a key, never read. A null address is counted and never taken out
  *   blockCount  size in units of AD_MEMORY_UNIT; the bytes are computed in 32 bits, with a sign
+ *
+ * However many threads register and allocate, together they stay within the limit, and a request
+ * that is refused makes no other fail. A record is a block of 24 bytes from a heap: only where it
+ * needs a large block or a new heap may these pass the limit, by what they take. A region that
+ * brings the total above 90% of the limit warns the host at once, in plain mode too, unless a
+ * warning is pending already. Once the no-free switch is on (memory.h) the record of a region that
+ * is taken out stays allocated.
  *
  * 0, or KIV_ST_ALIGNED_COMMIT  the region would pass the memory limit, of which the host is told by
  *                              a message (manager.h), or there is no memory for its record */

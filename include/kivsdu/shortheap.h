@@ -40,7 +40,8 @@ KIVSDU_API uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBy
                                          const char* file, uint32_t line);
 
 /* Resizes a block of the owner, or one of adMalloc, which then becomes the owner's unless it can
- * stay in its heap. Content is kept up to the smaller size.
+ * stay in its heap. Content is kept up to the smaller size. Once the no-free switch is on, a block
+ * that leaves its heap or stops being a large block stays allocated where it was as well.
  *
  *   newSizeBytes  at least 1
  *   oldBlock      null asks for a new block, as adMemShortHeapMalloc does

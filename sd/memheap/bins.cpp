@@ -3,13 +3,11 @@
 #include "memheap/ring.h"
 #include "require.h"
 
+using namespace kiv;
+
 namespace {
 
-using kiv::Block;
-using kiv::Heap;
-using kiv::kBins;
-
-using BinRing = kiv::Ring<Block, &Block::next, &Block::prev>;
+using BinRing = Ring<Block, &Block::next, &Block::prev>;
 
 constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineInsert = 982;
@@ -89,7 +87,7 @@ void kiv::ReplaceInBin(Heap* heap, Block* block, Block* with) {
   if (heap->bins[block->bin] == block) heap->bins[block->bin] = with;
 }
 
-kiv::Block* kiv::SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes) {
+Block* kiv::SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes) {
   Block* const head = heap->bins[bin];
   Block* current = head;
   do {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace kiv {
 
@@ -34,8 +35,8 @@ static_assert(offsetof(Block, prev) == 24, "heap block layout");
 static_assert(offsetof(Block, bin) == 32, "heap block layout");
 
 constexpr uint32_t kBlockHeaderBytes = 24;
-constexpr uint32_t kLeastPayloadBytes = 24;
-constexpr uint32_t kLeastFreeBytes = 40;  // room for the links of a free block
+constexpr uint32_t kMinPayloadBytes = 24;
+constexpr uint32_t kMinFreeBytes = 40;  // room for the links of a free block
 
 inline void* PayloadOf(Block* block) { return reinterpret_cast<char*>(block) + kBlockHeaderBytes; }
 
@@ -66,8 +67,12 @@ inline LargeBlock* LargeBlockOf(void* payload) {
 }
 
 // Tells the two kinds apart: the word before the payload is a large block's owner word, or the
-// link of a heap block in use, which is 0.
-inline bool IsLarge(const void* payload) { return static_cast<const uint64_t*>(payload)[-1] != 0; }
+// link of a heap block in use, which is 0. Copied, because until then it is neither's.
+inline bool IsLarge(const void* payload) {
+  uint64_t word = 0;
+  std::memcpy(&word, static_cast<const char*>(payload) - sizeof word, sizeof word);
+  return word != 0;
+}
 
 }  // namespace kiv
 

@@ -6,20 +6,16 @@
 #include "memheap/bins.h"
 #include "memheap/heap_fast_path.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::BinOf;
-using kiv::Block;
-using kiv::Heap;
-using kiv::kBlockHeaderBytes;
-using kiv::kLeastFreeBytes;
+namespace {
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
 // ---- Carving ----
 
 void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
-  if (block->sizeBytes < sizeBytes + kLeastFreeBytes) {
+  if (block->sizeBytes < sizeBytes + kMinFreeBytes) {
     RemoveFromBin(heap, block);
     return HandOut(heap, block);
   }
@@ -93,10 +89,10 @@ void GiveBackTail(Heap* heap, Block* block, uint32_t sizeBytes) {
 }
 
 void* Move(Heap* heap, Block* block, uint32_t sizeBytes) {
-  void* made = kiv::AllocateFromHeap(heap, sizeBytes);
+  void* made = AllocateFromHeap(heap, sizeBytes);
   if (made == nullptr) return nullptr;
   KivSdMemCopy(nullptr, made, PayloadOf(block), block->sizeBytes - kBlockHeaderBytes);
-  kiv::FreeToHeap(heap, PayloadOf(block));
+  FreeToHeap(heap, PayloadOf(block));
   return made;
 }
 
@@ -136,7 +132,7 @@ void* kiv::ReallocateInHeap(Heap* heap, void* payload, uint32_t sizeBytes) {
   Block* block = BlockOf(payload);
   const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
   if (neededBytes > block->sizeBytes) return Move(heap, block, sizeBytes);
-  if (block->sizeBytes - neededBytes >= kLeastFreeBytes) GiveBackTail(heap, block, neededBytes);
+  if (block->sizeBytes - neededBytes >= kMinFreeBytes) GiveBackTail(heap, block, neededBytes);
   return payload;
 }
 

@@ -74,7 +74,7 @@ void ConsolidateHeap(Heap* heap);
 
 // Payload of a request: at least 24 bytes, and a multiple of 8. Requests stay far below 2^32.
 constexpr uint32_t PayloadBytes(uint32_t sizeBytes) {
-  return sizeBytes < kLeastPayloadBytes ? kLeastPayloadBytes : (sizeBytes + 7) & ~7U;
+  return sizeBytes < kMinPayloadBytes ? kMinPayloadBytes : (sizeBytes + 7) & ~7U;
 }
 
 // Bins are ordered: each block of a higher one is at least as large as every size of a lower.

@@ -50,7 +50,7 @@ inline void* HandOut(Heap* heap, Block* block) {
 // ---- The shortest ways ----
 
 // The least size of each bin.
-inline constexpr std::array<uint32_t, kBins> kLeastBytesOfBin = [] {
+inline constexpr std::array<uint32_t, kBins> kMinBytesOfBin = [] {
   std::array<uint32_t, kBins> least = {};
   for (uint32_t bin = 0; bin < kBins; ++bin) {
     least[bin] = bin <= 16 ? bin * 128 : (bin - 15) * 2048;
@@ -70,7 +70,7 @@ inline void* TryCarve(Heap* heap, uint32_t neededBytes) {
   const size_t filled = bin + heap->skip[bin].load(std::memory_order_relaxed);
   if (filled == bin || filled >= kBins) return nullptr;
   Block* block = heap->bins[filled];
-  if (block->sizeBytes < neededBytes + kLeastBytesOfBin[filled]) return nullptr;
+  if (block->sizeBytes < neededBytes + kMinBytesOfBin[filled]) return nullptr;
   return HandOut(heap, CutTail(*heap, block, neededBytes));
 }
 

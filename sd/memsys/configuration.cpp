@@ -1,7 +1,7 @@
 // Finding the memory configuration file.
 #include "memsys/configuration.h"
 
-#include "memsys/growing_text.h"
+#include "memsys/configuration_words.h"
 #include "os/environment.h"
 #include "os/path.h"
 

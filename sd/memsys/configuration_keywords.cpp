@@ -2,8 +2,7 @@
 #include <cstdint>
 
 #include "memsys/configuration.h"
-#include "memsys/configuration_numbers.h"
-#include "memsys/configuration_tokens.h"
+#include "memsys/configuration_words.h"
 #include "text.h"
 
 namespace kiv {

@@ -11,19 +11,18 @@
 #include "os/heap.h"
 #include "require.h"
 
-kiv::MemorySwitches kiv::memorySwitches;
+using namespace kiv;
+
+MemorySwitches kiv::memorySwitches;
 
 namespace {
-
-namespace os = kiv::os;
-using kiv::InThreadHeapMode;
 
 constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineAligned = 348;
 constexpr uint32_t kZeroTailBytes = 4;  // behind the terminator of a copied text
 
 // What the caller gave chooses the heap; without it, where it keeps the result.
-uint64_t SeedOf(const void* owner, const void* instead) {
+uint64_t SlotKey(const void* owner, const void* instead) {
   return reinterpret_cast<uint64_t>(owner != nullptr ? owner : instead);
 }
 
@@ -31,16 +30,16 @@ uint64_t SeedOf(const void* owner, const void* instead) {
 
 uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   if (made == nullptr) {
-    kiv::ReportFailedRequest(sizeBytes);
+    ReportFailedRequest(sizeBytes);
     return KIV_ST_OUT_OF_MEMORY;
   }
-  kiv::SendPendingWarning();
+  SendPendingWarning();
   return KIV_ST_OK;
 }
 
 [[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
-  *block = kiv::ThreadHeapAllocate(SeedOf(owner, block), sizeBytes);
-  if (*block != nullptr) kiv::CountAllocated(sizeBytes);
+  *block = ThreadHeapAllocate(SlotKey(owner, block), sizeBytes);
+  if (*block != nullptr) CountAllocated(sizeBytes);
   return FinishInHeaps(*block, sizeBytes);
 }
 
@@ -48,13 +47,12 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
 
 uint32_t FinishPlain(const void* made, uint64_t sizeBytes) {
   if (made != nullptr) return KIV_ST_OK;
-  kiv::ReportPlainFailure(sizeBytes);
+  ReportPlainFailure(sizeBytes);
   return KIV_ST_OUT_OF_MEMORY;
 }
 
 void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
-  return kiv::FatalExceptionOccurred() ? kiv::FatalAllocate(sizeBytes)
-                                       : kiv::PlainAllocate(sizeBytes, policy);
+  return FatalExceptionOccurred() ? FatalAllocate(sizeBytes) : PlainAllocate(sizeBytes, policy);
 }
 
 [[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
@@ -63,13 +61,13 @@ void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
 }
 
 void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
-  return kiv::FatalExceptionOccurred() ? kiv::FatalReallocate(block, newSizeBytes)
-                                       : kiv::PlainReallocate(block, newSizeBytes);
+  return FatalExceptionOccurred() ? FatalReallocate(block, newSizeBytes)
+                                  : PlainReallocate(block, newSizeBytes);
 }
 
 [[gnu::noinline]] uint32_t FreePlain(void* block) {
-  if (kiv::FatalExceptionOccurred()) return kiv::FatalFree(block);
-  kiv::PlainFree(block);
+  if (FatalExceptionOccurred()) return FatalFree(block);
+  PlainFree(block);
   return KIV_ST_OK;
 }
 
@@ -79,8 +77,8 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
                                                 uint8_t policy) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
   if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
-  if (!kiv::FatalExceptionOccurred()) {
-    if (void* cached = kiv::TryPlainAllocate(sizeBytes, policy)) {
+  if (!FatalExceptionOccurred()) {
+    if (void* cached = TryPlainAllocate(sizeBytes, policy)) {
       *block = cached;
       return KIV_ST_OK;
     }
@@ -90,22 +88,22 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
 
 // Thread heaps and the fatal-exception mode ignore alignments.
 bool ServesAlignment(uint64_t alignment) {
-  return alignment == 0 || InThreadHeapMode() || kiv::FatalExceptionOccurred();
+  return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
 
 [[gnu::always_inline]] inline uint32_t Free(void* block) {
   if (InThreadHeapMode()) {
-    return kiv::TryFreeShort(block) ? KIV_ST_OK : kiv::ThreadHeapFree(block);
+    return TryFreeShort(block) ? KIV_ST_OK : ThreadHeapFree(block);
   }
-  if (!kiv::FatalExceptionOccurred() && kiv::TryPlainFree(block)) return KIV_ST_OK;
+  if (!FatalExceptionOccurred() && TryPlainFree(block)) return KIV_ST_OK;
   return FreePlain(block);
 }
 
 // Kept: a zeroed request is counted whether or not it was served.
 void* AllocateElements(const void* owner, uint64_t sizeBytes, void* const* block, uint8_t policy) {
   if (!InThreadHeapMode()) return AllocatePlainOrFatal(sizeBytes, policy);
-  kiv::CountAllocated(sizeBytes);
-  return kiv::ThreadHeapAllocate(SeedOf(owner, block), sizeBytes);
+  CountAllocated(sizeBytes);
+  return ThreadHeapAllocate(SlotKey(owner, block), sizeBytes);
 }
 
 uint32_t Finish(const void* made, uint64_t sizeBytes) {
@@ -127,7 +125,7 @@ uint32_t adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* /*f
 uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes, void** block,
                          const char* file, uint32_t line) {
   if (sizeBytes != 0 && !ServesAlignment(alignment)) {
-    kiv::Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
+    Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
     return KIV_ST_OUT_OF_MEMORY;  // where the assertion returns; the result is not written
   }
   return adMalloc(owner, sizeBytes, block, file, line);
@@ -138,7 +136,7 @@ uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** ne
   if (oldBlock == nullptr) return adMalloc(owner, newSizeBytes, newBlock, file, line);
   if (newSizeBytes == 0) return KIV_ST_ARGUMENT;
   *newBlock = InThreadHeapMode()
-                  ? kiv::ThreadHeapReallocate(SeedOf(owner, oldBlock), oldBlock, newSizeBytes)
+                  ? ThreadHeapReallocate(SlotKey(owner, oldBlock), oldBlock, newSizeBytes)
                   : ReallocatePlain(oldBlock, newSizeBytes);
   return Finish(*newBlock, newSizeBytes);
 }
@@ -170,14 +168,14 @@ char* adStrDup(const char* text, const char* file, uint32_t line) {
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {
   // Before the null check: once freeing is off, a free of anything succeeds.
-  if (kiv::memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
+  if (memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
   if (block == nullptr) return KIV_ST_ARGUMENT;
   return Free(block);
 }
 
 uint32_t adFreeAligned(void* block, uint8_t alignedOrigin) {
   if (block == nullptr) return KIV_ST_ARGUMENT;
-  if (InThreadHeapMode() || alignedOrigin == 0 || kiv::FatalExceptionOccurred()) {
+  if (InThreadHeapMode() || alignedOrigin == 0 || FatalExceptionOccurred()) {
     return Free(block);
   }
   os::RawFree(block);

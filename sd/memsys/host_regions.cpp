@@ -2,7 +2,10 @@
 //
 // Records of regions hang in chains of a hash table, under the accounting lock. The table is
 // empty when the memory manager is initialised anew: records of before are forgotten.
-#include "memsys/host_regions.h"
+//
+// A record is a block of the manager's own, and so it is made without the lock. The region's bytes
+// are reserved meanwhile.
+#include "memsys/accounting.h"
 
 #include <array>
 
@@ -13,15 +16,12 @@
 #include "memsys/locks.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
-#include "memsys/totals.h"
+#include "os/thread.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::memorySettings;
-using kiv::memoryTotals;
-using kiv::messageState;
-using kiv::SpinlockGuard;
+namespace {
 
 constexpr char kSource[] = "sd/memsys";
 constexpr uint32_t kLine = 0;
@@ -46,26 +46,43 @@ uint64_t RegionBytes(uint32_t blockCount) {
   return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
 }
 
-// Whether the limit leaves room. Tells the host if it does not, and warns it when it soon will not.
-bool HasRoom(uint64_t sizeBytes) {
-  const uint64_t total = kiv::AccountedTotal();
-  if (kiv::PassesMemoryLimit(total + sizeBytes)) {
+// False when the region would pass the limit. `isNear` receives whether the host is to be warned.
+bool Reserve(Reservation* reservation, bool* isNear) {
+  const SpinlockGuard guard(memoryLocks.accounting);
+  const uint64_t total = AccountedTotal();
+  if (PassesMemoryLimit(reservation->sizeBytes)) {
     messageState.failedTotal = static_cast<uint32_t>(total);
-    kiv::ReportOutOfMemory(sizeBytes);
     return false;
   }
-  if (messageState.warningPending == 0 && kiv::PassesWarningMark(total + sizeBytes)) {
-    messageState.failedTotal = static_cast<uint32_t>(total + sizeBytes);
-    kiv::SendWarning();
-  }
+  const uint64_t newTotal = total + reservation->sizeBytes;
+  *isNear = messageState.warningPending == 0 && PassesWarningMark(newTotal);
+  if (*isNear) messageState.failedTotal = static_cast<uint32_t>(newTotal);
+  AddReservation(reservation);
   return true;
 }
 
-void Register(Region* region) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+// The same, with the messages, for which the lock is given back.
+bool ReserveOrReport(Reservation* reservation) {
+  bool isNear = false;
+  if (!Reserve(reservation, &isNear)) {
+    ReportOutOfMemory(reservation->sizeBytes);
+    return false;
+  }
+  if (isNear) SendWarning();
+  return true;
+}
+
+void Withdraw(Reservation* reservation) {
+  const SpinlockGuard guard(memoryLocks.accounting);
+  RemoveReservation(reservation);
+}
+
+void Register(Region* region, Reservation* reservation) {
+  const SpinlockGuard guard(memoryLocks.accounting);
   Region** chain = ChainOf(region->address);
   region->next = *chain;
   *chain = region;
+  RemoveReservation(reservation);
   memoryTotals.aligned += region->sizeBytes;
   memoryTotals.RaiseAligned();
   memoryTotals.RaiseTotal();
@@ -73,7 +90,7 @@ void Register(Region* region) {
 
 // The record of the region, no longer in its chain; null if there is none.
 Region* Unregister(uint64_t address) {
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   for (Region** link = ChainOf(address); *link != nullptr; link = &(*link)->next) {
     Region* region = *link;
     if (region->address != address) continue;
@@ -90,15 +107,18 @@ void kiv::ForgetAlignedRegions() { chains = {}; }
 
 uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount) {
   if (!memorySettings.memoryControl) return KIV_ST_OK;
-  const uint64_t sizeBytes = RegionBytes(blockCount);
-  if (!HasRoom(sizeBytes)) return KIV_ST_ALIGNED_COMMIT;
+  Reservation reservation = {RegionBytes(blockCount), os::CurrentThreadId(), nullptr};
+  if (!ReserveOrReport(&reservation)) return KIV_ST_ALIGNED_COMMIT;
   void* record = nullptr;
   const uint32_t status = adMalloc(nullptr, sizeof(Region), &record, kSource, kLine);
-  if (status != KIV_ST_OK) return KIV_ST_ALIGNED_COMMIT;
+  if (status != KIV_ST_OK) {
+    Withdraw(&reservation);
+    return KIV_ST_ALIGNED_COMMIT;
+  }
   auto* region = static_cast<Region*>(record);
-  region->sizeBytes = sizeBytes;
+  region->sizeBytes = reservation.sizeBytes;
   region->address = reinterpret_cast<uint64_t>(address);
-  Register(region);
+  Register(region, &reservation);
   return KIV_ST_OK;
 }
 

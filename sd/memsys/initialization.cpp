@@ -2,29 +2,26 @@
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/configuration.h"
-#include "memsys/exchange.h"
-#include "memsys/host_regions.h"
 #include "memsys/locks.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
 #include "memsys/short_pool.h"
+#include "memsys/slots.h"
 #include "memsys/statistics.h"
 #include "memsys/thread_heaps.h"
-#include "memsys/totals.h"
+
+using namespace kiv;
 
 namespace {
-
-using kiv::EnsureMemoryLock;
-using kiv::memoryLocks;
-using kiv::memorySettings;
 
 constexpr int32_t kTerminated = -1;
 
 void ReadSettings(const char* suffix, bool force) {
-  kiv::MemorySettings settings = kiv::DefaultMemorySettings();
-  kiv::ReadMemoryConfiguration(suffix, force, &settings);
-  kiv::ValidateMemorySettings(&settings);
+  MemorySettings settings = DefaultMemorySettings();
+  ReadMemoryConfiguration(suffix, force, &settings);
+  ValidateMemorySettings(&settings);
   memorySettings = settings;
 }
 
@@ -43,17 +40,17 @@ bool PreparePlainMode() {
 bool PrepareHeaps() {
   if (!EnsureMemoryLock(&memoryLocks.accounting)) return false;
   if (memorySettings.largestBlockBytes != 0) {
-    if (!kiv::MakeThreadHeaps(memorySettings.threadHeaps)) return false;
+    if (!MakeThreadHeaps(memorySettings.threadHeaps)) return false;
   } else {
-    kiv::PrepareSpareHeaps(memorySettings.heapBudget, 0);
+    PrepareSpareHeaps(memorySettings.heapBudget, 0);
   }
-  kiv::ListMemoryConfiguration(memorySettings);
+  ListMemoryConfiguration(memorySettings);
   return EnsureMemoryLock(&memoryLocks.ring);
 }
 
 bool PrepareOptions() {
-  if (memorySettings.shortHeaps && !kiv::PrepareShortPool()) return false;
-  return !memorySettings.blockStatistics || kiv::PrepareBlockStatistics();
+  if (memorySettings.shortHeaps && !PrepareShortPool()) return false;
+  return !memorySettings.blockStatistics || PrepareBlockStatistics();
 }
 
 uint32_t PrepareThreadHeaps() {
@@ -69,15 +66,15 @@ uint32_t PrepareThreadHeaps() {
 
 uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const char* suffix,
                              uint32_t force) {
-  kiv::SetMessageFunction(messages);
+  SetMessageFunction(messages);
   // Kept: a second initialisation switches thread heaps off.
-  const bool wasInitialized = kiv::threadHeapCount != 0;
-  kiv::threadHeapCount = 0;
+  const bool wasInitialized = threadHeapCount != 0;
+  threadHeapCount = 0;
   if (enable == 0 || wasInitialized) return KIV_ST_OK;
-  kiv::ResetTotals();
-  kiv::ResetMessages();
+  ResetTotals();
+  ResetMessages();
   ReadSettings(suffix, force != 0);
-  kiv::ForgetAlignedRegions();
+  ForgetAlignedRegions();
   if (memorySettings.threadHeaps == 0) {
     const bool ready = PreparePlainMode();
     SwitchOffWhatIsMissing();
@@ -89,11 +86,11 @@ uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const 
     return status;
   }
   // Last, for it is what turns requests to the heaps.
-  kiv::threadHeapCount = memorySettings.threadHeaps;
+  threadHeapCount = memorySettings.threadHeaps;
   return KIV_ST_OK;
 }
 
 int32_t adMemThreadHeapTerm() {
-  if (kiv::threadHeapCount > 0) kiv::threadHeapCount = kTerminated;
-  return kiv::threadHeapCount;
+  if (threadHeapCount > 0) threadHeapCount = kTerminated;
+  return threadHeapCount;
 }

@@ -5,26 +5,25 @@
 #include "memheap/ring.h"
 #include "memsys/accounting.h"
 
+using namespace kiv;
+
 namespace {
 
-using kiv::kLargeHeaderBytes;
-using kiv::LargeBlock;
-
-using LargeRing = kiv::Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
+using LargeRing = Ring<LargeBlock, &LargeBlock::next, &LargeBlock::prev>;
 
 bool Wraps(uint64_t sizeBytes) { return sizeBytes > UINT64_MAX - kLargeHeaderBytes; }
 
-LargeBlock** HeadOf(const LargeBlock& block) {
-  if (block.owner == kiv::kNoOwner) return nullptr;
-  return std::bit_cast<LargeBlock**>(block.owner);
+void** HeadOf(const LargeBlock& block) {
+  if (block.owner == kNoOwner) return nullptr;
+  return std::bit_cast<void**>(block.owner);
 }
 
 void WriteHeader(LargeBlock* block, uint64_t sizeBytes) {
-  *block = {sizeBytes, nullptr, nullptr, kiv::kNoOwner};
+  *block = {sizeBytes, nullptr, nullptr, kNoOwner};
 }
 
 // The owner word stays: the block is still a large one.
-void Unlink(LargeBlock** head, LargeBlock* block) {
+void Unlink(void** head, LargeBlock* block) {
   *head = LargeRing::IsAlone(block) ? nullptr : block->prev;
   LargeRing::Remove(block);
 }
@@ -41,13 +40,13 @@ void* kiv::AllocateLarge(uint64_t sizeBytes) {
 }
 
 void kiv::FreeLarge(LargeBlock* block) {
-  if (LargeBlock** head = HeadOf(*block)) Unlink(head, block);
+  if (void** head = HeadOf(*block)) Unlink(head, block);
   AccountedFree(block);
 }
 
-kiv::LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
+LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
   if (Wraps(sizeBytes)) return nullptr;
-  LargeBlock** head = HeadOf(*block);
+  void** head = HeadOf(*block);
   if (head != nullptr) Unlink(head, block);
   LargeBlock* moved = AccountedReallocate(block, sizeBytes + kLargeHeaderBytes);
   if (moved == nullptr) {
@@ -58,12 +57,12 @@ kiv::LargeBlock* kiv::ReallocateLarge(LargeBlock* block, uint64_t sizeBytes) {
   return moved;
 }
 
-void kiv::LinkLarge(LargeBlock** head, LargeBlock* block) {
+void kiv::LinkLarge(void** head, LargeBlock* block) {
   if (*head == nullptr) {
     LargeRing::MakeAlone(block);
     *head = block;
   } else {
-    LargeRing::InsertBefore(*head, block);
+    LargeRing::InsertBefore(static_cast<LargeBlock*>(*head), block);
   }
   block->owner = reinterpret_cast<uint64_t>(head);
 }

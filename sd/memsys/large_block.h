@@ -17,8 +17,9 @@ void FreeLarge(LargeBlock* block);
 // The block resized, without an owner; null when that fails, and the block is where it was.
 LargeBlock* ReallocateLarge(LargeBlock* block, uint64_t sizeBytes);
 
-// Puts the block at the tail of the ring that starts at *head.
-void LinkLarge(LargeBlock** head, LargeBlock* block);
+// Puts the block at the tail of the ring that starts at *head. The head lies in a record of the
+// host's, where it is a pointer to anything.
+void LinkLarge(void** head, LargeBlock* block);
 
 }  // namespace kiv
 

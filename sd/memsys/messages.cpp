@@ -4,24 +4,20 @@
 
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/settings.h"
-#include "memsys/totals.h"
 
-kiv::AllocationClock kiv::allocationClock;
-kiv::MessageState kiv::messageState;
+using namespace kiv;
+
+AllocationClock kiv::allocationClock;
+MessageState kiv::messageState;
 
 namespace {
-
-using kiv::allocationClock;
-using kiv::memorySettings;
-using kiv::messageState;
-using kiv::Relaxed;
 
 constexpr uint32_t kClassWarning = 3;
 constexpr uint32_t kClassError = 4;
 constexpr uint32_t kIntegerTag = 6;
 constexpr uint32_t kWarningPercent = 90;
-constexpr uint32_t kLeastLimitKibibytes = 10240;
 constexpr uint32_t kQuietTicks = 1000;
 constexpr size_t kHandleWord = 26;  // of a host's context record
 
@@ -106,13 +102,13 @@ void adMemResetThreadContext() { hostContext = nullptr; }
 
 void adMemSendErrorMessage(uint32_t blockCount) {
   if (!memorySettings.memoryControl) return;
-  messageState.failedTotal = static_cast<uint32_t>(kiv::AccountedTotal());
-  kiv::ReportOutOfMemory(uint64_t{blockCount} * AD_MEMORY_UNIT);
+  messageState.failedTotal = static_cast<uint32_t>(AccountedTotal());
+  ReportOutOfMemory(uint64_t{blockCount} * AD_MEMORY_UNIT);
 }
 
 uint32_t adMemCheckMemoryMinStatus(const void* context) {
   if (!memorySettings.limitRejected) return KIV_ST_OK;
   return Call(static_cast<const uint64_t*>(context),
               {KIV_ST_MSG_LIMIT_TOO_LOW, kClassError,
-               static_cast<uint32_t>(memorySettings.limitBytes), kLeastLimitKibibytes});
+               static_cast<uint32_t>(memorySettings.limitBytes), kMinLimitKiB});
 }

@@ -7,7 +7,9 @@
 #include "memheap/heap_fast_path.h"
 #include "memsys/configuration.h"
 
-kiv::MemorySettings kiv::memorySettings;
+using namespace kiv;
+
+MemorySettings kiv::memorySettings;
 
 namespace kiv {
 namespace {
@@ -33,12 +35,12 @@ constexpr MemorySettings kDefaults = {
     .directBytes = 0,
 };
 
-constexpr int32_t kLeastThreadHeaps = 4;
-constexpr uint32_t kLeastHeapBytes = 512 * kKiB;
-constexpr uint32_t kMostHeapBytes = 16 * kMiB;
-constexpr uint32_t kLeastShortHeapBytes = 320 * kKiB;
-constexpr uint32_t kMostShortHeapBytes = 16 * kMiB;
-constexpr uint32_t kMostLargestBlockBytes = 256 * kKiB;
+constexpr int32_t kMinThreadHeaps = 4;
+constexpr uint32_t kMinHeapBytes = 512 * kKiB;
+constexpr uint32_t kMaxHeapBytes = 16 * kMiB;
+constexpr uint32_t kMinShortHeapBytes = 320 * kKiB;
+constexpr uint32_t kMaxShortHeapBytes = 16 * kMiB;
+constexpr uint32_t kMaxLargestBlockBytes = 256 * kKiB;
 
 // Messages show 32 bits of a number, with their sign.
 int32_t Shown(uint64_t number) { return static_cast<int32_t>(static_cast<uint32_t>(number)); }
@@ -46,7 +48,7 @@ int32_t Shown(uint64_t number) { return static_cast<int32_t>(static_cast<uint32_
 void RejectLimit(MemorySettings* settings) {
   // Without a line feed, and with two spaces: kept as hosts know it.
   std::printf("Memory Limit is %d, Default is  %d", Shown(settings->limitBytes),
-              Shown(kLeastLimitBytes));
+              Shown(kMinLimitBytes));
   settings->threadHeaps = 0;
   settings->memoryControl = false;
   settings->limitRejected = true;
@@ -57,18 +59,18 @@ void RejectLimit(MemorySettings* settings) {
 MemorySettings DefaultMemorySettings() { return kDefaults; }
 
 void ValidateMemorySettings(MemorySettings* settings) {
-  if (settings->limitBytes != 0 && settings->limitBytes < kLeastLimitBytes) RejectLimit(settings);
+  if (settings->limitBytes != 0 && settings->limitBytes < kMinLimitBytes) RejectLimit(settings);
   if (settings->threadHeaps == 0) {
     settings->shortHeaps = false;
     return;
   }
-  settings->threadHeaps = std::clamp(settings->threadHeaps, kLeastThreadHeaps, kMostThreadHeaps);
-  settings->heapBytes = std::clamp(settings->heapBytes, kLeastHeapBytes, kMostHeapBytes);
+  settings->threadHeaps = std::clamp(settings->threadHeaps, kMinThreadHeaps, kMaxThreadHeaps);
+  settings->heapBytes = std::clamp(settings->heapBytes, kMinHeapBytes, kMaxHeapBytes);
   if (settings->shortHeaps) {
     settings->shortHeapBytes =
-        std::clamp(settings->shortHeapBytes, kLeastShortHeapBytes, kMostShortHeapBytes);
+        std::clamp(settings->shortHeapBytes, kMinShortHeapBytes, kMaxShortHeapBytes);
   }
-  settings->largestBlockBytes = std::min(settings->largestBlockBytes, kMostLargestBlockBytes);
+  settings->largestBlockBytes = std::min(settings->largestBlockBytes, kMaxLargestBlockBytes);
   settings->directBytes =
       settings->blockStatistics ? 0 : std::min(settings->largestBlockBytes, kLargestDirectBytes);
 }

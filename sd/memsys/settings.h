@@ -6,9 +6,13 @@
 
 namespace kiv {
 
-constexpr int32_t kConfiguredThreadHeaps = 16;           // unless the file says otherwise
-constexpr int32_t kMostThreadHeaps = 64;                 // slots that there are
-constexpr uint32_t kLeastLimitBytes = 10 * 1024 * 1024;  // below it a limit is rejected
+constexpr int32_t kConfiguredThreadHeaps = 16;  // unless the file says otherwise
+constexpr int32_t kMaxThreadHeaps = 64;         // slots that there are
+constexpr uint32_t kMinLimitKiB = 10 * 1024;    // below it a limit is rejected
+constexpr uint32_t kMinLimitBytes = kMinLimitKiB * 1024;
+
+// What questions about memory in use return while it is not counted.
+constexpr uint32_t kUnavailable = 0xFFFFFFFF;
 
 // Written while the memory manager is initialised, before the host's threads start; read without a
 // lock afterwards. All zero until then.

@@ -14,16 +14,9 @@
 #include "memsys/statistics.h"
 #include "memsys/thread_heaps.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::AdoptLarge;
-using kiv::CurrentHeap;
-using kiv::Heap;
-using kiv::HeapRing;
-using kiv::IsAboveHeaps;
-using kiv::LargeBlock;
-using kiv::LargeRingOf;
-using kiv::memorySettings;
+namespace {
 
 constexpr char kSource[] = "sd/memheap";
 
@@ -34,12 +27,12 @@ struct Resized {
 };
 
 bool ResizeInShortHeap(const Resized& old, uint32_t newBytes, void** newBlock) {
-  Heap* heap = kiv::BlockOf(old.payload)->heap;
+  Heap* heap = BlockOf(old.payload)->heap;
   if (!IsShort(*heap)) return false;
-  void* resized = kiv::ReallocateInHeap(heap, old.payload, newBytes);
+  void* resized = ReallocateInHeap(heap, old.payload, newBytes);
   if (resized == nullptr) return false;
-  kiv::CountFreed(old.oldBytes);
-  kiv::CountAllocated(newBytes);
+  CountFreed(old.oldBytes);
+  CountAllocated(newBytes);
   *newBlock = resized;
   return true;
 }
@@ -57,7 +50,7 @@ uint32_t MoveToOwner(AdShortHeapOwner* owner, const Resized& old, int32_t newSiz
 uint32_t ResizeLarge(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
                      void** newBlock) {
   if (!IsAboveHeaps(newSizeBytes)) {
-    const auto oldBytes = static_cast<uint32_t>(kiv::LargeBlockOf(oldBlock)->sizeBytes);
+    const auto oldBytes = static_cast<uint32_t>(LargeBlockOf(oldBlock)->sizeBytes);
     return MoveToOwner(owner, {oldBlock, oldBytes}, newSizeBytes, newBlock);
   }
   const uint32_t status =
@@ -68,7 +61,7 @@ uint32_t ResizeLarge(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlo
 
 uint32_t ResizeSmall(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
                      void** newBlock) {
-  const Resized old = {oldBlock, kiv::BlockOf(oldBlock)->sizeBytes - kiv::kBlockHeaderBytes};
+  const Resized old = {oldBlock, BlockOf(oldBlock)->sizeBytes - kBlockHeaderBytes};
   if (!IsAboveHeaps(newSizeBytes) &&
       ResizeInShortHeap(old, static_cast<uint32_t>(newSizeBytes), newBlock)) {
     return KIV_ST_OK;
@@ -81,9 +74,9 @@ void ReleaseHeaps(AdShortHeapOwner* owner) {
   Heap* heap = first;
   do {
     Heap* next = heap->ringNext;  // before the release, which puts the heap into another ring
-    kiv::ReleaseShortHeap(heap);
+    ReleaseShortHeap(heap);
     // Kept: a heap that went back to the system was counted by its release already.
-    kiv::CountFreed(memorySettings.shortHeapBytes);
+    CountFreed(memorySettings.shortHeapBytes);
     heap = next;
   } while (heap != first);
   owner->heap = nullptr;
@@ -91,15 +84,16 @@ void ReleaseHeaps(AdShortHeapOwner* owner) {
 
 // Kept as a loop until the ring is empty: while the no-free switch is on it never is.
 void FreeLargeBlocks(AdShortHeapOwner* owner) {
-  LargeBlock** ring = LargeRingOf(owner);
-  while (*ring != nullptr) static_cast<void>(adFree(PayloadOf((*ring)->prev), kSource, 0));
+  while (LargeBlock* first = FirstLarge(owner)) {
+    static_cast<void>(adFree(PayloadOf(first->prev), kSource, 0));
+  }
 }
 
 }  // namespace
 
 void adMemShortHeapInit(AdShortHeapOwner* owner) {
-  if (!memorySettings.shortHeaps || !kiv::InThreadHeapMode() || owner->heap != nullptr) return;
-  Heap* heap = kiv::ObtainShortHeap();
+  if (!memorySettings.shortHeaps || !InThreadHeapMode() || owner->heap != nullptr) return;
+  Heap* heap = ObtainShortHeap();
   if (heap == nullptr) return;
   HeapRing::MakeAlone(heap);
   owner->heap = heap;
@@ -113,12 +107,12 @@ uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBytes, void**
   Heap* heap = CurrentHeap(owner);
   // Less 1, so that what is not positive is above as well.
   if (unsignedBytes - 1 < memorySettings.directBytes && heap != nullptr) [[likely]] {
-    if (void* payload = kiv::TryAllocate(heap, unsignedBytes)) [[likely]] {
+    if (void* payload = TryAllocate(heap, unsignedBytes)) [[likely]] {
       *block = payload;
       return KIV_ST_OK;
     }
   }
-  return kiv::AllocateOwned(owner, sizeBytes, block);
+  return AllocateOwned(owner, sizeBytes, block);
 }
 
 uint32_t adMemShortHeapRealloc(AdShortHeapOwner* owner, int32_t newSizeBytes, void* oldBlock,
@@ -127,18 +121,18 @@ uint32_t adMemShortHeapRealloc(AdShortHeapOwner* owner, int32_t newSizeBytes, vo
     return adMemShortHeapMalloc(owner, newSizeBytes, newBlock, file, line);
   }
   if (newSizeBytes < 1) return KIV_ST_ARGUMENT;
-  if (!kiv::InThreadHeapMode()) {
+  if (!InThreadHeapMode()) {
     return adRealloc(owner, static_cast<uint32_t>(newSizeBytes), oldBlock, newBlock, file, line);
   }
-  return kiv::IsLarge(oldBlock) ? ResizeLarge(owner, newSizeBytes, oldBlock, newBlock)
-                                : ResizeSmall(owner, newSizeBytes, oldBlock, newBlock);
+  return IsLarge(oldBlock) ? ResizeLarge(owner, newSizeBytes, oldBlock, newBlock)
+                           : ResizeSmall(owner, newSizeBytes, oldBlock, newBlock);
 }
 
 void adMemShortHeapTerm(AdShortHeapOwner* owner) {
-  if (!kiv::InThreadHeapMode()) return;
+  if (!InThreadHeapMode()) return;
   if (owner->heap != nullptr) {
     ReleaseHeaps(owner);
-    kiv::DrainShortPoolIfIdle();
+    DrainShortPoolIfIdle();
   }
   FreeLargeBlocks(owner);
 }

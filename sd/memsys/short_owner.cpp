@@ -8,47 +8,45 @@
 #include "memsys/statistics.h"
 #include "memsys/thread_heaps.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::CurrentHeap;
-using kiv::Heap;
-using kiv::HeapRing;
+namespace {
 
 constexpr char kSource[] = "sd/memheap";
 
 void* AllocateFromOtherHeaps(Heap* current, uint32_t sizeBytes) {
   for (Heap* heap = current->ringNext; heap != current; heap = heap->ringNext) {
-    if (void* payload = kiv::AllocateFromHeap(heap, sizeBytes)) return payload;
+    if (void* payload = AllocateFromHeap(heap, sizeBytes)) return payload;
   }
   return nullptr;
 }
 
 // Further heaps become current: they have the room.
 void* AllocateFromFurtherHeap(AdShortHeapOwner* owner, uint32_t sizeBytes) {
-  Heap* heap = kiv::ObtainShortHeap();
+  Heap* heap = ObtainShortHeap();
   if (heap == nullptr) return nullptr;
   HeapRing::InsertBefore(CurrentHeap(owner)->ringNext, heap);
   owner->heap = heap;
-  return kiv::AllocateFromHeap(heap, sizeBytes);
+  return AllocateFromHeap(heap, sizeBytes);
 }
 
 void* AllocateFromHeapsOf(AdShortHeapOwner* owner, uint32_t sizeBytes) {
   Heap* current = CurrentHeap(owner);
-  if (void* payload = kiv::AllocateFromHeap(current, sizeBytes)) return payload;
+  if (void* payload = AllocateFromHeap(current, sizeBytes)) return payload;
   if (void* payload = AllocateFromOtherHeaps(current, sizeBytes)) return payload;
   return AllocateFromFurtherHeap(owner, sizeBytes);
 }
 
 uint32_t AllocateLargeOf(AdShortHeapOwner* owner, int32_t sizeBytes, void** block) {
   const uint32_t status = adMalloc(owner, static_cast<uint32_t>(sizeBytes), block, kSource, 0);
-  if (status == KIV_ST_OK) kiv::AdoptLarge(owner, *block);
+  if (status == KIV_ST_OK) AdoptLarge(owner, *block);
   return status;
 }
 
 }  // namespace
 
 void kiv::AdoptLarge(AdShortHeapOwner* owner, void* payload) {
-  if (InThreadHeapMode()) LinkLarge(LargeRingOf(owner), LargeBlockOf(payload));
+  if (InThreadHeapMode()) LinkLarge(&owner->largeBlocks, LargeBlockOf(payload));
 }
 
 uint32_t kiv::AllocateOwned(AdShortHeapOwner* owner, int32_t sizeBytes, void** block) {

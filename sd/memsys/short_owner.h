@@ -14,8 +14,9 @@ namespace kiv {
 
 inline Heap* CurrentHeap(const AdShortHeapOwner* owner) { return static_cast<Heap*>(owner->heap); }
 
-inline LargeBlock** LargeRingOf(AdShortHeapOwner* owner) {
-  return reinterpret_cast<LargeBlock**>(&owner->largeBlocks);
+// The first of the owner's large blocks; null when it has none.
+inline LargeBlock* FirstLarge(const AdShortHeapOwner* owner) {
+  return static_cast<LargeBlock*>(owner->largeBlocks);
 }
 
 // Outside thread-heap mode the block is the runtime's, which has no links.

@@ -11,14 +11,9 @@
 #include "memsys/statistics.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
+using namespace kiv;
 
-using kiv::Heap;
-using kiv::HeapRing;
-using kiv::memoryLocks;
-using kiv::memorySettings;
-using kiv::Relaxed;
-using kiv::SpinlockGuard;
+namespace {
 
 // Written under the short-pool lock; the count is looked at without it first.
 struct ShortPool {
@@ -37,7 +32,7 @@ Heap* Pop() {
 }
 
 void Push(Heap* heap) {
-  kiv::AppendHeap(&pool.head, heap);
+  AppendHeap(&pool.head, heap);
   pool.count += 1;
 }
 
@@ -55,10 +50,10 @@ Heap* TakeFromPool() {
 
 // An arena of its own; `counted` says whether it is in use already.
 Heap* MakeArena(bool counted) {
-  void* arena = kiv::AccountedAllocate(memorySettings.shortHeapBytes);
+  void* arena = AccountedAllocate(memorySettings.shortHeapBytes);
   if (arena != nullptr) {
     if (!counted) AddToUse(1);
-    kiv::CountAllocated(memorySettings.shortHeapBytes);
+    CountAllocated(memorySettings.shortHeapBytes);
   } else if (counted) {
     AddToUse(-1);
   }
@@ -85,8 +80,8 @@ bool ReturnToPool(Heap* heap) {
 }
 
 void ReleaseArena(Heap* heap) {
-  kiv::AccountedFree(heap);
-  kiv::CountFreed(memorySettings.shortHeapBytes);
+  AccountedFree(heap);
+  CountFreed(memorySettings.shortHeapBytes);
 }
 
 }  // namespace
@@ -98,7 +93,7 @@ bool kiv::PrepareShortPool() {
   return EnsureMemoryLock(&memoryLocks.shortPool);
 }
 
-kiv::Heap* kiv::ObtainShortHeap() {
+Heap* kiv::ObtainShortHeap() {
   Heap* heap = TakeArena();
   if (heap == nullptr) {
     ReportFailedRequest(memorySettings.shortHeapBytes);

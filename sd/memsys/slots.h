@@ -1,23 +1,23 @@
-// The slots of thread heaps, and which of them a request goes to.
+// The slots of thread heaps: which slot a request goes to, and the exchange of a slot's heap that has
+// no room for a spare heap or a new one.
 #ifndef KIV_MEMSYS_SLOTS_H
 #define KIV_MEMSYS_SLOTS_H
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 
+#include "atomic.h"
 #include "memheap/heap.h"
 #include "memsys/modulus.h"
+#include "memsys/settings.h"
 
 namespace kiv {
-
-constexpr uint32_t kMostSlots = 64;
 
 // Both name the same heap, except while the slot is being exchanged: `current` is then the heap
 // that is tried or made for it.
 struct Slot {
-  std::atomic<Heap*> heap;
-  std::atomic<Heap*> current;
+  Atomic<Heap*> heap;
+  Atomic<Heap*> current;
 
   void Settle(Heap* owner) {
     // release: who finds the two equal finds a heap that is ready.
@@ -25,7 +25,7 @@ struct Slot {
     heap.store(owner, std::memory_order_release);
   }
 };
-extern std::array<Slot, kMostSlots> slots;
+extern std::array<Slot, kMaxThreadHeaps> slots;
 
 // Written before the host's threads start.
 extern Modulus slotCount;
@@ -60,6 +60,41 @@ inline Heap* SettledHeap(uint32_t number) {
   Heap* heap = slot.heap.load(std::memory_order_acquire);
   return slot.current.load(std::memory_order_acquire) == heap ? heap : AwaitSettledHeap(slot);
 }
+
+// ---- Exchange ----
+
+// A payload wanted in a slot.
+struct SlotRequest {
+  uint32_t slot;
+  uint32_t payloadBytes;
+  uint32_t bin;  // of the payload; for probes
+};
+
+enum class ExchangeOutcome : uint8_t {
+  kServed,  // the payload comes from the slot's new heap
+  kRetry,   // another thread exchanged the slot meanwhile
+  kNoHeap,  // no spare heap has room, and there is no budget or memory for another
+};
+
+struct Exchanged {
+  ExchangeOutcome outcome;
+  void* payload;  // null unless served
+};
+
+// `dry` is the slot's heap that could not serve the request.
+Exchanged ExchangeHeap(const SlotRequest& request, Heap* dry);
+
+// An accounted arena, made a locked heap with the index of a spare one. Null without memory.
+Heap* MakeThreadHeap();
+
+// ---- The spare ring and the budget of heaps ----
+
+// Empties the ring and sets the budget: `heaps` in all, of which `made` are about to be made. At
+// least those are allowed.
+void PrepareSpareHeaps(int32_t heaps, int32_t made);
+
+// At the tail of the ring.
+void AddSpareHeap(Heap* heap);
 
 }  // namespace kiv
 

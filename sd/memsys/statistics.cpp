@@ -6,16 +6,14 @@
 
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
+#include "memheap/heap.h"
 #include "memsys/locks.h"
 #include "sdsync/spinlock_guard.h"
 
+using namespace kiv;
+
 namespace {
 
-using kiv::memoryLocks;
-using kiv::memorySettings;
-using kiv::SpinlockGuard;
-
-constexpr uint32_t kUnavailable = 0xFFFFFFFF;
 constexpr uint32_t kSinceInitialization = 1;
 
 using Counters = std::array<uint32_t, AD_BLOCK_CLASSES>;
@@ -29,9 +27,10 @@ struct Statistics {
 Statistics sinceInitialization;
 Statistics sinceReset;
 
-// Classes end at powers of two from 1024 up; 160 is the largest payload that is parked.
+// The first class is that of payloads which are parked; the others end at powers of two from 1024
+// up.
 uint32_t ClassOf(uint64_t sizeBytes) {
-  if (sizeBytes <= 160) return 0;
+  if (sizeBytes <= kLargestParkedBytes) return 0;
   if (sizeBytes <= 1024) return 1;
   return std::min<uint32_t>(static_cast<uint32_t>(std::bit_width(sizeBytes - 1)) - 9,
                             AD_BLOCK_CLASSES - 1);

@@ -6,7 +6,6 @@
 #include "kivsdu/status.h"
 #include "kivsdu/thread.h"
 #include "memsys/accounting.h"
-#include "memsys/exchange.h"
 #include "memsys/large_block.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
@@ -14,16 +13,11 @@
 #include "memsys/statistics.h"
 #include "sdsync/spinlock_guard.h"
 
-kiv::Relaxed<int32_t> kiv::threadHeapCount;
+using namespace kiv;
+
+Relaxed<int32_t> kiv::threadHeapCount;
 
 namespace {
-
-using kiv::Block;
-using kiv::Heap;
-using kiv::LargeBlock;
-using kiv::memorySettings;
-using kiv::SlotRequest;
-using kiv::SpinlockGuard;
 
 constexpr int32_t kSpareHeaps = 8;
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
@@ -38,12 +32,12 @@ struct SlotAnswer {
 
 SlotAnswer TrySlot(const SlotRequest& request) {
   for (;;) {
-    Heap* heap = kiv::SettledHeap(request.slot);
+    Heap* heap = SettledHeap(request.slot);
     if (!MayServe(*heap, request.bin)) return {nullptr, heap};
     {
       const SpinlockGuard guard(heap->lock);
       if (heap->index.load(kRelaxed) == request.slot) {
-        return {kiv::AllocateFromHeap(heap, request.payloadBytes), heap};
+        return {AllocateFromHeap(heap, request.payloadBytes), heap};
       }
     }
     // The heap left the slot meanwhile; who exchanges it may be waiting for a processor.
@@ -53,7 +47,7 @@ SlotAnswer TrySlot(const SlotRequest& request) {
 
 void* TryOtherSlots(SlotRequest request) {
   const uint32_t own = request.slot;
-  const auto count = static_cast<uint32_t>(kiv::threadHeapCount);
+  const auto count = static_cast<uint32_t>(threadHeapCount);
   for (request.slot = 0; request.slot < count; ++request.slot) {
     if (request.slot == own) continue;
     if (void* payload = TrySlot(request).payload) return payload;
@@ -65,54 +59,54 @@ void* AllocateFromSlots(const SlotRequest& request) {
   for (;;) {
     const SlotAnswer answer = TrySlot(request);
     if (answer.payload != nullptr) return answer.payload;
-    const kiv::Exchanged exchanged = kiv::ExchangeHeap(request, answer.heap);
-    if (exchanged.outcome == kiv::ExchangeOutcome::kServed) return exchanged.payload;
-    if (exchanged.outcome == kiv::ExchangeOutcome::kNoHeap) return TryOtherSlots(request);
+    const Exchanged exchanged = ExchangeHeap(request, answer.heap);
+    if (exchanged.outcome == ExchangeOutcome::kServed) return exchanged.payload;
+    if (exchanged.outcome == ExchangeOutcome::kNoHeap) return TryOtherSlots(request);
   }
 }
 
 uint64_t Tick() {
-  const uint64_t ticks = kiv::allocationClock.ticks;
-  kiv::allocationClock.ticks = ticks + 1;
+  const uint64_t ticks = allocationClock.ticks;
+  allocationClock.ticks = ticks + 1;
   return ticks;
 }
 
 // ---- Reallocating ----
 
 void* AllocateAndCopy(uint64_t seed, void* payload, uint64_t oldBytes, uint64_t sizeBytes) {
-  void* made = kiv::ThreadHeapAllocate(seed, sizeBytes);
+  void* made = ThreadHeapAllocate(seed, sizeBytes);
   if (made == nullptr) return nullptr;
   KivSdMemCopy(nullptr, made, payload, static_cast<uint32_t>(std::min(oldBytes, sizeBytes)));
-  kiv::CountAllocated(sizeBytes);
-  static_cast<void>(kiv::ThreadHeapFree(payload));
+  CountAllocated(sizeBytes);
+  static_cast<void>(ThreadHeapFree(payload));
   return made;
 }
 
 void* ResizeLarge(uint64_t seed, LargeBlock* block, uint64_t sizeBytes) {
   // Kept: counted as freed before it is known whether the block moves, and again when it does.
-  kiv::CountFreed(block->sizeBytes);
+  CountFreed(block->sizeBytes);
   if (sizeBytes <= memorySettings.largestBlockBytes) {
     return AllocateAndCopy(seed, PayloadOf(block), block->sizeBytes, sizeBytes);
   }
-  LargeBlock* resized = kiv::ReallocateLarge(block, sizeBytes);
+  LargeBlock* resized = ReallocateLarge(block, sizeBytes);
   if (resized == nullptr) return nullptr;
-  kiv::CountAllocated(sizeBytes);
+  CountAllocated(sizeBytes);
   return PayloadOf(resized);
 }
 
 void* ResizeInHeap(Block* block, uint32_t sizeBytes) {
   Heap* heap = block->heap;
-  if (IsShort(*heap)) return kiv::ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
+  if (IsShort(*heap)) return ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
   const SpinlockGuard guard(heap->lock);
-  return kiv::ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
+  return ReallocateInHeap(heap, PayloadOf(block), sizeBytes);
 }
 
 void* ResizeHeapBlock(uint64_t seed, Block* block, uint64_t sizeBytes) {
-  const uint32_t oldBytes = block->sizeBytes - kiv::kBlockHeaderBytes;
-  kiv::CountFreed(oldBytes);
+  const uint32_t oldBytes = block->sizeBytes - kBlockHeaderBytes;
+  CountFreed(oldBytes);
   if (sizeBytes <= memorySettings.largestBlockBytes) {
     if (void* resized = ResizeInHeap(block, static_cast<uint32_t>(sizeBytes))) {
-      kiv::CountAllocated(sizeBytes);
+      CountAllocated(sizeBytes);
       return resized;
     }
   }
@@ -122,14 +116,14 @@ void* ResizeHeapBlock(uint64_t seed, Block* block, uint64_t sizeBytes) {
 // ---- Freeing ----
 
 void FreeHeapBlock(Block* block) {
-  kiv::CountFreed(block->sizeBytes - kiv::kBlockHeaderBytes);
+  CountFreed(block->sizeBytes - kBlockHeaderBytes);
   Heap* heap = block->heap;
   if (IsShort(*heap)) {
-    kiv::FreeToHeap(heap, PayloadOf(block));
+    FreeToHeap(heap, PayloadOf(block));
     return;
   }
   const SpinlockGuard guard(heap->lock);
-  kiv::FreeToHeap(heap, PayloadOf(block));
+  FreeToHeap(heap, PayloadOf(block));
 }
 
 bool IsAligned(const Heap* heap) { return reinterpret_cast<uintptr_t>(heap) % 8 == 0; }

@@ -1,28 +1,20 @@
 // What the host may ask about memory in use.
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
+#include "memsys/accounting.h"
 #include "memsys/locks.h"
 #include "memsys/settings.h"
 #include "memsys/thread_heaps.h"
-#include "memsys/totals.h"
 #include "sdsync/spinlock_guard.h"
 
-namespace {
-
-using kiv::memorySettings;
-using kiv::memoryTotals;
-using kiv::SpinlockGuard;
-
-constexpr uint32_t kUnavailable = 0xFFFFFFFF;
-
-}  // namespace
+using namespace kiv;
 
 uint32_t adMemGetUsedMemory(uint64_t* usedOutsideHeaps, uint64_t* inHeaps, uint64_t* aligned,
                             uint64_t* usedPeak, uint64_t* alignedPeak, uint64_t* totalPeak) {
   if (!memorySettings.memoryControl) return kUnavailable;
   uint64_t used = 0;
   {
-    const SpinlockGuard guard(kiv::memoryLocks.accounting);
+    const SpinlockGuard guard(memoryLocks.accounting);
     used = memoryTotals.used;
     *aligned = memoryTotals.aligned;
     *usedPeak = memoryTotals.usedPeak;
@@ -31,8 +23,8 @@ uint32_t adMemGetUsedMemory(uint64_t* usedOutsideHeaps, uint64_t* inHeaps, uint6
   }
   *inHeaps = 0;
   *usedOutsideHeaps = 0;
-  if (kiv::threadHeapCount != 0) {
-    *inHeaps = kiv::BytesInThreadHeaps();
+  if (threadHeapCount != 0) {
+    *inHeaps = BytesInThreadHeaps();
     *usedOutsideHeaps = used - *inHeaps;
   }
   return KIV_ST_OK;
@@ -40,7 +32,7 @@ uint32_t adMemGetUsedMemory(uint64_t* usedOutsideHeaps, uint64_t* inHeaps, uint6
 
 uint32_t adMemGetMaxUsedMarkMemory(uint64_t* usedMark, uint64_t* alignedMark, uint64_t* totalMark) {
   if (!memorySettings.memoryControl) return kUnavailable;
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   *usedMark = memoryTotals.usedMark;
   *alignedMark = memoryTotals.alignedMark;
   *totalMark = memoryTotals.totalMark;
@@ -49,10 +41,10 @@ uint32_t adMemGetMaxUsedMarkMemory(uint64_t* usedMark, uint64_t* alignedMark, ui
 
 uint32_t adMemResetMaxUsedMarkMemory() {
   if (!memorySettings.memoryControl) return kUnavailable;
-  const SpinlockGuard guard(kiv::memoryLocks.accounting);
+  const SpinlockGuard guard(memoryLocks.accounting);
   memoryTotals.usedMark = memoryTotals.used;
   memoryTotals.alignedMark = memoryTotals.aligned;
-  memoryTotals.totalMark = kiv::AccountedTotal();
+  memoryTotals.totalMark = AccountedTotal();
   return KIV_ST_OK;
 }
 
@@ -60,8 +52,8 @@ uint32_t adMemGetMemorySettings(uint64_t* settings) {
   const bool hasHeaps = memorySettings.largestBlockBytes != 0;
   const auto wide = [](int32_t count) { return static_cast<uint64_t>(int64_t{count}); };
   settings[0] = memorySettings.limitBytes;
-  settings[1] = hasHeaps ? wide(kiv::threadHeapCount) : 0;
-  settings[2] = hasHeaps ? wide(kiv::InitialHeapBudget()) : 0;
+  settings[1] = hasHeaps ? wide(threadHeapCount) : 0;
+  settings[2] = hasHeaps ? wide(InitialHeapBudget()) : 0;
   settings[3] = hasHeaps ? memorySettings.heapBytes : 0;
   settings[4] = hasHeaps && memorySettings.shortHeaps ? memorySettings.shortHeapBytes : 0;
   settings[5] = memorySettings.largestBlockBytes;

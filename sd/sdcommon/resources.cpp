@@ -28,7 +28,6 @@ constexpr uint32_t kLineOrdinal = 1540;
 constexpr uint32_t kLineOrdinalBuffer = 1541;
 
 constexpr size_t kMaxNameCharacters = 60;
-constexpr char kBeforeA = 'A' - 1;
 
 // By kind. All platforms share the numbers, so the table has processors that this platform never
 // reports.
@@ -212,6 +211,6 @@ uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal, uint32_t l
   Require(name != KIV_NULL && length != 0, "pszDriveName != KIV_NULL && sizeBuf != 0", kSource,
           kLineOrdinalBuffer);
   static_cast<void>(KivSdMemClear(nullptr, name, length));
-  name[0] = static_cast<char>(kBeforeA + ordinal);
+  name[0] = DriveLetter(ordinal);
   return Report(ctx, KIV_ST_OK);
 }

@@ -23,7 +23,6 @@ constexpr uint32_t kLineDriveInfo = 461;
 
 constexpr size_t kMaxNameCharacters = 60;
 constexpr uint32_t kFileSystemBytes = 61;  // size passed to the system; the field is larger
-constexpr char kBeforeA = 'A' - 1;
 constexpr char kUnknown[] = "Unknown";
 
 // Indexed by KIV_DRIVE_ value.
@@ -91,7 +90,7 @@ uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* 
   Require(info != KIV_NULL, "pDriveInfo != KIV_NULL", kSource, kLineDriveInfo);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   info->ordinal = ordinal;
-  info->name[0] = static_cast<char>(kBeforeA + ordinal);
+  info->name[0] = DriveLetter(ordinal);
 
   char root[sizeof "A:\\"];
   std::sprintf(root, "%c:%c", info->name[0], '\\');

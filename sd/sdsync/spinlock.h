@@ -26,14 +26,12 @@ static_assert(sizeof(Holder) == 8 && std::atomic<Holder>::is_always_lock_free, "
 
 struct TestAndSetLock {
   Atomic<uint32_t> word;  // 0 free, 1 held
-  uint32_t mark;          // kCreationMark; for people who look at memory
+  uint32_t mark;          // kCreationMark; nothing reads it
   Atomic<Holder> holder;
 };
 static_assert(offsetof(TestAndSetLock, word) == 0, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, mark) == 4, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, holder) == 8, "spinlock layout");
-
-constexpr uint32_t kCreationMark = 256;
 
 // Three lines for three kinds of access: arrivals write `next`, waiters read `serving`, the
 // holder writes the rest. The first line is left to whatever lies in front of the record. Lines

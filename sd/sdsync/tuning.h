@@ -33,6 +33,9 @@ inline bool HardwareAcceleration() {
 }
 inline bool UsesTickets() { return HardwareAcceleration(); }
 
+// What a lock of the test-and-set design carries beside its word, for people who look at memory.
+constexpr uint32_t kCreationMark = 256;
+
 // The spin budget lies in a plain variable, which hosts see too.
 inline int32_t SpinBudget() {
   return AtomicRef<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);

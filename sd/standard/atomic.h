@@ -1,4 +1,4 @@
-// The atomic types that the locks are made of: the standard's.
+// The atomic types that the locks and the slots of thread heaps are made of: the standard's.
 //
 // They have names of their own, and a folder of their own on the include path, so that a test
 // build can put others in their place: tests/stress/delayed/atomic.h waits a random time

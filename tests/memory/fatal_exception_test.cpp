@@ -3,6 +3,7 @@
 // own.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -132,6 +133,48 @@ TEST(FatalException, FreesNothingOnceFreeingIsOff) {
   });
 }
 
+TEST(FatalException, ServesElementsTextsAndAlignedRequestsFromTheStack) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    {
+      RuntimeWatch dirty;
+      dirty.FillWith(0xCD);
+      Record(kAbort);
+    }
+    const RuntimeWatch watch;
+    void* first = Allocate(8);
+    void* elements = nullptr;
+    EXPECT_EQ(adCalloc(nullptr, 10, 10, &elements, AD_POLICY_MANDATORY), KIV_ST_OK);
+    EXPECT_EQ(Bytes(elements), Bytes(first) + 8);
+    EXPECT_TRUE(std::all_of(Bytes(elements), Bytes(elements) + 100, [](char c) { return c == 0; }));
+    EXPECT_NE(Bytes(elements)[100], 0) << "no more than was asked for";
+    char* text = adStrDup("text", nullptr, 0);
+    EXPECT_EQ(text, Bytes(elements) + 104);
+    EXPECT_EQ(std::memcmp(text, "text\0\0\0\0", 9), 0);
+    // Each alignment is accepted, and none is kept to.
+    void* aligned = nullptr;
+    EXPECT_EQ(adMallocAligned(nullptr, 4096, 100, &aligned, nullptr, 0), KIV_ST_OK);
+    EXPECT_EQ(Bytes(aligned), text + 16);
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(aligned) + 104);
+    EXPECT_TRUE(watch.sizes().empty());
+  });
+}
+
+TEST(FatalException, ReleasesNothingWhateverTheOriginOfABlock) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Record(kAbort);
+    void* block = Allocate(100);
+    const RuntimeWatch watch;
+    for (const uint8_t origin : {uint8_t{0}, uint8_t{1}}) {
+      EXPECT_EQ(adFreeAligned(block, origin), KIV_ST_OK);
+      EXPECT_EQ(adFreeAligned(before, origin), KIV_ST_ARGUMENT);
+      EXPECT_EQ(adFreeAligned(nullptr, origin), KIV_ST_ARGUMENT);
+    }
+    EXPECT_TRUE(watch.freed().empty());
+  });
+}
+
 TEST(FatalException, ReallocatesByPushingACopy) {
   IN_FRESH_PROCESS([] {
     Record(kAbort);
@@ -178,6 +221,23 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
     }
     KivSdSetMemoryManager(0);
     EXPECT_TRUE(IsFilled(Reallocate(bare, 50000), 100));
+  });
+}
+
+// They come from the runtime and go back to it in every mode.
+TEST(FatalException, LeavesBlocksOfANodeToTheRuntime) {
+  IN_FRESH_PROCESS([] {
+    Record(kAbort);
+    void* piece = Allocate(8);
+    const RuntimeWatch watch;
+    uint64_t size = 0;
+    void* block = nullptr;
+    EXPECT_EQ(adMallocOnNode(nullptr, 2 * kStackBytes, &size, &block), KIV_ST_OK);
+    EXPECT_EQ(watch.sizes(), std::vector<size_t>{2 * kStackBytes});
+    EXPECT_EQ(size, 2 * kStackBytes);
+    EXPECT_EQ(adFreeOnNode(0, 0, block), KIV_ST_OK);
+    EXPECT_EQ(watch.freed(), std::vector<const void*>{block});
+    EXPECT_EQ(Bytes(Allocate(8)), Bytes(piece) + 8);
   });
 }
 

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "support/manager.h"
+#include "support/process.h"
 
 namespace {
 
@@ -95,6 +97,49 @@ TEST(Accounting, AReallocationCountsTheDifference) {
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
+TEST(Accounting, AReallocationRaisesMarksAndPeaks) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  int region = 0;
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 3), KIV_ST_OK);
+  void* block = Allocate(1'000'000);
+  void* moved = nullptr;
+  ASSERT_EQ(adRealloc(nullptr, 3'000'000, block, &moved, "tests", 1), KIV_ST_OK);
+  const uint64_t high = kHeaps + 3'000'032;
+  EXPECT_EQ(MarksNow(), (Marks{high, 3 * kUnit, high + 3 * kUnit}));
+  EXPECT_EQ(TotalsNow(), (Totals{3'000'032, kHeaps, 3 * kUnit, high, 3 * kUnit, high + 3 * kUnit}));
+  EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
+  ASSERT_EQ(adRealloc(nullptr, 2'000'000, moved, &block, "tests", 1), KIV_ST_OK);
+  ASSERT_EQ(adRealloc(nullptr, 2'500'000, block, &moved, "tests", 1), KIV_ST_OK);
+  // Below both: neither moves.
+  EXPECT_EQ(MarksNow(), (Marks{high, 3 * kUnit, high + 3 * kUnit}));
+  EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
+  ASSERT_EQ(adRealloc(nullptr, 2'600'000, moved, &block, "tests", 1), KIV_ST_OK);
+  const uint64_t later = kHeaps + 2'600'032;
+  EXPECT_EQ(MarksNow(), (Marks{later, 3 * kUnit, later + 3 * kUnit}));
+  EXPECT_EQ(TotalsNow().usedPeak, high);
+  EXPECT_EQ(TotalsNow().totalPeak, high + 3 * kUnit);
+  adMemAlignedDecCounter(&region);
+  Free(block);
+}
+
+// A change of 2 GiB and 16 bytes counts as one of 16 bytes less than 2 GiB the other way.
+TEST(Accounting, AReallocationCountsTheDifferenceIn32BitsWithASign) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  constexpr uint64_t kSize = 100'000;
+  constexpr uint64_t kChange = 0x80000010;
+  constexpr uint64_t kCounted = 0x7FFFFFF0;
+  void* block = Allocate(kSize);
+  const uint64_t before = TotalsNow().used();
+  void* moved = nullptr;
+  ASSERT_EQ(adRealloc(nullptr, kSize + kChange, block, &moved, "tests", 1), KIV_ST_OK);
+  ExpectLarge(moved, kSize + kChange);
+  EXPECT_EQ(TotalsNow().used(), before - kCounted);
+  ASSERT_EQ(adRealloc(nullptr, kSize, moved, &block, "tests", 1), KIV_ST_OK);
+  ExpectLarge(block, kSize);
+  EXPECT_EQ(TotalsNow().used(), before);
+  Free(block);
+}
+
 TEST(Accounting, TheLimitMayBeReachedAndNotPassed) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   Listen();
@@ -170,6 +215,20 @@ TEST(Accounting, AReallocationBeyondTheLimitLeavesTheBlockWhole) {
   Free(moved);
 }
 
+TEST(Accounting, RegionsCountAgainstTheLimitOfAReallocation) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  int region = 0;
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 5), KIV_ST_OK);
+  void* block = Allocate(1'000'000);
+  const uint64_t most = 1'000'000 + RequestFor(kLimit) + kLargeHeaderBytes;
+  void* moved = nullptr;
+  EXPECT_EQ(adRealloc(nullptr, most + 1, block, &moved, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+  ASSERT_EQ(adRealloc(nullptr, most, block, &moved, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().used() + TotalsNow().aligned, kLimit);
+  Free(moved);
+  adMemAlignedDecCounter(&region);
+}
+
 // ---- The warning ----
 
 TEST(Accounting, WarnsJustAbove90Percent) {
@@ -204,6 +263,22 @@ TEST(Accounting, WarnsWhenAReallocationGrowsAbove90Percent) {
   ASSERT_EQ(adRealloc(nullptr, most + 1, moved, &block, "tests", 1), KIV_ST_OK);
   EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kWarningMark + 1)});
   Free(block);
+}
+
+TEST(Accounting, RegionsCountForTheWarningOfAReallocation) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  Listen();
+  int region = 0;
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 5), KIV_ST_OK);
+  void* block = Allocate(1'000'000);
+  const uint64_t most = 1'000'000 + RequestFor(kWarningMark) + kLargeHeaderBytes;
+  void* moved = nullptr;
+  ASSERT_EQ(adRealloc(nullptr, most, block, &moved, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  ASSERT_EQ(adRealloc(nullptr, most + 1, moved, &block, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(kWarningMark + 1)});
+  Free(block);
+  adMemAlignedDecCounter(&region);
 }
 
 TEST(Accounting, WarnsWhenARegionCrosses90Percent) {
@@ -254,7 +329,117 @@ TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
 }
 
+// The warning that is pending is sent in its place, with its own total.
+TEST(Accounting, ARegionSendsNoWarningOfItsOwnWhileOneIsPending) {
+  ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
+  Listen();
+  int region = 0;
+  ASSERT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(uint64_t{11} * 840 * 1024)});
+  adMemAlignedDecCounter(&region);
+}
+
+// There no request would send a warning that were left pending.
+TEST(Accounting, ARegionWarnsAtOnceInPlainMode) {
+  ASSERT_EQ(Restart("memorylimit 20M numthreadheaps 0"), KIV_ST_OK);
+  Listen();
+  int region = 0;
+  int other = 0;
+  const auto most = static_cast<uint32_t>(kWarningMark / kUnit);
+  ASSERT_EQ(adMemAlignedIncCounter(&region, most), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+  ASSERT_EQ(adMemAlignedIncCounter(&other, 1), KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near((most + 1) * kUnit)});
+  adMemAlignedDecCounter(&other);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+}
+
+// ---- What it is made of ----
+
+// Behind a header of the full policy, with the memory-manager switch on.
+void ExpectFullPolicy(const void* base, uint32_t sizeClass) {
+  EXPECT_EQ(ReadAt<uint8_t>(base, -1), 64);
+  EXPECT_EQ(ReadAt<uint8_t>(base, -2), AD_POLICY_FULL);
+  EXPECT_EQ(ReadAt<uint32_t>(base, -8), sizeClass);
+}
+
+TEST(Accounting, TakesItsMemoryUnderTheFullPolicy) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
+    ExpectFullPolicy(HeapOf(Allocate(100)), 19);  // of 512 KiB
+    AdShortHeapOwner owner = {};
+    adMemShortHeapInit(&owner);
+    ExpectFullPolicy(owner.heap, 19);  // 320 KiB are rounded
+    void* large = Allocate(100'000);
+    ExpectFullPolicy(static_cast<char*>(large) - kLargeHeaderBytes, 17);
+    void* larger = nullptr;
+    ASSERT_EQ(adRealloc(nullptr, 3'000'000, large, &larger, "tests", 1), KIV_ST_OK);
+    ExpectFullPolicy(static_cast<char*>(larger) - kLargeHeaderBytes, 22);
+    // The totals count what was asked for.
+    EXPECT_EQ(TotalsNow().outside, kShortHeapBytes + 3'000'032);
+  });
+}
+
 // ---- Regions ----
+
+// Its record is a large block here, and comes on top.
+TEST(Regions, MayReachTheLimitExactly) {
+  ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 20M"), KIV_ST_OK);
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / kUnit + 1), KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(adMemAlignedIncCounter(&region, kLimit / kUnit), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().aligned, kLimit);
+  EXPECT_EQ(TotalsNow().totalPeak, kLimit + 24 + kLargeHeaderBytes);
+  adMemAlignedDecCounter(&region);
+  EXPECT_EQ(TotalsNow().totalPeak, kLimit + 24 + kLargeHeaderBytes);
+  EXPECT_EQ(TotalsNow().used() + TotalsNow().aligned, 0u);
+}
+
+struct OtherThread {
+  uint32_t large;
+  uint32_t resized;
+  uint32_t region;
+  uint32_t fitting;
+};
+OtherThread outcome;
+void* another = nullptr;  // a large block
+
+// What another thread is told while this one sends a warning for a region of 13 MiB: 1 MiB is left.
+void AskInAnotherThread() {
+  OnMessage(nullptr);
+  std::thread([] {
+    void* block = nullptr;
+    int region = 0;
+    outcome.large = TryAllocate(2 << 20, &block);
+    outcome.resized = adRealloc(nullptr, 2 << 20, another, &block, "tests", 1);
+    outcome.region = adMemAlignedIncCounter(&region, (2 << 20) / kUnit);
+    outcome.fitting = TryAllocate(500'000, &block);
+    if (block != nullptr) Free(block);
+  }).join();
+}
+
+TEST(Regions, HoldTheirRoomWhileTheyAreRegistered) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  another = Allocate(kLargestInHeap + 1);
+  Listen();
+  OnMessage(&AskInAnotherThread);
+  outcome = {};
+  int region = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&region, (13 << 20) / kUnit), KIV_ST_OK);
+  EXPECT_EQ(outcome.large, KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(outcome.resized, KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(outcome.region, KIV_ST_ALIGNED_COMMIT);
+  EXPECT_EQ(outcome.fitting, KIV_ST_OK);
+  EXPECT_LE(TotalsNow().totalPeak, kLimit);
+  EXPECT_EQ(TotalsNow().aligned, uint64_t{13} << 20);
+  adMemAlignedDecCounter(&region);
+  Free(another);
+  // Nothing is held any longer.
+  EXPECT_EQ(TryAllocate(13 << 20, &another), KIV_ST_OK);
+  Free(another);
+}
 
 // Addresses that share a chain of the table, and some that do not.
 TEST(Regions, AreFoundByTheirAddress) {
@@ -328,6 +513,22 @@ TEST(Regions, HaveRecordsInTheHeaps) {
   adMemAlignedDecCounter(&region);
   EXPECT_EQ(CountsNow().freed[0], 1u);
   EXPECT_EQ(TotalsNow().outside, 0u);
+}
+
+TEST(Regions, KeepTheirRecordsOnceFreeingIsOff) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    ASSERT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
+    int region = 0;
+    ASSERT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
+    ASSERT_EQ(KivSdSetMemDeallocOption(), 1u);
+    adMemAlignedDecCounter(&region);
+    EXPECT_EQ(TotalsNow().aligned, 0u);
+    EXPECT_EQ(CountsNow().allocated[0], 1u);
+    EXPECT_EQ(CountsNow().freed[0], 0u);
+    adMemAlignedDecCounter(&region);
+    EXPECT_EQ(TotalsNow().aligned, 0u) << "found again";
+  });
 }
 
 }  // namespace

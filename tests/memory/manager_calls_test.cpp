@@ -2,7 +2,8 @@
 // what it makes of the answers.
 //
 // The linker sends the library's calls of the manager here. They are noted and passed on, unless a
-// test has the next one answer otherwise.
+// test has the next one answer otherwise. Queries of the system pass here too, so that pages have
+// any size.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -13,10 +14,13 @@
 #include "sdcommon/memory_stack.h"
 #include "sdrwlock/node.h"
 #include "support/context.h"
+#include "support/manager.h"
+#include "support/native_kernel.h"
 
 namespace {
 
 using kiv::test::Context;
+using kiv::test::nativeKernel;
 
 struct Call {
   std::string function;
@@ -43,6 +47,14 @@ std::vector<Call> calls;
 std::optional<Answer> answer;  // of a call, instead of the manager's own
 uint32_t passFirst = 0;        // calls before that one
 void* expectedOwner = nullptr;
+
+// What a query of the system answers instead of the truth.
+struct SystemAnswer {
+  uint32_t status;
+  uint32_t value;
+};
+std::optional<SystemAnswer> pageSize;
+std::optional<SystemAnswer> mostBytes;
 
 void Note(const char* function, uint64_t sizeBytes, void* block, uint32_t policy, const char* file,
           uint32_t line) {
@@ -74,6 +86,23 @@ uint32_t __real_adRealloc(void*, uint64_t, void*, void**, const char*, uint32_t)
 uint32_t __wrap_adRealloc(void*, uint64_t, void*, void**, const char*, uint32_t);
 uint32_t __real_adFree(void*, const char*, uint32_t);
 uint32_t __wrap_adFree(void*, const char*, uint32_t);
+
+uint32_t __real_KivSdPageSizeGet(KivSdContext*, uint32_t*);
+uint32_t __wrap_KivSdPageSizeGet(KivSdContext*, uint32_t*);
+uint32_t __real_KivSdMaxAllocGet(KivSdContext*, uint64_t*);
+uint32_t __wrap_KivSdMaxAllocGet(KivSdContext*, uint64_t*);
+
+uint32_t __wrap_KivSdPageSizeGet(KivSdContext* ctx, uint32_t* sizeBytes) {
+  if (!pageSize.has_value()) return __real_KivSdPageSizeGet(ctx, sizeBytes);
+  *sizeBytes = pageSize->value;
+  return pageSize->status;
+}
+
+uint32_t __wrap_KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes) {
+  if (!mostBytes.has_value()) return __real_KivSdMaxAllocGet(ctx, sizeBytes);
+  *sizeBytes = mostBytes->value;
+  return mostBytes->status;
+}
 
 uint32_t __wrap_adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* file,
                          uint32_t line) {
@@ -123,6 +152,9 @@ class ManagerCalls : public testing::Test {
     answer.reset();
     passFirst = 0;
     expectedOwner = nullptr;
+    pageSize.reset();
+    mostBytes.reset();
+    nativeKernel = {};
   }
 
   // The calls since the last look are these.
@@ -268,6 +300,47 @@ TEST_F(ManagerCalls, OfAMemoryStackHaveTheMandatoryPolicyAndALineEach) {
                {"adFree", 0, used, 0, source, 1181}});
 }
 
+// A block with the manager's 128 bytes fills whole pages.
+TEST_F(ManagerCalls, OfAMemoryStackFillPagesOfAnySize) {
+  struct Case {
+    uint32_t page;
+    uint32_t first;  // of an initial size of 1000
+    uint32_t next;   // of one byte more than the first has room for
+  };
+  for (const Case& sizes : {Case{8192, 8064, 16256}, Case{4096, 3968, 8064}, Case{1, 1000, 1001}}) {
+    pageSize = {KIV_ST_OK, sizes.page};
+    KivSdMemStack* stack = nullptr;
+    CHECK_OK(ctx_, KivSdMemStackCreate(ctx_, &stack, 1, 1000));
+    EXPECT_EQ(stack->pageBytes, sizes.page);
+    EXPECT_EQ(stack->defaultBlockBytes, sizes.first);
+    EXPECT_EQ(stack->freeList->sizeBytes, sizes.first);
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[1].sizeBytes, sizes.first);
+    calls.clear();
+    void* piece = nullptr;
+    CHECK_OK(ctx_, KivSdMemStackAllocAndPush(ctx_, stack, sizes.first - 16, &piece));
+    ExpectCalls({});
+    CHECK_OK(ctx_, KivSdMemStackAllocAndPush(ctx_, stack, sizes.first - 15, &piece));
+    ExpectCalls(
+        {{"adMallocPolicy", sizes.next, nullptr, AD_POLICY_MANDATORY, "sd/sdcommon", 1001}});
+    CHECK_OK(ctx_, KivSdMemStackDelete(ctx_, stack));
+    calls.clear();
+  }
+}
+
+TEST_F(ManagerCalls, OfAMemoryStackAskForNoBlockOnceTheSystemRefusesToTellItsLimits) {
+  for (std::optional<SystemAnswer>* query : {&pageSize, &mostBytes}) {
+    *query = {kOtherStatus, 4096};
+    KivSdMemStack* stack = nullptr;
+    CHECK_OUTCOME(ctx_, KivSdMemStackCreate(ctx_, &stack, 8, 1000), kOtherStatus, 0u);
+    ASSERT_NE(stack, nullptr);
+    ExpectCalls({{"adMallocPolicy", 56, nullptr, AD_POLICY_MANDATORY, "sd/sdcommon", 846}});
+    CHECK_OK(ctx_, KivSdMemStackDelete(ctx_, stack));
+    ExpectCalls({{"adFree", 0, stack, 0, "sd/sdcommon", 1158}});
+    query->reset();
+  }
+}
+
 TEST_F(ManagerCalls, OfAMemoryStackThatFailPassTheFrontsStatusOn) {
   KivSdMemStack* stack = nullptr;
   answer = {kOtherStatus, nullptr};
@@ -399,6 +472,144 @@ TEST_F(LockCalls, ThatFailWhenTheLockIsGivenBackPassTheirStatusOnAfterIt) {
   EXPECT_EQ(KivSdOwnerRW(nullptr, &table_, &lock_), 0);
   EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
   ExpectCalls({});
+}
+
+// A free that frees nothing, as with the no-free switch on: the owner's end tries again.
+TEST_F(ManagerCalls, OfAnOwnersEndGoOnUntilItHasNoLargeBlocks) {
+  ASSERT_EQ(kiv::test::Restart(kiv::test::kSmall), KIV_ST_OK);
+  AdShortHeapOwner owner = {};
+  adMemShortHeapInit(&owner);
+  expectedOwner = &owner;
+  void* block = nullptr;
+  ASSERT_EQ(adMemShortHeapMalloc(&owner, 100'000, &block, kFile, 1), KIV_ST_OK);
+  calls.clear();
+  answer = {KIV_ST_OK, nullptr};
+  adMemShortHeapTerm(&owner);
+  ASSERT_EQ(calls.size(), 2u);
+  for (const Call& call : calls) {
+    EXPECT_EQ(call.function, "adFree");
+    EXPECT_EQ(call.block, block);
+  }
+  EXPECT_EQ(owner.largeBlocks, nullptr);
+  EXPECT_EQ(adMemThreadHeapTerm(), -1);
+  EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
+}
+
+// ---- Semaphore sets ----
+
+constexpr char kSetSource[] = "sd/sdsemw32";
+constexpr int32_t kCounts[] = {1, 1, 1};
+const Call kSetCall = {"adMalloc", 16, nullptr, 0, kSetSource, 139};
+const Call kMembersCall = {"adMalloc", 3 * sizeof(KivHandle), nullptr, 0, kSetSource, 143};
+
+class SetCalls : public ManagerCalls {
+ protected:
+  uint32_t Create(uint16_t count = 3) {
+    return KivSdShSemSetCreate(ctx_, "name", count, 0, kCounts, kCounts, &set_);
+  }
+
+  KivSdShSemSet* set_ = nullptr;
+};
+
+TEST_F(SetCalls, AreForTheRecordAndItsMembers) {
+  ASSERT_EQ(Create(), KIV_ST_OK);
+  ExpectCalls({kSetCall, kMembersCall});
+  void* const members = set_->members;
+  EXPECT_EQ(KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  ExpectCalls(
+      {{"adFree", 0, members, 0, kSetSource, 188}, {"adFree", 0, set_, 0, kSetSource, 189}});
+  EXPECT_EQ(nativeKernel.openSemaphores, 0);
+}
+
+TEST_F(SetCalls, OfAnEmptySetAreForTheRecordAlone) {
+  ASSERT_EQ(Create(0), KIV_ST_OK);
+  ExpectCalls({kSetCall});
+  EXPECT_EQ(KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
+  ExpectCalls({{"adFree", 0, set_, 0, kSetSource, 189}});
+}
+
+TEST_F(SetCalls, FreeBothWhenAMemberCannotBeMade) {
+  nativeKernel.semaphoresLeft = 2;
+  EXPECT_EQ(Create(), KIV_ST_SEM_CREATE);
+  EXPECT_EQ(set_, nullptr);
+  EXPECT_EQ(nativeKernel.openSemaphores, 0);
+  ASSERT_EQ(calls.size(), 4u);
+  EXPECT_EQ(calls[0], kSetCall);
+  EXPECT_EQ(calls[1], kMembersCall);
+  EXPECT_EQ(calls[2], (Call{"adFree", 0, calls[2].block, 0, kSetSource, 160}));
+  EXPECT_EQ(calls[3], (Call{"adFree", 0, calls[3].block, 0, kSetSource, 161}));
+}
+
+TEST_F(SetCalls, FreeTheRecordWithoutMemoryForItsMembers) {
+  passFirst = 1;
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(Create(), KIV_ST_OUT_OF_MEMORY);
+  // The caller's variable keeps the address of the freed record.
+  ExpectCalls({kSetCall, kMembersCall, {"adFree", 0, set_, 0, kSetSource, 169}});
+}
+
+TEST_F(SetCalls, OfTheRecordPassTheFrontsStatusOn) {
+  char place[16];
+  answer = {kOtherStatus, place};
+  EXPECT_EQ(Create(), kOtherStatus);
+  ExpectCalls({kSetCall});
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(Create(), KIV_ST_OUT_OF_MEMORY);
+  ExpectCalls({kSetCall});
+}
+
+// ---- Named pipes ----
+
+constexpr char kPipeSource[] = "sd/sdipcw32";
+
+Call PathCall(const char* path, uint32_t line) {
+  return {"adMalloc", std::string(path).size() + 1, nullptr, 0, kPipeSource, line};
+}
+
+TEST_F(ManagerCalls, OfANamedPipeAreForItsPathAndItsAccessList) {
+  KivHandle pipe = nullptr;
+  CHECK_OK(ctx_, KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0));
+  ExpectCalls({PathCall("\\\\.\\PIPE\\name", 224),
+               {"adMalloc", 40, nullptr, 0, kPipeSource, 239},
+               {"adFree", 0, const_cast<void*>(nativeKernel.accessList), 0, kPipeSource, 251},
+               {"adFree", 0, const_cast<void*>(nativeKernel.path), 0, kPipeSource, 252}});
+}
+
+TEST_F(ManagerCalls, OfANamedPipesClientAreForThePathAsLongAsItIs) {
+  KivHandle pipe = nullptr;
+  for (const char* server : {"local", "LOCAL", "machine"}) {
+    const std::string machine = server[0] == 'm' ? server : ".";
+    const std::string path = "\\\\" + machine + "\\PIPE\\name";
+    CHECK_OK(ctx_, KivSdNamedPipeOpen(ctx_, server, "name", &pipe, 0, 0, 3, 0));
+    void* block = const_cast<void*>(nativeKernel.path);
+    ExpectCalls({PathCall(path.c_str(), 310), {"adFree", 0, block, 0, kPipeSource, 341}});
+    CHECK_OK(ctx_, KivSdNamedPipeWait(ctx_, server, "name", 0));
+    block = const_cast<void*>(nativeKernel.path);
+    ExpectCalls({PathCall(path.c_str(), 388), {"adFree", 0, block, 0, kPipeSource, 412}});
+  }
+}
+
+TEST_F(ManagerCalls, OfANamedPipeThatFailPassTheirStatusOn) {
+  KivHandle pipe = nullptr;
+  const Call path = PathCall("\\\\.\\PIPE\\name", 224);
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0), KIV_ST_OUT_OF_MEMORY);
+  EXPECT_EQ(ctx_.status(), KIV_ST_OUT_OF_MEMORY);
+  ExpectCalls({path});
+  passFirst = 1;
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0), kOtherStatus);
+  EXPECT_EQ(ctx_.status(), kOtherStatus);
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_EQ(calls[1], (Call{"adMalloc", 40, nullptr, 0, kPipeSource, 239}));
+  EXPECT_EQ(calls[2], (Call{"adFree", 0, calls[2].block, 0, kPipeSource, 252}));
+  // What the free of the access list returns is the operation's status.
+  calls.clear();
+  passFirst = 2;
+  answer = {kOtherStatus, nullptr};
+  EXPECT_EQ(KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0), kOtherStatus);
+  ASSERT_EQ(calls.size(), 4u);
+  EXPECT_EQ(adFree(calls[2].block, kFile, 1), KIV_ST_OK);
 }
 
 }  // namespace

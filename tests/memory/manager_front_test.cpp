@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -92,6 +93,14 @@ TEST(Front, AFreshHeapServesFromItsEndDownwards) {
   EXPECT_EQ(third, second - 24 - 24);
   EXPECT_EQ(ReadAt<uint32_t>(first, -20), 224u) << "size of the block before";
   EXPECT_EQ(ReadAt<uint32_t>(second, -20), 48u);
+}
+
+// Its last bytes are nobody's.
+TEST(Front, AHeapMayHaveASizeThatIsNoMultipleOf8) {
+  ASSERT_EQ(Restart("numheaps 12 numthreadheaps 4 heapsize 524295"), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().used(), kFirstHeaps * 524295);
+  char* block = static_cast<char*>(Allocate(1000));
+  EXPECT_EQ(block, HeapOf(block) + 524288 - 1000);
 }
 
 TEST(Front, RequestsAboveMaxblockAreLarge) {
@@ -188,6 +197,24 @@ TEST(Seeds, ChooseASlotByPrimesThatChangeEvery10000Allocations) {
       ASSERT_EQ(slots.clock() % 10'000, 0u);
     }
   });
+}
+
+TEST(Seeds, ReachAllOf64Slots) {
+  ASSERT_EQ(Restart("numheaps 72 numthreadheaps 64 heapsize 512K"), KIV_ST_OK);
+  EXPECT_EQ(SettingsNow()[1], 64u);
+  std::set<char*> heaps;
+  for (uint64_t slot = 0; slot < 64; ++slot) {
+    void* block = Allocate(24, SeedOfSlot(slot));
+    EXPECT_EQ(SlotOf(block), slot);
+    heaps.insert(HeapOf(block));
+  }
+  EXPECT_EQ(heaps.size(), 64u);
+  // All others full, and the spare heaps too: the last slot serves.
+  for (int i = 0; i < 8 * 7; ++i) Allocate(kLargestInHeap, SeedOfSlot(0));
+  for (uint64_t slot = 0; slot < 63; ++slot) {
+    for (int i = 0; i < 7; ++i) EXPECT_NE(SlotOf(Allocate(kLargestInHeap, SeedOfSlot(slot))), 63u);
+  }
+  EXPECT_EQ(SlotOf(Allocate(kLargestInHeap, SeedOfSlot(0))), 63u);
 }
 
 TEST(Seeds, LargeBlocksDoNotMoveTheClock) {
@@ -308,6 +335,17 @@ TEST(Front, ANegativeCountAsksForNearly2To64Bytes) {
     EXPECT_EQ(adCalloc(nullptr, c.count, c.size, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(block, nullptr);
   }
+}
+
+TEST(Front, ElementsThatCross90PercentOfTheLimitWarn) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
+  Listen();
+  const uint64_t mark = 10485760 / 100 * 90;
+  void* block = nullptr;
+  ASSERT_EQ(adCalloc(nullptr, 1, mark + 1 - kHeaps - kLargeHeaderBytes, &block, AD_POLICY_FULL),
+            KIV_ST_OK);
+  EXPECT_EQ(TakeMessages(), std::vector<Message>{Near(mark + 1)});
+  Free(block);
 }
 
 TEST(Front, TextsAreCopiedWith4MoreZeroBytes) {
@@ -540,6 +578,48 @@ TEST(Realloc, TakesALargeBlockFromItsShortHeapOwner) {
   adMemShortHeapTerm(&owner);
   Fill(moved, 200'000, 1);
   Free(moved);
+}
+
+TEST(Realloc, GrowsAShortHeapsBlockWhereItIs) {
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  AdShortHeapOwner owner = {};
+  adMemShortHeapInit(&owner);
+  void* block = nullptr;
+  ASSERT_EQ(adMemShortHeapMalloc(&owner, 100, &block, "tests", 1), KIV_ST_OK);
+  Fill(block, 100, 1);
+  EXPECT_EQ(Resize(block, 90), block);
+  void* grown = Resize(block, 150);
+  EXPECT_NE(grown, block);
+  EXPECT_EQ(HeapOf(grown), owner.heap);
+  EXPECT_TRUE(IsFilled(grown, 90, 1));
+
+  // Without room in it the block moves to a thread heap, and its place is the short heap's again.
+  void* other = nullptr;
+  for (int i = 0; i < 4; ++i) {
+    ASSERT_EQ(adMemShortHeapMalloc(&owner, kLargestInHeap, &other, "tests", 1), KIV_ST_OK);
+    EXPECT_EQ(HeapOf(other), owner.heap);
+  }
+  void* moved = Resize(grown, kLargestInHeap);
+  EXPECT_EQ(SlotOf(moved), 0u);
+  EXPECT_TRUE(IsFilled(moved, 90, 1));
+  ASSERT_EQ(adMemShortHeapMalloc(&owner, 150, &other, "tests", 1), KIV_ST_OK);
+  EXPECT_EQ(other, grown);
+  adMemShortHeapTerm(&owner);
+  Free(moved);
+}
+
+TEST(Realloc, FreesABlockThatMovedThoughTheNoFreeSwitchIsOn) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
+    EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
+    void* block = Allocate(5000);
+    void* large = Resize(block, 100'000);
+    EXPECT_EQ(Allocate(5000), block);
+    EXPECT_EQ(TotalsNow().outside, 100'032u);
+    Resize(large, 5000);
+    EXPECT_EQ(TotalsNow().outside, 0u);
+  });
 }
 
 }  // namespace

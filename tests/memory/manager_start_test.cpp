@@ -125,6 +125,34 @@ TEST(ManagerStart, WithoutAMessageFunctionNothingIsSent) {
   });
 }
 
+TEST(ManagerStart, AContextWithoutAMessageFunctionIsOfNoUse) {
+  IN_FRESH_PROCESS([] {
+    {
+      const ConfigurationFile file(std::string(kSmall) + "memorylimit 10M");
+      ASSERT_EQ(adMemThreadHeapInit(1, nullptr, "tests", 0), KIV_ST_OK);
+    }
+    Listen();
+    void* block = &block;
+    EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(block, nullptr);
+    // Above 90% of the limit, and beyond it.
+    Free(Allocate(4'000'000));
+    int region = 0;
+    EXPECT_EQ(adMemAlignedIncCounter(&region, 2000), KIV_ST_ALIGNED_COMMIT);
+    adMemSendErrorMessage(1);
+    EXPECT_EQ(TakeMessages(), std::vector<Message>{});
+    ExpectThreadHeaps();
+  });
+  IN_FRESH_PROCESS([] {
+    {
+      const ConfigurationFile file("memorylimit 1M");
+      ASSERT_EQ(adMemThreadHeapInit(1, nullptr, "tests", 0), KIV_ST_OK);
+    }
+    const uint64_t context[27] = {};
+    EXPECT_EQ(adMemCheckMemoryMinStatus(context), 0u);
+  });
+}
+
 TEST(ManagerStart, ASecondInitialisationSwitchesOffAndAThirdOnAgain) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize(kSmall), KIV_ST_OK);
@@ -279,6 +307,10 @@ TEST(ManagerStart, ALimitThatTheHeapsPassFails) {
     AdShortHeapOwner owner = {};
     adMemShortHeapInit(&owner);
     EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
+    // Of the 24 heaps of 2 MiB that a limit alone makes, the 6th passes it.
+    EXPECT_EQ(Initialize("memorylimit 10M"), KIV_ST_OUT_OF_MEMORY);
+    EXPECT_EQ(TotalsNow().usedPeak, 5u * 0x200000);
+    ExpectPlainMode();
     // It is not initialised: the next is not a second.
     EXPECT_EQ(Initialize("numthreadheaps 4 heapsize 1M memorylimit 12M"), KIV_ST_OK);
     EXPECT_EQ(TotalsNow().used(), 12u * 0x100000);
@@ -324,6 +356,22 @@ TEST(ManagerStart, NoThreadHeapsInAFileLeaveRegionsCounted) {
     EXPECT_EQ(TotalsNow(), (Totals{0, 0, 0, 0, 16384, 16384}));
     EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
     EXPECT_EQ(MarksNow(), Marks{});
+  });
+}
+
+// Its requests are not counted; what heaps served before is still known.
+TEST(ManagerStart, StatisticsStandStillAfterATermination) {
+  IN_FRESH_PROCESS([] {
+    ASSERT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
+    Free(Allocate(100));
+    const Counts counts = CountsNow();
+    EXPECT_EQ(counts.allocated[0], 1u);
+    EXPECT_EQ(counts.freed[0], 1u);
+    EXPECT_EQ(adMemThreadHeapTerm(), -1);
+    void* block = nullptr;
+    ASSERT_EQ(adMalloc(nullptr, 100, &block, "tests", 1), KIV_ST_OK);
+    EXPECT_EQ(adFree(block, "tests", 1), KIV_ST_OK);
+    EXPECT_EQ(CountsNow(), counts);
   });
 }
 

@@ -12,7 +12,9 @@
 #include <set>
 #include <string>
 
+#include "support/lock_design.h"
 #include "support/manager.h"
+#include "support/process.h"
 #include "support/threads.h"
 
 namespace {
@@ -29,7 +31,7 @@ struct Label {
   uint64_t sizeBytes;
   uint64_t number;
 };
-constexpr uint64_t kLeastBytes = sizeof(Label);
+constexpr uint64_t kMinBytes = sizeof(Label);
 
 char* Bytes(void* block) { return static_cast<char*>(block); }
 
@@ -94,7 +96,7 @@ class Worker {
   uint64_t Size() {
     switch (Random(16)) {
       case 0:
-        return kLeastBytes + Random(kLargestInHeap - kLeastBytes + 1);
+        return kMinBytes + Random(kLargestInHeap - kMinBytes + 1);
       case 1:
         return kLargestInHeap - Random(100);
       case 2:
@@ -102,9 +104,9 @@ class Worker {
       case 3:
       case 4:
       case 5:
-        return kLeastBytes + Random(4000);
+        return kMinBytes + Random(4000);
       default:
-        return kLeastBytes + Random(300);
+        return kMinBytes + Random(300);
     }
   }
 
@@ -333,6 +335,24 @@ TEST(ManagerThreads, MakeHeapsWhenAllAreDry) {
   }
 }
 
+// The design of all locks is chosen once, before the first of them is made.
+TEST(ManagerThreads, WorkWithLocksOfTicketsToo) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetHardwareAcceleration(kTicket.flag);
+    ASSERT_EQ(Initialize(kStressed), KIV_ST_OK);
+    void* block = Allocate(24);
+    void* lock = ReadAt<void*>(HeapOf(block), 0);
+    // The ticket that is served next, which the other design has not.
+    EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 1);
+    Free(block);
+    EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 2);
+    const Result result = RunThreads({4, kHeaps * 3 / 4, false});
+    EXPECT_GT(result.heaps.size(), kSlots) << "heaps were not exchanged";
+    EXPECT_GT(result.larges, 0u);
+    ExpectTotalsOfTheStart();
+  });
+}
+
 // Requests are refused all the time, and the host, which is told, allocates.
 TEST(ManagerThreads, RunIntoTheLimit) {
   for (const uint32_t threads : {2u, 16u}) {
@@ -360,6 +380,99 @@ TEST(ManagerThreads, RunIntoTheLimit) {
     }
     ExpectTotalsOfTheStart();
   }
+}
+
+// ---- The limit, while others ask for memory ----
+
+constexpr uint64_t kLimit = 32 << 20;
+constexpr uint64_t kInVain = 64 << 20;
+const std::string kLimited = std::string(kSmall) + "memorylimit 32M";
+constexpr auto kContended = std::chrono::milliseconds(300);
+
+template <typename Step>
+void Repeat(Step step) {
+  const auto end = std::chrono::steady_clock::now() + kContended;
+  while (std::chrono::steady_clock::now() < end) step();
+}
+
+// Registers a region of 8 KiB over and over, for which there is always room, while another thread
+// asks for more than the limit.
+void RegisterBesideRefusals(uint32_t (*askInVain)()) {
+  Listen();
+  uint64_t refused = 0;
+  uint64_t registered = 0;
+  OnThreads(2, [&](uint32_t number) {
+    int region = 0;
+    Repeat([&] {
+      if (number == 0) {
+        EXPECT_EQ(askInVain(), KIV_ST_OUT_OF_MEMORY);
+      } else if (adMemAlignedIncCounter(&region, 1) == KIV_ST_OK) {
+        ++registered;
+        adMemAlignedDecCounter(&region);
+      } else {
+        ++refused;
+      }
+    });
+  });
+  EXPECT_GT(registered, 0u);
+  EXPECT_EQ(refused, 0u) << "of " << refused + registered;
+  for (const Message& message : TakeMessages()) {
+    EXPECT_EQ(message.second, static_cast<uint32_t>(kInVain)) << "told of another request";
+  }
+  EXPECT_LE(TotalsNow().totalPeak, kLimit);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+}
+
+TEST(ManagerThreads, ARefusedRequestRefusesNoOther) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  RegisterBesideRefusals([] {
+    void* block = nullptr;
+    return adMalloc(nullptr, kInVain, &block, "tests", 1);
+  });
+  ExpectTotalsOfTheStart();
+}
+
+void* resized = nullptr;
+
+TEST(ManagerThreads, ARefusedReallocationRefusesNoRequest) {
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  resized = Allocate(kLargestInHeap + 1);
+  RegisterBesideRefusals([] {
+    void* block = nullptr;
+    return adRealloc(nullptr, kInVain, resized, &block, "tests", 1);
+  });
+  Free(resized);
+  ExpectTotalsOfTheStart();
+}
+
+// All threads register until the limit refuses them, and then take their regions out again.
+TEST(ManagerThreads, RegionsOfManyThreadsStayWithinTheLimit) {
+  constexpr uint32_t kThreads = 4;
+  constexpr uint32_t kBlocks = 64;  // of a region: 512 KiB
+  constexpr uint64_t kRegions = (kLimit - kHeaps) / (kBlocks * AD_MEMORY_UNIT);
+  static_assert((kLimit - kHeaps) % (kBlocks * AD_MEMORY_UNIT) == 0);
+  ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
+  std::atomic<uint64_t> rounds = 0;
+  OnThreads(kThreads, [&](uint32_t) {
+    char regions[kRegions];
+    Repeat([&] {
+      uint64_t count = 0;
+      while (count < kRegions && adMemAlignedIncCounter(&regions[count], kBlocks) == KIV_ST_OK) {
+        ++count;
+      }
+      rounds += count > 0 ? 1 : 0;
+      while (count > 0) adMemAlignedDecCounter(&regions[--count]);
+    });
+  });
+  EXPECT_GT(rounds, 0u);
+  EXPECT_LE(TotalsNow().totalPeak, kLimit);
+  EXPECT_EQ(TotalsNow().aligned, 0u);
+  // What was reserved for refused regions is free again.
+  int all = 0;
+  EXPECT_EQ(adMemAlignedIncCounter(&all, kRegions * kBlocks), KIV_ST_OK);
+  EXPECT_EQ(TotalsNow().totalPeak, kLimit);
+  adMemAlignedDecCounter(&all);
+  ExpectTotalsOfTheStart();
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "memsys/configuration_numbers.h"
+#include "memsys/configuration_words.h"
 #include "support/memory_settings.h"
 
 namespace {

@@ -25,7 +25,7 @@ using kiv::test::BlockCount;
 using kiv::test::Context;
 
 constexpr uint32_t kOperations = 200000;
-constexpr uint64_t kMost32Bits = 0xFFFFFFFF;
+constexpr uint64_t kMax32Bits = 0xFFFFFFFF;
 
 struct ModelBlock {
   uint64_t sizeBytes;
@@ -54,7 +54,7 @@ class Model {
         used_.push_back(free_.front());
         free_.erase(free_.begin());
       } else {
-        if (want > kMost32Bits) return {KIV_ST_OUT_OF_MEMORY, 0};
+        if (want > kMax32Bits) return {KIV_ST_OUT_OF_MEMORY, 0};
         used_.push_back(Fresh(want));
       }
       offset_ = header_;

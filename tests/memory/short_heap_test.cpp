@@ -1,10 +1,14 @@
 // Short heaps: an owner's heaps and large blocks, and the pool of spare ones.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "support/manager.h"
+#include "support/process.h"
+#include "support/runtime_watch.h"
 
 namespace {
 
@@ -252,6 +256,47 @@ TEST(ShortHeap, AnOwnerWithoutAHeapHasLargeBlocks) {
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
+TEST(ShortHeap, AtItsEndHeapsGoBeforeLargeBlocks) {
+  for (const char* pool : {"maxshortmemorypoolsize 0", "limitshortheapsforremove 0"}) {
+    ASSERT_EQ(Restart(std::string(kSmall) + pool), KIV_ST_OK);
+    Owner owner;
+    char* heap = owner.heap();
+    char* a = Payload(owner.Allocate(100'000)) - kLargeHeaderBytes;
+    char* b = Payload(owner.Allocate(100'000)) - kLargeHeaderBytes;
+    char* c = Payload(owner.Allocate(100'000)) - kLargeHeaderBytes;
+    const RuntimeWatch watch;
+    owner.End();
+    // The last of the ring goes, and the head moves to the one before it.
+    EXPECT_EQ(watch.freed(), (std::vector<const void*>{heap, c, a, b})) << pool;
+  }
+}
+
+TEST(ShortHeap, TheNoFreeSwitchKeepsWhatIsFreedAndWhatMoved) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
+    // It never ends: with a large block and the switch on its end would not return.
+    Owner& owner = *new Owner;
+    void* freed = owner.Allocate(1000);
+    void* small = owner.Allocate(1000);
+    char* large = Payload(owner.Allocate(100'000));
+    Fill(freed, 1000, 1);
+    Fill(small, 1000, 2);
+    EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
+    Free(freed);
+    char* moved = Payload(owner.Resize(small, 200'000));
+    EXPECT_TRUE(IsFilled(moved, 1000, 2));
+    void* fromLarge = owner.Resize(large, 1000);
+    EXPECT_EQ(HeapOf(fromLarge), owner.heap());
+    EXPECT_EQ(owner.LargeBlocks(), (Blocks{large, moved}));
+    EXPECT_TRUE(IsFilled(freed, 1000, 1));
+    EXPECT_TRUE(IsFilled(small, 1000, 2));
+    void* next = owner.Allocate(1000);
+    EXPECT_NE(next, freed);
+    EXPECT_NE(next, small);
+  });
+}
+
 // ---- Reallocation ----
 
 TEST(ShortHeapRealloc, NullAsksForANewBlock) {
@@ -354,6 +399,24 @@ TEST(ShortHeapRealloc, TakesBlocksOfNobody) {
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
 }
 
+// A size that no machine here could serve is written into a block's header.
+TEST(ShortHeapRealloc, TakesTheLow32BitsOfALargeBlocksSize) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "nomemorycontrol"), KIV_ST_OK);
+  Owner owner;
+  char* dirty = Payload(owner.Allocate(1000));
+  Fill(dirty, 1000, 1);
+  const std::string content(dirty, 1000);
+  Free(dirty);
+  char* large = Payload(owner.Allocate(100'000));
+  Fill(large, 100'000, 2);
+  const uint64_t sizeBytes = (uint64_t{1} << 32) + 100;
+  std::memcpy(large - kLargeHeaderBytes, &sizeBytes, sizeof sizeBytes);
+  char* small = Payload(owner.Resize(large, 1000));
+  EXPECT_EQ(small, dirty);
+  EXPECT_TRUE(IsFilled(small, 100, 2));
+  EXPECT_EQ(std::string(small + 100, 900), content.substr(100));
+}
+
 TEST(ShortHeapRealloc, AtTheLimitLeavesTheBlockWhole) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   Owner owner;
@@ -424,6 +487,12 @@ TEST(ShortPool, HoldsAsManyAsItMay) {
   EXPECT_EQ(ShortHeapsHeld(), 1u);
 }
 
+TEST(ShortPool, WithANegativeMaximumHoldsNothing) {
+  ASSERT_EQ(Restart(std::string(kSmall) + kKeptPool + " maxshortmemorypoolsize -1"), KIV_ST_OK);
+  FillPool(3);
+  EXPECT_EQ(ShortHeapsHeld(), 0u);
+}
+
 TEST(ShortPool, OfThreeHeapsOneFindsRoom) {
   ASSERT_EQ(Restart(std::string(kSmall) + kKeptPool + " memoryblockscontrol"), KIV_ST_OK);
   Owner owner;
@@ -467,6 +536,16 @@ TEST(ShortPool, IsDrainedWhenTheLastOwnerEndsAndMoreThan4ArePooled) {
             (Totals{0, kHeaps, 0, kHeaps + 7 * kShortHeapBytes, 0, kHeaps + 7 * kShortHeapBytes}));
   Owner next;
   EXPECT_EQ(ShortHeapsHeld(), 1u);
+}
+
+// Else the pool would never be drained again.
+TEST(ShortPool, AHeapThatGoesToTheSystemIsInUseNoMore) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "maxshortmemorypoolsize 2 limitshortheapsforremove 1"),
+            KIV_ST_OK);
+  FillPool(2);
+  EXPECT_EQ(ShortHeapsHeld(), 0u) << "two are more than one";
+  FillPool(3);
+  EXPECT_EQ(ShortHeapsHeld(), 0u) << "the third found the pool full";
 }
 
 TEST(ShortPool, ALimitOf0DrainsItAtOnce) {
@@ -522,6 +601,17 @@ TEST(ShortHeap, WithoutMemoryAnOwnerStaysWithoutAndTheHostIsTold) {
   Free(large);
   adMemShortHeapInit(owner);
   EXPECT_EQ(adMemShortCheckStatus(owner), 1);
+}
+
+TEST(ShortHeap, WithoutMemoryAnInitLeavesTheOwnersRingAndFlag) {
+  ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
+  void* large = Allocate(10485760 - kHeaps - kLargeHeaderBytes);
+  AdShortHeapOwner owner = {nullptr, &owner, 1};
+  adMemShortHeapInit(&owner);
+  EXPECT_EQ(owner.heap, nullptr);
+  EXPECT_EQ(owner.largeBlocks, &owner);
+  EXPECT_EQ(owner.freeDisabled, 1u);
+  Free(large);
 }
 
 TEST(ShortHeap, WithoutMemoryForAFurtherHeapARequestFails) {

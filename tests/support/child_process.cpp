@@ -13,7 +13,7 @@ namespace kiv::test {
 namespace {
 
 constexpr DWORD kLongestRoleMs = 90000;
-constexpr int kMostStarts = 3;
+constexpr int kMaxStarts = 3;
 constexpr char kRoleFlag[] = "--role=";
 
 // Created on first use, because roles register before main and in any order.
@@ -37,7 +37,7 @@ bool Start(const std::string& path, std::string line, STARTUPINFOA* startup,
                        nullptr, startup, made)) {
       return true;
     }
-    if (GetLastError() != ERROR_INTERNAL_ERROR || tries == kMostStarts) return false;
+    if (GetLastError() != ERROR_INTERNAL_ERROR || tries == kMaxStarts) return false;
   }
 }
 

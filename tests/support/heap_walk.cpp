@@ -3,8 +3,8 @@
 namespace kiv::test {
 namespace {
 
-constexpr uint32_t kLeastUsedBytes = 48;
-constexpr uint32_t kLeastUnusedBytes = 40;
+constexpr uint32_t kMinUsedBytes = 48;
+constexpr uint32_t kMinUnusedBytes = 40;
 
 std::string At(uint32_t offset, const char* fault) {
   return "block at " + std::to_string(offset) + " " + fault;
@@ -35,7 +35,7 @@ std::string HeapWalk::Look() {
 bool HeapWalk::MayBeBlock(const Block* block) const {
   const auto offset = reinterpret_cast<uintptr_t>(block) - reinterpret_cast<uintptr_t>(&heap_);
   return offset >= HeapModel::kFirstBlock && offset % 8 == 0 &&
-         offset + kLeastUnusedBytes <= endOffset_;
+         offset + kMinUnusedBytes <= endOffset_;
 }
 
 bool HeapWalk::MarkOnce(uint32_t offset, BlockState state) {
@@ -113,7 +113,7 @@ std::string HeapWalk::LookAtBlocks() {
 const char* HeapWalk::FaultOfBlock(uint32_t offset, const ModelBlock& found,
                                    const ModelBlock& previous) const {
   const bool isFree = found.state == BlockState::kFree;
-  const uint32_t least = isFree ? kLeastUnusedBytes : kLeastUsedBytes;
+  const uint32_t least = isFree ? kMinUnusedBytes : kMinUsedBytes;
   if (found.sizeBytes % 8 != 0 || found.sizeBytes < least) return "has no proper size";
   if (found.sizeBytes > endOffset_ - offset) return "reaches past the arena";
   const Block& block = *BlockAt(heap_, offset);

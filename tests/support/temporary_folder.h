@@ -14,7 +14,7 @@ class TemporaryFolder {
  public:
   TemporaryFolder() {
     // Takes the first free number: create_directory returns false if the folder exists.
-    for (int number = 0; number < kMost; ++number) {
+    for (int number = 0; number < kMax; ++number) {
       path_ = std::filesystem::temp_directory_path() / ("kivsdu-test-" + std::to_string(number));
       std::error_code error;
       if (std::filesystem::create_directory(path_, error)) return;
@@ -46,7 +46,7 @@ class TemporaryFolder {
   void Remove(const std::string& name) const { std::filesystem::remove(path_ / name); }
 
  private:
-  static constexpr int kMost = 10000;
+  static constexpr int kMax = 10000;
 
   std::filesystem::path path_;
 };

@@ -74,12 +74,12 @@ bool AddRow(const CsvReader& reader, FactParts parts, Cube* cube) {
 }
 
 bool AddRows(CsvReader* reader, FactParts parts, Cube* cube, uint64_t* rows) {
-  Progress progress;
+  Progress progress("rows");
   for (;;) {
     const CsvStep step = reader->Next();
     if (step != CsvStep::kRow) return step == CsvStep::kEnd;
     if (!AddRow(*reader, parts, cube)) return false;
-    progress.Update(++*rows, reader->file());
+    progress.Update(++*rows, reader->file().readBytes(), reader->file().sizeBytes());
   }
 }
 

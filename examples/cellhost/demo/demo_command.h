@@ -21,6 +21,7 @@ struct DemoOptions {
   std::string pipe;
   Road road;           // of the clients
   std::string memory;  // the server's; see CommandLine
+  bool failover;       // of the server
   bool inMemory;       // the server keeps no files, and is not killed
 };
 

@@ -35,7 +35,7 @@ bool DemoServer::Start(const DemoOptions& options, LockDesign locks, const std::
   sinceStart_.Restart();
   return process_.Start({"serve", "--facts", options.facts, "--pipe", pipe, "--locks",
                          NameOf(locks), options.memory.empty() ? "" : "--memory", options.memory,
-                         data.empty() ? "" : "--data", data});
+                         options.failover ? "--failover" : "", data.empty() ? "" : "--data", data});
 }
 
 bool DemoServer::AwaitReady() {

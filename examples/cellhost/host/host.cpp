@@ -3,6 +3,7 @@
 
 #include "host/complain.h"
 #include "host/thread_record.h"
+#include "kivsdu/memory.h"
 #include "kivsdu/numa.h"
 #include "kivsdu/settings.h"
 #include "kivsdu/sync.h"
@@ -14,15 +15,17 @@ namespace {
 // The library keeps the pointer, not the text.
 constexpr char kAppFolderName[] = "cellhost";
 
-// Failover would have the library ask the lease guard before it touches anything shared. This
-// server runs alone.
-constexpr uint8_t kFailoverOff = 0;
+// Blocks of plain mode are the C runtime's as they are, without headers of the library.
+constexpr uint8_t kWithoutHeaders = 0;
+constexpr uint8_t kMappedAllocation = 0;
 
 HostRecord theHost;
 
 HostRecord* OwnRecord() { return static_cast<HostRecord*>(KivSdVorUtilGlobals()->hostValue); }
 
-// relaxed, here and below: the counts are only shown and order nothing.
+// A server of a cluster would look here whether it still holds its lease, and end itself if not.
+// This one has no other to share with, and counts. relaxed, here and below: the counts are only
+// shown and order nothing.
 void GuardLease() { OwnRecord()->leaseChecks.fetch_add(1, std::memory_order_relaxed); }
 
 void CountAttach(uint64_t, uint64_t, uint64_t, uint64_t) {
@@ -33,13 +36,21 @@ void CountDetach(uint64_t, uint64_t, uint64_t, uint64_t) {
   OwnRecord()->threads.fetch_sub(1, std::memory_order_relaxed);
 }
 
-void InstallSettings() {
+void InstallSettings(Failover failover) {
   KivSdVorUtilGlobals()->hostValue = &theHost;
   KivSdSetAppFolderName(kAppFolderName);
   KivSdSetLeaseGuardAccessFunction(GuardLease);
-  KivSdSetFailoverModeFlag(kFailoverOff);
+  KivSdSetFailoverModeFlag(static_cast<uint8_t>(failover));
   KivSdSetUkrThreadAttachFunction(CountAttach);
   KivSdSetUkrThreadDetachFunction(CountDetach);
+}
+
+// The locks' design before anything that may make a lock, and the memory manager does: the two
+// designs keep their fields in different places.
+void SetSwitches(LockDesign locks) {
+  KivSdSetMemoryManager(kWithoutHeaders);
+  KivSdSetMmapAllocCfg(kMappedAllocation);
+  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
 }
 
 bool StartThreads() {
@@ -51,13 +62,11 @@ bool StartThreads() {
 
 }  // namespace
 
-bool StartHost(LockDesign locks, MemoryUse memory) {
-  // Before anything that may make a lock, and the memory manager does: the two designs keep their
-  // fields in different places.
-  KivSdSetHardwareAcceleration(static_cast<uint8_t>(locks));
+bool StartHost(LockDesign locks, MemoryUse memory, Failover failover) {
+  InstallSettings(failover);
+  SetSwitches(locks);
   // Before anything has memory.
   if (StartMemoryManager(memory)) {
-    InstallSettings();
     KivSdInitNumaResources();
     if (StartThreads()) return true;
   }
@@ -69,10 +78,11 @@ void StopHost() {
   LeaveThread();
   KivSdVorUtilTlsTerm();
   // The hooks stay, as a hook cannot be taken away; the record that they count in is static.
+  KivSdSetFailoverModeFlag(static_cast<uint8_t>(Failover::kOff));
   KivSdSetLeaseGuardAccessFunction(nullptr);
   StopMemoryManager();
 }
 
-const HostRecord& Host() { return *OwnRecord(); }
+const HostRecord& Host() { return theHost; }
 
 }  // namespace cellhost

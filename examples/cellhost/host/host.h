@@ -1,6 +1,6 @@
-// Start-up and shutdown of the server, in the order that the library asks for: the locks' design,
-// the memory manager, settings and hooks, while there is one thread, then the resources, then the
-// thread's own record.
+// Start-up and shutdown of the server, in the order that the library asks for, while there is one
+// thread: settings and hooks, the switches of memory and the locks' design, then the memory
+// manager, then the resources, then the thread's own record.
 #ifndef CELLHOST_HOST_HOST_H
 #define CELLHOST_HOST_HOST_H
 
@@ -19,16 +19,21 @@ struct HostRecord {
   std::atomic<uint32_t> threads;      // that have a record now
 };
 
+// Whether the library asks the lease guard before it touches what another server could share:
+// files, pipes, shared memory, modules, facts of the system.
+enum class Failover : uint8_t { kOff = 0, kOn = 1 };
+
 // Both on the main thread, once each. StartHost says what failed, and gives back what it took.
 //
-//   locks   the design of every spinlock of the process; it cannot be changed later
-//   memory  whether there may be heaps; see memory_manager.h
+//   locks     the design of every spinlock of the process; it cannot be changed later
+//   memory    whether there may be heaps; see memory_manager.h
+//   failover  in failover mode files are opened so that other servers can open them too
 //
 // Everything made between the two is freed before StopHost.
-bool StartHost(LockDesign locks, MemoryUse memory);
+bool StartHost(LockDesign locks, MemoryUse memory, Failover failover = Failover::kOff);
 void StopHost();
 
-// The server's record; after StartHost, any thread.
+// The server's record. Any thread.
 const HostRecord& Host();
 
 }  // namespace cellhost

@@ -13,7 +13,7 @@ constexpr int kLineWidth = 60;
 
 }  // namespace
 
-Progress::Progress() : enabled_(OutputIsTerminal()) {}
+Progress::Progress(const char* unit) : unit_(unit), enabled_(OutputIsTerminal()) {}
 
 Progress::~Progress() {
   if (!shown_) return;
@@ -21,16 +21,15 @@ Progress::~Progress() {
   fflush(stdout);
 }
 
-void Progress::Look(uint64_t rows, const InputFile& file) {
+void Progress::Look(uint64_t count, uint64_t doneBytes, uint64_t sizeBytes) {
   if (sinceShown_.elapsedUs() < kShowEveryUs) return;
   sinceShown_.Restart();
   shown_ = true;
-  const uint64_t size = file.sizeBytes();
-  if (size != 0) {
-    printf("\r  %3u%%  %s rows", static_cast<unsigned>(file.readBytes() * 100 / size),
-           Grouped(rows).text);
+  if (sizeBytes != 0) {
+    printf("\r  %3u%%  %s %s", static_cast<unsigned>(doneBytes * 100 / sizeBytes),
+           Grouped(count).text, unit_);
   } else {
-    printf("\r  %s rows", Grouped(rows).text);
+    printf("\r  %s %s", Grouped(count).text, unit_);
   }
   fflush(stdout);
 }

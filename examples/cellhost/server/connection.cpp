@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "host/complain.h"
+#include "host/host.h"
 #include "host/memory_manager.h"
 #include "server/pipe_watch.h"
 #include "server/protocol.h"
@@ -13,11 +14,10 @@
 namespace cellhost {
 namespace {
 
-constexpr uint32_t kStatsBytes = 512;  // numbers with their names
+constexpr uint32_t kStatsBytes = 640;  // numbers with their names
 constexpr uint32_t kChunkBytes = 32;
 constexpr uint32_t kSegmentBytes = KIV_SEGMENT_NAME_BYTES + 32;
 constexpr uint32_t kStallTimeouts = 10;  // for a client to take its answer out of its chunk
-constexpr uint32_t kGoodbyeMs = 3000;    // for a client to read the last reply and close the pipe
 
 struct MemoryText {
   char text[256];
@@ -72,9 +72,16 @@ void Connection::ServeClient(uint32_t client) {
   Next next = Next::kGoOn;
   while (next == Next::kGoOn) next = ServeRequest(client);
   // Only now: until it has gone, the client may touch its chunk.
-  chunk_.GiveBack();
+  if (next != Next::kCut || AwaitGone()) chunk_.GiveBack();
   if (next == Next::kLost) service_->lost.fetch_add(1, std::memory_order_relaxed);
-  if (next == Next::kCut) pipe_.AwaitGone(TimeLimit(kGoodbyeMs));
+}
+
+// Waits until a client that is not served any more has gone: a while, so that it can read what it
+// was told; but one with a chunk as long as it takes, or until the server ends. Whether it has.
+bool Connection::AwaitGone() {
+  const TimeLimit goodbye(service_->goodbyeMs);
+  if (pipe_.AwaitGone({.limit = &goodbye, .stop = nullptr}) || !chunk_.taken()) return true;
+  return pipe_.AwaitGone({.limit = nullptr, .stop = &service_->stop});
 }
 
 Connection::Next Connection::ServeRequest(uint32_t client) {
@@ -205,12 +212,13 @@ Connection::Next Connection::TellStats() {
   char reply[kStatsBytes];
   snprintf(reply, sizeof reply,
            "OK rows %llu, cells %u, clients %u, lost %u, queries %llu, puts %llu, uptime %llu s, "
-           "memory %s",
+           "lease guard asked %u times, memory %s",
            static_cast<unsigned long long>(service_->rows), cells,
            service_->clients.load(std::memory_order_relaxed),
            service_->lost.load(std::memory_order_relaxed), static_cast<unsigned long long>(queries),
            static_cast<unsigned long long>(puts),
-           static_cast<unsigned long long>(service_->uptimeSeconds()), MemoryInUse().text);
+           static_cast<unsigned long long>(service_->uptimeSeconds()),
+           Host().leaseChecks.load(std::memory_order_relaxed), MemoryInUse().text);
   return Tell(reply);
 }
 

@@ -42,6 +42,7 @@ class Connection {
 
   void Run();
   void ServeClient(uint32_t client);
+  bool AwaitGone();
   Next ServeRequest(uint32_t client);
   Next ServePipe(uint32_t client);
   Next ServeChunk(uint32_t client);

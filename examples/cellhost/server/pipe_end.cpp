@@ -7,7 +7,6 @@
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/settings.h"
-#include "server/protocol.h"
 
 namespace cellhost {
 namespace {
@@ -92,11 +91,11 @@ Received PipeEnd::Receive(const Patience& patience, std::string_view* text) {
   return read;
 }
 
-void PipeEnd::AwaitGone(const TimeLimit& limit) {
-  const Patience patience = {.limit = &limit, .stop = nullptr};
+bool PipeEnd::AwaitGone(const Patience& patience) {
+  Received read = Received::kMessage;
   char byte = 0;
-  while (ReadAll(patience, &byte, 1) == Received::kMessage) {
-  }
+  while (read == Received::kMessage) read = ReadAll(patience, &byte, 1);
+  return read == Received::kGone;
 }
 
 }  // namespace cellhost

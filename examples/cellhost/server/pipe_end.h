@@ -20,6 +20,7 @@
 #include "host/host_memory.h"
 #include "host/waiting.h"
 #include "kivsdu/api.h"
+#include "server/protocol.h"
 
 namespace cellhost {
 
@@ -59,10 +60,13 @@ class PipeEnd {
   //   text  receives it; good until the next one
   Received Receive(const Patience& patience, std::string_view* text);
 
-  // Waits until the other end has closed the pipe, and throws away what it still says.
-  void AwaitGone(const TimeLimit& limit);
+  // Waits until the other end has closed the pipe, and throws away what it still says. Whether it
+  // has.
+  bool AwaitGone(const Patience& patience);
 
  protected:
+  // Makes room for sending a message of this length, which then needs no memory.
+  bool MakeRoomToSend(uint32_t lengthBytes) { return sent_.Reserve(kLengthBytes + lengthBytes); }
   bool IsOpen() const;
   void Close();
 

@@ -31,6 +31,7 @@ constexpr uint32_t kErrorNoData = 232;         // and had gone
 PipeServer::PipeServer() : PipeEnd(kRequestBytesMax) {}
 
 bool PipeServer::Create(const char* name, uint32_t instances, bool first) {
+  if (!MakeRoomToSend(kShortReplyBytes)) return false;
   KivSdContext* ctx = ThisContext();
   const uint32_t openMode = kBothWays | (first ? kFirstInstance : 0);
   const uint32_t status =

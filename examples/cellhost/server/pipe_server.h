@@ -18,7 +18,7 @@ class PipeServer : public PipeEnd {
  public:
   PipeServer();
 
-  // Makes the instance.
+  // Makes the instance, and room for sending short replies; see kShortReplyBytes.
   //
   //   name       of the pipe
   //   instances  how many there will be

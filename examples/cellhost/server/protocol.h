@@ -45,6 +45,10 @@ constexpr uint32_t kLengthBytes = 4;
 constexpr uint32_t kRequestBytesMax = 8 * 1024;
 constexpr uint32_t kReplyBytesMax = 16 * 1024 * 1024;
 
+// Room for a reply of this length is had before the first request, so that what became of a PUT can
+// be told also when there is no memory.
+constexpr uint32_t kShortReplyBytes = 256;
+
 // The server's buffer for requests. A client has one request under way, so that one always fits.
 constexpr uint32_t kRequestBufferBytes = kLengthBytes + kRequestBytesMax;
 constexpr uint32_t kReplyBufferBytes = 64 * 1024;  // a longer reply waits for the client to read

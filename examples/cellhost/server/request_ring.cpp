@@ -23,7 +23,8 @@ Request::~Request() {
 
 bool Request::Create() {
   KivSdContext* ctx = ThisContext();
-  return Succeeded(ctx, KivSdStdEventCreate(ctx, &done_), "make a request's event");
+  return reply.Reserve(kShortReplyBytes) &&
+         Succeeded(ctx, KivSdStdEventCreate(ctx, &done_), "make a request's event");
 }
 
 void Request::SignalDone() {

@@ -33,7 +33,7 @@ class Request {
   Request& operator=(const Request&) = delete;
   ~Request();
 
-  bool Create();
+  bool Create();  // also makes room for a short reply; see kShortReplyBytes
   void SignalDone();
   bool AwaitDone();
 
@@ -68,7 +68,7 @@ class RequestRing {
 
  private:
   KivHandle waiting_ = nullptr;  // counting event: requests in the ring and workers to end
-  RingPlaces places_;
+  RingSlots places_;
 };
 
 }  // namespace cellhost

@@ -1,4 +1,4 @@
-// Places under a lightweight spinlock; see ring_places.h.
+// Places under a lightweight spinlock; see ring_slots.h.
 #include "server/ring_slots.h"
 
 namespace cellhost {
@@ -17,17 +17,17 @@ class Guard {
 
 }  // namespace
 
-RingPlaces::RingPlaces() { KivSdLWSpinlockInit(&lock_); }
+RingSlots::RingSlots() { KivSdLWSpinlockInit(&lock_); }
 
-RingPlaces::~RingPlaces() { KivSdLWSpinlockDestroy(&lock_); }
+RingSlots::~RingSlots() { KivSdLWSpinlockDestroy(&lock_); }
 
-void RingPlaces::Add(Request* request) {
+void RingSlots::Add(Request* request) {
   const Guard guard(&lock_);
   requests_[(first_ + count_) % kConnections] = request;
   ++count_;
 }
 
-Request* RingPlaces::TakeOldest() {
+Request* RingSlots::TakeOldest() {
   const Guard guard(&lock_);
   if (count_ == 0) return nullptr;
   Request* request = requests_[first_];

@@ -16,12 +16,12 @@ constexpr uint32_t kConnections = 8;
 class Request;
 
 // Any thread.
-class RingPlaces {
+class RingSlots {
  public:
-  RingPlaces();
-  RingPlaces(const RingPlaces&) = delete;
-  RingPlaces& operator=(const RingPlaces&) = delete;
-  ~RingPlaces();
+  RingSlots();
+  RingSlots(const RingSlots&) = delete;
+  RingSlots& operator=(const RingSlots&) = delete;
+  ~RingSlots();
 
   // Puts a request behind all others; at most kConnections at once.
   void Add(Request* request);

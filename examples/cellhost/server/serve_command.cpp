@@ -5,7 +5,9 @@
 //   4 workers        requests off the ring; they read and change the cell cache
 //
 // With --data the cells are in files too (cell_files.h): read before the threads start, written
-// back after they have ended.
+// back when no worker runs any more. A connection whose client does not read its answers cannot be
+// ended. It changes no cells, so the cells are written back beside it, and the process ends with
+// it.
 //
 // The ring's lock is a lightweight spinlock, the cell cache's a reader-writer lock. No thread
 // holds both.
@@ -18,8 +20,10 @@
 #include "host/complain.h"
 #include "host/console_report.h"
 #include "host/exit_code.h"
+#include "host/host.h"
 #include "host/host_thread.h"
 #include "host/waiting.h"
+#include "kivsdu/settings.h"
 #include "server/connection.h"
 #include "server/service.h"
 #include "server/worker.h"
@@ -29,8 +33,9 @@ namespace cellhost {
 namespace {
 
 constexpr uint32_t kWorkers = 4;
-constexpr uint32_t kStopLimitMs = 10 * 1000;
+constexpr uint32_t kStopLimitMs = 5 * 1000;  // longer than clients have for their last reply
 constexpr int32_t kBetweenWakesMs = 20;
+constexpr int32_t kForEver = -1;
 
 bool EndConnections(Connection* connections, const char* pipe) {
   const TimeLimit limit(kStopLimitMs);
@@ -38,7 +43,7 @@ bool EndConnections(Connection* connections, const char* pipe) {
     // A wake may reach another connection than this one; it is needed there as well.
     while (!connections[at].EndsWithin(kBetweenWakesMs)) {
       if (limit.passed()) {
-        return Complain("a client that does not read its answer keeps the server; end the client");
+        return Complain("a client does not read its answer, and is cut off with the server's end");
       }
       WakeAccept(pipe);
     }
@@ -70,6 +75,7 @@ void PrintServing(const ServeOptions& options, LockDesign locks, Service* servic
   Item("Segment", "%s, for %u of them at a time", service->segment.name(), KIV_SEGMENT_CHUNKS);
   Item("Workers", "%u", kWorkers);
   Item("Spinlocks", "%s", NameOf(locks));
+  Item("Failover mode", "%s", KivSdIsFailoverMode() != 0 ? "on" : "off");
   Item("To end it", "cellhost send --pipe %s STOP", options.pipe.c_str());
   fflush(stdout);  // whoever reads it through a pipe has it now
 }
@@ -90,22 +96,42 @@ void PrintServed(const Service& service) {
        service.lost.load(std::memory_order_relaxed));
   Item("Queries", "%s", Grouped(service.queries.load(std::memory_order_relaxed)).text);
   Item("Cells put", "%s", Grouped(service.puts.load(std::memory_order_relaxed)).text);
+  Item("Lease guard", "asked %s times",
+       Grouped(Host().leaseChecks.load(std::memory_order_relaxed)).text);
+}
+
+// Ends the workers that were started, once they have done what is in the ring.
+void EndWorkers(Service* service, HostThread* workers) {
+  for (uint32_t at = 0; at < kWorkers; ++at) service->ring.EndOne();
+  for (uint32_t at = 0; at < kWorkers; ++at) workers[at].EndsWithin(kForEver);
+}
+
+// Ends all threads, also when not all of them were started. False if a connection still runs.
+//
+// PUTs that wait for the end of a pause are carried out then, so that clients have the time that
+// they are given from there on.
+bool EndAll(Service* service, const char* pipe, Connection* connections, HostThread* workers) {
+  service->Stop();
+  if (service->files != nullptr) service->files->AwaitPauseEnd();
+  const bool ended = EndConnections(connections, pipe);
+  EndWorkers(service, workers);
+  return ended;
+}
+
+// What is left to do when no thread changes cells any more.
+bool Conclude(const Service& service, const Cube& cube) {
+  PrintServed(service);
+  if (service.failed.load(std::memory_order_relaxed)) return false;
+  return service.files == nullptr || service.files->WriteBack(cube);
 }
 
 // A thread that cannot be ended uses what the others would free: the process ends as it is.
-[[noreturn]] void Abandon() {
+[[noreturn]] void Abandon(int exitCode) {
   fflush(stdout);
-  _Exit(kExitFailed);
+  _Exit(exitCode);
 }
 
-// Ends all threads, also when not all of them were started.
-void EndAll(Service* service, const char* pipe, Connection* connections) {
-  service->Stop();
-  if (!EndConnections(connections, pipe)) Abandon();
-  for (uint32_t at = 0; at < kWorkers; ++at) service->ring.EndOne();
-}
-
-bool Serve(const ServeOptions& options, LockDesign locks, Service* service) {
+int Serve(const ServeOptions& options, LockDesign locks, const Cube& cube, Service* service) {
   const char* pipe = options.pipe.c_str();
   // Ended and destroyed in the reverse order.
   HostThread workers[kWorkers];
@@ -114,8 +140,10 @@ bool Serve(const ServeOptions& options, LockDesign locks, Service* service) {
       StartWorkers(service, workers) && StartConnections(service, pipe, connections);
   if (started) PrintServing(options, locks, service);
   const bool stopped = started && service->AwaitStop();
-  EndAll(service, pipe, connections);
-  return stopped;
+  const bool ended = EndAll(service, pipe, connections, workers);
+  const int exitCode = stopped && Conclude(*service, cube) ? kExitDone : kExitFailed;
+  if (!ended) Abandon(exitCode);
+  return exitCode;
 }
 
 // The cube from the facts, and its cells from the files if there are any.
@@ -137,13 +165,8 @@ int ServeCommand(const ServeOptions& options, LockDesign locks) {
   const bool inFiles = !options.data.empty();
   if (inFiles && !files.Open(options.data)) return kExitFailed;
   if (!LoadCells(options, &files, &cube, &load)) return kExitFailed;
-  {
-    Service service(&cube, load.rows, inFiles ? &files : nullptr);
-    if (!service.Create() || !Serve(options, locks, &service)) return kExitFailed;
-    PrintServed(service);
-    if (service.failed.load(std::memory_order_relaxed)) return kExitFailed;
-  }
-  return !inFiles || files.WriteBack(cube) ? kExitDone : kExitFailed;
+  Service service(&cube, load.rows, inFiles ? &files : nullptr);
+  return service.Create() ? Serve(options, locks, cube, &service) : kExitFailed;
 }
 
 }  // namespace cellhost

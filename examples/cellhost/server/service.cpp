@@ -33,7 +33,6 @@ bool Service::Create() {
 
 void Service::Stop() {
   stop.store(true, std::memory_order_relaxed);
-  if (files != nullptr) files->ShutDown();
   KivSdContext* ctx = ThisContext();
   Succeeded(ctx, KivSdStdEventSet(ctx, &stopped_), "signal the stop");
 }

@@ -46,6 +46,9 @@ class Service {
   RequestRing ring;
   SegmentServer segment;
 
+  // For a client that is cut off to read the last reply and to close the pipe. Tests have less.
+  uint32_t goodbyeMs = 3000;
+
   // relaxed wherever they are used: the flags and counts order nothing.
   std::atomic<bool> stop{false};
   std::atomic<bool> failed{false};

@@ -26,6 +26,9 @@ void SetReply(FinalCode code, std::string_view text, Request* request) {
   std::copy(text.begin(), text.end(), reply.data() + verb.size() + 1);
 }
 
+// Every fault can be told, however short memory is.
+static_assert(kError.size() + 1 + sizeof Fault::text <= kShortReplyBytes);
+
 void SetFault(const Fault& fault, Request* request) {
   SetReply(fault.noMemory ? FinalCode::kRefused : FinalCode::kBad, fault.text, request);
 }

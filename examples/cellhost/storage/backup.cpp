@@ -11,16 +11,19 @@
 #include "host/host_memory.h"
 #include "host/stopwatch.h"
 #include "host/thread_record.h"
+#include "host/waiting.h"
 #include "kivsdu/path.h"
 #include "kivsdu/status.h"
+#include "storage/folder_mark.h"
 #include "storage/page_file.h"
+#include "storage/rename_file.h"
 
 namespace cellhost {
 namespace {
 
+constexpr char kNewCopy[] = "backup.new";
 constexpr char kSourceJournal[] = "cellhost/backup journal";
 constexpr uint32_t kFoldersMax = 100000;
-constexpr uint32_t kExistsError = 17;  // the runtime's
 constexpr uint32_t kPieceBytes = 64 * 1024;
 constexpr uint32_t kUsPerMs = 1000;
 
@@ -49,7 +52,7 @@ bool CopyPages(const char* from, const char* to, uint32_t* pages) {
   return writer.Finish();
 }
 
-// From the journal's stream into another.
+// The journal's first bytes into another stream.
 bool CopyBytes(uint32_t from, uint32_t lengthBytes, uint32_t to) {
   KivSdContext* ctx = ThisContext();
   HostArray<char> piece(kSourceJournal);
@@ -81,6 +84,24 @@ bool CopyJournal(uint32_t from, uint32_t lengthBytes, const char* to) {
   return Succeeded(ctx, KivSdFileClose(ctx, copy), "close a copy of the journal") && copied;
 }
 
+bool MarkCopy(const std::string& path, uint64_t lastPut) {
+  FolderMark mark;
+  return mark.Open(path) && mark.Set(lastPut);
+}
+
+bool RemoveFolder(const std::string& path) {
+  KivSdContext* ctx = ThisContext();
+  return Succeeded(ctx, KivSdDirRemove(ctx, path.c_str()), "remove a backup that is not whole");
+}
+
+// In place of what a killed server may have left.
+bool MakeEmptyFolder(const std::string& path) {
+  bool exists = false;
+  if (!Exists(path, &exists) || (exists && !RemoveFolder(path))) return false;
+  KivSdContext* ctx = ThisContext();
+  return Succeeded(ctx, KivSdDirCreate(ctx, path.c_str()), "make a folder for a backup");
+}
+
 }  // namespace
 
 std::string InFolder(const std::string& folder, const char* name) { return folder + "\\" + name; }
@@ -90,24 +111,29 @@ std::string Backup::FolderOf(uint32_t number) const {
 }
 
 bool Backup::Make(uint32_t maxSeconds, BackupReport* report) {
-  if (running_.exchange(true, std::memory_order_relaxed)) {
+  // acquire: pairs with the release of the backup before.
+  if (running_.exchange(true, std::memory_order_acquire)) {
     Say(report, "another backup is under way; try again when it is done");
     return false;
   }
   const bool made = MakeAlone(maxSeconds, report);
-  running_.store(false, std::memory_order_relaxed);
+  running_.store(false, std::memory_order_release);
   return made;
+}
+
+void Backup::Close() {
+  for (Pause pause; running_.exchange(true, std::memory_order_acquire);) pause.Take();
 }
 
 bool Backup::MakeAlone(uint32_t maxSeconds, BackupReport* report) {
   WriteLease own(&pause_);
   KivSdWriteLease* lease = own.context();
-  if (!PauseWrites(lease, maxSeconds, report)) return false;
+  const bool expires = maxSeconds != 0;
+  if (!PauseWrites(lease, expires ? maxSeconds : kBackupSecondsMax, report)) return false;
   const Stopwatch watch;
-  uint32_t number = 0;
   Say(report, "the files could not be copied; see what the server said");
-  const bool copied = MakeFolder(&number) && CopyFiles(number, report);
-  const bool lift = !copied || maxSeconds == 0;
+  const bool copied = CopyFiles(report);
+  const bool lift = !copied || !expires;
   if (lift) KivSdUnpauseWriteIO(lease);
   if (!copied) return false;
   const size_t length = strlen(report->text);
@@ -136,33 +162,32 @@ bool Backup::PauseWrites(KivSdWriteLease* lease, uint32_t maxSeconds, BackupRepo
   }
   // A pause that was given up is in force.
   KivSdUnpauseWriteIO(lease);
-  if (status == KIV_WRITE_PAUSE_SHUTDOWN) {
-    Say(report, "the server is ending");
-  } else {
-    Say(report, "writes could not be paused: %s", ReasonOf(ThisContext(), status).text);
-  }
+  Say(report, "writes could not be paused: %s", ReasonOf(ThisContext(), status).text);
   return false;
 }
 
 // The first number that no backup has.
-bool Backup::MakeFolder(uint32_t* number) const {
-  KivSdContext* ctx = ThisContext();
+bool Backup::FindNumber(uint32_t* number) const {
   for (*number = 1; *number < kFoldersMax; ++*number) {
-    const uint32_t made = KivSdDirCreate(ctx, FolderOf(*number).c_str());
-    if (made == 0) return true;
-    if (ctx->osError != kExistsError) return Succeeded(ctx, made, "make a folder for a backup");
+    bool exists = false;
+    if (!Exists(FolderOf(*number), &exists)) return false;
+    if (!exists) return true;
   }
   return Complain("'%s' has %u backups; remove some", folder_.c_str(), kFoldersMax - 1);
 }
 
 // A copy that is not whole does not stay.
-bool Backup::CopyFiles(uint32_t number, BackupReport* report) {
-  const std::string to = FolderOf(number);
+bool Backup::CopyFiles(BackupReport* report) {
+  const std::string copy = InFolder(folder_, kNewCopy);
+  // The pause keeps them from changing; a PUT that lifts it could change them.
+  const uint32_t journalBytes = journal_.endBytes();
+  const uint64_t lastPut = journal_.lastPut();
   uint32_t pages = 0;
-  uint32_t journalBytes = 0;
-  if (!CopyBoth(to, &pages, &journalBytes, report)) {
-    KivSdContext* ctx = ThisContext();
-    Succeeded(ctx, KivSdDirRemove(ctx, to.c_str()), "remove a backup that is not whole");
+  uint32_t number = 0;
+  if (!MakeEmptyFolder(copy)) return false;
+  if (!CopyInto(copy, lastPut, journalBytes, &pages) || !IsOfOneMoment(report) ||
+      !FindNumber(&number) || !GiveName(copy.c_str(), FolderOf(number).c_str())) {
+    RemoveFolder(copy);
     return false;
   }
   Say(report, "backup-%u: %u blocks of %s, %u records of %s", number, pages, kPagesFile,
@@ -170,17 +195,19 @@ bool Backup::CopyFiles(uint32_t number, BackupReport* report) {
   return true;
 }
 
-bool Backup::CopyBoth(const std::string& to, uint32_t* pages, uint32_t* journalBytes,
-                      BackupReport* report) const {
-  uint32_t bytesAfter = 0;
-  if (!journal_.Length(journalBytes) ||
-      !CopyPages(pages_.c_str(), InFolder(to, kPagesFile).c_str(), pages) ||
-      !CopyJournal(journal_.file(), *journalBytes, InFolder(to, kJournalFile).c_str()) ||
-      !journal_.Length(&bytesAfter)) {
-    return false;
-  }
-  if (bytesAfter == *journalBytes) return true;
-  Say(report, "the pause was over before all was copied; give it more seconds");
+// The mark first: it says how far the rest must reach.
+bool Backup::CopyInto(const std::string& copy, uint64_t lastPut, uint32_t journalBytes,
+                      uint32_t* pages) const {
+  return MarkCopy(InFolder(copy, kMarkFile), lastPut) &&
+         CopyPages(pages_.c_str(), InFolder(copy, kPagesFile).c_str(), pages) &&
+         CopyJournal(journal_.file(), journalBytes, InFolder(copy, kJournalFile).c_str());
+}
+
+// A pause that has lasted its maximum may have been lifted by a PUT.
+bool Backup::IsOfOneMoment(BackupReport* report) {
+  if (pause_.IsInForce()) return true;
+  Say(report, "the pause was over before all was copied; give it more seconds, up to %u",
+      kBackupSecondsMax);
   return false;
 }
 

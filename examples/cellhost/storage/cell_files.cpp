@@ -37,7 +37,7 @@ bool DoesNotFit(const std::string& path) {
 }
 
 // The blocks of a cube's cells, in the order of the table.
-bool WriteCellPages(const Cube& cube, const PlaceNumbers& numbers, uint32_t pages,
+bool WriteCellPages(const Cube& cube, const CellIndex& numbers, uint32_t pages,
                     PageWriter* writer) {
   const CellTable& cells = cube.cells();
   uint32_t cell = 0;
@@ -70,36 +70,43 @@ bool CellFiles::MakeFolder() {
                   ReasonOf(ctx, made).text);
 }
 
-// A journal tells what has changed since, and is worth nothing without the cells.
+// The mark and the journal are made when the cells are there, so that either without cells shows
+// that cells are missing: those of the facts must not take their place.
 bool CellFiles::FindCells() {
-  constexpr uint32_t kExists = 0;
-  KivSdContext* ctx = ThisContext();
-  uint8_t granted = 0;
-  if (!Succeeded(ctx, KivSdFileAccess(ctx, pages_.c_str(), kExists, &granted), "look for a file")) {
-    return false;
+  bool hasJournal = false;
+  if (!Exists(pages_, &hasCells_) || !Exists(journalPath_, &hasJournal)) return false;
+  const bool isMissing = mark_.IsEmpty() ? hasJournal && !hasCells_ : !hasCells_ || !hasJournal;
+  if (isMissing) {
+    return Complain("'%s' has no %s any more; restore the folder from a backup", folder_.c_str(),
+                    hasCells_ ? kJournalFile : kPagesFile);
   }
-  hasCells_ = granted != 0;
-  if (hasCells_ || journal_.IsEmpty()) return true;
-  return Complain("'%s' has PUTs in %s and no %s; restore the folder from a backup",
-                  folder_.c_str(), kJournalFile, kPagesFile);
+  return !hasCells_ || journal_.Open(journalPath_);
 }
 
 bool CellFiles::Open(const std::string& folder) {
   folder_ = folder;
   pages_ = InFolder(folder, kPagesFile);
   newPages_ = InFolder(folder, kNewPages);
+  journalPath_ = InFolder(folder, kJournalFile);
   KivSdContext* ctx = ThisContext();
   hasTurns_ = Succeeded(ctx, KivSdCritSecInit(ctx, &putting_), "make the lock of PUTs");
-  return hasTurns_ && pause_.Create() && MakeFolder() &&
-         journal_.Open(InFolder(folder, kJournalFile)) && FindCells();
+  return hasTurns_ && pause_.Create() && MakeFolder() && mark_.Open(InFolder(folder, kMarkFile)) &&
+         FindCells();
 }
 
 bool CellFiles::Load(Cube* cube) {
   cube_ = FingerprintOf(*cube);
   if (!numbers_.Set(*cube)) return false;
-  if (hasCells_ ? !ReadCells(cube) : !WriteCells(*cube)) return false;
-  return journal_.Replay(puts_, &replayed_,
-                         [&](const StoredCell& cell) { return Take(cell, cube); });
+  if (hasCells_ ? !ReadCells(cube) : !BeginAnew(*cube)) return false;
+  if (!journal_.Replay(puts_, mark_.lastPut(), &replayed_,
+                       [&](const StoredCell& cell) { return Take(cell, cube); })) {
+    return false;
+  }
+  return mark_.IsWhole() || mark_.Set(journal_.lastPut());
+}
+
+bool CellFiles::BeginAnew(const Cube& cube) {
+  return WriteCells(cube) && journal_.Open(journalPath_);
 }
 
 bool CellFiles::Take(const StoredCell& cell, Cube* cube) const {
@@ -158,9 +165,17 @@ bool CellFiles::WriteCells(const Cube& cube) {
   return true;
 }
 
+bool CellFiles::AwaitPauseEnd() {
+  WriteLease lease(&pause_);
+  return lease.Take();
+}
+
+// A pause may be for another program that copies the files: they change when it is over.
 bool CellFiles::WriteBack(const Cube& cube) {
   if (journal_.lastPut() == puts_) return true;
-  return WriteCells(cube) && journal_.StartAnew();
+  backup_.Close();
+  WriteLease lease(&pause_);
+  return lease.Take() && WriteCells(cube) && journal_.StartAnew();
 }
 
 bool CellFiles::Put(CellCache* cells, const PutOrder& order, Fault* fault) {
@@ -168,9 +183,13 @@ bool CellFiles::Put(CellCache* cells, const PutOrder& order, Fault* fault) {
   CellPlace place;
   if (!cells->MakeRoomFor(order, &place, fault)) return false;
   const StoredCell cell = {.place = numbers_.NumberOf(place.coordinates), .value = order.value};
-  if (!journal_.Append(&pause_, cell, fault)) return false;
+  // Until the record and the cell agree: a copy that is made during a pause has all of a PUT or
+  // nothing of it.
+  WriteLease lease(&pause_);
+  if (!lease.Take()) return NotWritten(fault);
+  if (!journal_.Append(cell, fault)) return false;
   if (cells->Set(place, order.value)) return true;
-  journal_.TakeBack(&pause_);
+  journal_.TakeBack();
   return NoMemory(fault, "nothing stored: no memory for the cell");
 }
 

@@ -3,19 +3,22 @@
 //   cells.pag   all cells as of some PUT, in blocks (cell_page.h). Never changed: it is made anew
 //               as cells.new, and takes the other's place when it is whole and on the device
 //   cells.jnl   a record of each PUT since (journal_record.h)
-//   backup-1    copies of the two, and so on (backup.h)
+//   cells.mrk   keeps other servers out, and says that the two must be there (folder_mark.h)
+//   backup-1    copies of the first two with a mark of their own, and so on (backup.h)
 //
 // Dimensions and members are those of the facts; a folder is for one set of them.
 //
-//   start   cells.pag into the cube, or the facts' cells into cells.pag; then the journal's PUTs
-//           into the cube
-//   PUT     room for the cell, a record in the journal, the cell
-//   end     the cells into cells.pag, and then the journal is emptied. A process that is killed
-//           between the two finds records at its next start that the cells have in them, and
-//           passes them over
+//   start   cells.pag into the cube; or, in a folder that never had cells, the facts' cells into
+//           cells.pag. Then the journal's PUTs into the cube. A first start makes cells.pag, the
+//           journal and the mark in this order, so that one that is killed can be made again
+//   PUT     room for the cell, a lease, a record in the journal, the cell
+//   end     under a lease, the cells into cells.pag, and then the journal is emptied. A process
+//           that is killed between the two finds records at its next start that the cells have in
+//           them, and passes them over
 //
 // Lock order: the lock of PUTs, and then, never both, that of the write pause and that of the
-// cells. So queries go on while a PUT waits for the end of a pause.
+// cells. So queries go on while a PUT waits for the end of a pause. A lease is no lock: a PUT keeps
+// it until the cell has changed, and whoever begins a pause waits for it with no other lock.
 #ifndef CELLHOST_STORAGE_CELL_FILES_H
 #define CELLHOST_STORAGE_CELL_FILES_H
 
@@ -25,11 +28,10 @@
 
 #include "cube/cell_cache.h"
 #include "cube/cube.h"
-#include "cube/put_order.h"
-#include "cube/words.h"
 #include "kivsdu/mutex.h"
 #include "storage/backup.h"
 #include "storage/cell_index.h"
+#include "storage/folder_mark.h"
 #include "storage/journal.h"
 #include "storage/write_pause.h"
 
@@ -54,7 +56,11 @@ class CellFiles {
   // journal's PUTs.
   bool Load(Cube* cube);
 
-  // Writes the cells into the folder, if there was a PUT. No thread uses the others meanwhile.
+  // Waits until no pause is in force.
+  bool AwaitPauseEnd();
+
+  // Writes the cells into the folder, if there was a PUT. Waits for a pause and a backup that are
+  // under way; from then on there are no backups. No thread changes the cells meanwhile.
   bool WriteBack(const Cube& cube);
 
   const Replayed& replayed() const { return replayed_; }
@@ -70,12 +76,13 @@ class CellFiles {
     return backup_.Make(maxSeconds, report);
   }
 
-  // The server ends: who waits for the end of a pause goes on.
-  void ShutDown() { pause_.ShutDown(); }
+  // The number of the last PUT; between PUTs.
+  uint64_t lastPut() const { return journal_.lastPut(); }
 
  private:
   bool MakeFolder();
   bool FindCells();
+  bool BeginAnew(const Cube& cube);
   bool ReadCells(Cube* cube);
   bool WriteCells(const Cube& cube);
   bool Take(const StoredCell& cell, Cube* cube) const;
@@ -83,10 +90,12 @@ class CellFiles {
   std::string folder_;
   std::string pages_;
   std::string newPages_;
+  std::string journalPath_;
+  FolderMark mark_;
   bool hasCells_ = false;
   bool hasTurns_ = false;
   KivSdCritSec putting_ = {};  // PUTs, one after the other, from the journal to the cells
-  PlaceNumbers numbers_;
+  CellIndex numbers_;
   uint64_t cube_ = 0;  // fingerprint
   uint64_t puts_ = 0;  // number of the last PUT that cells.pag has in it
   uint32_t pageCount_ = 0;

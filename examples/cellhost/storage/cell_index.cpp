@@ -1,4 +1,4 @@
-// Places as numbers; see place_numbers.h.
+// Places as numbers; see cell_index.h.
 #include "storage/cell_index.h"
 
 #include "host/complain.h"
@@ -21,7 +21,7 @@ uint64_t AddDimension(const Dimension& dimension, uint64_t sum) {
 
 }  // namespace
 
-bool PlaceNumbers::Set(const Cube& cube) {
+bool CellIndex::Set(const Cube& cube) {
   dimensionCount_ = cube.dimensionCount();
   places_ = 1;
   for (uint32_t at = 0; at < dimensionCount_; ++at) {
@@ -36,7 +36,7 @@ bool PlaceNumbers::Set(const Cube& cube) {
   return true;
 }
 
-uint64_t PlaceNumbers::NumberOf(const uint32_t* coordinates) const {
+uint64_t CellIndex::NumberOf(const uint32_t* coordinates) const {
   uint64_t number = 0;
   for (uint32_t at = 0; at < dimensionCount_; ++at) {
     number = number * memberCounts_[at] + coordinates[at];
@@ -44,7 +44,7 @@ uint64_t PlaceNumbers::NumberOf(const uint32_t* coordinates) const {
   return number;
 }
 
-bool PlaceNumbers::PlaceOf(uint64_t number, CellPlace* place) const {
+bool CellIndex::PlaceOf(uint64_t number, CellPlace* place) const {
   *place = {.unknownIn = kNoEntry, .coordinates = {}};
   if (number >= places_) return false;
   for (uint32_t at = dimensionCount_; at-- != 0;) {

@@ -14,7 +14,7 @@
 
 namespace cellhost {
 
-class PlaceNumbers {
+class CellIndex {
  public:
   // Takes the numbers of members over. False if there are more places than 64 bits can count,
   // which has then been told.

@@ -15,7 +15,7 @@
 
 namespace cellhost {
 
-// A cell as files have it: the number of its place (place_numbers.h), and its value.
+// A cell as files have it: the number of its place (cell_index.h), and its value.
 struct StoredCell {
   uint64_t place;
   double value;

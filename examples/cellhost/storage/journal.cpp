@@ -1,12 +1,16 @@
 // Appending to the journal and reading it; see journal.h.
 #include "storage/journal.h"
 
+#include <algorithm>
+
 #include "host/complain.h"
+#include "host/progress.h"
 #include "host/thread_record.h"
-#include "kivsdu/status.h"
 
 namespace cellhost {
 namespace {
+
+constexpr char kSourcePiece[] = "cellhost/journal piece";
 
 // The runtime's flags: binary, made if it is not there, for reading and writing; others may read.
 constexpr uint32_t kOpenFlags = 0x8000 | 0x100 | 0x2;
@@ -16,6 +20,10 @@ constexpr uint32_t kPermissions = 0x100 | 0x80;
 // Offsets and lengths of the library's streams are good up to 2 GiB.
 constexpr uint32_t kLengthMax = 0x7FFFFFE0;
 static_assert(kLengthMax % kRecordBytes == 0);
+
+// What a start reads at once: few calls for long journals, and little memory.
+constexpr uint32_t kPieceBytes = 1024 * 1024;
+constexpr uint32_t kPieceRecords = kPieceBytes / kRecordBytes;
 
 }  // namespace
 
@@ -34,27 +42,41 @@ bool Journal::Open(const std::string& path) {
   path_ = path;
   const uint32_t status =
       KivSdFileSOpen(ThisContext(), path.c_str(), kOpenFlags, kOthersRead, kPermissions, &file_);
-  if (status == KIV_ST_FILE_SHARING) {
-    return Complain("another server uses '%s'; end it, or give another folder with --data",
-                    path.c_str());
-  }
   if (status != 0) return Fails(status, "open");
-  return Length(&endBytes_);
+  const uint32_t told = KivSdFileLength(ThisContext(), file_, &endBytes_);
+  return told == 0 || Fails(told, "tell the length of");
 }
 
-bool Journal::Length(uint32_t* lengthBytes) const {
-  const uint32_t status = KivSdFileLength(ThisContext(), file_, lengthBytes);
-  return status == 0 || Fails(status, "tell the length of");
-}
-
-bool Journal::ReadRecord(uint32_t offset, JournalRecord* record) const {
+// As many whole records as there are from the offset on, up to a piece.
+bool Journal::ReadPiece(uint32_t offset, Piece* piece) const {
+  const uint32_t records = std::min((endBytes_ - offset) / kRecordBytes, kPieceRecords);
+  piece->Clear();
+  if (!piece->Resize(records, {})) return false;
   uint32_t count = 0;
   const uint32_t status =
-      KivSdFilePRead(ThisContext(), file_, record, offset, kRecordBytes, &count);
+      KivSdFilePRead(ThisContext(), file_, piece->data(), offset, records * kRecordBytes, &count);
   if (status != 0) return Fails(status, "read");
-  if (count == kRecordBytes) return true;
+  if (count == records * kRecordBytes) return true;
   return Complain("'%s' has become shorter while it was read; leave it to the server",
                   path_.c_str());
+}
+
+bool Journal::Replay(uint64_t included, uint64_t reach, Replayed* replayed,
+                     const CarryOut& carryOut) {
+  *replayed = {};
+  JournalScan scan(included);
+  Piece piece(kSourcePiece);
+  Progress progress("PUTs");
+  for (uint32_t offset = 0; endBytes_ - offset >= kRecordBytes;) {
+    if (!ReadPiece(offset, &piece)) return false;
+    for (uint32_t at = 0; at < piece.count(); ++at, offset += kRecordBytes) {
+      const JournalScan::Step step = scan.Next(piece[at]);
+      if (step == JournalScan::Step::kCarryOut && !carryOut(piece[at].cell)) return false;
+      if (!Count(step, offset, replayed)) return false;
+      progress.Update(offset / kRecordBytes, offset, endBytes_);
+    }
+  }
+  return MakeReady(scan, reach, replayed);
 }
 
 // Whether the record may be where it is.
@@ -82,7 +104,12 @@ bool Journal::Count(JournalScan::Step step, uint32_t offset, Replayed* replayed)
 
 // A journal whose records all are in the cells is begun anew, for the next PUT need not follow the
 // last of them.
-bool Journal::MakeReady(const JournalScan& scan, Replayed* replayed) {
+bool Journal::MakeReady(const JournalScan& scan, uint64_t reach, Replayed* replayed) {
+  if (scan.lastPut() < reach) {
+    return Complain("'%s' ends at PUT %llu and had %llu; restore the folder from a backup",
+                    path_.c_str(), static_cast<unsigned long long>(scan.lastPut()),
+                    static_cast<unsigned long long>(reach));
+  }
   replayed->droppedBytes += endBytes_ % kRecordBytes;
   lastPut_ = scan.lastPut();
   const uint32_t keptBytes = scan.hasNews() ? endBytes_ - replayed->droppedBytes : 0;
@@ -99,56 +126,53 @@ bool Journal::CutTo(uint32_t lengthBytes) {
   return flushed == 0 || Fails(flushed, "flush");
 }
 
-// Back to the last record that counts. That is a write too, so it has a lease of its own. If it
-// fails, the next PUT takes the place of what should have gone.
-void Journal::CutBack(WritePause* pause) {
-  WriteLease lease(pause);
-  const uint32_t leased = KivSdGetWriteIOLease(lease.context());
-  const bool cut = leased == 0 && CutTo(endBytes_);
-  if (leased == 0) {
-    Succeeded(ThisContext(), KivSdReleaseWriteIOLease(lease.context()), "give a lease back");
-  }
-  if (cut) return;
+// Back to the last record that counts. If it fails, the next PUT takes the place of what should
+// have gone.
+void Journal::CutBack() {
+  if (CutTo(endBytes_)) return;
   Complain("PUT %llu was refused, and may be carried out if the server is killed before the next",
            static_cast<unsigned long long>(lastPut_ + 1));
 }
 
-bool Journal::WriteRecord(WritePause* pause, const JournalRecord& record) {
+bool Journal::WriteRecord(const JournalRecord& record) {
   KivSdContext* ctx = ThisContext();
-  WriteLease lease(pause);
   uint32_t count = 0;
   uint32_t osError = 0;
-  const uint32_t written = KivSdLeasedFilePWrite(lease.context(), file_, &record, endBytes_,
-                                                 kRecordBytes, &count, &osError);
+  const uint32_t written =
+      KivSdFilePWrite(ctx, file_, &record, endBytes_, kRecordBytes, &count, &osError);
   if (written != 0) return Fails(written, "write");
   if (count != kRecordBytes) return Complain("'%s' took half a record", path_.c_str());
   const uint32_t flushed = KivSdFileFlush(ctx, file_);
   return flushed == 0 || Fails(flushed, "flush");
 }
 
-bool Journal::Append(WritePause* pause, const StoredCell& cell, Fault* fault) {
+bool Journal::Append(const StoredCell& cell, Fault* fault) {
   if (endBytes_ >= kLengthMax) {
     return Wrong(fault, "nothing stored: the journal is full; stop the server and start it anew");
   }
-  if (!WriteRecord(pause, MakeRecord(lastPut_ + 1, cell))) {
-    CutBack(pause);
-    return Wrong(fault, "nothing stored: the journal cannot be written; see what the server said");
+  if (!WriteRecord(MakeRecord(lastPut_ + 1, cell))) {
+    CutBack();
+    return NotWritten(fault);
   }
   endBytes_ += kRecordBytes;
   ++lastPut_;
   return true;
 }
 
-void Journal::TakeBack(WritePause* pause) {
+void Journal::TakeBack() {
   endBytes_ -= kRecordBytes;
   --lastPut_;
-  CutBack(pause);
+  CutBack();
 }
 
 bool Journal::StartAnew() {
   if (!CutTo(0)) return false;
   endBytes_ = 0;
   return true;
+}
+
+bool NotWritten(Fault* fault) {
+  return Wrong(fault, "nothing stored: the journal cannot be written; see what the server said");
 }
 
 }  // namespace cellhost

@@ -34,12 +34,12 @@ bool WritePause::Create() {
   return true;
 }
 
-// The library looks at the flag from other threads.
-void WritePause::ShutDown() {
-  std::atomic_ref<uint8_t>(block_.shutdown).store(1, std::memory_order_seq_cst);
+// acquire: a pause that was lifted in between is seen by a thread that reads files afterwards.
+bool WritePause::IsInForce() {
+  return std::atomic_ref<uint64_t>(block_.paused).load(std::memory_order_acquire) != 0;
 }
 
-// As a writer that waits judges it, who is not there when nobody writes.
+// The rule of a writer that waits. While nobody writes, no such writer is there to lift the pause.
 bool WritePause::HasExpired() const {
   KivSdContext* ctx = ThisContext();
   uint64_t now = 0;
@@ -54,7 +54,14 @@ WriteLease::WriteLease(WritePause* pause) {
   lease_.ctx = ThisContext();
 }
 
+bool WriteLease::Take() {
+  return Succeeded(lease_.ctx, KivSdGetWriteIOLease(&lease_), "take a lease to write");
+}
+
 WriteLease::~WriteLease() {
+  if (lease_.held != 0) {
+    Succeeded(lease_.ctx, KivSdReleaseWriteIOLease(&lease_), "give a lease back");
+  }
   Succeeded(nullptr, KivRWLockFreeQNodes(&lease_.locks), "free a lease's locks");
 }
 

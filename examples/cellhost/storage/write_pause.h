@@ -19,11 +19,11 @@ class WritePause {
   // Before anything else. False on failure, which has then been told.
   bool Create();
 
-  // The process is about to end: writers that wait for the end of a pause go on. Any thread.
-  void ShutDown();
+  // Whether there is a pause. Any thread.
+  bool IsInForce();
 
-  // Whether the last pause, if it is still in force, has lasted its maximum. For who alone may
-  // begin one.
+  // Whether the last pause, if it is still in force, has lasted its maximum. Only for the thread
+  // that alone may begin one.
   bool HasExpired() const;
 
   KivSdWritePause* block() { return &block_; }
@@ -32,14 +32,18 @@ class WritePause {
   KivSdWritePause block_ = {};
 };
 
-// The calling thread's lease context for its scope, during which it takes at most one lease at a
-// time. On a thread with a record.
+// The calling thread's lease context for its scope, and a lease if it takes one. On a thread with a
+// record.
 class WriteLease {
  public:
   explicit WriteLease(WritePause* pause);
   WriteLease(const WriteLease&) = delete;
   WriteLease& operator=(const WriteLease&) = delete;
-  ~WriteLease();
+  ~WriteLease();  // gives the lease back
+
+  // Takes the lease, once; during a pause it waits until the pause is lifted, and lifts one that
+  // has lasted its maximum. False on failure, which has then been told.
+  bool Take();
 
   KivSdWriteLease* context() { return &lease_; }
 

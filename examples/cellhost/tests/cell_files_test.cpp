@@ -2,6 +2,7 @@
 // and foreign files; writes that fail.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ class CellFilesTest : public test::CellStoreTest {
 
   std::string journal_ = Path("cells.jnl");
   std::string pages_ = Path("cells.pag");
+  std::string mark_ = Path("cells.mrk");
 };
 
 TEST_F(CellFilesTest, AreMadeFromTheFactsAndThenTakeTheirPlace) {
@@ -247,11 +249,71 @@ TEST_F(CellFilesTest, BlocksThatAreMissingAreNoticed) {
   }
 }
 
-TEST_F(CellFilesTest, OtherFactsAndAJournalAloneAreRefused) {
+TEST_F(CellFilesTest, OtherFactsAreRefused) {
   StoreAndDie(1);
   EXPECT_TRUE(Contains(Reopen(Folder(), 41), "the cells of other facts"));
+}
+
+// ---- Files that are missing ----
+
+// The facts' cells must not take the place of those that PUTs have changed.
+TEST_F(CellFilesTest, CellsThatAreMissingAreNoFirstStart) {
+  StoreAndDie(0);
   ASSERT_EQ(std::remove(pages_.c_str()), 0);
-  EXPECT_TRUE(Contains(Reopen(), "has PUTs in cells.jnl and no cells.pag"));
+  EXPECT_TRUE(Contains(Reopen(), "has no cells.pag any more")) << "an empty journal and a mark";
+  const std::string mark = Bytes(mark_);
+  ASSERT_EQ(std::remove(mark_.c_str()), 0);
+  EXPECT_TRUE(Contains(Reopen(), "has no cells.pag any more")) << "an empty journal";
+  ASSERT_EQ(std::remove(journal_.c_str()), 0);
+  Write(mark_, mark);
+  EXPECT_TRUE(Contains(Reopen(), "has no cells.pag any more")) << "a mark";
+  EXPECT_FALSE(std::filesystem::exists(pages_) || std::filesystem::exists(journal_));
+}
+
+TEST_F(CellFilesTest, AJournalThatIsMissingIsRefused) {
+  StoreAndDie(2);
+  ASSERT_EQ(std::remove(journal_.c_str()), 0);
+  EXPECT_TRUE(Contains(Reopen(), "has no cells.jnl any more"));
+  EXPECT_FALSE(std::filesystem::exists(journal_));
+}
+
+// What a first start leaves that is killed, from its first step to its last but one, and a folder
+// of before there were marks.
+TEST_F(CellFilesTest, AFirstStartThatWasKilledIsMadeAgain) {
+  const std::string atFirst = StoreAndDie(0);
+  const std::string pages = Bytes(pages_);
+  const std::string mark = Bytes(mark_);
+  const struct {
+    const char* left;
+    bool hasPages, hasJournal;
+    std::string mark;
+  } cases[] = {{"the mark is empty", false, false, ""},
+               {"the cells are there", true, false, ""},
+               {"the journal is there", true, true, ""},
+               {"the mark is torn", true, true, mark.substr(0, 20)}};
+  for (const auto& now : cases) {
+    SCOPED_TRACE(now.left);
+    std::filesystem::remove_all(Folder());
+    folder_.Make("data");
+    Write(Path("cells.new"), "half");
+    if (now.hasPages) Write(pages_, pages);
+    if (now.hasJournal) Write(journal_, "");
+    Write(mark_, now.mark);
+    EXPECT_EQ(Reopen(), atFirst);
+    EXPECT_EQ(Bytes(mark_), mark);
+    EXPECT_EQ(Bytes(journal_), "");
+  }
+}
+
+TEST_F(CellFilesTest, AMarkThatCannotBeWrittenEndsTheStart) {
+  const std::string told = ToldBy([&] {
+    CellStore store;
+    // Behind the two blocks.
+    const ScriptedImport full("WriteFile", {.result = 0, .error = 112, .passFirst = 2});
+    EXPECT_FALSE(store.Open(Folder()));
+  });
+  EXPECT_TRUE(Contains(told, "cells.mrk'")) << told;
+  EXPECT_TRUE(Contains(Reopen(), "; ")) << "the next start is as good as the first";
 }
 
 TEST_F(CellFilesTest, AreForOneServerAtATime) {
@@ -315,6 +377,21 @@ INSTANTIATE_TEST_SUITE_P(
                     FailingCall{"_commit", {.result = UINTPTR_MAX, .error = 5}},
                     FailingCall{"_commit", {.result = UINTPTR_MAX, .error = 28, .failCount = 3}}));
 
+TEST_F(CellFilesTest, APutWithoutALeaseIsNotStored) {
+  CellStore store;
+  ASSERT_TRUE(store.Open(Folder()));
+  bool made = false;
+  store.Backup(600, &made);
+  ASSERT_TRUE(made);
+  const std::string told = ToldBy([&] {
+    const ScriptedImport failing("WaitForSingleObject", {.result = UINT32_MAX, .error = 6});
+    EXPECT_EQ(store.Put(1, 1, 51), kNotStored);
+  });
+  EXPECT_TRUE(Contains(told, "could not take a lease to write"));
+  EXPECT_EQ(store.Cell(1, 1), "2");
+  EXPECT_EQ(Bytes(journal_), "");
+}
+
 // What a killed process leaves of a PUT that was refused.
 TEST_F(CellFilesTest, APutWhoseFlushFailedIsNotReplayed) {
   StoreAndDie(2);
@@ -347,28 +424,26 @@ TEST_F(CellFilesTest, ARecordThatCannotBeCutOffIsToldAndTheNextPutTakesItsPlace)
 }
 
 TEST_F(CellFilesTest, WhatIsTakenBackIsNotInTheJournal) {
-  WritePause pause;
   Fault fault = {};
   Replayed replayed = {};
   const auto none = [](const StoredCell&) { return false; };
-  ASSERT_TRUE(pause.Create());
   folder_.Make("data");
   {
     Journal journal;
-    ASSERT_TRUE(journal.Open(journal_) && journal.Replay(6, &replayed, none));
-    ASSERT_TRUE(journal.Append(&pause, {.place = 3, .value = 1}, &fault));
-    ASSERT_TRUE(journal.Append(&pause, {.place = 4, .value = 2}, &fault));
+    ASSERT_TRUE(journal.Open(journal_) && journal.Replay(6, 6, &replayed, none));
+    ASSERT_TRUE(journal.Append({.place = 3, .value = 1}, &fault));
+    ASSERT_TRUE(journal.Append({.place = 4, .value = 2}, &fault));
     EXPECT_EQ(journal.lastPut(), 8u);
-    journal.TakeBack(&pause);
+    journal.TakeBack();
     EXPECT_EQ(journal.lastPut(), 7u);
-    ASSERT_TRUE(journal.Append(&pause, {.place = 5, .value = 3}, &fault));
+    ASSERT_TRUE(journal.Append({.place = 5, .value = 3}, &fault));
     EXPECT_EQ(journal.lastPut(), 8u);
-    journal.TakeBack(&pause);
+    journal.TakeBack();
   }
   Journal journal;
   std::vector<uint64_t> places;
   ASSERT_TRUE(journal.Open(journal_));
-  ASSERT_TRUE(journal.Replay(6, &replayed, [&](const StoredCell& cell) {
+  ASSERT_TRUE(journal.Replay(6, 6, &replayed, [&](const StoredCell& cell) {
     places.push_back(cell.place);
     return true;
   }));
@@ -420,6 +495,31 @@ TEST_F(CellFilesTest, CellsThatCannotBeWrittenBackStayInTheJournal) {
     EXPECT_EQ(store.Cell(written, 9), "4.5");
     EXPECT_GE(store.files().replayed().carriedOut, 1u);
   }
+}
+
+// One call for each MiB: with one for each record, a million of them took half a minute and more.
+TEST_F(CellFilesTest, ALongJournalIsReadInPiecesOfAMebibyte) {
+  constexpr uint32_t kPuts = 100'000;
+  constexpr uint32_t kPieceBytes = 1024 * 1024;
+  constexpr size_t kPieces = (size_t{kPuts} * kRecordBytes + kPieceBytes - 1) / kPieceBytes;
+  constexpr uint32_t kLengthArgument = 2;
+  StoreAndDie(0);
+  std::string journal;
+  for (uint32_t put = 1; put <= kPuts; ++put) {
+    const JournalRecord record = MakeRecord(put, {.place = put % test::kRows, .value = 1.0 * put});
+    journal.append(reinterpret_cast<const char*>(&record), sizeof record);
+  }
+  Write(journal_, journal);
+  CellStore store;
+  const ScriptedImport reads("ReadFile", {.passFirst = UINT32_MAX});
+  ASSERT_TRUE(store.Open(Folder()));
+  EXPECT_EQ(store.files().replayed().carriedOut, kPuts);
+  size_t pieces = 0;
+  for (const ScriptedImport::Arguments& read : reads.calls()) {
+    if (static_cast<uint32_t>(read[kLengthArgument]) != kPageBytes) ++pieces;
+  }
+  EXPECT_EQ(pieces, kPieces);
+  EXPECT_EQ(store.Cell(0, 0), std::to_string(kPuts)) << "place 0; the last of its PUTs";
 }
 
 TEST_F(CellFilesTest, AReadThatFailsIsTold) {

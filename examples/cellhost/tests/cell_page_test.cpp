@@ -99,7 +99,7 @@ TEST(CellPage, AFileHasAHeadAndAsManyBlocksAsItsCellsNeed) {
   EXPECT_EQ(PagesFor(0xFFFFFFFF), 1u + 8405025u);
 }
 
-class PlaceNumbersTest : public testing::Test {
+class CellIndexTest : public testing::Test {
  protected:
   static void Fill(Cube* cube, const std::vector<Words>& dimensions) {
     size_t most = 0;
@@ -125,10 +125,10 @@ class PlaceNumbersTest : public testing::Test {
   test::InHost host_;
 };
 
-TEST_F(PlaceNumbersTest, EachPlaceHasOneAndComesBackFromIt) {
+TEST_F(CellIndexTest, EachPlaceHasOneAndComesBackFromIt) {
   Cube cube;
   Fill(&cube, {{"a", "b", "c"}, {"x"}, {"m", "n"}});
-  PlaceNumbers numbers;
+  CellIndex numbers;
   ASSERT_TRUE(numbers.Set(cube));
   CellPlace place;
   for (uint32_t first = 0; first < 3; ++first) {
@@ -146,21 +146,21 @@ TEST_F(PlaceNumbersTest, EachPlaceHasOneAndComesBackFromIt) {
   EXPECT_FALSE(numbers.PlaceOf(UINT64_MAX, &place));
 }
 
-TEST_F(PlaceNumbersTest, AddingMembersMakesNoCell) {
+TEST_F(CellIndexTest, AddingMembersMakesNoCell) {
   Cube cube;
   Fill(&cube, {{"a", "b"}, {"x", "y"}});
   EXPECT_EQ(cube.cells().count(), 0u);
   EXPECT_EQ(cube.dimension(0).memberCount(), 2u);
 }
 
-TEST_F(PlaceNumbersTest, MoreThan64BitsAreRefused) {
+TEST_F(CellIndexTest, MoreThan64BitsAreRefused) {
   Words members;
   for (uint32_t at = 0; at < 16; ++at) members.push_back(std::to_string(at));
   Cube most;
   std::vector<Words> dimensions(15, members);  // 60 bits
   dimensions.push_back(Words(members.begin(), members.begin() + 15));
   Fill(&most, dimensions);
-  PlaceNumbers numbers;
+  CellIndex numbers;
   EXPECT_TRUE(numbers.Set(most));
   Cube tooMany;
   dimensions.back() = members;  // 64 bits: one place more than they can count
@@ -171,7 +171,7 @@ TEST_F(PlaceNumbersTest, MoreThan64BitsAreRefused) {
             std::string::npos);
 }
 
-TEST_F(PlaceNumbersTest, AFingerprintTellsCubesApart) {
+TEST_F(CellIndexTest, AFingerprintTellsCubesApart) {
   const uint64_t one = Fingerprint({{"a", "b"}, {"x"}});
   EXPECT_EQ(one, Fingerprint({{"a", "b"}, {"x"}}));
   EXPECT_NE(one, Fingerprint({{"b", "a"}, {"x"}}));

@@ -4,18 +4,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
+#include <string>
 
 #include "kivsdu/memusage.h"
+#include "kivsdu/settings.h"
 #include "kivsdu/shortheap.h"
 #include "kivsdu/spinlock.h"
+#include "kivsdu/system.h"
 #include "memory_modes.h"
+#include "support/import_patch.h"
 #include "support/process.h"
 
 namespace cellhost {
 namespace {
 
 using kiv::test::ConfigurationFile;
+using kiv::test::OneProcessor;
 using kiv::test::SettingsNow;
 
 constexpr uint64_t kPattern = 0xA5A5A5A5A5A5A5A5;
@@ -59,6 +65,7 @@ bool HasShortHeaps() {
 
 TEST(Host, HasHeapsFromItsStartToItsEnd) {
   IN_FRESH_PROCESS([] {
+    const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kHeaps.configuration);
     EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kAsConfigured));
     EXPECT_EQ(WordsOfALock(), kTicketWords);
@@ -70,9 +77,72 @@ TEST(Host, HasHeapsFromItsStartToItsEnd) {
   });
 }
 
+// What is set when the memory manager reads its configuration, which is the first thing it does.
+struct SetBefore {
+  static FILE* __attribute__((ms_abi)) Open(const char* path, const char* mode) {
+    before = {.name = KivSdAppFolderName(),
+              .failover = KivSdIsFailoverMode(),
+              .guarded = false,
+              .attached = false,
+              .wordsOfALock = WordsOfALock()};
+    const uint32_t checks = Host().leaseChecks;
+    KivSdGetLeaseGuard();
+    before.guarded = Host().leaseChecks == checks + 1;
+    const uint32_t threads = Host().threads;
+    KivSdUkrThreadAttach(0, 0, 0, 0);
+    before.attached = Host().threads == threads + 1;
+    KivSdUkrThreadDetach(0, 0, 0, 0);
+    return std::fopen(path, mode);
+  }
+
+  std::string name;
+  uint8_t failover;
+  bool guarded;
+  bool attached;
+  size_t wordsOfALock;
+  static SetBefore before;
+};
+SetBefore SetBefore::before = {};
+
+TEST(Host, HasItsSettingsHooksAndLocksBeforeTheManagerStarts) {
+  IN_FRESH_PROCESS([] {
+    const OneProcessor oneProcessor;
+    const ConfigurationFile file(test::kHeaps.configuration);
+    const kiv::test::ImportPatch patch("fopen", reinterpret_cast<void*>(&SetBefore::Open));
+    EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kAsConfigured, Failover::kOn));
+    EXPECT_EQ(SetBefore::before.name, "cellhost");
+    EXPECT_EQ(SetBefore::before.failover, 1u);
+    EXPECT_TRUE(SetBefore::before.guarded);
+    EXPECT_TRUE(SetBefore::before.attached);
+    EXPECT_EQ(SetBefore::before.wordsOfALock, kTicketWords);
+    EXPECT_TRUE(HasShortHeaps());
+    StopHost();
+  });
+}
+
+// How often the guard is asked by an operation that has to ask it.
+uint32_t AskedByAnOperation() {
+  const uint32_t before = Host().leaseChecks;
+  uint32_t pageBytes = 0;
+  EXPECT_EQ(KivSdPageSizeGet(nullptr, &pageBytes), 0u);
+  return Host().leaseChecks - before;
+}
+
+TEST(Host, CountsInFailoverModeHowOftenTheLeaseGuardIsAsked) {
+  for (const Failover failover : {Failover::kOff, Failover::kOn}) {
+    IN_FRESH_PROCESS([failover] {
+      EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kPlain, failover));
+      EXPECT_EQ(AskedByAnOperation(), failover == Failover::kOn ? 1u : 0u);
+      StopHost();
+      EXPECT_EQ(AskedByAnOperation(), 0u);
+    });
+  }
+}
+
 // Each block is counted by itself here, those of the context and the record among them.
 TEST(Host, HasNoBlockBeforeTheManagerStartsNorAfterItEnds) {
   IN_FRESH_PROCESS([] {
+    const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kNoHeaps.configuration);
     EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
     EXPECT_EQ(SettingsNow()[5], 0u);
@@ -100,6 +170,7 @@ TEST(Host, IsInPlainModeWithoutAFileOrWhenItIsToBe) {
 
 TEST(Host, IsToldOfShortMemoryUntilItStops) {
   IN_FRESH_PROCESS([] {
+    const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kHeaps.configuration);
     EXPECT_TRUE(StartHost(LockDesign::kTestAndSet, MemoryUse::kAsConfigured));
     EXPECT_EQ(MemoryMessagesSeen().refusals, 0u);

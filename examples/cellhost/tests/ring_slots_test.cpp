@@ -23,17 +23,17 @@ using kiv::test::kTicket;
 using kiv::test::LockDesignTest;
 using kiv::test::OnThreads;
 
-class RingPlacesTest : public LockDesignTest {
+class RingSlotsTest : public LockDesignTest {
  protected:
-  RingPlaces places_;
+  RingSlots places_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Design, RingPlacesTest, testing::Values(kTestAndSet, kTicket),
+INSTANTIATE_TEST_SUITE_P(Design, RingSlotsTest, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(RingPlacesTest, AreEmptyAtFirst) { EXPECT_EQ(places_.TakeOldest(), nullptr); }
+TEST_P(RingSlotsTest, AreEmptyAtFirst) { EXPECT_EQ(places_.TakeOldest(), nullptr); }
 
-TEST_P(RingPlacesTest, GiveTheOldestFirst) {
+TEST_P(RingSlotsTest, GiveTheOldestFirst) {
   Request requests[kConnections];
   // From every place on, and with every count.
   for (uint32_t round = 0; round < kConnections; ++round) {
@@ -47,7 +47,7 @@ TEST_P(RingPlacesTest, GiveTheOldestFirst) {
   }
 }
 
-TEST_P(RingPlacesTest, GiveEachRequestOnceToManyThreads) {
+TEST_P(RingSlotsTest, GiveEachRequestOnceToManyThreads) {
   constexpr uint32_t kGivers = 2;
   constexpr uint32_t kTakers = 2;
   constexpr uint32_t kTimes = 5000;

@@ -167,14 +167,12 @@ TEST_F(SegmentServerTest, AnswersWithCode3WhatThereIsNoMemoryFor) {
   ChunkClient client(server_.pipe());
   for (int time = 0; time < 2; ++time) {
     {
-      // The second time the connection has room for a reply from before.
       const Script none = {.result = 0, .error = 12};
       const ScriptedImport malloc("malloc", none);
       const ScriptedImport realloc("realloc", none);
       for (const char* request : {"QUERY CELL apple 5", "PUT apple 5 6", "HOG 1"}) {
         Send(client, request);
-        EXPECT_EQ(ReadAnswer(client),
-                  time == 0 ? "3 no memory for the answer" : "3 no memory for the words");
+        EXPECT_EQ(ReadAnswer(client), "3 no memory for the words");
       }
       Send(client, "BYES");  // which takes none
       EXPECT_TRUE(ReadAnswer(client).starts_with("2 no such command"));
@@ -182,6 +180,57 @@ TEST_F(SegmentServerTest, AnswersWithCode3WhatThereIsNoMemoryFor) {
     EXPECT_EQ(client.Ask("QUERY CELL apple 5"), "1 CELL apple 5: 5");
     EXPECT_EQ(client.Ask("QUERY SUM fruit=apple"), "1 SUM fruit=apple: 125250");
   }
+}
+
+// The words of a PUT are blocks of their own; buffers grow by reallocation. The cell is there
+// already, so it needs no memory.
+TEST_F(SegmentServerTest, TellsOfAStoredPutWhenThereIsNoMemoryForAReply) {
+  const Script none = {.result = 0, .error = 12};
+  ChunkClient client(server_.pipe());
+  {
+    const ScriptedImport realloc("realloc", none);
+    Send(client, "PUT apple 5 6");
+    EXPECT_EQ(ReadAnswer(client), "1 stored");
+    Send(client, "PUT apple 501 6");
+    EXPECT_EQ(ReadAnswer(client), "2 nothing stored: 'number' has no member '501'");
+  }
+  EXPECT_EQ(client.Ask("QUERY CELL apple 5"), "1 CELL apple 5: 6");
+}
+
+// A client that writes bytes which are no message, and reads without any memory of the library.
+class RawPipe : public PipeClient {
+ public:
+  bool Write(std::string_view bytes) {
+    uint32_t writtenBytes = 0;
+    return KivSdPipeWrite(nullptr, &pipe_, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                          &writtenBytes) == 0;
+  }
+
+  // So much of a message, with its length; less if the server has closed the pipe.
+  std::string Read(uint32_t lengthBytes) {
+    std::string room(lengthBytes, '\0');
+    uint32_t readBytes = 0;
+    KivSdPipeRead(nullptr, &pipe_, room.data(), lengthBytes, &readBytes);
+    return room.substr(0, readBytes);
+  }
+};
+
+TEST_F(SegmentServerTest, TellsOfAStoredPutOverThePipeWhenThereIsNoMemoryForAReply) {
+  const std::string stored("\x09\0\0\0OK stored", 13);
+  RawPipe client;
+  Reply reply = {};
+  ASSERT_TRUE(client.Open(server_.pipe(), 0));
+  // Both ends have room for an order then, and the server's has sent a shorter reply only.
+  ASSERT_TRUE(client.Ask("CHUNK and as many words as there are in an order", &reply));
+  {
+    const ScriptedImport realloc("realloc", {.result = 0, .error = 12});
+    ASSERT_TRUE(client.Send("PUT apple 5 6"));
+    for (const TimeLimit limit(kLimitMs); client.Glance() == Received::kTimedOut;) {
+      ASSERT_FALSE(limit.passed());
+    }
+    EXPECT_EQ(client.Read(static_cast<uint32_t>(stored.size())), stored);
+  }
+  client.Leave();
 }
 
 // ---- Who has which chunk ----
@@ -469,6 +518,38 @@ TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatTakesNoAnswerForIt) {
   EXPECT_EQ(client.chunk(), chunk);
   EXPECT_EQ(client.Ask(kLongQuery), "1 " + LongAnswer());
   EXPECT_EQ(server_.service()->lost.load(), 0u);
+}
+
+// The server does not know any more where the client's next message starts, and serves it no
+// longer. The client may still write into its chunk, however long the server waits for it to go.
+TEST_F(SegmentServerTest, KeepsTheChunkOfAClientThatItCutsOffUntilTheClientHasGone) {
+  constexpr uint32_t kTestGoodbyeMs = 20;
+  server_.service()->goodbyeMs = kTestGoodbyeMs;
+  const TimeLimit limit(kLimitMs);
+  auto client = std::make_unique<RawPipe>();
+  Reply reply = {};
+  std::string_view told;
+  ASSERT_TRUE(client->Open(server_.pipe(), 0));
+  ASSERT_TRUE(client->Ask("SEGMENT", &reply));
+  ASSERT_TRUE(reply.ok);
+  ASSERT_TRUE(client->Write("\xFF\xFF\xFF\xFFQUERY"));
+  ASSERT_EQ(client->Receive({.limit = &limit, .stop = nullptr}, &told), Received::kMessage);
+  EXPECT_TRUE(told.starts_with("ERROR the request is too long"));
+  KivSdSleep(nullptr, 10 * kTestGoodbyeMs);
+  EXPECT_EQ(server_.takenMask(), 1u);
+  client.reset();
+  AwaitTaken(0, false);
+  ExpectBeginning(0);
+}
+
+TEST_F(SegmentServerTest, EndsWhileAClientThatItHasCutOffKeepsItsChunk) {
+  server_.service()->goodbyeMs = 20;
+  RawPipe client;
+  Reply reply = {};
+  ASSERT_TRUE(client.Open(server_.pipe(), 0));
+  ASSERT_TRUE(client.Ask("SEGMENT", &reply));
+  ASSERT_TRUE(client.Write("\xFF\xFF\xFF\xFFQUERY"));
+  server_.Stop();
 }
 
 // ---- A hostile client ----

@@ -1,15 +1,21 @@
-// A text that grows as it is written, from the C runtime's memory: for what a file or the
-// environment may make as long as it likes. Belongs to one thread.
-#ifndef KIV_MEMSYS_GROWING_TEXT_H
-#define KIV_MEMSYS_GROWING_TEXT_H
+// What a configuration file consists of: words, and the numbers that words stand for.
+//
+// Numbers are scanned here and not by the C runtime, whose scanners differ between platforms where a
+// number is too long or has a sign.
+#ifndef KIV_MEMSYS_CONFIGURATION_WORDS_H
+#define KIV_MEMSYS_CONFIGURATION_WORDS_H
 
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "os/heap.h"
 
 namespace kiv {
 
+// A text that grows as it is written, in memory of the C runtime: for text whose length a file or
+// the environment decides. Belongs to one thread.
 class GrowingText {
  public:
   GrowingText() = default;
@@ -57,6 +63,33 @@ class GrowingText {
   size_t length_ = 0;  // without the terminator
   size_t roomBytes_ = 0;
 };
+
+// The words of a configuration file: the text between spaces, tabs and line feeds. "#" starts a
+// comment.
+class TokenReader {
+ public:
+  // The file stays the caller's.
+  explicit TokenReader(std::FILE* file) : file_(file) {}
+
+  // The next word, of any length, good until the next call; null at the end of the file. A word
+  // that there is no memory for ends the file too: what is left out is more than that word then,
+  // but none of its pieces is taken for another.
+  const char* Next();
+
+ private:
+  bool ReadWord();
+
+  std::FILE* file_;
+  GrowingText word_;
+  bool ended_ = false;
+};
+
+// A size or a count: a number by itself, or one above 0 and a unit, K, M or G in either case,
+// straight behind it. A number too large for its unit counts as 1 TiB. False for anything else.
+bool ScanSize(const char* word, uint64_t* value);
+
+// A byte: one decimal digit. False for anything else.
+bool ScanByte(const char* word, uint64_t* value);
 
 }  // namespace kiv
 
