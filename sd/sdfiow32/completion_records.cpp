@@ -1,7 +1,7 @@
 // Direct I/O: creates and closes the events of arrays of completion records.
 //
-// Both loops go on after a failure, so that the other records still get or lose their events. They
-// report the last failure.
+// Both loops go on after a failure, so that the events of the other records are still made or
+// closed. They report the last failure.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
 #include "os/kernel_objects.h"

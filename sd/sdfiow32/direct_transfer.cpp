@@ -6,7 +6,7 @@
 // and callers see the position that it leaves through KivSdDirectIOFilePointerGet.
 //
 // Counts round down to whole blocks. Only a transfer that fails with the end-of-file error counts a
-// partial block as one: by it callers distinguish a short file from other errors.
+// partial block as one. Callers use the count to distinguish a short file from an error.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"

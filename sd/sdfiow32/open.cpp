@@ -64,8 +64,8 @@ uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
   return Open(ctx, path, openFlags, permissions, file);
 }
 
-// Compatibility: the same as KivSdFileOpen except for the line number in the assertion. By it hosts
-// see which of the two operations was called.
+// Compatibility: differs from KivSdFileOpen only in the assertion's line number. Hosts see by the
+// number which of the two operations was called.
 uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
                          uint32_t permissions, uint32_t* file) {
   RunLeaseGuard();

@@ -41,7 +41,7 @@ uint32_t KivPutSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32
 
   // Compatibility: the lock stays taken. A process that gives back a chunk that it has not taken
   // has lost count of its chunks. Neither process can then take a chunk until the segment is set up
-  // anew.
+  // again.
   if ((segment->takenMask & MaskOf(chunk)) == 0) return KIV_ST_CHUNK_NOT_TAKEN;
   segment->takenMask &= ~MaskOf(chunk);
   return Clear(ctx, *segment, kChunkLock);

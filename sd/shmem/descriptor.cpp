@@ -63,7 +63,7 @@ void SetOwner(KivSharedMemSeg* segment, uint32_t ownerStamp1, uint32_t ownerStam
   segment->ownerStamp2 = ownerStamp2;
 }
 
-// Only the end that writes the first halves belongs to an owner: it is set up anew for each owner.
+// Only the end that writes the first halves belongs to an owner: each owner sets it up again.
 bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
                         uint32_t ownerStamp2) {
   return segment.kind == kWritesFirstHalves &&
@@ -73,7 +73,8 @@ bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
 // Closes an earlier owner's set and area, and ignores failures.
 //
 // Compatibility: the reference to the closed set stays, and callers see by it that there was a set.
-// Setting the segment up anew overwrites it. Until then HasSet recognises it as closed.
+// Setting the segment up again overwrites the reference. Until then HasSet recognises the set as
+// closed.
 void Renew(KivSdContext* ctx, KivSharedMemSeg* segment, uint32_t ownerStamp1,
            uint32_t ownerStamp2) {
   if (CloseSet(ctx, *segment) == KIV_ST_OK) static_cast<void>(FreeArea(ctx, segment));
