@@ -49,9 +49,9 @@ bool HasExpired(KivSdWriteLease* lease) {
 // Waits once for the end of the pause, and lifts the pause if it has expired. The caller holds the
 // lock for reading. Every status except success and time-out is a failure.
 //
-// The gate lets one writer through and closes behind it. That writer opens it again for the next,
-// still under the lock: all writers go on at once, and the gate is open while no pause is in force
-// (I3). If a pause is in force after the wait, its gate stays closed.
+// The gate lets one writer through and closes behind that writer, which opens it again for the next
+// while it still holds the lock. All writers go on at once, and the gate is open while no pause is
+// in force (I3). If a pause is in force after the wait, the gate stays closed.
 uint32_t AwaitResume(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   const uint32_t waited = KivSdEventWait(lease->ctx, &pause.resume, kResumePollMs);

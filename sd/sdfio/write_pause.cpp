@@ -8,8 +8,8 @@ using namespace kiv;
 
 namespace {
 
-// How long a pauser waits before it counts the leases again. A wake-up that it misses between its
-// count and its wait costs no more than this.
+// How long a pauser waits before it counts the leases again. A pauser that misses a wake-up between
+// its count and its wait loses no more than this time.
 constexpr uint32_t kDrainPollMs = 1000;
 
 // Waits until no lease is out.
@@ -28,7 +28,7 @@ uint32_t Drain(KivSdWriteLease* lease) {
 // Begins the pause. The caller holds the lock for writing.
 //
 // Compatibility: if the drain fails or is given up, the pause stays in force with the maximum and
-// the start of the pause before it. The status says that leases may still be out. The caller must
+// the start of the previous pause. The status shows that leases may still be out. The caller must
 // lift the pause.
 uint32_t Pause(KivSdWriteLease* lease, int64_t maxSeconds) {
   KivSdWritePause& pause = *lease->pause;

@@ -2,8 +2,8 @@
 //
 // Transfers with a completion record, and all writes, take their offset from a record, up to 4 GiB.
 //
-// Compatibility: a read without a record moves the file's position first. It reaches only 2 GiB,
-// and callers see the position that it leaves through KivSdDirectIOFilePointerGet.
+// Compatibility: a read without a record moves the file's position first. Such a read reaches only
+// the first 2 GiB, and callers see the new position through KivSdDirectIOFilePointerGet.
 //
 // Counts round down to whole blocks. Only a transfer that fails with the end-of-file error counts a
 // partial block as one. Callers use the count to distinguish a short file from an error.

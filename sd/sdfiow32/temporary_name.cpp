@@ -27,7 +27,7 @@ constexpr char kSymbols[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXY
 static_assert(sizeof kSymbols == kSymbolMask + 1 + sizeof '\0');
 
 // Compatibility: these attempts are the last that show the caller's characters, not the first that
-// do not. Attempt 4 therefore repeats the prefix of attempt 0. Names must stay as they are.
+// do not. Attempt 4 therefore repeats the prefix of attempt 0. The sequence must not change.
 constexpr uint32_t kLastWithSecondCharacter = 4;
 constexpr uint32_t kLastWithFirstCharacter = 256;
 

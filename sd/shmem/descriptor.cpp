@@ -70,7 +70,7 @@ bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
          (segment.ownerStamp1 != ownerStamp1 || segment.ownerStamp2 != ownerStamp2);
 }
 
-// Closes an earlier owner's set and area, and ignores failures.
+// Closes an earlier owner's set, and its area if the set could be closed. Ignores failures.
 //
 // Compatibility: the reference to the closed set stays, and callers see by it that there was a set.
 // Setting the segment up again overwrites the reference. Until then HasSet recognises the set as
@@ -206,8 +206,8 @@ uint32_t KivGetSharedMemSegName(KivSdContext* /*ctx*/, KivSharedMemSeg* segment,
 uint32_t KivDeleteSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* list) {
   uint32_t status = KIV_ST_OK;
   for (KivSharedMemSeg* segment = list; segment != nullptr;) {
-    // Compatibility: the status carries over to the next descriptor. Closing a set replaces it; a
-    // descriptor without a set keeps an earlier failure, and is then not freed.
+    // Compatibility: the status carries over to the next descriptor. Closing a set replaces the
+    // status. A descriptor without a set keeps an earlier failure and is then not freed.
     if (HasSet(*segment)) status = CloseSet(ctx, *segment);
     segment->semaphores = nullptr;
     if (status == KIV_ST_OK) status = FreeArea(ctx, segment);

@@ -352,7 +352,7 @@ TEST_F(MappedFileFailure, OfClosingOrSettingTheEndKeepsTheStreamOperationsRecord
   CHECK_OUTCOME(ctx_, Close(ctx_, &none), KIV_ST_FILE_CLOSE, EBADF);
 }
 
-TEST_F(MappedFileFailure, OfArgumentsIsTheStreamOperations) {
+TEST_F(MappedFileFailure, OfTheArgumentsIsThatOfTheStreamOperation) {
   CHECK_ARGUMENT(ctx_, KivSdMMAPFileRead(ctx_, &handle_, nullptr, 8, &output));
   CHECK_ARGUMENT(ctx_, KivSdMMAPFileWrite(ctx_, &handle_, buffer, 8, nullptr));
   CHECK_ARGUMENT(ctx_, KivSdMMAPFilePRead(ctx_, &handle_, nullptr, 8, 8, &output));

@@ -1,4 +1,4 @@
-// Parts of paths, found in their text alone; joined paths; packed dates.
+// Extensions and parents of paths, joined paths, and packed dates.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -555,8 +555,8 @@ TEST_F(LeasedWrite, WaitsForTheEndOfAPause) {
     uint32_t count = 0;
     EXPECT_EQ(KivSdLeasedFileWrite(self, file(), "abc", 3, &count), KIV_ST_OK);
   });
-  // Each writer has its own descriptor: they go on in either order, and a write at an offset moves
-  // the descriptor's position.
+  // The writers go on in either order, and a write at an offset moves its descriptor's position.
+  // Each writer therefore has its own descriptor.
   std::thread second([&] {
     Participant self(block_);
     const int own = Open();

@@ -118,7 +118,7 @@ TEST(NamedPipeConnect, SucceedsWithAnOsErrorIfAClientHadConnectedBefore) {
 }
 
 // After a client was disconnected, the instance can be opened again only while the server waits in
-// KivSdNamedPipeConnect. The second client's wait ends, and its open succeeds, only then.
+// KivSdNamedPipeConnect. Only then does the second client's wait end and its open succeed.
 TEST(NamedPipeConnect, FailsWithoutAnOsErrorIfAClientConnectsDuringTheCall) {
   Context ctx;
   Server server("during");

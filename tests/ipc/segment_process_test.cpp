@@ -258,8 +258,8 @@ uint32_t Drain(SegmentEnd* end, int32_t chunk) {
   }
 }
 
-// Uses both directions of all chunks, each on its own thread. Returns each chunk's count of messages
-// read.
+// Uses both directions of all chunks, each on its own thread. Returns the count of messages read
+// from each chunk.
 std::vector<uint32_t> UseEveryChunk(SegmentEnd* end, double seconds) {
   std::vector<uint32_t> counts(5);
   std::vector<std::thread> threads;

@@ -14,7 +14,7 @@
 
 namespace kiv::test {
 
-// Keeps two threads in step; closely if each has a processor.
+// Keeps two threads in step. They pass each step almost together if each has a processor.
 class Pace {
  public:
   // Returns when both threads have reached the step. Steps count from 1.
