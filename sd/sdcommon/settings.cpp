@@ -1,8 +1,8 @@
 // Process-wide settings and hooks.
 //
-// The host writes these before its threads start and the library reads them without a lock. They
-// are atomic only so that a host that sets one late gets the old value or the new one; every
-// access is relaxed, for no value here announces another.
+// The host writes these before its threads start, and the library reads them without a lock. They
+// are atomic only so that a read during a late write returns the old or the new value. Every access
+// is relaxed: no value here publishes other data.
 #include "kivsdu/settings.h"
 
 #include <atomic>
@@ -14,8 +14,8 @@ std::atomic<KivSdLeaseGuardFunction> leaseGuard{nullptr};
 std::atomic<uint32_t> fileLockingMode{1};
 std::atomic<const char*> appFolderName{"APP"};
 
-// A function of the host that, once there, can be replaced and never removed. That is what lets
-// a call read the pointer once and use it without a lock.
+// A host function that can be replaced but never removed once it is installed. A call reads the
+// pointer once and uses it without a lock.
 class Hook {
  public:
   void Install(KivSdHookFunction function) {
@@ -68,7 +68,7 @@ void KivSdUpdateHMStatistics(uint64_t first, uint64_t second, uint64_t third, ui
   statistics.Call(first, second, third, fourth);
 }
 
-// Kept as a setting that nothing reads: hosts of several platforms set it.
+// Compatibility: nothing reads this setting. Hosts of several platforms set it.
 void KivSdSetFileLockingMode(uint32_t mode) {
   fileLockingMode.store(mode, std::memory_order_relaxed);
 }
