@@ -45,9 +45,9 @@ KIVSDU_API uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBy
                                          const char* file, uint32_t line);
 
 /* Resizes a block of the owner or of adMalloc; the result belongs to the owner. Keeps the content
- * up to the smaller size. In plain mode it does what adRealloc does. While the no-free switch is on
- * (memory.h), a block that moves to another heap, or from a large block to a heap, also stays
- * allocated at its old place.
+ * up to the smaller size. In plain mode it resizes the block as adRealloc does. While the no-free
+ * switch is on (memory.h), a block that moves to another heap, or from a large block to a heap,
+ * also stays allocated at its old place.
  *
  *   newSizeBytes  at least 1
  *   oldBlock      null allocates a new block, as adMemShortHeapMalloc does
