@@ -4,6 +4,7 @@
 // for 1000 allocations.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 
 #include "support/manager.h"
@@ -185,6 +186,22 @@ TEST(Messages, WithoutALimitHaveTheStatusNoMemory) {
   Pass(kQuiet);
   EXPECT_EQ(adRealloc(nullptr, kMore, Allocate(100), &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
   EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 123, 123)});
+}
+
+// The host may store the handle after it has registered its context.
+TEST(Messages, ReadTheHandleWhenTheyAreSent) {
+  Begin();
+  std::array<uint64_t, 27> context = {};
+  adMemSetThreadContext(context.data());
+  context[26] = 0xFEDCBA9876543210;
+  Message expected = Refused(kHeaps + kTooMuch, kTooMuch);
+  expected.handle = 0xFEDCBA9876543210;
+  EXPECT_EQ(Fail(), Messages{expected});
+  Pass(kQuiet);
+  context[26] = 1;
+  expected.handle = 1;
+  EXPECT_EQ(Fail(), Messages{expected});
+  adMemResetThreadContext();
 }
 
 TEST(Messages, IncludeRegionsInTheTotal) {
