@@ -1,22 +1,32 @@
-# Makes a DLL that needs only the system and the C runtime: no exceptions, no type information,
-# linked as C to keep C++ libraries out. Its debug symbols go into a separate file.
-function(kiv_slim_dll target)
-  set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
+# Compiles a target's sources for such a DLL: no exceptions, no type information, debug symbols.
+function(kiv_slim_code target)
   if(MSVC)
     target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi)
-    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
     return()
   endif()
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
                          -ffunction-sections -fdata-sections -g)
-  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections)
-
-  set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # Access the DLL's variables directly. Without these options the compiler assumes that they may
     # lie in another DLL and reaches each through a pointer.
     target_compile_options(${target} PRIVATE -gcodeview -fvisibility-from-dllstorageclass
                            -fvisibility-externs-nodllstorageclass=hidden)
+  endif()
+endfunction()
+
+# Makes a DLL that needs only the system and the C runtime, linked as C to keep C++ libraries out.
+# Its debug symbols go into a separate file.
+function(kiv_slim_dll target)
+  kiv_slim_code(${target})
+  set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
+  if(MSVC)
+    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
+    return()
+  endif()
+  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections)
+
+  set(bin ${PROJECT_BINARY_DIR}/bin)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # The DLL names its symbol file without a folder. The strip removes only the start-up code's
     # debug data, in a format that Windows debuggers do not read.
     target_link_options(${target} PRIVATE -Wl,--pdb=${bin}/${target}.pdb

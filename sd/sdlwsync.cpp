@@ -1,5 +1,6 @@
-// Lightweight spinlocks: in the caller's storage, and finding out by themselves who calls. Two
-// designs, as the spinlocks on the heap have (sdsync/spinlock.cpp, where the orders are argued).
+// Lightweight spinlocks: they lie in the caller's storage and get the calling thread's identifier
+// themselves. The two designs are those of the heap-allocated spinlocks; sdsync/spinlock.cpp
+// explains the memory orders.
 //
 //   test-and-set  0      4      8       12
 //                 | word | mark | count | owner | unused, zero, to 64
@@ -22,11 +23,7 @@ constexpr uint32_t kLineReleaseAssertion = 302;
 constexpr uint32_t kFree = 0;
 constexpr uint32_t kHeld = 1;
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-constexpr std::memory_order kAcquire = std::memory_order_acquire;
-constexpr std::memory_order kRelease = std::memory_order_release;
-
-// How often a lock is held, and by whom: eight bytes, which change in one store.
+// Recursion count and owner of a lock, in eight bytes that change in one store.
 struct alignas(8) Holder {
   int16_t count;
   uint16_t unused;
@@ -65,12 +62,12 @@ TicketLock* TicketIn(KivSdLWSpinlock* lock) { return reinterpret_cast<TicketLock
 // ---- Ticket ----
 
 bool IsServed(const TicketLock& lock, int64_t ticket) {
-  return lock.serving.load(kAcquire) == ticket;
+  return lock.serving.load(std::memory_order_acquire) == ticket;
 }
 
 void Own(TicketLock* lock, uint32_t thread) {
-  lock->count.store(1, kRelaxed);
-  lock->owner.store(thread, kRelaxed);
+  lock->count.store(1, std::memory_order_relaxed);
+  lock->owner.store(thread, std::memory_order_relaxed);
 }
 
 [[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
@@ -79,11 +76,11 @@ void Own(TicketLock* lock, uint32_t thread) {
 }
 
 void Acquire(TicketLock* lock, uint32_t thread) {
-  if (lock->owner.load(kRelaxed) == thread) [[unlikely]] {
-    lock->count.store(lock->count.load(kRelaxed) + 1, kRelaxed);
+  if (lock->owner.load(std::memory_order_relaxed) == thread) [[unlikely]] {
+    lock->count.store(lock->count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     return;
   }
-  // seq_cst: the full fence of taking.
+  // seq_cst: the full fence promised on acquiring.
   const int64_t ticket = lock->next.fetch_add(1);
   if (!IsServed(*lock, ticket)) [[unlikely]]
     return AcquireContended(lock, thread, ticket);
@@ -91,38 +88,35 @@ void Acquire(TicketLock* lock, uint32_t thread) {
 }
 
 void Release(TicketLock* lock, uint32_t thread) {
-  // Goes on if the runtime's routine returns: a debugger may have told it to.
-  if (lock->owner.load(kRelaxed) != thread) [[unlikely]] {
+  // If the assertion routine returns, for example under a debugger, the release continues.
+  if (lock->owner.load(std::memory_order_relaxed) != thread) [[unlikely]] {
     os::WideAssertionFailed("ThdId == pLWLockticket->ThdId", kSource, kLineReleaseAssertion);
   }
-  // Kept at exactly 0: unlike the spinlock on the heap, a surplus release frees nothing.
-  const int32_t count = lock->count.load(kRelaxed) - 1;
-  lock->count.store(count, kRelaxed);
+  // Compatibility: frees at exactly 0. Unlike with the heap-allocated spinlock, a surplus release
+  // frees nothing.
+  const int32_t count = lock->count.load(std::memory_order_relaxed) - 1;
+  lock->count.store(count, std::memory_order_relaxed);
   if (count != 0) [[unlikely]]
     return;
-  // seq_cst: the full fence of giving back, between the owner and the turn.
+  // seq_cst: the full fence promised on releasing, between clearing the owner and passing on the
+  // turn.
   lock->owner.exchange(0);
-  lock->serving.store(lock->serving.load(kRelaxed) + 1, kRelease);
+  lock->serving.store(lock->serving.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
 // ---- Test-and-set ----
 
-Holder HolderOf(const WordLock& lock) { return lock.holder.load(kRelaxed); }
+Holder HolderOf(const WordLock& lock) { return lock.holder.load(std::memory_order_relaxed); }
 
-// No other thread writes meanwhile.
+// No other thread may write at the same time.
 void SetHolder(WordLock* lock, uint32_t thread, int32_t count) {
-  lock->holder.store({static_cast<int16_t>(count), 0, thread}, kRelaxed);
+  lock->holder.store({static_cast<int16_t>(count), 0, thread}, std::memory_order_relaxed);
 }
 
-bool IsFree(const WordLock& lock) { return lock.word.load(kRelaxed) != kHeld; }
+bool IsFree(const WordLock& lock) { return lock.word.load(std::memory_order_relaxed) != kHeld; }
 
-// seq_cst: the full fence of taking.
+// seq_cst: the full fence promised on acquiring.
 bool Take(WordLock* lock) { return lock->word.exchange(kHeld) == kFree; }
-
-bool TryTake(WordLock* lock) {
-  if (!IsFree(*lock)) SpinWithinBudget([lock] { return IsFree(*lock); });
-  return IsFree(*lock) && Take(lock);
-}
 
 [[gnu::noinline]] void AcquireContended(WordLock* lock, uint32_t thread, bool wasHeld) {
   if (!wasHeld) os::YieldThread();
@@ -146,14 +140,14 @@ void Release(WordLock* lock) {
   if (count != 0) [[unlikely]]
     return SetHolder(lock, holder.owner, count);
   SetHolder(lock, 0, 0);
-  // seq_cst: releases what was guarded, and is the full fence of giving back.
+  // seq_cst: publishes the guarded data, and is the full fence promised on releasing.
   lock->word.exchange(kFree);
 }
 
 }  // namespace
 
 uint32_t KivSdLWSpinlockInit(KivSdLWSpinlock* lock) {
-  // A lock of tickets owns three of the words; what lies behind them is not its own.
+  // The ticket design owns the first three words only.
   std::memset(lock->opaque, 0, UsesTickets() ? sizeof(TicketLock) : sizeof lock->opaque);
   if (!UsesTickets()) WordIn(lock)->mark = kCreationMark;
   return 0;
@@ -187,7 +181,7 @@ void KivSdLWSpinlockRelease(KivSdLWSpinlock* lock) {
 
 int32_t KivSdLWSpinlockOwner(const KivSdLWSpinlock* lock) {
   auto* words = const_cast<KivSdLWSpinlock*>(lock);
-  const uint32_t owner =
-      UsesTickets() ? TicketIn(words)->owner.load(kRelaxed) : HolderOf(*WordIn(words)).owner;
+  const uint32_t owner = UsesTickets() ? TicketIn(words)->owner.load(std::memory_order_relaxed)
+                                       : HolderOf(*WordIn(words)).owner;
   return owner == os::CurrentThreadId() ? 1 : 0;
 }

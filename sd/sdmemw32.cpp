@@ -1,8 +1,8 @@
 // The memory front: blocks from the memory manager, copies, and whole pages from the system.
 //
-// No state of its own but the manager's three switches. Two kinds of whole pages differ in their
-// statuses and in what a failed reallocation leaves behind: locked ones (KivSdPhysMem...) and
-// page-aligned ones (KivSdAlignedMem...).
+// Its only state is the manager's three switches. Whole pages come in two kinds: locked
+// (KivSdPhysMem...) and page-aligned (KivSdAlignedMem...). The kinds differ in their statuses and
+// in what a failed reallocation leaves allocated.
 #include <cstring>
 
 #include "kivsdu/manager.h"
@@ -18,17 +18,16 @@ namespace {
 
 constexpr char kSource[] = "sd/sdmemw32";
 constexpr uint32_t kLineRealloc = 540;
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-// A page count in bytes, in 32 bits: 524288 pages and more wrap, and callers on every platform
-// see the same wrap.
+// Converts a page count to bytes. Compatibility: 524288 pages or more wrap in 32 bits, on every
+// platform.
 uint32_t PageBytes(uint32_t pageCount) {
   static_assert(KIV_PAGE_UNIT == 1u << 13, "page counts are shifted, not multiplied");
   return pageCount << 13;
 }
 
-// What an allocation left in *out, reported. The last error is the system's as it stands after
-// the manager returned, whatever set it.
+// Reports an allocation by the block that it returned. The OS error of a failure is the system's
+// last error after the manager returned, whatever set it.
 uint32_t ReportBlock(KivSdContext* ctx, uint32_t status, const void* block) {
   if (block == nullptr) return Report(ctx, KIV_ST_OUT_OF_MEMORY, os::LastError());
   return Report(ctx, status);
@@ -71,15 +70,15 @@ uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBloc
   if (oldBlock == nullptr) return KivSdMemAlloc(ctx, 0, newSizeBytes, out, file, line);
   if (out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
 
-  // The manager is told the front's own source position here, not the caller's: tools that
-  // group allocations by site know a moved block by it.
+  // Compatibility: passes the front's own source position, not the caller's. Tools that group
+  // allocations by position recognise a moved block by it.
   void* moved = nullptr;
   const uint32_t status = adRealloc(nullptr, newSizeBytes, oldBlock, &moved, kSource, kLineRealloc);
   if (moved != nullptr) *out = moved;
   return ReportBlock(ctx, status, moved);
 }
 
-// Never writes a record: it is called inside other operations with the caller's.
+// Never writes a record, because other operations call it with their caller's record.
 uint32_t KivSdMemCopy(KivSdContext* /*ctx*/, void* destination, const void* source,
                       uint32_t lengthBytes) {
   if (destination != nullptr && source != nullptr && lengthBytes != 0) {
@@ -114,7 +113,7 @@ uint32_t KivSdPhysMemAlloc(KivSdContext* ctx, uint32_t pageCount, void** out) {
 
   const os::Result locked = os::LockPages(pages.value, sizeBytes);
   if (locked.ok) return Report(ctx, KIV_ST_OK);
-  // Kept: out still names the released pages. Callers go by the status.
+  // Compatibility: *out still points to the released pages. Callers check the status.
   static_cast<void>(os::ReleasePages(pages.value));
   return Report(ctx, LockStatus(locked.error), locked.error);
 }
@@ -130,10 +129,10 @@ uint32_t KivSdPhysMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32_t 
   const uint32_t allocated = KivSdPhysMemAlloc(ctx, newPageCount, &moved);
   if (allocated != KIV_ST_OK) return allocated;
 
-  // Kept: the old count is copied, also into a smaller block. A caller never shrinks here.
+  // Compatibility: the old count is copied even if the new block is smaller. Callers never shrink.
   static_cast<void>(KivSdMemCopy(nullptr, moved, *block, PageBytes(oldPageCount)));
-  // Kept: when the old pages cannot be released, the new ones stay; the aligned kind does not
-  // do so. Both blocks are then locked memory, and only the host knows which one is in use.
+  // Compatibility: if the old pages cannot be released, the new pages stay allocated, unlike those
+  // of KivSdAlignedMemRealloc. Both are then locked, and only the host knows which one it uses.
   const uint32_t released = KivSdPhysMemFree(ctx, *block);
   if (released == KIV_ST_OK) *block = moved;
   return released;
@@ -167,7 +166,7 @@ uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32
   const uint32_t allocated = KivSdAlignedMemAlloc(ctx, newPageCount, &moved);
   if (allocated != KIV_ST_OK) return allocated;
 
-  // Kept: the old count is copied, also into a smaller block. A caller never shrinks here.
+  // Compatibility: the old count is copied even if the new block is smaller. Callers never shrink.
   static_cast<void>(KivSdMemCopy(nullptr, moved, *block, PageBytes(oldPageCount)));
   const uint32_t released = KivSdAlignedMemFree(ctx, *block);
   if (released == KIV_ST_OK) {
@@ -178,17 +177,19 @@ uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32
   return released;
 }
 
-void KivSdSetMemoryManager(uint8_t flag) { memorySwitches.manager.store(flag, kRelaxed); }
+void KivSdSetMemoryManager(uint8_t flag) {
+  memorySwitches.manager.store(flag, std::memory_order_relaxed);
+}
 
 void KivSdSetMmapAllocCfg(uint8_t setting) {
-  memorySwitches.mappedAllocation.store(setting, kRelaxed);
+  memorySwitches.mappedAllocation.store(setting, std::memory_order_relaxed);
 }
 
 uint8_t KivSdSetMemDeallocOption() {
-  // Exactly 1, although the switch itself takes any value: a host that stores another value to
-  // mean "on" keeps its frees.
-  if (memorySwitches.manager.load(kRelaxed) == 1) {
-    memorySwitches.noFree.store(1, kRelaxed);
+  // Compatibility: the switch must be exactly 1, although any value other than 0 turns the manager
+  // on. A host that stores another value keeps freeing.
+  if (memorySwitches.manager.load(std::memory_order_relaxed) == 1) {
+    memorySwitches.noFree.store(1, std::memory_order_relaxed);
   }
-  return memorySwitches.noFree.load(kRelaxed);
+  return memorySwitches.noFree.load(std::memory_order_relaxed);
 }

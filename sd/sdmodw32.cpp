@@ -1,7 +1,8 @@
-// Dynamic modules: loading, entry points, names, and the system's words for what went wrong.
+// Dynamic modules: loads and unloads them, finds entry points, and returns module names and the
+// system's error messages.
 //
-// Two buffers of the process, unlocked: the path that was loaded last, because some of the
-// system's texts leave a place for it, and the text that was asked for last.
+// Two buffers belong to the whole process and have no lock: the path that was loaded last, because
+// some system messages have an insert for it, and the message that was requested last.
 #include <cstring>
 
 #include "kivsdu/memory.h"
@@ -28,8 +29,7 @@ bool NamesAModule(uint32_t error) {
   return error >= os::kErrorFirstModuleText && error <= os::kErrorLastModuleText;
 }
 
-// The text with the module's name in the place that is left for it; a text that has more places
-// finds them empty.
+// Formats the message with the module's name as its first insert. Further inserts are empty.
 bool FormatWithModule(uint32_t error) {
   const char* inserts[1 + kEmptyInserts];
   inserts[0] = lastModuleName;
@@ -72,7 +72,7 @@ uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length
   if (length == 0 || name == nullptr) return Report(ctx, KIV_ST_OK);
   name[0] = '\0';
   const os::ValueResult<uint32_t> path = os::ModulePath(module, name, length);
-  // Older systems cut a path without terminating it. What lies behind a path that fits stays.
+  // Older systems cut a path without terminating it. Bytes behind a path that fits stay unchanged.
   if (path.value >= length) name[length - 1] = '\0';
   os::UpperCase(name);
   return Report(ctx, KIV_ST_OK);

@@ -1,7 +1,8 @@
-// Per-thread utility storage: one slot of the system's, whose index lies on the heap.
+// Per-thread utility storage: one thread-local slot of the system. The slot's index lies in a heap
+// block, the key.
 //
-// Init and term run on one thread each; set and get need no lock, because they touch only the
-// calling thread's value.
+// One thread calls init and term, at start-up and shutdown. Set and get need no lock, because they
+// access only the calling thread's value.
 #include "kivsdu/vorutil.h"
 
 #include "atomic.h"
@@ -23,8 +24,8 @@ constexpr uint32_t kLineKeyFree = 123;
 
 KivSdVorUtilGlobalsRecord globals = {nullptr, nullptr};
 
-// Stored with release, once the cell is filled, and loaded with acquire: a thread that finds the
-// key finds the slot's index behind it.
+// Stored with release after the block is filled, and loaded with acquire: a thread that sees the
+// key also sees the slot's index.
 AtomicRef<uint32_t*> Key() { return AtomicRef<uint32_t*>(globals.tlsKey); }
 
 }  // namespace
@@ -42,8 +43,7 @@ uint32_t KivSdVorUtilTlsInit() {
     return KIV_ST_THREAD_SLOT;
   }
 
-  // Looked at only now, with the cell and the slot in hand: the process ends here, so neither
-  // is lost to anyone.
+  // Checked only after both were allocated. A failing check ends the process, so nothing leaks.
   Require(KivSdVorUtilGlobals()->tlsKey == KIV_NULL, "KivSdVorUtilGlobals()->tlsKey == KIV_NULL",
           kSource, kLineInitAssertion);
   auto* key = static_cast<uint32_t*>(cell);

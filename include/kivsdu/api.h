@@ -1,7 +1,7 @@
 /* Linkage and layout helpers that every public header of kivsdu uses.
  *
- * The headers are plain C11 and C++17. They need no header of the operating system, and the
- * same text serves MSVC, clang and GCC. */
+ * The headers are plain C11 and C++17. They need no header of the operating system, and
+ * compile unchanged with MSVC, clang and GCC. */
 #ifndef KIVSDU_API_H
 #define KIVSDU_API_H
 
@@ -14,8 +14,8 @@
 #define KIVSDU_EXTERN extern
 #endif
 
-/* KIVSDU_BUILDING is defined while the library itself is compiled; its exports are listed in
- * kivsdu.def. KIVSDU_STATIC is for programs that link the library's objects directly. */
+/* KIVSDU_BUILDING is defined while the library itself is compiled; kivsdu.def lists its exports.
+ * Define KIVSDU_STATIC in programs that link the library's objects directly. */
 #if defined(_WIN32) && !defined(KIVSDU_BUILDING) && !defined(KIVSDU_STATIC)
 #define KIVSDU_API KIVSDU_EXTERN __declspec(dllimport)
 #else
@@ -29,7 +29,8 @@
 #define KIV_NULL ((void*)0)
 #endif
 
-/* Records cross the library boundary, so each pins its size and the place of every field. */
+/* Records cross the library boundary. Each one therefore asserts its size and the offset of every
+ * field. */
 #ifdef __cplusplus
 #define KIV_ASSERT_LAYOUT(condition, text) static_assert(condition, text)
 #else
@@ -41,10 +42,11 @@
   KIV_ASSERT_LAYOUT(offsetof(record, field) == (offsetBytes), \
                     #record "." #field " lies at " #offsetBytes)
 
-/* A system handle: a HANDLE on Windows, null where there is none. */
+/* A handle of the operating system: a HANDLE on Windows. Null stands for no handle. */
 typedef void* KivHandle;
 
-/* The unit of every page count of the library: 8192 bytes, whatever page the machine uses. */
+/* The unit of every page count in this library, in bytes. It does not depend on the machine's page
+ * size. */
 #define KIV_PAGE_UNIT 8192u
 
 #endif

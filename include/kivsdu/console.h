@@ -1,9 +1,9 @@
-/* The console: text output, and keys, waited for or not.
+/* The console: text output, and keys with and without waiting.
  *
- * A context may always be null. The lease guard is never called. All of a process's threads read
- * one queue of input, so one thread at a time uses KivSdConsoleKeyHit and KivSdConsoleKeyGet;
- * threads that may race pass one lock to KivSdConsoleIsKeyDown. KivSdConsoleRead, which this
- * platform does not have, is declared in context.h. */
+ * The lease guard is never called. A context may always be null. All threads of a process read one
+ * input queue: only one thread at a time may use KivSdConsoleKeyHit and KivSdConsoleKeyGet. Threads
+ * that may race pass one lock to KivSdConsoleIsKeyDown. KivSdConsoleRead, which this platform does
+ * not support, is declared in context.h. */
 #ifndef KIVSDU_CONSOLE_H
 #define KIVSDU_CONSOLE_H
 
@@ -11,7 +11,7 @@
 #include "context.h"
 #include "spinlock.h"
 
-/* A console; the caller's. The handles are the system's own and are never closed. */
+/* A console, in the caller's storage. The handles belong to the system and are never closed. */
 typedef struct KivSdConsole {
   KivHandle input;
   KivHandle output;
@@ -21,7 +21,7 @@ KIV_ASSERT_SIZE(KivSdConsole, 16);
 KIV_ASSERT_FIELD(KivSdConsole, input, 0);
 KIV_ASSERT_FIELD(KivSdConsole, output, 8);
 
-/* A key: {character, 0} for an ordinary one, {0, scan code} for an extended one, such as an arrow
+/* A key: {character, 0} for an ordinary key, {0, scan code} for an extended key, such as an arrow
  * or a function key. */
 typedef struct KivSdConsoleKey {
   uint8_t character;
@@ -32,65 +32,66 @@ KIV_ASSERT_SIZE(KivSdConsoleKey, 2);
 KIV_ASSERT_FIELD(KivSdConsoleKey, character, 0);
 KIV_ASSERT_FIELD(KivSdConsoleKey, scanCode, 1);
 
-/* Fills a console with the handles of standard input and standard output, which may be null in a
- * process without them.
+/* Fills a console with the handles of standard input and standard output. They may be null in a
+ * process without a console.
  *
  *   console  must not be null
  *
  * 0, or KIV_ST_ARGUMENT      console is null
- *       KIV_ST_CONSOLE_INIT  a handle could not be got; its field and those after it are null */
+ *       KIV_ST_CONSOLE_INIT  a handle could not be obtained; its field and those after it are
+ *                            null */
 KIVSDU_API uint32_t KivSdConsoleInit(KivSdContext* ctx, KivSdConsole* console);
 
-/* Clears a console.
+/* Zeroes a console.
  *
  * 0, or KIV_ST_ARGUMENT  console is null */
 KIVSDU_API uint32_t KivSdConsoleTerm(KivSdContext* ctx, KivSdConsole* console);
 
-/* Writes a text through the C runtime's standard output, and so in order with the caller's own
- * printf; it is buffered as that is.
+/* Writes a text through the C runtime's standard output, with its buffer, and therefore in order
+ * with the caller's printf.
  *
  *   ignored  any value; hosts pass their console
- *   length   at 0 nothing is written; otherwise all of the text is, whatever the length says
- *   text     terminated; when null nothing is written
+ *   length   0 writes nothing; any other value writes the whole text
+ *   text     terminated; null writes nothing
  *
- * 0, or KIV_ST_CONSOLE_WRITE  not written; the OS error is errno */
+ * 0, or KIV_ST_CONSOLE_WRITE  not written; OS error is errno */
 KIVSDU_API uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* ignored, uint32_t length,
                                       const char* text);
 
-/* Takes an event from the console's input if one waits, and tells whether one did. Events that are
- * no key are taken too: a key let go, the mouse, the focus count as a hit with the key {0, 0}.
+/* Removes one event from the console's input, if there is one, and returns whether there was one.
+ *
+ * Compatibility: a released key, a mouse event or a focus event is removed too, and counts as a hit
+ * with the key {0, 0}.
  *
  *   console  must not be null
- *   hit      receives 1 when an event waited, else 0; may be null
- *   key      receives the key that was pressed, else {0, 0}; may be null
+ *   hit      receives 1 if there was an event, else 0; may be null
+ *   key      receives the pressed key, else {0, 0}; may be null
  *
- * 0, or KIV_ST_ARGUMENT     console is null; hit and key are left alone
- *       KIV_ST_CONSOLE_KEY  the input could not be looked at (hit is 0) or the event not taken
- *                           (hit is 1); OS error 6 when the input is no console */
+ * 0, or KIV_ST_ARGUMENT     console is null; hit and key are unchanged
+ *       KIV_ST_CONSOLE_KEY  the input could not be examined (hit is 0), or the event not removed
+ *                           (hit is 1). OS error 6 if the input is no console */
 KIVSDU_API uint32_t KivSdConsoleKeyHit(KivSdContext* ctx, const KivSdConsole* console, uint8_t* hit,
                                        KivSdConsoleKey* key);
 
-/* Waits for a key on the process's console; it is not echoed.
+/* Waits for a key on the process's console. The key is not echoed. Always returns 0.
  *
- *   raw      0: an extended key gives {0, scan code}. Otherwise it gives its prefix, {0, 0} or
- *            {224, 0}, and the next call gives the scan code as {code, 0}
+ *   raw      0: an extended key is returned as {0, scan code}. Otherwise its prefix is returned, as
+ *            {0, 0} or {224, 0}, and the next call returns the scan code as {code, 0}
  *   ignored  any value; hosts pass their console
- *   key      receives the key; may be null
- *
- * Always 0. */
+ *   key      receives the key; may be null */
 KIVSDU_API uint32_t KivSdConsoleKeyGet(KivSdContext* ctx, uint8_t raw, const void* ignored,
                                        KivSdConsoleKey* key);
 
-/* Takes an event from standard input if one waits: 1 when it is a key being pressed, else 0. Other
- * events are taken too, and lost.
+/* Removes one event from standard input, if there is one. Returns 1 if it is a pressed key, else 0.
+ * Other events are lost.
  *
- *   key   receives the key that was pressed; may be null. For an ordinary key its first byte is the
- *         virtual-key code and not the character: hosts tell keys from one another, whatever the
- *         layout and the shift keys. Left alone when the result is 0
- *   lock  held while the event is looked at and taken, so that no other thread takes it in
+ *   key   receives the pressed key; may be null; unchanged if the result is 0. Compatibility: for
+ *         an ordinary key the first byte is the virtual-key code, not the character, because hosts
+ *         identify keys independently of layout and shift state
+ *   lock  held while the event is examined and removed, to keep other threads from removing it in
  *         between; may be null
  *
- * Any thread with a lock, else one at a time. */
+ * Any thread with a lock; without one, one thread at a time. */
 KIVSDU_API int32_t KivSdConsoleIsKeyDown(KivSdConsoleKey* key, KivSdLWSpinlock* lock);
 
 #endif

@@ -1,12 +1,12 @@
-/* The context record: one caller's last outcome.
+/* The context record: the outcome of a caller's last operation.
  *
- * Nearly every operation takes a context first and stores its outcome there, on success as on
- * failure: a success leaves {0, 0} whatever the record held before. A null context is allowed
- * everywhere; the operation then only returns its status. The record is overwritten by every
- * operation that is given it, so read it before the next one.
+ * Nearly every operation takes a context first and stores its outcome there, also on success: a
+ * success stores {0, 0} whatever the record held before. A null context is allowed everywhere; the
+ * operation then only returns its status. Each operation overwrites the record that it is given:
+ * read it before the next operation.
  *
- * A context belongs to one caller, in practice one thread. It is not locked: two threads that
- * share one see each other's outcomes.
+ * A context belongs to one caller, in practice one thread. It is not locked: two threads that share
+ * one see each other's outcomes.
  *
  * Example: examples/hello.c. */
 #ifndef KIVSDU_CONTEXT_H
@@ -15,11 +15,11 @@
 #include "api.h"
 
 typedef struct KivSdContext {
-  uint32_t status;   /* what the last operation returned; see status.h */
-  uint32_t osError;  /* GetLastError after a system call, errno after a call of the C runtime,
-                        the wait's result (258) after a wait that timed out; 0 on success and
-                        where the failure was the library's own, such as a bad argument */
-  uint64_t reserved; /* zero when made; never used */
+  uint32_t status;   /* status of the last operation; see status.h */
+  uint32_t osError;  /* GetLastError after a failed system call, errno after a failed call of
+                        the C runtime, the wait's result (258) after a time-out; 0 on success
+                        and if no system call failed, as for a bad argument */
+  uint64_t reserved; /* initialised to 0; not used */
 } KivSdContext;
 
 KIV_ASSERT_SIZE(KivSdContext, 16);
@@ -33,7 +33,7 @@ KIV_ASSERT_FIELD(KivSdContext, reserved, 8);
  *
  * 0, or KIV_ST_ARGUMENT       out is null
  *       KIV_ST_OUT_OF_MEMORY  no memory
- *       or the allocator's own status as it came
+ *       another status        of the memory manager, passed on unchanged
  * Any thread. */
 KIVSDU_API uint32_t KivSdInit(KivSdContext** out);
 
@@ -42,15 +42,15 @@ KIVSDU_API uint32_t KivSdInit(KivSdContext** out);
  *   ctx  the record; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  ctx is null
- * Any thread; no other thread may still use the record. */
+ * Any thread. No other thread may be using the record. */
 KIVSDU_API uint32_t KivSdTerm(KivSdContext* ctx);
 
-/* Reports the OS error that the record holds. Does not change the record.
+/* Returns the OS error that the record holds. Does not change the record.
  *
  *   ctx      the record; must not be null
- *   length   size of text in bytes. At 0 or 1 no text is written. At 2 or more the text is
- *            written whole, whatever the length says: give it at least 12 bytes, the room of
- *            any 32-bit number with its sign and terminator
+ *   length   size of text in bytes. If 0 or 1, no text is written. If 2 or more, the whole text is
+ *            written, even past length: provide at least 12 bytes, which hold any 32-bit number
+ *            with its sign and terminator
  *   text     receives the OS error as signed decimal digits; may be null
  *   osError  receives the OS error; may be null
  *
@@ -59,12 +59,12 @@ KIVSDU_API uint32_t KivSdTerm(KivSdContext* ctx);
 KIVSDU_API uint32_t KivSdLastErrGet(const KivSdContext* ctx, uint32_t length, char* text,
                                     uint32_t* osError);
 
-/* Operations that exist on other platforms only. They are one entry with one address, take any
- * arguments after the context, and do nothing with them.
+/* Operations that exist on other platforms only. All these names export one function. It ignores
+ * all arguments after the context.
  *
  *   ctx  may be null; receives {KIV_ST_NOT_SUPPORTED, 0}
  *
- * Always KIV_ST_NOT_SUPPORTED. Any thread. */
+ * Always returns KIV_ST_NOT_SUPPORTED. Any thread. */
 KIVSDU_API uint32_t KivSdConsoleRead(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdMemFixedAlloc(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdMemFixedFree(KivSdContext* ctx, ...);
@@ -75,12 +75,12 @@ KIVSDU_API uint32_t KivSdThreadConcurrencyLevSet(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdUIResStringAllocLoad(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdUIResStringLoad(KivSdContext* ctx, ...);
 
-/* Operations that have nothing to do on this platform. They are one entry with one address and
- * take any arguments after the context.
+/* Operations that have nothing to do on this platform. All these names export one function. It
+ * ignores all arguments after the context.
  *
  *   ctx  may be null; receives {0, 0}
  *
- * Always 0. Any thread. */
+ * Always returns 0. Any thread. */
 KIVSDU_API uint32_t KivSdMemInit(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdMemTerm(KivSdContext* ctx, ...);
 KIVSDU_API uint32_t KivSdMemPoolInit(KivSdContext* ctx, ...);

@@ -1,7 +1,7 @@
-/* Events: gates, standard events, and events that count.
+/* Events: gates, standard events, and counting events.
  *
- * All of them let one waiting thread through at a time. Any thread; the library holds no lock
- * while a wait lasts. A context may always be null.
+ * Each of them lets one waiting thread through at a time; a counting event lets one through for
+ * each count. A context may always be null. Any thread; the library holds no lock during a wait.
  *
  * Example: examples/locks.c. */
 #ifndef KIVSDU_EVENT_H
@@ -10,66 +10,73 @@
 #include "api.h"
 #include "context.h"
 
-/* ---- Gate events: set closes the gate, clear opens it ---- */
+/* ---- Gate events ----
+ *
+ * Compatibility: "set" closes the gate and "clear" opens it. Hosts set a gate to hold others
+ * back. */
 
-/* Makes a gate that is open. The first thread to pass closes it behind itself.
+/* Creates a gate that is open. The first thread that passes closes it behind itself.
  *
  *   event  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT      event is null
- *       KIV_ST_EVENT_CREATE  not made */
+ *       KIV_ST_EVENT_CREATE  not created */
 KIVSDU_API uint32_t KivSdEventCreate(KivSdContext* ctx, KivHandle* event);
 
-/* 0, or KIV_ST_ARGUMENT     event is null
- *       KIV_ST_EVENT_CLOSE  not closed; the variable keeps its value */
+/* Closes the gate's handle. The variable keeps its value.
+ *
+ * 0, or KIV_ST_ARGUMENT     event is null
+ *       KIV_ST_EVENT_CLOSE  the handle was not closed */
 KIVSDU_API uint32_t KivSdEventClose(KivSdContext* ctx, KivHandle* event);
 
-/* Closes the gate.
+/* Closes the gate: threads that wait for it block.
  *
  * 0, or KIV_ST_ARGUMENT   event is null
- *       KIV_ST_EVENT_SET  not closed */
+ *       KIV_ST_EVENT_SET  the gate was not closed */
 KIVSDU_API uint32_t KivSdEventSet(KivSdContext* ctx, KivHandle* event);
 
 /* Opens the gate for one thread.
  *
  * 0, or KIV_ST_ARGUMENT     event is null
- *       KIV_ST_EVENT_CLEAR  not opened */
+ *       KIV_ST_EVENT_CLEAR  the gate was not opened */
 KIVSDU_API uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event);
 
 /* Waits until the gate is open, passes, and closes it behind the caller.
  *
- *   timeoutMs  milliseconds; 0 only tries, 0xFFFFFFFF waits for ever
+ *   timeoutMs  milliseconds; 0 does not wait, 0xFFFFFFFF waits without a limit
  *
  * 0, or KIV_ST_ARGUMENT       event is null
  *       KIV_ST_EVENT_TIMEOUT  the gate stayed closed; OS error 258
  *       KIV_ST_EVENT_WAIT     the wait failed */
 KIVSDU_API uint32_t KivSdEventWait(KivSdContext* ctx, KivHandle* event, uint32_t timeoutMs);
 
-/* ---- Standard events: set signals, reset clears. No pointer is checked ---- */
+/* ---- Standard events: set signals, reset clears. The handle pointer must not be null ---- */
 
-/* Makes an event that is not signalled.
+/* Creates an event that is not signalled.
  *
- *   event  receives the handle; left alone on failure
+ *   event  receives the handle; unchanged on failure
  *
- * 0, or KIV_ST_EVENT_CREATE */
+ * 0, or KIV_ST_EVENT_CREATE  not created */
 KIVSDU_API uint32_t KivSdStdEventCreate(KivSdContext* ctx, KivHandle* event);
 
-/* 0, or KIV_ST_EVENT_CLOSE; the variable keeps its value */
+/* Closes the event's handle. The variable keeps its value.
+ *
+ * 0, or KIV_ST_EVENT_CLOSE  not closed */
 KIVSDU_API uint32_t KivSdStdEventClose(KivSdContext* ctx, KivHandle* event);
 
-/* Signals the event: one waiting thread goes on, or the next to wait does.
+/* Signals the event: wakes one waiting thread or, if none waits, lets the next wait return at once.
  *
- * 0, or KIV_ST_EVENT_CLEAR */
+ * 0, or KIV_ST_EVENT_CLEAR  not signalled */
 KIVSDU_API uint32_t KivSdStdEventSet(KivSdContext* ctx, KivHandle* event);
 
-/* Takes the signal back.
+/* Clears the signal.
  *
- * 0, or KIV_ST_EVENT_SET */
+ * 0, or KIV_ST_EVENT_SET  not cleared */
 KIVSDU_API uint32_t KivSdStdEventReset(KivSdContext* ctx, KivHandle* event);
 
-/* Waits for the signal, for ever or for timeoutMs milliseconds, and takes it.
+/* Wait for the signal and clear it: without a limit, or for timeoutMs milliseconds.
  *
- *   timeoutMs  0 only tries; negative waits for ever
+ *   timeoutMs  0 does not wait; a negative value waits without a limit
  *
  * 0, or KIV_ST_EVENT_TIMEOUT  there was no signal; OS error 258
  *       KIV_ST_EVENT_WAIT     the wait failed */
@@ -78,8 +85,13 @@ KIVSDU_API uint32_t KivSdStdEventTimedWait(KivSdContext* ctx, KivHandle* event, 
 
 /* ---- Counting events: semaphores without a name and with the largest count ---- */
 
-/* Each is the operation of semaphore.h that its name suggests, with that one's statuses: set
- * gives one, a wait takes one. */
+/* Each calls an operation of semaphore.h and returns its statuses:
+ *
+ *   KivSdCountingEventCreate     KivSdCntSemCreate, without a name, with maximum count 2147483647
+ *   KivSdCountingEventClose      KivSdCntSemClose
+ *   KivSdCountingEventSet        KivSdCntSemClear, with a release count of 1
+ *   KivSdCountingEventWait       KivSdCntSemRequest, without a limit
+ *   KivSdCountingEventTimedWait  KivSdCntSemRequest */
 KIVSDU_API uint32_t KivSdCountingEventCreate(KivSdContext* ctx, KivHandle* event,
                                              int32_t initialCount);
 KIVSDU_API uint32_t KivSdCountingEventClose(KivSdContext* ctx, KivHandle* event);

@@ -1,35 +1,34 @@
-/* Files as streams: opening, transferring, positioning, lines, and what is known of a file by its
- * name.
+/* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll):
- * what is opened here can be passed to the runtime's own functions, and back. Paths, open flags,
- * permissions and the origins of a seek are the runtime's and passed to it as they are; their
- * values are part of this interface:
+ * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll).
+ * Descriptors of the library work with the runtime's own functions, and the reverse. Paths, open
+ * flags, permissions and seek origins are passed to the runtime unchanged. Their values are part of
+ * this interface:
  *
  *   open flags   0 read, 1 write, 2 both, 8 append, 0x100 create, 0x200 truncate,
  *                0x400 only if new (KIV_FILEO_EXCL), 0x4000 text, 0x8000 binary
- *   share flags  0x10 nothing, 0x20 reading, 0x30 writing, 0x40 all: what others may do meanwhile
+ *   share flags  deny others: 0x10 reading and writing, 0x20 writing, 0x30 reading, 0x40 nothing
  *   permissions  of a new file: 0x100 reading, 0x80 writing
  *   origin       0 the start, 1 the position, 2 the end
  *
- * A file that is opened neither as text nor as binary is what the runtime's default says, which
- * is text. In text mode the runtime drops the carriage return before a line feed that it reads and
- * puts one before each that it writes, and takes byte 26 for the end: counts of bytes are then not
- * distances in the file.
+ * Without the text or the binary flag, the runtime's default applies, which is text. In text mode
+ * the runtime drops the carriage return before each line feed that it reads, adds one before each
+ * line feed that it writes, and takes byte 26 for the end of the file. A count of bytes is then not
+ * a distance in the file.
  *
- * In failover mode every operation here but KivSdFileClose, KivSdIsDirectIO and KivSdIsNoWaitIO
- * first calls the lease guard (settings.h), before it looks at its arguments. A context may always
- * be null. OS errors are errno unless it is said otherwise. Outputs are written whether the call
- * succeeds or fails, and left alone when an argument is bad.
+ * In failover mode every operation, except KivSdFileClose, KivSdIsDirectIO and KivSdIsNoWaitIO,
+ * calls the lease guard (settings.h) before it checks its arguments. A context may always be null.
+ * OS errors are errno unless stated otherwise. Outputs are written on success and on failure; they
+ * are unchanged if an argument is invalid.
  *
- * Any thread. Threads that use one descriptor at a time share its position; only the positioned
- * operations carry theirs with them.
+ * Any thread. Threads that use one descriptor share its position. The positioned operations carry
+ * their own offset.
  *
- * Danger: KivSdFilePRead, KivSdFilePWrite and what is built on them take only descriptors of files
- * that are opened without FILE_FLAG_OVERLAPPED, as all are that the runtime opens. On a descriptor
- * that the host made of an overlapped handle a transfer may be reported as a failure with OS error
- * 997 and go on: the system then writes into the buffer, and into what was the stack of the
- * call.
+ * Danger: KivSdFilePRead, KivSdFilePWrite and the operations that call them need a file that was
+ * opened without FILE_FLAG_OVERLAPPED. The runtime opens every file without it. If the host made
+ * the descriptor from an overlapped handle, a transfer may be reported as failed with OS error 997
+ * and still continue: the system then writes into the buffer, and into stack memory of a call that
+ * has returned.
  *
  * Example: examples/files.c. */
 #ifndef KIVSDU_FILE_H
@@ -38,33 +37,33 @@
 #include "api.h"
 #include "context.h"
 
-/* What stands for a file where there is none. */
+/* The value that stands for no file. */
 #define KIV_FILE_NONE 0xFFFFFFFFu
 
-/* Open flag: fail if the file exists. Only the operations that end in ExclusiveMode may ask for
- * it, and they add it themselves. */
+/* Open flag: fail if the file exists. Only the operations that end in ExclusiveMode use it, and
+ * they add it themselves. */
 #define KIV_FILEO_EXCL 0x400u
 
 /* ---- Opening and closing ---- */
 
-/* Makes a file, or empties one that exists, and opens it for writing.
+/* Creates a file, or truncates an existing one, and opens it for writing.
  *
  *   path         must not be null
- *   permissions  the runtime's, of a new file
+ *   permissions  of a new file; the runtime's values
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     path or file is null
- *       KIV_ST_FILE_CREATE  not made */
+ *       KIV_ST_FILE_CREATE  not created */
 KIVSDU_API uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_t permissions,
                                     uint32_t* file);
 
-/* Opens a file that others may open too. The two do the same: files may be larger than 4 GiB with
- * either.
+/* Open a file and let others open it too. The two operations do the same work: both support files
+ * of more than 4 GiB.
  *
  *   path         must not be null
- *   openFlags    without KIV_FILEO_EXCL: with it, once nothing is null, the process ends with an
- *                assertion
- *   permissions  the runtime's, of a new file
+ *   openFlags    must not contain KIV_FILEO_EXCL: after the null checks, an assertion ends the
+ *                process
+ *   permissions  of a new file; the runtime's values
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   path or file is null
@@ -74,70 +73,73 @@ KIVSDU_API uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t 
 KIVSDU_API uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                     uint32_t permissions, uint32_t* file);
 
-/* The same with KIV_FILEO_EXCL added: when openFlags say that a file is to be made, one that
- * exists is a failure, with OS error 17. */
+/* KivSdFileOpen with KIV_FILEO_EXCL added. If openFlags ask to create the file and it exists, the
+ * operation fails with KIV_ST_FILE_OPEN, OS error 17. */
 KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* path,
                                                uint32_t openFlags, uint32_t permissions,
                                                uint32_t* file);
 
-/* Opens a file and says what others may do with it meanwhile.
+/* Opens a file and limits the access of others.
  *
  *   path         must not be null
- *   openFlags    without KIV_FILEO_EXCL: with it, once nothing is null, the process ends with an
- *                assertion
- *   shareFlags   replaced by 0x40, all sharing, in failover mode
- *   permissions  the runtime's, of a new file
+ *   openFlags    must not contain KIV_FILEO_EXCL: after the null checks, an assertion ends the
+ *                process
+ *   shareFlags   the access denied to others; in failover mode replaced by 0x40, which denies
+ *                nothing
+ *   permissions  of a new file; the runtime's values
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         path or file is null
- *       KIV_ST_FILE_SHARING     another has the file open and the two do not go together
+ *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting mode
  *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason */
 KIVSDU_API uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                    uint32_t shareFlags, uint32_t permissions, uint32_t* file);
 
-/* The same with KIV_FILEO_EXCL added. */
+/* KivSdFileSOpen with KIV_FILEO_EXCL added. If openFlags ask to create the file and it exists, the
+ * operation fails with KIV_ST_FILE_SHARE_OPEN, OS error 17. */
 KIVSDU_API uint32_t KivSdFileSOpenExclusiveMode(KivSdContext* ctx, const char* path,
                                                 uint32_t openFlags, uint32_t shareFlags,
                                                 uint32_t permissions, uint32_t* file);
 
-/* Closes a file. KIV_FILE_NONE is refused with OS error 9, without asking the runtime.
+/* Closes a file. For KIV_FILE_NONE it fails with OS error 9 without calling the runtime.
  *
  * 0, or KIV_ST_FILE_CLOSE  not closed */
 KIVSDU_API uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file);
 
 /* ---- Transferring ---- */
 
-/* Reads from the file's position on.
+/* Reads from the file's position and advances it.
  *
  *   buffer  must not be null
  *   length  bytes at most
- *   count   receives the bytes read: 0 at the end of the file, fewer than length shortly before
- *           it, 0xFFFFFFFF on failure; must not be null
+ *   count   receives the bytes read; must not be null. 0 at the end of the file, less than length
+ *           near the end, 0xFFFFFFFF on failure
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
  *       KIV_ST_FILE_READ  not read */
 KIVSDU_API uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t length,
                                   uint32_t* count);
 
-/* Reads from `offset` on and leaves the file's position behind what was read.
+/* Reads at `offset` and leaves the file's position behind the bytes read.
  *
- *   buffer  must not be null; receives the file's bytes as they are, in text mode too
- *   offset  bytes from the start: what lies beyond 4 GiB cannot be read so
+ *   buffer  receives the file's bytes, unconverted in text mode too; must not be null
+ *   offset  byte offset; only the first 4 GiB are addressable
  *   length  bytes at most
  *   count   receives the bytes read; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
- *       KIV_ST_FILE_READ  not read: the descriptor is not open, OS error 9; or GetLastError, 38
- *                         when offset is at or behind the end of the file */
+ *       KIV_ST_FILE_READ  not read. OS error 9 if the descriptor is not open; otherwise
+ *                         GetLastError, which is 38 if offset is at or behind the end of the
+ *                         file */
 KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t offset,
                                    uint32_t length, uint32_t* count);
 
-/* Writes at the file's position.
+/* Writes at the file's position and advances it.
  *
  *   buffer  must not be null
  *   length  bytes
- *   count   receives the bytes written, 0xFFFFFFFF on failure; a disk that fills up meanwhile can
- *           make it less than length, which is no failure; must not be null
+ *   count   receives the bytes written, 0xFFFFFFFF on failure; must not be null. If the disk fills
+ *           up during the write, it is less than length, and the status is 0
  *
  * 0, or KIV_ST_ARGUMENT    buffer or count is null
  *       KIV_ST_DISK_FULL   no room, OS error 28
@@ -145,52 +147,56 @@ KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffe
 KIVSDU_API uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                    uint32_t length, uint32_t* count);
 
-/* Writes at `offset` and leaves the file's position behind what was written.
+/* Writes at `offset` and leaves the file's position behind the bytes written.
  *
- *   buffer   must not be null; written as it is, in text mode too
- *   offset   bytes from the start: nothing can be written beyond 4 GiB so
+ *   buffer   written unconverted in text mode too; must not be null
+ *   offset   byte offset; only the first 4 GiB are addressable
  *   length   bytes
  *   count    receives the bytes written; must not be null
- *   osError  receives the OS error, 0 before anything else is done; may be null
+ *   osError  set to 0 first, then receives the OS error; may be null
  *
  * 0, or KIV_ST_ARGUMENT    buffer or count is null
- *       KIV_ST_FILE_READ   the descriptor is not open, OS error 9
+ *       KIV_ST_FILE_READ   the descriptor is not open, OS error 9. Compatibility: hosts expect the
+ *                          status of a read here
  *       KIV_ST_DISK_FULL   no room, OS error 112
- *       KIV_ST_FILE_WRITE  not written for any other reason; OS error GetLastError */
+ *       KIV_ST_FILE_WRITE  not written for any other reason; OS error from GetLastError */
 KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                     uint32_t offset, uint32_t length, uint32_t* count,
                                     uint32_t* osError);
 
-/* Reads one line, with its line feed, or as much of it as there is room for; the rest is read by
- * the next call. A carriage return stays.
+/* Reads one line with its line feed. If the buffer is too small, it reads the beginning of the
+ * line; the next call continues. Carriage returns are kept.
  *
- *   buffer     must not be null; receives the bytes and a terminator
- *   sizeBytes  of the buffer; with 1 nothing is read and the line is empty
+ *   buffer     receives the bytes and a terminator; must not be null
+ *   sizeBytes  size of the buffer; if 1, nothing is read and the text is empty
  *
- * Open the file as binary and keep to its first 2 GiB: the position behind the line is counted
- * from the bytes that were read, in 32 bits, so in text mode each call lands one byte early for
- * every carriage return that the runtime dropped.
+ * Open the file as binary, and use only its first 2 GiB. The position behind the line is computed
+ * in 32 bits from the bytes read. In text mode it is one byte too low for every carriage return
+ * that the runtime dropped.
  *
- * Reads sizeBytes - 1 bytes and seeks back, each as an operation of its own: in failover mode the
- * guard runs for each of them.
+ * The operation reads sizeBytes - 1 bytes and seeks back, by KivSdFileRead and KivSdFileLSeek: in
+ * failover mode the guard runs for each of them.
  *
  * 0, or KIV_ST_ARGUMENT   buffer is null, or sizeBytes is 0
- *       KIV_ST_FILE_END   there is nothing more to read; OS error 0
+ *       KIV_ST_FILE_END   the end of the file; OS error 0
  *       KIV_ST_FILE_GETS  the file could not be read or positioned */
 KIVSDU_API uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer,
                                   uint32_t sizeBytes);
 
-/* Waits until what was written to the file is on the device; docs/files.md says what that is worth.
+/* Waits until all data written to the file is on the device. docs/files.md says which events the
+ * data then survives.
  *
  * 0, or KIV_ST_FILE_FLUSH  not flushed */
 KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
 
 /* ---- Position and length ---- */
 
-/* Moves the file's position; behind the end too.
+/* Move the file's position, also beyond the end of the file.
  *
- *   position  receives the new position, all bits set on failure; may be null. The first goes up
- *             to 2 GiB only
+ *   offset    bytes from the origin; may be negative
+ *   origin    0 the start, 1 the position, 2 the end
+ *   position  receives the new position, all bits set on failure; may be null. KivSdFileLSeek
+ *             supports positions up to 2 GiB
  *
  * 0, or KIV_ST_FILE_SEEK  not moved */
 KIVSDU_API uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t offset,
@@ -198,36 +204,37 @@ KIVSDU_API uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t off
 KIVSDU_API uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t offset,
                                      uint32_t origin, uint64_t* position);
 
-/* Tells the file's position, up to 2 GiB.
+/* Returns the file's position, up to 2 GiB.
  *
- *   position  0xFFFFFFFF on failure; must not be null
+ *   position  receives bytes from the start, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   position is null
  *       KIV_ST_FILE_TELL  not known */
 KIVSDU_API uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* position);
 
-/* Tells the file's length, up to 2 GiB.
+/* Returns the file's length, up to 2 GiB.
  *
- *   length  bytes, 0xFFFFFFFF on failure; must not be null
+ *   length  receives bytes, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     length is null
  *       KIV_ST_FILE_LENGTH  not known */
 KIVSDU_API uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length);
 
-/* Tells whether the position is at the end of the file.
+/* Returns whether the file's position is at its end.
  *
- *   atEnd  1 at the end, 0 before it, 0xFF when that is not known, as for a bad descriptor; must
- *          not be null
+ *   atEnd  receives 1 at the end, 0 before it, 0xFF on failure, as for a bad descriptor; must not
+ *          be null
  *
- * 0, or KIV_ST_ARGUMENT  atEnd is null */
+ * 0, or KIV_ST_ARGUMENT  atEnd is null
+ * Compatibility: a failure returns 0; hosts check the flag. */
 KIVSDU_API uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEnd);
 
-/* Cuts a file off, or lengthens it with zeros.
+/* Truncates a file, or extends it with zeros.
  *
- *   file       a descriptor in 64 bits, of which the lower 32 count
- *   length     bytes, of which the lower 32 bits count: up to 2 GiB, and a length beyond 4 GiB
- *              cuts the file to what is left of it in 32 bits
- *   newLength  receives the length that was asked for, 0 on failure; may be null
+ *   file       a descriptor in 64 bits; only the low 32 count
+ *   length     bytes; only the low 32 bits count, up to 2 GiB. Danger: a length above 4 GiB
+ *              truncates the file to its low 32 bits
+ *   newLength  receives the requested length, 0 on failure; may be null
  *   osError    receives the OS error, 0 on success; may be null
  *
  * 0, or KIV_ST_DISK_FULL       no room, OS error 28
@@ -237,10 +244,11 @@ KIVSDU_API uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint
 
 /* ---- Files by name ---- */
 
-/* Tests a file.
+/* Tests access to a file.
  *
- *   mode     0 whether it exists, 2 may be written, 4 may be read, 6 both
- *   granted  receives 1, or 0 also for a path that is null; must not be null
+ *   path     if null, granted receives 0
+ *   mode     0 whether it exists, 2 whether it can be written, 4 read, 6 both
+ *   granted  receives 1 or 0; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  granted is null */
 KIVSDU_API uint32_t KivSdFileAccess(KivSdContext* ctx, const char* path, uint32_t mode,
@@ -248,40 +256,46 @@ KIVSDU_API uint32_t KivSdFileAccess(KivSdContext* ctx, const char* path, uint32_
 
 /* Removes a file.
  *
+ *   path  must not be null
+ *
  * 0, or KIV_ST_ARGUMENT     path is null
  *       KIV_ST_FILE_REMOVE  not removed */
 KIVSDU_API uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path);
 
-/* Bits of a file's status word. */
-#define KIV_FSTAT_UNSETTLED 0x01u /* nobody has tried to open the file */
-#define KIV_FSTAT_INUSE 0x02u     /* it could not be had for reading and writing alone */
-#define KIV_FSTAT_FREE 0x04u      /* it could */
-#define KIV_FSTAT_NOTEXIST 0x08u  /* it does not exist */
-#define KIV_FSTAT_NOREAD 0x10u    /* it may not be read */
+/* Bits of a file's status word; see KivSdFileGetStatus. */
+#define KIV_FSTAT_UNSETTLED 0x01u /* no open was tried */
+#define KIV_FSTAT_INUSE 0x02u     /* an exclusive open failed */
+#define KIV_FSTAT_FREE 0x04u      /* an exclusive open succeeded */
+#define KIV_FSTAT_NOTEXIST 0x08u  /* the file does not exist */
+#define KIV_FSTAT_NOREAD 0x10u    /* the file cannot be read */
 
-/* Finds out whether somebody uses a file, by opening it for reading and writing alone and closing
- * it at once. In failover mode it is opened with all sharing, so that a file in use is found free
- * as long as its other users share it.
+/* Tests whether a file is in use: opens it for reading and writing with exclusive access, and
+ * closes it at once. In failover mode the open shares everything: a file in use then counts as free
+ * if its other users share it. A file that can only be read counts as in use.
  *
- *   status  in and out; must not be null. Sets KIV_FSTAT_UNSETTLED and then, for a file that
- *             does not exist    sets KIV_FSTAT_NOTEXIST
- *             may not be read   sets KIV_FSTAT_NOREAD
- *             cannot be opened  sets KIV_FSTAT_INUSE, clears the free and the unsettled bit
- *             can be opened     sets KIV_FSTAT_FREE, clears the other two
- *           All other bits stay: those of an earlier state too, so pass a word of 0 to start
+ *   path    must not be null
+ *   status  in and out; must not be null. Other bits are kept, also those of an earlier test: start
+ *           with 0
  *
- * A file that may only be read counts as in use.
+ * KIV_FSTAT_UNSETTLED is set first. Then the bits depend on the file:
+ *
+ *   does not exist    sets KIV_FSTAT_NOTEXIST
+ *   cannot be read    sets KIV_FSTAT_NOREAD
+ *   cannot be opened  sets KIV_FSTAT_INUSE, clears KIV_FSTAT_FREE and KIV_FSTAT_UNSETTLED
+ *   can be opened     sets KIV_FSTAT_FREE, clears KIV_FSTAT_INUSE and KIV_FSTAT_UNSETTLED
  *
  * 0, or KIV_ST_ARGUMENT  path or status is null */
 KIVSDU_API uint32_t KivSdFileGetStatus(KivSdContext* ctx, const char* path, uint32_t* status);
 
-/* Makes the name of a temporary file that did not exist a moment ago; makes no file.
+/* Makes the name of a temporary file in the runtime's folder for such files. No file of this name
+ * existed at the time of the check. The file is not created: open it with
+ * KivSdFileOpenExclusiveMode.
  *
- *   prefix  at most two characters of it, for the name to begin with; null or empty for "qx", and
- *           "x" follows a prefix of one character. Of names that are taken the second character
- *           changes from the 6th attempt on, the first from the 258th
- *   name    receives at most 1029 bytes (KIV_SYSTEM_PATH_MAX), terminator included: a path in the
- *           runtime's folder for temporary files; must not be null
+ *   prefix  the name begins with its first two characters; null or empty stands for "qx", and a
+ *           prefix of one character is completed with "x". If names are taken, the second character
+ *           changes from the 6th attempt, the first from the 258th
+ *   name    receives the path, at most 1029 bytes (KIV_SYSTEM_PATH_MAX) with its terminator; must
+ *           not be null
  *
  * 0, or KIV_ST_ARGUMENT        name is null
  *       KIV_ST_FILE_TEMP_NAME  the runtime made no name; or, with OS error 0, the name is too long
@@ -290,13 +304,13 @@ KIVSDU_API uint32_t KivSdFileTempNameGet(KivSdContext* ctx, const char* prefix, 
 
 /* ---- Kinds of transfer ---- */
 
-/* Tell whether a file's transfers may bypass the system's cache, and whether they may be waited
- * for later. Here they may, whatever the file: the two are one entry with one address.
+/* Return whether transfers of a file can bypass the system's cache, and whether they can be started
+ * without waiting. On this platform the answer is always yes. Both names export one function.
  *
- *   first, second  not looked at
+ *   first, second  any values
  *   flag           receives 1; may be null
  *
- * Always 0. */
+ * Always return 0. */
 KIVSDU_API uint32_t KivSdIsDirectIO(KivSdContext* ctx, uint64_t first, uint64_t second,
                                     uint8_t* flag);
 KIVSDU_API uint32_t KivSdIsNoWaitIO(KivSdContext* ctx, uint64_t first, uint64_t second,

@@ -1,10 +1,9 @@
-/* File search: walking a directory, collecting the names that match a pattern, and lists of what
- * was found.
+/* File search: walking a directory, collecting the names that match a pattern, and lists of files.
  *
- * In failover mode every operation here but KivSdFileFindClose first calls the lease guard
- * (settings.h), before it looks at its arguments; KivSdFileFind calls it again with each step of
- * its search, KivSdAddFileListItem for size and time. A context may always be null. OS errors are
- * the system's. Any thread; a record, an array and a list belong to one at a time.
+ * In failover mode every operation, except KivSdFileFindClose, calls the lease guard (settings.h)
+ * before it checks its arguments. KivSdFileFind calls it again with each step of its search, and
+ * KivSdAddFileListItem once more for size and time. A context may always be null. OS errors are the
+ * system's. Any thread, but only one at a time uses a record, an array or a list.
  *
  * Example: examples/files.c. */
 #ifndef KIVSDU_FILESEARCH_H
@@ -15,16 +14,16 @@
 
 /* ---- Walking a directory ---- */
 
-/* The bit of a file's attributes that says it is a directory. */
+/* The attribute bit of a directory. */
 #define KIV_ATTRIBUTE_DIRECTORY 0x10u
 
-/* Intervals of 100 nanoseconds since 1601, UTC, in two halves. */
+/* A time: intervals of 100 nanoseconds since 1601, UTC, in two halves. */
 typedef struct KivSdFileTime {
   uint32_t low;
   uint32_t high;
 } KivSdFileTime;
 
-/* What the system tells of a file: its WIN32_FIND_DATAA. */
+/* The system's data about a file: a WIN32_FIND_DATAA. */
 typedef struct KivSdFindData {
   uint32_t attributes;
   KivSdFileTime created;
@@ -48,14 +47,14 @@ KIV_ASSERT_FIELD(KivSdFindData, reserved, 36);
 KIV_ASSERT_FIELD(KivSdFindData, name, 44);
 KIV_ASSERT_FIELD(KivSdFindData, shortName, 304);
 
-/* A search; the caller's, zeroed before its first use. It must not be moved while the name in it is
- * used. */
+/* A search, in the caller's storage. Zero it before its first use. Do not move it while the name is
+ * used: the name pointer leads into the record. */
 typedef struct KivSdFindRecord {
   KivHandle search;
   KivSdFindData data;
-  const char* name;    /* the file's, in the data */
-  uint32_t attributes; /* the file's */
-  uint32_t flags;      /* the caller's own; the library does not use them */
+  const char* name;    /* the file's name, inside data */
+  uint32_t attributes; /* the file's attributes */
+  uint32_t flags;      /* the caller's own; not used by the library */
 } KivSdFindRecord;
 
 KIV_ASSERT_SIZE(KivSdFindRecord, 344);
@@ -67,10 +66,10 @@ KIV_ASSERT_FIELD(KivSdFindRecord, flags, 340);
 
 /* Starts a search and finds its first file.
  *
- *   pattern  a path whose last part may have "*" and "?"; the system judges it
- *   flags    any value, kept in the record
- *   record   receives the file; must not be null. On failure its handle is the invalid one (-1),
- *            there is nothing to close, and name and attributes are left alone
+ *   pattern  a path whose last part may contain "*" and "?"; the system checks it
+ *   flags    any value; stored in the record
+ *   record   receives the file; must not be null. On failure its handle is the invalid handle (-1),
+ *            which must not be closed; name and attributes are unchanged
  *
  * 0, or KIV_ST_ARGUMENT    record is null
  *       KIV_ST_FIND_START  nothing matches, or the directory cannot be searched */
@@ -79,53 +78,53 @@ KIVSDU_API uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, u
 
 /* Finds the next file.
  *
- *   record  of a search that was started; must not be null. On failure the name pointer and the
- *           attributes are left alone, but what the find data holds is undefined, the name that
- *           the pointer leads to included: copy what is still needed before the call
+ *   record  of a started search; must not be null. On failure the name pointer and the attributes
+ *           are unchanged, but the find data is undefined, including the name that the pointer
+ *           leads to: copy anything you still need before the call
  *
  * 0, or KIV_ST_ARGUMENT   record is null
- *       KIV_ST_FIND_END   there are no more; OS error 18
+ *       KIV_ST_FIND_END   there are no more files; OS error 18
  *       KIV_ST_FIND_NEXT  not found for any other reason */
 KIVSDU_API uint32_t KivSdFileFindNext(KivSdContext* ctx, KivSdFindRecord* record);
 
-/* Ends a search. The record keeps what was found last, unless the next file was then asked for in
- * vain.
+/* Ends a search. The record keeps the file that was found last, unless KivSdFileFindNext failed
+ * after it.
  *
  * 0, or KIV_ST_ARGUMENT    record is null
  *       KIV_ST_FIND_CLOSE  not ended */
 KIVSDU_API uint32_t KivSdFileFindClose(KivSdContext* ctx, KivSdFindRecord* record);
 
-/* The low half of a found file's size, and when it was last written to, in seconds since 1970, UTC.
- * The name speaks of its creation; hosts keep the other.
+/* Returns the low half of a found file's size, and the time of its last write in seconds since
+ * 1970, UTC. Compatibility: the name promises the creation date, but hosts rely on the last write.
  *
  *   record           must not be null
  *   size, timestamp  each receives its value; may be null
  *
- * 0, or 1 when record is null. */
+ * Returns 0, or 1 if record is null. */
 KIVSDU_API uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record, uint32_t* size,
                                                   int64_t* timestamp);
 
 /* ---- Collecting names ---- */
 
-#define KIV_FILE_NAME_BYTES 1029u /* of the block of each name */
+#define KIV_FILE_NAME_BYTES 1029u /* size of the block of each name */
 
-/* Collects the files that match a pattern, but for "." and "..".
+/* Collects the names that match a pattern, except "." and "..".
  *
  *   memory   the caller's context for the memory manager (manager.h), or null
- *   prefix   put before every name as it is, so it ends with its separator. When it is null the
- *            absolute path of the pattern's directory is put there. It chooses no directory
- *   pattern  a path whose last part may have "*" and "?"; must not be null
+ *   prefix   put before every name unchanged; it should end with its separator. If null, the
+ *            absolute path of the pattern's directory is used. It does not choose the directory
+ *   pattern  a path whose last part may contain "*" and "?"; must not be null
  *   flags    as in KivSdFileFindFirst
- *   names    receives an array of names, each a block of its own, to be freed with
- *            KivSdFileFreeNames; null when nothing matches, and on failure. When only "." and ".."
- *            match it is not null, though count is 0, and is to be freed too. Must not be null
- *   count    receives how many names there are; must not be null
+ *   names    receives an array of names, each in its own block; must not be null. Free it with
+ *            KivSdFileFreeNames. It is null on failure and if nothing matches. If only "." and ".."
+ *            match, it is not null although count is 0, and must be freed too
+ *   count    receives the number of names; must not be null
  *
- * 0, also when nothing matches or the directory cannot be searched
- * KIV_ST_ARGUMENT   pattern, names or count is null
- * KIV_ST_FIND_NEXT  the search broke off; OS error 206 when a name does not fit its block
- *                   (KIV_FILE_NAME_BYTES) behind the prefix
- * or the memory manager's own status (KIV_ST_OUT_OF_MEMORY) */
+ * 0                     also if nothing matches or the directory cannot be searched
+ * KIV_ST_ARGUMENT       pattern, names or count is null
+ * KIV_ST_FIND_NEXT      the search failed; OS error 206 if a name with its prefix does not fit its
+ *                       block (KIV_FILE_NAME_BYTES)
+ * KIV_ST_OUT_OF_MEMORY  no memory; or another status of the memory manager */
 KIVSDU_API uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix,
                                   const char* pattern, uint32_t flags, char*** names,
                                   uint32_t* count);
@@ -133,21 +132,21 @@ KIVSDU_API uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* p
 /* Frees an array of names.
  *
  *   ignored  any value; hosts pass their context for the memory manager
- *   names    of KivSdFileFind; null is ignored
- *   count    as it was told
+ *   names    from KivSdFileFind; null is ignored
+ *   count    from KivSdFileFind
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdFileFreeNames(const void* ignored, char** names, uint32_t count);
 
 /* ---- Lists of files ---- */
 
-/* A file of a list. The first one is the caller's; the others come from the memory manager. */
+/* A file in a list. The caller owns the first item; the memory manager allocates the others. */
 typedef struct KivSdFileListItem {
   char name[1032];
   int64_t modified; /* seconds since 1970, UTC */
-  uint32_t size;    /* the low half, in bytes */
+  uint32_t size;    /* bytes; the low 32 bits */
   uint32_t unused;
-  struct KivSdFileListItem* next; /* null in the last one */
+  struct KivSdFileListItem* next; /* null in the last item */
 } KivSdFileListItem;
 
 KIV_ASSERT_SIZE(KivSdFileListItem, 1056);
@@ -156,21 +155,22 @@ KIV_ASSERT_FIELD(KivSdFileListItem, modified, 1032);
 KIV_ASSERT_FIELD(KivSdFileListItem, size, 1040);
 KIV_ASSERT_FIELD(KivSdFileListItem, next, 1048);
 
-/* Puts the file that a search found into a list.
+/* Adds the file that a search found to a list.
  *
- *   item    the one to fill, or, to append, the last of its list; must not be null
- *   record  must not be null, and hold a file
- *   append  0: fills item, and makes it the last one. Otherwise fills a new one behind it
+ *   item    the item to fill or, to append, the last item of its list; must not be null
+ *   record  must not be null, and must hold a file
+ *   append  0 fills item, which becomes the last of its list. Otherwise a new item is filled and
+ *           appended to it
  *
- * 0, or 1 when item or record is null or there is no memory. */
+ * Returns 0, or 1 if item or record is null or there is no memory. */
 KIVSDU_API uint32_t KivSdAddFileListItem(KivSdFileListItem* item, const KivSdFindRecord* record,
                                          uint8_t append);
 
-/* Frees all of a list but its first one, which becomes the last.
+/* Frees all items of a list except the first, which becomes the last.
  *
  *   head  null is ignored
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head);
 
 #endif

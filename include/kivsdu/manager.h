@@ -2,21 +2,25 @@
  *
  * It runs in one of two modes:
  *
- *   plain         requests are served by the C runtime's allocator. While the memory-manager switch
- *                 is off (memory.h), blocks are shared with the callers: a block may be given to
- *                 the runtime's free and back. While it is on, blocks carry a header.
- *   thread heaps  requests up to "maxblock" come from a fixed number of heaps, each with its own
- *                 lock; the caller's context chooses the heap. Larger ones become large blocks.
- *                 Everything is counted against a limit (memusage.h).
+ *   plain         The C runtime's allocator serves requests. While the memory-manager switch
+ *                 (memory.h) is off, blocks are plain runtime blocks: the runtime's free takes a
+ *                 block of adMalloc, and adFree takes a block of the runtime's malloc. While the
+ *                 switch is on, blocks have a header.
+ *   thread heaps  Requests up to "maxblock" come from a fixed number of heaps, each with its own
+ *                 lock. The caller's context chooses the heap. Larger requests become large blocks.
+ *                 All memory is counted and limited (memusage.h).
  *
- * Results are statuses; no context record is written. Any thread may call, and free what any other
- * allocated. Heaps place blocks by the requests alone: the same requests in the same order give
- * the same offsets. Payloads are aligned to 8 bytes in thread-heap mode and under the mandatory
- * policy in plain mode with the switch on, and otherwise for any type.
+ * Operations return their status and write no context record. Any thread may call them and may free
+ * a block that another thread allocated. Exception: only the owner's thread frees blocks of a short
+ * heap (shortheap.h).
  *
- * A block must not cross adMemThreadHeapInit or adMemThreadHeapTerm: what one mode made, the other
- * misreads. A host makes its contexts and everything else after the first and frees it before the
- * second.
+ * Placement in a heap depends on the requests alone: equal sequences of requests return equal
+ * offsets. Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in
+ * plain mode with the switch on; otherwise they are aligned for any type.
+ *
+ * Free every block before adMemThreadHeapInit or adMemThreadHeapTerm changes the mode: one mode
+ * cannot read the blocks of the other. A host therefore calls adMemThreadHeapInit before it creates
+ * contexts and other records, and frees these before it calls adMemThreadHeapTerm.
  *
  * Segregated fits, deferred coalescing and boundary tags: see P. R. Wilson et al., "Dynamic Storage
  * Allocation: A Survey and Critical Review", IWMM 1995.
@@ -29,72 +33,85 @@
 
 /* ---- Start and stop ---- */
 
-/* Receives the memory manager's messages, in whatever thread met the shortage. It may allocate, and
+/* Receives the memory manager's messages, in the thread that met the shortage. It may allocate, and
  * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
- *   status         KIV_ST_MSG_LIMIT_REFUSED  a request failed; there is a limit
- *                  KIV_ST_MSG_NO_MEMORY      a request failed; there is no limit
- *                  KIV_ST_MSG_LIMIT_NEAR     more than 90% of the limit is in use
- *                  KIV_ST_MSG_LIMIT_TOO_LOW  the configured limit was rejected
+ *   status         see the table
  *   severity       3 for a warning, 4 for an error
- *   first, second  what the message says, by status: bytes in use and requested; the same; bytes in
- *                  use and 90; the limit and 10240. All modulo 2^32
- *   firstTag, secondTag  6: a 32-bit integer
+ *   first, second  numbers of bytes modulo 2^32, if the table does not say otherwise
+ *   firstTag       6: a 32-bit integer
+ *   secondTag      6
  *
- * Its result matters to adMemCheckMemoryMinStatus alone. */
+ * status                    severity  event                                first  second
+ * KIV_ST_MSG_LIMIT_REFUSED  4         a request failed; there is a limit   total  request
+ * KIV_ST_MSG_NO_MEMORY      4         a request failed; there is no limit  total  request
+ * KIV_ST_MSG_LIMIT_NEAR     3         more than 90% of the limit is used   total  90 (percent)
+ * KIV_ST_MSG_LIMIT_TOO_LOW  4         the configured limit was rejected    limit  10240 (KiB)
+ *
+ * The total is the memory in use. If an allocation failed, the total includes the request; if a
+ * region of the host caused the warning (memusage.h), it includes the region.
+ *
+ * A message that follows another within 1000 allocations of the thread heaps may be suppressed. In
+ * plain mode this count does not advance.
+ *
+ * The result is ignored, except by adMemCheckMemoryMinStatus, which returns it. */
 typedef uint32_t (*AdMessageFunction)(uint64_t handle, uint32_t status, uint32_t severity,
                                       const uint32_t* first, uint32_t firstTag,
                                       const uint32_t* second, uint32_t secondTag);
 
-/* Reads the memory configuration file and sets up thread heaps, or stays in plain mode. By one
- * thread, before the host's others start.
+/* Reads the memory configuration file (docs/configuration.md) and sets up thread heaps, or stays in
+ * plain mode. Lists the configuration on standard output. One thread calls it, before the host
+ * starts others.
  *
- *   enable    0: plain mode, whatever the file says
- *   messages  receives messages; null for none
- *   suffix    "config.mem.<suffix>" is looked for before "config.mem", in the folder "bin" below
- *             what MOLTAPATH names; must not be null
- *   force     not 0: thread heaps even without a file
+ *   enable    0 selects plain mode and reads no file
+ *   messages  receives messages; null for none. Stored even if enable is 0
+ *   suffix    reads "config.mem.<suffix>", or else "config.mem", in the folder "bin" of the
+ *             directory that MOLTAPATH names; must not be null
+ *   force     not 0: sets up thread heaps even without a file
  *
- * A second call switches thread heaps off and reads nothing; a third sets them up anew, and heaps
- * of before stay where they are. The configuration is listed on standard output.
+ * Compatibility: a second call switches thread heaps off and reads no file, and so does the first
+ * call after adMemThreadHeapTerm. The next call sets up new heaps; the old ones stay allocated.
  *
- * 0, or KIV_ST_OUT_OF_MEMORY  the heaps could not be made. The manager is in plain mode, and what
- *                             was made stays allocated */
+ * 0, or KIV_ST_OUT_OF_MEMORY  the heaps could not be made. The manager is in plain mode, and the
+ *                             heaps made so far stay allocated */
 KIVSDU_API uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages,
                                         const char* suffix, uint32_t force);
 
-/* Back to plain mode. No heap is released. -1 if thread heaps were on, else the number of slots
- * there were: 0, or -1 when they have been terminated before. */
+/* Returns to plain mode. Releases no heap.
+ *
+ * Returns -1 if thread heaps were on or have been terminated before, else 0. */
 KIVSDU_API int32_t adMemThreadHeapTerm(void);
 
-/* Whom messages are for, one for the process. Without a context nothing is sent.
+/* Set and clear the context that messages are sent for, one for the process. Without a context no
+ * message is sent. adMemThreadHeapInit clears it when it reads the configuration.
  *
- *   context  a host's record of at least 27 64-bit words, of which word 26 is read when a message
- *            is sent; not the record of context.h */
+ *   context  a record of the host with at least 27 words of 64 bits, not the record of context.h.
+ *            Word 26 is read whenever a message is sent. Null clears the context */
 KIVSDU_API void adMemSetThreadContext(const void* context);
 KIVSDU_API void adMemResetThreadContext(void);
 
 /* ---- Blocks ---- */
 
-/* Placement policies. They matter in plain mode with the memory-manager switch on. */
-#define AD_POLICY_MANDATORY 1u /* header of 8 bytes, the size as asked for */
-#define AD_POLICY_FULL 2u      /* header of 64, the size rounded to a power of two, cacheable */
+/* Placement policies. They have an effect only in plain mode with the memory-manager switch on. A
+ * thread's cache (threadcache.h) keeps only blocks of the full policy up to 2 MiB. */
+#define AD_POLICY_MANDATORY 1u /* header of 8 bytes; the size is not rounded */
+#define AD_POLICY_FULL 2u      /* header of 64 bytes; up to 2 MiB, rounded to a power of two */
 
 /* Allocates a block.
  *
- *   owner      the caller's context, or null; chooses the heap and is never read
- *   alignment  accepted and not used in thread-heap mode, and once a fatal exception has been
- *              recorded. Otherwise not 0 is a programming error: the process ends through the
- *              runtime's assertion
+ *   owner      the caller's context, or null; chooses the heap; never dereferenced
+ *   alignment  must be 0 in plain mode: another value ends the process through the runtime's
+ *              assertion. Ignored in thread-heap mode and after a fatal exception (thread.h)
  *   sizeBytes  at least 1
- *   block      receives the block, or null when there is no memory; must not be null. It is
- *              left alone when the size is 0
- *   policy     AD_POLICY_MANDATORY or AD_POLICY_FULL (the others use the latter)
- *   file,line  the caller's source position; accepted and not stored
+ *   block      receives the block, or null when there is no memory; unchanged if sizeBytes is 0;
+ *              must not be null
+ *   policy     AD_POLICY_MANDATORY or AD_POLICY_FULL; other values are invalid. adMalloc and
+ *              adMallocAligned use AD_POLICY_FULL
+ *   file,line  the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the memory limit; the host is told by a message */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded; a message is sent */
 KIVSDU_API uint32_t adMalloc(void* owner, uint64_t sizeBytes, void** block, const char* file,
                              uint32_t line);
 KIVSDU_API uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block, uint8_t policy,
@@ -102,60 +119,68 @@ KIVSDU_API uint32_t adMallocPolicy(void* owner, uint64_t sizeBytes, void** block
 KIVSDU_API uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes,
                                     void** block, const char* file, uint32_t line);
 
-/* Resizes a block, keeping its content up to the smaller size. A block that moves is freed where it
- * was, even once the no-free switch is on.
+/* Resizes a block and keeps its content up to the smaller size. If the block moves, the old one is
+ * freed, even while the no-free switch is on. In plain mode with the memory-manager switch on, only
+ * blocks with a header may be resized: another block may end the process through an assertion.
  *
  *   owner         the caller's context, or null
  *   newSizeBytes  at least 1
- *   oldBlock      null asks for a new block, as adMalloc does
- *   newBlock      receives the block, which may have moved, or null when there is no memory;
- *                 the old block is then still whole. Must not be null
+ *   oldBlock      null allocates a new block, as adMalloc does
+ *   newBlock      receives the block, which may have moved, or null when there is no memory: the
+ *                 old block is then unchanged. Unchanged if newSizeBytes is 0; must not be null
  *
  * 0, or KIV_ST_ARGUMENT       newSizeBytes is 0
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the memory limit; the host is told by a message */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded; a message is sent */
 KIVSDU_API uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** newBlock,
                               const char* file, uint32_t line);
 
-/* Allocates `count` elements and sets them to zero bytes.
+/* Allocates `count` elements and fills them with zero bytes.
  *
- *   count             widened with its sign: -1 asks for 2^64 - 1 elements
- *   elementSizeBytes  a product above 2^64 - 1 is more memory than there is
- *   block             receives the block, or null, for a product of 0 as well; may be null then
- *   policy            as of adMallocPolicy
+ *   owner             the caller's context, or null
+ *   count             widened with its sign: -1 requests 2^64 - 1 elements
+ *   elementSizeBytes  a product above 2^64 - 1 fails with KIV_ST_OUT_OF_MEMORY
+ *   block             receives the block, or null on failure; must not be null, unless the product
+ *                     is 0
+ *   policy            as for adMallocPolicy
  *
  * 0, or KIV_ST_ARGUMENT       the product is 0
- *       KIV_ST_OUT_OF_MEMORY  as of adMalloc */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded; a message is sent */
 KIVSDU_API uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** block,
                              uint8_t policy);
 
-/* A copy of a text, to be freed with adFree, with 4 zero bytes behind its terminator. Null when
- * there is no memory. The text must not be null. */
+/* Returns a copy of a text, followed by 4 zero bytes after its terminator; null when there is no
+ * memory. The caller frees it with adFree.
+ *
+ *   text       must not be null
+ *   file,line  the caller's source position; not stored */
 KIVSDU_API char* adStrDup(const char* text, const char* file, uint32_t line);
 
-/* Frees a block. Once the no-free switch is on (KivSdSetMemDeallocOption) it frees nothing and
+/* Frees a block. While the no-free switch is on (KivSdSetMemDeallocOption) it frees nothing and
  * returns 0, even for null.
  *
- * 0, or KIV_ST_ARGUMENT  block is null */
+ * 0, or KIV_ST_ARGUMENT  block is null; or, after a fatal exception in plain mode, it does not lie
+ *                        in the exception stack (thread.h) */
 KIVSDU_API uint32_t adFree(void* block, const char* file, uint32_t line);
 
-/* Frees a block whatever the no-free switch says.
+/* Frees a block, even while the no-free switch is on.
  *
- *   alignedOrigin  not 0: in plain mode the block is the runtime's own, without a header
+ *   alignedOrigin  not 0: in plain mode the block is a runtime block without a header
  *
- * 0, or KIV_ST_ARGUMENT  block is null */
+ * 0, or KIV_ST_ARGUMENT  as for adFree */
 KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
 
-/* Blocks for a NUMA node: the runtime's own, whose node the system chooses. Not counted. It is the
- * runtime's malloc and free in every mode, also once a fatal exception has been recorded: the
- * exception stack does not serve them, and no thread is stopped in them. A handler of fatal
- * exceptions must not use them, for the runtime's heap may be what broke.
+/* Allocate and free a block for a NUMA node. They call the runtime's malloc and free in every mode;
+ * the system chooses the node, and the block is not counted. A handler of fatal exceptions must not
+ * use them: they bypass the exception stack (thread.h), and the runtime's heap may be corrupt.
  *
- *   ignored  any values
- *   size     receives sizeBytes; must not be null
- *   block    receives the block, or null when there is no memory; must not be null
+ *   ignored    any value; alsoIgnored too
+ *   sizeBytes  at least 1
+ *   size       receives sizeBytes; must not be null
+ *   block      receives the block, or null when there is no memory; must not be null. Both results
+ *              are unchanged if sizeBytes is 0
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0, or the block to free is null
- *       KIV_ST_OUT_OF_MEMORY  no memory; the host is told by a message */
+ *       KIV_ST_OUT_OF_MEMORY  no memory; a message is sent */
 KIVSDU_API uint32_t adMallocOnNode(void* ignored, uint64_t sizeBytes, uint64_t* size, void** block);
 KIVSDU_API uint32_t adFreeOnNode(uint64_t ignored, uint64_t alsoIgnored, void* block);
 

@@ -1,8 +1,8 @@
 /* The memory front: blocks, copies, and whole pages.
  *
- * Any thread. A context may always be null. Page counts are in units of KIV_PAGE_UNIT (8192
- * bytes), whatever page the machine uses. The byte size is the count shifted left by 13 in 32
- * bits: a count of 524288 or more wraps modulo 2^32.
+ * Any thread may call. A context may always be null. Page counts are in units of KIV_PAGE_UNIT
+ * (8192 bytes), not of the machine's page size. A count of 524288 or more wraps, because its byte
+ * size is taken modulo 2^32.
  *
  * Example: examples/hello.c. */
 #ifndef KIVSDU_MEMORY_H
@@ -11,69 +11,75 @@
 #include "api.h"
 #include "context.h"
 
-/* Allocates a block, aligned for any type; to 8 bytes under AD_POLICY_MANDATORY while the
- * memory-manager switch is on.
+/* Allocates a block from the memory manager. manager.h states its alignment.
  *
  *   reserved   ignored
  *   sizeBytes  at least 1
- *   out        receives the block, or null when there is no memory; must not be null
- *   policy     placement policy, AD_POLICY_MANDATORY or AD_POLICY_FULL (manager.h)
- *   file,line  the caller's source position
+ *   out        receives the block, or null when there is no memory; unchanged if sizeBytes is 0;
+ *              must not be null
+ *   policy     placement policy, AD_POLICY_MANDATORY or AD_POLICY_FULL (manager.h). KivSdMemAlloc
+ *              uses AD_POLICY_FULL
+ *   file,line  the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0 or out is null; the allocator is not called
- *       KIV_ST_OUT_OF_MEMORY  no memory; OS error is the system's last error */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded (memusage.h). OS error is
+ *                             the system's last error, whatever set it */
 KIVSDU_API uint32_t KivSdMemAlloc(KivSdContext* ctx, uint64_t reserved, uint32_t sizeBytes,
                                   void** out, const char* file, uint32_t line);
 KIVSDU_API uint32_t KivSdMemAllocUsingPolicy(KivSdContext* ctx, uint64_t reserved,
                                              uint32_t sizeBytes, void** out, uint8_t policy,
                                              const char* file, uint32_t line);
 
-/* Frees a block of KivSdMemAlloc and its kin. What the memory manager says to it is ignored.
+/* Frees a block of KivSdMemAlloc, KivSdMemAllocUsingPolicy or KivSdMemRealloc. Ignores the memory
+ * manager's status. Frees nothing while the no-free switch is on.
  *
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t KivSdMemFree(KivSdContext* ctx, void* block, const char* file, uint32_t line);
 
-/* Resizes a block, keeping its content up to the smaller size.
+/* Resizes a block and keeps its content up to the smaller size.
  *
  *   newSizeBytes  at least 1
- *   oldBlock      null asks for a new block, as KivSdMemAlloc does
- *   out           receives the block, which may have moved; left alone on failure, when the old
- *                 block is still whole; must not be null
+ *   oldBlock      null allocates a new block, as KivSdMemAlloc does
+ *   out           receives the block, which may have moved; must not be null. On failure the old
+ *                 block is unchanged, and so is *out if oldBlock is not null
+ *   file,line     the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       newSizeBytes is 0 or out is null
- *       KIV_ST_OUT_OF_MEMORY  no memory; OS error is the system's last error */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded. OS error is the system's
+ *                             last error, whatever set it */
 KIVSDU_API uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBlock,
                                     void** out, const char* file, uint32_t line);
 
-/* Copies lengthBytes bytes; the areas may overlap. Does nothing when a pointer is null or the
- * length is 0.
+/* Copies lengthBytes bytes. The areas may overlap. Does nothing if a pointer is null or the length
+ * is 0. The context is neither read nor written.
  *
- * Always 0; the context is neither read nor written. */
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdMemCopy(KivSdContext* ctx, void* destination, const void* source,
                                  uint32_t lengthBytes);
 
-/* Fills with zero bytes; a length of 0 is a success.
+/* Fills lengthBytes bytes with zeros. A length of 0 succeeds and writes nothing.
  *
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t KivSdMemClear(KivSdContext* ctx, void* block, uint32_t lengthBytes);
 
-/* Frees a block that came from the C runtime's malloc and not from the memory manager.
+/* Frees a block of the C runtime's malloc, not of the memory manager.
  *
  * 0, or KIV_ST_ARGUMENT  block is null */
 KIVSDU_API uint32_t KivSdExtAllocMemFree(KivSdContext* ctx, void* block);
 
-/* Tells that pages can be locked in memory.
+/* Returns whether pages can be locked in memory, which is always so.
  *
  *   reserved   ignored
- *   available  receives 1; must not be null, which is not checked
+ *   available  receives 1; must not be null; not checked
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdIsMemPageLocking(KivSdContext* ctx, uint64_t reserved, uint8_t* available);
 
 /* Commits read-write pages and locks them in memory.
  *
- *   out  receives the pages; must not be null. Go by the status and never by this pointer: when
- *        the pages could not be locked they are released and it still holds their address
+ *   out  receives the pages, or null if they could not be committed; must not be null.
+ *        Compatibility: if the pages could not be locked, they are released and *out still holds
+ *        their address. Check the status, not this pointer
  *
  * 0, or KIV_ST_ARGUMENT           out is null
  *       KIV_ST_PAGE_COMMIT        not committed (a byte size of 0 included)
@@ -87,17 +93,26 @@ KIVSDU_API uint32_t KivSdPhysMemAlloc(KivSdContext* ctx, uint32_t pageCount, voi
  *       KIV_ST_PAGE_RELEASE  not released */
 KIVSDU_API uint32_t KivSdPhysMemFree(KivSdContext* ctx, void* block);
 
-/* Moves locked pages to a larger place.
+/* Moves locked pages to a larger block: allocates it, copies the old pages and releases them.
  *
- *   oldPageCount  pages that are copied, all of them, also into a smaller place: do not shrink
- *   block         in and out; must not be null. On failure it holds the old block, still whole
+ *   oldPageCount  pages to copy
+ *   newPageCount  pages of the new block. Danger: with fewer pages than oldPageCount, the copy
+ *                 writes past the new block
+ *   block         in: the old block; out: the new block. Must not be null. On failure it still
+ *                 holds the old block, unchanged
  *
- * 0, or a status of KivSdPhysMemAlloc or KivSdPhysMemFree. When the old block cannot be released
- * the new one stays committed and is lost to the caller. */
+ * 0, or KIV_ST_ARGUMENT           block or the old block is null
+ *       KIV_ST_PAGE_COMMIT        the new pages were not committed
+ *       KIV_ST_WORKING_SET_QUOTA  the new pages were not locked: quota exhausted, OS error 1453
+ *       KIV_ST_PAGE_LOCK          the new pages were not locked for any other reason
+ *       KIV_ST_PAGE_RELEASE       the old pages were not released
+ *
+ * Compatibility: if the old block is null or cannot be released, the new pages stay locked, and
+ * their address is lost. */
 KIVSDU_API uint32_t KivSdPhysMemRealloc(KivSdContext* ctx, uint32_t oldPageCount,
                                         uint32_t newPageCount, void** block);
 
-/* Locks pages in memory, and unlocks them.
+/* Lock pages in memory, and unlock them.
  *
  *   pageCount  at least 1
  *   address    of the first page; must not be null
@@ -123,35 +138,39 @@ KIVSDU_API uint32_t KivSdAlignedMemAlloc(KivSdContext* ctx, uint32_t pageCount, 
  *       KIV_ST_ALIGNED_RELEASE  not released */
 KIVSDU_API uint32_t KivSdAlignedMemFree(KivSdContext* ctx, void* block);
 
-/* Moves aligned pages to a larger place.
+/* Moves aligned pages to a larger block: commits it, copies the old pages and releases them.
  *
- *   oldPageCount  pages that are copied, all of them, also into a smaller place: do not shrink
- *   block         in and out; must not be null, which is not checked. On failure it holds the
- *                 old block, still whole, and the new one is released
+ *   oldPageCount  pages to copy
+ *   newPageCount  pages of the new block. Danger: with fewer pages than oldPageCount, the copy
+ *                 writes past the new block
+ *   block         in: the old block; out: the new block. Must not be null; not checked. On failure
+ *                 it still holds the old block, unchanged, and the new block is released
  *
- * 0, or KIV_ST_ALIGNED_COMMIT   the new pages could not be committed
+ * 0, or KIV_ST_ALIGNED_COMMIT   the new pages were not committed
  *       KIV_ST_ARGUMENT         the old block is null
- *       KIV_ST_ALIGNED_RELEASE  the old block could not be released */
+ *       KIV_ST_ALIGNED_RELEASE  the old pages were not released */
 KIVSDU_API uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount,
                                            uint32_t newPageCount, void** block);
 
 /* ---- Switches of the memory manager: process-wide, not locked, set at start-up ---- */
 
-/* The memory-manager switch: whether the manager's blocks of plain mode carry its policy headers. 0
- * when the library is loaded; any other value turns it on.
+/* Sets the memory-manager switch. While it is on, blocks of plain mode have a policy header
+ * (manager.h).
  *
- * Turn it on before the host allocates. A block from before can still be freed afterwards by a
- * thread without a cache (threadcache.h), but not be resized; a block with a header is neither
- * freed nor resized once the switch is off again, and never given to the C runtime's free. */
+ *   flag  0 turns it off, any other value turns it on; off when the library is loaded
+ *
+ * Turn it on before the host allocates. Blocks without a header must not be resized afterwards, and
+ * only threads without a cache (threadcache.h) may free them. Blocks with a header must not be
+ * freed or resized after the switch was turned off, and never be passed to the C runtime's free. */
 KIVSDU_API void KivSdSetMemoryManager(uint8_t flag);
 
 /* Stores the mapped-allocation setting, which nothing reads. */
 KIVSDU_API void KivSdSetMmapAllocCfg(uint8_t setting);
 
-/* Turns freeing off for good, if the memory-manager switch is exactly 1: adFree then frees
- * nothing, which suits a process about to end.
+/* Turns the no-free switch on, if the memory-manager switch is exactly 1. It cannot be turned off.
+ * While it is on, adFree frees nothing, which suits a process that is about to end.
  *
- * The no-free switch as it stands afterwards, 0 or 1. */
+ * Returns the no-free switch: 1 on, 0 off. */
 KIVSDU_API uint8_t KivSdSetMemDeallocOption(void);
 
 #endif

@@ -1,7 +1,7 @@
 /* Block lists, memory tags and mappings of the memory manager.
  *
- * Nothing here has an effect: blocks are neither tracked nor tagged on this platform, and there is
- * no list of them. Hosts and tools of several platforms call these all the same. Any thread. */
+ * These operations have no effect: on this platform blocks are neither tracked nor tagged. They
+ * exist for hosts and tools that run on several platforms. Any thread may call them. */
 #ifndef KIVSDU_MEMTAGS_H
 #define KIVSDU_MEMTAGS_H
 
@@ -9,9 +9,10 @@
 
 /* ---- Block lists ---- */
 
-/* A record of a block list: one block and who asked for it. Records lie back to back. */
+/* A record of a block list: one block and the source position of its request. The list is an array
+ * of records. */
 typedef struct AdAllocBlock {
-  void* memoryInfo;     /* the memory information that the block belongs to */
+  void* memoryInfo;     /* memory information of the block */
   uint32_t reserved;    /* not read */
   uint32_t sizeBytes;   /* of the block */
   const char* file;     /* source position of the request */
@@ -27,18 +28,18 @@ KIV_ASSERT_FIELD(AdAllocBlock, file, 16);
 KIV_ASSERT_FIELD(AdAllocBlock, line, 24);
 KIV_ASSERT_FIELD(AdAllocBlock, reservedEnd, 28);
 
-/* The first record of the block list, and the first memory information.
- *
- * Always null. */
+/* Return the first record of the block list, and the first memory information. Both always return
+ * null. */
 KIVSDU_API const AdAllocBlock* adMemMgrGetAllocBlkHd(void);
 KIVSDU_API const void* adMemMgrGetMemInfoHd(void);
 
-/* The record that lies behind this one, whether or not the list goes on there; null for null. */
+/* Returns the address of the next record in the array, whether or not the array has one; null for
+ * null. */
 KIVSDU_API const AdAllocBlock* adMemMgrGetAllocBlkNxt(const AdAllocBlock* block);
 
-/* What a record says: file, line, size in bytes, memory information.
+/* Return the file, the line, the size in bytes and the memory information of a record.
  *
- *   block  may be null: the file is then the text "Null Pointer", the rest 0 */
+ *   block  may be null: the file is then the text "Null Pointer", all others are 0 or null */
 KIVSDU_API const char* adMemMgrGetAllocBlkFN(const AdAllocBlock* block);
 KIVSDU_API uint32_t adMemMgrGetAllocBlkLn(const AdAllocBlock* block);
 KIVSDU_API uint32_t adMemMgrGetAllocBlkSz(const AdAllocBlock* block);
@@ -46,24 +47,24 @@ KIVSDU_API const void* adMemMgrGetAllocBlkMI(const AdAllocBlock* block);
 
 /* ---- Tags ---- */
 
-/* Whether a block has a tag, and whether the bytes around it are whole. They look at nothing and
- * are one entry.
+/* Check a block's tag, and the bytes around a block. Both names are one function, which ignores its
+ * arguments.
  *
- * Always 1. */
+ * Always returns 1. */
 KIVSDU_API int32_t adCheckMemTag(const void* block, uint64_t tag);
 KIVSDU_API int32_t adCheckMemoryMarker(const void* block, uint64_t tag);
 
-/* Give a block its information or its tag. They do nothing and are one entry with
- * KivSdBindThreadToNumaNode. */
+/* Set a block's information or its tag. Both do nothing; they are one function with
+ * KivSdBindThreadToNumaNode (numa.h). */
 KIVSDU_API void adMemInfo(const void* block, uint64_t tag);
 KIVSDU_API void adSetMemTag(const void* block, uint64_t tag);
 
 /* ---- Mappings ---- */
 
-/* Map memory, remap it, unmap it. They are one entry, take any arguments, and do nothing with
- * them: a result that is passed by its address is left as it was.
+/* Map, remap and unmap memory. All three names are one function, which ignores its arguments:
+ * nothing is mapped, and results passed by address are unchanged.
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t adMmap(void* ignored, ...);
 KIVSDU_API uint32_t adMremap(void* ignored, ...);
 KIVSDU_API uint32_t adMunmap(void* ignored, ...);

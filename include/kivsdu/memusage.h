@@ -1,9 +1,10 @@
-/* Memory in use: totals, marks and limit, regions that the host registers, statistics of blocks.
+/* Memory in use: totals, marks and limit; regions of the host; statistics of blocks.
  *
- * The memory manager counts what it takes from the system for heaps, short heaps and large blocks
- * while memory control is on. adMemThreadHeapInit turns it on when it finds a configuration file
- * without "nomemorycontrol", or finds none and is forced to go without. Sizes are bytes unless a
- * name says otherwise. Any thread may call.
+ * While memory control is on, the memory manager counts the memory that it allocates for heaps,
+ * short heaps and large blocks. adMemThreadHeapInit turns memory control on if it finds a
+ * configuration file without "nomemorycontrol", or if it is forced to run without a file. Sizes are
+ * in bytes unless a name says otherwise. No pointer may be null unless a comment allows it. Any
+ * thread may call.
  *
  * Example: examples/memory.c. */
 #ifndef KIVSDU_MEMUSAGE_H
@@ -11,91 +12,105 @@
 
 #include "api.h"
 
-/* Unit of memory that counts are given in, in bytes. */
+/* Bytes of a block in the block counts below. */
 #define AD_MEMORY_UNIT 8192u
 
-/* Size classes of the statistics: up to 160 bytes, up to 1024, then up to each power of two to
- * 2^23, and above. */
+/* Size classes of the statistics: up to 160 bytes, up to 1024 bytes, up to each power of two from
+ * 2^11 to 2^23, and above. */
 #define AD_BLOCK_CLASSES 16u
 
-/* What is in use now, and the highest since initialisation. Nothing is written when memory control
- * is off; no pointer may be null.
+/* Returns the memory in use, and its peaks since initialisation. Without memory control nothing is
+ * written.
  *
- *   usedOutsideHeaps  held for short heaps and large blocks
- *   inHeaps           held for thread heaps, spare ones included. This and the former are 0 while
- *                     there are no thread heaps
- *   aligned           registered with adMemAlignedIncCounter
- *   usedPeak          highest that was held, thread heaps included
- *   alignedPeak       highest that was registered
- *   totalPeak         highest of both together
+ *   usedOutsideHeaps  memory of short heaps and large blocks
+ *   inHeaps           memory of thread heaps, spare ones included. This and usedOutsideHeaps are 0
+ *                     in plain mode, except after adMemThreadHeapTerm
+ *   aligned           memory registered with adMemAlignedIncCounter
+ *   usedPeak          peak of the memory of thread heaps, short heaps and large blocks
+ *   alignedPeak       peak of the registered memory
+ *   totalPeak         peak of the sum of both
  *
- * 0, or 0xFFFFFFFF when memory control is off */
+ * 0, or 0xFFFFFFFF if memory control is off */
 KIVSDU_API uint32_t adMemGetUsedMemory(uint64_t* usedOutsideHeaps, uint64_t* inHeaps,
                                        uint64_t* aligned, uint64_t* usedPeak, uint64_t* alignedPeak,
                                        uint64_t* totalPeak);
 
-/* The same three heights since they were last set back, and setting them back to what is in use
- * now. Pointers and statuses as above. */
+/* Return the marks: the three peaks since the last reset. Reset the marks to the memory in use.
+ *
+ *   usedMark, alignedMark, totalMark  as the peaks above; unchanged without memory control
+ *
+ * 0, or 0xFFFFFFFF if memory control is off */
 KIVSDU_API uint32_t adMemGetMaxUsedMarkMemory(uint64_t* usedMark, uint64_t* alignedMark,
                                               uint64_t* totalMark);
 KIVSDU_API uint32_t adMemResetMaxUsedMarkMemory(void);
 
-/* How many blocks were allocated and freed, by size class. A reallocation counts as a free and an
- * allocation, and its old size twice when the block moves; an arena of a short heap that an owner
- * gives back to the system counts twice as well; a request of 0 bytes counts as a free.
+/* Return the numbers of allocated and freed blocks by size class; reset the numbers since the last
+ * reset to 0.
  *
- *   selector          1: since initialisation; any other: since adMemResetUsedMarkMemoryBlocks
- *   allocated, freed  AD_BLOCK_CLASSES counts each; they wrap at 2^32. Must not be null
+ *   selector          1: since initialisation; any other value: since the last reset
+ *   allocated, freed  receive AD_BLOCK_CLASSES counts each, modulo 2^32
  *
- * Statistics are of thread-heap mode. Where the initialisation leaves plain mode there are none,
- * whatever the configuration says; after adMemThreadHeapTerm the counts stay as they are.
+ * A reallocation counts a free of the old size and an allocation of the new size.
+ * Compatibility: a block that moves counts the free twice, and so does the arena of a short heap
+ * that is released when its owner ends. A request of 0 bytes counts as a free.
  *
- * 0, or 0xFFFFFFFF when there are no statistics: the configuration does not say
- * "memoryblockscontrol", or no thread heaps were made */
+ * Only thread-heap mode counts blocks. After adMemThreadHeapTerm the counts stay as they are.
+ *
+ * 0, or 0xFFFFFFFF if the configuration does not have "memoryblockscontrol", or no thread heaps
+ * were set up */
 KIVSDU_API uint32_t adMemGetUsedMemoryBlocks(uint32_t selector, uint64_t* allocated,
                                              uint64_t* freed);
 KIVSDU_API uint32_t adMemResetUsedMarkMemoryBlocks(void);
 
-/* The configuration that holds.
+/* Returns the settings in use.
  *
- *   settings  seven words: limit (0: none), slots of thread heaps, initial heap budget, bytes of a
- *             thread heap, bytes of a short heap (0: no short heaps), largest request that heaps
- *             serve, memory control (1 or 0). The second to fifth are 0 when the sixth is
+ *   settings  receives seven words:
+ *             0  memory limit; 0 for none
+ *             1  slots of thread heaps; 2^64 - 1 after adMemThreadHeapTerm
+ *             2  initial heap budget: thread heaps that may exist in total
+ *             3  bytes of a thread heap
+ *             4  bytes of a short heap; 0 without short heaps
+ *             5  largest request that a heap serves. If it is 0, words 1 to 4 are 0
+ *             6  memory control: 1 on, 0 off
  *
- * Memory control. */
+ * Always returns word 6. */
 KIVSDU_API uint32_t adMemGetMemorySettings(uint64_t* settings);
 
-/* Adds a region that the host took elsewhere to the totals, and takes it out again. An address may
- * be registered several times; the last registration is taken out first, and what was never
- * registered is ignored. Does nothing while memory control is off.
+/* Register memory that the host allocated elsewhere, a region, so that the totals include it, and
+ * remove it again. An address may be registered several times; the last registration is removed
+ * first. Removing an unknown address does nothing. Without memory control neither does anything.
  *
- *   address     of the region; a key, never read. A null address is counted and never taken out
- *   blockCount  size in units of AD_MEMORY_UNIT; the bytes are computed in 32 bits, with a sign
+ *   address     of the region; a key, never dereferenced. A null address is counted, but cannot be
+ *               removed
+ *   blockCount  size in blocks of AD_MEMORY_UNIT bytes. The bytes are a signed number of 32 bits:
+ *               262144 blocks or more count as negative or wrap
  *
- * However many threads register and allocate, together they stay within the limit, and a request
- * that is refused makes no other fail. A record is a block of 24 bytes from a heap: only where it
- * needs a large block or a new heap may these pass the limit, by what they take. A region that
- * brings the total above 90% of the limit warns the host at once, in plain mode too, unless a
- * warning is pending already. Once the no-free switch is on (memory.h) the record of a region that
- * is taken out stays allocated.
+ * Registering and allocating threads together stay within the limit, and a refused request never
+ * makes another request fail. The record of a region is a block of 24 bytes. If it needs a large
+ * block or a new heap, these may exceed the limit by their own size.
  *
- * 0, or KIV_ST_ALIGNED_COMMIT  the region would pass the memory limit, of which the host is told by
- *                              a message (manager.h), or there is no memory for its record */
+ * A region that raises the total above 90% of the limit sends the warning at once, also in plain
+ * mode, unless a warning is pending. While the no-free switch is on (memory.h), the record of a
+ * removed region stays allocated.
+ *
+ * 0, or KIV_ST_ALIGNED_COMMIT  the region would exceed the limit; a message is sent (manager.h). Or
+ *                              there is no memory for its record */
 KIVSDU_API uint32_t adMemAlignedIncCounter(const void* address, uint32_t blockCount);
 KIVSDU_API void adMemAlignedDecCounter(const void* address);
 
-/* Tells the host by a message that memory it took elsewhere was refused. Does nothing while memory
- * control is off.
+/* Sends the message that a request failed (manager.h), for memory that the host allocates
+ * elsewhere. Does nothing without memory control.
  *
- *   blockCount  what was asked for, in units of AD_MEMORY_UNIT */
+ *   blockCount  requested size in blocks of AD_MEMORY_UNIT bytes */
 KIVSDU_API void adMemSendErrorMessage(uint32_t blockCount);
 
-/* Tells the host, if the limit of the configuration was below 10 MiB and therefore rejected, so:
- * KIV_ST_MSG_LIMIT_TOO_LOW with the rejected limit and the least one in KiB.
+/* Sends KIV_ST_MSG_LIMIT_TOO_LOW (manager.h) if the configured limit was below 10 MiB and therefore
+ * rejected.
  *
- *   context  as of adMemSetThreadContext, for this message; must not be null
+ *   context  for this message; a record as for adMemSetThreadContext; must not be null
  *
- * 0 when the limit was not rejected, else what the message function returned. */
+ * Returns 0 if the limit was not rejected or there is no message function, else the result of the
+ * message function. */
 KIVSDU_API uint32_t adMemCheckMemoryMinStatus(const void* context);
 
 #endif

@@ -1,9 +1,9 @@
-/* Dynamic modules: loading, entry points, names, and what went wrong in words.
+/* Dynamic modules: loading, entry points, names, and error texts.
  *
- * In failover mode all but KivSdModuleUnload and KivSdModuleGetErrorMessage first call the lease
- * guard (settings.h), before they look at their arguments. A context may always be null. Loading
- * and messages share two buffers of the process that no lock guards: use them from one thread at
- * a time.
+ * In failover mode every operation, except KivSdModuleUnload and KivSdModuleGetErrorMessage, calls
+ * the lease guard (settings.h) before it checks its arguments. A context may always be null.
+ * Loading and error texts share two buffers of the process that no lock guards: use them from one
+ * thread at a time. The other operations are for any thread.
  *
  * Example: examples/hello.c. */
 #ifndef KIVSDU_MODULE_H
@@ -12,11 +12,12 @@
 #include "api.h"
 #include "context.h"
 
-/* Loads a module. Never shows a box on the screen.
+/* Loads a module. Never shows an error box: while it runs, error boxes are off in the whole
+ * process.
  *
  *   path     must not be null; its first 1028 characters are kept for KivSdModuleGetErrorMessage
  *   module   receives the handle, null on failure; must not be null
- *   altered  non-zero searches the modules that this one needs in its own folder first
+ *   altered  not 0 to search the module's own folder first for the modules that it needs
  *
  * 0, or KIV_ST_ARGUMENT     path or module is null
  *       KIV_ST_MODULE_LOAD  not loaded */
@@ -25,43 +26,40 @@ KIVSDU_API uint32_t KivSdModuleLoad(KivSdContext* ctx, const char* path, KivHand
 
 /* Unloads a module.
  *
- * 0, or KIV_ST_MODULE_UNLOAD */
+ * 0, or KIV_ST_MODULE_UNLOAD  not unloaded */
 KIVSDU_API uint32_t KivSdModuleUnload(KivSdContext* ctx, KivHandle module);
 
 /* Finds an entry point.
  *
  *   name     must not be null
- *   address  receives it, null on failure; must not be null
+ *   address  receives the address, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT          name or address is null
- *       KIV_ST_MODULE_PROCEDURE  the module has no such entry */
+ *       KIV_ST_MODULE_PROCEDURE  the module has no such entry point */
 KIVSDU_API uint32_t KivSdModuleProcAddrGet(KivSdContext* ctx, KivHandle module, const char* name,
                                            void** address);
 
-/* A module's path in upper case.
+/* Returns a module's path in upper case. Always returns 0.
  *
  *   module  null for the main program
- *   length  size of name in bytes; at 0, or when name is null, nothing is done. A longer path is
- *           cut; an unknown module gives the empty text
- *
- * Always 0. */
+ *   length  size of name in bytes; if 0, nothing is written
+ *   name    receives the path, truncated if it is too long, empty for an unknown module; if null,
+ *           nothing is written */
 KIVSDU_API uint32_t KivSdModuleNameGet(KivSdContext* ctx, KivHandle module, uint32_t length,
                                        char* name);
 
-/* The main program's handle.
+/* Returns the main program's handle. Always returns 0.
  *
- *   module  receives it; may be null
- *
- * Always 0. */
+ *   module  receives the handle; may be null */
 KIVSDU_API uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module);
 
-/* The system's text for an OS error. Texts that tell of a bad module name the one that was loaded
- * last.
+/* Returns the system's text for an OS error. Texts about a bad module name the module that was
+ * loaded last.
  *
- *   ctx  the error is its OS error; null for the thread's last error
+ *   ctx  the error is the OS error of this context; if null, the calling thread's last error
  *
- * Never null: "No errors" for 0, "Unknown error" where there is no text. The system's texts end
- * with a line break. Valid until the next call from any thread. */
+ * Never null: "No errors" for 0, "Unknown error" if there is no text. A text of the system ends
+ * with a line break. It is valid until the next call from any thread. */
 KIVSDU_API const char* KivSdModuleGetErrorMessage(const KivSdContext* ctx);
 
 #endif

@@ -1,8 +1,7 @@
-/* Mutexes of the kernel, which processes share by name, and critical sections, which are faster
- * and stay inside a process. The thread that holds one may take it again and gives it back as
- * often.
+/* Mutexes of the kernel, which processes share by name, and critical sections, which are faster and
+ * stay inside a process. The owner of either may take it again, and must release it as often.
  *
- * Any thread; the library holds no lock while a request waits. A context may always be null. */
+ * A context may always be null. Any thread; the library holds no lock during a wait. */
 #ifndef KIVSDU_MUTEX_H
 #define KIVSDU_MUTEX_H
 
@@ -11,58 +10,62 @@
 
 /* ---- Mutexes ---- */
 
-/* Makes a mutex that nobody holds, or opens the one that has the name already.
+/* Creates a mutex without an owner. If one of this name exists, opens it.
  *
  *   name   for other processes; null for a mutex of this process alone
  *   mutex  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT      mutex is null
- *       KIV_ST_MUTEX_CREATE  not made */
+ *       KIV_ST_MUTEX_CREATE  not created */
 KIVSDU_API uint32_t KivSdMutexCreate(KivSdContext* ctx, const char* name, KivHandle* mutex);
 
-/* Opens a mutex by name, for every access; child processes inherit the handle.
+/* Opens a mutex by name, with all access rights. Child processes inherit the handle.
  *
+ *   name   must not be null
  *   mutex  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT    name or mutex is null
  *       KIV_ST_MUTEX_OPEN  not opened */
 KIVSDU_API uint32_t KivSdMutexOpen(KivSdContext* ctx, const char* name, KivHandle* mutex);
 
-/* Closes a handle and sets the variable to null, also when the close fails.
+/* Closes a handle and sets the variable to null. Compatibility: the variable is null even if the
+ * close failed; hosts close once and never retry.
  *
  * 0, or KIV_ST_ARGUMENT     mutex is null
  *       KIV_ST_MUTEX_CLOSE  not closed */
 KIVSDU_API uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex);
 
-/* Takes the mutex.
+/* Takes the mutex. Waits while another thread owns it.
  *
- *   timeoutMs  milliseconds; 0 only tries, 0xFFFFFFFF waits for ever
+ *   timeoutMs  milliseconds; 0 does not wait, 0xFFFFFFFF waits without a limit
  *
  * 0, or KIV_ST_ARGUMENT       mutex is null
- *       KIV_ST_MUTEX_TIMEOUT  another thread held it; OS error 258
- *       KIV_ST_MUTEX_REQUEST  anything else. That includes a mutex whose holder ended without
- *                             giving it back: the caller holds it then and must give it back */
+ *       KIV_ST_MUTEX_TIMEOUT  another thread still owns it; OS error 258
+ *       KIV_ST_MUTEX_REQUEST  any other result. If the last owner ended without releasing the
+ *                             mutex, the caller owns it in spite of this status, and must release
+ *                             it */
 KIVSDU_API uint32_t KivSdMutexRequest(KivSdContext* ctx, KivHandle* mutex, uint32_t timeoutMs);
 
-/* Gives the mutex back.
+/* Releases the mutex.
  *
  * 0, or KIV_ST_ARGUMENT     mutex is null
- *       KIV_ST_MUTEX_CLEAR  not given back: the calling thread does not hold it */
+ *       KIV_ST_MUTEX_CLEAR  not released, for example because the calling thread does not own it */
 KIVSDU_API uint32_t KivSdMutexClear(KivSdContext* ctx, KivHandle* mutex);
 
 /* ---- Critical sections ---- */
 
-/* The caller's storage of a critical section: a CRITICAL_SECTION on Windows. */
+/* A critical section, in the caller's storage: a CRITICAL_SECTION on Windows. */
 typedef struct KivSdCritSec {
   uint64_t opaque[5];
 } KivSdCritSec;
 
 KIV_ASSERT_SIZE(KivSdCritSec, 40);
 
-/* Prepare, end, take and give back a critical section. Entering waits for ever; leaving one that
- * the thread does not hold is undefined.
+/* Initialise, delete, enter and leave a critical section. Entering waits without a limit. Leaving a
+ * critical section that the thread does not own is undefined.
  *
- * 0, or KIV_ST_ARGUMENT  section is null */
+ * 0, or KIV_ST_ARGUMENT  section is null
+ * Initialise and delete while no other thread uses it. */
 KIVSDU_API uint32_t KivSdCritSecInit(KivSdContext* ctx, KivSdCritSec* section);
 KIVSDU_API uint32_t KivSdCritSecDelete(KivSdContext* ctx, KivSdCritSec* section);
 KIVSDU_API uint32_t KivSdCritSecEnter(KivSdContext* ctx, KivSdCritSec* section);

@@ -1,7 +1,7 @@
-/* NUMA resources: which memory nodes the machine has, and binding a thread to one.
+/* NUMA resources: the machine's memory nodes, and binding a thread to one.
  *
- * Node discovery is switched off on this platform, so every query answers as on a machine
- * without nodes, and binding does nothing. Any thread, after KivSdInitNumaResources.
+ * Node discovery is off on this platform: every query answers as on a machine without nodes, and
+ * binding does nothing. Any thread, after KivSdInitNumaResources.
  *
  * Example: examples/hello.c. */
 #ifndef KIVSDU_NUMA_H
@@ -9,28 +9,31 @@
 
 #include "api.h"
 
-/* What KivSdGetNumaNodeId and KivSdGetNumaNodeIdFromIndex answer when there is no node. */
+/* The result of KivSdGetNumaNodeId and KivSdGetNumaNodeIdFromIndex if there is no node. */
 #define KIV_NUMA_NO_NODE 0xFFFFFFFFu
 
-/* Reads the environment variable "AD_TURN_OFF_NUMA", whose value makes no difference, and leaves
- * the process with no node. At start-up. */
+/* Leaves the process without nodes. Reads the environment variable "AD_TURN_OFF_NUMA" and ignores
+ * its value. Call it at start-up. */
 KIVSDU_API void KivSdInitNumaResources(void);
 
-/* The number of nodes: 0. */
+/* Returns the number of nodes, which is 0. */
 KIVSDU_API uint32_t KivSdGetNumNumaNodes(void);
 
-/* The position of a node in the node table: index modulo the count, with the sign of index; 0
- * when there is no node. */
+/* Returns a position in the node table: index modulo the node count, with the sign of index.
+ * Returns 0 if there is no node. */
 KIVSDU_API int32_t KivSdGetNumaNodeIdIndex(int32_t index);
 
-/* The node at index modulo the count; KIV_NUMA_NO_NODE when there is none. With nodes, a
- * negative index that is no multiple of the count lies outside the table. */
+/* Returns the node at index modulo the node count, or KIV_NUMA_NO_NODE if there is no node. On a
+ * machine with nodes, a negative index that is not a multiple of the count would be outside the
+ * table. */
 KIVSDU_API uint32_t KivSdGetNumaNodeId(int32_t index);
 
-/* The node at index, which must be below the count; KIV_NUMA_NO_NODE when there is none. */
+/* Returns the node at index, or KIV_NUMA_NO_NODE if there is no node.
+ *
+ *   index  below the node count; not checked */
 KIVSDU_API uint32_t KivSdGetNumaNodeIdFromIndex(int32_t index);
 
-/* Does nothing; one entry with adMemInfo and adSetMemTag. */
+/* Does nothing. adMemInfo and adSetMemTag export the same function. */
 KIVSDU_API void KivSdBindThreadToNumaNode(int32_t index);
 
 #endif

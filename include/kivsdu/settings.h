@@ -1,7 +1,7 @@
 /* Process-wide settings and hooks.
  *
- * The host installs these once, before its own threads use the library. None is locked, none
- * takes a context, and none returns a status.
+ * The host installs these once, before its own threads use the library. None is locked, none takes
+ * a context, and none returns a status.
  *
  * Example: examples/hello.c. */
 #ifndef KIVSDU_SETTINGS_H
@@ -9,40 +9,41 @@
 
 #include "api.h"
 
-/* The host's lease guard. Runs on the calling thread before the operations that check it. */
+/* The host's lease guard. In failover mode it runs on the calling thread, at the start of every
+ * operation that checks the mode. */
 typedef void (*KivSdLeaseGuardFunction)(void);
 
-/* A hook of the host: four values that the library forwards and does not look at. */
+/* A hook of the host. The library forwards its four arguments without reading them. */
 typedef void (*KivSdHookFunction)(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth);
 
-/* Failover mode: while it is non-zero, files, directories, direct I/O, pipes, shared blocks,
- * modules and system information first call the lease guard, before they look at their
- * arguments. 0 when the library is loaded; any value is stored as it is given. Any thread. */
+/* Failover mode. While the flag is not 0, operations on files, directories, direct I/O, pipes,
+ * shared blocks, modules and system information call the lease guard before they check their
+ * arguments. The header of each family names its exceptions. The flag is 0 when the library is
+ * loaded.
+ *
+ *   flag  any value; stored unchanged
+ *
+ * KivSdIsFailoverMode returns the flag. Set it at start-up; read it from any thread. */
 KIVSDU_API uint8_t KivSdIsFailoverMode(void);
 KIVSDU_API void KivSdSetFailoverModeFlag(uint8_t flag);
 
-/* Calls the lease guard; does nothing while there is none. Any thread. */
+/* Calls the lease guard. Does nothing if there is none. Any thread. */
 KIVSDU_API void KivSdGetLeaseGuard(void);
 
-/* Installs the lease guard.
+/* Installs the lease guard. Call it at start-up.
  *
- *   guard  stored as given; null removes the guard
- *
- * At start-up. */
+ *   guard  stored unchanged; null removes the guard */
 KIVSDU_API void KivSdSetLeaseGuardAccessFunction(KivSdLeaseGuardFunction guard);
 
-/* Hooks for thread attach, thread detach and statistics.
+/* Install the hooks for thread attach, thread detach and statistics. Call these at start-up.
  *
- *   hook  a null hook is ignored; any other replaces the one before. Once a hook is set it can
- *         be replaced and never taken away
- *
- * At start-up. */
+ *   hook  replaces the earlier hook; null is ignored. A hook can be replaced but not removed */
 KIVSDU_API void KivSdSetUkrThreadAttachFunction(KivSdHookFunction hook);
 KIVSDU_API void KivSdSetUkrThreadDetachFunction(KivSdHookFunction hook);
 KIVSDU_API void KivSdSetHMStatisticsFunction(KivSdHookFunction hook);
 
-/* Forward four values to the hook on the calling thread; do nothing while it is not set.
- * Any thread. */
+/* Forward four values to the hook, on the calling thread. Do nothing if there is no hook. Any
+ * thread. */
 KIVSDU_API void KivSdUkrThreadAttach(uint64_t first, uint64_t second, uint64_t third,
                                      uint64_t fourth);
 KIVSDU_API void KivSdUkrThreadDetach(uint64_t first, uint64_t second, uint64_t third,
@@ -50,23 +51,23 @@ KIVSDU_API void KivSdUkrThreadDetach(uint64_t first, uint64_t second, uint64_t t
 KIVSDU_API void KivSdUpdateHMStatistics(uint64_t first, uint64_t second, uint64_t third,
                                         uint64_t fourth);
 
-/* Stores the file-locking mode, 1 when the library is loaded. No operation reads it: locking a
- * file is an operation that does nothing here (context.h). At start-up. */
+/* Stores the file-locking mode, which is 1 when the library is loaded. No operation reads it:
+ * KivSdFileLock does nothing on this platform (context.h). Call it at start-up. */
 KIVSDU_API void KivSdSetFileLockingMode(uint32_t mode);
 
-/* The application's folder name, "APP" until one is set.
+/* Set and return the application's folder name. It is "APP" until one is set.
  *
- *   name  not copied: the text must outlive its use
+ *   name  not copied: the text must stay valid while the library is loaded
  *
  * Set it at start-up; read it from any thread. */
 KIVSDU_API void KivSdSetAppFolderName(const char* name);
 KIVSDU_API const char* KivSdAppFolderName(void);
 
-/* Tells whether a pipe handle variable holds a handle.
+/* Returns whether a pipe handle variable holds a handle.
  *
  *   pipe  the variable; may be null
  *
- * 1 when it holds a handle, 0 when it holds null or pipe is null. Any thread. */
+ * Returns 1 if it holds a handle; 0 if it holds null or pipe is null. Any thread. */
 KIVSDU_API int32_t KivSdNamedPipeIsInitialized(const KivHandle* pipe);
 
 #endif

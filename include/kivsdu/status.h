@@ -1,11 +1,11 @@
-/* The whole vocabulary of statuses.
+/* All statuses of the library.
  *
  * A status is a 32-bit unsigned number. 0 is success; a failure is 1130000 + 100 * area + detail.
- * Every operation that takes a context record stores its status there beside the operating
- * system's own error number; see context.h for what that number is.
+ * Every operation that takes a context stores its status and the OS error there; context.h explains
+ * the OS error.
  *
- * A meaning that says "could not" means that the call to the operating system or the runtime
- * failed and that its error number says why. */
+ * "Could not" means that a call to the operating system or the C runtime failed; the OS error is
+ * the reason. */
 #ifndef KIVSDU_STATUS_H
 #define KIVSDU_STATUS_H
 
@@ -17,8 +17,8 @@
 /* The operation is not supported on this platform. */
 #define KIV_ST_NOT_SUPPORTED 1130000u
 
-/* A required pointer is null, a size or count is zero, an index is out of range, or a name is
- * missing. */
+/* An argument is invalid: a required pointer is null, a size or count is 0, an index is out of
+ * range, or a name is missing. */
 #define KIV_ST_ARGUMENT 1130001u
 
 /* The login user's name could not be obtained. */
@@ -26,7 +26,7 @@
 
 /* ---- Memory ---- */
 
-/* An allocation yielded no block. */
+/* An allocation failed. */
 #define KIV_ST_OUT_OF_MEMORY 1130203u
 
 /* Locked pages could not be committed. */
@@ -79,7 +79,7 @@
 /* The process could not be ended. */
 #define KIV_ST_PROCESS_DELETE 1130309u
 
-/* The process no longer runs, or its liveness could not be checked. */
+/* The process has ended, or the test failed. */
 #define KIV_ST_PROCESS_ALIVE 1130311u
 
 /* The process's priority could not be read. */
@@ -120,7 +120,7 @@
 /* The mutex request timed out. */
 #define KIV_ST_MUTEX_TIMEOUT 1130409u
 
-/* The mutex request failed; a reader asked a reader-writer lock for writing. */
+/* The mutex request failed, or a reader requested a reader-writer lock for writing. */
 #define KIV_ST_MUTEX_REQUEST 1130410u
 
 /* The mutex, or the reader-writer lock, could not be released. */
@@ -132,7 +132,7 @@
 /* The event could not be closed. */
 #define KIV_ST_EVENT_CLOSE 1130414u
 
-/* The gate event could not be set, or the standard event not reset. */
+/* The gate event could not be set, or the standard event could not be reset. */
 #define KIV_ST_EVENT_SET 1130415u
 
 /* The event wait timed out. */
@@ -141,13 +141,13 @@
 /* The event wait, or the direct I/O wait, failed. */
 #define KIV_ST_EVENT_WAIT 1130417u
 
-/* The gate event could not be cleared, or the standard event not set. */
+/* The gate event could not be cleared, or the standard event could not be set. */
 #define KIV_ST_EVENT_CLEAR 1130418u
 
 /* The completion event of direct I/O could not be reset. */
 #define KIV_ST_COMPLETION_RESET 1130422u
 
-/* Releasing the semaphore passed its maximum count. */
+/* Releasing the semaphore would exceed its maximum count. */
 #define KIV_ST_SEM_OVERFLOW 1130423u
 
 /* ---- Shared memory and pipes ---- */
@@ -164,7 +164,7 @@
 /* The named pipe could not be opened. */
 #define KIV_ST_PIPE_OPEN 1130503u
 
-/* The named pipe's connect did not end in the already-connected case. */
+/* The named pipe was not connected, or was connected during the call (OS error 0). */
 #define KIV_ST_PIPE_CONNECT 1130504u
 
 /* The named pipe could not be disconnected. */
@@ -182,7 +182,7 @@
 /* The pipe could not be closed. */
 #define KIV_ST_PIPE_CLOSE 1130509u
 
-/* The read found the pipe closed (OS error 232); the count read is 0. */
+/* The pipe is being closed (OS error 232); the read returned no bytes. */
 #define KIV_ST_PIPE_CLOSED 1130510u
 
 /* The pipe could not be read for any other reason. */
@@ -241,7 +241,7 @@
 /* The file position could not be read. */
 #define KIV_ST_FILE_TELL 1130616u
 
-/* The file length could not be read, or the canonical path not made. */
+/* The file length could not be read, or the canonical path does not fit. */
 #define KIV_ST_FILE_LENGTH 1130617u
 
 /* The end of the file was reached. */
@@ -274,10 +274,10 @@
 /* The direct I/O file pointer could not be read. */
 #define KIV_ST_DIRECT_POINTER_GET 1130635u
 
-/* The direct I/O write is pending (OS error 997), the normal result of a no-wait write. */
+/* The direct I/O write is in progress (OS error 997), the usual result of a no-wait write. */
 #define KIV_ST_DIRECT_WRITE_PENDING 1130637u
 
-/* The direct I/O read is pending (OS error 997), the normal result of a no-wait read. */
+/* The direct I/O read is in progress (OS error 997), the usual result of a no-wait read. */
 #define KIV_ST_DIRECT_READ_PENDING 1130638u
 
 /* The direct I/O wait was abandoned. */
@@ -289,10 +289,11 @@
 /* The working directory could not be changed because it does not exist (errno 2). */
 #define KIV_ST_DIR_MISSING 1130644u
 
-/* The file is held by someone else (OS error 32). */
+/* Sharing violation: the file is open elsewhere (OS error 32). */
 #define KIV_ST_FILE_SHARING 1130646u
 
-/* No more files: accepted as the normal end of a search, returned by nothing here. */
+/* No more files. KivSdFileFind accepts this status as the end of a search; no operation returns
+ * it. */
 #define KIV_ST_FIND_NO_MORE 1130647u
 
 /* Write I/O could not be paused. */
@@ -371,17 +372,17 @@
 /* The segment's name has 260 characters or more, or its kind is neither 0 nor 1. */
 #define KIV_ST_SEGMENT_NAME 1131100u
 
-/* The chunk given back was not taken. */
+/* The chunk that was returned had not been taken. */
 #define KIV_ST_CHUNK_NOT_TAKEN 1131101u
 
 /* ---- Per-thread storage ---- */
 
-/* The per-thread slot could not be allocated, or its value not set. */
+/* The per-thread slot could not be allocated, or its value could not be set. */
 #define KIV_ST_THREAD_SLOT 1131200u
 
 /* ---- Segment messages ---- */
 
-/* The code was not found in the chunk. */
+/* The code could not be read: the chunk is blocked for reading. */
 #define KIV_ST_CHUNK_CODE 1131917u
 
 #endif

@@ -1,12 +1,12 @@
 /* System and resource information.
  *
- * Every record belongs to the caller and is zeroed before it is filled. Sizes of memory and disk
- * are in KiB (1024 bytes), clamped to 0xFFFFFFFF; working sets are in units of 8192 bytes.
+ * The caller owns every record; it is zeroed before it is filled. Sizes of memory and disk are in
+ * KiB (1024 bytes), at most 0xFFFFFFFF. Working sets are in units of 8192 bytes.
  *
- * In failover mode every operation here but KivSdGetSessionLoginUsername first calls the lease
- * guard (settings.h), before it looks at its arguments; one that is built of others calls it
- * more than once. Any thread. A context may always be null. Where a null pointer is called a
- * programming error, it ends the process through the C runtime's assertion. */
+ * In failover mode every operation, except KivSdGetSessionLoginUsername, calls the lease guard
+ * (settings.h) before it checks its arguments; an operation that calls others calls it more than
+ * once. A context may always be null. Any thread. Where a null pointer is called a programming
+ * error, it ends the process through the C runtime's assertion. */
 #ifndef KIVSDU_SYSTEM_H
 #define KIVSDU_SYSTEM_H
 
@@ -32,8 +32,8 @@ KIV_ASSERT_FIELD(KivSdProcessorInfo, count, 0);
 KIV_ASSERT_FIELD(KivSdProcessorInfo, kind, 4);
 KIV_ASSERT_FIELD(KivSdProcessorInfo, name, 8);
 
-/* The kinds that this platform reports. The numbering, 0 to KIV_PROCESSOR_KINDS - 1, is shared
- * with platforms that report others. */
+/* The processor kinds that this platform reports. The numbers 0 to KIV_PROCESSOR_KINDS - 1 are
+ * shared with platforms that report other kinds. */
 #define KIV_PROCESSOR_UNKNOWN 0u
 #define KIV_PROCESSOR_80386 3u
 #define KIV_PROCESSOR_80486 4u
@@ -54,7 +54,7 @@ KIV_ASSERT_FIELD(KivSdOSInfo, version, 61);
 
 typedef struct KivSdPhysMemInfo {
   uint32_t totalKiB;
-  uint32_t usedKiB; /* total minus available, both clamped */
+  uint32_t usedKiB; /* total minus available, after both were limited to 0xFFFFFFFF */
   uint32_t availableKiB;
 } KivSdPhysMemInfo;
 
@@ -71,7 +71,7 @@ KIV_ASSERT_FIELD(KivSdPhysMemInfo, availableKiB, 8);
 
 typedef struct KivSdSwapInfo {
   uint32_t flags;
-  char pagingFiles[KIV_SYSTEM_PATH_MAX]; /* the setting's first string */
+  char pagingFiles[KIV_SYSTEM_PATH_MAX]; /* first string of the setting */
   uint32_t totalKiB;
   uint32_t usedKiB; /* total minus free */
   uint32_t freeKiB;
@@ -125,11 +125,11 @@ KIV_ASSERT_FIELD(KivSdDriveInfo, totalKiB, 2196);
 KIV_ASSERT_FIELD(KivSdDriveInfo, usedKiB, 2200);
 KIV_ASSERT_FIELD(KivSdDriveInfo, freeKiB, 2204);
 
-/* Everything above in one. As many drive records as there are drives lie one behind the other
- * from `drive` on, in ascending order: KivSdOSResourcesSizeGet says how many bytes that takes. */
+/* All records above in one. The drive records follow one another from `drive` on, in ascending
+ * order. KivSdOSResourcesSizeGet returns the size of the whole record. */
 typedef struct KivSdOSResources {
   KivSdOSInfo os;
-  KivSdLocalTime localTime; /* of the moment of the call */
+  KivSdLocalTime localTime; /* at the time of the call */
   uint32_t elapsedSeconds;  /* since the system started */
   KivSdProcessorInfo processor;
   KivSdPhysMemInfo memory;
@@ -150,119 +150,130 @@ KIV_ASSERT_FIELD(KivSdOSResources, drive, 1292);
 
 /* ---- The whole machine ---- */
 
-/* The bytes that KivSdOSResourcesGet needs: 3500 for up to one drive and 2208 for each further.
+/* Returns the size of the record of KivSdOSResourcesGet: 3500 bytes for up to one drive, and 2208
+ * more for each further drive.
  *
- *   sizeBytes  null is a programming error; left alone on failure
+ *   sizeBytes  receives the size; unchanged on failure; null is a programming error
  *
- * 0, or KIV_ST_DRIVES */
+ * 0, or KIV_ST_DRIVES  the drives could not be listed */
 KIVSDU_API uint32_t KivSdOSResourcesSizeGet(KivSdContext* ctx, uint64_t* sizeBytes);
 
-/* Fills one large record with all there is to know.
+/* Fills one large record with all information.
  *
- *   sizeBytes  of the buffer behind resources; nothing is written past it
- *   resources  null is a programming error
+ *   sizeBytes  size of the buffer; nothing is written past it
+ *   resources  the buffer; null is a programming error
  *
- * 0, or KIV_ST_OS_RESOURCES  the buffer is too small; it is zeroed but for the drives field, as
- *                            far as that lies inside it
- *       KIV_ST_DRIVES, KIV_ST_DRIVE_INFO, KIV_ST_LOCAL_TIME  the first part that failed; what
- *                            was filled before stays */
+ * 0, or KIV_ST_OS_RESOURCES  the buffer is too small. It is zeroed except for its drives field, as
+ *                            far as the buffer extends
+ *       KIV_ST_DRIVES        the drives could not be listed
+ *       KIV_ST_LOCAL_TIME    the local time was not obtained; earlier parts are filled
+ *       KIV_ST_DRIVE_INFO    a drive has no root directory; earlier parts are filled */
 KIVSDU_API uint32_t KivSdOSResourcesGet(KivSdContext* ctx, uint32_t sizeBytes,
                                         KivSdOSResources* resources);
 
 /* ---- Processor and system ---- */
 
-/* Processor count, kind and name. info: null is a programming error. Always 0. */
+/* Returns the processors' count, kind and name. Always returns 0.
+ *
+ *   info  receives them; null is a programming error */
 KIVSDU_API uint32_t KivSdCPUInfoGet(KivSdContext* ctx, KivSdProcessorInfo* info);
 
-/* The number of processors, at least 1. */
+/* Returns the number of processors, at least 1. */
 KIVSDU_API uint32_t KivSdCPUCountGet(void);
 
-/* Name and version of the operating system. info: null is a programming error. Always 0. */
+/* Returns name and version of the operating system. Always returns 0.
+ *
+ *   info  receives them; null is a programming error */
 KIVSDU_API uint32_t KivSdOSInfoGet(KivSdContext* ctx, KivSdOSInfo* info);
 
 /* ---- Memory ---- */
 
-/* Physical memory. info: null is a programming error. Always 0. */
+/* Returns the sizes of physical memory. Always returns 0.
+ *
+ *   info  receives them; null is a programming error */
 KIVSDU_API uint32_t KivSdPhysMemInfoGet(KivSdContext* ctx, KivSdPhysMemInfo* info);
 
-/* Paging space and the machine's paging-file setting. info: null is a programming error. Always
- * 0: trouble is told in info->flags. */
+/* Returns the sizes of paging space and the machine's paging-file setting. Always returns 0;
+ * info->flags reports failures.
+ *
+ *   info  receives them; null is a programming error */
 KIVSDU_API uint32_t KivSdSwapInfoGet(KivSdContext* ctx, KivSdSwapInfo* info);
 
-/* Free paging space and available physical memory together.
+/* Returns the sum of free paging space and available physical memory.
  *
- *   sizeKiB  null is a programming error; left alone on failure
+ *   sizeKiB  receives the sum in KiB; unchanged on failure; null is a programming error
  *
  * 0, or KIV_ST_AVAIL_VIRT_MEM  the memory status could not be read */
 KIVSDU_API uint32_t KivSdAvailVirtMemGet(KivSdContext* ctx, uint64_t* sizeKiB);
 
 /* ---- Drives ---- */
 
-/* The drives present and the current one.
+/* Returns the present drives and the current drive.
  *
- *   drives  null is a programming error
+ *   drives  receives them; null is a programming error
  *
- * 0, or KIV_ST_DRIVES  the system names no drive; the count and mask are 0 */
+ * 0, or KIV_ST_DRIVES  the system lists no drive; count and mask are 0 */
 KIVSDU_API uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives);
 
-/* A drive's letter, in a cleared buffer.
+/* Returns a drive's letter in a zeroed buffer. Always returns 0.
  *
- *   ordinal  1 (A) to KIV_DRIVES_MAX; any other is a programming error
- *   length   size of name in bytes; 0 is a programming error. At 1 the letter is not terminated
- *   name     null is a programming error
- *
- * Always 0. */
+ *   ordinal  1 (A) to KIV_DRIVES_MAX; any other value is a programming error
+ *   length   size of name in bytes; 0 is a programming error. If 1, the letter has no terminator
+ *   name     receives the letter; null is a programming error */
 KIVSDU_API uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal, uint32_t length,
                                             char* name);
 
-/* A drive's label, type, file system and room. Never prompts for a medium.
+/* Returns a drive's label, type, file system and sizes. Never asks the user for a medium.
  *
- *   ordinal  1 (A) to KIV_DRIVES_MAX; any other is a programming error
- *   info     null is a programming error
+ * Compatibility: error boxes are off in the whole process while it runs. Afterwards the process's
+ * error mode (SetErrorMode) is 0, whatever it was before. KivSdOSResourcesGet has this effect too.
+ *
+ *   ordinal  1 (A) to KIV_DRIVES_MAX; any other value is a programming error
+ *   info     receives them; null is a programming error
  *
  * 0, or KIV_ST_DRIVE_INFO  the drive has no root directory */
 KIVSDU_API uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* info);
 
 /* ---- Limits ---- */
 
-/* The machine's page size in bytes (not KIV_PAGE_UNIT).
+/* Returns the machine's page size in bytes. It may differ from KIV_PAGE_UNIT.
  *
  * 0, or KIV_ST_ARGUMENT  sizeBytes is null */
 KIVSDU_API uint32_t KivSdPageSizeGet(KivSdContext* ctx, uint32_t* sizeBytes);
 
-/* The largest size that can be asked for: 0xFFFFFFFFFFFFFFE0.
+/* Returns the largest allocation size: 0xFFFFFFFFFFFFFFE0 bytes.
  *
  * 0, or KIV_ST_ARGUMENT  sizeBytes is null */
 KIVSDU_API uint32_t KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes);
 
-/* The largest alignment that any plain type needs: 8 bytes.
+/* Returns the largest alignment that a basic type needs: 8 bytes.
  *
  * 0, or KIV_ST_ARGUMENT  alignment is null */
 KIVSDU_API uint32_t KivSdMaxAlignGet(KivSdContext* ctx, uint32_t* alignment);
 
-/* Whether a number is infinite or not a number.
+/* Tests whether a number is infinite or not a number.
  *
- *   flag  receives 1 if it is, else 0
+ *   flag  receives 1 if it is, else 0; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  flag is null */
 KIVSDU_API uint32_t KivSdIsInfinite(KivSdContext* ctx, double value, uint8_t* flag);
 
 /* ---- Process and user ---- */
 
-/* The system directory.
+/* Returns the path of the system directory.
  *
- *   length  size of path in bytes; at 0 nothing is written and the operation succeeds
- *   path    must not be null
+ *   length  size of path in bytes; if 0, nothing is written and the operation succeeds
+ *   path    receives the path; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   path is null
- *       KIV_ST_HOME_PATH  not determined; OS error 122 if the buffer is too small for it, and
- *                         path is then the empty text */
+ *       KIV_ST_HOME_PATH  not obtained. OS error 122 if the buffer is too small; path is then the
+ *                         empty text */
 KIVSDU_API uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path);
 
-/* A process's working-set limits, in units of 8192 bytes, rounded down.
+/* Returns a process's working-set limits in units of 8192 bytes, rounded down.
  *
- *   process  handle of the process
- *   minimum, maximum  must not be null; left alone on failure
+ *   process           handle of the process
+ *   minimum, maximum  receive the limits; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         minimum or maximum is null
  *       KIV_ST_WORKING_SET_GET  not read */
@@ -272,22 +283,23 @@ KIVSDU_API uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle p
 /* Sets a process's working-set limits.
  *
  *   process           handle of the process
- *   minimum, maximum  units of 8192 bytes, at least 1; 0x40000 and more become 0x7FFFFFFF bytes
+ *   minimum, maximum  in units of 8192 bytes, at least 1. Values of 0x40000 and more become
+ *                     0x7FFFFFFF bytes
  *
- * 0, or KIV_ST_ARGUMENT               a limit is 0
- *       KIV_ST_WORKING_SET_PRIVILEGE  not set for lack of a privilege, OS error 1313 or 1314
+ * 0, or KIV_ST_ARGUMENT               a limit is 0 bytes
+ *       KIV_ST_WORKING_SET_PRIVILEGE  a privilege is missing, OS error 1313 or 1314
  *       KIV_ST_WORKING_SET_SET        not set for any other reason */
 KIVSDU_API uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process,
                                                   uint64_t minimum, uint64_t maximum);
 
-/* The login name of the user who runs the process. Does not call the lease guard.
+/* Returns the login name of the user of the process. Does not call the lease guard.
  *
- *   name    at least KIV_LOGIN_NAME_MAX bytes; must not be null. On failure its first eight
- *           bytes are zeroed
+ *   name    receives the name; must not be null, and must have KIV_LOGIN_NAME_MAX bytes. On failure
+ *           its first eight bytes are zeroed
  *   length  receives the name's length without its terminator, 0 on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT    name or length is null
- *       KIV_ST_LOGIN_USER  not obtained; OS error is 0 */
+ *       KIV_ST_LOGIN_USER  not obtained; OS error 0 */
 KIVSDU_API uint32_t KivSdGetSessionLoginUsername(KivSdContext* ctx, char* name, uint32_t* length);
 
 #endif

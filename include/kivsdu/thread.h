@@ -1,8 +1,8 @@
-/* Threads and processes, and the memory kept back for a fatal exception.
+/* Threads and processes, and the memory reserved for handling a fatal exception.
  *
- * Thin operations: priorities are the system's own numbers, handles are the system's. Where a
- * call's result is said to be ignored, the operation succeeds whatever happened. Any thread. A
- * context may always be null.
+ * Most operations are one system call: handles and priorities are the system's. Where a result is
+ * said to be ignored, the operation succeeds even if its system call fails. A context may always be
+ * null. Any thread.
  *
  * Example: examples/locks.c. */
 #ifndef KIVSDU_THREAD_H
@@ -11,18 +11,19 @@
 #include "api.h"
 #include "context.h"
 
-/* What a thread runs; its result is the thread's exit code. */
+/* A thread's routine. It returns the thread's exit code. */
 typedef uint32_t (*KivSdThreadRoutine)(void* argument);
 
 /* ---- Threads ---- */
 
 /* Starts a thread.
  *
+ *   routine     must not be null
  *   ignored     any value
- *   stackBytes  0 for the system's default
- *   argument    handed to the routine
- *   id          receives the thread's identifier before the thread runs; must not be null
- *   thread      receives the handle, null on failure; must not be null. Give it back with
+ *   stackBytes  bytes; 0 for the system's default
+ *   argument    passed to the routine
+ *   id          receives the thread's identifier; must not be null
+ *   thread      receives the handle, null on failure; must not be null. Close it with
  *               KivSdThreadDelete
  *
  * 0, or KIV_ST_ARGUMENT       routine, id or thread is null; no thread is started
@@ -31,53 +32,58 @@ KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine rout
                                       uint64_t ignored, uint32_t stackBytes, void* argument,
                                       uint32_t* id, KivHandle* thread);
 
-/* Closes a thread's handle; the thread runs on, and the variable keeps its value.
+/* Closes a thread's handle. The thread runs on, and the variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
  *       KIV_ST_THREAD_DELETE  not closed */
 KIVSDU_API uint32_t KivSdThreadDelete(KivSdContext* ctx, KivHandle* thread);
 
-/* Ends the calling thread. Never returns; the context is not touched. */
+/* Ends the calling thread. Does not return, and does not write the context. */
 KIVSDU_API void KivSdThreadExit(KivSdContext* ctx, uint32_t exitCode);
 
-/* Gives up the rest of the time slice. Always 0. */
+/* Yields the rest of the time slice. Always returns 0. */
 KIVSDU_API uint32_t KivSdThreadYield(KivSdContext* ctx);
 
-/* Stops a thread until it is resumed as often.
+/* Suspends a thread until it is resumed as often as it was suspended.
  *
  *   thread  null for the calling thread
  *
- * Always 0: the result of the call is ignored. */
+ * Always returns 0: the result of the call is ignored. */
 KIVSDU_API uint32_t KivSdThreadSuspend(KivSdContext* ctx, KivHandle* thread);
 
-/* Lets a suspended thread go on. The result of the call is ignored.
+/* Resumes a suspended thread. The result of the call is ignored.
  *
  * 0, or KIV_ST_ARGUMENT  thread is null */
 KIVSDU_API uint32_t KivSdThreadResume(KivSdContext* ctx, KivHandle* thread);
 
-/* Waits, for ever, until a thread has ended.
+/* Waits without a limit until a thread has ended.
  *
- *   thread  null for the calling thread, which then never returns
+ *   thread  null for the calling thread; the call then never returns
  *
- * Always 0: the result of the wait is ignored. */
+ * Always returns 0: the result of the wait is ignored. */
 KIVSDU_API uint32_t KivSdThreadJoin(KivSdContext* ctx, KivHandle* thread);
 
-/* The calling thread's identifier.
+/* Returns the calling thread's identifier.
+ *
+ *   id  receives it; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  id is null */
 KIVSDU_API uint32_t KivSdThreadIdGet(KivSdContext* ctx, uint32_t* id);
 
-/* A thread's priority on the system's scale.
+/* Get and set a thread's priority, on the system's scale.
  *
- *   thread  null for the calling thread
+ *   thread    null for the calling thread
+ *   priority  (get) receives the priority; unchanged on failure
  *
- * 0, or KIV_ST_ARGUMENT            (get) priority is null
- *       KIV_ST_THREAD_PRIORITY_GET  not read; priority is left alone
- *       KIV_ST_THREAD_PRIORITY_SET  not set */
+ * 0, or KIV_ST_ARGUMENT             (get) priority is null
+ *       KIV_ST_THREAD_PRIORITY_GET  (get) not read
+ *       KIV_ST_THREAD_PRIORITY_SET  (set) not set */
 KIVSDU_API uint32_t KivSdThreadPriorityGet(KivSdContext* ctx, KivHandle* thread, int32_t* priority);
 KIVSDU_API uint32_t KivSdThreadPrioritySet(KivSdContext* ctx, KivHandle* thread, int32_t priority);
 
-/* The normal priority, 0, and the highest, 2, whatever thread is named.
+/* Return the normal priority, which is 0, and the highest, which is 2.
+ *
+ *   ignored  any value
  *
  * 0, or KIV_ST_ARGUMENT  priority is null */
 KIVSDU_API uint32_t KivSdThreadBasePriorityGet(KivSdContext* ctx, KivHandle ignored,
@@ -85,8 +91,10 @@ KIVSDU_API uint32_t KivSdThreadBasePriorityGet(KivSdContext* ctx, KivHandle igno
 KIVSDU_API uint32_t KivSdThreadHighPriorityGet(KivSdContext* ctx, KivHandle ignored,
                                                int32_t* priority);
 
-/* A handle of the calling thread that other threads can use; not inheritable. Give it back with
- * KivSdThreadDelete.
+/* Returns a handle of the calling thread that other threads can use. Child processes do not inherit
+ * it. Close it with KivSdThreadDelete.
+ *
+ *   thread  receives the handle; must not be null
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
  *       KIV_ST_THREAD_HANDLE  not obtained */
@@ -96,66 +104,79 @@ KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* Ends a process with exit code 0.
  *
- * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5; Windows also denies it for a process
- *                              that has ended. Any other failure is a success whose OS error
- *                              the context keeps */
+ * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5. Windows also denies access to a
+ *                              process that has ended
+ *
+ * Compatibility: if the call fails with any other OS error, the status is 0, and only the context
+ * holds the OS error. */
 KIVSDU_API uint32_t KivSdProcessDelete(KivSdContext* ctx, KivHandle process);
 
-/* The calling process's identifier.
+/* Returns the calling process's identifier.
+ *
+ *   id  receives it; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  id is null */
 KIVSDU_API uint32_t KivSdProcessIdGet(KivSdContext* ctx, uint32_t* id);
 
-/* The pseudo-handle of the calling process, as a number; it names no session.
+/* Returns the pseudo-handle of the calling process as a number. Compatibility: the name promises a
+ * session identifier, but hosts rely on the handle.
+ *
+ *   id  receives it; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  id is null */
 KIVSDU_API uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id);
 
-/* Whether a process runs.
+/* Tests whether a process is running.
  *
- * 0 if it does, or KIV_ST_PROCESS_ALIVE; OS error is the wait's result: 0 when the process has
- * ended, 0xFFFFFFFF when that could not be told */
+ * 0                     it is running
+ * KIV_ST_PROCESS_ALIVE  it has ended, OS error 0; or the test failed, OS error 0xFFFFFFFF. The OS
+ *                       error is the wait's result */
 KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process);
 
-/* The calling process's priority class.
+/* Returns the calling process's priority class.
+ *
+ *   priorityClass  receives it; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT              priorityClass is null
- *       KIV_ST_PROCESS_PRIORITY_GET  not read; priorityClass is left alone */
+ *       KIV_ST_PROCESS_PRIORITY_GET  not read */
 KIVSDU_API uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorityClass);
 
 /* Sets a process's priority class.
  *
  *   process  null for the calling process
- *   id       -1 for the calling process, whatever process is; else not looked at
+ *   id       -1 for the calling process, whatever `process` holds; other values are ignored
  *
- * 0, or KIV_ST_PROCESS_PRIORITY_SET */
+ * 0, or KIV_ST_PROCESS_PRIORITY_SET  not set */
 KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process, int32_t id,
                                             uint32_t priorityClass);
 
 /* ---- Fatal exceptions ---- */
 
-/* Records that the calling thread handles a fatal exception. It cannot be taken back. Make the
- * stack below first: from here on KivSdXcptCreateStackHeader, which allocates, ends the process
- * like any request without a stack.
+/* Declares that the calling thread handles a fatal exception. This cannot be undone.
  *
- * From here on the memory manager, while in plain mode, serves this thread alone, from the memory
- * stack below: an allocation is pushed, a reallocation pushes a copy, and a free releases nothing
- * and is KIV_ST_ARGUMENT for a block that is not of the stack. Any other thread that allocates,
- * reallocates or frees is suspended for good. A request for which the stack has no room, or which
- * comes without a stack, ends the process.
+ * In plain mode, the memory manager from then on serves this thread alone, from the memory stack of
+ * KivSdXcptCreateStackHeader. An allocation pushes a block, a reallocation pushes a copy, and a
+ * free releases nothing; freeing a block from elsewhere fails with KIV_ST_ARGUMENT. A request ends
+ * the process if the stack has no room or does not exist. Any other thread that allocates,
+ * reallocates or frees is suspended for good.
  *
- * One thread handles an exception at a time. A second thread that records one waits here until the
- * first has ended, which is for ever where that one ends the process. The same thread may record
- * again, with another value.
+ * Create the stack before this call. Afterwards KivSdXcptCreateStackHeader ends the process,
+ * because it allocates.
  *
- *   value  how the process then ends: 0 through exit(0), anything else through abort()
+ * One thread handles an exception at a time. A second thread that calls this waits until the first
+ * thread has ended; if the first thread ends the process, the second never returns. The first
+ * thread may call it again, with another value.
  *
- * Always 0. */
+ *   value  how a request without room in the stack ends the process: 0 calls exit(0), any other
+ *          value calls abort()
+ *
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value);
 
-/* Makes the memory stack of 1 MiB that is used while a fatal exception is handled, once in the
- * life of the process: neither after a failure nor after it was destroyed is it made again. At
- * start-up and shutdown, on one thread, and before an exception is recorded. */
+/* Create and destroy the memory stack of 1 MiB that serves the handling of a fatal exception. It is
+ * created once in a process: a second creation does nothing, also after a failure or after the
+ * stack was destroyed. Call these on one thread, at start-up and shutdown, and before a fatal
+ * exception. */
 KIVSDU_API void KivSdXcptCreateStackHeader(void);
 KIVSDU_API void KivSdXcptDestroyStackHeader(void);
 

@@ -1,44 +1,45 @@
 /* The thread allocator: a thread's own cache of freed blocks.
  *
  * It works in plain mode while the memory-manager switch is on (KivSdSetMemoryManager). A thread
- * that has one keeps the blocks that it frees, in 32 classes of powers of two, and takes them again
- * for requests of the same class, without the C runtime and without a lock. Blocks under
- * AD_POLICY_MANDATORY and those above 2 MiB always go back to the runtime.
+ * with a cache keeps the blocks that it frees, in 32 classes of powers of two, and reuses them for
+ * requests of the same class, without the C runtime and without a lock. Blocks of
+ * AD_POLICY_MANDATORY and blocks above 2 MiB always return to the runtime.
  *
- * A cache is its thread's alone. A block that another thread allocated enters the cache of the
- * thread that frees it. A thread destroys its cache before it ends: else the cache and what lies
- * in it are lost. While a thread has a cache it frees no block that was made with the switch off:
- * such a free ends the process through the runtime's assertion, as does that of a block which is
- * in a cache already ("pHdr->policy != 0"). */
+ * Only its own thread uses a cache. A block that another thread allocated enters the cache of the
+ * thread that frees it. A thread must destroy its cache before it ends; otherwise the cache and its
+ * blocks are lost.
+ *
+ * A thread with a cache must not free a block that was allocated while the switch was off, or that
+ * is in a cache already: either may end the process through the runtime's assertion
+ * ("pHdr->policy != 0"). */
 #ifndef KIVSDU_THREADCACHE_H
 #define KIVSDU_THREADCACHE_H
 
 #include "api.h"
 
-/* Makes the calling thread's cache. Does nothing when the thread has one or the memory-manager
- * switch is off, and leaves the thread without one when there is no memory.
+/* Creates the calling thread's cache. Does nothing if the thread has one or the memory-manager
+ * switch is off. Without memory the thread has no cache afterwards.
  *
- * The cache takes blocks until they exceed 8 MiB, headers of 64 bytes included, or 100 MiB when
- * hardware acceleration is on at this moment (KivSdSetHardwareAcceleration); the block with which
- * they do so is still taken.
+ * The cache takes blocks until their bytes, with headers of 64 bytes, exceed the limit; the block
+ * that exceeds it is still taken. The limit is 100 MiB if hardware acceleration is on at this call
+ * (KivSdSetHardwareAcceleration), else 8 MiB.
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t adCreateThreadAlloc(void);
 
-/* Gives the calling thread's cache and everything in it back to the C runtime; does nothing when
- * the thread has none.
+/* Frees the calling thread's cache and its blocks. Does nothing if the thread has no cache.
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t adDestroyThreadAlloc(void);
 
-/* Fills the calling thread's cache up to the preallocation targets, if hardware acceleration is
- * on. The targets are all 0, so nothing is allocated. */
+/* Fills the calling thread's cache up to the preallocation targets if hardware acceleration is on.
+ * All targets are 0: nothing is allocated. */
 KIVSDU_API void adThreadPrealloc(void);
 
-/* Empties the calling thread's cache: down to the preallocation targets with hardware
- * acceleration, to no bytes without. The cache itself stays.
+/* Frees all blocks of the calling thread's cache, but not the cache. With hardware acceleration it
+ * frees down to the preallocation targets, which are all 0.
  *
- * Always 0. */
+ * Always returns 0. */
 KIVSDU_API uint32_t adFreelistCompaction(void);
 
 #endif

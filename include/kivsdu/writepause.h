@@ -1,23 +1,22 @@
-/* The write pause: stops all file writes of a process's threads for a while, and nothing else.
+/* The write pause: stops all file writes of the process's threads for a while, and nothing else.
  *
- * Writers take a lease, write, and give it back. A pauser closes the gate to new leases and waits
- * until those that are out have come back; from then on until the pause is lifted nothing writes,
- * as long as all writers go through leases. A pause is lifted by KivSdUnpauseWriteIO, or by a
- * writer that waits and finds that it has lasted its maximum.
+ * A writer takes a lease, writes, and returns the lease. A pauser stops new leases and waits until
+ * all leases have been returned. Until the pause is lifted, nothing is written, provided that all
+ * writers use leases. KivSdUnpauseWriteIO lifts a pause. A waiting writer lifts it too, once the
+ * pause has lasted its maximum.
  *
- * The host makes one pause block for the process and one lease context for each thread that writes,
- * pauses or lifts a pause. The library makes and frees neither:
+ * The host owns one pause block for the process, and one lease context for each thread that writes,
+ * pauses or lifts a pause. The library neither creates nor frees them:
  *
- *   start:  a zeroed KivSdWritePause; KivSdEventCreate for both of its events, which leaves them
- *           open; KivRWLockInit for its lock; then the threads
- *   thread: a zeroed KivSdWriteLease with `pause` and `ctx` filled in; at the end
+ *   start   zero a KivSdWritePause; call KivSdEventCreate for both events, which are then open, and
+ *           KivRWLockInit for the lock; then start the threads
+ *   thread  zero a KivSdWriteLease and fill in `pause` and `ctx`; at the end call
  *           KivRWLockFreeQNodes for its `locks`
- *   end:    `shutdown` is set, so that a pauser gives up and writers that wait lift the pause; when
- *           no thread uses the block any more, KivSdEventClose for both events. The lock needs no
- *           end
+ *   end     set `shutdown`: a pauser gives up, and waiting writers lift the pause. When no thread
+ *           uses the block any more, call KivSdEventClose for both events. The lock needs no end
  *
- * Lease contexts must not be null, nor their `pause`; nothing here checks it. Any thread, each with
- * its own lease context.
+ * A lease context and its `pause` must not be null; nothing checks this. Any thread, each with its
+ * own lease context.
  *
  * Example: examples/backup.c. */
 #ifndef KIVSDU_WRITEPAUSE_H
@@ -27,18 +26,17 @@
 #include "context.h"
 #include "rwlock.h"
 
-/* The pause block, one for a process. But for `shutdown` the host writes nothing here once the
- * threads run. */
+/* The pause block, one for the process. Once the threads run, the host writes only `shutdown`. */
 typedef struct KivSdWritePause {
-  uint8_t shutdown;       /* the host sets it to anything but 0 when the process is to end */
-  uint64_t paused;        /* 1 from the moment a pause begins to close until it is lifted */
-  int32_t leases;         /* leases that are out */
-  KivHandle drained;      /* gate, opened when the last lease comes back during a pause */
-  KivHandle resume;       /* gate, open but during a pause */
+  uint8_t shutdown;       /* the host sets it to any value but 0 when the process ends */
+  uint64_t paused;        /* 1 from the beginning of a pause until it is lifted */
+  int32_t leases;         /* leases that have not been returned */
+  KivHandle drained;      /* gate, opened when the last lease is returned during a pause */
+  KivHandle resume;       /* gate, open except during a pause */
   int64_t maximumSeconds; /* of the last pause; 0 is without a limit */
-  uint64_t startSeconds;  /* when the last pause was complete, as KivSdTime tells it */
-  KivRWLock lock;         /* held for writing while a pause closes; for reading by writers that wait
-                             and by who lifts a pause. The only lock */
+  uint64_t startSeconds;  /* when the last pause was complete, in seconds of KivSdTime */
+  KivRWLock lock;         /* held for writing while a pause begins; for reading by waiting writers
+                             and while a pause is lifted. The only lock */
 } KivSdWritePause;
 
 KIV_ASSERT_SIZE(KivSdWritePause, 128);
@@ -51,11 +49,11 @@ KIV_ASSERT_FIELD(KivSdWritePause, maximumSeconds, 40);
 KIV_ASSERT_FIELD(KivSdWritePause, startSeconds, 48);
 KIV_ASSERT_FIELD(KivSdWritePause, lock, 56);
 
-/* A thread's part in it. */
+/* A thread's lease context. */
 typedef struct KivSdWriteLease {
-  KivRWLockTable locks;   /* the thread's, also of its other locks if the host likes */
+  KivRWLockTable locks;   /* the thread's lock table; its other locks may use it too */
   KivSdWritePause* pause; /* must not be null */
-  KivSdContext* ctx;      /* for the events and the writes; may be null */
+  KivSdContext* ctx;      /* receives the outcomes of events and writes; may be null */
   uint8_t held;           /* 1 while the thread has a lease */
 } KivSdWriteLease;
 
@@ -65,66 +63,71 @@ KIV_ASSERT_FIELD(KivSdWriteLease, pause, 16);
 KIV_ASSERT_FIELD(KivSdWriteLease, ctx, 24);
 KIV_ASSERT_FIELD(KivSdWriteLease, held, 32);
 
-/* What a pauser is told that gave up because the host shuts down. */
+/* The status of a pauser that gave up because the host shuts down. */
 #define KIV_WRITE_PAUSE_SHUTDOWN 0xFFFFFFFFu
 
 /* ---- Pausing ---- */
 
-/* Begins a pause and waits until no lease is out.
+/* Begins a pause and waits until all leases have been returned.
  *
- *   maxSeconds  how long it may last: a writer that waits then lifts it, at most 2 seconds late.
- *               0 is without a limit. Counted from the return of this call
+ *   maxSeconds  maximum length of the pause in seconds, counted from the return of this call; 0 is
+ *               without a limit. A waiting writer lifts an expired pause at most 2 seconds late
  *
- * 0, or KIV_ST_WRITE_PAUSE        there is a pause already; nothing was changed
- *       KIV_WRITE_PAUSE_SHUTDOWN  the host shuts down
- *       KIV_ST_EVENT_WAIT         waiting failed
- *       KIV_ST_OUT_OF_MEMORY      no memory for a node of the lock; nothing was changed
- *       KIV_ST_MUTEX_REQUEST      the thread holds the block's lock for reading; nothing was
- *                                 changed
+ * 0, or KIV_ST_WRITE_PAUSE        there is a pause already; nothing is changed
+ *       KIV_WRITE_PAUSE_SHUTDOWN  the host shuts down; the pause stays in force
+ *       KIV_ST_EVENT_WAIT         waiting failed; the pause stays in force
+ *       KIV_ST_OUT_OF_MEMORY      no memory for a node of the lock; nothing is changed
+ *       KIV_ST_MUTEX_REQUEST      the thread holds the block's lock for reading; nothing is changed
  *
- * When it gives up or waiting fails, the pause stays in force though leases are out: lift it.
+ * Compatibility: if it gives up or waiting fails, the pause stays in force although leases are out.
+ * The caller must lift it.
  *
- * One pauser at a time: the host's care. Two that come at the same moment may both be told 0, each
- * with all leases back; one that comes a moment later, past the test and not yet at the lock, waits
- * for the writers that wait for the first pause, and holds off who wants to lift it until its
- * maximum has passed, which is never without one.
+ * A thread that has a lease must not pause: it would wait for itself.
  *
- * A thread that has a lease must not pause: it would wait for itself. */
+ * The host must allow one pauser at a time. If two start at one moment, both may return 0, each
+ * after all leases were returned. If one starts slightly later, it can find no pause and then queue
+ * for the lock behind the first pauser. It then waits for the writers that wait for the first
+ * pause, and KivSdUnpauseWriteIO waits for it: the first pause lasts until its maximum, or forever
+ * if it has none. */
 KIVSDU_API uint32_t KivSdPauseWriteIO(KivSdWriteLease* lease, int64_t maxSeconds);
 
-/* Lifts the pause, if there is one. All writers that wait go on at once.
+/* Lifts the pause, if there is one. All waiting writers continue at once. Waits while a pauser
+ * still waits for leases.
  *
- * Always 0. Waits for a pauser that still waits for leases. Only without memory for a node of the
- * lock does it not wait: it lifts the pause at once, and a pauser that still waits for leases then
- * returns 0 although nothing is paused any more. */
+ * If there is no memory for a node of the lock, it lifts the pause without waiting. A pauser that
+ * still waits for leases then returns 0 although nothing is paused.
+ *
+ * Always returns 0. */
 KIVSDU_API uint32_t KivSdUnpauseWriteIO(KivSdWriteLease* lease);
 
 /* ---- Leases ---- */
 
-/* Takes a lease; during a pause it waits until the pause is lifted. A wait looks every 2 seconds
- * whether the pause has lasted its maximum or the host shuts down, and lifts it then.
+/* Takes a lease. During a pause it waits until the pause is lifted. Every 2 seconds it checks
+ * whether the pause has lasted its maximum or the host shuts down. In either case it lifts the
+ * pause.
  *
- * Leases do not nest: take none while the thread has one, or it is never given back and no pause
- * can begin.
+ * Leases do not nest. A thread that takes a second lease cannot return both, and no pause can
+ * complete from then on.
  *
- * 0, or KIV_ST_EVENT_WAIT     waiting failed; no lease was taken
- *       KIV_ST_OUT_OF_MEMORY  no memory for a node of the lock; no lease was taken */
+ * 0, or KIV_ST_EVENT_WAIT     waiting failed; no lease is taken
+ *       KIV_ST_OUT_OF_MEMORY  no memory for a node of the lock; no lease is taken */
 KIVSDU_API uint32_t KivSdGetWriteIOLease(KivSdWriteLease* lease);
 
-/* Gives the thread's lease back. Without one it counts nothing, and still wakes a pauser that waits
- * for leases when none is out.
+/* Returns the thread's lease. Without a lease the count does not change, but a pauser is still
+ * woken if no lease is out.
  *
- * 0, or KIV_ST_EVENT_CLEAR  given back, and the pauser was not woken; it looks again after a second
- *                           at most */
+ * 0, or KIV_ST_EVENT_CLEAR  the lease is returned, but the pauser was not woken; it checks again
+ *                           within a second */
 KIVSDU_API uint32_t KivSdReleaseWriteIOLease(KivSdWriteLease* lease);
 
 /* ---- Writes under a lease ---- */
 
-/* Take a lease, write, and give the lease back whatever became of the write. Arguments, outputs and
- * statuses are those of KivSdFileWrite and KivSdFilePWrite (file.h), which get the lease context's
- * `ctx`. The record keeps the write's outcome; giving the lease back leaves none there.
+/* Take a lease, write, and return the lease whether the write succeeded or not. Arguments, outputs
+ * and statuses are those of KivSdFileWrite and KivSdFilePWrite (file.h), which receive the lease
+ * context's `ctx`. The context record keeps the outcome of the write.
  *
- * Or the status of KivSdGetWriteIOLease: nothing was written, and no output either. */
+ * If no lease can be taken, they return the status of KivSdGetWriteIOLease; nothing is written, and
+ * the outputs are unchanged. */
 KIVSDU_API uint32_t KivSdLeasedFileWrite(KivSdWriteLease* lease, uint32_t file, const void* buffer,
                                          uint32_t length, uint32_t* count);
 KIVSDU_API uint32_t KivSdLeasedFilePWrite(KivSdWriteLease* lease, uint32_t file, const void* buffer,

@@ -1,4 +1,4 @@
-// A thread's own operations on its cache. Only the calling thread's cache is touched.
+// The operations of a thread on its own cache.
 #include <new>
 
 #include "ThreadAllocator/thread_cache.h"
@@ -12,7 +12,7 @@ using namespace kiv;
 
 namespace {
 
-// Kept all at 0: the sizes that a server asks for most are its own to measure.
+// Compatibility: all targets are 0, so that preallocating adds no block and compaction keeps none.
 constexpr CacheTargets kTargets = {};
 
 uint64_t LimitBytes() {
@@ -24,7 +24,7 @@ uint64_t LimitBytes() {
 uint32_t adCreateThreadAlloc() {
   if (!ManagerSwitchIsOn() || CurrentThreadCache() != nullptr) return KIV_ST_OK;
   void* memory = os::RawAllocate(sizeof(ThreadCache));
-  // Without memory the thread goes without a cache, as it did before.
+  // Without memory the thread has no cache, which is not an error.
   if (memory == nullptr) return KIV_ST_OK;
   auto* cache = new (memory) ThreadCache{};
   cache->limitBytes = LimitBytes();

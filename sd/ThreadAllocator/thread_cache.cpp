@@ -1,4 +1,4 @@
-// What a cache does off the hot path: filling, trimming, its end, and whole operations.
+// The slow paths of a thread's cache: filling, trimming, destroying, and the full operations.
 #include "ThreadAllocator/thread_cache.h"
 
 #include "os/heap.h"
@@ -13,18 +13,13 @@ constexpr uint32_t kLineMandatoryAssertion = 218;
 constexpr uint32_t kLineFullAssertion = 230;
 constexpr uint32_t kLineOtherPolicyAssertion = 264;
 
-// The top block of a class, which has one.
-FullBlock* PopBlock(ThreadCache* cache, uint32_t sizeClass) {
-  FullBlock* block = cache->lists[sizeClass];
-  cache->lists[sizeClass] = block->next;
-  --cache->counts[sizeClass];
-  cache->cachedBytes -= CachedBytes(sizeClass);
-  return block;
+void FreeTop(ThreadCache* cache, uint32_t sizeClass) {
+  os::RawFree(PopBlock(cache, sizeClass, CachedBytes(sizeClass)));
 }
 
 bool IsWithinLimit(const ThreadCache& cache) { return cache.cachedBytes <= cache.limitBytes; }
 
-// False when there is no memory.
+// Returns false when there is no memory.
 bool FillClass(ThreadCache* cache, uint32_t sizeClass, uint32_t target) {
   while (cache->counts[sizeClass] < target && IsWithinLimit(*cache)) {
     void* raw = os::RawAllocate(CachedBytes(sizeClass));
@@ -36,19 +31,19 @@ bool FillClass(ThreadCache* cache, uint32_t sizeClass, uint32_t target) {
 
 void TrimToTargets(ThreadCache* cache, const CacheTargets& targets) {
   for (uint32_t i = kCacheClasses; i-- > 0;) {
-    while (cache->counts[i] > targets.counts[i]) os::RawFree(PopBlock(cache, i));
+    while (cache->counts[i] > targets.counts[i]) FreeTop(cache, i);
   }
 }
 
 void TrimToBytes(ThreadCache* cache, uint32_t keepBytes) {
   for (uint32_t i = kCacheClasses; i-- > 0;) {
     while (cache->cachedBytes > keepBytes && cache->lists[i] != nullptr) {
-      os::RawFree(PopBlock(cache, i));
+      FreeTop(cache, i);
     }
   }
 }
 
-// A header is of one of the two policies, and as long as its policy says.
+// Asserts that the header has one of the two policies and the header length of that policy.
 void RequirePolicy(const PolicyHeader& header) {
   Require(header.policy != kNoPolicy, "pHdr->policy != 0", kSource, kLineNoPolicyAssertion);
   Require(header.policy != kMandatoryPolicy || header.headerBytes == kMandatoryHeaderBytes,
@@ -69,14 +64,14 @@ void FillCache(ThreadCache* cache, const CacheTargets& targets) {
 
 void TrimCache(ThreadCache* cache, uint32_t keep, const CacheTargets& targets) {
   if (keep == kTrimToTargets) return TrimToTargets(cache, targets);
-  // Kept: bytes to keep are a signed number, and what is negative asks for nothing.
+  // Compatibility: the bytes to keep are a signed number, and a negative one trims nothing.
   if (static_cast<int32_t>(keep) < 0) return;
   TrimToBytes(cache, keep);
 }
 
 void DestroyCache(ThreadCache* cache) {
   for (uint32_t i = 0; i < kCacheClasses; ++i) {
-    while (cache->lists[i] != nullptr) os::RawFree(PopBlock(cache, i));
+    while (cache->lists[i] != nullptr) FreeTop(cache, i);
   }
   os::RawFree(cache);
 }

@@ -1,11 +1,11 @@
 // The cache of a thread: freed blocks of the full policy, kept for the thread's next requests of
-// the same class.
+// the same size class.
 //
-// 32 stacks by size class, linked through the first word of the blocks' headers. The thread's own
-// pointer leads to it, so that nothing is locked and nobody else ever sees it; a block that another
-// thread allocated stays here when this one frees it.
+// It has 32 stacks, one for each class, linked through the first word of the blocks' headers. It is
+// reached through a thread-local pointer: only its thread uses it, and nothing is locked. A block
+// that another thread allocated enters the cache of the thread that frees it.
 //
-// Taking and giving are inline: they are the whole way of most requests in plain mode.
+// TakeFromCache and GiveToCache are inline: they serve most requests of plain mode.
 #ifndef KIV_THREADALLOCATOR_THREAD_CACHE_H
 #define KIV_THREADALLOCATOR_THREAD_CACHE_H
 
@@ -21,37 +21,38 @@ constexpr uint64_t kCacheLimitBytes = 8 << 20;
 constexpr uint64_t kAcceleratedCacheLimitBytes = 100 << 20;  // with the hardware-acceleration flag
 
 struct ThreadCache {
-  FullBlock* lists[kCacheClasses];  // last in, first out
+  FullBlock* lists[kCacheClasses];  // stacks of cached blocks by class
   uint32_t counts[kCacheClasses];
   uint64_t limitBytes;
   uint64_t cachedBytes;  // CachedBytes of every block; may pass the limit by one block
 };
 
-// How many blocks of each class a cache is filled up to, and keeps when it is trimmed to them.
+// Counts of blocks, by class, to which a cache is filled up or trimmed down.
 struct CacheTargets {
   uint32_t counts[kCacheClasses];
 };
 
-// What a cached block counts for.
+// Bytes that a cached block adds to the cache, header included.
 constexpr uint64_t CachedBytes(uint32_t sizeClass) {
   return (uint64_t{1} << sizeClass) + kFullHeaderBytes;
 }
 
-// The calling thread's; null while it has none.
+// Returns the calling thread's cache; null if it has none.
 inline ThreadCache* CurrentThreadCache() { return static_cast<ThreadCache*>(os::ReadThreadWord()); }
 
 // ---- Off the hot path ----
 
-// Adds blocks from the runtime up to the targets, as far as limit and memory go.
+// Adds blocks from the runtime up to the targets. Stops earlier at the limit or without memory.
 void FillCache(ThreadCache* cache, const CacheTargets& targets);
 
 constexpr uint32_t kTrimToTargets = 0xFFFFFFFF;
 
-// Gives cached blocks back to the runtime, the largest first, until no more than `keep` bytes are
-// left, or no more blocks than the targets. Any other value with the top bit set trims nothing.
+// Frees cached blocks to the runtime, the largest first, until at most `keep` bytes are left. With
+// kTrimToTargets it frees the blocks above the targets. Any other `keep` with the top bit set does
+// nothing.
 void TrimCache(ThreadCache* cache, uint32_t keep, const CacheTargets& targets);
 
-// Gives all blocks and the cache itself back.
+// Frees all cached blocks and the cache itself.
 void DestroyCache(ThreadCache* cache);
 
 // ---- Allocating and freeing ----
@@ -63,20 +64,28 @@ inline void PushBlock(ThreadCache* cache, FullBlock* block, uint32_t sizeClass) 
   cache->cachedBytes += CachedBytes(sizeClass);
 }
 
-// A cached block of the request's class; null when there is none. The policy is not the mandatory
-// one.
+// Takes the top block off the stack of a class, which must not be empty, and subtracts its bytes
+// from the cache's.
+inline FullBlock* PopBlock(ThreadCache* cache, uint32_t sizeClass, uint64_t blockBytes) {
+  FullBlock* block = cache->lists[sizeClass];
+  cache->lists[sizeClass] = block->next;
+  --cache->counts[sizeClass];
+  cache->cachedBytes -= blockBytes;
+  return block;
+}
+
+// Returns the payload of a cached block of the request's class; null if there is none. The policy
+// must not be the mandatory one.
 inline void* TakeFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy) {
   const PayloadSize size = RoundToClass(sizeBytes);
-  FullBlock* block = cache->lists[size.sizeClass];
-  if (block == nullptr) return nullptr;
-  cache->lists[size.sizeClass] = block->next;
-  --cache->counts[size.sizeClass];
-  cache->cachedBytes -= size.sizeBytes + kFullHeaderBytes;
+  if (cache->lists[size.sizeClass] == nullptr) return nullptr;
+  // Compatibility: a request of 0 bytes subtracts a payload of 0, although its block added 1 byte.
+  FullBlock* block = PopBlock(cache, size.sizeClass, size.sizeBytes + kFullHeaderBytes);
   return WriteHeader(&block->header, policy, size.sizeClass);
 }
 
-// Whether the cache took the block: one of the full policy and of a class below kCacheClasses,
-// while the limit is not exceeded.
+// Puts a block into the cache if it has the full policy and the cache does not exceed its limit.
+// Returns whether it did. The block's class must be below kCacheClasses.
 inline bool GiveToCache(ThreadCache* cache, void* payload) {
   FullBlock* block = FullBlockOf(payload);
   PolicyHeader* header = &block->header;
@@ -89,11 +98,11 @@ inline bool GiveToCache(ThreadCache* cache, void* payload) {
   return true;
 }
 
-// A block from the cache or from the runtime; null when there is no memory.
+// Allocates a block from the cache or from the runtime. Returns null when there is no memory.
 void* AllocateFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy);
 
-// Gives a block to the cache or to the runtime. One whose header is none of a policy ends the
-// process through an assertion.
+// Puts a block into the cache or frees it to the runtime. An invalid header ends the process
+// through an assertion.
 void FreeToCache(ThreadCache* cache, void* payload);
 
 }  // namespace kiv

@@ -13,13 +13,13 @@ constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineInsert = 982;
 constexpr uint32_t kLineFind = 1055;
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-
-// Probes read the table while it changes, hence the relaxed accesses.
-uint8_t Skip(const Heap& heap, uint32_t bin) { return heap.skip[bin].load(kRelaxed); }
+// relaxed, here and below: probes read the table while it changes, and order nothing by it.
+uint8_t Skip(const Heap& heap, uint32_t bin) {
+  return heap.skip[bin].load(std::memory_order_relaxed);
+}
 
 void SetSkip(Heap* heap, uint32_t bin, uint32_t distance) {
-  heap->skip[bin].store(static_cast<uint8_t>(distance), kRelaxed);
+  heap->skip[bin].store(static_cast<uint8_t>(distance), std::memory_order_relaxed);
 }
 
 bool IsEmpty(const Heap& heap, uint32_t bin) { return Skip(heap, bin) != 0; }
@@ -63,7 +63,7 @@ void kiv::InsertIntoBin(Heap* heap, uint32_t bin, Block* block) {
 
 void kiv::RemoveFromBin(Heap* heap, Block* block) {
   if (BinRing::IsAlone(block)) {
-    MarkEmpty(heap, block->bin);  // the head stays behind: nobody reads it while the bin is empty
+    MarkEmpty(heap, block->bin);  // the head stays stale: it is not read while the bin is empty
     return;
   }
   BinRing::Remove(block);
@@ -78,7 +78,7 @@ void kiv::MoveDown(Heap* heap, uint32_t bin, Block* block) {
   }
   const uint32_t left = block->bin;
   InsertIntoBin(heap, bin, block);
-  MarkEmpty(heap, left);  // down to the bin that is filled now, and no further
+  MarkEmpty(heap, left);  // stops at the bin that was filled above
 }
 
 void kiv::ReplaceInBin(Heap* heap, Block* block, Block* with) {

@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-// All bins empty but the last, whose one block is `whole`.
+// Empties all bins and puts `whole` into the last one.
 void FillLastBin(Heap* heap, Block* whole);
 
 // Puts a free block at the tail of a bin.
@@ -15,24 +15,25 @@ void InsertIntoBin(Heap* heap, uint32_t bin, Block* block);
 // Takes a free block out of its bin.
 void RemoveFromBin(Heap* heap, Block* block);
 
-// Puts a block into a lower bin than it lies in: what both of the above do, but bins below the new
-// one learn once where the next filled one is.
+// Moves a block to a lower bin. Has the effect of RemoveFromBin and InsertIntoBin, but updates the
+// skip table below the new bin only once.
 void MoveDown(Heap* heap, uint32_t bin, Block* block);
 
-// Gives the place of one block in its bin to another. Their memory must not overlap.
+// Puts the block `with` in the place of `block` in its bin. Their memory must not overlap.
 void ReplaceInBin(Heap* heap, Block* block, Block* with);
 
-// A free block of at least sizeBytes bytes of a bin that has blocks, still in it; null if there is
-// none. First fit from where the last search of this bin succeeded (next fit).
+// Returns a block of at least sizeBytes bytes and leaves it in the bin; null if there is none. The
+// bin must not be empty. Next fit: starts where the last search of this bin succeeded.
 Block* SearchBin(Heap* heap, uint32_t bin, uint32_t sizeBytes);
 
-// The same of all bins.
+// Returns a free block of at least sizeBytes bytes from any bin and leaves it there; null if there
+// is none.
 inline Block* FindFree(Heap* heap, uint32_t sizeBytes) {
   const uint32_t bin = BinOf(sizeBytes);
   if (heap->skip[bin].load(std::memory_order_relaxed) == 0) {
     if (Block* fitting = SearchBin(heap, bin, sizeBytes)) return fitting;
   }
-  // Any block of a higher bin is large enough: none of them is searched.
+  // Every block of a higher bin is large enough: take its head without a search.
   const uint32_t next = NextFilledBin(*heap, bin);
   return next == kBins ? nullptr : heap->bins[next];
 }

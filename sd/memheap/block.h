@@ -1,5 +1,5 @@
-// The headers that lie straight in front of what a caller was given. The bytes before a payload
-// say which allocator made the block; no table is consulted.
+// The headers directly before a payload. They show which allocator made the block; there is no
+// table to look it up in.
 #ifndef KIV_MEMHEAP_BLOCK_H
 #define KIV_MEMHEAP_BLOCK_H
 
@@ -13,17 +13,19 @@ struct Heap;
 
 // ---- Blocks of a heap ----
 
-// Lies at the start of every block of an arena. What follows the owning heap is link of a quick
-// list while the block is parked, ring of its bin while it is free, and from byte 24 on the
-// payload while it is in use.
+// Lies at the start of every block of an arena. The bytes from 16 on depend on the state:
+//
+//   in use  0 at byte 16; the payload from byte 24 on
+//   parked  link of the quick list at byte 16
+//   free    links of the bin's ring and the bin's number
 //
 //   0      4               8      16            24     32
 //   | size | previous size | heap | next or 0   | prev | bin
 struct Block {
   uint32_t sizeBytes;      // header included; a multiple of 8
-  uint32_t previousBytes;  // of the block that lies in front of this one; 0 for the first
+  uint32_t previousBytes;  // size of the block before this one in the arena; 0 for the first
   Heap* heap;              // owner while in use or parked; null while free in a bin
-  Block* next;             // 0 while in use
+  Block* next;             // null while in use
   Block* prev;             // of a free block
   uint32_t bin;            // of a free block
 };
@@ -48,9 +50,9 @@ inline Block* BlockOf(void* payload) {
 
 struct LargeBlock {
   uint64_t sizeBytes;  // as requested
-  LargeBlock* next;    // ring of the owner's large blocks; 0 without an owner
+  LargeBlock* next;    // ring of the owner's large blocks; null without an owner
   LargeBlock* prev;
-  uint64_t owner;  // address of the head of that ring, or kNoOwner. Never 0: see IsLarge
+  uint64_t owner;  // address of the ring's head, or kNoOwner; never 0, see IsLarge
 };
 static_assert(sizeof(LargeBlock) == 32, "large block layout");
 static_assert(offsetof(LargeBlock, owner) == 24, "large block layout");
@@ -66,8 +68,8 @@ inline LargeBlock* LargeBlockOf(void* payload) {
   return reinterpret_cast<LargeBlock*>(static_cast<char*>(payload) - kLargeHeaderBytes);
 }
 
-// Tells the two kinds apart: the word before the payload is a large block's owner word, or the
-// link of a heap block in use, which is 0. Copied, because until then it is neither's.
+// Whether the block is a large one. The word before the payload is the owner word of a large block,
+// never 0, or the link of a heap block, 0 while in use. Copied, because its type is not known yet.
 inline bool IsLarge(const void* payload) {
   uint64_t word = 0;
   std::memcpy(&word, static_cast<const char*>(payload) - sizeof word, sizeof word);

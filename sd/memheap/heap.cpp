@@ -10,8 +10,6 @@ using namespace kiv;
 
 namespace {
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-
 // ---- Carving ----
 
 void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
@@ -27,7 +25,7 @@ void* Carve(Heap* heap, Block* block, uint32_t sizeBytes) {
 
 // ---- Coalescing ----
 
-// A block that becomes free, and what it merges with.
+// A block that is being freed, and the free neighbours that it merges with.
 struct Merge {
   Block* start;
   Block* previous;  // null where there is no free neighbour
@@ -52,9 +50,9 @@ Merge FindNeighbours(const Heap& heap, Block* block) {
   return merge;
 }
 
-// Bins the merged block. A neighbour that lies in the right bin already gives up its place there,
-// which saves taking it out and putting it in; its place is part of what fixes where later blocks
-// lie.
+// Puts the merged block into its bin. If a neighbour is in that bin already, the merged block takes
+// the neighbour's place. That saves a removal and an insertion; it must not change, because the
+// order within a bin decides where later blocks are placed.
 void BinMerged(Heap* heap, Block* block, const Merge& merge, uint32_t bin) {
   if (merge.previous == nullptr) block->heap = nullptr;
   if (merge.previous != nullptr && merge.previous->bin == bin) {
@@ -77,8 +75,8 @@ void Coalesce(Heap* heap, Block* block) {
   UpdateNeighbour(*heap, merge.start);
 }
 
-// The surplus of a block that shrinks becomes a block of its own. It is not free before it is
-// binned, and so it can only merge with what comes after it.
+// Makes the surplus of a shrinking block a free block. It can merge only with the block after it:
+// the block before it is the one that shrinks, which stays in use.
 void GiveBackTail(Heap* heap, Block* block, uint32_t sizeBytes) {
   const uint32_t tailBytes = block->sizeBytes - sizeBytes;
   block->sizeBytes = sizeBytes;
@@ -116,7 +114,7 @@ void* kiv::AllocateFromHeap(Heap* heap, uint32_t sizeBytes) {
   }
   const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
   Block* block = FindFree(heap, neededBytes);
-  if (block == nullptr && heap->parked.load(kRelaxed) != 0) {
+  if (block == nullptr && heap->parked.load(std::memory_order_relaxed) != 0) {
     ConsolidateHeap(heap);
     block = FindFree(heap, neededBytes);
   }
@@ -138,7 +136,7 @@ void* kiv::ReallocateInHeap(Heap* heap, void* payload, uint32_t sizeBytes) {
 
 void kiv::ConsolidateHeap(Heap* heap) {
   for (Block*& list : heap->quick) {
-    // Parked neighbours still name their heap: they are merged when it is their turn.
+    // Parked neighbours still point to their heap: each is merged in its own turn.
     for (Block* block = list; block != nullptr;) {
       Block* next = block->next;
       Coalesce(heap, block);
@@ -146,5 +144,5 @@ void kiv::ConsolidateHeap(Heap* heap) {
     }
     list = nullptr;
   }
-  heap->parked.store(0, kRelaxed);
+  heap->parked.store(0, std::memory_order_relaxed);
 }

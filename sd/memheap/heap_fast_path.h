@@ -1,4 +1,4 @@
-// Neighbours of a block in its arena, and cutting a block from the end of a free one.
+// Boundary tags of a heap, carving, and the inline fast paths of allocating and freeing.
 #ifndef KIV_MEMHEAP_HEAP_FAST_PATH_H
 #define KIV_MEMHEAP_HEAP_FAST_PATH_H
 
@@ -22,14 +22,14 @@ inline bool IsInside(const Heap& heap, const Block* block) {
   return reinterpret_cast<const char*>(block) < heap.arenaEnd;
 }
 
-// Tells the block after this one how long this one is.
+// Stores the block's size in the boundary tag of the block after it.
 inline void UpdateNeighbour(const Heap& heap, Block* block) {
   Block* after = After(block);
   if (IsInside(heap, after)) after->previousBytes = block->sizeBytes;
 }
 
-// The new block. What stays free keeps its address, and its place even where its size is none of
-// that bin's any more.
+// Cuts sizeBytes bytes off the tail of a free block and returns them as a block. The rest keeps its
+// address and its place in its bin, even if its size belongs to a lower bin.
 inline Block* CutTail(const Heap& heap, Block* block, uint32_t sizeBytes) {
   const uint32_t restBytes = block->sizeBytes - sizeBytes;
   block->sizeBytes = restBytes;
@@ -40,16 +40,16 @@ inline Block* CutTail(const Heap& heap, Block* block, uint32_t sizeBytes) {
   return cut;
 }
 
-// The payload of a block that is nobody's any more but its owner's.
+// Marks a block as in use and returns its payload.
 inline void* HandOut(Heap* heap, Block* block) {
   block->heap = heap;
   block->next = nullptr;
   return PayloadOf(block);
 }
 
-// ---- The shortest ways ----
+// ---- Fast paths ----
 
-// The least size of each bin.
+// The smallest block size of each bin.
 inline constexpr std::array<uint32_t, kBins> kMinBytesOfBin = [] {
   std::array<uint32_t, kBins> least = {};
   for (uint32_t bin = 0; bin < kBins; ++bin) {
@@ -59,12 +59,11 @@ inline constexpr std::array<uint32_t, kBins> kMinBytesOfBin = [] {
   return least;
 }();
 
-// Blocks of up to so many bytes have bins that are 128 bytes apart.
+// The largest request for a block of 2048 bytes. Up to there bins are 128 bytes wide.
 constexpr uint32_t kLargestDirectBytes = 2048 - kBlockHeaderBytes;
 
-// The way of most requests that no quick list serves: the blocks of the request's own bin are none,
-// and the first block of the next filled bin gives its end and stays in its bin. Null where it is
-// not so.
+// Fast path: if the request's bin is empty, cuts the tail off the next filled bin's first block,
+// provided that the rest stays in that bin. Returns null otherwise.
 inline void* TryCarve(Heap* heap, uint32_t neededBytes) {
   const size_t bin = neededBytes / 128;
   const size_t filled = bin + heap->skip[bin].load(std::memory_order_relaxed);
@@ -74,12 +73,11 @@ inline void* TryCarve(Heap* heap, uint32_t neededBytes) {
   return HandOut(heap, CutTail(*heap, block, neededBytes));
 }
 
-// What AllocateFromHeap does for up to kLargestDirectBytes, as long as it is short. Null does not
-// mean that there is no room.
+// Fast path of AllocateFromHeap for requests up to kLargestDirectBytes. Null does not mean that the
+// heap has no room.
 inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
   const uint32_t payloadBytes = PayloadBytes(sizeBytes);
-  // The first list is never filled: that a size has no list and that its list is empty come to one
-  // branch, which sizes in any order do not make hard to foresee.
+  // List 0 is always empty, so "no list" and "empty list" share one predictable branch.
   const size_t listedBytes = payloadBytes <= kLargestParkedBytes ? payloadBytes : 8;
   if (heap->quick[QuickListOf(listedBytes)] != nullptr) {
     return PayloadOf(PopParked(heap, QuickListOf(listedBytes)));
@@ -87,8 +85,9 @@ inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
   return TryCarve(heap, payloadBytes + kBlockHeaderBytes);
 }
 
-// The way back of what TryCarve cut: the block in front is free, and stays in its bin with this one
-// added; the block behind is in use. False where it is not so, and then nothing was done.
+// Fast path for a block that TryCarve cut: merges it into the block before it, if that one is free
+// and stays in its bin, and the block after it is not free. Returns false otherwise, with nothing
+// changed.
 inline bool TryMergeBack(const Heap& heap, Block* block) {
   if (block->previousBytes == 0) return false;
   Block* previous = Before(block);
@@ -102,7 +101,7 @@ inline bool TryMergeBack(const Heap& heap, Block* block) {
   return true;
 }
 
-// What FreeToHeap does, as long as it is short. False if it is not, and then nothing was done.
+// Fast path of FreeToHeap. Returns false, with nothing changed, if only FreeToHeap can free it.
 inline bool TryFree(Heap* heap, Block* block) {
   const size_t payloadBytes = block->sizeBytes - kBlockHeaderBytes;
   if (payloadBytes > kLargestParkedBytes) return TryMergeBack(*heap, block);

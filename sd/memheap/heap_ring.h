@@ -1,4 +1,4 @@
-// The rings that heaps are kept in: spare thread heaps, an owner's short heaps, the pool of those.
+// The rings of heaps: spare thread heaps, an owner's short heaps, the pool of spare short heaps.
 #ifndef KIV_MEMHEAP_HEAP_RING_H
 #define KIV_MEMHEAP_HEAP_RING_H
 
@@ -9,7 +9,7 @@ namespace kiv {
 
 using HeapRing = Ring<Heap, &Heap::ringNext, &Heap::ringPrev>;
 
-// At the tail of the ring that starts at *head.
+// Adds a heap at the tail of the ring that starts at *head.
 inline void AppendHeap(Heap** head, Heap* heap) {
   if (*head == nullptr) {
     HeapRing::MakeAlone(heap);

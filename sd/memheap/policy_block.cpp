@@ -1,4 +1,4 @@
-// No state: any thread may resize and free what another allocated.
+// Keeps no state: any thread may resize and free blocks that another thread allocated.
 #include "memheap/policy_block.h"
 
 #include "os/heap.h"
@@ -16,12 +16,12 @@ void* WriteHeaderAt(void* raw, uint8_t policy, uint32_t sizeClass) {
   return WriteHeader(PolicyHeaderOf(Bytes(raw) + HeaderBytes(policy)), policy, sizeClass);
 }
 
-// Whether a payload and its header are more than a number of bytes can say.
+// Whether the sum of payload and header overflows.
 bool Wraps(uint64_t payloadBytes, uint8_t policy) {
   return payloadBytes > UINT64_MAX - HeaderBytes(policy);
 }
 
-// Whether a block of the full policy need not change for a new size.
+// Whether a block of the full policy already has the class of the new size.
 bool KeepsClass(const PolicyHeader& header, const PayloadSize& size) {
   return header.policy == kFullPolicy && header.sizeClass == size.sizeClass &&
          size.sizeClass <= kLargestRoundedClass;
@@ -49,8 +49,8 @@ void* RawBlockOf(void* payload) {
 void* ReallocatePolicyBlock(void* payload, uint64_t newSizeBytes) {
   PolicyHeader* header = PolicyHeaderOf(payload);
   const uint8_t policy = header->policy;
-  // Kept before all else, although a block made while the switch was off may have a 0 there too:
-  // such a block is not for resizing.
+  // Compatibility: this check comes first and also stops a block that was made while the switch was
+  // off, if the byte before it is 0. Callers must not resize such a block.
   Require(policy != kNoPolicy, "policy != 0", kSource, kLineReallocAssertion);
   if (!HasPolicyHeader(payload)) return os::RawReallocate(payload, newSizeBytes);
 
@@ -61,7 +61,7 @@ void* ReallocatePolicyBlock(void* payload, uint64_t newSizeBytes) {
   ClearPolicy(header);
   void* moved = os::RawReallocate(raw, HeaderBytes(policy) + size.sizeBytes);
   if (moved == nullptr) {
-    // The caller keeps the block, and will free it.
+    // The caller keeps the block and will free it.
     header->policy = policy;
     return nullptr;
   }

@@ -1,14 +1,14 @@
-// Blocks of the C runtime behind a policy header: what plain mode hands out while the
+// Blocks of the C runtime behind a policy header. Plain mode hands them out while the
 // memory-manager switch is on.
 //
 //   mandatory      0       4   6        7   8
-//                  | class | - | policy | 8 | payload, as large as asked for
+//                  | class | - | policy | 8 | payload of the requested size
 //
 //   full     0      8          56      60  62       63   64
 //            | next | 48 bytes | class | - | policy | 64 | payload, rounded to its class
 //
-// Both end alike, so that a free finds the policy and the header's length from the payload alone.
-// What no name stands for is left as the runtime gave it.
+// Both headers end with the same 8 bytes. A free finds them from the payload alone and reads the
+// policy and the header's length there. The unnamed bytes are not initialised.
 #ifndef KIV_MEMHEAP_POLICY_BLOCK_H
 #define KIV_MEMHEAP_POLICY_BLOCK_H
 
@@ -24,7 +24,7 @@ namespace kiv {
 struct PolicyHeader {
   uint32_t sizeClass;  // always 0 under the mandatory policy
   uint8_t unwritten[2];
-  uint8_t policy;  // 0 while the block is in nobody's hands
+  uint8_t policy;  // 0 while the block is cached or freed
   uint8_t headerBytes;
 };
 static_assert(offsetof(PolicyHeader, sizeClass) == 0, "policy header layout");
@@ -58,18 +58,18 @@ struct PayloadSize {
   uint32_t sizeClass;
 };
 
-// The next power of two, and its exponent. 0 and sizes above 2^31 come out as 0 of class 0: the
-// power is taken in 32 bits.
+// Rounds up to a power of two and returns it with its exponent, the class. The power is taken in 32
+// bits: for 0 and for sizes above 2^31 both are 0.
 constexpr PayloadSize RoundToClass(uint32_t sizeBytes) {
-  // The highest bit of twice (size - 1), plus 1: of 2 for 2, of 7 for 4, and of 1 for 1, so that
-  // there always is one.
+  // The highest bit of 2 * (size - 1) + 1 is the power of two: of 1, 3 and 7 for the sizes 1, 2
+  // and 4. The added 1 gives size 1 a highest bit, too.
   const uint64_t bits = (uint64_t{sizeBytes - 1} << 1) | 1;
   const auto exponent = static_cast<uint32_t>(std::bit_width(bits)) - 1;
   return {static_cast<uint32_t>(uint64_t{1} << exponent), exponent % 32};
 }
 
-// What a request takes under a policy. Above the largest rounded size a block keeps the size asked
-// for, and its class counts on from there.
+// Returns the payload size and the class of a request under a policy. A size above
+// kLargestRoundedBytes is not rounded, and its class is its bit width.
 constexpr PayloadSize PayloadSizeOf(uint64_t sizeBytes, uint8_t policy) {
   if (policy == kMandatoryPolicy) return {sizeBytes, 0};
   if (sizeBytes <= kLargestRoundedBytes) return RoundToClass(static_cast<uint32_t>(sizeBytes));
@@ -89,7 +89,7 @@ inline PolicyHeader* PolicyHeaderOf(void* payload) {
 
 inline FullBlock* FullBlockOf(void* payload) { return static_cast<FullBlock*>(payload) - 1; }
 
-// Gives the payload.
+// Returns the payload.
 inline void* WriteHeader(PolicyHeader* header, uint8_t policy, uint32_t sizeClass) {
   header->sizeClass = sizeClass;
   header->policy = policy;
@@ -97,8 +97,8 @@ inline void* WriteHeader(PolicyHeader* header, uint8_t policy, uint32_t sizeClas
   return header + 1;
 }
 
-// Marks a block as given back. The compiler may drop a plain store into what is freed next; this
-// one stays, for it is what a second free of the block is told by.
+// Marks a block as freed, so that a second free of it is detected. The store is volatile: the
+// compiler may drop a plain store to memory that is freed next.
 inline void ClearPolicy(PolicyHeader* header) {
   volatile uint8_t* policy = &header->policy;
   *policy = kNoPolicy;
@@ -106,22 +106,22 @@ inline void ClearPolicy(PolicyHeader* header) {
 
 // ---- Blocks ----
 
-// A block from the runtime with its header written; null when there is no memory, or when header
-// and payload together wrap.
+// Allocates a block from the runtime, writes its header and returns its payload. Returns null when
+// there is no memory, or when the sum of header and payload overflows.
 void* AllocatePolicyBlock(uint64_t payloadBytes, uint32_t sizeClass, uint8_t policy);
 
-// Whether a policy header lies before the payload. In front of a block of the runtime's own lie
-// the runtime's records, which do not look like one.
+// Whether the payload has a policy header. A block without one is preceded by the runtime's
+// records, which do not look like a policy header.
 bool HasPolicyHeader(void* payload);
 
-// Where the block that the runtime gave begins: at the header, or at the payload itself.
+// Returns the start of the runtime's block: the header, or the payload if it has no header.
 void* RawBlockOf(void* payload);
 
-// Resizes a block; null when there is no memory, and the block is then still whole. A policy of 0
+// Resizes a block. Returns null when there is no memory; the block is then unchanged. A policy of 0
 // ends the process through the runtime's assertion "policy != 0".
 void* ReallocatePolicyBlock(void* payload, uint64_t newSizeBytes);
 
-// Gives the block back to the runtime, with the header that it has or without one.
+// Frees a block with or without a policy header.
 void FreePolicyBlock(void* payload);
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// Circular doubly-linked lists whose links lie in the members. The head that starts such a ring is
-// kept by whoever owns it.
+// Circular doubly-linked lists whose links are fields of the members. The ring's owner keeps the
+// pointer to its head.
 #ifndef KIV_MEMHEAP_RING_H
 #define KIV_MEMHEAP_RING_H
 
@@ -14,7 +14,7 @@ struct Ring {
 
   static bool IsAlone(const T* member) { return member->*Next == member; }
 
-  // In front of the head is the tail.
+  // Inserting before the head adds a tail.
   static void InsertBefore(T* position, T* member) {
     T* previous = position->*Prev;
     member->*Next = position;

@@ -1,5 +1,5 @@
-// The process-wide switches of the memory manager. The host sets them before its threads start;
-// they are read without a lock, so every access is relaxed.
+// The process-wide switches of the memory manager. The host sets them before its threads start, and
+// they are read without a lock: relaxed accesses are enough.
 #ifndef KIV_MEMHEAP_SWITCHES_H
 #define KIV_MEMHEAP_SWITCHES_H
 

@@ -1,5 +1,5 @@
-// Block lists, tags and mappings: what tools and other platforms ask of the memory manager. Blocks
-// are not tracked by the place that asked for them, so there is never a list to read.
+// The accessors of block lists, for tools that are shared with other platforms. Allocations are not
+// tracked, so that the list is always empty.
 #include "kivsdu/memtags.h"
 
 namespace {
@@ -12,7 +12,7 @@ const AdAllocBlock* adMemMgrGetAllocBlkHd() { return nullptr; }
 
 const void* adMemMgrGetMemInfoHd() { return nullptr; }
 
-// Kept: the record behind this one in memory, whether or not there is one. The list is an array.
+// Compatibility: returns the next place in the array, whether or not a record lies there.
 const AdAllocBlock* adMemMgrGetAllocBlkNxt(const AdAllocBlock* block) {
   return block == nullptr ? nullptr : block + 1;
 }

@@ -15,12 +15,12 @@ MemoryTotals kiv::memoryTotals;
 
 namespace {
 
-// Under the accounting lock; as many as there are threads that register a region just now.
+// One for each thread that is registering a region. Guarded by the accounting lock.
 Reservation* reservations = nullptr;
 
-// Compatibility: a thread's own reservation is left out. The memory that its record takes comes
-// before the region in the totals, and a region that reaches the limit exactly is registered,
-// although its record may then pass the limit.
+// Compatibility: a thread's own reservation is not counted when it allocates the region's record.
+// Callers rely on it: a region that reaches the limit exactly is registered, even if its record
+// then exceeds the limit.
 uint64_t BytesReservedByOthers() {
   uint64_t sizeBytes = 0;
   for (const Reservation* other = reservations; other != nullptr; other = other->next) {
@@ -29,14 +29,14 @@ uint64_t BytesReservedByOthers() {
   return sizeBytes;
 }
 
-// A peak is a mark that is never set back, and so never lies below it.
+// A peak is never reset and therefore never below its mark.
 void Raise(Relaxed<uint64_t>* mark, Relaxed<uint64_t>* peak, uint64_t value) {
   if (value <= *mark) return;
   *mark = value;
   if (value > *peak) *peak = value;
 }
 
-// The total that a message shows: what is in use, with what was asked for in addition.
+// Stores the total that the next message shows: the bytes in use plus addedBytes.
 void NoteFailedTotal(uint64_t addedBytes) {
   messageState.failedTotal = static_cast<uint32_t>(AccountedTotal() + addedBytes);
 }
@@ -64,9 +64,8 @@ void* ChargeOrRelease(void* base, uint64_t sizeBytes) {
   return nullptr;
 }
 
-// What an arena or a large block was charged with. A large block has its owner word where a heap
-// has a quick list that is never filled: the word in front of the payload, had it been a large
-// block.
+// Returns the bytes that a heap or a large block was charged with. The word before a large block's
+// payload is its owner word, never 0; a heap has a quick list there that is never filled, 0.
 uint64_t ChargedBytes(void* base) {
   if (IsLarge(static_cast<char*>(base) + kLargeHeaderBytes)) {
     return kLargeHeaderBytes + static_cast<const LargeBlock*>(base)->sizeBytes;
@@ -111,7 +110,8 @@ void kiv::RemoveReservation(Reservation* reservation) {
 }
 
 bool kiv::PassesWarningMark(uint64_t totalBytes) {
-  // Kept in this order: the division comes first, and drops up to 99 bytes of the limit.
+  // Compatibility: the division comes first and drops up to 99 bytes of the limit. Hosts know the
+  // exact byte at which the warning is sent.
   return memorySettings.limitBytes != 0 && memorySettings.limitBytes / 100 * 90 < totalBytes;
 }
 
@@ -137,7 +137,8 @@ LargeBlock* kiv::AccountedReallocate(LargeBlock* block, uint64_t newTotalBytes) 
     return static_cast<LargeBlock*>(PlainReallocate(block, newTotalBytes));
   }
   const SpinlockGuard guard(memoryLocks.accounting);
-  // Kept in 32 bits: a change of 2 GiB and more is counted modulo 2^32, with its sign.
+  // Compatibility: the change is a signed number of 32 bits, so that a change of 2 GiB or more is
+  // counted modulo 2^32. Hosts know these totals.
   const auto change = static_cast<uint64_t>(
       int64_t{static_cast<int32_t>(newTotalBytes - (block->sizeBytes + kLargeHeaderBytes))});
   void* moved = nullptr;

@@ -1,4 +1,4 @@
-// Finding the memory configuration file.
+// Finds and opens the memory configuration file.
 #include "memsys/configuration.h"
 
 #include "memsys/configuration_words.h"
@@ -15,7 +15,7 @@ constexpr char kFolder[] = "bin";
 constexpr char kFile[] = "config.mem";
 constexpr char kSuffixMark = '.';
 
-// The name without a suffix.
+// Appends the file's path without a suffix. False when there is no memory.
 bool AppendBaseName(GrowingText* name) {
   const char* directory = os::EnvironmentValue(kDirectoryVariable);
   if (!name->Append(directory != nullptr ? directory : kDefaultDirectory)) return false;
@@ -23,8 +23,8 @@ bool AppendBaseName(GrowingText* name) {
   return name->Append(kFolder) && name->Append(os::kPathSeparator) && name->Append(kFile);
 }
 
-// Opens the file of this suffix, else the one without. An empty suffix leaves a dot at the end of
-// the name, which Windows drops. A name that there is no memory for is that of no file.
+// Opens the file with the suffix, or else the one without. With an empty suffix the name ends in a
+// dot, which Windows ignores. A name for which there is no memory counts as a missing file.
 std::FILE* OpenConfiguration(const char* suffix) {
   GrowingText name;
   if (!AppendBaseName(&name)) return nullptr;

@@ -1,4 +1,4 @@
-// The memory configuration file: reading it, and the ranges that its settings are held to.
+// The memory configuration file: reads it and holds its settings to their ranges.
 #ifndef KIV_MEMSYS_CONFIGURATION_H
 #define KIV_MEMSYS_CONFIGURATION_H
 
@@ -8,21 +8,20 @@
 
 namespace kiv {
 
-// The settings that hold until a file says otherwise.
+// Returns the settings that apply without a file.
 MemorySettings DefaultMemorySettings();
 
-// Opens "config.mem.<suffix>", or else "config.mem", in the folder "bin" of the product's
-// directory, which MOLTAPATH names, and takes its settings. An open file, or `force` by itself,
-// selects heaps and memory control; without either the settings stay as they are.
+// Reads the settings from "config.mem.<suffix>", or else from "config.mem", in the folder "bin" of
+// the product's directory, which MOLTAPATH names. If a file can be opened or `force` is set, thread
+// heaps and memory control are turned on; otherwise the settings are unchanged.
 void ReadMemoryConfiguration(const char* suffix, bool force, MemorySettings* settings);
 
-// Takes the settings of an open file: words in pairs of a keyword and its value, and keywords by
-// themselves. A later one of the same name wins. Reports what it does not understand on standard
-// output.
+// Reads the settings from an open file of keywords, some followed by a value. If a keyword is
+// repeated, the last one wins. Errors are reported on standard output and skipped.
 void ParseMemoryConfiguration(std::FILE* file, MemorySettings* settings);
 
-// Holds the settings to their ranges. A limit too small to run with selects plain mode and is
-// reported on standard output. In plain mode the other ranges do not matter and are not held.
+// Clamps the settings to their ranges. A limit that is too small is reported on standard output and
+// selects plain mode. In plain mode the other settings are not used and not clamped.
 void ValidateMemorySettings(MemorySettings* settings);
 
 // Writes the listing of the configuration to standard output.

@@ -1,4 +1,4 @@
-// The keywords of the memory configuration file, and what each of them sets.
+// The keywords of the memory configuration file and the setting of each.
 #include <cstdint>
 
 #include "memsys/configuration.h"
@@ -10,18 +10,18 @@ namespace {
 
 constexpr char kFreedFill[] = "freememoryinit";
 
-// Settings of 32 bits take the lower half of a value.
+// A 32-bit setting stores the low 32 bits of its value.
 uint32_t Low32(uint64_t value) { return static_cast<uint32_t>(value); }
 int32_t SignedLow32(uint64_t value) { return static_cast<int32_t>(Low32(value)); }
 
-// A limit needs memory control to hold, and heaps to be of use.
+// A limit also turns on what it needs: memory control and thread heaps.
 void SetLimit(MemorySettings* settings, uint64_t value) {
   settings->limitBytes = value;
   settings->memoryControl = true;
   if (settings->threadHeaps == 0) settings->threadHeaps = kConfiguredThreadHeaps;
 }
 
-// Kept: the keyword of either fill byte sets that of freed memory.
+// Compatibility: both fill keywords set the fill byte of freed memory. Existing files have them.
 void SetFreedFill(MemorySettings* settings, uint64_t value) {
   settings->freedFill = static_cast<uint8_t>(value);
 }
@@ -29,7 +29,7 @@ void SetFreedFill(MemorySettings* settings, uint64_t value) {
 struct Keyword {
   const char* name;
   bool (*scan)(const char* word, uint64_t* value);  // null: a flag, no value follows
-  const char* complaint;                            // the name told of a value that is not one
+  const char* complaint;  // the keyword named in the report of a bad value
   void (*set)(MemorySettings* settings, uint64_t value);
 };
 
@@ -37,7 +37,7 @@ constexpr Keyword Number(const char* name, void (*set)(MemorySettings*, uint64_t
   return {name, ScanSize, name, set};
 }
 
-// Kept: both complain in the name of the second.
+// Compatibility: a bad value of either fill keyword is reported under the name of the second.
 constexpr Keyword Fill(const char* name) { return {name, ScanByte, kFreedFill, SetFreedFill}; }
 
 constexpr Keyword Flag(const char* name, void (*set)(MemorySettings*, uint64_t)) {

@@ -7,15 +7,17 @@ namespace {
 
 // ---- Words ----
 
-constexpr int kCommentReadBytes = 4096;  // of one read, its terminator included
+constexpr int kCommentReadBytes = 4096;  // of one read, terminator included
 constexpr char kComment = '#';
 
-// A carriage return is none: a file whose line ends were not translated has words that end in it.
+// A carriage return is not a separator: if line ends are not translated, a line's last word ends in
+// one.
 bool IsSeparator(int character) {
   return character == ' ' || character == '\t' || character == '\n';
 }
 
-// Skips the rest of a line. Kept: with one read, so that what a longer line has left is words.
+// Skips the rest of a line. Compatibility: one read of at most 4095 characters, so that the rest of
+// a longer comment is read as words. Existing files are read like this.
 bool SkipComment(std::FILE* file) {
   char rest[kCommentReadBytes];
   return std::fgets(rest, kCommentReadBytes, file) != nullptr;
@@ -29,7 +31,7 @@ constexpr uint64_t kByteValues = 256;
 struct Unit {
   char letter;
   uint64_t sizeBytes;
-  uint64_t most;  // larger numbers are oversized
+  uint64_t most;  // a larger number counts as kOversized
 };
 constexpr Unit kUnits[] = {
     {'k', uint64_t{1} << 10, 0x3FFFFFFF},
@@ -37,16 +39,16 @@ constexpr Unit kUnits[] = {
     {'g', uint64_t{1} << 30, 1023},
 };
 
-// Of what separates words, the tokens have taken space, tab and line feed away.
+// White space of scanf. Words never contain space, tab or line feed, but may contain the others.
 bool IsWhiteSpace(char character) {
   return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
 
-// Scans white space, a sign and digits, as scanf's "%I64u" does on Windows: a longer number loses
-// its upper digits, and a negative one is counted back from 2^64. Gives what stands behind it, or
-// null if there is no number.
+// Scans white space, a sign and digits like scanf's "%I64u" on Windows: the value is taken modulo
+// 2^64, and a negative number wraps below 2^64. Returns the text after the number, or null if there
+// is no number.
 const char* ScanNumber(const char* text, uint64_t* number) {
   while (IsWhiteSpace(*text)) ++text;
   const bool negative = *text == '-';
@@ -70,17 +72,18 @@ const Unit* FindUnit(char letter) {
 const char* TokenReader::Next() {
   word_.Shorten(0);
   if (!ended_) ended_ = !ReadWord();
-  // The end of the file ends a word, too.
+  // The end of the file ends the last word.
   return word_.length() != 0 ? word_.text() : nullptr;
 }
 
-// False once there is nothing to read any more.
+// Returns false at the end of the file or without memory.
 bool TokenReader::ReadWord() {
   for (;;) {
     const int character = std::fgetc(file_);
     if (character == EOF) return false;
     if (character == kComment) {
-      // Kept: what stands before a comment without a space is part of it.
+      // Compatibility: text directly before "#", without a space, belongs to the comment. Existing
+      // files are read like this.
       word_.Shorten(0);
       if (!SkipComment(file_)) return false;
     } else if (IsSeparator(character)) {
@@ -106,8 +109,8 @@ bool ScanSize(const char* word, uint64_t* value) {
   return true;
 }
 
-// Kept, for the files there are: the length of the word is compared with the count of numbers
-// scanned from it. That is 1, so a byte above 9 cannot be written.
+// Compatibility: the word's length must equal the count of numbers scanned from it, which is 1. A
+// byte above 9 is therefore rejected; existing files are read like this.
 bool ScanByte(const char* word, uint64_t* value) {
   constexpr size_t kNumbersScanned = 1;
   return ScanNumber(word, value) != nullptr && std::strlen(word) == kNumbersScanned &&

@@ -1,7 +1,7 @@
-// What a configuration file consists of: words, and the numbers that words stand for.
+// The words of a configuration file, and the numbers that words stand for.
 //
-// Numbers are scanned here and not by the C runtime, whose scanners differ between platforms where a
-// number is too long or has a sign.
+// Numbers are not scanned by the C runtime, because its scanners treat signs and numbers that are
+// too long differently on each platform.
 #ifndef KIV_MEMSYS_CONFIGURATION_WORDS_H
 #define KIV_MEMSYS_CONFIGURATION_WORDS_H
 
@@ -14,8 +14,8 @@
 
 namespace kiv {
 
-// A text that grows as it is written, in memory of the C runtime: for text whose length a file or
-// the environment decides. Belongs to one thread.
+// A text that grows as it is written, in memory of the C runtime: for text of any length from a
+// file or the environment. Used by one thread.
 class GrowingText {
  public:
   GrowingText() = default;
@@ -23,7 +23,7 @@ class GrowingText {
   GrowingText(const GrowingText&) = delete;
   GrowingText& operator=(const GrowingText&) = delete;
 
-  // False when there is no memory; the text is then as it was.
+  // Returns false when there is no memory; the text is then unchanged.
   bool Append(const char* text, size_t length) {
     if (!Reserve(length_ + length + 1)) return false;
     std::memcpy(text_ + length_, text, length);
@@ -33,7 +33,7 @@ class GrowingText {
   bool Append(const char* text) { return Append(text, std::strlen(text)); }
   bool Append(char character) { return Append(&character, 1); }
 
-  // Keeps the first `length` characters, of which there are as many.
+  // Keeps the first `length` characters. `length` must not exceed the current length.
   void Shorten(size_t length) {
     length_ = length;
     if (text_ != nullptr) text_[length_] = '\0';
@@ -42,7 +42,7 @@ class GrowingText {
   size_t length() const { return length_; }
   bool EndsWith(char character) const { return length_ > 0 && text_[length_ - 1] == character; }
 
-  // Terminated. Good until the text is written again.
+  // Returns the text with a terminator. The pointer is valid until the text is written again.
   const char* text() const { return text_ != nullptr ? text_ : ""; }
 
  private:
@@ -68,12 +68,12 @@ class GrowingText {
 // comment.
 class TokenReader {
  public:
-  // The file stays the caller's.
+  // The caller closes the file.
   explicit TokenReader(std::FILE* file) : file_(file) {}
 
-  // The next word, of any length, good until the next call; null at the end of the file. A word
-  // that there is no memory for ends the file too: what is left out is more than that word then,
-  // but none of its pieces is taken for another.
+  // Returns the next word, of any length; it is valid until the next call. Returns null at the end
+  // of the file. A word for which there is no memory also ends the file: otherwise a piece of it
+  // could be read as another word.
   const char* Next();
 
  private:
@@ -84,11 +84,11 @@ class TokenReader {
   bool ended_ = false;
 };
 
-// A size or a count: a number by itself, or one above 0 and a unit, K, M or G in either case,
-// straight behind it. A number too large for its unit counts as 1 TiB. False for anything else.
+// Scans a size or a count: a number, or a number above 0 directly followed by K, M or G in either
+// case. A number too large for its unit counts as 1 TiB. Returns false for anything else.
 bool ScanSize(const char* word, uint64_t* value);
 
-// A byte: one decimal digit. False for anything else.
+// Scans a byte of one decimal digit. Returns false for anything else.
 bool ScanByte(const char* word, uint64_t* value);
 
 }  // namespace kiv

@@ -1,9 +1,9 @@
-// Plain mode once a fatal exception has been recorded: the thread that raised it is served from
-// the exception stack, so that its handler does not touch a heap which may be what broke, and no
-// other thread goes on changing that heap.
+// Plain mode after a fatal exception has been recorded. The thread that recorded it allocates from
+// the exception stack, so that its handler does not touch the heap, which may be corrupt. Any other
+// thread that calls is suspended, so that it does not change the heap either.
 //
-// The stack must not grow meanwhile: it would take its memory from here again. Its room is looked
-// at before every push, and a request beyond it ends the process.
+// The stack must not grow, because it would allocate its next block through this file again. Every
+// push checks the stack's room first, and a request that exceeds it ends the process.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -19,7 +19,7 @@
 namespace kiv {
 namespace {
 
-// The host said when it recorded the exception whether this is an orderly end.
+// Ends the process with exit or abort, as the value stored with the recorded exception says.
 [[noreturn]] void EndProcess() {
   if (FatalExceptionState().value == 0) std::exit(0);
   std::abort();
@@ -44,9 +44,9 @@ uint64_t Distance(const void* from, const void* to) {
   return static_cast<uint64_t>(static_cast<const char*>(to) - static_cast<const char*>(from));
 }
 
-// How much lies behind an address. A piece of the stack has no size of its own, and counts up to
-// the end of its block; what was allocated before the exception has the size that the runtime
-// knows.
+// Returns the bytes from a payload to the end of its memory. A piece of the stack has no recorded
+// size and extends to the end of its block. A block from before the exception extends to the end of
+// the runtime's block.
 uint64_t BytesFrom(void* block) {
   const StackBlock* holder = HolderOf(block);
   if (holder != nullptr) return holder->sizeBytes - Distance(holder, block);

@@ -1,4 +1,4 @@
-// The memory manager's entry points, in both modes.
+// The memory manager's entry points for both modes.
 #include <cstring>
 
 #include "kivsdu/manager.h"
@@ -19,9 +19,9 @@ namespace {
 
 constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineAligned = 348;
-constexpr uint32_t kZeroTailBytes = 4;  // behind the terminator of a copied text
+constexpr uint32_t kZeroTailBytes = 4;  // after the terminator of a copied text
 
-// What the caller gave chooses the heap; without it, where it keeps the result.
+// Returns the key that chooses the slot: the owner, or `instead` if the owner is null.
 uint64_t SlotKey(const void* owner, const void* instead) {
   return reinterpret_cast<uint64_t>(owner != nullptr ? owner : instead);
 }
@@ -86,7 +86,8 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
   return AllocatePlain(sizeBytes, block, policy);
 }
 
-// Thread heaps and the fatal-exception mode ignore alignments.
+// Whether a request with this alignment is served. Thread heaps and the fatal-exception mode ignore
+// the alignment.
 bool ServesAlignment(uint64_t alignment) {
   return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
@@ -99,7 +100,8 @@ bool ServesAlignment(uint64_t alignment) {
   return FreePlain(block);
 }
 
-// Kept: a zeroed request is counted whether or not it was served.
+// Compatibility: the statistics count a zeroed allocation even if it fails. Hosts know these
+// counts.
 void* AllocateElements(const void* owner, uint64_t sizeBytes, void* const* block, uint8_t policy) {
   if (!InThreadHeapMode()) return AllocatePlainOrFatal(sizeBytes, policy);
   CountAllocated(sizeBytes);
@@ -126,7 +128,7 @@ uint32_t adMallocAligned(void* owner, uint64_t alignment, uint64_t sizeBytes, vo
                          const char* file, uint32_t line) {
   if (sizeBytes != 0 && !ServesAlignment(alignment)) {
     Require(false, "0 && \"Only for Linux\"", kSource, kLineAligned);
-    return KIV_ST_OUT_OF_MEMORY;  // where the assertion returns; the result is not written
+    return KIV_ST_OUT_OF_MEMORY;  // if the assertion returns; the result is not written
   }
   return adMalloc(owner, sizeBytes, block, file, line);
 }
@@ -167,7 +169,7 @@ char* adStrDup(const char* text, const char* file, uint32_t line) {
 }
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {
-  // Before the null check: once freeing is off, a free of anything succeeds.
+  // Before the null check: with the no-free switch on, a free of null succeeds, too.
   if (memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
   if (block == nullptr) return KIV_ST_ARGUMENT;
   return Free(block);

@@ -1,10 +1,11 @@
-// Memory that the host takes elsewhere and adds to the totals, by address.
+// Regions: memory that the host allocates elsewhere and registers by address.
 //
-// Records of regions hang in chains of a hash table, under the accounting lock. The table is
-// empty when the memory manager is initialised anew: records of before are forgotten.
+// The records of regions are chained in a hash table, guarded by the accounting lock. Initialising
+// the memory manager again empties the table without freeing the records.
 //
-// A record is a block of the manager's own, and so it is made without the lock. The region's bytes
-// are reserved meanwhile.
+// A record is a block of the manager, whose allocation takes the accounting lock. Registering
+// therefore reserves the region's bytes, releases the lock, allocates the record and takes the lock
+// again.
 #include "memsys/accounting.h"
 
 #include <array>
@@ -40,13 +41,14 @@ std::array<Region*, kChains> chains;
 
 Region** ChainOf(uint64_t address) { return &chains[(address / 8) % kChains]; }
 
-// Kept in 32 bits, and then widened with its sign: 262144 blocks and more come out negative or
-// wrap.
+// Compatibility: the product is taken in 32 bits and widened with its sign. From 262144 blocks on
+// it is negative or wraps.
 uint64_t RegionBytes(uint32_t blockCount) {
   return static_cast<uint64_t>(int64_t{static_cast<int32_t>(blockCount * AD_MEMORY_UNIT)});
 }
 
-// False when the region would pass the limit. `isNear` receives whether the host is to be warned.
+// Reserves the region's bytes. Returns false if they would exceed the limit. `isNear` receives
+// whether the host must be warned.
 bool Reserve(Reservation* reservation, bool* isNear) {
   const SpinlockGuard guard(memoryLocks.accounting);
   const uint64_t total = AccountedTotal();
@@ -61,7 +63,7 @@ bool Reserve(Reservation* reservation, bool* isNear) {
   return true;
 }
 
-// The same, with the messages, for which the lock is given back.
+// Reserves the region's bytes, then sends the message of a refusal or a warning without the lock.
 bool ReserveOrReport(Reservation* reservation) {
   bool isNear = false;
   if (!Reserve(reservation, &isNear)) {
@@ -88,7 +90,7 @@ void Register(Region* region, Reservation* reservation) {
   memoryTotals.RaiseTotal();
 }
 
-// The record of the region, no longer in its chain; null if there is none.
+// Takes a region out of its chain and the totals and returns its record; null if there is none.
 Region* Unregister(uint64_t address) {
   const SpinlockGuard guard(memoryLocks.accounting);
   for (Region** link = ChainOf(address); *link != nullptr; link = &(*link)->next) {

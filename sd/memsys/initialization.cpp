@@ -1,4 +1,4 @@
-// Start and stop of thread heaps.
+// Starts and stops thread heaps.
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
@@ -25,14 +25,15 @@ void ReadSettings(const char* suffix, bool force) {
   memorySettings = settings;
 }
 
-// A switch stands for what is there: nothing is counted under a lock that could not be made.
+// After a failure, and in plain mode: turns off statistics and short heaps, and memory control if
+// its lock could not be made.
 void SwitchOffWhatIsMissing() {
   memorySettings.memoryControl &= memoryLocks.accounting != nullptr;
   memorySettings.blockStatistics = false;
   memorySettings.shortHeaps = false;
 }
 
-// Without thread heaps: the host may register regions all the same.
+// Makes the accounting lock if memory control is on: the host may register regions in plain mode.
 bool PreparePlainMode() {
   return !memorySettings.memoryControl || EnsureMemoryLock(&memoryLocks.accounting);
 }
@@ -54,7 +55,7 @@ bool PrepareOptions() {
 }
 
 uint32_t PrepareThreadHeaps() {
-  // Made and released in plain mode, as every context of the library's own.
+  // Made and freed in plain mode, because threadHeapCount is still 0.
   KivSdContext* context = nullptr;
   if (KivSdInit(&context) != KIV_ST_OK) return KIV_ST_OUT_OF_MEMORY;
   const bool ready = PrepareHeaps() && PrepareOptions();
@@ -67,7 +68,7 @@ uint32_t PrepareThreadHeaps() {
 uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const char* suffix,
                              uint32_t force) {
   SetMessageFunction(messages);
-  // Kept: a second initialisation switches thread heaps off.
+  // Compatibility: initialising a second time switches thread heaps off. Hosts rely on it.
   const bool wasInitialized = threadHeapCount != 0;
   threadHeapCount = 0;
   if (enable == 0 || wasInitialized) return KIV_ST_OK;
@@ -85,7 +86,7 @@ uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const 
     SwitchOffWhatIsMissing();
     return status;
   }
-  // Last, for it is what turns requests to the heaps.
+  // Last: from here on, requests go to the heaps.
   threadHeapCount = memorySettings.threadHeaps;
   return KIV_ST_OK;
 }

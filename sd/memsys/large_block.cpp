@@ -22,7 +22,7 @@ void WriteHeader(LargeBlock* block, uint64_t sizeBytes) {
   *block = {sizeBytes, nullptr, nullptr, kNoOwner};
 }
 
-// The owner word stays: the block is still a large one.
+// Leaves the owner word as it is: it also marks the block as a large one.
 void Unlink(void** head, LargeBlock* block) {
   *head = LargeRing::IsAlone(block) ? nullptr : block->prev;
   LargeRing::Remove(block);

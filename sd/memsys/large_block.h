@@ -1,4 +1,4 @@
-// Large blocks: requests that no heap serves, each an accounted allocation of its own.
+// Large blocks: requests that no heap serves. Each is an accounted allocation of its own.
 #ifndef KIV_MEMSYS_LARGE_BLOCK_H
 #define KIV_MEMSYS_LARGE_BLOCK_H
 
@@ -8,17 +8,19 @@
 
 namespace kiv {
 
-// A payload without an owner; null without memory, and when the size with its header wraps.
+// Allocates a large block without an owner and returns its payload. Returns null when there is no
+// memory, or when the sum of header and payload overflows.
 void* AllocateLarge(uint64_t sizeBytes);
 
-// Leaves the owner's ring, if it is in one.
+// Frees a large block. Takes it out of its owner's ring first, if it has an owner.
 void FreeLarge(LargeBlock* block);
 
-// The block resized, without an owner; null when that fails, and the block is where it was.
+// Resizes a large block, which then has no owner. Returns null on failure; the block is then
+// unchanged and at the tail of its owner's ring.
 LargeBlock* ReallocateLarge(LargeBlock* block, uint64_t sizeBytes);
 
-// Puts the block at the tail of the ring that starts at *head. The head lies in a record of the
-// host's, where it is a pointer to anything.
+// Adds the block at the tail of the ring that starts at *head. The head is a void pointer because
+// it lies in a public record of the host.
 void LinkLarge(void** head, LargeBlock* block);
 
 }  // namespace kiv

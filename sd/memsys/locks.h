@@ -1,8 +1,10 @@
-// The memory manager's own locks. A lock that guards heaps cannot come from one: the records are
-// plain memory, and stay for the process's life.
+// The memory manager's own locks. Their records are plain memory, not blocks of the heaps that they
+// guard, and are never freed.
 //
-// Order: the ring lock before a heap's; the short-pool lock and the ring lock before the accounting
-// lock and the statistics lock, within which no other is taken.
+// Lock order:
+//   ring lock        before a heap's lock, the accounting lock and the statistics lock
+//   short-pool lock  before the accounting lock and the statistics lock
+//   accounting and statistics locks  last: no other lock is taken while one of them is held
 #ifndef KIV_MEMSYS_LOCKS_H
 #define KIV_MEMSYS_LOCKS_H
 
@@ -10,7 +12,7 @@
 
 namespace kiv {
 
-// A free lock in memory of the C runtime. Null without memory.
+// Makes a free lock in memory of the C runtime. Returns null when there is no memory.
 KivSdSpinlock* CreatePlainSpinlock();
 
 struct MemoryLocks {
@@ -21,7 +23,7 @@ struct MemoryLocks {
 };
 extern MemoryLocks memoryLocks;
 
-// Makes a lock that is not there yet. False without memory.
+// Makes a lock unless it exists already. Returns false when there is no memory.
 bool EnsureMemoryLock(KivSdSpinlock** lock);
 
 }  // namespace kiv

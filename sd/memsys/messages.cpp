@@ -42,7 +42,7 @@ uint32_t Call(const uint64_t* context, const Message& message) {
                   kIntegerTag, &message.second, kIntegerTag);
 }
 
-// Without a context nothing is sent, and then the throttle does not start either.
+// Sends a message and starts the throttle. Without a context it does neither.
 void Send(const Message& message) {
   const uint64_t* context = hostContext;
   if (context == nullptr) return;
@@ -69,8 +69,7 @@ void kiv::ReportFailedRequest(uint64_t requestedBytes) {
   ReportOutOfMemory(requestedBytes);
 }
 
-// The clock stands still in plain mode: after the first message of this kind the host has no use
-// for more.
+// The clock does not advance in plain mode: after the first message, further ones are suppressed.
 void kiv::ReportPlainFailure(uint64_t requestedBytes) {
   if (callback != nullptr) ReportFailedRequest(requestedBytes);
 }
@@ -83,8 +82,9 @@ void kiv::ReportOutOfMemory(uint64_t requestedBytes) {
         kClassError, messageState.failedTotal, static_cast<uint32_t>(requestedBytes)});
 }
 
-// Kept: a warning that is held back counts as the last message, and one that is sent does not; so
-// the next failure goes out at once after the one and may be held back after the other.
+// Compatibility: a suppressed warning is recorded as the last kind, a sent one is not. After a
+// suppressed warning the next failure is sent at once; after a sent one it may be suppressed. Hosts
+// know this order of messages.
 void kiv::SendWarning() {
   messageState.warningPending = 0;
   if (IsQuiet()) {

@@ -1,8 +1,8 @@
-// What the host is told about shortage of memory: the warning near the limit and the message that
-// a request failed, throttled by a clock that counts allocations.
+// Messages to the host about shortage of memory: a warning near the limit, and the message that a
+// request failed. A clock that counts allocations throttles them.
 //
-// The host allocates in its callback: nothing here may be called with a lock held. The state is
-// written without one; a lost update only changes which message gets through.
+// The host may allocate in its callback: no lock may be held in a call of these functions. The
+// state is written without a lock; a lost update only changes which message is sent.
 #ifndef KIV_MEMSYS_MESSAGES_H
 #define KIV_MEMSYS_MESSAGES_H
 
@@ -13,35 +13,36 @@
 
 namespace kiv {
 
-// Counts the allocations of thread heaps. Away from what is read alone: each allocation writes it.
+// Counts the allocations of thread heaps. Has its own cache line, because each allocation writes
+// it.
 struct alignas(64) AllocationClock {
   Relaxed<uint64_t> ticks;
 };
 extern AllocationClock allocationClock;
 
 struct MessageState {
-  Relaxed<uint32_t> failedTotal;  // bytes in the last message
+  Relaxed<uint32_t> failedTotal;  // the bytes that the next message shows
   Relaxed<uint8_t> warningPending;
 };
 extern MessageState messageState;
 
 void SetMessageFunction(AdMessageFunction function);
 
-// Forgets what was sent, and the host's context.
+// Clears the throttle, any pending warning and the host's context.
 void ResetMessages();
 
-// A request failed: sends the message, the failed total being what is in use with the request.
+// Reports a failed request. The failed total becomes the bytes in use plus the requested bytes.
 void ReportFailedRequest(uint64_t requestedBytes);
 
-// The same in plain mode.
+// Reports a failed request of plain mode: like ReportFailedRequest, if there is a callback.
 void ReportPlainFailure(uint64_t requestedBytes);
 
-// The same where the failed total has been set already.
+// Reports a failed request. The caller has set the failed total.
 void ReportOutOfMemory(uint64_t requestedBytes);
 
 void SendWarning();
 
-// Where an operation ends that may have crossed the warning's mark.
+// Sends the pending warning, if any. Called at the end of an operation that may have raised it.
 inline void SendPendingWarning() {
   if (messageState.warningPending != 0) SendWarning();
 }

@@ -1,4 +1,4 @@
-// Remainders by a divisor that is known long before it is used, without a division.
+// Remainders without a division, for a divisor that is known in advance.
 #ifndef KIV_MEMSYS_MODULUS_H
 #define KIV_MEMSYS_MODULUS_H
 
@@ -6,9 +6,9 @@
 
 namespace kiv {
 
-// The quotient is taken by multiplying with the divisor's reciprocal (T. Granlund and
-// P. L. Montgomery, "Division by Invariant Integers using Multiplication", PLDI 1994). The
-// reciprocal is rounded down, so that the quotient is at most 1 too small, which is put right.
+// The quotient is the product with the divisor's reciprocal (T. Granlund and P. L. Montgomery,
+// "Division by Invariant Integers using Multiplication", PLDI 1994). The reciprocal is rounded
+// down. The quotient is therefore at most 1 too small, which the remainder shows and corrects.
 class Modulus {
  public:
   constexpr Modulus() = default;

@@ -1,4 +1,5 @@
-// Which of its ways a request of plain mode takes. No state of its own.
+// Chooses the path of a plain request: the runtime, the thread's cache or a policy block. Keeps no
+// state.
 #include "memsys/plain.h"
 
 #include "ThreadAllocator/thread_cache.h"
@@ -9,8 +10,8 @@
 namespace kiv {
 namespace {
 
-// What the caches take: blocks of a rounded size, and those of a policy that does not exist, which
-// they refuse. The policies that are left are the runtime's alone.
+// Whether a freed block goes to the thread's cache: blocks of a rounded size, and blocks of an
+// unknown policy, which the cache rejects by an assertion. All others go straight to the runtime.
 bool IsForCache(const PolicyHeader& header) {
   if (header.policy == kFullPolicy) return header.sizeClass <= kLargestRoundedClass;
   return header.policy != kMandatoryPolicy;

@@ -1,5 +1,5 @@
-// Memory from the C runtime, bare or behind a policy header: what plain mode serves its callers
-// from, and what heaps and large blocks are made of.
+// The plain path: memory from the C runtime, with or without a policy header. It serves requests of
+// plain mode, and the arenas of heaps and the large blocks of thread-heap mode.
 #ifndef KIV_MEMSYS_PLAIN_H
 #define KIV_MEMSYS_PLAIN_H
 
@@ -12,10 +12,10 @@
 
 namespace kiv {
 
-// The shortest ways: to and from the calling thread's cache, without a call. What they do not serve
-// is left as it was, and is for the whole operations.
+// Inline fast paths to and from the calling thread's cache. If one does not succeed, it has changed
+// nothing, and the caller takes the full path below.
 
-// Null where the cache has no block for it.
+// Returns null if the cache has no block for the request.
 inline void* TryPlainAllocate(uint64_t sizeBytes, uint8_t policy) {
   if (!ManagerSwitchIsOn() || sizeBytes - 1 >= kLargestRoundedBytes || policy == kMandatoryPolicy) {
     return nullptr;
@@ -25,7 +25,7 @@ inline void* TryPlainAllocate(uint64_t sizeBytes, uint8_t policy) {
                           : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
 }
 
-// Whether the cache took the block.
+// Returns whether the cache took the block.
 inline bool TryPlainFree(void* block) {
   if (!ManagerSwitchIsOn()) return false;
   ThreadCache* cache = CurrentThreadCache();
@@ -33,24 +33,24 @@ inline bool TryPlainFree(void* block) {
          GiveToCache(cache, block);
 }
 
-// With the memory-manager switch off the runtime's own block; with it on, a block of the thread's
-// allocator cache or one behind a policy header. Null when there is no memory, or when the header
-// makes the size wrap.
+// Allocates a block. With the memory-manager switch off it is a block of the runtime. With the
+// switch on it comes from the thread's cache or has a policy header. Returns null when there is no
+// memory, or when the sum of header and payload overflows.
 void* PlainAllocate(uint64_t sizeBytes, uint8_t policy);
 
-// The same for a block that PlainAllocate made; null asks for a new one of the full policy. On
-// failure null, and the block is still whole. With the switch on, a block from before, or of the
-// runtime's own, may end the process through an assertion: what lies in front of it is read as a
-// policy.
+// Resizes a block of PlainAllocate; a null block allocates a new one under the full policy. Returns
+// null on failure; the block is then unchanged. With the switch on, a block without a policy header
+// may end the process through an assertion, because the bytes before it are read as a policy.
 void* PlainReallocate(void* block, uint64_t newSizeBytes);
 
-// Takes blocks from before the switch too, but not from a thread with an allocator cache.
+// Frees a block. With the switch on, a thread without a cache may also free a block without a
+// policy header; a thread with a cache must not.
 void PlainFree(void* block);
 
-// ---- Once a fatal exception has been recorded ----
+// ---- After a fatal exception has been recorded ----
 
-// Plain mode then serves from the exception stack, and the thread that raised the exception alone;
-// any other that asks is suspended. The front asks first whether that is so.
+// Plain mode then allocates from the exception stack, for the thread that recorded the exception
+// alone; any other thread that calls is suspended. The front calls this first to choose the path.
 inline bool FatalExceptionOccurred() {
   // acquire: pairs with the release that records the exception.
   return fatalExceptionFlag.load(std::memory_order_acquire) != 0;
@@ -59,7 +59,7 @@ inline bool FatalExceptionOccurred() {
 void* FatalAllocate(uint64_t sizeBytes);
 void* FatalReallocate(void* block, uint64_t newSizeBytes);
 
-// Releases nothing: 0, or KIV_ST_ARGUMENT when the block does not lie in the stack.
+// Releases nothing. Returns 0, or KIV_ST_ARGUMENT if the block does not lie in the stack.
 uint32_t FatalFree(void* block);
 
 }  // namespace kiv

@@ -1,4 +1,4 @@
-// A word that threads read and write without ordering anything by it.
+// A variable that several threads read and write with relaxed memory order.
 #ifndef KIV_MEMSYS_RELAXED_H
 #define KIV_MEMSYS_RELAXED_H
 
@@ -6,9 +6,9 @@
 
 namespace kiv {
 
-// Reads and writes are whole, and nothing else: an update is a read and a write, so that updates
-// by two threads may become one. For what is guarded by a lock and looked at without it, and for
-// counts that may lose some.
+// Each read and each write is atomic, but += and -= are not: they are a read and a write, so that
+// an update may be lost. For variables that are written under a lock and read without it, and for
+// counts that may lose updates.
 template <typename T>
 class Relaxed {
  public:

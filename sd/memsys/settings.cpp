@@ -1,4 +1,4 @@
-// The memory manager's settings: their defaults, their ranges and their listing.
+// The defaults, ranges and listing of the memory manager's settings.
 #include "memsys/settings.h"
 
 #include <algorithm>
@@ -42,11 +42,11 @@ constexpr uint32_t kMinShortHeapBytes = 320 * kKiB;
 constexpr uint32_t kMaxShortHeapBytes = 16 * kMiB;
 constexpr uint32_t kMaxLargestBlockBytes = 256 * kKiB;
 
-// Messages show 32 bits of a number, with their sign.
+// Compatibility: messages show the low 32 bits of a number as a signed number. Hosts know them so.
 int32_t Shown(uint64_t number) { return static_cast<int32_t>(static_cast<uint32_t>(number)); }
 
 void RejectLimit(MemorySettings* settings) {
-  // Without a line feed, and with two spaces: kept as hosts know it.
+  // Compatibility: two spaces and no line feed, as hosts know the message.
   std::printf("Memory Limit is %d, Default is  %d", Shown(settings->limitBytes),
               Shown(kMinLimitBytes));
   settings->threadHeaps = 0;

@@ -20,7 +20,7 @@ namespace {
 
 constexpr char kSource[] = "sd/memheap";
 
-// A block that is resized, and what its header says of it.
+// A block to resize and its payload size.
 struct Resized {
   void* payload;
   uint32_t oldBytes;
@@ -73,16 +73,18 @@ void ReleaseHeaps(AdShortHeapOwner* owner) {
   Heap* const first = CurrentHeap(owner);
   Heap* heap = first;
   do {
-    Heap* next = heap->ringNext;  // before the release, which puts the heap into another ring
+    Heap* next = heap->ringNext;  // before the release, which may move the heap to the pool's ring
     ReleaseShortHeap(heap);
-    // Kept: a heap that went back to the system was counted by its release already.
+    // Compatibility: a heap that is freed instead of pooled is counted twice, here and in its
+    // release. Hosts know these counts.
     CountFreed(memorySettings.shortHeapBytes);
     heap = next;
   } while (heap != first);
   owner->heap = nullptr;
 }
 
-// Kept as a loop until the ring is empty: while the no-free switch is on it never is.
+// Compatibility: while the no-free switch is on, nothing is freed and this loop does not end. Hosts
+// end no owner that has large blocks after they turned the switch on.
 void FreeLargeBlocks(AdShortHeapOwner* owner) {
   while (LargeBlock* first = FirstLarge(owner)) {
     static_cast<void>(adFree(PayloadOf(first->prev), kSource, 0));
@@ -105,7 +107,7 @@ uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBytes, void**
                               const char* /*file*/, uint32_t /*line*/) {
   const auto unsignedBytes = static_cast<uint32_t>(sizeBytes);
   Heap* heap = CurrentHeap(owner);
-  // Less 1, so that what is not positive is above as well.
+  // The subtraction wraps for sizes below 1, so that one comparison excludes them, too.
   if (unsignedBytes - 1 < memorySettings.directBytes && heap != nullptr) [[likely]] {
     if (void* payload = TryAllocate(heap, unsignedBytes)) [[likely]] {
       *block = payload;

@@ -21,7 +21,7 @@ void* AllocateFromOtherHeaps(Heap* current, uint32_t sizeBytes) {
   return nullptr;
 }
 
-// Further heaps become current: they have the room.
+// Adds a new heap after the current one and makes it the current heap, because it has room.
 void* AllocateFromFurtherHeap(AdShortHeapOwner* owner, uint32_t sizeBytes) {
   Heap* heap = ObtainShortHeap();
   if (heap == nullptr) return nullptr;

@@ -1,5 +1,5 @@
-// What an owner of short heaps has, and its allocations in full: apart from the way of most of
-// them, which calls nothing and so has nothing to save.
+// The parts of an owner of short heaps, and the full path of its allocations. The full path is in a
+// file of its own, so that the fast path in short_heap.cpp saves no registers.
 #ifndef KIV_MEMSYS_SHORT_OWNER_H
 #define KIV_MEMSYS_SHORT_OWNER_H
 
@@ -14,19 +14,19 @@ namespace kiv {
 
 inline Heap* CurrentHeap(const AdShortHeapOwner* owner) { return static_cast<Heap*>(owner->heap); }
 
-// The first of the owner's large blocks; null when it has none.
+// Returns the head of the owner's ring of large blocks; null if the owner has none.
 inline LargeBlock* FirstLarge(const AdShortHeapOwner* owner) {
   return static_cast<LargeBlock*>(owner->largeBlocks);
 }
 
-// Outside thread-heap mode the block is the runtime's, which has no links.
+// Adds a large block to the owner's ring. Does nothing in plain mode, where blocks have no links.
 void AdoptLarge(AdShortHeapOwner* owner, void* payload);
 
 inline bool IsAboveHeaps(int32_t sizeBytes) {
   return static_cast<uint32_t>(sizeBytes) > memorySettings.largestBlockBytes;
 }
 
-// All of adMemShortHeapMalloc.
+// The full path of adMemShortHeapMalloc, for every size.
 uint32_t AllocateOwned(AdShortHeapOwner* owner, int32_t sizeBytes, void** block);
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// Heaps in the pool lie as their owner left them, and still carry the index of a short heap, by
-// which their release is accounted.
+// A heap in the pool is not cleaned. It keeps the index of a short heap, from which its release
+// knows how many bytes to subtract from the totals.
 #include "memsys/short_pool.h"
 
 #include "memheap/heap_ring.h"
@@ -15,7 +15,7 @@ using namespace kiv;
 
 namespace {
 
-// Written under the short-pool lock; the count is looked at without it first.
+// Written under the short-pool lock. The count is first read without it.
 struct ShortPool {
   Heap* head;
   Relaxed<int32_t> count;
@@ -41,14 +41,15 @@ void AddToUse(int32_t addend) {
   pool.inUse += addend;
 }
 
-// Null when another thread took the last one meanwhile; the heap to come is in use all the same.
+// Returns null if another thread took the last heap meanwhile. The heap that the caller then makes
+// is already counted as in use.
 Heap* TakeFromPool() {
   const SpinlockGuard guard(memoryLocks.shortPool);
   ++pool.inUse;
   return pool.head == nullptr ? nullptr : Pop();
 }
 
-// An arena of its own; `counted` says whether it is in use already.
+// Makes a new arena. `counted`: it is already counted as in use.
 Heap* MakeArena(bool counted) {
   void* arena = AccountedAllocate(memorySettings.shortHeapBytes);
   if (arena != nullptr) {
@@ -70,7 +71,7 @@ Heap* TakeArena() {
 
 bool PoolHasRoom() { return pool.count < memorySettings.shortPoolMost; }
 
-// False when the pool filled up meanwhile; the heap is out of use all the same.
+// Returns false if the pool filled up meanwhile. The heap no longer counts as in use either way.
 bool ReturnToPool(Heap* heap) {
   const SpinlockGuard guard(memoryLocks.shortPool);
   --pool.inUse;

@@ -6,16 +6,18 @@
 
 namespace kiv {
 
-// Empties the pool, without releasing its heaps. False when its lock cannot be made.
+// Empties the pool without releasing its heaps. Returns false if its lock cannot be made.
 bool PrepareShortPool();
 
-// A short heap, initialised, from the pool or new; null without memory, of which the host is told.
+// Returns an initialised short heap, from the pool or new. Without memory it sends a message to the
+// host and returns null.
 Heap* ObtainShortHeap();
 
-// To the pool, or to the system when the pool is full.
+// Puts a heap into the pool, or frees it if the pool is full.
 void ReleaseShortHeap(Heap* heap);
 
-// After an owner has ended: releases a pool that has grown too large, once no heap is in use.
+// Frees all heaps of the pool if no short heap is in use and the pool exceeds its limit. Called
+// after an owner has ended.
 void DrainShortPoolIfIdle();
 
 }  // namespace kiv

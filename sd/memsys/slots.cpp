@@ -17,9 +17,7 @@ Modulus kiv::slotCount;
 
 namespace {
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-
-// Under the ring lock.
+// Guarded by the ring lock.
 Heap* spares = nullptr;
 int32_t initialBudget = 0;
 int32_t remainingBudget = 0;
@@ -29,14 +27,15 @@ void* AllocateLocked(Heap* heap, uint32_t payloadBytes) {
   return AllocateFromHeap(heap, payloadBytes);
 }
 
-// Makes `heap`, which the slot names as its current one, the slot's own. The slot is being
-// exchanged until the last store; nobody may find it settled and its heap without the index.
+// Makes the slot's current heap its own. The second store ends the exchange and therefore comes
+// last: a thread must not find the slot settled before its heap has the slot's index.
 void TakeSlot(uint32_t number, Heap* heap) {
-  heap->index.store(number, kRelaxed);
+  heap->index.store(number, std::memory_order_relaxed);
   slots[number].heap.store(heap, std::memory_order_release);
 }
 
-// A payload from one of the spare heaps, which the slot then names as its current heap.
+// Allocates from the first spare heap with room, which becomes the slot's current heap. Returns
+// null if no spare heap has room.
 void* AllocateFromSpares(const SlotRequest& request, Heap* dry, Heap** served) {
   Slot& slot = slots[request.slot];
   Heap* spare = spares;
@@ -60,8 +59,8 @@ void SwapWithSpare(uint32_t number, Heap* dry, Heap* spare) {
   TakeSlot(number, spare);
 }
 
-// The heap is ready before any thread can find it; it is given out of before it takes the slot, so
-// that the request that paid for it is served.
+// Allocates from the new heap before it takes the slot, so that other threads cannot use up its
+// room before the request that made it is served.
 Exchanged AllocateFromNew(const SlotRequest& request, Heap* made) {
   void* payload = AllocateLocked(made, request.payloadBytes);
   TakeSlot(request.slot, made);
@@ -92,7 +91,7 @@ Heap* kiv::MakeThreadHeap() {
   KivSdSpinlock* lock = CreatePlainSpinlock();
   auto* heap = static_cast<Heap*>(arena);
   InitializeHeap(heap, memorySettings.heapBytes, lock);
-  heap->index.store(kSpareHeapIndex, kRelaxed);
+  heap->index.store(kSpareHeapIndex, std::memory_order_relaxed);
   if (lock != nullptr) return heap;
   AccountedFree(arena);
   return nullptr;
@@ -104,12 +103,13 @@ Exchanged kiv::ExchangeHeap(const SlotRequest& request, Heap* dry) {
   Heap* made = nullptr;
   {
     const SpinlockGuard guard(ring);
-    // Only now, under the lock: two threads that found the same heap dry would otherwise both
+    // Checked under the lock: otherwise two threads that found the same heap dry could both
     // exchange it, and the slot would never settle.
-    if (slot.heap.load(kRelaxed) != dry || slot.current.load(kRelaxed) != dry) {
+    if (slot.heap.load(std::memory_order_relaxed) != dry ||
+        slot.current.load(std::memory_order_relaxed) != dry) {
       return {ExchangeOutcome::kRetry, nullptr};
     }
-    dry->index.store(kSpareHeapIndex, kRelaxed);
+    dry->index.store(kSpareHeapIndex, std::memory_order_relaxed);
     Heap* spare = nullptr;
     if (void* payload = AllocateFromSpares(request, dry, &spare)) {
       SwapWithSpare(request.slot, dry, spare);
@@ -117,7 +117,7 @@ Exchanged kiv::ExchangeHeap(const SlotRequest& request, Heap* dry) {
     }
     if (remainingBudget > 0) made = MakeThreadHeap();
     if (made == nullptr) {
-      dry->index.store(request.slot, kRelaxed);
+      dry->index.store(request.slot, std::memory_order_relaxed);
       return {ExchangeOutcome::kNoHeap, nullptr};
     }
     slot.current.store(made, std::memory_order_release);

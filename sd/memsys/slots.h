@@ -1,5 +1,5 @@
-// The slots of thread heaps: which slot a request goes to, and the exchange of a slot's heap that has
-// no room for a spare heap or a new one.
+// The slots of thread heaps: the choice of a slot for a request, and the exchange of a slot's heap
+// for a spare or new one when it has no room.
 #ifndef KIV_MEMSYS_SLOTS_H
 #define KIV_MEMSYS_SLOTS_H
 
@@ -13,14 +13,15 @@
 
 namespace kiv {
 
-// Both name the same heap, except while the slot is being exchanged: `current` is then the heap
-// that is tried or made for it.
+// Both members point to the same heap, except during an exchange: `current` then points to the heap
+// that is being tried or made for the slot.
 struct Slot {
   Atomic<Heap*> heap;
   Atomic<Heap*> current;
 
   void Settle(Heap* owner) {
-    // release: who finds the two equal finds a heap that is ready.
+    // release: pairs with the acquire loads of SettledHeap and AwaitSettledHeap. A thread that
+    // finds the two equal sees an initialised heap.
     current.store(owner, std::memory_order_release);
     heap.store(owner, std::memory_order_release);
   }
@@ -32,8 +33,8 @@ extern Modulus slotCount;
 
 constexpr uint32_t kTicksPerPrime = 10000;
 
-// The 50 consecutive primes from 1297. That the divisor changes moves contexts that happen to
-// share a slot away from each other.
+// The 50 consecutive primes from 1297. Changing the divisor separates contexts that happen to share
+// a slot.
 inline constexpr std::array<Modulus, 50> kSlotPrimes = {
     Modulus(1297), Modulus(1301), Modulus(1303), Modulus(1307), Modulus(1319), Modulus(1321),
     Modulus(1327), Modulus(1361), Modulus(1367), Modulus(1373), Modulus(1381), Modulus(1399),
@@ -45,16 +46,16 @@ inline constexpr std::array<Modulus, 50> kSlotPrimes = {
     Modulus(1607), Modulus(1609), Modulus(1613), Modulus(1619), Modulus(1621), Modulus(1627),
     Modulus(1637), Modulus(1657)};
 
-// The slot of a seed at a time of the allocation clock. A seed moves on every 10,000 ticks.
+// Returns the slot of a seed at a tick of the allocation clock. It changes every 10,000 ticks.
 inline uint32_t SlotOf(uint64_t seed, uint64_t ticks) {
   const Modulus& prime = kSlotPrimes[(ticks / kTicksPerPrime) % kSlotPrimes.size()];
   return slotCount.Of(prime.Of(seed / 8));
 }
 
-// The heap of a slot, once the slot is not being exchanged.
+// Waits until the slot is not being exchanged and returns its heap.
 Heap* AwaitSettledHeap(const Slot& slot);
 
-// The same, mostly at once.
+// Returns the heap of a slot that is not being exchanged. Usually it is not: that case is inline.
 inline Heap* SettledHeap(uint32_t number) {
   const Slot& slot = slots[number];
   Heap* heap = slot.heap.load(std::memory_order_acquire);
@@ -63,17 +64,17 @@ inline Heap* SettledHeap(uint32_t number) {
 
 // ---- Exchange ----
 
-// A payload wanted in a slot.
+// A request for a payload from a slot.
 struct SlotRequest {
   uint32_t slot;
   uint32_t payloadBytes;
-  uint32_t bin;  // of the payload; for probes
+  uint32_t bin;  // of the payload size; for probes
 };
 
 enum class ExchangeOutcome : uint8_t {
   kServed,  // the payload comes from the slot's new heap
   kRetry,   // another thread exchanged the slot meanwhile
-  kNoHeap,  // no spare heap has room, and there is no budget or memory for another
+  kNoHeap,  // no spare heap has room, and there is no budget or memory for a new one
 };
 
 struct Exchanged {
@@ -81,19 +82,21 @@ struct Exchanged {
   void* payload;  // null unless served
 };
 
-// `dry` is the slot's heap that could not serve the request.
+// Exchanges the slot's heap `dry`, which could not serve the request, and serves the request from
+// the slot's new heap.
 Exchanged ExchangeHeap(const SlotRequest& request, Heap* dry);
 
-// An accounted arena, made a locked heap with the index of a spare one. Null without memory.
+// Makes an accounted arena into a locked heap with the index of a spare heap. Returns null when
+// there is no memory.
 Heap* MakeThreadHeap();
 
 // ---- The spare ring and the budget of heaps ----
 
-// Empties the ring and sets the budget: `heaps` in all, of which `made` are about to be made. At
-// least those are allowed.
+// Empties the ring and sets the budget to `heaps` in total, but at least to `made`, the heaps that
+// the caller is about to make.
 void PrepareSpareHeaps(int32_t heaps, int32_t made);
 
-// At the tail of the ring.
+// Adds a heap at the tail of the ring.
 void AddSpareHeap(Heap* heap);
 
 }  // namespace kiv

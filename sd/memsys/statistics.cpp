@@ -23,12 +23,12 @@ struct Statistics {
   Counters freed;
 };
 
-// Under the statistics lock.
+// Guarded by the statistics lock.
 Statistics sinceInitialization;
 Statistics sinceReset;
 
-// The first class is that of payloads which are parked; the others end at powers of two from 1024
-// up.
+// Class 0 holds the sizes of the quick lists; each further class ends at a power of two, from 1024
+// on.
 uint32_t ClassOf(uint64_t sizeBytes) {
   if (sizeBytes <= kLargestParkedBytes) return 0;
   if (sizeBytes <= 1024) return 1;

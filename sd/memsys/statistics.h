@@ -1,4 +1,4 @@
-// Statistics of block sizes: allocations and frees by size class.
+// Statistics of block sizes: counts of allocations and frees by size class.
 #ifndef KIV_MEMSYS_STATISTICS_H
 #define KIV_MEMSYS_STATISTICS_H
 
@@ -8,13 +8,13 @@
 
 namespace kiv {
 
-// Sets all counters to 0. False when their lock cannot be made.
+// Sets all counters to 0. Returns false if their lock cannot be made.
 bool PrepareBlockStatistics();
 
+// CountBlock while statistics are on.
 void CountBlockNow(int64_t sizeBytes);
 
-// Counts an allocation of so many bytes, or with a negative size a free. Where it is called with a
-// size of 0, that counts as a free.
+// Counts an allocation of sizeBytes bytes, or a free if sizeBytes is negative or 0.
 inline void CountBlock(int64_t sizeBytes) {
   if (memorySettings.blockStatistics) CountBlockNow(sizeBytes);
 }

@@ -20,11 +20,10 @@ Relaxed<int32_t> kiv::threadHeapCount;
 namespace {
 
 constexpr int32_t kSpareHeaps = 8;
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
 // ---- Allocating ----
 
-// What a slot gave, and the heap that was asked last.
+// The payload from a slot, or null, and the heap that was tried last.
 struct SlotAnswer {
   void* payload;
   Heap* heap;
@@ -36,11 +35,12 @@ SlotAnswer TrySlot(const SlotRequest& request) {
     if (!MayServe(*heap, request.bin)) return {nullptr, heap};
     {
       const SpinlockGuard guard(heap->lock);
-      if (heap->index.load(kRelaxed) == request.slot) {
+      if (heap->index.load(std::memory_order_relaxed) == request.slot) {
         return {AllocateFromHeap(heap, request.payloadBytes), heap};
       }
     }
-    // The heap left the slot meanwhile; who exchanges it may be waiting for a processor.
+    // The heap was exchanged meanwhile. Yield: the exchanging thread may be waiting for a
+    // processor.
     static_cast<void>(KivSdThreadYield(nullptr));
   }
 }
@@ -83,7 +83,8 @@ void* AllocateAndCopy(uint64_t seed, void* payload, uint64_t oldBytes, uint64_t 
 }
 
 void* ResizeLarge(uint64_t seed, LargeBlock* block, uint64_t sizeBytes) {
-  // Kept: counted as freed before it is known whether the block moves, and again when it does.
+  // Compatibility: the old size is counted as freed here and again if the block moves. Hosts know
+  // these counts.
   CountFreed(block->sizeBytes);
   if (sizeBytes <= memorySettings.largestBlockBytes) {
     return AllocateAndCopy(seed, PayloadOf(block), block->sizeBytes, sizeBytes);
@@ -136,7 +137,7 @@ bool kiv::MakeThreadHeaps(int32_t count) {
   for (int32_t i = 0; i < count; ++i) {
     Heap* heap = MakeThreadHeap();
     if (heap == nullptr) return false;
-    heap->index.store(static_cast<uint32_t>(i), kRelaxed);
+    heap->index.store(static_cast<uint32_t>(i), std::memory_order_relaxed);
     slots[static_cast<size_t>(i)].Settle(heap);
   }
   for (int32_t i = 0; i < kSpareHeaps; ++i) {

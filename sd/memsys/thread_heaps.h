@@ -1,8 +1,9 @@
-// Thread heaps: a fixed number of slots, each with one locked heap, chosen by hashing the caller's
-// context; heaps that run dry change places with spare ones.
+// Thread heaps: a fixed number of slots, each with one locked heap. A hash of the caller's context
+// chooses the slot. A heap without room is exchanged for a spare one.
 //
-// A slot is being exchanged while its current heap differs from its heap; readers wait then. A heap
-// that left its slot between the reading and the locking is told by its index.
+// A slot is being exchanged while its current heap differs from its heap; readers wait until they
+// are equal. After locking, compare the heap's index with the slot: they differ if the heap was
+// exchanged meanwhile.
 #ifndef KIV_MEMSYS_THREAD_HEAPS_H
 #define KIV_MEMSYS_THREAD_HEAPS_H
 
@@ -16,38 +17,40 @@
 
 namespace kiv {
 
-// Slots in use: positive in thread-heap mode, 0 in plain mode, -1 once it was terminated.
+// Slots in use: positive in thread-heap mode, 0 in plain mode, -1 in plain mode after termination.
 extern Relaxed<int32_t> threadHeapCount;
 
 inline bool InThreadHeapMode() { return threadHeapCount > 0; }
 
-// Makes the heaps of `slotCount` slots and the spare ones, as the settings say. False when memory
-// fails; what was made until then stays.
+// Makes the heaps of `slotCount` slots and the spare heaps. Returns false when there is no memory;
+// the heaps made so far stay allocated.
 bool MakeThreadHeaps(int32_t slotCount);
 
-// A payload of at least sizeBytes bytes: from a heap, or a large block when the request is above
-// the largest that heaps serve, or no heap has room. Null without memory. `seed` chooses the slot.
+// Returns a payload of at least sizeBytes bytes, from the heap of the slot that `seed` chooses. It
+// is a large block if the request is above the largest that heaps serve, or if no heap has room.
+// Null when there is no memory.
 void* ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes);
 
-// Null is ignored. Any thread, except for the blocks of short heaps. Gives KIV_ST_OK: a caller that
-// ends with it has nothing left to do.
+// Frees a block; null is ignored. Any thread may call it, but for a block of a short heap only the
+// owner's thread. Always returns KIV_ST_OK, so that callers can tail-call it.
 uint32_t ThreadHeapFree(void* payload);
 
-// Whether the block is one of a short heap and is parked there now: ThreadHeapFree of most of them,
-// without a call. Not for null.
+// Fast path of ThreadHeapFree for a block of a short heap. Returns false, with nothing changed, if
+// only ThreadHeapFree can free it. The payload must not be null.
 inline bool TryFreeShort(void* payload) {
   if (IsLarge(payload) || memorySettings.blockStatistics) return false;
   Block* block = BlockOf(payload);
   return IsShort(*block->heap) && TryFree(block->heap, block);
 }
 
-// Null when it fails, and the block is still whole; a null block asks for a new one. A large block
-// leaves its owner's ring for good, unless it fails.
+// Resizes a block; a null block allocates a new one. Returns null on failure; the block is then
+// unchanged. A large block that was resized belongs to no owner.
 void* ThreadHeapReallocate(uint64_t seed, void* payload, uint64_t sizeBytes);
 
+// Thread heaps that may exist in total.
 int32_t InitialHeapBudget();
 
-// What the arenas of thread heaps take.
+// Bytes in the arenas of all thread heaps.
 uint64_t BytesInThreadHeaps();
 
 }  // namespace kiv

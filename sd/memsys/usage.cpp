@@ -1,4 +1,4 @@
-// What the host may ask about memory in use.
+// The host's queries about memory in use and the settings.
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
 #include "memsys/accounting.h"

@@ -1,4 +1,4 @@
-// A number made of a packed date and time.
+// Makes a number of a packed date and time.
 #include "kivsdu/path.h"
 #include "lease_guard.h"
 
@@ -16,9 +16,9 @@ constexpr uint32_t kLeapYearsBefore = 492;
 
 }  // namespace
 
-// Kept as it is, modulo 2^32: years, hours and minutes are not shifted to where they would count
-// themselves, the month is left out, and leap years are a quarter of that. Hosts have such numbers
-// in their files, and compare new ones with them.
+// Compatibility: the result is not a real time. Years, hours and minutes are used without shifting
+// them down, the month is left out, leap years are a quarter of the unshifted years, and everything
+// wraps at 32 bits. Hosts have such numbers in their files and compare new ones with them.
 uint32_t KivSdTimetFromDOS(uint16_t time, uint16_t date) {
   RunLeaseGuard();
   const uint32_t years = date & kYearBits;

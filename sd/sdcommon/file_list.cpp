@@ -1,4 +1,4 @@
-// Lists of files, made of what a search finds.
+// Lists of the files that a search finds.
 #include "kivsdu/filesearch.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
@@ -13,7 +13,7 @@ constexpr char kSource[] = "sd/sdcommon";
 constexpr uint32_t kLineItemAlloc = 1705;
 constexpr uint32_t kLineItemFree = 1735;
 
-// These operations say no more than that.
+// The only statuses of these operations.
 constexpr uint32_t kDone = 0;
 constexpr uint32_t kFailed = 1;
 
@@ -54,14 +54,15 @@ uint32_t KivSdDeleteFileListItems(KivSdFileListItem* head) {
   head->next = nullptr;
   while (item != nullptr) {
     KivSdFileListItem* next = item->next;
-    // Freeing says nothing that a caller could act on.
+    // The status is dropped: a caller could not act on it.
     static_cast<void>(adFree(item, kSource, kLineItemFree));
     item = next;
   }
   return kDone;
 }
 
-// Kept: the time of the last writing, whatever the name says.
+// Compatibility: returns the time of the last write, although the name says "create date". Hosts
+// rely on it.
 uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record, uint32_t* size,
                                        int64_t* timestamp) {
   RunLeaseGuard();

@@ -1,4 +1,4 @@
-// Other names for files.
+// Hard links: further names for files.
 #include "kivsdu/directio.h"
 #include "kivsdu/path.h"
 #include "lease_guard.h"
@@ -7,7 +7,8 @@
 
 using namespace kiv;
 
-// Kept: where there are no links, the host is not told. It finds out when it opens one.
+// Compatibility: succeeds on systems without links and makes none. Hosts notice when they open the
+// link.
 uint32_t KivSdCreateLink(KivSdContext* ctx, const char* existing, const char* newLink,
                          uint32_t /*ignored*/) {
   RunLeaseGuard();

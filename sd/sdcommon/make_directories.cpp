@@ -1,4 +1,4 @@
-// Making a directory with those above it.
+// Makes a directory and all missing directories above it.
 #include <cstring>
 
 #include "kivsdu/file.h"
@@ -21,7 +21,7 @@ uint32_t MakeLevel(KivSdContext* ctx, const char* path) {
 
 }  // namespace
 
-// Separators at the start, in rows and at the end stay where they are, and begin no level.
+// Separators at the start, in rows and at the end stay in the path and do not make a level.
 uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path) {
   RunLeaseGuard();
   if (path == nullptr) return KIV_CREATE_PATH_REFUSED;

@@ -1,8 +1,8 @@
-// Mapped-file handles. On this platform all are descriptors, and every operation passes its
-// arguments on to the stream operation of the same name.
+// Mapped-file handles. On this platform every handle is a file descriptor, and every operation
+// passes its arguments on to the stream operation of the same name.
 //
-// Kept: most of them replace the OS error that the stream operation would record by 0. Users of
-// mapped files have only the status to go by.
+// Compatibility: most operations record OS error 0 in place of the stream operation's error.
+// Callers of mapped files look only at the status.
 #include "kivsdu/file.h"
 #include "kivsdu/mappedfile.h"
 #include "report.h"
@@ -53,7 +53,8 @@ uint32_t KivSdMMAPFileOpen(KivSdContext* ctx, const char* path, uint32_t openFla
     handle->file = static_cast<int32_t>(file);
     return status;
   }
-  // No open fails and yields a descriptor; should one, the file must not stay open unseen.
+  // No open should fail and still return a descriptor. If one does, close it: otherwise the
+  // descriptor would leak.
   if (file != KIV_FILE_NONE) {
     static_cast<void>(KivSdFileClose(nullptr, file));
     handle->file = kNoFile;

@@ -1,10 +1,10 @@
 // Memory stacks.
 //
-// A stack fills its top block by advancing an offset; full blocks lie below it, and released
-// ones wait on a free list, largest first, of which only the head is ever looked at: a push costs
-// the same however many blocks are free.
+// A stack fills its top block by advancing an offset. Full blocks lie below the top block. Released
+// blocks wait on a free list, largest first. A push considers only the list's head, so that its
+// cost does not depend on the number of free blocks.
 //
-// Every operation reports {status, 0}: the OS error of what it calls is not its own to tell.
+// Every operation reports {status, 0}. The OS error of a failed call is not reported.
 #include "sdcommon/memory_stack.h"
 
 #include <algorithm>
@@ -27,22 +27,22 @@ constexpr uint32_t kLineStackFree = 1158;
 constexpr uint32_t kLineFreeBlockFree = 1168;
 constexpr uint32_t kLineUsedBlockFree = 1181;
 
-constexpr uint64_t kManagerOverheadBytes = 128;  // what a block's own header may cost the manager
+constexpr uint64_t kManagerOverheadBytes = 128;  // what the manager may add to a block
 constexpr uint64_t kLargestBlockBytes = UINT32_MAX;
 
 bool IsPowerOfTwo(uint32_t value) { return value != 0 && (value & (value - 1)) == 0; }
 
 uint64_t RoundUp(uint64_t value, uint64_t unit) { return (value + unit - 1) / unit * unit; }
 
-// The same for a power of two, without a division: every push rounds.
+// Rounds up to a multiple of a power of two, without a division, because every push rounds.
 uint64_t AlignUp(uint64_t value, uint64_t alignment) {
   return (value + alignment - 1) & ~(alignment - 1);
 }
 
 unsigned char* Bytes(StackBlock* block) { return reinterpret_cast<unsigned char*>(block); }
 
-// The size that a block of so many bytes gets, so that together with the manager's overhead it
-// fills whole pages. May exceed what a block's 32-bit size field holds.
+// Rounds a block up so that, with the manager's overhead, it fills whole pages; at most the largest
+// allocation. The result may exceed the 32-bit size field of a block.
 uint64_t BlockSize(const KivSdMemStack& stack, uint64_t bytes) {
   const uint64_t size =
       stack.pageBytes == 1
@@ -51,7 +51,7 @@ uint64_t BlockSize(const KivSdMemStack& stack, uint64_t bytes) {
   return std::min(size, stack.maxAllocBytes);
 }
 
-// A fresh block with its size set and nothing below it.
+// Allocates a block, sets its size and links it to nothing.
 uint32_t MakeBlock(uint64_t sizeBytes, uint32_t line, StackBlock** made) {
   if (sizeBytes > kLargestBlockBytes) return KIV_ST_OUT_OF_MEMORY;
   const auto size = static_cast<uint32_t>(sizeBytes);
@@ -68,7 +68,8 @@ bool Holds(const KivSdMemStack& stack, StackBlock* block, const unsigned char* a
   return address >= Bytes(block) + stack.headerBytes && address < Bytes(block) + block->sizeBytes;
 }
 
-// Puts a block before the first free one that is not larger: of equal ones the newest is first.
+// Inserts a block into the free list before the first one that is not larger. Among blocks of equal
+// size the newest is first.
 void AddFree(KivSdMemStack* stack, StackBlock* block) {
   StackBlock** link = &stack->freeList;
   while (*link != nullptr && (*link)->sizeBytes > block->sizeBytes) link = &(*link)->next;
@@ -76,7 +77,8 @@ void AddFree(KivSdMemStack* stack, StackBlock* block) {
   *link = block;
 }
 
-// A block of at least so many bytes: the largest free one if it will do, else a fresh one.
+// Takes a block of at least sizeBytes bytes: the largest free block if it is large enough, else a
+// new one.
 uint32_t TakeBlock(KivSdMemStack* stack, uint64_t sizeBytes, StackBlock** taken) {
   StackBlock* head = stack->freeList;
   if (head == nullptr || head->sizeBytes < sizeBytes) {
@@ -91,7 +93,7 @@ bool FitsTop(const KivSdMemStack& stack, uint32_t sizeBytes) {
   return stack.top != nullptr && stack.topOffset + sizeBytes <= stack.top->sizeBytes;
 }
 
-// Puts a block with room for a piece on top.
+// Puts a block with room for a piece of sizeBytes bytes on top.
 uint32_t GrowFor(KivSdMemStack* stack, uint32_t sizeBytes) {
   const uint64_t needed = stack->headerBytes + sizeBytes;
   const uint64_t blockBytes =
@@ -105,7 +107,7 @@ uint32_t GrowFor(KivSdMemStack* stack, uint32_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-// Fills the record; the limits come from the system queries, which may fail.
+// Fills the record. The system queries for the page size and the largest allocation may fail.
 uint32_t Prepare(KivSdMemStack* stack, uint32_t alignment) {
   *stack = KivSdMemStack{};
   uint32_t status = KivSdPageSizeGet(nullptr, &stack->pageBytes);
@@ -128,7 +130,8 @@ uint32_t MakeFirstBlock(KivSdMemStack* stack, uint32_t initialSizeBytes) {
   return KIV_ST_OK;
 }
 
-// Takes the top block off: kept for reuse where the rule of popping says so, else freed.
+// Removes the top block. It becomes the free list if it lies directly above `holder`, has the
+// default size and the list is empty; otherwise it is freed.
 uint32_t DropTop(KivSdMemStack* stack, const StackBlock* holder) {
   StackBlock* block = stack->top;
   StackBlock* below = block->next;
@@ -158,8 +161,8 @@ uint32_t FreeChain(KivSdContext* ctx, StackBlock* block, uint32_t line) {
 
 uint64_t kiv::StackRoom(const KivSdMemStack& stack) {
   const uint64_t blockBytes = stack.top != nullptr ? stack.top->sizeBytes : stack.defaultBlockBytes;
-  // The offset behind the last piece is rounded up, possibly past the block's end. In an empty
-  // stack it is the header's size.
+  // The offset after the last piece is rounded up, possibly past the block's end. In an empty stack
+  // it is the header's size.
   return blockBytes - std::min(blockBytes, stack.topOffset);
 }
 
@@ -178,7 +181,7 @@ uint32_t KivSdMemStackCreate(KivSdContext* ctx, KivSdMemStack** out, uint32_t al
   void* record = nullptr;
   uint32_t status = KivSdMemAllocUsingPolicy(nullptr, 0, sizeof(KivSdMemStack), &record,
                                              AD_POLICY_MANDATORY, kSource, kLineStackAlloc);
-  // The caller holds the record from here on, also when what follows fails, and deletes it.
+  // From here on the caller owns the record and deletes it, even if a later step fails.
   *out = static_cast<KivSdMemStack*>(record);
   if (status != KIV_ST_OK) return Report(ctx, status);
 
@@ -219,7 +222,7 @@ uint32_t KivSdMemStackPopAndFree(KivSdContext* ctx, KivSdMemStack* stack, const 
 
 uint32_t KivSdMemStackReset(KivSdContext* ctx, KivSdMemStack* stack) {
   if (stack == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  // Kept: nothing to take back leaves the context as it was, unlike every other success.
+  // Compatibility: an empty stack leaves the context unchanged, unlike every other success.
   if (stack->top == nullptr) return KIV_ST_OK;
 
   while (stack->top != nullptr) {
@@ -233,7 +236,7 @@ uint32_t KivSdMemStackReset(KivSdContext* ctx, KivSdMemStack* stack) {
 
 uint32_t KivSdMemStackDelete(KivSdContext* ctx, KivSdMemStack* stack) {
   if (stack == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  // The record goes first, so its lists are taken over before.
+  // The record is freed first: copy its lists before.
   StackBlock* freeList = stack->freeList;
   StackBlock* used = stack->top;
   uint32_t status = KivSdMemFree(ctx, stack, kSource, kLineStackFree);

@@ -9,28 +9,28 @@
 
 namespace kiv {
 
-// Lies at the start of every block; the pieces follow at the stack's headerBytes.
+// Lies at the start of every block. The first piece starts at the stack's headerBytes.
 //
 //   0       8      16 rounded up to the alignment
 //   | size | next | piece | piece | ...
 struct StackBlock {
   uint32_t sizeBytes;  // the whole block
-  StackBlock* next;    // the block below it in use, or the next free one
+  StackBlock* next;    // of a used block, the block below it; of a free one, the next free block
 };
 static_assert(sizeof(StackBlock) == 16, "least header of a block");
 static_assert(offsetof(StackBlock, next) == 8, "block layout");
 
 }  // namespace kiv
 
-// Seven 64-bit words: the handler of fatal exceptions keeps copies of them.
+// Seven 64-bit words, because handlers of fatal exceptions keep copies of a stack.
 struct KivSdMemStack {
   uint32_t pageBytes;
-  uint32_t alignment;          // of every piece, a power of two
+  uint32_t alignment;          // of every piece; a power of two
   uint32_t defaultBlockBytes;  // least size of a block
-  uint64_t headerBytes;        // room at the start of every block
+  uint64_t headerBytes;        // reserved at the start of every block
   uint64_t topOffset;          // of the next free byte in the top block
   uint64_t maxAllocBytes;
-  kiv::StackBlock* top;       // the block being filled, chained down; null while empty
+  kiv::StackBlock* top;       // block being filled, linked down to the full ones; null while empty
   kiv::StackBlock* freeList;  // largest first
 };
 static_assert(offsetof(KivSdMemStack, pageBytes) == 0, "stack layout");
@@ -45,10 +45,10 @@ static_assert(sizeof(KivSdMemStack) == 56, "stack layout");
 
 namespace kiv {
 
-// The most that can be pushed before the stack needs another block than its first.
+// Returns the bytes that can be pushed before the stack needs another block.
 uint64_t StackRoom(const KivSdMemStack& stack);
 
-// The block in use with this address in one of its pieces; null when there is none.
+// Returns the used block whose pieces include this address; null if there is none.
 StackBlock* StackHolderOf(const KivSdMemStack& stack, const void* address);
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// NUMA resources of a platform whose node discovery is switched off: the table stays empty, and
-// the queries are written for one that is not.
+// NUMA resources. Node discovery is switched off on this platform, so that the node table is always
+// empty. The queries also work for a table with nodes.
 #include "sdcommon/numa.h"
 
 #include "os/environment.h"
@@ -13,7 +13,7 @@ NodeTable nodes = {0, nullptr};
 }  // namespace
 
 void KivSdInitNumaResources() {
-  // Read and not used: with discovery off there is nothing left for it to turn off.
+  // Compatibility: the variable is read and its value ignored, because discovery is off anyway.
   static_cast<void>(os::EnvironmentValue("AD_TURN_OFF_NUMA"));
   nodes = {0, nullptr};
 }

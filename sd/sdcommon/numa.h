@@ -1,4 +1,4 @@
-// The node table that the NUMA queries answer from.
+// The node table of the NUMA queries.
 #ifndef KIV_SDCOMMON_NUMA_H
 #define KIV_SDCOMMON_NUMA_H
 
@@ -10,11 +10,11 @@ namespace kiv {
 
 struct NodeTable {
   uint32_t count;
-  const uint32_t* ids;  // `count` of them; null when there is none
+  const uint32_t* ids;  // array of `count` identifiers; null if count is 0
 };
 
-// Index modulo the count. The remainder has the sign of the index, so that a negative index
-// stays negative or becomes 0; callers of a table with nodes pass what they counted up.
+// Returns the index modulo the count. Compatibility: the remainder has the sign of the index, so
+// that a negative index returns a negative number or 0. Callers pass no negative index.
 inline int32_t NodePosition(const NodeTable& table, int32_t index) {
   return table.count == 0 ? 0 : index % static_cast<int32_t>(table.count);
 }

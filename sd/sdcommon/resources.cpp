@@ -1,4 +1,5 @@
-// Resources of the machine: processors, the system's identity, and the record that holds it all.
+// Resources of the machine: its processors, the system's name and version, and the record of all
+// resources.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -28,7 +29,7 @@ constexpr uint32_t kLineOrdinalBuffer = 1541;
 
 constexpr size_t kMaxNameCharacters = 60;
 
-// By kind. The numbering is shared by all platforms, so it lists processors that this one never
+// By kind. All platforms share the numbers, so the table has processors that this platform never
 // reports.
 constexpr const char* kProcessorNames[] = {
     "Unknown",
@@ -88,7 +89,8 @@ uint32_t ProcessorKind(uint32_t type) {
   }
 }
 
-// Kept at bit 28, not the top bit: names in reports of running hosts must not change.
+// Compatibility: bit 28 is tested, not the top bit. System names in the reports of running hosts
+// must not change.
 constexpr uint32_t kVersionPlainWindows = 1u << 28;
 
 const char* SystemName(uint32_t version) {
@@ -100,7 +102,7 @@ uint64_t ResourcesBytes(uint32_t driveCount) {
   return sizeof(KivSdOSResources) + static_cast<uint64_t>(further) * sizeof(KivSdDriveInfo);
 }
 
-// Writes the drives field as far as it lies inside the buffer: it is filled before it is known
+// Writes the part of the drives field that lies inside the buffer. The caller has not yet checked
 // that the buffer is large enough.
 void StoreDrives(unsigned char* buffer, uint32_t sizeBytes, const KivSdDrives& drives) {
   constexpr uint32_t kOffset = offsetof(KivSdOSResources, drives);
@@ -159,7 +161,7 @@ uint32_t KivSdOSResourcesGet(KivSdContext* ctx, uint32_t sizeBytes, KivSdOSResou
   if (status != KIV_ST_OK) return status;
   if (sizeBytes < ResourcesBytes(drives.count)) return Report(ctx, KIV_ST_OS_RESOURCES);
 
-  // Each part reports for itself, so the first failure's record stands.
+  // Each call below writes the context, so the first failure's record stays.
   status = FillTimes(ctx, resources);
   if (status == KIV_ST_OK) status = FillMachine(ctx, resources);
   if (status == KIV_ST_OK) status = FillDriveRecords(ctx, drives, resources->drive);

@@ -1,31 +1,29 @@
 // Process-wide settings and hooks.
 //
-// The host writes these before its threads start and the library reads them without a lock. They
-// are atomic only so that a host that sets one late gets the old value or the new one; every
-// access is relaxed, for no value here announces another.
+// The host writes these before its threads start, and the library reads them without a lock. They
+// are atomic only so that a read during a late write returns the old or the new value. Every access
+// is relaxed: no value here publishes other data.
 #include "kivsdu/settings.h"
 
 #include <atomic>
 
 namespace {
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
-
 std::atomic<uint8_t> failoverMode{0};
 std::atomic<KivSdLeaseGuardFunction> leaseGuard{nullptr};
 std::atomic<uint32_t> fileLockingMode{1};
 std::atomic<const char*> appFolderName{"APP"};
 
-// A function of the host that, once there, can be replaced and never removed. That is what lets
-// a call read the pointer once and use it without a lock.
+// A host function that can be replaced but never removed once it is installed. A call reads the
+// pointer once and uses it without a lock.
 class Hook {
  public:
   void Install(KivSdHookFunction function) {
-    if (function != nullptr) function_.store(function, kRelaxed);
+    if (function != nullptr) function_.store(function, std::memory_order_relaxed);
   }
 
   void Call(uint64_t first, uint64_t second, uint64_t third, uint64_t fourth) const {
-    const KivSdHookFunction function = function_.load(kRelaxed);
+    const KivSdHookFunction function = function_.load(std::memory_order_relaxed);
     if (function != nullptr) function(first, second, third, fourth);
   }
 
@@ -39,17 +37,17 @@ Hook statistics;
 
 }  // namespace
 
-uint8_t KivSdIsFailoverMode() { return failoverMode.load(kRelaxed); }
+uint8_t KivSdIsFailoverMode() { return failoverMode.load(std::memory_order_relaxed); }
 
-void KivSdSetFailoverModeFlag(uint8_t flag) { failoverMode.store(flag, kRelaxed); }
+void KivSdSetFailoverModeFlag(uint8_t flag) { failoverMode.store(flag, std::memory_order_relaxed); }
 
 void KivSdGetLeaseGuard() {
-  const KivSdLeaseGuardFunction guard = leaseGuard.load(kRelaxed);
+  const KivSdLeaseGuardFunction guard = leaseGuard.load(std::memory_order_relaxed);
   if (guard != nullptr) guard();
 }
 
 void KivSdSetLeaseGuardAccessFunction(KivSdLeaseGuardFunction guard) {
-  leaseGuard.store(guard, kRelaxed);
+  leaseGuard.store(guard, std::memory_order_relaxed);
 }
 
 void KivSdSetUkrThreadAttachFunction(KivSdHookFunction hook) { threadAttach.Install(hook); }
@@ -70,9 +68,13 @@ void KivSdUpdateHMStatistics(uint64_t first, uint64_t second, uint64_t third, ui
   statistics.Call(first, second, third, fourth);
 }
 
-// Kept as a setting that nothing reads: hosts of several platforms set it.
-void KivSdSetFileLockingMode(uint32_t mode) { fileLockingMode.store(mode, kRelaxed); }
+// Compatibility: nothing reads this setting. Hosts of several platforms set it.
+void KivSdSetFileLockingMode(uint32_t mode) {
+  fileLockingMode.store(mode, std::memory_order_relaxed);
+}
 
-void KivSdSetAppFolderName(const char* name) { appFolderName.store(name, kRelaxed); }
+void KivSdSetAppFolderName(const char* name) {
+  appFolderName.store(name, std::memory_order_relaxed);
+}
 
-const char* KivSdAppFolderName() { return appFolderName.load(kRelaxed); }
+const char* KivSdAppFolderName() { return appFolderName.load(std::memory_order_relaxed); }

@@ -6,7 +6,8 @@
 
 using namespace kiv;
 
-// Kept: sizes are compared with their signs, and a path that the system cannot tell is a success.
+// Compatibility: the sizes are compared as signed numbers, and the call succeeds if the system
+// cannot resolve the path. Hosts rely on both.
 uint32_t KivSdFileGetCanonicalPath(const char* path, int32_t sizeBytes, char* out) {
   RunLeaseGuard();
   const uint32_t needed = os::AbsolutePath(path, static_cast<uint32_t>(sizeBytes), out);

@@ -1,5 +1,5 @@
-// Collecting the names that match a pattern. The array of names doubles when it is full; each name
-// is a block of its own.
+// Collects the names that match a pattern. The array of names doubles when it is full. Each name is
+// a block of its own.
 #include <cstring>
 
 #include "kivsdu/filesearch.h"
@@ -32,7 +32,7 @@ struct Names {
 
 uint64_t ArrayBytes(uint32_t capacity) { return uint64_t{capacity} * sizeof(char*); }
 
-// The manager sets a block to null when it has none, so a pointer of its own receives each.
+// The manager sets its output to null on failure, so a local pointer receives each block.
 uint32_t MakeArray(void* memory, Names* names) {
   void* array = nullptr;
   const uint32_t status =
@@ -73,7 +73,8 @@ uint32_t Add(void* memory, Names* names, const char* prefix, const char* name, u
   return KIV_ST_OK;
 }
 
-// From the record's file on, until a status other than success; the context receives it.
+// Adds the record's file and all that follow it, until a call returns a status other than success.
+// Stores that status in the context.
 void Collect(KivSdContext* ctx, void* memory, const char* prefix, KivSdFindRecord* record,
              Names* names) {
   uint32_t status = MakeArray(memory, names);
@@ -89,14 +90,16 @@ void Collect(KivSdContext* ctx, void* memory, const char* prefix, KivSdFindRecor
   static_cast<void>(Report(ctx, status, osError));
 }
 
-// The ends of a search that has told everything. No operation ends with KIV_ST_FIND_NO_MORE; it
-// stays for hosts that put searches of their own in the place of ours.
+// Whether a search ended because there are no more names.
+//
+// Compatibility: no operation returns KIV_ST_FIND_NO_MORE. It stays for hosts that replace the
+// search operations by their own.
 bool IsNormalEnd(uint32_t status) {
   return status == KIV_ST_OK || status == KIV_ST_FIND_START || status == KIV_ST_FIND_END ||
          status == KIV_ST_FIND_NO_MORE;
 }
 
-// An empty path when the system has none that fits.
+// Stores the absolute path, or an empty one if the system has none or it does not fit.
 void ExpandPattern(const char* pattern, char (&path)[KIV_SYSTEM_PATH_MAX]) {
   const uint32_t length = os::AbsolutePath(pattern, sizeof path, path);
   if (length == 0 || length >= sizeof path) path[0] = '\0';
@@ -137,7 +140,7 @@ uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix, cons
 uint32_t KivSdFileFreeNames(const void* /*ignored*/, char** names, uint32_t count) {
   RunLeaseGuard();
   if (names == nullptr) return KIV_ST_OK;
-  // Freeing says nothing that a caller could act on.
+  // The statuses are dropped: a caller could not act on them.
   for (uint32_t i = 0; i < count; ++i) {
     static_cast<void>(adFree(names[i], kSource, kLineNameFree));
   }

@@ -1,4 +1,4 @@
-// Parts of paths, as texts.
+// The extension and the parent of a path, found in its text alone.
 #include <cstring>
 
 #include "kivsdu/path.h"
@@ -11,7 +11,7 @@ namespace {
 
 bool IsSeparator(char letter) { return letter == os::kPathSeparator || letter == '/'; }
 
-// The text may lie in the place it goes to.
+// `text` may overlap `out`.
 char* Put(char* out, const char* text, size_t length) {
   std::memmove(out, text, length);
   out[length] = '\0';
@@ -20,7 +20,8 @@ char* Put(char* out, const char* text, size_t length) {
 
 }  // namespace
 
-// Kept: the last dot counts wherever it is. Hosts give names of which they know that they have one.
+// Compatibility: the last dot counts even if it is in a folder's name. Hosts pass names that have
+// an extension.
 char* KivSdFileGetExtension(const char* path, uint8_t includeDot, char* out) {
   RunLeaseGuard();
   const char* dot = path != nullptr ? std::strrchr(path, '.') : nullptr;

@@ -1,4 +1,4 @@
-// Leases to write, and writes under them.
+// Leases to write, and writes under a lease.
 #include "kivsdu/file.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
@@ -11,7 +11,7 @@ using namespace kiv;
 
 namespace {
 
-// How long a writer waits before it looks whether the pause has expired.
+// How long a writer waits before it checks whether the pause has expired.
 constexpr uint32_t kResumePollMs = 2000;
 
 void CountLease(KivSdWriteLease* lease) {
@@ -19,8 +19,8 @@ void CountLease(KivSdWriteLease* lease) {
   lease->held = 1;
 }
 
-// Takes a lease back that was counted before the pause was seen, and wakes the pauser if that was
-// the last.
+// Withdraws a lease that was counted before the pause was seen. Wakes the pauser if it was the last
+// lease.
 void WithdrawLease(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   const int64_t before = KivSdAtomicDecrement(&pause.leases);
@@ -29,7 +29,7 @@ void WithdrawLease(KivSdWriteLease* lease) {
   if (before == 1) static_cast<void>(OpenGate(lease->ctx, &pause.drained));
 }
 
-// Counts a lease and keeps it unless there is a pause.
+// Counts a lease, and withdraws it if a pause is in force.
 bool TryLease(KivSdWriteLease* lease) {
   CountLease(lease);
   if (!IsPaused(*lease->pause)) return true;
@@ -37,7 +37,7 @@ bool TryLease(KivSdWriteLease* lease) {
   return false;
 }
 
-// With the lock held for reading.
+// The caller holds the lock for reading.
 bool HasExpired(KivSdWriteLease* lease) {
   const KivSdWritePause& pause = *lease->pause;
   if (pause.maximumSeconds == 0) return false;
@@ -46,12 +46,12 @@ bool HasExpired(KivSdWriteLease* lease) {
   return static_cast<int64_t>(now - pause.startSeconds) >= pause.maximumSeconds;
 }
 
-// Waits once for the end of the pause, with the lock held for reading, and ends it when its time
-// has come. Anything but success and time-out is a failure.
+// Waits once for the end of the pause, and lifts the pause if it has expired. The caller holds the
+// lock for reading. Every status except success and time-out is a failure.
 //
-// The gate lets one writer through and closes behind it. Each that comes through opens it again for
-// the next, still under the lock, so that all go on at once and the gate is open when no pause is
-// in force (I3). A pause that is in force is not one that was lifted: it keeps its gate.
+// The gate lets one writer through and closes behind that writer, which opens it again for the next
+// while it still holds the lock. All writers go on at once, and the gate is open while no pause is
+// in force (I3). If a pause is in force after the wait, the gate stays closed.
 uint32_t AwaitResume(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   const uint32_t waited = KivSdEventWait(lease->ctx, &pause.resume, kResumePollMs);
@@ -68,8 +68,9 @@ uint32_t AwaitResume(KivSdWriteLease* lease) {
   return waited;
 }
 
-// With the lock held for reading, until there is a lease or waiting fails. After a time-out during
-// a pause the lease is not counted anew: a pauser would be woken for nothing.
+// Waits until the lease is taken or waiting fails. The caller holds the lock for reading. After a
+// time-out during a pause the lease is not counted again: that would only wake the pauser for
+// nothing.
 uint32_t AwaitLease(KivSdWriteLease* lease) {
   for (;;) {
     const uint32_t waited = AwaitResume(lease);
@@ -79,8 +80,8 @@ uint32_t AwaitLease(KivSdWriteLease* lease) {
   }
 }
 
-// Gives the lease back behind a write. The record keeps what the write left there: waking a pauser
-// would write a success over it.
+// Gives the lease back after a write and restores the write's record, because waking a pauser
+// overwrites it with a success.
 uint32_t EndLeasedWrite(KivSdWriteLease* lease, uint32_t status) {
   const uint32_t osError = lease->ctx != nullptr ? lease->ctx->osError : 0;
   static_cast<void>(KivSdReleaseWriteIOLease(lease));
@@ -99,7 +100,8 @@ uint32_t KivSdGetWriteIOLease(KivSdWriteLease* lease) {
   return status;
 }
 
-// Kept: who has no lease may call this, and still wakes a pauser when none is out.
+// Compatibility: a thread without a lease may call this. It still wakes the pauser if no lease is
+// out.
 uint32_t KivSdReleaseWriteIOLease(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   if (lease->held != 0) {

@@ -1,4 +1,4 @@
-// Pausing the process's writes, and lifting the pause.
+// Pauses the process's writes, and lifts the pause.
 #include "kivsdu/status.h"
 #include "kivsdu/time.h"
 #include "kivsdu/writepause.h"
@@ -8,15 +8,15 @@ using namespace kiv;
 
 namespace {
 
-// How long a pauser waits before it counts the leases again: a wake-up that came between its count
-// and its wait costs it no more.
+// How long a pauser waits before it counts the leases again. A pauser that misses a wake-up between
+// its count and its wait loses no more than this time.
 constexpr uint32_t kDrainPollMs = 1000;
 
 // Waits until no lease is out.
 uint32_t Drain(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
   while (LeaseCount(pause) > 0) {
-    // A gate that does not close only makes the wait below short.
+    // If the gate cannot be closed, the wait below only ends early.
     static_cast<void>(CloseGate(lease->ctx, &pause.drained));
     const uint32_t waited = KivSdEventWait(lease->ctx, &pause.drained, kDrainPollMs);
     if (IsShuttingDown(pause)) return KIV_WRITE_PAUSE_SHUTDOWN;
@@ -25,13 +25,15 @@ uint32_t Drain(KivSdWriteLease* lease) {
   return KIV_ST_OK;
 }
 
-// With the lock held for writing. Kept: a drain that is given up leaves the pause in force, with
-// the maximum and the start of the one before. Whoever asked for it has to lift it, and knows by
-// the status that leases are out.
+// Begins the pause. The caller holds the lock for writing.
+//
+// Compatibility: if the drain fails or is given up, the pause stays in force with the maximum and
+// the start of the previous pause. The status shows that leases may still be out. The caller must
+// lift the pause.
 uint32_t Pause(KivSdWriteLease* lease, int64_t maxSeconds) {
   KivSdWritePause& pause = *lease->pause;
-  // The gate first: a writer that sees the flag finds it closed. The flag alone says that there is
-  // a pause; were the gate to stay open, writers would only wait busily.
+  // Closes the gate first, so that a writer that sees the flag finds the gate closed. The flag
+  // alone puts the pause in force: if the gate stayed open, writers would only wait busily.
   static_cast<void>(CloseGate(lease->ctx, &pause.resume));
   StorePaused(pause, 1);
   const uint32_t drained = Drain(lease);
@@ -44,8 +46,8 @@ uint32_t Pause(KivSdWriteLease* lease, int64_t maxSeconds) {
 
 uint32_t KivSdPauseWriteIO(KivSdWriteLease* lease, int64_t maxSeconds) {
   KivSdWritePause& pause = *lease->pause;
-  // Kept before the lock and not repeated behind it: who comes during a pause is told at once, and
-  // two who come together both get theirs.
+  // Compatibility: checked before the lock and not again under it. A second pauser fails at once
+  // during a pause, and two pausers that arrive together both succeed.
   if (IsPaused(pause)) return KIV_ST_WRITE_PAUSE;
   const uint32_t locked = KivSdStartWrite(nullptr, &lease->locks, &pause.lock);
   if (locked != KIV_ST_OK) return locked;
@@ -54,11 +56,11 @@ uint32_t KivSdPauseWriteIO(KivSdWriteLease* lease, int64_t maxSeconds) {
   return status;
 }
 
-// For reading only: writers that wait hold the lock for reading, and one of them may be the caller.
-// It keeps a pauser out until the gate is open as well.
+// Takes the lock for reading only: waiting writers hold it for reading, and the caller may be one
+// of them. The lock keeps a pauser out until the gate is open too.
 uint32_t KivSdUnpauseWriteIO(KivSdWriteLease* lease) {
   KivSdWritePause& pause = *lease->pause;
-  // Without memory for the lock the pause is lifted all the same: writers wait for it.
+  // The pause is lifted even if the lock cannot be taken: writers wait for it.
   const bool locked = KivSdStartRead(nullptr, &lease->locks, &pause.lock) == KIV_ST_OK;
   if (IsPaused(pause)) {
     StorePaused(pause, 0);

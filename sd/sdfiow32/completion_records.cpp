@@ -1,7 +1,7 @@
-// Direct I/O: the events of arrays of completion records.
+// Direct I/O: creates and closes the events of arrays of completion records.
 //
-// Both walks go on after a failure, so that one record's bad luck does not cost the others theirs;
-// they report the last failure.
+// Both loops go on after a failure, so that the events of the other records are still made or
+// closed. They report the last failure.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
 #include "os/kernel_objects.h"
@@ -9,8 +9,8 @@
 
 using namespace kiv;
 
-// Kept: an event that a record has already is replaced without being closed. The array is fresh
-// memory as often as not, and its fields mean nothing.
+// Compatibility: an event field is overwritten without being closed. Callers pass uninitialised
+// arrays, whose fields hold no valid handles.
 uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records, uint32_t count) {
   RunLeaseGuard();
   if (records == nullptr && count != 0) return Report(ctx, KIV_ST_ARGUMENT);
@@ -23,7 +23,7 @@ uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records, u
   return ReportOutcome(ctx, outcome, KIV_ST_EVENT_CREATE);
 }
 
-// Kept: the fields keep the closed handles.
+// Compatibility: the fields keep the closed handles. Callers drop the array or initialise it again.
 uint32_t KivSdDirectIONoWaitCbsTerm(KivSdContext* ctx, KivSdNoWaitCb* records, uint32_t count) {
   if (records == nullptr && count != 0) return Report(ctx, KIV_ST_ARGUMENT);
   os::Result outcome = {true, 0};

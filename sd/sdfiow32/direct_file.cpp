@@ -1,4 +1,4 @@
-// Direct I/O: files, their positions and their sizes.
+// Direct I/O: opens, closes and removes files, and handles their positions and sizes.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"
@@ -12,15 +12,16 @@ using namespace kiv;
 
 namespace {
 
-// A node that takes over opens files that the failed one may still hold.
+// In failover mode a node that takes over opens files that the failed node may still hold.
 uint32_t ShareMode(uint32_t wanted) { return KivSdIsFailoverMode() != 0 ? os::kShareAll : wanted; }
 
-// Distances are signed: from 2 GiB on a position before the beginning is asked for, and refused.
+// The distance is signed: from the beginning, 2 GiB and more is a negative position, which the
+// system refuses.
 os::ValueResult<uint32_t> Move(uint32_t file, uint32_t blocks, os::Origin origin) {
   return os::MoveFilePointer(HandleOf(file), static_cast<int32_t>(BytesOf(blocks)), origin);
 }
 
-// The outcome of a question whose answer is in bytes.
+// Reports a result in bytes and stores it in whole blocks.
 uint32_t ReportBlocks(KivSdContext* ctx, const os::ValueResult<uint32_t>& answer, uint32_t failure,
                       uint32_t* blocks) {
   *blocks = answer.ok ? WholeBlocks(answer.value) : 0;
@@ -50,12 +51,13 @@ uint32_t KivSdDirectIOFileOpen(KivSdContext* ctx, const char* path, uint32_t acc
   return ReportOutcome(ctx, opened, held ? KIV_ST_FILE_SHARING : KIV_ST_FILE_CREATE);
 }
 
-// Kept without the guard, as closing is everywhere: a node that lost its lease has to let go.
+// Compatibility: no operation that closes runs the lease guard. A node that has lost its lease must
+// still be able to release its files.
 uint32_t KivSdDirectIOFileClose(KivSdContext* ctx, uint32_t file) {
   return ReportOutcome(ctx, os::CloseDirectFile(HandleOf(file)), KIV_ST_FILE_CLOSE);
 }
 
-// Kept: the path is the system's to check; callers learn of a null one by its OS error.
+// Compatibility: the system checks the path. Callers recognise a null path by the OS error.
 uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path) {
   RunLeaseGuard();
   return ReportOutcome(ctx, os::RemoveDirectFile(path), KIV_ST_FILE_REMOVE);
@@ -96,8 +98,8 @@ uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t file, uint32_
   return Report(ctx, KIV_ST_OK);
 }
 
-// Kept: a descriptor of the runtime, where everything else here takes the system's handle. Hosts
-// size their files before they open them for direct I/O.
+// Compatibility: this takes a descriptor of the runtime, whereas every other operation here takes a
+// system handle. Hosts size their files before they open them for direct I/O.
 uint32_t KivSdDirectIOFileChangeSize(KivSdContext* ctx, uint32_t descriptor, uint32_t blocks,
                                      uint32_t* newSize) {
   RunLeaseGuard();

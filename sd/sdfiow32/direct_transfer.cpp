@@ -1,11 +1,12 @@
-// Direct I/O: transfers, waited for or not.
+// Direct I/O: blocking transfers, and transfers that are started and collected later.
 //
-// Transfers with a record and all writes are positioned by a record, up to 4 GiB. Kept: a read
-// without one moves the file's position first, which reaches 2 GiB and is what callers of
-// KivSdDirectIOFilePointerGet see afterwards.
+// Transfers with a completion record, and all writes, take their offset from a record, up to 4 GiB.
 //
-// Counts round down to whole blocks, but at the end of a file a block that is there in part counts
-// as one: callers tell a short file from an error by it.
+// Compatibility: a read without a record moves the file's position first. Such a read reaches only
+// the first 2 GiB, and callers see the new position through KivSdDirectIOFilePointerGet.
+//
+// Counts round down to whole blocks. Only a transfer that fails with the end-of-file error counts a
+// partial block as one. Callers use the count to distinguish a short file from an error.
 #include "kivsdu/directio.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"
@@ -19,14 +20,14 @@ using namespace kiv;
 
 namespace {
 
-using Transferred = os::ValueResult<uint32_t>;  // bytes that were transferred, also on a failure
+using Transferred = os::ValueResult<uint32_t>;  // count of bytes transferred, also on failure
 
 void SetOffset(KivSdNoWaitCb* record, uint32_t firstBlock) {
   record->offsetLow = BytesOf(firstBlock);
   record->offsetHigh = 0;
 }
 
-// Points the record at the block, and gives it an event if it has none.
+// Sets the record's offset, and creates its event if it has none.
 os::Result Prepare(KivSdNoWaitCb* record, uint32_t firstBlock) {
   SetOffset(record, firstBlock);
   if (record->event != nullptr) return {true, 0};
@@ -84,13 +85,15 @@ uint32_t ReadAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, void
 uint32_t StartWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t blockCount,
                     KivSdNoWaitCb* record, uint32_t* blocks) {
   Transferred written = os::WriteSystemFile(HandleOf(file), buffer, BytesOf(blockCount), record);
-  // What it has moved so far counts when it is collected.
+  // A pending write counts no blocks here: KivSdDirectIOWait counts them all.
   if (IsPending(written)) written.value = 0;
   return ReportWrite(ctx, written, KIV_ST_DIRECT_WRITE, blocks);
 }
 
-// Positioned by a record of its own, without an event: the file's position plays no part. Kept: on
-// an overlapped file it may be pending, and is then reported so although nobody can collect it.
+// A local record without an event holds the offset, so the file's position does not matter.
+//
+// Compatibility: on an overlapped file the write may stay pending. It is reported as pending,
+// although no caller can collect it.
 uint32_t WriteAndWait(KivSdContext* ctx, uint32_t file, uint32_t firstBlock, const void* buffer,
                       uint32_t blockCount, uint32_t* blocks) {
   KivSdNoWaitCb record = {};
@@ -138,7 +141,7 @@ uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* reco
   RunLeaseGuard();
   if (record == nullptr || blocksDone == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Wait waited = os::WaitOne(record->event, os::kWaitForEver);
-  // Kept: the wait's own result is recorded, not the last error; hosts log it.
+  // Compatibility: the record holds the wait's result, not the last error. Hosts log it.
   if (waited.result == os::kWaitAbandoned) {
     return Report(ctx, KIV_ST_DIRECT_WAIT_ABANDONED, waited.result);
   }

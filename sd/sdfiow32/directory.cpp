@@ -1,4 +1,4 @@
-// Directories: changing to one, making one, and telling one by its attributes.
+// Changes to a directory, makes one, and recognises one by its attributes.
 #include "kivsdu/file.h"
 #include "kivsdu/filesearch.h"
 #include "kivsdu/path.h"
@@ -22,8 +22,8 @@ uint32_t KivSdDirCreate(KivSdContext* ctx, const char* path) {
   return ReportOutcome(ctx, os::MakeFolder(path), KIV_ST_DIR_CREATE);
 }
 
-// Kept: a file of that name will do. Hosts make the directories of what they then open, and learn
-// there what is wrong.
+// Compatibility: succeeds if a file has that name. Hosts then open something in the directory, and
+// that call fails.
 uint32_t KivSdDirCreateEx(KivSdContext* ctx, const char* path) {
   RunLeaseGuard();
   uint8_t exists = 0;

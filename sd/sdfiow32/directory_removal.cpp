@@ -1,7 +1,7 @@
-// Removing a directory with all that is in it.
+// Removes a directory and everything in it.
 //
-// One path serves the whole tree: it grows by a name on the way down and is cut back on the way up,
-// so that a level costs the stack no more than its search.
+// One path buffer serves the whole tree: a name is appended on the way down and cut off on the way
+// up. Each level therefore needs stack only for its search.
 #include <cstring>
 
 #include "kivsdu/filesearch.h"
@@ -24,12 +24,12 @@ struct Outcome {
   uint32_t osError;
 };
 
-// A walk that has seen every entry, and removed it, ends in this way and in no other.
+// The only status of a walk that has removed every entry.
 constexpr uint32_t kWalkedAll = KIV_ST_FIND_END;
 
 class Path {
  public:
-  // Does nothing when the path would become too long.
+  // Returns false and changes nothing if the path would become too long.
   bool Append(const char* text) {
     const size_t added = std::strlen(text);
     if (added >= sizeof text_ - length_) return false;
@@ -38,7 +38,7 @@ class Path {
     return true;
   }
 
-  // Appends a name in the folder that the path is.
+  // Appends a separator and a name. Returns false and changes nothing if they do not fit.
   bool Enter(const char* name) {
     const size_t before = length_;
     const char separator[] = {os::kPathSeparator, '\0'};
@@ -73,7 +73,7 @@ Outcome RemoveEntry(Path* path, const KivSdFindData& entry) {
   const size_t folder = path->length();
   if (!path->Enter(entry.name)) return {KIV_ST_DIR_REMOVE, os::kErrorPathTooLong};
   const bool isFolder = (entry.attributes & KIV_ATTRIBUTE_DIRECTORY) != 0;
-  // A tree takes its time, in which the lease may be lost.
+  // Removing a tree takes long, and the lease may be lost meanwhile.
   if (isFolder) RunLeaseGuard();
   const Outcome removed = isFolder ? RemoveTree(path) : RemoveFile(path->text());
   path->CutTo(folder);
@@ -101,7 +101,8 @@ Outcome RemoveEntries(Path* path) {
   return walked;
 }
 
-// Kept: an emptied folder that stays is no failure. It may be somebody's working directory.
+// Compatibility: succeeds if the folder was emptied but cannot be removed. It may be the working
+// directory of a process.
 Outcome RemoveTree(Path* path) {
   const Outcome walked = RemoveEntries(path);
   const os::Result removed = os::RemoveFolder(path->text());

@@ -1,4 +1,4 @@
-// What is known of a file by its name, and removing it.
+// Probes and removes files by name.
 #include "kivsdu/file.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"
@@ -9,8 +9,8 @@ using namespace kiv;
 
 namespace {
 
-// Whether the file can be had for reading and writing alone; in failover mode another node may
-// still hold it, and all sharing is offered.
+// Whether the file can be opened for reading and writing without sharing. In failover mode another
+// node may still hold the file, so the trial allows all sharing.
 bool CanBeOpened(const char* path) {
   const uint32_t shareFlags = KivSdIsFailoverMode() != 0 ? os::kShareEverything : os::kShareNothing;
   const os::ValueResult<os::SharedDescriptor> opened =
@@ -19,7 +19,7 @@ bool CanBeOpened(const char* path) {
   return opened.ok;
 }
 
-// Sets one of the bits that a trial decides between, and clears the others.
+// Sets the bit that the trial decided for, and clears the other two.
 void Settle(uint32_t* status, uint32_t bit) {
   *status &= ~(KIV_FSTAT_UNSETTLED | KIV_FSTAT_INUSE | KIV_FSTAT_FREE);
   *status |= bit;
@@ -40,8 +40,8 @@ uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path) {
   return ReportOutcome(ctx, os::RemoveFileByName(path), KIV_ST_FILE_REMOVE);
 }
 
-// Kept: bits of an earlier probe stay unless this one decides about them. Hosts gather the states
-// that a file went through in one word.
+// Compatibility: bits of earlier probes stay unless this probe decides about them. Hosts collect in
+// one word the states that a file went through.
 uint32_t KivSdFileGetStatus(KivSdContext* ctx, const char* path, uint32_t* status) {
   RunLeaseGuard();
   if (path == nullptr || status == nullptr) return Report(ctx, KIV_ST_ARGUMENT);

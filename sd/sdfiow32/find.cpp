@@ -1,4 +1,4 @@
-// Walking a directory with a find record.
+// Walks a directory with a find record.
 #include "kivsdu/filesearch.h"
 #include "lease_guard.h"
 #include "os/file_search.h"
@@ -8,7 +8,7 @@ using namespace kiv;
 
 namespace {
 
-// What callers look at, beside the system's data.
+// Fills the fields that callers read from the system's data in the record.
 void ShowFound(KivSdFindRecord* record) {
   record->name = record->data.name;
   record->attributes = record->data.attributes;

@@ -1,8 +1,7 @@
-// Reading lines.
+// Reads lines.
 //
-// As many bytes are read as the buffer has room for, and the position is moved back to behind the
-// first line feed among them. Reading and moving are the exported operations, so that the host's
-// lease guard sees each of them.
+// Reads as many bytes as the buffer can hold, then moves the position back to just behind the first
+// line feed. Calls the exported operations for both, so that the host's lease guard runs for each.
 #include <cstring>
 
 #include "kivsdu/file.h"
@@ -16,7 +15,7 @@ namespace {
 
 constexpr char kLineFeed = 10;
 
-// How many of the bytes belong to the first line, its line feed included; 0 when none is there.
+// The length of the first line, its line feed included. 0 without a line feed.
 uint32_t LineLength(const char* bytes, uint32_t count) {
   const void* end = std::memchr(bytes, kLineFeed, count);
   if (end == nullptr) return 0;
@@ -25,7 +24,8 @@ uint32_t LineLength(const char* bytes, uint32_t count) {
 
 bool IsNegative(uint32_t count) { return static_cast<int32_t>(count) < 0; }
 
-// Ends the buffer behind its first line and puts the position there, counted from `start`.
+// Terminates the buffer behind its first line and moves the file's position there. `start` is the
+// file position of the buffer's first byte.
 uint32_t CutAtLineFeed(KivSdContext* ctx, uint32_t file, uint32_t start, char* buffer,
                        uint32_t count) {
   const uint32_t length = LineLength(buffer, count);
@@ -43,7 +43,7 @@ uint32_t CutAtLineFeed(KivSdContext* ctx, uint32_t file, uint32_t start, char* b
 
 uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer, uint32_t sizeBytes) {
   RunLeaseGuard();
-  // Without room for a terminator there is no line, and no number of bytes to read.
+  // A size of 0 has no room for a terminator, and sizeBytes - 1 below would wrap around.
   if (buffer == nullptr || sizeBytes == 0) return Report(ctx, KIV_ST_ARGUMENT);
   if (sizeBytes == 1) {
     buffer[0] = '\0';

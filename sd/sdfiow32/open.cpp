@@ -1,4 +1,4 @@
-// Opening and closing files.
+// Opens and closes files.
 #include "kivsdu/file.h"
 #include "lease_guard.h"
 #include "os/descriptors.h"
@@ -17,7 +17,7 @@ constexpr uint32_t kLineOpen = 561;
 constexpr uint32_t kLineOpen64 = 583;
 constexpr uint32_t kLineShareOpen = 652;
 
-// That only the operations for it open files exclusively.
+// Asserts that the exclusive flag is not set: only the ...ExclusiveMode operations may set it.
 void RequireNotExclusive(uint32_t openFlags, uint32_t line) {
   Require((openFlags & KIV_FILEO_EXCL) != KIV_FILEO_EXCL,
           "(iOFlag & KIV_FILEO_EXCL) != KIV_FILEO_EXCL", kSource, line);
@@ -30,7 +30,8 @@ uint32_t Open(KivSdContext* ctx, const char* path, uint32_t openFlags, uint32_t 
   return ReportOutcome(ctx, opened, KIV_ST_FILE_OPEN);
 }
 
-// A node that takes over from another must be able to open what that one still holds.
+// In failover mode a node that takes over must be able to open files that the failed node may still
+// hold.
 uint32_t ShareFlags(uint32_t asked) {
   return KivSdIsFailoverMode() != 0 ? os::kShareEverything : asked;
 }
@@ -63,7 +64,8 @@ uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
   return Open(ctx, path, openFlags, permissions, file);
 }
 
-// Kept apart from the one above: the line of the assertion tells hosts which of them was called.
+// Compatibility: differs from KivSdFileOpen only in the assertion's line number. Hosts see by the
+// number which of the two operations was called.
 uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
                          uint32_t permissions, uint32_t* file) {
   RunLeaseGuard();
@@ -94,7 +96,8 @@ uint32_t KivSdFileSOpenExclusiveMode(KivSdContext* ctx, const char* path, uint32
   return OpenShared(ctx, path, openFlags | KIV_FILEO_EXCL, shareFlags, permissions, file);
 }
 
-// Kept: not guarded. A node that was fenced off must still let go of its files.
+// Compatibility: does not run the lease guard. A node that has lost its lease must still be able to
+// close its files.
 uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file) {
   if (file == KIV_FILE_NONE) return Report(ctx, KIV_ST_FILE_CLOSE, os::kErrnoBadDescriptor);
   return ReportOutcome(ctx, os::CloseDescriptor(file), KIV_ST_FILE_CLOSE);

@@ -47,7 +47,7 @@ uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length) {
   return ReportOutcome(ctx, measured, KIV_ST_FILE_LENGTH);
 }
 
-// Kept: a file that cannot be asked is no failure; what the runtime said is in the byte.
+// Compatibility: succeeds even if the runtime fails. The runtime's -1 is then stored as 255.
 uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEnd) {
   RunLeaseGuard();
   if (atEnd == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
@@ -55,7 +55,7 @@ uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEnd) {
   return Report(ctx, KIV_ST_OK);
 }
 
-// Kept: the length comes in 64 bits and the runtime takes the lower 32 of them.
+// Compatibility: the length has 64 bits, but only its lower 32 bits reach the runtime.
 uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint64_t length,
                                uint32_t* newLength, uint32_t* osError) {
   RunLeaseGuard();

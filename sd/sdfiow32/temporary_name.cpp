@@ -1,7 +1,7 @@
-// Names of temporary files.
+// Makes names of temporary files.
 //
-// The runtime makes a name from a prefix of five characters: two of the caller's and a stamp of
-// three, drawn from the process's number and from how often a name has been taken already.
+// The runtime makes a name from a prefix of five characters: two from the caller, and a stamp of
+// three that encodes the process identifier and the number of the attempt.
 //
 //   0            1           2                          3           4
 //   | caller's   | caller's  | attempt 0-1, process     | process   | process |
@@ -26,16 +26,15 @@ constexpr uint32_t kSymbolMask = 63;
 constexpr char kSymbols[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 static_assert(sizeof kSymbols == kSymbolMask + 1 + sizeof '\0');
 
-// Kept: these attempts are the last to show the caller's characters, not the first that do not, so
-// that attempt 4 asks for the prefix of attempt 0 once more.
+// Compatibility: these attempts are the last that show the caller's characters, not the first that
+// do not. Attempt 4 therefore repeats the prefix of attempt 0. The sequence must not change.
 constexpr uint32_t kLastWithSecondCharacter = 4;
 constexpr uint32_t kLastWithFirstCharacter = 256;
 
-// Not yet read. A process that has this number reads it every time, and finds the same.
+// Means "not read yet". A process with this identifier reads it every time, with the same result.
 constexpr uint64_t kUnread = 1;
 
-// Filled by the first thread that needs it. Relaxed: all threads that fill it store the same
-// number.
+// Filled by the first thread that needs it. Relaxed: every thread stores the same identifier.
 std::atomic<uint64_t> processId{kUnread};
 
 uint64_t ProcessId() {
@@ -57,7 +56,7 @@ class Prefix {
     if (asked[1] != '\0') text_[1] = asked[1];
   }
 
-  // For attempts in ascending order.
+  // Call with ascending attempts: the caller's characters do not come back once overwritten.
   void Stamp(uint64_t process, uint32_t attempt) {
     text_[4] = Symbol(process);
     text_[3] = Symbol(process >> 6);
@@ -72,8 +71,8 @@ class Prefix {
   char text_[6] = {'q', 'x'};
 };
 
-// A name that no file has, in the runtime's memory. Fails with its error when it makes no name,
-// and with none when all are taken.
+// Returns a name that no file has, in memory of the runtime; free it with os::RawFree. Fails with
+// the runtime's error if the runtime makes no name, and with error 0 if all names are taken.
 os::ValueResult<char*> FindFreeName(const char* asked) {
   Prefix prefix(asked);
   for (uint32_t attempt = 0; attempt < kAttempts; ++attempt) {

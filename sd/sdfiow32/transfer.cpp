@@ -1,4 +1,4 @@
-// Reading and writing files, at their position or at an offset of the caller's, and flushing them.
+// Reads and writes files at their position or at an offset from the caller, and flushes them.
 #include "kivsdu/directio.h"
 #include "kivsdu/file.h"
 #include "lease_guard.h"
@@ -14,12 +14,13 @@ uint32_t WriteStatus(uint32_t error, uint32_t noSpace) {
   return error == noSpace ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE;
 }
 
-// Kept: a write that finds no file has the read's status; hosts know closed descriptors by it.
+// Compatibility: a write to a bad descriptor returns the status of a failed read. Hosts recognise
+// closed descriptors by it.
 uint32_t ReportNoFile(KivSdContext* ctx, uint32_t error) {
   return Report(ctx, KIV_ST_FILE_READ, error);
 }
 
-// No event: a file that was opened for transfers one at a time is waited for.
+// No event is needed: the files are not open for overlapped I/O, so a transfer blocks.
 KivSdNoWaitCb At(uint32_t offset) {
   KivSdNoWaitCb position = {};
   position.offsetLow = offset;

@@ -1,6 +1,6 @@
-// Anonymous pipes, and reading and writing pipes of both kinds.
+// Makes anonymous pipes; reads, writes and closes pipes of both kinds.
 //
-// Kept: a call that fails and leaves no error counts as a success, but for the read.
+// Compatibility: a call that fails without an OS error is reported as a success, except for reads.
 #include "kivsdu/pipe.h"
 #include "kivsdu/settings.h"
 #include "lease_guard.h"
@@ -29,8 +29,8 @@ uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe) {
   return ReportUnlessErrorless(ctx, os::ClosePipe(*pipe), KIV_ST_PIPE_CLOSE);
 }
 
-// Kept: reading looks only at the pointer, writing at the handle behind it too; and a read that
-// fails without an error is a failure.
+// Compatibility: reading checks only the pointer for null, whereas writing checks the handle too. A
+// read that fails without an OS error is reported as a failure.
 uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
                        uint32_t* count) {
   RunLeaseGuard();

@@ -1,6 +1,6 @@
-// Named pipes: making, opening, connecting, looking into.
+// Named pipes: create, open, wait, connect, disconnect and peek.
 //
-// Each operation reads the OS error of its call before the path and the access list are freed.
+// Each operation reads the OS error of its call before it frees the path and the access list.
 #include "kivsdu/manager.h"
 #include "kivsdu/pipe.h"
 #include "lease_guard.h"
@@ -23,8 +23,8 @@ constexpr uint32_t kLineOpenPathFree = 341;
 constexpr uint32_t kLineWaitPathAlloc = 388;
 constexpr uint32_t kLineWaitPathFree = 412;
 
-// Makes the pipe with an access list that is there and empty of restrictions: servers and their
-// clients run as different users.
+// Makes the pipe with an access list that lets every user in: servers and their clients run as
+// different users.
 os::ValueResult<void*> MakeOpenPipe(const char* path, const os::NamedPipeShape& shape,
                                     void* accessList) {
   const os::Result prepared = os::PrepareAccessList(accessList);
@@ -70,7 +70,7 @@ uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, const char* n
   }
   const PipePath path(server, name, kLineOpenPathAlloc, kLineOpenPathFree);
   if (path.status() != KIV_ST_OK) return Report(ctx, path.status(), path.osError());
-  // A node that takes over opens pipes that the failed one may still hold.
+  // In failover mode a node that takes over opens pipes that the failed node may still hold.
   const uint32_t sharing = KivSdIsFailoverMode() != 0 ? os::kShareAll : shareMode;
   const os::ValueResult<void*> opened =
       os::OpenPipeFile(path.text(), access, sharing, disposition, flags | os::kPipeOverlapped);
@@ -87,8 +87,8 @@ uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, const char* n
   return ReportUnlessErrorless(ctx, os::WaitForNamedPipe(path.text(), timeoutMs), KIV_ST_PIPE_WAIT);
 }
 
-// Kept: the only success is a client that had come before. One that comes while the call waits is
-// reported as the failure without an OS error; hosts take both for connected.
+// Compatibility: succeeds only if a client had connected before the call. A client that connects
+// during the wait is reported as a failure with OS error 0. Hosts treat both as connected.
 uint32_t KivSdNamedPipeConnect(KivSdContext* ctx, KivHandle* pipe) {
   RunLeaseGuard();
   if (pipe == nullptr) return Report(ctx, KIV_ST_ARGUMENT);

@@ -6,17 +6,17 @@
 
 namespace kiv {
 
-// A path in a block of the memory front, freed with the object. `line` and `freeLine` are the
-// positions that the front is told.
+// A path in a block of the memory front; the destructor frees the block. `line` and `freeLine` are
+// the source lines that the front records for the allocation and for the free.
 class PipePath {
  public:
-  // On this machine when the server is null or "local", in any case.
+  // A server that is null or "local", in upper or lower case, means this machine.
   PipePath(const char* server, const char* name, uint32_t line, uint32_t freeLine);
   ~PipePath();
   PipePath(const PipePath&) = delete;
   PipePath& operator=(const PipePath&) = delete;
 
-  // Of the allocation, with its OS error; there is a text only when it is 0.
+  // The allocation's status and OS error. The text is null unless the status is 0.
   uint32_t status() const { return status_; }
   uint32_t osError() const { return osError_; }
   const char* text() const { return text_; }

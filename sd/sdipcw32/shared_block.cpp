@@ -1,7 +1,8 @@
-// Named shared memory blocks.
+// Makes, opens and frees named shared memory blocks.
 //
-// Kept: a call that fails and leaves no error does not stop the making of a block; what comes after
-// it decides.
+// Compatibility: if making or opening a block fails without an OS error, the allocation goes on,
+// and the mapping decides. If the mapping fails without an OS error, the allocation succeeds with
+// null outputs.
 #include "kivsdu/sharedmem.h"
 #include "lease_guard.h"
 #include "os/shared_memory.h"
@@ -11,7 +12,7 @@ using namespace kiv;
 
 namespace {
 
-// The callers' portable flags, of both words.
+// Portable flags of the callers. Both flag words use them.
 constexpr uint32_t kPairsWith2 = 0x2 | 0x4;
 constexpr uint32_t kPairsWith4 = 0x1;
 
@@ -22,8 +23,8 @@ static_assert(KIV_SHAREDMEM_PAGES_READ_WRITE == kPairsWith4 && os::kPagesReadWri
 
 bool Has(uint32_t flags, uint32_t anyOf) { return (flags & anyOf) != 0; }
 
-// Both words are translated by the one rule, although the platform's numbers mean opposite things
-// in them: writing alone is 2 as an access and nothing to write to is 2 as a protection.
+// Translates both words by one rule, although 2 has opposite meanings on this platform: write
+// access in the word of open flags, read-only pages in the word of protection flags.
 uint32_t PlatformValue(uint32_t flags) {
   uint32_t value = 0;
   if (Has(flags, kPairsWith2)) {
@@ -44,8 +45,8 @@ uint32_t PlatformValue(uint32_t flags) {
   return value;
 }
 
-// Kept: an exclusive making fails only if the system gives no block. One that it hands out is used
-// even when it was there before and the last error says so.
+// Compatibility: exclusive creation fails only if the system returns no block. A block that existed
+// before is used, although the last error says that it existed.
 os::ValueResult<void*> MakeOrOpen(const char* name, uint32_t sizeBytes, uint32_t openFlags,
                                   uint32_t protectionFlags) {
   if (Has(openFlags, KIV_SHAREDMEM_CREATE)) {

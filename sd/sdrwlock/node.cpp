@@ -1,4 +1,5 @@
-// Per-thread tables of nodes. Only the table's own thread comes here, so nothing is locked.
+// Per-thread tables of nodes. Only the table's own thread calls these functions, so no lock is
+// needed.
 #include "sdrwlock/node.h"
 
 #include <cstring>
@@ -32,8 +33,8 @@ uint32_t EnsureLists(void* owner, NodeList** lists, uint32_t line) {
   return KIV_ST_OK;
 }
 
-// Kernel objects that cannot be made are not reported: a thread then does not sleep on its node,
-// for every wait on it fails at once, and goes on looking.
+// Failures to make a kernel object are not reported: every wait on that object then fails at once,
+// so the thread polls `blocked` instead of sleeping.
 void MakeCondition(KivRWLockNode* node) {
   node->wakeMutex = os::MakeParkMutex().value;
   node->condition.semaphore = os::MakeParkSemaphore().value;
@@ -59,8 +60,8 @@ uint32_t MakeNode(void* owner, KivRWLock* lock, KivRWLockNode** made) {
 }
 
 void DestroyNode(KivRWLockNode* node) {
-  // Who let the node's thread in last may not have given the wake mutex back yet: a thread that
-  // spins goes on as soon as it is unblocked.
+  // Wait until the last waker has released the wake mutex: a spinning thread continues as soon as
+  // it is unblocked, while its waker still holds the mutex.
   static_cast<void>(os::TakeParkMutex(node->wakeMutex));
   static_cast<void>(os::ReleaseParkMutex(node->wakeMutex));
   static_cast<void>(os::CloseParkMutex(node->wakeMutex));
@@ -70,7 +71,7 @@ void DestroyNode(KivRWLockNode* node) {
   static_cast<void>(adFree(node, kSource, kLineNodeFree));
 }
 
-// A new node, and then the active lists if there are none yet.
+// Makes a node, then the active lists if there are none yet.
 uint32_t MakeNodeAndLists(void* owner, KivRWLockTable* table, KivRWLock* lock,
                           KivRWLockNode** node) {
   uint32_t status = MakeNode(owner, lock, node);

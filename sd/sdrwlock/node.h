@@ -1,4 +1,4 @@
-// Queue nodes of the reader-writer lock, and the per-thread tables that they come from.
+// Queue nodes of the reader-writer lock, and the per-thread tables that hold them.
 #ifndef KIV_SDRWLOCK_NODE_H
 #define KIV_SDRWLOCK_NODE_H
 
@@ -8,27 +8,28 @@
 #include "kivsdu/mutex.h"
 #include "kivsdu/rwlock.h"
 
-// A condition of one node: what its thread sleeps on in the kernel.
+// The condition of one node; its thread sleeps on the semaphore.
 struct KivRWLockCondition {
   int32_t waiters;  // guarded by the section
   KivSdCritSec section;
-  void* semaphore;       // carries the wake-up
-  void* event;           // signalled by the last of several that are woken at once
+  void* semaphore;       // raised to wake the sleeper
+  void* event;           // would be signalled by the last of several woken sleepers
   uint8_t broadcasting;  // always 0: a node has one sleeper
 };
 
-// One thread's part in one lock. The owning thread alone uses all but `blocked`, `sleeping` and
-// `queueLink`: those its neighbours in the queue read and write.
+// One thread's place in the queue of one lock. Its neighbours in the queue read and write
+// `blocked`, `sleeping` and `queueLink`, and wake it through `wakeMutex` and `condition`. Only the
+// owning thread uses the other fields.
 struct KivRWLockNode {
-  kiv::Atomic<uint32_t> blocked;          // 1 while the thread must wait; cleared by who lets it in
+  kiv::Atomic<uint32_t> blocked;          // 1 while the thread must wait; the waker clears it
   kiv::Atomic<uint32_t> sleeping;         // 1 while it sleeps; guarded by the wake mutex
-  kiv::Atomic<KivRWLockNode*> queueLink;  // a writer's next, a reader's previous
+  kiv::Atomic<KivRWLockNode*> queueLink;  // of a writer: next node; of a reader: previous node
   KivRWLockNode* listLink;                // next in the same list of the table
   void* wakeMutex;                        // orders the waker against the sleeper
   KivRWLockCondition condition;
   uint32_t mode;            // KIV_RWLOCK_
-  int32_t depth;            // takings not given back
-  KivRWLock* lock;          // whose node this is; the key in the lists
+  int32_t depth;            // unreleased acquisitions
+  KivRWLock* lock;          // the node's lock; the key in the lists
   int32_t readerWaitLoops;  // the lock's limits when the node was made
   int32_t writerWaitLoops;
   int32_t readerSpinYields;
@@ -39,11 +40,11 @@ struct KivRWLockNode {
 
 namespace kiv {
 
-// One slot's nodes of a thread, through their listLink.
+// A thread's nodes of one slot, linked through listLink.
 using NodeList = KivRWLockNode*;
 
-// The link that points at the lock's node, or the list's null end; null without lists. Of the lock
-// only the address counts.
+// Returns the link that points to the lock's node, or the null link at the list's end; null without
+// lists. Compares the lock's address only and never reads the lock.
 inline NodeList* FindLink(NodeList* lists, const KivRWLock* lock, int32_t slot) {
   if (lists == nullptr) return nullptr;
   NodeList* link = &lists[slot];
@@ -63,30 +64,30 @@ inline void Push(NodeList* list, KivRWLockNode* node) {
   *list = node;
 }
 
-// The thread's node for a lock that it holds or waits for; null if there is none.
+// Returns the thread's node for a lock that it holds or waits for; null if there is none.
 inline KivRWLockNode* FindActiveNode(const KivRWLockTable& table, const KivRWLock* lock) {
   NodeList* link = FindLink(table.active, lock, lock->slot);
   return link == nullptr ? nullptr : *link;
 }
 
-// The same, or a node from the free list, which is then among the active; null if there is none
-// to reuse.
+// Returns the active node, or moves a node of this lock from the free list to the active list and
+// returns it; null if there is neither.
 inline KivRWLockNode* FindOrReuseNode(KivRWLockTable* table, const KivRWLock* lock) {
   KivRWLockNode* node = FindActiveNode(*table, lock);
   if (node != nullptr) return node;
   node = Unlink(FindLink(table->free, lock, lock->slot));
-  // What lies in the free list was active once: that list is there.
+  // The active lists exist, because every node on a free list was active once.
   if (node != nullptr) Push(&table->active[lock->slot], node);
   return node;
 }
 
-// Makes a node, and puts it among the active. A status of the allocator leaves the table without
-// it.
+// Makes a node and adds it to the active list. Returns the allocator's status on failure; the table
+// then has no new node.
 uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock);
 
-// Moves an active node to the free list of its slot, with its mode cleared. When the list cannot
-// be made the node stays among the active; the status is the allocator's. Does not look at the
-// lock, which may have ended.
+// Clears the mode of an active node and moves the node to the free list of its slot. If the free
+// lists cannot be made, the node stays on the active list and the allocator's status is returned.
+// Does not read the lock, which may have ended.
 uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node, int32_t slot);
 
 // Destroys every node and both tables.

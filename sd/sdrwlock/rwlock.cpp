@@ -1,24 +1,24 @@
-// The reader-writer lock: who may enter.
+// The reader-writer lock: the queues and the order of entry.
 //
 //   count and flags, 64 bits:  | active readers ... | R | A | I |
 //                                units of 8           4   2   1
 //
-//   I  a writer is interested: one is at the head of the writers, waiting or working
-//   A  a writer is active: it is next, or works; readers that drain wake it
-//   R  readers are interested: a batch of them forms behind a writer
+//   I  a writer is interested: there is a writer at the head of the queue, waiting or inside
+//   A  a writer is active: it is inside, or enters next; the last leaving reader wakes it
+//   R  readers are interested: a batch of them is forming
 //
-// Writers queue through `writerTail`, each with a link to the next. Readers that come together
-// are a batch: each links to the one before it, and the batch is let in from the newest to the
-// oldest, every reader counting itself before it wakes the one before.
+// Writers queue through `writerTail`; each links to the next. Readers that wait together form a
+// batch; each links to the reader before it. The batch enters from the newest to the oldest: each
+// reader counts itself before it wakes the reader before it.
 //
-// I1  A writer works only when A is set and no reader is counted.
-// I2  A reader is counted before it works, and before its batch's next one is woken.
+// I1  A writer is inside only when A is set and no reader is counted.
+// I2  A reader is counted before it is inside, and before it wakes the next reader of its batch.
 // I3  A node is woken once for each time it blocks.
 //
-// Orders: the queue tails, the head and the word change by sequentially consistent operations,
-// which is one locked instruction each; argued together, for every handing over runs through
-// one of them. tests/model/rwlock.pml is the same algorithm for a model checker, which tries every
-// order of steps; the two change together.
+// Memory orders: the queue tails, the head and the word change by sequentially consistent
+// operations, one locked instruction each. Every handover goes through one of them.
+// tests/model/rwlock.pml describes this algorithm for a model checker, which tries every order of
+// steps; change both together.
 #include "kivsdu/rwlock.h"
 
 #include "atomic.h"
@@ -40,7 +40,7 @@ constexpr uint64_t RW_WRITER_ACTIVE = 2;
 constexpr uint64_t RW_READER_INTERESTED = 4;
 constexpr uint64_t RW_READER_UNIT = 8;
 
-// ---- The word. Additions act on its low 32 bits, ORs and clears on the whole of it ----
+// ---- The word. Additions change its low 32 bits, ORs and clears all 64 ----
 
 uint32_t AddToLow(KivRWLock* lock, uint64_t addend) {
   auto* low = reinterpret_cast<uint32_t*>(&lock->countAndFlags);  // little-endian
@@ -59,23 +59,23 @@ Node* Exchange(Node** place, Node* node) { return AtomicRef<Node*>(*place).excha
 
 // ---- Gates ----
 
-// For the writer at the head of the queue: lets it in, or leaves it to the readers that are
-// there. `own` is the caller's own node, or null.
+// Run for the writer that has become the head of the queue. Wakes it, or leaves that to the readers
+// that are inside or waiting. `own` is the caller's own node, or null.
 void WriterGate(KivRWLock* lock, Node* writer, const Node* own) {
   Exchange(&lock->writerHead, writer);
-  // A batch that is forming goes first; its gate makes the writer active.
+  // A forming batch enters first; its gate makes the writer active.
   if ((SetFlags(lock, RW_WRITER_INTERESTED) & RW_READER_INTERESTED) != 0) return;
-  // With readers active the last of them wakes the writer.
+  // If readers are counted, the last one to leave wakes the writer.
   if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) Wake(writer, own);
 }
 
-// Admits the batch of waiting readers and counts its first. The newest of them, which the caller
-// is to let in.
+// Admits the batch of waiting readers and counts the first to enter. Returns the batch's newest
+// node, which the caller must wake.
 Node* ReaderGate(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, RW_READER_UNIT - RW_READER_INTERESTED);
-  // The flags as the addition found them. Read afresh they may be those of a writer that has
-  // come since, and a last reader that was delayed would wake its node a second time after it
-  // has queued again: two would be in the lock.
+  // Use the flags that the addition returned. Flags read anew might be those of a writer that came
+  // later; a delayed last reader could then wake that writer's node again after it has queued
+  // anew, and two writers would be inside.
   const uint32_t writer = before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
   if (writer == RW_WRITER_INTERESTED) SetFlags(lock, RW_WRITER_ACTIVE);
   return Exchange(&lock->readerTail, nullptr);
@@ -83,8 +83,7 @@ Node* ReaderGate(KivRWLock* lock) {
 
 // ---- Entering ----
 
-// The ways of a thread that has to wait lie apart from the one of a thread that need not, which
-// so has nothing to save across calls.
+// Contended paths are out of line so that the uncontended paths save no registers.
 
 void OwnAsWriter(Node* node) {
   node->mode = KIV_RWLOCK_WRITE;
@@ -104,7 +103,7 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   if (previous == nullptr) {
     WriterGate(lock, node, node);
   } else {
-    // release: pairs with the acquire of the writer before, which wakes the node it reads.
+    // release: pairs with the acquire in Successor, with which the previous writer finds this node.
     previous->queueLink.store(node, std::memory_order_release);
   }
   if (IsBlocked(*node)) return AwaitTurn(node);
@@ -116,7 +115,7 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   node->mode = KIV_RWLOCK_READ;
 }
 
-// A reader that found one before it: counts itself and lets that one in.
+// For a reader that found another reader in the queue: counts itself and wakes that reader.
 [[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
   WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
@@ -124,7 +123,7 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   node->mode = KIV_RWLOCK_READ;
 }
 
-// The first of a batch that others joined.
+// For the first reader of a batch that others have joined.
 [[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
   Wake(newest, nullptr);
   AwaitAdmission(node);
@@ -133,24 +132,24 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
 void EnterAsReader(KivRWLock* lock, Node* node) {
   node->depth = 1;
   node->blocked.store(1, std::memory_order_relaxed);
-  // The link needs no publishing: only its own thread reads it, to let in the one before.
+  // relaxed: in a reader's node only its own thread uses the link.
   Node* previous = Exchange(&lock->readerTail, node);
   node->queueLink.store(previous, std::memory_order_relaxed);
   if (previous != nullptr) return EnterAsFollower(lock, node, previous);
 
-  // The first reader of a batch. The gate counts it, whoever runs the gate.
+  // The first reader of a batch. The gate counts it, whichever thread runs the gate.
   const uint64_t before = SetFlags(lock, RW_READER_INTERESTED);
   if ((before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE)) != 0) return AwaitAdmission(node);
   Node* newest = ReaderGate(lock);
   if (newest != node) return EnterAsOldest(node, newest);
-  // Alone in its batch: lets itself in.
+  // Alone in its batch.
   Unblock(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // ---- Leaving ----
 
-// Whether it was the last before a writer, which the caller is to let in.
+// Returns whether this was the last reader before a writer, which the caller must wake.
 bool LeaveAsReader(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, uint64_t{0} - RW_READER_UNIT);
   constexpr uint32_t kLastBeforeWriter = RW_READER_UNIT + RW_WRITER_ACTIVE + RW_WRITER_INTERESTED;
@@ -159,8 +158,8 @@ bool LeaveAsReader(KivRWLock* lock) {
 
 Node* Successor(const Node* node) { return node->queueLink.load(std::memory_order_acquire); }
 
-// The writer behind a node that is no longer the tail: it has swung the tail and is about to
-// link itself, unless its processor was taken from it just then.
+// Waits for the link to the writer behind a node that is not the tail any more. That writer has
+// exchanged the tail and links itself next, but the system may have suspended it in between.
 Node* AwaitSuccessor(const KivRWLock& lock, const Node* node) {
   const auto isLinked = [node] { return Successor(node) != nullptr; };
   if (lock.blockingAllowed != 0) {
@@ -174,7 +173,7 @@ Node* AwaitSuccessor(const KivRWLock& lock, const Node* node) {
 void LeaveAsWriter(KivRWLock* lock, Node* node) {
   Node* next = Successor(node);
   if (next != nullptr) {
-    // From writer to writer; the flags stay.
+    // Handover from writer to writer; the flags stay.
     Wake(next, nullptr);
     return;
   }
@@ -192,7 +191,7 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   return RetireNode(owner, table, node, slot);
 }
 
-// A thread's first meeting with a lock: makes the node, and starts over.
+// For a thread that uses this lock for the first time: makes its node and starts over.
 [[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
                                             KivRWLockTable* table, KivRWLock* lock) {
   const uint32_t status = AddNode(owner, table, lock);
@@ -204,14 +203,13 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
 uint32_t KivRWLockInit(void* /*ignored*/, int32_t callerValue, KivRWLock* lock,
                        uint8_t blockingAllowed, int32_t slot) {
   KivSyncEnvInit();
-  constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
   *lock = KivRWLock{};
-  lock->readerSpinLoops = readerLimits.spinLoops.load(kRelaxed);
-  lock->writerSpinLoops = writerLimits.spinLoops.load(kRelaxed);
-  lock->readerSpinYields = readerLimits.spinYields.load(kRelaxed);
-  lock->writerSpinYields = writerLimits.spinYields.load(kRelaxed);
-  lock->readerWaitLoops = readerLimits.waitLoops.load(kRelaxed);
-  lock->writerWaitLoops = writerLimits.waitLoops.load(kRelaxed);
+  lock->readerSpinLoops = readerLimits.spinLoops.load(std::memory_order_relaxed);
+  lock->writerSpinLoops = writerLimits.spinLoops.load(std::memory_order_relaxed);
+  lock->readerSpinYields = readerLimits.spinYields.load(std::memory_order_relaxed);
+  lock->writerSpinYields = writerLimits.spinYields.load(std::memory_order_relaxed);
+  lock->readerWaitLoops = readerLimits.waitLoops.load(std::memory_order_relaxed);
+  lock->writerWaitLoops = writerLimits.waitLoops.load(std::memory_order_relaxed);
   lock->callerValue = callerValue;
   lock->blockingAllowed = blockingAllowed;
   lock->slot = slot;
@@ -236,7 +234,7 @@ uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
     EnterAsWriter(lock, node);
     return KIV_ST_OK;
   }
-  // A reader that waited for the others to leave would wait for itself.
+  // Not upgraded: a reader that waited for all readers to leave would wait for itself.
   if (node->mode != KIV_RWLOCK_WRITE) return KIV_ST_MUTEX_REQUEST;
   ++node->depth;
   return KIV_ST_OK;
@@ -246,7 +244,7 @@ uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
   Node* node = FindActiveNode(*table, lock);
   if (node == nullptr || node->depth < 1) return KIV_ST_MUTEX_CLEAR;
   if (--node->depth > 0) return KIV_ST_OK;
-  // Read while the lock is held: a writer that is let in may end the lock at once.
+  // Read while the lock is held: the next writer may end the lock as soon as it is woken.
   const int32_t slot = lock->slot;
   if (node->mode == KIV_RWLOCK_WRITE) {
     LeaveAsWriter(lock, node);

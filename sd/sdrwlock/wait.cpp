@@ -1,9 +1,10 @@
 // Waiting and waking.
 //
-// The wake mutex orders a waker against a sleeper: the sleeper looks at `blocked` once more under
-// it and gives it up only in going to sleep, the waker clears `blocked` under it and raises the
-// semaphore if there is a sleeper. A failing call of the system is dropped; every wait looks
-// again at `blocked`. The model checker goes through this too (tests/model/rwlock.pml, SLEEPING).
+// The wake mutex prevents lost wake-ups. The sleeper tests `blocked` again under the mutex and
+// releases the mutex only in the call that puts it to sleep. The waker clears `blocked` under the
+// mutex and raises the semaphore if there is a sleeper. Failures of system calls are ignored,
+// because every wait tests `blocked` again. The model checker covers this part too
+// (tests/model/rwlock.pml, SLEEPING).
 #include "sdrwlock/wait.h"
 
 #include "os/critical_section.h"
@@ -13,18 +14,19 @@
 namespace kiv {
 namespace {
 
-// How a thread of one kind waits. The loops come from the lock, the rest from the node.
+// Limits of one wait. `spinLoops` comes from the lock, the other two from the node.
 struct Patience {
-  int32_t spinLoops;   // budgets of spinning in a round
-  int32_t spinYields;  // yields after a round
-  int32_t waitLoops;   // rounds and yields before the thread sleeps; 0 or less: never
+  int32_t spinLoops;   // spin budgets per round
+  int32_t spinYields;  // yields after each round
+  int32_t waitLoops;   // rounds and yields before the thread sleeps; 0 or less: never sleeps
 };
 
 class Waiter {
  public:
   Waiter(const KivRWLockNode& node, const Patience& patience) : node_(node), patience_(patience) {}
 
-  // Spins and yields until the thread may enter, or has to sleep. Whether it may enter.
+  // Spins and yields until the thread may enter or its patience is spent. Returns whether it may
+  // enter.
   bool SpinAndYield() {
     while (IsBlocked(node_)) {
       if (IsSpent()) return false;
@@ -60,7 +62,7 @@ class Waiter {
   int64_t yields_ = 0;
 };
 
-// Called with the wake mutex held; it is held again afterwards.
+// Called with the wake mutex held; releases it while sleeping and takes it again.
 void WaitOnCondition(KivRWLockNode* node) {
   KivRWLockCondition& condition = node->condition;
   os::EnterCriticalSection(condition.section.opaque);
@@ -95,7 +97,7 @@ void Sleep(KivRWLockNode* node) {
 
 void Wait(KivRWLockNode* node, const Patience& patience) {
   if (node->lock->blockingAllowed == 0) {
-    // Kept without a yield: such locks guard a few instructions, and a host that allows no
+    // Compatibility: never yields. Such locks guard a few instructions, and a host that forbids
     // blocking has a processor for every thread.
     SpinUntil([node] { return !IsBlocked(*node); });
     return;

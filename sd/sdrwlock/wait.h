@@ -1,4 +1,4 @@
-// Waiting on a node, and waking the thread that waits.
+// Waiting on a node, and waking the thread that waits on it.
 #ifndef KIV_SDRWLOCK_WAIT_H
 #define KIV_SDRWLOCK_WAIT_H
 
@@ -6,7 +6,8 @@
 
 namespace kiv {
 
-// acquire: pairs with the release of Unblock; what the one before wrote is visible to who enters.
+// acquire: pairs with the release of Unblock; the entering thread sees everything that the previous
+// holder wrote.
 inline bool IsBlocked(const KivRWLockNode& node) {
   return node.blocked.load(std::memory_order_acquire) != 0;
 }
@@ -14,16 +15,16 @@ inline bool IsBlocked(const KivRWLockNode& node) {
 // release: pairs with the acquire of IsBlocked.
 inline void Unblock(KivRWLockNode* node) { node->blocked.store(0, std::memory_order_release); }
 
-// Waits until the node is no longer blocked, as its lock allows: spinning alone, or spinning,
-// then yielding, then sleeping within the limits of readers or of writers.
+// Waits until the node is unblocked. On a lock that does not allow blocking the thread only spins;
+// otherwise it spins, yields and finally sleeps, within the limits of readers or of writers.
 void WaitAsReader(KivRWLockNode* node);
 void WaitAsWriter(KivRWLockNode* node);
 
-// Lets another thread's node in.
+// Unblocks another thread's node and wakes its thread if that sleeps.
 void WakeOther(KivRWLockNode* node);
 
-// Lets the node's thread in; does nothing if it is not blocked. `own` is the caller's own node,
-// or null: that one is let in without a call of the system.
+// Unblocks the node and wakes its thread; does nothing if the node is not blocked. `own` is the
+// caller's own node, or null; unblocking one's own node needs no system call.
 inline void Wake(KivRWLockNode* node, const KivRWLockNode* own) {
   if (!IsBlocked(*node)) return;
   if (node == own) return Unblock(node);

@@ -1,8 +1,8 @@
-// Gate events. The event of the system is signalled while the gate is open; a thread that passes
-// resets it, and so closes the gate behind itself.
+// Gate events. The system event is signalled while the gate is open. A thread that passes resets
+// the event and thereby closes the gate behind itself.
 //
-// Kept: "set" closes the gate and "clear" opens it, the reverse of the event underneath. Callers
-// set a gate to hold others back.
+// Compatibility: "set" closes the gate and "clear" opens it, the reverse of the system event.
+// Callers set a gate to hold other threads back.
 #include "kivsdu/event.h"
 #include "sdsemw32/wait.h"
 

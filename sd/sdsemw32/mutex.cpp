@@ -1,4 +1,4 @@
-// Mutexes of the kernel.
+// Kernel mutexes.
 #include "kivsdu/mutex.h"
 
 #include "sdsemw32/wait.h"
@@ -18,15 +18,16 @@ uint32_t KivSdMutexOpen(KivSdContext* ctx, const char* name, KivHandle* mutex) {
 uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex) {
   if (mutex == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   const os::Result closed = os::CloseObject(*mutex);
-  // Kept: the variable is emptied also when the close failed, unlike every other kind's.
+  // Compatibility: unlike with every other kind of object, the variable is set to null even if the
+  // close fails. Callers rely on it.
   *mutex = nullptr;
   return ReportOutcome(ctx, closed, KIV_ST_MUTEX_CLOSE);
 }
 
 uint32_t KivSdMutexRequest(KivSdContext* ctx, KivHandle* mutex, uint32_t timeoutMs) {
   if (mutex == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  // An abandoned mutex is a failure although the caller now holds it: what it guards may be half
-  // changed, and the caller has to be told.
+  // An abandoned mutex is reported as a failure although the caller now holds it, because the
+  // guarded data may be half-changed.
   return ReportWait(ctx, os::WaitOne(*mutex, timeoutMs), KIV_ST_MUTEX_TIMEOUT,
                     KIV_ST_MUTEX_REQUEST);
 }

@@ -32,7 +32,7 @@ uint32_t KivSdCntSemClose(KivSdContext* ctx, KivHandle* semaphore) {
 
 uint32_t KivSdCntSemRequest(KivSdContext* ctx, KivHandle* semaphore, uint64_t timeoutMs) {
   if (semaphore == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  // Only the low half counts, and as a signed number: a caller's "minus anything" has no limit.
+  // Only the low 32 bits count, as a signed number: any negative time-out waits forever.
   const auto time = static_cast<uint32_t>(timeoutMs);
   const bool forEver = static_cast<int32_t>(time) < 0;
   return ReportWait(ctx, os::WaitOne(*semaphore, forEver ? os::kWaitForEver : time),

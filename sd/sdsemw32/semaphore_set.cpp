@@ -1,9 +1,9 @@
-// Shared semaphore sets: named semaphores made and closed as one. Two processes that make a set
-// under one name hold the same semaphores, because making a semaphore opens the one that has its
-// name already.
+// Shared semaphore sets: named semaphores that are created and closed together. Two processes that
+// create sets under one name share their semaphores, because creating a semaphore opens an existing
+// semaphore of that name.
 //
-// Only argument errors go into the caller's record: a set is used inside operations that report
-// in their own name.
+// Only argument errors go into the caller's record: sets are used inside other operations, which
+// write the record themselves.
 #include <cstdio>
 
 #include "kivsdu/memory.h"
@@ -24,9 +24,9 @@ constexpr uint32_t kLineSetFreeWithoutMembers = 169;
 constexpr uint32_t kLineMembersFree = 188;
 constexpr uint32_t kLineSetFree = 189;
 
-// The system refuses names of 260 characters and more, and no ANSI code page needs more than 4
-// bytes a character. A base name that is cut here still makes a name that it refuses, so no base
-// name needs more room.
+// The system refuses names of 260 characters or more, and no ANSI code page needs more than 4 bytes
+// per character. A base name longer than this buffer is cut; the result is still long enough for
+// the system to refuse it.
 constexpr int kMaxNameCharacters = 260;
 constexpr int kMaxCharacterBytes = 4;
 constexpr int kMaxBaseBytes = (kMaxNameCharacters + 1) * kMaxCharacterBytes;
@@ -47,7 +47,7 @@ void* MakeMember(const char* name, uint16_t index, int32_t initialCount, int32_t
   return os::MakeSemaphore(memberName, initialCount, maximumCount).value;
 }
 
-// The front refuses a size of 0, and a set may be empty.
+// Allocates nothing for an empty set, because KivSdMemAlloc refuses a size of 0.
 uint32_t AllocateMembers(uint16_t count, KivHandle** members) {
   *members = nullptr;
   if (count == 0) return KIV_ST_OK;
@@ -58,7 +58,7 @@ uint32_t AllocateMembers(uint16_t count, KivHandle** members) {
   return status;
 }
 
-// Makes all members, or none.
+// Makes all members or, on failure, none.
 bool FillSet(KivSdShSemSet* set, const char* name, uint16_t count, const int32_t* initialCounts,
              const int32_t* maximumCounts) {
   for (uint16_t i = 0; i < count; ++i) {
@@ -94,7 +94,7 @@ uint32_t KivSdShSemSetCreate(KivSdContext* ctx, const char* name, uint16_t count
   **set = KivSdShSemSet{};
   status = AllocateMembers(count, &(*set)->members);
   if (status != KIV_ST_OK) {
-    // Kept: the variable keeps the address of the freed record. Callers go by the status.
+    // Compatibility: the variable keeps the address of the freed record. Callers check the status.
     Free(record, kLineSetFreeWithoutMembers);
     return status;
   }

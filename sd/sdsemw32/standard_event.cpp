@@ -1,7 +1,9 @@
-// Standard events: set signals and reset clears, in the ordinary sense. The statuses of the two
-// are named after the gate's operations on the event underneath.
+// Standard events: set signals the event and reset clears the signal. Their failure statuses are
+// those of the gate operations that make the corresponding system call: KIV_ST_EVENT_CLEAR for set
+// and KIV_ST_EVENT_SET for reset.
 //
-// Kept: no pointer is checked, and a create that fails leaves the variable alone.
+// Compatibility: no pointer is checked, and a failed create leaves the variable unchanged. Callers
+// rely on both.
 #include "kivsdu/event.h"
 #include "sdsemw32/wait.h"
 

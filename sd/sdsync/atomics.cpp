@@ -1,5 +1,5 @@
-// Atomic operations for callers. Each is one locked instruction, and so a full barrier; the waits,
-// which only read, end with one.
+// The exported atomic operations. Each is one locked instruction and therefore a full barrier. The
+// two waits only read; they end with a full fence.
 #include "atomic.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
@@ -9,14 +9,14 @@ using namespace kiv;
 
 namespace {
 
-// The old value of a compare-and-swap.
+// Compare-and-swap; returns the old value.
 uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
   AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
   return expected;
 }
 
-// acquire: what the writer of the byte wrote before it is visible to who saw the byte.
-// Only reads; the cast is for the reference's type.
+// acquire: the caller sees everything that the writer of the byte wrote before the byte.
+// AtomicRef takes no const object; the cast is safe because the byte is only read.
 uint8_t Look(const uint8_t* flag) {
   return AtomicRef<uint8_t>(*const_cast<uint8_t*>(flag)).load(std::memory_order_acquire);
 }
@@ -46,10 +46,10 @@ int32_t KivSdAtomicCompareAndSwap(uint64_t* word, int32_t expected, int32_t newV
   return KivSdCmpXchgPtr(wide, static_cast<uint64_t>(static_cast<int64_t>(newValue)), word);
 }
 
-void KivSdMemoryBarrier() { kiv::FullFence(); }
+void KivSdMemoryBarrier() { FullFence(); }
 
-// Kept without a yield and without a limit: callers use these where the other side is running
-// and a yield would cost more than the wait.
+// Compatibility: the two waits never yield and have no limit. Callers use them where the other
+// thread is running and a yield would cost more than the wait.
 uint8_t KivSdWaitUntilTrue(const uint8_t* flag) {
   uint8_t value = Look(flag);
   while (value == 0) {

@@ -1,5 +1,5 @@
-// A list of the threads that measure, each entry on its thread's stack. Walked only until the
-// process has read its lock variables, so one plain lock serves it.
+// List of the measuring threads; each entry is on its thread's stack. One simple lock is enough:
+// KivGetSpinUpperLimit uses the list, and KivSyncEnvInit until it has read the environment.
 #include "sdsync/calibrating_thread.h"
 
 #include "atomic.h"
@@ -11,11 +11,11 @@ namespace {
 Atomic<bool> listIsHeld{false};
 CalibratingThread* first = nullptr;  // guarded by listIsHeld
 
-// Not one of the library's locks: making the first of those is what brings a thread here.
+// Not one of the library's locks: creating the first of them calls this code.
 class ListHold {
  public:
   ListHold() {
-    // acquire: pairs with the release of the holder before.
+    // acquire: pairs with the previous holder's release.
     while (listIsHeld.exchange(true, std::memory_order_acquire)) os::YieldThread();
   }
   ~ListHold() { listIsHeld.store(false, std::memory_order_release); }

@@ -1,8 +1,8 @@
-// Which threads measure the spin budget at the moment.
+// Marks the threads that are measuring the spin budget.
 //
-// The pipes of the measurement run the host's lease guard, on the thread that measures and on the
-// two that it starts. A guard that makes the first lock of the process would begin another
-// measurement inside this one, and that one another, without an end.
+// The measurement uses pipes, whose operations call the host's lease guard, on the measuring thread
+// and on the two threads that it starts. A guard that creates the first lock of the process would
+// start another measurement inside the running one, and so on without end.
 #ifndef KIV_SDSYNC_CALIBRATING_THREAD_H
 #define KIV_SDSYNC_CALIBRATING_THREAD_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv {
 
-// The calling thread takes part in a measurement as long as this lives, on its stack.
+// Marks the calling thread during the lifetime of this object, which must be on its stack.
 class CalibratingThread {
  public:
   CalibratingThread();
@@ -18,7 +18,7 @@ class CalibratingThread {
   CalibratingThread(const CalibratingThread&) = delete;
   CalibratingThread& operator=(const CalibratingThread&) = delete;
 
-  // Whether the calling thread takes part in one.
+  // Whether the calling thread is marked.
   static bool IsCurrent();
 
  private:

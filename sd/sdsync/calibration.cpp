@@ -1,5 +1,5 @@
-// Measuring the spin budget: how many rounds of busy waiting last as long as it takes to put a
-// thread to sleep and wake it, measured by handing a byte to and fro between two threads.
+// Measures the spin budget: the number of busy-wait rounds that take as long as putting a thread to
+// sleep and waking it. Two threads pass a byte back and forth to measure the latter.
 //
 //   timing thread ── pipe A ──▶ echo thread
 //        ▲                          │
@@ -28,12 +28,14 @@ constexpr uint32_t kSettleMs = 100;
 constexpr char kByte = 'c';
 constexpr int32_t kOneProcessorBudget = 1;
 
-// Stored for hosts that read it in a debugger.
+// Not read by the library; for inspection in a debugger.
 std::atomic<int32_t> processorCount{1};
+
+// What the measured spin reads in each round; stays set.
 std::atomic<uint8_t> spinFlag{0};
 
-// The limit of the measured spin. A variable of its own: another thread that calibrates stores the
-// budget, at any moment.
+// Limit of the measured spin. Separate from the budget, because another calibrating thread may
+// store the budget at any moment.
 std::atomic<int32_t> measuredRounds{0};
 
 struct Pipe {
@@ -63,8 +65,8 @@ uint32_t ReadByte(Pipe* pipe, char* byte) {
   return KivSdPipeRead(nullptr, &pipe->read, byte, 1, &count);
 }
 
-// To its callers a pipe's write that fails and leaves no error has succeeded. Here it is a failure:
-// the other thread would wait for the byte for ever.
+// KivSdPipeWrite reports success for a write that fails without an OS error. Here that is a
+// failure: otherwise the other thread would wait for the byte forever.
 uint32_t WriteByte(Pipe* pipe, const char* byte) {
   uint32_t count = 0;
   const uint32_t status = KivSdPipeWrite(nullptr, &pipe->write, byte, 1, &count);
@@ -76,9 +78,9 @@ void CloseEnd(KivHandle* end) {
   *end = nullptr;
 }
 
-// Tells of a failure of one thread, and passes it on to the other: what that would read next never
-// comes, so the end that writes it is closed, which ends the read. The status comes first, for who
-// finds its pipe closed asks whose failure that was.
+// Records the failure of one thread and stops the other: closing the write end fails the read that
+// waits for the next byte. The status is stored first, because the thread whose read fails checks
+// whether the other thread failed before it.
 void Fail(std::atomic<uint32_t>* ownStatus, uint32_t status, Pipe* pipeToOther) {
   *ownStatus = status;
   CloseEnd(&pipeToOther->write);
@@ -105,12 +107,12 @@ void SendAndReceive(Measurement* block) {
   char byte = kByte;
   uint32_t status = WriteByte(&block->toEcho, &byte);
   for (int32_t trip = 0; trip < kRoundTrips && status == KIV_ST_OK; ++trip) {
-    if (block->echoStatus != KIV_ST_OK) return;  // the echo thread tells why
+    if (block->echoStatus != KIV_ST_OK) return;  // already recorded by the echo thread
     status = ReadByte(&block->toTiming, &byte);
     const bool last = trip == kRoundTrips - 1;
     if (status == KIV_ST_OK && !last) status = WriteByte(&block->toEcho, &byte);
   }
-  // A failure that only follows the echo thread's is not the one to tell.
+  // A failure that follows from the echo thread's failure is not recorded.
   if (status == KIV_ST_OK || block->echoStatus != KIV_ST_OK) return;
   Fail(&block->timingStatus, status, &block->toEcho);
 }
@@ -154,7 +156,7 @@ uint32_t RunThreads(Measurement* block) {
   return block->echoStatus;
 }
 
-// The locks' own busy wait, on a flag that stays set.
+// Times the locks' own busy wait on a flag that stays set; in microseconds.
 double MeasureSpin() {
   const int32_t before = SpinBudget();
   SetSpinBudget(kSpinRounds);
@@ -168,9 +170,9 @@ double MeasureSpin() {
   return Microseconds(start, end);
 }
 
-// One way of a round trip, counted in rounds.
+// The time of half a round trip, in spin rounds. Returns false if the clock did not advance.
 bool ComputeBudget(double tripsUs, double spinUs, int32_t* budget) {
-  if (spinUs <= 0) return false;  // a clock that stands still measures nothing
+  if (spinUs <= 0) return false;
   const double rounds = kSpinRounds * tripsUs / (2.0 * kRoundTrips * spinUs);
   *budget = rounds < INT32_MAX ? static_cast<int32_t>(rounds) : INT32_MAX;
   return true;
@@ -187,7 +189,7 @@ uint32_t KivGetSpinUpperLimit(int32_t* limit) {
   const uint32_t count = KivSdCPUCountGet();
   processorCount.store(static_cast<int32_t>(count), std::memory_order_relaxed);
   if (count == 1) {
-    // Spinning cannot help where the holder cannot run meanwhile.
+    // Spinning is useless if the holder cannot run at the same time.
     SetSpinBudget(kOneProcessorBudget);
     *limit = kOneProcessorBudget;
     return KIV_ST_OK;

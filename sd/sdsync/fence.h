@@ -8,8 +8,8 @@
 
 namespace kiv {
 
-// Sequentially consistent, and made of a locked exchange with a word that no other thread sees:
-// on this processor that orders as much as the fence instruction and takes a third of its time.
+// Sequentially consistent: a locked exchange on a local word. On x86-64 this orders as much as the
+// fence instruction and takes a third of the time.
 inline void FullFence() {
   Atomic<uint32_t> word;
   static_cast<void>(word.exchange(0, std::memory_order_seq_cst));

@@ -1,4 +1,4 @@
-// The busy wait of every lock.
+// Busy waiting, for all locks.
 #ifndef KIV_SDSYNC_SPIN_H
 #define KIV_SDSYNC_SPIN_H
 
@@ -7,9 +7,9 @@
 
 namespace kiv {
 
-// Pauses and looks again, as often as the limit allows, but at least `leastRounds` times. Returns
-// whether the condition came true. Each round asks for the limit again, which is part of what the
-// calibration measures.
+// Pauses and tests the condition, at most limit() times but at least `leastRounds` times. Returns
+// whether the condition came true. Each round calls limit() anew; the calibration measures that
+// cost too.
 template <typename Limit, typename Condition>
 bool SpinWithin(Limit limit, Condition holds, int32_t leastRounds = 0) {
   for (int32_t round = 0; round < leastRounds || round < limit(); ++round) {
@@ -24,14 +24,14 @@ bool SpinWithinBudget(Condition holds, int32_t leastRounds = 0) {
   return SpinWithin(SpinBudget, holds, leastRounds);
 }
 
-// Spins without a yield and without a limit.
+// Spins without a limit and never yields.
 template <typename Condition>
 void SpinUntil(Condition holds) {
   while (!holds()) os::PauseProcessor();
 }
 
-// Spins and yields in turns until it comes true. Never waits in the kernel: the one it waits for
-// is about to be done.
+// Spins and yields alternately until the condition holds. Never sleeps in the kernel: the awaited
+// thread is about to finish.
 template <typename Condition>
 void SpinAndYieldUntil(Condition holds) {
   while (!holds()) {
@@ -40,11 +40,20 @@ void SpinAndYieldUntil(Condition holds) {
   }
 }
 
-// The same, but with a round of spinning first, and before it looks again after a yield, even on a
-// budget of 0.
+// Like SpinAndYieldUntil, but pauses before every test of the condition, and spins at least one
+// round before each yield even on a budget of 0.
 template <typename Condition>
 void SpinOnceAndYieldUntil(Condition holds) {
   while (!SpinWithinBudget(holds, 1)) os::YieldThread();
+}
+
+// One attempt at a test-and-set lock, whose header or source defines IsFree and Take: spins within
+// the budget while the lock is held, then takes it if it is free. Static, so that the compiler
+// inlines it like the source's own functions.
+template <typename Lock>
+static bool TryTake(Lock* lock) {
+  if (!IsFree(*lock)) SpinWithinBudget([lock] { return IsFree(*lock); });
+  return IsFree(*lock) && Take(lock);
 }
 
 }  // namespace kiv

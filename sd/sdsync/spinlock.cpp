@@ -1,11 +1,11 @@
-// Spinlocks on the heap, in two designs.
+// Heap-allocated spinlocks, in two designs.
 //
-// What a lock guards is ordered by its word, or by its serving counter: the holder's release
-// pairs with the next holder's acquire. Owner and count are the holder's; others only compare the
-// owner with their own identifier, which they alone store, so that any value they read gives the
-// right answer: relaxed.
+// The lock word or the serving counter orders the guarded data: the holder's release pairs with the
+// next holder's acquire. Owner and count are relaxed: only the holder writes them. Other threads
+// compare the owner with their own identifier, which no other thread stores, so every value that
+// they can read gives the right answer.
 //
-// Callers are promised a full fence on taking and on giving back.
+// Callers are promised a full fence on acquiring and on releasing.
 #include "sdsync/spinlock.h"
 
 #include <cstring>
@@ -24,9 +24,6 @@ constexpr char kSource[] = "sd/sdsync";
 constexpr uint32_t kLineAlloc = 617;
 constexpr uint32_t kLineFree = 661;
 
-constexpr std::memory_order kAcquire = std::memory_order_acquire;
-constexpr std::memory_order kRelease = std::memory_order_release;
-
 int16_t Plus(int16_t count, int16_t addend) { return static_cast<int16_t>(count + addend); }
 
 template <typename Lock>
@@ -40,14 +37,8 @@ bool Reenter(Lock* lock, uint32_t thread) {
 
 // ---- Test-and-set ----
 
-bool TryTake(TestAndSetLock* lock) {
-  if (!IsFree(*lock)) SpinWithinBudget([lock] { return IsFree(*lock); });
-  return IsFree(*lock) && Take(lock);
-}
-
-// The rest of Acquire, for a lock that was found held, or that another was quicker to take: then
-// the thread yields first. Like every way that waits it lies apart from the one that need not,
-// which so has nothing to save across calls.
+// Contended paths are out of line so that the uncontended paths save no registers. If the lock was
+// free at the first attempt, another thread was quicker, and this thread yields before it retries.
 [[gnu::noinline]] void AcquireContended(TestAndSetLock* lock, uint32_t thread, bool wasHeld) {
   if (!wasHeld) os::YieldThread();
   while (!TryTake(lock)) os::YieldThread();
@@ -64,18 +55,18 @@ void Acquire(TestAndSetLock* lock, uint32_t thread) {
 
 void Free(TestAndSetLock* lock, int16_t count) {
   SetHolder(&lock->holder, 0, count);
-  // seq_cst: releases what was guarded, and is the full fence of giving back as well.
+  // seq_cst: publishes the guarded data, and is the full fence promised on releasing.
   lock->word.exchange(0);
 }
 
 // ---- Ticket ----
 
-// seq_cst: a locked instruction, and so the full fence of taking as well; what the wait for the
-// turn reads cannot come before it.
+// seq_cst: a locked instruction, which is also the full fence promised on acquiring. Reads of the
+// serving counter cannot move before it.
 int64_t DrawTicket(TicketLock* lock) { return lock->next.fetch_add(1); }
 
 bool IsServed(const TicketLock& lock, int64_t ticket) {
-  return lock.serving.load(kAcquire) == ticket;
+  return lock.serving.load(std::memory_order_acquire) == ticket;
 }
 
 void AwaitTurn(const TicketLock& lock, int64_t ticket) {
@@ -100,7 +91,7 @@ void Acquire(TicketLock* lock, uint32_t thread) {
   Own(lock, thread, ticket);
 }
 
-// The count is left as it is.
+// Leaves the count unchanged.
 void OwnOnce(TicketLock* lock, uint32_t thread, int64_t ticket) {
   SetHolder(&lock->holder, thread, HolderOf(lock->holder).count);
   lock->held = ticket;
@@ -119,20 +110,20 @@ void AcquireOnce(TicketLock* lock, uint32_t thread) {
 }
 
 void Free(TicketLock* lock, int16_t count) {
-  // seq_cst: a locked instruction, and so the full fence of giving back as well, which comes
-  // between the owner and the turn.
+  // seq_cst: a locked instruction, which is also the full fence promised on releasing. It lies
+  // between clearing the owner and passing on the turn.
   lock->holder.exchange({0, count, 0});
-  // A plain store, for only the holder writes it. It lies behind the fence, so that waiters see
-  // the turn as soon as the line reaches them.
-  lock->serving.store(lock->held + 1, kRelease);
+  // No locked instruction, because only the holder writes `serving`. The store follows the fence,
+  // so that waiters see the turn as soon as the cache line reaches them.
+  lock->serving.store(lock->held + 1, std::memory_order_release);
 }
 
 template <typename Lock>
 void Release(Lock* lock) {
   const Holder holder = HolderOf(lock->holder);
   const int16_t count = Plus(holder.count, -1);
-  // Kept at "0 or below": a surplus release frees again what is free, and the next taking starts
-  // the count anew.
+  // Compatibility: frees at 0 or below, and callers rely on it. A surplus release frees a free lock
+  // once more; the next acquisition sets the count to 1.
   if (count <= 0) [[likely]]
     return Free(lock, count);
   SetHolder(&lock->holder, holder.owner, count);
@@ -182,7 +173,7 @@ void KivSdSpinlockAcquireNonReentrant(KivSdSpinlock* lock, uint32_t thread) {
   if (UsesTickets()) {
     AcquireOnce(&lock->ticket, thread);
   } else {
-    // Kept: one word has one way in, and a holder that comes again is counted.
+    // Compatibility: test-and-set has one acquire only, so a holder that acquires again is counted.
     Acquire(&lock->word, thread);
   }
 }

@@ -1,4 +1,4 @@
-// The record of a spinlock, which two designs lay out differently.
+// The spinlock record. The test-and-set and the ticket design lay it out differently.
 #ifndef KIV_SDSYNC_SPINLOCK_H
 #define KIV_SDSYNC_SPINLOCK_H
 
@@ -13,11 +13,11 @@ namespace kiv {
 
 constexpr size_t kSpinlockBytes = 256;  // four lines of 64
 
-// Who holds a lock, and how often: eight bytes, which change in one store. A locked instruction
-// waits until every store before it is done, so that each store less is time saved.
+// Owner and recursion count of a lock, in eight bytes that change in one store. A locked
+// instruction waits for all earlier stores to complete, so each store saved saves time.
 struct alignas(8) Holder {
-  uint32_t owner;  // identifier of the holder's thread; 0 when the lock is free
-  int16_t count;   // takings not given back
+  uint32_t owner;  // thread identifier of the holder; 0 when the lock is free
+  int16_t count;   // unreleased acquisitions
   uint16_t unused;
 };
 static_assert(offsetof(Holder, owner) == 0, "spinlock layout");
@@ -33,18 +33,18 @@ static_assert(offsetof(TestAndSetLock, word) == 0, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, mark) == 4, "spinlock layout");
 static_assert(offsetof(TestAndSetLock, holder) == 8, "spinlock layout");
 
-// Three lines for three kinds of access: arrivals write `next`, waiters read `serving`, the
-// holder writes the rest. The first line is left to whatever lies in front of the record. Lines
-// count from the record, which the allocator aligns to 16 bytes: neighbours in this record are
-// apart even so.
+// Three 64-byte lines for three kinds of access: arrivals write `next`, waiters read `serving`, the
+// holder writes the rest. The first line is unused, so that no field shares a cache line with the
+// memory in front of the record. The allocator aligns the record to 16 bytes only; the three groups
+// lie in different cache lines even so.
 struct TicketLock {
   unsigned char unused[64];
-  int64_t held;  // ticket of the holder, or of the last; the holder's alone
+  int64_t held;  // ticket of the current or last holder; only the holder uses it
   Atomic<Holder> holder;
   unsigned char gap1[128 - 80];
   Atomic<int64_t> serving;  // ticket that may enter; only the holder writes it
   unsigned char gap2[192 - 136];
-  Atomic<int32_t> next;  // drawn in 32 bits and widened with its sign
+  Atomic<int32_t> next;  // sign-extended to 64 bits when a ticket is drawn
   unsigned char gap3[256 - 196];
 };
 static_assert(offsetof(TicketLock, held) == 64, "spinlock layout");
@@ -55,7 +55,7 @@ static_assert(sizeof(TicketLock) == kSpinlockBytes, "spinlock layout");
 
 }  // namespace kiv
 
-// One or the other, as the process's design says, for the lock's whole life.
+// The process's design selects the member, for the lock's whole life.
 struct KivSdSpinlock {
   union {
     kiv::TestAndSetLock word;
@@ -66,8 +66,8 @@ static_assert(sizeof(KivSdSpinlock) == kiv::kSpinlockBytes, "spinlock layout");
 
 namespace kiv {
 
-// Makes a free lock of the process's design in kSpinlockBytes of memory. Call KivSyncEnvInit before
-// the first one.
+// Initialises a free lock of the process's design in kSpinlockBytes of memory. Call KivSyncEnvInit
+// before the first lock is made.
 KivSdSpinlock* InitializeSpinlock(void* memory);
 
 // ---- Steps ----
@@ -76,7 +76,7 @@ inline Holder HolderOf(const Atomic<Holder>& holder) {
   return holder.load(std::memory_order_relaxed);
 }
 
-// No other thread writes meanwhile.
+// No other thread may write at the same time.
 inline void SetHolder(Atomic<Holder>* holder, uint32_t thread, int16_t count) {
   holder->store({thread, count, 0}, std::memory_order_relaxed);
 }
@@ -85,13 +85,12 @@ inline bool IsFree(const TestAndSetLock& lock) {
   return lock.word.load(std::memory_order_relaxed) != 1;
 }
 
-// seq_cst: a locked instruction, and so the full fence of taking as well.
+// seq_cst: a locked instruction, which is also the full fence promised on acquiring.
 inline bool Take(TestAndSetLock* lock) { return lock->word.exchange(1) == 0; }
 
 // ---- The library's own locks ----
-// Of the memory manager, which take and give back some of them in every request. Mostly they are
-// free and given back by who took them once: that is inline, and all else is left to the whole
-// operations.
+// The memory manager acquires and releases some of them in every request. Usually they are
+// uncontended and not re-entered: that case is inline. All other cases call the exported operation.
 
 inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
   if (UsesTickets() || !IsFree(lock->word) || !Take(&lock->word)) [[unlikely]]
@@ -99,8 +98,8 @@ inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
   SetHolder(&lock->word.holder, thread, 1);
 }
 
-// Orders what was guarded before the lock is free, and nothing else: the full fence of the whole
-// operation is promised to callers, and would be a second locked instruction in every request.
+// Publishes the guarded data with a release store. Omits the full fence that KivSdSpinlockRelease
+// promises to callers: it would be a second locked instruction in every request.
 inline void ReleaseOwnLock(KivSdSpinlock* lock) {
   if (UsesTickets() || HolderOf(lock->word.holder).count != 1) [[unlikely]]
     return KivSdSpinlockRelease(lock);

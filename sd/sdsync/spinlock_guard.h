@@ -1,4 +1,4 @@
-// Holds a spinlock of the library's own for a scope.
+// Holds one of the library's own spinlocks for a scope.
 #ifndef KIV_SDSYNC_SPINLOCK_GUARD_H
 #define KIV_SDSYNC_SPINLOCK_GUARD_H
 

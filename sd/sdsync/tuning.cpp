@@ -1,4 +1,4 @@
-// The tuning variables, and reading them from the environment.
+// The tuning variables, and how they are read from the environment.
 #include "sdsync/tuning.h"
 
 #include <cstdio>
@@ -21,13 +21,12 @@ WaitLimits writerLimits = {1, 0, 1};
 
 namespace {
 
-constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 constexpr char kDisplay[] = "KIV_DISPLAY_LOCKCONFIG";
 
-// What becomes of a value that a limit cannot have.
+// How a value that is too small is corrected.
 struct Correction {
-  int32_t least;    // that is taken as it is
-  int32_t instead;  // of a smaller one
+  int32_t least;    // smallest valid value
+  int32_t instead;  // replaces a smaller value
 };
 constexpr Correction kAtLeastOne = {1, 1};
 constexpr Correction kNegativeIsOne = {0, 1};
@@ -40,8 +39,9 @@ struct Variable {
   Correction correction;
 };
 
-// In the order in which they are read and shown. Kept: 0 is no count of loops or yields for a
-// spinlock, is one for a reader-writer lock, and a spinlock's wait loops are taken unchecked.
+// In the order in which they are read and displayed. Compatibility: 0 loops or yields are invalid
+// for spinlocks but valid for reader-writer locks, and a spinlock's wait loops are not checked.
+// Hosts have set these variables with this meaning.
 const Variable kVariables[] = {
     {"KIV_SPINLOCK_MAXSPINLOOPS", &spinlockLimits.spinLoops, kAtLeastOne},
     {"KIV_SPINLOCK_MAXSPINYIELDS", &spinlockLimits.spinYields, kAtLeastOne},
@@ -54,7 +54,7 @@ const Variable kVariables[] = {
     {"KIV_RWLOCK_WMAXWAITLOOPS", &writerLimits.waitLoops, kNegativeIsOne},
 };
 
-// Set when all is read, and not before: two first callers may both read, with one outcome.
+// Set after everything has been read. Two first callers may both read; the outcome is the same.
 Atomic<bool> environmentRead{false};
 
 void ReadVariable(const Variable& variable) {
@@ -62,36 +62,42 @@ void ReadVariable(const Variable& variable) {
   if (text == nullptr) return;
   const auto given = static_cast<int32_t>(std::atol(text));
   const Correction& correction = variable.correction;
-  variable.value->store(given < correction.least ? correction.instead : given, kRelaxed);
+  variable.value->store(given < correction.least ? correction.instead : given,
+                        std::memory_order_relaxed);
   if (variable.value != &spinlockLimits.waitLoops) return;
-  // Kept: reading the wait loops looks at the spin loops again. They are at least 1 by then, so
-  // that nothing comes of it.
-  if (spinlockLimits.spinLoops.load(kRelaxed) <= 0) spinlockLimits.spinLoops.store(0, kRelaxed);
+  // Compatibility: reading the wait loops re-applies a lower limit of 0 to the spin loops. These
+  // are at least 1 by then, so the check has no effect.
+  if (spinlockLimits.spinLoops.load(std::memory_order_relaxed) <= 0) {
+    spinlockLimits.spinLoops.store(0, std::memory_order_relaxed);
+  }
 }
 
 void Display() {
   for (const Variable& variable : kVariables) {
-    std::printf("%s=%ld\n", variable.name, static_cast<long>(variable.value->load(kRelaxed)));
+    std::printf("%s=%ld\n", variable.name,
+                static_cast<long>(variable.value->load(std::memory_order_relaxed)));
   }
 }
 
 }  // namespace
 
 void KivSyncEnvInit() {
-  // acquire, and release below: who finds it read sees what was read.
+  // acquire: pairs with the release below; a caller that finds the flag set sees the values.
   if (environmentRead.load(std::memory_order_acquire)) return;
-  // A lease guard may come here again from inside the measurement; its locks then have the budget
-  // and the limits as they stand.
+  // A lease guard may call this again during the measurement. The locks that it creates use the
+  // current budget and limits.
   if (CalibratingThread::IsCurrent()) return;
   int32_t limit = 0;
-  // A machine that cannot be measured keeps the budget that it had.
+  // If the measurement fails, the budget stays unchanged.
   static_cast<void>(KivGetSpinUpperLimit(&limit));
   for (const Variable& variable : kVariables) ReadVariable(variable);
   if (os::EnvironmentValue(kDisplay) != nullptr) Display();
   environmentRead.store(true, std::memory_order_release);
 }
 
-void KivSdSetHardwareAcceleration(uint8_t flag) { hardwareAcceleration.store(flag, kRelaxed); }
+void KivSdSetHardwareAcceleration(uint8_t flag) {
+  hardwareAcceleration.store(flag, std::memory_order_relaxed);
+}
 
 uint32_t KivSdGetSpinlockCount() { return 0; }
 

@@ -1,7 +1,8 @@
-// The process-wide tuning that locks read.
+// Process-wide tuning variables of the locks.
 //
-// Host and environment write these before locks are used; nothing guards them. They are atomic
-// so that a late write is seen whole; every access is relaxed, for none announces another.
+// The host and the environment set them before locks are used; no lock guards them. They are
+// atomic, so that no reader sees half of a late write. Every access is relaxed, because no variable
+// publishes other data.
 #ifndef KIV_SDSYNC_TUNING_H
 #define KIV_SDSYNC_TUNING_H
 
@@ -12,20 +13,20 @@
 
 namespace kiv {
 
-// Limits of one kind of lock's waiting.
+// Limits for one kind of waiting thread.
 struct WaitLimits {
   Atomic<int32_t> spinLoops;
   Atomic<int32_t> spinYields;
   Atomic<int32_t> waitLoops;
 };
 
-extern WaitLimits spinlockLimits;  // shown, and used by no lock
+extern WaitLimits spinlockLimits;  // displayed; no lock uses them
 extern WaitLimits readerLimits;
 extern WaitLimits writerLimits;
 
-// Non-zero: ticket designs of locks, and large caches of threads. Defined here, so that every user
-// reads it in one load: a variable that is only declared might lie in another DLL, and compilers
-// reach it through a pointer.
+// Non-zero selects the ticket designs of the locks and the larger per-thread caches. Defined in
+// this header, so that every reader needs one load: a variable that is only declared might lie in
+// another DLL, and the compiler would access it through a pointer.
 inline Atomic<uint8_t> hardwareAcceleration{0};
 
 inline bool HardwareAcceleration() {
@@ -33,10 +34,10 @@ inline bool HardwareAcceleration() {
 }
 inline bool UsesTickets() { return HardwareAcceleration(); }
 
-// What a lock of the test-and-set design carries beside its word, for people who look at memory.
+// Marks a lock of the test-and-set design in a memory dump; nothing reads it.
 constexpr uint32_t kCreationMark = 256;
 
-// The spin budget lies in a plain variable, which hosts see too.
+// The spin budget is a plain exported variable, because hosts read it too.
 inline int32_t SpinBudget() {
   return AtomicRef<int32_t>(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT).load(std::memory_order_relaxed);
 }

@@ -1,6 +1,6 @@
-// The fatal-exception record, and the memory stack kept back for the handling of such an
-// exception. The stack is made and destroyed by one thread at start-up and shutdown. An exception
-// is recorded by the thread that raised it and handles it; one thread does so at a time.
+// The fatal-exception record, and the memory stack reserved for handling a fatal exception. One
+// thread makes and destroys the stack at start-up and shutdown. The thread that raised an exception
+// records and handles it; one thread does so at a time.
 #include "sdthrw32/exception_stack.h"
 
 #include <atomic>
@@ -24,8 +24,8 @@ std::atomic<uint8_t> hostValue{0};
 
 KivSdMemStack* stack = nullptr;
 
-// Kept as the mark and the status in one: after a destroy it holds that one's 0, after a failure
-// the failure, and neither is "not created", so that the stack is made once in a process's life.
+// Compatibility: mark and status in one. After a failed creation or a destroy it holds the status
+// of that operation, which differs from kNotCreated: the stack is made once in a process's life.
 uint32_t creationStatus = kNotCreated;
 
 uint32_t MakeStack() {
@@ -35,39 +35,40 @@ uint32_t MakeStack() {
   return KivSdMemStackCreate(nullptr, &stack, alignment, kStackBytes);
 }
 
-// Taken by the thread that handles the exception. Null before the first recording, and where the
-// system cannot make one.
+// The claim that the handling thread takes. Null before the first exception is recorded, or if the
+// system cannot make a claim.
 std::atomic<void*> handlersClaim{nullptr};
 
 void* HandlersClaim() {
   void* claim = handlersClaim.load(std::memory_order_acquire);
   if (claim != nullptr) return claim;
   void* made = os::MakeClaim().value;
-  // acq_rel: the claim is made before others see it, and another's before this thread takes it.
+  // acq_rel: release publishes this thread's claim; acquire makes another thread's claim visible
+  // before this thread uses it.
   if (handlersClaim.compare_exchange_strong(claim, made, std::memory_order_acq_rel)) return made;
   if (made != nullptr) static_cast<void>(os::CloseClaim(made));
   return claim;
 }
 
-// Returns once the thread is the one that handles the exception. Two that handled one side by side
-// would both push on the exception stack.
+// Returns once the calling thread is the handling thread. Two handlers at the same time would both
+// push on the exception stack.
 void BecomeHandler(uint32_t thread) {
   const os::Claim claim = os::TakeClaim(HandlersClaim());
   uint32_t handler = 0;
-  // relaxed: the flag, which is stored behind it, publishes it.
+  // relaxed: the flag, stored later with release, publishes the value.
   const bool isFirst =
       raisingThread.compare_exchange_strong(handler, thread, std::memory_order_relaxed);
   if (isFirst || handler == thread) return;
   if (claim == os::Claim::kTakenFromEnded) {
     return raisingThread.store(thread, std::memory_order_relaxed);
   }
-  // Without the claim this thread cannot learn that the handler has ended.
+  // Without a claim this thread cannot find out whether the handler has ended.
   StopOtherThreads();
 }
 
 }  // namespace
 
-// The allocator asks for it on every request, while another thread may be setting it.
+// The allocator reads it in every request; another thread may set it at the same time.
 std::atomic<uint32_t> kiv::fatalExceptionFlag{0};
 
 KivSdMemStack kiv::exceptionStackCopies[kExceptionStackCopies] = {};

@@ -1,4 +1,4 @@
-// What the memory manager asks about a fatal exception.
+// The state of a fatal exception, for the memory manager.
 #ifndef KIV_SDTHRW32_EXCEPTION_STACK_H
 #define KIV_SDTHRW32_EXCEPTION_STACK_H
 
@@ -9,27 +9,29 @@
 
 namespace kiv {
 
-// Copies of the exception stack's record, taken when it was made. The library does not read them:
-// they are for whoever examines a dump of the process, where the record itself may be what the
-// exception damaged.
+// Copies of the exception stack's record, made when the stack is created. The library does not read
+// them. They are for analysing a dump of the process, because the exception may have damaged the
+// record itself.
 constexpr int kExceptionStackCopies = 3;
 extern KivSdMemStack exceptionStackCopies[kExceptionStackCopies];
 
 struct FatalException {
   bool occurred;
-  uint32_t thread;  // that raised it
-  uint8_t value;    // the host's
+  uint32_t thread;  // the thread that raised it
+  uint8_t value;    // passed in by the host
 };
 
-// Stored last when an exception is recorded and read first, so that who sees it sees the rest too.
+// Stored last when an exception is recorded, and read first: a thread that sees the flag also sees
+// the other values.
 extern std::atomic<uint32_t> fatalExceptionFlag;
 
 FatalException FatalExceptionState();
 
-// Stops the calling thread for good, however often it is resumed, unless it handles the exception.
+// Suspends the calling thread for good, however often it is resumed, unless it is the thread that
+// handles the exception.
 void StopOtherThreads();
 
-// The stack kept back for the handling of a fatal exception; null while there is none.
+// Returns the memory stack reserved for handling a fatal exception; null while there is none.
 KivSdMemStack* ExceptionStack();
 
 }  // namespace kiv

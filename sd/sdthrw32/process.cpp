@@ -14,8 +14,8 @@ constexpr int32_t kCallingProcessId = -1;
 
 uint32_t KivSdProcessDelete(KivSdContext* ctx, KivHandle process) {
   const os::Result ended = os::EndProcess(process, 0);
-  // Kept: a process that cannot be ended for any reason but a lack of rights is one that has
-  // ended, and that is what the caller wants. The record still tells the error.
+  // Compatibility: only a lack of rights is a failure. With any other error the process has usually
+  // ended already, which is what the caller wants. The record holds the error in every case.
   const bool denied = !ended.ok && ended.error == os::kErrorAccessDenied;
   return Report(ctx, denied ? KIV_ST_PROCESS_DELETE : KIV_ST_OK, ended.error);
 }
@@ -26,8 +26,8 @@ uint32_t KivSdProcessIdGet(KivSdContext* ctx, uint32_t* id) {
   return Report(ctx, KIV_ST_OK);
 }
 
-// Kept: the number is the process's pseudo-handle. Hosts on this platform compare it and do not
-// take it apart.
+// Compatibility: returns the process's pseudo-handle, not a session number. Hosts on this platform
+// only compare the value.
 uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id) {
   if (id == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   *id = reinterpret_cast<uint64_t>(os::CurrentProcessHandle());
@@ -37,7 +37,8 @@ uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id) {
 uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process) {
   const os::Wait waited = os::WaitOne(process, 0);
   if (waited.result == os::kWaitTimedOut) return Report(ctx, KIV_ST_OK);
-  // The wait's result, not the last error: 0 tells a process that has ended from a bad handle.
+  // Records the wait's result, not the last error: 0 if the process has ended, not 0 if the handle
+  // is bad.
   return Report(ctx, KIV_ST_PROCESS_ALIVE, waited.result);
 }
 

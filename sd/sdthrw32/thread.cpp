@@ -1,4 +1,4 @@
-// Threads: starting, ending, waiting for them, and who is running.
+// Threads: start, close, yield, join, and the calling thread's identifier.
 #include "kivsdu/thread.h"
 
 #include "os/thread.h"

@@ -1,5 +1,7 @@
-// What one thread does to another: stopping it, its priority, its handle. Each operation is one
-// call of the system; several ignore what it says, and hosts rely on their success.
+// Control of threads: exit, suspend, resume, priorities, handle. Each operation is at most one
+// system call.
+//
+// Compatibility: suspend and resume ignore the result of that call. Hosts rely on their success.
 #include "os/thread_control.h"
 
 #include "kivsdu/thread.h"
@@ -43,7 +45,7 @@ uint32_t KivSdThreadPrioritySet(KivSdContext* ctx, KivHandle* thread, int32_t pr
                        KIV_ST_THREAD_PRIORITY_SET);
 }
 
-// Kept: the scale's normal priority, and not what the thread has.
+// Compatibility: always returns the normal priority of the system's scale, not the thread's own.
 uint32_t KivSdThreadBasePriorityGet(KivSdContext* ctx, KivHandle /*ignored*/, int32_t* priority) {
   return YieldPriority(ctx, 0, priority);
 }

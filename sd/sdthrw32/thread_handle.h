@@ -1,4 +1,4 @@
-// Which thread an operation is about.
+// Selects the thread that an operation acts on.
 #ifndef KIV_SDTHRW32_THREAD_HANDLE_H
 #define KIV_SDTHRW32_THREAD_HANDLE_H
 
@@ -7,7 +7,7 @@
 
 namespace kiv {
 
-// A null pointer names the calling thread.
+// A null pointer means the calling thread.
 inline void* HandleOf(const KivHandle* thread) {
   return thread != nullptr ? *thread : os::CurrentThreadHandle();
 }

@@ -1,7 +1,7 @@
-// Taking a segment's chunks and giving them back.
+// Takes a segment's chunks and gives them back.
 //
-// Which chunks are taken is each process's own knowledge, and lies in its descriptor. The lock is
-// the segment's: it serialises the threads of both processes.
+// Each process records in its own descriptor which chunks it has taken. The lock belongs to the
+// segment and serialises the threads of both processes.
 #include "kivsdu/status.h"
 #include "shmem/segment_layout.h"
 
@@ -29,7 +29,8 @@ uint32_t KivGetSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32
   if (free != KIV_CHUNK_NONE) segment->takenMask |= MaskOf(free);
   const uint32_t cleared = Clear(ctx, *segment, kChunkLock);
   *chunk = free;
-  // Kept: finding none is a success whatever became of the lock.
+  // Compatibility: "no chunk is free" is a success even if the lock could not be released. Callers
+  // look only at the chunk number then.
   return free == KIV_CHUNK_NONE ? KIV_ST_OK : cleared;
 }
 
@@ -38,8 +39,9 @@ uint32_t KivPutSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int32
   const uint32_t requested = Request(ctx, *segment, kChunkLock);
   if (requested != KIV_ST_OK) return requested;
 
-  // Kept: the lock is not released. Who gives back what it has not taken has lost count of its
-  // chunks, and both processes stop taking any until the segment is set up anew.
+  // Compatibility: the lock stays taken. A process that gives back a chunk that it has not taken
+  // has lost count of its chunks. Neither process can then take a chunk until the segment is set up
+  // again.
   if ((segment->takenMask & MaskOf(chunk)) == 0) return KIV_ST_CHUNK_NOT_TAKEN;
   segment->takenMask &= ~MaskOf(chunk);
   return Clear(ctx, *segment, kChunkLock);

@@ -1,8 +1,9 @@
-// Reading from a chunk.
+// Reads from a chunk.
 //
-// The length of a message is the peer's word, and the peer may be broken or hostile. It is counted
-// down, and compared with 0; where the half is touched is decided by the offset, which is this
-// process's own and never passes the half's end.
+// The peer states the length of a message, and the peer may be broken or hostile. The length is
+// only counted down, compared with 0, and used as a limit for the search for a string's end. The
+// offset alone decides which bytes of the half are touched: this process keeps it and never moves
+// it past the half's end.
 #include <algorithm>
 #include <cstring>
 
@@ -13,7 +14,7 @@ using namespace kiv;
 
 namespace {
 
-// Waits for a message and takes its header into the state.
+// Waits for a message and copies its header into the state.
 uint32_t Await(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                KivSharedMemTransfer* state) {
   const uint32_t status = Request(ctx, segment, half.full);
@@ -28,7 +29,8 @@ void Tell(uint32_t* code, uint32_t value) {
   if (code != nullptr) *code = value;
 }
 
-// Up to and with the first zero byte of what is left of the message, or all that is left.
+// The length of the next string in the message, its zero byte included. Without a zero byte it is
+// all that is left of the message. Never more than `room`.
 uint32_t StringBytes(const Half& half, const KivSharedMemTransfer& state, uint32_t room) {
   const unsigned char* text = half.bytes + state.offset;
   const uint32_t most = std::min(room, state.lengthBytes);
@@ -36,24 +38,25 @@ uint32_t StringBytes(const Half& half, const KivSharedMemTransfer& state, uint32
   return zero == nullptr ? most : static_cast<uint32_t>(zero - text) + 1;
 }
 
-// Copies the next bytes of the half and counts them.
+// Copies the next bytes of the half and advances the state past them.
 void Take(const Half& half, KivSharedMemTransfer* state, uint32_t bytes, unsigned char* to) {
   std::memcpy(to, half.bytes + state->offset, bytes);
   state->offset = static_cast<uint16_t>(state->offset + bytes);
   state->lengthBytes -= bytes;
 }
 
-// Hands back a half that brought a code, and whatever data lay before it.
+// Hands back a half that carries a code. Data in that half is dropped.
 uint32_t EndWithCode(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                      KivSharedMemTransfer* state) {
-  // Kept: the code has come, whether or not the half can be handed back.
+  // Compatibility: the read succeeds even if the half cannot be handed back. The caller has the
+  // code by then.
   static_cast<void>(Clear(ctx, segment, half.empty));
   state->code = 0;
   state->lengthBytes = 0;
   return KIV_ST_OK;
 }
 
-// Leaves the chunk blocked for reading.
+// Blocks the chunk for reading and returns the reason.
 uint32_t Break(KivSharedMemTransfer* state, uint32_t* code, uint32_t how) {
   state->code = how;
   Tell(code, how);
@@ -82,12 +85,13 @@ uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int3
       state->offset = kPayloadOffset;
     }
     const uint32_t room = segment->halfBytes - uint32_t{state->offset};
-    // Nothing can come of this message any more, and its half is not the writer's yet.
+    // The half is read to its end, but the length says that bytes are left. The message cannot be
+    // completed, and the half has not gone back to the writer.
     if (room == 0 && !string) return Break(state, code, KIV_CHUNK_OVERRUN);
     if (string) rest = StringBytes(half, *state, room);
     string = false;
-    // Kept: bounded by the half's end alone. Who reads more than the message holds gets what lies
-    // there, and the count of what is left wraps.
+    // Compatibility: only the half's end bounds the copy. A caller that reads more than the message
+    // holds gets the bytes behind it, and the length left wraps around.
     const uint32_t portion = std::min(rest, room);
     Take(half, state, portion, to);
     to += portion;
@@ -109,8 +113,8 @@ uint32_t KivReadSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment, 
   const uint32_t awaited = Await(ctx, *segment, half, state);
   if (awaited != KIV_ST_OK) return awaited;
   *code = state->code;
-  // Kept: the length stays as the header said. A caller that is told of data by the code 0 sees in
-  // the descriptor how much there was.
+  // Compatibility: the length of the header stays in the state. After code 0, which means data, the
+  // caller finds in the descriptor how much data there was.
   state->code = 0;
   return Clear(ctx, *segment, half.empty);
 }

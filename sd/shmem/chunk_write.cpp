@@ -1,7 +1,7 @@
-// Writing into a chunk.
+// Writes into a chunk.
 //
-// A half is open from the request of its empty semaphore until it is handed over, which is while
-// its state counts bytes: no half is open and empty between two calls.
+// A half is open from the request of its empty semaphore until it is handed over. Between two calls
+// a half is open exactly if its state's length is not 0: no call leaves an open half empty.
 #include <algorithm>
 #include <cstring>
 
@@ -12,7 +12,7 @@ using namespace kiv;
 
 namespace {
 
-// Waits for the half unless it is open.
+// Waits until the half is empty, unless it is open already.
 uint32_t Open(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
               KivSharedMemTransfer* state) {
   if (state->lengthBytes != 0) return KIV_ST_OK;
@@ -21,8 +21,8 @@ uint32_t Open(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& hal
   return status;
 }
 
-// Gives the half to the reader, with the state's code. A failure blocks the chunk: it is not known
-// whose the half is.
+// Hands the half over to the reader, with the state's code. A failure blocks the chunk, because it
+// is then unknown which process owns the half.
 uint32_t HandOver(KivSdContext* ctx, const KivSharedMemSeg& segment, const Half& half,
                   KivSharedMemTransfer* state) {
   StoreHeader(half, {state->code, state->lengthBytes});
@@ -54,8 +54,9 @@ uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment, int
     const uint32_t room = segment->halfBytes - uint32_t{state->offset};
     uint32_t portion = std::min(rest, room);
     if (rest > room && splitFlag == 0) {
-      // Kept: data that is not to be split leaves the half as it is, though it be empty. Data that
-      // fits no half empties one half after the other so, until the reader takes no more.
+      // Compatibility: if the data does not fit and must not be split, the current half is sent as
+      // it is, even empty. Data that fits no half therefore sends one empty half after another
+      // until the reader takes no more.
       portion = 0;
       end = true;
     }
@@ -79,8 +80,8 @@ uint32_t KivWriteSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment,
   if (state->code != 0) return KIV_CHUNK_LATCHED;
 
   const Half half = WritingHalf(*segment, chunk);
-  // Kept: the code is in the state before the wait, and a wait that fails leaves it there. The
-  // chunk is blocked then: what would follow must not reach the reader in place of the code.
+  // Compatibility: the code is stored before the wait, and stays if the wait fails. The chunk is
+  // then blocked, so that no later message reaches the reader in place of the code.
   state->code = code;
   const uint32_t opened = Open(ctx, *segment, half, state);
   if (opened != KIV_ST_OK) return opened;

@@ -1,6 +1,6 @@
-// Descriptors of segments: finding, setting up and tearing down.
+// Finds, sets up and tears down the descriptors of segments.
 //
-// The list is the caller's, and so is the thread that works on it.
+// No lock: the caller owns the list and works on it from one thread.
 #include <cstring>
 
 #include "kivsdu/memory.h"
@@ -27,27 +27,27 @@ void SetFlag(uint8_t* flag, uint8_t value) {
   if (flag != nullptr) *flag = value;
 }
 
-// The link that holds the descriptor of a name, or the null one at the list's end.
+// The link that points to the descriptor of that name, or the null link at the list's end.
 KivSharedMemSeg** LinkOf(KivSharedMemSeg** list, const char* name) {
   KivSharedMemSeg** link = list;
   while (*link != nullptr && std::strcmp((*link)->name, name) != 0) link = &(*link)->next;
   return link;
 }
 
-// Whether there is a set to close. Setting up gives a descriptor a set and an area together; one
-// that has neither area nor view and still refers to a set was renewed, and that set is closed.
+// Whether there is a set to close. Setting up creates the set and the area together. A descriptor
+// that refers to a set but has neither area nor view was renewed, and its set is closed already.
 bool HasSet(const KivSharedMemSeg& segment) {
   return segment.semaphores != nullptr && (segment.mapping != nullptr || IsMapped(segment));
 }
 
-// The reference stays for the caller to clear.
+// Leaves the reference to the set; the caller clears it.
 uint32_t CloseSet(KivSdContext* ctx, const KivSharedMemSeg& segment) {
   if (!HasSet(segment)) return KIV_ST_OK;
   return KivSdShSemSetClose(ctx, segment.semaphores);
 }
 
-// Frees the area, if there is one. A view that the descriptor was not told cannot be unmapped and
-// is reported as such; the handle is closed even then, and is not to be closed again.
+// Frees the area, if there is one. Fails if the descriptor does not know the view: the view then
+// cannot be unmapped. The handle is closed even then, so the descriptor forgets the handle.
 uint32_t FreeArea(KivSdContext* ctx, KivSharedMemSeg* segment) {
   if (segment->mapping == nullptr) return KIV_ST_OK;
   const uint32_t status = KivSdSharedMemFree(ctx, segment->mapping, segment->buffer);
@@ -63,24 +63,25 @@ void SetOwner(KivSharedMemSeg* segment, uint32_t ownerStamp1, uint32_t ownerStam
   segment->ownerStamp2 = ownerStamp2;
 }
 
-// Only the ends of one kind go by their owners: theirs are set up anew for each.
+// Only the end that writes the first halves belongs to an owner: each owner sets it up again.
 bool IsFromEarlierOwner(const KivSharedMemSeg& segment, uint32_t ownerStamp1,
                         uint32_t ownerStamp2) {
   return segment.kind == kWritesFirstHalves &&
          (segment.ownerStamp1 != ownerStamp1 || segment.ownerStamp2 != ownerStamp2);
 }
 
-// Closes what an earlier owner left, whatever that comes to.
+// Closes an earlier owner's set, and its area if the set could be closed. Ignores failures.
 //
-// Compatibility: the reference to the set stays, and says no more than that there was one. Setting
-// the segment up anew overwrites it; until then HasSet knows it for what it is.
+// Compatibility: the reference to the closed set stays, and callers see by it that there was a set.
+// Setting the segment up again overwrites the reference. Until then HasSet recognises the set as
+// closed.
 void Renew(KivSdContext* ctx, KivSharedMemSeg* segment, uint32_t ownerStamp1,
            uint32_t ownerStamp2) {
   if (CloseSet(ctx, *segment) == KIV_ST_OK) static_cast<void>(FreeArea(ctx, segment));
   SetOwner(segment, ownerStamp1, ownerStamp2);
 }
 
-// Zeroed whole: a descriptor that is never set up can be deleted.
+// Appends a zeroed descriptor, which can be deleted even if it is never set up.
 uint32_t Append(KivSdContext* ctx, KivSharedMemSeg** end, uint32_t ownerStamp1,
                 uint32_t ownerStamp2) {
   void* block = nullptr;
@@ -94,7 +95,8 @@ uint32_t Append(KivSdContext* ctx, KivSharedMemSeg** end, uint32_t ownerStamp1,
   return KIV_ST_OK;
 }
 
-// The semaphores' counts at the start: the lock is free, every half is empty.
+// The semaphores' initial and maximum counts. At the start the lock is free and every half is
+// empty.
 struct MemberCounts {
   int32_t initial[kSegmentMembers];
   int32_t maximum[kSegmentMembers];
@@ -142,8 +144,8 @@ uint32_t KivFindShareMemSeg(KivSdContext* ctx, const char* name, uint32_t kind,
   }
   if (found != nullptr || createFlag == 0) return KIV_ST_OK;
 
-  // Kept: the name that is asked for decides, not those that are there. A caller that has no name
-  // yet takes over the first descriptor of its list, used or not.
+  // Compatibility: a caller with an empty name gets the first descriptor of its list as a fresh
+  // one, whether or not that descriptor is in use and whatever its name is.
   if (*list != nullptr && *name == '\0') {
     *segment = *list;
     SetFlag(fresh, 1);
@@ -164,14 +166,15 @@ uint32_t KivCreateSharedMemSeg(KivSdContext* ctx, const char* name, uint32_t kin
   if (length >= KIV_SEGMENT_NAME_BYTES || kind > 1) return KIV_ST_SEGMENT_NAME;
   Fill(segment, name, length, timeoutMs);
 
-  // After a failure the set's own variable may hold what must not be used.
+  // Through a local variable: after a failure the output may hold a pointer that must not be used.
   KivSdShSemSet* set = nullptr;
   const uint32_t made = KivSdShSemSetCreate(ctx, segment->name, kSegmentMembers, openFlags,
                                             kCounts.initial, kCounts.maximum, &set);
   segment->semaphores = made == KIV_ST_OK ? set : nullptr;
   if (made != KIV_ST_OK) return made;
 
-  // A failure leaves the descriptor the area that it had, so that deleting it still frees that.
+  // Through a local variable: after a failure the descriptor keeps its earlier area, and deleting
+  // the descriptor still frees that area.
   KivHandle mapping = nullptr;
   const uint32_t allocated =
       KivSdSharedMemAlloc(ctx, segment->name, KIV_SEGMENT_AREA_BYTES, openFlags, protectionFlags,
@@ -203,8 +206,8 @@ uint32_t KivGetSharedMemSegName(KivSdContext* /*ctx*/, KivSharedMemSeg* segment,
 uint32_t KivDeleteSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* list) {
   uint32_t status = KIV_ST_OK;
   for (KivSharedMemSeg* segment = list; segment != nullptr;) {
-    // Kept: a set that closes forgets a failure of before, and where there is no set the failure
-    // keeps the descriptor.
+    // Compatibility: the status carries over to the next descriptor. Closing a set replaces the
+    // status. A descriptor without a set keeps an earlier failure and is then not freed.
     if (HasSet(*segment)) status = CloseSet(ctx, *segment);
     segment->semaphores = nullptr;
     if (status == KIV_ST_OK) status = FreeArea(ctx, segment);

@@ -1,5 +1,5 @@
-// The halves of a segment's chunks: where they lie, what stands at their start, and the members of
-// the segment's set that hand them over.
+// The halves of a segment's chunks: their addresses, their headers, and the members of the
+// segment's semaphore set that hand them over.
 #ifndef KIV_SHMEM_SEGMENT_LAYOUT_H
 #define KIV_SHMEM_SEGMENT_LAYOUT_H
 
@@ -14,9 +14,9 @@ constexpr uint16_t kChunkLock = 0;  // member that guards the taking of chunks
 constexpr uint16_t kMembersPerChunk = 4;
 constexpr uint16_t kSegmentMembers = KIV_SEGMENT_CHUNKS * kMembersPerChunk + 1;
 
-constexpr uint32_t kWritesFirstHalves = 1;  // the kind that does
+constexpr uint32_t kWritesFirstHalves = 1;  // the kind of descriptor that writes first halves
 
-// At the start of a half. Two processes share it.
+// The first 8 bytes of a half. Two processes share them.
 struct HalfHeader {
   uint32_t code;
   uint32_t lengthBytes;
@@ -32,8 +32,8 @@ static_assert(KIV_SEGMENT_AREA_BYTES == KIV_SEGMENT_CHUNKS * 2 * KIV_SEGMENT_HAL
 
 struct Half {
   unsigned char* bytes;
-  uint16_t full;   // member of the set that is given when the half goes to its reader
-  uint16_t empty;  // and when it goes back to its writer
+  uint16_t full;   // member that is cleared to hand the half to its reader
+  uint16_t empty;  // member that is cleared to hand it back to its writer
 };
 
 inline bool HasChunk(const KivSharedMemSeg* segment, int32_t chunk) {
@@ -55,9 +55,9 @@ inline Half ReadingHalf(const KivSharedMemSeg& segment, int32_t chunk) {
   return HalfOf(segment, chunk, segment.kind != kWritesFirstHalves);
 }
 
-// Both words at once. Relaxed: the semaphores order the halves' bytes. Atomic nevertheless, for the
-// peer may be writing when it should not: a header is read a single time, and what was checked is
-// what is used.
+// Both words are stored and loaded at once. Relaxed: the semaphores order the halves' bytes. Atomic
+// because a broken peer may write at any time: the header is loaded once, and the values that were
+// checked are the values that are used.
 inline void StoreHeader(const Half& half, HalfHeader header) {
   std::atomic_ref<uint64_t>(*reinterpret_cast<uint64_t*>(half.bytes))
       .store(std::bit_cast<uint64_t>(header), std::memory_order_relaxed);

@@ -1,8 +1,7 @@
-// The atomic types that the locks and the slots of thread heaps are made of: the standard's.
+// The atomic types of the locks and of the thread heap slots: those of the standard library.
 //
-// They have names of their own, and a folder of their own on the include path, so that a test
-// build can put others in their place: tests/stress/delayed/atomic.h waits a random time
-// around every access.
+// They have their own names, and this header has its own folder on the include path, so that a test
+// build can replace them: tests/stress/delayed/atomic.h adds a random delay around every access.
 #ifndef KIV_STANDARD_ATOMIC_H
 #define KIV_STANDARD_ATOMIC_H
 
@@ -13,7 +12,7 @@ namespace kiv {
 template <typename T>
 using Atomic = std::atomic<T>;
 
-// Atomic access to a variable that is declared as a plain one, in a record of a public header.
+// Atomic access to a variable that a public header declares as a plain one.
 template <typename T>
 using AtomicRef = std::atomic_ref<T>;
 

@@ -1,4 +1,4 @@
-/* A host written in C: the public headers as C11, and the library behind them. */
+/* A host written in C: compiles the public headers as C11 and calls the library. */
 #include <stdio.h>
 #include <string.h>
 

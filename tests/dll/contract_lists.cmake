@@ -1,5 +1,5 @@
-# The lists that contract_test checks the DLL against: what kivsdu.def exports, which entries share
-# a body there, and what the public headers declare.
+# The lists with which contract_test compares the DLL: the exports of kivsdu.def, the exports that
+# share a body there, and the functions that the public headers declare.
 file(STRINGS ${PROJECT_SOURCE_DIR}/sd/kivsdu.def lines REGEX "^  [A-Za-z]")
 set(exports "")
 set(shared "")
@@ -18,7 +18,8 @@ file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/kivsdu/*.h)
 set(declared "")
 foreach(header IN LISTS headers)
   file(READ ${header} text)
-  # A variable ends with a semicolon, which CMake's lists would split at: it is told by a bracket.
+  # A variable's declaration ends with a semicolon, at which CMake would split the list. Replace the
+  # semicolon by a bracket, like that of a function.
   string(REGEX REPLACE "(\nKIVSDU_API [^(;]+);" "\\1(" text "${text}")
   string(REGEX MATCHALL "\nKIVSDU_API [^(]+\\(" declarations "${text}")
   foreach(declaration IN LISTS declarations)

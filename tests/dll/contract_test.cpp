@@ -1,5 +1,5 @@
-// The DLL's contract with the loader: its exports against the list and the headers, what it
-// imports, which entries are one, and how it was linked.
+// The DLL's contract with the loader: its exports compared with the list and the headers, its
+// imports, the exports that share a body, and the image's properties.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -45,7 +45,7 @@ std::vector<std::string> FunctionsFrom(const std::string& dll) {
   return Sorted(functions);
 }
 
-// Nothing here calls the library, so the linker would leave it out: it is loaded by hand.
+// Loads the library by hand: no test calls it, so the linker would leave it out.
 class LoadedLibrary : public testing::Environment {
  public:
   void SetUp() override { ASSERT_NE(LoadLibraryA(kLibrary), nullptr) << GetLastError(); }
@@ -53,7 +53,7 @@ class LoadedLibrary : public testing::Environment {
 const testing::Environment* const loadedLibrary =
     testing::AddGlobalTestEnvironment(new LoadedLibrary);
 
-TEST(Exports, AreThoseOfTheListAndNoOthers) {
+TEST(Exports, AreExactlyThoseOfTheList) {
   ASSERT_GT(kListedExports.size(), 100u);
   EXPECT_EQ(Sorted(ExportsOf(kLibrary)), Sorted(kListedExports));
 }
@@ -63,7 +63,7 @@ TEST(Exports, AreThePromisedNames) {
   EXPECT_EQ(Sorted(ExportsOf(kLibrary)), Sorted(kiv::test::kPromisedExports));
 }
 
-TEST(Exports, AreThoseThatTheHeadersDeclareAndNoOthers) {
+TEST(Exports, AreExactlyThoseThatTheHeadersDeclare) {
   EXPECT_EQ(Sorted(ExportsOf(kLibrary)), Sorted(kDeclaredFunctions));
 }
 
@@ -76,7 +76,7 @@ TEST(Exports, AreUndecorated) {
   }
 }
 
-TEST(Exports, ThatShareABodyHaveOneAddressAndTheOthersEachTheirOwn) {
+TEST(Exports, HaveOneAddressPerBody) {
   std::map<std::string, std::string> bodyOf;
   for (const SharedEntry& entry : kSharedEntries) bodyOf[entry.name] = entry.body;
   std::map<std::string, void*> addressOfBody;
@@ -114,14 +114,14 @@ TEST(Exports, ShareBodiesInSixGroups) {
   EXPECT_EQ(groups["KivZero"], (std::set<std::string>{"adMmap", "adMremap", "adMunmap"}));
 }
 
-TEST(Imports, ComeFromFourLibrariesAlone) {
+TEST(Imports, ComeFromFourLibrariesOnly) {
   std::set<std::string> libraries;
   for (const Import& import : ImportsOf(kLibrary)) libraries.insert(import.dll);
   EXPECT_EQ(libraries,
             (std::set<std::string>{"advapi32.dll", "kernel32.dll", "kivutlu.dll", "msvcrt.dll"}));
 }
 
-TEST(Imports, OfTheUtilityLibraryAreItsTwoFunctions) {
+TEST(Imports, FromTheUtilityLibraryAreItsTwoFunctions) {
   EXPECT_EQ(FunctionsFrom("kivutlu.dll"), (std::vector<std::string>{"adInitMod", "adTermModLib"}));
 }
 
@@ -132,8 +132,8 @@ TEST(Imports, TakeFormattingAndAllocationFromTheSharedRuntime) {
   }
 }
 
-// The thread library catches exceptions of the whole process to name its threads.
-TEST(Imports, HaveNothingOfAThreadLibrary) {
+// A thread library would install a process-wide exception handler to name its threads.
+TEST(Imports, IncludeNoThreadLibrary) {
   for (const std::string& function : FunctionsFrom("kernel32.dll")) {
     EXPECT_EQ(function.find("AddVectored"), std::string::npos) << function;
   }
@@ -145,7 +145,7 @@ const IMAGE_NT_HEADERS64* HeadersOf(const char* module) {
   return reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
 }
 
-TEST(Image, MayLieAnywhereAndRunsNoData) {
+TEST(Image, IsRelocatableAndDoesNotExecuteData) {
   const WORD characteristics = HeadersOf(kLibrary)->OptionalHeader.DllCharacteristics;
   EXPECT_TRUE(characteristics & IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE);
   EXPECT_TRUE(characteristics & IMAGE_DLLCHARACTERISTICS_NX_COMPAT);

@@ -1,5 +1,5 @@
-// The names that the library exports. A promise to hosts: a name is added here by hand when it is
-// added to the interface, and never taken out.
+// The names that the library exports, a promise to hosts. Add a name by hand when the interface
+// grows; never remove one.
 #ifndef KIV_TESTS_DLL_EXPORT_NAMES_H
 #define KIV_TESTS_DLL_EXPORT_NAMES_H
 

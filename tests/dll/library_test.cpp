@@ -1,5 +1,5 @@
-// Load and unload. This program does not link the library: it loads and unloads it by hand, with
-// the utility library that lies beside it.
+// Loading and unloading. This program does not link the library; it loads and unloads the library
+// by hand, with the utility library in the same folder.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -45,7 +45,7 @@ class LibraryTest : public testing::Test {
   TermModule term_ = nullptr;
 };
 
-TEST_F(LibraryTest, RegistersWhenLoadedAndLeavesWhenUnloaded) {
+TEST_F(LibraryTest, RegistersWhenLoadedAndUnregistersWhenUnloaded) {
   HMODULE library = LoadLibraryA("kivsdu.dll");
   ASSERT_NE(library, nullptr);
   const AdModule* entry = EntryOf(library);
@@ -61,7 +61,7 @@ TEST_F(LibraryTest, RegistersWhenLoadedAndLeavesWhenUnloaded) {
   EXPECT_EQ(EntryOf(library), nullptr);
 }
 
-TEST_F(LibraryTest, LoadsAgainAndAgain) {
+TEST_F(LibraryTest, LoadsAndUnloadsManyTimes) {
   for (int round = 0; round < 50; ++round) {
     HMODULE library = LoadLibraryA("kivsdu.dll");
     ASSERT_NE(EntryOf(library), nullptr);
@@ -70,7 +70,7 @@ TEST_F(LibraryTest, LoadsAgainAndAgain) {
   }
 }
 
-TEST_F(LibraryTest, LoadsWhenItsRegistrationIsRefused) {
+TEST_F(LibraryTest, LoadsEvenIfItsRegistrationIsRefused) {
   AdModuleDescriptor descriptor = {};
   unsigned char output[AD_MODULE_OUTPUT_BYTES] = {};
   char names[AD_MODULES_MAX];
@@ -87,7 +87,7 @@ TEST_F(LibraryTest, LoadsWhenItsRegistrationIsRefused) {
   EXPECT_EQ(modules_[0].handle, nullptr);
 }
 
-// Notices of threads that come and go find nothing to do.
+// Thread attach and detach notices do nothing.
 TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
   HMODULE library = LoadLibraryA("kivsdu.dll");
   HANDLE thread = CreateThread(
@@ -98,7 +98,7 @@ TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
   EXPECT_TRUE(FreeLibrary(library));
 }
 
-// A thread that waits until the library is there and then uses its cache.
+// A thread that waits until the library is loaded and then uses its per-thread cache.
 struct EarlyThread {
   HANDLE started;
   HANDLE loaded;
@@ -127,7 +127,7 @@ DWORD WINAPI UseThreadCache(void* argument) {
   return 0;
 }
 
-TEST_F(LibraryTest, ServesThreadsThatAreOlderThanIt) {
+TEST_F(LibraryTest, ServesThreadsThatStartedBeforeItWasLoaded) {
   constexpr DWORD kThreads = 3;
   EarlyThread early[kThreads] = {};
   HANDLE threads[kThreads] = {};

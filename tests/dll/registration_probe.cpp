@@ -1,4 +1,5 @@
-// A kivutlu.dll for registration_test: it keeps what kivsdu.dll said to it, refuses, and tells.
+// A kivutlu.dll for registration_test: records the calls of kivsdu.dll, returns a failure, and
+// hands the record to the test.
 #include <cstring>
 
 #include "registration_probe.h"
@@ -15,7 +16,7 @@ extern "C" int32_t adInitMod(void* module, const AdModuleDescriptor* descriptor,
   seen.descriptor = *descriptor;
   const unsigned char zero[AD_MODULE_OUTPUT_BYTES] = {};
   seen.outputWasZero = std::memcmp(output, zero, sizeof zero) == 0;
-  std::memset(output, 0xFF, sizeof zero);  // the area is ours to fill
+  std::memset(output, 0xFF, sizeof zero);  // the whole area may be written
   return -1;
 }
 

@@ -1,4 +1,4 @@
-// What the probing utility library saw.
+// The calls that the probing utility library recorded.
 #ifndef KIV_TESTS_DLL_REGISTRATION_PROBE_H
 #define KIV_TESTS_DLL_REGISTRATION_PROBE_H
 

@@ -1,6 +1,5 @@
-// Registration with a utility library that is not the project's own: it fills the whole output
-// area and answers with a failure. The loader takes the one of the folder probe/, because it is in
-// the process before kivsdu.dll asks for it by name.
+// Registration with a utility library that fills the whole output area and returns a failure. The
+// test loads it from the folder probe/ first; kivsdu.dll then asks for the name and gets this one.
 #include "dll/registration_probe.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +9,7 @@
 
 namespace {
 
-TEST(Registration, HandsOverOneDescriptionAndLoadsWhateverTheAnswer) {
+TEST(Registration, PassesOneDescriptorAndLoadsWhateverTheResult) {
   HMODULE probe = LoadLibraryA(KIV_PROBE_FOLDER "\\kivutlu.dll");
   ASSERT_NE(probe, nullptr) << GetLastError();
   const auto find = reinterpret_cast<Registration* (*)()>(

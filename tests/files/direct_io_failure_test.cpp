@@ -1,5 +1,5 @@
-// What direct I/O says when the system's calls fail, what it leaves in its outputs, and what it
-// asks of the system.
+// Direct I/O when the system's calls fail: statuses, records and outputs; and the arguments that it
+// passes to the system.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -31,7 +31,7 @@ constexpr uint32_t kBlockBytes = 8192;
 constexpr uint32_t kHalfBlock = 4096;
 constexpr uintptr_t kInvalid = static_cast<uintptr_t>(-1);
 constexpr uintptr_t kAllBits32 = 0xFFFFFFFF;
-constexpr uint32_t kFile = 0x80000040;  // its highest bit is a sign
+constexpr uint32_t kFile = 0x80000040;  // the highest bit is sign-extended in the handle
 constexpr uintptr_t kHandle = 0xFFFFFFFF80000040;
 const KivHandle kEvent = reinterpret_cast<KivHandle>(0x88);
 
@@ -65,7 +65,7 @@ TEST(DirectIOOpen, PassesTheCallersWordsOnAndAddsUnbufferedAccess) {
   }
 }
 
-TEST(DirectIOOpen, TellsASharingViolationFromAnythingElse) {
+TEST(DirectIOOpen, DistinguishesASharingViolationFromOtherErrors) {
   struct {
     uint32_t error;
     uint32_t status;
@@ -89,7 +89,7 @@ TEST(DirectIOOpen, TellsASharingViolationFromAnythingElse) {
   }
 }
 
-TEST(DirectIOOpen, ThatSucceedsIsNoSharingViolation) {
+TEST(DirectIOOpen, IgnoresTheErrorThatASuccessfulCallLeaves) {
   Context ctx;
   const ScriptedImport create("CreateFileA", {.result = 8, .error = kErrorSharingViolation});
   uint32_t file = 0;
@@ -121,7 +121,7 @@ TEST(DirectIOCreate, OpensForWritingAndCloses) {
   }
 }
 
-TEST(DirectIOCreate, ThatDoesNotOpenClosesNothing) {
+TEST(DirectIOCreate, ClosesNothingIfTheOpenFails) {
   Context ctx;
   for (const uint32_t error : {kErrorAccessDenied, kErrorSharingViolation}) {
     const ScriptedImport create("CreateFileA", {.result = kInvalid, .error = error});
@@ -132,22 +132,22 @@ TEST(DirectIOCreate, ThatDoesNotOpenClosesNothing) {
   }
 }
 
-TEST(DirectIOCreate, ThatDoesNotCloseIsAFailureOfTheClosing) {
+TEST(DirectIOCreate, ReportsAFailedCloseAsSuch) {
   Context ctx;
   const ScriptedImport create("CreateFileA", {.result = 0x40});
   const ScriptedImport close("CloseHandle", {.result = 0, .error = kErrorAccessDenied});
   CHECK_OUTCOME(ctx, KivSdDirectIOFileCreate(ctx, "path"), KIV_ST_FILE_CLOSE, kErrorAccessDenied);
 }
 
-// ---- Operations of one call and one number ----
+// ---- Operations with one call of the system and one output ----
 
 struct Operation {
-  const char* call;   // of the system
-  uintptr_t failure;  // what that returns when it fails
+  const char* call;   // the system's function that the operation calls
+  uintptr_t failure;  // result of that function on failure
   std::function<uint32_t(KivSdContext*, uint32_t* out)> run;
   uint32_t status;
-  uint32_t out;   // what the variable then holds
-  bool onHandle;  // whether the call's first argument is the file
+  uint32_t out;   // value of the output after a failure
+  bool onHandle;  // whether the function's first argument is the file
 };
 
 const Operation kOperations[] = {
@@ -175,7 +175,7 @@ const Operation kOperations[] = {
      KIV_ST_DIRECT_POINTER_SET, 0, true},
 };
 
-TEST(DirectIOFailure, HasTheOperationsStatusAndTheSystemsError) {
+TEST(DirectIOFailure, ReportsTheOperationsStatusAndTheSystemsError) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(testing::Message() << operation.call << " " << operation.status);
@@ -194,7 +194,7 @@ TEST(DirectIOFailure, HasTheOperationsStatusAndTheSystemsError) {
   }
 }
 
-TEST(DirectIOFailure, OfAMoveLeavesTheEndWhereItIs) {
+TEST(DirectIOFailure, OfMovingThePositionLeavesTheEndUnchanged) {
   const ScriptedImport move("SetFilePointer", {.result = kAllBits32, .error = kErrorAccessDenied});
   const ScriptedImport end("SetEndOfFile", {.result = 1});
   uint32_t size = kUntouched;
@@ -202,7 +202,7 @@ TEST(DirectIOFailure, OfAMoveLeavesTheEndWhereItIs) {
   EXPECT_TRUE(end.calls().empty());
 }
 
-TEST(DirectIOFailure, OfSettingTheEndHasAStatusOfItsOwn) {
+TEST(DirectIOFailure, OfSettingTheEndHasItsOwnStatus) {
   Context ctx;
   const ScriptedImport move("SetFilePointer", {.result = 5 * kBlockBytes});
   for (const uint32_t error : {kErrorAccessDenied, kErrorDiskFull}) {
@@ -215,7 +215,7 @@ TEST(DirectIOFailure, OfSettingTheEndHasAStatusOfItsOwn) {
   }
 }
 
-TEST(DirectIOFile, MovesAreAskedForInBytesWithoutAHighPart) {
+TEST(DirectIOFile, PassesMovesInBytesWithoutAHighPart) {
   Context ctx;
   const ScriptedImport move("SetFilePointer", {.result = 3 * kBlockBytes + 1});
   const ScriptedImport end("SetEndOfFile", {.result = 1});
@@ -225,7 +225,7 @@ TEST(DirectIOFile, MovesAreAskedForInBytesWithoutAHighPart) {
   CHECK_OK(ctx, KivSdDirectIOFilePointerGet(ctx, kFile, &out));
   EXPECT_EQ(out, 3u);
   CHECK_OK(ctx, KivSdDirectIOFileSetEndOfFile(ctx, kFile, 7, &out));
-  EXPECT_EQ(out, 3u) << "the position that the system gave";
+  EXPECT_EQ(out, 3u) << "the position that the system returned";
   const uint32_t asked[][2] = {{5 * kBlockBytes, 2}, {0, 1}, {7 * kBlockBytes, 0}};
   ASSERT_EQ(move.calls().size(), 3u);
   for (size_t i = 0; i < 3; ++i) {
@@ -237,7 +237,7 @@ TEST(DirectIOFile, MovesAreAskedForInBytesWithoutAHighPart) {
   }
 }
 
-TEST(DirectIOFile, MethodsOfMovingAreTheSystemsToJudge) {
+TEST(DirectIOFile, PassesUnknownMoveMethodsToTheSystem) {
   Context ctx;
   for (const uint32_t method : {3u, 4u, 0x80000000u, 0xFFFFFFFFu}) {
     const ScriptedImport move("SetFilePointer", {.result = kBlockBytes});
@@ -250,7 +250,7 @@ TEST(DirectIOFile, MethodsOfMovingAreTheSystemsToJudge) {
   }
 }
 
-TEST(DirectIOFile, TheSizeIsAskedForWithoutAHighPart) {
+TEST(DirectIOFile, RequestsTheSizeWithoutAHighPart) {
   Context ctx;
   const ScriptedImport size("GetFileSize", {.result = 0xFFFFFFFE});
   uint32_t blocks = 0;
@@ -259,7 +259,7 @@ TEST(DirectIOFile, TheSizeIsAskedForWithoutAHighPart) {
   EXPECT_EQ(size.calls()[0][1], 0u);
 }
 
-TEST(DirectIOFile, ChangingTheSizeTellsAFullDisk) {
+TEST(DirectIOFile, ChangingTheSizeReportsAFullDisk) {
   struct {
     uint32_t error;
     uint32_t status;
@@ -282,7 +282,7 @@ TEST(DirectIOFile, ChangingTheSizeTellsAFullDisk) {
 
 // ---- Transfers ----
 
-// What ReadFile, WriteFile and GetOverlappedResult answer.
+// The results of the stubs of ReadFile, WriteFile and GetOverlappedResult.
 struct Answer {
   BOOL result;
   uint32_t error;
@@ -314,7 +314,7 @@ BOOL WINAPI Outcome(HANDLE file, OVERLAPPED* record, DWORD* count, BOOL wait) {
   return answer.result;
 }
 
-// Sends the DLL's transfers to the functions above.
+// Redirects the DLL's transfers to the stubs above.
 class Transfers {
  public:
   Transfers() { asked.clear(); }
@@ -349,7 +349,8 @@ void ExpectCases(const std::vector<Case>& cases, const Run& run) {
   }
 }
 
-// Where the end of the file is told, and rounds up; `failure` is the status of the rest.
+// Results of a read. Only the end-of-file error has its own status and rounds the count up;
+// `failure` is the status of all other errors.
 std::vector<Case> ReadCases(uint32_t failure) {
   return {
       {{TRUE, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
@@ -383,7 +384,7 @@ char buffer[1];  // only its address is used
 
 KivSdNoWaitCb RecordWithEvent() { return {0, 0, kUntouched, kUntouched, kEvent}; }
 
-TEST(DirectIORead, WithoutARecordMovesThePositionAndReads) {
+TEST(DirectIORead, WithoutARecordMovesThePositionFirst) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
   answer = {TRUE, 0, 3 * kBlockBytes};
@@ -401,7 +402,7 @@ TEST(DirectIORead, WithoutARecordMovesThePositionAndReads) {
   EXPECT_EQ(asked[0].record, nullptr);
 }
 
-TEST(DirectIORead, WithoutARecordHasTheStatusesOfAStream) {
+TEST(DirectIORead, WithoutARecordHasTheStatusesOfAFileRead) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
   std::vector<Case> cases = ReadCases(KIV_ST_FILE_READ);
@@ -411,7 +412,7 @@ TEST(DirectIORead, WithoutARecordHasTheStatusesOfAStream) {
   });
 }
 
-TEST(DirectIORead, ThatCannotMoveThePositionReadsNothing) {
+TEST(DirectIORead, ReadsNothingIfThePositionCannotBeMoved) {
   Context ctx;
   const Transfers transfers;
   answer = {TRUE, 0, 3 * kBlockBytes};
@@ -423,7 +424,7 @@ TEST(DirectIORead, ThatCannotMoveThePositionReadsNothing) {
   EXPECT_TRUE(asked.empty());
 }
 
-TEST(DirectIORead, WithARecordIsPositionedByIt) {
+TEST(DirectIORead, WithARecordUsesTheRecordsOffset) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
   const ScriptedImport create("CreateEventA", {.result = 0x99});
@@ -432,7 +433,7 @@ TEST(DirectIORead, WithARecordIsPositionedByIt) {
   answer = {TRUE, 0, 3 * kBlockBytes};
   EXPECT_EQ(KivSdDirectIOFileRead(nullptr, kFile, 524290, buffer, 3, &record, &count), KIV_ST_OK);
   EXPECT_TRUE(move.calls().empty());
-  EXPECT_TRUE(create.calls().empty()) << "it has an event";
+  EXPECT_TRUE(create.calls().empty()) << "the record has an event already";
   EXPECT_EQ(record.event, kEvent);
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
@@ -444,7 +445,7 @@ TEST(DirectIORead, WithARecordIsPositionedByIt) {
   EXPECT_EQ(asked[0].content.hEvent, kEvent);
 }
 
-TEST(DirectIORead, WithARecordHasStatusesOfItsOwn) {
+TEST(DirectIORead, WithARecordHasItsOwnStatuses) {
   const Transfers transfers;
   KivSdNoWaitCb record = RecordWithEvent();
   std::vector<Case> cases = ReadCases(KIV_ST_DIRECT_READ);
@@ -455,7 +456,7 @@ TEST(DirectIORead, WithARecordHasStatusesOfItsOwn) {
   });
 }
 
-TEST(DirectIOWrite, WithoutARecordHasOneOfItsOwnWithoutAnEvent) {
+TEST(DirectIOWrite, WithoutARecordUsesALocalRecordWithoutAnEvent) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
   const ScriptedImport create("CreateEventA", {.result = 0x99});
@@ -475,7 +476,7 @@ TEST(DirectIOWrite, WithoutARecordHasOneOfItsOwnWithoutAnEvent) {
   EXPECT_EQ(asked[0].content.hEvent, nullptr);
 }
 
-TEST(DirectIOWrite, WithoutARecordHasTheStatusOfAStreamAndMayBePending) {
+TEST(DirectIOWrite, WithoutARecordHasTheStatusesOfAFileWriteAndMayBePending) {
   const Transfers transfers;
   std::vector<Case> cases = WriteCases(KIV_ST_FILE_WRITE);
   cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 2});
@@ -484,7 +485,7 @@ TEST(DirectIOWrite, WithoutARecordHasTheStatusOfAStreamAndMayBePending) {
   });
 }
 
-TEST(DirectIOWrite, WithARecordIsPositionedByIt) {
+TEST(DirectIOWrite, WithARecordUsesTheRecordsOffset) {
   const Transfers transfers;
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   KivSdNoWaitCb record = RecordWithEvent();
@@ -492,7 +493,7 @@ TEST(DirectIOWrite, WithARecordIsPositionedByIt) {
   answer = {FALSE, kErrorTransferPending, 0};
   EXPECT_EQ(KivSdDirectIOFileWrite(nullptr, kFile, 11, buffer, 3, &record, &count),
             KIV_ST_DIRECT_WRITE_PENDING);
-  EXPECT_TRUE(create.calls().empty()) << "it has an event";
+  EXPECT_TRUE(create.calls().empty()) << "the record has an event already";
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
   EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
@@ -502,7 +503,7 @@ TEST(DirectIOWrite, WithARecordIsPositionedByIt) {
   EXPECT_EQ(asked[0].content.hEvent, kEvent);
 }
 
-TEST(DirectIOWrite, WithARecordHasStatusesOfItsOwn) {
+TEST(DirectIOWrite, WithARecordHasItsOwnStatuses) {
   const Transfers transfers;
   KivSdNoWaitCb record = RecordWithEvent();
   std::vector<Case> cases = WriteCases(KIV_ST_DIRECT_WRITE);
@@ -540,7 +541,7 @@ TEST(DirectIOTransfer, GivesARecordAManualUnsignalledUnnamedEvent) {
   }
 }
 
-TEST(DirectIOTransfer, WithoutAnEventStartsNothing) {
+TEST(DirectIOTransfer, DoesNotStartIfTheEventCannotBeMade) {
   Context ctx;
   const Transfers transfers;
   answer = {TRUE, 0, 3 * kBlockBytes};
@@ -558,7 +559,7 @@ TEST(DirectIOTransfer, WithoutAnEventStartsNothing) {
 
 // ---- Collecting ----
 
-TEST(DirectIOWait, WaitsForEverAndThenAsksWithoutWaiting) {
+TEST(DirectIOWait, WaitsForeverForTheEventAndThenReadsTheOutcomeWithoutWaiting) {
   const Transfers transfers;
   const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
   const ScriptedImport reset("ResetEvent", {.result = 1});
@@ -571,7 +572,7 @@ TEST(DirectIOWait, WaitsForEverAndThenAsksWithoutWaiting) {
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
   EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
-  EXPECT_EQ(asked[0].bytes, 0u) << "waits in GetOverlappedResult";
+  EXPECT_EQ(asked[0].bytes, 0u) << "must not wait in GetOverlappedResult";
   ASSERT_EQ(reset.calls().size(), 1u);
   EXPECT_EQ(reset.calls()[0][0], reinterpret_cast<uintptr_t>(kEvent));
   EXPECT_EQ(record.event, kEvent);
@@ -591,7 +592,7 @@ const std::vector<Case>& CollectedCases() {
   return cases;
 }
 
-TEST(DirectIOWait, ReportsWhatTheTransferCameToAndResetsTheEvent) {
+TEST(DirectIOWait, ReportsTheTransfersOutcomeAndResetsTheEvent) {
   const Transfers transfers;
   const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
   const ScriptedImport reset("ResetEvent", {.result = 1});
@@ -602,7 +603,7 @@ TEST(DirectIOWait, ReportsWhatTheTransferCameToAndResetsTheEvent) {
   EXPECT_EQ(reset.calls().size(), 2 * CollectedCases().size());
 }
 
-TEST(DirectIOWait, AnEventThatIsNotResetHidesTheTransfersOutcome) {
+TEST(DirectIOWait, ReportsAFailedResetInPlaceOfTheTransfersOutcome) {
   Context ctx;
   const Transfers transfers;
   const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
@@ -618,7 +619,7 @@ TEST(DirectIOWait, AnEventThatIsNotResetHidesTheTransfersOutcome) {
   }
 }
 
-TEST(DirectIOWait, ThatFailsRecordsItsOwnResultAndTouchesNothing) {
+TEST(DirectIOWait, RecordsTheResultOfAFailedWaitAndChangesNothing) {
   struct {
     uint32_t result;
     uint32_t status;
@@ -645,7 +646,7 @@ TEST(DirectIOWait, ThatFailsRecordsItsOwnResultAndTouchesNothing) {
   EXPECT_TRUE(reset.calls().empty());
 }
 
-TEST(DirectIOWait, OnARecordWithoutAnEventFails) {
+TEST(DirectIOWait, FailsForARecordWithoutAnEvent) {
   Context ctx;
   KivSdNoWaitCb record = {};
   uint32_t count = kUntouched;
@@ -656,7 +657,7 @@ TEST(DirectIOWait, OnARecordWithoutAnEventFails) {
 
 // ---- Arrays of records ----
 
-// Makes and closes events whose turns are scripted: the error of each, 0 for a success.
+// The scripted results of making or closing events, one for each call: an error, or 0 for success.
 std::vector<uint32_t> turns;
 std::vector<HANDLE> handles;
 
@@ -675,7 +676,7 @@ BOOL WINAPI CloseInTurn(HANDLE handle) {
   return turns[turn] == 0;
 }
 
-TEST(DirectIORecords, AFailedEventDoesNotEndTheWalk) {
+TEST(DirectIORecords, InitGoesOnAfterAnEventCannotBeMade) {
   struct {
     std::vector<uint32_t> turns;
     uint32_t error;
@@ -700,7 +701,7 @@ TEST(DirectIORecords, AFailedEventDoesNotEndTheWalk) {
   }
 }
 
-TEST(DirectIORecords, EventsAreManualUnsignalledAndUnnamed) {
+TEST(DirectIORecords, InitMakesManualUnsignalledUnnamedEvents) {
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   KivSdNoWaitCb record = {};
   EXPECT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, &record, 1), KIV_ST_OK);
@@ -711,7 +712,7 @@ TEST(DirectIORecords, EventsAreManualUnsignalledAndUnnamed) {
   EXPECT_EQ(create.calls()[0][3], 0u);
 }
 
-TEST(DirectIORecords, AnEventThatDoesNotCloseDoesNotEndTheWalk) {
+TEST(DirectIORecords, TermGoesOnAfterAnEventCannotBeClosed) {
   Context ctx;
   const ImportPatch patch("CloseHandle", reinterpret_cast<void*>(&CloseInTurn));
   KivSdNoWaitCb records[4];
@@ -767,7 +768,7 @@ const GuardedOperation kGuarded[] = {
     {"Init", [] { KivSdDirectIONoWaitCbsInit(nullptr, NewRecord(), 1); }},
 };
 
-// The calls that the runtime and the system had received when the guard ran.
+// Count of calls of the runtime and the system, and their count when the guard ran.
 uint32_t callsSoFar;
 uint32_t callsBeforeGuard;
 uint32_t guardRuns;
@@ -782,7 +783,7 @@ void NoteCalls() {
   callsBeforeGuard += callsSoFar;
 }
 
-TEST(DirectIOGuard, RunsOnceBeforeTheSystemIsAskedForEveryValueOfTheMode) {
+TEST(DirectIOGuard, RunsOnceBeforeTheSystemsCallsForEveryModeValue) {
   std::vector<std::unique_ptr<ImportPatch>> patches;
   for (const char* call :
        {"CreateFileA", "CloseHandle", "DeleteFileA", "ReadFile", "WriteFile", "CreateEventA",
@@ -805,7 +806,7 @@ TEST(DirectIOGuard, RunsOnceBeforeTheSystemIsAskedForEveryValueOfTheMode) {
   KivSdSetLeaseGuardAccessFunction(nullptr);
 }
 
-TEST(DirectIOGuard, RunsForAnArrayWithoutRecordsTooWhenItsEventsAreMade) {
+TEST(DirectIOGuard, RunsForInitOfAnEmptyArrayAndNotForTerm) {
   Context ctx;
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   GuardWatch guard;
@@ -818,7 +819,7 @@ TEST(DirectIOGuard, RunsForAnArrayWithoutRecordsTooWhenItsEventsAreMade) {
 
 // ---- Bad arguments ----
 
-TEST(DirectIOArguments, BadOnesReachNoCallOfTheSystem) {
+TEST(DirectIOArguments, ThatAreBadMakeNoCallOfTheSystem) {
   Context ctx;
   const Transfers transfers;
   const ScriptedImport create("CreateFileA", {.result = 8});
@@ -853,7 +854,7 @@ TEST(DirectIOArguments, BadOnesReachNoCallOfTheSystem) {
   }
 }
 
-TEST(DirectIOArguments, ThePathToRemoveAndTheBufferAreTheSystemsToJudge) {
+TEST(DirectIOArguments, LeaveNullPathsToRemoveAndNullBuffersToTheSystem) {
   Context ctx;
   const Transfers transfers;
   const ScriptedImport remove("DeleteFileA", {.result = 0, .error = kErrorAccessDenied});

@@ -1,7 +1,7 @@
-// Direct I/O without waiting, on real files: transfers that are under way and are collected later.
+// Direct I/O without waiting on real files: transfers that are started and collected later.
 //
-// Whether the system ends a transfer at once or leaves it under way is its own affair; both are
-// followed here. What it says about both is in direct_io_failure_test.cpp.
+// The system may complete a transfer at once or leave it pending; these tests accept both.
+// direct_io_failure_test.cpp checks the statuses of both.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -34,7 +34,8 @@ constexpr uint32_t kInFlight = 16;
 
 class NoWait : public testing::Test {
  protected:
-  // A transfer has started: it has ended whole, or is under way and has nothing to count.
+  // Checks that a transfer has started: either it has completed with all blocks, or it is pending
+  // with a count of 0.
   void ExpectStarted(uint32_t status, uint32_t pending, uint32_t count, uint32_t blocks) {
     if (status == KIV_ST_OK) {
       EXPECT_EQ(count, blocks);
@@ -99,7 +100,7 @@ TEST_F(NoWait, SixteenTransfersAreCollectedInAnyOrder) {
   }
 }
 
-TEST_F(NoWait, TransfersOfSeveralSizesMayBeUnderWayTogether) {
+TEST_F(NoWait, TransfersOfSeveralSizesCanBePendingTogether) {
   constexpr uint32_t kSizes[] = {1, 8, 128, 3};
   Records<4> records;
   Blocks blocks(140);
@@ -119,7 +120,7 @@ TEST_F(NoWait, TransfersOfSeveralSizesMayBeUnderWayTogether) {
   for (uint32_t i = 0; i < 140; ++i) EXPECT_TRUE(read.Holds(i, i)) << i;
 }
 
-TEST_F(NoWait, CollectingOneCollectsNoOther) {
+TEST_F(NoWait, CollectingOneTransferLeavesTheOthers) {
   Records<3> records;
   Blocks blocks(3);
   for (uint32_t i = 0; i < 3; ++i) StartWrite(i, blocks.At(i), 1, &records[i]);
@@ -134,7 +135,7 @@ TEST_F(NoWait, CollectingOneCollectsNoOther) {
   Collect(&records[0], 1);
 }
 
-TEST_F(NoWait, AnyThreadMayCollect) {
+TEST_F(NoWait, AnyThreadCanCollect) {
   Records<kInFlight> records;
   Blocks blocks(kInFlight);
   for (uint32_t i = 0; i < kInFlight; ++i) StartWrite(i, blocks.At(i), 1, &records[i]);
@@ -150,7 +151,7 @@ TEST_F(NoWait, AnyThreadMayCollect) {
   for (const uint32_t count : counts) EXPECT_EQ(count, 1u);
 }
 
-TEST_F(NoWait, TheFirstTransferGivesARecordItsEventAndTheNextKeepsIt) {
+TEST_F(NoWait, TheFirstTransferMakesTheRecordsEventAndTheNextKeepsIt) {
   KivSdNoWaitCb record = {};
   Blocks blocks(1);
   StartWrite(0, blocks.At(0), 1, &record);
@@ -159,14 +160,14 @@ TEST_F(NoWait, TheFirstTransferGivesARecordItsEventAndTheNextKeepsIt) {
   Collect(&record, 1);
   StartRead(0, blocks.At(0), 1, &record);
   EXPECT_EQ(record.event, event);
-  // It lets everybody through until it is reset.
+  // A manual event: it stays signalled until it is reset.
   ASSERT_EQ(WaitForSingleObject(event, 20'000), WAIT_OBJECT_0);
   EXPECT_TRUE(IsSignalled(record));
   Collect(&record, 1);
   CHECK_OK(ctx_, KivSdDirectIONoWaitCbsTerm(ctx_, &record, 1));
 }
 
-TEST_F(NoWait, AFileThatEndsInsideARequestGivesItsWholeBlocks) {
+TEST_F(NoWait, AReadThatPassesTheEndCountsWholeBlocks) {
   folder_.Write("short", std::string(kBlockBytes + kBlockBytes / 2, 'x'));
   const DirectFile shorter(folder_.Path("short"), FILE_FLAG_OVERLAPPED);
   Records<1> records;
@@ -178,7 +179,7 @@ TEST_F(NoWait, AFileThatEndsInsideARequestGivesItsWholeBlocks) {
   EXPECT_EQ(blocks.At(1)[kBlockBytes / 2 - 1], 'x');
 }
 
-TEST_F(NoWait, AReadBehindTheEndSaysSoAtOnceOrWhenItIsCollected) {
+TEST_F(NoWait, AReadBehindTheEndFailsAtOnceOrWhenItIsCollected) {
   Records<1> records;
   Blocks blocks(1);
   uint32_t count = kUntouched;
@@ -195,7 +196,7 @@ TEST_F(NoWait, AReadBehindTheEndSaysSoAtOnceOrWhenItIsCollected) {
 
 // ---- Arrays of records ----
 
-TEST(NoWaitRecords, GetEachItsOwnManualEventThatIsNotSignalled) {
+TEST(NoWaitRecords, EachGetItsOwnUnsignalledManualEvent) {
   Context ctx;
   KivSdNoWaitCb records[3] = {};
   records[1] = {1, 2, 3, 4, nullptr};
@@ -216,23 +217,23 @@ TEST(NoWaitRecords, GetEachItsOwnManualEventThatIsNotSignalled) {
 
   const KivHandle first = records[0].event;
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 3));
-  EXPECT_EQ(records[0].event, first) << "the field keeps the closed handle";
+  EXPECT_EQ(records[0].event, first) << "the field must keep the closed handle";
   DWORD flags = 0;
   for (const KivSdNoWaitCb& record : records) {
     EXPECT_FALSE(GetHandleInformation(record.event, &flags));
   }
 }
 
-TEST(NoWaitRecords, AsManyAsTheCountSays) {
+TEST(NoWaitRecords, GetEventsUpToTheCount) {
   Context ctx;
   KivSdNoWaitCb records[3] = {};
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsInit(ctx, records, 2));
   EXPECT_NE(records[1].event, nullptr);
   EXPECT_EQ(records[2].event, nullptr);
-  CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 3));  // passes over the third
+  CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 3));  // skips the third, without an event
 }
 
-TEST(NoWaitRecords, NoneIsASuccessWithoutAnArray) {
+TEST(NoWaitRecords, MayBeNullIfTheCountIsZero) {
   Context ctx;
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsInit(ctx, nullptr, 0));
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, nullptr, 0));

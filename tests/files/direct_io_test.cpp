@@ -1,4 +1,4 @@
-// Direct I/O on real files: blocks, positions, sizes, sharing, and transfers that are waited for.
+// Direct I/O on real files: blocks, positions, sizes, sharing, and blocking transfers.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -53,16 +53,16 @@ class DirectIO : public testing::Test {
 TEST_F(DirectIO, CreateMakesAnEmptyFileAndLeavesItClosed) {
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
   EXPECT_EQ(Size(), 0u);
-  EXPECT_TRUE(DeleteFileA(Path().c_str())) << "somebody has it open";
+  EXPECT_TRUE(DeleteFileA(Path().c_str())) << "the file is still open";
 }
 
-TEST_F(DirectIO, CreateLeavesWhatAFileHolds) {
+TEST_F(DirectIO, CreateKeepsTheContentOfAnExistingFile) {
   Write(std::string(10000, 'x'));
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
   EXPECT_EQ(Size(), 10000u);
 }
 
-TEST_F(DirectIO, CreateWantsTheFileForItselfButInFailoverMode) {
+TEST_F(DirectIO, CreateSharesTheFileOnlyInFailoverMode) {
   const DirectFile holder(Path());
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()), KIV_ST_FILE_CREATE,
                 kErrorSharingViolation);
@@ -70,7 +70,7 @@ TEST_F(DirectIO, CreateWantsTheFileForItselfButInFailoverMode) {
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
 }
 
-TEST_F(DirectIO, OpenOfAFileThatIsNotThereLeavesNoFile) {
+TEST_F(DirectIO, OpenOfAMissingFileStoresNoFile) {
   uint32_t file[2] = {kUntouched, kUntouched};
   CHECK_OUTCOME(ctx_,
                 KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_EXISTING,
@@ -80,7 +80,7 @@ TEST_F(DirectIO, OpenOfAFileThatIsNotThereLeavesNoFile) {
   EXPECT_EQ(file[1], kUntouched);
 }
 
-TEST_F(DirectIO, OpenWritesThirtyTwoBitsOfTheHandle) {
+TEST_F(DirectIO, OpenStores32BitsOfTheHandle) {
   uint32_t file[2] = {kUntouched, kUntouched};
   CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_ALWAYS, nullptr,
                                        0, &file[0]));
@@ -89,7 +89,7 @@ TEST_F(DirectIO, OpenWritesThirtyTwoBitsOfTheHandle) {
   CHECK_OK(ctx_, KivSdDirectIOFileClose(ctx_, file[0]));
 }
 
-TEST_F(DirectIO, OpenTellsAFileThatSomeoneHolds) {
+TEST_F(DirectIO, OpenReportsASharingViolation) {
   const DirectFile holder(Path());
   uint32_t file = kUntouched;
   const auto open = [&] {
@@ -98,12 +98,12 @@ TEST_F(DirectIO, OpenTellsAFileThatSomeoneHolds) {
   };
   CHECK_OUTCOME(ctx_, open(), KIV_ST_FILE_SHARING, kErrorSharingViolation);
   EXPECT_EQ(file, KIV_DIRECTIO_NONE);
-  const GuardWatch failover;  // shares everything, whatever was asked
+  const GuardWatch failover;  // failover mode overrides the share mode
   CHECK_OK(ctx_, open());
   CHECK_OK(ctx_, KivSdDirectIOFileClose(ctx_, file));
 }
 
-TEST_F(DirectIO, CloseGivesTheHandleBackOnce) {
+TEST_F(DirectIO, CloseFailsTheSecondTime) {
   uint32_t file = 0;
   CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_ALWAYS, nullptr,
                                        0, &file));
@@ -111,7 +111,7 @@ TEST_F(DirectIO, CloseGivesTheHandleBackOnce) {
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileClose(ctx_, file), KIV_ST_FILE_CLOSE, kErrorInvalidHandle);
 }
 
-TEST_F(DirectIO, RemoveRemoves) {
+TEST_F(DirectIO, RemoveRemovesTheFile) {
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
   CHECK_OK(ctx_, KivSdDirectIOFileRemove(ctx_, Path().c_str()));
   EXPECT_FALSE(std::filesystem::exists(Path()));
@@ -119,7 +119,7 @@ TEST_F(DirectIO, RemoveRemoves) {
                 kErrorFileNotFound);
 }
 
-// ---- Transfers that are waited for ----
+// ---- Blocking transfers ----
 
 TEST_F(DirectIO, BlocksAreReadWhereTheyWereWritten) {
   DirectFile file(Path());
@@ -128,7 +128,7 @@ TEST_F(DirectIO, BlocksAreReadWhereTheyWereWritten) {
   for (const uint32_t block : {5u, 0u, 2u}) EXPECT_TRUE(file.Holds(block, block)) << block;
 }
 
-TEST_F(DirectIO, SeveralBlocksGoInOneTransfer) {
+TEST_F(DirectIO, OneTransferMovesSeveralBlocks) {
   constexpr uint32_t kCount = 100;
   const DirectFile file(Path());
   Blocks written(kCount);
@@ -144,7 +144,7 @@ TEST_F(DirectIO, SeveralBlocksGoInOneTransfer) {
   for (uint32_t i = 0; i < kCount; ++i) EXPECT_TRUE(read.Holds(i, i)) << i;
 }
 
-TEST_F(DirectIO, ARecordPositionsATransferOnAFileThatIsNotOverlapped) {
+TEST_F(DirectIO, ARecordsOffsetIsUsedOnAFileThatIsNotOverlapped) {
   DirectFile file(Path());
   file.Write(0, 0);
   file.Write(1, 1);
@@ -180,18 +180,18 @@ TEST_F(DirectIO, AReadMovesThePositionToItsEnd) {
   EXPECT_TRUE(blocks.Holds(0, 0));
 }
 
-TEST_F(DirectIO, AFileThatEndsInsideARequestGivesItsWholeBlocks) {
+TEST_F(DirectIO, AReadThatPassesTheEndCountsWholeBlocks) {
   Write(std::string(3 * kBlockBytes + kBlockBytes / 2, 'x'));
   const DirectFile file(Path());
   Blocks blocks(3);
   uint32_t count = kUntouched;
   CHECK_OK(ctx_, KivSdDirectIOFileRead(ctx_, file, 1, blocks.At(0), 3, nullptr, &count));
   EXPECT_EQ(count, 2u);
-  EXPECT_EQ(blocks.At(2)[0], 'x') << "the part is in the buffer all the same";
+  EXPECT_EQ(blocks.At(2)[0], 'x') << "the buffer must hold the partial block too";
   EXPECT_EQ(blocks.At(2)[kBlockBytes / 2], 0);
 }
 
-TEST_F(DirectIO, AReadBehindTheEndCountsNothing) {
+TEST_F(DirectIO, AReadBehindTheEndSucceedsWithACountOfZero) {
   Write(std::string(kBlockBytes, 'x'));
   const DirectFile file(Path());
   Blocks blocks(1);
@@ -202,7 +202,7 @@ TEST_F(DirectIO, AReadBehindTheEndCountsNothing) {
   }
 }
 
-TEST_F(DirectIO, AReadWithARecordBehindTheEndSaysThatTheFileHasEnded) {
+TEST_F(DirectIO, AReadWithARecordBehindTheEndReportsTheEnd) {
   Write(std::string(kBlockBytes, 'x'));
   const DirectFile file(Path());
   Blocks blocks(1);
@@ -214,7 +214,7 @@ TEST_F(DirectIO, AReadWithARecordBehindTheEndSaysThatTheFileHasEnded) {
   CHECK_OK(ctx_, KivSdDirectIONoWaitCbsTerm(ctx_, &record, 1));
 }
 
-TEST_F(DirectIO, MemoryThatLiesOnNoSectorIsRefused) {
+TEST_F(DirectIO, AnUnalignedBufferIsRefused) {
   if (GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
     GTEST_SKIP() << "Windows documents the alignment of unbuffered transfers; Wine buffers them";
   }
@@ -227,7 +227,7 @@ TEST_F(DirectIO, MemoryThatLiesOnNoSectorIsRefused) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST_F(DirectIO, ATransferOfNoBlocksIsOne) {
+TEST_F(DirectIO, ATransferOfZeroBlocksSucceeds) {
   const DirectFile file(Path());
   Blocks blocks(1);
   for (const uint32_t none : {0u, kBlocksOf4GiB}) {
@@ -262,13 +262,13 @@ TEST_F(DirectIO, BlockNumbersWrapAt4GiB) {
   CHECK_OK(ctx_, KivSdDirectIONoWaitCbsTerm(ctx_, &record, 1));
 }
 
-TEST_F(DirectIO, From2GiBOnAReadNeedsARecord) {
+TEST_F(DirectIO, AReadFrom2GiBOnNeedsARecord) {
   DirectFile file(Path());
   Blocks blocks(1);
   uint32_t count = kUntouched;
   for (const uint32_t block : {kBlocksOf2GiB, kBlocksOf4GiB - 1}) {
     SCOPED_TRACE(block);
-    file.Write(block, block);  // is positioned by a record of its own
+    file.Write(block, block);  // a write always uses a record
     count = kUntouched;
     CHECK_OUTCOME(ctx_, KivSdDirectIOFileRead(ctx_, file, block, blocks.At(0), 1, nullptr, &count),
                   KIV_ST_DIRECT_POINTER_SET, kErrorNegativeSeek);
@@ -283,7 +283,7 @@ TEST_F(DirectIO, From2GiBOnAReadNeedsARecord) {
   EXPECT_EQ(Size(), uint64_t{1} << 32);
   CHECK_OK(ctx_,
            KivSdDirectIOFileRead(ctx_, file, kBlocksOf2GiB - 1, blocks.At(0), 1, nullptr, &count));
-  EXPECT_EQ(count, 1u) << "the last that needs none";
+  EXPECT_EQ(count, 1u) << "the last block that needs no record";
 }
 
 // ---- Positions and sizes ----
@@ -303,9 +303,9 @@ TEST_F(DirectIO, PositionsCountFromTheBeginningThePositionAndTheEnd) {
       {0, 1, 5},
       {0, 2, 10},
       {static_cast<uint32_t>(-1), 2, 9},
-      {2, 2, 12},  // behind the end
+      {2, 2, 12},  // past the end
       {0, 0, 0},
-      {kBlocksOf4GiB + 1, 0, 1},  // wraps
+      {kBlocksOf4GiB + 1, 0, 1},  // wraps around
       {kBlocksOf2GiB - 1, 0, kBlocksOf2GiB - 1},
   };
   for (const auto& move : moves) {
@@ -329,7 +329,7 @@ TEST_F(DirectIO, PositionsBeforeTheBeginningAreRefused) {
   }
 }
 
-TEST_F(DirectIO, PositionsByAMethodThatThereIsNotAreRefused) {
+TEST_F(DirectIO, PositionsWithAnUnknownMethodAreRefused) {
   const DirectFile file(Path());
   uint32_t position = 0;
   CHECK_OK(ctx_, KivSdDirectIOFilePointerSet(ctx_, file, 2, 0, &position));
@@ -360,7 +360,7 @@ TEST_F(DirectIO, SizesCountWholeBlocks) {
   }
 }
 
-TEST_F(DirectIO, SizesAreCountedModulo4GiB) {
+TEST_F(DirectIO, SizesWrapAroundAt4GiB) {
   Write("");
   std::filesystem::resize_file(Path(), (uint64_t{1} << 32) + 3 * kBlockBytes);
   const DirectFile file(Path());
@@ -369,7 +369,7 @@ TEST_F(DirectIO, SizesAreCountedModulo4GiB) {
   EXPECT_EQ(blocks, 3u);
 }
 
-TEST_F(DirectIO, ASizeOfAllBitsIsTakenForAFailure) {
+TEST_F(DirectIO, ASizeWithAllBitsSetIsReportedAsAFailure) {
   Write("");
   std::filesystem::resize_file(Path(), (uint64_t{1} << 32) - 1);
   const DirectFile file(Path());
@@ -379,7 +379,7 @@ TEST_F(DirectIO, ASizeOfAllBitsIsTakenForAFailure) {
   EXPECT_EQ(blocks, 0u);
 }
 
-TEST_F(DirectIO, TheEndIsSetInBlocksAndThePositionGoesThere) {
+TEST_F(DirectIO, TheEndIsSetInBlocksAndThePositionMovesThere) {
   DirectFile file(Path());
   file.Write(0, 0);
   for (const uint32_t blocks : {5u, 2u, 0u, 3u, kBlocksOf4GiB + 4}) {
@@ -413,7 +413,7 @@ TEST_F(DirectIO, ChangingTheSizeTakesADescriptor) {
     EXPECT_EQ(size, blocks);
     EXPECT_EQ(Size(), uint64_t{blocks} * kBlockBytes);
   }
-  // The bytes wrap, the size that is given back does not.
+  // The count of bytes wraps around, but the returned size does not.
   uint32_t size = kUntouched;
   CHECK_OK(ctx_, KivSdDirectIOFileChangeSize(ctx_, descriptor, kBlocksOf4GiB + 2, &size));
   EXPECT_EQ(size, kBlocksOf4GiB + 2);
@@ -425,11 +425,11 @@ TEST_F(DirectIO, ChangingTheSizeTakesADescriptor) {
 
 struct Operation {
   const char* name;
-  std::function<uint32_t(KivSdContext*)> call;  // with arguments that no operation can like
-  uint32_t runs;                                // of the guard
+  std::function<uint32_t(KivSdContext*)> call;  // fails because of its arguments
+  uint32_t runs;                                // expected runs of the guard
 };
 
-// Where an operation checks its arguments these are bad, so that the guard shows to come first.
+// The arguments are bad in every operation that checks them, which shows that the guard runs first.
 const Operation kOperations[] = {
     {"Create", [](KivSdContext* ctx) { return KivSdDirectIOFileCreate(ctx, nullptr); }, 1},
     {"Open",
@@ -465,7 +465,7 @@ const Operation kOperations[] = {
      0},
 };
 
-TEST(DirectIOGuard, RunsOnceAndBeforeTheArgumentsAreLookedAt) {
+TEST(DirectIOGuard, RunsOnceBeforeTheArgumentChecks) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
     GuardWatch guard;
@@ -474,17 +474,17 @@ TEST(DirectIOGuard, RunsOnceAndBeforeTheArgumentsAreLookedAt) {
   }
 }
 
-TEST(DirectIOGuard, DoesNotRunOutsideOfFailoverMode) {
+TEST(DirectIOGuard, DoesNotRunOutsideFailoverMode) {
   GuardWatch guard(0);
   for (const Operation& operation : kOperations) static_cast<void>(operation.call(nullptr));
   EXPECT_EQ(guard.TakeRuns(), 0u);
 }
 
-TEST(DirectIOGuard, BadArgumentsAreRecordedAsSuch) {
+TEST(DirectIOGuard, IsFollowedByTheArgumentErrorInTheRecord) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.name);
-    if (operation.name == std::string("Close")) continue;  // have none
+    if (operation.name == std::string("Close")) continue;  // does not check its arguments
     if (operation.name == std::string("Remove")) continue;
     CHECK_ARGUMENT(ctx, operation.call(ctx));
   }

@@ -1,5 +1,5 @@
-// What directories, links and the steps of a search say when the system's calls fail, and what they
-// ask for.
+// Directories, links and the steps of a search when the system's calls fail: statuses and records;
+// and the arguments that they pass to the system.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -55,7 +55,7 @@ const Operation kOperations[] = {
     {"DeleteFileA", 0, [](KivSdContext* ctx) { return KivSdUnLink(ctx, "f"); }, KIV_ST_FILE_REMOVE},
 };
 
-TEST(FileNamesFailure, HasTheOperationsStatusAndTheError) {
+TEST(FileNamesFailure, ReportsTheOperationsStatusAndTheError) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
@@ -68,7 +68,7 @@ TEST(FileNamesFailure, HasTheOperationsStatusAndTheError) {
   }
 }
 
-TEST(FileNamesFailure, IsNoneWhateverErrorIsLeft) {
+TEST(FileNamesFailure, IsNotReportedIfASuccessfulCallLeavesAnError) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
@@ -80,7 +80,7 @@ TEST(FileNamesFailure, IsNoneWhateverErrorIsLeft) {
   }
 }
 
-// Which of the two errors an operation tells of.
+// Stubs that leave an errno and a last error that differ.
 int FailWithErrno(const char*) {
   SetLastError(kErrorAccessDenied);
   errno = ENOSPC;
@@ -99,7 +99,7 @@ HANDLE WINAPI FailToStart(const char*, void*) {
   return INVALID_HANDLE_VALUE;
 }
 
-TEST(FileNamesFailure, TellsOfTheErrorOfTheCallsOwnKind) {
+TEST(FileNamesFailure, ReportsErrnoOfTheRuntimeAndTheLastErrorOfTheSystem) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
@@ -114,7 +114,7 @@ TEST(FileNamesFailure, TellsOfTheErrorOfTheCallsOwnKind) {
   }
 }
 
-TEST(FileNamesFailure, OfAChangeTellsAMissingDirectory) {
+TEST(FileNamesFailure, OfAChangeReportsAMissingDirectory) {
   Context ctx;
   for (const uint32_t error : {1u, 2u, 3u, 20u}) {
     const ScriptedImport failing("_chdir", {.result = kFailed, .error = error});
@@ -123,7 +123,7 @@ TEST(FileNamesFailure, OfAChangeTellsAMissingDirectory) {
   }
 }
 
-TEST(FileNamesFailure, OfTheNextFileTellsTheEnd) {
+TEST(FileNamesFailure, OfTheNextFileReportsTheEndOfTheSearch) {
   Context ctx;
   for (const uint32_t error : {0u, 2u, 17u, 18u, 19u}) {
     const ScriptedImport failing("FindNextFileA", {.result = 0, .error = error});
@@ -131,7 +131,7 @@ TEST(FileNamesFailure, OfTheNextFileTellsTheEnd) {
   }
 }
 
-TEST(FileNames, BadArgumentsReachNoCall) {
+TEST(FileNames, BadArgumentsMakeNoCall) {
   const ScriptedImport mkdir("_mkdir", {.result = 0});
   const ScriptedImport chdir("_chdir", {.result = 0});
   const ScriptedImport rmdir("_rmdir", {.result = 0});
@@ -162,9 +162,9 @@ TEST(FileNames, BadArgumentsReachNoCall) {
 
 // ---- Making paths ----
 
-std::vector<std::string> asked;  // paths
-std::vector<std::string> made;
-size_t existing;  // that many levels exist
+std::vector<std::string> asked;  // paths whose existence was checked
+std::vector<std::string> made;   // paths that were made
+size_t existing;                 // count of levels that exist
 
 int Access(const char* path, int mode) {
   EXPECT_EQ(mode, 0);
@@ -216,7 +216,7 @@ TEST_F(PathCreation, TriesEachLevelInTurn) {
   ExpectLevels("a\\b", {"a", "a\\b"});
 }
 
-TEST_F(PathCreation, TakesUpTo1029Characters) {
+TEST_F(PathCreation, AcceptsUpTo1029Characters) {
   for (const size_t length : {size_t{1028}, size_t{1029}}) {
     const std::string path = "a\\" + std::string(length - 2, 'l');
     ExpectLevels(path.c_str(), {"a", path});
@@ -247,15 +247,15 @@ TEST_F(PathCreation, RunsTheGuardForEachStep) {
 
 // ---- Removing trees ----
 
-// A search of the test's own: the entries of every folder that is asked for.
+// A stub of the search, with the entries of each folder.
 struct Entry {
   std::string name;
   bool isFolder;
 };
-std::deque<Entry> entries;          // of the next folder that is searched
-std::deque<Entry> innerEntries;     // of the folder that is searched after it
-std::vector<std::string> patterns;  // that were searched
-uint32_t endOfWalk;                 // the error behind the last entry
+std::deque<Entry> entries;          // entries of the next folder that is searched
+std::deque<Entry> innerEntries;     // entries of the folder that is searched after it
+std::vector<std::string> patterns;  // patterns of all searches
+uint32_t endOfWalk;                 // error after the last entry
 int openSearches;
 
 void Show(void* data, const Entry& entry) {
@@ -300,11 +300,11 @@ BOOL WINAPI FindEnd(HANDLE search) {
   --openSearches;
   searches.pop_back();
   SetLastError(kErrorAccessDenied);
-  return FALSE;  // nobody minds
+  return FALSE;  // must be ignored
 }
 
-std::vector<std::string> steps;  // calls of the runtime
-const char* failingStep;         // which of them fails, or null
+std::vector<std::string> steps;  // all calls of the runtime
+const char* failingStep;         // the call that fails, or null
 
 int Step(const std::string& step) {
   steps.push_back(step);
@@ -354,19 +354,19 @@ TEST_F(TreeRemoval, MakesEachFileWritableAndRemovesIt) {
   EXPECT_EQ(steps, (Steps{"chmod d\\a", "unlink d\\a", "chmod d\\b", "unlink d\\b", "rmdir d"}));
 }
 
-TEST_F(TreeRemoval, TakesNamesThatBeginLikeTheFoldersOwn) {
+TEST_F(TreeRemoval, RemovesFilesWhoseNamesBeginWithDots) {
   entries = {{".a", false}, {"..b", false}, {"...", false}};
   CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
   EXPECT_EQ(steps.size(), 7u);
 }
 
-TEST_F(TreeRemoval, EndsWithTheFirstFailureAndTellsOfTheFolder) {
+TEST_F(TreeRemoval, EndsAtTheFirstFailureAndStillTriesTheFolder) {
   for (const char* step : {"chmod d\\a", "unlink d\\a"}) {
     SCOPED_TRACE(step);
     entries = kTwoFiles;
     steps.clear();
     failingStep = step;
-    // The folder itself goes in this runtime, so that the error is the step's.
+    // The stub of _rmdir succeeds, so the error is that of the failing step.
     CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, uint32_t{EACCES});
     EXPECT_EQ(steps.back(), "rmdir d");
     EXPECT_EQ(steps[steps.size() - 2], step);
@@ -374,7 +374,7 @@ TEST_F(TreeRemoval, EndsWithTheFirstFailureAndTellsOfTheFolder) {
   }
 }
 
-TEST_F(TreeRemoval, ThatEmptiesAFolderIsASuccessThoughItStays) {
+TEST_F(TreeRemoval, SucceedsIfTheEmptiedFolderStays) {
   entries = kTwoFiles;
   failingStep = "rmdir d";
   CHECK_OK(ctx_, KivSdDirRemove(ctx_, "d"));
@@ -382,7 +382,7 @@ TEST_F(TreeRemoval, ThatEmptiesAFolderIsASuccessThoughItStays) {
   EXPECT_EQ(KivSdDirRemove(nullptr, "d"), KIV_ST_OK);
 }
 
-TEST_F(TreeRemoval, ThatBreaksOffIsAFailureThoughTheFolderGoes) {
+TEST_F(TreeRemoval, FailsIfTheSearchFailsEvenIfTheFolderIsRemoved) {
   for (const uint32_t error : {0u, kErrorAccessDenied, kErrorNoMoreFiles - 1}) {
     entries = kTwoFiles;
     endOfWalk = error;
@@ -396,15 +396,15 @@ TEST_F(TreeRemoval, ThatBreaksOffIsAFailureThoughTheFolderGoes) {
   EXPECT_EQ(KivSdDirRemove(nullptr, "d"), KIV_ST_DIR_REMOVE);
 }
 
-// The inner folder cannot be searched, so that its removal fails and ends the outer walk.
-TEST_F(TreeRemoval, EndsWhenAFolderInItCannotBeEmptied) {
+// The inner folder cannot be searched. Its removal fails and ends the removal of the outer folder.
+TEST_F(TreeRemoval, EndsIfAnInnerFolderCannotBeEmptied) {
   entries = {{"inner", true}, {"after", false}};
   CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, kOtherError);
   EXPECT_EQ(patterns, (Steps{"d\\*.*", "d\\inner\\*.*"}));
   EXPECT_EQ(steps, (Steps{"rmdir d\\inner", "rmdir d"}));
 }
 
-TEST_F(TreeRemoval, GoesOnWhenAnEmptiedFolderInItStays) {
+TEST_F(TreeRemoval, GoesOnIfAnEmptiedInnerFolderStays) {
   entries = {{"inner", true}, {"after", false}};
   innerEntries = {{"file", false}};
   failingStep = "rmdir d\\inner";
@@ -413,7 +413,7 @@ TEST_F(TreeRemoval, GoesOnWhenAnEmptiedFolderInItStays) {
                           "chmod d\\after", "unlink d\\after", "rmdir d"}));
 }
 
-TEST_F(TreeRemoval, GoesIntoPathsThatFit) {
+TEST_F(TreeRemoval, RemovesPathsThatFitAndRefusesLongerOnes) {
   const std::string longest(1028 - 4, 'd');
   entries = {{"fit", false}};
   CHECK_OK(ctx_, KivSdDirRemove(ctx_, longest.c_str()));
@@ -425,7 +425,7 @@ TEST_F(TreeRemoval, GoesIntoPathsThatFit) {
   EXPECT_EQ(steps.back(), "rmdir " + longest);
 
   patterns.clear();
-  for (const char* more : {"d", "dddd"}) {  // the last has no room for the separator either
+  for (const char* more : {"d", "dddd"}) {  // "dddd" leaves no room even for a separator
     CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, (longest + more).c_str()), KIV_ST_DIR_REMOVE,
                   kErrorPathTooLong);
     EXPECT_EQ(steps.back(), "rmdir " + longest + more);
@@ -448,7 +448,7 @@ BOOL WINAPI GetVersionOf(OSVERSIONINFOA* version) {
   return TRUE;
 }
 
-TEST(CreateLink, IsMadeWhereThereAreLinks) {
+TEST(CreateLink, CallsTheSystemOnlyOnVersionsWithLinks) {
   Context ctx;
   const ImportPatch version("GetVersionExA", reinterpret_cast<void*>(&GetVersionOf));
   const ScriptedImport link("CreateHardLinkA", {.result = 0, .error = kErrorAccessDenied});
@@ -469,7 +469,7 @@ TEST(CreateLink, IsMadeWhereThereAreLinks) {
   EXPECT_EQ(link.calls()[0][2], 0u);
 }
 
-TEST(CreateLink, IsNotMadeWhereTheVersionIsUnknown) {
+TEST(CreateLink, MakesNoLinkIfTheVersionIsUnknown) {
   Context ctx;
   const ScriptedImport version("GetVersionExA", {.result = 0, .error = kErrorAccessDenied});
   const ScriptedImport link("CreateHardLinkA", {.result = 1});
@@ -509,7 +509,7 @@ TEST(CreateLink, RunsTheInstalledGuardFirst) {
 
 // ---- Absolute paths ----
 
-TEST(CanonicalPathFailure, IsNoneWhenTheSystemCannotTell) {
+TEST(CanonicalPathFailure, IsNotReportedIfTheSystemCannotResolveThePath) {
   const ScriptedImport full("GetFullPathNameA", {.result = 0, .error = kErrorAccessDenied});
   char out[4] = "xyz";
   EXPECT_EQ(KivSdFileGetCanonicalPath("path", sizeof out, out), KIV_ST_OK);
@@ -522,7 +522,7 @@ TEST(CanonicalPathFailure, IsNoneWhenTheSystemCannotTell) {
   EXPECT_EQ(full.calls()[0][3], 0u);
 }
 
-TEST(CanonicalPathFailure, ComparesWithSigns) {
+TEST(CanonicalPathFailure, ComparesTheSizesAsSignedNumbers) {
   struct {
     uint32_t needed;
     int32_t sizeBytes;

@@ -1,4 +1,4 @@
-// Directories and links on real files, and what their operations ask of the system.
+// Directories and links on real files.
 #include <direct.h>
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -44,7 +44,7 @@ class Directory : public testing::Test {
   TemporaryFolder folder_;
 };
 
-// What the runtime says of a call that fails.
+// Makes a call of the runtime that must fail, and returns its errno.
 template <typename Call>
 uint32_t ErrnoOf(Call call) {
   errno = 0;
@@ -56,7 +56,7 @@ uint32_t ErrnoOf(Call call) {
 
 std::string WorkingDirectory() { return std::filesystem::current_path().string(); }
 
-TEST_F(Directory, CanBeChangedTo) {
+TEST_F(Directory, CanBecomeTheWorkingDirectory) {
   const std::string before = WorkingDirectory();
   Make("there");
   CHECK_OK(ctx_, KivSdDirChange(ctx_, Path("there").c_str()));
@@ -67,7 +67,7 @@ TEST_F(Directory, CanBeChangedTo) {
   EXPECT_EQ(WorkingDirectory(), before);
 }
 
-TEST_F(Directory, ThatIsMissingCannotBeChangedTo) {
+TEST_F(Directory, ThatIsMissingCannotBecomeTheWorkingDirectory) {
   const std::string before = WorkingDirectory();
   CHECK_OUTCOME(ctx_, KivSdDirChange(ctx_, Path("missing").c_str()), KIV_ST_DIR_MISSING,
                 uint32_t{ENOENT});
@@ -77,7 +77,7 @@ TEST_F(Directory, ThatIsMissingCannotBeChangedTo) {
   EXPECT_EQ(WorkingDirectory(), before);
 }
 
-TEST_F(Directory, IsNotAFileToChangeTo) {
+TEST_F(Directory, ThatIsAFileCannotBecomeTheWorkingDirectory) {
   Write("file");
   const std::string file = Path("file");
   const uint32_t error = ErrnoOf([&] { return _chdir(file.c_str()); });
@@ -87,7 +87,7 @@ TEST_F(Directory, IsNotAFileToChangeTo) {
 
 // ---- Making one ----
 
-TEST_F(Directory, IsMadeInOneThatExists) {
+TEST_F(Directory, IsMadeOnlyInAnExistingDirectory) {
   CHECK_OK(ctx_, KivSdDirCreate(ctx_, Path("new").c_str()));
   EXPECT_TRUE(IsFolder("new"));
   EXPECT_EQ(KivSdDirCreate(nullptr, Path("other").c_str()), KIV_ST_OK);
@@ -100,7 +100,7 @@ TEST_F(Directory, IsMadeInOneThatExists) {
   CHECK_ARGUMENT(ctx_, KivSdDirCreate(ctx_, nullptr));
 }
 
-TEST_F(Directory, IsMadeOnceAndNotOverAFile) {
+TEST_F(Directory, IsMadeUnlessTheNameExists) {
   CHECK_OK(ctx_, KivSdDirCreateEx(ctx_, Path("new").c_str()));
   EXPECT_TRUE(IsFolder("new"));
   CHECK_OK(ctx_, KivSdDirCreateEx(ctx_, Path("new").c_str()));
@@ -115,7 +115,7 @@ TEST_F(Directory, IsMadeOnceAndNotOverAFile) {
 
 // ---- Making a path ----
 
-TEST_F(Directory, IsMadeWithThoseAboveIt) {
+TEST_F(Directory, IsMadeWithAllDirectoriesAboveIt) {
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\b\\c d\\e").c_str()));
   EXPECT_TRUE(IsFolder("a\\b\\c d\\e"));
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, Path("a\\b\\c d\\e").c_str()));
@@ -145,12 +145,12 @@ TEST_F(Directory, IsNotMadeBelowAFile) {
   const uint32_t error = ErrnoOf([&] { return _mkdir(below.c_str()); });
   CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("file\\below\\deeper").c_str()), KIV_ST_DIR_CREATE,
                 error);
-  // The slash is part of a name here, and the system sees a folder that is missing.
+  // A slash is a separator for the system but not for KivSdCreatePath: folder x is missing.
   CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("x/y").c_str()), KIV_ST_DIR_CREATE,
                 uint32_t{ENOENT});
 }
 
-TEST_F(Directory, HasAPathOfNoMoreThan1029Characters) {
+TEST_F(Directory, IsNotMadeWithAPathLongerThan1029Characters) {
   ctx_.Spoil();
   EXPECT_EQ(KivSdCreatePath(ctx_, nullptr), 1u);
   EXPECT_EQ(KivSdCreatePath(nullptr, nullptr), 1u);
@@ -159,19 +159,20 @@ TEST_F(Directory, HasAPathOfNoMoreThan1029Characters) {
   EXPECT_TRUE(ctx_.IsUntouched());
 }
 
-// Levels of 50 characters; the last one takes what is left.
+// Extends `path` to `length` with levels of 50 characters. The last level takes the rest.
 std::string PathOfLength(std::string path, size_t length) {
   constexpr size_t kLevel = 50;
   while (path.size() + 2 * kLevel < length) path += "\\" + std::string(kLevel - 1, 'd');
   return path + "\\" + std::string(length - path.size() - 1, 'l');
 }
 
-TEST_F(Directory, IsMadeAsFarAsTheSystemGoes) {
+TEST_F(Directory, IsMadeIfTheSystemAcceptsThePathsLength) {
   Make("deep");
   const std::string shorter = PathOfLength(Path("deep"), 240);
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, shorter.c_str()));
   EXPECT_TRUE(std::filesystem::is_directory(shorter));
-  // What the system does not take is a directory that cannot be made, up to the library's limit.
+  // Paths within the library's limit that are too long for the system fail like other directories
+  // that cannot be made.
   for (const size_t length : {size_t{300}, size_t{1028}, size_t{1029}}) {
     const std::string path = PathOfLength(Path("deep"), length);
     ASSERT_EQ(path.size(), length);
@@ -181,7 +182,7 @@ TEST_F(Directory, IsMadeAsFarAsTheSystemGoes) {
 
 // ---- Removing one ----
 
-TEST_F(Directory, IsRemovedWithAllThatIsInIt) {
+TEST_F(Directory, IsRemovedWithEverythingInIt) {
   const std::vector<std::string> folders = {
       "tree",        "tree\\a",           "tree\\a\\b",     "tree\\a\\b\\c",
       "tree\\empty", "tree\\dotted.name", "tree\\a\\other", "tree\\with space"};
@@ -199,7 +200,7 @@ TEST_F(Directory, IsRemovedWithAllThatIsInIt) {
   EXPECT_TRUE(Exists("beside"));
 }
 
-TEST_F(Directory, ThatIsEmptyIsRemovedToo) {
+TEST_F(Directory, IsRemovedIfItIsEmpty) {
   Make("empty");
   CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("empty").c_str()));
   EXPECT_FALSE(Exists("empty"));
@@ -215,7 +216,7 @@ TEST_F(Directory, IsRemovedWithAThousandFiles) {
   EXPECT_FALSE(Exists("many"));
 }
 
-TEST_F(Directory, ManyLevelsDeepIsRemoved) {
+TEST_F(Directory, IsRemovedWithAHundredLevels) {
   std::string path = "deep";
   for (int i = 0; i < 100; ++i) {
     Make(path);
@@ -226,7 +227,7 @@ TEST_F(Directory, ManyLevelsDeepIsRemoved) {
   EXPECT_FALSE(Exists("deep"));
 }
 
-TEST_F(Directory, ThatIsMissingIsNotRemoved) {
+TEST_F(Directory, CannotBeRemovedIfItIsMissing) {
   CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, Path("missing").c_str()), KIV_ST_DIR_REMOVE,
                 uint32_t{ENOENT});
   EXPECT_EQ(KivSdDirRemove(nullptr, Path("missing").c_str()), KIV_ST_DIR_REMOVE);
@@ -235,7 +236,7 @@ TEST_F(Directory, ThatIsMissingIsNotRemoved) {
   EXPECT_EQ(KivSdDirRemove(nullptr, nullptr), KIV_ST_ARGUMENT);
 }
 
-TEST_F(Directory, IsNotAFileToBeRemoved) {
+TEST_F(Directory, ThatIsAFileIsNotRemoved) {
   Write("file");
   const std::string file = Path("file");
   const uint32_t error = ErrnoOf([&] { return _rmdir(file.c_str()); });
@@ -243,7 +244,7 @@ TEST_F(Directory, IsNotAFileToBeRemoved) {
   EXPECT_TRUE(Exists("file"));
 }
 
-TEST_F(Directory, WithAFileThatIsHeldStays) {
+TEST_F(Directory, StaysIfItHoldsAnOpenFile) {
   Make("tree");
   Make("tree\\inner");
   Write("tree\\inner\\held");
@@ -261,7 +262,7 @@ TEST_F(Directory, WithAFileThatIsHeldStays) {
 
 // ---- Attributes ----
 
-TEST(Attributes, AreADirectorysWithOneBitAlone) {
+TEST(Attributes, AreADirectorysIfBit4IsSet) {
   Context ctx;
   for (uint32_t attributes = 0; attributes <= 0xFF; ++attributes) {
     uint8_t isDirectory = kSpoilt;
@@ -295,7 +296,7 @@ TEST_F(Directory, HoldsAFileUnderTwoNames) {
   EXPECT_FALSE(Exists("link"));
 }
 
-TEST_F(Directory, HasNoLinkOfANameThatIsTakenOrToAFileThatIsMissing) {
+TEST_F(Directory, RefusesALinkWithAnExistingNameOrToAMissingFile) {
   Write("file");
   Write("taken");
   CHECK_OUTCOME(ctx_, KivSdCreateLink(ctx_, Path("file").c_str(), Path("taken").c_str(), 7),
@@ -318,7 +319,7 @@ std::string Canonical(const std::string& path, size_t sizeBytes) {
   return out.text();
 }
 
-TEST(CanonicalPath, IsAbsoluteAndWithoutDetours) {
+TEST(CanonicalPath, IsAbsoluteWithoutDotSegments) {
   EXPECT_EQ(Canonical("C:\\a\\.\\b\\..\\c", 64), "C:\\a\\c");
   EXPECT_EQ(Canonical("C:/a/b\\..\\../c/d", 64), "C:\\c\\d");
   EXPECT_EQ(Canonical("C:\\", 64), "C:\\");
@@ -326,7 +327,7 @@ TEST(CanonicalPath, IsAbsoluteAndWithoutDetours) {
   EXPECT_EQ(Canonical("..\\.\\x/..", 1029), std::filesystem::current_path().parent_path().string());
 }
 
-TEST(CanonicalPath, FitsWithItsTerminator) {
+TEST(CanonicalPath, NeedsRoomForItsTerminator) {
   const std::string path = "C:\\a\\name";
   EXPECT_EQ(Canonical(path, path.size() + 1), path);
   GuardedBytes out(path.size());
@@ -342,7 +343,7 @@ TEST_F(Directory, RunsTheGuardFirst) {
   GuardWatch guard;
   uint8_t flag = 0;
   char out[8];
-  // Before the arguments are looked at.
+  // The guard runs before the argument checks.
   EXPECT_EQ(KivSdDirCreate(nullptr, nullptr), KIV_ST_ARGUMENT);
   EXPECT_EQ(guard.TakeRuns(), 1u);
   EXPECT_EQ(KivSdDirRemove(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -351,7 +352,7 @@ TEST_F(Directory, RunsTheGuardFirst) {
   EXPECT_EQ(guard.TakeRuns(), 1u);
   EXPECT_EQ(KivSdIsAttrDirectory(nullptr, 0, nullptr), KIV_ST_ARGUMENT);
   EXPECT_EQ(guard.TakeRuns(), 1u);
-  // Once for each operation that one is made of.
+  // The guard runs once for each exported operation that an operation calls, and for itself.
   EXPECT_EQ(KivSdDirCreate(nullptr, Path("a").c_str()), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 1u);
   EXPECT_EQ(KivSdDirCreateEx(nullptr, Path("a").c_str()), KIV_ST_OK);
@@ -374,7 +375,7 @@ TEST_F(Directory, RunsTheGuardFirst) {
   EXPECT_EQ(guard.TakeRuns(), 2u);
   EXPECT_EQ(KivSdFileGetCanonicalPath("C:\\", sizeof out, out), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 1u);
-  // Not at all.
+  // Changing the directory does not run the guard.
   EXPECT_EQ(KivSdDirChange(nullptr, before.c_str()), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 0u);
 }

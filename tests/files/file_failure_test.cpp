@@ -1,5 +1,5 @@
-// What the file operations say when the runtime's and the system's calls fail, which error they
-// record, and what they leave in their outputs.
+// File operations when the calls of the runtime and the system fail: statuses, recorded errors and
+// outputs.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -20,12 +20,12 @@ using namespace kiv::test;
 constexpr uint32_t kErrnoNoSpace = 28;
 constexpr uint32_t kErrorSharing = 32;
 constexpr uint32_t kErrorDiskFull = 112;
-constexpr uint32_t kOtherError = 7777;  // in the place that must not be looked at
+constexpr uint32_t kOtherError = 7777;  // the error that must not be recorded
 
 // ---- Operations that make one call of the runtime ----
 
 char buffer[8];
-uint32_t output;  // of whatever kind an operation has
+uint32_t output;  // the 32-bit output of any operation
 uint64_t output64;
 
 uint32_t Create(KivSdContext* ctx) { return KivSdFileCreate(ctx, "path", 0, &output); }
@@ -77,7 +77,7 @@ const Operation kOperations[] = {
     {"_unlink", Remove, 1130607},
 };
 
-TEST(FileFailure, HasTheOperationsStatusAndTheRuntimesError) {
+TEST(FileFailure, ReportsTheOperationsStatusAndTheRuntimesError) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
@@ -92,14 +92,14 @@ TEST(FileFailure, HasTheOperationsStatusAndTheRuntimesError) {
   }
 }
 
-TEST(FileFailure, OfASeekIn64BitsLeavesAllBitsSet) {
+TEST(FileFailure, OfASeekIn64BitsStoresAllBitsSet) {
   const StubbedImport failing("_lseeki64", StubbedImport::kFailed, EIO, kOtherError);
   output64 = kUntouched;
   EXPECT_EQ(Seek64(nullptr), KIV_ST_FILE_SEEK);
   EXPECT_EQ(output64, 0xFFFFFFFFFFFFFFFFu);
 }
 
-TEST(FileFailure, IsNoneWhateverErrorASuccessLeaves) {
+TEST(FileFailure, IsNotReportedIfASuccessfulCallLeavesAnError) {
   Context ctx;
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
@@ -109,7 +109,7 @@ TEST(FileFailure, IsNoneWhateverErrorASuccessLeaves) {
   }
 }
 
-TEST(FileFailure, TheAnswersOfASuccessAreTheRuntimes) {
+TEST(FileFailure, IsNotReportedForAnyOtherResultOfTheRuntime) {
   for (const Operation& operation : kOperations) {
     if (operation.outputOnFailure != 0xFFFFFFFF) continue;
     SCOPED_TRACE(operation.call);
@@ -124,7 +124,7 @@ TEST(FileFailure, TheAnswersOfASuccessAreTheRuntimes) {
   EXPECT_EQ(output64, 0x123456789Au);
 }
 
-TEST(FileFailure, ArgumentsReachTheRuntimeAsTheyAre) {
+TEST(FileFailure, DoesNotChangeTheArgumentsOfTheRuntimesCalls) {
   const ScriptedImport read("_read", {.result = 0});
   const ScriptedImport write("_write", {.result = 0});
   const ScriptedImport seek("_lseek", {.result = 0});
@@ -150,9 +150,9 @@ TEST(FileFailure, ArgumentsReachTheRuntimeAsTheyAre) {
   EXPECT_EQ(static_cast<uint32_t>(resize.calls().at(0)[1]), 11u);
 }
 
-// ---- The end of a file that is not known ----
+// ---- Unknown end of a file ----
 
-TEST(FileEndFailure, IsASuccessWithTheRuntimesAnswerInTheByte) {
+TEST(FileEndFailure, IsReportedAsSuccessWithTheRuntimesResultInTheByte) {
   Context ctx;
   for (const int answer : {-1, 0, 1}) {
     const StubbedImport eof("_eof", answer, EIO, kOtherError);
@@ -162,9 +162,9 @@ TEST(FileEndFailure, IsASuccessWithTheRuntimesAnswerInTheByte) {
   }
 }
 
-// ---- A file that another holds ----
+// ---- A file held by another process ----
 
-TEST(FileSharingFailure, IsToldByTheLastErrorAlone) {
+TEST(FileSharingFailure, IsRecognisedOnlyByTheLastError) {
   struct {
     int errnoValue;
     uint32_t lastError;
@@ -190,8 +190,8 @@ TEST(FileSharingFailure, IsToldByTheLastErrorAlone) {
   }
 }
 
-TEST(FileSharingFailure, OfAnEarlierCallIsNotThisOnes) {
-  // Fails by itself, without asking the system.
+TEST(FileSharingFailure, OfAnEarlierCallIsIgnored) {
+  // A failure of the runtime itself leaves the last error of an earlier call.
   const ImportPatch failing("_sopen", reinterpret_cast<void*>(+[]() -> int {
                               errno = EMFILE;
                               return -1;
@@ -203,7 +203,7 @@ TEST(FileSharingFailure, OfAnEarlierCallIsNotThisOnes) {
   }
 }
 
-TEST(FileSharingFailure, MeansNothingToTheOtherOpens) {
+TEST(FileSharingFailure, IsNotReportedByOpensWithoutShareFlags) {
   const StubbedImport failing("_open", StubbedImport::kFailed, EACCES, kErrorSharing);
   Context ctx;
   for (const auto operation : {Open, Open64, OpenNew}) {
@@ -213,7 +213,7 @@ TEST(FileSharingFailure, MeansNothingToTheOtherOpens) {
 
 // ---- A full disk ----
 
-TEST(FullDisk, IsToldByErrnoWhenWritingAtThePosition) {
+TEST(FullDisk, IsRecognisedByErrnoWhenWritingAtThePosition) {
   Context ctx;
   for (const int error : {27, 28, 29, 112}) {
     const StubbedImport failing("_write", StubbedImport::kFailed, error, kErrorDiskFull);
@@ -224,7 +224,7 @@ TEST(FullDisk, IsToldByErrnoWhenWritingAtThePosition) {
   }
 }
 
-TEST(FullDisk, IsToldByErrnoWhenSettingTheEnd) {
+TEST(FullDisk, IsRecognisedByErrnoWhenSettingTheEnd) {
   Context ctx;
   for (const int error : {27, 28, 29, 112}) {
     const StubbedImport failing("_chsize", StubbedImport::kFailed, error, kErrorDiskFull);
@@ -240,7 +240,7 @@ TEST(FullDisk, IsToldByErrnoWhenSettingTheEnd) {
   }
 }
 
-TEST(FullDisk, ThatTakesAPartIsNoFailure) {
+TEST(FullDisk, IsNotReportedForAPartialWrite) {
   const StubbedImport partial("_write", 3, kErrnoNoSpace, kErrorDiskFull);
   Context ctx;
   CHECK_OK(ctx, Write(ctx));
@@ -249,7 +249,7 @@ TEST(FullDisk, ThatTakesAPartIsNoFailure) {
 
 // ---- Transfers at an offset ----
 
-// What the system's transfer was asked for, and what it answers.
+// The arguments of the system's transfer, and its results.
 struct Transfer {
   HANDLE file;
   const void* buffer;
@@ -302,22 +302,22 @@ class AtOffset : public testing::Test {
   const ImportPatch write_{"WriteFile", reinterpret_cast<void*>(&AnswerTransfer)};
 };
 
-TEST_F(AtOffset, ReadAsksTheSystemOnceAndWithoutAnEvent) {
+TEST_F(AtOffset, ReadCallsTheSystemOnceWithoutAnEvent) {
   CHECK_OK(ctx_, Read(ctx_));
   ExpectAsked(0xFFFFFFF0);
-  EXPECT_EQ(count_, 3u) << "fewer than asked for is no failure";
+  EXPECT_EQ(count_, 3u) << "a partial transfer is a success";
   ASSERT_EQ(handle_.calls().size(), 1u);
   EXPECT_EQ(static_cast<uint32_t>(handle_.calls()[0][0]), 3u);
 }
 
-TEST_F(AtOffset, WriteAsksTheSystemOnceAndWithoutAnEvent) {
+TEST_F(AtOffset, WriteCallsTheSystemOnceWithoutAnEvent) {
   CHECK_OK(ctx_, Write(ctx_));
   ExpectAsked(0xFFFFFFF0);
-  EXPECT_EQ(count_, 3u) << "fewer than asked for is no failure";
+  EXPECT_EQ(count_, 3u) << "a partial transfer is a success";
   EXPECT_EQ(osError_, 0u);
 }
 
-TEST_F(AtOffset, ReadThatFailsHasTheSystemsErrorAndCount) {
+TEST_F(AtOffset, AFailedReadReportsTheSystemsErrorAndCount) {
   for (const DWORD error : {5u, 38u, 112u, 997u}) {
     transferError = error;
     count_ = kUntouched;
@@ -327,7 +327,7 @@ TEST_F(AtOffset, ReadThatFailsHasTheSystemsErrorAndCount) {
   }
 }
 
-TEST_F(AtOffset, WriteThatFailsHasTheSystemsErrorAndCount) {
+TEST_F(AtOffset, AFailedWriteReportsTheSystemsErrorAndCount) {
   for (const DWORD error : {5u, 28u, 38u, 111u, 112u, 113u, 997u}) {
     const uint32_t status = error == 112 ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE;
     transferError = error;
@@ -340,7 +340,7 @@ TEST_F(AtOffset, WriteThatFailsHasTheSystemsErrorAndCount) {
   }
 }
 
-TEST_F(AtOffset, WriteClearsTheErrorBeforeItDoesAnything) {
+TEST_F(AtOffset, WriteClearsTheErrorFirst) {
   const ImportPatch write("WriteFile", reinterpret_cast<void*>(+[](HANDLE, const void*, DWORD,
                                                                    DWORD* count, OVERLAPPED*) {
                             *count = output;
@@ -352,7 +352,7 @@ TEST_F(AtOffset, WriteClearsTheErrorBeforeItDoesAnything) {
   EXPECT_EQ(output, 0u);
 }
 
-TEST_F(AtOffset, WithoutASystemFileNothingIsTransferred) {
+TEST_F(AtOffset, TransfersNothingWithoutASystemFile) {
   const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, EBADF, kOtherError);
   CHECK_OUTCOME(ctx_, Read(ctx_), KIV_ST_FILE_READ, EBADF);
   EXPECT_EQ(count_, 0u);
@@ -364,7 +364,7 @@ TEST_F(AtOffset, WithoutASystemFileNothingIsTransferred) {
   EXPECT_TRUE(transfers.empty());
 }
 
-TEST_F(AtOffset, OnAFullDiskTheDescriptorIsStillBlamedFirst) {
+TEST_F(AtOffset, ReportsABadDescriptorEvenIfErrnoMeansAFullDisk) {
   const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, kErrnoNoSpace, kErrorDiskFull);
   CHECK_OUTCOME(ctx_, Write(ctx_), KIV_ST_FILE_READ, kErrnoNoSpace);
 }

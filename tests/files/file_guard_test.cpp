@@ -1,5 +1,5 @@
-// The lease guard in failover mode: which operations of files call it, and that it comes before
-// everything else; and the sharing that failover mode asks for.
+// The lease guard in failover mode: the file operations that run it, and that it runs before
+// everything else; and the share mode that failover mode sets.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -24,7 +24,7 @@ char buffer[1029];
 struct Operation {
   const char* name;
   std::function<uint32_t()> good;
-  std::function<uint32_t()> refused = nullptr;  // with arguments that are bad, where there are any
+  std::function<uint32_t()> refused = nullptr;  // with bad arguments; null if it checks none
 };
 
 const Operation kGuarded[] = {
@@ -84,7 +84,7 @@ const Operation kNeverGuarded[] = {
     {"KivSdFileLockProcInfo", [] { return KivSdFileLockProcInfo(nullptr); }},
 };
 
-TEST(FileGuard, RunsOnceForEveryValueOfTheMode) {
+TEST(FileGuard, RunsOnceForEveryModeValue) {
   for (const int mode : {1, 2, 0x80, 0xFF}) {
     GuardWatch guard(static_cast<uint8_t>(mode));
     for (const Operation& operation : kGuarded) {
@@ -94,7 +94,7 @@ TEST(FileGuard, RunsOnceForEveryValueOfTheMode) {
   }
 }
 
-TEST(FileGuard, RunsBeforeAnArgumentIsRefused) {
+TEST(FileGuard, RunsBeforeTheArgumentChecks) {
   GuardWatch guard;
   for (const Operation& operation : kGuarded) {
     if (operation.refused == nullptr) continue;
@@ -103,7 +103,7 @@ TEST(FileGuard, RunsBeforeAnArgumentIsRefused) {
   }
 }
 
-TEST(FileGuard, NeverRunsForClosingKindsOfTransferAndLocks) {
+TEST(FileGuard, NeverRunsForCloseTransferKindsAndLocks) {
   GuardWatch guard;
   for (const Operation& operation : kNeverGuarded) {
     operation.good();
@@ -121,7 +121,7 @@ TEST(FileGuard, DoesNotRunOutsideFailoverMode) {
   }
 }
 
-TEST(FileGuard, ThatIsNotThereIsNotMissed) {
+TEST(FileGuard, IsOptional) {
   GuardWatch guard;
   KivSdSetLeaseGuardAccessFunction(nullptr);
   for (const Operation& operation : kGuarded) {
@@ -135,7 +135,7 @@ TEST(FileGuard, ThatIsNotThereIsNotMissed) {
 
 // ---- Before anything is done ----
 
-// The calls that the runtime and the system had received when the guard ran.
+// Count of calls of the runtime and the system, and their count when the guard ran.
 uint32_t callsSoFar;
 uint32_t callsBeforeGuard;
 bool guardSawOutput;
@@ -150,7 +150,7 @@ void NoteCalls() {
   guardSawOutput = guardSawOutput || word != kUntouched || word64 != kUntouched || flag != 99;
 }
 
-TEST(FileGuard, RunsBeforeTheRuntimeIsAskedAndAnythingIsWritten) {
+TEST(FileGuard, RunsBeforeTheRuntimesCallsAndBeforeAnyOutputIsWritten) {
   std::vector<std::unique_ptr<ImportPatch>> patches;
   for (const char* call :
        {"_creat", "_open", "_sopen", "_read", "_write", "_get_osfhandle", "_commit", "_lseek",
@@ -189,7 +189,7 @@ TEST(FileGuard, RunsBeforeTheRuntimeIsAskedAndAnythingIsWritten) {
 
 const char* breach;
 
-// Ends the thread where the runtime's routine would end the process.
+// Replaces the runtime's assertion routine: ends only the thread, not the process.
 void EndThread(const char* condition, const char*, unsigned) {
   breach = condition;
   ExitThread(0);
@@ -221,7 +221,7 @@ TEST(FileGuard, RunsBeforeAProgrammingErrorEndsTheProcess) {
 
 // ---- Sharing ----
 
-TEST(FileGuard, ModeSharesWhatIsOpenedWhateverTheCallerAsked) {
+TEST(FileGuard, ModeOverridesTheCallersShareFlags) {
   const ScriptedImport open("_sopen", {.result = 77});
   for (const int mode : {1, 2, 0x80, 0xFF}) {
     const GuardWatch guard(static_cast<uint8_t>(mode));

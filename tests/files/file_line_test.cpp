@@ -1,4 +1,4 @@
-// Reading lines: every length of line against every size of buffer, and what the runtime is asked.
+// Reading lines: every length of line with every size of buffer, and the calls of the runtime.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,7 +26,7 @@ class FileLine : public testing::Test {
   std::string path() const { return folder_.Path("file"); }
   void Fill(const std::string& bytes) { folder_.Write("file", bytes); }
 
-  // One line into a buffer of exactly that size; it must be terminated.
+  // Reads a line of `length` bytes into a buffer of `sizeBytes`, and checks that it is terminated.
   std::string ReadLine(uint32_t file, uint32_t sizeBytes, size_t length) {
     GuardedBytes buffer(sizeBytes);
     CHECK_OK(ctx_, KivSdFileGets(ctx_, file, buffer.text(), sizeBytes));
@@ -35,8 +35,7 @@ class FileLine : public testing::Test {
     return std::string(buffer.text(), length);
   }
 
-  // Reads a file to its end and compares each piece, and the position behind it, with what the
-  // bytes say.
+  // Reads a file of these bytes to its end. Checks each piece, and the file's position after it.
   void ExpectPieces(const std::string& bytes, uint32_t sizeBytes) {
     SCOPED_TRACE(testing::PrintToString(bytes) + " in " + std::to_string(sizeBytes));
     Fill(bytes);
@@ -84,14 +83,14 @@ TEST_F(FileLine, IsReadInPiecesThatFit) {
   }
 }
 
-TEST_F(FileLine, OfEveryLengthAgainstABufferOfEight) {
+TEST_F(FileLine, OfEveryLengthIsReadThroughABufferOfEightBytes) {
   for (size_t length = 0; length <= 24; ++length) {
     ExpectPieces(std::string(length, 'x') + "\nrest", 8);
     ExpectPieces(std::string(length, 'x'), 8);
   }
 }
 
-TEST_F(FileLine, ThatEndsAtTheBuffersLimitLeavesThePositionBehindTheLineFeed) {
+TEST_F(FileLine, ThatFillsTheBufferLeavesThePositionBehindTheLineFeed) {
   Fill("abc\ndef\n");
   Stream stream(path());
   EXPECT_EQ(ReadLine(stream, 5, 4), "abc\n");
@@ -99,7 +98,7 @@ TEST_F(FileLine, ThatEndsAtTheBuffersLimitLeavesThePositionBehindTheLineFeed) {
   EXPECT_EQ(ReadLine(stream, 5, 4), "def\n");
 }
 
-TEST_F(FileLine, WhoseLineFeedHasNoRoomComesInTwoPieces) {
+TEST_F(FileLine, WhoseLineFeedDoesNotFitIsReadInTwoPieces) {
   Fill("abc\ndef\n");
   Stream stream(path());
   EXPECT_EQ(ReadLine(stream, 4, 3), "abc");
@@ -108,7 +107,7 @@ TEST_F(FileLine, WhoseLineFeedHasNoRoomComesInTwoPieces) {
   EXPECT_EQ(stream.Position(), 4u);
 }
 
-TEST_F(FileLine, IsReadFromWhereverThePositionIs) {
+TEST_F(FileLine, IsReadFromThePosition) {
   Fill("abc\ndef\nghi\n");
   Stream stream(path());
   stream.MoveTo(6);
@@ -116,7 +115,7 @@ TEST_F(FileLine, IsReadFromWhereverThePositionIs) {
   EXPECT_EQ(stream.Position(), 8u);
 }
 
-TEST_F(FileLine, OfABufferOfOneByteIsEmptyAndReadsNothing) {
+TEST_F(FileLine, IsEmptyInABufferOfOneByteWithoutReading) {
   const ScriptedImport tell("_tell", {.result = kFailed});
   const ScriptedImport read("_read", {.result = kFailed});
   GuardedBytes buffer(1);
@@ -145,7 +144,7 @@ TEST_F(FileLine, NeedsNoContext) {
   EXPECT_EQ(KivSdFileGets(nullptr, stream, buffer, sizeof buffer), KIV_ST_FILE_END);
 }
 
-TEST_F(FileLine, InTextModeIsFollowedOneByteEarlyForEachCarriageReturnDropped) {
+TEST_F(FileLine, InTextModeLeavesThePositionOneByteEarlyForEachDroppedCarriageReturn) {
   Fill("ab\r\ncd\r\n");
   Stream stream(path(), kText);
   EXPECT_EQ(ReadLine(stream, 100, 3), "ab\n");
@@ -154,9 +153,9 @@ TEST_F(FileLine, InTextModeIsFollowedOneByteEarlyForEachCarriageReturnDropped) {
   EXPECT_EQ(ReadLine(stream, 100, 3), "cd\n");
 }
 
-// ---- What the runtime is asked ----
+// ---- Calls of the runtime ----
 
-TEST_F(FileLine, IsReadWithRoomForTheTerminator) {
+TEST_F(FileLine, LeavesRoomForTheTerminator) {
   Fill("abc\ndef\n");
   Stream stream(path());
   stream.MoveTo(1);
@@ -175,7 +174,7 @@ TEST_F(FileLine, IsReadWithRoomForTheTerminator) {
   EXPECT_STREQ(buffer, "bc\n");
 }
 
-TEST_F(FileLine, WhoseLineFeedIsTheLastByteReadIsMovedToToo) {
+TEST_F(FileLine, MovesThePositionEvenIfTheLineFeedIsTheLastByteRead) {
   Fill("abc\ndef\n");
   Stream stream(path());
   char buffer[16];
@@ -185,7 +184,7 @@ TEST_F(FileLine, WhoseLineFeedIsTheLastByteReadIsMovedToToo) {
   EXPECT_EQ(static_cast<uint32_t>(seek.calls()[0][1]), 4u);
 }
 
-TEST_F(FileLine, WithoutALineFeedMovesNothingBack) {
+TEST_F(FileLine, WithoutALineFeedDoesNotMoveThePositionBack) {
   Fill("abcdef");
   Stream stream(path());
   char buffer[16];
@@ -197,7 +196,7 @@ TEST_F(FileLine, WithoutALineFeedMovesNothingBack) {
   EXPECT_TRUE(seek.calls().empty());
 }
 
-TEST_F(FileLine, FailsWhenTheFileCannotBeAskedReadOrMoved) {
+TEST_F(FileLine, FailsIfThePositionCannotBeReadOrMovedOrTheReadFails) {
   Fill("ab\ncd");
   Stream stream(path());
   char buffer[16];
@@ -212,7 +211,7 @@ TEST_F(FileLine, FailsWhenTheFileCannotBeAskedReadOrMoved) {
   }
 }
 
-TEST_F(FileLine, IsNotReadOnceTheFileCannotTellItsPosition) {
+TEST_F(FileLine, IsNotReadIfThePositionCannotBeRead) {
   const ScriptedImport tell("_tell", {.result = kFailed, .error = EBADF});
   const ScriptedImport read("_read", {.result = 1});
   char buffer[16];
@@ -220,7 +219,7 @@ TEST_F(FileLine, IsNotReadOnceTheFileCannotTellItsPosition) {
   EXPECT_TRUE(read.calls().empty());
 }
 
-TEST_F(FileLine, OfANegativeCountIsAFailureWithoutAnError) {
+TEST_F(FileLine, FailsWithoutAnErrorIfTheCountIsNegative) {
   Stream stream(path());
   for (const intptr_t count : {intptr_t{-2}, intptr_t{INT32_MIN}}) {
     const StubbedImport odd("_read", count, EIO, 7777);
@@ -230,23 +229,23 @@ TEST_F(FileLine, OfANegativeCountIsAFailureWithoutAnError) {
   }
 }
 
-TEST_F(FileLine, OfAClosedDescriptorIsAFailure) {
+TEST_F(FileLine, FailsForAClosedDescriptor) {
   char buffer[16];
   CHECK_OUTCOME(ctx_, KivSdFileGets(ctx_, ClosedDescriptor(path()), buffer, sizeof buffer),
                 KIV_ST_FILE_GETS, EBADF);
 }
 
-TEST_F(FileLine, LetsTheGuardSeeEachOfItsOperations) {
+TEST_F(FileLine, RunsTheGuardForEachOperation) {
   Fill("ab\ncd");
   Stream stream(path());
   char buffer[16];
   GuardWatch guard;
   CHECK_OK(ctx_, KivSdFileGets(ctx_, stream, buffer, 1));
-  EXPECT_EQ(guard.TakeRuns(), 1u) << "nothing to read";
+  EXPECT_EQ(guard.TakeRuns(), 1u) << "reads nothing";
   CHECK_OK(ctx_, KivSdFileGets(ctx_, stream, buffer, 16));
-  EXPECT_EQ(guard.TakeRuns(), 3u) << "read and moved back";
+  EXPECT_EQ(guard.TakeRuns(), 3u) << "reads and moves back";
   CHECK_OK(ctx_, KivSdFileGets(ctx_, stream, buffer, 16));
-  EXPECT_EQ(guard.TakeRuns(), 2u) << "read";
+  EXPECT_EQ(guard.TakeRuns(), 2u) << "only reads";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Lists of files made of find records: sizes, times, and the blocks of the memory manager.
+// Lists of files, built from find records: sizes, times, and blocks of the memory manager.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -24,7 +24,7 @@ KivSdFileTime TimeOf(uint64_t intervals) {
   return {static_cast<uint32_t>(intervals), static_cast<uint32_t>(intervals >> 32)};
 }
 
-// A found file. The search's own place for the name is left alone, to see that it is not asked.
+// A find record of a file. Only record.name holds the name: the list must not use record.data.name.
 class Found {
  public:
   explicit Found(const std::string& name, uint64_t written = k1970) : name_(name) {
@@ -69,7 +69,7 @@ TEST(FileTime, BeginsIn1601) {
   EXPECT_EQ(Seconds(uint64_t{INT64_MAX}), 910'692'730'085);
 }
 
-TEST(FileSizeAndTime, AreOfTheLowHalfAndOfTheLastWriting) {
+TEST(FileSizeAndTime, AreTheSizesLowHalfAndTheTimeOfTheLastWrite) {
   const Found found("name", k1970 + 7 * kIntervalsPerSecond);
   Guarded<uint32_t> size;
   Guarded<int64_t> time;
@@ -78,7 +78,7 @@ TEST(FileSizeAndTime, AreOfTheLowHalfAndOfTheLastWriting) {
   EXPECT_EQ(*time, 7);
 }
 
-TEST(FileSizeAndTime, AreToldAsAskedFor) {
+TEST(FileSizeAndTime, AreOptionalOutputs) {
   const Found found("name");
   Guarded<uint32_t> size;
   EXPECT_EQ(KivSdGetFileSizeAndCreateDate(found, size, nullptr), 0u);
@@ -86,7 +86,7 @@ TEST(FileSizeAndTime, AreToldAsAskedFor) {
   EXPECT_EQ(KivSdGetFileSizeAndCreateDate(found, nullptr, nullptr), 0u);
 }
 
-TEST(FileSizeAndTime, AreNotToldOfNothing) {
+TEST(FileSizeAndTime, AreNotStoredWithoutARecord) {
   Guarded<uint32_t> size;
   Guarded<int64_t> time;
   EXPECT_EQ(KivSdGetFileSizeAndCreateDate(nullptr, size, time), 1u);
@@ -138,7 +138,7 @@ TEST(FileList, GrowsAtItsEndAndShrinksToItsHead) {
   EXPECT_EQ(blocks.freed(), uint64_t{kItems - 1});
 }
 
-TEST(FileList, IsLeftAloneWhenSomethingIsMissing) {
+TEST(FileList, IsUnchangedIfAnArgumentIsNull) {
   const BlockCount blocks;
   Guarded<KivSdFileListItem> item;
   for (const uint8_t append : {uint8_t{0}, uint8_t{1}}) {
@@ -149,7 +149,7 @@ TEST(FileList, IsLeftAloneWhenSomethingIsMissing) {
   EXPECT_EQ(blocks.allocated(), 0u);
 }
 
-TEST(FileList, TakesTheLongestNameAndCutsALongerOne) {
+TEST(FileList, StoresTheLongestNameAndCutsLongerOnes) {
   const std::string longest(1031, 'n');
   Guarded<KivSdFileListItem> item;
   ASSERT_EQ(KivSdAddFileListItem(item, Found(longest), 0), 0u);
@@ -161,13 +161,13 @@ TEST(FileList, TakesTheLongestNameAndCutsALongerOne) {
   EXPECT_STREQ(item->name, "");
 }
 
-TEST(FileList, IsGuarded) {
+TEST(FileList, RunsTheGuard) {
   GuardWatch guard;
   KivSdFileListItem item = {};
   EXPECT_EQ(KivSdAddFileListItem(&item, Found("name"), 0), 0u);
   EXPECT_EQ(KivSdDeleteFileListItems(&item), 0u);
   EXPECT_EQ(KivSdGetFileSizeAndCreateDate(Found("name"), nullptr, nullptr), 0u);
-  EXPECT_EQ(guard.TakeRuns(), 4u);  // adding asks for size and time by the operation for it
+  EXPECT_EQ(guard.TakeRuns(), 4u);  // adding an item calls KivSdGetFileSizeAndCreateDate
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Opening and closing files, and what the runtime is asked for.
+// Opening and closing files, and the arguments of the runtime's calls.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -20,7 +20,7 @@ constexpr char kNotExclusive[] = "(iOFlag & KIV_FILEO_EXCL) != KIV_FILEO_EXCL";
 constexpr char kSource[] = "sd/sdfiow32";
 constexpr uint32_t kFlags = kBinary | kReadWrite | kCreate;
 
-// ---- Each way to open a file, called alike ----
+// ---- The operations that open a file, with one signature ----
 
 uint32_t Create(KivSdContext* ctx, const char* path, uint32_t, uint32_t* file) {
   return KivSdFileCreate(ctx, path, kBothPermissions, file);
@@ -95,7 +95,7 @@ TEST(FileOpen, NeedsNoContext) {
   }
 }
 
-TEST(FileOpen, OfAFileThatIsThereKeepsItsContent) {
+TEST(FileOpen, OfAnExistingFileKeepsItsContent) {
   const TemporaryFolder folder;
   folder.Write("file", "content");
   for (const Operation& operation : kOpening) {
@@ -107,7 +107,7 @@ TEST(FileOpen, OfAFileThatIsThereKeepsItsContent) {
   }
 }
 
-TEST(FileOpen, TruncatesAndAppendsWhenAsked) {
+TEST(FileOpen, TruncatesAndAppendsByTheFlags) {
   const TemporaryFolder folder;
   for (const Operation& operation : kOpening) {
     SCOPED_TRACE(operation.name);
@@ -126,7 +126,7 @@ TEST(FileOpen, TruncatesAndAppendsWhenAsked) {
   }
 }
 
-TEST(FileCreate, EmptiesAFileThatIsThere) {
+TEST(FileCreate, EmptiesAnExistingFile) {
   const TemporaryFolder folder;
   folder.Write("file", "content");
   uint32_t file = kUntouched;
@@ -136,7 +136,7 @@ TEST(FileCreate, EmptiesAFileThatIsThere) {
   EXPECT_EQ(ContentOf(folder.Path("file")), "");
 }
 
-TEST(FileOpen, OfAFileThatIsMissingFailsAndYieldsNoFile) {
+TEST(FileOpen, OfAMissingFileFailsAndStoresNoFile) {
   const TemporaryFolder folder;
   Context ctx;
   for (const Operation& operation : kOpening) {
@@ -148,7 +148,7 @@ TEST(FileOpen, OfAFileThatIsMissingFailsAndYieldsNoFile) {
   }
 }
 
-TEST(FileOpen, BelowAMissingFolderFailsAndYieldsNoFile) {
+TEST(FileOpen, BelowAMissingFolderFailsAndStoresNoFile) {
   const TemporaryFolder folder;
   Context ctx;
   for (const Operation& operation : kAll) {
@@ -162,7 +162,7 @@ TEST(FileOpen, BelowAMissingFolderFailsAndYieldsNoFile) {
   }
 }
 
-TEST(FileOpenExclusive, RefusesAFileThatIsThereAndLeavesIt) {
+TEST(FileOpenExclusive, RefusesAnExistingFileAndKeepsItsContent) {
   const TemporaryFolder folder;
   folder.Write("file", "content");
   Context ctx;
@@ -176,7 +176,7 @@ TEST(FileOpenExclusive, RefusesAFileThatIsThereAndLeavesIt) {
   }
 }
 
-TEST(FileOpenExclusive, TakesTheFlagFromTheCallerToo) {
+TEST(FileOpenExclusive, AcceptsTheExclusiveFlagFromTheCaller) {
   const TemporaryFolder folder;
   for (const Operation& operation : kOpeningExclusively) {
     SCOPED_TRACE(operation.name);
@@ -188,13 +188,13 @@ TEST(FileOpenExclusive, TakesTheFlagFromTheCallerToo) {
   }
 }
 
-// ---- What the runtime is asked for ----
+// ---- Arguments of the runtime's calls ----
 
-TEST(FileOpen, HandsItsArgumentsToTheRuntime) {
+TEST(FileOpen, PassesItsArgumentsToTheRuntime) {
   struct {
     Operation operation;
     const char* call;
-    std::vector<uint32_t> expected;  // after the path
+    std::vector<uint32_t> expected;  // arguments after the path
   } const cases[] = {
       {kCreating, "_creat", {kBothPermissions}},
       {kOpening[0], "_open", {0x9A0B, kBothPermissions}},
@@ -220,7 +220,7 @@ TEST(FileOpen, HandsItsArgumentsToTheRuntime) {
 
 // ---- Arguments ----
 
-TEST(FileOpen, NeedsAPathAndAPlaceForTheDescriptor) {
+TEST(FileOpen, NeedsAPathAndAnOutput) {
   Context ctx;
   const ScriptedImport creat("_creat", {.result = 77});
   const ScriptedImport open("_open", {.result = 77});
@@ -252,7 +252,7 @@ TEST(FileOpenDeathTest, SOpenRefusesTheExclusiveFlag) {
   EXPECT_ASSERTION(OpenShared(nullptr, "", 0x8502, &file), kNotExclusive, kSource, 652);
 }
 
-TEST(FileOpen, EveryFlagButTheExclusiveOneIsAccepted) {
+TEST(FileOpen, AcceptsEveryFlagExceptTheExclusiveOne) {
   const ScriptedImport open("_open", {.result = 77});
   const ScriptedImport sopen("_sopen", {.result = 77});
   uint32_t file = 0;
@@ -265,7 +265,7 @@ TEST(FileOpen, EveryFlagButTheExclusiveOneIsAccepted) {
 
 // ---- Closing ----
 
-TEST(FileClose, OfNoFileFailsWithoutAskingTheRuntime) {
+TEST(FileClose, OfNoFileFailsWithoutACallOfTheRuntime) {
   Context ctx;
   const ScriptedImport close("_close", {.result = 0});
   CHECK_OUTCOME(ctx, KivSdFileClose(ctx, KIV_FILE_NONE), KIV_ST_FILE_CLOSE, 9u);

@@ -1,4 +1,4 @@
-// Positions and lengths of real files, also past 4 GiB, and flushing.
+// Positions and lengths of real files, including files larger than 4 GiB, and flushing.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -31,7 +31,7 @@ using FileFlush = FilePosition;
 
 // ---- Seeking and telling ----
 
-TEST_F(FilePosition, IsCountedFromTheStartFromHereAndFromTheEnd) {
+TEST_F(FilePosition, CountsFromTheStartThePositionOrTheEnd) {
   Fill("0123456789");
   Stream stream(path());
   struct {
@@ -69,7 +69,7 @@ TEST_F(FilePosition, IsWhereTheNextReadBegins) {
   EXPECT_EQ(told, 3u);
 }
 
-TEST_F(FilePosition, BeforeTheStartIsAFailureThatMovesNothing) {
+TEST_F(FilePosition, BeforeTheStartFailsAndStaysUnchanged) {
   Fill("0123456789");
   Stream stream(path());
   stream.MoveTo(3);
@@ -86,14 +86,14 @@ TEST_F(FilePosition, BeforeTheStartIsAFailureThatMovesNothing) {
   EXPECT_EQ(stream.Position(), 3u);
 }
 
-TEST_F(FilePosition, FromNowhereIsAFailure) {
+TEST_F(FilePosition, FailsForAnUnknownOrigin) {
   Stream stream(path());
   uint32_t position = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileLSeek(ctx_, stream, 0, 3, &position), KIV_ST_FILE_SEEK, EINVAL);
   EXPECT_EQ(position, 0xFFFFFFFFu);
 }
 
-TEST_F(FilePosition, OfAClosedDescriptorIsAFailure) {
+TEST_F(FilePosition, FailsForAClosedDescriptor) {
   const uint32_t closed = ClosedDescriptor(path());
   uint32_t position = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileTell(ctx_, closed, &position), KIV_ST_FILE_TELL, EBADF);
@@ -107,7 +107,7 @@ TEST_F(FilePosition, OfAClosedDescriptorIsAFailure) {
   EXPECT_EQ(position64, kAllBits);
 }
 
-TEST_F(FilePosition, GoesPastFourGibibytesIn64Bits) {
+TEST_F(FilePosition, ReachesPastFourGibibytesIn64Bits) {
   Stream stream(path());
   const uint64_t far = 3 * kFourGiB + 5;
   uint64_t position = kUntouched;
@@ -123,7 +123,7 @@ TEST_F(FilePosition, GoesPastFourGibibytesIn64Bits) {
   EXPECT_EQ(stream.Read(), "x");
 }
 
-TEST_F(FilePosition, GoesUpToTwoGibibytesIn32Bits) {
+TEST_F(FilePosition, ReachesTwoGibibytesIn32Bits) {
   Stream stream(path());
   uint32_t position = kUntouched;
   CHECK_OK(ctx_, KivSdFileLSeek(ctx_, stream, 0x7FFFFFFF, kFromStart, &position));
@@ -148,7 +148,7 @@ TEST_F(FileLength, IsCountedInBytes) {
   }
 }
 
-TEST_F(FileLength, OfAClosedDescriptorIsAFailure) {
+TEST_F(FileLength, FailsForAClosedDescriptor) {
   const uint32_t closed = ClosedDescriptor(path());
   uint32_t length = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileLength(ctx_, closed, &length), KIV_ST_FILE_LENGTH, EBADF);
@@ -156,7 +156,7 @@ TEST_F(FileLength, OfAClosedDescriptorIsAFailure) {
   EXPECT_EQ(KivSdFileLength(nullptr, closed, &length), KIV_ST_FILE_LENGTH);
 }
 
-TEST_F(FileEnd, IsTold) {
+TEST_F(FileEnd, IsReported) {
   Fill("ab");
   Stream stream(path());
   for (const int expected : {0, 0, 1}) {
@@ -168,7 +168,7 @@ TEST_F(FileEnd, IsTold) {
   }
 }
 
-TEST_F(FileEnd, OfAClosedDescriptorIsNotKnownAndNoFailure) {
+TEST_F(FileEnd, OfAClosedDescriptorIsReportedAsUnknownWithoutFailure) {
   uint8_t atEnd = 99;
   CHECK_OK(ctx_, KivSdFileEof(ctx_, ClosedDescriptor(path()), &atEnd));
   EXPECT_EQ(atEnd, 0xFF);
@@ -191,14 +191,14 @@ TEST_F(FileEnd, CanBeSetBackAndForth) {
   EXPECT_EQ(ContentOf(path()), "");
 }
 
-TEST_F(FileEnd, IsSetWithoutOutputsToo) {
+TEST_F(FileEnd, IsSetWithNullOutputsToo) {
   Fill("0123456789");
   Stream stream(path());
   EXPECT_EQ(KivSdFileSetEndOfFile(nullptr, stream, 3, nullptr, nullptr), KIV_ST_OK);
   EXPECT_EQ(ContentOf(path()), "012");
 }
 
-TEST_F(FileEnd, IsSetByTheLower32BitsOfBothNumbers) {
+TEST_F(FileEnd, IsSetByTheLower32BitsOfTheFileAndTheLength) {
   Fill("0123456789");
   Stream stream(path());
   uint32_t newLength = kUntouched;
@@ -215,7 +215,7 @@ TEST_F(FileEnd, IsSetByTheLower32BitsOfBothNumbers) {
   EXPECT_EQ(static_cast<uint32_t>(resize.calls()[0][1]), 0xFFFFFFFFu);
 }
 
-TEST_F(FileEnd, OfAFileThatIsOnlyReadIsNotSet) {
+TEST_F(FileEnd, CannotBeSetInAFileOpenedForReading) {
   Fill("0123456789");
   uint32_t file = 0;
   ASSERT_EQ(KivSdFileOpen(nullptr, path().c_str(), kReadOnly, 0, &file), KIV_ST_OK);
@@ -224,7 +224,7 @@ TEST_F(FileEnd, OfAFileThatIsOnlyReadIsNotSet) {
   EXPECT_EQ(KivSdFileSetEndOfFile(ctx_, file, 4, &newLength, &osError), KIV_ST_DIRECT_SET_END);
   EXPECT_EQ(ctx_.status(), KIV_ST_DIRECT_SET_END);
   EXPECT_EQ(ctx_.osError(), osError);
-  EXPECT_TRUE(osError == EACCES || osError == EINVAL) << osError << ": of Windows, or of Wine";
+  EXPECT_TRUE(osError == EACCES || osError == EINVAL) << osError;  // Windows, or Wine
   EXPECT_EQ(newLength, 0u);
   EXPECT_EQ(KivSdFileSetEndOfFile(nullptr, file, 4, nullptr, nullptr), KIV_ST_DIRECT_SET_END);
   EXPECT_EQ(KivSdFileClose(nullptr, file), KIV_ST_OK);
@@ -240,16 +240,16 @@ TEST_F(FileFlush, Succeeds) {
   EXPECT_EQ(KivSdFileFlush(nullptr, stream), KIV_ST_OK);
 }
 
-TEST_F(FileFlush, HandsTheDescriptorToTheRuntime) {
+TEST_F(FileFlush, PassesTheDescriptorToTheRuntime) {
   const ScriptedImport commit("_commit", {.result = 0});
   CHECK_OK(ctx_, KivSdFileFlush(ctx_, 77));
   ASSERT_EQ(commit.calls().size(), 1u);
   EXPECT_EQ(static_cast<uint32_t>(commit.calls()[0][0]), 77u);
 }
 
-TEST_F(FileFlush, OfAClosedDescriptorIsAFailure) {
+TEST_F(FileFlush, FailsForAClosedDescriptor) {
   const uint32_t closed = ClosedDescriptor(path());
-  // Windows says EBADF; Wine leaves errno as it finds it.
+  // Windows sets errno to EBADF; Wine does not change errno.
   errno = EBADF;
   CHECK_OUTCOME(ctx_, KivSdFileFlush(ctx_, closed), KIV_ST_FILE_FLUSH, EBADF);
   EXPECT_EQ(KivSdFileFlush(nullptr, closed), KIV_ST_FILE_FLUSH);
@@ -257,7 +257,7 @@ TEST_F(FileFlush, OfAClosedDescriptorIsAFailure) {
 
 // ---- Arguments ----
 
-TEST_F(FilePosition, LengthAndEndNeedAPlaceForTheAnswer) {
+TEST_F(FilePosition, LengthAndEndNeedAnOutput) {
   Stream stream(path());
   CHECK_ARGUMENT(ctx_, KivSdFileTell(ctx_, stream, nullptr));
   CHECK_ARGUMENT(ctx_, KivSdFileLength(ctx_, stream, nullptr));
@@ -269,7 +269,7 @@ TEST_F(FilePosition, LengthAndEndNeedAPlaceForTheAnswer) {
 
 // ---- Kinds of transfer ----
 
-TEST(FileTransferKind, IsBothWhateverIsAsked) {
+TEST(FileTransferKind, IsDirectAndNoWaitForAllArguments) {
   Context ctx;
   for (const auto operation : {KivSdIsDirectIO, KivSdIsNoWaitIO}) {
     uint8_t flag = 99;

@@ -1,4 +1,4 @@
-// What is known of a file by its name: access, the status probe, removal.
+// Operations on files by name: access, the status probe, removal.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -49,12 +49,12 @@ using FileStatus = FileByName;
 
 // ---- Access ----
 
-TEST_F(FileAccess, IsGrantedToAFileThatIsThere) {
+TEST_F(FileAccess, IsGrantedToAnExistingFile) {
   for (const uint32_t mode : {0u, 2u, 4u, 6u}) EXPECT_EQ(Access(path().c_str(), mode), 1) << mode;
-  EXPECT_EQ(Access(folder_.Path().c_str(), 0), 1) << "a folder";
+  EXPECT_EQ(Access(folder_.Path().c_str(), 0), 1) << "a folder exists too";
 }
 
-TEST_F(FileAccess, ToWriteIsNotGrantedToAFileThatMayOnlyBeRead) {
+TEST_F(FileAccess, ToWriteIsNotGrantedToAReadOnlyFile) {
   MakeReadOnly();
   EXPECT_EQ(Access(path().c_str(), 0), 1);
   EXPECT_EQ(Access(path().c_str(), 4), 1);
@@ -62,7 +62,7 @@ TEST_F(FileAccess, ToWriteIsNotGrantedToAFileThatMayOnlyBeRead) {
   EXPECT_EQ(Access(path().c_str(), 6), 0);
 }
 
-TEST_F(FileAccess, IsNotGrantedToAFileThatIsMissingAndThatIsNoFailure) {
+TEST_F(FileAccess, IsNotGrantedToAMissingFileWithoutFailure) {
   for (const uint32_t mode : {0u, 2u, 4u, 6u}) {
     EXPECT_EQ(Access(folder_.Path("missing").c_str(), mode), 0) << mode;
   }
@@ -70,7 +70,7 @@ TEST_F(FileAccess, IsNotGrantedToAFileThatIsMissingAndThatIsNoFailure) {
   EXPECT_EQ(Access(nullptr, 0), 0);
 }
 
-TEST_F(FileAccess, IsWhatTheRuntimeSays) {
+TEST_F(FileAccess, IsTheRuntimesResult) {
   const ScriptedImport access("_access", {.result = kFailed, .error = EACCES, .failCount = 1});
   EXPECT_EQ(Access(path().c_str(), 6), 0);
   EXPECT_EQ(Access(path().c_str(), 6), 1);
@@ -79,7 +79,7 @@ TEST_F(FileAccess, IsWhatTheRuntimeSays) {
   EXPECT_EQ(static_cast<uint32_t>(access.calls()[0][1]), 6u);
 }
 
-TEST_F(FileAccess, NeedsAPlaceForTheAnswer) {
+TEST_F(FileAccess, NeedsAnOutput) {
   CHECK_ARGUMENT(ctx_, KivSdFileAccess(ctx_, path().c_str(), 0, nullptr));
   EXPECT_EQ(KivSdFileAccess(nullptr, path().c_str(), 0, nullptr), KIV_ST_ARGUMENT);
   uint8_t granted = 99;
@@ -96,7 +96,7 @@ TEST_F(FileRemove, RemovesTheFile) {
   EXPECT_EQ(KivSdFileRemove(nullptr, path().c_str()), KIV_ST_FILE_REMOVE);
 }
 
-TEST_F(FileRemove, LeavesAFileThatMayOnlyBeRead) {
+TEST_F(FileRemove, FailsForAReadOnlyFile) {
   MakeReadOnly();
   CHECK_OUTCOME(ctx_, KivSdFileRemove(ctx_, path().c_str()), KIV_ST_FILE_REMOVE, EACCES);
   EXPECT_EQ(ContentOf(path()), "content");
@@ -109,23 +109,23 @@ TEST_F(FileRemove, NeedsAPath) {
   EXPECT_TRUE(unlink.calls().empty());
 }
 
-// ---- Status: every state, on real files where the system knows the state ----
+// ---- Status: every state, on real files where possible ----
 
-TEST_F(FileStatus, OfAFileThatNobodyHasIsFree) {
+TEST_F(FileStatus, OfAClosedFileIsFree) {
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
   EXPECT_EQ(ContentOf(path()), "content");
 }
 
-TEST_F(FileStatus, OfAFileThatIsOpenIsInUse) {
+TEST_F(FileStatus, OfAnOpenFileIsInUse) {
   Stream stream(path());
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_INUSE);
   stream.Close();
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
 }
 
-TEST_F(FileStatus, OfAFileThatMayOnlyBeReadIsInUse) {
+TEST_F(FileStatus, OfAReadOnlyFileIsInUse) {
   MakeReadOnly();
-  // Windows refuses to open it for writing; Wine does not when it runs as the superuser.
+  // Windows refuses to open the file for writing. Wine, run as the superuser, opens it.
   const HANDLE opened = CreateFileA(path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
   const bool refused = opened == INVALID_HANDLE_VALUE;
@@ -135,14 +135,14 @@ TEST_F(FileStatus, OfAFileThatMayOnlyBeReadIsInUse) {
 
 TEST_F(FileStatus, OfAFolderIsInUse) { EXPECT_EQ(StatusOf(folder_.Path()), KIV_FSTAT_INUSE); }
 
-TEST_F(FileStatus, OfAFileThatIsMissingIsUnsettled) {
+TEST_F(FileStatus, OfAMissingFileIsUnsettled) {
   const ScriptedImport open("_sopen", {.result = kSomeDescriptor});
   EXPECT_EQ(StatusOf(folder_.Path("missing")), KIV_FSTAT_UNSETTLED | KIV_FSTAT_NOTEXIST);
   EXPECT_TRUE(open.calls().empty());
 }
 
-TEST_F(FileStatus, OfAFileThatMayNotBeReadIsUnsettled) {
-  // The second question is the one for reading.
+TEST_F(FileStatus, OfAnUnreadableFileIsUnsettled) {
+  // The second call checks for read access.
   const ScriptedImport access("_access", {.result = kFailed, .error = EACCES, .passFirst = 1});
   const ScriptedImport open("_sopen", {.result = kSomeDescriptor});
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_UNSETTLED | KIV_FSTAT_NOREAD);
@@ -170,7 +170,7 @@ TEST_F(FileStatus, SettlesItsOwnBitsAndKeepsAllOthers) {
   }
 }
 
-TEST_F(FileStatus, OpensTheFileForItselfAloneAndClosesItAtOnce) {
+TEST_F(FileStatus, OpensTheFileWithoutSharingAndClosesItAtOnce) {
   const ScriptedImport open("_sopen", {.result = kSomeDescriptor});
   const ScriptedImport close("_close", {.result = 0});
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
@@ -192,11 +192,11 @@ TEST_F(FileStatus, SharesTheFileInFailoverMode) {
     ASSERT_EQ(open.calls().size(), 1u);
     EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][1]), 0x8002u);
     EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][2]), 0x40u);
-    EXPECT_TRUE(close.calls().empty()) << "nothing was opened";
+    EXPECT_TRUE(close.calls().empty()) << "no file was opened";
   }
 }
 
-TEST_F(FileStatus, IsNoFailureWhateverTheRuntimeSays) {
+TEST_F(FileStatus, SucceedsEvenIfTheRuntimeFails) {
   for (const char* call : {"_access", "_sopen"}) {
     const StubbedImport failing(call, StubbedImport::kFailed, EIO, 32);
     EXPECT_NE(StatusOf(path()), 0u);
@@ -206,7 +206,7 @@ TEST_F(FileStatus, IsNoFailureWhateverTheRuntimeSays) {
   EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
 }
 
-TEST_F(FileStatus, NeedsAPathAndAWord) {
+TEST_F(FileStatus, NeedsAPathAndAnOutput) {
   uint32_t status = kUntouched;
   const ScriptedImport access("_access", {.result = 0});
   CHECK_ARGUMENT(ctx_, KivSdFileGetStatus(ctx_, nullptr, &status));

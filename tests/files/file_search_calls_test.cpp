@@ -1,8 +1,8 @@
-// Collecting names and removing trees, over folders of the test's own: what they ask of the memory
-// manager, and that no path and no name leaves its place, however long.
+// Collecting names and removing trees in simulated folders: the calls of the memory manager, and
+// that no path or name overruns its buffer, however long it is.
 //
-// This is the platform's part of file search; the linker sends the library's calls of the manager
-// here, and they are noted and passed on.
+// This file implements the platform's part of file search. The linker redirects the library's calls
+// of the manager to here; they are recorded and passed on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -79,9 +79,9 @@ struct Entry {
   bool isFolder = false;
 };
 
-std::vector<Entry> folder;  // what every folder holds
-size_t searches = 0;        // that are open
-size_t deepest = 0;         // how many were at once
+std::vector<Entry> folder;  // the content of every folder
+size_t searches = 0;        // count of open searches
+size_t deepest = 0;         // most searches open at a time
 size_t longestPath = 0;
 std::map<std::string, int> removed;
 
@@ -177,7 +177,7 @@ class FileSearchCalls : public testing::Test {
 
 // ---- Collecting names ----
 
-TEST_F(FileSearchCalls, NameTheirSourceAndTheHostsMemory) {
+TEST_F(FileSearchCalls, PassTheirSourceAndTheHostsMemory) {
   for (int i = 0; i < 17; ++i) folder.push_back({std::to_string(i)});
   uint64_t owner = 0;
   expectedOwner = &owner;
@@ -199,7 +199,7 @@ TEST_F(FileSearchCalls, NameTheirSourceAndTheHostsMemory) {
   EXPECT_EQ(calls, expected);
 }
 
-TEST_F(FileSearchCalls, GrowTheArrayWhenItIsFullAndNotBefore) {
+TEST_F(FileSearchCalls, GrowTheArrayOnlyWhenItIsFull) {
   struct {
     uint32_t names;
     size_t growths;
@@ -219,7 +219,7 @@ TEST_F(FileSearchCalls, GrowTheArrayWhenItIsFullAndNotBefore) {
   }
 }
 
-TEST_F(FileSearchCalls, PassOverTheFoldersOwnNamesWhereverTheyAre) {
+TEST_F(FileSearchCalls, SkipTheFoldersOwnNamesAtAnyPlace) {
   folder = {{".", true}, {"a"}, {"..", true}, {"..b"}, {".c"}, {"...", true}, {".", true}};
   char** names = nullptr;
   uint32_t count = 0;
@@ -232,7 +232,7 @@ TEST_F(FileSearchCalls, PassOverTheFoldersOwnNamesWhereverTheyAre) {
   EXPECT_EQ(KivSdFileFreeNames(nullptr, names, count), KIV_ST_OK);
 }
 
-TEST_F(FileSearchCalls, GiveBackNamesWhenOneDoesNotFit) {
+TEST_F(FileSearchCalls, FreeAllNamesIfOneDoesNotFit) {
   const std::string prefix(1029 - 260, 'p');
   folder = {{"short"}, {std::string(259, 'n')}};
   char** names = nullptr;
@@ -248,7 +248,7 @@ TEST_F(FileSearchCalls, GiveBackNamesWhenOneDoesNotFit) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST_F(FileSearchCalls, OfAListNameTheirSource) {
+TEST_F(FileSearchCalls, OfAListPassTheirSource) {
   KivSdFindRecord record = {};
   record.name = "name";
   KivSdFileListItem head = {};
@@ -260,7 +260,7 @@ TEST_F(FileSearchCalls, OfAListNameTheirSource) {
 
 // ---- Removing trees ----
 
-// A folder that holds itself: the paths grow until no more fits.
+// Every folder holds another, so the paths grow up to the limit.
 TEST_F(FileSearchCalls, OfARemovalEndAtTheLongestPath) {
   folder = {{"d", true}};
   CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, "d"), KIV_ST_DIR_REMOVE, 39u);
@@ -271,7 +271,7 @@ TEST_F(FileSearchCalls, OfARemovalEndAtTheLongestPath) {
   EXPECT_EQ(removed.size(), deepest + 1);
 }
 
-TEST_F(FileSearchCalls, OfARemovalTakeNamesAsLongAsTheyFit) {
+TEST_F(FileSearchCalls, OfARemovalAcceptTheLongestNamesThatFit) {
   const std::string name(259, 'n');
   folder = {{name}};
   const std::string path(1028 - 260, 'd');

@@ -1,5 +1,5 @@
-// What the collecting of names and lists of files do without memory and when the search breaks off,
-// and what they ask for.
+// Collecting names and building lists of files without memory and when the search fails, and the
+// sizes of their allocations.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -58,7 +58,7 @@ class NameCollection : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(NameCollection, TakesAnArrayThatDoublesAndABlockForEachName) {
+TEST_F(NameCollection, AllocatesAnArrayThatDoublesAndABlockForEachName) {
   const ScriptedImport malloc("malloc", {.passFirst = UINT32_MAX});
   const ScriptedImport realloc("realloc", {.passFirst = UINT32_MAX});
   CHECK_OK(ctx_, Find(ctx_));
@@ -71,7 +71,7 @@ TEST_F(NameCollection, TakesAnArrayThatDoublesAndABlockForEachName) {
   EXPECT_EQ(KivSdFileFreeNames(nullptr, names_, count_), KIV_ST_OK);
 }
 
-TEST_F(NameCollection, GivesEverythingBack) {
+TEST_F(NameCollection, IsFreedCompletely) {
   const RuntimeMemory memory;
   CHECK_OK(ctx_, Find(ctx_));
   EXPECT_EQ(memory.live(), int64_t{kFiles} + 1);
@@ -79,7 +79,7 @@ TEST_F(NameCollection, GivesEverythingBack) {
   EXPECT_EQ(memory.live(), 0);
 }
 
-TEST_F(NameCollection, WithoutMemoryLeavesNothingBehind) {
+TEST_F(NameCollection, LeaksNothingWithoutMemory) {
   constexpr uint64_t kAllocations = 1 + kFiles + 1;
   for (uint64_t failing = 1; failing <= kAllocations + 1; ++failing) {
     SCOPED_TRACE(failing);
@@ -100,7 +100,7 @@ TEST_F(NameCollection, WithoutMemoryLeavesNothingBehind) {
   }
 }
 
-TEST_F(NameCollection, ThatBreaksOffLeavesNothingBehind) {
+TEST_F(NameCollection, LeaksNothingIfTheSearchFails) {
   for (const uint32_t before : {0u, 1u, 16u, 18u}) {
     SCOPED_TRACE(before);
     const ScriptedImport next("FindNextFileA",
@@ -116,7 +116,7 @@ TEST_F(NameCollection, ThatBreaksOffLeavesNothingBehind) {
   }
 }
 
-TEST_F(NameCollection, EndsWhereTheSearchDoes) {
+TEST_F(NameCollection, EndsWhereTheSearchEnds) {
   const ScriptedImport next("FindNextFileA",
                             {.result = 0, .error = kErrorNoMoreFiles, .passFirst = 4});
   CHECK_OK(ctx_, Find(ctx_));
@@ -124,7 +124,7 @@ TEST_F(NameCollection, EndsWhereTheSearchDoes) {
   EXPECT_EQ(KivSdFileFreeNames(nullptr, names_, count_), KIV_ST_OK);
 }
 
-TEST_F(NameCollection, ThatCannotStartTakesNoMemory) {
+TEST_F(NameCollection, AllocatesNothingIfTheSearchCannotStart) {
   const ScriptedImport first("FindFirstFileA", {.result = kInvalid, .error = kErrorAccessDenied});
   const ScriptedImport close("FindClose", {.result = 1});
   const RuntimeMemory memory;
@@ -135,8 +135,8 @@ TEST_F(NameCollection, ThatCannotStartTakesNoMemory) {
   EXPECT_TRUE(close.calls().empty());
 }
 
-std::string searched;     // by the last search
-uint32_t absoluteLength;  // that the system tells of the next pattern
+std::string searched;     // pattern of the last search
+uint32_t absoluteLength;  // length that the system returns for the next pattern
 
 HANDLE WINAPI NotePattern(const char* pattern, void*) {
   searched = pattern;
@@ -174,7 +174,7 @@ TEST_F(NameCollection, SearchesForTheAbsolutePattern) {
 
 // ---- Lists ----
 
-TEST(FileListFailure, WithoutMemoryIsToldAndLeavesTheList) {
+TEST(FileListFailure, WithoutMemoryIsReportedAndKeepsTheList) {
   KivSdFindRecord found = {};
   found.name = "name";
   Guarded<KivSdFileListItem> item;
@@ -186,7 +186,7 @@ TEST(FileListFailure, WithoutMemoryIsToldAndLeavesTheList) {
   EXPECT_EQ(memory.live(), 0);
 }
 
-TEST(FileList, TakesBlocksOf1056Bytes) {
+TEST(FileList, AllocatesBlocksOf1056Bytes) {
   KivSdFindRecord found = {};
   found.name = "name";
   KivSdFileListItem head = {};

@@ -1,4 +1,4 @@
-// File search on real files: walking with a record, and collecting names.
+// File search on real files: walking a folder with a record, and collecting names.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -44,7 +44,7 @@ class FileSearch : public testing::Test {
 
 // ---- Walking ----
 
-TEST_F(FileSearch, TellsOfEachFileOnce) {
+TEST_F(FileSearch, FindsEachFileOnce) {
   Write("one.txt", "1");
   Write("two.txt", "22");
   Write("three.bin", "333");
@@ -72,7 +72,7 @@ TEST_F(FileSearch, TellsOfEachFileOnce) {
   CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
 }
 
-TEST_F(FileSearch, TellsWhenAFileWasWritten) {
+TEST_F(FileSearch, ReturnsTheTimeOfTheLastWrite) {
   Write("file", "12345");
   const FILETIME written = {0x12345678, 0x01DA0000};
   HANDLE file = CreateFileA(Path("file").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
@@ -99,7 +99,7 @@ TEST_F(FileSearch, TellsWhenAFileWasWritten) {
   CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
 }
 
-TEST_F(FileSearch, ThatFindsNothingTellsNothing) {
+TEST_F(FileSearch, ThatFindsNothingStoresNoNameAndNoAttributes) {
   Guarded<KivSdFindRecord> record;
   const char* const name = record->name;
   const uint32_t attributes = record->attributes;
@@ -116,7 +116,7 @@ TEST_F(FileSearch, ThatFindsNothingTellsNothing) {
   EXPECT_EQ(KivSdFileFindClose(nullptr, record), KIV_ST_FIND_CLOSE);
 }
 
-TEST_F(FileSearch, ThatIsOverKeepsWhatItFoundLast) {
+TEST_F(FileSearch, KeepsTheLastFileAfterItsEnd) {
   Write("only");
   KivSdFindRecord record = {};
   CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("only").c_str(), 0, &record));
@@ -138,7 +138,7 @@ TEST_F(FileSearch, NeedsARecord) {
 
 // ---- Collecting ----
 
-// What KivSdFileFind collected, freed at the end.
+// The names that KivSdFileFind collected. The destructor frees them.
 class Collected {
  public:
   ~Collected() { EXPECT_EQ(KivSdFileFreeNames(this, names_, count_), KIV_ST_OK); }
@@ -175,7 +175,7 @@ TEST_F(FileSearch, CollectsAnyNumberOfNames) {
   }
 }
 
-TEST_F(FileSearch, CollectsNothingWhereNothingMatches) {
+TEST_F(FileSearch, CollectsNothingIfNothingMatches) {
   Make("empty");
   Write("file");
   for (const char* pattern : {"*.none", "empty\\*.dat", "missing\\*", "file\\*"}) {
@@ -188,7 +188,7 @@ TEST_F(FileSearch, CollectsNothingWhereNothingMatches) {
   }
 }
 
-TEST_F(FileSearch, CollectsFoldersButNotThoseThatAreAlwaysThere) {
+TEST_F(FileSearch, CollectsFoldersExceptDotAndDotDot) {
   Make("folder");
   Make("folder\\empty");
   Make("folder\\inner");
@@ -199,10 +199,10 @@ TEST_F(FileSearch, CollectsFoldersButNotThoseThatAreAlwaysThere) {
   Collected none;
   CHECK_OK(ctx_, none.Find(ctx_, "", Path("folder\\empty\\*.*")));
   EXPECT_EQ(none.count(), 0u);
-  EXPECT_NE(none.names(), nullptr) << "an array all the same, which is to be freed";
+  EXPECT_NE(none.names(), nullptr) << "an empty array must be returned, to be freed";
 }
 
-TEST_F(FileSearch, PutsThePrefixBeforeNamesAsItIs) {
+TEST_F(FileSearch, PutsThePrefixUnchangedBeforeEachName) {
   Write("file.dat");
   struct {
     const char* prefix;
@@ -230,7 +230,7 @@ TEST_F(FileSearch, CollectsAbsoluteNamesForARelativePattern) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(FileSearch, GivesEachNameABlockOf1029Bytes) {
+TEST_F(FileSearch, StoresNamesOfUpTo1028Characters) {
   const std::string name(100, 'n');
   Write(name);
   const std::string longest(1029 - 1 - name.size(), 'p');
@@ -245,7 +245,7 @@ TEST_F(FileSearch, GivesEachNameABlockOf1029Bytes) {
   EXPECT_EQ(none.count(), 0u);
 }
 
-TEST_F(FileSearch, OfAPatternThatIsTooLongCollectsNothing) {
+TEST_F(FileSearch, CollectsNothingForAPatternThatIsTooLong) {
   Collected collected;
   const std::string pattern = Path("") + std::string(1029, 'p');
   CHECK_OK(ctx_, collected.Find(ctx_, nullptr, pattern));
@@ -255,7 +255,7 @@ TEST_F(FileSearch, OfAPatternThatIsTooLongCollectsNothing) {
   EXPECT_EQ(collected.names(), nullptr);
 }
 
-TEST_F(FileSearch, NeedsAPatternAndPlacesForWhatItCollects) {
+TEST_F(FileSearch, NeedsAPatternAndOutputs) {
   char* name = nullptr;
   char** names = &name;
   uint32_t count = 4711;
@@ -268,7 +268,7 @@ TEST_F(FileSearch, NeedsAPatternAndPlacesForWhatItCollects) {
             KIV_ST_ARGUMENT);
 }
 
-TEST_F(FileSearch, FreesNoNamesOfNoArray) {
+TEST_F(FileSearch, FreesNothingWithoutAnArray) {
   EXPECT_EQ(KivSdFileFreeNames(nullptr, nullptr, 5), KIV_ST_OK);
 }
 
@@ -295,7 +295,7 @@ TEST_F(FileSearch, RunsTheGuardFirst) {
   EXPECT_EQ(guard.TakeRuns(), 0u);
   Collected collected;
   EXPECT_EQ(collected.Find(nullptr, nullptr, pattern), KIV_ST_OK);
-  EXPECT_EQ(guard.TakeRuns(), 5u);  // its own, three steps of the search, the parent path
+  EXPECT_EQ(guard.TakeRuns(), 5u);  // itself, three steps of the search, the parent path
   EXPECT_EQ(KivSdFileFreeNames(nullptr, nullptr, 0), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 1u);
 }

@@ -1,4 +1,4 @@
-// Files that two processes open, and what the one lets the other do.
+// Files that two processes open, with all share flags.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -15,7 +15,8 @@ namespace {
 
 using namespace kiv::test;
 
-// Opens a file for reading and writing with the share flags, and holds it until it is told to go.
+// {path, share flags, ready, go, mode}: opens a file for reading and writing, sets `ready`, and
+// holds the file until `go`.
 const RegisteredRole holder("holder", [](const RoleArguments& arguments) {
   const auto shareFlags = static_cast<uint32_t>(std::stoul(arguments.at(1)));
   if (arguments.at(4) == "failover") KivSdSetFailoverModeFlag(1);
@@ -31,7 +32,7 @@ const RegisteredRole holder("holder", [](const RoleArguments& arguments) {
   return kRoleDone;
 });
 
-// Another process that holds a file while this lives.
+// Another process, which holds a file during the object's lifetime.
 class Holder {
  public:
   Holder(const std::string& path, uint32_t shareFlags, bool failover = false)
@@ -56,8 +57,8 @@ class SharedFile : public testing::Test {
 
   std::string path() const { return folder_.Path("file"); }
 
-  // Whether the file can be opened for `access` while it lets others do all that they want;
-  // failing that it must be for the other's sake.
+  // Whether the file can be opened for `access` with full sharing. If not, checks that a sharing
+  // violation is the reason.
   bool CanOpenFor(uint32_t access) {
     uint32_t file = kUntouched;
     ctx_.Spoil();
@@ -77,35 +78,35 @@ class SharedFile : public testing::Test {
   Context ctx_;
 };
 
-TEST_F(SharedFile, ThatDeniesAllIsHeld) {
+TEST_F(SharedFile, ThatDeniesAllCannotBeOpened) {
   const Holder held(path(), kDenyAll);
   EXPECT_FALSE(CanOpenFor(kReadOnly));
   EXPECT_FALSE(CanOpenFor(kWriteOnly));
   EXPECT_FALSE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, ThatDeniesWritingCanBeRead) {
+TEST_F(SharedFile, ThatDeniesWritingCanOnlyBeRead) {
   const Holder held(path(), kDenyWrite);
   EXPECT_TRUE(CanOpenFor(kReadOnly));
   EXPECT_FALSE(CanOpenFor(kWriteOnly));
   EXPECT_FALSE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, ThatDeniesReadingCanBeWritten) {
+TEST_F(SharedFile, ThatDeniesReadingCanOnlyBeWritten) {
   const Holder held(path(), kDenyRead);
   EXPECT_FALSE(CanOpenFor(kReadOnly));
   EXPECT_TRUE(CanOpenFor(kWriteOnly));
   EXPECT_FALSE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, ThatDeniesNothingCanBeHadByBoth) {
+TEST_F(SharedFile, ThatDeniesNothingCanBeOpenedByBoth) {
   const Holder held(path(), kDenyNone);
   EXPECT_TRUE(CanOpenFor(kReadOnly));
   EXPECT_TRUE(CanOpenFor(kWriteOnly));
   EXPECT_TRUE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, IsFreeWhenTheOtherIsGone) {
+TEST_F(SharedFile, CanBeOpenedAfterTheOtherProcessHasEnded) {
   {
     const Holder held(path(), kDenyAll);
     EXPECT_FALSE(CanOpenFor(kReadOnly));
@@ -113,7 +114,7 @@ TEST_F(SharedFile, IsFreeWhenTheOtherIsGone) {
   EXPECT_TRUE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, ThatIsAskedForAloneIsRefusedWhileAnotherHasIt) {
+TEST_F(SharedFile, CannotBeOpenedWithoutSharingWhileAnotherProcessHoldsIt) {
   const Holder held(path(), kDenyNone);
   uint32_t file = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileSOpen(ctx_, path().c_str(), kReadWrite, kDenyAll, 0, &file),
@@ -127,7 +128,7 @@ TEST_F(SharedFile, DeniesNothingInFailoverMode) {
   EXPECT_TRUE(CanOpenFor(kReadWrite));
 }
 
-TEST_F(SharedFile, OpenedWithoutShareFlagsOnlyFailsToBeOpened) {
+TEST_F(SharedFile, OpenedWithoutShareFlagsFailsWithTheOpenStatus) {
   const Holder held(path(), kDenyAll);
   uint32_t file = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileOpen(ctx_, path().c_str(), kReadOnly, 0, &file), KIV_ST_FILE_OPEN,
@@ -135,7 +136,7 @@ TEST_F(SharedFile, OpenedWithoutShareFlagsOnlyFailsToBeOpened) {
   EXPECT_EQ(file, KIV_FILE_NONE);
 }
 
-TEST_F(SharedFile, MadeByTheOneIsNotNewToTheOther) {
+TEST_F(SharedFile, MadeByOneProcessExistsForTheOther) {
   const Holder held(path(), kDenyNone);
   uint32_t file = kUntouched;
   CHECK_OUTCOME(ctx_,
@@ -144,7 +145,7 @@ TEST_F(SharedFile, MadeByTheOneIsNotNewToTheOther) {
                 KIV_ST_FILE_SHARE_OPEN, EEXIST);
 }
 
-TEST_F(SharedFile, IsInUseWhileAnotherHasItWhateverThatOneShares) {
+TEST_F(SharedFile, IsInUseWhileAnotherProcessHoldsItWithAnyShareFlags) {
   for (const uint32_t shareFlags : {kDenyAll, kDenyWrite, kDenyNone}) {
     SCOPED_TRACE(shareFlags);
     const Holder held(path(), shareFlags);
@@ -157,7 +158,7 @@ TEST_F(SharedFile, IsInUseWhileAnotherHasItWhateverThatOneShares) {
   EXPECT_EQ(status, KIV_FSTAT_FREE);
 }
 
-TEST_F(SharedFile, IsFreeInFailoverModeAsLongAsTheOtherShares) {
+TEST_F(SharedFile, IsFreeInFailoverModeIfTheOtherProcessSharesIt) {
   KivSdSetFailoverModeFlag(1);
   uint32_t status = 0;
   {
@@ -171,7 +172,7 @@ TEST_F(SharedFile, IsFreeInFailoverModeAsLongAsTheOtherShares) {
   KivSdSetFailoverModeFlag(0);
 }
 
-TEST_F(SharedFile, ShowsWhatTheOtherWrites) {
+TEST_F(SharedFile, ShowsTheOtherProcessesWrites) {
   const Holder held(path(), kDenyNone);
   Stream stream(path());
   stream.Write("CON");

@@ -1,5 +1,5 @@
-// Names of temporary files: every prefix that the runtime is asked for, and what is made of its
-// answers.
+// Names of temporary files: every prefix that is passed to the runtime, and the handling of the
+// runtime's results.
 #include <gtest/gtest.h>
 #include <process.h>
 #include <windows.h>
@@ -32,12 +32,13 @@ using namespace kiv::test;
 constexpr uint32_t kAttempts = 16384;
 constexpr size_t kNameBytes = 1029;
 
-// ---- A runtime that makes the names that a test wants ----
+// ---- A stub of the runtime that makes the names for a test ----
 
-// One at a time. The names are blocks of the runtime, and it is seen that each is given back.
+// Only one object at a time. The names are blocks of the runtime; the destructor checks that each
+// has been freed.
 class Names {
  public:
-  // Makes the name for a prefix; the number of the attempt is counted from 0.
+  // Makes the name for a prefix. Attempts count from 0.
   using Maker = std::function<std::string(const std::string& prefix, uint32_t attempt)>;
 
   explicit Names(Maker maker) {
@@ -51,7 +52,7 @@ class Names {
   ~Names() {
     tempnam_.reset();
     free_.reset();
-    EXPECT_TRUE(live_.empty()) << live_.size() << " names are not given back";
+    EXPECT_TRUE(live_.empty()) << live_.size() << " names are not freed";
   }
 
   const std::vector<std::string>& prefixes() const { return prefixes_; }
@@ -59,7 +60,7 @@ class Names {
 
  private:
   static char* Make(const char* folder, const char* prefix) {
-    EXPECT_EQ(folder, nullptr) << "the runtime's own folder";
+    EXPECT_EQ(folder, nullptr) << "null selects the runtime's folder";
     const auto attempt = static_cast<uint32_t>(current_->prefixes_.size());
     current_->prefixes_.emplace_back(prefix);
     const std::string made = current_->maker_(prefix, attempt);
@@ -82,7 +83,8 @@ class Names {
   std::unique_ptr<ImportPatch> tempnam_;
 };
 
-// The first `count` names that are asked about exist, the others do not. One at a time.
+// Makes the first `count` names that are checked exist, and the others not. Only one object at a
+// time.
 class Taken {
  public:
   explicit Taken(uint32_t count) : access_("_access", reinterpret_cast<void*>(&Access)) {
@@ -106,7 +108,7 @@ class Taken {
   ImportPatch access_;
 };
 
-// ---- What the prefixes must be, worked out from the description anew ----
+// ---- The expected prefixes, computed independently ----
 
 char SymbolOf(unsigned value) {
   if (value < 26) return static_cast<char>('a' + value);
@@ -131,7 +133,7 @@ std::string ExpectedPrefix(char first, char second, unsigned attempt) {
 
 std::string MakePlainly(const std::string& prefix, uint32_t) { return "?:/" + prefix; }
 
-// The prefixes that are tried when so many names are taken.
+// Returns the prefixes that are tried if the first `taken` names exist.
 std::vector<std::string> PrefixesTried(const char* asked, uint32_t taken) {
   Names names(MakePlainly);
   const Taken some(taken);
@@ -145,7 +147,7 @@ std::vector<std::string> PrefixesTried(const char* asked, uint32_t taken) {
 
 // ---- Prefixes ----
 
-TEST(TemporaryName, IsStampedForEachAttempt) {
+TEST(TemporaryName, HasAStampForEachAttempt) {
   for (const uint32_t taken : {0u, 1u, 3u, 4u, 5u, 64u, 255u, 256u, 257u, 300u}) {
     const std::vector<std::string> tried = PrefixesTried("tm", taken);
     ASSERT_EQ(tried.size(), taken + 1);
@@ -155,19 +157,19 @@ TEST(TemporaryName, IsStampedForEachAttempt) {
   }
 }
 
-TEST(TemporaryName, IsStampedAnewForEachCall) {
+TEST(TemporaryName, StartsWithTheFirstAttemptInEachCall) {
   PrefixesTried("tm", 300);
   EXPECT_EQ(PrefixesTried("tm", 0).at(0), ExpectedPrefix('t', 'm', 0));
   EXPECT_EQ(PrefixesTried(nullptr, 0).at(0), ExpectedPrefix('q', 'x', 0));
 }
 
-TEST(TemporaryName, AsksForTheFirstPrefixOnceMoreAtTheFifthAttempt) {
+TEST(TemporaryName, RepeatsTheFirstPrefixAtTheFifthAttempt) {
   const std::vector<std::string> tried = PrefixesTried("tm", 5);
   EXPECT_EQ(tried[4], tried[0]);
   EXPECT_NE(tried[5], tried[1]);
 }
 
-TEST(TemporaryName, KeepsTheFirstCharacterThroughTheAttempt256) {
+TEST(TemporaryName, KeepsTheFirstCharacterUpToAttempt256) {
   const std::vector<std::string> tried = PrefixesTried("$!", 257);
   EXPECT_EQ(tried[4].substr(0, 2), "$!");
   EXPECT_EQ(tried[5].substr(0, 2), "$b");
@@ -187,7 +189,7 @@ TEST(TemporaryName, BeginsWithTheCallersCharactersOrTheDefault) {
   }
 }
 
-TEST(TemporaryName, GivesUpWhenEveryNameIsTaken) {
+TEST(TemporaryName, FailsIfEveryNameIsTaken) {
   Names names(MakePlainly);
   const Taken all(kAttempts);
   Context ctx;
@@ -204,8 +206,8 @@ TEST(TemporaryName, IsFoundAtTheLastAttempt) {
   EXPECT_EQ(PrefixesTried("tm", kAttempts - 1).size(), kAttempts);
 }
 
-// Every bit of the process's number that counts, and every kind of symbol.
-TEST(TemporaryNameProcess, IsStampedWithItsNumberWhichIsReadOnce) {
+// Checks every significant bit of the process identifier and every kind of symbol.
+TEST(TemporaryNameProcess, StampsNamesWithItsIdentifierWhichIsReadOnce) {
   IN_FRESH_PROCESS([] {
     constexpr unsigned kProcess = 63u | 62u << 6 | 13u << 12 | 0x7FFu << 16;
     Names names(MakePlainly);
@@ -223,7 +225,7 @@ TEST(TemporaryNameProcess, IsStampedWithItsNumberWhichIsReadOnce) {
   });
 }
 
-TEST(TemporaryNameProcess, ThatIsNumberOneIsStampedSo) {
+TEST(TemporaryNameProcess, WithIdentifierOneStampsNamesWithIt) {
   IN_FRESH_PROCESS([] {
     Names names(MakePlainly);
     const ScriptedImport pid("_getpid", {.result = 1});
@@ -236,9 +238,9 @@ TEST(TemporaryNameProcess, ThatIsNumberOneIsStampedSo) {
   });
 }
 
-// ---- The runtime's answers ----
+// ---- Results of the runtime ----
 
-TEST(TemporaryName, ThatIsEmptyIsTriedAgain) {
+TEST(TemporaryName, IsTriedAgainIfItIsEmpty) {
   Names names([](const std::string& prefix, uint32_t attempt) {
     return attempt < 3 ? std::string() : "?:/" + prefix;
   });
@@ -251,17 +253,17 @@ TEST(TemporaryName, ThatIsEmptyIsTriedAgain) {
   EXPECT_EQ(std::string(name.text()), "?:/" + ExpectedPrefix('t', 'm', 3));
 }
 
-TEST(TemporaryName, ThatIsNotMadeIsAFailureWithTheRuntimesError) {
+TEST(TemporaryName, FailsWithTheRuntimesErrorIfItIsNotMade) {
   const StubbedImport tempnam("_tempnam", 0, ENOMEM, 7777);
   Context ctx;
   GuardedBytes name(kNameBytes);
   CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, ENOMEM);
-  EXPECT_EQ(tempnam.calls(), 1u) << "no other is asked for";
+  EXPECT_EQ(tempnam.calls(), 1u) << "must not try another name";
   EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name.text()), KIV_ST_FILE_TEMP_NAME);
   EXPECT_TRUE(name.IsAll(kSpoilt));
 }
 
-TEST(TemporaryName, FitsUpTo1028Characters) {
+TEST(TemporaryName, MayHaveUpTo1028Characters) {
   const Taken none(0);
   Context ctx;
   for (const size_t length : {size_t{1}, size_t{1027}, size_t{1028}}) {
@@ -274,7 +276,7 @@ TEST(TemporaryName, FitsUpTo1028Characters) {
   }
 }
 
-TEST(TemporaryName, ThatIsLongerIsAFailureWithoutAnError) {
+TEST(TemporaryName, FailsWithoutAnErrorIfItIsLonger) {
   const Taken none(0);
   Context ctx;
   for (const size_t length : {size_t{1029}, size_t{1030}, size_t{5000}}) {
@@ -283,11 +285,11 @@ TEST(TemporaryName, ThatIsLongerIsAFailureWithoutAnError) {
     CHECK_OUTCOME(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()), KIV_ST_FILE_TEMP_NAME, 0u);
     EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name.text()), KIV_ST_FILE_TEMP_NAME);
     EXPECT_TRUE(name.IsAll(kSpoilt));
-    EXPECT_EQ(names.prefixes().size(), 2u) << "no other is asked for";
+    EXPECT_EQ(names.prefixes().size(), 2u) << "must not try another name";
   }
 }
 
-TEST(TemporaryName, NeedsRoom) {
+TEST(TemporaryName, NeedsAnOutput) {
   Context ctx;
   const StubbedImport tempnam("_tempnam", 0, ENOMEM, 7777);
   CHECK_ARGUMENT(ctx, KivSdFileTempNameGet(ctx, "tm", nullptr));
@@ -298,7 +300,7 @@ TEST(TemporaryName, NeedsRoom) {
 
 // ---- Real files ----
 
-TEST(TemporaryName, LiesInTheTemporaryFolderAndDoesNotExist) {
+TEST(TemporaryName, IsInTheTemporaryFolderAndDoesNotExist) {
   Context ctx;
   GuardedBytes name(kNameBytes);
   CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
@@ -308,12 +310,12 @@ TEST(TemporaryName, LiesInTheTemporaryFolderAndDoesNotExist) {
   ASSERT_NE(runtimes, nullptr);
   EXPECT_EQ(path.parent_path(), std::filesystem::path(runtimes).parent_path());
   std::free(runtimes);
-  // The runtime decides how much of the prefix it uses: three characters at least.
+  // The runtime decides how many characters of the prefix it uses: at least three.
   const std::string asked = ExpectedPrefix('t', 'm', 0).substr(0, 3);
   EXPECT_EQ(path.filename().string().substr(0, 3), asked);
 }
 
-TEST(TemporaryName, IsAnotherOnceTheFirstExists) {
+TEST(TemporaryName, DiffersIfTheFirstNameExists) {
   char first[kNameBytes];
   char second[kNameBytes];
   ASSERT_EQ(KivSdFileTempNameGet(nullptr, nullptr, first), KIV_ST_OK);
@@ -332,9 +334,9 @@ std::string LowerCase(std::string text) {
   return text;
 }
 
-// Names that are there beforehand, in a runtime that makes them of nothing but the prefix. Names
-// that differ in case are one file.
-TEST(TemporaryName, PassesOverThreeHundredFilesThatExist) {
+// The files exist beforehand, and the stub of the runtime makes each name from the prefix alone.
+// Names that differ only in case are one file.
+TEST(TemporaryName, SkipsThreeHundredExistingFiles) {
   const TemporaryFolder folder;
   std::set<std::string> present;
   for (unsigned i = 0; i <= 300; ++i) {

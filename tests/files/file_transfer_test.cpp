@@ -1,4 +1,4 @@
-// Reading and writing real files: in text and binary mode, at the position and at an offset.
+// Reading and writing real files, in text and binary mode, at the position and at an offset.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -22,7 +22,7 @@ class FileTransfer : public testing::Test {
   std::string path() const { return folder_.Path("file"); }
   void Fill(const std::string& bytes) { folder_.Write("file", bytes); }
 
-  // What a positioned read finds.
+  // Returns the bytes of a read at an offset.
   std::string ReadAt(uint32_t file, uint32_t offset, uint32_t most) {
     std::string bytes(most, '?');
     uint32_t count = kUntouched;
@@ -49,7 +49,7 @@ using FileAtOffset = FileTransfer;
 
 // ---- At the position ----
 
-TEST_F(FileTransfer, GoesOnWhereTheLastEnded) {
+TEST_F(FileTransfer, ContinuesWhereTheLastTransferEnded) {
   Stream stream(path());
   uint32_t count = kUntouched;
   CHECK_OK(ctx_, KivSdFileWrite(ctx_, stream, "abc", 3, &count));
@@ -68,7 +68,7 @@ TEST_F(FileTransfer, GoesOnWhereTheLastEnded) {
   EXPECT_EQ(std::string(buffer.text(), 5), "fgcde");
 }
 
-TEST_F(FileTransfer, ReadsNothingAtTheEndAndSucceeds) {
+TEST_F(FileTransfer, SucceedsAtTheEndWithACountOfZero) {
   Fill("x");
   Stream stream(path());
   char buffer[8];
@@ -79,7 +79,7 @@ TEST_F(FileTransfer, ReadsNothingAtTheEndAndSucceeds) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST_F(FileTransfer, OfNoBytesDoesNothing) {
+TEST_F(FileTransfer, OfZeroBytesDoesNothing) {
   Fill("x");
   Stream stream(path());
   char byte = '?';
@@ -114,7 +114,7 @@ TEST_F(FileTransfer, HandlesAMebibyteAtATime) {
   EXPECT_EQ(stream.Read(1 << 20), bytes);
 }
 
-TEST_F(FileTransfer, OfAClosedDescriptorFailsAndCountsMinusOne) {
+TEST_F(FileTransfer, OfAClosedDescriptorFailsWithACountOfMinusOne) {
   const uint32_t closed = ClosedDescriptor(path());
   char byte = '?';
   uint32_t count = kUntouched;
@@ -127,7 +127,7 @@ TEST_F(FileTransfer, OfAClosedDescriptorFailsAndCountsMinusOne) {
   EXPECT_EQ(KivSdFileWrite(nullptr, closed, &byte, 1, &count), KIV_ST_FILE_WRITE);
 }
 
-TEST_F(FileTransfer, AgainstTheWayTheFileWasOpenedFails) {
+TEST_F(FileTransfer, FailsIfTheFileIsNotOpenForIt) {
   Fill("content");
   uint32_t file = 0;
   ASSERT_EQ(KivSdFileOpen(nullptr, path().c_str(), kReadOnly, 0, &file), KIV_ST_OK);
@@ -141,14 +141,14 @@ TEST_F(FileTransfer, AgainstTheWayTheFileWasOpenedFails) {
 
 // ---- Text ----
 
-TEST_F(FileText, GetsACarriageReturnBeforeEachLineFeedThatIsWritten) {
+TEST_F(FileText, GetsACarriageReturnBeforeEachLineFeedWhenWritten) {
   Stream stream(path(), kText);
   stream.Write("one\ntwo\r\n\n");
   stream.Close();
   EXPECT_EQ(ContentOf(path()), "one\r\ntwo\r\r\n\r\n");
 }
 
-TEST_F(FileText, LosesTheCarriageReturnBeforeEachLineFeedThatIsRead) {
+TEST_F(FileText, LosesTheCarriageReturnBeforeEachLineFeedWhenRead) {
   Fill("one\r\ntwo\r\r\nthree\rfour\n");
   Stream stream(path(), kText);
   EXPECT_EQ(stream.Read(), "one\ntwo\r\nthree\rfour\n");
@@ -166,13 +166,13 @@ TEST_F(FileText, EndsAtByte26) {
             "after");
 }
 
-TEST_F(FileText, IsWhatAFileIsOpenedAsByDefault) {
+TEST_F(FileText, IsTheDefaultMode) {
   Fill("one\r\n");
   Stream stream(path(), 0);
   EXPECT_EQ(stream.Read(), "one\n");
 }
 
-TEST_F(FileText, IsTransferredAsItIsAtAnOffset) {
+TEST_F(FileText, IsNotTranslatedAtAnOffset) {
   Fill("one\r\ntwo\r\n");
   Stream stream(path(), kText);
   EXPECT_EQ(ReadAt(stream, 2, 6), "e\r\ntwo");
@@ -182,7 +182,7 @@ TEST_F(FileText, IsTransferredAsItIsAtAnOffset) {
 
 // ---- At an offset ----
 
-TEST_F(FileAtOffset, ReadsAndLeavesThePositionBehind) {
+TEST_F(FileAtOffset, ReadMovesThePositionBehindItsBytes) {
   Fill("0123456789");
   Stream stream(path());
   EXPECT_EQ(ReadAt(stream, 4, 3), "456");
@@ -192,7 +192,7 @@ TEST_F(FileAtOffset, ReadsAndLeavesThePositionBehind) {
   EXPECT_EQ(stream.Position(), 1u);
 }
 
-TEST_F(FileAtOffset, WritesAndLeavesThePositionBehind) {
+TEST_F(FileAtOffset, WriteMovesThePositionBehindItsBytes) {
   Fill("0123456789");
   Stream stream(path());
   WriteAt(stream, 3, "abc");
@@ -201,20 +201,20 @@ TEST_F(FileAtOffset, WritesAndLeavesThePositionBehind) {
   EXPECT_EQ(ContentOf(path()), "012abcd789");
 }
 
-TEST_F(FileAtOffset, WritesBehindTheEndToo) {
+TEST_F(FileAtOffset, WriteCanStartBehindTheEnd) {
   Fill("01");
   Stream stream(path());
   WriteAt(stream, 4, "x");
   EXPECT_EQ(ContentOf(path()), std::string("01\0\0x", 5));
 }
 
-TEST_F(FileAtOffset, ReadsFewerBytesShortlyBeforeTheEnd) {
+TEST_F(FileAtOffset, ReadStopsAtTheEnd) {
   Fill("0123456789");
   Stream stream(path());
   EXPECT_EQ(ReadAt(stream, 7, 100), "789");
 }
 
-TEST_F(FileAtOffset, ReadAtTheEndIsAFailureThatCountsNothing) {
+TEST_F(FileAtOffset, ReadAtTheEndFailsWithACountOfZero) {
   Fill("0123456789");
   Stream stream(path());
   char byte = '?';
@@ -244,7 +244,7 @@ TEST_F(FileAtOffset, ReadAndWriteOfAClosedDescriptorHaveTheSameStatus) {
   EXPECT_EQ(KivSdFilePWrite(nullptr, closed, &byte, 0, 1, &count, nullptr), KIV_ST_FILE_READ);
 }
 
-TEST_F(FileAtOffset, WriteMayDoWithoutAPlaceForTheError) {
+TEST_F(FileAtOffset, WriteAcceptsANullErrorOutput) {
   Stream stream(path());
   uint32_t count = kUntouched;
   CHECK_OK(ctx_, KivSdFilePWrite(ctx_, stream, "x", 0, 1, &count, nullptr));
@@ -252,7 +252,7 @@ TEST_F(FileAtOffset, WriteMayDoWithoutAPlaceForTheError) {
   EXPECT_EQ(ContentOf(path()), "x");
 }
 
-// ---- Past 4 GiB; the file is nearly all holes ----
+// ---- Past 4 GiB, in sparse files ----
 
 TEST_F(FileAtOffset, ReachesUpToFourGibibytesAndNoFurther) {
   Stream stream(path());
@@ -268,7 +268,7 @@ TEST_F(FileAtOffset, ReachesUpToFourGibibytesAndNoFurther) {
   EXPECT_EQ(stream.Read(), "bcd");
   EXPECT_EQ(ReadAt(stream, 0, 1), std::string(1, '\0'));
 
-  // In between, where a signed offset would be negative.
+  // From 2 GiB on a signed offset would be negative.
   WriteAt(stream, 0x80000000, "mid");
   EXPECT_EQ(stream.Position(), (uint64_t{1} << 31) + 3);
   EXPECT_EQ(ReadAt(stream, 0x7FFFFFFF, 5), std::string("\0mid\0", 5));
@@ -287,7 +287,7 @@ TEST_F(FileTransfer, ReachesFilesPastFourGibibytes) {
 
 // ---- Arguments ----
 
-TEST_F(FileTransfer, NeedsABufferAndAPlaceForTheCount) {
+TEST_F(FileTransfer, NeedsABufferAndACountOutput) {
   Fill("content");
   Stream stream(path());
   char byte = '?';
@@ -308,7 +308,7 @@ TEST_F(FileTransfer, NeedsABufferAndAPlaceForTheCount) {
   EXPECT_EQ(ContentOf(path()), "content");
 
   CHECK_ARGUMENT(ctx_, KivSdFilePWrite(ctx_, stream, nullptr, 0, 1, &count, &osError));
-  EXPECT_EQ(osError, 0u) << "cleared before the arguments are looked at";
+  EXPECT_EQ(osError, 0u) << "must be cleared before the argument checks";
   osError = kUntouched;
   CHECK_ARGUMENT(ctx_, KivSdFilePWrite(ctx_, stream, &byte, 0, 1, nullptr, &osError));
   EXPECT_EQ(osError, 0u);

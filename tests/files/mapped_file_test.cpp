@@ -1,4 +1,4 @@
-// Handles of mapped files: on this platform all are descriptors.
+// Mapped-file handles. On this platform every handle is a file descriptor.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -46,7 +46,7 @@ class MappedFile : public testing::Test {
 };
 using MappedFileOpen = MappedFile;
 
-// A handle of the file, open in binary mode, and closed with the object.
+// A handle of the file, opened in binary mode. The destructor closes it.
 class Handle {
  public:
   explicit Handle(const std::string& path) {
@@ -65,7 +65,7 @@ class Handle {
 
 // ---- The record ----
 
-TEST_F(MappedFile, ResetMakesAHandleOfNoFile) {
+TEST_F(MappedFile, ResetMakesAHandleWithoutAFile) {
   Guarded<KivSdMMAPFile> handle;
   EXPECT_EQ(KivSdMMAPHdlReset(handle), 0u);
   EXPECT_EQ(handle->file, -1);
@@ -82,7 +82,7 @@ TEST_F(MappedFile, ResetClosesNothing) {
   EXPECT_TRUE(close.calls().empty());
 }
 
-TEST_F(MappedFile, ExtendSizesAreKeptForAMappedHandleAlone) {
+TEST_F(MappedFile, ExtendSizesAreStoredOnlyInAMappedHandle) {
   KivSdMMAPFile mapped = HandleOfKind(KIV_MMAP_KIND_MAPPED);
   KivSdMMAPFileSetExtendSize(nullptr, 0xFFFFFFFF, 7, &mapped);
   EXPECT_EQ(mapped.extendSizes[0], 0xFFFFFFFFu);
@@ -95,7 +95,7 @@ TEST_F(MappedFile, ExtendSizesAreKeptForAMappedHandleAlone) {
   }
 }
 
-TEST_F(MappedFile, ExtendSizesLeaveTheContextAlone) {
+TEST_F(MappedFile, SettingExtendSizesDoesNotWriteTheContext) {
   KivSdMMAPFile mapped = HandleOfKind(KIV_MMAP_KIND_MAPPED);
   KivSdMMAPFileSetExtendSize(ctx_, 5, 7, &mapped);
   EXPECT_TRUE(ctx_.IsUntouched());
@@ -103,7 +103,7 @@ TEST_F(MappedFile, ExtendSizesLeaveTheContextAlone) {
 
 // ---- Opening ----
 
-TEST_F(MappedFileOpen, KeepsTheDescriptorAndTheKind) {
+TEST_F(MappedFileOpen, StoresTheDescriptorAndTheKind) {
   for (const uint16_t mode : {uint16_t{0}, uint16_t{1}, uint16_t{3}, uint16_t{7}}) {
     Guarded<KivSdMMAPFile> handle;
     EXPECT_EQ(KivSdMMAPHdlReset(handle), 0u);
@@ -113,12 +113,12 @@ TEST_F(MappedFileOpen, KeepsTheDescriptorAndTheKind) {
     uint32_t count = 0;
     EXPECT_EQ(KivSdFileWrite(nullptr, file, "x", 1, &count), KIV_ST_OK);
     CHECK_OK(ctx_, KivSdMMAPFileClose(ctx_, handle));
-    EXPECT_EQ(static_cast<uint32_t>(handle->file), file) << "kept when it is closed";
+    EXPECT_EQ(static_cast<uint32_t>(handle->file), file) << "closing must keep the field";
     EXPECT_EQ(handle->kind, KIV_MMAP_KIND_FILE);
   }
 }
 
-TEST_F(MappedFileOpen, ChoosesTheOpenByTheMode) {
+TEST_F(MappedFileOpen, SelectsTheOpenOperationByTheMode) {
   struct {
     uint16_t mode;
     const char* call;
@@ -145,25 +145,25 @@ TEST_F(MappedFileOpen, ChoosesTheOpenByTheMode) {
   }
 }
 
-TEST(MappedFileOpenDeathTest, AssertsAsItsPlainOpenDoes) {
+TEST(MappedFileOpenDeathTest, AssertsLikeKivSdFileOpen) {
   KivSdMMAPFile handle = {};
   EXPECT_ASSERTION(Open(nullptr, "", 2, &handle, KIV_FILEO_EXCL), kNotExclusive, "sd/sdfiow32",
                    561);
 }
 
-TEST(MappedFileOpenDeathTest, AssertsAsItsLargeOpenDoes) {
+TEST(MappedFileOpenDeathTest, AssertsLikeKivSdFileOpen64) {
   KivSdMMAPFile handle = {};
   EXPECT_ASSERTION(Open(nullptr, "", 3, &handle, KIV_FILEO_EXCL), kNotExclusive, "sd/sdfiow32",
                    583);
 }
 
-TEST(MappedFileOpenDeathTest, AssertsAsItsSharedOpenDoes) {
+TEST(MappedFileOpenDeathTest, AssertsLikeKivSdFileSOpen) {
   KivSdMMAPFile handle = {};
   EXPECT_ASSERTION(Open(nullptr, "", 1, &handle, KIV_FILEO_EXCL), kNotExclusive, "sd/sdfiow32",
                    652);
 }
 
-TEST_F(MappedFileOpen, OfAFileThatExistsFailsInTheModesForNewOnes) {
+TEST_F(MappedFileOpen, OfAnExistingFileFailsInTheModesForNewFiles) {
   folder_.Write("file", "content");
   struct {
     uint16_t mode;
@@ -180,7 +180,7 @@ TEST_F(MappedFileOpen, OfAFileThatExistsFailsInTheModesForNewOnes) {
   }
 }
 
-TEST_F(MappedFileOpen, MakesANewFileInTheModesForNewOnes) {
+TEST_F(MappedFileOpen, MakesAFileInTheModesForNewFiles) {
   for (const uint16_t mode : {uint16_t{4}, uint16_t{5}, uint16_t{6}}) {
     KivSdMMAPFile handle = HandleOfKind(0);
     CHECK_OK(ctx_, Open(ctx_, path(), mode, &handle));
@@ -200,7 +200,7 @@ TEST_F(MappedFileOpen, NeedsAPath) {
   }
 }
 
-TEST_F(MappedFileOpen, OfAFileThatAnotherHoldsSaysSo) {
+TEST_F(MappedFileOpen, ReportsASharingViolation) {
   folder_.Write("file", "content");
   Stream stream(path());
   KivSdMMAPFile handle = HandleOfKind(0);
@@ -213,7 +213,7 @@ TEST_F(MappedFileOpen, OfAFileThatAnotherHoldsSaysSo) {
 
 // ---- Files ----
 
-TEST_F(MappedFile, IsWrittenAndReadAsTheStreamIs) {
+TEST_F(MappedFile, IsWrittenAndReadLikeAStream) {
   Handle handle(path());
   uint32_t count = kUntouched;
   CHECK_OK(ctx_, KivSdMMAPFileWrite(ctx_, handle, "0123456789", 10, &count));
@@ -241,7 +241,7 @@ TEST_F(MappedFile, IsWrittenAndReadAsTheStreamIs) {
   EXPECT_EQ(ContentOf(path()), "0123ab6");
 }
 
-// ---- Each operation that passes its arguments on ----
+// ---- Operations that pass their arguments on ----
 
 char buffer[8];
 uint32_t output;
@@ -296,7 +296,7 @@ class MappedFileFailure : public testing::Test {
   KivSdMMAPFile handle_ = HandleOfKind(KIV_MMAP_KIND_FILE, 77);
 };
 
-TEST_F(MappedFileFailure, HasTheStreamsStatusAndNoError) {
+TEST_F(MappedFileFailure, HasTheStreamOperationsStatusAndNoError) {
   for (const Operation& operation : kOperations) {
     SCOPED_TRACE(operation.call);
     output = kUntouched;
@@ -309,12 +309,12 @@ TEST_F(MappedFileFailure, HasTheStreamsStatusAndNoError) {
   }
 }
 
-TEST_F(MappedFileFailure, OfTheDiskHasTheStreamsStatus) {
+TEST_F(MappedFileFailure, OfAFullDiskHasTheStreamOperationsStatus) {
   const StubbedImport full("_write", StubbedImport::kFailed, ENOSPC, 0);
   CHECK_OUTCOME(ctx_, kOperations[1].run(ctx_, &handle_), KIV_ST_DISK_FULL, 0u);
 }
 
-TEST_F(MappedFileFailure, OfAWriteAtAnOffsetHasItsErrorInBothPlaces) {
+TEST_F(MappedFileFailure, OfAWriteAtAnOffsetIsInTheRecordAndTheOutput) {
   const ScriptedImport handle("_get_osfhandle", {.result = 0x1234});
   for (const uint32_t error : {5u, 112u}) {
     const ScriptedImport failing("WriteFile", {.result = 0, .error = error});
@@ -329,13 +329,13 @@ TEST_F(MappedFileFailure, OfAWriteAtAnOffsetHasItsErrorInBothPlaces) {
   EXPECT_EQ(static_cast<uint32_t>(handle.calls().at(0)[0]), 77u);
 }
 
-TEST_F(MappedFileFailure, OfAWriteToNoFileHasItsErrorInBothPlaces) {
+TEST_F(MappedFileFailure, OfAWriteToABadDescriptorIsInTheRecordAndTheOutput) {
   const StubbedImport none("_get_osfhandle", StubbedImport::kFailed, EBADF, 7777);
   CHECK_OUTCOME(ctx_, WriteAt(ctx_, &handle_), KIV_ST_FILE_READ, EBADF);
   EXPECT_EQ(secondOutput, static_cast<uint32_t>(EBADF));
 }
 
-TEST_F(MappedFileFailure, OfClosingAndSettingTheEndIsLeftAsTheStreamsRecordIt) {
+TEST_F(MappedFileFailure, OfClosingOrSettingTheEndKeepsTheStreamOperationsRecord) {
   {
     const ScriptedImport close("_close", {.result = kFailed, .error = EIO});
     CHECK_OUTCOME(ctx_, Close(ctx_, &handle_), KIV_ST_FILE_CLOSE, EIO);
@@ -352,7 +352,7 @@ TEST_F(MappedFileFailure, OfClosingAndSettingTheEndIsLeftAsTheStreamsRecordIt) {
   CHECK_OUTCOME(ctx_, Close(ctx_, &none), KIV_ST_FILE_CLOSE, EBADF);
 }
 
-TEST_F(MappedFileFailure, OfArgumentsIsTheStreams) {
+TEST_F(MappedFileFailure, OfTheArgumentsIsThatOfTheStreamOperation) {
   CHECK_ARGUMENT(ctx_, KivSdMMAPFileRead(ctx_, &handle_, nullptr, 8, &output));
   CHECK_ARGUMENT(ctx_, KivSdMMAPFileWrite(ctx_, &handle_, buffer, 8, nullptr));
   CHECK_ARGUMENT(ctx_, KivSdMMAPFilePRead(ctx_, &handle_, nullptr, 8, 8, &output));
@@ -369,7 +369,7 @@ class MappedFileOfAnotherKind : public testing::TestWithParam<uint16_t> {
 
   Context ctx_;
   TemporaryFolder folder_;
-  // A descriptor that would work.
+  // A valid descriptor, so that only the kind prevents a transfer.
   Stream stream_{folder_.Path("file")};
   KivSdMMAPFile handle_ = HandleOfKind(GetParam(), static_cast<int32_t>(uint32_t{stream_}));
 };
@@ -385,20 +385,20 @@ TEST_P(MappedFileOfAnotherKind, DoesNothingAndSucceeds) {
   }
   CHECK_OK(ctx_, WriteAt(ctx_, &handle_));
   EXPECT_EQ(output, kUntouched);
-  EXPECT_EQ(secondOutput, 0u) << "cleared whatever the kind";
+  EXPECT_EQ(secondOutput, 0u) << "must be cleared for every kind";
   CHECK_OK(ctx_, KivSdMMAPFilePWrite(ctx_, &handle_, nullptr, 0, 0, nullptr, nullptr));
   EXPECT_EQ(guard.TakeRuns(), 0u);
   EXPECT_EQ(stream_.Position(), 0u);
 }
 
-TEST_P(MappedFileOfAnotherKind, LeavesTheRecordAloneWhenClosedOrCut) {
+TEST_P(MappedFileOfAnotherKind, DoesNotWriteTheRecordWhenClosedOrCut) {
   ctx_.Spoil();
   EXPECT_EQ(Close(ctx_, &handle_), KIV_ST_OK);
   EXPECT_EQ(SetEnd(ctx_, &handle_), KIV_ST_OK);
   EXPECT_TRUE(ctx_.IsUntouched());
   EXPECT_EQ(output, kUntouched);
   EXPECT_EQ(secondOutput, kUntouched);
-  EXPECT_EQ(stream_.Position(), 0u) << "still open";
+  EXPECT_EQ(stream_.Position(), 0u) << "the descriptor must still be open";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Paths as texts, and packed dates.
+// Extensions and parents of paths, joined paths, and packed dates.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ using kiv::test::GuardedBytes;
 using kiv::test::GuardWatch;
 using kiv::test::kSpoilt;
 
-// Tests write paths with this system's separator in the place of "|".
+// Returns the path with this system's separator in place of every "|".
 std::string Here(std::string path) {
   std::replace(path.begin(), path.end(), '|', kiv::os::kPathSeparator);
   return path;
@@ -32,7 +32,7 @@ std::string Extension(const char* path, uint8_t includeDot) {
   return out.text();
 }
 
-TEST(Extension, IsWhatComesBehindTheLastDotWhereverThatIs) {
+TEST(Extension, StartsAtTheLastDotEvenInAFoldersName) {
   struct {
     const char* path;
     const char* extension;
@@ -67,13 +67,13 @@ TEST(Extension, OfAPathWithoutADotIsEmpty) {
   EXPECT_EQ(Extension(nullptr, 1), "");
 }
 
-TEST(Extension, TakesItsOwnLengthAlone) {
+TEST(Extension, WritesOnlyItsOwnLength) {
   GuardedBytes out(5);
   KivSdFileGetExtension("a/long/path/to/file.text", 0, out.text());
   EXPECT_STREQ(out.text(), "text");
 }
 
-TEST(Extension, MayTakeThePlaceOfThePath) {
+TEST(Extension, MayOverwriteThePath) {
   char path[] = "dir.v1/some name";
   EXPECT_EQ(KivSdFileGetExtension(path, 1, path), path);
   EXPECT_STREQ(path, ".v1/some name");
@@ -87,7 +87,7 @@ std::string Parent(const char* path) {
   return out.text();
 }
 
-TEST(ParentPath, GoesUpToTheLastSeparatorOfEitherKind) {
+TEST(ParentPath, EndsAtTheLastSeparatorOfEitherKind) {
   struct {
     const char* path;
     const char* parent;
@@ -102,18 +102,18 @@ TEST(ParentPath, GoesUpToTheLastSeparatorOfEitherKind) {
   }
 }
 
-TEST(ParentPath, IsTheWorkingDirectoryWhenThePathHasNone) {
+TEST(ParentPath, IsTheWorkingDirectoryIfThePathHasNoParent) {
   for (const char* path : {"file.txt", "a", "", "C:file"}) EXPECT_EQ(Parent(path), Here(".|"));
   EXPECT_EQ(Parent(nullptr), Here(".|"));
 }
 
-TEST(ParentPath, TakesItsOwnLengthAlone) {
+TEST(ParentPath, WritesOnlyItsOwnLength) {
   GuardedBytes out(5);
   KivSdFileGetParentPath("a/b/much longer than that", out.text());
   EXPECT_STREQ(out.text(), "a/b/");
 }
 
-TEST(ParentPath, MayTakeThePlaceOfThePath) {
+TEST(ParentPath, MayOverwriteThePath) {
   char path[] = "some/dir/name";
   EXPECT_EQ(KivSdFileGetParentPath(path, path), path);
   EXPECT_STREQ(path, "some/dir/");
@@ -121,7 +121,7 @@ TEST(ParentPath, MayTakeThePlaceOfThePath) {
 
 // ---- Joining ----
 
-TEST(PathCreate, JoinsThePartsAsTheyAre) {
+TEST(PathCreate, JoinsThePartsUnchanged) {
   Context ctx;
   GuardedBytes out(32);
   CHECK_OK(ctx, KivSdPathCreate(ctx, 3, out.text(), "C:\\", "dir\\", "file.txt"));
@@ -132,7 +132,7 @@ TEST(PathCreate, JoinsThePartsAsTheyAre) {
   EXPECT_STREQ(out.text(), "one");
 }
 
-TEST(PathCreate, PassesOverPartsThatAreMissingOrEmpty) {
+TEST(PathCreate, SkipsNullAndEmptyParts) {
   Context ctx;
   const char* const none = nullptr;
   GuardedBytes out(32);
@@ -140,7 +140,7 @@ TEST(PathCreate, PassesOverPartsThatAreMissingOrEmpty) {
   EXPECT_STREQ(out.text(), "ab");
 }
 
-TEST(PathCreate, OfNothingIsEmpty) {
+TEST(PathCreate, WithoutPartsIsEmpty) {
   Context ctx;
   const char* const none = nullptr;
   GuardedBytes out(32);
@@ -161,7 +161,7 @@ TEST(PathCreate, EmptiesTheBufferBeforeItReadsTheParts) {
   EXPECT_STREQ(out.text(), "a");
 }
 
-TEST(PathCreate, HasNoLimitOfItsOwn) {
+TEST(PathCreate, HasNoLengthLimit) {
   Context ctx;
   const std::string part(3000, 'p');
   GuardedBytes out(2 * part.size() + 1);
@@ -190,7 +190,7 @@ TEST(PathCreate, RunsTheGuardFirst) {
 
 // ---- Packed dates ----
 
-TEST(TimetFromDOS, IsWhatItAlwaysWas) {
+TEST(TimetFromDOS, ReturnsTheSameNumbersAsEarlierReleases) {
   struct {
     uint16_t time;
     uint16_t date;
@@ -207,11 +207,11 @@ TEST(TimetFromDOS, IsWhatItAlwaysWas) {
   }
 }
 
-// In plain numbers, brought into 32 bits at the end alone.
+// Computes the number in 64 bits and reduces it to 32 bits at the end.
 uint32_t Recomputed(int64_t time, int64_t date) {
   const int64_t year = date / 512 * 512;
-  // Both counts are brought into 32 bits by themselves only where they are negative, which the end
-  // does as well: 2^32 divides whatever they are multiplied with.
+  // The library reduces each count to 32 bits. Reducing only the end result is equivalent, because
+  // the counts are only added and multiplied.
   const int64_t leap = year / 4 - 492;
   const int64_t days = leap * 366 + (year - leap - 1970) * 365 + date % 32 - 1;
   const int64_t hours = time / 2048 * 2048 + days * 24;
@@ -220,7 +220,7 @@ uint32_t Recomputed(int64_t time, int64_t date) {
   return static_cast<uint32_t>(static_cast<uint64_t>(number) % (uint64_t{1} << 32));
 }
 
-TEST(TimetFromDOS, IsTheSameInPlainNumbersForEveryDateAndEveryTime) {
+TEST(TimetFromDOS, MatchesAComputationIn64BitsForEveryDateAndEveryTime) {
   for (uint32_t word = 0; word <= 0xFFFF; ++word) {
     const auto packed = static_cast<uint16_t>(word);
     for (const uint16_t other : {uint16_t{0}, uint16_t{0x645C}, uint16_t{0xFFFF}}) {

@@ -1,8 +1,8 @@
-// Kills a process that writes, a hundred times at random moments, and looks whether everything is
-// there whole that it had reported as flushed.
+// Kills a writing process a hundred times at random moments. Checks that the files hold every
+// record and block that the process had reported as flushed or collected.
 //
-// A killed process is less than a power cut, which no test here can make: it shows that nothing of
-// a flushed record, nor of a collected block, waits in the process.
+// These tests cannot cut the power. Killing a process shows less: that no part of a flushed record
+// or a collected block is still buffered in the process.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -35,12 +35,12 @@ using kiv::test::TemporaryFolder;
 using kiv::test::UniqueName;
 
 constexpr uint32_t kKills = 100;
-constexpr uint32_t kLongestMicroseconds = 30'000;  // from a child's first report to its end
+constexpr uint32_t kLongestMicroseconds = 30'000;  // from a child's first report to the kill
 constexpr uint32_t kInFlight = 4;
 constexpr uint32_t kOpenFlags = 0x8000 | 0x0100 | 0x0002;  // binary, create, read and write
 constexpr uint32_t kPermissions = 0x100 | 0x80;
 
-// What a journal consists of.
+// One record of a journal.
 struct Record {
   uint64_t number;
   uint64_t seed;
@@ -54,7 +54,7 @@ Record RecordOf(uint64_t number, uint64_t seed) {
   return {number, seed, filling, number ^ (seed << 32) ^ (filling >> 7)};
 }
 
-// What a writing process has done, in memory that it shares with the test.
+// The writing process's progress, in memory that it shares with the test.
 struct Progress {
   volatile LONG flushedRecords;
   volatile LONG collectedBlocks;
@@ -64,7 +64,7 @@ using SharedProgress = kiv::test::SharedRecord<Progress>;
 
 // ---- The writing process ----
 
-// Appends records in lots of several sizes, flushes each lot, and then reports it.
+// Appends records in lots of several sizes, and flushes each lot.
 class JournalWriter {
  public:
   JournalWriter(const std::string& path, uint64_t seed) : seed_(seed) {
@@ -97,7 +97,7 @@ class JournalWriter {
   uint32_t written_ = 0;
 };
 
-// Keeps several blocks under way, collects the oldest, and then reports it.
+// Keeps several block writes pending, and collects the oldest.
 class BlockWriter {
  public:
   BlockWriter(const std::string& path, uint64_t seed)
@@ -133,7 +133,8 @@ class BlockWriter {
   uint32_t collected_ = 0;
 };
 
-// Writes until it is killed.
+// {journal, blocks, progress, seed}: writes until it is killed. Reports every lot after its flush,
+// and every block after it is collected.
 uint32_t WriteForEver(const RoleArguments& arguments) {
   const uint64_t seed = std::stoull(arguments[3]);
   const SharedProgress progress(arguments[2]);
@@ -157,7 +158,7 @@ const RegisteredRole writer("writer", WriteForEver);
 
 class PowerCut : public testing::Test {
  protected:
-  // Starts a writer and kills it some time after it has begun. What it had reported by then.
+  // Starts a writer and kills it some time after its first report. Returns its progress.
   Progress KillAfter(uint32_t microseconds, uint64_t seed) {
     const std::string name = UniqueName("power-cut");
     const SharedProgress progress(name);
@@ -167,7 +168,7 @@ class PowerCut : public testing::Test {
     const Stopwatch sinceReport;
     while (sinceReport.ElapsedMs() * 1000 < microseconds) SwitchToThread();
     child.Kill();
-    EXPECT_EQ(child.ExitCode(), kKilled) << "it ended by itself: a write failed";
+    EXPECT_EQ(child.ExitCode(), kKilled) << "the writer ended because a write failed";
     return {progress->flushedRecords, progress->collectedBlocks};
   }
 
@@ -201,7 +202,7 @@ TEST_F(PowerCut, LosesNothingThatWasFlushedOrCollected) {
   uint64_t blocks = 0;
   for (uint32_t kill = 0; kill < kKills; ++kill) {
     SCOPED_TRACE(testing::Message() << "kill " << kill);
-    const uint64_t seed = kill + 1;  // what an earlier writer left would show
+    const uint64_t seed = kill + 1;  // distinguishes the bytes of earlier writers
     const Progress progress = KillAfter(random() % kLongestMicroseconds, seed);
     ASSERT_GT(progress.flushedRecords, 0);
     ASSERT_GT(progress.collectedBlocks, 0);

@@ -1,7 +1,7 @@
-// The write pause step by step: which gates are opened and closed, what is waited for and for how
-// long, and what becomes of it when a call of the system fails.
+// The write pause step by step: the gates that are opened, closed and waited for, the time-outs,
+// and failures of the system's calls.
 //
-// The system's calls on the pause block's two gates are written down and answered by the test.
+// The test records the system's calls on the pause block's two gates and sets their results.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -35,8 +35,8 @@ constexpr uint32_t kErrorNoMemory = 8;
 constexpr uint32_t kErrnoBadDescriptor = 9;
 constexpr uint32_t kUntouched = 4711;
 
-// Writes down what is done with a pause block's gates, with what the block then said, and answers
-// waits in turn. Other handles go to the system.
+// Records every call on a pause block's gates with the paused flag at that moment, and returns the
+// given results of the waits in turn. Calls on other handles go to the system.
 class Gates {
  public:
   using Answer = std::function<DWORD()>;
@@ -47,12 +47,12 @@ class Gates {
     log_.clear();
     error_ = 0;
   }
-  ~Gates() { EXPECT_TRUE(answers_.empty()) << answers_.size() << " waits did not come"; }
+  ~Gates() { EXPECT_TRUE(answers_.empty()) << answers_.size() << " waits were not made"; }
   Gates(const Gates&) = delete;
   Gates& operator=(const Gates&) = delete;
 
   const std::vector<std::string>& log() const { return log_; }
-  // Opening and closing fail from now on.
+  // Makes all further opening and closing fail.
   void Fail(DWORD error) { error_ = error; }
 
  private:
@@ -89,7 +89,7 @@ class Gates {
       return reinterpret_cast<DWORD(WINAPI*)(HANDLE, DWORD)>(originalWait_)(gate, timeoutMs);
     }
     if (answers_.empty()) {
-      ADD_FAILURE() << "one wait too many";
+      ADD_FAILURE() << "more waits than expected";
       return WAIT_FAILED;
     }
     const Answer answer = answers_.front();
@@ -125,14 +125,15 @@ DWORD Passes() { return WAIT_OBJECT_0; }
 DWORD TimesOut() { return WAIT_TIMEOUT; }
 DWORD Fails() { return WAIT_FAILED; }
 
-// Stands before the runtime's clock.
+// The time that the stub of the runtime's clock returns.
 int64_t clockSeconds;
 int64_t __cdecl ReadClock(int64_t* seconds) {
   if (seconds != nullptr) *seconds = clockSeconds;
   return clockSeconds;
 }
 
-// A block and a participant that have met the lock before, so that no kernel object is made later.
+// A block and a participant that has taken the lock once, so that the lock makes no kernel object
+// later.
 class WritePauseSteps : public testing::Test {
  protected:
   WritePauseSteps() {
@@ -159,19 +160,19 @@ class WritePauseSteps : public testing::Test {
 
 // ---- Pausing ----
 
-TEST_F(WritePauseSteps, APauseClosesTheGateBeforeItIsSeen) {
+TEST_F(WritePauseSteps, APauseClosesTheGateBeforeItSetsTheFlag) {
   const Gates gates(block_, {});
   EXPECT_EQ(KivSdPauseWriteIO(self_, 0), KIV_ST_OK);
   EXPECT_EQ(gates.log(), (Log{"close resume"}));
 }
 
-TEST_F(WritePauseSteps, ADrainLooksAtTheCountAgainAfterEveryWait) {
+TEST_F(WritePauseSteps, ADrainReadsTheCountAgainAfterEveryWait) {
   block_->leases = 2;
   clockSeconds = 5'000'000'000;
   const ImportPatch clock("_time64", reinterpret_cast<void*>(&ReadClock));
   const Gates gates(block_, {TimesOut, Passes,
                              [&] {
-                               EXPECT_EQ(block_->maximumSeconds, 0) << "set when it is complete";
+                               EXPECT_EQ(block_->maximumSeconds, 0) << "set after the drain";
                                EXPECT_EQ(KivSdModeRW(nullptr, &self_->locks, &block_->lock),
                                          KIV_RWLOCK_WRITE);
                                --block_->leases;
@@ -193,7 +194,7 @@ TEST_F(WritePauseSteps, ADrainLooksAtTheCountAgainAfterEveryWait) {
   EXPECT_TRUE(block_.IsLockFree());
 }
 
-TEST_F(WritePauseSteps, ADrainWhoseWaitFailsIsGivenUpAndThePauseStays) {
+TEST_F(WritePauseSteps, ADrainEndsIfItsWaitFailsAndThePauseStaysInForce) {
   block_->leases = 1;
   block_->maximumSeconds = 77;
   block_->startSeconds = 88;
@@ -212,7 +213,7 @@ TEST_F(WritePauseSteps, AShutdownIsNoticedAfterAWaitOfAnyOutcome) {
     block_->paused = 0;
     block_->shutdown = 0;
     const Gates gates(block_, {[&] {
-                        block_->shutdown = 2;  // anything but 0
+                        block_->shutdown = 2;  // any value except 0
                         return outcome();
                       }});
     EXPECT_EQ(KivSdPauseWriteIO(self_, 7), KIV_WRITE_PAUSE_SHUTDOWN);
@@ -221,7 +222,7 @@ TEST_F(WritePauseSteps, AShutdownIsNoticedAfterAWaitOfAnyOutcome) {
   }
 }
 
-TEST_F(WritePauseSteps, AShutdownCountsEvenWhenTheLastLeaseCameBackMeanwhile) {
+TEST_F(WritePauseSteps, AShutdownIsReportedEvenIfTheLastLeaseWasGivenBackMeanwhile) {
   block_->leases = 1;
   block_->shutdown = 1;
   const Gates gates(block_, {[&] {
@@ -231,7 +232,7 @@ TEST_F(WritePauseSteps, AShutdownCountsEvenWhenTheLastLeaseCameBackMeanwhile) {
   EXPECT_EQ(KivSdPauseWriteIO(self_, 7), KIV_WRITE_PAUSE_SHUTDOWN);
 }
 
-TEST_F(WritePauseSteps, GatesThatDoNotCloseDoNotHinderAPause) {
+TEST_F(WritePauseSteps, APauseSucceedsIfTheGatesCannotBeClosed) {
   block_->leases = 1;
   Gates gates(block_, {[&] {
                 block_->leases = 0;
@@ -242,14 +243,14 @@ TEST_F(WritePauseSteps, GatesThatDoNotCloseDoNotHinderAPause) {
   EXPECT_EQ(block_->paused, 1u);
 }
 
-TEST_F(WritePauseSteps, LiftingAPauseOpensTheGateWhenThePauseIsOver) {
+TEST_F(WritePauseSteps, LiftingAPauseClearsTheFlagBeforeItOpensTheGate) {
   SetPause();
   const Gates gates(block_, {});
   EXPECT_EQ(KivSdUnpauseWriteIO(self_), KIV_ST_OK);
   EXPECT_EQ(gates.log(), (Log{"open resume"}));
 }
 
-TEST_F(WritePauseSteps, LiftingAPauseSucceedsWhenTheGateDoesNotOpen) {
+TEST_F(WritePauseSteps, LiftingAPauseSucceedsIfTheGateCannotBeOpened) {
   SetPause();
   Gates gates(block_, {});
   gates.Fail(kErrorInvalidHandle);
@@ -260,8 +261,8 @@ TEST_F(WritePauseSteps, LiftingAPauseSucceedsWhenTheGateDoesNotOpen) {
   EXPECT_TRUE(block_.IsLockFree());
 }
 
-// Both have passed the test before either has begun: the first is held up where it closes the gate,
-// until the second waits for the lock.
+// Both pausers check the flag before either sets it: the first stops where it closes the gate until
+// the second waits for the lock.
 PauseBlock* racing;
 std::atomic<bool> secondWaits;
 void* originalReset;
@@ -276,7 +277,7 @@ BOOL WINAPI CloseWhenTheSecondWaits(HANDLE gate) {
   return reinterpret_cast<BOOL(WINAPI*)(HANDLE)>(originalReset)(gate);
 }
 
-TEST(TwoPausers, ThatComeAtTheSameMomentBothGetTheirPause) {
+TEST(TwoPausers, ThatArriveTogetherBothSucceed) {
   PauseBlock block;
   racing = &block;
   secondWaits = false;
@@ -301,14 +302,14 @@ TEST(TwoPausers, ThatComeAtTheSameMomentBothGetTheirPause) {
 
 // ---- Leases ----
 
-TEST_F(WritePauseSteps, ALeaseWithoutAPauseTouchesNoGate) {
+TEST_F(WritePauseSteps, ALeaseWithoutAPauseUsesNoGate) {
   const Gates gates(block_, {});
   EXPECT_EQ(KivSdGetWriteIOLease(self_), KIV_ST_OK);
   EXPECT_EQ(KivSdReleaseWriteIOLease(self_), KIV_ST_OK);
   EXPECT_EQ(gates.log(), Log{});
 }
 
-TEST_F(WritePauseSteps, AWriterWithdrawsWaitsAndPassesTheWakeUpOn) {
+TEST_F(WritePauseSteps, AWriterWithdrawsItsLeaseWaitsAndPassesTheWakeUpOn) {
   SetPause();
   const Gates gates(block_, {[&] {
                                EXPECT_EQ(block_->leases, 0);
@@ -329,7 +330,7 @@ TEST_F(WritePauseSteps, AWriterWithdrawsWaitsAndPassesTheWakeUpOn) {
   EXPECT_TRUE(block_.IsLockFree());
 }
 
-TEST_F(WritePauseSteps, AWriterThatWithdrawsBesideOthersWakesNobody) {
+TEST_F(WritePauseSteps, AWriterThatWithdrawsWhileOthersHoldLeasesDoesNotWakeThePauser) {
   SetPause();
   block_->leases = 2;
   const Gates gates(block_, {[&] {
@@ -342,7 +343,7 @@ TEST_F(WritePauseSteps, AWriterThatWithdrawsBesideOthersWakesNobody) {
   EXPECT_EQ(block_->leases, 3);
 }
 
-TEST_F(WritePauseSteps, AWriterThatPassesTheGateDuringAPauseKeepsItToItself) {
+TEST_F(WritePauseSteps, AWriterThatPassesTheGateDuringAPauseDoesNotOpenItAgain) {
   SetPause();
   const Gates gates(block_, {Passes, [&] {
                                block_->paused = 0;
@@ -354,7 +355,7 @@ TEST_F(WritePauseSteps, AWriterThatPassesTheGateDuringAPauseKeepsItToItself) {
   EXPECT_EQ(block_->leases, 1);
 }
 
-TEST_F(WritePauseSteps, AWriterWhoseWakeUpWasLostGoesOnAfterOnePoll) {
+TEST_F(WritePauseSteps, AWriterThatMissedItsWakeUpGoesOnAfterOnePoll) {
   SetPause();
   const Gates gates(block_, {[&] {
                       block_->paused = 0;
@@ -366,7 +367,7 @@ TEST_F(WritePauseSteps, AWriterWhoseWakeUpWasLostGoesOnAfterOnePoll) {
   EXPECT_TRUE(block_.IsLockFree());
 }
 
-TEST_F(WritePauseSteps, AWaitThatFailsEndsTheRequestWithoutALease) {
+TEST_F(WritePauseSteps, AFailedWaitEndsTheRequestWithoutALease) {
   SetPause();
   const Gates gates(block_, {TimesOut, Fails});
   CHECK_OUTCOME(self_.ctx(), KivSdGetWriteIOLease(self_), KIV_ST_EVENT_WAIT, kErrorInvalidHandle);
@@ -377,7 +378,7 @@ TEST_F(WritePauseSteps, AWaitThatFailsEndsTheRequestWithoutALease) {
 TEST_F(WritePauseSteps, AWriterLiftsAPauseAtItsMaximumAndNotBefore) {
   struct {
     int64_t maximum;
-    std::vector<int64_t> clock;  // at each time-out; the last one lifts the pause
+    std::vector<int64_t> clock;  // time at each time-out; the pause is lifted at the last
   } const pauses[] = {{5, {1000, 1004, 1005}}, {5, {1006}},
                       {1, {1000, 1001}},       {-1, {1000}},
                       {-5, {994, 995}},        {1, {999, 900, 2000}}};
@@ -402,7 +403,7 @@ TEST_F(WritePauseSteps, AWriterLiftsAPauseAtItsMaximumAndNotBefore) {
   }
 }
 
-TEST_F(WritePauseSteps, AWriterLiftsNoPauseWithoutAMaximum) {
+TEST_F(WritePauseSteps, AWriterDoesNotLiftAPauseWithoutAMaximum) {
   const ImportPatch clock("_time64", reinterpret_cast<void*>(&ReadClock));
   clockSeconds = INT64_MAX;
   SetPause(0, 1000);
@@ -414,7 +415,7 @@ TEST_F(WritePauseSteps, AWriterLiftsNoPauseWithoutAMaximum) {
   EXPECT_EQ(KivSdGetWriteIOLease(self_), KIV_ST_OK);
 }
 
-TEST_F(WritePauseSteps, AWriterThatIsWokenDoesNotLookAtTheMaximum) {
+TEST_F(WritePauseSteps, AWriterThatIsWokenDoesNotCheckTheMaximum) {
   const ImportPatch clock("_time64", reinterpret_cast<void*>(&ReadClock));
   clockSeconds = 9000;
   SetPause(1, 1000);
@@ -423,7 +424,7 @@ TEST_F(WritePauseSteps, AWriterThatIsWokenDoesNotLookAtTheMaximum) {
   EXPECT_EQ(block_->paused, 1u);
 }
 
-TEST_F(WritePauseSteps, AWriterLiftsThePauseWhenTheHostShutsDownWhateverItsWaitCameTo) {
+TEST_F(WritePauseSteps, AWriterLiftsThePauseAtShutdownAfterAWaitOfAnyOutcome) {
   for (DWORD (*outcome)() : {Passes, TimesOut, Fails}) {
     SetPause();
     block_->shutdown = 1;
@@ -437,7 +438,7 @@ TEST_F(WritePauseSteps, AWriterLiftsThePauseWhenTheHostShutsDownWhateverItsWaitC
   }
 }
 
-TEST_F(WritePauseSteps, APauserThatIsNotWokenIsReported) {
+TEST_F(WritePauseSteps, AFailureToWakeThePauserIsReported) {
   EXPECT_EQ(KivSdGetWriteIOLease(self_), KIV_ST_OK);
   SetPause();
   Gates gates(block_, {});
@@ -450,7 +451,7 @@ TEST_F(WritePauseSteps, APauserThatIsNotWokenIsReported) {
 
 // ---- Memory for the lock ----
 
-TEST(WritePauseMemory, WithoutAnyAPauseDoesNotBegin) {
+TEST(WritePauseMemory, IsNeededToBeginAPause) {
   PauseBlock block;
   Participant self(block);
   const HeapWatch heap(0, kErrorNoMemory);
@@ -460,7 +461,7 @@ TEST(WritePauseMemory, WithoutAnyAPauseDoesNotBegin) {
   EXPECT_TRUE(block.IsResumeOpen());
 }
 
-TEST(WritePauseMemory, WithoutAnyALeaseIsNotWaitedFor) {
+TEST(WritePauseMemory, IsNeededToWaitForALease) {
   PauseBlock block;
   Participant self(block);
   block->paused = 1;
@@ -470,7 +471,7 @@ TEST(WritePauseMemory, WithoutAnyALeaseIsNotWaitedFor) {
   EXPECT_EQ(self->held, 0u);
 }
 
-TEST(WritePauseMemory, WithoutAnyAPauseIsLiftedAllTheSame) {
+TEST(WritePauseMemory, IsNotNeededToLiftAPause) {
   PauseBlock block;
   Participant self(block);
   block->paused = 1;
@@ -481,8 +482,8 @@ TEST(WritePauseMemory, WithoutAnyAPauseIsLiftedAllTheSame) {
   EXPECT_TRUE(block.IsResumeOpen());
 }
 
-// Without a node of the lock the one that lifts cannot wait for the pauser.
-TEST_F(WritePauseSteps, WithoutMemoryAPauseIsLiftedDuringTheDrainThatItThenOutlives) {
+// Without memory for a lock node, KivSdUnpauseWriteIO cannot wait for the pauser.
+TEST_F(WritePauseSteps, WithoutMemoryAPauseIsLiftedDuringTheDrainWhichGoesOn) {
   block_->leases = 1;
   Participant other(block_);
   const Gates gates(block_, {[&] {
@@ -521,7 +522,7 @@ const std::function<uint32_t(KivSdWriteLease*, Outputs&)> kLeasedWrites[] = {
     },
 };
 
-TEST_F(WritePauseSteps, AWriteWithoutItsLeaseIsNotMade) {
+TEST_F(WritePauseSteps, AWriteIsNotMadeWithoutALease) {
   const ScriptedImport write("_write", {.result = 3});
   const ScriptedImport handle("_get_osfhandle", {.result = 8});
   for (const auto& run : kLeasedWrites) {
@@ -537,7 +538,7 @@ TEST_F(WritePauseSteps, AWriteWithoutItsLeaseIsNotMade) {
   EXPECT_TRUE(handle.calls().empty());
 }
 
-// A pause that begins while the write is on its way, and a write that fails.
+// Stubs of a write that fails, and during which a pause begins.
 KivSdWritePause* pausedMeanwhile;
 
 int __cdecl FailToWrite(int, const void*, unsigned) {
@@ -552,7 +553,7 @@ intptr_t __cdecl FailToFind(int) {
   return -1;
 }
 
-TEST_F(WritePauseSteps, ThePauserIsWokenAndTheRecordSaysWhatTheWriteCameTo) {
+TEST_F(WritePauseSteps, ThePauserIsWokenAndTheRecordKeepsTheWritesOutcome) {
   const ImportPatch write("_write", reinterpret_cast<void*>(&FailToWrite));
   const ImportPatch handle("_get_osfhandle", reinterpret_cast<void*>(&FailToFind));
   pausedMeanwhile = block_;
@@ -567,7 +568,7 @@ TEST_F(WritePauseSteps, ThePauserIsWokenAndTheRecordSaysWhatTheWriteCameTo) {
   }
 }
 
-TEST_F(WritePauseSteps, AWriteStandsWhenThePauserIsNotWoken) {
+TEST_F(WritePauseSteps, AWritesOutcomeStaysIfThePauserCannotBeWoken) {
   const ImportPatch write("_write", reinterpret_cast<void*>(&FailToWrite));
   pausedMeanwhile = block_;
   Gates gates(block_, {});
@@ -577,7 +578,7 @@ TEST_F(WritePauseSteps, AWriteStandsWhenThePauserIsNotWoken) {
                 kErrnoBadDescriptor);
 }
 
-TEST_F(WritePauseSteps, ALeasedWriteIsTheWriteWithTheSameArguments) {
+TEST_F(WritePauseSteps, ALeasedWritePassesItsArgumentsToTheFileWrite) {
   const ScriptedImport write("_write", {.result = 2});
   Outputs outputs;
   const char text[] = "abc";

@@ -1,7 +1,7 @@
-// Sixteen writers and a pauser for a while: nothing is written during a pause, all leases come
-// back, and every writer goes on after each.
+// Sixteen writers and a pauser: no writer writes during a pause, all leases are given back, and
+// every writer goes on after each pause.
 //
-// KIVSDU_PAUSE_SECONDS says for how long, 10 unless it is set.
+// The environment variable KIVSDU_PAUSE_SECONDS sets the duration; 10 seconds by default.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -41,7 +41,7 @@ using kiv::test::TemporaryFolder;
 constexpr uint32_t kWriters = 16;
 constexpr uint32_t kRecordBytes = 32;
 constexpr double kPollMs = 2000;
-// A writer that is this far has written enough: the test needs no more room, however long it takes.
+// A writer stops after so many records, which limits the size of its file.
 constexpr uint32_t kMaxRecords = 1u << 20;
 
 double SecondsToRun() {
@@ -49,7 +49,7 @@ double SecondsToRun() {
   return wanted != nullptr ? std::atof(wanted) : 10;
 }
 
-// A writer's own file: its length tells how often it has been written.
+// One writer's file. Its length shows how many records have been written.
 struct Journal {
   explicit Journal(const std::string& path) : name(path) {
 #ifdef _WIN32
@@ -76,7 +76,7 @@ class WritePauseStress : public testing::Test {
     }
   }
 
-  // Half of the writers append, the others say where.
+  // Half of the writers write at the file's position, the others at an offset.
   void Write(uint32_t number) {
     Participant self(block_);
     Journal& journal = *journals_[number];
@@ -111,7 +111,7 @@ class WritePauseStress : public testing::Test {
     return counts;
   }
 
-  // Whether every writer has written since.
+  // Whether every writer has written since it had `since` records.
   bool HaveAllGoneOn(const std::vector<uint32_t>& since) const {
     for (uint32_t i = 0; i < kWriters; ++i) {
       if (journals_[i]->records == since[i] && since[i] < kMaxRecords) return false;
@@ -124,7 +124,7 @@ class WritePauseStress : public testing::Test {
     ASSERT_EQ(KivSdPauseWriteIO(self, expires ? 1 : 0), KIV_ST_OK);
     const std::vector<uint64_t> lengths = Lengths();
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
-    EXPECT_EQ(Lengths(), lengths) << "something was written during pause " << pauses_;
+    EXPECT_EQ(Lengths(), lengths) << "a writer wrote during pause " << pauses_;
     const std::vector<uint32_t> counts = Counts();
     Stopwatch since;
     if (expires) {
@@ -159,7 +159,7 @@ class WritePauseStress : public testing::Test {
   double longestMs_ = 0;
 };
 
-TEST_F(WritePauseStress, NothingIsWrittenDuringAPauseAndEveryoneGoesOnAfterIt) {
+TEST_F(WritePauseStress, NothingIsWrittenDuringAPauseAndAllWritersGoOnAfterIt) {
   kiv::test::OnThreads(kWriters + 1, [&](uint32_t number) {
     if (number == kWriters) {
       Pause();
@@ -182,10 +182,10 @@ TEST_F(WritePauseStress, NothingIsWrittenDuringAPauseAndEveryoneGoesOnAfterIt) {
               pauses_, expired_, static_cast<unsigned long long>(records), longestMs_);
 }
 
-// The pauser says for how long it is alone, and a writer with a lease looks whether anybody is. It
-// takes one lease after another, so that some begin just when the pause does, and holds each for as
-// long as a pauser that missed it would need to say so.
-TEST(WritePauseBarriers, OneOfAPauserAndAWriterAlwaysSeesTheOther) {
+// While it is paused, the pauser sets a flag; a writer with a lease must never see the flag. The
+// writer takes one lease after another, so that some begin together with the pause. It holds each
+// lease long enough for a pauser that missed it to set the flag.
+TEST(WritePauseBarriers, APauserAndAWriterNeverMissEachOther) {
   constexpr int32_t kRounds = 40'000;
   constexpr int32_t kLeases = 20;
   constexpr int32_t kLooks = 300;

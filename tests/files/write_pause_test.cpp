@@ -1,5 +1,4 @@
-// The write pause, step by step: pausing, leases, waiting, expiry, shutdown, and writes under a
-// lease.
+// The write pause: pausing, leases, waiting, expiry, shutdown, and writes under a lease.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -31,11 +30,11 @@ using kiv::test::PauseBlock;
 using kiv::test::Stopwatch;
 using kiv::test::TemporaryFolder;
 
-constexpr double kPollMs = 2000;       // of writers that wait
-constexpr double kDrainPollMs = 1000;  // of a pauser
-// What waking a thread takes on a busy machine; well below both polls.
+constexpr double kPollMs = 2000;       // poll interval of waiting writers
+constexpr double kDrainPollMs = 1000;  // poll interval of a pauser
+// The longest time that waking a thread takes on a busy machine; well below both polls.
 constexpr double kWakeMs = 700;
-constexpr double kTickMs = 50;  // by how much a wait may seem too short
+constexpr double kTickMs = 50;  // tolerance for waits that seem too short
 
 uint32_t Now() {
   uint64_t seconds = 0;
@@ -43,7 +42,7 @@ uint32_t Now() {
   return static_cast<uint32_t>(seconds);
 }
 
-// A writer on a thread of its own, which takes a lease and gives it back.
+// A thread that takes a lease and gives it back.
 class Writer {
  public:
   explicit Writer(KivSdWritePause* pause)
@@ -64,7 +63,7 @@ class Writer {
 
   bool IsDone() const { return done_; }
 
-  // Waits until it has had its lease. How long it waited for it.
+  // Joins the thread. Returns how long it waited for the lease.
   double Ended() {
     thread_.join();
     EXPECT_EQ(status_, KIV_ST_OK);
@@ -89,7 +88,7 @@ std::vector<std::unique_ptr<Writer>> Writers(PauseBlock& block, size_t count) {
 
 // ---- Pausing without writers ----
 
-TEST(WritePause, WithoutWritersIsThereAtOnce) {
+TEST(WritePause, WithoutWritersBeginsAtOnce) {
   PauseBlock block;
   Participant self(block);
   const uint32_t before = Now();
@@ -100,7 +99,7 @@ TEST(WritePause, WithoutWritersIsThereAtOnce) {
   EXPECT_LE(block->startSeconds, Now());
   EXPECT_EQ(block->leases, 0);
   EXPECT_FALSE(block.IsResumeOpen());
-  EXPECT_TRUE(block.IsDrainedOpen()) << "nobody had to be waited for";
+  EXPECT_TRUE(block.IsDrainedOpen()) << "there was no lease to wait for";
   EXPECT_TRUE(block.IsLockFree());
   EXPECT_EQ(self->held, 0u);
 }
@@ -113,16 +112,16 @@ TEST(WritePause, LastsUntilItIsLifted) {
   EXPECT_EQ(block->paused, 0u);
   EXPECT_TRUE(block.IsResumeOpen());
   EXPECT_TRUE(block.IsLockFree());
-  EXPECT_EQ(KivSdPauseWriteIO(self, 0), KIV_ST_OK) << "there may be another";
+  EXPECT_EQ(KivSdPauseWriteIO(self, 0), KIV_ST_OK) << "another pause must be possible";
 }
 
-TEST(WritePause, DuringAPauseIsRefusedAndChangesNothing) {
+TEST(WritePause, IsRefusedDuringAPauseAndChangesNothing) {
   PauseBlock block;
   Participant first(block);
   Participant second(block);
   EXPECT_EQ(KivSdPauseWriteIO(first, 5), KIV_ST_OK);
   const KivSdWritePause before = *static_cast<KivSdWritePause*>(block);
-  // The lock is not asked for: it would not be had.
+  // The lock is taken, so a pauser that requested it would wait.
   EXPECT_EQ(KivSdStartRead(nullptr, &first->locks, &block->lock), KIV_ST_OK);
   EXPECT_EQ(OnAnotherThread([&] { return KivSdPauseWriteIO(second, 9); }), KIV_ST_WRITE_PAUSE);
   EXPECT_EQ(KivSdEndRW(nullptr, &first->locks, &block->lock), KIV_ST_OK);
@@ -130,7 +129,7 @@ TEST(WritePause, DuringAPauseIsRefusedAndChangesNothing) {
   EXPECT_TRUE(second.ctx().IsUntouched());
 }
 
-TEST(WritePause, ByAThreadThatHoldsTheLockForReadingIsRefusedAndChangesNothing) {
+TEST(WritePause, IsRefusedForAThreadThatHoldsTheLockForReadingAndChangesNothing) {
   PauseBlock block;
   Participant self(block);
   EXPECT_EQ(KivSdStartRead(nullptr, &self->locks, &block->lock), KIV_ST_OK);
@@ -144,7 +143,7 @@ TEST(WritePause, ByAThreadThatHoldsTheLockForReadingIsRefusedAndChangesNothing) 
   EXPECT_TRUE(block.IsLockFree());
 }
 
-TEST(WritePause, LiftingWhatIsNotThereDoesNothing) {
+TEST(WritePause, LiftingWithoutAPauseDoesNothing) {
   PauseBlock block;
   Participant self(block);
   EXPECT_EQ(KivSdEventSet(nullptr, &block->resume), KIV_ST_OK);
@@ -155,7 +154,7 @@ TEST(WritePause, LiftingWhatIsNotThereDoesNothing) {
   EXPECT_TRUE(self.ctx().IsUntouched());
 }
 
-TEST(WritePause, IsLiftedForReadingSoThatAWaitingWriterCan) {
+TEST(WritePause, IsLiftedWhileAnotherThreadHoldsTheLockForReading) {
   PauseBlock block;
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 0), KIV_ST_OK);
@@ -167,7 +166,7 @@ TEST(WritePause, IsLiftedForReadingSoThatAWaitingWriterCan) {
   EXPECT_EQ(KivSdEndRW(nullptr, &reader->locks, &block->lock), KIV_ST_OK);
 }
 
-TEST(WritePause, IsLiftedByAThreadThatHoldsTheLockForReading) {
+TEST(WritePause, CanBeLiftedByAThreadThatHoldsTheLockForReading) {
   PauseBlock block;
   Participant self(block);
   EXPECT_EQ(KivSdPauseWriteIO(self, 0), KIV_ST_OK);
@@ -196,11 +195,11 @@ TEST(WriteLease, IsCountedWhileItIsHeld) {
   EXPECT_EQ(block->leases, 1);
   EXPECT_EQ(KivSdReleaseWriteIOLease(second), KIV_ST_OK);
   EXPECT_EQ(block->leases, 0);
-  EXPECT_FALSE(block.IsDrainedOpen()) << "nobody waits";
+  EXPECT_FALSE(block.IsDrainedOpen()) << "no pauser waits";
   EXPECT_TRUE(first.ctx().IsUntouched());
 }
 
-TEST(WriteLease, ThatIsNotHeldIsNotGivenBack) {
+TEST(WriteLease, IsNotGivenBackIfItIsNotHeld) {
   PauseBlock block;
   Participant self(block);
   block->leases = 3;
@@ -209,7 +208,7 @@ TEST(WriteLease, ThatIsNotHeldIsNotGivenBack) {
   EXPECT_EQ(self->held, 0u);
 }
 
-TEST(WriteLease, TakenInsideALeaseIsCountedAndNeverGivenBack) {
+TEST(WriteLease, TakenWithinALeaseIsCountedAndNeverGivenBack) {
   PauseBlock block;
   Participant self(block);
   EXPECT_EQ(KivSdGetWriteIOLease(self), KIV_ST_OK);
@@ -223,7 +222,7 @@ TEST(WriteLease, TakenInsideALeaseIsCountedAndNeverGivenBack) {
   }
 }
 
-TEST(WriteLease, IsNeverCountedBelowNone) {
+TEST(WriteLease, IsNeverCountedBelowZero) {
   PauseBlock block;
   Participant self(block);
   for (const int32_t count : {0, -1}) {
@@ -252,7 +251,7 @@ TEST(WriteLease, NeedsNoContext) {
 
 // ---- Giving back during a pause ----
 
-TEST(WriteLease, GivenBackLastDuringAPauseOpensTheDrainedGate) {
+TEST(WriteLease, OpensTheDrainedGateIfItIsTheLastGivenBackDuringAPause) {
   PauseBlock block;
   Participant first(block);
   Participant second(block);
@@ -267,7 +266,7 @@ TEST(WriteLease, GivenBackLastDuringAPauseOpensTheDrainedGate) {
   EXPECT_TRUE(block.IsDrainedOpen());
 }
 
-TEST(WriteLease, NotHeldAndGivenBackDuringAPauseOpensTheDrainedGateToo) {
+TEST(WriteLease, OpensTheDrainedGateDuringAPauseEvenIfItIsNotHeld) {
   PauseBlock block;
   Participant self(block);
   block->paused = 1;
@@ -300,7 +299,7 @@ TEST(WritePause, WaitsForTheLeasesThatAreOut) {
   EXPECT_TRUE(Comes([&] { return block.IsPaused(); }));
   EXPECT_FALSE(block.IsLockFree());
   EXPECT_EQ(KivSdReleaseWriteIOLease(first), KIV_ST_OK);
-  // Longer than a poll: a pauser does not go by the time.
+  // Longer than a poll: a time-out must not end the pauser's wait for leases.
   std::this_thread::sleep_for(std::chrono::milliseconds(1300));
   EXPECT_FALSE(paused);
   EXPECT_EQ(KivSdReleaseWriteIOLease(second), KIV_ST_OK);
@@ -310,7 +309,7 @@ TEST(WritePause, WaitsForTheLeasesThatAreOut) {
   EXPECT_TRUE(block.IsLockFree());
 }
 
-TEST(WritePause, DuringADrainASecondPauserIsRefusedAtOnce) {
+TEST(WritePause, RefusesASecondPauserAtOnceDuringADrain) {
   PauseBlock block;
   Participant writer(block);
   EXPECT_EQ(KivSdGetWriteIOLease(writer), KIV_ST_OK);
@@ -328,14 +327,14 @@ TEST(WritePause, DuringADrainASecondPauserIsRefusedAtOnce) {
 
 // ---- Waiting for the end of a pause ----
 
-TEST(WriteLease, DuringAPauseIsNotHadAndNotCounted) {
+TEST(WriteLease, IsNeitherTakenNorCountedDuringAPause) {
   PauseBlock block;
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 0), KIV_ST_OK);
   block.CloseDrained();
   const auto writers = Writers(block, 1);
   EXPECT_EQ(block.LeaseCount(), 0);
-  EXPECT_TRUE(block.IsDrainedOpen()) << "what the writer took for a moment the pauser may wait for";
+  EXPECT_TRUE(block.IsDrainedOpen()) << "a withdrawn lease must wake a pauser";
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_FALSE(writers[0]->IsDone());
   EXPECT_EQ(KivSdUnpauseWriteIO(pauser), KIV_ST_OK);
@@ -344,7 +343,7 @@ TEST(WriteLease, DuringAPauseIsNotHadAndNotCounted) {
   EXPECT_TRUE(block.IsLockFree());
 }
 
-TEST(WriteLease, IsHadByAllWhoWaitAtOnceWhenThePauseIsLifted) {
+TEST(WriteLease, IsTakenByAllWaitingWritersAtOnceWhenThePauseIsLifted) {
   constexpr size_t kWriters = 12;
   PauseBlock block;
   Participant pauser(block);
@@ -356,18 +355,18 @@ TEST(WriteLease, IsHadByAllWhoWaitAtOnceWhenThePauseIsLifted) {
     EXPECT_EQ(KivSdUnpauseWriteIO(pauser), KIV_ST_OK);
     for (const auto& writer : writers) static_cast<void>(writer->Ended());
     EXPECT_LT(watch.ElapsedMs(), kWakeMs);
-    EXPECT_TRUE(block.IsResumeOpen()) << "as it is while nothing is paused";
+    EXPECT_TRUE(block.IsResumeOpen()) << "the gate must be open without a pause";
     EXPECT_TRUE(block.IsLockFree());
     EXPECT_EQ(block.LeaseCount(), 0);
   }
 }
 
-TEST(WritePause, CannotBeginWhileWritersWaitForTheEndOfTheLast) {
+TEST(WritePause, CannotBeginWhileWritersWaitForTheEndOfAnEarlierPause) {
   PauseBlock block;
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 0), KIV_ST_OK);
   const auto writers = Writers(block, 2);
-  // As a pauser would find it that passed the test just before the first pause began.
+  // Acts as a second pauser that checked the flag just before the first pause began.
   std::atomic<bool> entered{false};
   std::thread thread([&] {
     KivRWLockTable table = {};
@@ -378,16 +377,16 @@ TEST(WritePause, CannotBeginWhileWritersWaitForTheEndOfTheLast) {
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   EXPECT_FALSE(entered);
-  // Lifted by hand: an unpauser would wait behind the one who wants to write.
+  // The test lifts the pause itself: KivSdUnpauseWriteIO would wait behind the second pauser.
   __atomic_store_n(&block->paused, uint64_t{0}, __ATOMIC_SEQ_CST);
   EXPECT_EQ(KivSdEventClear(nullptr, &block->resume), KIV_ST_OK);
   for (const auto& writer : writers) static_cast<void>(writer->Ended());
   thread.join();
 }
 
-// ---- Expiry and shutdown; side by side, because each takes its time ----
+// ---- Expiry and shutdown; several blocks at once, because each takes seconds ----
 
-TEST(WritePauseExpiry, IsNoticedByAWriterThatWaits) {
+TEST(WritePauseExpiry, IsNoticedByAWaitingWriter) {
   PauseBlock block;
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 1), KIV_ST_OK);
@@ -414,7 +413,7 @@ TEST(WritePauseExpiry, DependsOnTheMaximum) {
   EXPECT_EQ(KivSdPauseWriteIO(pausers[2], -1), KIV_ST_OK);
   EXPECT_EQ(KivSdPauseWriteIO(pausers[3], 1), KIV_ST_OK);
   const auto forEver = Writers(unlimited, 1);
-  // Pauses are timed in whole seconds, cut off: the first poll sees 2 of them or 3, never 4.
+  // Times are truncated to whole seconds: at the first poll 2 or 3 seconds have passed, never 4.
   const auto twoPolls = Writers(fourSeconds, 1);
   const auto onePoll = Writers(negative, 1);
 
@@ -426,12 +425,12 @@ TEST(WritePauseExpiry, DependsOnTheMaximum) {
   EXPECT_LT(first, kPollMs + kWakeMs);
   EXPECT_FALSE(forEver[0]->IsDone());
   EXPECT_TRUE(unlimited.IsPaused());
-  EXPECT_TRUE(withoutWriters.IsPaused()) << "nobody looked";
+  EXPECT_TRUE(withoutWriters.IsPaused()) << "only a waiting writer notices the expiry";
   EXPECT_EQ(KivSdUnpauseWriteIO(pausers[0]), KIV_ST_OK);
   static_cast<void>(forEver[0]->Ended());
 }
 
-TEST(WritePauseShutdown, DuringADrainEndsThePauserAndLeavesThePause) {
+TEST(WritePauseShutdown, EndsADrainAndLeavesThePauseInForce) {
   PauseBlock block;
   Participant holder(block);
   Participant pauser(block);
@@ -467,7 +466,7 @@ TEST(WritePauseShutdown, DuringADrainEndsThePauserAndLeavesThePause) {
   EXPECT_EQ(KivSdReleaseWriteIOLease(holder), KIV_ST_OK);
 }
 
-TEST(WritePauseShutdown, IsOfNoConcernToAPauserWithoutLeasesToWaitFor) {
+TEST(WritePauseShutdown, DoesNotStopAPauserWithoutLeasesToWaitFor) {
   PauseBlock block;
   block.ShutDown();
   Participant pauser(block);
@@ -475,7 +474,7 @@ TEST(WritePauseShutdown, IsOfNoConcernToAPauserWithoutLeasesToWaitFor) {
   EXPECT_EQ(block->maximumSeconds, 5);
 }
 
-TEST(WritePauseShutdown, LetsAllWhoWaitGoOn) {
+TEST(WritePauseShutdown, LetsAllWaitingWritersGoOn) {
   PauseBlock block;
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 0), KIV_ST_OK);
@@ -492,7 +491,7 @@ class LeasedWrite : public testing::Test {
   LeasedWrite() : descriptor_(Open()) {}
   ~LeasedWrite() override { EXPECT_EQ(close(descriptor_), 0); }
 
-  // A descriptor with a position of its own.
+  // Opens another descriptor of the file, with its own position.
   int Open() const {
 #ifdef _WIN32
     const int descriptor = _open(path_.c_str(), _O_CREAT | _O_RDWR | _O_BINARY, 0600);
@@ -534,7 +533,7 @@ TEST_F(LeasedWrite, WritesAtThePositionAndAtAnOffset) {
   EXPECT_STREQ(text, "abXYef");
 }
 
-TEST_F(LeasedWrite, GivesTheLeaseBackWhenTheWriteFails) {
+TEST_F(LeasedWrite, GivesTheLeaseBackIfTheWriteFails) {
   uint32_t count = 0;
   uint32_t osError = 0;
   constexpr uint32_t kBadDescriptor = 9;
@@ -556,8 +555,8 @@ TEST_F(LeasedWrite, WaitsForTheEndOfAPause) {
     uint32_t count = 0;
     EXPECT_EQ(KivSdLeasedFileWrite(self, file(), "abc", 3, &count), KIV_ST_OK);
   });
-  // The writers go on in either order, and a write at an offset leaves the descriptor's position
-  // behind it: each writer has its own descriptor.
+  // The writers go on in either order, and a write at an offset moves its descriptor's position.
+  // Each writer therefore has its own descriptor.
   std::thread second([&] {
     Participant self(block_);
     const int own = Open();

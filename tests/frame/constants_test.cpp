@@ -1,4 +1,4 @@
-// The values of the public constants. Hosts compile them in, so that a value never changes.
+// The values of the public constants. Hosts compile them in, so a value must never change.
 #include <gtest/gtest.h>
 
 #include "kivsdu/kivsdu.h"

@@ -1,4 +1,4 @@
-// What KivSdInit does when the C runtime has no memory.
+// KivSdInit when the C runtime has no memory.
 #include <gtest/gtest.h>
 
 #include "kivsdu/kivsdu.h"
@@ -8,7 +8,7 @@ namespace {
 
 using kiv::test::ScriptedImport;
 
-TEST(ContextFailure, NoMemoryYieldsNoRecord) {
+TEST(ContextFailure, NoRecordIsReturnedWithoutMemory) {
   KivSdContext old = {};
   KivSdContext* ctx = &old;
   const ScriptedImport malloc("malloc", {.result = 0, .error = 8});

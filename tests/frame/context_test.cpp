@@ -1,4 +1,4 @@
-// The context record, the last error, and the entries that several exports share.
+// The context record, the last error, and the function bodies that several exports share.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,7 +10,7 @@ namespace {
 
 using kiv::test::Context;
 
-TEST(Context, IsRefusedWithoutAPlaceToPutIt) { EXPECT_EQ(KivSdInit(nullptr), KIV_ST_ARGUMENT); }
+TEST(Context, IsRefusedWithoutAResultPointer) { EXPECT_EQ(KivSdInit(nullptr), KIV_ST_ARGUMENT); }
 
 TEST(Context, IsZeroedWhenFresh) {
   KivSdContext* ctx = nullptr;
@@ -77,7 +77,7 @@ TEST(LastError, LengthOfTwoWritesTheWholeNumber) {
   EXPECT_STREQ(text, "-2147483648");
 }
 
-TEST(LastError, NeedsNeitherTextNorNumber) {
+TEST(LastError, AcceptsNullTextAndNullNumber) {
   const KivSdContext ctx = {1, 5, 0};
   EXPECT_EQ(KivSdLastErrGet(&ctx, 16, nullptr, nullptr), KIV_ST_OK);
 }
@@ -101,7 +101,7 @@ const SharedEntry kNothingToDo[] = {
     KivSdFileLock, KivSdFileLockProcInfo, KivSdFileUnlock,
 };
 
-TEST(SharedEntry, NotSupportedSaysSoWhateverItIsGiven) {
+TEST(SharedEntry, NotSupportedIgnoresItsArguments) {
   Context ctx;
   for (const SharedEntry entry : kNotSupported) {
     CHECK_OUTCOME(ctx, entry(ctx, 1, 2, 3, 4), KIV_ST_NOT_SUPPORTED, 0u);

@@ -1,4 +1,4 @@
-// What every platform's binding of the seam has to do. A port is complete when this passes.
+// The requirements on every platform's binding of the seam. A port needs to pass these tests.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -23,7 +23,7 @@ namespace {
 
 namespace os = kiv::os;
 
-TEST(SeamHeap, GivesMovesAndTakesBlocks) {
+TEST(SeamHeap, AllocatesMovesAndFreesBlocks) {
   void* block = os::RawAllocate(100);
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 16, 0u);
@@ -38,7 +38,7 @@ TEST(SeamHeap, GivesMovesAndTakesBlocks) {
   os::RawFree(nullptr);
 }
 
-TEST(SeamPages, AreZeroedWritableAndReleasedByTheirAddressAlone) {
+TEST(SeamPages, AreZeroedAndWritableAndReleasedByAddressOnly) {
   constexpr uint64_t kSize = 3 * 8192;
   const os::ValueResult<void*> pages = os::CommitPages(kSize);
   ASSERT_TRUE(pages.ok);
@@ -51,7 +51,7 @@ TEST(SeamPages, AreZeroedWritableAndReleasedByTheirAddressAlone) {
   EXPECT_TRUE(os::ReleasePages(bytes).ok);
 }
 
-TEST(SeamPages, OfNoSizeOrOfAllMemoryAreRefusedWithAnError) {
+TEST(SeamPages, OfSizeZeroOrOfHugeSizeAreRefusedWithAnError) {
   for (const uint64_t size : {uint64_t{0}, uint64_t{1} << 62}) {
     const os::ValueResult<void*> pages = os::CommitPages(size);
     EXPECT_FALSE(pages.ok);
@@ -60,14 +60,14 @@ TEST(SeamPages, OfNoSizeOrOfAllMemoryAreRefusedWithAnError) {
   }
 }
 
-TEST(SeamProcessor, KnowsItself) {
+TEST(SeamProcessor, ReportsCountTypeAndPageSize) {
   EXPECT_GE(os::ProcessorCount(), 1u);
   EXPECT_EQ(os::ProcessorType(), os::kProcessorAmdX8664);
   EXPECT_GE(os::PageSizeBytes(), 4096u);
   EXPECT_EQ(os::PageSizeBytes() & (os::PageSizeBytes() - 1), 0u);
 }
 
-TEST(SeamProcessor, TellsNumbersFromWhatIsNone) {
+TEST(SeamProcessor, DistinguishesFiniteNumbersFromOthers) {
   using Limits = std::numeric_limits<double>;
   EXPECT_TRUE(os::IsFinite(0.0));
   EXPECT_TRUE(os::IsFinite(Limits::max()));
@@ -90,7 +90,7 @@ TEST(SeamClock, CountsForward) {
   EXPECT_LT(os::TickCountMs() - ticksBefore, 30000u);
 }
 
-TEST(SeamEnvironment, FindsWhatIsThere) {
+TEST(SeamEnvironment, FindsOnlySetVariables) {
   EXPECT_NE(os::EnvironmentValue("PATH"), nullptr);
   EXPECT_EQ(os::EnvironmentValue("KIV_NO_SUCH_VARIABLE"), nullptr);
 }
@@ -150,11 +150,11 @@ uint32_t UseItsWord(void* argument) {
   return 0;
 }
 
-TEST(SeamThread, HasAWordOfItsOwn) {
+TEST(SeamThread, HasItsOwnWord) {
   EXPECT_EQ(os::ReadThreadWord(), nullptr);
   int mine = 0;
   os::WriteThreadWord(&mine);
-  // The second may well lie where the first did.
+  // The second thread may get the memory of the first.
   for (int round = 0; round < 2; ++round) {
     Words words;
     const os::ValueResult<void*> thread = os::StartThread(UseItsWord, &words, 0);
@@ -169,7 +169,7 @@ TEST(SeamThread, HasAWordOfItsOwn) {
   EXPECT_EQ(os::ReadThreadWord(), nullptr);
 }
 
-TEST(SeamThread, RunsOnAfterItsHandleIsClosed) {
+TEST(SeamThread, ContinuesAfterItsHandleIsClosed) {
   std::atomic<uint32_t> done{0};
   const auto finish = [](void* argument) -> uint32_t {
     *static_cast<std::atomic<uint32_t>*>(argument) = 1;
@@ -181,12 +181,12 @@ TEST(SeamThread, RunsOnAfterItsHandleIsClosed) {
   while (done == 0) os::YieldThread();
 }
 
-TEST(SeamThreadSlot, ThatIsFreedIsRefused) {
+TEST(SeamThreadSlot, RefusesAnUnusedIndex) {
   EXPECT_FALSE(os::FreeThreadSlot(0x7FFFFFFF).ok);
   EXPECT_FALSE(os::WriteThreadSlot(0x7FFFFFFF, nullptr).ok);
 }
 
-// Two threads hand a turn back and forth. A lost wake-up would hang the test into its time limit.
+// Two threads pass a turn back and forth. A lost wake-up would hang the test until its time limit.
 struct Table {
   void* mutex = nullptr;
   std::array<void*, 2> semaphores = {};
@@ -238,16 +238,16 @@ os::Claim TakeOnAnotherThread(void* claim) {
   return test.outcome;
 }
 
-TEST(SeamClaim, BelongsToItsThreadUntilThatHasEnded) {
+TEST(SeamClaim, BelongsToItsThreadUntilTheThreadHasEnded) {
   const os::ValueResult<void*> made = os::MakeClaim();
   ASSERT_TRUE(made.ok);
   EXPECT_EQ(TakeOnAnotherThread(made.value), os::Claim::kTaken);
   EXPECT_EQ(TakeOnAnotherThread(made.value), os::Claim::kTakenFromEnded);
   EXPECT_EQ(os::TakeClaim(made.value), os::Claim::kTakenFromEnded);
-  EXPECT_EQ(os::TakeClaim(made.value), os::Claim::kTaken) << "again, by its holder";
+  EXPECT_EQ(os::TakeClaim(made.value), os::Claim::kTaken) << "taken again by its holder";
 }
 
-TEST(SeamClaim, IsNotTakenWhereThereIsNone) {
+TEST(SeamClaim, OfNullCannotBeTaken) {
   EXPECT_EQ(os::TakeClaim(nullptr), os::Claim::kFailed);
   const os::ValueResult<void*> made = os::MakeClaim();
   ASSERT_TRUE(made.ok);

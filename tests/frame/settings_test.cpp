@@ -45,7 +45,7 @@ class LeaseGuard : public testing::Test {
 TEST(FailoverMode, IsOffAndHasNoGuardWhenTheLibraryIsLoaded) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(KivSdIsFailoverMode(), 0u);
-    KivSdGetLeaseGuard();  // there is none to call
+    KivSdGetLeaseGuard();  // calls no guard
     KivSdSetFailoverModeFlag(1);
     Context ctx;
     uint32_t pageBytes = 0;
@@ -53,7 +53,7 @@ TEST(FailoverMode, IsOffAndHasNoGuardWhenTheLibraryIsLoaded) {
   });
 }
 
-TEST_F(LeaseGuard, AnyFlagIsStoredAsItIsGivenAndMeansOnUnlessZero) {
+TEST_F(LeaseGuard, AnyFlagIsStoredAsGivenAndMeansOnUnlessZero) {
   uint32_t pageBytes = 0;
   int expected = 0;
   for (uint32_t flag = 0; flag <= 255; ++flag) {
@@ -77,14 +77,14 @@ TEST_F(LeaseGuard, RunsOnTheCallingThread) {
   EXPECT_EQ(guardThread, caller);
 }
 
-TEST_F(LeaseGuard, RunsBeforeTheArgumentsAreLookedAt) {
+TEST_F(LeaseGuard, RunsBeforeTheArgumentsAreChecked) {
   KivSdSetFailoverModeFlag(1);
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdPageSizeGet(ctx, nullptr));
   EXPECT_EQ(guardCalls, 1);
 }
 
-TEST_F(LeaseGuard, IsNotRunByOperationsThatAreNotGuarded) {
+TEST_F(LeaseGuard, IsNotCalledByUnguardedOperations) {
   KivSdSetFailoverModeFlag(1);
   Context ctx;
   void* block = nullptr;
@@ -95,7 +95,7 @@ TEST_F(LeaseGuard, IsNotRunByOperationsThatAreNotGuarded) {
   EXPECT_EQ(guardCalls, 0);
 }
 
-TEST_F(LeaseGuard, IsCalledDirectlyWhateverTheMode) {
+TEST_F(LeaseGuard, GetCallsItInEveryMode) {
   KivSdGetLeaseGuard();
   EXPECT_EQ(guardCalls, 1);
   KivSdSetFailoverModeFlag(1);
@@ -103,7 +103,7 @@ TEST_F(LeaseGuard, IsCalledDirectlyWhateverTheMode) {
   EXPECT_EQ(guardCalls, 2);
 }
 
-TEST_F(LeaseGuard, NullTakesTheGuardAwayEvenInFailoverMode) {
+TEST_F(LeaseGuard, NullRemovesTheGuardEvenInFailoverMode) {
   KivSdSetFailoverModeFlag(1);
   KivSdSetLeaseGuardAccessFunction(nullptr);
   Context ctx;
@@ -113,7 +113,7 @@ TEST_F(LeaseGuard, NullTakesTheGuardAwayEvenInFailoverMode) {
   EXPECT_EQ(guardCalls, 0);
 }
 
-TEST_F(LeaseGuard, TheLastOneInstalledIsTheOneThatRuns) {
+TEST_F(LeaseGuard, TheLastInstalledGuardRuns) {
   KivSdSetLeaseGuardAccessFunction(CountOtherGuard);
   KivSdGetLeaseGuard();
   EXPECT_EQ(guardCalls, 0);
@@ -149,7 +149,7 @@ void CountOther(uint64_t, uint64_t, uint64_t, uint64_t) { ++otherHookCalls; }
 
 class Hook : public testing::TestWithParam<HookCase> {};
 
-TEST_P(Hook, DoesNothingBeforeOneIsSetAndNullSetsNone) {
+TEST_P(Hook, DoesNothingBeforeOneIsInstalledAndNullInstallsNothing) {
   IN_FRESH_PROCESS([] {
     GetParam().call(1, 2, 3, 4);
     GetParam().install(nullptr);
@@ -161,7 +161,7 @@ TEST_P(Hook, DoesNothingBeforeOneIsSetAndNullSetsNone) {
   });
 }
 
-TEST_P(Hook, StaysWhenNullIsSetLater) {
+TEST_P(Hook, StaysWhenNullIsInstalledLater) {
   IN_FRESH_PROCESS([] {
     GetParam().install(KeepValues);
     GetParam().install(nullptr);
@@ -212,7 +212,7 @@ constexpr uint64_t kCallsPerThread = 20000;
 std::atomic<uint64_t> seenBy[2][kThreads];
 std::atomic<uint64_t> mixedUp{0};
 
-// The four values of a call belong together: {thread, number, their sum, its complement}.
+// The four values of a call are related: thread, number, their sum, and the sum's complement.
 template <int kHook>
 void Check(uint64_t thread, uint64_t number, uint64_t sum, uint64_t complement) {
   if (thread >= kThreads || sum != thread + number || complement != ~sum) {
@@ -241,13 +241,13 @@ TEST_P(Hook, IsCalledFromManyThreadsAtOnceWhileItIsReplaced) {
 INSTANTIATE_TEST_SUITE_P(Every, Hook, testing::ValuesIn(kHooks),
                          [](const auto& hook) { return hook.param.name; });
 
-// ---- The rest ----
+// ---- Other settings ----
 
 TEST(AppFolderName, IsAppUntilOneIsSet) {
   IN_FRESH_PROCESS([] { EXPECT_STREQ(KivSdAppFolderName(), "APP"); });
 }
 
-TEST(AppFolderName, IsTheCallersOwnTextAndNoCopy) {
+TEST(AppFolderName, IsTheCallersTextAndNotACopy) {
   IN_FRESH_PROCESS([] {
     char name[] = "cells";
     KivSdSetAppFolderName(name);
@@ -259,7 +259,7 @@ TEST(AppFolderName, IsTheCallersOwnTextAndNoCopy) {
   });
 }
 
-TEST(FileLockingMode, LeavesLockingAFileAnOperationThatDoesNothing) {
+TEST(FileLockingMode, HasNoEffectOnTheFileLockOperations) {
   Context ctx;
   for (const uint32_t mode : {0u, 2u, UINT32_MAX, 1u}) {
     KivSdSetFileLockingMode(mode);

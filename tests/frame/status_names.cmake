@@ -1,4 +1,4 @@
-# The statuses that status.h names, for status_test.
+# Generates the list of statuses in status.h, for status_test.
 set(header ${PROJECT_SOURCE_DIR}/include/kivsdu/status.h)
 file(STRINGS ${header} lines REGEX "^#define KIV_ST_")
 set(names "")

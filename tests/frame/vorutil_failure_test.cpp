@@ -1,4 +1,4 @@
-// What the per-thread slot does when the system refuses.
+// The per-thread utility slot when a system call or an allocation fails.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -12,7 +12,7 @@ using kiv::test::ScriptedImport;
 constexpr uint32_t kNoSlot = 0xFFFFFFFF;
 const kiv::test::Script kPassThrough = {.failCount = 0};
 
-TEST(SlotFailure, WithoutASlotTheKeyCellIsFreedAndNothingIsStored) {
+TEST(SlotFailure, WithoutASlotTheKeyIsFreedAndNothingIsStored) {
   const ScriptedImport malloc("malloc", kPassThrough);
   const ScriptedImport free("free", kPassThrough);
   const ScriptedImport alloc("TlsAlloc", {.result = kNoSlot, .error = 259});
@@ -34,7 +34,7 @@ TEST(SlotFailure, CanBeFollowedByASuccess) {
   KivSdVorUtilTlsTerm();
 }
 
-TEST(SlotFailure, WithoutMemoryNoSlotIsAsked) {
+TEST(SlotFailure, WithoutMemoryNoSlotIsAllocated) {
   const ScriptedImport alloc("TlsAlloc", kPassThrough);
   const ScriptedImport malloc("malloc", {.result = 0, .error = 8});
   EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OUT_OF_MEMORY);
@@ -42,8 +42,8 @@ TEST(SlotFailure, WithoutMemoryNoSlotIsAsked) {
   EXPECT_TRUE(alloc.calls().empty());
 }
 
-// The slot that is there serves on, and what the second init took is given back.
-TEST(SlotFailure, OfASecondInitIsReportedAndNoAssertion) {
+// The existing slot stays usable, and the second init frees everything that it allocated.
+TEST(SlotFailure, OfASecondInitIsReportedWithoutAnAssertion) {
   int value = 0;
   ASSERT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
   ASSERT_EQ(KivSdVorUtilTlsSet(&value), KIV_ST_OK);
@@ -66,7 +66,8 @@ TEST(SlotFailure, OfASecondInitIsReportedAndNoAssertion) {
   KivSdVorUtilTlsTerm();
 }
 
-// A key cell that cannot be written: the first write traps, which shows what others saw then.
+// Memory for the key that is read-only at first: the first write traps, and the handler records the
+// key that other threads see at that moment.
 class TrappingCell {
  public:
   TrappingCell() {
@@ -106,7 +107,7 @@ class TrappingCell {
   void* handler_;
 };
 
-TEST(SlotInit, FillsTheKeyCellBeforeOthersSeeIt) {
+TEST(SlotInit, FillsTheKeyBeforeOtherThreadsSeeIt) {
   const TrappingCell cell;
   const ScriptedImport malloc("malloc", {.result = reinterpret_cast<uintptr_t>(cell.page())});
   const ScriptedImport free("free", {});
@@ -117,7 +118,7 @@ TEST(SlotInit, FillsTheKeyCellBeforeOthersSeeIt) {
   KivSdVorUtilTlsTerm();
 }
 
-TEST(SlotFailure, AValueThatCannotBeStoredLeavesTheOldOne) {
+TEST(SlotFailure, AFailedSetLeavesTheOldValue) {
   int value = 0;
   ASSERT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
   ASSERT_EQ(KivSdVorUtilTlsSet(&value), KIV_ST_OK);
@@ -131,7 +132,7 @@ TEST(SlotFailure, AValueThatCannotBeStoredLeavesTheOldOne) {
   KivSdVorUtilTlsTerm();
 }
 
-TEST(SlotTerm, GivesTheSlotAndItsCellBackOnce) {
+TEST(SlotTerm, FreesTheSlotAndItsKeyOnce) {
   ASSERT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
   const auto cell = reinterpret_cast<uintptr_t>(KivSdVorUtilGlobals()->tlsKey);
   const uint32_t slot = *KivSdVorUtilGlobals()->tlsKey;

@@ -17,14 +17,14 @@ constexpr char kSource[] = "sd/sdvorutil";
 
 void* Value(uintptr_t bits) { return reinterpret_cast<void*>(bits); }
 
-// A slot that lasts as long as the test.
+// A slot that exists for the duration of the test.
 class Slot : public testing::Test {
  protected:
   Slot() { EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK); }
   ~Slot() override { KivSdVorUtilTlsTerm(); }
 };
 
-TEST(NoSlot, IsWhatAProcessStartsWith) {
+TEST(NoSlot, IsTheInitialState) {
   IN_FRESH_PROCESS([] {
     ASSERT_NE(KivSdVorUtilGlobals(), nullptr);
     EXPECT_EQ(KivSdVorUtilGlobals()->hostValue, nullptr);
@@ -36,7 +36,7 @@ TEST(NoSlot, ReadsNullBeforeTheFirstInit) {
   IN_FRESH_PROCESS([] { EXPECT_EQ(KivSdVorUtilTlsGet(), nullptr); });
 }
 
-TEST(NoSlot, TermDoesNothingHoweverOften) {
+TEST(NoSlot, TermDoesNothing) {
   KivSdVorUtilTlsTerm();
   KivSdVorUtilTlsTerm();
   EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, nullptr);
@@ -67,7 +67,7 @@ TEST_F(Slot, KeepsEveryBitOfTheLastValueSet) {
   }
 }
 
-TEST_F(Slot, AThreadSeesNothingOfAnothersValue) {
+TEST_F(Slot, AThreadDoesNotSeeAnotherThreadsValue) {
   EXPECT_EQ(KivSdVorUtilTlsSet(Value(7)), KIV_ST_OK);
   void* before = Value(99);
   void* after = nullptr;
@@ -81,7 +81,7 @@ TEST_F(Slot, AThreadSeesNothingOfAnothersValue) {
   EXPECT_EQ(KivSdVorUtilTlsGet(), Value(7));
 }
 
-TEST_F(Slot, EachOfManyThreadsReadsBackItsOwn) {
+TEST_F(Slot, EachOfManyThreadsReadsItsOwnValue) {
   constexpr uint32_t kThreads = 8;
   constexpr uintptr_t kRounds = 20000;
   uintptr_t wrong[kThreads] = {};
@@ -94,15 +94,15 @@ TEST_F(Slot, EachOfManyThreadsReadsBackItsOwn) {
   for (const uintptr_t count : wrong) EXPECT_EQ(count, 0u);
 }
 
-TEST_F(Slot, ReadsNullOnceItIsGivenBack) {
+TEST_F(Slot, ReadsNullAfterTerm) {
   EXPECT_EQ(KivSdVorUtilTlsSet(Value(7)), KIV_ST_OK);
   KivSdVorUtilTlsTerm();
   EXPECT_EQ(KivSdVorUtilTlsGet(), nullptr);
   EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, nullptr);
 }
 
-TEST_F(Slot, CanBeMadeAgainAndThenHoldsNothingOld) {
-  for (int round = 0; round < 3000; ++round) {  // more than any system has slots
+TEST_F(Slot, CanBeMadeAgainAndThenHoldsNoOldValue) {
+  for (int round = 0; round < 3000; ++round) {  // more rounds than any system has slots
     ASSERT_EQ(KivSdVorUtilTlsGet(), nullptr);
     ASSERT_EQ(KivSdVorUtilTlsSet(Value(7)), KIV_ST_OK);
     KivSdVorUtilTlsTerm();

@@ -1,4 +1,4 @@
-// Any bytes at all as a memory configuration file: read, held to their ranges and listed.
+// Reads arbitrary bytes as a memory configuration file, validates the settings and lists them.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// The standard output is not looked at, but written, so that messages are made.
+// The output is discarded, but it must be written so that the formatting code runs.
 void SilenceStandardOutput() {
   if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();
 }
@@ -33,15 +33,17 @@ kiv::MemorySettings Parsed(const uint8_t* bytes, size_t count) {
   return settings;
 }
 
-// What no file can set.
+// Checks the fill bytes.
 void CheckUntouched(const kiv::MemorySettings& settings) {
-  Check(settings.allocatedFill == 0xFF, "one fill byte is never set");
-  Check(settings.freedFill <= 9 || settings.freedFill == 0xAB, "the other is a digit");
+  Check(settings.allocatedFill == 0xFF, "no file sets the fill byte of allocated blocks");
+  Check(settings.freedFill <= 9 || settings.freedFill == 0xAB,
+        "the fill byte of freed blocks is a digit or the default");
 }
 
 void CheckPlainMode(const kiv::MemorySettings& settings) {
   Check(!settings.shortHeaps, "there are no short heaps in plain mode");
-  Check(!settings.limitRejected || !settings.memoryControl, "a rejected limit is none");
+  Check(!settings.limitRejected || !settings.memoryControl,
+        "a rejected limit turns memory control off");
 }
 
 void CheckRanges(const kiv::MemorySettings& settings) {

@@ -1,6 +1,6 @@
-// Any bytes at all as the peer of a shared memory segment: what lies in the halves, when it
-// changes, and how the semaphores answer. The half that an operation is about is all of the area
-// that may be touched; the rest is poisoned, and the caller's buffers are as small as allowed.
+// The fuzzer's bytes act as the peer of a shared memory segment: they decide the contents of the
+// halves, when these change, and the results of the semaphores. An operation may touch only its own
+// half of the area; the rest is poisoned. The caller's buffers have the smallest size allowed.
 #include <sanitizer/asan_interface.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ void Check(bool holds, const char* what) {
   std::abort();
 }
 
-// The input, taken piece by piece; zeros behind its end.
+// The input, consumed piece by piece; reads as zeros after its end.
 class Input {
  public:
   Input(const uint8_t* bytes, size_t count) : at_(bytes), end_(bytes + count) {}
@@ -50,7 +50,7 @@ class Input {
 
 alignas(4096) unsigned char area[KIV_SEGMENT_AREA_BYTES];
 
-// Writes into the half that is read whenever the library waits for it.
+// Writes into the reading half whenever the library waits for the peer.
 class Peer : public kiv::test::SegmentCalls {
  public:
   Peer(Input* input, int32_t chunk, uint32_t kind) : input_(input) {
@@ -61,7 +61,7 @@ class Peer : public kiv::test::SegmentCalls {
   }
   ~Peer() override { __asan_unpoison_memory_region(area, sizeof area); }
 
-  // What the next operation may touch.
+  // Unpoisons the half that the next operation may touch, and nothing else.
   void Expose(bool reading) {
     reading_ = reading;
     __asan_poison_memory_region(area, sizeof area);
@@ -97,7 +97,7 @@ bool IsTransferStatus(uint32_t status) {
          status == KIV_ST_SEM_REQUEST || status == KIV_ST_SEM_CLEAR;
 }
 
-// One operation on the chunk, as the input says.
+// Runs one operation on the chunk, chosen by the input.
 void Operate(Input* input, Peer* peer, KivSharedMemSeg* segment, int32_t chunk) {
   const uint8_t what = input->Byte();
   peer->Expose(what % 5 < 3);
@@ -115,18 +115,18 @@ void Operate(Input* input, Peer* peer, KivSharedMemSeg* segment, int32_t chunk) 
       const uint32_t status =
           KivReadSharedMemChunk(nullptr, segment, chunk, length, string ? 1 : 0, &code, to);
       Check(IsTransferStatus(status) || status == reading->code, "the status of a read");
-      Check(latched == 0 || status == KIV_CHUNK_LATCHED, "what is blocked is not read");
-      Check(status != KIV_ST_OK || reading->code == 0, "a success blocks nothing");
+      Check(latched == 0 || status == KIV_CHUNK_LATCHED, "a latched chunk is not read");
+      Check(status != KIV_ST_OK || reading->code == 0, "a successful read latches nothing");
       break;
     }
     case 2: {
       const uint32_t status = KivReadSharedMemChunkCode(nullptr, segment, chunk, &code);
       Check(IsTransferStatus(status) || status == KIV_ST_CHUNK_CODE, "the status of a code");
-      Check(latched == reading->code, "reading a code blocks nothing");
+      Check(latched == reading->code, "reading a code latches nothing");
       break;
     }
     case 3: {
-      // What is not split and does not fit is not looked at, however long it is said to be.
+      // Data that may not be split and does not fit is never read, so its length may be huge.
       const bool split = (what & 0x40) != 0;
       const bool huge = !split && (what & 0x20) != 0;
       if (!huge) length %= kMaxBytes;
@@ -160,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t count) {
   Peer peer(&input, chunk, segment.kind);
   while (!input.IsAtEnd() && !peer.IsTired()) {
     Operate(&input, &peer, &segment, chunk);
-    // Without an end a blocked chunk would use up the input.
+    // Otherwise a latched chunk would stay latched for the rest of the input.
     if ((which & 0x40) != 0) segment.reading[chunk].code = segment.writing[chunk].code = 0;
   }
   return 0;

@@ -1,8 +1,8 @@
-// Named pipes between a server and its clients, threads and other processes.
+// Named pipes between a server and its clients, on threads and in other processes.
 //
-// Clients that transfer open their end with the system's own call: KivSdNamedPipeOpen always
-// opens in overlapped mode, and the system promises nothing for a read or a write of such a handle
-// without an overlapped structure, which is how KivSdPipeRead and KivSdPipeWrite work.
+// Clients that transfer data open their end with the system's own call. KivSdNamedPipeOpen always
+// opens in overlapped mode, but KivSdPipeRead and KivSdPipeWrite pass no overlapped structure, and
+// the system does not define such transfers.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -31,7 +31,7 @@ std::string OwnName(const char* purpose) {
   return "kivsdu-" + std::to_string(GetCurrentProcessId()) + "-" + purpose;
 }
 
-// The server's end of a pipe with one instance.
+// The server's end of a pipe, by default with one instance.
 struct Server {
   explicit Server(const char* purpose, uint32_t pipeMode = PIPE_TYPE_BYTE | PIPE_READMODE_BYTE,
                   uint32_t maximumInstances = 1)
@@ -50,7 +50,7 @@ struct Server {
   KivHandle pipe = nullptr;
 };
 
-// A client's end for transfers; see above.
+// A client's end for transfers, opened with the system's own call (see the top of this file).
 struct Client {
   explicit Client(const std::string& path, uint32_t readMode = PIPE_READMODE_BYTE)
       : pipe(CreateFileA(path.c_str(), kReadWrite, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
@@ -72,7 +72,7 @@ bool Send(KivHandle pipe, const std::string& text) {
          count == text.size();
 }
 
-// Up to the end of the line, which every text between processes has.
+// Reads one line. Every text between the processes ends with a line feed.
 std::string ReceiveLine(KivHandle pipe) {
   std::string line;
   char letter = 0;
@@ -85,7 +85,7 @@ std::string ReceiveLine(KivHandle pipe) {
 
 // ---- Roles: {name of the pipe} ----
 
-// Waits for the pipe, answers one line with "echo " and the line, and goes when the server says so.
+// Waits for the pipe, answers one line with "echo " and that line, and ends after a line "bye".
 uint32_t PlayEcho(const RoleArguments& arguments) {
   if (KivSdNamedPipeWait(nullptr, "local", arguments[0].c_str(), kLimitMs) != KIV_ST_OK) {
     return 1;
@@ -97,7 +97,7 @@ uint32_t PlayEcho(const RoleArguments& arguments) {
 }
 const RegisteredRole echoRole("echo", PlayEcho);
 
-// Connects, says so, and holds the pipe until it is killed.
+// Connects, sends the line "here", and holds the pipe until the process is killed.
 uint32_t PlayHolder(const RoleArguments& arguments) {
   const Client client("\\\\.\\PIPE\\" + arguments[0]);
   if (!Send(client.pipe, "here\n")) return 1;
@@ -108,7 +108,7 @@ const RegisteredRole holdRole("hold", PlayHolder);
 
 // ---- Connecting ----
 
-TEST(NamedPipeConnect, AClientThatCameBeforeIsASuccessWithItsOsError) {
+TEST(NamedPipeConnect, SucceedsWithAnOsErrorIfAClientHadConnectedBefore) {
   Context ctx;
   const Server server("before");
   KivHandle pipe = server.pipe;
@@ -117,9 +117,9 @@ TEST(NamedPipeConnect, AClientThatCameBeforeIsASuccessWithItsOsError) {
   EXPECT_EQ(KivSdNamedPipeConnect(nullptr, &pipe), KIV_ST_OK);
 }
 
-// Once a client was disconnected, the instance can be opened again only while the server waits:
-// the client's wait ends, and its opening succeeds, no earlier.
-TEST(NamedPipeConnect, AClientThatComesDuringTheCallIsAFailureWithoutOsError) {
+// After a client was disconnected, the instance can be opened again only while the server waits in
+// KivSdNamedPipeConnect. Only then does the second client's wait end and its open succeed.
+TEST(NamedPipeConnect, FailsWithoutAnOsErrorIfAClientConnectsDuringTheCall) {
   Context ctx;
   Server server("during");
   {
@@ -135,7 +135,7 @@ TEST(NamedPipeConnect, AClientThatComesDuringTheCallIsAFailureWithoutOsError) {
   EXPECT_EQ(second.ExitCode(), 100u);
 }
 
-TEST(NamedPipeConnect, AClientThatCameAndWentIsAFailure) {
+TEST(NamedPipeConnect, FailsIfTheClientHasLeftAgain) {
   Context ctx;
   Server server("gone");
   { const Client client(server.path()); }
@@ -159,7 +159,7 @@ TEST(NamedPipeConnect, ServesClientsOneAfterTheOther) {
   }
 }
 
-TEST(NamedPipeConnect, DisconnectTakesThePipeFromTheClient) {
+TEST(NamedPipeConnect, DisconnectEndsTheClientsTransfers) {
   Context ctx;
   Server server("cut");
   Client client(server.path());
@@ -190,13 +190,13 @@ TEST(NamedPipeConnect, AKilledClientEndsTheServersRead) {
                 ERROR_BROKEN_PIPE);
   EXPECT_EQ(count, 0u);
   killer.join();
-  // The instance is as good as new once it is disconnected.
+  // The instance can be used again after a disconnect.
   CHECK_OK(ctx, KivSdNamedPipeDisconnect(ctx, &server.pipe));
 }
 
 // ---- Making, opening, waiting ----
 
-TEST(NamedPipe, IsInheritableAndMessageOrByteAsAsked) {
+TEST(NamedPipe, IsInheritableAndHasTheRequestedTypeAndInstances) {
   const Server server("kind", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 3);
   DWORD flags = 0;
   EXPECT_TRUE(GetHandleInformation(server.pipe, &flags));
@@ -208,7 +208,7 @@ TEST(NamedPipe, IsInheritableAndMessageOrByteAsAsked) {
   EXPECT_EQ(instances, 3u);
 }
 
-TEST(NamedPipe, AnInstanceTooManyIsRefused) {
+TEST(NamedPipe, RefusesMoreInstancesThanTheMaximum) {
   Context ctx;
   const Server server("instances");
   KivHandle pipe = nullptr;
@@ -219,7 +219,7 @@ TEST(NamedPipe, AnInstanceTooManyIsRefused) {
   EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
 }
 
-TEST(NamedPipe, OpensHereHoweverLocalIsWritten) {
+TEST(NamedPipe, OpensOnThisMachineForLocalInUpperOrLowerCase) {
   Context ctx;
   for (const char* local : {"local", "LOCAL", "Local", "lOcAl"}) {
     Server server("open");
@@ -253,7 +253,7 @@ TEST(NamedPipe, OpensInOverlappedMode) {
   EXPECT_EQ(KivSdPipeClose(nullptr, &pipe), KIV_ST_OK);
 }
 
-TEST(NamedPipe, ABusyPipeIsNeitherOpenedNorWaitedForBeyondTheTime) {
+TEST(NamedPipe, ABusyPipeCannotBeOpenedAndItsWaitTimesOut) {
   Context ctx;
   const Server server("busy");
   const Client client(server.path());
@@ -263,13 +263,13 @@ TEST(NamedPipe, ABusyPipeIsNeitherOpenedNorWaitedForBeyondTheTime) {
       KivSdNamedPipeOpen(ctx, "local", server.name.c_str(), &pipe, kReadWrite, 0, OPEN_EXISTING, 0),
       KIV_ST_PIPE_OPEN, ERROR_PIPE_BUSY);
   EXPECT_EQ(pipe, INVALID_HANDLE_VALUE);
-  for (const uint32_t timeoutMs : {0u, 1u, 20u}) {  // 0: the 50 ms that the pipe was made with
+  for (const uint32_t timeoutMs : {0u, 1u, 20u}) {  // 0 means the pipe's default of 50 ms
     CHECK_OUTCOME(ctx, KivSdNamedPipeWait(ctx, "local", server.name.c_str(), timeoutMs),
                   KIV_ST_PIPE_WAIT, ERROR_SEM_TIMEOUT);
   }
 }
 
-TEST(NamedPipe, OneThatDoesNotExistIsNotFound) {
+TEST(NamedPipe, AMissingPipeIsNotFound) {
   Context ctx;
   const std::string name = OwnName("nowhere");
   KivHandle pipe = nullptr;
@@ -282,7 +282,7 @@ TEST(NamedPipe, OneThatDoesNotExistIsNotFound) {
   EXPECT_EQ(KivSdNamedPipeWait(nullptr, "local", name.c_str(), 1), KIV_ST_PIPE_WAIT);
 }
 
-TEST(NamedPipe, NullPointersAreRefusedAndNothingIsFilled) {
+TEST(NamedPipe, RefusesNullPointersAndWritesNoOutput) {
   Context ctx;
   KivHandle pipe = &ctx;
   CHECK_ARGUMENT(ctx, KivSdNamedPipeCreate(ctx, nullptr, &pipe, 3, 0, 1, 1, 1, 1));
@@ -320,7 +320,7 @@ Content Peek(KivHandle pipe, uint32_t bufferBytes) {
   return content;
 }
 
-TEST(NamedPipePeek, CountsBytesWithoutTakingThem) {
+TEST(NamedPipePeek, CountsBytesWithoutRemovingThem) {
   Server server("peek");
   const Client client(server.path());
   EXPECT_EQ(Peek(server.pipe, 8).available, 0u);
@@ -334,7 +334,7 @@ TEST(NamedPipePeek, CountsBytesWithoutTakingThem) {
   EXPECT_EQ(Peek(server.pipe, 5).available, 0u);
 }
 
-TEST(NamedPipePeek, SeesOneMessageAndWhatIsLeftOfIt) {
+TEST(NamedPipePeek, ShowsOneMessageAndTheBytesLeftOfIt) {
   Server server("messages", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE);
   const Client client(server.path(), PIPE_READMODE_MESSAGE);
   EXPECT_EQ(Peek(server.pipe, 8).available, 0u);
@@ -348,7 +348,7 @@ TEST(NamedPipePeek, SeesOneMessageAndWhatIsLeftOfIt) {
   EXPECT_EQ(Peek(server.pipe, 64).left, 0u);
 }
 
-TEST(NamedPipePeek, NeedsNoneOfItsPlaces) {
+TEST(NamedPipePeek, AcceptsNullOutputs) {
   Context ctx;
   Server server("places");
   const Client client(server.path());
@@ -359,7 +359,7 @@ TEST(NamedPipePeek, NeedsNoneOfItsPlaces) {
   EXPECT_EQ(available, 3u);
 }
 
-TEST(NamedPipeMessage, OneLongerThanTheBufferComesInPartsThatFail) {
+TEST(NamedPipeMessage, LongerThanTheBufferIsReadInPartsThatFail) {
   Context ctx;
   Server server("parts", PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE);
   const Client client(server.path(), PIPE_READMODE_MESSAGE);

@@ -1,4 +1,4 @@
-// What the pipe operations say when the system's calls fail, and what they leave behind.
+// Statuses, records and outputs of the pipe operations when the system's calls fail, and leaks.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -48,13 +48,13 @@ uint32_t Make(KivSdContext* ctx, KivHandle* pipe) {
 uint32_t Close(KivSdContext* ctx, KivHandle* pipe) { return KivSdPipeClose(ctx, pipe); }
 
 struct Operation {
-  const char* call;   // of the system
-  uintptr_t failure;  // what that returns when it fails
+  const char* call;   // the system's function that the operation calls
+  uintptr_t failure;  // result of that function on failure
   uint32_t (*run)(KivSdContext* ctx, KivHandle* pipe);
   uint32_t status;
 };
 
-// The operations that count a failure without an error as a success.
+// The operations that report a failure without an OS error as a success.
 const Operation kForgiving[] = {
     {"CreateNamedPipeA", kInvalid, Create, KIV_ST_PIPE_CREATE_NAMED},
     {"CreateFileA", kInvalid, Open, KIV_ST_PIPE_OPEN},
@@ -67,7 +67,7 @@ const Operation kForgiving[] = {
 
 // ---- The system fails ----
 
-TEST(PipeFailure, HasTheOperationsStatusAndTheSystemsError) {
+TEST(PipeFailure, ReportsTheOperationsStatusAndTheSystemsError) {
   Context ctx;
   for (const Operation& operation : kForgiving) {
     SCOPED_TRACE(operation.call);
@@ -81,7 +81,7 @@ TEST(PipeFailure, HasTheOperationsStatusAndTheSystemsError) {
   }
 }
 
-TEST(PipeFailure, WithoutAnErrorIsASuccess) {
+TEST(PipeFailure, WithoutAnOsErrorIsReportedAsSuccess) {
   Context ctx;
   for (const Operation& operation : kForgiving) {
     SCOPED_TRACE(operation.call);
@@ -92,7 +92,7 @@ TEST(PipeFailure, WithoutAnErrorIsASuccess) {
   }
 }
 
-TEST(PipeFailure, LeavesTheInvalidHandleInTheVariable) {
+TEST(PipeFailure, StoresTheInvalidHandle) {
   for (const uint32_t error : {0u, kErrorAccessDenied}) {
     for (const Operation& operation : {kForgiving[0], kForgiving[1]}) {
       SCOPED_TRACE(operation.call);
@@ -104,7 +104,7 @@ TEST(PipeFailure, LeavesTheInvalidHandleInTheVariable) {
   }
 }
 
-TEST(PipeFailure, OfMakingAPipeLeavesNullInBothVariables) {
+TEST(PipeFailure, OfCreatingAPipeStoresNullForBothEnds) {
   for (const uint32_t error : {0u, kErrorAccessDenied}) {
     KivHandle read = Handle(8);
     KivHandle write = Handle(9);
@@ -115,7 +115,7 @@ TEST(PipeFailure, OfMakingAPipeLeavesNullInBothVariables) {
   }
 }
 
-TEST(PipeFailure, ASuccessIsOneWhateverErrorIsLeft) {
+TEST(PipeFailure, IsNotReportedIfASuccessfulCallLeavesAnError) {
   Context ctx;
   for (const Operation& operation : kForgiving) {
     SCOPED_TRACE(operation.call);
@@ -125,7 +125,7 @@ TEST(PipeFailure, ASuccessIsOneWhateverErrorIsLeft) {
   }
 }
 
-TEST(PipeFailure, ClosingAndDisconnectingKeepTheVariable) {
+TEST(PipeFailure, OfClosingOrDisconnectingKeepsTheHandleVariable) {
   for (const uintptr_t result : {0u, 1u}) {
     KivHandle pipe = Handle(8);
     const ScriptedImport close("CloseHandle", {.result = result, .error = kErrorAccessDenied});
@@ -137,7 +137,7 @@ TEST(PipeFailure, ClosingAndDisconnectingKeepTheVariable) {
   }
 }
 
-TEST(PipeFailure, OfAPeekFillsNothing) {
+TEST(PipeFailure, OfAPeekWritesNoOutput) {
   for (const uint32_t error : {0u, kErrorAccessDenied}) {
     KivHandle pipe = Handle(8);
     uint32_t counts[3] = {kUntouched, kUntouched, kUntouched};
@@ -177,7 +177,7 @@ TEST(PipeConnectFailure, HasExactlyFourOutcomes) {
 
 // ---- Reading and writing ----
 
-// A transfer that fails after it has counted three bytes.
+// A transfer that stores a count of three bytes and then fails with this error.
 uint32_t transferError;
 
 BOOL WINAPI FailAfterThree(HANDLE, void*, DWORD, DWORD* count, OVERLAPPED*) {
@@ -186,7 +186,7 @@ BOOL WINAPI FailAfterThree(HANDLE, void*, DWORD, DWORD* count, OVERLAPPED*) {
   return FALSE;
 }
 
-TEST(PipeReadFailure, TellsAClosingPipeFromAnythingElse) {
+TEST(PipeReadFailure, DistinguishesAClosingPipeFromOtherErrors) {
   Context ctx;
   KivHandle pipe = Handle(8);
   char buffer[8];
@@ -209,7 +209,7 @@ TEST(PipeReadFailure, TellsAClosingPipeFromAnythingElse) {
   }
 }
 
-TEST(PipeWriteFailure, CountsNothingAndIsForgivenWithoutAnError) {
+TEST(PipeWriteFailure, StoresACountOfZeroAndSucceedsWithoutAnOsError) {
   Context ctx;
   KivHandle pipe = Handle(8);
   uint32_t count = kUntouched;
@@ -226,7 +226,7 @@ TEST(PipeWriteFailure, CountsNothingAndIsForgivenWithoutAnError) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST(PipeFailure, BadArgumentsReachNoCallOfTheSystem) {
+TEST(PipeFailure, OfTheArgumentsMakesNoCallOfTheSystem) {
   Context ctx;
   KivHandle none = nullptr;
   KivHandle pipe = Handle(8);
@@ -248,7 +248,7 @@ TEST(PipeFailure, BadArgumentsReachNoCallOfTheSystem) {
   for (const ScriptedImport* call : {&write, &read, &make, &close, &file}) {
     EXPECT_TRUE(call->calls().empty());
   }
-  // Only the pointer counts for a read: the system judges what it points at.
+  // A read checks only the pointer; the system checks the handle.
   CHECK_OK(ctx, KivSdPipeRead(ctx, &none, &byte, 1, &count));
   ASSERT_EQ(read.calls().size(), 1u);
   EXPECT_EQ(read.calls()[0][0], 0u);
@@ -258,7 +258,7 @@ TEST(PipeFailure, BadArgumentsReachNoCallOfTheSystem) {
 
 const Operation kWithPath[] = {kForgiving[0], kForgiving[1], kForgiving[2]};
 
-TEST(PipeMemory, WithoutMemoryForThePathNothingIsAsked) {
+TEST(PipeMemory, MakesNoSystemCallIfThePathCannotBeAllocated) {
   Context ctx;
   for (const Operation& operation : kWithPath) {
     SCOPED_TRACE(operation.call);
@@ -273,7 +273,7 @@ TEST(PipeMemory, WithoutMemoryForThePathNothingIsAsked) {
   }
 }
 
-TEST(PipeMemory, WithoutMemoryForTheAccessListThePathIsFreed) {
+TEST(PipeMemory, FreesThePathIfTheAccessListCannotBeAllocated) {
   Context ctx;
   KivHandle pipe = Handle(8);
   const ScriptedImport call("CreateNamedPipeA", {.result = 16});
@@ -285,7 +285,7 @@ TEST(PipeMemory, WithoutMemoryForTheAccessListThePathIsFreed) {
   EXPECT_TRUE(call.calls().empty());
 }
 
-TEST(PipeMemory, IsGivenBackWhateverTheSystemSays) {
+TEST(PipeMemory, IsFreedWhateverTheSystemReturns) {
   struct {
     bool fails;
     uint32_t error;
@@ -305,7 +305,7 @@ TEST(PipeMemory, IsGivenBackWhateverTheSystemSays) {
   }
 }
 
-TEST(PipeMemory, FreeingIsNotWhereTheErrorComesFrom) {
+TEST(PipeMemory, ReportsTheErrorOfTheCallAndNotOfTheFree) {
   Context ctx;
   for (const Operation& operation : kWithPath) {
     SCOPED_TRACE(operation.call);
@@ -321,7 +321,7 @@ TEST(PipeMemory, FreeingIsNotWhereTheErrorComesFrom) {
   }
 }
 
-TEST(PipeMemory, AnAccessListThatCannotBeMadeIsAFailureOfTheCreation) {
+TEST(PipeMemory, IsFreedIfTheAccessListCannotBePrepared) {
   Context ctx;
   for (const char* step : {"InitializeSecurityDescriptor", "SetSecurityDescriptorDacl"}) {
     SCOPED_TRACE(step);

@@ -1,4 +1,4 @@
-// What the pipe operations ask of the system, and when they call the lease guard.
+// The arguments that the pipe operations pass to the system, and when they run the lease guard.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -24,14 +24,14 @@ const std::string kHere = "\\\\.\\PIPE\\";
 
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
 
-// ---- Replacements that keep what they were asked, while it is there ----
+// ---- Stubs that record their arguments during the call ----
 
 struct Asked {
   std::string path;
   std::vector<uint32_t> numbers;
   void* templateFile;
   bool hasAttributes;
-  // Of the access list.
+  // Properties of the access list.
   DWORD attributesBytes;
   BOOL inheritable;
   BOOL valid;
@@ -93,7 +93,7 @@ uint32_t Create(const std::string& name, KivHandle* pipe) {
 
 // ---- Paths ----
 
-TEST_F(PipeRequest, PathsHoldNamesOfAnyLengthAndNotAByteMore) {
+TEST_F(PipeRequest, AllocatesExactlyTheBytesOfThePathForNamesOfAnyLength) {
   for (const size_t length : {0u, 1u, 7u, 246u, 247u, 256u, 260u, 1000u, 70000u}) {
     const std::string name(length, 'n');
     KivHandle pipe = nullptr;
@@ -116,7 +116,7 @@ TEST_F(PipeRequest, PathsHoldNamesOfAnyLengthAndNotAByteMore) {
   }
 }
 
-TEST_F(PipeRequest, NamesAreTextAndNotAFormat) {
+TEST_F(PipeRequest, DoesNotUseNamesAsFormats) {
   KivHandle pipe = nullptr;
   EXPECT_EQ(Create("100%s%n\\sub\xE4", &pipe), KIV_ST_OK);
   EXPECT_EQ(asked.path, kHere + "100%s%n\\sub\xE4");
@@ -124,7 +124,7 @@ TEST_F(PipeRequest, NamesAreTextAndNotAFormat) {
   EXPECT_EQ(asked.path, "\\\\%d\\PIPE\\%p");
 }
 
-TEST_F(PipeRequest, OnlyTheWordLocalIsThisMachine) {
+TEST_F(PipeRequest, MapsOnlyTheWordLocalToThisMachine) {
   struct {
     const char* server;
     const char* machine;
@@ -148,7 +148,7 @@ TEST_F(PipeRequest, OnlyTheWordLocalIsThisMachine) {
 
 // ---- Arguments ----
 
-TEST_F(PipeRequest, CreationPassesItsNumbersOn) {
+TEST_F(PipeRequest, CreatePassesItsNumbersOn) {
   Context ctx;
   KivHandle pipe = nullptr;
   CHECK_OK(ctx, KivSdNamedPipeCreate(ctx, "name", &pipe, 0x40080003, 6, 255, 0xFFFFFFFF, 8192, 77));
@@ -156,7 +156,7 @@ TEST_F(PipeRequest, CreationPassesItsNumbersOn) {
   EXPECT_EQ(pipe, Handle(16));
 }
 
-TEST_F(PipeRequest, CreationAdmitsEveryUserAndMakesAnInheritableHandle) {
+TEST_F(PipeRequest, CreateAdmitsEveryUserAndMakesAnInheritableHandle) {
   KivHandle pipe = nullptr;
   const HeapWatch heap;
   EXPECT_EQ(Create("name", &pipe), KIV_ST_OK);
@@ -171,8 +171,8 @@ TEST_F(PipeRequest, CreationAdmitsEveryUserAndMakesAnInheritableHandle) {
   EXPECT_GE(heap.sizes().at(1), static_cast<size_t>(SECURITY_DESCRIPTOR_MIN_LENGTH));
 }
 
-// The system reads the path and the access list in the call; both must then still be there.
-TEST_F(PipeRequest, PathAndAccessListLiveUntilTheCallIsOver) {
+// The system reads the path and the access list during the call, so both must still be allocated.
+TEST_F(PipeRequest, KeepsThePathAndTheAccessListDuringTheCall) {
   static const HeapWatch* heap;
   static size_t live;
   static bool pathLives;
@@ -194,7 +194,7 @@ TEST_F(PipeRequest, PathAndAccessListLiveUntilTheCallIsOver) {
   EXPECT_EQ(watch.live(), 0u);
 }
 
-TEST_F(PipeRequest, OpeningAddsOverlappedToTheFlagsAndNothingElse) {
+TEST_F(PipeRequest, OpenAddsOnlyTheOverlappedFlag) {
   Context ctx;
   for (const uint32_t flags : {0u, 0x40000000u, 0x00100000u, 0xFFFFFFFFu}) {
     KivHandle pipe = nullptr;
@@ -205,7 +205,7 @@ TEST_F(PipeRequest, OpeningAddsOverlappedToTheFlagsAndNothingElse) {
   }
 }
 
-TEST_F(PipeRequest, OpeningSharesEverythingInFailoverModeAlone) {
+TEST_F(PipeRequest, OpenSharesEverythingOnlyInFailoverMode) {
   for (const uint32_t shareMode : {0u, 1u, 7u, 0xFFu}) {
     KivHandle pipe = nullptr;
     EXPECT_EQ(KivSdNamedPipeOpen(nullptr, "local", "name", &pipe, 1, shareMode, 3, 0), KIV_ST_OK);
@@ -218,14 +218,14 @@ TEST_F(PipeRequest, OpeningSharesEverythingInFailoverModeAlone) {
   }
 }
 
-TEST_F(PipeRequest, WaitingPassesItsTimeOn) {
+TEST_F(PipeRequest, WaitPassesItsTimeOutOn) {
   for (const uint32_t timeoutMs : {0u, 1u, 50u, 0xFFFFFFFFu}) {
     EXPECT_EQ(KivSdNamedPipeWait(nullptr, "local", "name", timeoutMs), KIV_ST_OK);
     EXPECT_EQ(asked.numbers, std::vector<uint32_t>{timeoutMs});
   }
 }
 
-TEST(PipeCall, GetsTheHandleOfTheVariableAndNoOverlappedRecord) {
+TEST(PipeCall, PassesTheHandleInTheVariableAndNoOverlappedRecord) {
   KivHandle pipe = Handle(0x123456789A);
   char buffer[4] = {};
   uint32_t count = 0;
@@ -255,7 +255,7 @@ TEST(PipeCall, GetsTheHandleOfTheVariableAndNoOverlappedRecord) {
   }
 }
 
-TEST(PipeCall, MakesAnonymousPipesWithoutAttributesAndOfTheSizeAskedFor) {
+TEST(PipeCall, MakesAnonymousPipesOfTheGivenSizeWithoutAttributes) {
   KivHandle read = nullptr;
   KivHandle write = nullptr;
   const ScriptedImport make("CreatePipe", {.result = 1});
@@ -267,7 +267,8 @@ TEST(PipeCall, MakesAnonymousPipesWithoutAttributesAndOfTheSizeAskedFor) {
 
 // ---- The lease guard ----
 
-// An operation on a handle variable: 8 lies there, or there is none and the argument is bad.
+// An operation on a handle variable. It succeeds with a variable that holds 8 and fails with
+// KIV_ST_ARGUMENT with null.
 struct Guarded {
   const char* name;
   uint32_t (*run)(KivHandle* pipe);
@@ -307,7 +308,7 @@ const Guarded kGuarded[] = {
     {"close", [](KivHandle* pipe) { return KivSdPipeClose(nullptr, pipe); }, 0},
 };
 
-TEST_F(PipeRequest, TheGuardRunsOnceBeforeTheArgumentsAreLookedAtExceptOnTheWayOut) {
+TEST_F(PipeRequest, RunsTheGuardOnceBeforeTheArgumentChecksExceptForCloseAndDisconnect) {
   const ScriptedImport connect("ConnectNamedPipe", {.result = 0, .error = ERROR_PIPE_CONNECTED});
   const ScriptedImport disconnect("DisconnectNamedPipe", {.result = 1});
   const ScriptedImport peek("PeekNamedPipe", {.result = 1});

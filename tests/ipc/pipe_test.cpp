@@ -1,4 +1,4 @@
-// Anonymous pipes, within the process and to a second one.
+// Anonymous pipes within one process and between two processes.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -23,7 +23,7 @@ constexpr uint32_t kErrorBrokenPipe = 109;
 constexpr uint32_t kErrorNoData = 232;
 constexpr uint32_t kUntouched = 4711;
 
-// An anonymous pipe; what the test did not close is closed at the end.
+// An anonymous pipe. The destructor closes the ends that the test has not closed.
 struct Pipe {
   explicit Pipe(uint32_t bufferBytes = 0) {
     Context ctx;
@@ -63,7 +63,7 @@ std::string Read(Pipe& pipe, uint32_t atMost) {
   return text;
 }
 
-// A handle of this process that children inherit, as the text that finds it there.
+// An inheritable copy of a handle. Its text passes the handle to a child process.
 class Inheritable {
  public:
   explicit Inheritable(KivHandle handle) {
@@ -99,7 +99,7 @@ TEST(Pipe, CarriesBytesInOrder) {
   EXPECT_EQ(Read(pipe, 100), bytes.substr(5) + "four");
 }
 
-TEST(Pipe, ReadReturnsWhatThereIsWithoutFillingTheBuffer) {
+TEST(Pipe, ReadReturnsTheAvailableBytesWithoutFillingTheBuffer) {
   Pipe pipe;
   Write(pipe, "abc");
   EXPECT_EQ(Read(pipe, 4096), "abc");
@@ -116,7 +116,7 @@ TEST(Pipe, TakesAnyBufferSize) {
   }
 }
 
-TEST(Pipe, WriteWaitsUntilAllIsTaken) {
+TEST(Pipe, WriteWaitsUntilAllBytesAreRead) {
   Pipe pipe(4096);
   const std::string bytes(1u << 20, 'x');
   std::string got;
@@ -126,7 +126,7 @@ TEST(Pipe, WriteWaitsUntilAllIsTaken) {
   EXPECT_TRUE(got == bytes);
 }
 
-TEST(Pipe, WritingNothingSucceeds) {
+TEST(Pipe, WritingZeroBytesSucceeds) {
   Pipe pipe;
   Write(pipe, "");
 }
@@ -159,7 +159,7 @@ TEST(Pipe, ChildrenDoNotInheritItsEnds) {
   }
 }
 
-TEST(Pipe, PeekCountsWithoutTaking) {
+TEST(Pipe, PeekCountsBytesWithoutRemovingThem) {
   Context ctx;
   Pipe pipe;
   uint32_t read = kUntouched;
@@ -178,9 +178,9 @@ TEST(Pipe, PeekCountsWithoutTaking) {
   EXPECT_EQ(Read(pipe, 100), "abcdef");
 }
 
-// ---- Ends that are gone ----
+// ---- Closed ends ----
 
-TEST(Pipe, CloseKeepsTheVariableAndFailsTheSecondTime) {
+TEST(Pipe, CloseKeepsTheHandleVariableAndFailsTheSecondTime) {
   Context ctx;
   KivHandle read = nullptr;
   KivHandle write = nullptr;
@@ -192,7 +192,7 @@ TEST(Pipe, CloseKeepsTheVariableAndFailsTheSecondTime) {
   CHECK_OK(ctx, KivSdPipeClose(ctx, &write));
 }
 
-TEST(Pipe, ReadDrainsWhatAGoneWriterLeftAndThenFails) {
+TEST(Pipe, ReadReturnsTheLastBytesOfAClosedWriterAndThenFails) {
   Context ctx;
   Pipe pipe;
   Write(pipe, "last");
@@ -207,7 +207,7 @@ TEST(Pipe, ReadDrainsWhatAGoneWriterLeftAndThenFails) {
                 KIV_ST_PIPE_PEEK, kErrorBrokenPipe);
 }
 
-TEST(Pipe, WriteFailsWhenTheReaderIsGone) {
+TEST(Pipe, WriteFailsAfterTheReaderIsClosed) {
   Context ctx;
   Pipe pipe;
   Pipe::Close(&pipe.read);
@@ -217,7 +217,7 @@ TEST(Pipe, WriteFailsWhenTheReaderIsGone) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST(Pipe, AReadThatWaitsEndsWhenTheWriterGoes) {
+TEST(Pipe, AWaitingReadEndsWhenTheWriterIsClosed) {
   Context ctx;
   Pipe pipe;
   std::thread closer([&] { Pipe::Close(&pipe.write); });
@@ -230,7 +230,7 @@ TEST(Pipe, AReadThatWaitsEndsWhenTheWriterGoes) {
 
 // ---- Arguments ----
 
-TEST(PipeArgument, NullPointersAreRefusedAndNothingIsFilled) {
+TEST(PipeArgument, NullPointersAreRefusedAndNoOutputIsWritten) {
   Context ctx;
   Pipe pipe;
   KivHandle end = &ctx;
@@ -250,7 +250,7 @@ TEST(PipeArgument, NullPointersAreRefusedAndNothingIsFilled) {
   EXPECT_EQ(KivSdPipeCreate(nullptr, nullptr, nullptr, 0), KIV_ST_ARGUMENT);
 }
 
-TEST(PipeArgument, AVariableThatHoldsNullIsRefusedByWriteAndTriedByRead) {
+TEST(PipeArgument, WriteRefusesANullHandleAndReadPassesItToTheSystem) {
   Context ctx;
   KivHandle none = nullptr;
   char byte = 'a';
@@ -262,7 +262,7 @@ TEST(PipeArgument, AVariableThatHoldsNullIsRefusedByWriteAndTriedByRead) {
   EXPECT_EQ(count, 0u);
 }
 
-TEST(PipeArgument, AVariableIsInitializedWhileItHoldsAnything) {
+TEST(PipeArgument, AHandleVariableIsInitializedUnlessItHoldsNull) {
   KivHandle pipe = nullptr;
   EXPECT_EQ(KivSdNamedPipeIsInitialized(nullptr), 0);
   EXPECT_EQ(KivSdNamedPipeIsInitialized(&pipe), 0);
@@ -272,19 +272,20 @@ TEST(PipeArgument, AVariableIsInitializedWhileItHoldsAnything) {
   EXPECT_EQ(KivSdNamedPipeIsInitialized(&pipe), 1);
 }
 
-// ---- To a second process ----
+// ---- Between two processes ----
 
 constexpr uint32_t kTransferBytes = 64u << 20;
 constexpr uint32_t kReadBytes = 200000;
 
-// Depends on every byte, on their order and on their count.
+// Depends on every byte, and on the bytes' order and count.
 uint32_t Checksum(uint32_t sum, const unsigned char* bytes, uint32_t count) {
   for (uint32_t i = 0; i < count; ++i) sum = (sum ^ bytes[i]) * 16777619u;
   return sum;
 }
 constexpr uint32_t kChecksumStart = 2166136261u;
 
-// Reads to the end: {handle} -> the checksum, or 0 when the end is not the writer's going.
+// {handle}: reads until the writer closes the pipe. Returns the checksum, or 0 if the reads end in
+// any other way.
 uint32_t PlaySummer(const RoleArguments& arguments) {
   KivHandle pipe = HandleFrom(arguments[0]);
   KivSdContext ctx = {};
@@ -298,7 +299,7 @@ uint32_t PlaySummer(const RoleArguments& arguments) {
 }
 const RegisteredRole sumRole("sum", PlaySummer);
 
-// Writes one byte and then holds the pipe until it is killed: {handle}
+// {handle}: writes one byte and then holds the pipe until the process is killed.
 uint32_t PlayHolder(const RoleArguments& arguments) {
   KivHandle pipe = HandleFrom(arguments[0]);
   uint32_t count = 0;

@@ -1,6 +1,6 @@
-// What segments ask of the semaphore sets, the shared blocks and the memory front: which member, in
-// which order, with which record, and the source positions. The test answers these calls itself, so
-// that segments run here under the sanitizers, too.
+// The calls that segments make to the semaphore sets, the shared blocks and the memory front: their
+// order, members, records and source positions. The test replaces the called functions, so that
+// segments also run natively under the sanitizers.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -19,12 +19,12 @@ namespace {
 using kiv::test::SegmentCalls;
 
 constexpr uint32_t kTimeoutMs = 4711;
-constexpr uint32_t kStrange = 77;  // a status that no call here gives otherwise
+constexpr uint32_t kStrange = 77;  // a status that no call returns by itself
 
 KivSdShSemSet* const kSet = reinterpret_cast<KivSdShSemSet*>(uintptr_t{0x1000});
 KivHandle const kMapping = reinterpret_cast<KivHandle>(uintptr_t{0x2000});
 
-// Everything goes well unless a status is set; the calls are kept as text.
+// Records the calls as text. Each call succeeds unless the test sets another status.
 class Written : public SegmentCalls {
  public:
   Written(KivSdContext* ctx, KivSharedMemSeg* const* segment) : ctx_(ctx), segment_(segment) {}
@@ -131,14 +131,14 @@ class SegmentCall : public testing::Test {
   Written calls_{&ctx_, &segment_};
 };
 
-TEST_F(SegmentCall, GoFromMakingToTearingDown) {
+TEST_F(SegmentCall, SetUpAndTearDownMakeTheirCallsInOrder) {
   Make();
   EXPECT_EQ(calls_.Take(), "alloc 448 sd/shmem 84; set name 21 10; area name 20480 10 1; ");
   EXPECT_EQ(KivDeleteSharedMemSeg(&ctx_, list_), KIV_ST_OK);
   EXPECT_EQ(calls_.Take(), "close; free area; free sd/shmem 192; ");
 }
 
-TEST_F(SegmentCall, AreNoneForADescriptorThatIsAsItShouldBe) {
+TEST_F(SegmentCall, FindClosesOnlyAnEarlierOwnersSetAndAreaAndOnlyOnce) {
   Make();
   calls_.Take();
   EXPECT_EQ(Find(1), KIV_ST_OK);
@@ -154,15 +154,15 @@ TEST_F(SegmentCall, AreNoneForADescriptorThatIsAsItShouldBe) {
   EXPECT_EQ(calls_.Take(), "free sd/shmem 192; ");
 }
 
-TEST_F(SegmentCall, CloseASetThatIsThereWithoutAnArea) {
+TEST_F(SegmentCall, DeleteClosesASetWithoutAnArea) {
   Make();
   calls_.Take();
-  segment_->mapping = nullptr;  // the view says that the descriptor is set up
+  segment_->mapping = nullptr;  // the descriptor still has a view, so it still has a set
   EXPECT_EQ(KivDeleteSharedMemSeg(&ctx_, list_), KIV_ST_OK);
   EXPECT_EQ(calls_.Take(), "close; free sd/shmem 192; ");
 }
 
-TEST_F(SegmentCall, AreNoneToCloseWhatWasNeverSetUp) {
+TEST_F(SegmentCall, DeleteClosesNothingThatWasNeverSetUp) {
   ASSERT_EQ(Find(1), KIV_ST_OK);
   calls_.Take();
   EXPECT_EQ(KivDeleteSingleSharedMemSeg(&ctx_, segment_), KIV_ST_OK);
@@ -171,7 +171,7 @@ TEST_F(SegmentCall, AreNoneToCloseWhatWasNeverSetUp) {
   EXPECT_EQ(calls_.Take(), "free sd/shmem 192; ");
 }
 
-TEST_F(SegmentCall, FailToAllocateWithTheFrontsOwnStatus) {
+TEST_F(SegmentCall, FindReturnsTheStatusOfAFailedAllocation) {
   calls_.allocStatus = kStrange;
   EXPECT_EQ(Find(1), kStrange);
   EXPECT_EQ(segment_, nullptr);
@@ -179,7 +179,7 @@ TEST_F(SegmentCall, FailToAllocateWithTheFrontsOwnStatus) {
   EXPECT_EQ(fresh_, 0);
 }
 
-TEST_F(SegmentCall, LeaveTheAreaWhenTheSetDoesNotClose) {
+TEST_F(SegmentCall, DeleteKeepsTheAreaIfTheSetCannotBeClosed) {
   Make();
   calls_.Take();
   calls_.closeStatus = kStrange;
@@ -197,7 +197,7 @@ TEST_F(SegmentCall, LeaveTheAreaWhenTheSetDoesNotClose) {
   std::free(list_);
 }
 
-TEST_F(SegmentCall, KeepTheDescriptorWhoseAreaIsNotFreed) {
+TEST_F(SegmentCall, DeleteKeepsADescriptorWhoseAreaCannotBeFreed) {
   Make();
   calls_.Take();
   calls_.freeStatus = kStrange;
@@ -215,7 +215,7 @@ std::string HandOver(const char* first, int member, const char* second, int othe
          std::to_string(other) + "; ";
 }
 
-TEST_F(SegmentCall, OfChunksAreForTheirMembersOfTheSet) {
+TEST_F(SegmentCall, ChunksUseTheirMembersOfTheSet) {
   for (const uint32_t kind : {1u, 0u}) {
     Make(kind);
     calls_.Take();
@@ -239,12 +239,12 @@ TEST_F(SegmentCall, OfChunksAreForTheirMembersOfTheSet) {
     EXPECT_EQ(KivPutSharedMemChunk(&ctx_, segment_, 4), KIV_ST_OK);
     EXPECT_EQ(calls_.Take(), "request 0; clear 0; ");
     EXPECT_EQ(KivPutSharedMemChunk(&ctx_, segment_, 4), KIV_ST_CHUNK_NOT_TAKEN);
-    EXPECT_EQ(calls_.Take(), "request 0; ") << "the lock is kept";
+    EXPECT_EQ(calls_.Take(), "request 0; ") << "the lock stays taken";
     Delete();
   }
 }
 
-TEST_F(SegmentCall, AskForAHalfOnceAndHandItOverOnce) {
+TEST_F(SegmentCall, WriteRequestsAndHandsOverEachHalfOnce) {
   Make();
   calls_.Take();
   EXPECT_EQ(KivWriteSharedMemChunk(&ctx_, segment_, 0, 3, 0, 0, "abc"), KIV_ST_OK);
@@ -261,9 +261,9 @@ TEST_F(SegmentCall, AskForAHalfOnceAndHandItOverOnce) {
   Delete();
 }
 
-// ---- Two ends at work ----
+// ---- Transfers between threads ----
 
-// Semaphores of at most one, for threads.
+// Binary semaphores for threads.
 class Threaded : public SegmentCalls {
  public:
   Threaded() {
@@ -299,7 +299,7 @@ KivSharedMemSeg EndOf(void* area, uint32_t kind) {
   return end;
 }
 
-TEST(SegmentTransfer, HandsEveryByteFromThreadToThreadBothWays) {
+TEST(SegmentTransfer, CarriesEveryByteBetweenThreadsInBothDirections) {
   Threaded semaphores;
   std::vector<uint64_t> area(KIV_SEGMENT_AREA_BYTES / sizeof(uint64_t));
   KivSharedMemSeg ends[2] = {EndOf(area.data(), 0), EndOf(area.data(), 1)};

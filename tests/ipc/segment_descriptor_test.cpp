@@ -1,5 +1,5 @@
-// Descriptors of shared memory segments: finding, setting up, tearing down, and what of the system
-// each step takes and gives back.
+// Descriptors of shared memory segments: finding them, setting them up and tearing them down, and
+// the system resources that each step takes and releases.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -33,12 +33,12 @@ constexpr uint8_t kUnwritten = 0x5A;
 
 KivSharedMemSeg* Unwritten() { return reinterpret_cast<KivSharedMemSeg*>(uintptr_t{0x5A5A5A50}); }
 
-// A list of descriptors, deleted at the end.
+// A list of descriptors, deleted when the test ends.
 class SegmentDescriptor : public testing::Test {
  protected:
   void TearDown() override { EXPECT_EQ(KivDeleteSharedMemSeg(nullptr, list_), KIV_ST_OK); }
 
-  // The descriptor found or made; fresh_ and notMapped_ say how.
+  // Returns the descriptor found or made, and sets fresh_ and notMapped_.
   KivSharedMemSeg* Find(const std::string& name, uint32_t kind = 1, bool create = true,
                         uint32_t stamp1 = kStamp1, uint32_t stamp2 = kStamp2) {
     KivSharedMemSeg* segment = Unwritten();
@@ -56,7 +56,7 @@ class SegmentDescriptor : public testing::Test {
                                  4711, &id_, &view_);
   }
 
-  // Found, set up, mapped.
+  // Finds, sets up and maps a segment.
   KivSharedMemSeg* Make(const std::string& name, uint32_t kind = 1) {
     KivSharedMemSeg* segment = Find(name, kind);
     EXPECT_EQ(fresh_, 1);
@@ -75,7 +75,7 @@ class SegmentDescriptor : public testing::Test {
 
 // ---- Finding ----
 
-TEST_F(SegmentDescriptor, IsMadeZeroedButForItsStampsAndThePlaceOfItsView) {
+TEST_F(SegmentDescriptor, IsMadeZeroedExceptForItsStampsAndItsViewAddress) {
   KivSharedMemSeg* segment = Find("nameless");
   ASSERT_NE(segment, nullptr);
   EXPECT_EQ(fresh_, 1);
@@ -89,7 +89,7 @@ TEST_F(SegmentDescriptor, IsMadeZeroedButForItsStampsAndThePlaceOfItsView) {
   EXPECT_EQ(std::memcmp(segment, &expected, sizeof expected), 0);
 }
 
-TEST_F(SegmentDescriptor, IsNotMadeUnlessItIsAskedFor) {
+TEST_F(SegmentDescriptor, IsMadeOnlyWithTheCreateFlag) {
   EXPECT_EQ(Find("missing", 1, false), nullptr);
   EXPECT_EQ(fresh_, 0);
   EXPECT_EQ(notMapped_, 0);
@@ -117,7 +117,7 @@ TEST_F(SegmentDescriptor, HasNoNameBeforeItIsSetUp) {
   EXPECT_EQ(fresh_, 1);
 }
 
-TEST_F(SegmentDescriptor, IsFoundByItsWholeNameAlone) {
+TEST_F(SegmentDescriptor, IsFoundOnlyByItsWholeName) {
   const std::string name = UniqueName("Find");
   KivSharedMemSeg* first = Make(name);
   KivSharedMemSeg* second = Make(name + "2");
@@ -142,10 +142,10 @@ TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
   EXPECT_EQ(Find(longest + "3", 0, false), nullptr);
   EXPECT_EQ(Find(longest, 0, false), nullptr);
   static_cast<char*>(first->buffer)[0] = 'f';
-  EXPECT_EQ(static_cast<char*>(second->buffer)[0], 0) << "two areas";
-  for (const char* last : {"1", "2"}) EXPECT_TRUE(HasMember(longest + last, 20)) << "two sets";
+  EXPECT_EQ(static_cast<char*>(second->buffer)[0], 0) << "the areas differ";
+  for (const char* last : {"1", "2"}) EXPECT_TRUE(HasMember(longest + last, 20)) << last;
 
-  // The system makes no semaphores of such a name, but the descriptor has it.
+  // The system refuses semaphores with a name of this length, but the descriptor stores the name.
   KivSharedMemSeg* third = Find("third", 0);
   std::string refused = UniqueName("refused");
   refused.resize(258, 'r');
@@ -154,7 +154,7 @@ TEST_F(SegmentDescriptor, IsFoundByTheLastCharactersOfALongName) {
   EXPECT_EQ(Find(refused + "2", 0, false), nullptr);
 }
 
-TEST_F(SegmentDescriptor, OfTheOtherKindIsNeitherFoundNorMade) {
+TEST_F(SegmentDescriptor, OfTheOtherKindIsNotFoundAndNoneIsMade) {
   const std::string name = UniqueName("kind");
   KivSharedMemSeg* segment = Make(name, 0);
   EXPECT_EQ(Find(name, 1), nullptr);
@@ -164,7 +164,7 @@ TEST_F(SegmentDescriptor, OfTheOtherKindIsNeitherFoundNorMade) {
   EXPECT_EQ(Find(name, 0), segment);
 }
 
-TEST_F(SegmentDescriptor, SaysThatItHasNoViewBeforeItLooksAtItsOwner) {
+TEST_F(SegmentDescriptor, WithoutAViewIsReportedBeforeTheOwnerIsCompared) {
   const std::string name = UniqueName("unmapped");
   KivSharedMemSeg* segment = Find(name);
   ASSERT_EQ(Create(segment, name), KIV_ST_OK);
@@ -176,10 +176,10 @@ TEST_F(SegmentDescriptor, SaysThatItHasNoViewBeforeItLooksAtItsOwner) {
   ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
 }
 
-TEST_F(SegmentDescriptor, ComparesTheOwnerOfAViewlessOneIfNobodyAsksForTheView) {
+TEST_F(SegmentDescriptor, WithoutAViewIsRenewedIfTheCallerPassesNoViewFlag) {
   const std::string name = UniqueName("unasked");
   KivSharedMemSeg* segment = Make(name);
-  // The view is taken back, so that nothing stays mapped.
+  // Unmaps the view itself, so that it does not stay mapped.
   EXPECT_TRUE(UnmapViewOfFile(view_));
   segment->buffer = reinterpret_cast<void*>(kNotMapped);
   KivSharedMemSeg* found = nullptr;
@@ -187,7 +187,7 @@ TEST_F(SegmentDescriptor, ComparesTheOwnerOfAViewlessOneIfNobodyAsksForTheView) 
             KIV_ST_OK);
   EXPECT_EQ(found, segment);
   EXPECT_EQ(fresh_, 1);
-  EXPECT_FALSE(HasArea(name)) << "closed though the view could not be unmapped";
+  EXPECT_FALSE(HasArea(name)) << "the handle must be closed although unmapping fails";
   ASSERT_EQ(Create(segment, name), KIV_ST_OK);
   ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
 }
@@ -209,7 +209,7 @@ TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedAndFreshAgain) {
     EXPECT_EQ(segment->mapping, nullptr);
     EXPECT_EQ(segment->ownerStamp1, stamp1);
     EXPECT_EQ(segment->ownerStamp2, stamp2);
-    EXPECT_EQ(segment->semaphores, set) << "what it refers to is gone, the reference is not";
+    EXPECT_EQ(segment->semaphores, set) << "the reference to the closed set must stay";
     EXPECT_EQ(std::string(segment->name), name);
     ASSERT_EQ(Create(segment, name), KIV_ST_OK);
     ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
@@ -224,8 +224,8 @@ TEST_F(SegmentDescriptor, OfAnEarlierOwnerMayHaveNothingToClose) {
   EXPECT_EQ(fresh_, 1);
 }
 
-// Its reference to the set leads nowhere any more.
-TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceWhateverFollows) {
+// The reference to the set is stale: the set has been freed.
+TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceEvenIfItIsFoundAndDeletedAgain) {
   const std::string name = UniqueName("stale");
   KivSharedMemSeg* segment = Make(name);
   const BlockCount blocks;
@@ -242,10 +242,10 @@ TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceWhateverFollows) {
   CHECK_SILENT(ctx_, Create(segment, std::string(260, 'n')), KIV_ST_SEGMENT_NAME);
   CHECK_SILENT(ctx_, KivDeleteSharedMemSeg(ctx_, list_), KIV_ST_OK);
   list_ = nullptr;
-  EXPECT_EQ(blocks.freed(), 3u) << "and the descriptor";
+  EXPECT_EQ(blocks.freed(), 3u) << "the set, its members and the descriptor";
 }
 
-TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceWhenItAloneIsClosed) {
+TEST_F(SegmentDescriptor, OfAnEarlierOwnerIsClosedOnceEvenIfItIsClosedAlone) {
   const std::string name = UniqueName("stale-single");
   KivSharedMemSeg* segment = Make(name);
   EXPECT_EQ(Find(name, 1, false, 1, 2), segment);
@@ -265,7 +265,7 @@ TEST_F(SegmentDescriptor, OfKindZeroBelongsToEveryOwner) {
   EXPECT_EQ(segment->ownerStamp1, kStamp1);
 }
 
-TEST_F(SegmentDescriptor, IsTheListsFirstForAnEmptyNameThatNoneHas) {
+TEST_F(SegmentDescriptor, IsTheFirstOfTheListForAnEmptyNameThatNoDescriptorHas) {
   const std::string name = UniqueName("first");
   KivSharedMemSeg* first = Make(name);
   KivSharedMemSeg* second = Make(name + "2");
@@ -273,7 +273,7 @@ TEST_F(SegmentDescriptor, IsTheListsFirstForAnEmptyNameThatNoneHas) {
   EXPECT_EQ(fresh_, 1);
   EXPECT_EQ(notMapped_, 0);
   EXPECT_EQ(second->next, nullptr);
-  EXPECT_EQ(Find("", 0), first) << "of whatever kind";
+  EXPECT_EQ(Find("", 0), first) << "the kind does not matter";
   EXPECT_EQ(Find("", 1, false), nullptr);
   EXPECT_EQ(fresh_, 0);
 }
@@ -284,7 +284,7 @@ TEST_F(SegmentDescriptor, IsMadeForAnEmptyNameInAnEmptyList) {
   EXPECT_EQ(fresh_, 1);
 }
 
-TEST_F(SegmentDescriptor, ThatLostItsNameServesAnother) {
+TEST_F(SegmentDescriptor, IsFoundByAnEmptyNameAfterItsViewIsRemoved) {
   const std::string name = UniqueName("a-long-name");
   KivSharedMemSeg* segment = Make(name, 0);
   KivSharedMemSeg* second = Make(name + "2", 0);
@@ -299,7 +299,7 @@ TEST_F(SegmentDescriptor, ThatLostItsNameServesAnother) {
   EXPECT_EQ(segment->next, second);
 }
 
-TEST_F(SegmentDescriptor, IsFoundWithoutFlags) {
+TEST_F(SegmentDescriptor, IsFoundWithNullFlagOutputs) {
   const std::string name = UniqueName("flags");
   KivSharedMemSeg* found = Unwritten();
   EXPECT_EQ(KivFindShareMemSeg(nullptr, name.c_str(), 1, &list_, 1, kStamp1, kStamp2, nullptr,
@@ -358,21 +358,21 @@ TEST_F(SegmentDescriptor, IsFilledWhenTheSegmentIsSetUp) {
   }
 }
 
-TEST_F(SegmentDescriptor, TakesNamesAsLongAsTheSystemsSemaphoresDo) {
+TEST_F(SegmentDescriptor, AcceptsTheLongestNamesThatTheSystemsSemaphoresAccept) {
   KivSharedMemSeg* segment = Make(std::string(256, 'n'));
   EXPECT_TRUE(HasMember(std::string(256, 'n'), 20));
   ASSERT_EQ(KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
   for (const size_t length : {257u, 258u, 259u}) {
     const std::string name(length, 'n');
     CHECK_SILENT(ctx_, Create(segment, name), KIV_ST_SEM_CREATE);
-    EXPECT_EQ(std::string(segment->name), name) << "it passed the check of its length";
+    EXPECT_EQ(std::string(segment->name), name) << "the name must pass the length check";
     EXPECT_EQ(segment->semaphores, nullptr);
     EXPECT_EQ(segment->mapping, nullptr);
     EXPECT_EQ(view_, Unwritten());
   }
 }
 
-TEST_F(SegmentDescriptor, IsLeftAloneByANameOrAKindThatIsRefused) {
+TEST_F(SegmentDescriptor, IsUnchangedIfTheNameOrTheKindIsRefused) {
   KivSharedMemSeg* segment = Find("refused");
   KivSharedMemSeg before = *segment;
   for (const size_t length : {260u, 261u, 5000u}) {
@@ -385,13 +385,13 @@ TEST_F(SegmentDescriptor, IsLeftAloneByANameOrAKindThatIsRefused) {
   EXPECT_EQ(view_, Unwritten());
 }
 
-TEST_F(SegmentDescriptor, IsSetUpUnderNoEmptyName) {
+TEST_F(SegmentDescriptor, CannotBeSetUpWithAnEmptyName) {
   KivSharedMemSeg* segment = Find("empty");
   CHECK_ARGUMENT(ctx_, Create(segment, ""));
   EXPECT_EQ(segment->semaphores, nullptr);
 }
 
-TEST_F(SegmentDescriptor, IsSetUpUnderItsOwnName) {
+TEST_F(SegmentDescriptor, CanBeSetUpAgainWithItsOwnName) {
   const std::string name = UniqueName("own");
   KivSharedMemSeg* segment = Make(name);
   ASSERT_EQ(KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
@@ -405,16 +405,16 @@ TEST_F(SegmentDescriptor, IsSetUpUnderItsOwnName) {
   ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
 }
 
-TEST_F(SegmentDescriptor, IsWithoutSemaphoresWhenTheAreaCannotBeMade) {
+TEST_F(SegmentDescriptor, HasNoSemaphoresIfTheAreaCannotBeMade) {
   const std::string name = UniqueName("taken");
-  const SharedSignal taken(name);  // by an event
+  const SharedSignal taken(name);  // an event has the name
   KivSharedMemSeg* segment = Find(name);
   constexpr uint32_t kErrorInvalidHandle = 6;
   CHECK_OUTCOME(ctx_, Create(segment, name), KIV_ST_SHARED_MEM_ALLOC, kErrorInvalidHandle);
   EXPECT_EQ(segment->semaphores, nullptr);
   EXPECT_EQ(segment->mapping, nullptr);
   EXPECT_FALSE(HasMember(name, 0));
-  EXPECT_EQ(segment->kind, 0u) << "the kind is stored when all is there";
+  EXPECT_EQ(segment->kind, 0u) << "the kind is stored only after success";
 
   const std::string other = UniqueName("no-place");
   CHECK_ARGUMENT(ctx_, KivCreateSharedMemSeg(ctx_, other.c_str(), 1, kWritableView, kWritablePages,
@@ -425,9 +425,9 @@ TEST_F(SegmentDescriptor, IsWithoutSemaphoresWhenTheAreaCannotBeMade) {
   EXPECT_EQ(segment->semaphores, nullptr);
 }
 
-TEST_F(SegmentDescriptor, KeepsItsAreaWhenItIsSetUpAgainAndThatFails) {
+TEST_F(SegmentDescriptor, KeepsItsAreaIfSettingItUpAgainFails) {
   const std::string name = UniqueName("again");
-  const SharedSignal taken(name + "-taken");  // by an event: no area can have the name
+  const SharedSignal taken(name + "-taken");  // an event has the name, so no area can have it
   const struct {
     std::string name;
     uint32_t status;
@@ -439,7 +439,7 @@ TEST_F(SegmentDescriptor, KeepsItsAreaWhenItIsSetUpAgainAndThatFails) {
     ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
     const KivHandle area = segment->mapping;
     ASSERT_NE(area, nullptr);
-    // A set is overwritten: who sets up again closes it first.
+    // Setting up overwrites the reference to the set, so the test closes the set first.
     ASSERT_EQ(KivSdShSemSetClose(ctx_, segment->semaphores), KIV_ST_OK);
     EXPECT_EQ(Create(segment, failure.name), failure.status);
     EXPECT_EQ(segment->semaphores, nullptr);
@@ -450,7 +450,7 @@ TEST_F(SegmentDescriptor, KeepsItsAreaWhenItIsSetUpAgainAndThatFails) {
   }
 }
 
-TEST_F(SegmentDescriptor, OpensAnAreaThatIsThereWithTheFlagsItIsGiven) {
+TEST_F(SegmentDescriptor, OpensAnExistingAreaWithTheGivenFlags) {
   const std::string name = UniqueName("open");
   KivSharedMemSeg* segment = Find(name);
   EXPECT_EQ(KivCreateSharedMemSeg(ctx_, name.c_str(), 1, KIV_SHAREDMEM_READ, kWritablePages,
@@ -504,12 +504,12 @@ TEST_F(SegmentDescriptor, HasNoChunksBeforeItIsSetUp) {
     CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, segment, chunk, &code), KIV_ST_ARGUMENT);
   }
   int32_t chunk = 0;
-  CHECK_ARGUMENT(ctx_, KivGetSharedMemChunk(ctx_, segment, &chunk));  // the set says so
+  CHECK_ARGUMENT(ctx_, KivGetSharedMemChunk(ctx_, segment, &chunk));  // recorded by the set
 }
 
 // ---- Tearing down ----
 
-TEST_F(SegmentDescriptor, IsFreedWithItsListWhateverWasSetUp) {
+TEST_F(SegmentDescriptor, IsFreedWithItsListWhetherOrNotItWasSetUp) {
   const std::string name = UniqueName("list");
   BlockCount blocks;
   KivSharedMemSeg* bare = Find("bare");
@@ -529,7 +529,7 @@ TEST_F(SegmentDescriptor, IsFreedWithItsListWhateverWasSetUp) {
   EXPECT_EQ(blocks.freed(), blocks.allocated());
 }
 
-TEST_F(SegmentDescriptor, StaysInItsListWhenItAloneIsClosed) {
+TEST_F(SegmentDescriptor, StaysInItsListAfterItIsClosedAlone) {
   const std::string name = UniqueName("single");
   KivSharedMemSeg* segment = Make(name);
   void* view = segment->buffer;

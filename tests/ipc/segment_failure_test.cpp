@@ -1,5 +1,5 @@
-// Shared memory segments when the system or the allocator fails: every status, what the caller's
-// record then says, and what is closed and freed.
+// Shared memory segments when the system or the allocator fails: the statuses, the caller's record,
+// and the resources that are closed and freed.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -27,7 +27,7 @@ constexpr uint32_t kProtectionFlags = 1;
 
 uint32_t Low(uintptr_t word) { return static_cast<uint32_t>(word); }
 
-// The system hands out numbers; the area is the test's own.
+// The system's calls return made-up handles. The area is a buffer of the test.
 class SegmentFailure : public testing::Test {
  protected:
   void TearDown() override {
@@ -67,7 +67,7 @@ class SegmentFailure : public testing::Test {
 
 // ---- Finding and setting up ----
 
-TEST_F(SegmentFailure, NoMemoryForADescriptorIsRecordedAndLeavesTheListAsItWas) {
+TEST_F(SegmentFailure, NoMemoryForADescriptorIsRecordedAndLeavesTheListUnchanged) {
   KivSharedMemSeg* first = Find();
   KivSharedMemSeg* found = first;
   uint8_t fresh = 9;
@@ -81,7 +81,7 @@ TEST_F(SegmentFailure, NoMemoryForADescriptorIsRecordedAndLeavesTheListAsItWas) 
   EXPECT_EQ(first->next, nullptr);
 }
 
-TEST_F(SegmentFailure, TheSetAndTheAreaAreAskedForAsTheSegmentNeedsThem) {
+TEST_F(SegmentFailure, TheSetAndTheAreaAreCreatedWithTheSegmentsCountsAndSizes) {
   KivSharedMemSeg* segment = Find();
   ASSERT_EQ(Create(segment), KIV_ST_OK);
   ASSERT_EQ(made_.calls().size(), 21u);
@@ -99,7 +99,7 @@ TEST_F(SegmentFailure, TheSetAndTheAreaAreAskedForAsTheSegmentNeedsThem) {
   EXPECT_EQ(reinterpret_cast<uintptr_t>(view_), kArea + 1);
 }
 
-TEST_F(SegmentFailure, ASemaphoreThatCannotBeMadeLeavesNone) {
+TEST_F(SegmentFailure, ASemaphoreThatCannotBeMadeClosesTheOthers) {
   KivSharedMemSeg* segment = Find();
   for (const uint32_t good : {0u, 1u, 20u}) {
     const size_t closedBefore = closed_.calls().size();
@@ -135,7 +135,7 @@ TEST_F(SegmentFailure, AnAreaThatCannotBeMadeOrMappedClosesTheSet) {
     CHECK_OUTCOME(ctx_, Create(segment), KIV_ST_SHARED_MEM_ALLOC, kError);
     EXPECT_EQ(closed_.calls().size() - closedBefore, failing[0] == 'C' ? 21u : 22u);
     EXPECT_EQ(segment->semaphores, nullptr);
-    EXPECT_EQ(segment->mapping, &list_) << "an earlier area stays the descriptor's";
+    EXPECT_EQ(segment->mapping, &list_) << "the descriptor must keep its earlier area";
     EXPECT_EQ(segment->kind, 0u);
     EXPECT_EQ(heap.live(), 0u);
   }
@@ -143,7 +143,7 @@ TEST_F(SegmentFailure, AnAreaThatCannotBeMadeOrMappedClosesTheSet) {
 
 // ---- Chunks ----
 
-TEST_F(SegmentFailure, AWaitThatFailsEndsEveryOperationAndRecordsNothing) {
+TEST_F(SegmentFailure, AFailedWaitEndsEveryOperationAndRecordsNothing) {
   KivSharedMemSeg* segment = Make();
   segment->takenMask = 1;
   const struct {
@@ -177,7 +177,7 @@ TEST_F(SegmentFailure, AWaitThatFailsEndsEveryOperationAndRecordsNothing) {
   EXPECT_EQ(area_[0], 0);
 }
 
-TEST_F(SegmentFailure, AReleaseThatFailsBlocksTheChunkOrIsToldOf) {
+TEST_F(SegmentFailure, AFailedReleaseBlocksTheChunkOrIsReported) {
   KivSharedMemSeg* segment = Make();
   const ScriptedImport wait("WaitForSingleObject", {.result = 0});
   const ScriptedImport release("ReleaseSemaphore", {.result = 0, .error = kError});
@@ -245,16 +245,16 @@ TEST_F(SegmentFailure, AFailureCarriesOverToDescriptorsWithoutASet) {
   KivSharedMemSeg* whole = Make("whole");
   KivSharedMemSeg* last = Find("last");
   const ScriptedImport unmap("UnmapViewOfFile", {.result = 0, .error = kError, .failCount = 1});
-  EXPECT_EQ(KivDeleteSharedMemSeg(ctx_, list_), KIV_ST_OK) << "the last set closed well";
+  EXPECT_EQ(KivDeleteSharedMemSeg(ctx_, list_), KIV_ST_OK) << "the last set was closed";
   EXPECT_TRUE(heap.IsLive(failing));
   EXPECT_TRUE(heap.IsLive(bare));
   EXPECT_TRUE(heap.IsLive(setless));
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(setless->mapping), kArea + 7) << "its area was kept";
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(setless->mapping), kArea + 7) << "the area must stay";
   EXPECT_FALSE(heap.IsLive(whole));
   EXPECT_FALSE(heap.IsLive(last));
   EXPECT_EQ(unmap.calls().size(), 2u);
 
-  // What is left is a list no more.
+  // Links the remaining descriptors again: their links lead to freed ones.
   failing->next = bare;
   bare->next = setless;
   setless->next = nullptr;
@@ -263,16 +263,16 @@ TEST_F(SegmentFailure, AFailureCarriesOverToDescriptorsWithoutASet) {
   list_ = nullptr;
 }
 
-TEST_F(SegmentFailure, TheAddressOfNoViewIsHandedToTheSystemLikeAView) {
+TEST_F(SegmentFailure, TheNotMappedAddressIsPassedToTheSystemLikeAView) {
   KivSharedMemSeg* segment = Find();
   ASSERT_EQ(Create(segment), KIV_ST_OK);
   EXPECT_EQ(KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
   ASSERT_EQ(unmapped_.calls().size(), 1u);
   EXPECT_EQ(unmapped_.calls()[0][0], 0xDEADBEEFu);
-  EXPECT_EQ(closed_.calls().size(), 21u + 1u) << "the set and the area, though there is no view";
+  EXPECT_EQ(closed_.calls().size(), 21u + 1u) << "21 semaphores and the area, even without a view";
 }
 
-TEST_F(SegmentFailure, AnEarlierOwnersAreaThatCannotBeFreedIsForgotten) {
+TEST_F(SegmentFailure, AnEarlierOwnersAreaIsForgottenEvenIfItCannotBeFreed) {
   KivSharedMemSeg* segment = Make();
   const ScriptedImport failure("UnmapViewOfFile", {.result = 0, .error = kError});
   KivSharedMemSeg* found = nullptr;

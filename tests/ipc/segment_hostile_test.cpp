@@ -1,5 +1,5 @@
-// A peer that fills the shared area with nonsense: what the library then reads and writes lies
-// between pages that cannot be touched, so that one byte too far ends the test.
+// A hostile peer that writes arbitrary bytes into the shared area. The memory that the library may
+// access is surrounded by inaccessible pages, so an access outside it crashes the test.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -21,7 +21,7 @@ using kiv::test::UniqueName;
 constexpr size_t kPageBytes = 4096;
 constexpr uint32_t kHalfBytes = 2048;
 
-// Bytes at the end, or at the start, of memory that may be touched.
+// A buffer with an inaccessible page directly behind it or directly before it.
 class FencedBytes {
  public:
   enum Side { kBehind, kBefore };
@@ -45,7 +45,7 @@ class FencedBytes {
   unsigned char* bytes_;
 };
 
-// One end whose half lies at a fence; the peer's part of the set is the test's.
+// One end of a segment whose half lies next to an inaccessible page. The test acts as the peer.
 class HostileSegment : public testing::Test {
  protected:
   void TearDown() override { EXPECT_EQ(KivSdShSemSetClose(nullptr, set_), KIV_ST_OK); }
@@ -57,7 +57,7 @@ class HostileSegment : public testing::Test {
               KIV_ST_OK);
   }
 
-  // Chunk 0 of an area of which only this half is there. Nothing waits.
+  // Returns an end whose area consists only of this half of chunk 0. Its time-out is 0.
   KivSharedMemSeg EndOn(unsigned char* half, bool reading, uint32_t kind) {
     KivSharedMemSeg end = {};
     end.semaphores = set_;
@@ -69,7 +69,7 @@ class HostileSegment : public testing::Test {
     return end;
   }
 
-  // The peer's message, again and again: its half is full, and was not handed back.
+  // Sends the message in the half once more, even if the half was not handed back.
   void Offer(const KivSharedMemSeg& end) {
     const uint16_t full = end.kind == 0 ? 1 : 3;
     static_cast<void>(KivSdShSemSetRequest(nullptr, static_cast<uint16_t>(full + 1), set_, 0));
@@ -88,7 +88,7 @@ constexpr uint32_t kLengths[] = {0,    1,    7,          2039,       2040,      
                                  2049, 4096, 0x7FFFFFFF, 0x80000000, 0xFFFFFFF8, 0xFFFFFFFF};
 constexpr uint32_t kWanted[] = {1, 8, 2039, 2040, 2041, 2048, 4080, 5000};
 
-TEST_F(HostileSegment, IsReadWithinItsHalfWhateverItsHeaderSays) {
+TEST_F(HostileSegment, IsReadOnlyWithinItsHalfWhateverTheHeaderSays) {
   for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
     const FencedBytes half(kHalfBytes, side);
     for (const uint32_t kind : {0u, 1u}) {
@@ -113,7 +113,7 @@ TEST_F(HostileSegment, IsReadWithinItsHalfWhateverItsHeaderSays) {
   }
 }
 
-TEST_F(HostileSegment, GivesStringsOfAHalfAtMost) {
+TEST_F(HostileSegment, ReturnsStringsNoLongerThanAHalf) {
   for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
     const FencedBytes half(kHalfBytes, side);
     const FencedBytes buffer(kHalfBytes, side);
@@ -125,7 +125,7 @@ TEST_F(HostileSegment, GivesStringsOfAHalfAtMost) {
           KivSharedMemSeg end = EndOn(half.data(), true, kind);
           uint32_t code = 0;
           Offer(end);
-          if (afterCode) {  // which leaves the length behind, and no offset
+          if (afterCode) {  // reading a code leaves the length in the state and the offset at 0
             ASSERT_EQ(KivReadSharedMemChunkCode(nullptr, &end, 0, &code), KIV_ST_OK);
             PutHeader(half.data(), 0x7A7A7A7A, 0x7A7A7A7A);
             Offer(end);
@@ -142,12 +142,12 @@ TEST_F(HostileSegment, GivesStringsOfAHalfAtMost) {
   }
 }
 
-// What a server that does not trust its peer looks for after every read.
+// The check that a server makes after every read if it does not trust its peer.
 bool HasLied(const KivSharedMemTransfer& state) {
   return state.lengthBytes > KIV_SEGMENT_HALF_BYTES - state.offset;
 }
 
-TEST_F(HostileSegment, GivesEmptyStringsForEverWhoseLieShowsInTheState) {
+TEST_F(HostileSegment, ReturnsEndlessEmptyStringsThatTheStateReveals) {
   const FencedBytes half(kHalfBytes, FencedBytes::kBehind);
   for (const uint32_t length : kLengths) {
     SCOPED_TRACE(length);
@@ -174,11 +174,11 @@ TEST_F(HostileSegment, GivesEmptyStringsForEverWhoseLieShowsInTheState) {
     }
     EXPECT_EQ(KivReadSharedMemChunk(nullptr, &end, 0, 1, 0, nullptr, buffer.data()),
               KIV_CHUNK_OVERRUN)
-        << "a read of bytes ends it";
+        << "a read of bytes must block the chunk";
   }
 }
 
-TEST_F(HostileSegment, IsWrittenWithinItsHalf) {
+TEST_F(HostileSegment, IsWrittenOnlyWithinItsHalf) {
   for (const FencedBytes::Side side : {FencedBytes::kBehind, FencedBytes::kBefore}) {
     const FencedBytes half(kHalfBytes, side);
     for (const uint32_t kind : {0u, 1u}) {
@@ -203,8 +203,8 @@ TEST_F(HostileSegment, IsWrittenWithinItsHalf) {
   }
 }
 
-// The header and the data change while they are read.
-TEST_F(HostileSegment, IsReadWithinItsHalfWhileItChanges) {
+// The peer changes the header and the data while they are read.
+TEST_F(HostileSegment, IsReadOnlyWithinItsHalfWhileItChanges) {
   constexpr uint32_t kBuffers = 3000;
   const FencedBytes half(kHalfBytes, FencedBytes::kBehind);
   std::memset(half.data(), 'z', kHalfBytes);
@@ -215,7 +215,7 @@ TEST_F(HostileSegment, IsReadWithinItsHalfWhileItChanges) {
       auto* words = reinterpret_cast<volatile uint32_t*>(half.data());
       words[0] = state % 16 == 0 ? state : 0;
       words[1] = (state & 0x100) != 0 ? kLengths[(state >> 16) % std::size(kLengths)] : state;
-      // Three places may hold a zero, so that some strings have an end and some have none.
+      // A zero byte may appear at three places, so that only some strings are terminated.
       const size_t place = (state >> 8) % 2040;
       const bool zero = place % 600 == 599 && (state & 0x80000000) != 0;
       half.data()[8 + place] = zero ? 0 : 'z';

@@ -1,6 +1,6 @@
-// Shared memory segments between two processes: what each puts into the area, data of all sizes
-// both ways, all chunks in use at once, and a peer that is stopped and killed before each of the
-// calls that it makes.
+// Shared memory segments between two processes: the bytes that each puts into the area, data of all
+// sizes in both directions, all chunks at once, and a peer that is killed before each of its calls
+// of the system.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -51,9 +51,9 @@ uint32_t WordFrom(const std::string& bytes) {
   return word;
 }
 
-// ---- What another process puts into the area ----
+// ---- Bytes that another process puts into the area ----
 
-// Writes into every chunk and waits for the end: {segment, kind, done}
+// {segment, kind, done}: writes into every chunk, sets the signal, and waits until it may leave.
 const RegisteredRole fillRole("fills", [](const RoleArguments& arguments) {
   const SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   const SharedSignal done(arguments[2]);
@@ -74,7 +74,7 @@ const RegisteredRole fillRole("fills", [](const RoleArguments& arguments) {
   return kRoleDone;
 });
 
-TEST(SegmentBetweenProcesses, LiesInTheAreaAsTheLayoutSays) {
+TEST(SegmentBetweenProcesses, HasTheDocumentedLayoutInTheArea) {
   for (const uint32_t kind : {1u, 0u}) {
     const std::string name = UniqueName("layout");
     const SharedSignal done(UniqueName("done"));
@@ -103,10 +103,10 @@ TEST(SegmentBetweenProcesses, LiesInTheAreaAsTheLayoutSays) {
   }
 }
 
-// ---- Data both ways ----
+// ---- Data in both directions ----
 
-// Sends back what comes, until nothing does: {segment, kind, chunk}. Before the data comes its
-// length.
+// {segment, kind, chunk}: sends received data back until a length of 0. Each length precedes its
+// data.
 const RegisteredRole echoRole("echoes", [](const RoleArguments& arguments) {
   SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   const auto chunk = static_cast<int32_t>(NumberFrom(arguments[2]));
@@ -117,13 +117,13 @@ const RegisteredRole echoRole("echoes", [](const RoleArguments& arguments) {
   return kRoleDone;
 });
 
-// The other end of an echo.
+// A child process in the role "echoes", and transfers with it.
 class Echo {
  public:
   Echo(const std::string& name, uint32_t kind, int32_t chunk)
       : child_("echoes", {name, std::to_string(1 - kind), std::to_string(chunk)}), chunk_(chunk) {}
 
-  // Announces data that is written afterwards.
+  // Sends the length of data that the test writes next.
   void Announce(SegmentEnd& end, size_t length) const {
     EXPECT_EQ(end.Write(chunk_, BytesOf(static_cast<uint32_t>(length))), KIV_ST_OK);
   }
@@ -148,7 +148,7 @@ class Echo {
   int32_t chunk_;
 };
 
-TEST(SegmentBetweenProcesses, CarriesDataOfAllSizesWithAndWithoutItsFlags) {
+TEST(SegmentBetweenProcesses, CarriesDataOfAllSizesWithAndWithoutFlags) {
   for (const uint32_t kind : {1u, 0u}) {
     const std::string name = UniqueName("sizes");
     SegmentEnd end(name, kind);
@@ -156,7 +156,7 @@ TEST(SegmentBetweenProcesses, CarriesDataOfAllSizesWithAndWithoutItsFlags) {
     for (const size_t length : {1u, 2039u, 2040u, 2041u, 3000u, 1'000'000u}) {
       for (const bool split : {true, false}) {
         for (const bool ended : {true, false}) {
-          if (!split && length > 2040) continue;  // never ends
+          if (!split && length > 2040) continue;  // the write would never end
           SCOPED_TRACE(testing::Message() << length << (split ? ", split" : ", whole")
                                           << (ended ? ", ended" : ", left open"));
           const std::string data = Pattern(length, static_cast<uint32_t>(length));
@@ -174,8 +174,8 @@ TEST(SegmentBetweenProcesses, CarriesDataOfAllSizesWithAndWithoutItsFlags) {
   }
 }
 
-// Reads halves by the semaphores alone and gives their lengths to the segment's other direction:
-// {segment, kind, count}
+// {segment, kind, count}: receives halves through the semaphores alone, and sends their lengths
+// back through the other direction of the segment.
 const RegisteredRole lengthsRole("tells-lengths", [](const RoleArguments& arguments) {
   SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   const AreaView area(arguments[0]);
@@ -190,7 +190,7 @@ const RegisteredRole lengthsRole("tells-lengths", [](const RoleArguments& argume
   return kRoleDone;
 });
 
-TEST(SegmentBetweenProcesses, SplitsDataIntoHalvesThatTheirHeadersMeasure) {
+TEST(SegmentBetweenProcesses, StoresTheLengthOfEachHalfInItsHeader) {
   const struct {
     size_t open, length;
     bool split;
@@ -220,7 +220,7 @@ TEST(SegmentBetweenProcesses, SplitsDataIntoHalvesThatTheirHeadersMeasure) {
   }
 }
 
-// ---- Every chunk at once ----
+// ---- All chunks at once ----
 
 uint32_t Checksum(const std::string& bytes) {
   uint32_t sum = 2166136261u;
@@ -230,7 +230,7 @@ uint32_t Checksum(const std::string& bytes) {
 
 constexpr uint32_t kStreamEnd = 0xE0D;
 
-// Messages of all lengths, each behind its length and before its sum; then a code.
+// Writes messages of all lengths and then a code. Each message is a length, data and a checksum.
 void Stream(SegmentEnd* end, int32_t chunk, double seconds) {
   const Stopwatch watch;
   uint32_t seed = 100 * end->operator->()->kind + static_cast<uint32_t>(chunk);
@@ -244,7 +244,7 @@ void Stream(SegmentEnd* end, int32_t chunk, double seconds) {
   ASSERT_EQ(KivWriteSharedMemChunkCode(nullptr, *end, chunk, kStreamEnd), KIV_ST_OK);
 }
 
-// Reads a stream to its code; the count of messages whose sums are right.
+// Reads a stream up to its code. Returns the count of messages, or 0 if a checksum is wrong.
 uint32_t Drain(SegmentEnd* end, int32_t chunk) {
   uint32_t count = 0;
   for (;; ++count) {
@@ -258,7 +258,8 @@ uint32_t Drain(SegmentEnd* end, int32_t chunk) {
   }
 }
 
-// Both directions of all chunks, each on a thread of its own; the messages received of each chunk.
+// Uses both directions of all chunks, each on its own thread. Returns the count of messages read
+// from each chunk.
 std::vector<uint32_t> UseEveryChunk(SegmentEnd* end, double seconds) {
   std::vector<uint32_t> counts(5);
   std::vector<std::thread> threads;
@@ -270,7 +271,7 @@ std::vector<uint32_t> UseEveryChunk(SegmentEnd* end, double seconds) {
   return counts;
 }
 
-// {segment, kind, seconds}
+// {segment, kind, seconds}: uses every chunk.
 const RegisteredRole streamRole("streams", [](const RoleArguments& arguments) {
   SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   for (const uint32_t count : UseEveryChunk(&end, std::stod(arguments[2]))) {
@@ -279,8 +280,8 @@ const RegisteredRole streamRole("streams", [](const RoleArguments& arguments) {
   return kRoleDone;
 });
 
-// KIVSDU_SEGMENT_SECONDS in the environment says for how long, 10 unless it is set.
-TEST(SegmentBetweenProcesses, CarriesFiveChunksBothWaysAtOnce) {
+// The environment variable KIVSDU_SEGMENT_SECONDS sets the duration; 10 seconds by default.
+TEST(SegmentBetweenProcesses, UsesFiveChunksInBothDirectionsAtOnce) {
   const char* asked = std::getenv("KIVSDU_SEGMENT_SECONDS");
   const std::string seconds = asked != nullptr ? asked : "10";
   const std::string name = UniqueName("five");
@@ -292,11 +293,11 @@ TEST(SegmentBetweenProcesses, CarriesFiveChunksBothWaysAtOnce) {
 
 // ---- A peer that is killed ----
 
-constexpr uint32_t kPatienceMs = 150;  // how long the survivor waits
-constexpr uint32_t kSlackMs = 5000;    // and how late a busy machine may let it go on
-constexpr int32_t kChunk = 0;          // where the peer dies
+constexpr uint32_t kPatienceMs = 150;  // time-out of the survivor
+constexpr uint32_t kSlackMs = 5000;    // delay allowed on a busy machine
+constexpr int32_t kChunk = 0;          // the chunk that the killed peer uses
 
-// The process stops for good before the call of the system that has this number.
+// Calls of the system that the process still makes before it stops forever.
 int callsLeft = -1;
 const SharedSignal* stopped = nullptr;
 void* realWait = nullptr;
@@ -344,8 +345,8 @@ const std::map<std::string, Operation>& Operations() {
   return operations;
 }
 
-// Begins an operation, says when it has stopped, and waits to be killed: {segment, kind, operation,
-// calls before it stops, signal}. Stops after the operation when that makes no more calls.
+// {segment, kind, operation, calls before it stops, signal}: begins an operation, sets the signal
+// when it stops, and waits to be killed. Stops after the operation if that makes no more calls.
 const RegisteredRole stopRole("stops", [](const RoleArguments& arguments) {
   SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   const SharedSignal signal(arguments[4]);
@@ -361,7 +362,7 @@ const RegisteredRole stopRole("stops", [](const RoleArguments& arguments) {
   return kRoleFailed;
 });
 
-// What a read of so many bytes brings in the survivor's time: the bytes, and the status.
+// The result of a read within the survivor's time-out: the count of bytes and the status.
 struct Got {
   size_t count;
   uint32_t status;
@@ -376,9 +377,9 @@ Got ReadAll(SegmentEnd& end, size_t length) {
 
 struct Death {
   const char* operation;
-  int calls;                        // that it makes before it stops
-  void (*before)(SegmentEnd& end);  // what the survivor does while the peer is there
-  void (*after)(SegmentEnd& end);   // and when it is dead
+  int calls;                        // calls of the system before the peer stops
+  void (*before)(SegmentEnd& end);  // action of the survivor while the peer lives
+  void (*after)(SegmentEnd& end);   // action of the survivor after the peer was killed
 };
 
 void Nothing(SegmentEnd&) {}
@@ -403,7 +404,7 @@ void ExpectCode(SegmentEnd& end, uint32_t status) {
 
 constexpr auto kDeaf = KIV_ST_SEM_TIMEOUT;
 
-// The survivor has sent the first half of 3000 bytes, or a code.
+// The survivor sends the first 2040 of 3000 bytes, or a code.
 void SendHalf(SegmentEnd& end) { EXPECT_EQ(end.Write(kChunk, Pattern(2040)), KIV_ST_OK); }
 void SendCode(SegmentEnd& end) {
   EXPECT_EQ(KivWriteSharedMemChunkCode(nullptr, end, kChunk, 5), KIV_ST_OK);
@@ -431,7 +432,7 @@ void LockIs(SegmentEnd& end) {
 }
 
 const Death kDeaths[] = {
-    // wait for the half, hand it over, wait for the next, hand that over
+    // calls: wait for the half, hand it over, wait for the next half, hand it over
     {"write", 0, Nothing, DataIs<0>},
     {"write", 1, Nothing, DataIs<0>},
     {"write", 2, Nothing, DataIs<2040>},
@@ -439,19 +440,19 @@ const Death kDeaths[] = {
     {"write", 4, [](SegmentEnd& end) { ExpectData(end, 2040, 2040); },
      [](SegmentEnd& end) { ExpectData(end, 960, 960); }},
     {"open", 1, Nothing, DataIs<0>},
-    // wait for a half, hand it back, wait for the next
+    // calls: wait for a half, hand it back, wait for the next half
     {"read", 0, SendHalf, WriteGives<kDeaf>},
     {"read", 1, SendHalf, WriteGives<kDeaf>},
     {"read", 2, SendHalf, WriteGives<KIV_ST_OK>},
     {"read-part", 1, SendHalf, WriteGives<kDeaf>},
-    // wait, hand over
+    // calls: wait for the half, hand it over or back
     {"write-code", 0, Nothing, CodeIs<kDeaf>},
     {"write-code", 1, Nothing, CodeIs<kDeaf>},
     {"write-code", 2, Nothing, CodeIs<KIV_ST_OK>},
     {"read-code", 0, SendCode, CodeGives<kDeaf>},
     {"read-code", 1, SendCode, CodeGives<kDeaf>},
     {"read-code", 2, SendCode, CodeGives<KIV_ST_OK>},
-    // lock, unlock
+    // calls: take the chunks' lock, release it
     {"get", 0, Nothing, LockIs<KIV_ST_OK>},
     {"get", 1, Nothing, LockIs<kDeaf>},
     {"get", 2, Nothing, LockIs<KIV_ST_OK>},
@@ -461,7 +462,7 @@ const Death kDeaths[] = {
 
 class KilledPeer : public testing::TestWithParam<size_t> {};
 
-TEST_P(KilledPeer, CostsItsPartnerOneTimeOutAndNoOtherChunk) {
+TEST_P(KilledPeer, CostsTheSurvivorOneTimeOutAndNoOtherChunk) {
   const Death& death = kDeaths[GetParam()];
   SCOPED_TRACE(testing::Message() << death.operation << " after " << death.calls << " calls");
   const uint32_t kind = GetParam() % 2;

@@ -1,5 +1,5 @@
-// What the chunks of a shared memory segment do, its two ends in one process: what lies in the
-// shared area and in the semaphores after each step, and where an operation blocks a chunk.
+// The chunks of a shared memory segment with both ends in one process: the shared area and the
+// semaphores after each step, and the failures that block a chunk.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -42,12 +42,12 @@ constexpr int32_t kUntouchedIndex = 4711;
 constexpr uint32_t kAtOnce = 0;
 constexpr bool kFirst = true;
 constexpr bool kSecond = false;
-constexpr bool kOpen = false;  // of a write: the half is not to be handed over
+constexpr bool kOpen = false;  // end flag of a write: leave the half open
 constexpr bool kEnd = true;
-constexpr bool kWhole = false;  // and the data not to be split
+constexpr bool kWhole = false;  // split flag of a write: do not split the data
 constexpr bool kSplit = true;
 
-// The ends of a segment. Nothing waits: what is not there at once is timed out.
+// Both ends of a segment. The time-outs are 0, so that nothing waits.
 class Segment : public testing::Test {
  protected:
   SegmentEnd& End(uint32_t kind) { return kind == 1 ? one_ : zero_; }
@@ -85,7 +85,7 @@ TEST_F(Segment, BeginsZeroedWithAFreeLockAndEveryHalfEmpty) {
     if (member % 2 != 0) {
       EXPECT_TRUE(semaphore.Give());
     }
-    EXPECT_FALSE(semaphore.Give()) << member << " holds more than one";
+    EXPECT_FALSE(semaphore.Give()) << member << " must not hold more than 1";
   }
   EXPECT_FALSE(kiv::test::HasMember(name_, 21));
 }
@@ -118,7 +118,7 @@ TEST_F(Segment, PutsEachEndsDataIntoItsOwnHalfOfTheChunk) {
   EXPECT_TRUE(area_.all() == expected) << "reading changes nothing";
 }
 
-TEST_F(Segment, PutsCodesIntoTheHeaderAlone) {
+TEST_F(Segment, PutsCodesOnlyIntoTheHeader) {
   std::string expected(20480, '\0');
   for (const uint32_t kind : {1u, 0u}) {
     for (int chunk = 0; chunk < 5; ++chunk) {
@@ -137,7 +137,7 @@ TEST_F(Segment, PutsCodesIntoTheHeaderAlone) {
 
 // ---- Arguments ----
 
-TEST_F(Segment, RefusesWhatIsNotThereAndRecordsNothing) {
+TEST_F(Segment, RefusesNullPointersAndMissingChunksAndRecordsNothing) {
   char byte = 'a';
   uint32_t code = kUntouched;
   int32_t chunk = kUntouchedIndex;
@@ -167,7 +167,7 @@ TEST_F(Segment, RefusesWhatIsNotThereAndRecordsNothing) {
   for (int member = 0; member <= 20; ++member) EXPECT_EQ(IsGiven(name_, member), member % 2 == 0);
 }
 
-TEST_F(Segment, RefusesWhatIsNotThereAlsoOnABlockedChunk) {
+TEST_F(Segment, RefusesNullPointersEvenOnABlockedChunk) {
   uint32_t code = kUntouched;
   one_->writing[0].code = one_->reading[0].code = kNotGiven;
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 1, 1, 1, nullptr), KIV_ST_ARGUMENT);
@@ -194,7 +194,7 @@ TEST_F(Segment, WorksWithoutAContext) {
 
 // ---- Taking chunks ----
 
-TEST_F(Segment, GivesOutTheLowestFreeChunkUntilThereIsNone) {
+TEST_F(Segment, HandsOutTheLowestFreeChunkUntilNoneIsLeft) {
   for (const int32_t expected : {0, 1, 2, 3, 4, -1, -1}) {
     int32_t chunk = kUntouchedIndex;
     CHECK_SILENT(ctx_, KivGetSharedMemChunk(ctx_, one_, &chunk), KIV_ST_OK);
@@ -223,7 +223,7 @@ TEST_F(Segment, LetsEachEndCountItsOwnChunks) {
   EXPECT_EQ(chunk, 0);
 }
 
-TEST_F(Segment, KeepsTheLockWhenAChunkIsGivenBackThatWasNotTaken) {
+TEST_F(Segment, KeepsTheLockIfAChunkIsGivenBackThatWasNotTaken) {
   int32_t chunk = kUntouchedIndex;
   CHECK_SILENT(ctx_, KivGetSharedMemChunk(ctx_, one_, &chunk), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivPutSharedMemChunk(ctx_, one_, 0), KIV_ST_OK);
@@ -243,7 +243,7 @@ TEST_F(Segment, KeepsTheLockWhenAChunkIsGivenBackThatWasNotTaken) {
   EXPECT_EQ(zero_.Read(2, 5), "still");
 }
 
-TEST_F(Segment, GivesAChunkToOneOfManyThreads) {
+TEST_F(Segment, HandsOutAChunkToOneThreadAtATime) {
   std::atomic<int> holders[5] = {};
   std::atomic<bool> shared{false};
   one_->timeoutMs = kLimitMs;
@@ -292,7 +292,7 @@ TEST_F(Segment, HandsOverAHalfThatIsExactlyFull) {
   }
 }
 
-TEST_F(Segment, SplitsWhatDoesNotFit) {
+TEST_F(Segment, SplitsDataThatDoesNotFit) {
   EXPECT_EQ(one_.Write(0, Pattern(100), kOpen), KIV_ST_OK);
   EXPECT_EQ(one_.Write(0, Pattern(3000, 2), kEnd, kSplit), KIV_ST_SEM_TIMEOUT);
   EXPECT_EQ(area_.payload(0, kFirst), Pattern(100) + Pattern(3000, 2).substr(0, 1940));
@@ -302,11 +302,11 @@ TEST_F(Segment, SplitsWhatDoesNotFit) {
   EXPECT_EQ(zero_.Read(0, 4), "rest");
 }
 
-TEST_F(Segment, KeepsWhatIsNotToBeSplitForAFreshHalfAndEndsThat) {
+TEST_F(Segment, PutsUnsplitDataThatDoesNotFitIntoTheNextHalfAndHandsItOver) {
   one_->timeoutMs = kLimitMs;
   EXPECT_EQ(one_.Write(0, Pattern(100), kOpen, kWhole), KIV_ST_OK);
   std::thread writer([&] {
-    // Not ended, but handed over all the same.
+    // Without the end flag, but handed over nevertheless.
     EXPECT_EQ(one_.Write(0, Pattern(2000, 2), kOpen, kWhole), KIV_ST_OK);
   });
   zero_->timeoutMs = kLimitMs;
@@ -316,7 +316,7 @@ TEST_F(Segment, KeepsWhatIsNotToBeSplitForAFreshHalfAndEndsThat) {
   EXPECT_EQ(one_->writing[0].lengthBytes, 0u);
 }
 
-TEST_F(Segment, FitsWholeDataIntoTheRestOfAHalfWhenItCan) {
+TEST_F(Segment, PutsUnsplitDataThatFitsIntoTheRestOfTheHalf) {
   EXPECT_EQ(one_.Write(0, Pattern(40), kOpen, kWhole), KIV_ST_OK);
   EXPECT_EQ(one_.Write(0, Pattern(1999, 2), kOpen, kWhole), KIV_ST_OK);
   EXPECT_FALSE(IsGiven(name_, FullMember(0, kFirst)));
@@ -324,13 +324,13 @@ TEST_F(Segment, FitsWholeDataIntoTheRestOfAHalfWhenItCan) {
   EXPECT_EQ(zero_.Read(0, 2040), Pattern(40) + Pattern(1999, 2) + "x");
 }
 
-TEST_F(Segment, HandsOverEmptyHalvesForWholeDataThatFitsNone) {
+TEST_F(Segment, HandsOverEmptyHalvesForUnsplitDataLargerThanAHalf) {
   for (const bool end : {kOpen, kEnd}) {
     for (const size_t length : {size_t{2041}, size_t{3000}, size_t{1'000'000}}) {
       EXPECT_EQ(one_.Write(0, Pattern(length), end, kWhole), KIV_ST_SEM_TIMEOUT);
       EXPECT_EQ(area_.length(0, kFirst), 0u);
       EXPECT_EQ(area_.code(0, kFirst), 0u);
-      for (int more = 0; more < 2; ++more) {  // each is given back, and the next comes
+      for (int more = 0; more < 2; ++more) {  // hand the half back and receive the next empty one
         EXPECT_TRUE(Member(name_, FullMember(0, kFirst)).Take());
         EXPECT_TRUE(Member(name_, EmptyMember(0, kFirst)).Give());
         EXPECT_EQ(one_.Write(0, Pattern(length), end, kWhole), KIV_ST_SEM_TIMEOUT);
@@ -343,21 +343,21 @@ TEST_F(Segment, HandsOverEmptyHalvesForWholeDataThatFitsNone) {
             std::string(2040, '\0'));
 }
 
-// Nothing may be added to the offset in 32 bits.
-TEST_F(Segment, TakesTheLargestLengthForOneThatDoesNotFit) {
+// Adding the length to the offset would wrap around at 32 bits.
+TEST_F(Segment, TreatsTheLargestLengthAsDataThatDoesNotFit) {
   EXPECT_EQ(KivWriteSharedMemChunk(ctx_, one_, 0, 0xFFFFFFFF, 0, 0, "x"), KIV_ST_SEM_TIMEOUT);
   EXPECT_EQ(area_.length(0, kFirst), 0u);
 }
 
-TEST_F(Segment, WritesNothingAtOnce) {
+TEST_F(Segment, WritesZeroBytesWithoutWaiting) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 0, 1, 1, ""), KIV_ST_OK);
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
   EXPECT_EQ(one_.Write(0, "open", kOpen), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 0, 1, 1, ""), KIV_ST_OK);
-  EXPECT_FALSE(IsGiven(name_, FullMember(0, kFirst))) << "the end flag of nothing ends nothing";
+  EXPECT_FALSE(IsGiven(name_, FullMember(0, kFirst))) << "an empty write must ignore the end flag";
 }
 
-TEST_F(Segment, TakesAnyFlagThatIsNotZero) {
+TEST_F(Segment, TreatsAnyNonzeroFlagAsSet) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 3, 0x80, 0, "abc"), KIV_ST_OK);
   EXPECT_TRUE(IsGiven(name_, FullMember(0, kFirst)));
   char bytes[3] = {};
@@ -369,7 +369,7 @@ TEST_F(Segment, TakesAnyFlagThatIsNotZero) {
 
 // ---- Codes ----
 
-TEST_F(Segment, PutsACodeOverTheDataOfAnOpenHalfWhichIsLost) {
+TEST_F(Segment, DropsTheDataOfAnOpenHalfThatACodeEnds) {
   EXPECT_EQ(one_.Write(0, Pattern(100), kOpen), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 77), KIV_ST_OK);
   EXPECT_EQ(area_.code(0, kFirst), 77u);
@@ -390,7 +390,7 @@ TEST_F(Segment, PutsACodeOverTheDataOfAnOpenHalfWhichIsLost) {
   EXPECT_EQ(zero_.Read(0, 4), "next");
 }
 
-TEST_F(Segment, EndsAnOpenHalfWithTheCodeZeroAsTheDataMessageItIs) {
+TEST_F(Segment, SendsAnOpenHalfAsADataMessageIfTheCodeIsZero) {
   EXPECT_EQ(one_.Write(0, Pattern(100), kOpen), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 0), KIV_ST_OK);
   EXPECT_EQ(area_.code(0, kFirst), 0u);
@@ -400,7 +400,7 @@ TEST_F(Segment, EndsAnOpenHalfWithTheCodeZeroAsTheDataMessageItIs) {
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
-TEST_F(Segment, EndsAReadWithACodeAfterTheDataBefore) {
+TEST_F(Segment, EndsAReadWithACodeThatFollowsData) {
   one_->timeoutMs = zero_->timeoutMs = kLimitMs;
   std::thread writer([&] {
     EXPECT_EQ(one_.Write(0, Pattern(2040)), KIV_ST_OK);
@@ -414,7 +414,7 @@ TEST_F(Segment, EndsAReadWithACodeAfterTheDataBefore) {
   EXPECT_EQ(data, Pattern(2040) + std::string(960, '\0'));
 }
 
-TEST_F(Segment, TellsTheCodeOfEveryMessageThatItBegins) {
+TEST_F(Segment, StoresTheCodeOfEveryMessageThatAReadBegins) {
   EXPECT_EQ(one_.Write(0, "abcdef"), KIV_ST_OK);
   char bytes[6] = {};
   uint32_t code = kUntouched;
@@ -422,19 +422,19 @@ TEST_F(Segment, TellsTheCodeOfEveryMessageThatItBegins) {
   EXPECT_EQ(code, 0u);
   code = kUntouched;
   CHECK_SILENT(ctx_, Read(zero_, 0, 4, bytes, &code), KIV_ST_OK);
-  EXPECT_EQ(code, kUntouched) << "the message was begun before";
+  EXPECT_EQ(code, kUntouched) << "an earlier read began the message";
   CHECK_SILENT(ctx_, Read(zero_, 0, 1, bytes, &code), KIV_ST_SEM_TIMEOUT);
   EXPECT_EQ(code, kUntouched) << "there is no message";
 }
 
-TEST_F(Segment, SendsTheCodeZeroAsAnEmptyMessage) {
+TEST_F(Segment, SendsTheCodeZeroAsAnEmptyDataMessage) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 0), KIV_ST_OK);
   EXPECT_TRUE(IsGiven(name_, FullMember(0, kFirst)));
   EXPECT_EQ(ReadString(zero_, 0), "");
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
-TEST_F(Segment, ReadsTheCodeOfADataMessageAsZeroAndKeepsItsLength) {
+TEST_F(Segment, ReadsTheCodeOfADataMessageAsZeroAndKeepsTheLength) {
   EXPECT_EQ(one_.Write(0, Pattern(100)), KIV_ST_OK);
   uint32_t code = kUntouched;
   CHECK_SILENT(ctx_, KivReadSharedMemChunkCode(ctx_, zero_, 0, &code), KIV_ST_OK);
@@ -442,13 +442,13 @@ TEST_F(Segment, ReadsTheCodeOfADataMessageAsZeroAndKeepsItsLength) {
   EXPECT_EQ(zero_->reading[0].lengthBytes, 100u);
   EXPECT_EQ(zero_->reading[0].offset, 0u);
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
-  // The next read takes it for a message that is there, and the half cannot be given back again.
+  // The next read treats the length as a message in the half, but cannot hand the half back again.
   char bytes[100] = {};
   CHECK_SILENT(ctx_, Read(zero_, 0, 100, bytes, &code), kNotGiven);
   EXPECT_EQ(std::string(bytes + 8, 92), Pattern(100).substr(0, 92));
 }
 
-TEST_F(Segment, WaitsForTheNextCodeInTheMiddleOfAMessageAndLeavesItsRest) {
+TEST_F(Segment, ReadingACodeWithinAMessageTimesOutAndKeepsTheRest) {
   EXPECT_EQ(one_.Write(0, "abcdef"), KIV_ST_OK);
   EXPECT_EQ(zero_.Read(0, 2), "ab");
   uint32_t code = kUntouched;
@@ -474,7 +474,7 @@ TEST_F(Segment, LeavesTheRestOfAMessageForTheNextRead) {
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
-TEST_F(Segment, ReadsNothingAtOnce) {
+TEST_F(Segment, ReadsZeroBytesWithoutWaiting) {
   char byte = 'a';
   uint32_t code = kUntouched;
   CHECK_SILENT(ctx_, Read(zero_, 0, 0, &byte, &code), KIV_ST_OK);
@@ -485,7 +485,7 @@ TEST_F(Segment, ReadsNothingAtOnce) {
   EXPECT_EQ(byte, 'a');
 }
 
-TEST_F(Segment, KeepsWhatWasReadBeforeATimeOut) {
+TEST_F(Segment, KeepsTheBytesReadBeforeATimeOut) {
   EXPECT_EQ(one_.Write(0, Pattern(2040)), KIV_ST_OK);
   std::string data(3000, '\0');
   CHECK_SILENT(ctx_, Read(zero_, 0, 3000, data.data()), KIV_ST_SEM_TIMEOUT);
@@ -526,10 +526,10 @@ TEST_F(Segment, BlocksTheChunkWithinOneReadThatAsksForTooMuch) {
 TEST_F(Segment, ReadsAStringWithItsZeroByte) {
   EXPECT_EQ(one_.Write(0, std::string("abc\0defg\0\0h", 11)), KIV_ST_OK);
   EXPECT_EQ(ReadString(zero_, 0), std::string("abc\0", 4));
-  EXPECT_EQ(ReadString(zero_, 0, 1), std::string("defg\0", 5)) << "whatever the length says";
+  EXPECT_EQ(ReadString(zero_, 0, 1), std::string("defg\0", 5)) << "the length is ignored";
   EXPECT_EQ(ReadString(zero_, 0, 9999), std::string("\0", 1));
   EXPECT_FALSE(IsGiven(name_, EmptyMember(0, kFirst)));
-  EXPECT_EQ(ReadString(zero_, 0), "h") << "or to the message's end";
+  EXPECT_EQ(ReadString(zero_, 0), "h") << "up to the message's end";
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
@@ -537,7 +537,8 @@ TEST_F(Segment, ReadsStringsThatEndAtEveryPlace) {
   for (size_t length = 1; length <= 2040; ++length) {
     if (length > 20 && length < 2025) length += 31;
     const std::string string = Pattern(length - 1) + std::string(1, '\0');
-    // The half holds zeros from longer strings before: those behind the message do not count.
+    // The half still holds zero bytes of earlier, longer strings. Those behind the message must not
+    // count.
     ASSERT_EQ(one_.Write(0, string), KIV_ST_OK);
     ASSERT_EQ(ReadString(zero_, 0), string) << length;
     ASSERT_TRUE(IsGiven(name_, EmptyMember(0, kFirst))) << length;
@@ -549,14 +550,14 @@ TEST_F(Segment, ReadsStringsThatEndAtEveryPlace) {
   }
 }
 
-TEST_F(Segment, EndsAStringWithoutAZeroByteWithItsMessage) {
+TEST_F(Segment, EndsAnUnterminatedStringAtTheMessagesEnd) {
   std::memset(area_.half(0, kFirst) + 8, 'z', 2040);
   EXPECT_EQ(one_.Write(0, "abc"), KIV_ST_OK);
   EXPECT_EQ(ReadString(zero_, 0), "abc");
   EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst)));
 }
 
-TEST_F(Segment, ReadsAStringOfAMessageThatWasBegun) {
+TEST_F(Segment, ReadsAStringFromTheRestOfAMessage) {
   EXPECT_EQ(one_.Write(0, std::string("1234abc\0", 8)), KIV_ST_OK);
   EXPECT_EQ(zero_.Read(0, 4), "1234");
   EXPECT_EQ(ReadString(zero_, 0), std::string("abc\0", 4));
@@ -598,13 +599,13 @@ TEST_F(Segment, TimesOutOnEverySemaphoreAndRecordsNothing) {
   }
 }
 
-TEST_F(Segment, WaitsForEverWhenItIsToldTo) {
+TEST_F(Segment, WaitsForeverWithAnInfiniteTimeOut) {
   zero_->timeoutMs = KIV_WAIT_INFINITE;
   const kiv::test::Later write([&] { EXPECT_EQ(one_.Write(4, "late"), KIV_ST_OK); });
   EXPECT_EQ(zero_.Read(4, 4), "late");
 }
 
-TEST_F(Segment, IsBlockedForWritingByACodeThatTimedOut) {
+TEST_F(Segment, IsBlockedForWritingAfterACodeTimedOut) {
   EXPECT_EQ(one_.Write(0, "full"), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 6), KIV_ST_SEM_TIMEOUT);
   EXPECT_EQ(one_->writing[0].code, 6u);
@@ -613,15 +614,15 @@ TEST_F(Segment, IsBlockedForWritingByACodeThatTimedOut) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 0, 1, 1, "x"), kLatched);
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 7), kLatched);
   EXPECT_EQ(one_->writing[0].code, 6u);
-  EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst))) << "what is blocked touches no semaphore";
+  EXPECT_TRUE(IsGiven(name_, EmptyMember(0, kFirst))) << "a blocked chunk uses no semaphore";
   EXPECT_EQ(one_.Write(1, "other"), KIV_ST_OK);
   EXPECT_EQ(zero_.Write(0, "back"), KIV_ST_OK);
   EXPECT_EQ(one_.Read(0, 4), "back");
 }
 
-// ---- Semaphores that somebody else gave ----
+// ---- Semaphores that another party released ----
 
-TEST_F(Segment, IsBlockedForWritingByAHalfThatCannotBeHandedOver) {
+TEST_F(Segment, IsBlockedForWritingIfAHalfCannotBeHandedOver) {
   EXPECT_TRUE(Member(name_, FullMember(0, kFirst)).Give());
   CHECK_SILENT(ctx_, KivWriteSharedMemChunk(ctx_, one_, 0, 3, 1, 1, "abc"), KIV_ST_SEM_CLEAR);
   EXPECT_EQ(one_->writing[0].code, kNotGiven);
@@ -633,7 +634,7 @@ TEST_F(Segment, IsBlockedForWritingByAHalfThatCannotBeHandedOver) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, zero_, 1, 8), kLatched);
 }
 
-TEST_F(Segment, IsBlockedForReadingByAHalfThatCannotBeHandedBack) {
+TEST_F(Segment, IsBlockedForReadingIfAHalfCannotBeHandedBack) {
   EXPECT_EQ(one_.Write(0, "abc"), KIV_ST_OK);
   EXPECT_TRUE(Member(name_, EmptyMember(0, kFirst)).Give());
   char bytes[3] = {};
@@ -648,7 +649,7 @@ TEST_F(Segment, IsBlockedForReadingByAHalfThatCannotBeHandedBack) {
   EXPECT_EQ(one_.Read(0, 5), "still");
 }
 
-TEST_F(Segment, TakesACodeAlsoFromAHalfThatCannotBeHandedBack) {
+TEST_F(Segment, ReadsACodeEvenIfTheHalfCannotBeHandedBack) {
   CHECK_SILENT(ctx_, KivWriteSharedMemChunkCode(ctx_, one_, 0, 3), KIV_ST_OK);
   EXPECT_TRUE(Member(name_, EmptyMember(0, kFirst)).Give());
   char byte = 'a';

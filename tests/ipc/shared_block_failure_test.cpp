@@ -1,5 +1,5 @@
-// What named shared memory blocks ask of the system, and what they say and leave behind when its
-// calls fail.
+// The arguments that named shared memory blocks pass to the system, and their statuses, outputs and
+// leaks when the system's calls fail.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -27,7 +27,7 @@ constexpr char kName[] = "asked";
 uint32_t Low(uintptr_t word) { return static_cast<uint32_t>(word); }
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
 
-// The system hands out numbers.
+// The system's calls return made-up handles.
 class SharedBlockFailure : public testing::Test {
  protected:
   uint32_t Alloc(KivSdContext* ctx, uint32_t openFlags, uint32_t protectionFlags = 1) {
@@ -47,7 +47,7 @@ class SharedBlockFailure : public testing::Test {
   KivHandle mapping_ = nullptr;
   uint32_t id_ = 0;
   void* view_ = nullptr;
-  // Errors of before are left behind by what succeeds.
+  // Calls that succeed leave a last error too.
   const ScriptedImport make_{"CreateFileMappingA", {.result = kMade, .error = kExists}};
   const ScriptedImport open_{"OpenFileMappingA", {.result = kOpened, .error = kExists}};
   const ScriptedImport map_{"MapViewOfFile", {.result = kView, .error = kExists}};
@@ -55,9 +55,9 @@ class SharedBlockFailure : public testing::Test {
   const ScriptedImport close_{"CloseHandle", {.result = 1, .error = kExists}};
 };
 
-// ---- What the system is asked for ----
+// ---- Arguments of the system's calls ----
 
-TEST_F(SharedBlockFailure, AsksForABlockOfThePagingFile) {
+TEST_F(SharedBlockFailure, CreatesABlockInThePagingFile) {
   CHECK_OK(ctx_, Alloc(ctx_, kCreate | 2));
   ASSERT_EQ(make_.calls().size(), 1u);
   const ScriptedImport::Arguments& made = make_.calls()[0];
@@ -81,7 +81,7 @@ TEST_F(SharedBlockFailure, AsksForABlockOfThePagingFile) {
   EXPECT_TRUE(close_.calls().empty());
 }
 
-TEST_F(SharedBlockFailure, OpensABlockForChildrenToInherit) {
+TEST_F(SharedBlockFailure, OpensABlockWithAnInheritableHandle) {
   for (const uint32_t flags : {2u, 2u | kExclusive}) {
     CHECK_OK(ctx_, Alloc(ctx_, flags));
     EXPECT_EQ(Low(open_.calls().back()[0]), 2u);
@@ -135,7 +135,7 @@ TEST_F(SharedBlockFailure, TranslatesBothFlagWordsByOneRule) {
 
 // ---- Making and opening ----
 
-TEST_F(SharedBlockFailure, OpensWhatTheSystemDoesNotMakeBecauseItExists) {
+TEST_F(SharedBlockFailure, OpensABlockThatCannotBeMadeBecauseItExists) {
   const ScriptedImport make("CreateFileMappingA", {.result = 0, .error = kExists});
   CHECK_OK(ctx_, Alloc(ctx_, kCreate | 2));
   EXPECT_EQ(mapping_, Handle(kOpened));
@@ -146,12 +146,12 @@ TEST_F(SharedBlockFailure, OpensWhatTheSystemDoesNotMakeBecauseItExists) {
   EXPECT_EQ(map_.calls().size(), 1u);
 }
 
-TEST_F(SharedBlockFailure, UsesABlockThatIsHandedOutThoughItExisted) {
+TEST_F(SharedBlockFailure, UsesAnExistingBlockThatTheSystemReturns) {
   CHECK_OK(ctx_, Alloc(ctx_, kCreate | kExclusive | 2));
   EXPECT_EQ(mapping_, Handle(kMade));
 }
 
-TEST_F(SharedBlockFailure, ReportsWhatCannotBeMadeOrOpened) {
+TEST_F(SharedBlockFailure, ReportsABlockThatCannotBeMadeOrOpened) {
   const ScriptedImport make("CreateFileMappingA", {.result = 0, .error = kAccessDenied});
   const ScriptedImport open("OpenFileMappingA", {.result = 0, .error = kNoMemory});
   CHECK_OUTCOME(ctx_, Alloc(ctx_, kCreate | 2), KIV_ST_SHARED_MEM_ALLOC, kAccessDenied);
@@ -166,13 +166,13 @@ TEST_F(SharedBlockFailure, ReportsWhatCannotBeMadeOrOpened) {
   EXPECT_TRUE(close_.calls().empty());
 }
 
-TEST_F(SharedBlockFailure, ReportsTheOpeningThatTookThePlaceOfTheMaking) {
+TEST_F(SharedBlockFailure, ReportsAFailedOpenOfABlockThatCannotBeMadeBecauseItExists) {
   const ScriptedImport make("CreateFileMappingA", {.result = 0, .error = kExists});
   const ScriptedImport open("OpenFileMappingA", {.result = 0, .error = kAccessDenied});
   CHECK_OUTCOME(ctx_, Alloc(ctx_, kCreate | 2), KIV_ST_SHARED_MEM_ALLOC, kAccessDenied);
 }
 
-TEST_F(SharedBlockFailure, GoesOnAfterAFailureWithoutAnError) {
+TEST_F(SharedBlockFailure, GoesOnAfterAFailureWithoutAnOsError) {
   const ScriptedImport make("CreateFileMappingA", {.result = 0, .error = 0});
   const ScriptedImport open("OpenFileMappingA", {.result = 0, .error = 0});
   const ScriptedImport map("MapViewOfFile", {.result = 0, .error = kAccessDenied});
@@ -185,7 +185,7 @@ TEST_F(SharedBlockFailure, GoesOnAfterAFailureWithoutAnError) {
 
 // ---- Mapping ----
 
-TEST_F(SharedBlockFailure, ClosesWhatCannotBeMapped) {
+TEST_F(SharedBlockFailure, ClosesABlockThatCannotBeMapped) {
   const ScriptedImport map("MapViewOfFile", {.result = 0, .error = kNoMemory});
   const ScriptedImport close("CloseHandle", {.result = 0, .error = kAccessDenied});
   CHECK_OUTCOME(ctx_, Alloc(ctx_, kCreate | 2), KIV_ST_SHARED_MEM_ALLOC, kNoMemory);
@@ -196,7 +196,7 @@ TEST_F(SharedBlockFailure, ClosesWhatCannotBeMapped) {
   EXPECT_EQ(close.calls()[1][0], kOpened);
 }
 
-TEST_F(SharedBlockFailure, CountsAMappingThatFailsWithoutAnErrorAsASuccess) {
+TEST_F(SharedBlockFailure, ReportsAMappingThatFailsWithoutAnOsErrorAsSuccess) {
   const ScriptedImport map("MapViewOfFile", {.result = 0, .error = 0});
   CHECK_OK(ctx_, Alloc(ctx_, kCreate | 2));
   ExpectNothing();
@@ -205,7 +205,7 @@ TEST_F(SharedBlockFailure, CountsAMappingThatFailsWithoutAnErrorAsASuccess) {
 
 // ---- Freeing ----
 
-TEST_F(SharedBlockFailure, TriesBothStepsOfFreeingAndKeepsTheLastError) {
+TEST_F(SharedBlockFailure, FreesInTwoStepsAndReportsTheLastError) {
   const struct {
     uintptr_t unmaps, closes;
     uint32_t unmapError, closeError, status, error;
@@ -227,7 +227,7 @@ TEST_F(SharedBlockFailure, TriesBothStepsOfFreeingAndKeepsTheLastError) {
   }
 }
 
-TEST_F(SharedBlockFailure, UnmapsNothingWithoutAView) {
+TEST_F(SharedBlockFailure, DoesNotUnmapANullView) {
   CHECK_OK(ctx_, KivSdSharedMemFree(ctx_, Handle(kMade), nullptr));
   EXPECT_TRUE(unmap_.calls().empty());
   EXPECT_EQ(close_.calls().size(), 1u);

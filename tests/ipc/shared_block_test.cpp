@@ -1,4 +1,4 @@
-// Named shared memory blocks, within the process and with a second one.
+// Named shared memory blocks within one process and between two processes.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -27,7 +27,7 @@ constexpr uint32_t kWritable = KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE;
 constexpr uint32_t kPages = KIV_SHAREDMEM_PAGES_READ_WRITE;
 constexpr uint32_t kBytes = 10'000;
 
-// A block as it was given, freed at the end.
+// The outputs of an allocation. The destructor frees the block.
 struct Block {
   Block() = default;
   ~Block() {
@@ -83,7 +83,7 @@ TEST(SharedBlock, IsMadeZeroedAndMappedWhole) {
   EXPECT_FALSE(IsInherited(block.mapping));
 }
 
-TEST(SharedBlock, OfANameThatExistsIsTheExistingOne) {
+TEST(SharedBlock, WithAnExistingNameIsTheExistingBlock) {
   Context ctx;
   const std::string name = UniqueName("again");
   Block first;
@@ -98,7 +98,7 @@ TEST(SharedBlock, OfANameThatExistsIsTheExistingOne) {
   }
 }
 
-TEST(SharedBlock, IsOpenedWithoutBeingMadeAndItsHandleInherited) {
+TEST(SharedBlock, IsOpenedWithAnInheritableHandleWithoutBeingMade) {
   Context ctx;
   const std::string name = UniqueName("open");
   Block missing;
@@ -113,13 +113,13 @@ TEST(SharedBlock, IsOpenedWithoutBeingMadeAndItsHandleInherited) {
   CHECK_OK(ctx, made.Alloc(ctx, name));
   Block opened;
   CHECK_OK(ctx, opened.Alloc(ctx, name, KIV_SHAREDMEM_WRITE, 0, 0));
-  EXPECT_EQ(RegionOf(opened.view).RegionSize, 12288u) << "a size of 0 maps all of it";
+  EXPECT_EQ(RegionOf(opened.view).RegionSize, 12288u) << "a size of 0 maps the whole block";
   EXPECT_TRUE(IsInherited(opened.mapping));
   opened.bytes()[9] = 9;
   EXPECT_EQ(made.bytes()[9], 9);
 }
 
-TEST(SharedBlock, IsMappedForWhatTheFlagsSay) {
+TEST(SharedBlock, IsMappedWithTheAccessOfTheFlags) {
   Context ctx;
   const std::string name = UniqueName("access");
   Block made;
@@ -138,7 +138,7 @@ TEST(SharedBlock, IsMappedForWhatTheFlagsSay) {
   }
 }
 
-TEST(SharedBlock, IsMadeOfReadOnlyPages) {
+TEST(SharedBlock, CanHaveReadOnlyPages) {
   Context ctx;
   const std::string name = UniqueName("pages");
   Block made;
@@ -147,7 +147,7 @@ TEST(SharedBlock, IsMadeOfReadOnlyPages) {
   EXPECT_EQ(RegionOf(made.view).Protect, static_cast<DWORD>(PAGE_READONLY));
 }
 
-TEST(SharedBlock, IsNotMadeOfNothingOrUnderTheNameOfSomethingElse) {
+TEST(SharedBlock, IsNotMadeWithSizeZeroOrWithTheNameOfAnotherObject) {
   Context ctx;
   Block block;
   ctx.Spoil();
@@ -160,7 +160,7 @@ TEST(SharedBlock, IsNotMadeOfNothingOrUnderTheNameOfSomethingElse) {
   }
 }
 
-TEST(SharedBlock, IsUnmappedAndClosed) {
+TEST(SharedBlock, IsUnmappedAndClosedWhenFreed) {
   Context ctx;
   const std::string name = UniqueName("free");
   Block block;
@@ -173,7 +173,7 @@ TEST(SharedBlock, IsUnmappedAndClosed) {
   block.mapping = nullptr;
 }
 
-TEST(SharedBlock, IsOnlyClosedWithoutAView) {
+TEST(SharedBlock, IsOnlyClosedWhenFreedWithoutAView) {
   Context ctx;
   const std::string name = UniqueName("close");
   Block block;
@@ -187,7 +187,7 @@ TEST(SharedBlock, IsOnlyClosedWithoutAView) {
                 kErrorInvalidHandle);
 }
 
-TEST(SharedBlock, RefusesNullPointersAndFillsNothing) {
+TEST(SharedBlock, RefusesNullPointersAndWritesNoOutput) {
   Context ctx;
   KivHandle mapping = &ctx;
   uint32_t id = 4711;
@@ -210,7 +210,7 @@ TEST(SharedBlock, WorksWithoutAContext) {
             KIV_ST_ARGUMENT);
 }
 
-TEST(SharedBlock, IsMadeBehindTheLeaseGuardAndFreedWithoutIt) {
+TEST(SharedBlock, RunsTheLeaseGuardOnAllocationAndNotOnFree) {
   for (const int mode : {0, 1, 0x80}) {
     GuardWatch guard(static_cast<uint8_t>(mode));
     Context ctx;
@@ -225,9 +225,9 @@ TEST(SharedBlock, IsMadeBehindTheLeaseGuardAndFreedWithoutIt) {
   }
 }
 
-// ---- A second process ----
+// ---- Two processes ----
 
-// Adds one to every byte of a block: {name}
+// {name}: adds 1 to every byte of the block.
 const RegisteredRole adder("adds-one", [](const RoleArguments& arguments) {
   Context ctx;
   Block block;

@@ -1,4 +1,4 @@
-// The second processes of the tests: that a role which fails makes its test fail, too.
+// The tests' child processes: a role that fails makes its test fail too.
 #include "support/child_process.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ using kiv::test::RoleArguments;
 using kiv::test::SharedSignal;
 
 const RegisteredRole fails("fails-a-check", [](const RoleArguments& arguments) {
-  EXPECT_NE(arguments.size(), 2u) << "meant to fail: the test wants to see it";
+  EXPECT_NE(arguments.size(), 2u) << "expected failure: the test checks that it is reported";
   return kiv::test::kRoleDone;
 });
 
@@ -29,15 +29,15 @@ TEST(ChildProcess, EndsWithTheResultOfItsRole) {
   EXPECT_EQ(ChildProcess("fails-a-check", {"one"}).ExitCode(), kiv::test::kRoleDone);
 }
 
-TEST(ChildProcess, ThatFailsACheckSaysSo) {
+TEST(ChildProcess, ReportsAFailedCheckOfItsRole) {
   EXPECT_EQ(ChildProcess("fails-a-check", {"one", "two"}).ExitCode(), kiv::test::kRoleFailed);
 }
 
-TEST(ChildProcess, WithoutARoleSaysSo) {
+TEST(ChildProcess, ReportsAnUnknownRole) {
   EXPECT_EQ(ChildProcess("no-such-role").ExitCode(), kiv::test::kRoleUnknown);
 }
 
-TEST(ChildProcess, IsKilledInTheMiddle) {
+TEST(ChildProcess, CanBeKilledWhileItRuns) {
   const SharedSignal runs(kiv::test::UniqueName("runs"));
   const ChildProcess child("waits", {runs.name(), kiv::test::UniqueName("never")});
   runs.Await();

@@ -1,4 +1,4 @@
-// Critical sections: exclusion, nesting, and who is kept out.
+// Critical sections: exclusion, nesting and waiting.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -26,7 +26,7 @@ class CriticalSection : public testing::Test {
   void SetUp() override { CHECK_OK(ctx_, KivSdCritSecInit(ctx_, &section_)); }
   void TearDown() override { CHECK_OK(ctx_, KivSdCritSecDelete(ctx_, &section_)); }
 
-  // Whether a thread that is not inside can enter; it leaves again.
+  // Whether another thread can enter; that thread leaves again.
   bool IsFree() {
     return OnAnotherThread([&] {
       const bool entered = TryEnterCriticalSection(SystemsOwn(&section_));
@@ -55,9 +55,9 @@ TEST_F(CriticalSection, WorksWithoutAContext) {
   EXPECT_EQ(KivSdCritSecEnter(nullptr, nullptr), KIV_ST_ARGUMENT);
 }
 
-TEST_F(CriticalSection, IsFreeWhenPrepared) { EXPECT_TRUE(IsFree()); }
+TEST_F(CriticalSection, IsFreeWhenInitialised) { EXPECT_TRUE(IsFree()); }
 
-TEST_F(CriticalSection, KeepsOtherThreadsOutUntilItIsLeftAsOftenAsEntered) {
+TEST_F(CriticalSection, ExcludesOtherThreadsUntilLeftAsOftenAsEntered) {
   CHECK_OK(ctx_, KivSdCritSecEnter(ctx_, &section_));
   CHECK_OK(ctx_, KivSdCritSecEnter(ctx_, &section_));
   EXPECT_FALSE(IsFree());
@@ -83,10 +83,10 @@ TEST_F(CriticalSection, EnterWaitsUntilTheOtherThreadLeaves) {
   EXPECT_TRUE(seen);
 }
 
-TEST_F(CriticalSection, CountsRightForManyThreads) {
+TEST_F(CriticalSection, GuardsACounterForManyThreads) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 20'000;
-  volatile int count = 0;  // guarded by the section; volatile so that each step is a real one
+  volatile int count = 0;  // guarded by the section; volatile so that every step accesses memory
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
@@ -101,7 +101,7 @@ TEST_F(CriticalSection, CountsRightForManyThreads) {
   EXPECT_EQ(count, kThreads * kRounds);
 }
 
-TEST_F(CriticalSection, IsPreparedAndEndedManyTimesInOnePlace) {
+TEST_F(CriticalSection, IsInitialisedAndDeletedManyTimesInOnePlace) {
   KivSdCritSec section = {};
   for (int i = 0; i < 1000; ++i) {
     CHECK_OK(ctx_, KivSdCritSecInit(ctx_, &section));
@@ -111,7 +111,7 @@ TEST_F(CriticalSection, IsPreparedAndEndedManyTimesInOnePlace) {
   }
 }
 
-TEST_F(CriticalSection, EachOperationIsItsOneCallOnTheCallersStorage) {
+TEST_F(CriticalSection, EachOperationMakesOneCallOnTheCallersStorage) {
   using Operation = uint32_t (*)(KivSdContext*, KivSdCritSec*);
   const struct {
     const char* function;
@@ -125,7 +125,7 @@ TEST_F(CriticalSection, EachOperationIsItsOneCallOnTheCallersStorage) {
   for (const auto& [function, operation] : operations) {
     SCOPED_TRACE(function);
     const ScriptedImport call(function, {.error = 5});
-    CHECK_OK(ctx_, operation(ctx_, &section_));  // no error of theirs is looked at
+    CHECK_OK(ctx_, operation(ctx_, &section_));  // the last error is ignored
     CHECK_ARGUMENT(ctx_, operation(ctx_, nullptr));
     ASSERT_EQ(call.calls().size(), 1u);
     EXPECT_EQ(call.calls()[0][0], reinterpret_cast<uintptr_t>(&section_));

@@ -1,5 +1,5 @@
-// Gate events, standard events and counting events. What the system is handed, and its failures,
-// are tested in kernel_objects_failure_test.
+// Gate events, standard events and counting events. kernel_objects_failure_test checks the
+// arguments of the system calls and their failures.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -61,7 +61,7 @@ TEST_F(GateEvent, SetClosesIt) {
   ExpectClosed();
 }
 
-TEST_F(GateEvent, ClearOpensItForOne) {
+TEST_F(GateEvent, ClearOpensItForOneThread) {
   CHECK_OK(ctx_, KivSdEventSet(ctx_, &gate_));
   CHECK_OK(ctx_, KivSdEventClear(ctx_, &gate_));
   CHECK_OK(ctx_, KivSdEventClear(ctx_, &gate_));
@@ -69,7 +69,7 @@ TEST_F(GateEvent, ClearOpensItForOne) {
   ExpectClosed();
 }
 
-TEST_F(GateEvent, WaitsAtAClosedGateAsLongAsItIsAskedTo) {
+TEST_F(GateEvent, WaitsAtAClosedGateUntilTheTimeOut) {
   CHECK_OK(ctx_, KivSdEventSet(ctx_, &gate_));
   const Stopwatch watch;
   CHECK_OUTCOME(ctx_, KivSdEventWait(ctx_, &gate_, kShortMs), KIV_ST_EVENT_TIMEOUT, 258u);
@@ -109,7 +109,7 @@ TEST_F(GateEvent, LetsOneThreadThroughAtATime) {
   EXPECT_EQ(passed, kThreads * kRounds);
 }
 
-TEST_F(GateEvent, CloseLeavesTheVariableAlone) {
+TEST_F(GateEvent, CloseLeavesTheVariableUnchanged) {
   KivHandle gate = nullptr;
   CHECK_OK(ctx_, KivSdEventCreate(ctx_, &gate));
   const KivHandle before = gate;
@@ -168,7 +168,7 @@ class StandardEvent : public testing::Test {
 
 TEST_F(StandardEvent, IsNotSignalledWhenCreated) { ExpectNoSignal(); }
 
-TEST_F(StandardEvent, SetSignalsItForOne) {
+TEST_F(StandardEvent, SetSignalsItForOneThread) {
   CHECK_OK(ctx_, KivSdStdEventSet(ctx_, &event_));
   CHECK_OK(ctx_, KivSdStdEventSet(ctx_, &event_));
   ExpectSignal();
@@ -178,13 +178,13 @@ TEST_F(StandardEvent, SetSignalsItForOne) {
   ExpectNoSignal();
 }
 
-TEST_F(StandardEvent, ResetTakesTheSignalBack) {
+TEST_F(StandardEvent, ResetClearsTheSignal) {
   CHECK_OK(ctx_, KivSdStdEventSet(ctx_, &event_));
   CHECK_OK(ctx_, KivSdStdEventReset(ctx_, &event_));
   ExpectNoSignal();
 }
 
-TEST_F(StandardEvent, WaitsAsLongAsItIsAskedTo) {
+TEST_F(StandardEvent, WaitsUntilTheTimeOut) {
   const Stopwatch watch;
   CHECK_OUTCOME(ctx_, KivSdStdEventTimedWait(ctx_, &event_, static_cast<int32_t>(kShortMs)),
                 KIV_ST_EVENT_TIMEOUT, 258u);
@@ -192,12 +192,12 @@ TEST_F(StandardEvent, WaitsAsLongAsItIsAskedTo) {
   EXPECT_LT(watch.ElapsedMs(), kLimitMs);
 }
 
-TEST_F(StandardEvent, WaitsForEverUntilAnotherThreadSetsIt) {
+TEST_F(StandardEvent, WaitsForeverUntilAnotherThreadSetsIt) {
   const Later set([&] { KivSdStdEventSet(nullptr, &event_); });
   CHECK_OK(ctx_, KivSdStdEventWait(ctx_, &event_));
 }
 
-TEST_F(StandardEvent, WaitsForEverOnANegativeTimeOut) {
+TEST_F(StandardEvent, WaitsForeverOnANegativeTimeOut) {
   for (const int32_t timeoutMs : {-1, -2, INT32_MIN}) {
     const Later set([&] { KivSdStdEventSet(nullptr, &event_); });
     CHECK_OK(ctx_, KivSdStdEventTimedWait(ctx_, &event_, timeoutMs));
@@ -246,7 +246,7 @@ class CountingEvent : public testing::Test {
   KivHandle event_ = nullptr;
 };
 
-TEST_F(CountingEvent, CountsWhatWasSet) {
+TEST_F(CountingEvent, CountsEverySet) {
   Make(1);
   CHECK_OK(ctx_, KivSdCountingEventSet(ctx_, &event_));
   CHECK_OK(ctx_, KivSdCountingEventSet(ctx_, &event_));
@@ -262,13 +262,13 @@ TEST_F(CountingEvent, HoldsTheLargestCount) {
   CHECK_OUTCOME(ctx_, KivSdCountingEventSet(ctx_, &event_), KIV_ST_SEM_OVERFLOW, 298u);
 }
 
-TEST_F(CountingEvent, IsNotMadeWithANegativeCount) {
+TEST_F(CountingEvent, IsNotCreatedWithANegativeCount) {
   KivHandle made = BadHandle();
   CHECK_OUTCOME(ctx_, KivSdCountingEventCreate(ctx_, &made, -1), KIV_ST_SEM_CREATE, 87u);
   EXPECT_EQ(made, nullptr);
 }
 
-TEST_F(CountingEvent, WaitsForEverAlsoOnANegativeTimeOutUntilAnotherThreadSetsIt) {
+TEST_F(CountingEvent, WaitsForeverOnANegativeTimeOutUntilAnotherThreadSetsIt) {
   Make(0);
   {
     const Later set([&] { KivSdCountingEventSet(nullptr, &event_); });
@@ -278,7 +278,7 @@ TEST_F(CountingEvent, WaitsForEverAlsoOnANegativeTimeOutUntilAnotherThreadSetsIt
   CHECK_OK(ctx_, KivSdCountingEventTimedWait(ctx_, &event_, 0x1'FFFFFFFE));
 }
 
-TEST_F(CountingEvent, WaitsAsLongAsItIsAskedToByTheLowHalf) {
+TEST_F(CountingEvent, UsesOnlyTheLowHalfOfTheTimeOut) {
   Make(0);
   const Stopwatch watch;
   CHECK_OUTCOME(ctx_, KivSdCountingEventTimedWait(ctx_, &event_, 0xABCD'00000000 | kShortMs),

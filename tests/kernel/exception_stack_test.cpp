@@ -1,6 +1,6 @@
-// The fatal-exception record and the memory stack kept back for it. The stack is made once in the
-// life of a process, so every test plays its part in a process of its own and watches what the
-// library asks of the C runtime's allocator.
+// The fatal-exception record and the memory stack reserved for it. A process makes the stack only
+// once, so every test runs in its own process. It counts the library's calls of the C runtime's
+// allocator.
 #include <gtest/gtest.h>
 
 #include "kivsdu/kivsdu.h"
@@ -18,7 +18,7 @@ using kiv::test::ScriptedImport;
 constexpr size_t kStackBytes = 1 << 20;
 constexpr size_t kStackBlocks = 2;  // the record and the first block
 
-// Watches the allocator without disturbing it.
+// Records the allocator's calls and passes them on.
 class Watch {
  public:
   size_t taken() const { return malloc_.calls().size(); }
@@ -66,7 +66,7 @@ const RegisteredRole destroysTwice("destroys-twice", [](const RoleArguments&) {
   EXPECT_EQ(watch.taken(), 0u);
   return kRoleDone;
 });
-TEST(ExceptionStack, IsGivenBackOnce) { ExpectPlays("destroys-twice"); }
+TEST(ExceptionStack, IsFreedOnce) { ExpectPlays("destroys-twice"); }
 
 const RegisteredRole destroysFirst("destroys-first", [](const RoleArguments&) {
   const Watch watch;
@@ -76,7 +76,7 @@ const RegisteredRole destroysFirst("destroys-first", [](const RoleArguments&) {
   EXPECT_EQ(watch.taken(), kStackBlocks);
   return kRoleDone;
 });
-TEST(ExceptionStack, IsMadeAfterADestroyThatHadNothingToDestroy) { ExpectPlays("destroys-first"); }
+TEST(ExceptionStack, IsMadeAfterADestroyWithoutAStack) { ExpectPlays("destroys-first"); }
 
 const RegisteredRole lacksRecord("lacks-memory-for-the-record", [](const RoleArguments&) {
   {
@@ -93,7 +93,7 @@ const RegisteredRole lacksRecord("lacks-memory-for-the-record", [](const RoleArg
   EXPECT_EQ(watch.taken(), 0u);
   return kRoleDone;
 });
-TEST(ExceptionStack, IsNotTriedAgainAfterAFailure) { ExpectPlays("lacks-memory-for-the-record"); }
+TEST(ExceptionStack, IsNotRetriedAfterAFailure) { ExpectPlays("lacks-memory-for-the-record"); }
 
 const RegisteredRole lacksBlock("lacks-memory-for-the-block", [](const RoleArguments&) {
   {
@@ -110,7 +110,7 @@ const RegisteredRole lacksBlock("lacks-memory-for-the-block", [](const RoleArgum
   EXPECT_EQ(watch.taken(), 0u);
   return kRoleDone;
 });
-TEST(ExceptionStack, HalfMadeIsGivenBackByADestroy) { ExpectPlays("lacks-memory-for-the-block"); }
+TEST(ExceptionStack, HalfMadeIsFreedByADestroy) { ExpectPlays("lacks-memory-for-the-block"); }
 
 const RegisteredRole raises("raises", [](const RoleArguments&) {
   for (const uint8_t value : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {

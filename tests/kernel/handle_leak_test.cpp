@@ -1,4 +1,4 @@
-// Objects that are made and closed many times leave no handle behind.
+// Creating and closing objects many times leaks no handle.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -20,7 +20,8 @@ constexpr int kRounds = 2'000;
 constexpr uintptr_t kHandleStep = 4;
 constexpr uintptr_t kHandlesLookedAt = 8'000;
 
-// The handles that are open, by trying the numbers: Wine tells no count of a process's handles.
+// Counts the open handles by trying every number, because Wine reports no handle count of a
+// process.
 size_t OpenHandles() {
   size_t count = 0;
   for (uintptr_t i = 1; i <= kHandlesLookedAt; ++i) {
@@ -30,8 +31,8 @@ size_t OpenHandles() {
   return count;
 }
 
-// Runs `round` often and counts what it left open. The first time is not counted: the system and
-// the runtimes open some handles of their own when they are first used.
+// Runs `round` many times and returns the number of handles left open. The first run is not
+// counted, because the system and the runtimes open some handles when they are first used.
 size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
   round();
   const size_t before = OpenHandles();
@@ -39,7 +40,7 @@ size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
   return OpenHandles() - before;
 }
 
-TEST(OpenHandles, CountsEveryOne) {
+TEST(OpenHandles, CountsEveryOpenHandle) {
   constexpr size_t kMade = 4'000;
   const size_t before = OpenHandles();
   std::vector<HANDLE> made(kMade);
@@ -49,7 +50,7 @@ TEST(OpenHandles, CountsEveryOne) {
   EXPECT_EQ(OpenHandles(), before);
 }
 
-TEST(HandleLeak, SemaphoresLeaveNone) {
+TEST(HandleLeak, SemaphoresLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle made = nullptr;
@@ -62,7 +63,7 @@ TEST(HandleLeak, SemaphoresLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SemaphoreSetsLeaveNone) {
+TEST(HandleLeak, SemaphoreSetsLeakNoHandle) {
   constexpr int32_t kInitial[] = {0, 1, 2};
   constexpr int32_t kMaximum[] = {1, 2, 3};
   const std::string name = UniqueName("leak");
@@ -75,7 +76,7 @@ TEST(HandleLeak, SemaphoreSetsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SemaphoreSetsThatFailHalfWayLeaveNone) {
+TEST(HandleLeak, PartlyCreatedSemaphoreSetsLeakNoHandle) {
   constexpr int32_t kInitial[] = {0, 1, 9};
   constexpr int32_t kMaximum[] = {1, 2, 3};
   const std::string name = UniqueName("leak");
@@ -87,7 +88,7 @@ TEST(HandleLeak, SemaphoreSetsThatFailHalfWayLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, MutexesLeaveNone) {
+TEST(HandleLeak, MutexesLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle made = nullptr;
@@ -102,7 +103,7 @@ TEST(HandleLeak, MutexesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, EventsLeaveNone) {
+TEST(HandleLeak, EventsLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle gate = nullptr;
               KivHandle standard = nullptr;
@@ -119,7 +120,7 @@ TEST(HandleLeak, EventsLeaveNone) {
 
 uint32_t DoNothing(void*) { return 0; }
 
-TEST(HandleLeak, ThreadsLeaveNone) {
+TEST(HandleLeak, ThreadsLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               uint32_t id = 0;
               KivHandle thread = nullptr;
@@ -131,7 +132,7 @@ TEST(HandleLeak, ThreadsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, HandlesOfTheCallingThreadLeaveNone) {
+TEST(HandleLeak, HandlesOfTheCallingThreadLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle self = nullptr;
               ASSERT_EQ(KivSdThreadHandleGet(nullptr, &self), KIV_ST_OK);
@@ -140,7 +141,7 @@ TEST(HandleLeak, HandlesOfTheCallingThreadLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, AnonymousPipesLeaveNone) {
+TEST(HandleLeak, AnonymousPipesLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([] {
               KivHandle readEnd = nullptr;
               KivHandle writeEnd = nullptr;
@@ -151,7 +152,7 @@ TEST(HandleLeak, AnonymousPipesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, NamedPipesLeaveNone) {
+TEST(HandleLeak, NamedPipesLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle server = nullptr;
@@ -168,7 +169,7 @@ TEST(HandleLeak, NamedPipesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, DirectFilesLeaveNone) {
+TEST(HandleLeak, DirectFilesLeakNoHandle) {
   const TemporaryFolder folder;
   const std::string path = folder.Path("blocks");
   EXPECT_EQ(LeftOpenBy([&] {
@@ -182,7 +183,7 @@ TEST(HandleLeak, DirectFilesLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, CompletionRecordsLeaveNone) {
+TEST(HandleLeak, CompletionRecordsLeakNoHandle) {
   KivSdNoWaitCb records[2] = {};
   EXPECT_EQ(LeftOpenBy([&] {
               ASSERT_EQ(KivSdDirectIONoWaitCbsInit(nullptr, records, 2), KIV_ST_OK);
@@ -191,7 +192,7 @@ TEST(HandleLeak, CompletionRecordsLeaveNone) {
             0u);
 }
 
-TEST(HandleLeak, SharedBlocksLeaveNone) {
+TEST(HandleLeak, SharedBlocksLeakNoHandle) {
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle mapping = nullptr;
@@ -207,8 +208,8 @@ TEST(HandleLeak, SharedBlocksLeaveNone) {
             0u);
 }
 
-// Each has 22 handles.
-TEST(HandleLeak, SegmentsLeaveNone) {
+// Each segment has 22 handles.
+TEST(HandleLeak, SegmentsLeakNoHandle) {
   constexpr int kSegments = 1000;
   const std::string name = UniqueName("leak");
   EXPECT_EQ(LeftOpenBy(

@@ -1,5 +1,4 @@
-// What the kernel objects hand to the system, and every status that a failure of the system's
-// calls gives.
+// Kernel objects: the arguments of the system calls, and the status of every failing call.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -14,8 +13,8 @@ namespace {
 using kiv::test::Context;
 using kiv::test::ScriptedImport;
 
-// Hosts compare these numbers. The two of a mutex's request are the other way round than those of
-// a semaphore's, and stay so.
+// Hosts compare these numbers. For a mutex the time-out has the lower number, for a semaphore the
+// failed request has; both stay.
 static_assert(KIV_ST_SEM_CREATE == 1130400 && KIV_ST_SEM_OPEN == 1130401);
 static_assert(KIV_ST_SEM_CLOSE == 1130402 && KIV_ST_SEM_REQUEST == 1130403);
 static_assert(KIV_ST_SEM_TIMEOUT == 1130404 && KIV_ST_SEM_CLEAR == 1130405);
@@ -28,7 +27,7 @@ static_assert(KIV_ST_EVENT_WAIT == 1130417 && KIV_ST_EVENT_CLEAR == 1130418);
 static_assert(KIV_ST_SEM_OVERFLOW == 1130423 && KIV_ST_ARGUMENT == 1130001);
 
 constexpr uintptr_t kHandle = 0x5A50;
-constexpr uint32_t kError = 1234;  // no error that anything looks for
+constexpr uint32_t kError = 1234;  // an error that the library does not treat specially
 
 KivHandle AnyHandle() { return reinterpret_cast<KivHandle>(kHandle); }
 
@@ -77,7 +76,7 @@ TEST(Making, ReportsTheSystemsError) {
   }
 }
 
-TEST(Making, YieldsTheSystemsHandleAndIgnoresItsLastError) {
+TEST(Making, ReturnsTheSystemsHandleAndIgnoresTheLastError) {
   Context ctx;
   for (const Making& making : kMakings) {
     SCOPED_TRACE(making.name);
@@ -89,7 +88,7 @@ TEST(Making, YieldsTheSystemsHandleAndIgnoresItsLastError) {
   }
 }
 
-TEST(Making, HandsItsArgumentsOn) {
+TEST(Making, PassesOnItsArguments) {
   const char name[] = "handed on";
   const auto nameWord = reinterpret_cast<uintptr_t>(name);
   KivHandle made = nullptr;
@@ -149,9 +148,9 @@ TEST(Making, HandsItsArgumentsOn) {
   EXPECT_EQ(Low(create.calls()[1][2]), 0u) << "a standard event is not signalled";
 }
 
-TEST(Making, AsksNothingOfTheSystemOnABadArgument) {
+TEST(Making, MakesNoSystemCallOnABadArgument) {
   for (const Making& making : kMakings) {
-    if (!making.emptiesOnFailure) continue;  // a standard event's pointer is not checked
+    if (!making.emptiesOnFailure) continue;  // standard events do not check the pointer
     SCOPED_TRACE(making.name);
     const ScriptedImport call(making.function, {.result = kHandle});
     EXPECT_EQ(making.operation(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -208,7 +207,7 @@ TEST(Acting, ReportsTheSystemsError) {
   }
 }
 
-TEST(Acting, IsOneCallOnTheHandleWhoseLastErrorDoesNotMatterWhenItSucceeds) {
+TEST(Acting, MakesOneCallOnTheHandleAndIgnoresTheLastErrorOnSuccess) {
   Context ctx;
   for (const Acting& acting : kActings) {
     SCOPED_TRACE(acting.name);
@@ -221,7 +220,7 @@ TEST(Acting, IsOneCallOnTheHandleWhoseLastErrorDoesNotMatterWhenItSucceeds) {
   }
 }
 
-TEST(Acting, AsksNothingOfTheSystemOnABadArgument) {
+TEST(Acting, MakesNoSystemCallOnABadArgument) {
   for (const Acting& acting : kActings) {
     if (!acting.checksPointer) continue;
     SCOPED_TRACE(acting.name);
@@ -231,7 +230,7 @@ TEST(Acting, AsksNothingOfTheSystemOnABadArgument) {
   }
 }
 
-TEST(Acting, HandsTheReleaseCountOn) {
+TEST(Acting, PassesOnTheReleaseCount) {
   const ScriptedImport release("ReleaseSemaphore", {.result = 1});
   KivHandle handle = AnyHandle();
   KivSdCntSemClear(nullptr, &handle, 17, nullptr);

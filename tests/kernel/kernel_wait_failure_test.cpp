@@ -1,4 +1,4 @@
-// What the waits on kernel objects ask of the system, and what they make of its answers.
+// Waits on kernel objects: the arguments of the system calls, and the status for each result.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -18,10 +18,10 @@ constexpr uintptr_t kHandle = 0x5A50;
 constexpr uint32_t kError = 1234;
 constexpr uint32_t kForEver = 0xFFFFFFFF;
 
-// A wait with a time-out of 64 bits, as much of it as the operation takes.
+// A wait; the operation uses as many bits of the time-out as its parameter has.
 using WaitOperation = std::function<uint32_t(KivSdContext*, KivHandle*, uint64_t)>;
 
-// The time-out that is asked for, and what the system is to be handed.
+// The caller's time-out, and the time-out that the system must get.
 struct TimeOut {
   uint64_t asked;
   uint32_t handedOn;
@@ -35,7 +35,7 @@ const std::vector<TimeOut> kNegativeIsForEver = {
     {0xFFFFFFFE, kForEver},
     {0xFFFFFFFF, kForEver},
 };
-// A 64-bit time-out carries whatever its caller left in the high half.
+// The high half of a 64-bit time-out may hold anything.
 const std::vector<TimeOut> kLowHalfNegativeIsForEver = {
     {0, 0},
     {30, 30},
@@ -105,7 +105,7 @@ void ExpectOutcomeOf(const Waiting& waiting, uint32_t waitResult, uint32_t statu
   EXPECT_EQ(reinterpret_cast<uintptr_t>(handle), kHandle);
 }
 
-TEST(Waiting, HandsTheHandleAndTheTimeOutOn) {
+TEST(Waiting, PassesOnTheHandleAndTheTimeOut) {
   for (const Waiting& waiting : kWaitings) {
     for (const auto& [asked, handedOn] : waiting.timeOuts) {
       SCOPED_TRACE(testing::Message() << waiting.name << " " << asked);
@@ -133,7 +133,7 @@ TEST(Waiting, RecordsTheLastErrorOfAWaitThatFailed) {
   }
 }
 
-TEST(Waiting, TakesAnAbandonedMutexAndAnyOtherResultForAFailure) {
+TEST(Waiting, TreatsAnAbandonedMutexAndAnyOtherResultAsAFailure) {
   for (const Waiting& waiting : kWaitings) {
     for (const uint32_t result : {128u, 1u, 192u, 257u, 259u}) {
       ExpectOutcomeOf(waiting, result, waiting.failed, kError);
@@ -141,7 +141,7 @@ TEST(Waiting, TakesAnAbandonedMutexAndAnyOtherResultForAFailure) {
   }
 }
 
-TEST(Waiting, AsksNothingOfTheSystemOnABadArgument) {
+TEST(Waiting, MakesNoSystemCallOnABadArgument) {
   const ScriptedImport wait("WaitForSingleObject", {.result = 0});
   for (const Waiting& waiting : kWaitings) {
     if (!waiting.checksPointer) continue;

@@ -1,6 +1,5 @@
-// Mutexes of the kernel: who holds them, time-outs, names, and holders that end without giving
-// them back. What the system is handed, and its failures, are tested in
-// kernel_objects_failure_test.
+// Kernel mutexes: ownership, time-outs, names, and holders that end without a release.
+// kernel_objects_failure_test checks the arguments of the system calls and their failures.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -45,7 +44,7 @@ class Mutex : public testing::Test {
     ASSERT_NE(mutex_, nullptr);
   }
 
-  // Whether a thread that does not hold the mutex can take it; it gives it back.
+  // Whether another thread can take the mutex; that thread releases it again.
   bool IsFree() {
     return OnAnotherThread([&] {
       const uint32_t status = KivSdMutexRequest(nullptr, &mutex_, 0);
@@ -81,12 +80,12 @@ TEST_F(Mutex, WorksWithoutAContext) {
   EXPECT_EQ(KivSdMutexClose(nullptr, nullptr), KIV_ST_ARGUMENT);
 }
 
-TEST_F(Mutex, IsHeldByNobodyWhenCreated) {
+TEST_F(Mutex, IsFreeWhenCreated) {
   Make();
   EXPECT_TRUE(IsFree());
 }
 
-TEST_F(Mutex, KeepsOtherThreadsOutUntilItIsGivenBackAsOftenAsTaken) {
+TEST_F(Mutex, ExcludesOtherThreadsUntilReleasedAsOftenAsRequested) {
   Make();
   CHECK_OK(ctx_, KivSdMutexRequest(ctx_, &mutex_, 0));
   CHECK_OK(ctx_, KivSdMutexRequest(ctx_, &mutex_, kForEverMs));
@@ -98,7 +97,7 @@ TEST_F(Mutex, KeepsOtherThreadsOutUntilItIsGivenBackAsOftenAsTaken) {
   CHECK_OUTCOME(ctx_, KivSdMutexClear(ctx_, &mutex_), KIV_ST_MUTEX_CLEAR, 288u);
 }
 
-TEST_F(Mutex, IsNotGivenBackByAThreadThatDoesNotHoldIt) {
+TEST_F(Mutex, CannotBeReleasedByAThreadThatDoesNotHoldIt) {
   Make();
   CHECK_OK(ctx_, KivSdMutexRequest(ctx_, &mutex_, 0));
   Context other;
@@ -115,7 +114,7 @@ TEST_F(Mutex, BadHandlesFailWithTheSystemsError) {
   EXPECT_EQ(bad, BadHandle());
 }
 
-TEST_F(Mutex, CloseEmptiesTheVariable) {
+TEST_F(Mutex, CloseSetsTheVariableToNull) {
   Make();
   const KivHandle before = mutex_;
   CHECK_OK(ctx_, KivSdMutexClose(ctx_, &mutex_));
@@ -124,7 +123,7 @@ TEST_F(Mutex, CloseEmptiesTheVariable) {
   EXPECT_FALSE(GetHandleInformation(before, &flags)) << "the handle is still open";
 }
 
-TEST_F(Mutex, AFailedCloseEmptiesTheVariableToo) {
+TEST_F(Mutex, AFailedCloseAlsoSetsTheVariableToNull) {
   KivHandle bad = BadHandle();
   CHECK_OUTCOME(ctx_, KivSdMutexClose(ctx_, &bad), KIV_ST_MUTEX_CLOSE, 6u);
   EXPECT_EQ(bad, nullptr);
@@ -133,7 +132,7 @@ TEST_F(Mutex, AFailedCloseEmptiesTheVariableToo) {
 
 // ---- Waiting ----
 
-// Held by a thread of its own until the end of the scope.
+// Holds the mutex on a separate thread until the end of the scope.
 class ForeignHolder {
  public:
   explicit ForeignHolder(KivHandle* mutex)
@@ -168,7 +167,7 @@ TEST_F(Mutex, RequestTimesOutWhileAnotherThreadHoldsIt) {
   EXPECT_LT(watch.ElapsedMs(), kLimitMs);
 }
 
-TEST_F(Mutex, RequestWaitsUntilTheHolderGivesItBack) {
+TEST_F(Mutex, RequestWaitsUntilTheHolderReleasesIt) {
   constexpr uint32_t kAlmostForEverMs = 0xFFFFFFFE;
   Make();
   for (const uint32_t timeoutMs : {kForEverMs, kAlmostForEverMs, kLimitMs}) {
@@ -181,7 +180,7 @@ TEST_F(Mutex, RequestWaitsUntilTheHolderGivesItBack) {
 
 // ---- Names ----
 
-TEST_F(Mutex, OpensByNameWhatWasMadeUnderIt) {
+TEST_F(Mutex, OpensAnExistingObjectByName) {
   const std::string name = UniqueName("named");
   Make(name.c_str());
   KivHandle opened = nullptr;
@@ -197,7 +196,7 @@ TEST_F(Mutex, OpensByNameWhatWasMadeUnderIt) {
   CHECK_OK(ctx_, KivSdMutexClose(ctx_, &opened));
 }
 
-TEST_F(Mutex, CreateOpensWhatHasTheNameAndDoesNotTakeIt) {
+TEST_F(Mutex, CreateOpensAnExistingMutexWithoutTakingIt) {
   const std::string name = UniqueName("twice");
   Make(name.c_str());
   KivHandle second = nullptr;
@@ -209,7 +208,7 @@ TEST_F(Mutex, CreateOpensWhatHasTheNameAndDoesNotTakeIt) {
   CHECK_OK(ctx_, KivSdMutexClose(ctx_, &second));
 }
 
-TEST_F(Mutex, NamesNobodyUsesAndNamesOfOtherKindsAreRefused) {
+TEST_F(Mutex, UnusedNamesAndNamesOfOtherKindsAreRefused) {
   KivHandle opened = BadHandle();
   CHECK_OUTCOME(ctx_, KivSdMutexOpen(ctx_, UniqueName("none").c_str(), &opened), KIV_ST_MUTEX_OPEN,
                 2u);
@@ -227,7 +226,7 @@ TEST_F(Mutex, NamesNobodyUsesAndNamesOfOtherKindsAreRefused) {
 
 // ---- Holders that end, and second processes ----
 
-TEST_F(Mutex, WhoseHolderEndedIsAFailureThatLeavesItHeld) {
+TEST_F(Mutex, WhoseHolderHasEndedIsTakenWithAFailure) {
   Make();
   EXPECT_EQ(OnAnotherThread([&] { return KivSdMutexRequest(nullptr, &mutex_, 0); }), KIV_ST_OK);
   EXPECT_EQ(KivSdMutexRequest(ctx_, &mutex_, kLimitMs), KIV_ST_MUTEX_REQUEST);
@@ -237,7 +236,8 @@ TEST_F(Mutex, WhoseHolderEndedIsAFailureThatLeavesItHeld) {
   EXPECT_TRUE(IsFree());
 }
 
-// Takes the named mutex and says so; then gives it back or not when told, or waits to be killed.
+// Takes the named mutex and signals it. Then, as the test chooses, releases it or ends without a
+// release on a signal, or waits to be killed.
 const RegisteredRole holderRole("holds", [](const RoleArguments& arguments) {
   Context ctx;
   KivHandle mutex = nullptr;
@@ -263,7 +263,7 @@ class SharedMutex : public Mutex {
     EXPECT_EQ(KivSdMutexRequest(ctx_, &mutex_, kLimitMs), KIV_ST_MUTEX_REQUEST);
     EXPECT_EQ(ctx_.status(), KIV_ST_MUTEX_REQUEST);
     CHECK_OK(ctx_, KivSdMutexClear(ctx_, &mutex_));
-    // Told once: the next holder finds a sound mutex.
+    // The failure is reported once; the next holder succeeds.
     CHECK_OK(ctx_, KivSdMutexRequest(ctx_, &mutex_, 0));
     CHECK_OK(ctx_, KivSdMutexClear(ctx_, &mutex_));
   }
@@ -273,7 +273,7 @@ class SharedMutex : public Mutex {
   SharedSignal mayGo_{UniqueName("may-go")};
 };
 
-TEST_F(SharedMutex, KeepsAnotherProcessOutUntilItIsGivenBack) {
+TEST_F(SharedMutex, ExcludesAnotherProcessUntilItIsReleased) {
   const ChildProcess child("holds", ArgumentsTo("gives-back"));
   holds_.Await();
   CHECK_OUTCOME(ctx_, KivSdMutexRequest(ctx_, &mutex_, 0), KIV_ST_MUTEX_TIMEOUT, 258u);
@@ -283,7 +283,7 @@ TEST_F(SharedMutex, KeepsAnotherProcessOutUntilItIsGivenBack) {
   EXPECT_EQ(child.ExitCode(), kRoleDone);
 }
 
-TEST_F(SharedMutex, IsTakenOverFromAProcessThatEndsWithoutGivingItBack) {
+TEST_F(SharedMutex, IsTakenOverFromAProcessThatEndsWithoutReleasingIt) {
   const ChildProcess child("holds", ArgumentsTo("keeps"));
   holds_.Await();
   mayGo_.Set();

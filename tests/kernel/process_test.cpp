@@ -1,4 +1,4 @@
-// Processes: identity, liveness, ending, and priority classes, with real second processes.
+// Processes: identifier, liveness, ending and priority classes, tested with real child processes.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -24,7 +24,7 @@ constexpr int32_t kCallingProcess = -1;
 
 KivHandle BadHandle() { return reinterpret_cast<KivHandle>(uintptr_t{0x7FFFFFF0}); }
 
-// Runs until it is told to end, and ends with its priority class as the library tells it.
+// Runs until the test signals it, and returns its priority class as the library reports it.
 const RegisteredRole runner("runs", [](const RoleArguments& arguments) {
   const SharedSignal runs(arguments[0]);
   const SharedSignal mayEnd(arguments[1]);
@@ -60,7 +60,7 @@ TEST(OwnProcess, KnowsItsIdentifier) {
   CHECK_ARGUMENT(ctx, KivSdProcessIdGet(ctx, nullptr));
 }
 
-TEST(OwnProcess, HasItsPseudoHandleForASession) {
+TEST(OwnProcess, ReturnsItsPseudoHandleAsSessionIdentifier) {
   Context ctx;
   uint64_t session = 0;
   CHECK_OK(ctx, KivSdProcessSessionIdGet(ctx, &session));
@@ -89,7 +89,7 @@ TEST_F(Process, IsNotAliveOnceItWasKilled) {
   CHECK_OUTCOME(ctx_, KivSdProcessCheckAlive(ctx_, handle()), KIV_ST_PROCESS_ALIVE, 0u);
 }
 
-TEST(ProcessHandle, ThatIsBadTellsThatItCouldNotBeWaitedFor) {
+TEST(BadProcessHandle, ReportsAFailedWait) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessCheckAlive(ctx, BadHandle()), KIV_ST_PROCESS_ALIVE, kWaitFailed);
   CHECK_OUTCOME(ctx, KivSdProcessCheckAlive(ctx, nullptr), KIV_ST_PROCESS_ALIVE, kWaitFailed);
@@ -101,11 +101,11 @@ TEST_F(Process, DeleteEndsItWithExitCodeZero) {
   CHECK_OUTCOME(ctx_, KivSdProcessCheckAlive(ctx_, handle()), KIV_ST_PROCESS_ALIVE, 0u);
 }
 
-TEST_F(Process, DeleteOfOneThatHasEndedIsASuccessUnlessTheSystemDeniesAccess) {
+TEST_F(Process, DeleteOfAnEndedProcessSucceedsUnlessAccessIsDenied) {
   LetEnd();
   const uint32_t exitCode = child_.ExitCode();
-  // The system documents error 5 for it; Wine ends an ended process without an error. The status
-  // follows the error either way.
+  // Windows documents error 5 for an ended process; Wine reports no error. The status follows the
+  // error in both cases.
   SetLastError(0);
   const uint32_t error = TerminateProcess(handle(), 0) ? 0 : GetLastError();
   const uint32_t status = error == ERROR_ACCESS_DENIED ? KIV_ST_PROCESS_DELETE : KIV_ST_OK;
@@ -113,7 +113,7 @@ TEST_F(Process, DeleteOfOneThatHasEndedIsASuccessUnlessTheSystemDeniesAccess) {
   EXPECT_EQ(child_.ExitCode(), exitCode);
 }
 
-TEST_F(Process, DeleteWithoutTheRightToIsDenied) {
+TEST_F(Process, DeleteWithoutTheAccessRightIsDenied) {
   HANDLE watcher = OpenProcess(SYNCHRONIZE, FALSE, child_.id());
   ASSERT_NE(watcher, nullptr);
   CHECK_OUTCOME(ctx_, KivSdProcessDelete(ctx_, watcher), KIV_ST_PROCESS_DELETE, 5u);
@@ -123,7 +123,7 @@ TEST_F(Process, DeleteWithoutTheRightToIsDenied) {
   CloseHandle(watcher);
 }
 
-TEST(ProcessHandle, ThatIsBadIsDeletedWithSuccessAndItsErrorIsRecorded) {
+TEST(BadProcessHandle, IsDeletedSuccessfullyWithTheErrorRecorded) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessDelete(ctx, BadHandle()), KIV_ST_OK, 6u);
   CHECK_OUTCOME(ctx, KivSdProcessDelete(ctx, nullptr), KIV_ST_OK, 6u);
@@ -136,11 +136,10 @@ TEST_F(Process, PriorityClassIsSetByHandle) {
   EXPECT_EQ(GetPriorityClass(handle()), uint32_t{BELOW_NORMAL_PRIORITY_CLASS});
   EXPECT_EQ(GetPriorityClass(GetCurrentProcess()), uint32_t{NORMAL_PRIORITY_CLASS});
   LetEnd();
-  EXPECT_EQ(child_.ExitCode(), uint32_t{BELOW_NORMAL_PRIORITY_CLASS})
-      << "what the child itself reads";
+  EXPECT_EQ(child_.ExitCode(), uint32_t{BELOW_NORMAL_PRIORITY_CLASS}) << "read by the child";
 }
 
-TEST_F(Process, PriorityClassTakesTheHandleAndNotTheIdentifier) {
+TEST_F(Process, PriorityClassIsSetByTheHandleAndNotTheIdentifier) {
   const auto own = static_cast<int32_t>(GetCurrentProcessId());
   for (const int32_t otherId : {own, 0, 1, -2}) {
     CHECK_OK(ctx_, KivSdProcessPrioritySet(ctx_, handle(), otherId, IDLE_PRIORITY_CLASS));
@@ -150,7 +149,7 @@ TEST_F(Process, PriorityClassTakesTheHandleAndNotTheIdentifier) {
   }
 }
 
-TEST_F(Process, PriorityClassOfIdentifierMinusOneOrOfNoHandleIsTheCallingProcesss) {
+TEST_F(Process, IdentifierMinusOneOrANullHandleMeansTheCallingProcess) {
   const struct {
     KivHandle process;
     int32_t id;
@@ -165,19 +164,19 @@ TEST_F(Process, PriorityClassOfIdentifierMinusOneOrOfNoHandleIsTheCallingProcess
   }
 }
 
-TEST_F(Process, PriorityClassThatDoesNotExistIsRefused) {
+TEST_F(Process, AnInvalidPriorityClassIsRefused) {
   CHECK_OUTCOME(ctx_, KivSdProcessPrioritySet(ctx_, handle(), id(), 0x1234),
                 KIV_ST_PROCESS_PRIORITY_SET, 87u);
   EXPECT_EQ(GetPriorityClass(handle()), uint32_t{NORMAL_PRIORITY_CLASS});
 }
 
-TEST(ProcessHandle, ThatIsBadHasNoPriorityClassToSet) {
+TEST(BadProcessHandle, FailsToSetAPriorityClass) {
   Context ctx;
   CHECK_OUTCOME(ctx, KivSdProcessPrioritySet(ctx, BadHandle(), 1, NORMAL_PRIORITY_CLASS),
                 KIV_ST_PROCESS_PRIORITY_SET, 6u);
 }
 
-TEST(OwnProcess, PriorityClassNeedsAPlace) {
+TEST(OwnProcess, PriorityClassRefusesANullResult) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdProcessPriorityGet(ctx, nullptr));
 }

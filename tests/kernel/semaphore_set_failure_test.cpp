@@ -1,5 +1,5 @@
-// Shared semaphore sets when the system or the allocator fails: what is closed and freed, and
-// what the caller's variable then holds. Also the largest set.
+// Shared semaphore sets when the system or the allocator fails: the handles closed, the blocks
+// freed and the value left in the caller's variable. Also the largest set.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -35,7 +35,7 @@ std::vector<uintptr_t> FirstArguments(const ScriptedImport& import) {
   return first;
 }
 
-// Semaphores that are only numbers: the first is 1000, and what each was asked to be is kept.
+// Fake semaphores: handles count up from 1000, and the arguments of each creation are recorded.
 struct Asked {
   const void* security;
   int32_t initialCount;
@@ -72,7 +72,7 @@ class SemaphoreSetFailure : public testing::Test {
   const ScriptedImport closed_{"CloseHandle", {.result = 1}};
 };
 
-TEST_F(SemaphoreSetFailure, AsksForEachMemberByNumberAndCounts) {
+TEST_F(SemaphoreSetFailure, CreatesEachMemberWithItsNumberAndCounts) {
   ASSERT_EQ(CreateThree(ctx_, &set_), KIV_ST_OK);
   ASSERT_EQ(asked.size(), 3u);
   for (size_t i = 0; i < 3; ++i) {
@@ -87,8 +87,8 @@ TEST_F(SemaphoreSetFailure, AsksForEachMemberByNumberAndCounts) {
   EXPECT_EQ(FirstArguments(closed_), (std::vector<uintptr_t>{1000, 1001, 1002}));
 }
 
-// So many bytes are the longest name in UTF-8, where a character may have four.
-TEST_F(SemaphoreSetFailure, AsksForAMemberUnderItsWholeName) {
+// 1036 bytes: the longest name, 259 characters, if each takes four bytes in UTF-8.
+TEST_F(SemaphoreSetFailure, CreatesAMemberUnderItsFullName) {
   for (const size_t bytes : {400u, 401u, 777u, 1036u}) {
     asked.clear();
     const std::string base(bytes, 'x');
@@ -98,7 +98,7 @@ TEST_F(SemaphoreSetFailure, AsksForAMemberUnderItsWholeName) {
   }
 }
 
-TEST_F(SemaphoreSetFailure, ClosesAndFreesWhatWasMadeBeforeTheMemberThatFails) {
+TEST_F(SemaphoreSetFailure, ClosesAndFreesEverythingMadeBeforeTheFailingMember) {
   for (size_t failing = 0; failing < 3; ++failing) {
     SCOPED_TRACE(failing);
     asked.clear();
@@ -121,7 +121,7 @@ TEST_F(SemaphoreSetFailure, ClosesAndFreesWhatWasMadeBeforeTheMemberThatFails) {
   }
 }
 
-TEST_F(SemaphoreSetFailure, WithoutMemoryForTheRecordMakesNothing) {
+TEST_F(SemaphoreSetFailure, CreatesNothingWithoutMemoryForTheRecord) {
   const ScriptedImport malloc("malloc", {.result = 0, .error = 8});
   ctx_.Spoil();
   EXPECT_EQ(CreateThree(ctx_, &set_), KIV_ST_OUT_OF_MEMORY);
@@ -131,7 +131,7 @@ TEST_F(SemaphoreSetFailure, WithoutMemoryForTheRecordMakesNothing) {
   EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(SemaphoreSetFailure, WithoutMemoryForTheMembersFreesTheRecordAndLeavesItsAddress) {
+TEST_F(SemaphoreSetFailure, FreesTheRecordButLeavesItsAddressWithoutMemoryForTheMembers) {
   const ScriptedImport malloc("malloc", {.result = 0, .error = 8, .passFirst = 1});
   const ScriptedImport freed("free", {.failCount = 0});
   ctx_.Spoil();
@@ -145,7 +145,7 @@ TEST_F(SemaphoreSetFailure, WithoutMemoryForTheMembersFreesTheRecordAndLeavesIts
   EXPECT_TRUE(asked.empty());
 }
 
-TEST_F(SemaphoreSetFailure, CloseFreesEverythingAndIgnoresMembersThatDoNotClose) {
+TEST_F(SemaphoreSetFailure, CloseFreesEverythingAndIgnoresFailingMembers) {
   ASSERT_EQ(CreateThree(ctx_, &set_), KIV_ST_OK);
   const ScriptedImport failingClose("CloseHandle", {.result = 0, .error = kError});
   const ScriptedImport freed("free", {.failCount = 0});
@@ -158,7 +158,7 @@ TEST_F(SemaphoreSetFailure, CloseFreesEverythingAndIgnoresMembersThatDoNotClose)
   EXPECT_EQ(FirstArguments(freed), blocks);
 }
 
-TEST_F(SemaphoreSetFailure, AnEmptySetTakesAndGivesBackItsRecordAlone) {
+TEST_F(SemaphoreSetFailure, AnEmptySetAllocatesAndFreesOnlyItsRecord) {
   const ScriptedImport made("malloc", {.failCount = 0});
   const ScriptedImport freed("free", {.failCount = 0});
   ASSERT_EQ(KivSdShSemSetCreate(ctx_, "empty", 0, 0, kInitial, kMaximum, &set_), KIV_ST_OK);
@@ -188,7 +188,7 @@ TEST_F(SemaphoreSetFailure, TheLargestSetHasEveryMember) {
   EXPECT_EQ(closed_.calls().back()[0], kFirstSemaphore + kCount - 1);
 }
 
-TEST_F(SemaphoreSetFailure, AnArgumentErrorAsksForNothing) {
+TEST_F(SemaphoreSetFailure, AnArgumentErrorCreatesNothing) {
   const ScriptedImport malloc("malloc", {.failCount = 0});
   CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, "", 3, 0, kInitial, kMaximum, &set_));
   EXPECT_EQ(set_, Unwritten());
@@ -198,7 +198,7 @@ TEST_F(SemaphoreSetFailure, AnArgumentErrorAsksForNothing) {
 
 // ---- Requests and clears ----
 
-TEST_F(SemaphoreSetFailure, RequestsHandTheMemberAndTheTimeOutOn) {
+TEST_F(SemaphoreSetFailure, RequestsPassOnTheMemberAndTheTimeOut) {
   ASSERT_EQ(CreateThree(ctx_, &set_), KIV_ST_OK);
   for (const uint32_t timeoutMs : {0u, 30u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, kForEver}) {
     const ScriptedImport wait("WaitForSingleObject", {.result = 0});
@@ -210,7 +210,7 @@ TEST_F(SemaphoreSetFailure, RequestsHandTheMemberAndTheTimeOutOn) {
   KivSdShSemSetClose(nullptr, set_);
 }
 
-TEST_F(SemaphoreSetFailure, RequestsReportNoFailureOfAWaitInTheRecord) {
+TEST_F(SemaphoreSetFailure, RequestsDoNotRecordAFailedWait) {
   ASSERT_EQ(CreateThree(ctx_, &set_), KIV_ST_OK);
   const struct {
     uint32_t result, status;
@@ -228,7 +228,7 @@ TEST_F(SemaphoreSetFailure, RequestsReportNoFailureOfAWaitInTheRecord) {
   KivSdShSemSetClose(nullptr, set_);
 }
 
-TEST_F(SemaphoreSetFailure, ClearsReleaseOneAndReportNoFailureInTheRecord) {
+TEST_F(SemaphoreSetFailure, ClearsReleaseOneAndDoNotRecordAFailure) {
   ASSERT_EQ(CreateThree(ctx_, &set_), KIV_ST_OK);
   for (const uint32_t error : {298u, kError}) {
     const ScriptedImport release("ReleaseSemaphore", {.result = 0, .error = error});

@@ -1,5 +1,5 @@
-// Shared semaphore sets: their members' names, what a failure leaves, and two processes that use
-// one set. A set writes nothing but argument errors into the record.
+// Shared semaphore sets: the members' names, the state after a failure, and sharing between two
+// processes. A set writes only argument errors into the record.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -46,7 +46,7 @@ uint32_t Create(KivSdContext* ctx, const std::string& base, const std::vector<in
                              initial.data(), maximum.data(), set);
 }
 
-// A set of so many empty members that hold up to one each.
+// Creates a set of `count` members, each with the count 0 and the maximum 1.
 uint32_t CreateEmpty(KivSdContext* ctx, const std::string& base, uint16_t count,
                      KivSdShSemSet** set) {
   return Create(ctx, base, std::vector<int32_t>(count, 0), std::vector<int32_t>(count, 1), set);
@@ -64,7 +64,7 @@ class SemaphoreSet : public testing::Test {
   KivSdShSemSet* set_ = nullptr;
 };
 
-TEST_F(SemaphoreSet, RefusesNullPointersAndRecordsIt) {
+TEST_F(SemaphoreSet, RefusesNullPointersAndRecordsTheError) {
   constexpr int32_t kCounts[] = {1};
   KivSdShSemSet* set = Unwritten();
   CHECK_ARGUMENT(ctx_, KivSdShSemSetCreate(ctx_, nullptr, 1, 0, kCounts, kCounts, &set));
@@ -108,7 +108,7 @@ TEST_F(SemaphoreSet, NamesItsMembersByTheirNumbers) {
   for (const char* name : {"q_0", "q_1", "q_2"}) EXPECT_FALSE(IsInUse(name)) << name;
 }
 
-TEST_F(SemaphoreSet, GivesEveryMemberItsOwnCounts) {
+TEST_F(SemaphoreSet, CreatesEveryMemberWithItsOwnCounts) {
   CHECK_SILENT(ctx_, Create(ctx_, UniqueName("counts"), {0, 1, 2}, {1, 1, 3}, &set_), KIV_ST_OK);
   for (uint16_t index = 0; index < 3; ++index) {
     for (int taken = 0; taken < index; ++taken) {
@@ -125,7 +125,7 @@ TEST_F(SemaphoreSet, GivesEveryMemberItsOwnCounts) {
   }
 }
 
-TEST_F(SemaphoreSet, RefusesAnIndexThatIsNotBelowItsCount) {
+TEST_F(SemaphoreSet, RefusesAnIndexOutOfRange) {
   CHECK_SILENT(ctx_, Create(ctx_, UniqueName("index"), {1, 1, 1}, {2, 2, 2}, &set_), KIV_ST_OK);
   for (const uint16_t index : {uint16_t{3}, uint16_t{4}, uint16_t{0xFFFF}}) {
     CHECK_ARGUMENT(ctx_, KivSdShSemSetRequest(ctx_, index, set_, 0));
@@ -161,7 +161,7 @@ TEST_F(SemaphoreSet, HoldsManyMembers) {
 
 // ---- Names ----
 
-TEST_F(SemaphoreSet, TakesNamesUpToTheSystemsLimit) {
+TEST_F(SemaphoreSet, AcceptsNamesUpToTheSystemsLimit) {
   for (const size_t length : {size_t{1}, size_t{250}, size_t{257}}) {
     const std::string base(length, 'n');
     CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 1, &set_), KIV_ST_OK);
@@ -171,7 +171,7 @@ TEST_F(SemaphoreSet, TakesNamesUpToTheSystemsLimit) {
   }
 }
 
-// A character that takes more than one byte where the ANSI code page has such.
+// A character of more than one byte, if the ANSI code page has such characters.
 constexpr wchar_t kWideCharacter = 0x3042;
 
 struct Name {
@@ -191,7 +191,7 @@ Name NameOf(size_t characters) {
   return name;
 }
 
-TEST_F(SemaphoreSet, TakesNamesOfLongCharactersUpToTheSystemsLimit) {
+TEST_F(SemaphoreSet, AcceptsNamesOfMultiByteCharactersUpToTheSystemsLimit) {
   const Name name = NameOf(257);
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, name.bytes, 1, &set_), KIV_ST_OK);
   HANDLE opened = OpenSemaphoreW(SYNCHRONIZE, FALSE, (name.characters + L"_0").c_str());
@@ -204,7 +204,7 @@ TEST_F(SemaphoreSet, TakesNamesOfLongCharactersUpToTheSystemsLimit) {
   }
 }
 
-TEST_F(SemaphoreSet, OfANameWithAnotherEndIsAnotherSet) {
+TEST_F(SemaphoreSet, OfANameThatDiffersAtTheEndIsAnotherSet) {
   const std::string base = NameOf(256).bytes;
   CHECK_SILENT(ctx_, Create(ctx_, base + "a", {1}, {1}, &set_), KIV_ST_OK);
   KivSdShSemSet* other = nullptr;
@@ -214,14 +214,14 @@ TEST_F(SemaphoreSet, OfANameWithAnotherEndIsAnotherSet) {
   CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, other), KIV_ST_OK);
 }
 
-// Without the locale the other tests of names are about one-byte characters only.
-TEST_F(SemaphoreSet, IsTestedOnTheCodePageThatTheTestRunsFor) {
+// If the locale were missing, the other tests of names would use one-byte characters only.
+TEST_F(SemaphoreSet, RunsOnTheRequestedCodePage) {
   const char* wanted = std::getenv("KIV_TEST_CODE_PAGE");
   if (wanted == nullptr) GTEST_SKIP() << "any code page";
   EXPECT_EQ(std::to_string(GetACP()), wanted);
 }
 
-TEST_F(SemaphoreSet, IsNotMadeUnderALongerName) {
+TEST_F(SemaphoreSet, IsNotCreatedUnderALongerName) {
   for (const size_t length : {258u, 259u, 260u, 300u, 399u, 400u, 401u, 410u, 5000u, 100'000u}) {
     KivSdShSemSet* set = Unwritten();
     CHECK_SILENT(ctx_, CreateEmpty(ctx_, std::string(length, 'n'), 1, &set), KIV_ST_SEM_CREATE);
@@ -229,7 +229,7 @@ TEST_F(SemaphoreSet, IsNotMadeUnderALongerName) {
   }
 }
 
-TEST_F(SemaphoreSet, IsNotMadeWhenAMembersNumberIsOneDigitTooLong) {
+TEST_F(SemaphoreSet, IsNotCreatedWhenAMembersNumberIsOneDigitTooLong) {
   const std::string base(257, 'd');  // "_9" still fits, "_10" does not
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 10, &set_), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
@@ -239,21 +239,21 @@ TEST_F(SemaphoreSet, IsNotMadeWhenAMembersNumberIsOneDigitTooLong) {
   for (int i = 0; i < 10; ++i) EXPECT_FALSE(IsInUse(Member(base, i))) << i;
 }
 
-TEST_F(SemaphoreSet, TakesABaseNameLiterally) {
+TEST_F(SemaphoreSet, UsesTheBaseNameLiterally) {
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, "50%d%s", 1, &set_), KIV_ST_OK);
   EXPECT_TRUE(IsInUse("50%d%s_0"));
 }
 
-TEST_F(SemaphoreSet, IsNotMadeWhenTheThirdMembersNameIsTaken) {
+TEST_F(SemaphoreSet, IsNotCreatedWhenTheThirdMembersNameIsTaken) {
   const std::string base = UniqueName("third");
-  const SharedSignal taken(Member(base, 2));  // by an event
+  const SharedSignal taken(Member(base, 2));  // an event of this name
   set_ = Unwritten();
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 4, &set_), KIV_ST_SEM_CREATE);
   EXPECT_EQ(set_, nullptr);
   for (const int index : {0, 1, 3}) EXPECT_FALSE(IsInUse(Member(base, index))) << index;
 }
 
-TEST_F(SemaphoreSet, IsNotMadeWhenAMembersCountsMakeNoSense) {
+TEST_F(SemaphoreSet, IsNotCreatedWhenAMembersCountsAreInvalid) {
   const std::string base = UniqueName("counts");
   set_ = Unwritten();
   CHECK_SILENT(ctx_, Create(ctx_, base, {0, 0, 2}, {1, 1, 1}, &set_), KIV_ST_SEM_CREATE);
@@ -261,7 +261,7 @@ TEST_F(SemaphoreSet, IsNotMadeWhenAMembersCountsMakeNoSense) {
   EXPECT_FALSE(IsInUse(Member(base, 0)));
 }
 
-TEST_F(SemaphoreSet, OfTheSameNameIsTheSameSetWhateverItsCounts) {
+TEST_F(SemaphoreSet, OfAnExistingNameSharesItsMembersWhateverTheCounts) {
   const std::string base = UniqueName("twice");
   CHECK_SILENT(ctx_, Create(ctx_, base, {1, 0}, {1, 1}, &set_), KIV_ST_OK);
   KivSdShSemSet* second = nullptr;
@@ -280,7 +280,7 @@ TEST_F(SemaphoreSet, OfTheSameNameIsTheSameSetWhateverItsCounts) {
 
 // ---- Waiting ----
 
-TEST_F(SemaphoreSet, WaitsForAMemberAsLongAsItIsAskedTo) {
+TEST_F(SemaphoreSet, WaitsForAMemberUntilTheTimeOut) {
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, UniqueName("short"), 1, &set_), KIV_ST_OK);
   const Stopwatch watch;
   CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, kShortMs), KIV_ST_SEM_TIMEOUT);
@@ -288,7 +288,7 @@ TEST_F(SemaphoreSet, WaitsForAMemberAsLongAsItIsAskedTo) {
   EXPECT_LT(watch.ElapsedMs(), kLimitMs);
 }
 
-TEST_F(SemaphoreSet, WaitsForEverUntilAnotherThreadClearsTheMember) {
+TEST_F(SemaphoreSet, WaitsForeverUntilAnotherThreadClearsTheMember) {
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, UniqueName("for-ever"), 2, &set_), KIV_ST_OK);
   const Later clear([&] { KivSdShSemSetClear(nullptr, 1, set_); });
   CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, KIV_WAIT_INFINITE), KIV_ST_OK);
@@ -296,7 +296,7 @@ TEST_F(SemaphoreSet, WaitsForEverUntilAnotherThreadClearsTheMember) {
 
 // ---- A second process ----
 
-// Joins the set and answers every take from member 0 by a gift to member 1.
+// Opens the set and, for each unit taken from member 0, releases one to member 1.
 const RegisteredRole partner("passes-on", [](const RoleArguments& arguments) {
   Context ctx;
   KivSdShSemSet* set = nullptr;
@@ -323,7 +323,7 @@ TEST_F(SemaphoreSet, IsSharedByTwoProcesses) {
     CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 1, set_, kLimitMs), KIV_ST_OK);
   }
   EXPECT_EQ(child.ExitCode(), kRoleDone);
-  // The partner's close took nothing from this process.
+  // The partner's close has no effect on this process.
   CHECK_SILENT(ctx_, KivSdShSemSetClear(ctx_, 0, set_), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivSdShSemSetRequest(ctx_, 0, set_, 0), KIV_ST_OK);
 }

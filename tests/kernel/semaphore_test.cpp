@@ -1,5 +1,5 @@
-// Counting semaphores: counts, time-outs, names, and sharing with a second process. What the
-// system is handed, and its failures, are tested in kernel_objects_failure_test.
+// Counting semaphores: counts, time-outs, names, and sharing with a second process.
+// kernel_objects_failure_test checks the arguments of the system calls and their failures.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -76,14 +76,14 @@ TEST_F(CountingSemaphore, WorksWithoutAContext) {
   EXPECT_EQ(KivSdCntSemRequest(nullptr, nullptr, 0), KIV_ST_ARGUMENT);
 }
 
-TEST_F(CountingSemaphore, GivesItsInitialCountAndThenTimesOut) {
+TEST_F(CountingSemaphore, GrantsItsInitialCountAndThenTimesOut) {
   Make(2, 3);
   CHECK_OK(ctx_, KivSdCntSemRequest(ctx_, &semaphore_, 0));
   CHECK_OK(ctx_, KivSdCntSemRequest(ctx_, &semaphore_, 0));
   ExpectEmpty();
 }
 
-TEST_F(CountingSemaphore, IsNotMadeWithCountsThatMakeNoSense) {
+TEST_F(CountingSemaphore, IsNotCreatedWithInvalidCounts) {
   const int32_t counts[][2] = {{3, 2}, {0, 0}, {-1, 2}, {0, -1}};
   for (const auto& [initialCount, maximumCount] : counts) {
     KivHandle made = BadHandle();
@@ -93,7 +93,7 @@ TEST_F(CountingSemaphore, IsNotMadeWithCountsThatMakeNoSense) {
   }
 }
 
-TEST_F(CountingSemaphore, TellsTheCountBeforeARelease) {
+TEST_F(CountingSemaphore, ReturnsTheCountBeforeARelease) {
   Make(1, 10);
   int32_t previous = kUnwritten;
   CHECK_OK(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 4, &previous));
@@ -102,12 +102,12 @@ TEST_F(CountingSemaphore, TellsTheCountBeforeARelease) {
   EXPECT_EQ(previous, 5);
 }
 
-TEST_F(CountingSemaphore, IsReleasedUpToItsMaximumAndNotBeyond) {
+TEST_F(CountingSemaphore, IsReleasedUpToItsMaximumOnly) {
   Make(0, 3);
   int32_t previous = kUnwritten;
   CHECK_OUTCOME(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 4, &previous), KIV_ST_SEM_OVERFLOW, 298u);
   EXPECT_EQ(previous, kUnwritten);
-  ExpectEmpty();  // a release that overflows gives nothing
+  ExpectEmpty();  // a release that overflows adds nothing
   CHECK_OK(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 3, &previous));
   EXPECT_EQ(previous, 0);
   CHECK_OUTCOME(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 1, nullptr), KIV_ST_SEM_OVERFLOW, 298u);
@@ -123,10 +123,10 @@ TEST_F(CountingSemaphore, HoldsTheLargestCount) {
   CHECK_OUTCOME(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 1, nullptr), KIV_ST_SEM_OVERFLOW, 298u);
 }
 
-TEST_F(CountingSemaphore, IsNotReleasedByNothingOrLess) {
+TEST_F(CountingSemaphore, RefusesAReleaseOfZeroOrLess) {
   if (GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
-    GTEST_SKIP() << "the system documents that a release of 0 or less fails with its error 87; "
-                    "Wine releases 0 and takes -1 for a large count";
+    GTEST_SKIP() << "Windows documents that a release of 0 or less fails with error 87; "
+                    "Wine accepts 0 and treats -1 as a large count";
   }
   Make(0, 3);
   CHECK_OUTCOME(ctx_, KivSdCntSemClear(ctx_, &semaphore_, 0, nullptr), KIV_ST_SEM_CLEAR, 87u);
@@ -141,7 +141,7 @@ TEST_F(CountingSemaphore, BadHandlesFailWithTheSystemsError) {
   EXPECT_EQ(bad, BadHandle());
 }
 
-TEST_F(CountingSemaphore, CloseLeavesTheVariableAlone) {
+TEST_F(CountingSemaphore, CloseLeavesTheVariableUnchanged) {
   Make(0, 1);
   const KivHandle before = semaphore_;
   CHECK_OK(ctx_, KivSdCntSemClose(ctx_, &semaphore_));
@@ -153,7 +153,7 @@ TEST_F(CountingSemaphore, CloseLeavesTheVariableAlone) {
 
 // ---- Waiting ----
 
-TEST_F(CountingSemaphore, WaitsAsLongAsItIsAskedTo) {
+TEST_F(CountingSemaphore, WaitsUntilTheTimeOut) {
   Make(0, 1);
   const Stopwatch watch;
   CHECK_OUTCOME(ctx_, KivSdCntSemRequest(ctx_, &semaphore_, kShortMs), KIV_ST_SEM_TIMEOUT, 258u);
@@ -161,7 +161,7 @@ TEST_F(CountingSemaphore, WaitsAsLongAsItIsAskedTo) {
   EXPECT_LT(watch.ElapsedMs(), kLimitMs);
 }
 
-TEST_F(CountingSemaphore, LooksAtTheLowHalfOfTheTimeOutAlone) {
+TEST_F(CountingSemaphore, UsesOnlyTheLowHalfOfTheTimeOut) {
   Make(0, 1);
   CHECK_OUTCOME(ctx_, KivSdCntSemRequest(ctx_, &semaphore_, 0x7FFFFFFF'00000000),
                 KIV_ST_SEM_TIMEOUT, 258u);
@@ -169,7 +169,7 @@ TEST_F(CountingSemaphore, LooksAtTheLowHalfOfTheTimeOutAlone) {
                 KIV_ST_SEM_TIMEOUT, 258u);
 }
 
-TEST_F(CountingSemaphore, WaitsForEverOnAnyNegativeTimeOut) {
+TEST_F(CountingSemaphore, WaitsForeverOnAnyNegativeTimeOut) {
   constexpr uint64_t kForEver[] = {0xFFFFFFFF,          0xFFFFFFFE,          0x80000000,
                                    0xFFFFFFFF'FFFFFFFE, 0x00000001'FFFFFFFF, 0x12345678'80000001};
   Make(0, 1);
@@ -179,7 +179,7 @@ TEST_F(CountingSemaphore, WaitsForEverOnAnyNegativeTimeOut) {
   }
 }
 
-TEST_F(CountingSemaphore, LetsAWaiterWithATimeOutGoOnWhenItIsReleased) {
+TEST_F(CountingSemaphore, WakesAWaiterWithATimeOutWhenItIsReleased) {
   Make(0, 1);
   const Later release([&] { KivSdCntSemClear(nullptr, &semaphore_, 1, nullptr); });
   CHECK_OK(ctx_, KivSdCntSemRequest(ctx_, &semaphore_, kLimitMs));
@@ -187,7 +187,7 @@ TEST_F(CountingSemaphore, LetsAWaiterWithATimeOutGoOnWhenItIsReleased) {
 
 // ---- Names ----
 
-TEST_F(CountingSemaphore, OpensByNameWhatWasMadeUnderIt) {
+TEST_F(CountingSemaphore, OpensAnExistingObjectByName) {
   const std::string name = UniqueName("named");
   CHECK_OK(ctx_, KivSdCntSemCreate(ctx_, name.c_str(), 0, 2, &semaphore_));
   KivHandle opened = nullptr;
@@ -204,7 +204,7 @@ TEST_F(CountingSemaphore, OpensByNameWhatWasMadeUnderIt) {
   CHECK_OK(ctx_, KivSdCntSemClose(ctx_, &opened));
 }
 
-TEST_F(CountingSemaphore, CreateOpensWhatHasTheNameAndReportsNoError) {
+TEST_F(CountingSemaphore, CreateOpensAnExistingObjectWithoutAnError) {
   const std::string name = UniqueName("twice");
   CHECK_OK(ctx_, KivSdCntSemCreate(ctx_, name.c_str(), 1, 2, &semaphore_));
   KivHandle second = nullptr;
@@ -215,7 +215,7 @@ TEST_F(CountingSemaphore, CreateOpensWhatHasTheNameAndReportsNoError) {
   CHECK_OK(ctx_, KivSdCntSemClose(ctx_, &second));
 }
 
-TEST_F(CountingSemaphore, NamesNobodyUsesAreNotOpened) {
+TEST_F(CountingSemaphore, UnusedNamesAreNotOpened) {
   const std::string name = UniqueName("gone");
   KivHandle opened = BadHandle();
   CHECK_OUTCOME(ctx_, KivSdCntSemOpen(ctx_, name.c_str(), &opened), KIV_ST_SEM_OPEN, 2u);
@@ -223,11 +223,11 @@ TEST_F(CountingSemaphore, NamesNobodyUsesAreNotOpened) {
   KivHandle made = nullptr;
   CHECK_OK(ctx_, KivSdCntSemCreate(ctx_, name.c_str(), 0, 1, &made));
   CHECK_OK(ctx_, KivSdCntSemClose(ctx_, &made));
-  // The last close takes the name away.
+  // The last close removes the name.
   CHECK_OUTCOME(ctx_, KivSdCntSemOpen(ctx_, name.c_str(), &opened), KIV_ST_SEM_OPEN, 2u);
 }
 
-TEST_F(CountingSemaphore, NamesOfOtherKindsAreRefused) {
+TEST_F(CountingSemaphore, NamesOfOtherKindsOfObjectAreRefused) {
   const std::string name = UniqueName("a-mutex");
   KivHandle mutex = nullptr;
   CHECK_OK(ctx_, KivSdMutexCreate(ctx_, name.c_str(), &mutex));
@@ -242,7 +242,7 @@ TEST_F(CountingSemaphore, NamesOfOtherKindsAreRefused) {
 
 // ---- A second process ----
 
-// Takes one from the named semaphore, waiting for it, and answers with two.
+// Waits for one unit of the named semaphore, takes it and releases two.
 const RegisteredRole swapper("takes-one-gives-two", [](const RoleArguments& arguments) {
   Context ctx;
   KivHandle semaphore = nullptr;
@@ -257,7 +257,7 @@ const RegisteredRole swapper("takes-one-gives-two", [](const RoleArguments& argu
   return kRoleDone;
 });
 
-TEST_F(CountingSemaphore, CountsForTwoProcesses) {
+TEST_F(CountingSemaphore, IsSharedByTwoProcesses) {
   const std::string name = UniqueName("two-processes");
   const SharedSignal opened(UniqueName("opened"));
   const SharedSignal given(UniqueName("given"));
@@ -272,7 +272,7 @@ TEST_F(CountingSemaphore, CountsForTwoProcesses) {
   EXPECT_EQ(child.ExitCode(), kRoleDone);
 }
 
-// Gives to a handle that was opened in the process that started this one.
+// Releases one unit through a handle that the parent process opened.
 const RegisteredRole heir("gives-to-an-inherited-handle", [](const RoleArguments& arguments) {
   Context ctx;
   auto inherited = reinterpret_cast<KivHandle>(std::stoull(arguments[0]));
@@ -280,7 +280,7 @@ const RegisteredRole heir("gives-to-an-inherited-handle", [](const RoleArguments
   return kRoleDone;
 });
 
-TEST_F(CountingSemaphore, LeavesAnOpenedHandleToAChildProcess) {
+TEST_F(CountingSemaphore, IsUsableThroughAnInheritedHandle) {
   const std::string name = UniqueName("inherited");
   CHECK_OK(ctx_, KivSdCntSemCreate(ctx_, name.c_str(), 0, 1, &semaphore_));
   KivHandle opened = nullptr;

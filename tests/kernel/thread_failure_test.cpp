@@ -1,5 +1,4 @@
-// What threads and processes hand to the system, and every status that a failure of the system's
-// calls gives.
+// Threads and processes: the arguments of the system calls, and the status of every failing call.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -23,7 +22,7 @@ static_assert(KIV_ST_PROCESS_ALIVE == 1130311 && KIV_ST_PROCESS_PRIORITY_GET == 
 static_assert(KIV_ST_PROCESS_PRIORITY_SET == 1130313);
 
 constexpr uintptr_t kHandle = 0x5A50;
-constexpr uint32_t kError = 1234;  // no error that anything looks for
+constexpr uint32_t kError = 1234;  // an error that the library does not treat specially
 constexpr uint32_t kForEver = 0xFFFFFFFF;
 constexpr uint32_t kUnwritten = 4711;
 constexpr uintptr_t kCallingThread = static_cast<uintptr_t>(-2);
@@ -37,7 +36,7 @@ uint32_t DoNothing(void*) { return 0; }
 
 // ---- Threads ----
 
-TEST(ThreadCreate, HandsItsArgumentsOn) {
+TEST(ThreadCreate, PassesOnItsArguments) {
   Context ctx;
   int argument = 0;
   uint32_t id = 0;
@@ -55,7 +54,7 @@ TEST(ThreadCreate, HandsItsArgumentsOn) {
   EXPECT_EQ(call[5], reinterpret_cast<uintptr_t>(&id)) << "written before the thread runs";
 }
 
-TEST(ThreadCreate, ThatFailsYieldsNoHandle) {
+TEST(ThreadCreate, ReturnsNoHandleOnFailure) {
   Context ctx;
   const ScriptedImport create("CreateThread", {.result = 0, .error = kError});
   uint32_t id = kUnwritten;
@@ -77,7 +76,7 @@ HANDLE WINAPI CreateThreadThatLooks(SECURITY_ATTRIBUTES*, SIZE_T, LPTHREAD_START
   return AnyHandle();
 }
 
-TEST(ThreadCreate, EmptiesTheHandleBeforeItStartsTheThread) {
+TEST(ThreadCreate, ClearsTheHandleBeforeItStartsTheThread) {
   uint32_t id = 0;
   KivHandle thread = reinterpret_cast<KivHandle>(uintptr_t{1});
   watched = &thread;
@@ -100,7 +99,7 @@ TEST(ThreadCreate, StartsNoThreadOnABadArgument) {
   EXPECT_TRUE(create.calls().empty());
 }
 
-// An operation, the call under it, what that returns when it fails, and the status.
+// An operation, the system call that it makes, that call's result on failure, and the status.
 struct Failing {
   const char* name;
   const char* function;
@@ -145,12 +144,12 @@ const Failing kFailings[] = {
      [](auto ctx) { return KivSdThreadJoin(ctx, &handle); }, kError, KIV_ST_OK},
 };
 
-// Success whose failing call tells no error: its result is ignored.
+// Whether the operation ignores the result of the call and records no error.
 bool IsIgnored(const Failing& failing) {
   return failing.status == KIV_ST_OK && std::string(failing.function) != "TerminateProcess";
 }
 
-TEST(ThreadsAndProcesses, ReportTheSystemsErrorUnlessTheyIgnoreIt) {
+TEST(ThreadsAndProcesses, ReportTheSystemsErrorUnlessItIsIgnored) {
   Context ctx;
   for (const Failing& failing : kFailings) {
     SCOPED_TRACE(failing.name);
@@ -168,7 +167,7 @@ TEST(ThreadsAndProcesses, ReportTheSystemsErrorUnlessTheyIgnoreIt) {
   }
 }
 
-TEST(ThreadsAndProcesses, LeaveNoErrorOfACallThatSucceeds) {
+TEST(ThreadsAndProcesses, RecordNoErrorOfASuccessfulCall) {
   Context ctx;
   for (const Failing& failing : kFailings) {
     SCOPED_TRACE(failing.name);
@@ -179,7 +178,7 @@ TEST(ThreadsAndProcesses, LeaveNoErrorOfACallThatSucceeds) {
   }
 }
 
-TEST(Thread, OperationsTakeTheHandleOrTheCallingThread) {
+TEST(Thread, OperationsUseTheHandleOrTheCallingThread) {
   using Operation = std::function<uint32_t(KivHandle*)>;
   int32_t read = 0;
   const struct {
@@ -244,7 +243,7 @@ TEST(Thread, YieldGivesUpTheRestOfTheTimeSlice) {
   EXPECT_EQ(Low(sleep.calls()[0][0]), 0u);
 }
 
-TEST(Thread, ResumeOfNobodyAsksNothingOfTheSystem) {
+TEST(Thread, ResumeOfNullMakesNoSystemCall) {
   Context ctx;
   const ScriptedImport resume("ResumeThread", {.result = 1});
   CHECK_ARGUMENT(ctx, KivSdThreadResume(ctx, nullptr));
@@ -253,7 +252,7 @@ TEST(Thread, ResumeOfNobodyAsksNothingOfTheSystem) {
 
 // ---- Processes ----
 
-TEST(Process, DeleteAsksForExitCodeZero) {
+TEST(Process, DeleteUsesExitCodeZero) {
   const ScriptedImport terminate("TerminateProcess", {.result = 1});
   EXPECT_EQ(KivSdProcessDelete(nullptr, AnyHandle()), KIV_ST_OK);
   ASSERT_EQ(terminate.calls().size(), 1u);
@@ -261,7 +260,7 @@ TEST(Process, DeleteAsksForExitCodeZero) {
   EXPECT_EQ(Low(terminate.calls()[0][1]), 0u);
 }
 
-TEST(Process, CheckOfLivenessDoesNotWaitAndRecordsTheWaitsResult) {
+TEST(Process, CheckAliveDoesNotWaitAndRecordsTheWaitsResult) {
   Context ctx;
   for (const uint32_t result : {0u, 128u, 1u, 259u, 0xFFFFFFFFu}) {
     const ScriptedImport wait("WaitForSingleObject", {.result = result, .error = kError});

@@ -1,5 +1,5 @@
-// Threads: starting and joining, stopping and resuming, exit codes, identity and priorities. What
-// the system is handed, and its failures, are tested in thread_failure_test.
+// Threads: start and join, suspend and resume, exit codes, identifiers and priorities.
+// thread_failure_test checks the arguments of the system calls and their failures.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -49,7 +49,7 @@ uint32_t AwaitSignal(void* argument) {
   return 0;
 }
 
-// A thread that waits for a signal, which it is given at the latest at the end of the scope.
+// A thread that waits for a signal; the end of the scope sets the signal at the latest.
 class WaitingThread {
  public:
   WaitingThread() {
@@ -71,7 +71,7 @@ class WaitingThread {
   KivHandle handle_ = nullptr;
 };
 
-TEST(Thread, RunsItsRoutineWithItsArgumentAndUnderItsIdentifier) {
+TEST(Thread, RunsItsRoutineWithItsArgumentAndIdentifier) {
   Context ctx;
   for (const uint32_t stackBytes : {0u, 1u, 65'536u, 1u << 20}) {
     uint32_t ran = 0;
@@ -112,7 +112,7 @@ TEST(Thread, FindsItsIdentifierStoredWhenItStarts) {
   }
 }
 
-TEST(Thread, ManyRunAtATimeUnderIdentifiersOfTheirOwn) {
+TEST(Thread, ManyRunAtOnceWithDistinctIdentifiers) {
   constexpr size_t kThreads = 48;
   std::vector<WaitingThread> threads(kThreads);
   std::set<KivHandle> handles;
@@ -125,7 +125,7 @@ TEST(Thread, ManyRunAtATimeUnderIdentifiersOfTheirOwn) {
   EXPECT_EQ(ids.size(), kThreads);
 }
 
-TEST(Thread, IsNotStartedWithoutARoutineOrPlacesForWhatItYields) {
+TEST(Thread, IsNotStartedWithoutARoutineOrResultPointers) {
   Context ctx;
   uint32_t ran = 0;
   uint32_t id = 4711;
@@ -137,7 +137,7 @@ TEST(Thread, IsNotStartedWithoutARoutineOrPlacesForWhatItYields) {
   EXPECT_EQ(id, 4711u);
 }
 
-TEST(Thread, DeleteClosesTheHandleAndTheThreadRunsOn) {
+TEST(Thread, DeleteClosesTheHandleWhileTheThreadRunsOn) {
   Context ctx;
   SharedSignal mayEnd(UniqueName("may-end"));
   uint32_t id = 0;
@@ -195,7 +195,7 @@ uint32_t ExitEarly(void* argument) {
   return 1;
 }
 
-TEST(Thread, ExitEndsItWithACodeAndTouchesNoRecord) {
+TEST(Thread, ExitEndsItWithACodeAndLeavesTheRecordAlone) {
   Context ctx;
   for (const uint32_t code : {0u, 5u, 0xFFFFFFFFu}) {
     Exit exit{{}, code, false};
@@ -212,7 +212,7 @@ TEST(Thread, ExitEndsItWithACodeAndTouchesNoRecord) {
 
 // ---- Stopping and resuming ----
 
-TEST(ThreadSuspend, IsUndoneByAsManyResumes) {
+TEST(ThreadSuspend, IsUndoneByAsManyResumesAsSuspends) {
   Context ctx;
   WaitingThread waiting;
   for (int i = 0; i < 3; ++i) CHECK_OK(ctx, KivSdThreadSuspend(ctx, waiting.handle()));
@@ -222,7 +222,7 @@ TEST(ThreadSuspend, IsUndoneByAsManyResumes) {
     CHECK_OK(ctx, KivSdThreadResume(ctx, waiting.handle()));
   }
   EXPECT_FALSE(EndsWithin(*waiting.handle(), kShortMs));
-  // The system's own count: one is left, and this takes it.
+  // The system's suspend count is 1 here, and this call makes it 0.
   EXPECT_EQ(ResumeThread(*waiting.handle()), 1u);
   EXPECT_TRUE(EndsWithin(*waiting.handle(), kLimitMs));
 }
@@ -231,14 +231,14 @@ uint32_t SuspendOneself(void* argument) {
   return KivSdThreadSuspend(*static_cast<Context*>(argument), nullptr);
 }
 
-TEST(ThreadSuspend, OfNobodyStopsTheCallingThread) {
+TEST(ThreadSuspend, OfNullStopsTheCallingThread) {
   Context ctx;
   Context own;
   uint32_t id = 0;
   KivHandle thread = nullptr;
   CHECK_OK(ctx, KivSdThreadCreate(ctx, SuspendOneself, 0, 0, &own, &id, &thread));
   const kiv::test::Stopwatch watch;
-  DWORD count = 0;  // 0 while it runs
+  DWORD count = 0;  // suspend count; 0 while the thread runs
   while (count == 0 && watch.ElapsedMs() < kLimitMs) count = ResumeThread(thread);
   EXPECT_EQ(count, 1u);
   EXPECT_TRUE(EndsWithin(thread, kLimitMs));
@@ -264,7 +264,7 @@ TEST(Thread, KnowsItsIdentifier) {
   CHECK_ARGUMENT(ctx, KivSdThreadIdGet(ctx, nullptr));
 }
 
-TEST(Thread, HasAHandleThatOthersCanUse) {
+TEST(Thread, HasAHandleThatOtherThreadsCanUse) {
   Context ctx;
   KivHandle self = nullptr;
   CHECK_OK(ctx, KivSdThreadHandleGet(ctx, &self));
@@ -277,7 +277,7 @@ TEST(Thread, HasAHandleThatOthersCanUse) {
   CHECK_ARGUMENT(ctx, KivSdThreadHandleGet(ctx, nullptr));
 }
 
-TEST(Thread, YieldsWithSuccess) {
+TEST(Thread, YieldSucceeds) {
   Context ctx;
   CHECK_OK(ctx, KivSdThreadYield(ctx));
 }
@@ -296,7 +296,7 @@ TEST(ThreadPriority, IsSetAndReadOnTheSystemsScale) {
   }
 }
 
-TEST(ThreadPriority, OfNobodyIsTheCallingThreads) {
+TEST(ThreadPriority, OfNullIsTheCallingThreads) {
   Context ctx;
   int32_t priority = 99;
   CHECK_OK(ctx, KivSdThreadPrioritySet(ctx, nullptr, -1));
@@ -306,7 +306,7 @@ TEST(ThreadPriority, OfNobodyIsTheCallingThreads) {
   CHECK_OK(ctx, KivSdThreadPrioritySet(ctx, nullptr, 0));
 }
 
-TEST(ThreadPriority, OffTheScaleOrOfABadHandleFails) {
+TEST(ThreadPriority, FailsOffTheScaleOrOnABadHandle) {
   Context ctx;
   WaitingThread waiting;
   CHECK_OUTCOME(ctx, KivSdThreadPrioritySet(ctx, waiting.handle(), 100), KIV_ST_THREAD_PRIORITY_SET,
@@ -319,7 +319,7 @@ TEST(ThreadPriority, OffTheScaleOrOfABadHandleFails) {
   CHECK_ARGUMENT(ctx, KivSdThreadPriorityGet(ctx, waiting.handle(), nullptr));
 }
 
-TEST(ThreadPriority, HasABaseAndAHighestWhateverThreadIsNamed) {
+TEST(ThreadPriority, HasAFixedBaseAndHighestForEveryThread) {
   Context ctx;
   WaitingThread waiting;
   CHECK_OK(ctx, KivSdThreadPrioritySet(ctx, waiting.handle(), -1));
@@ -364,7 +364,7 @@ const RegisteredRole selfJoiner("joins-itself", [](const RoleArguments& argument
   return kRoleDone;
 });
 
-TEST(Thread, JoinOfNobodyWaitsForTheCallingThreadAndSoForEver) {
+TEST(Thread, JoinOfNullWaitsForTheCallingThreadForever) {
   const SharedSignal joining(UniqueName("joining"));
   const ChildProcess child("joins-itself", {joining.name()});
   joining.Await();

@@ -1,5 +1,4 @@
-// Atomic operations: results, widths, signs and wraps; the two waits; and what little of the
-// tuning any thread may ask.
+// Atomic operations: results, widths, signs and wraps; the two waits; the getters of the tuning.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -20,7 +19,7 @@ constexpr uint64_t kPattern = 0xA5A5A5A5A5A5A5A5;
 
 // ---- 32 bits ----
 
-// A target between neighbours, which must stay as they are.
+// A target between two neighbours, which must stay unchanged.
 struct Between32 {
   uint32_t before = 0xA5A5A5A5;
   int32_t target = 0;
@@ -47,7 +46,7 @@ const Sum kSums[] = {
     {INT32_MIN, INT32_MAX, -1},
 };
 
-TEST(AtomicAdd, GivesTheValueBeforeWithItsSignAndWrapsAt32Bits) {
+TEST(AtomicAdd, ReturnsTheSignExtendedOldValueAndWrapsAt32Bits) {
   for (const Sum& sum : kSums) {
     SCOPED_TRACE(testing::Message() << sum.before << " + " << sum.addend);
     Between32 word;
@@ -68,7 +67,7 @@ TEST(AtomicIncrement, AddsOne) {
   }
 }
 
-TEST(AtomicIncrement, WrapsToTheLeastValue) {
+TEST(AtomicIncrement, WrapsToTheSmallestValue) {
   Between32 word;
   word.target = 0x7FFFFFFF;
   EXPECT_EQ(KivSdAtomicIncrement(&word.target), 2147483647);
@@ -87,7 +86,7 @@ TEST(AtomicDecrement, SubtractsOne) {
   }
 }
 
-TEST(AtomicDecrement, WrapsToTheGreatestValue) {
+TEST(AtomicDecrement, WrapsToTheLargestValue) {
   Between32 word;
   word.target = INT32_MIN;
   EXPECT_EQ(KivSdAtomicDecrement(&word.target), int64_t{INT32_MIN});
@@ -95,7 +94,7 @@ TEST(AtomicDecrement, WrapsToTheGreatestValue) {
   EXPECT_TRUE(word.NeighboursAreUntouched());
 }
 
-TEST(AtomicAdd, LosesNothingBetweenThreads) {
+TEST(AtomicAdd, LosesNoUpdateBetweenThreads) {
   constexpr int32_t kRounds = 10000;
   int32_t up = 0;
   int32_t down = 0;
@@ -122,7 +121,7 @@ struct Between64 {
   bool NeighboursAreUntouched() const { return before == kPattern && after == kPattern; }
 };
 
-TEST(CmpXchgPtr, StoresWhenAll64BitsAreTheExpected) {
+TEST(CmpXchgPtr, StoresWhenAll64BitsMatch) {
   for (const uint64_t expected : {uint64_t{0}, uint64_t{1}, kPattern, UINT64_MAX}) {
     Between64 word;
     word.target = expected;
@@ -142,15 +141,15 @@ TEST(CmpXchgPtr, StoresNothingWhenAnyBitDiffers) {
   }
 }
 
-TEST(CmpXchgPtr, SucceedsWhenItStoresWhatIsThere) {
+TEST(CmpXchgPtr, SucceedsWhenTheNewValueEqualsTheOld) {
   uint64_t word = 5;
   EXPECT_EQ(KivSdCmpXchgPtr(5, 5, &word), 1);
   EXPECT_EQ(word, 5u);
 }
 
-TEST(CmpXchg2, IsNotOffered) { EXPECT_EQ(KivSdCmpXchg2(), 0); }
+TEST(CmpXchg2, AlwaysReturnsFalse) { EXPECT_EQ(KivSdCmpXchg2(), 0); }
 
-TEST(AtomicSet, TurnsZeroIntoOneAlone) {
+TEST(AtomicSet, ChangesOnlyZeroToOne) {
   for (const uint64_t before :
        {uint64_t{0}, uint64_t{1}, uint64_t{2}, uint64_t{1} << 32, UINT64_MAX}) {
     Between64 word;
@@ -161,7 +160,7 @@ TEST(AtomicSet, TurnsZeroIntoOneAlone) {
   }
 }
 
-TEST(AtomicUnset, TurnsOneIntoZeroAlone) {
+TEST(AtomicUnset, ChangesOnlyOneToZero) {
   for (const uint64_t before :
        {uint64_t{0}, uint64_t{1}, uint64_t{2}, (uint64_t{1} << 32) + 1, UINT64_MAX}) {
     Between64 word;
@@ -172,7 +171,7 @@ TEST(AtomicUnset, TurnsOneIntoZeroAlone) {
   }
 }
 
-TEST(AtomicSet, IsWonByOneThreadAtATimeAndGuardsWhatItDoes) {
+TEST(AtomicSet, WorksAsALockForOneThreadAtATime) {
   constexpr int32_t kRounds = 2000;
   uint64_t word = 0;
   int32_t count = 0;  // guarded by the word
@@ -187,7 +186,7 @@ TEST(AtomicSet, IsWonByOneThreadAtATimeAndGuardsWhatItDoes) {
   EXPECT_EQ(word, 0u);
 }
 
-TEST(AtomicCompareAndSwap, WidensBothValuesWithTheirSign) {
+TEST(AtomicCompareAndSwap, SignExtendsBothValues) {
   const int32_t values[] = {0, 1, -1, INT32_MIN, INT32_MAX};
   for (const int32_t expected : values) {
     for (const int32_t newValue : values) {
@@ -201,7 +200,7 @@ TEST(AtomicCompareAndSwap, WidensBothValuesWithTheirSign) {
   }
 }
 
-TEST(AtomicCompareAndSwap, LooksAtTheHighHalfToo) {
+TEST(AtomicCompareAndSwap, ComparesTheHighHalfToo) {
   for (const uint64_t before : {uint64_t{0xFFFFFFFF}, (uint64_t{1} << 32) + 5, uint64_t{6}}) {
     uint64_t word = before;
     EXPECT_EQ(KivSdAtomicCompareAndSwap(&word, -1, 0), 0);
@@ -212,13 +211,13 @@ TEST(AtomicCompareAndSwap, LooksAtTheHighHalfToo) {
 
 // ---- Order ----
 
-// Every operation on memory, what it does on success as on failure.
+// Every operation that is a full barrier; a compare-and-swap both when it stores and when it fails.
 struct Barrier {
   const char* name;
-  void (*make)(uint64_t* word);  // called with 0, on a word that one thread alone uses
+  void (*make)(uint64_t* word);  // called on a word that holds 0 and that no other thread uses
 };
 
-// A 32-bit operation's target in a word that is 0.
+// The target of a 32-bit operation.
 int32_t* Low(uint64_t* word) { return reinterpret_cast<int32_t*>(word); }
 uint8_t* Byte(uint64_t* word) { return reinterpret_cast<uint8_t*>(word); }
 
@@ -242,7 +241,7 @@ const Barrier kBarriers[] = {
 
 class AtomicBarrier : public testing::TestWithParam<Barrier> {};
 
-TEST_P(AtomicBarrier, KeepsAReadBehindTheWriteBeforeIt) {
+TEST_P(AtomicBarrier, OrdersAReadAfterAnEarlierWrite) {
   struct alignas(64) Line {
     uint64_t word;
   };
@@ -257,7 +256,7 @@ INSTANTIATE_TEST_SUITE_P(Of, AtomicBarrier, testing::ValuesIn(kBarriers),
 
 // ---- Waits ----
 
-TEST(WaitUntilTrue, ReturnsAtOnceWhatIsNotZero) {
+TEST(WaitUntilTrue, ReturnsANonZeroByteAtOnce) {
   for (const uint8_t value : {uint8_t{1}, uint8_t{2}, uint8_t{0x80}, uint8_t{0xFF}}) {
     EXPECT_EQ(KivSdWaitUntilTrue(&value), value);
   }
@@ -268,12 +267,12 @@ TEST(WaitUntilFalse, ReturnsAtOnceOnZero) {
   EXPECT_EQ(KivSdWaitUntilFalse(&value[1]), 0);
 }
 
-// Starts a thread that waits, and sets the byte once the thread is about to.
+// Starts a thread that waits, and sets the byte when that thread is about to wait.
 template <typename Wait>
 uint8_t SetWhileWaiting(Wait wait, uint8_t from, uint8_t to) {
   uint8_t flag = from;
   uint8_t result = 0xEE;
-  int32_t written = 0;  // announced by the byte
+  int32_t written = 0;  // published by the byte
   int32_t seen = 0;
   std::atomic<bool> waiting{false};
   std::thread waiter([&] {

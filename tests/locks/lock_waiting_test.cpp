@@ -1,14 +1,20 @@
-// How the locks wait, step by step: pauses and looks within the spin budget, yields, sleeps.
+// How the locks wait, step by step: spinning within the budget, yielding, sleeping.
 //
-// The locks' own sources, built with a seam that belongs to the test: every pause, yield and call
-// of the kernel becomes a letter of a trace, and the test says at which letter the lock is given
-// back. One thread plays all parts, for what happens elsewhere happens inside such a letter, or
-// between two accesses to what threads share, which the atomic types of the stress tell of.
+// The locks' own sources are built with a seam made by this test: every pause, yield and kernel
+// call adds a letter to a trace, and the test decides at which letter the lock is released. One
+// thread plays all threads. What another thread would do runs inside such a letter, or before or
+// after an access to an atomic, which the atomic types of the stress test report.
 //
-//   p  pause   y  yield
-//   t  take the wake mutex   r  release it   s  release it and sleep   u  raise the semaphore
-//   b  signal the event and take the wake mutex   (  )  enter and leave the critical section
-//   M S C E  make mutex, semaphore, critical section, event; m q c e  end them, where a test asks
+//   p        pause
+//   y        yield
+//   t        take the wake mutex
+//   r        release the wake mutex
+//   s        release the wake mutex and sleep
+//   u        raise the semaphore
+//   b        signal the event and take the wake mutex
+//   ( )      enter and leave the critical section
+//   M S C E  make mutex, semaphore, critical section, event; only if a test asks for it
+//   m q c e  destroy mutex, semaphore, critical section, event; only if a test asks for it
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -35,17 +41,17 @@ using kiv::test::kTestAndSet;
 using kiv::test::kTicket;
 using kiv::test::LockDesignTest;
 
-constexpr size_t kLongest = 1000;  // letters of a wait that would never end
+constexpr size_t kLongest = 1000;  // letters; a longer trace is a wait that never ends
 
 std::string trace;
-std::map<size_t, std::function<void()>> plan;  // what happens at which letter, counted from 1
-std::function<void(char)> onLetter;            // unless null: sees every letter
-std::function<void()> onAccess;                // unless null: runs before and behind every access
+std::map<size_t, std::function<void()>> plan;  // actions by position in the trace, from 1
+std::function<void(char)> onLetter;            // called for every letter unless null
+std::function<void()> onAccess;                // called before and after every access unless null
 
 void Note(char letter) {
   trace += letter;
   if (trace.size() > kLongest) {
-    std::fprintf(stderr, "waits for ever: %s\n", trace.substr(0, 100).c_str());
+    std::fprintf(stderr, "waits forever: %s\n", trace.substr(0, 100).c_str());
     std::abort();
   }
   if (onLetter != nullptr) onLetter(letter);
@@ -67,12 +73,12 @@ void Forget() {
   onAccess = nullptr;
 }
 
-// The letters so far, which are then forgotten.
+// Returns the trace and clears it.
 std::string TakeTrace() { return std::exchange(trace, std::string()); }
 
 }  // namespace
 
-// What happens meanwhile makes accesses of its own, at which nothing happens.
+// The action makes accesses itself; during these no action runs.
 void kiv::stress::Delay() {
   if (onAccess == nullptr) return;
   std::function<void()> now = std::exchange(onAccess, nullptr);
@@ -116,7 +122,7 @@ Result ReleaseParkMutex(void*) {
   return {true, 0};
 }
 
-// Nobody wakes the only thread: this sleep ends by itself, as one that failed does.
+// There is no other thread to end this sleep, so it returns at once, like a failed one.
 Result ReleaseAndPark(void*, void*) {
   Note('s');
   return {false, 5};
@@ -159,7 +165,8 @@ class SpinlockWait : public LockDesignTest {
   }
   void SetUp() override { Forget(); }
 
-  // The trace of an entry on this budget, while another holds the lock up to letter `until`.
+  // Returns the trace of an acquire on this budget while another thread holds the lock until letter
+  // `until`.
   std::string Wait(int32_t budget, size_t until) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
     KivSdSpinlockAcquire(lock_, kOther);
@@ -182,7 +189,7 @@ class TicketSpinlockWait : public SpinlockWait {};
 class TicketSpinlockWaitOnce : public SpinlockWait {
   void Enter() override {
     KivSdSpinlockAcquireNonReentrant(lock_, kMe);
-    FieldOf<int16_t>(lock_, kCount) = 1;  // the test gives back with counting
+    FieldOf<int16_t>(lock_, kCount) = 1;  // the test uses the reentrant release
   }
 };
 
@@ -195,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlockWait, testing::Values(kTicket),
 INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlockWaitOnce, testing::Values(kTicket),
                          kiv::test::DesignName);
 
-TEST_P(SpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
+TEST_P(SpinlockWait, IsNotNeededForAFreeLockOrItsHolder) {
   KivSdSpinlockAcquire(lock_, kMe);
   KivSdSpinlockAcquire(lock_, kMe);
   KivSdSpinlockRelease(lock_);
@@ -205,14 +212,14 @@ TEST_P(SpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
   EXPECT_EQ(TakeTrace(), "");
 }
 
-TEST_P(SpinlockWait, EndsInTheBudgetAsSoonAsTheLockIsFree) {
+TEST_P(SpinlockWait, EndsWithinTheBudgetAsSoonAsTheLockIsFree) {
   EXPECT_EQ(Wait(1, 1), "p");
   EXPECT_EQ(Wait(3, 1), "p");
   EXPECT_EQ(Wait(3, 3), "ppp");
   EXPECT_EQ(Wait(100, 40), std::string(40, 'p'));
 }
 
-TEST_P(SpinlockWait, YieldsAfterEveryBudgetForEver) {
+TEST_P(SpinlockWait, YieldsAfterEverySpentBudgetWithoutLimit) {
   EXPECT_EQ(Wait(3, 4), "pppy" + std::string(UsesTickets() ? "p" : ""));
   EXPECT_EQ(Wait(3, 5), "pppyp");
   EXPECT_EQ(Wait(3, 9), "pppypppyp");
@@ -221,14 +228,15 @@ TEST_P(SpinlockWait, YieldsAfterEveryBudgetForEver) {
   EXPECT_EQ(Wait(1, 401), turns + "p");
 }
 
-TEST_P(WordSpinlockWait, YieldsAtOnceOnABudgetOfZeroAndBelow) {
+TEST_P(WordSpinlockWait, YieldsAtOnceOnABudgetOfZeroOrLess) {
   EXPECT_EQ(Wait(0, 1), "y");
   EXPECT_EQ(Wait(0, 3), "yyy");
   EXPECT_EQ(Wait(-7, 3), "yyy");
 }
 
-// Another takes the lock between the look that found it free and the exchange, wherever that is.
-TEST_P(WordSpinlockWait, YieldsWhenAnotherWasQuicker) {
+// Another thread takes the lock between the test that found it free and the exchange; every access
+// is tried, because the test does not know which one that is.
+TEST_P(WordSpinlockWait, YieldsWhenAnotherThreadTakesTheLockFirst) {
   size_t losses = 0;
   for (int32_t chance = 1; chance <= 12; ++chance) {
     Forget();
@@ -249,21 +257,21 @@ TEST_P(WordSpinlockWait, YieldsWhenAnotherWasQuicker) {
   EXPECT_GT(losses, 0u);
 }
 
-TEST_P(TicketSpinlockWait, LooksOnceBeforeEveryYieldOnABudgetOfZeroAndBelow) {
+TEST_P(TicketSpinlockWait, TestsOnceBeforeEveryYieldOnABudgetOfZeroOrLess) {
   EXPECT_EQ(Wait(0, 1), "p");
   EXPECT_EQ(Wait(0, 3), "pyp");
   EXPECT_EQ(Wait(0, 5), "pypyp");
   EXPECT_EQ(Wait(-7, 5), "pypyp");
 }
 
-TEST_P(TicketSpinlockWaitOnce, IsTheSameWithoutCounting) {
+TEST_P(TicketSpinlockWaitOnce, WaitsLikeTheReentrantAcquire) {
   EXPECT_EQ(Wait(3, 2), "pp");
   EXPECT_EQ(Wait(3, 9), "pppypppyp");
   EXPECT_EQ(Wait(0, 3), "pyp");
 }
 
-// A ticket whose turn is not the next.
-TEST_P(TicketSpinlockWait, IsForItsOwnTurn) {
+// A ticket that is not the next to be served.
+TEST_P(TicketSpinlockWait, EndsAtItsOwnTurn) {
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
   FieldOf<int32_t>(lock_, kNext) = 5;
   FieldOf<int64_t>(lock_, kServing) = 3;
@@ -305,7 +313,7 @@ class LWSpinlockWait : public LockDesignTest {
 INSTANTIATE_TEST_SUITE_P(Design, LWSpinlockWait, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(LWSpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
+TEST_P(LWSpinlockWait, IsNotNeededForAFreeLockOrItsHolder) {
   for (int entry = 0; entry < 3; ++entry) {
     KivSdLWSpinlockAcquire(&lock_);
     KivSdLWSpinlockAcquire(&lock_);
@@ -315,27 +323,27 @@ TEST_P(LWSpinlockWait, IsNoneForAFreeLockAndForItsHolder) {
   EXPECT_EQ(TakeTrace(), "");
 }
 
-TEST_P(LWSpinlockWait, EndsInTheBudgetAsSoonAsTheLockIsFree) {
+TEST_P(LWSpinlockWait, EndsWithinTheBudgetAsSoonAsTheLockIsFree) {
   EXPECT_EQ(Wait(1, 1), "p");
   EXPECT_EQ(Wait(3, 3), "ppp");
 }
 
-TEST_P(LWSpinlockWait, YieldsAfterEveryBudgetForEver) {
+TEST_P(LWSpinlockWait, YieldsAfterEverySpentBudgetWithoutLimit) {
   EXPECT_EQ(Wait(3, 5), "pppyp");
   EXPECT_EQ(Wait(3, 9), "pppypppyp");
 }
 
-TEST_P(LWSpinlockWait, YieldsAtOnceOnABudgetOfZeroAndBelow) {
+TEST_P(LWSpinlockWait, YieldsAtOnceOnABudgetOfZeroOrLess) {
   EXPECT_EQ(Wait(0, 1), "y");
   EXPECT_EQ(Wait(0, 3), "yyy");
   EXPECT_EQ(Wait(-7, 3), "yyy");
 }
 
-TEST_P(LWSpinlockWait, LooksBeforeItPausesAfterAYield) { EXPECT_EQ(Wait(3, 4), "pppy"); }
+TEST_P(LWSpinlockWait, TestsTheLockAfterAYieldBeforeItPauses) { EXPECT_EQ(Wait(3, 4), "pppy"); }
 
 // ---- The reader-writer lock: waiting on a node ----
 
-// Sleeping once, and not at all because the lock was given back meanwhile.
+// Traces of one sleep, and of none because the lock was released before the thread slept.
 constexpr char kSleep[] = "t()s()tr";
 constexpr char kNoSleep[] = "tr";
 
@@ -365,7 +373,8 @@ class NodeWait : public NodeTest, public testing::WithParamInterface<uint32_t> {
  protected:
   bool IsWriter() const { return GetParam() == KIV_RWLOCK_WRITE; }
 
-  // The limits as the lock and its node have them; those of the other kind of thread would show.
+  // Sets the limits in the lock and the node. The other kind of thread has different limits, so
+  // that using them by mistake shows in the trace.
   void Limit(const Limits& own) {
     constexpr Limits kOthers = {50, 60, 200};
     const Limits& reader = IsWriter() ? kOthers : own;
@@ -378,7 +387,7 @@ class NodeWait : public NodeTest, public testing::WithParamInterface<uint32_t> {
     node_.writerWaitLoops = writer.waitLoops;
   }
 
-  // The trace of a wait that another thread ends at letter `until`.
+  // Returns the trace of a wait that another thread ends at letter `until`.
   std::string Wait(size_t until, int32_t otherSleepers = 0) {
     trace.clear();
     node_.blocked.store(1);
@@ -401,14 +410,14 @@ INSTANTIATE_TEST_SUITE_P(Kinds, NodeWait, testing::Values(KIV_RWLOCK_READ, KIV_R
                            return mode.param == KIV_RWLOCK_WRITE ? "Writer" : "Reader";
                          });
 
-TEST_P(NodeWait, IsNoneOnANodeThatIsNotBlocked) {
+TEST_P(NodeWait, IsNotNeededOnAnUnblockedNode) {
   node_.blocked.store(0);
   kiv::WaitAsReader(&node_);
   kiv::WaitAsWriter(&node_);
   EXPECT_EQ(TakeTrace(), "");
 }
 
-TEST_P(NodeWait, SpinsOneBudgetAndThenSleepsUnlessToldOtherwise) {
+TEST_P(NodeWait, SpinsOneBudgetAndThenSleepsByDefault) {
   Limit({1, 0, 1});
   EXPECT_EQ(Wait(1), "p");
   EXPECT_EQ(Wait(2), "pp");
@@ -418,20 +427,20 @@ TEST_P(NodeWait, SpinsOneBudgetAndThenSleepsUnlessToldOtherwise) {
   EXPECT_EQ(Wait(14), std::string("pp") + kSleep + kSleep);
 }
 
-TEST_P(NodeWait, SleepsAsAWaiterOfItsCondition) {
+TEST_P(NodeWait, IsCountedAsAWaiterOfTheConditionWhileAsleep) {
   Limit({0, 0, 1});
   std::string seen;
   onLetter = [&](char letter) {
     seen += letter;
     seen += std::to_string(node_.sleeping.load()) + std::to_string(node_.condition.waiters);
   };
-  // Each letter with the flag and the count as they were at that step.
+  // Each letter is followed by the flag and the count at that step.
   plan.clear();
   EXPECT_EQ(Wait(4), kSleep);
   EXPECT_EQ(seen, "t00(10)11s11(11)10t10r00");
 }
 
-TEST_P(NodeWait, SpinsAsManyBudgetsARoundAsTheLoopsSay) {
+TEST_P(NodeWait, SpinsOneBudgetPerSpinLoopInEachRound) {
   Limit({3, 0, 1});
   EXPECT_EQ(Wait(5), "ppppp");
   EXPECT_EQ(Wait(10), std::string("pppppp") + kSleep);
@@ -448,7 +457,7 @@ TEST_P(NodeWait, CountsRoundsAndYieldsTogether) {
   EXPECT_EQ(Wait(6), std::string("pp") + kSleep) << "the round was the limit";
 }
 
-TEST_P(NodeWait, EndsAmongTheYields) {
+TEST_P(NodeWait, EndsBetweenYields) {
   Limit({1, 5, 100});
   EXPECT_EQ(Wait(3), "ppy");
   EXPECT_EQ(Wait(5), "ppyyy");
@@ -456,7 +465,7 @@ TEST_P(NodeWait, EndsAmongTheYields) {
   EXPECT_EQ(Wait(8), "ppyyyyyp");
 }
 
-TEST_P(NodeWait, OnlyYieldsWithoutLoopsOrWithoutABudget) {
+TEST_P(NodeWait, OnlyYieldsWithoutSpinLoopsOrBudget) {
   Limit({0, 2, 5});
   EXPECT_EQ(Wait(7), std::string("yyy") + kSleep);
   Limit({-1, 2, 5});
@@ -466,7 +475,7 @@ TEST_P(NodeWait, OnlyYieldsWithoutLoopsOrWithoutABudget) {
   EXPECT_EQ(Wait(7), std::string("yyy") + kSleep);
 }
 
-TEST_P(NodeWait, NeverSleepsOnALimitOfZeroAndBelow) {
+TEST_P(NodeWait, NeverSleepsWithAWaitLimitOfZeroOrLess) {
   std::string turns;
   for (int turn = 0; turn < 100; ++turn) turns += "ppyy";
   for (const int32_t waitLoops : {0, -1, INT32_MIN}) {
@@ -475,14 +484,14 @@ TEST_P(NodeWait, NeverSleepsOnALimitOfZeroAndBelow) {
   }
 }
 
-TEST_P(NodeWait, OnlyPausesOnALockThatDoesNotAllowBlocking) {
+TEST_P(NodeWait, OnlySpinsOnALockThatForbidsBlocking) {
   lock_.blockingAllowed = 0;
   Limit({0, 7, 1});
   EXPECT_EQ(Wait(1), "p");
   EXPECT_EQ(Wait(300), std::string(300, 'p'));
 }
 
-TEST_P(NodeWait, TakesTheLoopsFromTheLockAndTheRestFromTheNode) {
+TEST_P(NodeWait, ReadsSpinLoopsFromTheLockAndOtherLimitsFromTheNode) {
   Limit({2, 1, 2});
   node_.readerSpinLoops = node_.writerSpinLoops = 40;
   lock_.readerSpinYields = lock_.writerSpinYields = 41;
@@ -490,8 +499,8 @@ TEST_P(NodeWait, TakesTheLoopsFromTheLockAndTheRestFromTheNode) {
   EXPECT_EQ(Wait(9), std::string("ppppy") + kSleep);
 }
 
-// Never so in the lock itself, where a node has one sleeper.
-TEST_P(NodeWait, TellsTheWakerOfManyWhenTheLastHasWoken) {
+// Does not happen in the lock itself, where a node has one sleeper.
+TEST_P(NodeWait, SignalsTheEventWhenTheLastOfSeveralHasWoken) {
   Limit({0, 0, 1});
   node_.condition.broadcasting = 1;
   EXPECT_EQ(Wait(4), "t()s()br");
@@ -516,19 +525,19 @@ class NodeWake : public NodeTest {
   }
 };
 
-TEST_F(NodeWake, DoesNothingToANodeThatIsNotBlocked) {
+TEST_F(NodeWake, DoesNothingToAnUnblockedNode) {
   Set(1, 1);
   node_.blocked.store(0);
   EXPECT_EQ(Wake(), "");
   EXPECT_EQ(Wake(&node_), "");
 }
 
-TEST_F(NodeWake, LetsTheCallersOwnNodeInWithoutTheKernel) {
+TEST_F(NodeWake, UnblocksTheCallersOwnNodeWithoutASystemCall) {
   Set(0, 0);
   EXPECT_EQ(Wake(&node_), "");
 }
 
-TEST_F(NodeWake, LetsAThreadThatIsAwakeInUnderItsMutex) {
+TEST_F(NodeWake, UnblocksAnAwakeThreadUnderItsWakeMutex) {
   KivRWLockNode own{};
   for (const KivRWLockNode* caller : {static_cast<KivRWLockNode*>(nullptr), &own}) {
     Set(0, 0);
@@ -538,7 +547,7 @@ TEST_F(NodeWake, LetsAThreadThatIsAwakeInUnderItsMutex) {
   }
 }
 
-TEST_F(NodeWake, RaisesTheSemaphoreForASleeperThatIsCounted) {
+TEST_F(NodeWake, RaisesTheSemaphoreForACountedSleeper) {
   Set(1, 1);
   EXPECT_EQ(Wake(), "t()ur");
   Set(1, 0);
@@ -547,10 +556,10 @@ TEST_F(NodeWake, RaisesTheSemaphoreForASleeperThatIsCounted) {
   EXPECT_EQ(Wake(), "tr");
 }
 
-TEST_F(NodeWake, LooksAgainUnderTheMutex) {
+TEST_F(NodeWake, TestsTheNodeAgainUnderTheMutex) {
   Set(1, 1);
   plan[1] = [this] { Unblock(); };
-  EXPECT_EQ(Wake(), "tr") << "another has let it in";
+  EXPECT_EQ(Wake(), "tr") << "another thread has unblocked it";
 }
 
 // ---- The reader-writer lock as a whole ----
@@ -582,7 +591,7 @@ class RWLockSteps : public testing::Test {
   KivRWLockTable c_{};
 };
 
-TEST_F(RWLockSteps, NobodyWaitsAndNothingIsAskedOfTheKernelWithoutAnother) {
+TEST_F(RWLockSteps, WithoutContentionNoThreadWaitsOrCallsTheKernel) {
   for (int round = 0; round < 3; ++round) {
     Read(&a_);
     Read(&a_);
@@ -602,7 +611,7 @@ TEST_F(RWLockSteps, NobodyWaitsAndNothingIsAskedOfTheKernelWithoutAnother) {
   EXPECT_EQ(TakeTrace(), "");
 }
 
-TEST_F(RWLockSteps, ANodeIsMadeOnceAndEndsWhenNobodyWakesItAnyMore) {
+TEST_F(RWLockSteps, ANodeIsMadeOnceAndDestroyedAfterItsLastWakerIsDone) {
   notesMaking = true;
   Read(&a_);
   EXPECT_EQ(TakeTrace(), "MSCE");
@@ -611,7 +620,7 @@ TEST_F(RWLockSteps, ANodeIsMadeOnceAndEndsWhenNobodyWakesItAnyMore) {
   End(&a_);
   EXPECT_EQ(TakeTrace(), "");
   EXPECT_EQ(KivRWLockFreeQNodes(&a_), KIV_ST_OK);
-  EXPECT_EQ(TakeTrace(), "trmceq") << "behind whoever let its thread in last";
+  EXPECT_EQ(TakeTrace(), "trmceq") << "after its last waker";
 }
 
 TEST_F(RWLockSteps, TheLastReaderWakesTheWriter) {
@@ -627,7 +636,7 @@ TEST_F(RWLockSteps, TheLastReaderWakesTheWriter) {
   End(&b_);
 }
 
-TEST_F(RWLockSteps, ABatchEntersFromTheNewestToTheOldestAndEachCountsItselfFirst) {
+TEST_F(RWLockSteps, ABatchEntersFromNewestToOldestAndEachReaderCountsItselfFirst) {
   Write(&a_);
   plan[1] = [this] {
     const KivRWLockNode* oldest = lock_.readerTail;
@@ -651,7 +660,7 @@ TEST_F(RWLockSteps, ABatchEntersFromTheNewestToTheOldestAndEachCountsItselfFirst
   End(&c_);
 }
 
-TEST_F(RWLockSteps, AWriterPassesTheLockOnWithTheFlagsAsTheyAre) {
+TEST_F(RWLockSteps, AWriterHandsTheLockToTheNextWriterWithTheFlagsUnchanged) {
   Write(&a_);
   plan[1] = [this] {
     End(&a_);
@@ -662,8 +671,8 @@ TEST_F(RWLockSteps, AWriterPassesTheLockOnWithTheFlagsAsTheyAre) {
   End(&b_);
 }
 
-// The next writer has taken the tail and not linked itself yet.
-TEST_F(RWLockSteps, AWriterThatLeavesAwaitsTheLinkOfTheNextAndOpensTheGateForIt) {
+// The next writer has exchanged the tail but has not linked itself yet.
+TEST_F(RWLockSteps, ALeavingWriterWaitsForTheNextWritersLinkAndRunsItsGate) {
   Write(&a_);
   KivRWLockNode* node = lock_.writerTail;
   KivRWLockNode next{};
@@ -684,10 +693,10 @@ TEST_F(RWLockSteps, AWriterThatLeavesAwaitsTheLinkOfTheNextAndOpensTheGateForIt)
   lock_.writerTail = nullptr;
 }
 
-// How a leaving writer waits for that link.
+// How a leaving writer waits for the next writer's link.
 class SuccessorWait : public RWLockSteps {
  protected:
-  // The trace of an end whose successor links itself at letter `until`.
+  // Returns the trace of a release whose successor links itself at letter `until`.
   std::string Leave(size_t until) {
     Write(&a_);
     KivRWLockNode* node = lock_.writerTail;
@@ -715,13 +724,13 @@ TEST_F(SuccessorWait, SpinsItsBudgetAndYields) {
   EXPECT_EQ(Leave(3), "yyytr");
 }
 
-TEST_F(SuccessorWait, OnlyPausesOnALockThatDoesNotAllowBlocking) {
+TEST_F(SuccessorWait, OnlySpinsOnALockThatForbidsBlocking) {
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = 2;
   EXPECT_EQ(Leave(300), std::string(300, 'p') + "tr");
 }
 
-// The next thread may be done with the lock, and the lock with it, while this one still leaves.
-TEST_F(RWLockSteps, AThreadThatLeavesDoesNotLookAtTheLockOnceTheNextIsIn) {
+// The next thread may release and destroy the lock while this thread is still in its release.
+TEST_F(RWLockSteps, ALeavingThreadDoesNotReadTheLockAfterWakingTheNext) {
   for (const uint32_t mode : {KIV_RWLOCK_WRITE, KIV_RWLOCK_READ}) {
     SCOPED_TRACE(mode);
     KivRWLock other;
@@ -730,7 +739,7 @@ TEST_F(RWLockSteps, AThreadThatLeavesDoesNotLookAtTheLockOnceTheNextIsIn) {
     EXPECT_EQ(start(nullptr, &a_, &other), KIV_ST_OK);
     Forget();
     plan[1] = [&] { EXPECT_EQ(KivSdEndRW(nullptr, &a_, &other), KIV_ST_OK); };
-    // The wake mutex given back: the writer is in, and ends the lock.
+    // Once the wake mutex is released, the writer is inside and destroys the lock.
     onLetter = [&](char letter) {
       if (letter == 'r') std::memset(static_cast<void*>(&other), 0x7F, sizeof other);
     };
@@ -743,8 +752,8 @@ TEST_F(RWLockSteps, AThreadThatLeavesDoesNotLookAtTheLockOnceTheNextIsIn) {
   }
 }
 
-// A batch that is forming goes before a writer whose gate finds it.
-TEST_F(RWLockSteps, AWriterLeavesItsTurnToABatchThatForms) {
+// A forming batch enters before a writer whose gate finds it.
+TEST_F(RWLockSteps, AWriterLetsAFormingBatchEnterFirst) {
   lock_.countAndFlags = 4;
   plan[1] = [this] {
     EXPECT_EQ(lock_.countAndFlags, 4u | 1u) << "interested, and not active";
@@ -757,13 +766,13 @@ TEST_F(RWLockSteps, AWriterLeavesItsTurnToABatchThatForms) {
   End(&a_);
 }
 
-// Whatever mark of a writer a first reader finds, it awaits the writer's gate.
-TEST_F(RWLockSteps, AReaderWaitsForAWriterThatIsInterestedAndForOneThatIsActive) {
+// If the first reader of a batch finds either flag of a writer, it waits for the writer's gate.
+TEST_F(RWLockSteps, AReaderWaitsForAnInterestedOrActiveWriter) {
   for (const uint64_t writer : {1u, 2u, 3u}) {
     lock_.countAndFlags = writer;
     plan[1] = [this, writer] {
       EXPECT_EQ(lock_.countAndFlags, 4u | writer);
-      // As a gate does.
+      // What the gate does.
       lock_.countAndFlags = 8;
       std::exchange(lock_.readerTail, nullptr)->blocked.store(0);
     };
@@ -773,7 +782,7 @@ TEST_F(RWLockSteps, AReaderWaitsForAWriterThatIsInterestedAndForOneThatIsActive)
   }
 }
 
-// Does something once, as soon as the lock's word has a value.
+// Runs the action once, as soon as the lock's word has the given value.
 void Once(const KivRWLock& lock, uint64_t word, std::function<void()> action) {
   onAccess = [&lock, word, action = std::move(action), done = false]() mutable {
     if (done || lock.countAndFlags != word) return;
@@ -782,8 +791,8 @@ void Once(const KivRWLock& lock, uint64_t word, std::function<void()> action) {
   };
 }
 
-// The gate looks at the flags as its addition found them.
-TEST_F(RWLockSteps, ABatchMakesAWriterActiveThatWasInterestedBefore) {
+// The gate uses the flags that its addition returned.
+TEST_F(RWLockSteps, ABatchMakesAnAlreadyInterestedWriterActive) {
   bool came = false;
   Once(lock_, 4, [&] {
     lock_.countAndFlags = 4 | 1;
@@ -796,7 +805,7 @@ TEST_F(RWLockSteps, ABatchMakesAWriterActiveThatWasInterestedBefore) {
   End(&a_);
 }
 
-TEST_F(RWLockSteps, ABatchLeavesAWriterAloneThatComesBehindItsGate) {
+TEST_F(RWLockSteps, ABatchIgnoresAWriterThatComesAfterItsGate) {
   bool came = false;
   Once(lock_, 8, [&] {
     lock_.countAndFlags = 8 | 1;
@@ -809,8 +818,8 @@ TEST_F(RWLockSteps, ABatchLeavesAWriterAloneThatComesBehindItsGate) {
   End(&a_);
 }
 
-// A batch has formed: it enters, and the next writer awaits its last reader.
-TEST_F(RWLockSteps, AWriterThatLeavesLetsTheBatchInBeforeAWriterThatIsNotLinkedYet) {
+// The batch enters, and the next writer waits for the batch's last reader.
+TEST_F(RWLockSteps, ALeavingWriterAdmitsTheBatchBeforeAnUnlinkedWriter) {
   Write(&a_);
   lock_.countAndFlags |= 4;
   KivRWLockNode* node = lock_.writerTail;
@@ -834,5 +843,5 @@ TEST_F(RWLockSteps, AWriterThatLeavesLetsTheBatchInBeforeAWriterThatIsNotLinkedY
 
 }  // namespace
 
-// Nothing is measured here.
+// Replaces the measurement.
 uint32_t KivGetSpinUpperLimit(int32_t* /*limit*/) { return KIV_ST_OK; }

@@ -1,5 +1,5 @@
-// What giving back a lightweight spinlock of tickets does behind its assertion, when the runtime's
-// routine returns: a debugger may have told it to.
+// What the release of a lightweight ticket spinlock does after its assertion if the runtime's
+// assertion routine returns, for example under a debugger.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -30,7 +30,7 @@ struct Assertion {
 
 const Assertion kNotTheOwner = {L"ThdId == pLWLockticket->ThdId", L"sd/sdlwsync", 302};
 
-// The runtime's routine for wide text takes note and returns.
+// Replaces the runtime's wide-character assertion routine: records the call and returns.
 class Assertions {
  public:
   Assertions() { raised_.clear(); }
@@ -62,7 +62,7 @@ class WordRelease : public TicketRelease {};
 INSTANTIATE_TEST_SUITE_P(Design, TicketRelease, testing::Values(kTicket), kiv::test::DesignName);
 INSTANTIATE_TEST_SUITE_P(Design, WordRelease, testing::Values(kTestAndSet), kiv::test::DesignName);
 
-TEST_P(TicketRelease, OfTheHolderRaisesNothing) {
+TEST_P(TicketRelease, ByTheHolderRaisesNoAssertion) {
   KivSdLWSpinlockAcquire(&lock_);
   KivSdLWSpinlockAcquire(&lock_);
   KivSdLWSpinlockRelease(&lock_);
@@ -70,7 +70,7 @@ TEST_P(TicketRelease, OfTheHolderRaisesNothing) {
   EXPECT_TRUE(Assertions::Take().empty());
 }
 
-TEST_P(TicketRelease, OfAnotherGoesOnAndCountsAndFrees) {
+TEST_P(TicketRelease, ByAnotherThreadContinuesAfterTheAssertion) {
   std::thread([this] {
     KivSdLWSpinlockAcquire(&lock_);
     KivSdLWSpinlockAcquire(&lock_);
@@ -87,12 +87,12 @@ TEST_P(TicketRelease, OfAnotherGoesOnAndCountsAndFrees) {
   EXPECT_EQ(Owner(), 0u);
   EXPECT_EQ(Serving(), 1);
   KivSdLWSpinlockAcquire(&lock_);
-  EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 1) << "free for the next";
+  EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 1) << "free again";
   KivSdLWSpinlockRelease(&lock_);
   EXPECT_TRUE(Assertions::Take().empty());
 }
 
-TEST_P(TicketRelease, OfAFreeLockGoesOnAndLeavesTheTurnAlone) {
+TEST_P(TicketRelease, OfAFreeLockContinuesAndLeavesTheServingCounterAlone) {
   KivSdLWSpinlockRelease(&lock_);
   EXPECT_EQ(Assertions::Take(), std::vector<Assertion>{kNotTheOwner});
   EXPECT_EQ(Count(), -1);
@@ -106,7 +106,7 @@ TEST_P(TicketRelease, OfAFreeLockGoesOnAndLeavesTheTurnAlone) {
   EXPECT_EQ(Serving(), 1);
 }
 
-TEST_P(WordRelease, OfWhateverThreadRaisesNothing) {
+TEST_P(WordRelease, ByAnyThreadRaisesNoAssertion) {
   KivSdLWSpinlockRelease(&lock_);
   std::thread([this] { KivSdLWSpinlockAcquire(&lock_); }).join();
   KivSdLWSpinlockRelease(&lock_);

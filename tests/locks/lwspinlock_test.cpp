@@ -1,5 +1,5 @@
 // Lightweight spinlocks, both designs: layout, reentrance, exclusion, order of entry, and the
-// assertion against giving back what another thread holds.
+// assertion against releasing another thread's lock.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -142,7 +142,7 @@ TEST(LWSpinlockDesign, IsTicketsForEveryFlagButZero) {
   KivSdSetHardwareAcceleration(0);
 }
 
-TEST_P(LWSpinlock, IsHeldUntilGivenBackAsOftenAsTaken) {
+TEST_P(LWSpinlock, IsHeldUntilReleasedAsOftenAsAcquired) {
   EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 0);
   for (int32_t depth = 1; depth <= 3; ++depth) {
     KivSdLWSpinlockAcquire(&lock_);
@@ -170,7 +170,7 @@ TEST_P(LWSpinlock, OwnerIsTheCallingThreadOnly) {
   KivSdLWSpinlockRelease(&lock_);
 }
 
-TEST_P(LWSpinlock, TakesAndGivesBackNoMemory) {
+TEST_P(LWSpinlock, AllocatesAndFreesNoMemory) {
   const BlockCount count;
   for (int round = 0; round < 100; ++round) {
     KivSdLWSpinlock lock;
@@ -185,7 +185,7 @@ TEST_P(LWSpinlock, TakesAndGivesBackNoMemory) {
   EXPECT_EQ(count.freed(), 0u);
 }
 
-TEST_P(WordLWSpinlock, AReleaseBeforeTheFirstEntryLeavesTheCountBelowZero) {
+TEST_P(WordLWSpinlock, AReleaseBeforeTheFirstAcquireLeavesTheCountBelowZero) {
   KivSdLWSpinlockRelease(&lock_);
   EXPECT_EQ(Count(), -1);
   EXPECT_FALSE(IsHeld());
@@ -196,7 +196,7 @@ TEST_P(WordLWSpinlock, AReleaseBeforeTheFirstEntryLeavesTheCountBelowZero) {
   EXPECT_FALSE(IsHeld());
 }
 
-// Unlike a spinlock on the heap, which is freed at 0 or below.
+// Unlike a heap-allocated spinlock, which is freed at 0 or below.
 TEST_P(WordLWSpinlock, IsFreedAtExactlyZero) {
   KivSdLWSpinlockAcquire(&lock_);
   FieldOf<int16_t>(&lock_, 8) = 0;
@@ -215,7 +215,7 @@ TEST_P(TicketLWSpinlock, IsFreedAtExactlyZero) {
   EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 1);
 }
 
-TEST_P(WordLWSpinlock, IsGivenBackByAnyThread) {
+TEST_P(WordLWSpinlock, CanBeReleasedByAnyThread) {
   std::thread([this] { KivSdLWSpinlockAcquire(&lock_); }).join();
   EXPECT_TRUE(IsHeld());
   KivSdLWSpinlockRelease(&lock_);
@@ -223,7 +223,7 @@ TEST_P(WordLWSpinlock, IsGivenBackByAnyThread) {
   EXPECT_EQ(Owner(), 0u);
 }
 
-TEST_P(WordLWSpinlock, HeldTwiceStaysItsHoldersWhenAnotherThreadGivesItBackOnce) {
+TEST_P(WordLWSpinlock, HeldTwiceStaysHeldAfterOneReleaseByAnotherThread) {
   KivSdLWSpinlockAcquire(&lock_);
   KivSdLWSpinlockAcquire(&lock_);
   std::thread([this] { KivSdLWSpinlockRelease(&lock_); }).join();
@@ -245,14 +245,14 @@ TEST_P(WordLWSpinlock, CountHas16Bits) {
   KivSdLWSpinlockAcquire(&lock_);
   EXPECT_EQ(Count(), 0);
   EXPECT_EQ(Field<uint16_t>(kBehindCount), 0u) << "no carry";
-  // A count of 65536 is a count of 0: one more taking is undone by one release.
+  // 65536 acquisitions leave a count of 0: one release undoes one more acquisition.
   KivSdLWSpinlockAcquire(&lock_);
   KivSdLWSpinlockRelease(&lock_);
   EXPECT_FALSE(IsHeld());
   EXPECT_EQ(Field<uint16_t>(kBehindCount), 0u);
 }
 
-TEST(LWSpinlockAssertion, MustNotBeGivenBackByAThreadThatDoesNotHoldIt) {
+TEST(LWSpinlockAssertion, FailsOnReleaseByAThreadThatDoesNotHoldTheLock) {
   KivSdSetHardwareAcceleration(1);
   KivSdLWSpinlock lock;
   KivSdLWSpinlockInit(&lock);
@@ -267,7 +267,7 @@ TEST(LWSpinlockAssertion, MustNotBeGivenBackByAThreadThatDoesNotHoldIt) {
 // ---- Several threads ----
 
 TEST_P(LWSpinlock, AdmitsOneThreadAtATime) {
-  constexpr uint32_t kRoundsOfTwo = 1000;  // the fewer the more threads: handing over takes turns
+  constexpr uint32_t kRoundsOfTwo = 1000;  // for 2 threads; fewer for more, as handovers take time
   for (const int32_t budget : {0, 200}) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
     for (const uint32_t threads : {2u, 3u, 8u, 16u}) {
@@ -292,7 +292,7 @@ TEST_P(LWSpinlock, AdmitsOneThreadAtATime) {
   }
 }
 
-TEST_P(TicketLWSpinlock, AdmitsThreadsInTheOrderTheyCame) {
+TEST_P(TicketLWSpinlock, AdmitsThreadsInOrderOfArrival) {
   constexpr int32_t kWaiters = 5;
   std::vector<int32_t> order;  // guarded by the lock
   std::vector<std::thread> threads;
@@ -310,7 +310,7 @@ TEST_P(TicketLWSpinlock, AdmitsThreadsInTheOrderTheyCame) {
   EXPECT_EQ(order, (std::vector<int32_t>{0, 1, 2, 3, 4}));
 }
 
-// Each thread has a lock of its own: what is asked is the fence alone.
+// Each thread has its own lock, so only the fence is tested.
 class LWSpinlockFence : public LWSpinlock {
  protected:
   LWSpinlockFence() { EXPECT_EQ(KivSdLWSpinlockInit(&other_), 0u); }
@@ -322,7 +322,7 @@ class LWSpinlockFence : public LWSpinlock {
 INSTANTIATE_TEST_SUITE_P(Design, LWSpinlockFence, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(LWSpinlockFence, IsMadeByTaking) {
+TEST_P(LWSpinlockFence, IsMadeByAcquire) {
   bool taken[2] = {};
   EXPECT_EQ(BothMissed(
                 [&](uint32_t number) {
@@ -335,14 +335,14 @@ TEST_P(LWSpinlockFence, IsMadeByTaking) {
             0);
 }
 
-TEST_P(LWSpinlockFence, IsMadeByGivingBack) {
+TEST_P(LWSpinlockFence, IsMadeByRelease) {
   EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdLWSpinlockAcquire(LockOf(number)); },
                        [this](uint32_t number) { KivSdLWSpinlockRelease(LockOf(number)); }),
             0);
 }
 
-// The 32-bit ticket turns negative while the 64-bit turn goes on upwards.
-TEST_P(TicketLWSpinlock, GrantsNoMoreEntriesAfterTwoToThe31st) {
+// The 32-bit ticket becomes negative while the 64-bit serving counter keeps growing.
+TEST_P(TicketLWSpinlock, GrantsNoEntryAfterTwoToThe31st) {
   FieldOf<int32_t>(&lock_, kNext) = INT32_MAX;
   FieldOf<int64_t>(&lock_, kServing) = INT32_MAX;
   KivSdLWSpinlockAcquire(&lock_);
@@ -353,7 +353,7 @@ TEST_P(TicketLWSpinlock, GrantsNoMoreEntriesAfterTwoToThe31st) {
   std::thread late([this] { KivSdLWSpinlockAcquire(&lock_); });
   Await([this] { return Field<int32_t>(kNext) == INT32_MIN + 1; });
   EXPECT_EQ(Owner(), 0u);
-  FieldOf<int64_t>(&lock_, kServing) = INT32_MIN;  // lets the thread go
+  FieldOf<int64_t>(&lock_, kServing) = INT32_MIN;  // ends the thread's wait
   late.join();
   EXPECT_EQ(Count(), 1);
   EXPECT_NE(Owner(), 0u);

@@ -1,4 +1,4 @@
-// The reader-writer lock when memory is short, and when the kernel's objects cannot be made.
+// The reader-writer lock when memory is short, and when kernel objects cannot be made.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -18,7 +18,7 @@ using kiv::test::ScriptedImport;
 
 constexpr uint32_t kNoMemory = 8;
 
-// The allocation behind so many that succeed fails, and no other.
+// Only the allocation after `passFirst` successful ones fails.
 Script FailingAfter(uint32_t passFirst) {
   return {.result = 0, .error = kNoMemory, .passFirst = passFirst, .failCount = 1};
 }
@@ -53,7 +53,7 @@ class RWLockFailure : public testing::TestWithParam<uint32_t> {
     EXPECT_EQ(KivSdOwnerRW(nullptr, &table_, &lock_), mode == KIV_RWLOCK_FREE ? 0 : 1);
   }
 
-  // A taking that fails at an allocation leaves the lock as it was; the next one succeeds.
+  // An acquire whose allocation fails leaves the lock unchanged; the next acquire succeeds.
   void StartFailsThenSucceeds(uint32_t passFirst) {
     KivRWLock before;
     std::memcpy(&before, &lock_, sizeof(before));
@@ -74,7 +74,7 @@ class RWLockFailure : public testing::TestWithParam<uint32_t> {
   KivRWLockTable table_{};
 };
 
-TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
+TEST_P(RWLockFailure, IsNotTakenWithoutMemoryForANode) {
   {
     const ScriptedImport malloc("malloc", FailingAfter(0));
     EXPECT_EQ(Start(), KIV_ST_OUT_OF_MEMORY);
@@ -86,7 +86,7 @@ TEST_P(RWLockFailure, WithoutMemoryForANodeTakesNothing) {
   StartFailsThenSucceeds(0);
 }
 
-TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothingAndKeepsNoNode) {
+TEST_P(RWLockFailure, IsNotTakenAndKeepsNoNodeWithoutMemoryForTheActiveLists) {
   {
     const ScriptedImport malloc("malloc", FailingAfter(1));
     const ScriptedImport free("free", {.failCount = 0});
@@ -104,7 +104,7 @@ TEST_P(RWLockFailure, WithoutMemoryForTheActiveListsTakesNothingAndKeepsNoNode) 
   EXPECT_EQ(table_.free[3]->listLink, nullptr) << "one node and no other";
 }
 
-TEST_P(RWLockFailure, WithoutMemoryForTheFreeListsIsGivenBackAllTheSame) {
+TEST_P(RWLockFailure, IsReleasedEvenWithoutMemoryForTheFreeLists) {
   ASSERT_EQ(Start(), KIV_ST_OK);
   ASSERT_EQ(Start(), KIV_ST_OK);
   {
@@ -123,7 +123,7 @@ TEST_P(RWLockFailure, WithoutMemoryForTheFreeListsIsGivenBackAllTheSame) {
   EXPECT_EQ(node->mode, KIV_RWLOCK_FREE);
   EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
 
-  // The node serves again, and goes to the free lists when there is memory for them.
+  // The node is reused, and moves to the free lists once there is memory for them.
   const ScriptedImport malloc("malloc", {.failCount = 0});
   EXPECT_EQ(Start(), KIV_ST_OK);
   EXPECT_TRUE(malloc.calls().empty());
@@ -135,7 +135,7 @@ TEST_P(RWLockFailure, WithoutMemoryForTheFreeListsIsGivenBackAllTheSame) {
   EXPECT_EQ(table_.free[3], node);
 }
 
-TEST_P(RWLockFailure, ANodeThatStayedActiveMayTakeTheOtherMode) {
+TEST_P(RWLockFailure, ANodeThatStayedActiveCanTakeTheOtherMode) {
   ASSERT_EQ(Start(), KIV_ST_OK);
   {
     const ScriptedImport malloc("malloc", FailingAfter(0));
@@ -175,7 +175,7 @@ TEST_P(RWLockFailure, MakesItsNodeWithThreeKernelObjectsAndClosesThem) {
   EXPECT_EQ(close.calls().size(), 3u);
 }
 
-TEST_P(RWLockFailure, WithoutAKernelObjectIsTakenAndGivenBack) {
+TEST_P(RWLockFailure, IsTakenAndReleasedWithoutAKernelObject) {
   for (const char* making : kMakings) {
     SCOPED_TRACE(making);
     {
@@ -189,8 +189,8 @@ TEST_P(RWLockFailure, WithoutAKernelObjectIsTakenAndGivenBack) {
   }
 }
 
-// The waiter would sleep at once, on a node that lacks one of the objects.
-TEST_P(RWLockFailure, WithoutAKernelObjectAWaiterStillEnters) {
+// The waiter should sleep at once, but its node lacks one of the objects.
+TEST_P(RWLockFailure, AWaiterEntersEvenWithoutAKernelObject) {
   for (const char* making : kMakings) {
     SCOPED_TRACE(making);
     lock_.readerSpinLoops = lock_.writerSpinLoops = 0;
@@ -212,7 +212,7 @@ TEST_P(RWLockFailure, WithoutAKernelObjectAWaiterStillEnters) {
            own->queueLink.load() == nullptr) {
       std::this_thread::yield();
     }
-    // Time to fall asleep, if it does; the outcome is the same if it does not.
+    // Leaves the waiter time to fall asleep; the outcome is the same if it does not.
     for (int i = 0; i < 200; ++i) Sleep(0);
     EXPECT_FALSE(inside.load());
     EXPECT_EQ(End(), KIV_ST_OK);
@@ -223,7 +223,8 @@ TEST_P(RWLockFailure, WithoutAKernelObjectAWaiterStillEnters) {
 
 // ---- Sleeping and waking ----
 
-// The calls by which a thread sleeps and is woken. The first so many sleeps fail and do nothing.
+// Records the calls by which a thread sleeps and is woken. The first `failing` sleeps fail without
+// sleeping.
 class Sleeping {
  public:
   explicit Sleeping(uint32_t failing = 0) {
@@ -234,11 +235,11 @@ class Sleeping {
     originalWake_ = wake_.original();
   }
 
-  // Those that have begun.
+  // Calls that have begun.
   static uint32_t sleeps() { return sleeps_; }
   static uint32_t wakes() { return wakes_; }
 
-  // The arguments of the last call of each.
+  // Arguments of the last sleep and the last wake-up.
   static inline std::atomic<HANDLE> mutex;
   static inline std::atomic<HANDLE> semaphore;
   static inline std::atomic<HANDLE> raised;
@@ -274,12 +275,12 @@ class Sleeping {
   ImportPatch wake_{"ReleaseSemaphore", reinterpret_cast<void*>(&Wake)};
 };
 
-// A thread of the test's mode that waits while the test writes.
+// A thread that waits in the test's mode while the test holds the lock for writing.
 class RWLockSleep : public RWLockFailure {
  protected:
   void SetUp() override {
     RWLockFailure::SetUp();
-    lock_.readerSpinLoops = lock_.writerSpinLoops = 0;  // asleep at once
+    lock_.readerSpinLoops = lock_.writerSpinLoops = 0;  // sleeps at once
     ASSERT_EQ(KivSdStartWrite(nullptr, &table_, &lock_), KIV_ST_OK);
   }
 
@@ -313,7 +314,7 @@ class RWLockSleep : public RWLockFailure {
   std::thread waiter_;
 };
 
-TEST_P(RWLockSleep, EndsByOneRaiseOfTheThreadsOwnSemaphore) {
+TEST_P(RWLockSleep, EndsWithOneReleaseOfTheThreadsOwnSemaphore) {
   const Sleeping sleeping;
   StartWaiting();
   AwaitSleeps(1);
@@ -323,7 +324,7 @@ TEST_P(RWLockSleep, EndsByOneRaiseOfTheThreadsOwnSemaphore) {
   EXPECT_EQ(Sleeping::raised.load(), Sleeping::semaphore.load());
 }
 
-TEST_P(RWLockSleep, ThatFailsIsTriedAgainWhileTheThreadMustWait) {
+TEST_P(RWLockSleep, IsRetriedAfterAFailureWhileTheThreadMustWait) {
   constexpr uint32_t kFailing = 3;
   const Sleeping sleeping(kFailing);
   StartWaiting();
@@ -333,8 +334,9 @@ TEST_P(RWLockSleep, ThatFailsIsTriedAgainWhileTheThreadMustWait) {
   EXPECT_EQ(Sleeping::wakes(), 1u);
 }
 
-// Without the mutex there is no falling asleep: each try takes it twice, and the third gets it.
-TEST_P(RWLockSleep, IsTriedAgainWhenTheWakeMutexCannotBeTaken) {
+// The sleep itself fails unless the thread holds the wake mutex. Each attempt takes the mutex
+// twice, and the third attempt succeeds.
+TEST_P(RWLockSleep, IsRetriedWhenTheWakeMutexCannotBeTaken) {
   const Sleeping sleeping;
   const ScriptedImport taking(
       "WaitForSingleObject",

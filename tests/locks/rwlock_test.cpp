@@ -1,7 +1,7 @@
-// The reader-writer lock: who enters when, what each thread knows of it, and where nodes go.
+// The reader-writer lock: order of entry, mode and ownership per thread, and the life of nodes.
 //
-// The order of arrivals is made certain by watching the lock's own fields: a thread counts as
-// queued once the lock shows it, and the test goes on only then.
+// The tests control the order of arrival by watching the lock's own fields: a test continues only
+// after these fields show that a thread is queued.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -31,14 +31,14 @@ constexpr uint64_t kWriters = kWriterInterested | kWriterActive;
 constexpr uint64_t kReaderInterested = 4;
 constexpr uint64_t kReader = 8;
 
-// How the threads that wait for a lock do so.
+// How threads wait for a lock.
 struct Waiting {
   const char* name;
   uint8_t blockingAllowed;
   int32_t spinLoops;
   int32_t spinYields;
   int32_t waitLoops;
-  uint32_t mostThreads;  // that do not starve each other on a small machine
+  uint32_t mostThreads;  // more would starve each other on a small machine
 };
 
 const Waiting kSpinsThenSleeps = {"SpinsThenSleeps", 1, 1, 0, 1, 16};
@@ -77,7 +77,7 @@ void ExpectFree(const KivRWLock& lock) {
   EXPECT_EQ(WriterTail(lock), nullptr);
 }
 
-// Waits for what another thread is about to do.
+// Waits until another thread makes the condition true; fails after kLimitMs.
 template <typename Condition>
 void Await(const char* what, Condition holds) {
   const Stopwatch watch;
@@ -98,7 +98,7 @@ uint32_t Start(KivRWLockTable* table, KivRWLock* lock, uint32_t mode) {
 
 constexpr uint32_t kNotYet = UINT32_MAX;
 
-// A thread that takes the lock, draws a number inside, and gives the lock back when it is told.
+// A thread that takes the lock, draws a number inside, and releases the lock on Leave.
 class Visitor {
  public:
   Visitor(KivRWLock* lock, uint32_t mode, std::atomic<uint32_t>* numbers)
@@ -109,10 +109,10 @@ class Visitor {
 
   bool IsInside() const { return number_.load() != kNotYet; }
 
-  // Which one it was to enter, from 0.
+  // Position in the order of entry, from 0.
   uint32_t number() const { return number_.load(); }
 
-  // Tells the thread to leave, once it is inside, and waits for its end.
+  // Lets the thread leave once it is inside, and joins it.
   void Leave() {
     mayLeave_.store(true);
     if (thread_.joinable()) thread_.join();
@@ -156,7 +156,7 @@ class RWLock : public testing::Test {
     return std::make_unique<Visitor>(&lock_, mode, &numbers_);
   }
 
-  // A writer that has come behind another, which it has linked itself to, or behind readers.
+  // Returns a writer that is queued: linked to the writer before it, or waiting for readers.
   std::unique_ptr<Visitor> QueueWriter() {
     const KivRWLockNode* before = WriterTail(lock_);
     auto writer = Send(KIV_RWLOCK_WRITE);
@@ -168,7 +168,7 @@ class RWLock : public testing::Test {
     return writer;
   }
 
-  // A reader that has come while a writer waits or works.
+  // Returns a reader that is queued while a writer waits or is inside.
   std::unique_ptr<Visitor> QueueReader() {
     const KivRWLockNode* before = ReaderTail(lock_);
     auto reader = Send(KIV_RWLOCK_READ);
@@ -230,7 +230,7 @@ TEST_F(RWLock, IsHeldForWritingUntilTheLastEnd) {
   EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
 }
 
-TEST_F(RWLock, MayBeReadByItsWriterWhoStaysItsWriter) {
+TEST_F(RWLock, StaysHeldForWritingWhenItsWriterAlsoReads) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   EXPECT_EQ(StartRead(), KIV_ST_OK);
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
@@ -254,7 +254,7 @@ TEST_F(RWLock, IsNotUpgradedAndStaysHeldForReading) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
-TEST_F(RWLock, IsNotEndedByWhoNeverStarted) {
+TEST_F(RWLock, CannotBeReleasedByAThreadThatDoesNotHoldIt) {
   EXPECT_EQ(End(), KIV_ST_MUTEX_CLEAR);
   EXPECT_EQ(table_.active, nullptr);
   EXPECT_EQ(StartRead(), KIV_ST_OK);
@@ -267,7 +267,7 @@ TEST_F(RWLock, IsNotEndedByWhoNeverStarted) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
-TEST_F(RWLock, BelongsToTheThreadWhoseTableSaysSo) {
+TEST_F(RWLock, IsOwnedByTheThreadWhoseTableHoldsItsNode) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   const KivRWLockTable other{};
   EXPECT_EQ(KivSdOwnerRW(nullptr, &other, &lock_), 0);
@@ -277,7 +277,7 @@ TEST_F(RWLock, BelongsToTheThreadWhoseTableSaysSo) {
 
 // ---- Nodes ----
 
-TEST_F(RWLock, GivesItsLimitsToANodeWhenThatIsMade) {
+TEST_F(RWLock, CopiesItsLimitsIntoEachNewNode) {
   lock_.readerSpinLoops = 11;
   lock_.writerSpinLoops = 12;
   lock_.readerSpinYields = 13;
@@ -299,7 +299,7 @@ TEST_F(RWLock, GivesItsLimitsToANodeWhenThatIsMade) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
-TEST_F(RWLock, LendsOneNodeToAThreadAgainAndAgain) {
+TEST_F(RWLock, ReusesOneNodePerThread) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   KivRWLockNode* node = WriterTail(lock_);
   EXPECT_EQ(table_.active[0], node);
@@ -312,7 +312,7 @@ TEST_F(RWLock, LendsOneNodeToAThreadAgainAndAgain) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
-TEST_F(RWLock, AllocatesNothingOnceAThreadHasHeldIt) {
+TEST_F(RWLock, AllocatesNothingAfterAThreadHasHeldItOnce) {
   EXPECT_EQ(StartRead(), KIV_ST_OK);
   EXPECT_EQ(End(), KIV_ST_OK);
   const BlockCount count;
@@ -326,7 +326,7 @@ TEST_F(RWLock, AllocatesNothingOnceAThreadHasHeldIt) {
   EXPECT_EQ(count.freed(), 0u);
 }
 
-TEST_F(RWLock, TablesOfAThreadAreFreedWithAllNodes) {
+TEST_F(RWLock, FreeQNodesFreesTheTableAndAllNodes) {
   const BlockCount count;
   KivRWLock locks[4];
   for (int32_t i = 0; i < 4; ++i) Init(&locks[i], kSleepsAtOnce, i % 2);
@@ -344,7 +344,7 @@ TEST_F(RWLock, TablesOfAThreadAreFreedWithAllNodes) {
   EXPECT_EQ(End(), KIV_ST_OK);
 }
 
-TEST_F(RWLock, NodesOfLocksThatAreHeldAreFreedToo) {
+TEST_F(RWLock, FreeQNodesAlsoFreesNodesOfHeldLocks) {
   KivRWLock locks[3];
   for (KivRWLock& lock : locks) Init(&lock, kSleepsAtOnce, 2);
   const BlockCount count;
@@ -356,7 +356,7 @@ TEST_F(RWLock, NodesOfLocksThatAreHeldAreFreedToo) {
   EXPECT_EQ(KivSdEndRW(nullptr, &table_, &locks[0]), KIV_ST_MUTEX_CLEAR);
 }
 
-TEST_F(RWLock, PutsANodeBeforeTheOthersOfItsSlot) {
+TEST_F(RWLock, AddsANodeInFrontOfItsSlot) {
   KivRWLock locks[3];
   for (KivRWLock& lock : locks) Init(&lock, kSleepsAtOnce, 4);
   for (KivRWLock& lock : locks) {
@@ -383,7 +383,7 @@ TEST_F(RWLock, CountsReadersInTheLowHalfOfItsWordOnly) {
   lock_.countAndFlags = 0;
 }
 
-TEST_F(RWLock, OthersInItsSlotAndInOtherSlotsAreKeptApart) {
+TEST_F(RWLock, NodesOfOtherLocksInAllSlotsAreKeptApart) {
   KivRWLock locks[2 * KIV_RWLOCK_SLOTS];
   constexpr int32_t kCount = 2 * KIV_RWLOCK_SLOTS;
   const auto modeOf = [](int32_t i) { return i % 3 == 0 ? KIV_RWLOCK_WRITE : KIV_RWLOCK_READ; };
@@ -394,7 +394,7 @@ TEST_F(RWLock, OthersInItsSlotAndInOtherSlotsAreKeptApart) {
     for (int32_t i = 0; i < kCount; ++i) {
       EXPECT_EQ(Start(&table_, &locks[i], modeOf(i)), KIV_ST_OK);
     }
-    // Those in the middle of the lists first.
+    // Nodes in the middle of the lists first.
     for (int32_t i = 0; i < kCount; ++i) {
       KivRWLock& lock = locks[(i + 5) % kCount];
       EXPECT_EQ(KivSdModeRW(nullptr, &table_, &lock), modeOf((i + 5) % kCount));
@@ -406,8 +406,8 @@ TEST_F(RWLock, OthersInItsSlotAndInOtherSlotsAreKeptApart) {
   }
 }
 
-// Warmed up, threads take and give back without memory, however they meet.
-TEST_F(RWLock, AllocatesNothingForThreadsThatWaitForEachOther) {
+// Once each thread has used the lock, contention needs no further memory.
+TEST_F(RWLock, AllocatesNothingWhenWarmedUpThreadsContend) {
   constexpr uint32_t kThreads = 4;
   KivRWLockTable tables[kThreads]{};
   for (KivRWLockTable& table : tables) {
@@ -457,7 +457,7 @@ TEST_F(RWLock, LetsAWriterInWhenTheLastReaderLeaves) {
   writer->Leave();
 }
 
-TEST_F(RWLock, AReaderThatComesWhileAWriterWaitsGoesBehindIt) {
+TEST_F(RWLock, AReaderQueuesBehindAWaitingWriter) {
   EXPECT_EQ(StartRead(), KIV_ST_OK);
   const auto writer = QueueWriter();
   const auto reader = QueueReader();
@@ -493,14 +493,14 @@ TEST_F(RWLock, ReadersBehindAWriterEnterTogether) {
   EXPECT_EQ(Word(lock_), kReaderInterested | kWriters);
   EXPECT_EQ(numbers_.load(), 0u);
   EXPECT_EQ(End(), KIV_ST_OK);
-  // None has left when the last has come in.
+  // No reader has left when the last one enters.
   for (const auto& reader : readers) AWAIT(reader->IsInside());
   EXPECT_EQ(Word(lock_), 4 * kReader);
   EXPECT_EQ(ReaderTail(lock_), nullptr);
   for (const auto& reader : readers) reader->Leave();
 }
 
-TEST_F(RWLock, PassesFromWriterToWriterBeforeReadersThatCameBetween) {
+TEST_F(RWLock, PassesFromWriterToWriterBeforeReadersThatArrivedBetween) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   const auto readerOne = QueueReader();
   const auto writerOne = QueueWriter();
@@ -522,7 +522,7 @@ TEST_F(RWLock, PassesFromWriterToWriterBeforeReadersThatCameBetween) {
   readerTwo->Leave();
 }
 
-TEST_F(RWLock, LetsWritersInAsTheyCame) {
+TEST_F(RWLock, AdmitsWritersInOrderOfArrival) {
   EXPECT_EQ(StartRead(), KIV_ST_OK);
   std::vector<std::unique_ptr<Visitor>> writers;
   for (int i = 0; i < 6; ++i) writers.push_back(QueueWriter());
@@ -535,7 +535,7 @@ TEST_F(RWLock, LetsWritersInAsTheyCame) {
   }
 }
 
-TEST_F(RWLock, ABatchGoesBeforeAWriterThatComesWhileItWorks) {
+TEST_F(RWLock, AWriterThatComesWhileABatchIsInsideWaitsForItsLastReader) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   const auto readerOne = QueueReader();
   const auto readerTwo = QueueReader();
@@ -549,7 +549,7 @@ TEST_F(RWLock, ABatchGoesBeforeAWriterThatComesWhileItWorks) {
   writer->Leave();
 }
 
-// ---- Every way of waiting ----
+// ---- Every kind of waiting ----
 
 class RWLockWaiting : public testing::TestWithParam<Waiting> {
  protected:
@@ -560,7 +560,7 @@ class RWLockWaiting : public testing::TestWithParam<Waiting> {
 };
 
 // Each kind of waiter behind each kind of holder.
-TEST_P(RWLockWaiting, EndsWhenTheLockIsGivenBack) {
+TEST_P(RWLockWaiting, EndsWhenTheLockIsReleased) {
   std::atomic<uint32_t> numbers{0};
   for (const uint32_t held : {KIV_RWLOCK_READ, KIV_RWLOCK_WRITE}) {
     for (const uint32_t wanted : {KIV_RWLOCK_READ, KIV_RWLOCK_WRITE}) {
@@ -599,7 +599,7 @@ class Stress {
       } else {
         Read(&table, random() % 4 == 0);
       }
-      // A thread may free its nodes as soon as it has left, whoever let it in.
+      // A thread may free its nodes as soon as it has left, even if its waker is not done yet.
       if (random() % 8 == 0) Check(KivRWLockFreeQNodes(&table) == KIV_ST_OK);
     }
     Check(KivRWLockFreeQNodes(&table) == KIV_ST_OK);
@@ -641,7 +641,7 @@ class Stress {
   std::atomic<uint64_t> writes_{0};
 };
 
-TEST_P(RWLockWaiting, KeepsWritersAloneAmongManyThreads) {
+TEST_P(RWLockWaiting, KeepsWritersExclusiveAmongManyThreads) {
   for (const uint32_t threads : {2u, 4u, 8u, 16u}) {
     if (threads > GetParam().mostThreads) break;
     SCOPED_TRACE(threads);

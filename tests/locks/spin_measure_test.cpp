@@ -1,8 +1,8 @@
-// How many rounds the measurement of the spin budget spins, whatever other threads do meanwhile.
+// The number of rounds that the measurement of the spin budget spins, whatever other threads do.
 //
-// The measurement's own source, built with a seam that belongs to the test: every pause of the
-// thread that measures is counted, and the test may store a budget in the middle, as a second
-// thread does that measures at the same time.
+// The measurement's own source is built with a seam made by this test. The test counts every pause
+// of the measuring thread, and may store a budget in the middle, as a second measuring thread
+// would.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -21,7 +21,7 @@ std::thread::id measuring;
 uint32_t pauses = 0;
 std::function<void()> inTheMiddle;
 
-// The pauses of a measurement.
+// Returns the number of pauses in a measurement.
 uint32_t CountPauses(std::function<void()> meanwhile) {
   measuring = std::this_thread::get_id();
   pauses = 0;
@@ -32,19 +32,19 @@ uint32_t CountPauses(std::function<void()> meanwhile) {
   return pauses;
 }
 
-TEST(SpinMeasure, SpinsItsRoundsOnTheBudgetThatItStores) {
+TEST(SpinMeasure, SpinsAllRoundsOnTheBudgetThatItStores) {
   if (KivSdCPUCountGet() == 1) GTEST_SKIP() << "one processor is not measured";
   int32_t meanwhile = 0;
   EXPECT_EQ(CountPauses([&] { meanwhile = KIV_SDSYNC_BUSYSPIN_UPPERLIMIT; }), kRounds);
-  EXPECT_EQ(meanwhile, static_cast<int32_t>(kRounds)) << "others spin as long";
+  EXPECT_EQ(meanwhile, static_cast<int32_t>(kRounds)) << "other threads use this budget";
 }
 
-TEST(SpinMeasure, SpinsItsRoundsWhateverBudgetAnotherThreadStoresMeanwhile) {
+TEST(SpinMeasure, SpinsAllRoundsEvenIfAnotherThreadStoresABudget) {
   if (KivSdCPUCountGet() == 1) GTEST_SKIP() << "one processor is not measured";
   for (const int32_t budget : {0, 3000, 1'000'000, INT32_MIN}) {
     SCOPED_TRACE(budget);
     EXPECT_EQ(CountPauses([budget] { KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget; }), kRounds);
-    EXPECT_NE(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, budget) << "what was measured stands";
+    EXPECT_NE(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, budget) << "the measured budget wins";
   }
 }
 

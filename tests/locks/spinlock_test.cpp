@@ -1,4 +1,4 @@
-// Spinlocks on the heap, both designs: layout, reentrance, exclusion and order of entry.
+// Heap-allocated spinlocks, both designs: layout, reentrance, exclusion and order of entry.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Design, TicketSpinlock, testing::Values(kTicket), kiv::
 
 // ---- Layout ----
 
-TEST_P(Spinlock, IsZeroWhenMadeExceptForTheMarkOfTestAndSet) {
+TEST_P(Spinlock, IsZeroedOnCreationExceptForTheTestAndSetMark) {
   ASSERT_NE(lock_, nullptr);
   for (size_t offset = 0; offset < kRecordBytes; offset += 4) {
     const bool isMark = !UsesTickets() && offset == kMark;
@@ -114,7 +114,7 @@ TEST(SpinlockDesign, IsTicketsForEveryFlagButZero) {
   KivSdSetHardwareAcceleration(0);
 }
 
-TEST_P(Spinlock, IsHeldUntilGivenBackAsOftenAsTaken) {
+TEST_P(Spinlock, IsHeldUntilReleasedAsOftenAsAcquired) {
   for (uint32_t depth = 1; depth <= 3; ++depth) {
     KivSdSpinlockAcquire(lock_, kMe);
     EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), depth);
@@ -131,7 +131,7 @@ TEST_P(Spinlock, IsHeldUntilGivenBackAsOftenAsTaken) {
   EXPECT_EQ(Owner(), 0u);
 }
 
-TEST_P(Spinlock, OwnerIsTheHolderAndNobodyElse) {
+TEST_P(Spinlock, OnlyTheHolderIsTheOwner) {
   EXPECT_EQ(KivSdSpinlockOwner(lock_, 0), 1) << "nobody holds a free lock";
   EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 0);
   KivSdSpinlockAcquire(lock_, kMe);
@@ -143,7 +143,7 @@ TEST_P(Spinlock, OwnerIsTheHolderAndNobodyElse) {
   EXPECT_EQ(KivSdSpinlockOwner(lock_, kMe), 0);
 }
 
-TEST_P(Spinlock, ASurplusReleaseDoesNoHarmAfterTheFirstEntry) {
+TEST_P(Spinlock, ASurplusReleaseDoesNoHarmAfterTheFirstAcquire) {
   KivSdSpinlockAcquire(lock_, kMe);
   for (uint32_t surplus = 0; surplus < 3; ++surplus) {
     KivSdSpinlockRelease(lock_);
@@ -157,7 +157,7 @@ TEST_P(Spinlock, ASurplusReleaseDoesNoHarmAfterTheFirstEntry) {
   EXPECT_FALSE(IsHeld());
 }
 
-TEST_P(WordSpinlock, ASurplusReleaseDoesNoHarmBeforeTheFirstEntryEither) {
+TEST_P(WordSpinlock, ASurplusReleaseDoesNoHarmBeforeTheFirstAcquireEither) {
   KivSdSpinlockRelease(lock_);
   EXPECT_EQ(Count(), -1);
   EXPECT_FALSE(IsHeld());
@@ -166,9 +166,9 @@ TEST_P(WordSpinlock, ASurplusReleaseDoesNoHarmBeforeTheFirstEntryEither) {
   KivSdSpinlockRelease(lock_);
 }
 
-// Giving back passes the turn on, to a ticket that nobody has drawn: the next to come draws the one
-// before and waits for ever.
-TEST_P(TicketSpinlock, AReleaseBeforeTheFirstEntryShutsTheNextOneOut) {
+// The release serves ticket 1 although ticket 0 was never drawn: the next thread draws ticket 0 and
+// waits forever.
+TEST_P(TicketSpinlock, AReleaseBeforeTheFirstAcquireBlocksTheNextAcquire) {
   KivSdSpinlockRelease(lock_);
   EXPECT_EQ(Count(), -1);
   EXPECT_EQ(Field<int64_t>(kServing), 1);
@@ -179,13 +179,13 @@ TEST_P(TicketSpinlock, AReleaseBeforeTheFirstEntryShutsTheNextOneOut) {
     EXPECT_EQ(Owner(), 0u);
     std::this_thread::yield();
   }
-  FieldOf<int64_t>(lock_, kServing) = 0;  // lets the thread go
+  FieldOf<int64_t>(lock_, kServing) = 0;  // ends the thread's wait
   next.join();
   EXPECT_EQ(Owner(), kMe);
   EXPECT_EQ(Count(), 1);
 }
 
-TEST_P(Spinlock, IsFreedUnderItsHolderByWhoeverGivesItBack) {
+TEST_P(Spinlock, IsFreedUnderItsHolderByAnyThreadsRelease) {
   KivSdSpinlockAcquire(lock_, kMe);
   std::thread([this] { KivSdSpinlockRelease(lock_); }).join();
   EXPECT_FALSE(IsHeld());
@@ -195,7 +195,7 @@ TEST_P(Spinlock, IsFreedUnderItsHolderByWhoeverGivesItBack) {
   KivSdSpinlockRelease(lock_);
 }
 
-TEST_P(Spinlock, HeldTwiceStaysItsHoldersWhenAnotherThreadGivesItBackOnce) {
+TEST_P(Spinlock, HeldTwiceStaysHeldAfterOneReleaseByAnotherThread) {
   KivSdSpinlockAcquire(lock_, kMe);
   KivSdSpinlockAcquire(lock_, kMe);
   std::thread([this] { KivSdSpinlockRelease(lock_); }).join();
@@ -214,7 +214,7 @@ TEST_P(Spinlock, CountHas16Bits) {
   EXPECT_EQ(Count(), INT16_MIN + 1);
 }
 
-TEST_P(Spinlock, IgnoresTheArgumentsOfItsMakingAndEnding) {
+TEST_P(Spinlock, IgnoresTheArgumentsOfCreateAndDestroy) {
   KivSdSpinlock* lock = KivSdSpinlockCreate(this, 0xFFFFFFFF);
   ASSERT_NE(lock, nullptr);
   KivSdSpinlockAcquire(lock, kMe);
@@ -222,7 +222,7 @@ TEST_P(Spinlock, IgnoresTheArgumentsOfItsMakingAndEnding) {
   KivSdSpinlockDestroy(nullptr, nullptr);
 }
 
-TEST_P(Spinlock, TakesAndGivesBackNoMemory) {
+TEST_P(Spinlock, AllocatesAndFreesNoMemory) {
   const BlockCount count;
   for (int round = 0; round < 100; ++round) {
     KivSdSpinlockAcquire(lock_, kMe);
@@ -236,9 +236,9 @@ TEST_P(Spinlock, TakesAndGivesBackNoMemory) {
   EXPECT_EQ(count.freed(), 0u);
 }
 
-// ---- The pair that does not count ----
+// ---- The non-reentrant pair ----
 
-TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
+TEST_P(TicketSpinlock, NonReentrantAcquireStoresOwnerAndTicketOnly) {
   for (int32_t entry = 0; entry < 3; ++entry) {
     KivSdSpinlockAcquireNonReentrant(lock_, kMe);
     EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 0u);
@@ -252,7 +252,7 @@ TEST_P(TicketSpinlock, WithoutCountingKeepsTheOwnerAndTheTicketOnly) {
   }
 }
 
-TEST_P(TicketSpinlock, WithoutCountingLeavesTheCountAsItWas) {
+TEST_P(TicketSpinlock, NonReentrantOperationsLeaveTheCountUnchanged) {
   constexpr uint32_t kBelowZero = 0xFFFF;
   KivSdSpinlockAcquire(lock_, kMe);
   for (int release = 0; release < 2; ++release) KivSdSpinlockRelease(lock_);
@@ -263,7 +263,7 @@ TEST_P(TicketSpinlock, WithoutCountingLeavesTheCountAsItWas) {
   EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), kBelowZero);
 }
 
-TEST_P(TicketSpinlock, WithoutCountingMakesEvenTheHolderDrawATicket) {
+TEST_P(TicketSpinlock, NonReentrantAcquireMakesEvenTheHolderDrawATicket) {
   KivSdSpinlockAcquireNonReentrant(lock_, kMe);
   bool entered = false;  // guarded by the lock
   std::thread again([&] {
@@ -279,7 +279,7 @@ TEST_P(TicketSpinlock, WithoutCountingMakesEvenTheHolderDrawATicket) {
   EXPECT_FALSE(IsHeld());
 }
 
-TEST_P(WordSpinlock, WithoutCountingCountsAndIsFreedWhateverTheCount) {
+TEST_P(WordSpinlock, NonReentrantAcquireCountsAndNonReentrantReleaseFreesAtAnyCount) {
   KivSdSpinlockAcquireNonReentrant(lock_, kMe);
   EXPECT_EQ(KivSdGetSpinlockRefCount(lock_), 1u);
   KivSdSpinlockAcquireNonReentrant(lock_, kMe);
@@ -292,10 +292,10 @@ TEST_P(WordSpinlock, WithoutCountingCountsAndIsFreedWhateverTheCount) {
 
 // ---- Several threads ----
 
-// Adds to a plain number under the lock; what the lock does not order is lost, or seen by a
-// sanitizer.
+// Adds to a plain number under the lock. If the lock does not order two additions, one is lost or a
+// sanitizer reports them.
 TEST_P(Spinlock, AdmitsOneThreadAtATime) {
-  constexpr uint32_t kRoundsOfTwo = 1000;  // the fewer the more threads: handing over takes turns
+  constexpr uint32_t kRoundsOfTwo = 1000;  // for 2 threads; fewer for more, as handovers take time
   for (const int32_t budget : {0, 200}) {
     KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = budget;
     for (const uint32_t threads : {2u, 3u, 8u, 16u}) {
@@ -320,7 +320,7 @@ TEST_P(Spinlock, AdmitsOneThreadAtATime) {
   }
 }
 
-TEST_P(Spinlock, AdmitsOneThreadAtATimeWithoutCounting) {
+TEST_P(Spinlock, NonReentrantPairAdmitsOneThreadAtATime) {
   constexpr uint32_t kRounds = 1000;
   constexpr uint32_t kThreads = 4;
   uint32_t count = 0;
@@ -335,7 +335,7 @@ TEST_P(Spinlock, AdmitsOneThreadAtATimeWithoutCounting) {
   EXPECT_FALSE(IsHeld());
 }
 
-TEST_P(TicketSpinlock, AdmitsThreadsInTheOrderTheyCame) {
+TEST_P(TicketSpinlock, AdmitsThreadsInOrderOfArrival) {
   constexpr int32_t kWaiters = 5;
   std::vector<int32_t> order;  // guarded by the lock
   std::vector<std::thread> threads;
@@ -354,7 +354,7 @@ TEST_P(TicketSpinlock, AdmitsThreadsInTheOrderTheyCame) {
   EXPECT_EQ(order, (std::vector<int32_t>{0, 1, 2, 3, 4}));
 }
 
-// Each thread has a lock of its own: what is asked is the fence alone.
+// Each thread has its own lock, so only the fence is tested.
 class SpinlockFence : public Spinlock {
  protected:
   SpinlockFence() : other_(KivSdSpinlockCreate(nullptr, 0)) {}
@@ -367,20 +367,20 @@ class SpinlockFence : public Spinlock {
 INSTANTIATE_TEST_SUITE_P(Design, SpinlockFence, testing::Values(kTestAndSet, kTicket),
                          kiv::test::DesignName);
 
-TEST_P(SpinlockFence, IsMadeByTaking) {
+TEST_P(SpinlockFence, IsMadeByAcquire) {
   for (const uint32_t number : {0u, 1u}) KivSdSpinlockAcquire(LockOf(number), kMe);
   EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdSpinlockRelease(LockOf(number)); },
                        [this](uint32_t number) { KivSdSpinlockAcquire(LockOf(number), kMe); }),
             0);
 }
 
-TEST_P(SpinlockFence, IsMadeByGivingBack) {
+TEST_P(SpinlockFence, IsMadeByRelease) {
   EXPECT_EQ(BothMissed([this](uint32_t number) { KivSdSpinlockAcquire(LockOf(number), kMe); },
                        [this](uint32_t number) { KivSdSpinlockRelease(LockOf(number)); }),
             0);
 }
 
-TEST_P(SpinlockFence, IsMadeByTakingWithoutCounting) {
+TEST_P(SpinlockFence, IsMadeByNonReentrantAcquire) {
   for (const uint32_t number : {0u, 1u}) KivSdSpinlockAcquireNonReentrant(LockOf(number), kMe);
   EXPECT_EQ(BothMissed(
                 [this](uint32_t number) { KivSdSpinlockReleaseNonReentrant(LockOf(number)); },
@@ -388,15 +388,15 @@ TEST_P(SpinlockFence, IsMadeByTakingWithoutCounting) {
             0);
 }
 
-TEST_P(SpinlockFence, IsMadeByGivingBackWithoutCounting) {
+TEST_P(SpinlockFence, IsMadeByNonReentrantRelease) {
   EXPECT_EQ(
       BothMissed([this](uint32_t number) { KivSdSpinlockAcquireNonReentrant(LockOf(number), kMe); },
                  [this](uint32_t number) { KivSdSpinlockReleaseNonReentrant(LockOf(number)); }),
       0);
 }
 
-// The 32-bit ticket turns negative while the 64-bit turn goes on upwards.
-TEST_P(TicketSpinlock, GrantsNoMoreEntriesAfterTwoToThe31st) {
+// The 32-bit ticket becomes negative while the 64-bit serving counter keeps growing.
+TEST_P(TicketSpinlock, GrantsNoEntryAfterTwoToThe31st) {
   FieldOf<int32_t>(lock_, kNext) = INT32_MAX;
   FieldOf<int64_t>(lock_, kServing) = INT32_MAX;
   KivSdSpinlockAcquire(lock_, kMe);
@@ -407,7 +407,7 @@ TEST_P(TicketSpinlock, GrantsNoMoreEntriesAfterTwoToThe31st) {
   std::thread late([this] { KivSdSpinlockAcquire(lock_, kOther); });
   Await([this] { return Field<int32_t>(kNext) == INT32_MIN + 1; });
   EXPECT_EQ(Owner(), 0u);
-  FieldOf<int64_t>(lock_, kServing) = INT32_MIN;  // lets the thread go
+  FieldOf<int64_t>(lock_, kServing) = INT32_MIN;  // ends the thread's wait
   late.join();
   EXPECT_EQ(Field<int64_t>(kHeld), INT32_MIN);
   EXPECT_EQ(Owner(), kOther);

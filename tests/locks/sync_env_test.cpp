@@ -1,5 +1,5 @@
-// Tuning the locks: the lock variables of the environment, and measuring the spin budget against
-// every failure of the system's calls.
+// Tuning of the locks: the lock variables of the environment, and the measurement of the spin
+// budget with every failure of a system call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <io.h>
@@ -33,9 +33,9 @@ constexpr DWORD kError = 5;
 constexpr uint32_t kNever = UINT32_MAX;
 constexpr char kDisplay[] = "KIV_DISPLAY_LOCKCONFIG";
 
-// ---- A machine and an environment made up ----
+// ---- Fake processors and a fake environment ----
 
-// kivsdu.dll sees this many processors while it lives.
+// kivsdu.dll sees this many processors during the object's lifetime.
 class Processors {
  public:
   explicit Processors(DWORD count) {
@@ -43,7 +43,7 @@ class Processors {
     meanwhile_ = nullptr;
   }
 
-  // Runs `meanwhile` when the processors are asked for, the first time.
+  // Runs `meanwhile` at the first query of the processors.
   static void PauseAtCount(std::function<void()> meanwhile) { meanwhile_ = std::move(meanwhile); }
 
  private:
@@ -59,7 +59,7 @@ class Processors {
   ImportPatch patch_{"GetSystemInfo", reinterpret_cast<void*>(&Describe)};
 };
 
-// kivsdu.dll sees this environment and no other while it lives.
+// kivsdu.dll sees only this environment during the object's lifetime.
 class Environment {
  public:
   explicit Environment(std::map<std::string, std::string> values) {
@@ -70,7 +70,7 @@ class Environment {
 
   static const std::vector<std::string>& asked() { return asked_; }
 
-  // Runs `meanwhile` when this variable is asked for, the first time.
+  // Runs `meanwhile` at the first query of this variable.
   static void PauseAt(const std::string& name, std::function<void()> meanwhile) {
     pausing_ = name;
     meanwhile_ = std::move(meanwhile);
@@ -105,7 +105,7 @@ std::map<std::string, std::string> AllSetTo(const std::string& value) {
   return values;
 }
 
-// The bytes that a call writes to the standard output, without the runtime's translation of line
+// Returns the bytes that a call writes to standard output; the runtime does not translate line
 // ends.
 std::string BytesWrittenBy(const std::function<void()>& call) {
   constexpr int kStandardOutput = 1;
@@ -126,14 +126,15 @@ std::string BytesWrittenBy(const std::function<void()>& call) {
   return bytes;
 }
 
-// What a call prints on the standard output.
+// Returns the text that a call prints on standard output.
 std::string PrintedBy(const std::function<void()>& call) {
   testing::internal::CaptureStdout();
   call();
   return testing::internal::GetCapturedStdout();
 }
 
-// What is shown for an environment, by a process that has not read its own yet.
+// Checks the lines displayed for an environment, in a process that has not read its environment
+// yet.
 void CheckShown(const std::map<std::string, std::string>& values, const std::string& lines) {
   const Processors one(1);
   const Environment environment(values);
@@ -142,7 +143,7 @@ void CheckShown(const std::map<std::string, std::string>& values, const std::str
 
 // ---- The environment ----
 
-TEST(SyncEnv, ShowsTheNineDefaultsWhenOnlyTheShowingIsSet) {
+TEST(SyncEnv, DisplaysTheNineDefaultsWhenOnlyTheDisplayVariableIsSet) {
   IN_FRESH_PROCESS([] {
     CheckShown({{kDisplay, ""}},
                "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
@@ -160,7 +161,7 @@ TEST(SyncEnv, ShowsTheNineDefaultsWhenOnlyTheShowingIsSet) {
   });
 }
 
-TEST(SyncEnv, WritesLinesOfTheProcessesOwnEnvironmentByteForByte) {
+TEST(SyncEnv, DisplaysTheProcessesOwnEnvironmentByteForByte) {
   IN_FRESH_PROCESS([] {
     const Processors one(1);
     for (const char* value :
@@ -212,7 +213,7 @@ TEST(SyncEnv, CorrectsANegativeValue) {
   });
 }
 
-// Zero, and what is no number and so zero too.
+// Displayed for 0, and for text that is not a number.
 constexpr char kLinesOfZero[] =
     "KIV_SPINLOCK_MAXSPINLOOPS=1\n"
     "KIV_SPINLOCK_MAXSPINYIELDS=1\n"
@@ -224,15 +225,15 @@ constexpr char kLinesOfZero[] =
     "KIV_RWLOCK_WMAXSPINYIELDS=0\n"
     "KIV_RWLOCK_WMAXWAITLOOPS=0\n";
 
-TEST(SyncEnv, TakesZeroForReaderWriterLocksOnly) {
+TEST(SyncEnv, AcceptsZeroForReaderWriterLocksOnly) {
   IN_FRESH_PROCESS([] { CheckShown(AllSetTo("0"), kLinesOfZero); });
 }
 
-TEST(SyncEnv, TakesWhatIsNoNumberForZero) {
+TEST(SyncEnv, TreatsNonNumericTextAsZero) {
   IN_FRESH_PROCESS([] { CheckShown(AllSetTo("many"), kLinesOfZero); });
 }
 
-TEST(SyncEnv, TakesEveryOtherValueAsGiven) {
+TEST(SyncEnv, AcceptsEveryOtherValueAsGiven) {
   IN_FRESH_PROCESS([] {
     std::map<std::string, std::string> values = {{kDisplay, "0"}};
     for (size_t i = 0; i < kNames.size(); ++i) values[kNames[i]] = std::to_string(i + 2) + " x";
@@ -250,7 +251,7 @@ TEST(SyncEnv, TakesEveryOtherValueAsGiven) {
   });
 }
 
-TEST(SyncEnv, IsQuietUnlessAskedToShow) {
+TEST(SyncEnv, PrintsNothingWithoutTheDisplayVariable) {
   IN_FRESH_PROCESS([] {
     std::map<std::string, std::string> values = AllSetTo("7");
     values.erase(kDisplay);
@@ -258,7 +259,7 @@ TEST(SyncEnv, IsQuietUnlessAskedToShow) {
   });
 }
 
-TEST(SyncEnv, IsDoneOnceHoweverOftenItIsAsked) {
+TEST(SyncEnv, RunsOnceHoweverOftenItIsCalled) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT, 20000);
     {
@@ -282,17 +283,17 @@ TEST(SyncEnv, IsDoneOnceHoweverOftenItIsAsked) {
   });
 }
 
-// The first lock of another thread, while this one is on its way through the same.
+// Creates the first lock of another thread while this thread runs KivSyncEnvInit.
 void MakeFirstLockElsewhere() {
   std::thread([] {
     KivRWLock lock;
     EXPECT_EQ(KivRWLockInit(nullptr, 0, &lock, 1, 0), KIV_ST_OK);
-    EXPECT_EQ(lock.readerSpinLoops, 7) << "the environment's";
+    EXPECT_EQ(lock.readerSpinLoops, 7) << "from the environment";
     EXPECT_EQ(lock.writerWaitLoops, 7);
   }).join();
 }
 
-TEST(SyncEnv, IsDoneByEachOfTwoThreadsThatMakeAFirstLockAtOnce) {
+TEST(SyncEnv, RunsOnEachOfTwoThreadsThatCreateAFirstLockTogether) {
   for (const char* variable : {kNames.front().c_str(), kNames.back().c_str(), kDisplay}) {
     SCOPED_TRACE(variable);
     IN_FRESH_PROCESS([variable] {
@@ -310,12 +311,13 @@ TEST(SyncEnv, IsDoneByEachOfTwoThreadsThatMakeAFirstLockAtOnce) {
     const Environment environment(AllSetTo("7"));
     Processors::PauseAtCount(MakeFirstLockElsewhere);
     EXPECT_NE(PrintedBy(KivSyncEnvInit), "");
-    EXPECT_EQ(Environment::asked().size(), 2 * (kNames.size() + 1)) << "while the other measures";
+    EXPECT_EQ(Environment::asked().size(), 2 * (kNames.size() + 1))
+        << "during the other thread's measurement";
   });
 }
 
-// The lock's fields are of one kind of thread each; the environment's variables too.
-TEST(SyncEnv, IsDoneByTheFirstReaderWriterLockWhichTakesItsLimitsFromIt) {
+// Each field of the lock, like each variable, is for readers or for writers.
+TEST(SyncEnv, RunsForTheFirstReaderWriterLockWhichUsesItsLimits) {
   IN_FRESH_PROCESS([] {
     std::map<std::string, std::string> values;
     for (size_t i = 0; i < kNames.size(); ++i) values[kNames[i]] = std::to_string(i + 2);
@@ -336,7 +338,7 @@ TEST(SyncEnv, IsDoneByTheFirstReaderWriterLockWhichTakesItsLimitsFromIt) {
   });
 }
 
-TEST(SyncEnv, ReadsTheEnvironmentOfAMachineThatCannotBeMeasured) {
+TEST(SyncEnv, ReadsTheEnvironmentEvenIfTheMeasurementFails) {
   IN_FRESH_PROCESS([] {
     const Processors two(2);
     const Environment environment({{kDisplay, ""}, {kNames[0], "9"}});
@@ -358,7 +360,7 @@ TEST(SyncEnv, ReadsTheEnvironmentOfAMachineThatCannotBeMeasured) {
   });
 }
 
-TEST(SpinlockCreate, YieldsNothingWithoutMemory) {
+TEST(SpinlockCreate, ReturnsNullWithoutMemory) {
   IN_FRESH_PROCESS([] {
     const Processors one(1);
     KivSyncEnvInit();
@@ -370,9 +372,9 @@ TEST(SpinlockCreate, YieldsNothingWithoutMemory) {
 
 // ---- The spin budget ----
 
-// The calls under the measurement, made by several threads. Call number `failing` of one function,
-// counted from 0, fails; pipes, threads and what is closed are written down. Reads and writes may
-// be made to succeed without doing anything, which is quick.
+// The system calls of the measurement, which several threads make. Call number `failing` of one
+// function, counted from 0, fails. Records pipes, threads and closed handles. Hollow reads and
+// writes succeed without transferring anything, which is quick.
 class Calls {
  public:
   enum Function { kCreatePipe, kCreateThread, kReadFile, kWriteFile, kFunctions };
@@ -402,7 +404,7 @@ class Calls {
   static const std::vector<SIZE_T>& stackBytes() { return stackBytes_; }
   static uint32_t otherBytes() { return otherBytes_; }
 
-  // Whether every end and every thread was closed exactly once.
+  // Whether every pipe end and every thread was closed exactly once.
   static bool AllAreClosed() {
     std::vector<HANDLE> made = ends_;
     made.insert(made.end(), threads_.begin(), threads_.end());
@@ -482,10 +484,10 @@ class Calls {
   static inline std::mutex mutex_;  // guards closed_ and threads_
   static inline std::vector<HANDLE> closed_;
   static inline std::vector<HANDLE> threads_;
-  static inline std::vector<HANDLE> ends_;  // made by one thread, before there are others
+  static inline std::vector<HANDLE> ends_;  // written by one thread before it starts others
   static inline std::vector<DWORD> pipeBytes_;
-  static inline std::vector<SIZE_T> stackBytes_;    // one thread starts the other
-  static inline std::atomic<uint32_t> otherBytes_;  // writes of anything but one 'c'
+  static inline std::vector<SIZE_T> stackBytes_;    // the threads start one after the other
+  static inline std::atomic<uint32_t> otherBytes_;  // number of writes other than one 'c'
 
   ImportPatch patches_[kFunctions] = {{"CreatePipe", reinterpret_cast<void*>(&MakePipe)},
                                       {"CreateThread", reinterpret_cast<void*>(&StartThread)},
@@ -506,7 +508,7 @@ TEST(SpinUpperLimit, IsOneOnOneProcessorWithoutAPipeOrAThread) {
   EXPECT_EQ(Calls::count(Calls::kCreateThread), 0u);
 }
 
-// A counter that the test winds: readings in turn, of a clock of a million ticks a second.
+// A performance counter that returns the given readings in turn.
 class Clock {
  public:
   explicit Clock(std::vector<int64_t> readings, int64_t frequency = 1'000'000,
@@ -538,10 +540,10 @@ class Clock {
   ImportPatch frequency_{"QueryPerformanceFrequency", reinterpret_cast<void*>(&Frequency)};
 };
 
-TEST(SpinUpperLimit, IsTheRoundsThatLastAsLongAsOneWayOfATrip) {
+TEST(SpinUpperLimit, IsTheNumberOfRoundsThatLastAsLongAsHalfARoundTrip) {
   struct {
-    int64_t tripsUs;  // of 10000 round trips
-    int64_t spinUs;   // of 400000 rounds
+    int64_t tripsUs;  // time of 10000 round trips
+    int64_t spinUs;   // time of 400000 rounds
     int32_t limit;
     Calls::Transfer transfer;
   } const measurements[] = {{300, 200, 30, Calls::kReal},
@@ -572,7 +574,7 @@ TEST(SpinUpperLimit, IsTheRoundsThatLastAsLongAsOneWayOfATrip) {
   }
 }
 
-// The sleeps of kivsdu.dll, and how often the clock had been read before each.
+// Records the sleeps of kivsdu.dll, and how often the clock was read before each.
 class Sleeps {
  public:
   struct One {
@@ -595,7 +597,7 @@ class Sleeps {
     reinterpret_cast<decltype(Sleep)*>(original_)(timeMs);
   }
 
-  static inline std::vector<One> all_;  // of one thread, which has ended when they are looked at
+  static inline std::vector<One> all_;  // written by one thread, read after it has ended
   static inline void* original_;
   ImportPatch patch_{"Sleep", reinterpret_cast<void*>(&Note)};
 };
@@ -604,7 +606,7 @@ void PrintTo(const Sleeps::One& one, std::ostream* out) {
   *out << one.timeMs << " ms after " << one.looksBefore << " looks";
 }
 
-TEST(SpinUpperLimit, IsMeasuredWhenTheThreadsHaveHadTimeToSettle) {
+TEST(SpinUpperLimit, IsMeasuredAfterTheThreadsHaveSettled) {
   const Processors two(2);
   const Clock clock({1000, 2000, 5000, 6000});
   const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
@@ -614,7 +616,7 @@ TEST(SpinUpperLimit, IsMeasuredWhenTheThreadsHaveHadTimeToSettle) {
   EXPECT_EQ(Sleeps::all(), (std::vector<Sleeps::One>{{100, 0}}));
 }
 
-TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStill) {
+TEST(SpinUpperLimit, StaysUnchangedIfTheClockStandsStill) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
   for (const int64_t tripsUs : {int64_t{0}, int64_t{300}}) {
@@ -629,7 +631,7 @@ TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStill) {
   }
 }
 
-TEST(SpinUpperLimit, IsLeftAloneByAClockThatStandsStillWhileItSpins) {
+TEST(SpinUpperLimit, StaysUnchangedIfTheClockStandsStillDuringTheSpin) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
   const Clock clock({1000, 1300, 5000, 5000});
@@ -651,7 +653,7 @@ void ExpectLeftAlone() {
   EXPECT_TRUE(Calls::AllAreClosed());
 }
 
-TEST(SpinUpperLimit, IsLeftAloneByAClockThatDoesNotSayHowFastItIs) {
+TEST(SpinUpperLimit, StaysUnchangedIfTheClockHasNoFrequency) {
   const Processors two(2);
   {
     const Clock clock({1000, 2000, 5000, 6000}, 0);
@@ -661,9 +663,9 @@ TEST(SpinUpperLimit, IsLeftAloneByAClockThatDoesNotSayHowFastItIs) {
   ExpectLeftAlone();
 }
 
-// ---- A lease guard that makes locks ----
+// ---- A lease guard that creates locks ----
 
-// Runs on the thread that measures and on the two that it starts.
+// Runs on the measuring thread and on the two threads that it starts.
 class LockingGuard {
  public:
   LockingGuard() {
@@ -688,12 +690,12 @@ class LockingGuard {
   static void Run() {
     ++runs_;
     if (hasFailed_) return;
-    // More are inside measurements that are inside others, without an end.
+    // More than kThreads at once means that a measurement has started another one.
     if (inside_.fetch_add(1) < kThreads) {
       KivSdSpinlockDestroy(nullptr, KivSdSpinlockCreate(nullptr, 0));
       int32_t limit = kOldLimit;
       EXPECT_EQ(KivGetSpinUpperLimit(&limit), KIV_ST_OK);
-      EXPECT_EQ(limit, KIV_SDSYNC_BUSYSPIN_UPPERLIMIT) << "as it stands";
+      EXPECT_EQ(limit, KIV_SDSYNC_BUSYSPIN_UPPERLIMIT) << "the current budget";
     } else {
       hasFailed_ = true;
       ADD_FAILURE() << "a measurement inside a measurement";
@@ -706,7 +708,7 @@ class LockingGuard {
   static inline std::atomic<bool> hasFailed_;
 };
 
-TEST(SpinUpperLimit, IsMeasuredOnceThoughTheLeaseGuardMakesLocksMeanwhile) {
+TEST(SpinUpperLimit, IsMeasuredOnceEvenIfTheLeaseGuardCreatesLocks) {
   IN_FRESH_PROCESS([] {
     const Processors two(2);
     const Environment environment(AllSetTo("7"));
@@ -714,7 +716,7 @@ TEST(SpinUpperLimit, IsMeasuredOnceThoughTheLeaseGuardMakesLocksMeanwhile) {
     const Calls calls(Calls::kFunctions, kNever, Calls::kHollow);
     const LockingGuard guard;
     EXPECT_NE(PrintedBy(KivSyncEnvInit), "");
-    EXPECT_GT(LockingGuard::runs(), 40000u) << "of the transfers too";
+    EXPECT_GT(LockingGuard::runs(), 40000u) << "the transfers call it too";
     EXPECT_EQ(Calls::count(Calls::kCreatePipe), 2u);
     EXPECT_EQ(Calls::count(Calls::kCreateThread), 2u);
     EXPECT_EQ(Environment::asked().size(), kNames.size() + 1);
@@ -726,8 +728,7 @@ TEST(SpinUpperLimit, IsMeasuredOnceThoughTheLeaseGuardMakesLocksMeanwhile) {
 struct Failure {
   const char* name;
   Calls::Function function;
-  std::vector<uint32_t> numbers;  // of the call that fails; of reads and writes the threads take
-                                  // turns
+  std::vector<uint32_t> numbers;  // of the failing call; reads and writes alternate between threads
   uint32_t status;
 };
 const Failure kFailures[] = {
@@ -737,13 +738,13 @@ const Failure kFailures[] = {
     {"WriteFile", Calls::kWriteFile, {0, 1, 2, 3, 100, 101, 19999}, KIV_ST_PIPE_WRITE},
 };
 
-TEST(SpinUpperLimit, IsLeftAloneByAFailureWhichIsReported) {
+TEST(SpinUpperLimit, StaysUnchangedOnAFailureWhichIsReported) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
   for (const Failure& failure : kFailures) {
     for (const uint32_t number : failure.numbers) {
       SCOPED_TRACE(std::string(failure.name) + " " + std::to_string(number));
-      // A late one without the many transfers before it.
+      // For a late failure, the many transfers before it are hollow.
       const Calls calls(failure.function, number, number > 1000 ? Calls::kHollow : Calls::kReal);
       int32_t limit = kOldLimit;
       EXPECT_EQ(KivGetSpinUpperLimit(&limit), failure.status);
@@ -755,9 +756,9 @@ TEST(SpinUpperLimit, IsLeftAloneByAFailureWhichIsReported) {
   }
 }
 
-// To the caller of a pipe such a write has succeeded; the thread that awaits the byte would wait
-// for ever.
-TEST(SpinUpperLimit, IsNotAwaitedForEverWhenAWriteFailsWithoutAnError) {
+// KivSdPipeWrite reports such a write as a success. If the measurement did not check the count, the
+// reading thread would wait forever.
+TEST(SpinUpperLimit, DoesNotWaitForeverWhenAWriteFailsWithoutAnError) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
   for (const uint32_t number : {0u, 1u, 2u, 100u, 101u}) {
@@ -771,8 +772,8 @@ TEST(SpinUpperLimit, IsNotAwaitedForEverWhenAWriteFailsWithoutAnError) {
   }
 }
 
-// Such a pipe has been made, to its caller; what is done with it fails.
-TEST(SpinUpperLimit, IsLeftAloneWhenAPipeIsNotMadeForNoReason) {
+// KivSdPipeCreate reports such a failure as a success; the operations on the pipe then fail.
+TEST(SpinUpperLimit, StaysUnchangedWhenAPipeCreationFailsWithoutAnError) {
   const Processors two(2);
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = kOldBudget;
   for (const uint32_t number : {0u, 1u}) {

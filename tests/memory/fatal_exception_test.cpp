@@ -1,6 +1,6 @@
-// Plain mode once a fatal exception has been recorded: served from the exception stack, for the
-// thread that recorded it alone. What was recorded stays, so that every test has a process of its
-// own.
+// Plain mode after a fatal exception has been recorded: only the thread that recorded it is served,
+// from the exception stack. The record cannot be cleared, so that every test runs in its own
+// process.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,9 +29,10 @@ using kiv::test::Reallocate;
 using kiv::test::RuntimeWatch;
 
 constexpr uint64_t kStackBytes = 1 << 20;
-constexpr int kSurvived = 7;  // of a process that was to end by itself
+constexpr int kSurvived = 7;  // exit code of a process that the library should have ended
 
-// How the process ends beyond the stack's room. Where it is not to end, the way that a test sees.
+// Values that choose how the process ends when the stack has no room. Tests that must not end use
+// the value whose end they notice.
 constexpr uint8_t kOrderly = 0;
 constexpr uint8_t kAbort = 1;
 
@@ -50,8 +51,8 @@ auto EndedByAbort() {
 #endif
 }
 
-// How large a piece the empty stack has room for: the block's size less its header, for a block
-// that fills whole pages with the manager's 128 bytes.
+// Returns the largest piece that fits the empty stack: the size of a block that fills whole pages
+// with the manager's 128 bytes, less the block's header.
 uint64_t EmptyRoom() {
   uint32_t page = 0;
   EXPECT_EQ(KivSdPageSizeGet(nullptr, &page), KIV_ST_OK);
@@ -89,7 +90,7 @@ TEST(FatalException, StillRefusesBadArguments) {
   });
 }
 
-TEST(FatalException, ReleasesNothingAndRefusesWhatIsNotOfTheStack) {
+TEST(FatalException, ReleasesNothingAndRefusesBlocksFromElsewhere) {
   IN_FRESH_PROCESS([] {
     void* before = Allocate(100);
     Record(kAbort);
@@ -122,7 +123,7 @@ TEST(FatalException, RefusesEveryFreeWithoutAStack) {
   });
 }
 
-TEST(FatalException, FreesNothingOnceFreeingIsOff) {
+TEST(FatalException, FreesNothingWithTheNoFreeSwitchOn) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
@@ -151,7 +152,7 @@ TEST(FatalException, ServesElementsTextsAndAlignedRequestsFromTheStack) {
     char* text = adStrDup("text", nullptr, 0);
     EXPECT_EQ(text, Bytes(elements) + 104);
     EXPECT_EQ(std::memcmp(text, "text\0\0\0\0", 9), 0);
-    // Each alignment is accepted, and none is kept to.
+    // Every alignment is accepted and ignored.
     void* aligned = nullptr;
     EXPECT_EQ(adMallocAligned(nullptr, 4096, 100, &aligned, nullptr, 0), KIV_ST_OK);
     EXPECT_EQ(Bytes(aligned), text + 16);
@@ -205,7 +206,7 @@ TEST(FatalException, ReallocatesUpToTheEndOfTheStack) {
   });
 }
 
-TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
+TEST(FatalException, ReallocatesABlockFromBeforeWithItsContent) {
   IN_FRESH_PROCESS([] {
     void* bare = Allocate(100);
     Fill(bare, 100);
@@ -224,7 +225,7 @@ TEST(FatalException, KeepsTheContentOfWhatWasAllocatedBefore) {
   });
 }
 
-// They come from the runtime and go back to it in every mode.
+// Blocks of a node come from the runtime and return to it in every mode.
 TEST(FatalException, LeavesBlocksOfANodeToTheRuntime) {
   IN_FRESH_PROCESS([] {
     Record(kAbort);
@@ -260,7 +261,7 @@ TEST(FatalException, FillsTheStackToItsLastByte) {
   });
 }
 
-// Runs the checks, in which the library is to end the process.
+// Runs checks in a process that the library must end.
 template <typename Checks>
 void MustNotReturn(Checks checks) {
   checks();
@@ -273,7 +274,7 @@ void MustNotReturn(Checks checks) {
     EXPECT_EXIT(MustNotReturn(__VA_ARGS__), how, ""); \
   } while (false)
 
-TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheHostSaid) {
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessByTheRecordedValue) {
   EXPECT_ENDS(testing::ExitedWithCode(0), [] {
     Record(kOrderly);
     Allocate(EmptyRoom() + 1);
@@ -288,7 +289,7 @@ TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheHostSaid) {
   });
 }
 
-TEST(FatalExceptionBeyondItsRoom, LooksAtEveryBitOfWhatTheHostSaid) {
+TEST(FatalExceptionBeyondItsRoom, ReadsEveryBitOfTheRecordedValue) {
   for (int value = 2; value <= 128; value *= 2) {
     SCOPED_TRACE(value);
     EXPECT_ENDS(EndedByAbort(), [value] {
@@ -298,7 +299,7 @@ TEST(FatalExceptionBeyondItsRoom, LooksAtEveryBitOfWhatTheHostSaid) {
   }
 }
 
-TEST(FatalExceptionBeyondItsRoom, EndsTheProcessAsTheSameThreadSaidLast) {
+TEST(FatalExceptionBeyondItsRoom, EndsTheProcessByTheValueRecordedLast) {
   EXPECT_ENDS(testing::ExitedWithCode(0), [] {
     Record(kAbort);
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kOrderly), KIV_ST_OK);
@@ -314,7 +315,7 @@ TEST(FatalExceptionBeyondItsRoom, EndsTheProcessWhenTheTopBlockIsFull) {
   });
   EXPECT_ENDS(testing::ExitedWithCode(0), [] {
     Record(kOrderly);
-    // The place behind it is rounded up past the end.
+    // The offset after the piece is rounded up past the end.
     Allocate(EmptyRoom() - 3);
     Allocate(1);
   });
@@ -345,14 +346,14 @@ TEST(FatalExceptionWithoutAStack, EndsTheProcess) {
   });
 }
 
-TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackIsMadeTooLate) {
+TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackIsCreatedTooLate) {
   EXPECT_ENDS(EndedByAbort(), [] {
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK);
     KivSdXcptCreateStackHeader();
   });
 }
 
-TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackCouldOnlyHalfBeMade) {
+TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackIsIncomplete) {
   for (const size_t made : {size_t{0}, size_t{1}}) {
     EXPECT_ENDS(EndedByAbort(), [made] {
       RuntimeWatch watch;
@@ -367,8 +368,8 @@ TEST(FatalExceptionWithoutAStack, EndsTheProcessWhenTheStackCouldOnlyHalfBeMade)
 
 // ---- Other threads ----
 
-// Threads that call the allocator while another has recorded an exception never come back. A wrong
-// one comes back at once; the wait is for that.
+// Expects that a thread does not return from the allocator after another thread recorded an
+// exception. A faulty library returns at once, which the timed wait detects.
 template <typename Call>
 void ExpectOtherThreadsStop(Call call) {
   IN_FRESH_PROCESS([call] {
@@ -386,7 +387,7 @@ void ExpectOtherThreadsStop(Call call) {
     while (!called) std::this_thread::yield();
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_FALSE(returned);
-    // This one goes on, and the other has taken nothing.
+    // The recording thread is still served, and the other thread has taken nothing.
     EXPECT_EQ(Bytes(Allocate(8)), Bytes(mine) + 8);
   });
 }
@@ -403,7 +404,7 @@ TEST(FatalExceptionOtherThreads, StopWhenTheyFree) {
   ExpectOtherThreadsStop([](void* block) { Free(block); });
 }
 
-// ---- Two that record one ----
+// ---- Two threads that record an exception ----
 
 TEST(FatalExceptionOfTwoThreads, IsHandledByTheFirstWhileTheSecondWaits) {
   IN_FRESH_PROCESS([] {
@@ -418,7 +419,7 @@ TEST(FatalExceptionOfTwoThreads, IsHandledByTheFirstWhileTheSecondWaits) {
       Allocate(100);
     }).detach();
     while (!called) std::this_thread::yield();
-    // A wrong one comes back at once; the wait is for that.
+    // A faulty library lets the second thread return at once, which the timed wait detects.
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_FALSE(returned);
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(kAbort), KIV_ST_OK) << "the first may come again";
@@ -449,8 +450,8 @@ TEST(FatalExceptionOfTwoThreads, IsHandledByTheSecondWhenTheFirstHasEnded) {
   });
 }
 
-// Each writes its own number into all that it gets, as often as it can.
-TEST(FatalExceptionOfTwoThreads, NeverServesTwoAtOnce) {
+// Each thread fills every block that it gets with its own number, as often as it can.
+TEST(FatalExceptionOfTwoThreads, NeverServesTwoThreadsAtOnce) {
   IN_FRESH_PROCESS([] {
     constexpr int kThreads = 4;
     constexpr int kPieces = 1000;
@@ -506,7 +507,7 @@ TEST(FatalExceptionOtherThreads, StopAgainWhenTheyAreResumed) {
 
 #else
 
-// Only a program that has the library in itself can look at them.
+// Only a program that links the library statically can find the copies.
 TEST(FatalException, LeavesThreeCopiesOfTheStacksRecordInTheProcess) {
   IN_FRESH_PROCESS([] {
     KivSdXcptCreateStackHeader();

@@ -1,10 +1,10 @@
-// Heaps against their model: random operations on both, and after each the same answer, the same
-// blocks in the same rings and lists, and the same bytes in the blocks in use.
+// Compares heaps with their model: random operations run on both, and after each operation their
+// results, rings, lists and the content of used blocks must be equal.
 //
 // A failure names arena, seed and operation. To repeat or extend a run:
-//   KIV_HEAP_SEED=n        that seed for every arena
-//   KIV_HEAP_OPERATIONS=n  so many operations in each arena
-//   KIV_HEAP_WALK=n        the whole arena is looked at after each n-th operation only
+//   KIV_HEAP_SEED=n        uses seed n for every arena
+//   KIV_HEAP_OPERATIONS=n  runs n operations in each arena
+//   KIV_HEAP_WALK=n        walks the whole arena only after every n-th operation
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ using kiv::test::HeapModel;
 
 constexpr uint32_t kOperations = 1000000;  // of each arena
 constexpr uint32_t kBallastBlocks = 2;
-constexpr uint32_t kSmallArena = 32768;  // all of whose blocks are read after each operation
+constexpr uint32_t kSmallArena = 32768;  // all its blocks are read after each operation
 constexpr uint32_t kHeaderBytes = HeapModel::kHeaderBytes;
 
 uint32_t Setting(const char* name, uint32_t otherwise) {
@@ -30,7 +30,7 @@ uint32_t Setting(const char* name, uint32_t otherwise) {
   return value == nullptr ? otherwise : static_cast<uint32_t>(std::strtoul(value, nullptr, 10));
 }
 
-// How often a request is of each kind, in relation to the others.
+// Relative frequency of each kind of request.
 struct Mix {
   uint32_t quick;     // up to 168 bytes: quick lists, and the first size beyond them
   uint32_t small;     // up to 1,000
@@ -46,7 +46,7 @@ struct Shape {
   const char* name;
   uint32_t seed;
   uint32_t arenaBytes;
-  uint32_t spareBytes;  // of the arena that stay free of ballast
+  uint32_t spareBytes;  // of the arena that no ballast takes
   Mix mix;
 };
 
@@ -56,10 +56,10 @@ class RandomRun {
       : shape_(shape), random_(seed), heap_(shape.arenaBytes), phaseLeft_(0), allocating_(50) {
     heap_.SetPace({.walkAfterEach = std::max(1u, Setting("KIV_HEAP_WALK", 1)),
                    .readAfterEach = shape.arenaBytes < kSmallArena ? 1u : 100u});
-    // The first block of a small arena lies in the bin of the largest: nothing may ask for more
-    // than it has while it is whole.
+    // The first block of a small arena is in the last bin. A larger request must not reach it while
+    // it is whole.
     Allocate(shape.spareBytes / 4);
-    // A heap is full sooner, and walked faster, with little room left.
+    // Ballast leaves little room, so that the heap fills sooner and is walked faster.
     const uint32_t ballastBytes = shape.arenaBytes - shape.spareBytes;
     if (ballastBytes == 0) return;
     for (uint32_t i = 0; i < kBallastBlocks; ++i) {
@@ -84,7 +84,7 @@ class RandomRun {
     }
   }
 
-  // Leaves a heap that is one free block again.
+  // Frees everything; one free block must remain.
   void Finish() {
     while (!live_.empty() && Agrees()) Free(live_.size() - 1);
     for (const uint32_t block : ballast_) heap_.Free(block);
@@ -102,7 +102,7 @@ class RandomRun {
  private:
   uint32_t Below(uint32_t bound) { return static_cast<uint32_t>(random_() % bound); }
 
-  // The arena fills, stays as it is, or empties.
+  // Chooses whether the arena fills, stays as full as it is, or empties.
   void StartPhase() {
     const uint32_t shares[] = {85, 60, 50, 40, 15};
     allocating_ = shares[Below(5)];
@@ -131,8 +131,8 @@ class RandomRun {
     return least - kHeaderBytes - 20 + Below(40);
   }
 
-  // So that a free block is taken exactly, with a remainder that is too small to be split off, or
-  // with the smallest that is.
+  // Returns a request that takes a free block exactly, leaves a rest too small to split off, or
+  // leaves the smallest rest that is split off.
   uint32_t FittingSize() {
     const uint32_t from = Below(HeapModel::kBinCount);
     for (uint32_t i = 0; i < HeapModel::kBinCount; ++i) {
@@ -148,7 +148,7 @@ class RandomRun {
     return static_cast<uint32_t>(offsets.size());
   }
 
-  // Any block; often one of the newest.
+  // Chooses any block, often one of the newest.
   size_t RandomIndex() {
     const uint32_t count = Count(live_);
     if (count == 0) return 0;
@@ -169,7 +169,7 @@ class RandomRun {
     heap_.Free(block);
   }
 
-  // A run of blocks in use that lie side by side.
+  // Frees a run of adjacent used blocks.
   void FreeNeighbours() {
     if (live_.empty()) return;
     const HeapModel::Blocks& blocks = heap_.model().blocks();
@@ -194,8 +194,8 @@ class RandomRun {
     if (moved != HeapModel::kNoBlock) live_[index] = moved;
   }
 
-  // A little less, so that the tail is just too small or just large enough to be split off; a
-  // little more; a fraction; or anything.
+  // Chooses a new size: slightly smaller, so that the tail is just too small or just large enough
+  // to split off; slightly larger; a fraction; or any size.
   uint32_t NewSize(uint32_t oldSize) {
     switch (Below(4)) {
       case 0:
@@ -213,15 +213,15 @@ class RandomRun {
   std::mt19937 random_;
   CheckedHeap heap_;
   std::vector<uint32_t> live_;
-  std::vector<uint32_t> ballast_;  // in use throughout
+  std::vector<uint32_t> ballast_;  // used during the whole test
   uint32_t phaseLeft_;
-  uint32_t allocating_;  // of 100 allocations and frees
+  uint32_t allocating_;  // allocations in 100 operations
   std::string last_;
 };
 
 class HeapAgainstModel : public testing::TestWithParam<Shape> {};
 
-TEST_P(HeapAgainstModel, PlacesEveryBlockAlike) {
+TEST_P(HeapAgainstModel, PlacesEveryBlockLikeTheModel) {
   const Shape& shape = GetParam();
   const uint32_t seed = Setting("KIV_HEAP_SEED", shape.seed);
   const uint32_t operations = Setting("KIV_HEAP_OPERATIONS", kOperations);

@@ -1,9 +1,8 @@
-// Heaps: where blocks are placed, what merges with what and when, and what the bins, the quick
-// lists and the skip table look like afterwards. Each expectation is worked out by hand; beside it,
-// every operation is compared with the model, and the arena is walked.
+// Heaps: placement, coalescing, and the state of the bins, the quick lists and the skip table. The
+// expectations are written by hand. In addition, every operation is compared with the model, and
+// the arena is walked.
 //
-// Sizes are those of blocks, header included, where a test says so: a request of n bytes, if n is a
-// multiple of 8, makes a block of n + 24.
+// A request of n bytes, n a multiple of 8, makes a block of n + 24 bytes with its header.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,7 +28,7 @@ using SkipTable = std::array<uint32_t, kBins>;
 constexpr uint32_t kNoBlock = HeapModel::kNoBlock;
 constexpr uint32_t kHeaderBytes = 24;
 constexpr uint32_t kArenaBytes = 512 * 1024;
-constexpr uint32_t kFirst = 504;                // the heap's record lies in front of it
+constexpr uint32_t kFirst = 504;                // offset of the first block
 constexpr uint32_t kTooMuch = 2 * kArenaBytes;  // a request that always misses
 
 ModelBlock Free(uint32_t sizeBytes) { return {sizeBytes, BlockState::kFree}; }
@@ -42,8 +41,8 @@ class HeapTest : public testing::Test {
 
   void TearDown() override { EXPECT_EQ(heap_.fault(), ""); }
 
-  // Blocks of these sizes in use, side by side in this order up to the end of the arena; the rest
-  // in front of them stays free. For a fresh heap.
+  // Fills the end of a fresh heap's arena with used blocks of these sizes, in this order. The space
+  // before them stays free.
   Offsets Lay(const std::vector<uint32_t>& blockBytes) {
     Offsets offsets;
     for (size_t i = blockBytes.size(); i-- > 0;) {
@@ -52,21 +51,21 @@ class HeapTest : public testing::Test {
     return offsets;
   }
 
-  // Of exactly that size, unless the heap gives more.
+  // Allocates a block of this size, header included.
   uint32_t AllocateBlock(uint32_t blockBytes) { return heap_.Allocate(blockBytes - kHeaderBytes); }
 
   void FreeAll(const Offsets& blocks) {
     for (const uint32_t block : blocks) heap_.Free(block);
   }
 
-  // Takes the free block in front, so that the bins have nothing but what the test frees.
+  // Allocates the free block at the front, so that the bins hold only what the test frees.
   void TakeFront() { ASSERT_EQ(AllocateBlock(BlockSize(kFirst)), kFirst); }
 
   const Offsets& Bin(uint32_t index) { return heap_.walk().bin(index); }
   const Offsets& QuickList(uint32_t index) { return heap_.walk().quickList(index); }
   uint32_t ParkedCount() { return heap_.heap().parked.load(); }
 
-  // What starts at an offset; of size 0 if nothing does.
+  // Returns the block that starts at an offset; its size is 0 if none does.
   ModelBlock At(uint32_t offset) {
     for (const auto& [start, block] : heap_.walk().blocks()) {
       if (start == offset) return block;
@@ -108,7 +107,7 @@ TEST_F(HeapTest, KeepsTheLockOfAThreadHeap) {
   EXPECT_EQ(locked.fault(), "");
 }
 
-TEST_F(HeapTest, RoundsTheFirstBlockDown) {
+TEST_F(HeapTest, RoundsTheSizeOfTheFirstBlockDown) {
   for (uint32_t more = 0; more < 8; ++more) {
     CheckedHeap odd(kArenaBytes + more);
     EXPECT_EQ(odd.walk().blocks()[0].second, Free(523784));
@@ -138,7 +137,7 @@ TEST_F(HeapTest, RoundsRequestsUp) {
 
 // ---- Quick lists ----
 
-TEST_F(HeapTest, ParksBlocksOfUpTo160BytesByTheirSize) {
+TEST_F(HeapTest, ParksPayloadsOfUpTo160BytesByTheirSize) {
   for (uint32_t payload = 24; payload <= 160; payload += 8) {
     const uint32_t block = heap_.Allocate(payload);
     heap_.Free(block);
@@ -149,7 +148,7 @@ TEST_F(HeapTest, ParksBlocksOfUpTo160BytesByTheirSize) {
   }
 }
 
-TEST_F(HeapTest, BinsBlocksOf168Bytes) {
+TEST_F(HeapTest, BinsPayloadsOf168Bytes) {
   const Offsets blocks = Lay({48, 192, 48});
   heap_.Free(blocks[1]);
   EXPECT_EQ(ParkedCount(), 0u);
@@ -186,7 +185,7 @@ TEST_F(HeapTest, MergesParkedBlocksOnlyWhenARequestMisses) {
   EXPECT_EQ(ParkedCount(), 0u);
 }
 
-TEST_F(HeapTest, MissesWithoutTouchingAnythingWhenNoneIsParked) {
+TEST_F(HeapTest, ChangesNothingWhenARequestMissesAndNoBlockIsParked) {
   const Offsets blocks = Lay({48, 400, 48, 440, 48});
   FreeAll({blocks[1], blocks[3]});
   const auto before = heap_.walk().blocks();
@@ -205,13 +204,13 @@ class FullHeapTest : public HeapTest {
   Offsets blocks_;
 };
 
-TEST_F(FullHeapTest, HasItsFirstBlockInFrontAndItsLastAtTheEnd) {
+TEST_F(FullHeapTest, PlacesItsFirstRequestLastAndItsLastRequestFirst) {
   EXPECT_EQ(blocks_.front(), kFirst + 19 * 48);
   EXPECT_EQ(blocks_.back(), kFirst);
   EXPECT_EQ(heap_.Allocate(24), kNoBlock);
 }
 
-TEST_F(FullHeapTest, ServesARequestFromWhatConsolidationMerged) {
+TEST_F(FullHeapTest, ServesARequestFromConsolidatedBlocks) {
   FreeAll(blocks_);
   EXPECT_EQ(ParkedCount(), 20u);
   EXPECT_EQ(heap_.Allocate(20 * 48 - 24), kFirst);
@@ -219,16 +218,16 @@ TEST_F(FullHeapTest, ServesARequestFromWhatConsolidationMerged) {
   EXPECT_EQ(ParkedCount(), 0u);
 }
 
-TEST_F(FullHeapTest, FailsWhenConsolidationDoesNotHelp) {
+TEST_F(FullHeapTest, FailsWhenConsolidationFreesTooLittle) {
   FreeAll({blocks_[0], blocks_[1], blocks_[3]});
-  EXPECT_EQ(heap_.Allocate(80), kNoBlock);  // 104 bytes, and 96 are free in a row
+  EXPECT_EQ(heap_.Allocate(80), kNoBlock);  // 104 bytes, but only 96 adjacent bytes are free
   EXPECT_EQ(Bin(0), (Offsets{blocks_[3], blocks_[1]}));
   EXPECT_EQ(heap_.Allocate(72), blocks_[1]);
 }
 
 // ---- Consolidation ----
 
-TEST_F(HeapTest, ConsolidatesListByListAndEachFromItsHead) {
+TEST_F(HeapTest, ConsolidatesTheListsInOrderAndEachFromItsHead) {
   const Offsets blocks = Lay({200, 48, 200, 48, 200, 56, 200});
   FreeAll({blocks[5], blocks[1], blocks[3]});
   heap_.Consolidate();
@@ -258,8 +257,8 @@ TEST_F(HeapTest, ConsolidatesEveryList) {
 TEST_F(HeapTest, MergesAParkedNeighbourWhenItsOwnTurnComes) {
   const Offsets blocks = Lay({200, 48, 48, 48, 200, 96, 200});
   heap_.Free(blocks[5]);
-  // The list begins with blocks[3]. It goes behind blocks[5]; blocks[2] takes its place; with
-  // blocks[1] they are too large for that bin.
+  // The list starts with blocks[3], which is binned behind blocks[5]. blocks[2] merges with it and
+  // takes its place. With blocks[1] the merged block is too large for that bin.
   FreeAll({blocks[1], blocks[2], blocks[3]});
   heap_.Consolidate();
   EXPECT_EQ(At(blocks[1]), Free(144));
@@ -287,30 +286,30 @@ TEST(HeapBins, AreOrderedBySize) {
   }
 }
 
-TEST_F(HeapTest, PutsABlockBehindTheOthersOfItsBin) {
+TEST_F(HeapTest, AddsABlockAtTheTailOfItsBin) {
   const Offsets blocks = Lay({48, 400, 48, 440, 48, 480, 48});
   FreeAll({blocks[3], blocks[5], blocks[1]});
   EXPECT_EQ(Bin(3), (Offsets{blocks[3], blocks[5], blocks[1]}));
 }
 
-TEST_F(HeapTest, TakesTheFirstOfABinThatIsLargeEnough) {
+TEST_F(HeapTest, TakesTheFirstBlockOfABinThatIsLargeEnough) {
   const Offsets blocks = Lay({48, 400, 48, 440, 48, 480, 48});
   FreeAll({blocks[1], blocks[3], blocks[5]});
   EXPECT_EQ(AllocateBlock(432), blocks[3]);
-  // The block that was taken stood at the head, and left it to the next.
+  // The allocated block was the head; the next block is the head afterwards.
   EXPECT_EQ(Bin(3), (Offsets{blocks[5], blocks[1]}));
   EXPECT_EQ(AllocateBlock(384), blocks[5] + 96);
   EXPECT_EQ(Bin(3), Offsets{blocks[1]});
   EXPECT_EQ(Bin(0), Offsets{blocks[5]});
 }
 
-TEST_F(HeapTest, SearchesOnFromTheBlockThatWasFound) {
+TEST_F(HeapTest, StartsTheNextSearchAtTheBlockFoundLast) {
   const Offsets blocks = Lay({48, 70000, 48, 130000, 48, 40000, 48});
   TakeFront();
   FreeAll({blocks[1], blocks[3]});
   EXPECT_EQ(Bin(31), (Offsets{blocks[1], blocks[3]}));
   EXPECT_EQ(AllocateBlock(80000), blocks[3] + 50000);
-  EXPECT_EQ(Bin(31), (Offsets{blocks[3], blocks[1]}));  // what is left of it is found first
+  EXPECT_EQ(Bin(31), (Offsets{blocks[3], blocks[1]}));  // the rest of it is the new head
   heap_.Free(blocks[5]);
   EXPECT_EQ(Bin(31), (Offsets{blocks[3], blocks[1], blocks[5]}));
   EXPECT_EQ(AllocateBlock(32768), blocks[3] + 17232);
@@ -318,7 +317,7 @@ TEST_F(HeapTest, SearchesOnFromTheBlockThatWasFound) {
   EXPECT_EQ(Bin(23), Offsets{blocks[3]});
 }
 
-TEST_F(HeapTest, KeepsTheHeadOfABinThatWasSearchedInVain) {
+TEST_F(HeapTest, KeepsTheHeadOfABinAfterASearchThatFails) {
   const Offsets blocks = Lay({48, 400, 48, 440, 48, 600, 48});
   FreeAll({blocks[1], blocks[3], blocks[5]});
   EXPECT_EQ(AllocateBlock(504), blocks[5] + 96);
@@ -333,7 +332,7 @@ TEST_F(HeapTest, TakesTheHeadOfAHigherBinWithoutSearchingIt) {
   EXPECT_EQ(Bin(2), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, TakesTheNextHigherBinFirst) {
+TEST_F(HeapTest, PrefersTheNextHigherBin) {
   const Offsets blocks = Lay({48, 2200, 48, 752, 48});
   FreeAll({blocks[1], blocks[3]});
   EXPECT_EQ(AllocateBlock(400), blocks[3] + 352);
@@ -350,7 +349,7 @@ TEST_F(HeapTest, LeavesTheHeadOfABinThatBecameEmpty) {
 
 // ---- Carving ----
 
-TEST_F(HeapTest, HandsOutABlockWholeWhenLessThan40BytesWouldRemain) {
+TEST_F(HeapTest, HandsOutAWholeBlockWhenLessThan40BytesWouldRemain) {
   const Offsets blocks = Lay({48, 400, 48});
   for (uint32_t remainder = 0; remainder < 40; remainder += 8) {
     heap_.Free(blocks[1]);
@@ -369,11 +368,11 @@ TEST_F(HeapTest, SplitsABlockWhen40BytesRemain) {
   EXPECT_EQ(Bin(0), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, ParksABlockThatWasHandedOutWholeUnderItsRealSize) {
+TEST_F(HeapTest, ParksAWholeBlockByItsRealSize) {
   const Offsets blocks = Lay({48, 400, 48});
   heap_.Free(blocks[1]);
   ASSERT_EQ(AllocateBlock(280), blocks[1] + 120);  // leaves 120
-  ASSERT_EQ(heap_.Allocate(72), blocks[1]);        // 96, and 24 too many
+  ASSERT_EQ(heap_.Allocate(72), blocks[1]);        // 96 bytes, given whole with 24 more
   EXPECT_EQ(At(blocks[1]), Used(120));
   heap_.Free(blocks[1]);
   EXPECT_EQ(QuickList(11), Offsets{blocks[1]});
@@ -381,7 +380,7 @@ TEST_F(HeapTest, ParksABlockThatWasHandedOutWholeUnderItsRealSize) {
   EXPECT_EQ(heap_.Allocate(96), blocks[1]);
 }
 
-TEST_F(HeapTest, BinsABlockThatWasHandedOutWholeByItsRealSize) {
+TEST_F(HeapTest, BinsAWholeBlockByItsRealSize) {
   const Offsets blocks = Lay({48, 192, 48});
   heap_.Free(blocks[1]);
   ASSERT_EQ(heap_.Allocate(144), blocks[1]);
@@ -390,15 +389,15 @@ TEST_F(HeapTest, BinsABlockThatWasHandedOutWholeByItsRealSize) {
   EXPECT_EQ(Bin(1), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, LeavesTheRestOfABlockInItsPlaceWhileItsBinFits) {
+TEST_F(HeapTest, LeavesTheRestOfABlockInItsPlaceWhileItsBinStaysTheSame) {
   const Offsets blocks = Lay({48, 70000, 48, 90000, 48});
   FreeAll({blocks[1], blocks[3]});
   ASSERT_EQ(Bin(31), (Offsets{kFirst, blocks[1], blocks[3]}));
-  EXPECT_EQ(heap_.Allocate(24), kFirst + 363592);  // of the 363,640 bytes in front
+  EXPECT_EQ(heap_.Allocate(24), kFirst + 363592);  // cut off the 363,640 free bytes
   EXPECT_EQ(Bin(31), (Offsets{kFirst, blocks[1], blocks[3]}));
 }
 
-TEST_F(HeapTest, PutsTheRestOfABlockBehindTheOthersOfALowerBin) {
+TEST_F(HeapTest, MovesTheRestOfABlockToTheTailOfALowerBin) {
   const Offsets blocks = Lay({48, 2048, 48, 400, 48});
   FreeAll({blocks[1], blocks[3]});
   EXPECT_EQ(AllocateBlock(1600), blocks[1] + 448);
@@ -417,10 +416,10 @@ TEST_F(HeapTest, BinsABlockBetweenBlocksInUse) {
   EXPECT_EQ(Bin(3), (Offsets{blocks[1], blocks[3]}));
 }
 
-// ---- Coalescing: the block before stays in its bin ----
+// ---- Coalescing: the previous block stays in its bin ----
 
-// Each ring has a block before and one behind the one that the test is about.
-TEST_F(HeapTest, GrowsTheBlockBeforeInItsPlace) {
+// In each ring the tested block has a neighbour on either side.
+TEST_F(HeapTest, GrowsThePreviousBlockInItsPlace) {
   const Offsets blocks = Lay({48, 2304, 400, 48, 2200, 48, 2100, 48});
   FreeAll({blocks[4], blocks[1], blocks[6]});
   heap_.Free(blocks[2]);
@@ -428,14 +427,14 @@ TEST_F(HeapTest, GrowsTheBlockBeforeInItsPlace) {
   EXPECT_EQ(Bin(16), (Offsets{blocks[4], blocks[1], blocks[6]}));
 }
 
-TEST_F(HeapTest, GrowsTheBlockBeforeAtTheHead) {
+TEST_F(HeapTest, GrowsThePreviousBlockAtTheHead) {
   const Offsets blocks = Lay({48, 2304, 400, 48, 2200, 48});
   FreeAll({blocks[1], blocks[4]});
   heap_.Free(blocks[2]);
   EXPECT_EQ(Bin(16), (Offsets{blocks[1], blocks[4]}));
 }
 
-TEST_F(HeapTest, GrowsTheBlockBeforeAndTakesTheNextOutOfItsBin) {
+TEST_F(HeapTest, GrowsThePreviousBlockAndTakesTheNextOutOfItsBin) {
   const Offsets blocks = Lay({48, 2304, 400, 200, 48, 2200, 48, 208, 48});
   FreeAll({blocks[5], blocks[1], blocks[7], blocks[3]});
   ASSERT_EQ(Bin(1), (Offsets{blocks[7], blocks[3]}));
@@ -445,7 +444,7 @@ TEST_F(HeapTest, GrowsTheBlockBeforeAndTakesTheNextOutOfItsBin) {
   EXPECT_EQ(Bin(1), Offsets{blocks[7]});
 }
 
-TEST_F(HeapTest, GrowsTheBlockBeforeAndTakesTheNextOutOfTheSameBin) {
+TEST_F(HeapTest, GrowsThePreviousBlockAndTakesTheNextOutOfTheSameBin) {
   const Offsets blocks = Lay({48, 40000, 400, 40008, 48, 50000, 48});
   TakeFront();
   FreeAll({blocks[3], blocks[5], blocks[1]});
@@ -455,7 +454,7 @@ TEST_F(HeapTest, GrowsTheBlockBeforeAndTakesTheNextOutOfTheSameBin) {
   EXPECT_EQ(Bin(31), (Offsets{blocks[5], blocks[1]}));
 }
 
-// ---- Coalescing: the block behind gives its place ----
+// ---- Coalescing: the merged block takes the next block's place ----
 
 TEST_F(HeapTest, TakesThePlaceOfTheNextBlock) {
   const Offsets blocks = Lay({48, 400, 2304, 48, 2200, 48, 2100, 48});
@@ -479,7 +478,7 @@ TEST_F(HeapTest, TakesThePlaceOfTheNextBlockThatIsAlone) {
   EXPECT_EQ(Bin(16), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, TakesThePlaceOfTheNextBlockTogetherWithTheOneBefore) {
+TEST_F(HeapTest, TakesThePlaceOfTheNextBlockTogetherWithThePreviousOne) {
   const Offsets blocks = Lay({48, 200, 400, 2304, 48, 2200, 48, 2100, 48, 208, 48});
   FreeAll({blocks[1], blocks[9], blocks[5], blocks[3], blocks[7]});
   ASSERT_EQ(Bin(1), (Offsets{blocks[1], blocks[9]}));
@@ -489,7 +488,7 @@ TEST_F(HeapTest, TakesThePlaceOfTheNextBlockTogetherWithTheOneBefore) {
   EXPECT_EQ(Bin(1), Offsets{blocks[9]});
 }
 
-TEST_F(HeapTest, TakesThePlaceOfTheNextBlockAtTheHeadTogetherWithTheOneBefore) {
+TEST_F(HeapTest, TakesThePlaceOfTheNextBlockAtTheHeadTogetherWithThePreviousOne) {
   const Offsets blocks = Lay({48, 200, 400, 2304, 48});
   FreeAll({blocks[1], blocks[3]});
   heap_.Free(blocks[2]);
@@ -500,7 +499,7 @@ TEST_F(HeapTest, TakesThePlaceOfTheNextBlockAtTheHeadTogetherWithTheOneBefore) {
 
 // ---- Coalescing: the merged block changes its bin ----
 
-TEST_F(HeapTest, MovesTheBlockBeforeToTheTailOfAHigherBin) {
+TEST_F(HeapTest, MovesThePreviousBlockToTheTailOfAHigherBin) {
   const Offsets blocks = Lay({48, 400, 200, 48, 520, 48, 408, 48});
   FreeAll({blocks[4], blocks[1], blocks[6]});
   heap_.Free(blocks[2]);
@@ -558,7 +557,7 @@ class ThreeBlocksTest : public HeapTest {
   Offsets blocks_;
 };
 
-TEST_F(ThreeBlocksTest, NothingIsMergedPastEitherEnd) {
+TEST_F(ThreeBlocksTest, DoNotMergePastEitherEnd) {
   EXPECT_EQ(blocks_, (Offsets{504, 904, 1304}));
   heap_.Free(1304);
   heap_.Free(504);
@@ -569,7 +568,7 @@ TEST_F(ThreeBlocksTest, NothingIsMergedPastEitherEnd) {
   EXPECT_EQ(AllocateBlock(1200), 504u);
 }
 
-TEST_F(ThreeBlocksTest, MergeFromTheFrontOn) {
+TEST_F(ThreeBlocksTest, MergeFromTheFrontToTheEnd) {
   heap_.Free(504);
   heap_.Free(904);
   EXPECT_EQ(At(504), Free(800));
@@ -577,7 +576,7 @@ TEST_F(ThreeBlocksTest, MergeFromTheFrontOn) {
   EXPECT_EQ(At(504), Free(1200));
 }
 
-TEST_F(ThreeBlocksTest, MergeFromTheEndOn) {
+TEST_F(ThreeBlocksTest, MergeFromTheEndToTheFront) {
   heap_.Free(1304);
   heap_.Free(904);
   EXPECT_EQ(At(904), Free(800));
@@ -598,7 +597,7 @@ TEST_F(HeapTest, CountsTheBinsUpToTheNextWithABlock) {
   EXPECT_EQ(Skip(), three);
   heap_.Free(blocks[5]);  // bin 3 again
   EXPECT_EQ(Skip(), three);
-  ASSERT_EQ(AllocateBlock(400), blocks[1]);  // bin 3 keeps the other
+  ASSERT_EQ(AllocateBlock(400), blocks[1]);  // bin 3 still has a block
   EXPECT_EQ(Skip(), three);
   ASSERT_EQ(AllocateBlock(2304), blocks[3]);  // bin 16 is empty
   EXPECT_EQ(Skip(), (SkipTable{3,  2,  1,  0,  27, 26, 25, 24, 23, 22, 21, 20, 19, 18, 17, 16,
@@ -606,7 +605,7 @@ TEST_F(HeapTest, CountsTheBinsUpToTheNextWithABlock) {
   TakeFront();  // bin 31 is empty
   EXPECT_EQ(Skip(), (SkipTable{3,  2,  1,  0,  59, 58, 57, 56, 55, 54, 53, 52, 51, 50, 49, 48,
                                47, 46, 45, 44, 43, 42, 41, 40, 39, 38, 37, 36, 35, 34, 33, 32}));
-  ASSERT_EQ(AllocateBlock(408), blocks[5]);  // bin 3 is empty, and so are all
+  ASSERT_EQ(AllocateBlock(408), blocks[5]);  // bin 3 is empty, like all others
   EXPECT_EQ(Skip(), (SkipTable{63, 62, 61, 60, 59, 58, 57, 56, 55, 54, 53, 52, 51, 50, 49, 48,
                                47, 46, 45, 44, 43, 42, 41, 40, 39, 38, 37, 36, 35, 34, 33, 32}));
   heap_.Free(blocks[3]);  // bin 16 alone
@@ -625,7 +624,7 @@ TEST_F(HeapTest, CountsTheLowestBinToo) {
   EXPECT_EQ(Skip()[0], 63u);
 }
 
-TEST_F(HeapTest, TellsWithoutALockWhetherItMayServe) {
+TEST_F(HeapTest, ShowsWithoutALockWhetherItMayServe) {
   const Heap& heap = heap_.heap();
   const Offsets blocks = Lay({48, 2304, 48});
   for (uint32_t bin = 0; bin < kBins; ++bin) {
@@ -639,7 +638,7 @@ TEST_F(HeapTest, TellsWithoutALockWhetherItMayServe) {
     EXPECT_EQ(kiv::NextFilledBin(heap, bin), bin < 16 ? 16u : 32u) << bin;
     EXPECT_EQ(kiv::MayServe(heap, bin), bin <= 16) << bin;
   }
-  heap_.Free(blocks[0]);  // parked: after consolidation there may be anything
+  heap_.Free(blocks[0]);  // parked: consolidation may produce any size
   EXPECT_TRUE(kiv::MayServe(heap, 31));
 }
 
@@ -674,7 +673,7 @@ TEST_F(HeapTest, BinsASmallTailInsteadOfParkingIt) {
   EXPECT_EQ(ParkedCount(), 0u);
 }
 
-TEST_F(HeapTest, MergesATailOnlyWithTheBlockBehindIt) {
+TEST_F(HeapTest, MergesATailOnlyWithTheNextBlock) {
   const Offsets blocks = Lay({48, 400, 1000, 408, 48});
   FreeAll({blocks[1], blocks[3]});
   EXPECT_EQ(heap_.Reallocate(blocks[2], 500), blocks[2]);
@@ -684,7 +683,7 @@ TEST_F(HeapTest, MergesATailOnlyWithTheBlockBehindIt) {
   EXPECT_EQ(Bin(3), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, LetsATailTakeThePlaceOfTheBlockBehindIt) {
+TEST_F(HeapTest, PutsAMergedTailInThePlaceOfTheNextBlock) {
   const Offsets blocks = Lay({48, 1000, 2304, 48, 2200, 48});
   FreeAll({blocks[2], blocks[4]});
   EXPECT_EQ(heap_.Reallocate(blocks[1], 500), blocks[1]);
@@ -697,7 +696,7 @@ TEST_F(HeapTest, SplitsTheLastBlockOfTheArena) {
   EXPECT_EQ(At(blocks[1] + 528), Free(472));
 }
 
-TEST_F(HeapTest, GrowsABlockIntoWhatItHasToSpare) {
+TEST_F(HeapTest, GrowsABlockIntoItsSurplus) {
   const Offsets blocks = Lay({48, 400, 48});
   heap_.Free(blocks[1]);
   ASSERT_EQ(AllocateBlock(368), blocks[1]);
@@ -717,21 +716,21 @@ TEST_F(HeapTest, MovesABlockEvenIfTheNextIsFree) {
   const Offsets blocks = Lay({48, 400, 1000, 48});
   heap_.Free(blocks[2]);
   EXPECT_EQ(heap_.Reallocate(blocks[1], 600), blocks[2] + 376);
-  EXPECT_EQ(At(blocks[1]), Free(776));  // the old block and what is left of the next
+  EXPECT_EQ(At(blocks[1]), Free(776));  // the old block and the rest of the next one
   EXPECT_EQ(Bin(6), Offsets{blocks[1]});
 }
 
-TEST_F(HeapTest, LeavesABlockAloneThatCannotGrow) {
+TEST_F(HeapTest, LeavesABlockUnchangedThatCannotGrow) {
   const Offsets blocks = Lay({48, 400, 48, 48});
   heap_.Free(blocks[2]);
   EXPECT_EQ(heap_.Reallocate(blocks[1], kTooMuch), kNoBlock);
   EXPECT_EQ(At(blocks[1]), Used(400));
   EXPECT_EQ(ParkedCount(), 0u);  // the attempt consolidated
   EXPECT_EQ(Bin(0), Offsets{blocks[2]});
-  heap_.Free(blocks[1]);  // which looks at its content
+  heap_.Free(blocks[1]);  // checks its content
 }
 
-TEST_F(FullHeapTest, MovesABlockIntoWhatConsolidationMerged) {
+TEST_F(FullHeapTest, MovesABlockIntoConsolidatedBlocks) {
   FreeAll({blocks_[10], blocks_[11], blocks_[12]});
   EXPECT_EQ(heap_.Reallocate(blocks_[0], 120), blocks_[12]);
   EXPECT_EQ(At(blocks_[12]), Used(144));
@@ -752,19 +751,19 @@ class HeapDeathTest : public HeapTest {
   Offsets blocks_;
 };
 
-TEST_F(HeapDeathTest, ASearchStopsAtABlockThatIsNotFree) {
+TEST_F(HeapDeathTest, ASearchAssertsThatTheFirstBlockIsFree) {
   GiveOwner(blocks_[1]);
   EXPECT_DEATH(Request(392), "!CurrentBin->MemHeap");
   EXPECT_DEATH(Request(392), "sd/memheap.*1055");
 }
 
-TEST_F(HeapDeathTest, ASearchStopsAtALaterBlockThatIsNotFree) {
+TEST_F(HeapDeathTest, ASearchAssertsThatALaterBlockIsFree) {
   GiveOwner(blocks_[3]);
   EXPECT_DEATH(Request(432), "!CurrentBin->MemHeap");
   EXPECT_DEATH(Request(432), "sd/memheap.*1055");
 }
 
-TEST_F(HeapDeathTest, ABlockThatIsNotFreeIsNotBinned) {
+TEST_F(HeapDeathTest, BinningAssertsThatTheBlockIsFree) {
   GiveOwner(blocks_[1]);
   EXPECT_DEATH(Request(48), "!Bin->MemHeap");
   EXPECT_DEATH(Request(48), "sd/memheap.*982");

@@ -1,4 +1,4 @@
-// What the memory manager counts, and where its limit and the limit's warning lie.
+// The totals of the memory manager, its limit, and the warning near the limit.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,14 +12,14 @@ namespace {
 using namespace kiv::test;
 
 constexpr uint64_t kLimit = 20 * 1024 * 1024;
-constexpr uint64_t kWarningMark = kLimit / 100 * 90;  // less than 90% of the limit by 18
+constexpr uint64_t kWarningMark = kLimit / 100 * 90;  // 18 bytes less than 90% of the limit
 constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
 constexpr uint64_t kUnit = AD_MEMORY_UNIT;
 static_assert(kWarningMark == 18874350);
 
 const std::string kLimited = std::string(kSmall) + "memorylimit 20M";
 
-// A request that brings the total to so many bytes, from what is in use now.
+// Returns the request that raises the total to totalBytes.
 uint64_t RequestFor(uint64_t total) {
   const Totals now = TotalsNow();
   return total - now.used() - now.aligned - kLargeHeaderBytes;
@@ -43,7 +43,7 @@ TEST(Accounting, CountsHeapsLargeBlocksAndTheirHeaders) {
   EXPECT_EQ(TotalsNow(), (Totals{0, kHeaps, 0, high, 0, high}));
 }
 
-TEST(Accounting, MarksAreSetBackAndPeaksAreNot) {
+TEST(Accounting, MarksAreResetAndPeaksAreNot) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   int region = 0;
   ASSERT_EQ(adMemAlignedIncCounter(&region, 100), KIV_ST_OK);
@@ -66,7 +66,7 @@ TEST(Accounting, MarksAreSetBackAndPeaksAreNot) {
   EXPECT_EQ(MarksNow(), (Marks{kHeaps + 500'032, kUnit, kHeaps + 500'032 + kUnit}));
   EXPECT_EQ(TotalsNow().alignedPeak, aligned);
   Free(large);
-  // To what is in use, not to 0.
+  // Marks are reset to the memory in use, not to 0.
   EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
   EXPECT_EQ(MarksNow(), (Marks{kHeaps, kUnit, kHeaps + kUnit}));
   large = Allocate(2'000'000);
@@ -85,7 +85,7 @@ TEST(Accounting, AReallocationCountsTheDifference) {
   ExpectLarge(moved, 3'000'000);
   EXPECT_TRUE(IsFilled(moved, 1'000'000, 1));
   EXPECT_EQ(TotalsNow().outside, 3'000'032u);
-  // Never both blocks at once.
+  // The old and the new block are never counted together.
   EXPECT_EQ(TotalsNow().usedPeak, kHeaps + 3'000'032);
   EXPECT_EQ(MarksNow().used, kHeaps + 3'000'032);
   ASSERT_EQ(adRealloc(nullptr, 2'000'000, moved, &block, "tests", 1), KIV_ST_OK);
@@ -110,7 +110,7 @@ TEST(Accounting, AReallocationRaisesMarksAndPeaks) {
   EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
   ASSERT_EQ(adRealloc(nullptr, 2'000'000, moved, &block, "tests", 1), KIV_ST_OK);
   ASSERT_EQ(adRealloc(nullptr, 2'500'000, block, &moved, "tests", 1), KIV_ST_OK);
-  // Below both: neither moves.
+  // Below mark and peak: neither changes.
   EXPECT_EQ(MarksNow(), (Marks{high, 3 * kUnit, high + 3 * kUnit}));
   EXPECT_EQ(adMemResetMaxUsedMarkMemory(), 0u);
   ASSERT_EQ(adRealloc(nullptr, 2'600'000, moved, &block, "tests", 1), KIV_ST_OK);
@@ -122,7 +122,7 @@ TEST(Accounting, AReallocationRaisesMarksAndPeaks) {
   Free(block);
 }
 
-// A change of 2 GiB and 16 bytes counts as one of 16 bytes less than 2 GiB the other way.
+// Growing by 2 GiB and 16 bytes counts as shrinking by 2 GiB less 16 bytes.
 TEST(Accounting, AReallocationCountsTheDifferenceIn32BitsWithASign) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   constexpr uint64_t kSize = 100'000;
@@ -140,7 +140,7 @@ TEST(Accounting, AReallocationCountsTheDifferenceIn32BitsWithASign) {
   Free(block);
 }
 
-TEST(Accounting, TheLimitMayBeReachedAndNotPassed) {
+TEST(Accounting, TheLimitMayBeReachedButNotExceeded) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   Listen();
   const uint64_t most = RequestFor(kLimit);
@@ -152,7 +152,7 @@ TEST(Accounting, TheLimitMayBeReachedAndNotPassed) {
   const Marks marks = MarksNow();
   EXPECT_EQ(TryAllocate(most + 1, &block), KIV_ST_OUT_OF_MEMORY);
   EXPECT_EQ(block, nullptr);
-  // As if it had not been asked for.
+  // The refused request changed nothing.
   EXPECT_EQ(TotalsNow(), before);
   EXPECT_EQ(MarksNow(), marks);
   EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps + most + 1, most + 1)});
@@ -185,7 +185,7 @@ TEST(Accounting, RegionsCountAgainstTheLimit) {
   EXPECT_EQ(adMemAlignedIncCounter(&other, 0), KIV_ST_OK);
   void* block = nullptr;
   EXPECT_EQ(TryAllocate(kLargestInHeap + 1, &block), KIV_ST_OUT_OF_MEMORY);
-  // Heaps serve what they have room for.
+  // Heaps still serve requests for which they have room.
   Free(Allocate(kLargestInHeap));
   adMemAlignedDecCounter(&region);
   adMemAlignedDecCounter(&other);
@@ -193,7 +193,7 @@ TEST(Accounting, RegionsCountAgainstTheLimit) {
   EXPECT_EQ(TotalsNow().used(), kHeaps);
 }
 
-TEST(Accounting, AReallocationBeyondTheLimitLeavesTheBlockWhole) {
+TEST(Accounting, AReallocationAboveTheLimitLeavesTheBlockUnchanged) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   Listen();
   const uint64_t size = 1'000'000;
@@ -281,7 +281,7 @@ TEST(Accounting, RegionsCountForTheWarningOfAReallocation) {
   adMemAlignedDecCounter(&region);
 }
 
-TEST(Accounting, WarnsWhenARegionCrosses90Percent) {
+TEST(Accounting, WarnsWhenARegionExceeds90Percent) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   Listen();
   int region = 0;
@@ -294,8 +294,8 @@ TEST(Accounting, WarnsWhenARegionCrosses90Percent) {
   adMemAlignedDecCounter(&region);
 }
 
-// The new heap crosses the mark; the request that needed it tells.
-TEST(Accounting, WarnsWhenANewHeapCrosses90Percent) {
+// The new heap exceeds 90%; the request that needed the heap sends the warning.
+TEST(Accounting, WarnsWhenANewHeapExceeds90Percent) {
   ASSERT_EQ(Restart("numheaps 13 numthreadheaps 4 heapsize 512K memorylimit 20M"), KIV_ST_OK);
   std::vector<void*> filling;
   for (uint64_t i = 0; i < 9 * 7; ++i) filling.push_back(Allocate(kLargestInHeap));
@@ -309,7 +309,7 @@ TEST(Accounting, WarnsWhenANewHeapCrosses90Percent) {
   for (void* block : filling) Free(block);
 }
 
-// With the total of when the mark was crossed: the 11th heap did, the 12th came after it.
+// The warning shows the total at which 90% was exceeded: that of the 11th heap, not of the 12th.
 TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
   ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
   constexpr uint64_t kHeap = 840 * 1024;
@@ -321,7 +321,7 @@ TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
   Free(Allocate(1));
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
 
-  // The next start forgets it.
+  // The next initialisation clears it.
   ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   Listen();
@@ -329,7 +329,7 @@ TEST(Accounting, AWarningFromTheStartIsSentByTheFirstRequest) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
 }
 
-// The warning that is pending is sent in its place, with its own total.
+// The pending warning is sent instead, with its own total.
 TEST(Accounting, ARegionSendsNoWarningOfItsOwnWhileOneIsPending) {
   ASSERT_EQ(Restart("numthreadheaps 4 heapsize 840K memorylimit 10M"), KIV_ST_OK);
   Listen();
@@ -339,7 +339,7 @@ TEST(Accounting, ARegionSendsNoWarningOfItsOwnWhileOneIsPending) {
   adMemAlignedDecCounter(&region);
 }
 
-// There no request would send a warning that were left pending.
+// In plain mode no request would send a pending warning.
 TEST(Accounting, ARegionWarnsAtOnceInPlainMode) {
   ASSERT_EQ(Restart("memorylimit 20M numthreadheaps 0"), KIV_ST_OK);
   Listen();
@@ -355,16 +355,16 @@ TEST(Accounting, ARegionWarnsAtOnceInPlainMode) {
   EXPECT_EQ(TotalsNow().aligned, 0u);
 }
 
-// ---- What it is made of ----
+// ---- The policy of accounted memory ----
 
-// Behind a header of the full policy, with the memory-manager switch on.
+// Expects a header of the full policy before `base`. The memory-manager switch must be on.
 void ExpectFullPolicy(const void* base, uint32_t sizeClass) {
   EXPECT_EQ(ReadAt<uint8_t>(base, -1), 64);
   EXPECT_EQ(ReadAt<uint8_t>(base, -2), AD_POLICY_FULL);
   EXPECT_EQ(ReadAt<uint32_t>(base, -8), sizeClass);
 }
 
-TEST(Accounting, TakesItsMemoryUnderTheFullPolicy) {
+TEST(Accounting, AllocatesUnderTheFullPolicy) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
@@ -377,14 +377,14 @@ TEST(Accounting, TakesItsMemoryUnderTheFullPolicy) {
     void* larger = nullptr;
     ASSERT_EQ(adRealloc(nullptr, 3'000'000, large, &larger, "tests", 1), KIV_ST_OK);
     ExpectFullPolicy(static_cast<char*>(larger) - kLargeHeaderBytes, 22);
-    // The totals count what was asked for.
+    // The totals count the requested bytes.
     EXPECT_EQ(TotalsNow().outside, kShortHeapBytes + 3'000'032);
   });
 }
 
 // ---- Regions ----
 
-// Its record is a large block here, and comes on top.
+// The record of the region is a large block here, and its bytes exceed the limit.
 TEST(Regions, MayReachTheLimitExactly) {
   ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 20M"), KIV_ST_OK);
   int region = 0;
@@ -406,7 +406,8 @@ struct OtherThread {
 OtherThread outcome;
 void* another = nullptr;  // a large block
 
-// What another thread is told while this one sends a warning for a region of 13 MiB: 1 MiB is left.
+// Allocates in another thread while this thread sends a warning for a region of 13 MiB. 1 MiB is
+// left then.
 void AskInAnotherThread() {
   OnMessage(nullptr);
   std::thread([] {
@@ -420,7 +421,7 @@ void AskInAnotherThread() {
   }).join();
 }
 
-TEST(Regions, HoldTheirRoomWhileTheyAreRegistered) {
+TEST(Regions, ReserveTheirBytesWhileTheyAreRegistered) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   another = Allocate(kLargestInHeap + 1);
   Listen();
@@ -436,12 +437,12 @@ TEST(Regions, HoldTheirRoomWhileTheyAreRegistered) {
   EXPECT_EQ(TotalsNow().aligned, uint64_t{13} << 20);
   adMemAlignedDecCounter(&region);
   Free(another);
-  // Nothing is held any longer.
+  // Nothing is reserved afterwards.
   EXPECT_EQ(TryAllocate(13 << 20, &another), KIV_ST_OK);
   Free(another);
 }
 
-// Addresses that share a chain of the table, and some that do not.
+// Uses addresses that share a chain of the table, and others that do not.
 TEST(Regions, AreFoundByTheirAddress) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   const auto address = [](uint64_t number) {
@@ -456,7 +457,7 @@ TEST(Regions, AreFoundByTheirAddress) {
   adMemAlignedDecCounter(reinterpret_cast<const void*>(0x10000 + 8 * 131 * 100));
   adMemAlignedDecCounter(reinterpret_cast<const void*>(0x10004));
   EXPECT_EQ(TotalsNow().aligned, aligned);
-  // From the middle of chains, from their heads and from their ends.
+  // Removes regions from the middle, the head and the end of chains.
   for (uint64_t i = 0; i < 40; ++i) {
     const uint64_t number = i * 7 % 40;
     adMemAlignedDecCounter(address(number));
@@ -469,7 +470,7 @@ TEST(Regions, AreFoundByTheirAddress) {
   EXPECT_EQ(TotalsNow().used(), kHeaps);
 }
 
-TEST(Regions, OfOneAddressComeOutLastFirst) {
+TEST(Regions, OfOneAddressAreRemovedNewestFirst) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   int region = 0;
   EXPECT_EQ(adMemAlignedIncCounter(&region, 1), KIV_ST_OK);
@@ -480,7 +481,7 @@ TEST(Regions, OfOneAddressComeOutLastFirst) {
   EXPECT_EQ(TotalsNow().aligned, 0u);
 }
 
-TEST(Regions, OfNoAddressStay) {
+TEST(Regions, OfANullAddressCannotBeRemoved) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   EXPECT_EQ(adMemAlignedIncCounter(nullptr, 1), KIV_ST_OK);
   EXPECT_EQ(TotalsNow().aligned, kUnit);
@@ -488,7 +489,7 @@ TEST(Regions, OfNoAddressStay) {
   EXPECT_EQ(TotalsNow().aligned, kUnit);
 }
 
-TEST(Regions, AreComputedIn32BitsWithASign) {
+TEST(Regions, HaveASizeOf32BitsWithASign) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   int region = 0;
   EXPECT_EQ(adMemAlignedIncCounter(&region, 262143), KIV_ST_OK);
@@ -503,7 +504,7 @@ TEST(Regions, AreComputedIn32BitsWithASign) {
   EXPECT_EQ(TotalsNow().aligned, 0u);
 }
 
-// The record of a region is a block of a heap, of 24 bytes.
+// The record of a region is a heap block of 24 bytes.
 TEST(Regions, HaveRecordsInTheHeaps) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
   int region = 0;
@@ -515,7 +516,7 @@ TEST(Regions, HaveRecordsInTheHeaps) {
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
-TEST(Regions, KeepTheirRecordsOnceFreeingIsOff) {
+TEST(Regions, KeepTheirRecordsWithTheNoFreeSwitchOn) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     ASSERT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);

@@ -1,9 +1,9 @@
-// What the library asks of the memory manager: sizes, policies and source positions, in order, and
-// what it makes of the answers.
+// The library's calls of the memory manager: their sizes, policies, source positions and order, and
+// what the library does with the results.
 //
-// The linker sends the library's calls of the manager here. They are noted and passed on, unless a
-// test has the next one answer otherwise. Queries of the system pass here too, so that pages have
-// any size.
+// The linker redirects the library's calls of the manager to this file. It records them and passes
+// them on, unless a test sets another result for the next call. Queries of the system are
+// redirected, too, so that a page can have any size.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -44,11 +44,11 @@ struct Answer {
 };
 
 std::vector<Call> calls;
-std::optional<Answer> answer;  // of a call, instead of the manager's own
-uint32_t passFirst = 0;        // calls before that one
+std::optional<Answer> answer;  // result of a call, instead of the manager's
+uint32_t passFirst = 0;        // calls to pass on before that one
 void* expectedOwner = nullptr;
 
-// What a query of the system answers instead of the truth.
+// Result of a query of the system, instead of the real one.
 struct SystemAnswer {
   uint32_t status;
   uint32_t value;
@@ -61,7 +61,7 @@ void Note(const char* function, uint64_t sizeBytes, void* block, uint32_t policy
   calls.push_back({function, sizeBytes, block, policy, file, line});
 }
 
-// Gives the answer that a test prepared, if it did.
+// Returns the result that a test has set, if any.
 bool Answered(void** block, uint32_t* status) {
   if (!answer.has_value()) return false;
   if (passFirst > 0) {
@@ -157,7 +157,7 @@ class ManagerCalls : public testing::Test {
     nativeKernel = {};
   }
 
-  // The calls since the last look are these.
+  // Expects exactly these calls since the last check.
   static void ExpectCalls(const std::vector<Call>& expected) {
     EXPECT_EQ(calls, expected);
     calls.clear();
@@ -166,7 +166,7 @@ class ManagerCalls : public testing::Test {
   Context ctx_;
 };
 
-TEST_F(ManagerCalls, OfTheFrontCarryTheCallersSourcePosition) {
+TEST_F(ManagerCalls, OfTheFrontPassTheCallersSourcePosition) {
   void* block = nullptr;
   CHECK_OK(ctx_, KivSdMemAlloc(ctx_, 77, 100, &block, kFile, 11));
   ExpectCalls({{"adMalloc", 100, nullptr, 0, kFile, 11}});
@@ -183,7 +183,7 @@ TEST_F(ManagerCalls, OfTheFrontCarryTheCallersSourcePosition) {
   CHECK_OK(ctx_, KivSdMemFree(ctx_, block, kFile, 16));
 }
 
-TEST_F(ManagerCalls, OfAReallocationCarryTheFrontsOwnSourcePosition) {
+TEST_F(ManagerCalls, OfAReallocationPassTheFrontsOwnSourcePosition) {
   void* block = nullptr;
   ASSERT_EQ(KivSdMemAlloc(nullptr, 0, 100, &block, kFile, 1), KIV_ST_OK);
   calls.clear();
@@ -206,7 +206,7 @@ TEST_F(ManagerCalls, AreNotMadeForBadArguments) {
   ExpectCalls({});
 }
 
-TEST_F(ManagerCalls, ThatYieldABlockKeepTheirStatusWhateverItIs) {
+TEST_F(ManagerCalls, ThatReturnABlockKeepAnyStatus) {
   char place = 0;
   void* block = nullptr;
   answer = {kOtherStatus, &place};
@@ -218,7 +218,7 @@ TEST_F(ManagerCalls, ThatYieldABlockKeepTheirStatusWhateverItIs) {
   EXPECT_EQ(block, &place);
 }
 
-TEST_F(ManagerCalls, ThatYieldNoBlockAreOutOfMemoryWhateverTheirStatus) {
+TEST_F(ManagerCalls, ThatReturnNoBlockAreOutOfMemoryWithAnyStatus) {
   for (const uint32_t status : {KIV_ST_OK, kOtherStatus}) {
     void* block = &block;
     answer = {status, nullptr};
@@ -232,7 +232,7 @@ TEST_F(ManagerCalls, ThatYieldNoBlockAreOutOfMemoryWhateverTheirStatus) {
   }
 }
 
-TEST_F(ManagerCalls, ThatFreeAreIgnoredWhenTheyFail) {
+TEST_F(ManagerCalls, ThatFailToFreeAreIgnored) {
   char place = 0;
   answer = {kOtherStatus, nullptr};
   CHECK_OK(ctx_, KivSdMemFree(ctx_, &place, kFile, 1));
@@ -240,7 +240,7 @@ TEST_F(ManagerCalls, ThatFreeAreIgnoredWhenTheyFail) {
   EXPECT_EQ(KivSdTerm(reinterpret_cast<KivSdContext*>(&place)), KIV_ST_OK);
 }
 
-TEST_F(ManagerCalls, OfTheContextRecordAreMarked) {
+TEST_F(ManagerCalls, OfTheContextRecordPassItsSourcePosition) {
   KivSdContext* record = nullptr;
   ASSERT_EQ(KivSdInit(&record), KIV_ST_OK);
   ASSERT_EQ(calls.size(), 1u);
@@ -251,7 +251,7 @@ TEST_F(ManagerCalls, OfTheContextRecordAreMarked) {
   EXPECT_EQ(calls[1].file, "sd/sdctxw32");
 }
 
-TEST_F(ManagerCalls, OfTheContextRecordPassAFailureOnAndDistrustASuccessWithoutABlock) {
+TEST_F(ManagerCalls, OfTheContextRecordFailWithTheirStatusOrWithoutABlock) {
   KivSdContext* record = nullptr;
   answer = {kOtherStatus, nullptr};
   EXPECT_EQ(KivSdInit(&record), kOtherStatus);
@@ -260,7 +260,7 @@ TEST_F(ManagerCalls, OfTheContextRecordPassAFailureOnAndDistrustASuccessWithoutA
   EXPECT_EQ(record, nullptr);
 }
 
-TEST_F(ManagerCalls, OfThePerThreadSlotAreForOneKeyCell) {
+TEST_F(ManagerCalls, OfThePerThreadSlotAllocateOneKeyCell) {
   answer = {kOtherStatus, nullptr};
   EXPECT_EQ(KivSdVorUtilTlsInit(), kOtherStatus);
   EXPECT_EQ(KivSdVorUtilGlobals()->tlsKey, nullptr);
@@ -272,7 +272,7 @@ TEST_F(ManagerCalls, OfThePerThreadSlotAreForOneKeyCell) {
   ExpectCalls({{"adFree", 0, cell, 0, "sd/sdvorutil", 123}});
 }
 
-TEST_F(ManagerCalls, OfAMemoryStackHaveTheMandatoryPolicyAndALineEach) {
+TEST_F(ManagerCalls, OfAMemoryStackPassTheMandatoryPolicyAndTheirOwnLines) {
   const char* const source = "sd/sdcommon";
   uint32_t page = 0;
   ASSERT_EQ(KivSdPageSizeGet(nullptr, &page), KIV_ST_OK);
@@ -300,12 +300,12 @@ TEST_F(ManagerCalls, OfAMemoryStackHaveTheMandatoryPolicyAndALineEach) {
                {"adFree", 0, used, 0, source, 1181}});
 }
 
-// A block with the manager's 128 bytes fills whole pages.
+// A block and 128 bytes for the manager fill whole pages.
 TEST_F(ManagerCalls, OfAMemoryStackFillPagesOfAnySize) {
   struct Case {
     uint32_t page;
-    uint32_t first;  // of an initial size of 1000
-    uint32_t next;   // of one byte more than the first has room for
+    uint32_t first;  // first block, of an initial size of 1000
+    uint32_t next;   // block for one byte more than the first has room for
   };
   for (const Case& sizes : {Case{8192, 8064, 16256}, Case{4096, 3968, 8064}, Case{1, 1000, 1001}}) {
     pageSize = {KIV_ST_OK, sizes.page};
@@ -328,7 +328,7 @@ TEST_F(ManagerCalls, OfAMemoryStackFillPagesOfAnySize) {
   }
 }
 
-TEST_F(ManagerCalls, OfAMemoryStackAskForNoBlockOnceTheSystemRefusesToTellItsLimits) {
+TEST_F(ManagerCalls, OfAMemoryStackAreNotMadeForABlockWhenASystemQueryFails) {
   for (std::optional<SystemAnswer>* query : {&pageSize, &mostBytes}) {
     *query = {kOtherStatus, 4096};
     KivSdMemStack* stack = nullptr;
@@ -341,7 +341,7 @@ TEST_F(ManagerCalls, OfAMemoryStackAskForNoBlockOnceTheSystemRefusesToTellItsLim
   }
 }
 
-TEST_F(ManagerCalls, OfAMemoryStackThatFailPassTheFrontsStatusOn) {
+TEST_F(ManagerCalls, OfAMemoryStackReturnTheFrontsStatusWhenTheyFail) {
   KivSdMemStack* stack = nullptr;
   answer = {kOtherStatus, nullptr};
   CHECK_OUTCOME(ctx_, KivSdMemStackCreate(ctx_, &stack, 8, 1000), KIV_ST_OUT_OF_MEMORY, 0u);
@@ -359,10 +359,10 @@ TEST_F(ManagerCalls, OfAMemoryStackThatFailPassTheFrontsStatusOn) {
   CHECK_OK(ctx_, KivSdMemStackDelete(ctx_, stack));
 }
 
-TEST_F(ManagerCalls, OfASpinlockAreForItsRecord) {
+TEST_F(ManagerCalls, OfASpinlockAllocateItsRecord) {
   KivSyncEnvInit();
   ExpectCalls({});
-  expectedOwner = nullptr;  // though the caller names a context
+  expectedOwner = nullptr;  // although the caller passes a context
   KivSdSpinlock* lock = KivSdSpinlockCreate(ctx_, 6001);
   ASSERT_NE(lock, nullptr);
   ExpectCalls({{"adMalloc", 256, nullptr, 0, "sd/sdsync", 617}});
@@ -406,7 +406,7 @@ class LockCalls : public ManagerCalls {
   KivRWLockTable table_{};
 };
 
-TEST_F(LockCalls, AreForANodeAndTheListsInTheCallersContextWhenFirstNeeded) {
+TEST_F(LockCalls, AllocateANodeAndTheListsWhenTheyAreFirstNeeded) {
   ASSERT_EQ(StartRead(), KIV_ST_OK);
   ExpectCalls({kNodeCall, kActiveCall});
   ASSERT_EQ(End(), KIV_ST_OK);
@@ -422,7 +422,7 @@ TEST_F(LockCalls, AreForANodeAndTheListsInTheCallersContextWhenFirstNeeded) {
   ExpectCalls({});
 }
 
-TEST_F(LockCalls, AreForTheFreeingOfNodesAndListsBothActiveAndFree) {
+TEST_F(LockCalls, FreeTheNodesAndListsBothActiveAndFree) {
   KivRWLock another;
   ASSERT_EQ(KivRWLockInit(nullptr, 0, &another, 0, 6), KIV_ST_OK);
   ASSERT_EQ(KivSdStartRead(&owner_, &table_, &another), KIV_ST_OK);
@@ -446,7 +446,7 @@ TEST_F(LockCalls, AreForTheFreeingOfNodesAndListsBothActiveAndFree) {
   ExpectCalls({});
 }
 
-TEST_F(LockCalls, ThatFailPassTheirStatusOnBeforeTheLockIsTouched) {
+TEST_F(LockCalls, ThatFailReturnTheirStatusBeforeTheLockIsTouched) {
   answer = {kOtherStatus, nullptr};
   EXPECT_EQ(StartRead(), kOtherStatus);
   ExpectCalls({kNodeCall});
@@ -462,7 +462,7 @@ TEST_F(LockCalls, ThatFailPassTheirStatusOnBeforeTheLockIsTouched) {
   ExpectNothingHeld();
 }
 
-TEST_F(LockCalls, ThatFailWhenTheLockIsGivenBackPassTheirStatusOnAfterIt) {
+TEST_F(LockCalls, ThatFailDuringAReleaseReturnTheirStatusAfterIt) {
   ASSERT_EQ(StartWrite(), KIV_ST_OK);
   calls.clear();
   answer = {kOtherStatus, nullptr};
@@ -474,8 +474,8 @@ TEST_F(LockCalls, ThatFailWhenTheLockIsGivenBackPassTheirStatusOnAfterIt) {
   ExpectCalls({});
 }
 
-// A free that frees nothing, as with the no-free switch on: the owner's end tries again.
-TEST_F(ManagerCalls, OfAnOwnersEndGoOnUntilItHasNoLargeBlocks) {
+// If a free frees nothing, as with the no-free switch on, ending the owner tries again.
+TEST_F(ManagerCalls, OfAnOwnersEndAreRepeatedUntilItHasNoLargeBlocks) {
   ASSERT_EQ(kiv::test::Restart(kiv::test::kSmall), KIV_ST_OK);
   AdShortHeapOwner owner = {};
   adMemShortHeapInit(&owner);
@@ -511,7 +511,7 @@ class SetCalls : public ManagerCalls {
   KivSdShSemSet* set_ = nullptr;
 };
 
-TEST_F(SetCalls, AreForTheRecordAndItsMembers) {
+TEST_F(SetCalls, AllocateTheRecordAndItsMembers) {
   ASSERT_EQ(Create(), KIV_ST_OK);
   ExpectCalls({kSetCall, kMembersCall});
   void* const members = set_->members;
@@ -521,14 +521,14 @@ TEST_F(SetCalls, AreForTheRecordAndItsMembers) {
   EXPECT_EQ(nativeKernel.openSemaphores, 0);
 }
 
-TEST_F(SetCalls, OfAnEmptySetAreForTheRecordAlone) {
+TEST_F(SetCalls, OfAnEmptySetAllocateTheRecordAlone) {
   ASSERT_EQ(Create(0), KIV_ST_OK);
   ExpectCalls({kSetCall});
   EXPECT_EQ(KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
   ExpectCalls({{"adFree", 0, set_, 0, kSetSource, 189}});
 }
 
-TEST_F(SetCalls, FreeBothWhenAMemberCannotBeMade) {
+TEST_F(SetCalls, FreeTheRecordAndTheMembersWhenAMemberCannotBeMade) {
   nativeKernel.semaphoresLeft = 2;
   EXPECT_EQ(Create(), KIV_ST_SEM_CREATE);
   EXPECT_EQ(set_, nullptr);
@@ -544,11 +544,11 @@ TEST_F(SetCalls, FreeTheRecordWithoutMemoryForItsMembers) {
   passFirst = 1;
   answer = {kOtherStatus, nullptr};
   EXPECT_EQ(Create(), KIV_ST_OUT_OF_MEMORY);
-  // The caller's variable keeps the address of the freed record.
+  // The caller's variable still holds the address of the freed record.
   ExpectCalls({kSetCall, kMembersCall, {"adFree", 0, set_, 0, kSetSource, 169}});
 }
 
-TEST_F(SetCalls, OfTheRecordPassTheFrontsStatusOn) {
+TEST_F(SetCalls, OfTheRecordReturnTheFrontsStatus) {
   char place[16];
   answer = {kOtherStatus, place};
   EXPECT_EQ(Create(), kOtherStatus);
@@ -566,7 +566,7 @@ Call PathCall(const char* path, uint32_t line) {
   return {"adMalloc", std::string(path).size() + 1, nullptr, 0, kPipeSource, line};
 }
 
-TEST_F(ManagerCalls, OfANamedPipeAreForItsPathAndItsAccessList) {
+TEST_F(ManagerCalls, OfANamedPipeAllocateItsPathAndItsAccessList) {
   KivHandle pipe = nullptr;
   CHECK_OK(ctx_, KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0));
   ExpectCalls({PathCall("\\\\.\\PIPE\\name", 224),
@@ -575,7 +575,7 @@ TEST_F(ManagerCalls, OfANamedPipeAreForItsPathAndItsAccessList) {
                {"adFree", 0, const_cast<void*>(nativeKernel.path), 0, kPipeSource, 252}});
 }
 
-TEST_F(ManagerCalls, OfANamedPipesClientAreForThePathAsLongAsItIs) {
+TEST_F(ManagerCalls, OfANamedPipesClientAllocateThePathInItsLength) {
   KivHandle pipe = nullptr;
   for (const char* server : {"local", "LOCAL", "machine"}) {
     const std::string machine = server[0] == 'm' ? server : ".";
@@ -589,7 +589,7 @@ TEST_F(ManagerCalls, OfANamedPipesClientAreForThePathAsLongAsItIs) {
   }
 }
 
-TEST_F(ManagerCalls, OfANamedPipeThatFailPassTheirStatusOn) {
+TEST_F(ManagerCalls, OfANamedPipeReturnTheirStatusWhenTheyFail) {
   KivHandle pipe = nullptr;
   const Call path = PathCall("\\\\.\\PIPE\\name", 224);
   answer = {kOtherStatus, nullptr};

@@ -1,9 +1,8 @@
-// Heaps that run dry: they change places with spare heaps, then new heaps are made until the budget
-// ends, then other slots serve, and at last requests become large blocks.
+// Heaps that run dry are first exchanged for spare heaps. Then new heaps are made until the budget
+// is used up, then other slots serve, and at last requests become large blocks.
 //
-// Blocks of the largest size that heaps serve make this visible: 7 of them fill a heap, and what
-// is left is less than one. A block names its heap, and a heap its slot and its neighbours in the
-// ring.
+// The tests use blocks of the largest size that heaps serve: 7 of them fill a heap. A block's
+// header shows its heap; a heap shows its slot and its neighbours in the ring.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,20 +26,20 @@ class Filler {
     for (void* block : blocks_) Free(block);
   }
 
-  // Fills the heap of a slot, which is as new, and gives that heap.
+  // Fills the heap of a slot, which must be empty, and returns it.
   char* FillHeap(uint64_t slot = 0) {
     char* heap = Take(slot);
     for (int i = 1; i < kBlocksPerHeap; ++i) EXPECT_EQ(Take(slot), heap);
     return heap;
   }
 
-  // The heap of the next block.
+  // Allocates a block and returns its heap.
   char* Take(uint64_t slot = 0) {
     blocks_.push_back(Allocate(kLargestInHeap, SeedOfSlot(slot)));
     return HeapOf(blocks_.back());
   }
 
-  // Frees the first block that lies in a heap, and gives where it lay.
+  // Frees the first block of a heap and returns its address.
   void* GiveBack(const char* heap) {
     const auto block = std::find_if(blocks_.begin(), blocks_.end(), [heap](void* candidate) {
       return !IsLarge(candidate) && HeapOf(candidate) == heap;
@@ -71,7 +70,7 @@ std::vector<char*> Ring(char* head) {
   return heaps;
 }
 
-TEST(Exchange, GoesRoundTheSpareRing) {
+TEST(Exchange, WalksRoundTheSpareRing) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Filler filler;
   std::vector<char*> used;
@@ -87,7 +86,7 @@ TEST(Exchange, GoesRoundTheSpareRing) {
     EXPECT_EQ(std::count(used.begin(), used.end(), heap), 0);
     EXPECT_EQ(IndexOf(heap), 0u);
     EXPECT_EQ(IndexOf(dry), kSpareIndex);
-    // The dry heap took its place.
+    // The dry heap took the spare heap's place in the ring.
     EXPECT_EQ(Ring(dry).size(), kSpares);
     if (i != 0) {
       EXPECT_EQ(PreviousInRing(dry), used[i - 1]);
@@ -95,7 +94,7 @@ TEST(Exchange, GoesRoundTheSpareRing) {
     for (int block = 1; block < kBlocksPerHeap; ++block) EXPECT_EQ(filler.Take(), heap);
     used.push_back(heap);
   }
-  // The ring is what was used before, in order.
+  // The ring holds the heaps that were used before, in order.
   used.pop_back();
   EXPECT_EQ(Ring(used[0]), used);
   EXPECT_EQ(TotalsNow().inHeaps, kFirstHeaps * kHeapBytes);
@@ -107,7 +106,7 @@ TEST(Exchange, TakesASpareHeapThatHasRoomAgain) {
   Filler filler;
   std::vector<char*> used;
   for (uint64_t i = 0; i <= kSpares; ++i) used.push_back(filler.FillHeap());
-  // All spare heaps are full; the fourth, and later the second, gets a block back.
+  // All spare heaps are full. A block of the fourth is freed, and later one of the second.
   void* freed = filler.GiveBack(used[3]);
   char* dry = used[8];
   EXPECT_EQ(filler.Take(), used[3]);
@@ -116,7 +115,7 @@ TEST(Exchange, TakesASpareHeapThatHasRoomAgain) {
   EXPECT_EQ(Ring(used[4]), (std::vector<char*>{used[4], used[5], used[6], used[7], used[0], used[1],
                                                used[2], dry}));
 
-  // The walk starts behind the place of the last exchange.
+  // The walk starts after the place of the last exchange.
   freed = filler.GiveBack(used[2]);
   void* sooner = filler.GiveBack(used[6]);
   EXPECT_EQ(filler.Take(), used[6]);
@@ -127,8 +126,8 @@ TEST(Exchange, TakesASpareHeapThatHasRoomAgain) {
                                            used[1], used[6]}));
 }
 
-// Its blocks are too small: it is looked into, and stays where it is.
-TEST(Exchange, PassesASpareHeapThatCannotServe) {
+// The spare heap's free blocks are too small: it is tried and keeps its place in the ring.
+TEST(Exchange, SkipsASpareHeapThatCannotServe) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   void* little = Allocate(24);
   Filler filler;
@@ -143,7 +142,7 @@ TEST(Exchange, PassesASpareHeapThatCannotServe) {
   EXPECT_EQ(Ring(used[0])[1], used[8]);
 }
 
-TEST(Exchange, MakesHeapsUntilTheBudgetEnds) {
+TEST(Exchange, MakesHeapsUntilTheBudgetIsUsedUp) {
   ASSERT_EQ(Restart("numheaps 14 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
   EXPECT_EQ(SettingsNow()[2], 14u);
   Filler filler;
@@ -157,7 +156,7 @@ TEST(Exchange, MakesHeapsUntilTheBudgetEnds) {
     EXPECT_EQ(IndexOf(heap), 0u);
     EXPECT_EQ(TotalsNow(),
               (Totals{0, made * kHeapBytes, 0, made * kHeapBytes, 0, made * kHeapBytes}));
-    // The dry heap lies at the tail of the ring, in front of the oldest.
+    // The dry heap is at the tail of the ring, before the head.
     EXPECT_EQ(Ring(used[0]), used);
     EXPECT_EQ(PreviousInRing(used[0]), dry);
     used.push_back(heap);
@@ -169,7 +168,7 @@ TEST(Exchange, MakesHeapsUntilTheBudgetEnds) {
   EXPECT_EQ(TotalsNow().inHeaps, 14 * kHeapBytes);
 }
 
-TEST(Exchange, AsksOtherSlotsInOrderAndThenMakesLargeBlocks) {
+TEST(Exchange, TriesOtherSlotsInOrderAndThenMakesLargeBlocks) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Filler filler;
   for (uint64_t i = 0; i <= kSpares; ++i) filler.FillHeap(2);
@@ -186,15 +185,15 @@ TEST(Exchange, AsksOtherSlotsInOrderAndThenMakesLargeBlocks) {
     EXPECT_EQ(TotalsNow().outside, i * (kLargestInHeap + 32));
     EXPECT_EQ(TotalsNow().inHeaps, kFirstHeaps * kHeapBytes);
   }
-  // Sizes that are no multiple of 8 stay as they are.
+  // The size of a large block is not rounded.
   void* odd = Allocate(kLargestInHeap - 3, SeedOfSlot(1));
   ExpectLarge(odd, kLargestInHeap - 3);
   Free(odd);
   EXPECT_EQ(TotalsNow().outside, 3 * (kLargestInHeap + 32));
 }
 
-// Whatever gets room again serves again: the slot's own heap first.
-TEST(Exchange, AHeapThatKeptItsSlotServesAgain) {
+// Heaps that have room again serve again, the slot's own heap first.
+TEST(Exchange, AHeapThatKeptItsSlotServesAgainWhenItHasRoom) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Filler filler;
   char* own = nullptr;
@@ -207,8 +206,8 @@ TEST(Exchange, AHeapThatKeptItsSlotServesAgain) {
   EXPECT_EQ(filler.Take(), other);
 }
 
-// Without the memory for a new heap the other slots serve, and nobody is told.
-TEST(Exchange, AtTheLimitGoesOnWithoutANewHeap) {
+// Without memory for a new heap the other slots serve, and no message is sent.
+TEST(Exchange, AtTheLimitContinuesWithoutANewHeap) {
   ASSERT_EQ(Restart("numheaps 64 numthreadheaps 4 heapsize 800K memorylimit 10M"), KIV_ST_OK);
   constexpr int kPerHeap = 12;
   const uint64_t heaps = kFirstHeaps * 800 * 1024;
@@ -220,11 +219,11 @@ TEST(Exchange, AtTheLimitGoesOnWithoutANewHeap) {
     ASSERT_FALSE(IsLarge(blocks.back())) << i;
     EXPECT_EQ(SlotOf(blocks.back()) == 0, i < 9 * kPerHeap) << i;
   }
-  // Refused heaps are not charged.
+  // A refused heap is not counted.
   EXPECT_EQ(TotalsNow().used(), heaps);
   EXPECT_EQ(TotalsNow().inHeaps, heaps);
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
-  // What is left of the limit goes to large blocks; then the host is told.
+  // Large blocks use up the rest of the limit; then a message is sent.
   uint64_t large = 0;
   void* block = nullptr;
   while (adMalloc(SeedOfSlot(0), kLargestInHeap, &block, "tests", 1) == KIV_ST_OK) {
@@ -239,7 +238,7 @@ TEST(Exchange, AtTheLimitGoesOnWithoutANewHeap) {
   EXPECT_EQ(messages.back(), Refused(TotalsNow().used() + kLargestInHeap, kLargestInHeap));
   for (void* used : blocks) Free(used);
   EXPECT_EQ(TotalsNow().used(), heaps);
-  // Small requests go on in the heaps.
+  // Heaps still serve small requests.
   Free(Allocate(kLargestInHeap));
 }
 
@@ -258,7 +257,7 @@ TEST(Exchange, SlotsShareTheSpareHeaps) {
   }
   used.resize(kSpares);
   EXPECT_EQ(Ring(used[0]), used);
-  // A request that may be had anywhere is served by the heap that has it.
+  // A request is served by the only heap that has room.
   void* freed = filler.GiveBack(used[5]);
   EXPECT_EQ(filler.Take(3), used[5]);
   EXPECT_EQ(filler.last(), freed);

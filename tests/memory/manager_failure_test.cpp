@@ -1,6 +1,6 @@
-// The memory manager without memory: each of its allocations of the runtime's memory fails in turn.
-// The request then fails with the right status and message, or is served in another way; nothing is
-// leaked, the totals are as before, and the next request is served.
+// The memory manager without memory: each of its allocations from the runtime fails in turn. The
+// request then fails with the right status and message, or is served from elsewhere. Nothing leaks,
+// the totals are unchanged, and the next request is served.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ using namespace kiv::test;
 constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
 using Messages = std::vector<Message>;
 
-// Many more than any operation here makes.
+// More allocations than any operation here makes.
 constexpr uint64_t kMaxAllocations = 500;
 
 // ---- Initialisation ----
@@ -31,7 +31,7 @@ uint32_t InitializeNow() {
   return adMemThreadHeapInit(1, &ReceiveMessage, "tests", 0);
 }
 
-// Back to the uninitialised state.
+// Returns to the uninitialised state.
 void SwitchOff() { EXPECT_EQ(adMemThreadHeapInit(0, &ReceiveMessage, "tests", 0), KIV_ST_OK); }
 
 uint64_t HeapsHeld() {
@@ -41,7 +41,8 @@ uint64_t HeapsHeld() {
   return used / kHeapBytes;
 }
 
-// The words of this file are those of kSmall and more; it makes no heaps and no lock.
+// kPlain has the words of kCounted and more, but makes no heaps and no lock. It shows how many
+// allocations the reader makes.
 const std::string kCounted = std::string(kSmall) + "memoryblockscontrol\n";
 const std::string kPlain = kCounted + "numthreadheaps 0 nomemorycontrol\n";
 
@@ -53,7 +54,7 @@ uint64_t AllocationsOfTheReader() {
   return memory.allocations();
 }
 
-TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
+TEST(ManagerFailure, InitialisationStaysInPlainModeAndKeepsTheHeapsMadeSoFar) {
   IN_FRESH_PROCESS([] {
     const uint64_t reading = AllocationsOfTheReader();
     EXPECT_GT(reading, 0u);
@@ -70,7 +71,7 @@ TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
       EXPECT_EQ(status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
       if (!failed) {
         EXPECT_EQ(TotalsNow().used(), kHeaps);
-        // An arena and a lock each, and the manager's locks, which are made once.
+        // Each heap has an arena and a lock. The manager's locks are made only once.
         EXPECT_EQ(live, int64_t{2 * kFirstHeaps} + kManagerLocks - locks);
         break;
       }
@@ -89,7 +90,8 @@ TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
       EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
       uint64_t counts[AD_BLOCK_CLASSES];
       EXPECT_EQ(adMemGetUsedMemoryBlocks(1, counts, counts), 0xFFFFFFFF);
-      // A lock that is there now is not made again: the same number is another allocation then.
+      // If a lock was made, the next initialisation does not make it again: the same number is then
+      // another allocation.
       if (made == 0) ++number;
     }
     // The context, four locks, and two for each heap.
@@ -99,8 +101,8 @@ TEST(ManagerFailure, OfInitialisationLeavesPlainModeAndTheHeapsMadeSoFar) {
   });
 }
 
-// A name that there is no memory for is that of no file; a word ends the file.
-TEST(ManagerFailure, OfReadingTheFileIsNoFailure) {
+// Without memory for its name a file counts as missing; without memory for a word the file ends.
+TEST(ManagerFailure, ReadingTheFileDoesNotFail) {
   IN_FRESH_PROCESS([] {
     const uint64_t reading = AllocationsOfTheReader();
     for (uint64_t number = 1; number <= reading; ++number) {
@@ -114,9 +116,9 @@ TEST(ManagerFailure, OfReadingTheFileIsNoFailure) {
   });
 }
 
-#ifdef _WIN32  // elsewhere the sanitizers refuse every access to such a heap
+#ifdef _WIN32  // elsewhere the sanitizers report every access to such a heap
 
-// The runtime, with a heap that does not lie at a multiple of 8.
+// Makes the runtime return one heap at an address that is not a multiple of 8.
 class MisalignedHeap : public RuntimeHook {
  public:
   explicit MisalignedHeap(uint64_t number) : left_(number) {}
@@ -141,7 +143,7 @@ uint32_t InitializeWithMisalignedHeap(uint64_t number) {
   return InitializeNow();
 }
 
-TEST(ManagerFailure, OfTheFirstSpareHeapIsAnAddressThatIsNoMultipleOf8) {
+TEST(ManagerFailure, InitialisationRejectsAMisalignedFirstSpareHeap) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(InitializeWithMisalignedHeap(kSlots + 1), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(HeapsHeld(), kSlots + 1) << "what was made stays";
@@ -157,8 +159,8 @@ TEST(ManagerFailure, OfTheFirstSpareHeapIsAnAddressThatIsNoMultipleOf8) {
 
 // ---- Requests ----
 
-// Runs an operation with each of its allocations failing in turn, and checks after each run that
-// nothing was leaked. Gives the number of failures.
+// Runs an operation with each of its allocations failing in turn. Checks after each run that
+// nothing leaked. Returns the number of failures.
 uint64_t FailInTurn(const std::function<void(bool failed)>& check,
                     const std::function<void()>& operation) {
   for (uint64_t number = 1; number < kMaxAllocations; ++number) {
@@ -179,7 +181,7 @@ uint64_t FailInTurn(const std::function<void(bool failed)>& check,
   return 0;
 }
 
-// All heaps' room for blocks of the largest size taken.
+// Allocates blocks of the largest size until no heap has room for another one.
 std::vector<void*> FillHeaps() {
   std::vector<void*> blocks;
   for (;;) {
@@ -192,7 +194,7 @@ std::vector<void*> FillHeaps() {
   }
 }
 
-// And for any other.
+// Allocates blocks of all sizes until no heap has room for any block.
 std::vector<void*> FillHeapsWhole() {
   std::vector<void*> blocks = FillHeaps();
   for (const uint64_t size : {4096u, 512u, 64u, 24u}) {
@@ -217,7 +219,7 @@ struct Outcome {
 };
 Outcome outcome;
 
-TEST(ManagerFailure, OfALargeBlock) {
+TEST(ManagerFailure, ALargeBlockFails) {
   for (const std::string& text : {std::string(kSmall), kSmall + std::string("memorylimit 20M")}) {
     ASSERT_EQ(Restart(text), KIV_ST_OK);
     Listen();
@@ -240,8 +242,8 @@ TEST(ManagerFailure, OfALargeBlock) {
   }
 }
 
-// What the limit refuses was there, and goes back.
-TEST(ManagerFailure, AtTheLimitLeaksNothing) {
+// A block that exceeds the limit is allocated first and then released.
+TEST(ManagerFailure, ARequestAboveTheLimitLeaksNothing) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   const std::vector<void*> blocks = FillHeapsWhole();
   void* most = Allocate(10485760 - kHeaps - 32 - 1000);
@@ -264,7 +266,7 @@ TEST(ManagerFailure, AtTheLimitLeaksNothing) {
   EXPECT_EQ(TotalsNow().used(), kHeaps);
 }
 
-TEST(ManagerFailure, OfEveryEntryPoint) {
+TEST(ManagerFailure, EveryEntryPointFails) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   static const std::string text(99'995, 'x');
@@ -282,7 +284,7 @@ TEST(ManagerFailure, OfEveryEntryPoint) {
       },
   };
   for (const auto& operation : operations) {
-    for (int i = 0; i < 1000; ++i) Free(Allocate(8));  // past the last message
+    for (int i = 0; i < 1000; ++i) Free(Allocate(8));  // past the throttle of the last message
     const uint64_t failures = FailInTurn(
         [&](bool failed) {
           EXPECT_EQ(outcome.status, failed ? KIV_ST_OUT_OF_MEMORY : KIV_ST_OK);
@@ -299,7 +301,7 @@ TEST(ManagerFailure, OfEveryEntryPoint) {
   }
 }
 
-TEST(ManagerFailure, OfANodesBlock) {
+TEST(ManagerFailure, ABlockOfANodeFails) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   static uint64_t size;
@@ -318,8 +320,8 @@ TEST(ManagerFailure, OfANodesBlock) {
   EXPECT_EQ(failures, 1u);
 }
 
-// Without a new heap another slot serves; a failure costs none of the budget.
-TEST(ManagerFailure, OfANewHeapIsServedByAnotherSlot) {
+// A heap that could not be made does not use up the budget.
+TEST(ManagerFailure, AnotherSlotServesIfANewHeapCannotBeMade) {
   ASSERT_EQ(Restart("numheaps 13 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
   Listen();
   std::vector<void*> blocks;
@@ -342,7 +344,7 @@ TEST(ManagerFailure, OfANewHeapIsServedByAnotherSlot) {
   FreeAll(blocks);
 }
 
-TEST(ManagerFailure, OfTheLastResort) {
+TEST(ManagerFailure, ARequestFailsIfItsLargeBlockCannotBeMade) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   const std::vector<void*> blocks = FillHeaps();
@@ -363,7 +365,7 @@ TEST(ManagerFailure, OfTheLastResort) {
 
 // ---- Reallocation ----
 
-TEST(ManagerFailure, OfAReallocationLeavesTheBlockWhole) {
+TEST(ManagerFailure, AFailedReallocationLeavesTheBlockUnchanged) {
   struct Case {
     uint64_t from;
     uint64_t to;
@@ -405,7 +407,7 @@ TEST(ManagerFailure, OfAReallocationLeavesTheBlockWhole) {
 
 AdShortHeapOwner owner;
 
-TEST(ManagerFailure, OfAnOwnersFirstHeap) {
+TEST(ManagerFailure, AnOwnersFirstHeapFails) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
   Listen();
   owner = {};
@@ -422,8 +424,8 @@ TEST(ManagerFailure, OfAnOwnersFirstHeap) {
   adMemShortHeapTerm(&owner);
 }
 
-TEST(ManagerFailure, OfAnOwnersFurtherHeap) {
-  // Nothing is kept in the pool.
+TEST(ManagerFailure, AnOwnersFurtherHeapFails) {
+  // The pool keeps no heap.
   ASSERT_EQ(Restart(std::string(kSmall) + "maxshortmemorypoolsize 0"), KIV_ST_OK);
   Listen();
   owner = {};
@@ -456,16 +458,16 @@ TEST(ManagerFailure, OfAnOwnersFurtherHeap) {
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
-TEST(ManagerFailure, OfAnOwnersHeapIsNoHeapInUse) {
+TEST(ManagerFailure, AnOwnersFailedHeapDoesNotCountAsInUse) {
   ASSERT_EQ(Restart(std::string(kSmall) + "limitshortheapsforremove 0"), KIV_ST_OK);
   owner = {};
   EXPECT_EQ(FailInTurn([](bool) {}, [] { adMemShortHeapInit(&owner); }), 1u);
-  // The only owner ends: with a heap more in use the pool would not be drained.
+  // The only owner ends. If the failed heap counted as in use, the pool would not be drained.
   adMemShortHeapTerm(&owner);
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
-TEST(ManagerFailure, OfAnOwnersReallocationLeavesTheBlockItsOwn) {
+TEST(ManagerFailure, AnOwnersFailedReallocationLeavesItTheBlock) {
   struct Case {
     int32_t from;
     int32_t to;
@@ -509,7 +511,7 @@ TEST(ManagerFailure, OfAnOwnersReallocationLeavesTheBlockItsOwn) {
 
 // ---- Regions ----
 
-TEST(ManagerFailure, OfARegionsRecordRegistersNothing) {
+TEST(ManagerFailure, ARegionWithoutMemoryForItsRecordIsNotRegistered) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   const std::vector<void*> blocks = FillHeapsWhole();
   Listen();
@@ -532,8 +534,8 @@ TEST(ManagerFailure, OfARegionsRecordRegistersNothing) {
   FreeAll(blocks);
 }
 
-// Its bytes were held against other threads' requests meanwhile.
-TEST(ManagerFailure, OfARegionsRecordGivesTheRegionsRoomBack) {
+// While the region was being registered, its bytes were reserved.
+TEST(ManagerFailure, ARegionWithoutMemoryForItsRecordReleasesItsReservation) {
   ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memorylimit 10M"), KIV_ST_OK);
   constexpr uint32_t kMax = 10485760 / AD_MEMORY_UNIT;
   static int region;

@@ -1,4 +1,4 @@
-// The allocation front in thread-heap mode: entry points, their statuses, and where blocks lie.
+// The allocation front in thread-heap mode: entry points, statuses, and placement of blocks.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ void* const kUntouched = reinterpret_cast<void*>(0x5A5A);
 
 // ---- Statuses ----
 
-TEST(Front, ASizeOf0IsABadArgumentAndLeavesTheResultAlone) {
+TEST(Front, ASizeOf0IsRefusedAndLeavesTheResultUnchanged) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   void* block = kUntouched;
@@ -38,7 +38,7 @@ TEST(Front, ASizeOf0IsABadArgumentAndLeavesTheResultAlone) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{});
 }
 
-TEST(Front, ElementsOfNoSizeAreABadArgumentAndNull) {
+TEST(Front, ElementsOfSize0AreRefusedAndReturnNull) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   void* block = kUntouched;
   EXPECT_EQ(adCalloc(nullptr, 0, 100, &block, AD_POLICY_FULL), KIV_ST_ARGUMENT);
@@ -49,7 +49,7 @@ TEST(Front, ElementsOfNoSizeAreABadArgumentAndNull) {
   EXPECT_EQ(adCalloc(nullptr, 1, 0, nullptr, AD_POLICY_FULL), KIV_ST_ARGUMENT);
 }
 
-TEST(Front, NullIsNotFreed) {
+TEST(Front, FreeingNullIsRefused) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   EXPECT_EQ(adFree(nullptr, "tests", 1), KIV_ST_ARGUMENT);
   EXPECT_EQ(adFreeAligned(nullptr, 0), KIV_ST_ARGUMENT);
@@ -59,7 +59,7 @@ TEST(Front, NullIsNotFreed) {
 
 // ---- Headers ----
 
-TEST(Front, HeapBlocksSayTheirSizeAndHeap) {
+TEST(Front, HeapBlocksHaveTheirSizeAndHeapInTheirHeader) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   struct Case {
     uint64_t size;
@@ -95,8 +95,8 @@ TEST(Front, AFreshHeapServesFromItsEndDownwards) {
   EXPECT_EQ(ReadAt<uint32_t>(second, -20), 48u);
 }
 
-// Its last bytes are nobody's.
-TEST(Front, AHeapMayHaveASizeThatIsNoMultipleOf8) {
+// The last bytes of such a heap are not used.
+TEST(Front, AHeapMayHaveASizeThatIsNotAMultipleOf8) {
   ASSERT_EQ(Restart("numheaps 12 numthreadheaps 4 heapsize 524295"), KIV_ST_OK);
   EXPECT_EQ(TotalsNow().used(), kFirstHeaps * 524295);
   char* block = static_cast<char*>(Allocate(1000));
@@ -118,7 +118,7 @@ TEST(Front, RequestsAboveMaxblockAreLarge) {
   ExpectLarge(Allocate(101), 101);
 }
 
-TEST(Front, ASizeThatWrapsWithItsHeaderIsNoMemory) {
+TEST(Front, ASizeThatOverflowsWithItsHeaderIsOutOfMemory) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   const Totals before = TotalsNow();
   void* old = Allocate(100'000);
@@ -151,7 +151,7 @@ std::vector<uint64_t> Primes() {
   return primes;
 }
 
-// What the slots must be: a clock and primes of the test's own.
+// Computes the expected slots, with a clock and primes of its own.
 class Slots {
  public:
   uint64_t clock() const { return clock_; }
@@ -160,7 +160,7 @@ class Slots {
     return seed / 8 % primes_[clock_ / 10'000 % primes_.size()] % count_;
   }
 
-  // An allocation and its slot.
+  // Allocates a block and checks its slot.
   void* Allocate(uint64_t seed, uint64_t sizeBytes = 24) {
     const uint64_t slot = Of(seed);
     void* block = kiv::test::Allocate(sizeBytes, reinterpret_cast<void*>(seed));
@@ -181,7 +181,7 @@ class Slots {
   uint64_t clock_ = 0;
 };
 
-// The first of them tells the primes apart: it is asked for at their first tick and their last.
+// The first seed distinguishes the primes: it is tested at the first and the last tick of each.
 constexpr uint64_t kSeeds[] = {999'992,  8,        16,         24,         8 * 1296,
                                8 * 1297, 8 * 1298, 123'456,    0x7654323,  0xFFFFFFF,
                                1,        7,        UINT64_MAX, 0xFFFF00000};
@@ -209,7 +209,7 @@ TEST(Seeds, ReachAllOf64Slots) {
     heaps.insert(HeapOf(block));
   }
   EXPECT_EQ(heaps.size(), 64u);
-  // All others full, and the spare heaps too: the last slot serves.
+  // If all other slots and the spare heaps are full, the last slot serves.
   for (int i = 0; i < 8 * 7; ++i) Allocate(kLargestInHeap, SeedOfSlot(0));
   for (uint64_t slot = 0; slot < 63; ++slot) {
     for (int i = 0; i < 7; ++i) EXPECT_NE(SlotOf(Allocate(kLargestInHeap, SeedOfSlot(slot))), 63u);
@@ -217,11 +217,11 @@ TEST(Seeds, ReachAllOf64Slots) {
   EXPECT_EQ(SlotOf(Allocate(kLargestInHeap, SeedOfSlot(0))), 63u);
 }
 
-TEST(Seeds, LargeBlocksDoNotMoveTheClock) {
+TEST(Seeds, LargeBlocksDoNotAdvanceTheClock) {
   IN_FRESH_PROCESS([] {
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
     Slots slots(4);
-    uint64_t seed = 8;  // of another slot with the second prime than with the first
+    uint64_t seed = 8;  // a seed whose slot differs between the first two primes
     while (seed / 8 % 1297 % 4 == seed / 8 % 1301 % 4) seed += 8;
     slots.Pass(9'999);
     for (int i = 0; i < 10; ++i) Free(Allocate(kLargestInHeap + 1));
@@ -230,7 +230,7 @@ TEST(Seeds, LargeBlocksDoNotMoveTheClock) {
   });
 }
 
-TEST(Seeds, AreTheOwnerOrWhereTheResultGoes) {
+TEST(Seeds, AreTheOwnerOrTheAddressOfTheResult) {
   IN_FRESH_PROCESS([] {
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
     const Slots slots(4);
@@ -264,7 +264,7 @@ TEST(Seeds, AreTheOwnerOrWhereTheResultGoes) {
   });
 }
 
-// A block that must move is placed anew, by the owner or by its old address.
+// A block that must move is placed by the owner or, without an owner, by its old address.
 TEST(Seeds, OfAReallocationAreTheOwnerOrTheOldBlock) {
   IN_FRESH_PROCESS([] {
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
@@ -278,7 +278,7 @@ TEST(Seeds, OfAReallocationAreTheOwnerOrTheOldBlock) {
       large = Allocate(100'000);
       ASSERT_EQ(adRealloc(SeedOfSlot(i % 4), 100, large, &moved, "tests", 1), KIV_ST_OK);
       EXPECT_EQ(SlotOf(moved), i % 4);
-      // In its own heap when that has room, whatever the owner.
+      // It stays in its own heap if that has room, whatever the owner.
       void* grown = nullptr;
       ASSERT_EQ(adRealloc(SeedOfSlot((i + 1) % 4), 5000, moved, &grown, "tests", 1), KIV_ST_OK);
       EXPECT_EQ(SlotOf(grown), i % 4);
@@ -317,14 +317,14 @@ TEST(Front, ElementsAreZero) {
   Free(block);
 }
 
-TEST(Front, ANegativeCountAsksForNearly2To64Bytes) {
+TEST(Front, ANegativeCountRequestsNearly2To64Bytes) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   void* block = kUntouched;
   EXPECT_EQ(adCalloc(nullptr, -1, 1, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
   EXPECT_EQ(block, nullptr);
   EXPECT_EQ(TakeMessages(), std::vector<Message>{NoMemory(kHeaps - 1, UINT64_MAX)});
-  // Products that wrap to what there would be room for.
+  // Products that would wrap to a small size.
   struct Case {
     int32_t count;
     uint64_t size;
@@ -337,7 +337,7 @@ TEST(Front, ANegativeCountAsksForNearly2To64Bytes) {
   }
 }
 
-TEST(Front, ElementsThatCross90PercentOfTheLimitWarn) {
+TEST(Front, ElementsThatExceed90PercentOfTheLimitWarn) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   Listen();
   const uint64_t mark = 10485760 / 100 * 90;
@@ -351,7 +351,7 @@ TEST(Front, ElementsThatCross90PercentOfTheLimitWarn) {
 TEST(Front, TextsAreCopiedWith4MoreZeroBytes) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   for (const size_t length : {0u, 1u, 19u, 20u, 100u, 500u, 70'000u}) {
-    // All slots' next block of this size is dirty.
+    // Makes the next block of this size dirty in every slot.
     for (uint64_t slot = 0; slot < kSlots; ++slot) {
       void* dirty = Allocate(length + 5, SeedOfSlot(slot));
       Fill(dirty, length + 5, 1);
@@ -379,7 +379,7 @@ TEST(Front, ATextWithoutMemoryIsNull) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps + 5'000'005, 5'000'005)});
 }
 
-TEST(Front, BlocksOfANodeAreTheRuntimesAndNotCounted) {
+TEST(Front, BlocksOfANodeAreRuntimeBlocksAndNotCounted) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Listen();
   const Totals before = TotalsNow();
@@ -442,7 +442,8 @@ TEST(Front, WithTheNoFreeSwitchOnlyAlignedBlocksAreFreed) {
   });
 }
 
-// The switch is plain mode's: heaps and large blocks lie behind policy headers, and nobody sees it.
+// The switch affects plain mode only. Heaps and large blocks get policy headers, which callers do
+// not see.
 TEST(Front, TheMemoryManagerSwitchChangesNothing) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
@@ -468,7 +469,7 @@ TEST(Front, TheMemoryManagerSwitchChangesNothing) {
   });
 }
 
-TEST(Front, ABlockOfAnotherThreadGoesBackToItsHeap) {
+TEST(Front, ABlockOfAnotherThreadIsFreedToItsHeap) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   for (uint64_t slot = 0; slot < kSlots; ++slot) {
     for (const uint64_t size : {100u, 5000u}) {
@@ -550,7 +551,7 @@ TEST(Realloc, GoesToAnotherHeapWhenItsOwnIsFull) {
   EXPECT_TRUE(IsFilled(moved, 1000, 1));
 }
 
-TEST(Realloc, ThatFailsLeavesTheBlockWhole) {
+TEST(Realloc, ThatFailsLeavesTheBlockUnchanged) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   Listen();
   void* block = Allocate(1000);
@@ -565,7 +566,7 @@ TEST(Realloc, ThatFailsLeavesTheBlockWhole) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{Refused(kHeaps + 5'000'000, 5'000'000)});
 }
 
-// The owner's ring is left for good.
+// The resized block does not return to the owner's ring.
 TEST(Realloc, TakesALargeBlockFromItsShortHeapOwner) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   AdShortHeapOwner owner = {};
@@ -580,7 +581,7 @@ TEST(Realloc, TakesALargeBlockFromItsShortHeapOwner) {
   Free(moved);
 }
 
-TEST(Realloc, GrowsAShortHeapsBlockWhereItIs) {
+TEST(Realloc, GrowsAShortHeapsBlockInItsHeap) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   AdShortHeapOwner owner = {};
   adMemShortHeapInit(&owner);
@@ -593,7 +594,7 @@ TEST(Realloc, GrowsAShortHeapsBlockWhereItIs) {
   EXPECT_EQ(HeapOf(grown), owner.heap);
   EXPECT_TRUE(IsFilled(grown, 90, 1));
 
-  // Without room in it the block moves to a thread heap, and its place is the short heap's again.
+  // If the short heap has no room, the block moves to a thread heap, and its old place is free.
   void* other = nullptr;
   for (int i = 0; i < 4; ++i) {
     ASSERT_EQ(adMemShortHeapMalloc(&owner, kLargestInHeap, &other, "tests", 1), KIV_ST_OK);
@@ -608,7 +609,7 @@ TEST(Realloc, GrowsAShortHeapsBlockWhereItIs) {
   Free(moved);
 }
 
-TEST(Realloc, FreesABlockThatMovedThoughTheNoFreeSwitchIsOn) {
+TEST(Realloc, FreesABlockThatMovedEvenWithTheNoFreeSwitchOn) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);

@@ -1,9 +1,10 @@
-// Which messages about shortage the host is sent, and which are held back.
+// The messages about shortage: which are sent and which are suppressed.
 //
-// The manager's clock counts allocations from heaps. A message that is sent keeps others of its
-// kind back for 1000 of them.
+// The manager's clock counts allocations from heaps. A sent message suppresses others of its kind
+// for 1000 allocations.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <string>
 
 #include "support/manager.h"
@@ -24,7 +25,7 @@ const Messages kNone;
 
 const uint64_t kTooMuch = kLimit;
 
-// A request that is refused; what it sent.
+// Makes a request that fails, and returns the messages that it sent.
 Messages Fail() {
   void* block = nullptr;
   EXPECT_EQ(adMalloc(nullptr, kTooMuch, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
@@ -33,7 +34,7 @@ Messages Fail() {
 
 const Messages kFailure = {Refused(kHeaps + kTooMuch, kTooMuch)};
 
-// A request that crosses the warning's mark and is given back; what it sent.
+// Makes a request that exceeds 90% of the limit, frees the block, and returns the messages.
 Messages Cross() {
   Free(Allocate(kWarningMark - kHeaps - kLargeHeaderBytes + 1));
   return TakeMessages();
@@ -58,13 +59,13 @@ TEST(Messages, TwoFailuresWithin1000AllocationsSendOne) {
   EXPECT_EQ(Fail(), kNone);
   Pass(1);
   EXPECT_EQ(Fail(), kFailure);
-  // The quiet begins anew.
+  // The second message starts the 1000 allocations again.
   Pass(kQuiet - 1);
   EXPECT_EQ(Fail(), kNone);
 }
 
-// Neither do those of large blocks that succeed.
-TEST(Messages, LargeRequestsDoNotMoveTheClock) {
+// Neither failed nor successful requests for large blocks advance the clock.
+TEST(Messages, LargeRequestsDoNotAdvanceTheClock) {
   Begin();
   void* most = Allocate(kLimit - kHeaps - 32 - kLargestInHeap);
   Pass(kQuiet);
@@ -91,15 +92,15 @@ TEST(Messages, TwoWarningsWithin1000AllocationsSendOne) {
   EXPECT_EQ(Cross(), kWarning);
 }
 
-TEST(Messages, AFailureGoesOutStraightAfterAWarning) {
+TEST(Messages, AFailureIsSentDirectlyAfterAWarning) {
   Begin();
   EXPECT_EQ(Cross(), kWarning);
   EXPECT_EQ(Fail(), kFailure);
   EXPECT_EQ(Fail(), kNone);
 }
 
-// A warning that is sent is not taken for the last message.
-TEST(Messages, AWarningThatIsSentDoesNotLetTheNextFailureThrough) {
+// A sent warning is not recorded as the last kind of message.
+TEST(Messages, ASentWarningDoesNotLetTheNextFailureThrough) {
   Begin();
   EXPECT_EQ(Fail(), kFailure);
   Pass(kQuiet);
@@ -111,8 +112,8 @@ TEST(Messages, AWarningThatIsSentDoesNotLetTheNextFailureThrough) {
   EXPECT_EQ(Fail(), kFailure);
 }
 
-// One that is held back is.
-TEST(Messages, AWarningThatIsHeldBackLetsTheNextFailureThrough) {
+// A suppressed warning is recorded as the last kind of message.
+TEST(Messages, ASuppressedWarningLetsTheNextFailureThrough) {
   Begin();
   EXPECT_EQ(Fail(), kFailure);
   EXPECT_EQ(Cross(), kNone);
@@ -120,10 +121,10 @@ TEST(Messages, AWarningThatIsHeldBackLetsTheNextFailureThrough) {
   EXPECT_EQ(Fail(), kNone);
 }
 
-TEST(Messages, AFailureTakesAPendingWarningWithIt) {
+TEST(Messages, AFailureClearsAPendingWarning) {
   Begin();
   adMemResetThreadContext();
-  // The region's warning is tried at once, and is not pending afterwards.
+  // The region sends its warning at once; no warning is pending afterwards.
   int region = 0;
   EXPECT_EQ(adMemAlignedIncCounter(&region, (kWarningMark - kHeaps) / AD_MEMORY_UNIT + 1),
             KIV_ST_OK);
@@ -132,12 +133,12 @@ TEST(Messages, AFailureTakesAPendingWarningWithIt) {
   EXPECT_EQ(TakeMessages(), kNone);
   adMemAlignedDecCounter(&region);
 
-  // A warning from the start is pending until the first request; here that fails.
+  // A warning of the initialisation is pending until the first request, which fails here.
   ASSERT_EQ(Restart("numthreadheaps 4 heapsize 800K memorylimit 10M"), KIV_ST_OK);
   Listen();
   const uint64_t heaps = kFirstHeaps * 800 * 1024;
   EXPECT_EQ(Fail(), Messages{Refused(heaps + kTooMuch, kTooMuch)});
-  // A warning that were tried now would be held back, and let the next failure through.
+  // If a warning were still pending, it would be suppressed here and let the next failure through.
   Pass(1);
   EXPECT_EQ(Fail(), kNone);
   Pass(kQuiet);
@@ -152,7 +153,7 @@ TEST(Messages, WithoutAContextNothingIsSentAndNothingStaysPending) {
   Listen();
   Pass(1);
   EXPECT_EQ(TakeMessages(), kNone);
-  // Nothing was sent: nothing holds the first failure back.
+  // Nothing was sent: nothing suppresses the first failure.
   EXPECT_EQ(Fail(), kFailure);
 
   Begin();
@@ -162,8 +163,8 @@ TEST(Messages, WithoutAContextNothingIsSentAndNothingStaysPending) {
   EXPECT_EQ(Fail(), kFailure);
 }
 
-// The kind is remembered, although nobody was told.
-TEST(Messages, AFailureWithoutAContextCountsAsTheLastMessage) {
+// The kind is recorded, although no message was sent.
+TEST(Messages, AFailureWithoutAContextIsRecordedAsTheLastMessage) {
   Begin();
   EXPECT_EQ(Cross(), kWarning);
   adMemResetThreadContext();
@@ -174,7 +175,7 @@ TEST(Messages, AFailureWithoutAContextCountsAsTheLastMessage) {
   EXPECT_EQ(Fail(), kFailure);
 }
 
-TEST(Messages, SayNoMemoryWhereThereIsNoLimit) {
+TEST(Messages, WithoutALimitHaveTheStatusNoMemory) {
   Begin(kSmall);
   constexpr uint64_t kMore = (uint64_t{1} << 60) + 123;
   void* block = nullptr;
@@ -187,7 +188,23 @@ TEST(Messages, SayNoMemoryWhereThereIsNoLimit) {
   EXPECT_EQ(TakeMessages(), Messages{NoMemory(kHeaps + 123, 123)});
 }
 
-TEST(Messages, CountRegionsAmongWhatIsInUse) {
+// The host may store the handle after it has registered its context.
+TEST(Messages, ReadTheHandleWhenTheyAreSent) {
+  Begin();
+  std::array<uint64_t, 27> context = {};
+  adMemSetThreadContext(context.data());
+  context[26] = 0xFEDCBA9876543210;
+  Message expected = Refused(kHeaps + kTooMuch, kTooMuch);
+  expected.handle = 0xFEDCBA9876543210;
+  EXPECT_EQ(Fail(), Messages{expected});
+  Pass(kQuiet);
+  context[26] = 1;
+  expected.handle = 1;
+  EXPECT_EQ(Fail(), Messages{expected});
+  adMemResetThreadContext();
+}
+
+TEST(Messages, IncludeRegionsInTheTotal) {
   Begin();
   int region = 0;
   EXPECT_EQ(adMemAlignedIncCounter(&region, 10), KIV_ST_OK);
@@ -195,7 +212,7 @@ TEST(Messages, CountRegionsAmongWhatIsInUse) {
   adMemAlignedDecCounter(&region);
 }
 
-// The host may allocate where it is told of shortage: no lock is held.
+// The host may allocate in its message function: no lock is held.
 TEST(Messages, AreSentWithNoLockHeld) {
   Begin(kLimited + " limitshortheapsforremove 0");
   OnMessage([] {
@@ -219,7 +236,7 @@ TEST(Messages, AreSentWithNoLockHeld) {
   OnMessage(nullptr);
 }
 
-TEST(Messages, OfTheHostsOwnAllocations) {
+TEST(Messages, AreSentForTheHostsOwnAllocations) {
   Begin();
   adMemSendErrorMessage(7);
   EXPECT_EQ(TakeMessages(), Messages{Refused(kHeaps, 7 * AD_MEMORY_UNIT)});
@@ -248,8 +265,8 @@ TEST(Messages, ARefusedRegionIsThrottledWithTheFailures) {
   EXPECT_EQ(Fail(), kNone);
 }
 
-// The clock stands still there.
-TEST(Messages, OfPlainModeAreSentOnce) {
+// The clock does not advance in plain mode.
+TEST(Messages, InPlainModeAreSentOnce) {
   IN_FRESH_PROCESS([] {
     ASSERT_EQ(Initialize(kNoFile), KIV_ST_OK);
     Listen();

@@ -1,5 +1,5 @@
-// The allocation front in plain mode: what each entry point asks of the C runtime and gives back to
-// it, with the memory-manager switch off and on, and with a thread cache.
+// The allocation front in plain mode: the blocks that each entry point takes from the C runtime and
+// returns to it, with the memory-manager switch off and on, and with a thread cache.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -30,7 +30,7 @@ bool Holds(const void* block, uint64_t sizeBytes, unsigned char byte) {
   return std::all_of(bytes, bytes + sizeBytes, [=](unsigned char found) { return found == byte; });
 }
 
-// The host listens, and nothing has been sent.
+// Runs with a host that receives messages.
 class PlainFront : public testing::Test {
  protected:
   PlainFront() {
@@ -47,7 +47,7 @@ void* AllocateElements(int32_t count, uint64_t sizeBytes, uint8_t policy) {
   return block;
 }
 
-TEST_F(PlainFront, ElementsAreZeroAndTheRuntimesOwnWithTheSwitchOff) {
+TEST_F(PlainFront, ElementsAreZeroedRuntimeBlocksWithTheSwitchOff) {
   RuntimeWatch watch;
   watch.FillWith(kDirt);
   for (const uint8_t policy : {uint8_t{AD_POLICY_MANDATORY}, uint8_t{AD_POLICY_FULL}}) {
@@ -60,7 +60,7 @@ TEST_F(PlainFront, ElementsAreZeroAndTheRuntimesOwnWithTheSwitchOff) {
   }
 }
 
-TEST_F(PlainFront, ElementsAreZeroBehindTheHeaderOfTheirPolicy) {
+TEST_F(PlainFront, ElementsAreZeroedAndHaveTheHeaderOfTheirPolicy) {
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
   watch.FillWith(kDirt);
@@ -78,7 +78,7 @@ TEST_F(PlainFront, ElementsAreZeroBehindTheHeaderOfTheirPolicy) {
   Free(full);
 }
 
-TEST_F(PlainFront, ElementsOfTheThreadsCacheAreZeroToo) {
+TEST_F(PlainFront, ElementsFromTheThreadsCacheAreZeroed) {
   const ManagerSwitchedOn on;
   const WithThreadCache cache;
   void* dirty = Allocate(1000);
@@ -106,7 +106,7 @@ TEST_F(PlainFront, TextsAreCopiedWith4MoreZeroBytes) {
   }
 }
 
-TEST_F(PlainFront, TextsLieBehindTheFullHeader) {
+TEST_F(PlainFront, TextsHaveTheFullHeader) {
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
   watch.FillWith(kDirt);
@@ -121,7 +121,7 @@ TEST_F(PlainFront, TextsLieBehindTheFullHeader) {
 
 // ---- Without memory ----
 
-// What is asked for without memory fails, and the host is told of it.
+// Expects that a request without memory fails and sends a message.
 template <typename Request>
 void ExpectNoMemory(uint64_t sizeBytes, Request request) {
   ASSERT_EQ(Restart(kNoFile), KIV_ST_OK);
@@ -134,7 +134,7 @@ void ExpectNoMemory(uint64_t sizeBytes, Request request) {
   EXPECT_EQ(TakeMessages(), std::vector<Message>{NoMemory(sizeBytes, sizeBytes)});
 }
 
-TEST_F(PlainFront, WithoutMemoryARequestFailsAndTheHostIsTold) {
+TEST_F(PlainFront, WithoutMemoryARequestFailsAndSendsAMessage) {
   ExpectNoMemory(1000, [] {
     void* block = kUntouched;
     EXPECT_EQ(adCalloc(nullptr, 10, 100, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
@@ -155,7 +155,7 @@ TEST_F(PlainFront, WithoutMemoryARequestFailsAndTheHostIsTold) {
   });
 }
 
-TEST_F(PlainFront, ANegativeCountAsksForNearly2To64Bytes) {
+TEST_F(PlainFront, ANegativeCountRequestsNearly2To64Bytes) {
   const auto request = [] {
     void* block = kUntouched;
     EXPECT_EQ(adCalloc(nullptr, -1, 1, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
@@ -173,19 +173,19 @@ void* alignedBlock;
 
 void AllocateAligned(uint64_t alignment) {
   alignedBlock = kUntouched;
-  // The assertion ends the process through this signal.
+  // The assertion ends the process by this signal.
   std::signal(SIGABRT, [](int) {
     if (alignedBlock != kUntouched) std::_Exit(EXIT_FAILURE);
   });
   static_cast<void>(adMallocAligned(nullptr, alignment, 100, &alignedBlock, "tests", 1));
 }
 
-TEST_F(PlainFront, AnAlignmentIsAProgrammingErrorThatLeavesTheResultAlone) {
+TEST_F(PlainFront, AnAlignmentIsAnAssertionThatLeavesTheResultUnchanged) {
   EXPECT_ASSERTION(AllocateAligned(16), "0 && \"Only for Linux\"", "sd/memheap", 348);
   EXPECT_ASSERTION(AllocateAligned(1), "0 && \"Only for Linux\"", "sd/memheap", 348);
 }
 
-TEST_F(PlainFront, ASizeOf0IsABadArgumentBeforeTheAlignmentIsLookedAt) {
+TEST_F(PlainFront, ASizeOf0IsRefusedBeforeTheAlignmentIsChecked) {
   void* block = kUntouched;
   EXPECT_EQ(adMallocAligned(nullptr, 16, 0, &block, "tests", 1), KIV_ST_ARGUMENT);
   EXPECT_EQ(block, kUntouched);
@@ -204,7 +204,7 @@ TEST_F(PlainFront, AnAlignmentOf0IsAnOrdinaryRequest) {
   Free(full);
 }
 
-// ---- Freeing what may be aligned ----
+// ---- Freeing blocks that may be aligned ----
 
 TEST_F(PlainFront, ABlockOfAlignedOriginIsFreedAtItsOwnAddress) {
   RuntimeWatch watch;
@@ -212,7 +212,7 @@ TEST_F(PlainFront, ABlockOfAlignedOriginIsFreedAtItsOwnAddress) {
   EXPECT_EQ(adFreeAligned(bare, 1), KIV_ST_OK);
   EXPECT_EQ(watch.freed(), Freed{bare});
 
-  // Whatever lies before it: here a header, which the origin says is none.
+  // The bytes before the block do not matter: here they look like a header, which is ignored.
   const ManagerSwitchedOn on;
   void* full = Allocate(100);
   watch.Guard(full, 1);
@@ -223,7 +223,7 @@ TEST_F(PlainFront, ABlockOfAlignedOriginIsFreedAtItsOwnAddress) {
   Free(full);
 }
 
-TEST_F(PlainFront, ABlockOfAlignedOriginIsNotForTheThreadsCache) {
+TEST_F(PlainFront, ABlockOfAlignedOriginDoesNotEnterTheThreadsCache) {
   const ManagerSwitchedOn on;
   const WithThreadCache cache;
   RuntimeWatch watch;
@@ -257,7 +257,7 @@ TEST_F(PlainFront, ABlockOfAnotherOriginIsFreedLikeAnyOther) {
   Free(cached);
 }
 
-TEST_F(PlainFront, TheNoFreeSwitchIsNotForAlignedBlocks) {
+TEST_F(PlainFront, TheNoFreeSwitchDoesNotAffectFreeAligned) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
@@ -279,7 +279,7 @@ TEST_F(PlainFront, TheNoFreeSwitchIsNotForAlignedBlocks) {
 
 // ---- Blocks of a node ----
 
-TEST_F(PlainFront, BlocksOfANodeAreTheRuntimesWhateverTheSwitch) {
+TEST_F(PlainFront, BlocksOfANodeAreRuntimeBlocksWithTheSwitchOffAndOn) {
   for (const uint8_t flag : {uint8_t{0}, uint8_t{1}}) {
     const ManagerSwitchedOn on(flag);
     RuntimeWatch watch;
@@ -295,8 +295,8 @@ TEST_F(PlainFront, BlocksOfANodeAreTheRuntimesWhateverTheSwitch) {
 
 // ---- Owners of short heaps ----
 
-// The runtime's block has no place for the links of an owner's ring.
-TEST_F(PlainFront, AnOwnersBlocksAreTheRuntimesAndInNoRing) {
+// In plain mode a block has no room for the links of an owner's ring.
+TEST_F(PlainFront, AnOwnersLargeBlocksAreNotLinkedInItsRing) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   EXPECT_EQ(adMemThreadHeapTerm(), -1);
   const ManagerSwitchedOn on;
@@ -316,7 +316,7 @@ TEST_F(PlainFront, AnOwnersBlocksAreTheRuntimesAndInNoRing) {
   ExpectHeader(resized, 18, AD_POLICY_FULL);
   EXPECT_TRUE(IsFilled(resized, 100'000, 1));
   EXPECT_EQ(owner.largeBlocks, nullptr);
-  // What no heap of the owner could serve is only resized.
+  // A block that shrinks to a size for heaps is only resized.
   ASSERT_EQ(adMemShortHeapRealloc(&owner, 100, resized, &block, "tests", 1), KIV_ST_OK);
   ExpectHeader(block, 7, AD_POLICY_FULL);
   EXPECT_TRUE(IsFilled(block, 100, 1));
@@ -324,7 +324,7 @@ TEST_F(PlainFront, AnOwnersBlocksAreTheRuntimesAndInNoRing) {
   EXPECT_EQ(adMemShortHeapRealloc(&owner, 0, block, &resized, "tests", 1), KIV_ST_ARGUMENT);
   EXPECT_EQ(resized, kUntouched);
 
-  // A request that is for a heap: the owner has none.
+  // A request for a heap fails, because the owner has none.
   EXPECT_EQ(adMemShortHeapMalloc(&owner, 65'536, &resized, "tests", 1), KIV_ST_ARGUMENT);
   EXPECT_EQ(adMemShortHeapRealloc(&owner, 65'536, nullptr, &resized, "tests", 1), KIV_ST_ARGUMENT);
   EXPECT_EQ(resized, kUntouched);

@@ -1,9 +1,9 @@
 // Races between the requests of two threads: for a heap that has run dry, and for the pool of short
-// heaps. The tests run every order that interrupts each request at most once, so each request loses
-// every race that exists.
+// heaps. The tests run every order that interrupts each request at most once. Each request
+// therefore loses every possible race.
 //
-// The sources of slots, exchanges and the pool are compiled again for this program, with points
-// around their locks and around each access to a slot.
+// This program compiles the sources of slots, exchanges and the pool again, with interruption
+// points around their locks and around each access to a slot.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,7 +33,7 @@ using namespace kiv::test;
 
 // ---- Exchanges ----
 
-// Blocks of this size leave nothing of a heap.
+// Blocks of this size fill a heap completely.
 constexpr uint64_t kFilling = 65'448;
 constexpr int kBlocksPerHeap = 8;
 constexpr size_t kSpares = 8;
@@ -44,7 +44,7 @@ bool IsSettled(size_t number) {
   return kiv::slots[number].current.load() == kiv::slots[number].heap.load();
 }
 
-// Each slot has a heap with its index, and the ring has all others.
+// Expects that each slot has a heap with its index and that the ring has all other heaps.
 void ExpectSlotsAndRing(char* spare, size_t spares) {
   std::set<char*> heaps;
   for (size_t slot = 0; slot < kSlots; ++slot) {
@@ -82,13 +82,13 @@ class Exchanges : public testing::Test {
     blocks_.clear();
   }
 
-  // The part that all tests share.
+  // Returns the two requests, with the check at every point that all tests share.
   Interleaving Requests(uint64_t firstBytes, uint64_t secondBytes) {
     return {.first = [=, this] { served_[0] = Allocate(firstBytes); },
             .second = [=, this] { served_[1] = Allocate(secondBytes); },
             .onPoint =
                 [this] {
-                  // Another heap in a settled slot already has the slot's index.
+                  // A new heap in a settled slot must have the slot's index.
                   char* heap = HeapOfSlot(0);
                   if (heap == dry_ || !IsSettled(0)) return;
                   EXPECT_EQ(IndexOf(heap), 0u);
@@ -102,7 +102,7 @@ class Exchanges : public testing::Test {
   void* served_[2] = {};
 };
 
-TEST_F(Exchanges, OfOneHeapByTwoThreadsAreOne) {
+TEST_F(Exchanges, OfOneHeapByTwoThreadsHappenOnce) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Interleaving both = Requests(kFilling, kFilling);
   both.prepare = [this] {
@@ -121,16 +121,15 @@ TEST_F(Exchanges, OfOneHeapByTwoThreadsAreOne) {
   EXPECT_GT(both.RunAll(), 100u);
 }
 
-// A heap that left its slot is in the ring. A thread that chose it before and locks it afterwards
-// must read the slot again.
-TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreNoticed) {
+// A thread that chose a heap, and locks it after it left its slot, must read the slot again.
+TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreDetected) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   bool mustMove = false;
   Interleaving both = Requests(24, kFilling);
   both.prepare = [this, &mustMove] {
     Take(24);
     FillHeap(1);
-    // Its heap may serve, for it has a parked block.
+    // The heap may serve a request, because it has a parked block.
     Free(blocks_.front());
     blocks_.erase(blocks_.begin());
     dry_ = HeapOfSlot(0);
@@ -156,7 +155,7 @@ TEST_F(Exchanges, BetweenTheChoiceOfAHeapAndItsLockAreNoticed) {
 }
 
 // A new heap takes its slot without the ring lock.
-TEST_F(Exchanges, ForANewHeapMakeOne) {
+TEST_F(Exchanges, ForANewHeapByTwoThreadsMakeOneHeap) {
   ASSERT_EQ(Restart("numheaps 4000 numthreadheaps 4 heapsize 512K"), KIV_ST_OK);
   for (size_t i = 0; i <= kSpares; ++i) FillHeap();
   uint64_t made = kFirstHeaps;
@@ -182,12 +181,12 @@ TEST_F(Exchanges, ForANewHeapServeTheRequestThatMadeIt) {
   for (size_t i = 0; i <= kSpares; ++i) FillHeap();
   Interleaving both = Requests(kFilling, kFilling);
   both.second = [this] { FillHeap(); };
-  both.onPoint = {};  // the new heap runs dry itself
+  both.onPoint = {};  // the new heap runs dry, too
   both.check = [this] {
     EXPECT_FALSE(IsLarge(served_[0]));
     EXPECT_EQ(TotalsNow().outside, 0u);
     blocks_.push_back(served_[0]);
-    // One block of the nine lies in a second heap.
+    // One of the nine blocks lies in a second heap.
     FillHeap(1);
   };
   EXPECT_GT(both.RunAll(), 100u);
@@ -195,7 +194,7 @@ TEST_F(Exchanges, ForANewHeapServeTheRequestThatMadeIt) {
 
 // ---- The pool of short heaps ----
 
-// Used by one thread after the other.
+// An owner that one thread after the other uses.
 class Owner {
  public:
   void Begin() { adMemShortHeapInit(&owner_); }
@@ -203,7 +202,7 @@ class Owner {
 
   char* heap() const { return static_cast<char*>(owner_.heap); }
 
-  // The owner can work.
+  // Expects that the owner's heap serves a request.
   void ExpectServed() {
     void* block = nullptr;
     EXPECT_EQ(adMemShortHeapMalloc(&owner_, 100, &block, "tests", 1), KIV_ST_OK);
@@ -227,7 +226,7 @@ class Pool : public testing::Test {
   Owner other_;
 };
 
-TEST_F(Pool, ThatFillsUpMeanwhileTakesNoMore) {
+TEST_F(Pool, TakesNoHeapIfItFilledUpMeanwhile) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 1000"), KIV_ST_OK);
   Interleaving both = {.first = [this] { a_.End(); },
                        .second = [this] { b_.End(); },
@@ -241,8 +240,8 @@ TEST_F(Pool, ThatFillsUpMeanwhileTakesNoMore) {
   EXPECT_GT(both.RunAll(), 5u);
 }
 
-// Only when none is in use any more is the pool drained.
-TEST_F(Pool, CountsAHeapThatItDidNotTakeAsOutOfUse) {
+// The pool is drained only if no heap is in use.
+TEST_F(Pool, CountsAHeapThatItDidNotTakeAsNotInUse) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 0"), KIV_ST_OK);
   Interleaving both = {.first = [this] { a_.End(); },
                        .second = [this] { b_.End(); },
@@ -256,7 +255,7 @@ TEST_F(Pool, CountsAHeapThatItDidNotTakeAsOutOfUse) {
 }
 
 // One owner gets the last heap of the pool, the other a new heap.
-TEST_F(Pool, ThatRunsOutMeanwhileCountsEveryHeapInUseOnce) {
+TEST_F(Pool, CountsEveryHeapInUseOnceIfItRanOutMeanwhile) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 0"), KIV_ST_OK);
   Interleaving both = {.first = [this] { a_.Begin(); },
                        .second = [this] { b_.Begin(); },
@@ -273,7 +272,7 @@ TEST_F(Pool, ThatRunsOutMeanwhileCountsEveryHeapInUseOnce) {
                              b_.ExpectServed();
                              EXPECT_NE(a_.heap(), b_.heap());
                              EXPECT_EQ(ShortHeapsHeld(), 3u);
-                             // Not before the last owner has ended, and then at once.
+                             // The pool is drained when the last owner ends, and not before.
                              a_.End();
                              b_.End();
                              EXPECT_EQ(ShortHeapsHeld(), 2u);
@@ -283,7 +282,7 @@ TEST_F(Pool, ThatRunsOutMeanwhileCountsEveryHeapInUseOnce) {
   EXPECT_GT(both.RunAll(), 5u);
 }
 
-TEST_F(Pool, ThatRanOutWithoutMemoryForAnotherHeapCountsNoneInUse) {
+TEST_F(Pool, CountsNoHeapInUseIfItRanOutAndThereIsNoMemory) {
   ASSERT_EQ(Restart(kPoolOfOne + "limitshortheapsforremove 0 memorylimit 10M"), KIV_ST_OK);
   // There is memory for two short heaps.
   void* large = Allocate(10485760 - kFirstHeaps * kHeapBytes - 2 * kShortHeapBytes - 32);

@@ -1,4 +1,4 @@
-// Initialisation and termination of the memory manager, from every state that it can be in.
+// Initialises and terminates the memory manager from each of its states.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,9 +11,9 @@ namespace {
 using namespace kiv::test;
 
 constexpr uint32_t kUnavailable = 0xFFFFFFFF;
-constexpr uint64_t kMore = uint64_t{1} << 60;  // than any machine has
+constexpr uint64_t kMore = uint64_t{1} << 60;  // more memory than any machine has
 
-// Nothing asked of the totals is answered or written.
+// Expects that every query of the totals fails and writes nothing.
 void ExpectNoMemoryControl() {
   uint64_t words[6] = {1, 2, 3, 4, 5, 6};
   EXPECT_EQ(adMemGetUsedMemory(&words[0], &words[1], &words[2], &words[3], &words[4], &words[5]),
@@ -32,7 +32,7 @@ void ExpectNoStatistics() {
   EXPECT_EQ(adMemResetUsedMarkMemoryBlocks(), kUnavailable);
 }
 
-// The runtime's own block, which it would not take back with anything in front.
+// Expects that blocks come from the runtime and have no header.
 void ExpectPlainMode() {
   void* block = nullptr;
   ASSERT_EQ(adMalloc(nullptr, 100, &block, "tests", 1), KIV_ST_OK);
@@ -47,7 +47,7 @@ void ExpectThreadHeaps() {
   Free(block);
 }
 
-TEST(ManagerStart, WithoutAFileItStaysPlain) {
+TEST(ManagerStart, WithoutAFileStaysInPlainMode) {
   IN_FRESH_PROCESS([] {
     ExpectNoMemoryControl();
     ExpectNoStatistics();
@@ -60,13 +60,13 @@ TEST(ManagerStart, WithoutAFileItStaysPlain) {
     ExpectNoStatistics();
     ExpectPlainMode();
     EXPECT_EQ(adMemThreadHeapTerm(), 0);
-    // It was never initialised: the next one is not a second.
+    // Not initialised: the next initialisation does not count as a second one.
     EXPECT_EQ(Initialize(kSmall), KIV_ST_OK);
     ExpectThreadHeaps();
   });
 }
 
-TEST(ManagerStart, ForceMakesHeapsOfTheDefaultsWithoutAFile) {
+TEST(ManagerStart, WithForceMakesDefaultHeapsWithoutAFile) {
   IN_FRESH_PROCESS([] {
     testing::internal::CaptureStdout();
     EXPECT_EQ(Initialize(kNoFile, 1, 1), KIV_ST_OK);
@@ -96,14 +96,14 @@ TEST(ManagerStart, AFileMakesHeapsAndListsItsLimit) {
   });
 }
 
-TEST(ManagerStart, WhenNotEnabledItReadsNoFile) {
+TEST(ManagerStart, WhenNotEnabledReadsNoFile) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize(kSmall, 0, 1), KIV_ST_OK);
     EXPECT_EQ(SettingsNow(), Settings{});
     ExpectNoMemoryControl();
     ExpectPlainMode();
     EXPECT_EQ(adMemThreadHeapTerm(), 0);
-    // The message function is kept all the same.
+    // The message function is stored nevertheless.
     Listen();
     void* block = &block;
     EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
@@ -125,7 +125,7 @@ TEST(ManagerStart, WithoutAMessageFunctionNothingIsSent) {
   });
 }
 
-TEST(ManagerStart, AContextWithoutAMessageFunctionIsOfNoUse) {
+TEST(ManagerStart, WithAContextButNoMessageFunctionNothingIsSent) {
   IN_FRESH_PROCESS([] {
     {
       const ConfigurationFile file(std::string(kSmall) + "memorylimit 10M");
@@ -135,7 +135,7 @@ TEST(ManagerStart, AContextWithoutAMessageFunctionIsOfNoUse) {
     void* block = &block;
     EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(block, nullptr);
-    // Above 90% of the limit, and beyond it.
+    // One request above 90% of the limit, one above the limit.
     Free(Allocate(4'000'000));
     int region = 0;
     EXPECT_EQ(adMemAlignedIncCounter(&region, 2000), KIV_ST_ALIGNED_COMMIT);
@@ -153,7 +153,7 @@ TEST(ManagerStart, AContextWithoutAMessageFunctionIsOfNoUse) {
   });
 }
 
-TEST(ManagerStart, ASecondInitialisationSwitchesOffAndAThirdOnAgain) {
+TEST(ManagerStart, ASecondInitialisationSwitchesHeapsOffAndAThirdOnAgain) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize(kSmall), KIV_ST_OK);
     testing::internal::CaptureStdout();
@@ -161,7 +161,7 @@ TEST(ManagerStart, ASecondInitialisationSwitchesOffAndAThirdOnAgain) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(SettingsNow(), (Settings{0, 0, 12, kHeapBytes, 0x50000, 0x10000, 1}));
     ExpectPlainMode();
-    // No heap is released, and none is counted either while there are no slots.
+    // No heap is released, but heaps are not counted while there are no slots.
     const uint64_t peak = kFirstHeaps * kHeapBytes;
     EXPECT_EQ(TotalsNow(), (Totals{0, 0, 0, peak, 0, peak}));
     EXPECT_EQ(adMemThreadHeapTerm(), 0);
@@ -173,13 +173,13 @@ TEST(ManagerStart, ASecondInitialisationSwitchesOffAndAThirdOnAgain) {
   });
 }
 
-TEST(ManagerStart, AfterATerminationTheNextInitialisationOnlySwitchesOff) {
+TEST(ManagerStart, AfterATerminationTheNextInitialisationStaysInPlainMode) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize(kSmall), KIV_ST_OK);
     EXPECT_EQ(adMemThreadHeapTerm(), -1);
     ExpectPlainMode();
     EXPECT_EQ(SettingsNow()[1], UINT64_MAX);
-    // Not 0 slots: heaps are still there and counted.
+    // The number of slots is -1, not 0: the heaps are still counted.
     EXPECT_EQ(TotalsNow().inHeaps, kFirstHeaps * kHeapBytes);
     EXPECT_EQ(Initialize("numthreadheaps 8"), KIV_ST_OK);
     EXPECT_EQ(SettingsNow()[1], 0u);
@@ -208,7 +208,7 @@ TEST(ManagerStart, SwitchingOffIsNotAnInitialisation) {
   });
 }
 
-TEST(ManagerStart, ForgetsWhatWasCountedAndWhoListened) {
+TEST(ManagerStart, ClearsTheTotalsAndTheContext) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol memorylimit 10M"), KIV_ST_OK);
     Listen();
@@ -228,8 +228,8 @@ TEST(ManagerStart, ForgetsWhatWasCountedAndWhoListened) {
     EXPECT_EQ(CountsNow(kSinceReset), Counts{});
     adMemAlignedDecCounter(&region);
     EXPECT_EQ(TotalsNow().aligned, 0u);
-    // The context of before is gone; with a new one the first failure is told although the last
-    // was less than 1000 allocations ago.
+    // The old context is cleared. With a new one the first failure sends a message, although the
+    // last message was less than 1000 allocations ago.
     EXPECT_EQ(adMalloc(nullptr, kMore, &block, "tests", 1), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(TakeMessages(), std::vector<Message>{});
     EXPECT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
@@ -261,7 +261,7 @@ TEST(ManagerStart, AMaxblockOf0MakesNoHeaps) {
   });
 }
 
-TEST(ManagerStart, ALimitBelow10MiBIsRejectedAndLeavesItPlain) {
+TEST(ManagerStart, RejectsALimitBelow10MiBAndStaysInPlainMode) {
   IN_FRESH_PROCESS([] {
     testing::internal::CaptureStdout();
     EXPECT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol memorylimit 10485759"),
@@ -282,11 +282,11 @@ TEST(ManagerStart, ALimitBelow10MiBIsRejectedAndLeavesItPlain) {
     EXPECT_EQ(adMemCheckMemoryMinStatus(context), 4711u);
     EXPECT_EQ(TakeMessages(),
               (std::vector<Message>{{99, KIV_ST_MSG_LIMIT_TOO_LOW, 4, 10485759, 10240}}));
-    // As often as it is asked.
+    // Every call sends the message again.
     EXPECT_EQ(adMemCheckMemoryMinStatus(context), 4711u);
     EXPECT_EQ(TakeMessages().size(), 1u);
 
-    // A better file mends it.
+    // A valid file turns thread heaps on.
     EXPECT_EQ(Initialize(std::string(kSmall) + "memorylimit 10485760"), KIV_ST_OK);
     EXPECT_EQ(adMemCheckMemoryMinStatus(context), 0u);
     EXPECT_EQ(TakeMessages(), std::vector<Message>{});
@@ -294,9 +294,9 @@ TEST(ManagerStart, ALimitBelow10MiBIsRejectedAndLeavesItPlain) {
   });
 }
 
-TEST(ManagerStart, ALimitThatTheHeapsPassFails) {
+TEST(ManagerStart, FailsIfTheHeapsExceedTheLimit) {
   IN_FRESH_PROCESS([] {
-    // Of 12 heaps of 1 MiB, the 11th passes it.
+    // Of 12 heaps of 1 MiB, the 11th exceeds the limit.
     testing::internal::CaptureStdout();
     EXPECT_EQ(Initialize("numthreadheaps 4 heapsize 1M memorylimit 10M"), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
@@ -307,11 +307,11 @@ TEST(ManagerStart, ALimitThatTheHeapsPassFails) {
     AdShortHeapOwner owner = {};
     adMemShortHeapInit(&owner);
     EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
-    // Of the 24 heaps of 2 MiB that a limit alone makes, the 6th passes it.
+    // Of the 24 default heaps of 2 MiB, the 6th exceeds the limit.
     EXPECT_EQ(Initialize("memorylimit 10M"), KIV_ST_OUT_OF_MEMORY);
     EXPECT_EQ(TotalsNow().usedPeak, 5u * 0x200000);
     ExpectPlainMode();
-    // It is not initialised: the next is not a second.
+    // Not initialised: the next initialisation does not count as a second one.
     EXPECT_EQ(Initialize("numthreadheaps 4 heapsize 1M memorylimit 12M"), KIV_ST_OK);
     EXPECT_EQ(TotalsNow().used(), 12u * 0x100000);
     ExpectThreadHeaps();
@@ -324,7 +324,7 @@ TEST(ManagerStart, WithoutMemoryControlHeapsAreNotCounted) {
     EXPECT_EQ(SettingsNow(), (Settings{10485760, 4, 12, kHeapBytes, 0x50000, 0x10000, 0}));
     ExpectNoMemoryControl();
     ExpectThreadHeaps();
-    // Nor is the limit held.
+    // The limit has no effect either.
     void* large = Allocate(16 << 20);
     ExpectLarge(large, 16 << 20);
     void* moved = nullptr;
@@ -340,7 +340,7 @@ TEST(ManagerStart, WithoutMemoryControlHeapsAreNotCounted) {
   });
 }
 
-TEST(ManagerStart, NoThreadHeapsInAFileLeaveRegionsCounted) {
+TEST(ManagerStart, CountsRegionsIfTheFileSelectsNoThreadHeaps) {
   IN_FRESH_PROCESS([] {
     testing::internal::CaptureStdout();
     EXPECT_EQ(Initialize("numthreadheaps 0 memoryblockscontrol"), KIV_ST_OK);
@@ -359,8 +359,8 @@ TEST(ManagerStart, NoThreadHeapsInAFileLeaveRegionsCounted) {
   });
 }
 
-// Its requests are not counted; what heaps served before is still known.
-TEST(ManagerStart, StatisticsStandStillAfterATermination) {
+// Requests after the termination are not counted; the counts from before remain.
+TEST(ManagerStart, KeepsTheStatisticsAfterATermination) {
   IN_FRESH_PROCESS([] {
     ASSERT_EQ(Initialize(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
     Free(Allocate(100));
@@ -375,7 +375,7 @@ TEST(ManagerStart, StatisticsStandStillAfterATermination) {
   });
 }
 
-TEST(ManagerStart, TheBudgetIsAtLeastTheHeapsThatAreMade) {
+TEST(ManagerStart, AllowsAtLeastTheHeapsThatItMakes) {
   IN_FRESH_PROCESS([] {
     EXPECT_EQ(Initialize("numheaps 3 numthreadheaps 5 heapsize 512K"), KIV_ST_OK);
     EXPECT_EQ(SettingsNow()[2], 13u);

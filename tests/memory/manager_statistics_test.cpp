@@ -1,4 +1,4 @@
-// Statistics of block sizes: classes, and what is counted more than once.
+// Statistics of block sizes: classes, and blocks that are counted twice.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,7 +11,7 @@ using namespace kiv::test;
 
 const std::string kCounted = std::string(kSmall) + "memoryblockscontrol ";
 
-// By the wording: up to 160, up to 1024, then up to each power of two, and above 8 MiB.
+// Returns the class: up to 160 bytes, up to 1024, up to each power of two, above 8 MiB.
 uint32_t ClassOf(uint64_t sizeBytes) {
   if (sizeBytes <= 160) return 0;
   uint32_t number = 1;
@@ -38,7 +38,7 @@ class Expected {
 };
 
 TEST(Statistics, ClassesEndAtTheirBoundaries) {
-  // All requests are large, and so keep their sizes.
+  // All requests become large blocks, whose sizes are not rounded.
   ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 memoryblockscontrol"), KIV_ST_OK);
   Expected expected;
   std::vector<uint64_t> boundaries = {160, 1024};
@@ -66,7 +66,7 @@ TEST(Statistics, ClassesEndAtTheirBoundaries) {
   expected.Check();
 }
 
-TEST(Statistics, AFreeOfAHeapsBlockCountsItsRoom) {
+TEST(Statistics, AFreeOfAHeapBlockCountsItsPayload) {
   ASSERT_EQ(Restart(kCounted), KIV_ST_OK);
   Expected expected;
   for (const uint64_t size : {1u, 153u, 160u, 161u, 1020u, 1024u, 1025u, 2047u, 65536u}) {
@@ -77,7 +77,7 @@ TEST(Statistics, AFreeOfAHeapsBlockCountsItsRoom) {
   }
 }
 
-TEST(Statistics, OfEveryEntryPoint) {
+TEST(Statistics, EveryEntryPointIsCounted) {
   ASSERT_EQ(Restart(kCounted), KIV_ST_OK);
   Expected expected;
   void* block = nullptr;
@@ -118,7 +118,7 @@ TEST(Statistics, AReallocationInPlaceCountsAFreeAndAnAllocation) {
   expected.Freed(3000);
   expected.Allocated(1500);
   expected.Check();
-  // Within its heap, even when it moves there.
+  // Also if the block moves within its heap.
   ASSERT_EQ(adRealloc(nullptr, 9000, same, &block, "tests", 1), KIV_ST_OK);
   expected.Freed(1504);
   expected.Allocated(9000);
@@ -162,7 +162,7 @@ TEST(Statistics, AReallocationThatFailsCountsAFree) {
   expected.Check();
 }
 
-TEST(Statistics, OnlyElementsAreCountedWithoutMemory) {
+TEST(Statistics, WithoutMemoryOnlyElementsAreCounted) {
   ASSERT_EQ(Restart(kCounted + "memorylimit 10M"), KIV_ST_OK);
   Expected expected;
   void* block = nullptr;
@@ -171,13 +171,13 @@ TEST(Statistics, OnlyElementsAreCountedWithoutMemory) {
   EXPECT_EQ(adCalloc(nullptr, 1, 9'000'000, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
   expected.Allocated(9'000'000);
   expected.Check();
-  // 2^64 - 1 bytes count as -1: a free.
+  // 2^64 - 1 bytes count as -1, a free.
   EXPECT_EQ(adCalloc(nullptr, -1, 1, &block, AD_POLICY_FULL), KIV_ST_OUT_OF_MEMORY);
   expected.Freed(1);
   expected.Check();
 }
 
-TEST(Statistics, SetBackCountFromThere) {
+TEST(Statistics, AResetStartsTheCountsAgain) {
   ASSERT_EQ(Restart(kCounted), KIV_ST_OK);
   Expected all;
   Free(Allocate(100));
@@ -199,7 +199,7 @@ TEST(Statistics, SetBackCountFromThere) {
   later.Check(kSinceReset);
 }
 
-TEST(Statistics, OfShortHeapsBlocksThatMoveToLargeOnes) {
+TEST(Statistics, AShortHeapsBlockThatBecomesLargeIsCountedOnce) {
   ASSERT_EQ(Restart(kCounted), KIV_ST_OK);
   AdShortHeapOwner owner = {};
   adMemShortHeapInit(&owner);
@@ -209,7 +209,7 @@ TEST(Statistics, OfShortHeapsBlocksThatMoveToLargeOnes) {
   ASSERT_EQ(adMemShortHeapMalloc(&owner, 3000, &block, "tests", 1), KIV_ST_OK);
   expected.Allocated(3000);
   expected.Check();
-  // Allocated anew and freed, each once.
+  // One allocation and one free are counted.
   void* large = nullptr;
   ASSERT_EQ(adMemShortHeapRealloc(&owner, 100'000, block, &large, "tests", 1), KIV_ST_OK);
   expected.Allocated(100'000);

@@ -1,6 +1,6 @@
 // The memory manager under many threads: few small heaps that keep running dry, blocks that other
-// threads free, owners of short heaps, and a limit that is reached. What is in a block is checked
-// when it goes, and the totals are back at their start when all have gone.
+// threads free, owners of short heaps, and a limit that is reached. The content of every block is
+// checked before its free. When all blocks are freed, the totals must be as at the start.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,9 +24,9 @@ using namespace kiv::test;
 constexpr uint64_t kHeaps = kFirstHeaps * kHeapBytes;
 constexpr auto kTime = std::chrono::milliseconds(700);
 constexpr size_t kMailboxes = 256;
-constexpr uint64_t kChecked = 200;  // bytes from either end of a block
+constexpr uint64_t kChecked = 200;  // bytes that are checked at either end of a block
 
-// A block's first bytes say its size and number; the rest is filled by that number.
+// A block's first bytes hold its size and number; the number determines the rest.
 struct Label {
   uint64_t sizeBytes;
   uint64_t number;
@@ -42,13 +42,13 @@ void Write(void* block, uint64_t sizeBytes, uint64_t number) {
   std::memcpy(block, &label, sizeof label);
   Fill(Bytes(block) + sizeof label, Checked(sizeBytes), number);
   Fill(Bytes(block) + sizeBytes - Checked(sizeBytes), Checked(sizeBytes), number);
-  // Where the two overlap the later one holds.
+  // In a small block the two ends overlap: fill it as a whole.
   if (sizeBytes - sizeof label < 2 * kChecked) {
     Fill(Bytes(block) + sizeof label, sizeBytes - sizeof label, number);
   }
 }
 
-// Gives the size.
+// Checks the content of a block and returns its size.
 uint64_t Check(void* block) {
   const auto label = ReadAt<Label>(block, 0);
   const uint64_t rest = label.sizeBytes - sizeof label;
@@ -66,7 +66,7 @@ std::array<std::atomic<void*>, kMailboxes> mailboxes;
 
 struct Load {
   uint32_t threads;
-  uint64_t liveBytes;  // that all threads together try to hold
+  uint64_t liveBytes;  // that all threads together try to keep allocated
   bool mayFail;
 };
 
@@ -92,7 +92,7 @@ class Worker {
  private:
   uint64_t Random(uint64_t below) { return random_() % below; }
 
-  // Many small ones, and enough of the largest to empty heaps.
+  // Chooses a size: mostly small, but often enough the largest size to use up heaps.
   uint64_t Size() {
     switch (Random(16)) {
       case 0:
@@ -112,7 +112,7 @@ class Worker {
 
   void* Seed() { return reinterpret_cast<void*>((1 + Random(100'000)) * 8); }
 
-  // Null only where the limit may be reached.
+  // Fills an allocated block. The allocation may fail only if the limit may be reached.
   void* Keep(uint32_t status, void* block, uint64_t sizeBytes) {
     if (status != KIV_ST_OK) {
       EXPECT_TRUE(mayFail_);
@@ -183,7 +183,7 @@ class Worker {
     Add(Keep(status, block, size), size);
   }
 
-  // Gives a block away and frees what another thread left there.
+  // Puts a block into a mailbox and frees the block that another thread left there.
   void Pass() {
     void* block = Take();
     void* other = mailboxes[Random(kMailboxes)].exchange(block, std::memory_order_acq_rel);
@@ -217,7 +217,7 @@ class Worker {
     }
   }
 
-  // A unit of work: many small blocks, some large ones, and all dropped at once.
+  // Runs an owner of short heaps: many small blocks, some large ones, all released together.
   void RunOwner() {
     AdShortHeapOwner owner = {};
     adMemShortHeapInit(&owner);
@@ -289,7 +289,8 @@ void ExpectTotalsOfTheStart() {
   EXPECT_EQ(totals.aligned, 0u);
 }
 
-// Takes blocks of the largest size until the heaps have no more, and gives them back. How many.
+// Allocates blocks of the largest size until the heaps have no more, frees them, and returns their
+// number.
 uint64_t FillHeaps() {
   std::vector<void*> blocks;
   do {
@@ -299,7 +300,7 @@ uint64_t FillHeaps() {
   return blocks.size() - 1;
 }
 
-// No pooled heap is left when all owners have ended.
+// With these settings no pooled heap remains when all owners have ended.
 const std::string kStressed =
     std::string(kSmall) + "limitshortheapsforremove 0 memoryblockscontrol\n";
 
@@ -309,12 +310,12 @@ TEST(ManagerThreads, ExchangeHeapsAndFreeEachOthersBlocks) {
   for (const uint32_t threads : kThreadCounts) {
     SCOPED_TRACE(threads);
     ASSERT_EQ(Restart(kStressed), KIV_ST_OK);
-    // Somewhat less than there are heaps for: they are exchanged, and seldom all of them are dry.
+    // Slightly less than the heaps can hold: heaps are exchanged, but seldom are all of them dry.
     const Result result = RunThreads({threads, kHeaps * 3 / 4, false});
     EXPECT_GT(result.heaps.size(), kSlots) << "heaps were not exchanged";
     EXPECT_LE(result.heaps.size(), kFirstHeaps);
     ExpectTotalsOfTheStart();
-    // A request that finds nothing anywhere merges all that is free; then all the room is back.
+    // A request that no heap can serve consolidates every heap. Afterwards all room is available.
     FillHeaps();
     EXPECT_EQ(FillHeaps(), 7 * kFirstHeaps);
   }
@@ -335,14 +336,14 @@ TEST(ManagerThreads, MakeHeapsWhenAllAreDry) {
   }
 }
 
-// The design of all locks is chosen once, before the first of them is made.
-TEST(ManagerThreads, WorkWithLocksOfTicketsToo) {
+// The design of all locks is chosen once, before the first lock is made.
+TEST(ManagerThreads, WorkWithTicketLocks) {
   IN_FRESH_PROCESS([] {
     KivSdSetHardwareAcceleration(kTicket.flag);
     ASSERT_EQ(Initialize(kStressed), KIV_ST_OK);
     void* block = Allocate(24);
     void* lock = ReadAt<void*>(HeapOf(block), 0);
-    // The ticket that is served next, which the other design has not.
+    // The next ticket to serve, a field that only ticket locks have.
     EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 1);
     Free(block);
     EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), 2);
@@ -353,8 +354,8 @@ TEST(ManagerThreads, WorkWithLocksOfTicketsToo) {
   });
 }
 
-// Requests are refused all the time, and the host, which is told, allocates.
-TEST(ManagerThreads, RunIntoTheLimit) {
+// Requests fail all the time, and the host allocates in its message function.
+TEST(ManagerThreads, SurviveFailuresAtTheLimit) {
   for (const uint32_t threads : {2u, 16u}) {
     SCOPED_TRACE(threads);
     ASSERT_EQ(Restart(kStressed + "memorylimit 10M"), KIV_ST_OK);
@@ -382,7 +383,7 @@ TEST(ManagerThreads, RunIntoTheLimit) {
   }
 }
 
-// ---- The limit, while others ask for memory ----
+// ---- The limit, while other threads allocate ----
 
 constexpr uint64_t kLimit = 32 << 20;
 constexpr uint64_t kInVain = 64 << 20;
@@ -395,8 +396,8 @@ void Repeat(Step step) {
   while (std::chrono::steady_clock::now() < end) step();
 }
 
-// Registers a region of 8 KiB over and over, for which there is always room, while another thread
-// asks for more than the limit.
+// Repeatedly registers a region of 8 KiB, for which there is always room, while another thread
+// requests more than the limit.
 void RegisterBesideRefusals(uint32_t (*askInVain)()) {
   Listen();
   uint64_t refused = 0;
@@ -423,7 +424,7 @@ void RegisterBesideRefusals(uint32_t (*askInVain)()) {
   EXPECT_EQ(TotalsNow().aligned, 0u);
 }
 
-TEST(ManagerThreads, ARefusedRequestRefusesNoOther) {
+TEST(ManagerThreads, ARefusedRequestMakesNoOtherRequestFail) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   RegisterBesideRefusals([] {
     void* block = nullptr;
@@ -434,7 +435,7 @@ TEST(ManagerThreads, ARefusedRequestRefusesNoOther) {
 
 void* resized = nullptr;
 
-TEST(ManagerThreads, ARefusedReallocationRefusesNoRequest) {
+TEST(ManagerThreads, ARefusedReallocationMakesNoOtherRequestFail) {
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
   resized = Allocate(kLargestInHeap + 1);
   RegisterBesideRefusals([] {
@@ -445,10 +446,10 @@ TEST(ManagerThreads, ARefusedReallocationRefusesNoRequest) {
   ExpectTotalsOfTheStart();
 }
 
-// All threads register until the limit refuses them, and then take their regions out again.
+// All threads register regions until the limit refuses one, and then remove theirs.
 TEST(ManagerThreads, RegionsOfManyThreadsStayWithinTheLimit) {
   constexpr uint32_t kThreads = 4;
-  constexpr uint32_t kBlocks = 64;  // of a region: 512 KiB
+  constexpr uint32_t kBlocks = 64;  // in a region of 512 KiB
   constexpr uint64_t kRegions = (kLimit - kHeaps) / (kBlocks * AD_MEMORY_UNIT);
   static_assert((kLimit - kHeaps) % (kBlocks * AD_MEMORY_UNIT) == 0);
   ASSERT_EQ(Restart(kLimited), KIV_ST_OK);
@@ -467,7 +468,7 @@ TEST(ManagerThreads, RegionsOfManyThreadsStayWithinTheLimit) {
   EXPECT_GT(rounds, 0u);
   EXPECT_LE(TotalsNow().totalPeak, kLimit);
   EXPECT_EQ(TotalsNow().aligned, 0u);
-  // What was reserved for refused regions is free again.
+  // No bytes of refused regions are still reserved.
   int all = 0;
   EXPECT_EQ(adMemAlignedIncCounter(&all, kRegions * kBlocks), KIV_ST_OK);
   EXPECT_EQ(TotalsNow().totalPeak, kLimit);

@@ -1,7 +1,7 @@
-// What the reader of the memory configuration file asks of the C runtime: the names it opens, in
-// order, and what it does without memory.
+// The calls of the C runtime by the reader of the memory configuration file: the names that it
+// opens, in order, and its behaviour without memory.
 //
-// The linker sends the reader's calls here.
+// The linker redirects the reader's calls to this file.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -16,12 +16,12 @@ using kiv::MemorySettings;
 using kiv::test::Defaults;
 using kiv::test::Parsed;
 
-bool watched = false;             // the reader runs, and no other caller of these
+bool watched = false;             // true while the reader runs
 std::vector<std::string> opened;  // names and modes
-std::string present;              // the one name that there is a file of
-std::string content;              // of that file
+std::string present;              // name of the only existing file
+std::string content;              // its content
 int filesOpen = 0;
-int allocationsLeft = -1;  // until there is no memory; negative: there always is
+int allocationsLeft = -1;  // before memory runs out; negative: it never does
 
 bool MayAllocate() {
   if (!watched || allocationsLeft < 0) return true;
@@ -30,7 +30,7 @@ bool MayAllocate() {
   return true;
 }
 
-// Runs the reader, with memory for as many allocations.
+// Runs the reader with memory for this number of allocations.
 template <typename Call>
 void Watch(int allocations, Call call) {
   allocationsLeft = allocations;
@@ -65,7 +65,7 @@ int __wrap_fclose(std::FILE* file) {
   return __real_fclose(file);
 }
 
-// A compiler may ask here what a reallocation of nothing was to get.
+// A compiler may replace a reallocation of null by a call of malloc.
 void* __wrap_malloc(size_t sizeBytes) { return MayAllocate() ? __real_malloc(sizeBytes) : nullptr; }
 
 void* __wrap_realloc(void* block, size_t sizeBytes) {
@@ -154,8 +154,8 @@ TEST_F(ConfigurationCalls, WithoutMemoryForANameFindNoFile) {
 }
 
 // Texts start with 64 bytes, terminator included, and grow from there.
-TEST_F(ConfigurationCalls, WithoutMemoryForAllOfANameTryWhatThereIsOfIt) {
-  for (size_t length = 30; length <= 63; ++length) {  // of 63 there is no room for a separator
+TEST_F(ConfigurationCalls, WithoutMemoryForTheWholeNameOpenTheNameThatFits) {
+  for (size_t length = 30; length <= 63; ++length) {  // with 63 there is no room for a separator
     const std::string directory(length, 'd');
     const std::string base = directory + "/bin/config.mem";
     const std::string full = base + ".cells";
@@ -167,7 +167,7 @@ TEST_F(ConfigurationCalls, WithoutMemoryForAllOfANameTryWhatThereIsOfIt) {
     if (full.size() < 64) expected.push_back(full + " r");
     if (base.size() < 64) expected.push_back(base + " r");
     EXPECT_EQ(opened, expected) << length;
-    // The first word of the file is without memory then.
+    // If the file is opened, there is no memory for its first word.
     EXPECT_EQ(settings, base.size() < 64 ? kForced : kiv::DefaultMemorySettings()) << length;
   }
 }
@@ -196,7 +196,7 @@ TEST_F(ConfigurationCalls, WithoutMemoryForAWordEndTheFile) {
 }
 
 // Words of 4 KiB take seven allocations, not one for each character.
-TEST_F(ConfigurationCalls, GrowAWordByDoubling) {
+TEST_F(ConfigurationCalls, DoubleTheRoomOfAGrowingWord) {
   const std::string word(4095, 'w');
   EXPECT_EQ(ParseWith(7, word).printed,
             "\nUnknown keyword [" + word + "] in the memory configuration file\n");

@@ -1,5 +1,4 @@
-// The memory configuration file: its words, its keywords, its numbers, and what is said of those
-// that are none.
+// The memory configuration file: its words, keywords and numbers, and the reports of wrong ones.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -32,12 +31,12 @@ std::string Wrong(const std::string& value, const std::string& keyword) {
          keyword + "]\n";
 }
 
-// The file is understood, and sets this.
+// Expects that the file sets these settings and nothing is reported.
 void ExpectSet(const std::string& bytes, const MemorySettings& settings) {
   EXPECT_EQ(Parse(bytes), (Parsed{settings, ""})) << bytes;
 }
 
-// The file sets nothing, and this is said of it.
+// Expects that the file sets nothing and this report is printed.
 void ExpectNothing(const std::string& bytes, const std::string& printed) {
   EXPECT_EQ(Parse(bytes), (Parsed{kiv::DefaultMemorySettings(), printed})) << bytes;
 }
@@ -85,14 +84,14 @@ TEST(ConfigurationKeyword, SetsItsSettingAndNoOther) {
   }
 }
 
-TEST(ConfigurationKeyword, OfMemoryControlTurnsItOff) {
+TEST(ConfigurationKeyword, NoMemoryControlTurnsMemoryControlOff) {
   MemorySettings settings = kiv::DefaultMemorySettings();
   const MemorySettings off = settings;
   settings.memoryControl = true;
   EXPECT_EQ(ParseOver(settings, "nomemorycontrol\n"), (Parsed{off, ""}));
 }
 
-TEST(ConfigurationKeyword, IsTheSameInEitherCase) {
+TEST(ConfigurationKeyword, MayBeInUpperOrLowerCase) {
   for (const KeywordCase& keyword : EveryKeyword()) {
     std::string upper;
     std::string mixed;
@@ -117,20 +116,20 @@ TEST(ConfigurationKeyword, IsAWholeWord) {
   ExpectNothing("nomemorycontrols", Unknown("nomemorycontrols"));
 }
 
-// What differs from a letter in the bit of the case alone is another character.
-TEST(ConfigurationKeyword, IsComparedInTheCaseOfLettersAlone) {
+// A character that differs from a letter only in the case bit, and is not a letter, is not equal.
+TEST(ConfigurationKeyword, IgnoresTheCaseOfLettersOnly) {
   ExpectNothing("n5mheaps", Unknown("n5mheaps"));
   ExpectNothing("num\xC8"s + "eaps", Unknown("num\xC8"s + "eaps"));
 }
 
-TEST(ConfigurationKeyword, ThatIsUnknownIsReportedAndSkipped) {
+TEST(ConfigurationKeyword, UnknownIsReportedAndSkipped) {
   EXPECT_EQ(Parse("budget 5\nnumheaps 6\n"),
             (Parsed{WithHeapBudget(6),
                     "\nUnknown keyword [budget] in the memory configuration file\n"
                     "\nUnknown keyword [5] in the memory configuration file\n"}));
 }
 
-TEST(ConfigurationKeyword, ThatComesTwiceCountsTheSecondTime) {
+TEST(ConfigurationKeyword, RepeatedHasItsLastValue) {
   ExpectSet("numheaps 5\nnumheaps 6\n", WithHeapBudget(6));
 }
 
@@ -140,7 +139,7 @@ TEST(ConfigurationKeyword, TakesTheNextWordEvenIfThatIsAKeyword) {
   ExpectNothing("mallocmemoryinit numheaps", Wrong("numheaps", "freememoryinit"));
 }
 
-TEST(ConfigurationKeyword, OfAFlagTakesNoValue) {
+TEST(ConfigurationKeyword, FlagsTakeNoValue) {
   EXPECT_EQ(Parse("shortmemoryoff 1 memoryblockscontrol shortmemoryoff"),
             (Parsed{Defaults([](MemorySettings* s) {
                       s->shortHeaps = false;
@@ -149,14 +148,14 @@ TEST(ConfigurationKeyword, OfAFlagTakesNoValue) {
                     Unknown("1")}));
 }
 
-TEST(ConfigurationKeyword, IsReportedAsItIsSpeltInTheManual) {
+TEST(ConfigurationKeyword, IsReportedInLowerCase) {
   ExpectNothing("NumHeaps x",
                 "\nWrong keyword [x] in the memory configuration file after keyword "
                 "[numheaps]\n");
   ExpectNothing("FREEMEMORYINIT X", Wrong("X", "freememoryinit"));
 }
 
-TEST(ConfigurationKeyword, OfANumberNamesItselfWhenItsValueIsWrong) {
+TEST(ConfigurationKeyword, IsNamedInTheReportOfAWrongNumber) {
   for (const KeywordCase& keyword : EveryKeyword()) {
     if (keyword.value == nullptr || std::string(keyword.name).ends_with("memoryinit")) continue;
     ExpectNothing(std::string(keyword.name) + " 64KB\n", Wrong("64KB", keyword.name));
@@ -165,13 +164,13 @@ TEST(ConfigurationKeyword, OfANumberNamesItselfWhenItsValueIsWrong) {
 
 // ---- The limit and memory control ----
 
-TEST(ConfigurationLimit, TurnsMemoryControlOnAndTheKeywordOfItOff) {
+TEST(ConfigurationLimit, TurnsMemoryControlOnUnlessALaterKeywordTurnsItOff) {
   EXPECT_TRUE(Parse("nomemorycontrol memorylimit 20M").settings.memoryControl);
   EXPECT_FALSE(Parse("memorylimit 20M nomemorycontrol").settings.memoryControl);
   EXPECT_TRUE(Parse("memorylimit 0").settings.memoryControl);
 }
 
-TEST(ConfigurationLimit, SelectsHeapsWhereThereAreNone) {
+TEST(ConfigurationLimit, SelectsThreadHeapsIfThereAreNone) {
   EXPECT_EQ(Parse("memorylimit 20M").settings.threadHeaps, 16);
   EXPECT_EQ(Parse("memorylimit 0").settings.threadHeaps, 16);
   EXPECT_EQ(Parse("numthreadheaps 0 memorylimit 20M").settings.threadHeaps, 16);
@@ -180,7 +179,7 @@ TEST(ConfigurationLimit, SelectsHeapsWhereThereAreNone) {
   EXPECT_EQ(Parse("memorylimit 20M numthreadheaps 0").settings.threadHeaps, 0);
 }
 
-TEST(ConfigurationLimit, ThatIsWrongTurnsNothingOn) {
+TEST(ConfigurationLimit, WithAWrongValueTurnsNothingOn) {
   ExpectNothing("memorylimit 20X", Wrong("20X", "memorylimit"));
 }
 
@@ -215,7 +214,7 @@ TEST(ConfigurationNumber, MayHaveASign) {
   }
 }
 
-TEST(ConfigurationNumber, ThatIsTooLongLosesItsUpperDigits) {
+TEST(ConfigurationNumber, IsTakenModulo2To64) {
   EXPECT_EQ(LimitOf("18446744073709551616"), 0u);
   EXPECT_EQ(LimitOf("18446744073709551617"), 1u);
   EXPECT_EQ(LimitOf("99999999999999999999"), 7766279631452241919u);
@@ -253,7 +252,7 @@ TEST(ConfigurationNumber, MayHaveAUnitUpToItsLimit) {
   for (const auto& [word, bytes] : cases) EXPECT_EQ(LimitOf(word), bytes) << word;
 }
 
-TEST(ConfigurationNumber, IsNothingElse) {
+TEST(ConfigurationNumber, RejectsAnythingElse) {
   for (const char* word :
        {"0K",   "0k",   "0M",   "0G",    "-0K",  "00G",   "18446744073709551616K",
         "64KB", "64KK", "5KM",  "1T",    "1B",   "5x",    "5.",
@@ -265,8 +264,8 @@ TEST(ConfigurationNumber, IsNothingElse) {
   }
 }
 
-// Of white space, words may have these three.
-TEST(ConfigurationNumber, MayStandBehindWhiteSpaceThatSeparatesNoWords) {
+// Carriage return, vertical tab and form feed do not separate words, but numbers may follow them.
+TEST(ConfigurationNumber, MayFollowWhiteSpaceThatDoesNotSeparateWords) {
   for (const char* word : {"\v5", "\f5", "\r5", "\r\v\f\r+5"}) EXPECT_EQ(LimitOf(word), 5u) << word;
   EXPECT_EQ(LimitOf("\r5K"), 5120u);
   for (const char* word : {"\v", "\r", "-\r5", "\r-", "5\rK", "\x1F+5", "\x0E+5", "\x08+5"}) {
@@ -274,12 +273,12 @@ TEST(ConfigurationNumber, MayStandBehindWhiteSpaceThatSeparatesNoWords) {
   }
 }
 
-TEST(ConfigurationNumber, OfACountHasUnitsToo) {
+TEST(ConfigurationNumber, MayHaveAUnitInACount) {
   ExpectSet("numheaps 1K", WithHeapBudget(1024));
   ExpectSet("numheaps 2m", WithHeapBudget(2097152));
 }
 
-TEST(ConfigurationNumber, IsCutToTheThirtyTwoBitsOfMostSettings) {
+TEST(ConfigurationNumber, IsTruncatedTo32BitsForMostSettings) {
   const struct {
     const char* word;
     uint32_t low;
@@ -308,8 +307,8 @@ TEST(ConfigurationNumber, IsCutToTheThirtyTwoBitsOfMostSettings) {
 
 #ifdef _WIN32
 
-// What the C runtime of this platform makes of the same words.
-const std::string kNumberAndTwoMore = "%I64u%c%c";  // no literal: it is not standard C
+// Scans a size with the C runtime of this platform.
+const std::string kNumberAndTwoMore = "%I64u%c%c";  // not a literal: it is not standard C
 
 bool ScanSizeByRuntime(const char* word, uint64_t* value) {
   char unit = 0;
@@ -323,12 +322,12 @@ bool ScanSizeByRuntime(const char* word, uint64_t* value) {
   return true;
 }
 
-TEST(ConfigurationNumber, IsTheSameToTheRuntimesScanner) {
+TEST(ConfigurationNumber, HasTheValueOfTheRuntimesScanner) {
   const std::string characters = "01234567890123456789KMkmgG+-x.\r\v\f\b";
   std::mt19937 random(1);
   const auto below = [&random](size_t limit) { return random() % limit; };
   for (int i = 0; i < 200000; ++i) {
-    // Mostly digits, with a sign and a unit among others.
+    // Mostly digits, sometimes a sign, a unit or another character.
     std::string word(1 + below(24), '0');
     for (char& character : word) character = characters[below(20)];
     if (below(3) == 0) word.front() = characters[below(characters.size())];
@@ -348,7 +347,7 @@ TEST(ConfigurationNumber, IsTheSameToTheRuntimesScanner) {
 
 // ---- Fill bytes ----
 
-TEST(ConfigurationFillByte, IsOneDigitAndSetsThatOfFreedMemory) {
+TEST(ConfigurationFillByte, IsOneDigitAndSetsTheByteOfFreedMemory) {
   for (const char* keyword : {"mallocmemoryinit", "freememoryinit"}) {
     for (char digit = '0'; digit <= '9'; ++digit) {
       ExpectSet(std::string(keyword) + " " + digit, Defaults([digit](MemorySettings* s) {
@@ -358,7 +357,7 @@ TEST(ConfigurationFillByte, IsOneDigitAndSetsThatOfFreedMemory) {
   }
 }
 
-TEST(ConfigurationFillByte, IsNothingElseAndIsReportedUnderOneName) {
+TEST(ConfigurationFillByte, RejectsAnythingElseAndReportsItUnderOneName) {
   for (const char* keyword : {"mallocmemoryinit", "freememoryinit"}) {
     for (const char* word : {"10", "12", "255", "256", "00", "05", "+5", "-1", "5K", "0x5", "a",
                              "-", "\v", "\r5", "5\r", "18446744073709551616"}) {
@@ -369,7 +368,7 @@ TEST(ConfigurationFillByte, IsNothingElseAndIsReportedUnderOneName) {
 
 // ---- Words ----
 
-TEST(ConfigurationWord, StandsBetweenSpacesTabsAndLineFeeds) {
+TEST(ConfigurationWord, IsSeparatedBySpacesTabsAndLineFeeds) {
   const MemorySettings both = Defaults([](MemorySettings* s) {
     s->heapBudget = 5;
     s->shortHeaps = false;
@@ -382,24 +381,24 @@ TEST(ConfigurationWord, StandsBetweenSpacesTabsAndLineFeeds) {
   ExpectSet(" \t\n ", kiv::DefaultMemorySettings());
 }
 
-TEST(ConfigurationWord, MayHaveEveryOtherCharacter) {
+TEST(ConfigurationWord, MayContainEveryOtherCharacter) {
   for (int value = 1; value < 256; ++value) {
     const char character = static_cast<char>(value);
     if (std::string(" \t\n#").find(character) != std::string::npos) continue;
-    // Would end the captured output where that is a text file of Windows.
+    // This character ends a text file of Windows, and with it the captured output.
     if (character == '\x1A') continue;
     const std::string word = std::string("a") + character + "b";
     ExpectNothing(word, Unknown(word));
   }
 }
 
-TEST(ConfigurationWord, OfAFileWithCarriageReturnsEndsInThem) {
+TEST(ConfigurationWord, IncludesACarriageReturn) {
   EXPECT_EQ(Parse("shortmemoryoff\r\nnumheaps 5\r\nnumheaps 6 \r\n"),
             (Parsed{WithHeapBudget(6),
                     Unknown("shortmemoryoff\r") + Wrong("5\r", "numheaps") + Unknown("\r")}));
 }
 
-TEST(ConfigurationWord, HasNoLimitOfLength) {
+TEST(ConfigurationWord, MayHaveAnyLength) {
   for (const size_t length : {63u, 64u, 65u, 127u, 128u, 4095u, 4096u, 4097u, 1000000u}) {
     const std::string word(length, 'w');
     EXPECT_EQ(Parse(word + " numheaps 5"), (Parsed{WithHeapBudget(5), Unknown(word)})) << length;
@@ -407,8 +406,8 @@ TEST(ConfigurationWord, HasNoLimitOfLength) {
   }
 }
 
-// Words are texts, which a zero byte ends.
-TEST(ConfigurationWord, CountsUpToAZeroByte) {
+// A zero byte ends the text of a word.
+TEST(ConfigurationWord, EndsAtAZeroByte) {
   ExpectSet("numheaps\0junk 5"s, WithHeapBudget(5));
   ExpectSet("numheaps 5\0K"s, WithHeapBudget(5));
   ExpectSet("freememoryinit 5\0K"s, Defaults([](MemorySettings* s) { s->freedFill = 5; }));
@@ -425,7 +424,7 @@ TEST(ConfigurationEnd, EndsAWord) {
   ExpectNothing("numheaps 5x", Wrong("5x", "numheaps"));
 }
 
-TEST(ConfigurationEnd, BehindAKeywordDoesNothing) {
+TEST(ConfigurationEnd, AfterAKeywordSetsNothing) {
   for (const KeywordCase& keyword : EveryKeyword()) {
     if (keyword.value == nullptr) continue;
     const std::string name = keyword.name;
@@ -435,7 +434,7 @@ TEST(ConfigurationEnd, BehindAKeywordDoesNothing) {
   }
 }
 
-// A file that was cut short anywhere reads as if its last line had been ended there.
+// A file that is truncated anywhere has the same effect as one with a line end at that place.
 TEST(ConfigurationEnd, MayBeAnywhere) {
   const std::string whole =
       "# comment\nnumheaps 5 # more\n\theapsize 1M\nbad word#lost\nshortmemoryoff\n"
@@ -448,12 +447,12 @@ TEST(ConfigurationEnd, MayBeAnywhere) {
 
 // ---- Comments ----
 
-TEST(ConfigurationComment, GoesToTheEndOfItsLine) {
+TEST(ConfigurationComment, EndsWithItsLine) {
   ExpectSet("# numheaps 4\nnumheaps 5\n#numheaps 6\n#\n##\n#", WithHeapBudget(5));
   ExpectSet("numheaps # the budget\n # of heaps\n 5 # heaps", WithHeapBudget(5));
 }
 
-TEST(ConfigurationComment, TakesWhatStandsBeforeItInTheWord) {
+TEST(ConfigurationComment, IncludesTheTextBeforeItInTheWord) {
   ExpectNothing("num#comment\nheaps", Unknown("heaps"));
   ExpectSet("num#comment\nnumheaps 5", WithHeapBudget(5));
   EXPECT_EQ(Parse("numheaps 5#comment\nheapsize 1M\nnumheaps 6"),
@@ -462,13 +461,13 @@ TEST(ConfigurationComment, TakesWhatStandsBeforeItInTheWord) {
   ExpectNothing("shortmemoryoff#", "");
 }
 
-TEST(ConfigurationComment, ThatEndsTheFileEndsItThere) {
+TEST(ConfigurationComment, MayEndTheFile) {
   ExpectSet("numheaps 5\n#", WithHeapBudget(5));
   ExpectSet("numheaps 5\n# no line end", WithHeapBudget(5));
 }
 
-// One read skips 4095 characters behind the sign.
-TEST(ConfigurationComment, IsWordsAgainWhereItIsLongerThanOneRead) {
+// One read skips 4095 characters after the "#".
+TEST(ConfigurationComment, LongerThanOneReadContinuesAsWords) {
   const std::string most(4095, 'c');
   const std::string fewer(4094, 'c');
   const std::string line = "\nnumheaps 5\n";
@@ -482,6 +481,8 @@ TEST(ConfigurationComment, IsWordsAgainWhereItIsLongerThanOneRead) {
   ExpectNothing("lost#" + most + "d", Unknown("d"));
 }
 
-TEST(ConfigurationComment, MayHaveZeroBytes) { ExpectSet("#a\0b\nnumheaps 5"s, WithHeapBudget(5)); }
+TEST(ConfigurationComment, MayContainZeroBytes) {
+  ExpectSet("#a\0b\nnumheaps 5"s, WithHeapBudget(5));
+}
 
 }  // namespace

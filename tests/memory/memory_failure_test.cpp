@@ -1,4 +1,4 @@
-// What the memory front asks of the system, and what it does when the system refuses.
+// The system calls of the memory front, and its results when they fail.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -25,7 +25,7 @@ void* const kUntouched = reinterpret_cast<void*>(0x5A5A);
 
 uintptr_t Number(const void* address) { return reinterpret_cast<uintptr_t>(address); }
 
-// The call committed so many read-write bytes anywhere.
+// Expects a call that committed sizeBytes read-write bytes at any address.
 void ExpectCommit(const ScriptedImport::Arguments& call, uintptr_t sizeBytes) {
   EXPECT_EQ(call[0], 0u);
   EXPECT_EQ(call[1], sizeBytes);
@@ -33,7 +33,7 @@ void ExpectCommit(const ScriptedImport::Arguments& call, uintptr_t sizeBytes) {
   EXPECT_EQ(static_cast<uint32_t>(call[3]), kReadWrite);
 }
 
-// The call released the whole block.
+// Expects a call that released the whole block.
 void ExpectRelease(const ScriptedImport::Arguments& call, const void* block) {
   EXPECT_EQ(call[0], Number(block));
   EXPECT_EQ(call[1], 0u);
@@ -71,7 +71,7 @@ TEST(MemFailure, ArgumentErrorsDoNotReachTheAllocator) {
   EXPECT_TRUE(realloc.calls().empty());
 }
 
-TEST(MemFailure, AFailedReallocationLeavesTheOldBlockAndTheResultAlone) {
+TEST(MemFailure, AFailedReallocationLeavesTheOldBlockAndTheResultUnchanged) {
   Context ctx;
   void* old = nullptr;
   ASSERT_EQ(KivSdMemAlloc(nullptr, 0, 16, &old, kFile, 1), KIV_ST_OK);
@@ -122,7 +122,7 @@ TEST(MemFree, ReachesTheRuntimeUntilFreeingIsTurnedOff) {
     EXPECT_EQ(KivSdMemFree(nullptr, blocks[1], kFile, 1), KIV_ST_OK);
     EXPECT_EQ(adFree(blocks[1], kFile, 1), KIV_ST_OK);
     EXPECT_EQ(free.calls().size(), 1u);
-    EXPECT_EQ(KivSdExtAllocMemFree(nullptr, blocks[2]), KIV_ST_OK);  // never the manager's
+    EXPECT_EQ(KivSdExtAllocMemFree(nullptr, blocks[2]), KIV_ST_OK);  // ignores the no-free switch
     EXPECT_EQ(free.calls().size(), 2u);
   });
 }
@@ -161,7 +161,7 @@ TEST(PageSizes, AreCountsShiftedIn32Bits) {
   }
 }
 
-TEST(PageLockFailure, ReleasesThePagesAndLeavesTheirAddressBehind) {
+TEST(PageLockFailure, ReleasesThePagesAndReturnsTheirAddress) {
   const struct {
     uint32_t osError;
     uint32_t status;
@@ -173,7 +173,7 @@ TEST(PageLockFailure, ReleasesThePagesAndLeavesTheirAddressBehind) {
     Context ctx;
     void* pages = nullptr;
     const ScriptedImport lock("VirtualLock", {.result = 0, .error = osError});
-    // The release fails too and changes the last error, which must not matter.
+    // The release fails, too, and changes the last error. The record keeps the lock's error.
     const ScriptedImport release("VirtualFree", {.result = 0, .error = 5});
     CHECK_OUTCOME(ctx, KivSdPhysMemAlloc(ctx, 3, &pages), status, osError);
     ASSERT_NE(pages, nullptr);
@@ -193,7 +193,7 @@ TEST(PageLockFailure, UnlockReportsTheSystemsError) {
   char page = 0;
   const ScriptedImport unlock("VirtualUnlock", {.result = 0, .error = 158});
   CHECK_OUTCOME(ctx, KivSdMemUnlock(ctx, 1, &page), KIV_ST_PAGE_UNLOCK, 158u);
-  // The quota is the lock's business: here it is an error like any other.
+  // Only a lock maps the quota error to a status of its own.
   const ScriptedImport quota("VirtualUnlock", {.result = 0, .error = kQuotaError});
   CHECK_OUTCOME(ctx, KivSdMemUnlock(ctx, 1, &page), KIV_ST_PAGE_UNLOCK, kQuotaError);
 }
@@ -208,7 +208,7 @@ TEST(PageReleaseFailure, ReportsTheSystemsError) {
   for (const ScriptedImport::Arguments& call : release.calls()) ExpectRelease(call, &page);
 }
 
-TEST(PageReleaseFailure, IsNotAskedForNull) {
+TEST(PageReleaseFailure, IsNotTriedForNull) {
   const ScriptedImport release("VirtualFree", kPassThrough);
   EXPECT_EQ(KivSdPhysMemFree(nullptr, nullptr), KIV_ST_ARGUMENT);
   EXPECT_EQ(KivSdAlignedMemFree(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -217,7 +217,7 @@ TEST(PageReleaseFailure, IsNotAskedForNull) {
 
 // ---- Reallocated pages ----
 
-TEST(PageReallocFailure, OfLockedPagesThatCannotBeReleasedKeepsTheNewOnesToo) {
+TEST(PageReallocFailure, KeepsTheNewLockedPagesIfTheOldOnesCannotBeReleased) {
   Context ctx;
   void* pages = nullptr;
   ASSERT_EQ(KivSdPhysMemAlloc(nullptr, 1, &pages), KIV_ST_OK);
@@ -233,11 +233,11 @@ TEST(PageReallocFailure, OfLockedPagesThatCannotBeReleasedKeepsTheNewOnesToo) {
     pages = reinterpret_cast<void*>(lock.calls()[0][0]);
     EXPECT_NE(pages, old);
   }
-  EXPECT_EQ(KivSdPhysMemFree(nullptr, pages), KIV_ST_OK);  // the new ones, still committed
+  EXPECT_EQ(KivSdPhysMemFree(nullptr, pages), KIV_ST_OK);  // the new pages are still committed
   EXPECT_EQ(KivSdPhysMemFree(nullptr, old), KIV_ST_OK);
 }
 
-TEST(PageReallocFailure, OfAlignedPagesThatCannotBeReleasedReleasesTheNewOnes) {
+TEST(PageReallocFailure, ReleasesTheNewAlignedPagesIfTheOldOnesCannotBeReleased) {
   Context ctx;
   void* pages = nullptr;
   ASSERT_EQ(KivSdAlignedMemAlloc(nullptr, 1, &pages), KIV_ST_OK);
@@ -251,12 +251,12 @@ TEST(PageReallocFailure, OfAlignedPagesThatCannotBeReleasedReleasesTheNewOnes) {
     void* const fresh = reinterpret_cast<void*>(release.calls()[1][0]);
     EXPECT_NE(fresh, old);
     ExpectRelease(release.calls()[1], fresh);
-    EXPECT_NE(KivSdAlignedMemFree(nullptr, fresh), KIV_ST_OK);  // gone already
+    EXPECT_NE(KivSdAlignedMemFree(nullptr, fresh), KIV_ST_OK);  // already released
   }
   EXPECT_EQ(KivSdAlignedMemFree(nullptr, old), KIV_ST_OK);
 }
 
-TEST(PageReallocFailure, OfANullBlockReleasesTheNewAlignedPagesOnly) {
+TEST(PageReallocFailure, OfANullBlockReleasesTheNewAlignedPages) {
   Context ctx;
   void* pages = nullptr;
   const ScriptedImport release("VirtualFree", kPassThrough);
@@ -267,7 +267,7 @@ TEST(PageReallocFailure, OfANullBlockReleasesTheNewAlignedPagesOnly) {
   EXPECT_EQ(pages, nullptr);
 }
 
-TEST(PageReallocFailure, OfPagesThatCannotBeLockedLeavesTheOldOnes) {
+TEST(PageReallocFailure, LeavesTheOldPagesIfTheNewOnesCannotBeLocked) {
   Context ctx;
   void* pages = nullptr;
   ASSERT_EQ(KivSdPhysMemAlloc(nullptr, 1, &pages), KIV_ST_OK);

@@ -1,4 +1,4 @@
-// Whole pages of the memory front: locked ones and aligned ones.
+// Whole pages of the memory front: locked pages and aligned pages.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,10 +11,10 @@ namespace {
 
 using kiv::test::Context;
 
-// The least count whose size in bytes wraps to 0 in 32 bits.
+// The smallest count whose size in bytes wraps to 0 in 32 bits.
 constexpr uint32_t kWrappingCount = 524288;
 
-// What both kinds of pages have in common.
+// The operations of one kind of pages.
 struct PageKind {
   const char* name;
   uint32_t (*allocate)(KivSdContext*, uint32_t, void**);
@@ -36,7 +36,7 @@ bool AllBytesAre(const void* block, unsigned char value, size_t sizeBytes) {
   return std::all_of(bytes, bytes + sizeBytes, [&](unsigned char byte) { return byte == value; });
 }
 
-// The operation failed with this status and an error number of the system's.
+// Expects that an operation failed with this status and an OS error.
 void ExpectSystemFailure(const Context& ctx, uint32_t returned, uint32_t status) {
   EXPECT_EQ(returned, status);
   EXPECT_EQ(ctx.status(), status);
@@ -73,7 +73,7 @@ TEST_P(Pages, AreFreshZeroedWritableAndAligned) {
   }
 }
 
-TEST_P(Pages, AreRefusedBySystemWhenTheSizeIsZeroOrWrapsToZero) {
+TEST_P(Pages, AreRefusedByTheSystemWhenTheSizeIsZeroOrWrapsToZero) {
   for (const uint32_t count : {0u, kWrappingCount, 2 * kWrappingCount}) {
     void* pages = &pages;
     ctx_.Spoil();
@@ -82,14 +82,14 @@ TEST_P(Pages, AreRefusedBySystemWhenTheSizeIsZeroOrWrapsToZero) {
   }
 }
 
-TEST_P(Pages, OfACountThatWrapsAreWhatIsLeftOfIt) {
+TEST_P(Pages, OfACountThatWrapsHaveTheWrappedSize) {
   void* pages = nullptr;
   CHECK_OK(ctx_, GetParam().allocate(ctx_, kWrappingCount + 1, &pages));
   std::memset(pages, 1, KIV_PAGE_UNIT);
   CHECK_OK(ctx_, GetParam().free(ctx_, pages));
 }
 
-TEST_P(Pages, NeedAPlace) {
+TEST_P(Pages, RefuseANullResult) {
   CHECK_ARGUMENT(ctx_, GetParam().allocate(ctx_, 1, nullptr));
   CHECK_ARGUMENT(ctx_, GetParam().allocate(ctx_, 0, nullptr));
   EXPECT_EQ(GetParam().allocate(nullptr, 1, nullptr), KIV_ST_ARGUMENT);
@@ -131,7 +131,7 @@ TEST_P(Pages, OfTheSameCountMove) {
   Free(pages);
 }
 
-TEST_P(Pages, CopyNoMoreThanTheOldCount) {
+TEST_P(Pages, CopyExactlyTheOldCount) {
   void* pages = Allocate(2);
   std::memset(pages, 0x3C, 2 * KIV_PAGE_UNIT);
   CHECK_OK(ctx_, GetParam().reallocate(ctx_, 1, 2, &pages));
@@ -163,7 +163,7 @@ TEST_P(Pages, ThatAreNullCannotBeMoved) {
 INSTANTIATE_TEST_SUITE_P(Both, Pages, testing::ValuesIn(kKinds),
                          [](const auto& kind) { return kind.param.name; });
 
-TEST(LockedPages, ReallocationNeedsAPlace) {
+TEST(LockedPages, ReallocationRefusesANullResult) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdPhysMemRealloc(ctx, 1, 1, nullptr));
 }

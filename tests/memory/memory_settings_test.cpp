@@ -1,5 +1,4 @@
-// The memory manager's settings: their defaults, the ranges they are held to, their listing, and
-// finding the file that changes them.
+// The memory manager's settings: their defaults, ranges and listing, and the search for their file.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -47,7 +46,7 @@ MemorySettings Validated(MemorySettings settings, const std::string& printed = "
   return settings;
 }
 
-// With heaps, as an open file selects them.
+// Default settings with thread heaps, as an open file selects them.
 MemorySettings Configured(const std::function<void(MemorySettings*)>& change) {
   return Defaults([&](MemorySettings* s) {
     s->threadHeaps = 16;
@@ -56,7 +55,7 @@ MemorySettings Configured(const std::function<void(MemorySettings*)>& change) {
   });
 }
 
-TEST(MemorySettingsRange, OfTheDefaultsChangesNothing) {
+TEST(MemorySettingsRange, LeavesTheDefaultsUnchanged) {
   const MemorySettings settings = Configured([](MemorySettings*) {});
   EXPECT_EQ(Validated(settings), settings);
 }
@@ -98,7 +97,7 @@ TEST(MemorySettingsRange, OfAHeapIsHalfAMebibyteToSixteen) {
   }
 }
 
-TEST(MemorySettingsRange, OfAShortHeapIsItsDefaultToSixteenMebibytes) {
+TEST(MemorySettingsRange, OfAShortHeapIs320KibibytesToSixteenMebibytes) {
   for (const auto& [bytes, held] : {SizeCase{0, 0x50000},
                                     {0x4FFFF, 0x50000},
                                     {0x50000, 0x50000},
@@ -134,7 +133,7 @@ TEST(MemorySettingsRange, OfTheLargestBlockIsUpToAQuarterOfAMebibyte) {
   }
 }
 
-TEST(MemorySettingsRange, OfTheOthersIsEverything) {
+TEST(MemorySettingsRange, DoesNotLimitTheOtherSettings) {
   for (const int32_t count : {INT32_MIN, -1, 0, INT32_MAX}) {
     const MemorySettings settings = Configured([count](MemorySettings* s) {
       s->heapBudget = count;
@@ -147,7 +146,7 @@ TEST(MemorySettingsRange, OfTheOthersIsEverything) {
   }
 }
 
-TEST(MemorySettingsRange, IsNotHeldInPlainModeWhichHasNoShortHeaps) {
+TEST(MemorySettingsRange, DoesNotApplyInPlainMode) {
   for (const bool control : {false, true}) {
     MemorySettings settings = Defaults([control](MemorySettings* s) {
       s->memoryControl = control;
@@ -190,14 +189,14 @@ TEST(MemoryLimit, IsAcceptedFromTenMebibytesOn) {
   }
 }
 
-TEST(MemoryLimit, OfFiveMebibytesInAFileIsTold) {
+TEST(MemoryLimit, OfFiveMebibytesInAFileIsReported) {
   MemorySettings settings = Parse("memorylimit 5M").settings;
   settings = Validated(settings, "Memory Limit is 5242880, Default is  10485760");
   EXPECT_TRUE(settings.limitRejected);
   EXPECT_EQ(settings.threadHeaps, 0);
 }
 
-TEST(MemorySettingsRange, HoldsOversizedFigures) {
+TEST(MemorySettingsRange, ClampsOversizedNumbers) {
   EXPECT_EQ(Validated(Configured([](MemorySettings* s) {
               s->heapBytes = Parse("heapsize 1G").settings.heapBytes;
             })).heapBytes,
@@ -217,7 +216,7 @@ std::string Listed(uint64_t limitBytes) {
   });
 }
 
-TEST(MemoryListing, TellsTheLimitInKibibytes) {
+TEST(MemoryListing, ShowsTheLimitInKibibytes) {
   EXPECT_EQ(Listed(10 * kMiB),
             "\nMemory configuration:\n\n   Memory limit                 : 10240K\n");
   EXPECT_EQ(Listed(10 * kMiB + 1023),
@@ -227,8 +226,8 @@ TEST(MemoryListing, TellsTheLimitInKibibytes) {
   EXPECT_EQ(Listed(0), "\nMemory configuration:\n\n   Memory limit                 : Undefined\n");
 }
 
-// Of the number of KiB, 32 bits are shown with their sign.
-TEST(MemoryListing, WrapsWhereTheLimitIsTwoTebibytes) {
+// The listing shows the low 32 bits of the number of KiB as a signed number.
+TEST(MemoryListing, WrapsAtALimitOfTwoTebibytes) {
   const std::string lead = "\nMemory configuration:\n\n   Memory limit                 : ";
   EXPECT_EQ(Listed((uint64_t{1} << 41) - 1), lead + "2147483647K\n");
   EXPECT_EQ(Listed(uint64_t{1} << 41), lead + "-2147483648K\n");
@@ -246,7 +245,7 @@ void SetDirectory(const std::string& directory) {
 #endif
 }
 
-// The product's directory, with an empty folder for its files.
+// Makes a product directory with an empty folder for the file.
 class MemoryFile : public testing::Test {
  protected:
   MemoryFile() {
@@ -254,7 +253,7 @@ class MemoryFile : public testing::Test {
     SetDirectory(folder_.Path());
   }
 
-  // Reads over the defaults.
+  // Reads the file into the default settings.
   MemorySettings Read(const char* suffix, bool force, const std::string& printed = "") {
     MemorySettings settings = kiv::DefaultMemorySettings();
     EXPECT_EQ(PrintedBy([&] { kiv::ReadMemoryConfiguration(suffix, force, &settings); }), printed);
@@ -264,22 +263,22 @@ class MemoryFile : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(MemoryFile, ThatIsNotThereLeavesPlainMode) {
+TEST_F(MemoryFile, IfMissingSelectsPlainMode) {
   EXPECT_EQ(Read("cells", false), kiv::DefaultMemorySettings());
   EXPECT_EQ(Read("", false), kiv::DefaultMemorySettings());
 }
 
-TEST_F(MemoryFile, ThatIsNotThereSelectsTheDefaultsWhenForced) {
+TEST_F(MemoryFile, IfMissingAndForcedSelectsTheDefaults) {
   EXPECT_EQ(Read("cells", true), Configured([](MemorySettings*) {}));
 }
 
-TEST_F(MemoryFile, ThatIsEmptySelectsTheDefaults) {
+TEST_F(MemoryFile, IfEmptySelectsTheDefaults) {
   folder_.Write("bin/config.mem", "");
   EXPECT_EQ(Read("cells", false), Configured([](MemorySettings*) {}));
   EXPECT_EQ(Read("cells", true), Configured([](MemorySettings*) {}));
 }
 
-TEST_F(MemoryFile, OfTheSuffixComesBeforeTheOneWithout) {
+TEST_F(MemoryFile, WithTheSuffixIsPreferred) {
   folder_.Write("bin/config.mem", "numheaps 5");
   folder_.Write("bin/config.mem.cells", "numheaps 6");
   const auto with = [](int32_t count) {
@@ -294,7 +293,7 @@ TEST_F(MemoryFile, OfTheSuffixComesBeforeTheOneWithout) {
   EXPECT_EQ(Read("", false), kiv::DefaultMemorySettings());
 }
 
-TEST_F(MemoryFile, LiesInTheFolderBinAlone) {
+TEST_F(MemoryFile, IsReadFromTheFolderBinOnly) {
   folder_.Write("config.mem", "numheaps 5");
   folder_.Write("config.mem.cells", "numheaps 5");
   EXPECT_EQ(Read("cells", false), kiv::DefaultMemorySettings());
@@ -337,7 +336,7 @@ TEST_F(MemoryFile, OverwritesWhatWasSetBefore) {
             }));
 }
 
-TEST_F(MemoryFile, IsReportedOnWhereItIsWrong) {
+TEST_F(MemoryFile, IsReportedIfItHasErrors) {
   folder_.Write("bin/config.mem", "budget\nmallocmemoryinit 12\nnumheaps 5\nNUMHEAPS 1T\n");
   EXPECT_EQ(Read("cells", false,
                  "\nUnknown keyword [budget] in the memory configuration file\n"
@@ -348,7 +347,7 @@ TEST_F(MemoryFile, IsReportedOnWhereItIsWrong) {
             Configured([](MemorySettings* s) { s->heapBudget = 5; }));
 }
 
-TEST_F(MemoryFile, HasTheLineEndsOfItsPlatform) {
+TEST_F(MemoryFile, MayHaveTheLineEndsOfItsPlatform) {
   folder_.Write("bin/config.mem", "numheaps 5\r\nshortmemoryoff\r\n");
 #ifdef _WIN32
   EXPECT_EQ(Read("cells", false), Configured([](MemorySettings* s) {

@@ -1,4 +1,4 @@
-// What memory stacks do when the C runtime has no memory: each of their allocations fails in turn.
+// Memory stacks without memory: each of their allocations fails in turn.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -25,7 +25,7 @@ KivSdMemStack* MakeStack() {
   return stack;
 }
 
-TEST(StackFailure, WithoutARecordThereIsNothingToDelete) {
+TEST(StackFailure, WithoutMemoryForTheRecordReturnsNull) {
   Context ctx;
   auto* stack = static_cast<KivSdMemStack*>(kUntouched);
   const ScriptedImport malloc("malloc", NoMemoryAfter(0));
@@ -35,7 +35,7 @@ TEST(StackFailure, WithoutARecordThereIsNothingToDelete) {
   EXPECT_EQ(malloc.calls()[0][0], 56u);
 }
 
-TEST(StackFailure, WithoutAFirstBlockTheRecordIsLeftForDeleting) {
+TEST(StackFailure, WithoutMemoryForTheFirstBlockReturnsAStackToDelete) {
   Context ctx;
   KivSdMemStack* stack = nullptr;
   {
@@ -70,7 +70,7 @@ TEST(StackFailure, APushWithoutMemoryChangesNothing) {
   EXPECT_EQ(std::memcmp(&before, stack, sizeof before), 0);
   EXPECT_EQ(stack->top->sizeBytes, top.sizeBytes);
   EXPECT_EQ(stack->top->next, top.next);
-  // What still fits does, and the refused push succeeds later.
+  // A smaller push still fits, and the failed push succeeds later.
   void* out = nullptr;
   CHECK_OK(ctx, KivSdMemStackAllocAndPush(ctx, stack, 100, &out));
   EXPECT_EQ(out, static_cast<unsigned char*>(piece) + 3000);
@@ -87,14 +87,14 @@ TEST(StackFailure, AFailedPushDoesNotTakeTheFreeBlockThatIsTooSmall) {
     void* out = kUntouched;
     CHECK_OUTCOME(ctx, KivSdMemStackAllocAndPush(ctx, stack, 10000, &out), KIV_ST_OUT_OF_MEMORY,
                   0u);
-    CHECK_OK(ctx, KivSdMemStackAllocAndPush(ctx, stack, 10, &out));  // the free one will do
+    CHECK_OK(ctx, KivSdMemStackAllocAndPush(ctx, stack, 10, &out));  // the free block fits
   }
   EXPECT_EQ(stack->top, freeBlock);
   EXPECT_EQ(stack->freeList, nullptr);
   CHECK_OK(ctx, KivSdMemStackDelete(ctx, stack));
 }
 
-TEST(StackFailure, TheLargestBlockIsAskedForAndOneByteMoreIsNot) {
+TEST(StackFailure, RequestsTheLargestBlockButNotOneByteMore) {
   constexpr uint32_t kLargest = 0xFFFFFF80;  // whole pages less 128 bytes
   constexpr uint32_t kHeader = 16;
   Context ctx;
@@ -119,7 +119,7 @@ TEST(StackFailure, TheLargestBlockIsAskedForAndOneByteMoreIsNot) {
   CHECK_OK(ctx, KivSdMemStackDelete(ctx, stack));
 }
 
-TEST(StackDelete, FreesTheRecordThenTheFreeBlocksThenThoseInUse) {
+TEST(StackDelete, FreesTheRecordThenTheFreeBlocksThenTheUsedBlocks) {
   KivSdMemStack* stack = MakeStack();
   void* out = nullptr;
   for (int i = 0; i < 2; ++i) ASSERT_EQ(KivSdMemStackAllocAndPush(nullptr, stack, 3900, &out), 0u);

@@ -1,10 +1,9 @@
-// Memory stacks against a model: random operations on both, and after each the same status, the
-// same place, the same blocks in use and on the free list, and the same number of blocks taken
-// from the memory manager and given back.
+// Compares memory stacks with a model: random operations run on both. After each operation the
+// statuses, the addresses, the used and free blocks, and the counts of allocated and freed blocks
+// must be equal.
 //
-// The model keeps two lists of blocks and follows the rules in the plainest way. It does not know
-// where a fresh block will lie: it learns the address from the stack, and insists on it from then
-// on.
+// The model keeps two lists of blocks and follows the rules in the simplest way. It learns the
+// address of a new block from the stack and expects that address from then on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,7 +28,7 @@ constexpr uint64_t kMax32Bits = 0xFFFFFFFF;
 
 struct ModelBlock {
   uint64_t sizeBytes;
-  uintptr_t address;  // 0 until the stack has shown it
+  uintptr_t address;  // 0 until the stack has returned it
 };
 
 struct Placement {
@@ -91,7 +90,7 @@ class Model {
     offset_ = header_;
   }
 
-  // Whether the stack's chains are the model's lists, link by link.
+  // Compares the stack's chains with the model's lists, link by link.
   bool Is(const KivSdMemStack& stack) {
     return stack.headerBytes == header_ && stack.defaultBlockBytes == default_ &&
            stack.topOffset == offset_ && Matches(stack.top, used_.rbegin(), used_.rend()) &&
@@ -144,7 +143,7 @@ class Model {
   std::vector<ModelBlock> free_;  // the largest first
 };
 
-// A piece that is handed out, filled with bytes that follow from its seed.
+// A piece that is filled with bytes computed from its seed.
 struct Piece {
   unsigned char* address;
   uint32_t sizeBytes;
@@ -182,8 +181,8 @@ class StackModel : public testing::TestWithParam<Shape> {
 
   uint32_t Below(uint32_t bound) { return static_cast<uint32_t>(random_() % bound); }
 
-  // Mostly small; now and then empty, of several pages, exactly what is left in a block or a byte
-  // more, or more than any block can be.
+  // Chooses a size: mostly small; sometimes 0, several pages, the rest of a block, one byte more
+  // than that, or more than any block can hold.
   uint32_t RandomSize() {
     const uint32_t kind = Below(200);
     if (kind == 0) return UINT32_MAX - Below(100);
@@ -221,14 +220,14 @@ class StackModel : public testing::TestWithParam<Shape> {
 
   void PopToPiece() {
     if (pieces_.empty()) return;
-    // Rarely far down, so that the stack grows in between.
+    // Seldom pops far down, so that the stack can grow.
     const size_t depth = Below(20) == 0 ? pieces_.size() : std::min<size_t>(pieces_.size(), 12);
     const size_t index = pieces_.size() - 1 - Below(static_cast<uint32_t>(depth));
     for (size_t i = index; i < pieces_.size(); ++i) ASSERT_TRUE(pieces_[i].IsWhole());
     Pop(pieces_[index].address);
   }
 
-  // Anywhere in or near a block in use: the header, its last byte, the byte behind it.
+  // Chooses an address in or near a used block: in the header, at its last byte, or one byte after.
   void PopAnywhere() {
     if (model_.empty()) return Pop(reinterpret_cast<unsigned char*>(stack_->freeList));
     const std::vector<ModelBlock>& used = model_.used();
@@ -253,8 +252,8 @@ class StackModel : public testing::TestWithParam<Shape> {
     pieces_.clear();
   }
 
-  // Drops the pieces that a pop took back, wholly or in part: what is left lies whole below the
-  // offset of the top block or in a lower block.
+  // Forgets every piece that a pop released, also in part. A remaining piece lies below the offset
+  // of the top block, or in a lower block.
   void ForgetPopped() {
     const auto lies = [&](const Piece& piece) {
       const auto address = reinterpret_cast<uintptr_t>(piece.address);
@@ -302,7 +301,7 @@ TEST_P(StackModel, AgreesWithTheStackAfterEveryOperation) {
   for (uint32_t step = 0; step < kOperations; ++step) {
     Step();
     ASSERT_TRUE(model_.Is(*stack_)) << "step " << step;
-    ASSERT_EQ(count_.allocated(), model_.allocated + 1) << "step " << step;  // and the record
+    ASSERT_EQ(count_.allocated(), model_.allocated + 1) << "step " << step;  // one more: the record
     ASSERT_EQ(count_.freed(), model_.freed) << "step " << step;
     if (step % 512 == 0) CheckPieces();
     if (HasFailure()) return;

@@ -1,4 +1,4 @@
-// Memory stacks: the rules of creating, pushing, popping, resetting and deleting, one by one.
+// Memory stacks: each rule of creating, pushing, popping, resetting and deleting.
 #include "sdcommon/memory_stack.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ uint32_t PageBytes() {
   return pageBytes;
 }
 
-// The size of a block that fills so many pages with the manager's overhead.
+// Returns the size of a block that fills this number of pages with the manager's overhead.
 uint32_t BlockOf(uint32_t pages) { return pages * PageBytes() - 128; }
 
 class Stack : public testing::Test {
@@ -69,7 +69,7 @@ class Stack : public testing::Test {
 
 // ---- Create and delete ----
 
-TEST_F(Stack, RefusesAnAlignmentThatIsNoPowerOfTwo) {
+TEST_F(Stack, RefusesAnAlignmentThatIsNotAPowerOfTwo) {
   for (const uint32_t alignment : {0u, 3u, 6u, 24u, 0xFFFFFFFFu, 0x80000001u}) {
     auto* out = static_cast<KivSdMemStack*>(kUntouched);
     CHECK_ARGUMENT(ctx_, KivSdMemStackCreate(ctx_, &out, alignment, 1000));
@@ -77,7 +77,7 @@ TEST_F(Stack, RefusesAnAlignmentThatIsNoPowerOfTwo) {
   }
 }
 
-TEST_F(Stack, NeedsAPlaceToBePut) {
+TEST_F(Stack, CreateRefusesANullResult) {
   CHECK_ARGUMENT(ctx_, KivSdMemStackCreate(ctx_, nullptr, 8, 1000));
   EXPECT_EQ(KivSdMemStackCreate(nullptr, nullptr, 8, 1000), KIV_ST_ARGUMENT);
 }
@@ -151,7 +151,7 @@ TEST_F(Stack, OperationsRefuseANullStack) {
   EXPECT_EQ(piece, kUntouched);
 }
 
-TEST_F(Stack, DeleteGivesBackTheRecordAndEveryBlock) {
+TEST_F(Stack, DeleteFreesTheRecordAndEveryBlock) {
   const BlockCount count;
   Create(8, 1000);
   PushBlock(1);
@@ -168,13 +168,13 @@ TEST_F(Stack, DeleteGivesBackTheRecordAndEveryBlock) {
 
 // ---- Push ----
 
-TEST_F(Stack, NeedsAPlaceForThePiece) {
+TEST_F(Stack, PushRefusesANullResult) {
   Create(8, 1000);
   CHECK_ARGUMENT(ctx_, KivSdMemStackAllocAndPush(ctx_, stack_, 8, nullptr));
   EXPECT_EQ(stack_->top, nullptr);
 }
 
-TEST_F(Stack, LaysPiecesAtMultiplesOfTheAlignment) {
+TEST_F(Stack, AlignsPieces) {
   Create(32, 1000);
   unsigned char* first = Push(1);
   StackBlock* block = stack_->top;
@@ -185,7 +185,7 @@ TEST_F(Stack, LaysPiecesAtMultiplesOfTheAlignment) {
   EXPECT_EQ(stack_->topOffset, 192u);
 }
 
-TEST_F(Stack, LaysPiecesWithoutGapsAtAlignmentOne) {
+TEST_F(Stack, LeavesNoGapsAtAlignmentOne) {
   Create(1, 1000);
   unsigned char* first = Push(3);
   EXPECT_EQ(first, Bytes(stack_->top) + 16);
@@ -193,7 +193,7 @@ TEST_F(Stack, LaysPiecesWithoutGapsAtAlignmentOne) {
   EXPECT_EQ(Push(1), first + 8);
 }
 
-TEST_F(Stack, AnEmptyPieceIsWhereTheNextOneLies) {
+TEST_F(Stack, AnEmptyPieceHasTheAddressOfTheNextPiece) {
   Create(8, 1000);
   unsigned char* empty = Push(0);
   EXPECT_EQ(empty, Bytes(stack_->top) + kHeader);
@@ -201,7 +201,7 @@ TEST_F(Stack, AnEmptyPieceIsWhereTheNextOneLies) {
   EXPECT_EQ(Push(8), empty);
 }
 
-TEST_F(Stack, AnEmptyPieceBehindAFullBlockHoldsNoAddressToPopTo) {
+TEST_F(Stack, AnEmptyPieceAtTheEndOfAFullBlockCannotBePopped) {
   Create(8, 1000);
   unsigned char* full = PushBlock(1);
   StackBlock* block = stack_->top;
@@ -221,7 +221,7 @@ TEST_F(Stack, APieceThatJustFitsTheFirstBlockUsesIt) {
   EXPECT_EQ(stack_->freeList, nullptr);
 }
 
-TEST_F(Stack, OneByteMoreTakesABlockOfItsOwnAndLeavesTheFirstFree) {
+TEST_F(Stack, APieceOfOneByteMoreTakesItsOwnBlockAndLeavesTheFirstFree) {
   Create(8, 1000);
   StackBlock* first = stack_->freeList;
   unsigned char* piece = Push(BlockOf(1) - kHeader + 1);
@@ -230,7 +230,7 @@ TEST_F(Stack, OneByteMoreTakesABlockOfItsOwnAndLeavesTheFirstFree) {
   EXPECT_EQ(stack_->freeList, first);
 }
 
-TEST_F(Stack, GoesToTheNextBlockOneByteAfterThePresentOneIsFull) {
+TEST_F(Stack, TakesTheNextBlockWhenTheTopBlockIsFull) {
   Create(1, 1000);
   Push(BlockOf(1) - kHeader - 1);
   StackBlock* first = stack_->top;
@@ -242,7 +242,7 @@ TEST_F(Stack, GoesToTheNextBlockOneByteAfterThePresentOneIsFull) {
   EXPECT_EQ(stack_->top->sizeBytes, BlockOf(1));
 }
 
-TEST_F(Stack, AnAlignmentLargerThanTheFirstBlockPassesItOver) {
+TEST_F(Stack, SkipsTheFirstBlockIfTheAlignmentIsLarger) {
   Create(65536, 100);
   StackBlock* first = stack_->freeList;
   EXPECT_EQ(first->sizeBytes, BlockOf(1));
@@ -252,7 +252,7 @@ TEST_F(Stack, AnAlignmentLargerThanTheFirstBlockPassesItOver) {
   EXPECT_EQ(stack_->freeList, first);
 }
 
-TEST_F(Stack, RefusesABlockThatDoesNotFit32BitsAndStaysAsItWas) {
+TEST_F(Stack, RefusesABlockThatDoesNotFit32BitsAndStaysUnchanged) {
   Create(8, 1000);
   Push(100);
   const KivSdMemStack before = *stack_;
@@ -284,7 +284,7 @@ TEST_F(Stack, HasNothingToPopWhileEmpty) {
   CHECK_ARGUMENT(ctx_, KivSdMemStackPopAndFree(ctx_, stack_, nullptr));
 }
 
-TEST_F(Stack, APoppedPieceIsWhereTheNextOneLies) {
+TEST_F(Stack, TheNextPieceHasTheAddressOfThePoppedPiece) {
   Create(8, 1000);
   Push(8);
   unsigned char* second = Push(100);
@@ -304,7 +304,7 @@ TEST_F(Stack, PoppingToTheFirstPieceOfTheTopBlockFreesNothing) {
   EXPECT_EQ(stack_->top, reinterpret_cast<StackBlock*>(first - kHeader));
 }
 
-TEST_F(Stack, TakesAnyAddressBehindTheHeaderAndBeforeTheEnd) {
+TEST_F(Stack, PopsToAnyAddressAfterTheHeaderAndBeforeTheEnd) {
   Create(8, 1000);
   Push(8);
   unsigned char* block = Bytes(stack_->top);
@@ -343,7 +343,7 @@ TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfItHasAnotherSize) {
   EXPECT_EQ(count.freed(), 2u);
 }
 
-TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfOneIsFreeAlready) {
+TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfTheFreeListIsNotEmpty) {
   Create(8, 1000);
   for (int i = 0; i < 3; ++i) PushBlock(1);
   Reset();
@@ -359,7 +359,7 @@ TEST_F(Stack, PoppingFreesTheBlockDirectlyAboveIfOneIsFreeAlready) {
   CHECK_ARGUMENT(ctx_, KivSdMemStackPopAndFree(ctx_, stack_, second));
 }
 
-TEST_F(Stack, PoppingLeavesThePiecesBelowAsTheyWere) {
+TEST_F(Stack, PoppingLeavesThePiecesBelowUnchanged) {
   Create(8, 1000);
   unsigned char* kept = Push(500);
   std::memset(kept, 0x77, 500);
@@ -372,7 +372,7 @@ TEST_F(Stack, PoppingLeavesThePiecesBelowAsTheyWere) {
 
 // ---- Reset ----
 
-TEST_F(Stack, ResetWithNothingPushedLeavesTheRecordAlone) {
+TEST_F(Stack, ResetWithNothingPushedDoesNotWriteTheRecord) {
   Create(8, 1000);
   ctx_.Spoil();
   EXPECT_EQ(KivSdMemStackReset(ctx_, stack_), KIV_ST_OK);
@@ -384,7 +384,7 @@ TEST_F(Stack, ResetWithNothingPushedLeavesTheRecordAlone) {
   EXPECT_TRUE(ctx_.IsUntouched());
 }
 
-TEST_F(Stack, ResetKeepsEveryBlockLargestFirstAndOfEqualOnesTheLastMovedFirst) {
+TEST_F(Stack, ResetSortsTheFreeBlocksLargestFirstAndNewestFirst) {
   Create(8, 1000);
   StackBlock* blocks[5];
   const uint32_t pages[] = {1, 3, 2, 3, 1};
@@ -396,7 +396,7 @@ TEST_F(Stack, ResetKeepsEveryBlockLargestFirstAndOfEqualOnesTheLastMovedFirst) {
   Reset();
   EXPECT_EQ(stack_->top, nullptr);
   EXPECT_EQ(stack_->topOffset, kHeader);
-  // From the top down they move, so that the lower of two equal blocks comes to lie first.
+  // Blocks move from the top down, so that the lower of two equal blocks is first afterwards.
   StackBlock* const expected[] = {blocks[1], blocks[3], blocks[2], blocks[0], blocks[4]};
   const StackBlock* block = stack_->freeList;
   for (StackBlock* const next : expected) {
@@ -407,7 +407,7 @@ TEST_F(Stack, ResetKeepsEveryBlockLargestFirstAndOfEqualOnesTheLastMovedFirst) {
   EXPECT_EQ(count.freed(), 0u);
 }
 
-TEST_F(Stack, APushAfterResetReusesTheLargestBlockAndNoOther) {
+TEST_F(Stack, APushAfterResetReusesOnlyTheLargestBlock) {
   Create(8, 1000);
   PushBlock(1);
   StackBlock* small = stack_->top;
@@ -416,7 +416,7 @@ TEST_F(Stack, APushAfterResetReusesTheLargestBlockAndNoOther) {
   Reset();
   EXPECT_EQ(Push(1), Bytes(large) + kHeader);
   EXPECT_EQ(stack_->freeList, small);
-  // The head of the free list is too small for this one, and no other is looked at.
+  // The head of the free list is too small for this piece, and no other block is considered.
   PushBlock(4);
   EXPECT_EQ(stack_->top->next, large);
   EXPECT_EQ(stack_->freeList, small);

@@ -1,4 +1,5 @@
-// The memory manager's switches. They stick, so every test has a process of its own.
+// The memory manager's switches. The no-free switch cannot be turned off, so that every test runs
+// in its own process.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -13,7 +14,7 @@ using kiv::test::Context;
 
 constexpr char kFile[] = "memory_switches_test";
 
-// A block with a text in it.
+// Allocates a block that holds a text.
 char* Block() {
   void* block = nullptr;
   EXPECT_EQ(adMalloc(nullptr, 64, &block, kFile, 1), KIV_ST_OK);
@@ -29,7 +30,7 @@ TEST(NoFreeSwitch, CannotBeTurnedOnWhenTheLibraryIsLoaded) {
   });
 }
 
-TEST(NoFreeSwitch, AsksForAManagerSwitchOfExactlyOne) {
+TEST(NoFreeSwitch, NeedsAManagerSwitchOfExactlyOne) {
   IN_FRESH_PROCESS([] {
     for (const uint32_t flag : {2u, 3u, 128u, 129u, 255u, 0u}) {
       KivSdSetMemoryManager(static_cast<uint8_t>(flag));
@@ -48,7 +49,7 @@ TEST(NoFreeSwitch, IsNotTurnedOnByTheManagerSwitchAlone) {
   });
 }
 
-TEST(NoFreeSwitch, LeavesEveryBlockWholeAndTakesEvenNull) {
+TEST(NoFreeSwitch, LeavesEveryBlockUnchangedAndAcceptsNull) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     char* block = Block();
@@ -72,7 +73,7 @@ TEST(NoFreeSwitch, StaysOnWhenTheManagerSwitchGoesOff) {
   });
 }
 
-TEST(NoFreeSwitch, LeavesTheFrontsChecksAndItsAllocations) {
+TEST(NoFreeSwitch, DoesNotChangeArgumentChecksAndAllocations) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);

@@ -45,7 +45,7 @@ void* Allocate(uint32_t sizeBytes) {
 
 // ---- Blocks ----
 
-TEST(MemAlloc, RefusesASizeOfZeroAndLeavesThePointerAlone) {
+TEST(MemAlloc, RefusesASizeOfZeroAndLeavesThePointerUnchanged) {
   Context ctx;
   void* block = kUntouched;
   CHECK_ARGUMENT(ctx, KivSdMemAlloc(ctx, 0, 0, &block, kFile, 1));
@@ -53,13 +53,13 @@ TEST(MemAlloc, RefusesASizeOfZeroAndLeavesThePointerAlone) {
   EXPECT_EQ(block, kUntouched);
 }
 
-TEST(MemAlloc, RefusesANullPlace) {
+TEST(MemAlloc, RefusesANullResult) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdMemAlloc(ctx, 0, 8, nullptr, kFile, 1));
   CHECK_ARGUMENT(ctx, KivSdMemAllocUsingPolicy(ctx, 0, 8, nullptr, AD_POLICY_MANDATORY, kFile, 1));
 }
 
-TEST(MemAlloc, YieldsWritableBlocksAlignedForAnyType) {
+TEST(MemAlloc, ReturnsWritableBlocksAlignedForAnyType) {
   Context ctx;
   for (const uint32_t sizeBytes : {1u, 2u, 15u, 16u, 17u, 4096u, 8191u, 8193u, 1u << 20}) {
     void* block = nullptr;
@@ -124,7 +124,7 @@ TEST(MemRealloc, OfNullAllocates) {
   EXPECT_EQ(KivSdMemFree(nullptr, block, kFile, 1), KIV_ST_OK);
 }
 
-TEST(MemRealloc, RefusesASizeOfZeroWhateverElseIsGiven) {
+TEST(MemRealloc, RefusesASizeOfZeroForAnyOtherArguments) {
   Context ctx;
   void* old = Allocate(8);
   void* out = kUntouched;
@@ -135,7 +135,7 @@ TEST(MemRealloc, RefusesASizeOfZeroWhateverElseIsGiven) {
   EXPECT_EQ(KivSdMemFree(nullptr, old, kFile, 1), KIV_ST_OK);
 }
 
-TEST(MemRealloc, RefusesANullPlaceAndLeavesTheBlockWhole) {
+TEST(MemRealloc, RefusesANullResultAndLeavesTheBlockUnchanged) {
   Context ctx;
   void* old = Allocate(8);
   FillCounting(old, 8);
@@ -228,7 +228,7 @@ TEST(MemClear, ZeroesExactlyTheLength) {
   EXPECT_EQ(area[9], 0xFF);
 }
 
-TEST(MemClear, TakesALengthOfZeroButNoNull) {
+TEST(MemClear, AcceptsALengthOfZeroButNotNull) {
   Context ctx;
   char byte = 1;
   CHECK_OK(ctx, KivSdMemClear(ctx, &byte, 0));

@@ -1,7 +1,8 @@
-// Blocks of the memory front that wander between threads.
+// Blocks of the memory front that pass between threads.
 //
-// A table of places is shared by all. A thread swaps a block that it filled for whatever lies at
-// a random place; what it gets it checks, resizes or frees, wherever the block was made.
+// All threads share a table of blocks. Each thread exchanges a block that it filled with the one at
+// a random place, and checks, resizes or frees the block that it gets, whichever thread allocated
+// it.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -20,7 +21,7 @@ constexpr uint32_t kRounds = 20000;
 constexpr size_t kPlaces = 64;
 constexpr char kFile[] = "memory_threads_test";
 
-// What every block of this test starts with; the bytes behind it follow from it.
+// Every block of this test starts with this record, which determines the bytes after it.
 struct Head {
   uint32_t sizeBytes;
   uint32_t seed;
@@ -36,7 +37,7 @@ void Fill(void* block, Head head) {
   for (uint32_t i = sizeof(Head); i < head.sizeBytes; ++i) bytes[i] = ByteAt(head, i);
 }
 
-// Whether the first so many bytes are as they were filled.
+// Whether this number of bytes at the start still have their content.
 bool IsWhole(const void* block, uint32_t sizeBytes) {
   const auto* bytes = static_cast<const unsigned char*>(block);
   const Head head = *static_cast<const Head*>(block);
@@ -88,7 +89,7 @@ void Work(uint32_t thread) {
   std::mt19937 random(thread + 1);
   for (uint32_t round = 0; round < kRounds; ++round) {
     void* mine = Make(RandomSize(random), static_cast<uint32_t>(random()));
-    // acquire and release: a block's content changes hands with its address.
+    // acquire and release: the exchange passes a block's content together with its address.
     void* other = places[random() % kPlaces].exchange(mine, std::memory_order_acq_rel);
     if (other == nullptr) continue;
     Expect(IsWhole(other, static_cast<Head*>(other)->sizeBytes));
@@ -100,7 +101,7 @@ void Work(uint32_t thread) {
   }
 }
 
-TEST(MemoryThreads, AnyThreadResizesAndFreesWhatAnyOtherAllocated) {
+TEST(MemoryThreads, AnyThreadResizesAndFreesBlocksOfAnyOtherThread) {
   OnThreads(kThreads, Work);
   for (std::atomic<void*>& place : places) {
     void* left = place.exchange(nullptr);

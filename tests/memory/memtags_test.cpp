@@ -7,7 +7,7 @@
 
 namespace {
 
-// An array of two, as a tool would find it.
+// A block list of two records.
 AdAllocBlock records[2];
 
 class BlockList : public testing::Test {
@@ -25,7 +25,7 @@ TEST_F(BlockList, IsAlwaysEmpty) {
   EXPECT_EQ(adMemMgrGetMemInfoHd(), nullptr);
 }
 
-TEST_F(BlockList, RecordsLieBackToBack) {
+TEST_F(BlockList, TheNextRecordFollowsDirectly) {
   EXPECT_EQ(adMemMgrGetAllocBlkNxt(&records[0]), &records[1]);
   const AdAllocBlock alone = {};
   const auto* address = reinterpret_cast<const char*>(&alone);
@@ -33,7 +33,7 @@ TEST_F(BlockList, RecordsLieBackToBack) {
   EXPECT_EQ(adMemMgrGetAllocBlkNxt(nullptr), nullptr);
 }
 
-TEST_F(BlockList, RecordsSayWhatTheyHold) {
+TEST_F(BlockList, ReturnsTheFieldsOfARecord) {
   EXPECT_STREQ(adMemMgrGetAllocBlkFN(&records[0]), "source");
   EXPECT_EQ(adMemMgrGetAllocBlkLn(&records[0]), 17u);
   EXPECT_EQ(adMemMgrGetAllocBlkSz(&records[0]), 100u);
@@ -44,14 +44,14 @@ TEST_F(BlockList, RecordsSayWhatTheyHold) {
   EXPECT_EQ(adMemMgrGetAllocBlkMI(&records[1]), nullptr);
 }
 
-TEST_F(BlockList, NoRecordSaysSo) {
+TEST_F(BlockList, ReturnsNeutralValuesForNull) {
   EXPECT_STREQ(adMemMgrGetAllocBlkFN(nullptr), "Null Pointer");
   EXPECT_EQ(adMemMgrGetAllocBlkLn(nullptr), 0u);
   EXPECT_EQ(adMemMgrGetAllocBlkSz(nullptr), 0u);
   EXPECT_EQ(adMemMgrGetAllocBlkMI(nullptr), nullptr);
 }
 
-TEST(MemoryTags, AreAlwaysThereAndWhole) {
+TEST(MemoryTags, AreAlwaysReportedAsIntact) {
   EXPECT_EQ(adCheckMemTag(nullptr, 0), 1);
   EXPECT_EQ(adCheckMemTag(records, UINT64_MAX), 1);
   EXPECT_EQ(adCheckMemoryMarker(nullptr, 0), 1);
@@ -68,7 +68,7 @@ TEST(MemoryTags, ChangeNothing) {
   EXPECT_EQ(std::memcmp(&block, &before, sizeof block), 0);
 }
 
-TEST(MemoryMappings, AreZeroAndTouchNoArgument) {
+TEST(MemoryMappings, ReturnZeroAndChangeNoArgument) {
   uint64_t words[4];
   std::memset(words, 0xEE, sizeof words);
   EXPECT_EQ(adMmap(words, words + 1, words + 2, words + 3), 0u);
@@ -80,8 +80,8 @@ TEST(MemoryMappings, AreZeroAndTouchNoArgument) {
   for (const uint64_t word : words) EXPECT_EQ(word, UINT64_C(0xEEEEEEEEEEEEEEEE));
 }
 
-TEST(SharedEntries, OfTagsAndOfMappingsAreOneEach) {
-  // Read through volatile: the compiler takes functions of different names for different ones.
+TEST(SharedEntries, TagsShareOneFunctionAndMappingsShareOne) {
+  // Read through volatile: the compiler assumes that functions with different names differ.
   void* volatile entries[] = {reinterpret_cast<void*>(&adCheckMemTag),
                               reinterpret_cast<void*>(&adCheckMemoryMarker),
                               reinterpret_cast<void*>(&adMmap), reinterpret_cast<void*>(&adMremap),

@@ -1,4 +1,4 @@
-// Initializing the NUMA resources reads one environment variable and makes nothing of it.
+// Initialising the NUMA resources reads one environment variable and ignores its value.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,7 +10,7 @@ namespace {
 
 using kiv::test::ScriptedImport;
 
-TEST(NumaEnvironment, IsReadOnceAndMakesNoDifference) {
+TEST(NumaEnvironment, IsReadOnceAndIgnored) {
   const char* const values[] = {nullptr, "", "1", "FALSE"};
   for (const char* value : values) {
     const ScriptedImport getenv("getenv", {.result = reinterpret_cast<uintptr_t>(value)});

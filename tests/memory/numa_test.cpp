@@ -1,4 +1,4 @@
-// NUMA resources: the rules for a machine with nodes, and the exports, which know of none.
+// NUMA resources: the rules for a machine with nodes, and the exports, whose table has no node.
 #include "sdcommon/numa.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ TEST(NodeTableWithNodes, PositionIsTheIndexModuloTheCountWithTheIndexsSign) {
   }
 }
 
-TEST(NodeTableWithNodes, AnswersTheIdAtAPosition) {
+TEST(NodeTableWithNodes, ReturnsTheIdentifierAtAPosition) {
   EXPECT_EQ(NodeAt(kThreeNodes, 0), 7u);
   EXPECT_EQ(NodeAt(kThreeNodes, 1), 0u);
   EXPECT_EQ(NodeAt(kThreeNodes, 2), 0xFFFFFFFEu);
@@ -38,7 +38,7 @@ TEST(NodeTableWithNodes, AnswersTheIdAtAPosition) {
   EXPECT_EQ(NodeAt(kThreeNodes, NodePosition(kThreeNodes, -303)), 7u);
 }
 
-TEST(NodeTableWithNodes, OneNodeTakesEveryIndex) {
+TEST(NodeTableWithNodes, OneNodeServesEveryIndex) {
   const NodeTable one = {1, kIds};
   for (const int32_t index : {0, 1, -1, 5, INT32_MAX, INT32_MIN}) {
     EXPECT_EQ(NodePosition(one, index), 0);
@@ -46,7 +46,7 @@ TEST(NodeTableWithNodes, OneNodeTakesEveryIndex) {
   }
 }
 
-TEST(NodeTableWithoutNodes, AnswersPositionZeroAndNoNode) {
+TEST(NodeTableWithoutNodes, ReturnsPositionZeroAndNoNode) {
   for (const int32_t index : {0, 1, 5, -5, INT32_MAX, INT32_MIN}) {
     EXPECT_EQ(NodePosition(kNoNode, index), 0);
     EXPECT_EQ(NodeAt(kNoNode, index), 0xFFFFFFFFu);
@@ -80,7 +80,7 @@ TEST(NumaResources, HaveNoNodeWithoutTheVariable) {
   });
 }
 
-TEST(NumaResources, HaveNoNodeWhateverTheVariableSays) {
+TEST(NumaResources, HaveNoNodeForAnyValueOfTheVariable) {
   IN_FRESH_PROCESS([] {
     for (const char* value : {"1", "0", "FALSE", "nonsense"}) {
       SetVariable(value);
@@ -90,8 +90,8 @@ TEST(NumaResources, HaveNoNodeWhateverTheVariableSays) {
   });
 }
 
-TEST(NumaResources, BindingAndMemoryTagsAreOneEntry) {
-  // Read through volatile: the compiler takes functions of different names for different ones.
+TEST(NumaResources, BindingAndMemoryTagsAreOneFunction) {
+  // Read through volatile: the compiler assumes that functions with different names differ.
   void* volatile bind = reinterpret_cast<void*>(&KivSdBindThreadToNumaNode);
   void* volatile info = reinterpret_cast<void*>(&adMemInfo);
   void* volatile tag = reinterpret_cast<void*>(&adSetMemTag);

@@ -1,5 +1,5 @@
-// Blocks behind policy headers: size classes, the bytes of the headers, and how a free and a
-// reallocation recognise what they are given. Without a thread cache; thread_cache_test has it.
+// Blocks with policy headers: size classes, the bytes of the headers, and how a free and a
+// reallocation recognise a block. No thread has a cache here; thread_cache_test covers caches.
 #include "memheap/policy_block.h"
 
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ char* Bytes(void* block) { return static_cast<char*>(block); }
 
 // ---- Size classes ----
 
-// Rounding as it is written down: shifts, ors and five tests of bits.
+// A second way to round to a class: shifts, ors and five bit tests.
 uint32_t ShiftedPower(uint32_t size) {
   uint32_t bits = size - 1;
   for (const uint32_t shift : {1u, 2u, 4u, 8u, 16u}) bits |= bits >> shift;
@@ -80,7 +80,7 @@ TEST(SizeClasses, OfOneAndOfZeroAreZero) {
   EXPECT_EQ(RoundToClass(0).sizeClass, 0u);
 }
 
-TEST(SizeClasses, CountOnFromTheLogarithmAboveTwoMebibytes) {
+TEST(SizeClasses, AreTheBitWidthAboveTwoMebibytes) {
   const struct {
     uint64_t size;
     uint64_t payload;
@@ -145,7 +145,7 @@ TEST(FullPolicy, TakesSixtyFourBytesMoreThanTheRoundedRequest) {
   }
 }
 
-TEST(FullPolicy, IsThatOfEveryOtherEntry) {
+TEST(FullPolicy, IsUsedByEveryOtherEntryPoint) {
   const ManagerSwitchedOn on;
   void* block = nullptr;
   ASSERT_EQ(adMalloc(nullptr, 100, &block, nullptr, 0), KIV_ST_OK);
@@ -156,7 +156,7 @@ TEST(FullPolicy, IsThatOfEveryOtherEntry) {
   Free(block);
 }
 
-// Whether all bytes of a block before its payload, but those named, are still the fill.
+// Expects that all bytes before the payload still have the fill, except the given ones.
 void ExpectFillBut(void* payload, size_t headerBytes, size_t writtenFrom, unsigned char fill) {
   const auto* start = static_cast<unsigned char*>(payload) - headerBytes;
   for (size_t i = 0; i < headerBytes; ++i) {
@@ -166,7 +166,7 @@ void ExpectFillBut(void* payload, size_t headerBytes, size_t writtenFrom, unsign
   }
 }
 
-TEST(PolicyHeaders, LeaveTheBytesWithoutANameAsTheyWere) {
+TEST(PolicyHeaders, LeaveUnnamedBytesUnchanged) {
   constexpr unsigned char kFill = 0xEE;
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
@@ -179,7 +179,7 @@ TEST(PolicyHeaders, LeaveTheBytesWithoutANameAsTheyWere) {
   Free(full);
 }
 
-TEST(PolicyHeaders, AreWrittenWhateverNonZeroTheSwitchHolds) {
+TEST(PolicyHeaders, AreWrittenForEveryNonZeroSwitch) {
   for (const uint32_t flag : {1u, 2u, 255u}) {
     const ManagerSwitchedOn on(static_cast<uint8_t>(flag));
     void* block = Allocate(100);
@@ -201,7 +201,7 @@ TEST(PolicyHeaders, AreMissingWithTheSwitchOff) {
   }
 }
 
-TEST(PolicyBlocks, OfASizeThatWrapsAreNoMemory) {
+TEST(PolicyBlocks, OfASizeThatOverflowsAreOutOfMemory) {
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
   for (const uint64_t size : {UINT64_MAX, UINT64_MAX - 63}) {
@@ -272,7 +272,7 @@ TEST(PolicyReallocation, MovesABlockOfAnotherClassWithItsHeader) {
   Free(block);
 }
 
-TEST(PolicyReallocation, OfALargeBlockGoesToTheRuntimeAlsoWithinItsClass) {
+TEST(PolicyReallocation, OfALargeBlockGoesToTheRuntimeEvenWithinItsClass) {
   const ManagerSwitchedOn on;
   void* block = Allocate(kTwoMebibytes + 1);
   Fill(block, 1000);
@@ -318,7 +318,7 @@ TEST(PolicyReallocation, ClearsThePolicyWhileTheRuntimeHasTheBlock) {
   }
 }
 
-TEST(PolicyReallocation, ThatFindsNoMemoryLeavesTheBlockWhole) {
+TEST(PolicyReallocation, WithoutMemoryLeavesTheBlockUnchanged) {
   const ManagerSwitchedOn on;
   for (const uint8_t policy : {uint8_t{AD_POLICY_MANDATORY}, uint8_t{AD_POLICY_FULL}}) {
     const uint32_t sizeClass = policy == AD_POLICY_FULL ? 7 : 0;
@@ -328,7 +328,7 @@ TEST(PolicyReallocation, ThatFindsNoMemoryLeavesTheBlockWhole) {
     watch.FailAfter(0);
     EXPECT_EQ(Reallocate(block, 10000), nullptr);
     EXPECT_EQ(watch.resized().size(), 1u);
-    // Of a size that wraps the runtime is not asked.
+    // If the size with its header overflows, the runtime is not called.
     EXPECT_EQ(Reallocate(block, UINT64_MAX - 7), nullptr);
     EXPECT_EQ(watch.resized().size(), 1u);
     ExpectHeader(block, sizeClass, policy);
@@ -352,7 +352,7 @@ TEST(PolicyReallocation, OfPolicyZeroIsAnAssertion) {
 
 // ---- Recognition ----
 
-// A payload in bytes of the test's own, so that what lies before it can be anything.
+// A payload in the test's own memory, so that the bytes before it can have any value.
 class MadeUpBlock : public testing::Test {
  protected:
   static constexpr size_t kPayloadAt = 256;
@@ -370,7 +370,7 @@ class MadeUpBlock : public testing::Test {
   const ManagerSwitchedOn on_;
 };
 
-TEST_F(MadeUpBlock, IsFreedBehindItsHeaderOnlyWhenPolicyAndLengthBelongTogether) {
+TEST_F(MadeUpBlock, IsFreedWithItsHeaderOnlyWhenPolicyAndLengthMatch) {
   RuntimeWatch watch;
   watch.Guard(place_, sizeof place_);
   for (uint32_t policy = 0; policy < 256; ++policy) {
@@ -385,7 +385,7 @@ TEST_F(MadeUpBlock, IsFreedBehindItsHeaderOnlyWhenPolicyAndLengthBelongTogether)
   }
 }
 
-TEST_F(MadeUpBlock, OfTheRuntimesOwnIsResizedAsItIs) {
+TEST_F(MadeUpBlock, WithoutAHeaderIsResizedAtItsOwnAddress) {
   RuntimeWatch watch;
   watch.Guard(place_, sizeof place_);
   for (uint32_t policy = 1; policy < 256; ++policy) {
@@ -400,7 +400,7 @@ TEST_F(MadeUpBlock, OfTheRuntimesOwnIsResizedAsItIs) {
   }
 }
 
-TEST_F(MadeUpBlock, IsFreedAsItIsWithTheSwitchOff) {
+TEST_F(MadeUpBlock, IsFreedAtItsOwnAddressWithTheSwitchOff) {
   RuntimeWatch watch;
   watch.Guard(place_, sizeof place_);
   Write(2, 64, 7);

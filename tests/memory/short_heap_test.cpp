@@ -1,4 +1,4 @@
-// Short heaps: an owner's heaps and large blocks, and the pool of spare ones.
+// Short heaps: an owner's heaps and large blocks, and the pool of spare heaps.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -41,7 +41,7 @@ class Owner {
     return block;
   }
 
-  // Fills its current heap up to less than kFilling bytes.
+  // Fills the current heap until less than kFilling bytes are free.
   void FillHeap() {
     for (int i = 0; i < kFillingBlocks; ++i) Allocate(kFilling);
   }
@@ -52,7 +52,7 @@ class Owner {
     return resized;
   }
 
-  // Its heaps in ring order, the current one first.
+  // Returns the owner's heaps in ring order, the current one first.
   std::vector<char*> Heaps() const {
     std::vector<char*> heaps;
     char* heap = static_cast<char*>(owner_.heap);
@@ -64,7 +64,7 @@ class Owner {
     return heaps;
   }
 
-  // Payloads of its large blocks in ring order, from the head.
+  // Returns the payloads of the owner's large blocks in ring order, from the head.
   std::vector<char*> LargeBlocks() const {
     std::vector<char*> blocks;
     auto* block = static_cast<char*>(owner_.largeBlocks);
@@ -89,7 +89,7 @@ char* Payload(void* block) { return static_cast<char*>(block); }
 
 uint64_t ShortHeapsHeld() { return TotalsNow().outside / kShortHeapBytes; }
 
-TEST(ShortHeap, HasOneHeapFromItsStart) {
+TEST(ShortHeap, AnInitialisedOwnerHasOneHeap) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   AdShortHeapOwner owner = {nullptr, &owner, 1};
   EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
@@ -103,7 +103,7 @@ TEST(ShortHeap, HasOneHeapFromItsStart) {
   EXPECT_EQ(PreviousInRing(owner.heap), owner.heap);
   EXPECT_EQ(ReadAt<uint64_t>(owner.heap, 0), 0u) << "a lock";
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
-  // Once more changes nothing.
+  // A second initialisation changes nothing.
   void* heap = owner.heap;
   adMemShortDisableFree(&owner);
   adMemShortHeapInit(&owner);
@@ -113,11 +113,11 @@ TEST(ShortHeap, HasOneHeapFromItsStart) {
   adMemShortHeapTerm(&owner);
   EXPECT_EQ(adMemShortCheckStatus(&owner), 0);
   EXPECT_EQ(owner.heap, nullptr);
-  // It waits in the pool.
+  // The heap is in the pool.
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
 }
 
-TEST(ShortHeap, WithoutShortHeapsAnOwnerStaysWithout) {
+TEST(ShortHeap, WithoutShortHeapsAnOwnerHasNoHeap) {
   AdShortHeapOwner owner = {};
   const auto expectNone = [&owner] {
     adMemShortHeapInit(&owner);
@@ -160,14 +160,14 @@ TEST(ShortHeap, ServesItsOwnerFromItsHeap) {
     EXPECT_LE(Payload(block) + size, owner.heap() + kShortHeapBytes);
     Fill(block, static_cast<uint64_t>(size), 1);
   }
-  // A freed block is its heap's again.
+  // A freed block returns to its heap.
   void* block = owner.Allocate(100);
   Free(block);
   EXPECT_EQ(owner.Allocate(100), block);
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
 }
 
-TEST(ShortHeap, AFurtherHeapGoesBehindTheCurrentOneAndIsCurrent) {
+TEST(ShortHeap, AFurtherHeapIsInsertedAfterTheCurrentOneAndBecomesCurrent) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner owner;
   char* a = owner.heap();
@@ -182,12 +182,12 @@ TEST(ShortHeap, AFurtherHeapGoesBehindTheCurrentOneAndIsCurrent) {
   for (int i = 1; i < kFillingBlocks; ++i) EXPECT_EQ(HeapOf(owner.Allocate(kFilling)), b);
   owner.Allocate(kFilling);
   char* c = owner.heap();
-  // Behind b and before a.
+  // The new heap is inserted after b and before a.
   EXPECT_EQ(owner.Heaps(), (Blocks{c, a, b}));
   EXPECT_EQ(TotalsNow().outside, 3 * kShortHeapBytes);
 
-  // Later requests ask the current heap first, then the others from there; who serves does not
-  // become current.
+  // Later requests try the current heap first, then the others in ring order. The heap that serves
+  // a request does not become current.
   for (int i = 1; i < kFillingBlocks; ++i) EXPECT_EQ(HeapOf(owner.Allocate(kFilling)), c);
   Free(first);
   Free(block);
@@ -200,7 +200,7 @@ TEST(ShortHeap, AFurtherHeapGoesBehindTheCurrentOneAndIsCurrent) {
   EXPECT_EQ(owner.Heaps()[1], a);
 }
 
-TEST(ShortHeap, LargeBlocksHangInTheOwnersRing) {
+TEST(ShortHeap, LargeBlocksAreLinkedInTheOwnersRing) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner owner;
   char* a = Payload(owner.Allocate(kFilling + 1));
@@ -211,12 +211,12 @@ TEST(ShortHeap, LargeBlocksHangInTheOwnersRing) {
   char* d = Payload(owner.Allocate(300'000));
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{a, b, c, d}));
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes + 600'000 + kLargestInHeap + 1 + 4 * 32);
-  // Freeing any moves the head to the one before it.
+  // Freeing a block moves the head to the block before it.
   Free(c);
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{b, d, a}));
   Free(b);
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{a, d}));
-  // A new one goes in front of the head, wherever that is.
+  // A new block is inserted before the head.
   char* e = Payload(owner.Allocate(100'000));
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{a, d, e}));
   Free(a);
@@ -227,7 +227,7 @@ TEST(ShortHeap, LargeBlocksHangInTheOwnersRing) {
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
 }
 
-TEST(ShortHeap, ItsEndFreesLargeBlocks) {
+TEST(ShortHeap, EndingAnOwnerFreesItsLargeBlocks) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   {
     Owner owner;
@@ -236,7 +236,7 @@ TEST(ShortHeap, ItsEndFreesLargeBlocks) {
     EXPECT_EQ(owner->largeBlocks, nullptr);
     EXPECT_EQ(owner->heap, nullptr);
     EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
-    // It may begin anew.
+    // The owner may be initialised again.
     adMemShortHeapInit(owner);
     EXPECT_EQ(adMemShortCheckStatus(owner), 1);
     EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
@@ -245,7 +245,7 @@ TEST(ShortHeap, ItsEndFreesLargeBlocks) {
 }
 
 // With maxblock 0 all requests are large, and an owner needs no heap for them.
-TEST(ShortHeap, AnOwnerWithoutAHeapHasLargeBlocks) {
+TEST(ShortHeap, AnOwnerWithoutAHeapCanHaveLargeBlocks) {
   ASSERT_EQ(Restart("numthreadheaps 4 maxblock 0 shortmemoryoff"), KIV_ST_OK);
   Owner owner;
   EXPECT_EQ(adMemShortCheckStatus(owner), 0);
@@ -256,7 +256,7 @@ TEST(ShortHeap, AnOwnerWithoutAHeapHasLargeBlocks) {
   EXPECT_EQ(TotalsNow().outside, 0u);
 }
 
-TEST(ShortHeap, AtItsEndHeapsGoBeforeLargeBlocks) {
+TEST(ShortHeap, EndingAnOwnerReleasesItsHeapsBeforeItsLargeBlocks) {
   for (const char* pool : {"maxshortmemorypoolsize 0", "limitshortheapsforremove 0"}) {
     ASSERT_EQ(Restart(std::string(kSmall) + pool), KIV_ST_OK);
     Owner owner;
@@ -266,16 +266,16 @@ TEST(ShortHeap, AtItsEndHeapsGoBeforeLargeBlocks) {
     char* c = Payload(owner.Allocate(100'000)) - kLargeHeaderBytes;
     const RuntimeWatch watch;
     owner.End();
-    // The last of the ring goes, and the head moves to the one before it.
+    // The ring's last block is freed first. That moves the head to the block before it.
     EXPECT_EQ(watch.freed(), (std::vector<const void*>{heap, c, a, b})) << pool;
   }
 }
 
-TEST(ShortHeap, TheNoFreeSwitchKeepsWhatIsFreedAndWhatMoved) {
+TEST(ShortHeap, WithTheNoFreeSwitchFreedAndMovedBlocksStayAllocated) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);
     ASSERT_EQ(Initialize(kSmall), KIV_ST_OK);
-    // It never ends: with a large block and the switch on its end would not return.
+    // The owner is never ended: with a large block and the switch on, that would not return.
     Owner& owner = *new Owner;
     void* freed = owner.Allocate(1000);
     void* small = owner.Allocate(1000);
@@ -299,7 +299,7 @@ TEST(ShortHeap, TheNoFreeSwitchKeepsWhatIsFreedAndWhatMoved) {
 
 // ---- Reallocation ----
 
-TEST(ShortHeapRealloc, NullAsksForANewBlock) {
+TEST(ShortHeapRealloc, NullAllocatesANewBlock) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner owner;
   EXPECT_EQ(HeapOf(owner.Resize(nullptr, 100)), owner.heap());
@@ -320,8 +320,8 @@ TEST(ShortHeapRealloc, StaysInItsHeap) {
   EXPECT_TRUE(IsFilled(grown, 500, 3));
 }
 
-// The block's own heap serves although another one is current.
-TEST(ShortHeapRealloc, StaysInItsHeapThoughItIsNotCurrent) {
+// The block's own heap is tried, although another heap is current.
+TEST(ShortHeapRealloc, StaysInItsHeapAlthoughAnotherHeapIsCurrent) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner owner;
   char* a = owner.heap();
@@ -346,7 +346,7 @@ TEST(ShortHeapRealloc, MovesToAnotherHeapWhenItsOwnIsFull) {
   EXPECT_EQ(HeapOf(grown), owner.heap());
   EXPECT_NE(owner.heap(), a);
   EXPECT_TRUE(IsFilled(grown, 1000, 3));
-  // The old block went back.
+  // The old block was freed.
   Free(grown);
   EXPECT_EQ(ShortHeapsHeld(), 2u);
 }
@@ -360,7 +360,7 @@ TEST(ShortHeapRealloc, BecomesALargeBlockAndBack) {
   char* large = Payload(owner.Resize(block, kFilling + 1));
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{other, large}));
   EXPECT_TRUE(IsFilled(large, 1000, 3));
-  // The old block went back to its list's or bin's place.
+  // The old block was freed to its heap.
   EXPECT_EQ(owner.Allocate(1000), block);
 
   Fill(large, kLargestInHeap, 4);
@@ -368,7 +368,7 @@ TEST(ShortHeapRealloc, BecomesALargeBlockAndBack) {
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{other, larger}));
   EXPECT_EQ(HeaderOf(larger).sizeBytes, 500'000u);
   EXPECT_TRUE(IsFilled(larger, kLargestInHeap, 4));
-  // The head moves, and the block comes back at the tail.
+  // The head moves, and the resized block is linked at the tail.
   char* resized = Payload(owner.Resize(other, 150'000));
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{larger, resized}));
 
@@ -379,8 +379,8 @@ TEST(ShortHeapRealloc, BecomesALargeBlockAndBack) {
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes + 150'032);
 }
 
-// What came from adMalloc: small, it moves to the owner; large, it joins the ring.
-TEST(ShortHeapRealloc, TakesBlocksOfNobody) {
+// A small block of adMalloc moves to the owner's heap; a large one joins the owner's ring.
+TEST(ShortHeapRealloc, TakesOverBlocksOfAdMalloc) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner owner;
   void* block = Allocate(1000);
@@ -399,7 +399,7 @@ TEST(ShortHeapRealloc, TakesBlocksOfNobody) {
   EXPECT_EQ(TotalsNow().outside, kShortHeapBytes);
 }
 
-// A size that no machine here could serve is written into a block's header.
+// Writes a size that no machine could serve into the block's header.
 TEST(ShortHeapRealloc, TakesTheLow32BitsOfALargeBlocksSize) {
   ASSERT_EQ(Restart(std::string(kSmall) + "nomemorycontrol"), KIV_ST_OK);
   Owner owner;
@@ -417,7 +417,7 @@ TEST(ShortHeapRealloc, TakesTheLow32BitsOfALargeBlocksSize) {
   EXPECT_EQ(std::string(small + 100, 900), content.substr(100));
 }
 
-TEST(ShortHeapRealloc, AtTheLimitLeavesTheBlockWhole) {
+TEST(ShortHeapRealloc, AtTheLimitLeavesTheBlockUnchanged) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   Owner owner;
   char* a = Payload(owner.Allocate(100'000));
@@ -431,7 +431,7 @@ TEST(ShortHeapRealloc, AtTheLimitLeavesTheBlockWhole) {
   EXPECT_EQ(resized, nullptr);
   EXPECT_TRUE(IsFilled(b, 100'000, 3));
   EXPECT_EQ(TotalsNow(), before);
-  // Back at the tail, in front of the head that its leaving left.
+  // The block is back at the tail; the head moved when it left the ring.
   EXPECT_EQ(owner.LargeBlocks(), (Blocks{a, c, b}));
   void* small = owner.Allocate(1000);
   EXPECT_EQ(adMemShortHeapRealloc(owner, 10'000'000, small, &resized, "tests", 1),
@@ -442,7 +442,7 @@ TEST(ShortHeapRealloc, AtTheLimitLeavesTheBlockWhole) {
 
 // ---- The pool ----
 
-// Fills the pool with so many heaps, in the order in which they are given.
+// Fills the pool with this number of heaps, in the order of their owners' ends.
 void FillPool(uint32_t heaps) {
   std::vector<std::unique_ptr<Owner>> owners;
   for (uint32_t i = 0; i < heaps; ++i) owners.push_back(std::make_unique<Owner>());
@@ -450,7 +450,7 @@ void FillPool(uint32_t heaps) {
 
 constexpr char kKeptPool[] = " limitshortheapsforremove 1000";
 
-TEST(ShortPool, GivesItsOldestHeapFirstAndCleansIt) {
+TEST(ShortPool, ReturnsItsOldestHeapFirstAndEmpty) {
   ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
   Owner a;
   Owner b;
@@ -468,14 +468,14 @@ TEST(ShortPool, GivesItsOldestHeapFirstAndCleansIt) {
   EXPECT_EQ(e.heap(), heaps[1]);
   EXPECT_EQ(f.heap(), heaps[2]);
   EXPECT_EQ(ShortHeapsHeld(), 3u);
-  // As new: the first block of a heap lies at its end.
+  // The heap is empty again: its first block lies at its end.
   EXPECT_EQ(e.Allocate(100), block);
   EXPECT_EQ(NextInRing(e.heap()), e.heap());
   Owner g;
   EXPECT_EQ(ShortHeapsHeld(), 4u);
 }
 
-TEST(ShortPool, HoldsAsManyAsItMay) {
+TEST(ShortPool, HoldsUpToItsMaximum) {
   ASSERT_EQ(Restart(std::string(kSmall) + kKeptPool), KIV_ST_OK);
   FillPool(kPoolMost + 5);
   EXPECT_EQ(ShortHeapsHeld(), kPoolMost);
@@ -493,7 +493,7 @@ TEST(ShortPool, WithANegativeMaximumHoldsNothing) {
   EXPECT_EQ(ShortHeapsHeld(), 0u);
 }
 
-TEST(ShortPool, OfThreeHeapsOneFindsRoom) {
+TEST(ShortPool, WithRoomForOneHeapReleasesTheOtherTwo) {
   ASSERT_EQ(Restart(std::string(kSmall) + kKeptPool + " memoryblockscontrol"), KIV_ST_OK);
   Owner owner;
   for (int i = 0; i < 2 * kFillingBlocks + 1; ++i) owner.Allocate(kFilling);
@@ -504,17 +504,18 @@ TEST(ShortPool, OfThreeHeapsOneFindsRoom) {
   EXPECT_EQ(adMemResetUsedMarkMemoryBlocks(), 0u);
   owner.End();
   EXPECT_EQ(ShortHeapsHeld(), kPoolMost);
-  // One was counted as freed once, two of them twice: 320 KiB lie in the class up to 512 KiB.
+  // The pooled heap counts as one free, each released heap as two. 320 KiB are in the class up to
+  // 512 KiB.
   Counts expected = {};
   expected.freed[10] = 5;
   EXPECT_EQ(CountsNow(kSinceReset), expected);
-  // The current heap went first, and lies at the tail.
+  // The current heap was pooled; it is at the pool's tail.
   std::vector<std::unique_ptr<Owner>> owners;
   for (uint32_t i = 0; i < kPoolMost; ++i) owners.push_back(std::make_unique<Owner>());
   EXPECT_EQ(owners.back()->heap(), current);
 }
 
-TEST(ShortPool, IsDrainedWhenTheLastOwnerEndsAndMoreThan4ArePooled) {
+TEST(ShortPool, IsDrainedWhenTheLastOwnerEndsAndMoreThan4HeapsArePooled) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memoryblockscontrol"), KIV_ST_OK);
   FillPool(4);
   EXPECT_EQ(ShortHeapsHeld(), 4u);
@@ -524,13 +525,13 @@ TEST(ShortPool, IsDrainedWhenTheLastOwnerEndsAndMoreThan4ArePooled) {
       Owner others[6];
       EXPECT_EQ(ShortHeapsHeld(), 7u);
     }
-    // One is in use.
+    // One heap is still in use.
     EXPECT_EQ(ShortHeapsHeld(), 7u);
     EXPECT_EQ(adMemResetUsedMarkMemoryBlocks(), 0u);
   }
   EXPECT_EQ(TotalsNow().outside, 0u);
   Counts expected = {};
-  expected.freed[10] = 1 + 7;  // that of the owner, and each of the pool
+  expected.freed[10] = 1 + 7;  // the owner's heap, then each heap of the pool
   EXPECT_EQ(CountsNow(kSinceReset), expected);
   EXPECT_EQ(TotalsNow(),
             (Totals{0, kHeaps, 0, kHeaps + 7 * kShortHeapBytes, 0, kHeaps + 7 * kShortHeapBytes}));
@@ -538,8 +539,8 @@ TEST(ShortPool, IsDrainedWhenTheLastOwnerEndsAndMoreThan4ArePooled) {
   EXPECT_EQ(ShortHeapsHeld(), 1u);
 }
 
-// Else the pool would never be drained again.
-TEST(ShortPool, AHeapThatGoesToTheSystemIsInUseNoMore) {
+// Otherwise the pool would never be drained again.
+TEST(ShortPool, AReleasedHeapDoesNotCountAsInUse) {
   ASSERT_EQ(Restart(std::string(kSmall) + "maxshortmemorypoolsize 2 limitshortheapsforremove 1"),
             KIV_ST_OK);
   FillPool(2);
@@ -575,7 +576,7 @@ TEST(ShortPool, CountsItsArenas) {
   expected.freed[10] = 1;
   EXPECT_EQ(CountsNow(), expected);
   {
-    // From the pool: no new arena.
+    // From the pool: no arena is allocated.
     Owner owner;
     EXPECT_EQ(CountsNow(), expected);
   }
@@ -585,7 +586,7 @@ TEST(ShortPool, CountsItsArenas) {
 
 // ---- Without memory ----
 
-TEST(ShortHeap, WithoutMemoryAnOwnerStaysWithoutAndTheHostIsTold) {
+TEST(ShortHeap, WithoutMemoryAnOwnerHasNoHeapAndAMessageIsSent) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M memoryblockscontrol"), KIV_ST_OK);
   Listen();
   const uint64_t room = 10485760 - kHeaps;
@@ -603,7 +604,7 @@ TEST(ShortHeap, WithoutMemoryAnOwnerStaysWithoutAndTheHostIsTold) {
   EXPECT_EQ(adMemShortCheckStatus(owner), 1);
 }
 
-TEST(ShortHeap, WithoutMemoryAnInitLeavesTheOwnersRingAndFlag) {
+TEST(ShortHeap, WithoutMemoryInitialisingLeavesTheOwnersRingAndFlagUnchanged) {
   ASSERT_EQ(Restart(std::string(kSmall) + "memorylimit 10M"), KIV_ST_OK);
   void* large = Allocate(10485760 - kHeaps - kLargeHeaderBytes);
   AdShortHeapOwner owner = {nullptr, &owner, 1};

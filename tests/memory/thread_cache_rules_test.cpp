@@ -1,5 +1,5 @@
-// The thread allocator's rules that its exports do not lead to: sizes beyond what it is asked for,
-// targets other than 0, how far it is trimmed, and a free of the mandatory policy.
+// Rules of the thread allocator that its exports cannot reach: sizes that no caller requests,
+// targets other than 0, the extent of trimming, and frees of the mandatory policy.
 #include "ThreadAllocator/thread_cache.h"
 
 #include <gtest/gtest.h>
@@ -42,14 +42,14 @@ class CacheRules : public testing::Test {
  protected:
   ~CacheRules() override { kiv::DestroyCache(cache_); }
 
-  // Puts so many blocks of a class into the cache.
+  // Puts `count` blocks of a class into the cache.
   void Add(uint32_t sizeClass, uint32_t count) {
     CacheTargets targets = {};
     targets.counts[sizeClass] = cache_->counts[sizeClass] + count;
     FillCache(cache_, targets);
   }
 
-  // What is in the lists is what the counts and the bytes say.
+  // Expects that the counts and the bytes match the lists.
   void ExpectConsistent() const {
     uint64_t bytes = 0;
     for (uint32_t i = 0; i < kiv::kCacheClasses; ++i) {
@@ -69,20 +69,20 @@ class CacheRules : public testing::Test {
 
 // ---- Allocating ----
 
-TEST_F(CacheRules, ASizeOfZeroIsABlockOfAHeaderAlone) {
+TEST_F(CacheRules, ASizeOfZeroAllocatesAHeaderOnly) {
   void* block = AllocateFromCache(cache_, 0, AD_POLICY_FULL);
   EXPECT_EQ(watch_.sizes(), Sizes{64});
   ExpectHeader(block, 0, AD_POLICY_FULL);
   FreeToCache(cache_, block);
   EXPECT_EQ(cache_->cachedBytes, 65u);
-  // Taken by its rounded size, it counts for one byte less than it was given with.
+  // Its rounded size is 0: taking the block subtracts one byte less than its free added.
   EXPECT_EQ(AllocateFromCache(cache_, 0, AD_POLICY_FULL), block);
   EXPECT_EQ(cache_->cachedBytes, 1u);
   EXPECT_EQ(cache_->counts[0], 0u);
   std::free(Bytes(block) - 64);
 }
 
-TEST_F(CacheRules, SizesAboveTwoMebibytesAreRoundedToo) {
+TEST_F(CacheRules, SizesAboveTwoMebibytesAreAlsoRounded) {
   void* block = AllocateFromCache(cache_, (2 << 20) + 1, AD_POLICY_FULL);
   EXPECT_EQ(watch_.sizes(), Sizes{(4 << 20) + 64});
   ExpectHeader(block, 22, AD_POLICY_FULL);
@@ -92,7 +92,7 @@ TEST_F(CacheRules, SizesAboveTwoMebibytesAreRoundedToo) {
   std::free(Bytes(block) - 64);
 }
 
-TEST_F(CacheRules, SizesAboveTwoGibibytesWrapToNothing) {
+TEST_F(CacheRules, SizesAboveTwoGibibytesAreOutOfMemory) {
   watch_.FailAfter(0);
   EXPECT_EQ(AllocateFromCache(cache_, 1U << 31, AD_POLICY_FULL), nullptr);
   EXPECT_EQ(AllocateFromCache(cache_, (1U << 31) + 1, AD_POLICY_FULL), nullptr);
@@ -101,7 +101,7 @@ TEST_F(CacheRules, SizesAboveTwoGibibytesWrapToNothing) {
   EXPECT_EQ(watch_.sizes(), (Sizes{(UINT64_C(1) << 31) + 64, 64, 64, UINT64_C(0xFFFFFFFF) + 8}));
 }
 
-TEST_F(CacheRules, APolicyThatDoesNotExistIsWrittenAsItIs) {
+TEST_F(CacheRules, AnUnknownPolicyIsWrittenUnchanged) {
   for (const uint8_t policy : {uint8_t{3}, uint8_t{255}}) {
     void* fresh = AllocateFromCache(cache_, 100, policy);
     ExpectHeader(fresh, 7, policy);
@@ -113,7 +113,7 @@ TEST_F(CacheRules, APolicyThatDoesNotExistIsWrittenAsItIs) {
   }
 }
 
-TEST_F(CacheRules, MandatoryBlocksComeFromTheRuntimeAndGoThere) {
+TEST_F(CacheRules, MandatoryBlocksComeFromTheRuntimeAndReturnToIt) {
   Add(0, 1);
   watch_.Forget();
   void* block = AllocateFromCache(cache_, 1, AD_POLICY_MANDATORY);
@@ -130,7 +130,7 @@ void FreeMandatoryWithLength(uint8_t headerBytes) {
   FreeToCache(cache, block);
 }
 
-TEST(CacheFree, OfAMandatoryBlockWithAnotherLengthIsAnAssertion) {
+TEST(CacheFree, OfAMandatoryBlockWithAWrongHeaderLengthIsAnAssertion) {
   EXPECT_ASSERTION(FreeMandatoryWithLength(64), "pHdr->hlen == MEMORY_BLOCK_MANDATORY_HEADER_SIZE",
                    kSource, 218);
 }
@@ -167,7 +167,7 @@ TEST_F(CacheRules, FillingStopsOnceTheLimitIsExceeded) {
   EXPECT_EQ(watch_.sizes().size(), 3u);
 }
 
-TEST_F(CacheRules, FillingStopsBetweenClassesToo) {
+TEST_F(CacheRules, FillingAlsoStopsBetweenClasses) {
   CacheTargets targets = {};
   targets.counts[14] = 1;  // exceeds the limit by itself
   targets.counts[15] = 1;
@@ -187,7 +187,7 @@ TEST_F(CacheRules, FillingStopsWithoutMemory) {
 
 // ---- Trimming ----
 
-TEST_F(CacheRules, TrimmingToTheTargetsTakesTheLargestClassFirst) {
+TEST_F(CacheRules, TrimmingToTheTargetsFreesTheLargestClassFirst) {
   Add(2, 3);
   Add(10, 2);
   const Freed expected = {cache_->lists[10], cache_->lists[10]->next, cache_->lists[2]};
@@ -201,7 +201,7 @@ TEST_F(CacheRules, TrimmingToTheTargetsTakesTheLargestClassFirst) {
   ExpectConsistent();
 }
 
-TEST_F(CacheRules, TrimmingToBytesStopsAtThem) {
+TEST_F(CacheRules, TrimmingToBytesStopsAtThatNumber) {
   Add(2, 3);   // 68 bytes each
   Add(10, 2);  // 1088 bytes each
   const Freed expected = {cache_->lists[10], cache_->lists[10]->next, cache_->lists[2]};
@@ -232,7 +232,7 @@ TEST_F(CacheRules, TrimmingToOtherNumbersWithTheTopBitDoesNothing) {
   EXPECT_TRUE(watch_.freed().empty());
 }
 
-TEST_F(CacheRules, TheLastClassIsFilledAndTrimmedToo) {
+TEST_F(CacheRules, TheLastClassIsFilledAndTrimmed) {
   CacheTargets targets = {};
   targets.counts[31] = 1;
   watch_.FailAfter(0);

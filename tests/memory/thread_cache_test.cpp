@@ -1,5 +1,5 @@
-// The thread allocator, by its exports: what enters a thread's cache, what comes out of it, its
-// limit, and what a free refuses while the thread has one.
+// The thread allocator, through its exports: which blocks enter and leave a thread's cache, its
+// limit, and which blocks a thread with a cache must not free.
 #include "kivsdu/threadcache.h"
 
 #include <gtest/gtest.h>
@@ -43,12 +43,12 @@ std::vector<void*> AllocateSome(size_t count, uint64_t sizeBytes) {
   return blocks;
 }
 
-// The switch is on, the thread has a cache, and the runtime is watched.
+// Runs with the switch on, a cache, and a watch on the runtime.
 class ThreadCacheTest : public testing::Test {
  protected:
   ~ThreadCacheTest() override { KivSdSetHardwareAcceleration(0); }
 
-  // How many of these blocks were given to the cache when they were freed.
+  // Frees these blocks and returns how many of them the cache took.
   size_t Cached(const std::vector<void*>& blocks) {
     watch_.Forget();
     for (void* block : blocks) Free(block);
@@ -60,7 +60,7 @@ class ThreadCacheTest : public testing::Test {
   RuntimeWatch watch_;
 };
 
-TEST_F(ThreadCacheTest, GivesAFreedBlockForTheNextRequestOfItsClass) {
+TEST_F(ThreadCacheTest, ReusesAFreedBlockForTheNextRequestOfItsClass) {
   void* block = Allocate(100);
   ExpectHeader(block, 7, AD_POLICY_FULL);
   EXPECT_EQ(watch_.sizes(), Sizes{192});
@@ -72,14 +72,14 @@ TEST_F(ThreadCacheTest, GivesAFreedBlockForTheNextRequestOfItsClass) {
   Free(block);
 }
 
-TEST_F(ThreadCacheTest, GivesTheBlockThatCameLastFirst) {
+TEST_F(ThreadCacheTest, ReusesTheNewestBlockFirst) {
   const std::vector<void*> blocks = AllocateSome(10, 100);
   for (void* block : blocks) Free(block);
   for (size_t i = blocks.size(); i-- > 0;) EXPECT_EQ(Allocate(65), blocks[i]);
   EXPECT_EQ(Cached(blocks), blocks.size());
 }
 
-TEST_F(ThreadCacheTest, KeepsEveryClassByItself) {
+TEST_F(ThreadCacheTest, KeepsTheClassesSeparate) {
   std::vector<void*> blocks;
   for (uint32_t sizeClass = 0; sizeClass <= 21; ++sizeClass) {
     blocks.push_back(Allocate(uint64_t{1} << sizeClass));
@@ -95,7 +95,7 @@ TEST_F(ThreadCacheTest, KeepsEveryClassByItself) {
   EXPECT_EQ(Cached(blocks), blocks.size());
 }
 
-TEST_F(ThreadCacheTest, MarksABlockThatLiesInIt) {
+TEST_F(ThreadCacheTest, ClearsThePolicyOfACachedBlock) {
   void* block = Allocate(100);
   Free(block);
   EXPECT_EQ(HeaderBefore(block).policy, 0);
@@ -143,7 +143,7 @@ TEST_F(ThreadCacheTest, TakesTwoMebibytesAndNoByteMore) {
   EXPECT_EQ(watch_.freed(), Freed{Bytes(beyond) - 64});
 }
 
-TEST_F(ThreadCacheTest, DoesNotTakeASizeForItsLowHalf) {
+TEST_F(ThreadCacheTest, ReadsAll64BitsOfASize) {
   constexpr uint64_t kFourGibibytes = UINT64_C(1) << 32;
   Free(Allocate(100));
   watch_.Forget();
@@ -155,7 +155,7 @@ TEST_F(ThreadCacheTest, DoesNotTakeASizeForItsLowHalf) {
 TEST_F(ThreadCacheTest, TakesNothingWhileTheSwitchIsOff) {
   void* block = Allocate(100);
   KivSdSetMemoryManager(0);
-  // What lies before it makes no difference.
+  // The bytes before the block make no difference.
   watch_.Guard(Bytes(block) - 64, 192);
   Free(block);
   EXPECT_EQ(watch_.freed(), Freed{block});
@@ -178,7 +178,7 @@ TEST_F(ThreadCacheTest, WithoutMemoryYieldsNull) {
   EXPECT_EQ(watch_.sizes(), (Sizes{192, 108, kTwoMebibytes + 65}));
 }
 
-TEST_F(ThreadCacheTest, NeedsNoMemoryForWhatItHas) {
+TEST_F(ThreadCacheTest, ServesCachedBlocksWithoutMemory) {
   void* block = Allocate(100);
   Free(block);
   watch_.FailAfter(0);
@@ -198,7 +198,7 @@ TEST_F(ThreadCacheTest, TakesABlockThatWasReallocated) {
 
 // ---- The limit ----
 
-// Blocks of 2 MiB and their headers: three stay below 8 MiB, the fourth passes it.
+// Of blocks of 2 MiB with their headers, three stay below 8 MiB and the fourth exceeds it.
 constexpr size_t kFillLimit = 4;
 
 TEST_F(ThreadCacheTest, TakesBlocksUntilTheyExceedEightMebibytes) {
@@ -206,7 +206,7 @@ TEST_F(ThreadCacheTest, TakesBlocksUntilTheyExceedEightMebibytes) {
 }
 
 TEST_F(ThreadCacheTest, CountsTheHeadersInItsLimit) {
-  // 65536 blocks of 64 bytes with as much before them are 8 MiB, which does not exceed the limit.
+  // 65536 blocks of 64 bytes with headers of 64 bytes are exactly 8 MiB, the limit.
   constexpr size_t kExactly = 65536;
   const std::vector<void*> blocks = AllocateSome(kExactly + 3, 64);
   watch_.Forget();
@@ -218,7 +218,7 @@ TEST_F(ThreadCacheTest, CountsTheHeadersInItsLimit) {
             (Freed{Bytes(blocks[kExactly + 1]) - 64, Bytes(blocks[kExactly + 2]) - 64}));
 }
 
-TEST_F(ThreadCacheTest, TakesBlocksAgainOnceOneWasGiven) {
+TEST_F(ThreadCacheTest, TakesBlocksAgainAfterItServedOne) {
   EXPECT_EQ(Cached(AllocateSome(10, kTwoMebibytes)), kFillLimit);
   void* small = Allocate(100);
   EXPECT_EQ(Cached({small}), 0u);
@@ -246,12 +246,12 @@ TEST(ThreadCacheLimit, IsAHundredMebibytesWithHardwareAcceleration) {
   const ManagerSwitchedOn on;
   KivSdSetHardwareAcceleration(0x80);
   const WithThreadCache cache;
-  // The flag counts when the cache is made.
+  // Only the flag's value at the creation of the cache matters.
   KivSdSetHardwareAcceleration(0);
   constexpr uint64_t kLimit = 100 << 20;
   constexpr uint64_t kLarge = kTwoMebibytes + 64;
   constexpr uint64_t kSmall = 4096 + 64;
-  // As many large ones as go in, and then the small ones that the limit is found with.
+  // Fills the cache with large blocks, and finds the exact limit with small ones.
   const std::vector<void*> large = AllocateSome(kLimit / kLarge, kTwoMebibytes);
   const std::vector<void*> small = AllocateSome(1000, 4096);
   const RuntimeWatch watch;
@@ -261,7 +261,7 @@ TEST(ThreadCacheLimit, IsAHundredMebibytesWithHardwareAcceleration) {
   EXPECT_EQ(small.size() - watch.freed().size(), kLimit % kLarge / kSmall + 1);
 }
 
-// ---- Making and ending ----
+// ---- Creating and destroying ----
 
 TEST(ThreadCacheCreate, DoesNothingWithTheSwitchOff) {
   RuntimeWatch watch;
@@ -274,7 +274,7 @@ TEST(ThreadCacheCreate, DoesNothingWithTheSwitchOff) {
   EXPECT_EQ(adDestroyThreadAlloc(), 0u);
 }
 
-TEST(ThreadCacheCreate, KeepsTheCacheThatIsThere) {
+TEST(ThreadCacheCreate, KeepsAnExistingCache) {
   const ManagerSwitchedOn on;
   const WithThreadCache cache;
   void* block = Allocate(100);
@@ -286,7 +286,7 @@ TEST(ThreadCacheCreate, KeepsTheCacheThatIsThere) {
   Free(block);
 }
 
-TEST(ThreadCacheCreate, WithoutMemoryLeavesTheThreadWithoutOne) {
+TEST(ThreadCacheCreate, WithoutMemoryTheThreadHasNoCache) {
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
   watch.FailAfter(0);
@@ -303,7 +303,7 @@ TEST(ThreadCacheCreate, WithoutMemoryLeavesTheThreadWithoutOne) {
   EXPECT_EQ(adDestroyThreadAlloc(), 0u);
 }
 
-TEST(ThreadCacheDestroy, GivesEveryBlockAndTheCacheBack) {
+TEST(ThreadCacheDestroy, FreesEveryBlockAndTheCache) {
   const ManagerSwitchedOn on;
   RuntimeWatch watch;
   EXPECT_EQ(adCreateThreadAlloc(), 0u);
@@ -364,7 +364,7 @@ TEST_F(ThreadCacheTest, CompactionEmptiesItWithAndWithoutHardwareAcceleration) {
     for (void* block : blocks) Free(block);
     watch_.Forget();
     EXPECT_EQ(adFreelistCompaction(), 0u);
-    // The largest first; of one class, the last that came.
+    // The largest class first; within a class, the newest block first.
     EXPECT_EQ(watch_.freed(), (Freed{Bytes(blocks[3]) - 64, Bytes(blocks[2]) - 64,
                                      Bytes(blocks[1]) - 64, Bytes(blocks[0]) - 64}));
     EXPECT_EQ(adFreelistCompaction(), 0u);
@@ -378,7 +378,7 @@ TEST_F(ThreadCacheTest, CompactionEmptiesItWithAndWithoutHardwareAcceleration) {
   }
 }
 
-TEST_F(ThreadCacheTest, CompactionGivesTheWholeLimitBack) {
+TEST_F(ThreadCacheTest, CompactionFreesTheWholeLimit) {
   EXPECT_EQ(Cached(AllocateSome(10, kTwoMebibytes)), kFillLimit);
   EXPECT_EQ(adFreelistCompaction(), 0u);
   EXPECT_EQ(Cached(AllocateSome(10, kTwoMebibytes)), kFillLimit);
@@ -394,7 +394,7 @@ TEST_F(ThreadCacheTest, PreallocationAllocatesNothing) {
   }
 }
 
-TEST(NoThreadCache, HasNothingToCompactOrToFill) {
+TEST(NoThreadCache, CompactionAndPreallocationDoNothing) {
   const ManagerSwitchedOn on;
   const RuntimeWatch watch;
   EXPECT_EQ(adFreelistCompaction(), 0u);
@@ -408,7 +408,7 @@ TEST(NoThreadCache, HasNothingToCompactOrToFill) {
 
 // ---- Threads ----
 
-TEST(ThreadCaches, TakeWhatTheirThreadFreesWhoeverAllocatedIt) {
+TEST(ThreadCaches, TakeBlocksThatAnotherThreadAllocated) {
   const ManagerSwitchedOn on;
   const WithThreadCache cache;
   void* block = Allocate(100);
@@ -424,7 +424,7 @@ TEST(ThreadCaches, TakeWhatTheirThreadFreesWhoeverAllocatedIt) {
   Free(block);
 }
 
-TEST(ThreadCaches, AreTheirThreadsAlone) {
+TEST(ThreadCaches, ServeTheirOwnThreadAlone) {
   const ManagerSwitchedOn on;
   const WithThreadCache cache;
   void* block = Allocate(100);
@@ -442,8 +442,8 @@ TEST(ThreadCaches, AreTheirThreadsAlone) {
   Free(block);
 }
 
-// Every thread allocates, hands its blocks to the next and frees those of the one before, round
-// after round; contents tell whether two ever had the same block.
+// In every round each thread allocates blocks, passes them to the next thread and frees the blocks
+// of the previous thread. The content shows whether two threads ever had the same block.
 TEST(ThreadCaches, ServeManyThreadsThatFreeEachOthersBlocks) {
   constexpr uint32_t kThreads = 4;
   constexpr uint32_t kRounds = 200;
@@ -476,9 +476,9 @@ TEST(ThreadCaches, ServeManyThreadsThatFreeEachOthersBlocks) {
   });
 }
 
-// ---- What a free refuses ----
+// ---- Assertions of a free ----
 
-// Frees a block, with one byte of its header changed, on a thread with a cache.
+// Frees a block with one changed byte of its header, on a thread with a cache.
 void FreeChanged(uint8_t policy, uint8_t headerBytes, uint32_t sizeClass) {
   KivSdSetMemoryManager(1);
   adCreateThreadAlloc();
@@ -501,11 +501,11 @@ void FreeTwice() {
   Free(block);
 }
 
-TEST(ThreadCacheFree, OfWhatTheCacheHasIsAnAssertion) {
+TEST(ThreadCacheFree, OfACachedBlockIsAnAssertion) {
   EXPECT_ASSERTION(FreeTwice(), "pHdr->policy != 0", kSource, 206);
 }
 
-TEST(ThreadCacheFree, OfAFullBlockWithAnotherLengthIsAnAssertion) {
+TEST(ThreadCacheFree, OfAFullBlockWithAWrongHeaderLengthIsAnAssertion) {
   EXPECT_ASSERTION(FreeChanged(2, 8, 21), "pHdr->hlen == MEMORY_BLOCK_HEADER_SIZE", kSource, 230);
 }
 
@@ -514,7 +514,7 @@ TEST(ThreadCacheFree, OfAnotherPolicyIsAnAssertion) {
   EXPECT_ASSERTION(FreeChanged(255, 0, 100), "AD_FALSE", kSource, 264);
 }
 
-TEST_F(ThreadCacheTest, LeavesMandatoryAndLargeHeadersOfAnotherLengthToTheRuntime) {
+TEST_F(ThreadCacheTest, FreesMandatoryAndLargeBlocksWithAWrongHeaderLengthAsRuntimeBlocks) {
   alignas(16) unsigned char place[256] = {};
   void* payload = place + 128;
   watch_.Guard(place, sizeof place);

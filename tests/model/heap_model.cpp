@@ -6,7 +6,7 @@ namespace kiv::test {
 namespace {
 
 constexpr uint32_t kMinPayload = 24;
-constexpr uint32_t kMinRemainder = 40;  // less is not split off
+constexpr uint32_t kMinRemainder = 40;  // smaller remainders are not split off
 constexpr uint32_t kLastBin = HeapModel::kBinCount - 1;
 
 // The smallest block of each bin.
@@ -22,7 +22,7 @@ std::array<uint32_t, HeapModel::kBinCount> LeastOfBins() {
 HeapModel::HeapModel(uint32_t arenaBytes) {
   const uint32_t wholeBytes = (arenaBytes - kFirstBlock) / 8 * 8;
   blocks_[kFirstBlock] = {wholeBytes, BlockState::kFree};
-  // In the last bin whatever its size.
+  // The first block lies in the last bin whatever its size.
   bins_[kLastBin].push_back(kFirstBlock);
   binOf_[kFirstBlock] = kLastBin;
 }
@@ -37,7 +37,8 @@ uint32_t HeapModel::PayloadBytes(uint32_t sizeBytes) {
   return std::max(kMinPayload, (sizeBytes + 7) / 8 * 8);
 }
 
-// How far the next bin with a block lies; past the last bin the count goes on at 32.
+// The distance from each bin to the next bin with a block. If there is no such bin, the entry is 32
+// for the last bin and one more for each bin before it.
 std::array<uint8_t, HeapModel::kBinCount> HeapModel::SkipTable() const {
   std::array<uint8_t, kBinCount> table{};
   uint8_t distance = kBinCount;
@@ -73,11 +74,11 @@ uint32_t HeapModel::Find(uint32_t blockBytes) {
   Offsets& ring = bins_[bin];
   for (size_t i = 0; i < ring.size(); ++i) {
     if (blocks_[ring[i]].sizeBytes < blockBytes) continue;
-    // The next search begins where this one ended.
+    // The next search begins at the block that this search found.
     std::rotate(ring.begin(), ring.begin() + static_cast<std::ptrdiff_t>(i), ring.end());
     return ring.front();
   }
-  // Of a larger bin only the first one is looked at.
+  // In larger bins only the first block is examined.
   for (uint32_t above = bin + 1; above < kBinCount; ++above) {
     if (!bins_[above].empty()) return bins_[above].front();
   }
@@ -92,7 +93,7 @@ uint32_t HeapModel::Carve(uint32_t from, uint32_t blockBytes) {
     return from;
   }
 
-  // The front stays free, and where it is in its ring unless it became too small for its bin.
+  // The front stays free. It keeps its place in the ring unless it is now too small for its bin.
   const uint32_t frontBytes = wholeBytes - blockBytes;
   blocks_[from].sizeBytes = frontBytes;
   if (BinOf(frontBytes) < binOf_[from]) {
@@ -141,15 +142,15 @@ uint32_t HeapModel::FreeAfter(uint32_t block) const {
 
 void HeapModel::BinMerged(uint32_t start, uint32_t previous, uint32_t next, uint32_t bin) {
   if (previous != kNoBlock && binOf_[previous] == bin) {
-    // Keeps the place of the previous block.
+    // The merged block keeps the place of the previous block.
     if (next != kNoBlock) RemoveFromBin(next);
   } else if (next != kNoBlock && binOf_[next] == bin) {
-    // Takes the place of the next block.
+    // The merged block takes the place of the next block.
     if (previous != kNoBlock) RemoveFromBin(previous);
     std::replace(bins_[bin].begin(), bins_[bin].end(), next, start);
     binOf_.erase(next);
   } else {
-    // Has its turn after all that lie in the bin.
+    // The merged block goes behind all others in the bin.
     if (previous != kNoBlock) RemoveFromBin(previous);
     if (next != kNoBlock) RemoveFromBin(next);
     bins_[bin].push_back(start);
@@ -157,7 +158,7 @@ void HeapModel::BinMerged(uint32_t start, uint32_t previous, uint32_t next, uint
   binOf_[start] = bin;
 }
 
-// The first of a ring leaves its turn to the second.
+// If the block is the first of its ring, the second becomes the first.
 void HeapModel::RemoveFromBin(uint32_t block) {
   Offsets& ring = bins_[binOf_[block]];
   ring.erase(std::find(ring.begin(), ring.end(), block));

@@ -1,10 +1,11 @@
-// A heap in the plainest form: what the heaps of the library have to do, and where they have to
-// place each block. Tests compare the two after every operation.
+// Reference model of a heap, in the simplest form: the results that the library's heaps must
+// return, and the place where they must put each block. Tests compare heap and model after every
+// operation.
 //
-// A block is known by its offset from the start of the arena. Nothing is linked and nothing is kept
-// twice: neighbours are those of a map ordered by offset, a list is a vector in the list's order, a
-// bin's ring is a vector that starts with the block where the next search starts, and the skip
-// table is counted out whenever it is asked for. The model shares no code with the library.
+// An offset from the start of the arena identifies a block. Nothing is linked and nothing is stored
+// twice: a map ordered by offset shows the neighbours, a list is a vector in the list's order, a
+// bin's ring is a vector that begins with the block where the next search starts, and the skip
+// table is computed on request. The model shares no code with the library.
 #ifndef KIV_TESTS_HEAP_MODEL_H
 #define KIV_TESTS_HEAP_MODEL_H
 
@@ -35,19 +36,19 @@ class HeapModel {
   using Blocks = std::map<uint32_t, ModelBlock>;  // by offset
   using Offsets = std::vector<uint32_t>;
 
-  // The first block of an arena of less than 33,272 bytes lies in a bin of larger ones. As long as
-  // it is whole, no request may exceed it.
+  // In an arena of less than 33,272 bytes, the first block lies in a bin for larger blocks. While
+  // that block is whole, no request may exceed its size.
   explicit HeapModel(uint32_t arenaBytes);
 
-  // Offset of the block; kNoBlock when there is none.
+  // Returns the offset of the block; kNoBlock if there is no room.
   uint32_t Allocate(uint32_t sizeBytes);
   void Free(uint32_t block);
   uint32_t Reallocate(uint32_t block, uint32_t sizeBytes);
   void Consolidate();
 
   const Blocks& blocks() const { return blocks_; }
-  const Offsets& bin(uint32_t index) const { return bins_[index]; }         // next search first
-  const Offsets& quickList(uint32_t index) const { return quick_[index]; }  // last in first
+  const Offsets& bin(uint32_t index) const { return bins_[index]; }         // in search order
+  const Offsets& quickList(uint32_t index) const { return quick_[index]; }  // last in, first out
   uint32_t parkedCount() const { return parkedCount_; }
   std::array<uint8_t, kBinCount> SkipTable() const;
   uint32_t CapacityOf(uint32_t block) const { return blocks_.at(block).sizeBytes - kHeaderBytes; }

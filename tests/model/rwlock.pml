@@ -1,18 +1,18 @@
 /* The queues, gates and word of the reader-writer lock (sd/sdrwlock/rwlock.cpp), for exhaustive
  * checking with spin; tools/check-model runs it.
  *
- * One step of a process is one access to what threads share. Waiting is a guard, for the order of
- * entries is the same however a thread waits; with SLEEPING every thread that finds itself blocked
- * falls asleep and is woken step by step, as sd/sdrwlock/wait.cpp does it, and frees its node at
- * its end. What is checked, in every order of steps:
+ * One step of a process is one access to a shared variable. Waiting is a guard, because the order
+ * of entry does not depend on how a thread waits. With SLEEPING, every blocked thread falls asleep
+ * and is woken step by step, as in sd/sdrwlock/wait.cpp, and frees its node at its end. The model
+ * checks in every order of steps:
  *
- *   - a writer works alone, readers work with readers only (assertions at the sections);
- *   - writers enter in the order in which they came (tickets);
- *   - every process ends: none waits for ever for a wake-up (no invalid end state);
- *   - at the end the lock is as it was at the start (the last process's assertion);
- *   - with SLEEPING, no wake-up is left over and nobody touches a node that was freed.
+ *   - a writer is alone inside, readers share only with readers (assertions at the sections);
+ *   - writers enter in order of arrival (tickets);
+ *   - every process ends: none waits forever for a wake-up (no invalid end state);
+ *   - at the end the lock is in its initial state (assertion of the last process);
+ *   - with SLEEPING, no wake-up is left over and no thread touches a freed node.
  *
- * What must be found faulty:
+ * Mutants, in which the checker must find a fault:
  *
  *   MUTANT_FRESH_READ  the reader gate reads the flags anew instead of taking them from the value
  *                      that its addition returned
@@ -45,9 +45,9 @@ byte readerTail;
 byte writerHead;
 byte writerTail;
 bool blocked[NODES];
-byte queueLink[NODES]; /* a writer's next; a reader's previous is its process's own */
+byte queueLink[NODES]; /* a writer's next node; a reader's previous node is a local of its process */
 
-/* What the lock does not know. */
+/* For the checks only; not part of the lock. */
 byte readersInside;
 byte writersInside;
 byte nextTicket;
@@ -65,7 +65,7 @@ bool freed[NODES];
 
 inline Take(held) { atomic { !wakeMutex[held] -> wakeMutex[held] = true; LOOK(held) } }
 
-/* Falls asleep in two steps, as where no call of the system does both. */
+/* Releases the mutex and falls asleep in two steps, as on systems without one call for both. */
 inline Wait(mine) {
   do
   :: !blocked[mine] -> break
@@ -86,7 +86,7 @@ inline Wait(mine) {
   skip /* a loop may not end at a step of several accesses */
 }
 
-/* `raise` is a local of the process. The caller's own node needs no mutex, for its thread is
+/* `raise` is a local of the process. The caller's own node needs no mutex, because its thread is
  * awake. */
 inline Wake(target, self) {
   if
@@ -122,7 +122,7 @@ inline Free(ended) {
 #else
 inline Wait(mine) { !blocked[mine] }
 
-/* A look without the wake mutex, and one under it. */
+/* Without SLEEPING there is no wake mutex: tests the node and unblocks it. */
 inline Wake(target, self) {
   if
   :: blocked[target] -> blocked[target] = false
@@ -195,7 +195,7 @@ proctype Reader(byte node) {
       :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == 0 -> ReaderGate(node)
       :: else
       fi;
-      Wait(node) /* the gate has counted this one */
+      Wait(node) /* the gate has counted this reader */
     :: else ->
       Wait(node);
       word = word + READER_UNIT;

@@ -1,4 +1,4 @@
-// A lock that callers make themselves of the exported atomics, as hosts do.
+// A lock built from the exported atomics, as hosts build theirs.
 #include <sched.h>
 
 #include <atomic>
@@ -26,13 +26,13 @@ class AtomicsSubject : public Subject {
       worker_.CountEntry();
       ++subject_.entries_;
       subject_.data_.Write(worker_);
-      worker_.Now("gives it back");
+      worker_.Now("releases it");
       GiveBack();
       worker_.Now("is outside");
     }
 
    private:
-    // In each of the ways that there are, which have to fit each other.
+    // Uses the three possible operations at random; they must work together.
     bool Take() {
       uint64_t* word = &subject_.word_;
       switch (worker_.random().Below(3)) {
@@ -57,7 +57,7 @@ class AtomicsSubject : public Subject {
       }
     }
 
-    // The low byte is the whole of what the word ever holds.
+    // Waits on the low byte only, because the word never exceeds 1.
     void Wait() {
       if (worker_.random().OneIn(4)) {
         KivSdWaitUntilFalse(reinterpret_cast<uint8_t*>(&subject_.word_));
@@ -66,7 +66,7 @@ class AtomicsSubject : public Subject {
       }
     }
 
-    // Leaves the sum as it was, on every thread for itself and so for all.
+    // Each thread's changes add up to 0, so the sum is 0 in the end.
     void Count() {
       KivSdAtomicIncrement(&subject_.sum_);
       KivSdAtomicAdd(&subject_.sum_, 5);

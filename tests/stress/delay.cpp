@@ -14,7 +14,7 @@ constexpr uint32_t kLongestSleepUs = 50;
 constexpr uint32_t kMaxPauses = 64;
 constexpr uint32_t kLingersOneIn = 8;
 
-// What delays a thread.
+// How a thread is delayed.
 struct Delays {
   bool real = false;
   Random random{0};
@@ -39,7 +39,7 @@ void Pause() {
 
 void DelayReally() {
   const uint32_t chance = own.random.Next();
-  // The rarer first: the chances are parts of one another.
+  // The rarest delay first, because its chance is part of the others.
   if (Comes(chance, own.pace.sleepOneIn)) {
     Sleep();
   } else if (Comes(chance, own.pace.yieldOneIn)) {
@@ -67,7 +67,7 @@ void EndDelays() {
   own = {};
 }
 
-// Where it is called from is a place of its own.
+// Not inlined: the return address identifies the caller's place in the code.
 __attribute__((noinline)) void Delay() {
   if (own.turns != nullptr) {
     own.turns->Step(own.seat, __builtin_return_address(0));

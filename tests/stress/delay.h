@@ -1,11 +1,10 @@
-// Delays, which take a thread off its way between any two accesses to what threads share. A trial
-// has one of two kinds:
+// Delays of a thread between any two accesses to shared variables. A trial uses one of two kinds:
 //
-//   real      all threads run at once; a delay is a run of pauses, a yield, or a sleep. What the
-//             processor and the system do to the order of steps is part of it.
-//   in turns  one thread runs at a time, and a delay lets the others go some steps (turns.h). The
-//             orders of steps are as wild, many more of them fit into a second, however busy the
-//             machine is, and the seed alone decides them.
+//   real      All threads run at once. A delay is a run of pauses, a yield or a sleep. The order of
+//             steps also depends on the processor and the system.
+//   in turns  One thread runs at a time, and a delay lets other threads take some steps (turns.h).
+//             Many more orders of steps fit into a second, even on a busy machine, and only the
+//             seed decides them.
 #ifndef KIV_TESTS_STRESS_DELAY_H
 #define KIV_TESTS_STRESS_DELAY_H
 
@@ -15,37 +14,38 @@ namespace kiv::stress {
 
 class Turns;
 
-// How often a thread is delayed, and how: one in so many chances, each a power of two. A run of
-// pauses moves two threads against each other by some instructions, a yield lets others go far,
-// and a sleep of 1 to 50 us lets them take and leave a lock several times.
+// How often a thread is delayed: once in so many chances, each a power of two. A run of pauses
+// shifts two threads against each other by some instructions. A yield lets other threads run
+// further. A sleep of 1 to 50 us lets them take and release a lock several times.
 struct Pace {
   uint32_t pauseOneIn;
   uint32_t yieldOneIn;
   uint32_t sleepOneIn;
 };
 
-// Threads that differ meet in more ways than threads that are alike.
+// Threads of different paces produce more orders of steps than threads of one pace.
 constexpr uint32_t kNever = 0x80000000;
 constexpr Pace kPaces[] = {
     {kNever, kNever, kNever}, {256, 4096, 16384}, {8, 256, 4096}, {4, 32, 512}, {2, 8, 32},
 };
 
-// From here on the calling thread is delayed; a thread that calls neither is not.
+// Start delaying the calling thread, in the real kind or in turns, until EndDelays. Other threads
+// are not delayed.
 void DelayFor(uint64_t seed, const Pace& pace);
 void DelayInTurns(Turns* turns, uint32_t seat);
 void EndDelays();
 
-// A chance to be delayed.
+// One chance of a delay.
 void Delay();
 
-// Lets others on, who may be what the thread waits for. False: the thread is not delayed in turns,
-// and has to wait in the system's way.
+// Lets other threads run, for a thread that waits for one of them. Returns false if the thread is
+// not delayed in turns; it must then wait in the system.
 bool LetOthersOn();
 
-// Stays where it is, at times for as long as others need to take and leave a lock.
+// Delays the thread, sometimes for as long as other threads need to take and release a lock.
 void Linger();
 
-// One chance before what its scope does, and one after.
+// One chance of a delay at the beginning of a scope, and one at its end.
 class DelayAround {
  public:
   DelayAround() { Delay(); }

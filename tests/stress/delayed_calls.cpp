@@ -1,6 +1,7 @@
-// Delays around the calls that the Linux binding of parking, critical sections and yielding makes:
-// the linker sends them here. A thread that is delayed in turns must not wait in the kernel, for
-// nobody else would run; it lets others on until it need not wait.
+// Delays around the calls with which the Linux binding parks threads, enters critical sections and
+// yields; the linker redirects these calls to here. A thread that is delayed in turns must not wait
+// in the kernel, because then no thread would run. It lets other threads run until it can continue
+// without waiting.
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>

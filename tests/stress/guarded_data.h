@@ -1,4 +1,4 @@
-// What a lock guards in a trial, and what its holders see when the lock fails.
+// The data that a lock guards in a trial, with checks that fail when the lock fails.
 #ifndef KIV_TESTS_STRESS_GUARDED_DATA_H
 #define KIV_TESTS_STRESS_GUARDED_DATA_H
 
@@ -10,11 +10,11 @@
 
 namespace kiv::stress {
 
-// Plain variables, which the lock alone orders: a sanitizer sees every access that it does not
-// order, and the holders see each other where two are inside.
+// Plain variables that only the lock orders. A sanitizer reports every access that the lock does
+// not order, and the checks find holders that are inside at the same time.
 class GuardedData {
  public:
-  // By a holder that has to be alone.
+  // Called by an exclusive holder.
   void Write(const Worker& worker) {
     Expect(writer_ == 0, "a writer entered while another was inside");
     writer_ = worker.number();
@@ -28,7 +28,7 @@ class GuardedData {
     writer_ = 0;
   }
 
-  // By a holder that may share.
+  // Called by a shared holder.
   void Read() {
     readers_.fetch_add(1, std::memory_order_relaxed);
     Expect(writer_ == 0, "a reader entered while a writer was inside");
@@ -38,13 +38,13 @@ class GuardedData {
     readers_.fetch_sub(1, std::memory_order_relaxed);
   }
 
-  // How often it was written; not while a trial runs.
+  // Number of writes; call it only when no trial runs.
   uint64_t writes() const { return one_; }
 
  private:
-  uint32_t writer_ = 0;  // number of the one inside
+  uint32_t writer_ = 0;  // number of the writer inside; 0: none
   uint64_t one_ = 0;
-  uint64_t other_ = 0;                // equal to `one_` but for a moment
+  uint64_t other_ = 0;                // equal to `one_` except during a write
   std::atomic<uint32_t> readers_{0};  // relaxed: it must not order what the lock has to
 };
 

@@ -1,10 +1,10 @@
-// Stress of all locks: trial after trial, each with a lock, threads and a pace that it draws.
+// Stress test of all locks: a sequence of trials. Each trial draws a lock, threads and a pace.
 //
-// The locks' sources are built into this program with a chance of a delay around every access to
-// an atomic and every call that parks a thread or wakes it (delayed/atomic.h, delayed_calls.cpp).
-// Trials count their seeds upwards, so that a trial that failed is repeated by starting with its
-// seed. In turns (delay.h) it goes the same way again; otherwise threads make the same choices,
-// and the system may make others.
+// The locks' sources are built into this program with random delays around every access to an
+// atomic and every call that parks or wakes a thread (delayed/atomic.h, delayed_calls.cpp). Each
+// trial's seed is the previous one plus 1: to repeat a failed trial, start with its seed. A trial
+// in turns (delay.h) then takes the same steps again. In other trials the threads make the same
+// choices, but the system may schedule them differently.
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -18,7 +18,7 @@
 #include "stress/trial.h"
 
 static_assert(!std::is_same_v<kiv::Atomic<int>, std::atomic<int>>,
-              "the include path puts the atomics with delays before the library's");
+              "the include path must find the delayed atomics before the library's");
 
 namespace {
 
@@ -47,8 +47,8 @@ std::vector<std::string> NamesOf(const std::vector<const Kind*>& kinds) {
   return names;
 }
 
-// Those that were asked for. If none was, all, and the reader-writer lock twice: its mistakes take
-// the rarest orders of steps.
+// Returns the requested kinds. Without a request, returns all kinds, and the reader-writer lock
+// twice, because its mistakes need the rarest orders of steps.
 std::vector<const Kind*> Choose(const std::vector<const Kind*>& kinds,
                                 const std::vector<std::string>& names) {
   std::vector<const Kind*> chosen;

@@ -31,18 +31,18 @@ constexpr option kOptions[] = {
                "Usage: lock_stress [OPTION ...]\n"
                "Stress of the locks, with random delays inside them.\n\n"
                "  --seconds S   how long; 60 by default\n"
-               "  --seed N      where the trials begin; anywhere by default\n"
-               "  --lock NAME   only this one; may be given several times\n"
-               "  --threads N   in every trial, 2 to %u, where the lock bears so many\n"
-               "  --hang S      seconds without any progress that are a hang; 20 by default\n"
-               "  --help        this text\n\n"
+               "  --seed N      seed of the first trial; random by default\n"
+               "  --lock NAME   only this lock; may be given several times\n"
+               "  --threads N   threads per trial, 2 to %u, or fewer if the lock allows fewer\n"
+               "  --hang S      seconds without progress that count as a hang; 20 by default\n"
+               "  --help        shows this text\n\n"
                "Locks:\n",
                kMaxThreads);
   for (const std::string& lock : locks) std::fprintf(output, "  %s\n", lock.c_str());
   std::exit(code);
 }
 
-// A whole text that is a number between two others.
+// Reads a number from the whole text; fails if it is not between the two limits.
 template <typename Number>
 bool Parse(const char* text, Number least, Number most, Number* number) {
   const char* end = text + std::strlen(text);

@@ -1,4 +1,4 @@
-// Pseudo-random numbers that are cheap and the same on every machine.
+// Cheap pseudo-random numbers; a seed gives equal numbers on every machine.
 #ifndef KIV_TESTS_STRESS_RANDOM_H
 #define KIV_TESTS_STRESS_RANDOM_H
 
@@ -6,8 +6,8 @@
 
 namespace kiv::stress {
 
-// Makes a number of which every bit depends on every bit of the seed: seeds that follow each
-// other give sequences that have nothing in common.
+// Every bit of the result depends on every bit of the seed, so that consecutive seeds give
+// unrelated sequences.
 constexpr uint64_t Scramble(uint64_t seed) {
   seed += 0x9E3779B97F4A7C15;
   seed = (seed ^ (seed >> 30)) * 0xBF58476D1CE4E5B9;

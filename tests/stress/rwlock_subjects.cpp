@@ -1,4 +1,4 @@
-// The reader-writer lock, with every way of waiting.
+// The reader-writer lock, with every kind of waiting.
 #include <atomic>
 #include <cstdio>
 #include <string>
@@ -14,11 +14,11 @@
 namespace kiv::stress {
 namespace {
 
-constexpr uint64_t kWriters = 3;     // a writer is interested, and active
-constexpr uint32_t kReaderUnit = 8;  // above: a reader is counted
+constexpr uint64_t kWriters = 3;     // both flags of a writer: interested and active
+constexpr uint32_t kReaderUnit = 8;  // one counted reader
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-// Limits of waiting of one kind of thread, and of both.
+// Wait limits of readers or writers, and how both kinds of thread wait.
 struct Limits {
   int32_t spinLoops;
   int32_t spinYields;
@@ -30,7 +30,7 @@ struct Waiting {
   Limits writers;
 };
 
-// Threads that only write, that do both, and that hardly do anything but read.
+// Threads that only write, that read and write, and that read almost always.
 constexpr uint32_t kWritesOneIn[] = {1, 1, 2, 8, 1024, 1024};
 
 constexpr Limits kSpinThenSleep = {1, 0, 1};
@@ -84,15 +84,14 @@ class RWLockSubject : public Subject {
     return AtomicRef<T>(*field).load(kRelaxed);
   }
 
-  // A writer that a reader has seen waiting, and so must not overtake.
+  // Whether a reader saw a waiting writer, which it must not overtake.
   struct Sight {
     bool writerWaits;
     uint64_t writersEntered;
   };
 
-  // Where a reader is counted, a writer that is active waits for it; and when no readers are
-  // queued after that, whoever comes next queues behind that writer. The order of the three looks
-  // matters.
+  // An active writer waits while a reader is counted. If no reader is queued after that, the next
+  // reader to come queues behind that writer. The order of the three reads matters.
   Sight LookForWriter() {
     const uint64_t entered = writersEntered_.load(kRelaxed);
     const uint64_t word = Load(&lock_.countAndFlags);
@@ -104,7 +103,7 @@ class RWLockSubject : public Subject {
   KivRWLock lock_;
   GuardedData data_;
   const KivRWLockNode* promisedTo_ = nullptr;  // guarded by the lock: the writer to enter next
-  std::atomic<uint64_t> writersEntered_{0};    // relaxed, like all that must not order anything
+  std::atomic<uint64_t> writersEntered_{0};    // relaxed: must not order what the lock has to
   const int32_t slot_;
 };
 
@@ -127,9 +126,9 @@ class RWLockSubject::RWLockVisitor : public Visitor {
     }
     if (worker_.random().OneIn(16)) {
       Expect(KivSdEndRW(nullptr, &table_, lock_) == KIV_ST_MUTEX_CLEAR,
-             "a lock that a thread did not hold was given back");
+             "a thread released a lock that it did not hold");
     }
-    // A thread may free its nodes as soon as it has left, whoever let it in.
+    // A thread may free its nodes as soon as it has left, even if its waker is not done yet.
     if (worker_.random().OneIn(32)) FreeNodes();
     worker_.Now("is outside");
   }
@@ -142,7 +141,7 @@ class RWLockSubject::RWLockVisitor : public Visitor {
   }
 
   void End() {
-    Expect(KivSdEndRW(nullptr, &table_, lock_) == KIV_ST_OK, "the lock could not be given back");
+    Expect(KivSdEndRW(nullptr, &table_, lock_) == KIV_ST_OK, "the lock could not be released");
   }
 
   void ExpectMode(uint32_t mode) {
@@ -154,7 +153,7 @@ class RWLockSubject::RWLockVisitor : public Visitor {
     KivRWLockFreeQNodes(&table_);
   }
 
-  // The thread has one lock, and so one node.
+  // The thread uses one lock and therefore has one node.
   const KivRWLockNode* node() const { return table_.active[subject_.slot_]; }
 
   void Write() {
@@ -173,9 +172,9 @@ class RWLockSubject::RWLockVisitor : public Visitor {
     subject_.data_.Write(worker_);
     for (uint32_t i = 0; i < again; ++i) End();
     ExpectMode(KIV_RWLOCK_WRITE);
-    // A writer that has linked itself by now is let in by this one, with nobody between them.
+    // If the next writer is linked already, this writer hands the lock to it directly.
     subject_.promisedTo_ = node()->queueLink.load(kRelaxed);
-    worker_.Now("gives it back, writing");
+    worker_.Now("releases it, writing");
     End();
   }
 
@@ -197,14 +196,14 @@ class RWLockSubject::RWLockVisitor : public Visitor {
     }
     if (again) End();
     ExpectMode(KIV_RWLOCK_READ);
-    worker_.Now("gives it back, reading");
+    worker_.Now("releases it, reading");
     End();
   }
 
   RWLockSubject& subject_;
   KivRWLock* const lock_;
   Worker& worker_;
-  const uint32_t writesOneIn_;  // visits; the others read
+  const uint32_t writesOneIn_;  // one in so many visits writes, the others read
   KivRWLockTable table_{};
 };
 
@@ -232,7 +231,8 @@ const std::vector<Kind>& RWLockKinds() {
       {"rwlock-sleeping", 16, Make<1, kSleepAtOnce, kSleepAtOnce>},
       {"rwlock-yielding", 16, Make<1, kNeverSleep, kNeverSleep>},
       {"rwlock-any-limits", 16, MakeWithAnyLimits},
-      // Without blocking a waiter does not even yield: more threads than processors stand still.
+      // Waiters that may not block never yield: with more threads than processors no thread would
+      // make progress.
       {"rwlock-spinning", 2, Make<0, kSpinThenSleep, kSpinThenSleep>},
   };
   return kinds;

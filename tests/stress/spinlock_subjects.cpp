@@ -1,4 +1,4 @@
-// Spinlocks on the heap and in the caller's storage, in both designs.
+// Heap-allocated and lightweight spinlocks, in both designs.
 #include <atomic>
 #include <cstddef>
 #include <string>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::memory_order kRelaxed = std::memory_order_relaxed;
 
-// A field of a lock whose layout is no header's.
+// Reads a field of a lock whose layout no header declares.
 template <typename T>
 T FieldAt(const KivSdLWSpinlock& lock, size_t offset) {
   auto* storage = reinterpret_cast<unsigned char*>(const_cast<uint64_t*>(lock.opaque));
@@ -70,7 +70,7 @@ class HeapLock {
   KivSdSpinlock* const lock_;
 };
 
-// The pair that does not count; test-and-set counts all the same.
+// The non-reentrant pair. Test-and-set counts its acquisitions even so.
 template <bool kTickets>
 class PlainHeapLock : public HeapLock<kTickets> {
  public:
@@ -92,7 +92,7 @@ class LightweightLock {
   LightweightLock(const LightweightLock&) = delete;
   LightweightLock& operator=(const LightweightLock&) = delete;
 
-  // The lock finds out by itself who calls.
+  // The lock looks up the calling thread itself.
   void Acquire(uint32_t /*thread*/) { KivSdLWSpinlockAcquire(&lock_); }
   void Release() { KivSdLWSpinlockRelease(&lock_); }
   bool IsOwnedBy(uint32_t /*thread*/) const { return KivSdLWSpinlockOwner(&lock_) != 0; }
@@ -132,7 +132,7 @@ class SpinlockSubject : public Subject {
     void Visit() override {
       Lock& lock = subject_.lock_;
       const uint32_t me = worker_.number();
-      Expect(!lock.IsOwnedBy(me), "the lock was a thread's that did not hold it");
+      Expect(!lock.IsOwnedBy(me), "a thread owned a lock that it did not hold");
       worker_.Now("takes it");
       const int64_t drawn = Lock::kHasTickets ? lock.TicketsDrawn() : 0;
       lock.Acquire(me);
@@ -140,10 +140,10 @@ class SpinlockSubject : public Subject {
       worker_.CountEntry();
       subject_.CheckOrder(drawn);
       Expect(lock.IsOwnedBy(me), "the holder was not the lock's owner");
-      Expect(lock.IsTaken(1), "a lock that was taken once was counted otherwise");
+      Expect(lock.IsTaken(1), "the count was not 1 after one acquire");
       if (Lock::kIsReentrant && worker_.random().OneIn(4)) TakeAgain();
       subject_.data_.Write(worker_);
-      worker_.Now("gives it back");
+      worker_.Now("releases it");
       lock.Release();
       worker_.Now("is outside");
     }
@@ -154,14 +154,14 @@ class SpinlockSubject : public Subject {
       const uint32_t depth = worker_.random().Between(2, 4);
       for (uint32_t times = 2; times <= depth; ++times) {
         lock.Acquire(worker_.number());
-        Expect(lock.IsTaken(times), "taking again was not counted");
+        Expect(lock.IsTaken(times), "a re-entry was not counted");
       }
       subject_.data_.Write(worker_);
       ++subject_.writesInside_;
       for (uint32_t left = depth - 1; left >= 1; --left) {
         lock.Release();
-        Expect(lock.IsTaken(left), "giving back was not counted");
-        Expect(lock.IsOwnedBy(worker_.number()), "giving back once too few freed the lock");
+        Expect(lock.IsTaken(left), "a release was not counted");
+        Expect(lock.IsOwnedBy(worker_.number()), "the lock was freed before the last release");
       }
     }
 
@@ -181,8 +181,8 @@ class SpinlockSubject : public Subject {
   std::string Describe() const override { return lock_.Describe(); }
 
  private:
-  // By the holder. With tickets the n-th to enter holds ticket n, and all who had drawn theirs
-  // before it came (`drawn`) have entered before it.
+  // Called by the holder. With tickets, the n-th thread to enter holds ticket n, and all threads
+  // that drew a ticket before this one arrived (`drawn` tickets) have entered before it.
   void CheckOrder(int64_t drawn) {
     const int64_t entry = static_cast<int64_t>(entries_++);
     if (!Lock::kHasTickets) return;
@@ -193,7 +193,7 @@ class SpinlockSubject : public Subject {
   Lock lock_;
   GuardedData data_;
   uint64_t entries_ = 0;       // guarded by the lock
-  uint64_t writesInside_ = 0;  // by holders that took it again; guarded by the lock
+  uint64_t writesInside_ = 0;  // by holders that had re-entered; guarded by the lock
 };
 
 template <typename Lock>

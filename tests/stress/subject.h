@@ -12,12 +12,12 @@
 
 namespace kiv::stress {
 
-// What one thread does with the lock, from its beginning to its end.
+// One thread's use of the lock, from the thread's start to its end.
 class Visitor {
  public:
   virtual ~Visitor() = default;
 
-  // Takes the lock, looks around, and gives it back.
+  // Takes the lock, checks the guarded data and releases the lock.
   virtual void Visit() = 0;
 };
 
@@ -25,20 +25,20 @@ class Subject {
  public:
   virtual ~Subject() = default;
 
-  // On the thread that will use it.
+  // Called on the thread that will use the visitor.
   virtual std::unique_ptr<Visitor> MakeVisitor(Worker* worker) = 0;
 
-  // Checks the lock when all threads have ended.
+  // Checks that the lock is free after all threads have ended.
   virtual void ExpectFree() = 0;
 
-  // The lock's fields, for a report; read as they are while threads use them.
+  // Returns the lock's fields for a report; threads may be changing them.
   virtual std::string Describe() const = 0;
 };
 
 struct Kind {
   const char* name;
-  uint32_t mostThreads;  // that get on where there are fewer processors
-  // `random` draws what may differ from trial to trial.
+  uint32_t mostThreads;  // limit at which threads still progress on few processors
+  // `random` draws the properties that may differ from trial to trial.
   std::unique_ptr<Subject> (*make)(Random* random);
 };
 

@@ -15,7 +15,7 @@
 namespace kiv::stress {
 namespace {
 
-// Few threads make the most orders of steps, many the longest queues.
+// Few threads produce the most orders of steps, many threads the longest queues.
 constexpr uint32_t kThreads[] = {2, 2, 3, 3, 3, 4, 4, 5, 8, 16};
 constexpr int32_t kSpinBudgets[] = {0, 1, 20, 200, 2000};
 constexpr uint32_t kShortestMs = 40;
@@ -26,7 +26,7 @@ constexpr std::chrono::milliseconds kBetweenLooks{5};
 // The trial that Expect reports on.
 std::atomic<const Trial*> running{nullptr};
 
-// Once; other threads that fail meanwhile wait for the end.
+// Reports the first failure only; other failing threads wait for the end of the process.
 [[noreturn]] void ReportAndAbort(const char* what) {
   static std::atomic<bool> reported{false};
   while (reported.exchange(true)) pause();
@@ -58,7 +58,7 @@ Trial::Trial(uint64_t seed, const Wishes& wishes)
   for (uint32_t number = 1; number <= threads_; ++number) {
     workers_.emplace_back(number, Scramble(seed) + number);
   }
-  // After the lock is made, for the first of a process measures the budget.
+  // Set after the lock is created, because a process's first lock measures the budget.
   KIV_SDSYNC_BUSYSPIN_UPPERLIMIT = spinBudget_;
   running.store(this);
 }
@@ -85,7 +85,7 @@ void Trial::Report() const {
   }
 }
 
-// One life: a visitor, with nodes of its own where the lock has nodes.
+// The visits of one visitor, which has its own nodes if the lock uses nodes.
 void Trial::Visit(Worker* worker) {
   const std::unique_ptr<Visitor> visitor = subject_->MakeVisitor(worker);
   for (uint32_t left = worker->random().Between(1, kMaxVisitsInALife);
@@ -116,7 +116,7 @@ void Trial::Occupy(Worker* worker) {
   ended_.fetch_add(1);
 }
 
-// Looks are counted, and not the time: a process that stood still as a whole does not hang.
+// Counts looks instead of time, so that a suspended process does not count as a hang.
 template <typename Condition>
 void Trial::Watch(Condition isOver) {
   uint64_t seen = Entries();
@@ -127,7 +127,7 @@ void Trial::Watch(Condition isOver) {
     looksWithout = entries == seen ? looksWithout + 1 : 0;
     seen = entries;
     Expect(looksWithout < hangLooks_,
-           "nothing moves: threads wait for a lock that none gives back");
+           "no progress: threads wait for a lock that is never released");
   }
 }
 

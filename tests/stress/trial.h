@@ -1,4 +1,4 @@
-// One trial: some threads use one lock for a moment.
+// One trial: some threads use one lock for a short time.
 #ifndef KIV_TESTS_STRESS_TRIAL_H
 #define KIV_TESTS_STRESS_TRIAL_H
 
@@ -15,15 +15,15 @@
 
 namespace kiv::stress {
 
-// What is asked of all trials.
+// The settings of all trials.
 struct Wishes {
-  std::vector<const Kind*> kinds;  // one after the other
-  uint32_t threads;                // 0: as many as each trial draws
-  double hangSeconds;              // without any progress
+  std::vector<const Kind*> kinds;  // used in turn
+  uint32_t threads;                // 0: each trial draws its number
+  double hangSeconds;              // without progress, after which a trial counts as hung
 };
 
-// The seed decides everything but what the threads and the system make of it. The process ends
-// with a report when a check fails or nothing moves any more.
+// The seed decides everything except the scheduling of threads in a real trial. If a check fails or
+// no thread makes progress, the trial reports and ends the process.
 class Trial {
  public:
   Trial(uint64_t seed, const Wishes& wishes);
@@ -36,16 +36,16 @@ class Trial {
   const Kind& kind() const { return kind_; }
   uint64_t Entries() const;
 
-  // Prints which trial this is, how to repeat it, and what every thread is at.
+  // Prints the trial, how to repeat it, and the current step of every thread.
   void Report() const;
 
  private:
-  // All the threads of one place, one after the other; in turns it is one thread.
+  // Runs the threads of one place, one after the other. A trial in turns has one thread per place.
   void Occupy(Worker* worker);
   void Live(Worker* worker);
   void Visit(Worker* worker);
 
-  // Waits until `isOver`, unless nothing moves for too long.
+  // Waits until `isOver` returns true; fails if there is no progress for too long.
   template <typename Condition>
   void Watch(Condition isOver);
 
@@ -61,7 +61,7 @@ class Trial {
   Turns turns_;
   std::deque<Worker> workers_;
   std::atomic<bool> isOver_{false};
-  std::atomic<uint32_t> ended_{0};  // places whose last thread has ended
+  std::atomic<uint32_t> ended_{0};  // number of places whose last thread has ended
 };
 
 }  // namespace kiv::stress

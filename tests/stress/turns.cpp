@@ -4,7 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Where the program begins in memory; from the linker.
+// The program's address in memory; defined by the linker.
 extern "C" const char __executable_start;
 
 namespace kiv::stress {
@@ -18,7 +18,7 @@ constexpr uint32_t kLingersOneIn = 8;
 constexpr uint32_t kLongestDelayBits = 10;  // up to 2^10 steps: some dozens of entries
 constexpr uint32_t kLongestPassBits = 6;
 
-// Any magnitude is as likely as any other.
+// Draws the number of bits first, so that short and long delays are equally likely.
 uint64_t DrawSteps(Random* random, uint32_t mostBits) {
   const uint32_t bits = random->Between(1, mostBits);
   return (uint64_t{1} << (bits - 1)) + random->Below(1u << (bits - 1));
@@ -46,7 +46,7 @@ Turns::Turns(uint64_t seed, uint32_t seats) : missing_(seats) {
 void Turns::Join(uint32_t seat) {
   Seat& own = seats_[seat];
   own.taken.store(true, kRelaxed);
-  // Not whoever came last begins, but the same one in every run.
+  // The first seat begins in every run, not the thread that happens to join last.
   if (missing_.fetch_sub(1, kRelaxed) == 1) GiveTurn(&seats_.front().turn);
   AwaitTurn(&own.turn);
 }
@@ -67,7 +67,7 @@ void Turns::ChangePace(uint32_t seat) {
 
 void Turns::Step(uint32_t seat, const void* place) {
   Seat& own = seats_[seat];
-  // Counted from where the program begins, a place has the same number in every run.
+  // Relative to the program's address, a place has the same number in every run.
   const auto number = static_cast<uint64_t>(static_cast<const char*>(place) - &__executable_start);
   const bool isSlow = Random(own.places ^ number).OneIn(own.slowOneIn);
   StepWithDelay(&own, isSlow ? kDelayWhereSlowOneIn : own.delayOneIn);
@@ -91,7 +91,8 @@ void Turns::SleepFor(Seat* seat, uint64_t steps) {
   HandOver(seat, DrawNext(&seat->random));
 }
 
-// Any of those that are awake; where all sleep, the first to wake, and time moves on to then.
+// Returns a random seat that is awake. If all sleep, returns the first to wake and advances the
+// time to its wake-up. Null if no seat is taken.
 Turns::Seat* Turns::DrawNext(Random* random) {
   const uint64_t now = now_.load(kRelaxed);
   Seat* drawn = nullptr;

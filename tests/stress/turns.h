@@ -1,5 +1,5 @@
-// Threads that take turns: one runs at a time, and the seed decides who runs next and for how
-// long.
+// Threads that take turns: one thread runs at a time. The seed decides which one runs next, and for
+// how long.
 #ifndef KIV_TESTS_STRESS_TURNS_H
 #define KIV_TESTS_STRESS_TURNS_H
 
@@ -11,35 +11,37 @@
 
 namespace kiv::stress {
 
-// Time is counted in the steps of all threads. A thread that is delayed sleeps for some of them,
-// and the turn goes to one that is awake. It may be delayed at any step; but some places of the
-// code are slow for it, where it is delayed every other time. Mistakes that take three or four
-// long delays, each at its own place and none between, come to light this way.
+// Time is counted in steps of all threads. A delayed thread sleeps for some steps, and the turn
+// goes to a thread that is awake. A thread may be delayed at any step; at some places in the code,
+// its slow places, it is delayed every other time. This finds mistakes that need three or four long
+// delays, each at its own place and none in between.
 //
-// A turn is handed over without any order that a sanitizer knows of: its atomics are relaxed and
-// its waits are the kernel's own. So the lock alone orders what it guards here, too.
+// A sanitizer sees no order in a handover of the turn: the atomics are relaxed and the waits are
+// direct system calls. The lock alone orders the data that it guards.
 class Turns {
  public:
   Turns(uint64_t seed, uint32_t seats);
   Turns(const Turns&) = delete;
   Turns& operator=(const Turns&) = delete;
 
-  // Takes a seat, and returns when all are taken and it is the seat's turn.
+  // Takes a seat; returns when all seats are taken and it is this seat's turn.
   void Join(uint32_t seat);
 
-  // Only in turn: gives the seat up.
+  // The following are called only by the thread whose turn it is.
+
+  // Gives up the seat.
   void Leave(uint32_t seat);
 
-  // Only in turn: draws anew how often the thread is delayed, and its slow places.
+  // Draws a new delay frequency and new slow places.
   void ChangePace(uint32_t seat);
 
-  // Only in turn: a step, at a place in the code. Most go on at once; some are followed by a delay.
+  // Takes a step at a place in the code. A delay follows some steps.
   void Step(uint32_t seat, const void* place);
 
-  // Only in turn: a step, often followed by a delay.
+  // Takes a step; a delay follows often.
   void Linger(uint32_t seat);
 
-  // Only in turn: a step that waits for others.
+  // Takes a step and lets other threads run.
   void Pass(uint32_t seat);
 
  private:
@@ -47,12 +49,12 @@ class Turns {
     explicit Seat(uint64_t seed) : random(seed) {}
 
     Random random;
-    uint32_t delayOneIn = 1;         // steps
-    uint32_t slowOneIn = 1;          // places
-    uint64_t places = 0;             // decides which
-    std::atomic<bool> taken{false};  // read by whoever is in turn
+    uint32_t delayOneIn = 1;         // one in so many steps is delayed
+    uint32_t slowOneIn = 1;          // one in so many places is slow
+    uint64_t places = 0;             // seed that selects the slow places
+    std::atomic<bool> taken{false};  // read by the thread whose turn it is
     std::atomic<uint64_t> sleepsUntil{0};
-    std::atomic<uint32_t> turn{0};  // 1: it is the seat's; the kernel waits on it
+    std::atomic<uint32_t> turn{0};  // 1: it is this seat's turn; a futex
   };
 
   void StepWithDelay(Seat* seat, uint32_t oneIn);
@@ -61,8 +63,8 @@ class Turns {
   void HandOver(Seat* from, Seat* to);
 
   std::deque<Seat> seats_;
-  std::atomic<uint32_t> missing_;  // seats that are not taken yet
-  std::atomic<uint64_t> now_{0};   // steps so far
+  std::atomic<uint32_t> missing_;  // number of seats not taken yet
+  std::atomic<uint64_t> now_{0};   // number of steps so far
 };
 
 }  // namespace kiv::stress

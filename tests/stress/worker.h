@@ -1,4 +1,4 @@
-// One thread's place in a trial. Threads end and others take their places.
+// One thread's place in a trial. When a thread ends, another takes its place.
 #ifndef KIV_TESTS_STRESS_WORKER_H
 #define KIV_TESTS_STRESS_WORKER_H
 
@@ -9,19 +9,19 @@
 
 namespace kiv::stress {
 
-// What is atomic is for whoever reports on the trial; relaxed, so that no order between threads
-// comes of it that the lock would not make.
+// The atomics are for the report on the trial. They are relaxed, so that they add no order between
+// threads beyond the lock's own.
 class Worker {
  public:
-  // The first's number is 1: a lock that nobody holds has the owner 0.
+  // Numbers begin at 1, because the owner of a free lock is 0.
   Worker(uint32_t number, uint64_t seed) : number_(number), random_(seed) {}
 
   uint32_t number() const { return number_; }
   Random& random() { return random_; }
 
-  // Says what comes next, as a text that stays: "takes it".
+  // Records the next step, for example "takes it". The text must outlive the trial.
   void Now(const char* step) { step_.store(step, std::memory_order_relaxed); }
-  // Inside the lock once more.
+  // Counts one more entry into the lock.
   void CountEntry() { entries_.fetch_add(1, std::memory_order_relaxed); }
 
   const char* step() const { return step_.load(std::memory_order_relaxed); }
@@ -34,8 +34,8 @@ class Worker {
   std::atomic<uint64_t> entries_{0};
 };
 
-// Ends the process with a report of the running trial unless it holds. `what` says what went wrong
-// as the end of a sentence: "a second writer entered".
+// Unless the condition holds, reports on the running trial and ends the process. `what` describes
+// the failure, for example "a second writer entered".
 void Expect(bool holds, const char* what);
 
 }  // namespace kiv::stress

@@ -11,7 +11,7 @@
 
 namespace {
 
-// Natively the calls come here all the time, from every thread.
+// Atomic: natively every thread's calls come here, even without a BlockCount.
 std::atomic<uint64_t> allocations{0};
 std::atomic<uint64_t> frees{0};
 

@@ -1,8 +1,8 @@
-// Counts the blocks that the library takes from the memory manager and gives back, while it
-// lives. One at a time, and the library used by one thread.
+// Counts the blocks that the library takes from the memory manager and gives back during the
+// object's lifetime. Only one object at a time; only one thread may use the library.
 //
-// On Windows the DLL's calls of the runtime's malloc and free are patched. Elsewhere the linker
-// sends the library's calls of the manager here: link the program with kiv_block_count.
+// On Windows the object patches the DLL's calls of malloc and free. Elsewhere the linker redirects
+// the library's calls of the manager to here: link the program with kiv_block_count.
 #ifndef KIV_TESTS_BLOCK_COUNT_H
 #define KIV_TESTS_BLOCK_COUNT_H
 

@@ -8,12 +8,12 @@
 namespace kiv::test {
 namespace {
 
-constexpr char kUntouched = '\x5A';  // in what no block may cover
+constexpr char kUntouched = '\x5A';  // fills the bytes that no block may cover
 constexpr uint32_t kPatterns = 4096;
 constexpr uint32_t kLargestArena = 1 << 20;
 
-// Random bytes. Each pattern starts a word later than the one before it, so that a block shows when
-// it has been moved or has another's content.
+// Random bytes. Each pattern starts 8 bytes behind the one before it. A block that was moved, or
+// that has another block's content, therefore does not match its pattern.
 const char* PatternBytes(uint32_t pattern) {
   static const std::vector<char> bytes = [] {
     std::vector<char> made(kPatterns * 8 + kLargestArena);
@@ -110,7 +110,7 @@ bool CheckedHeap::Holds(uint32_t block, uint32_t pattern, uint32_t sizeBytes) {
   return std::memcmp(PayloadAt(block), PatternBytes(pattern), sizeBytes) == 0;
 }
 
-// `touched` is the block that the operation answered with, if any.
+// `touched` is the block that the operation returned, if any.
 void CheckedHeap::Check(uint32_t touched) {
   if (!fault_.empty()) return;
   CheckBriefly(touched);

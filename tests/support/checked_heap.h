@@ -1,5 +1,5 @@
-// A heap of the library beside its model. Every operation goes to both; afterwards both must have
-// answered alike, look alike, and have kept what lies in the blocks in use.
+// A heap of the library and its model. Every operation is applied to both. Afterwards both must
+// have returned the same block and be in the same state, and the blocks in use must be unchanged.
 #ifndef KIV_TESTS_CHECKED_HEAP_H
 #define KIV_TESTS_CHECKED_HEAP_H
 
@@ -18,29 +18,30 @@ class CheckedHeap {
  public:
   explicit CheckedHeap(uint32_t arenaBytes, KivSdSpinlock* lock = nullptr);
 
-  // As those of the model; blocks are offsets. A block in use is filled to its last byte.
+  // The operations of the model. A block is given by its offset. A block in use is filled to its
+  // last byte.
   uint32_t Allocate(uint32_t sizeBytes);
   void Free(uint32_t block);
   uint32_t Reallocate(uint32_t block, uint32_t sizeBytes);
   void Consolidate();
 
-  // The first thing that went wrong. Nothing is done once there is one.
+  // The first fault found, or an empty text. After a fault the operations do nothing.
   const std::string& fault() const { return fault_; }
 
-  // What costs little is compared after every operation: the answer, the block's header, the skip
-  // table, the heads of the bins and the parked count. A long run may do the rest less often.
+  // The cheap comparisons follow every operation: the returned block, its header, the skip table,
+  // the heads of the bins and the parked count. A long run may do the rest less often.
   struct Pace {
-    uint32_t walkAfterEach = 1;  // operations until the arena is walked
-    uint32_t readAfterEach = 1;  // operations until all blocks in use are read
+    uint32_t walkAfterEach = 1;  // operations between two walks of the arena
+    uint32_t readAfterEach = 1;  // operations between two checks of all blocks in use
   };
   void SetPace(Pace pace) { pace_ = pace; }
 
-  // Walks and reads now.
+  // Walks the arena and checks all blocks in use.
   void CheckEverything();
 
   Heap& heap() { return *heap_; }
   const HeapModel& model() const { return model_; }
-  const HeapWalk& walk() const { return walk_; }  // of the last walk
+  const HeapWalk& walk() const { return walk_; }  // result of the last walk
 
  private:
   void Check(uint32_t touched);
@@ -59,7 +60,7 @@ class CheckedHeap {
   Heap* heap_;
   HeapModel model_;
   HeapWalk walk_;
-  std::map<uint32_t, uint32_t> patterns_;  // what each block in use was filled with
+  std::map<uint32_t, uint32_t> patterns_;  // the fill pattern of each block in use
   uint32_t nextPattern_ = 0;
   Pace pace_;
   uint64_t operations_ = 0;

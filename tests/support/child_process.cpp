@@ -16,7 +16,7 @@ constexpr DWORD kLongestRoleMs = 90000;
 constexpr int kMaxStarts = 3;
 constexpr char kRoleFlag[] = "--role=";
 
-// Made on first use: roles register before main, in any order.
+// Created on first use, because roles register before main and in any order.
 std::map<std::string, Role>& Roles() {
   static std::map<std::string, Role> roles;
   return roles;
@@ -28,7 +28,7 @@ std::string OwnPath() {
   return path;
 }
 
-// Wine fails now and then to start a process on a busy machine, and starts it the next time.
+// On a busy machine Wine sometimes fails to start a process. The next try succeeds.
 bool Start(const std::string& path, std::string line, STARTUPINFOA* startup,
            PROCESS_INFORMATION* made) {
   constexpr BOOL kInheritHandles = TRUE;
@@ -41,7 +41,7 @@ bool Start(const std::string& path, std::string line, STARTUPINFOA* startup,
   }
 }
 
-// Ends a role whose test is gone: some roles wait until they are killed.
+// Ends a role whose test has ended: some roles wait until they are killed.
 DWORD WINAPI EndLate(void*) {
   Sleep(kLongestRoleMs);
   TerminateProcess(GetCurrentProcess(), kRoleOutlived);
@@ -53,7 +53,7 @@ uint32_t PlayRole(const std::string& name, const RoleArguments& arguments) {
   if (found == Roles().end()) return kRoleUnknown;
   CloseHandle(CreateThread(nullptr, 0, EndLate, nullptr, 0, nullptr));
   const uint32_t result = found->second(arguments);
-  // Checks outside of a test are collected here.
+  // GoogleTest collects the failures of checks outside a test here.
   const bool failed = testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed();
   return failed ? kRoleFailed : result;
 }

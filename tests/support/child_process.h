@@ -1,8 +1,8 @@
-// Second processes for tests: a test program starts itself in a role.
+// Child processes for tests: a test program starts itself in a role.
 //
-// A program that links this has its main here. Started as PROGRAM --role=NAME ARGUMENT ... it runs
-// the role of that name and ends with the role's result; started otherwise it runs its tests. A
-// role may use the checks of a test: when one fails, the process ends with kRoleFailed instead.
+// This file has the main of a program that links it. Started as PROGRAM --role=NAME ARGUMENT ...,
+// the program runs the role of that name and exits with the role's result. Otherwise it runs its
+// tests. A role may use the checks of a test; if one fails, the process exits with kRoleFailed.
 #ifndef KIV_TESTS_CHILD_PROCESS_H
 #define KIV_TESTS_CHILD_PROCESS_H
 
@@ -15,11 +15,11 @@ namespace kiv::test {
 using RoleArguments = std::vector<std::string>;
 using Role = uint32_t (*)(const RoleArguments& arguments);
 
-constexpr uint32_t kRoleDone = 41;      // not what a killed or a crashed process ends with
+constexpr uint32_t kRoleDone = 41;      // not an exit code of a killed or crashed process
 constexpr uint32_t kRoleFailed = 42;    // a check failed; the process has printed it
 constexpr uint32_t kRoleUnknown = 43;   // the program has no such role
-constexpr uint32_t kRoleOutlived = 45;  // the role went on long after any test would
-constexpr uint32_t kKilled = 44;        // by ChildProcess::Kill
+constexpr uint32_t kRoleOutlived = 45;  // the role ran longer than any test
+constexpr uint32_t kKilled = 44;        // ChildProcess::Kill ended the process
 constexpr uint32_t kStillRunning = 259;
 
 // const RegisteredRole holder("holder", [](const RoleArguments& arguments) { ... });
@@ -28,8 +28,8 @@ class RegisteredRole {
   RegisteredRole(const char* name, Role role);
 };
 
-// This program in a role. Fails the test when it cannot be started. What still runs when the test
-// ends is killed.
+// This program, started in a role. Fails the test if it cannot be started. The destructor kills a
+// process that still runs.
 class ChildProcess {
  public:
   explicit ChildProcess(const std::string& role, const RoleArguments& arguments = {});
@@ -40,11 +40,11 @@ class ChildProcess {
   void* handle() const { return process_; }
   uint32_t id() const { return id_; }
 
-  // Whether the process ended within the time.
+  // Waits up to `timeoutMs`. Whether the process has ended.
   bool EndsWithin(uint32_t timeoutMs) const;
 
-  // Waits for the end and returns the exit code; fails the test and returns kStillRunning when
-  // the process does not end.
+  // Waits until the process ends and returns its exit code. If it does not end, fails the test and
+  // returns kStillRunning.
   uint32_t ExitCode() const;
 
   void Kill() const;
@@ -54,7 +54,7 @@ class ChildProcess {
   uint32_t id_ = 0;
 };
 
-// A signal that processes share by name; who waits takes it.
+// A signal that processes share by name. A wait that succeeds clears it.
 class SharedSignal {
  public:
   explicit SharedSignal(const std::string& name);
@@ -64,7 +64,7 @@ class SharedSignal {
 
   const std::string& name() const { return name_; }
   void Set() const;
-  // Fails the test when the signal does not come.
+  // Fails the test if the signal is not set in time.
   void Await() const;
 
  private:

@@ -1,4 +1,4 @@
-// A context record for tests, and the check of what an operation returned and recorded.
+// A context record for tests, and checks of the status that an operation returned and recorded.
 #ifndef KIV_TESTS_CONTEXT_H
 #define KIV_TESTS_CONTEXT_H
 
@@ -9,8 +9,8 @@
 
 namespace kiv::test {
 
-// Holds an older failure from the start, so that every check of a success also shows that the
-// success cleared it. Passes as a KivSdContext*.
+// Starts with an older failure in the record, so that every check of a success also checks that the
+// success cleared it. Converts to a KivSdContext*.
 class Context {
  public:
   static constexpr uint32_t kOldStatus = 1130999;
@@ -32,7 +32,8 @@ class Context {
   KivSdContext record_;
 };
 
-// An operation returned `returned`; it must be `status`, and the record must say the same.
+// Checks that `returned`, the status that an operation returned, is `status`, and that the record
+// holds `status` and `osError`.
 inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status,
                           uint32_t osError) {
   EXPECT_EQ(returned, status);
@@ -42,8 +43,8 @@ inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status
 
 }  // namespace kiv::test
 
-// CHECK_OUTCOME(ctx, KivSdMemClear(ctx, p, n), KIV_ST_OK, 0): status and record checked together.
-// The record is spoilt first.
+// CHECK_OUTCOME(ctx, KivSdMemClear(ctx, p, n), KIV_ST_OK, 0) puts the older failure into the
+// record, makes the call, and checks the status and the record together.
 #define CHECK_OUTCOME(ctx, call, status, osError)             \
   do {                                                        \
     SCOPED_TRACE(#call);                                      \
@@ -52,10 +53,10 @@ inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status
     kiv::test::ExpectOutcome(ctx, returned, status, osError); \
   } while (false)
 
-// The usual one: a success leaves {0, 0}.
+// Checks that a call succeeds and leaves {0, 0} in the record.
 #define CHECK_OK(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_OK, 0u)
 
-// Checks the status of an operation that leaves the record alone.
+// Checks the status of an operation that does not write the record.
 #define CHECK_SILENT(ctx, call, status)        \
   do {                                         \
     (ctx).Spoil();                             \
@@ -63,7 +64,7 @@ inline void ExpectOutcome(const Context& ctx, uint32_t returned, uint32_t status
     EXPECT_TRUE((ctx).IsUntouched()) << #call; \
   } while (false)
 
-// A bad argument leaves {KIV_ST_ARGUMENT, 0}.
+// Checks that a call fails with KIV_ST_ARGUMENT and leaves {KIV_ST_ARGUMENT, 0} in the record.
 #define CHECK_ARGUMENT(ctx, call) CHECK_OUTCOME(ctx, call, KIV_ST_ARGUMENT, 0u)
 
 #endif

@@ -1,4 +1,4 @@
-// Files of direct I/O for tests, and memory that they may be read into and written from.
+// Direct I/O files for tests, and buffers for their transfers.
 #ifndef KIV_TESTS_DIRECT_IO_H
 #define KIV_TESTS_DIRECT_IO_H
 
@@ -26,7 +26,7 @@ constexpr uint32_t kBlockBytes = KIV_PAGE_UNIT;
 constexpr uint32_t kReadAndWrite = GENERIC_READ | GENERIC_WRITE;
 constexpr uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Cleared blocks on a page of their own, so that they meet every sector's alignment.
+// Zeroed blocks that start on a page boundary, which satisfies every sector alignment.
 class Blocks {
  public:
   explicit Blocks(uint32_t count)
@@ -40,7 +40,7 @@ class Blocks {
 
   unsigned char* At(uint32_t block) { return bytes_ + size_t{block} * kBlockBytes; }
 
-  // Gives a block contents that no other number or seed gives.
+  // Fills a block with content that is unique to the number and the seed.
   void Fill(uint32_t block, uint64_t number, uint64_t seed = 0) {
     for (uint64_t word = 0; word < kWords; ++word) {
       const uint64_t value = Word(number, seed, word);
@@ -67,7 +67,7 @@ class Blocks {
   unsigned char* bytes_;
 };
 
-// A file that is open for reading and writing, and is made when it is not there.
+// A file opened for reading and writing. Creates the file if it does not exist.
 class DirectFile {
  public:
   explicit DirectFile(const std::string& path, uint32_t flags = 0) {
@@ -81,7 +81,7 @@ class DirectFile {
 
   operator uint32_t() const { return file_; }
 
-  // One block, without a record.
+  // Writes one block without a completion record.
   void Write(uint32_t block, uint64_t number, uint64_t seed = 0) {
     Context ctx;
     Blocks blocks(1);
@@ -103,7 +103,7 @@ class DirectFile {
   uint32_t file_ = KIV_DIRECTIO_NONE;
 };
 
-// An array of completion records that have their events while it lives.
+// An array of completion records. Creates their events, and closes them when it is destroyed.
 template <uint32_t kCount>
 class Records {
  public:

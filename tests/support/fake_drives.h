@@ -1,4 +1,4 @@
-// Drives that a test makes up, in place of those that kivsdu.dll would find on this machine.
+// Fake drives that kivsdu.dll finds in place of the machine's drives.
 #ifndef KIV_TESTS_FAKE_DRIVES_H
 #define KIV_TESTS_FAKE_DRIVES_H
 
@@ -18,17 +18,17 @@ namespace kiv::test {
 
 struct FakeDrive {
   UINT type = DRIVE_FIXED;
-  bool hasNames = true;  // whether the system can read the volume's names
+  bool hasNames = true;  // whether the volume's names can be read
   std::string label = "Volume";
   std::string fileSystem = "NTFS";
-  bool hasSpace = true;  // whether the system can read the volume's room
+  bool hasSpace = true;  // whether the volume's free space can be read
   DWORD sectorsPerCluster = 8;
   DWORD bytesPerSector = 512;
   DWORD freeClusters = 1;
   DWORD totalClusters = 3;
 };
 
-// One at a time. Keeps every call that the DLL makes, as text and in order.
+// Only one object at a time. Records every call of the DLL as text, in order.
 class FakeDrives {
  public:
   FakeDrives() { current_ = this; }
@@ -72,7 +72,7 @@ class FakeDrives {
                            LPDWORD freeClusters, LPDWORD totalClusters) {
     const FakeDrive& drive = Called("GetDiskFreeSpaceA", root);
     SetLastError(ERROR_NOT_READY);
-    // Also on failure, so that a result taken from a failed call shows.
+    // Stored on failure too, so that a test notices if the DLL uses the outputs of a failed call.
     *sectorsPerCluster = drive.sectorsPerCluster;
     *bytesPerSector = drive.bytesPerSector;
     *freeClusters = drive.freeClusters;

@@ -1,4 +1,4 @@
-// Failover mode with a lease guard that counts.
+// Failover mode with a lease guard that counts its runs.
 #ifndef KIV_TESTS_GUARD_WATCH_H
 #define KIV_TESTS_GUARD_WATCH_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv::test {
 
-// Failover mode is on and the guard installed while it lives.
+// Turns failover mode on and installs the guard. The destructor undoes both.
 class GuardWatch {
  public:
   explicit GuardWatch(uint8_t mode = 1) {
@@ -25,7 +25,7 @@ class GuardWatch {
   GuardWatch(const GuardWatch&) = delete;
   GuardWatch& operator=(const GuardWatch&) = delete;
 
-  // Runs of the guard since the last question.
+  // Returns the runs of the guard since the last call.
   uint32_t TakeRuns() {
     const uint32_t runs = runs_;
     runs_ = 0;

@@ -1,5 +1,5 @@
-// Buffers and records that are spoilt before a call and lie between guard bytes, so that a test
-// sees what an operation did not clear and what it wrote beside its output.
+// Buffers and records that are pre-filled and lie between guard bytes. A test sees by them which
+// bytes an operation did not write, and whether it wrote outside its output.
 #ifndef KIV_TESTS_GUARDED_H
 #define KIV_TESTS_GUARDED_H
 
@@ -13,7 +13,7 @@ namespace kiv::test {
 
 constexpr unsigned char kSpoilt = 0xEE;
 
-// The guard bytes are checked when the buffer is destroyed.
+// The destructor checks the guard bytes.
 class GuardedBytes {
  public:
   explicit GuardedBytes(size_t sizeBytes) : bytes_(sizeBytes + 2 * kGuardBytes, kSpoilt) {}
@@ -31,7 +31,7 @@ class GuardedBytes {
   char* text() { return reinterpret_cast<char*>(data()); }
   size_t size() const { return bytes_.size() - 2 * kGuardBytes; }
 
-  // Whether the bytes from `from` up to `to` all have a value.
+  // Whether the bytes from `from` up to, but not including, `to` all have the value.
   bool IsAll(unsigned char value, size_t from, size_t to) const {
     return AllOf(kGuardBytes + from, kGuardBytes + to, value);
   }
@@ -49,7 +49,7 @@ class GuardedBytes {
   std::vector<unsigned char> bytes_;
 };
 
-// A record of a public header. Passes as a Record*.
+// A record of a public header. Converts to a Record*.
 template <typename Record>
 class Guarded {
  public:
@@ -65,14 +65,14 @@ class Guarded {
   GuardedBytes bytes_{sizeof(Record)};
 };
 
-// A text field holds the text and nothing but zeros behind it.
+// Checks that a text field holds the text and only zeros behind it.
 template <size_t kBytes>
 void ExpectField(const char (&field)[kBytes], std::string text) {
   text.resize(kBytes);
   EXPECT_EQ(std::string(field, kBytes), text);
 }
 
-// The same for a buffer.
+// Checks that a buffer holds the text and only zeros behind it.
 inline void ExpectText(GuardedBytes& buffer, std::string text) {
   text.resize(buffer.size());
   EXPECT_EQ(std::string(buffer.text(), buffer.size()), text);

@@ -66,7 +66,7 @@ std::string HeapWalk::LookAtQuickList(uint32_t index) {
   return {};
 }
 
-// A fresh heap's only block lies in the last bin whatever its size.
+// The only block of a fresh heap is in the last bin, whatever its size is.
 bool HeapWalk::IsWholeArena(const Block& block) const {
   return block.bin == kBins - 1 && block.sizeBytes == endOffset_ - HeapModel::kFirstBlock;
 }
@@ -129,7 +129,7 @@ std::string HeapWalk::LookAtTables() const {
   uint32_t parked = 0;
   for (const Offsets& list : quick_) parked += static_cast<uint32_t>(list.size());
   if (heap_.parked.load() != parked) return "wrong parked count";
-  uint32_t expected = kBins;  // past the last bin the count goes on
+  uint32_t expected = kBins;  // without a filled bin the skip bytes count past the last bin
   for (uint32_t i = kBins; i-- > 0; ++expected) {
     if (!bins_[i].empty()) expected = 0;
     if (heap_.skip[i].load() != expected) return In("skip byte", i, "wrong");

@@ -1,4 +1,4 @@
-// Reads a heap of the library from its arena: block after block, ring after ring, list after list.
+// Reads a heap of the library from its arena: every block, every ring and every list.
 #ifndef KIV_TESTS_HEAP_WALK_H
 #define KIV_TESTS_HEAP_WALK_H
 
@@ -13,7 +13,7 @@
 
 namespace kiv::test {
 
-// Where a block lies in its heap.
+// The offset of a block in its heap.
 inline uint32_t OffsetIn(const Heap& heap, const Block* block) {
   return static_cast<uint32_t>(reinterpret_cast<const char*>(block) -
                                reinterpret_cast<const char*>(&heap));
@@ -25,27 +25,28 @@ inline Block* BlockAt(Heap& heap, uint32_t offset) {
 
 class HeapWalk {
  public:
-  using Blocks = std::vector<std::pair<uint32_t, ModelBlock>>;  // by offset
+  using Blocks = std::vector<std::pair<uint32_t, ModelBlock>>;  // offset and block, ascending
   using Offsets = std::vector<uint32_t>;
 
   HeapWalk(Heap& heap, uint32_t arenaBytes);
 
-  // Reads everything anew. Says what is wrong with it, and nothing if everything is consistent:
-  // - blocks fill the arena and know their predecessors' sizes;
-  // - a block lies in one ring, or on one list, or has an owner and a link of 0;
-  // - rings close in both directions and have blocks of their bin's sizes, without an owner;
-  // - lists have blocks of exactly their size, with their owner;
+  // Reads everything again. Returns a description of the first fault, or an empty text if
+  // - blocks fill the arena and hold their predecessors' sizes;
+  // - a block is in one ring, or on one list, or has an owner and a link of 0;
+  // - rings close in both directions, and their blocks have sizes of the bin and no owner;
+  // - lists have blocks of exactly their size, with an owner;
   // - no two blocks in rings are neighbours;
-  // - skip table and parked count say what is there.
+  // - the skip table and the parked count match the rings and lists.
   std::string Look();
 
-  // What the last look found.
+  // The results of the last Look.
   const Blocks& blocks() const { return blocks_; }
-  const Offsets& bin(uint32_t index) const { return bins_[index]; }         // next search first
-  const Offsets& quickList(uint32_t index) const { return quick_[index]; }  // last in first
+  const Offsets& bin(uint32_t index) const { return bins_[index]; }         // in search order
+  const Offsets& quickList(uint32_t index) const { return quick_[index]; }  // newest first
 
  private:
-  // What a list said about the block at an offset, in the look of that number.
+  // The state of the block at an offset, by the list or ring that it is in. Valid only in the Look
+  // of that number.
   struct Mark {
     uint32_t look = 0;
     BlockState state = BlockState::kUsed;

@@ -1,5 +1,4 @@
-// The C runtime's heap as kivsdu.dll uses it: what it takes, what it gives back, and no memory
-// when the test says so.
+// Watches how kivsdu.dll uses the C runtime's heap, and lets an allocation fail.
 #ifndef KIV_TESTS_HEAP_WATCH_H
 #define KIV_TESTS_HEAP_WATCH_H
 
@@ -13,13 +12,13 @@
 
 namespace kiv::test {
 
-// One at a time, for the calls of one thread.
+// Only one object at a time, for the calls of one thread.
 class HeapWatch {
  public:
   static constexpr size_t kNever = static_cast<size_t>(-1);
 
-  // The allocation of this number, counted from 0, fails with this last error; every free leaves
-  // the last error `freeError` behind.
+  // Allocation number `failing`, counted from 0, fails with last error `error`. Every free sets the
+  // last error to `freeError`.
   explicit HeapWatch(size_t failing = kNever, uint32_t error = 0, uint32_t freeError = 0)
       : malloc_("malloc", reinterpret_cast<void*>(&HeapWatch::Allocate)),
         free_("free", reinterpret_cast<void*>(&HeapWatch::Free)) {
@@ -28,10 +27,10 @@ class HeapWatch {
   HeapWatch(const HeapWatch&) = delete;
   HeapWatch& operator=(const HeapWatch&) = delete;
 
-  // Sizes of all allocations, those that failed as well.
+  // Sizes of all allocations, including the failed ones.
   const std::vector<size_t>& sizes() const { return state_.sizes; }
 
-  // Blocks that were taken and not given back.
+  // Count of blocks allocated and not freed.
   size_t live() const { return state_.live.size(); }
 
   bool IsLive(const void* block) const { return state_.live.count(block) == 1; }

@@ -12,7 +12,7 @@ namespace kiv::test {
 namespace {
 
 constexpr char kLibrary[] = "kivsdu.dll";
-constexpr size_t kSlots = 8;  // scripted imports that can live at a time
+constexpr size_t kSlots = 8;  // most scripted imports at a time
 
 unsigned char* BaseOf(const char* module) {
   return reinterpret_cast<unsigned char*>(GetModuleHandleA(module));
@@ -73,8 +73,8 @@ ScriptState states[kSlots];
 using Word = uintptr_t;
 using Forwarded = Word (*)(Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word);
 
-// Takes as many arguments as any patched function has and hands them on as they are: on this
-// platform a function does not mind arguments that it does not know of.
+// Takes the most arguments that any patched function has, and passes all of them on. On this
+// platform a function ignores surplus arguments.
 template <size_t kSlot>
 Word Scripted(Word a, Word b, Word c, Word d, Word e, Word f, Word g, Word h, Word i, Word j,
               Word k, Word l) {
@@ -100,7 +100,7 @@ size_t TakeState(const Script& script) {
   for (size_t slot = 0; slot < kSlots; ++slot) {
     if (states[slot].used) continue;
     states[slot] = {true, script, nullptr, {}};
-    states[slot].calls.reserve(64);  // the patched function may be the allocator's own
+    states[slot].calls.reserve(64);  // no allocation in a call: the patched function may be malloc
     return slot;
   }
   ADD_FAILURE() << "more than " << kSlots << " scripted imports at a time";

@@ -1,8 +1,8 @@
-// Replaces calls that the loaded kivsdu.dll makes to the system, to see what it does when they
-// fail and what it asks of them.
+// Replaces calls that the loaded kivsdu.dll makes to the system. Tests use it to make calls fail
+// and to check their arguments.
 //
-// A patch finds the function's slot in the DLL's import table by name, whatever DLL it comes
-// from, and puts the slot back when it is destroyed. One thread patches at a time; patches of one
+// A patch finds the function's slot in the DLL's import table by the function's name, whatever DLL
+// exports it. The destructor restores the slot. Only one thread may patch at a time. Patches of one
 // function nest.
 #ifndef KIV_TESTS_IMPORT_PATCH_H
 #define KIV_TESTS_IMPORT_PATCH_H
@@ -14,8 +14,8 @@
 
 namespace kiv::test {
 
-// Sends one import of kivsdu.dll to another function while it lives. The replacement has the
-// original's signature. Fails the test when the DLL has no such import.
+// Redirects one import of kivsdu.dll to another function, which must have the original's signature.
+// Fails the test if the DLL has no such import.
 class ImportPatch {
  public:
   ImportPatch(const char* function, void* replacement);
@@ -30,15 +30,15 @@ class ImportPatch {
   void* original_;
 };
 
-// What a scripted call does.
+// The behaviour of a scripted call.
 struct Script {
-  uintptr_t result = 0;    // what the call returns instead
-  uint32_t error = 0;      // what GetLastError and errno then say
-  uint32_t passFirst = 0;  // calls that go through to the original before the script begins
-  uint32_t failCount = UINT32_MAX;  // calls that follow the script; those after go through again
+  uintptr_t result = 0;             // returned in place of the original's result
+  uint32_t error = 0;               // stored as the last error and as errno
+  uint32_t passFirst = 0;           // calls that reach the original before the script begins
+  uint32_t failCount = UINT32_MAX;  // calls that follow the script; later ones reach the original
 };
 
-// Makes an import of kivsdu.dll follow a script while it lives, and keeps what it was asked. For
+// Makes an import of kivsdu.dll follow a script, and records the arguments of its calls. For
 // functions of at most 12 integer or pointer arguments with an integer, pointer or no result.
 class ScriptedImport {
  public:
@@ -50,8 +50,8 @@ class ScriptedImport {
   ScriptedImport(const ScriptedImport&) = delete;
   ScriptedImport& operator=(const ScriptedImport&) = delete;
 
-  // The arguments of every call so far, oldest first. Only as many mean something as the function
-  // has, and 32-bit ones only in their low half.
+  // The arguments of every call so far, oldest call first. Arguments beyond the function's own are
+  // meaningless, and so is the high half of a 32-bit argument.
   const std::vector<Arguments>& calls() const;
 
  private:
@@ -64,10 +64,10 @@ struct Import {
   std::string function;
 };
 
-// Everything that a loaded module imports.
+// All imports of a loaded module.
 std::vector<Import> ImportsOf(const char* module);
 
-// The names that a loaded module exports.
+// The names of all exports of a loaded module.
 std::vector<std::string> ExportsOf(const char* module);
 
 }  // namespace kiv::test

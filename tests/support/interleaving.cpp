@@ -22,10 +22,10 @@ constexpr Operation kSecond = 1;
 constexpr Operation kNone = 2;
 constexpr uint64_t kNever = UINT64_MAX;
 
-// Longer waits are for ever: each operation gets on where the other one has ended.
+// A longer wait is a deadlock: an operation can always go on after the other one has ended.
 constexpr uint64_t kMaxBlocked = 100'000;
 
-// Which operation the calling thread runs, and whether it is within a call of the test's own.
+// The operation that the calling thread runs, and whether the thread runs a callback of the test.
 thread_local Operation own = kNone;
 thread_local bool isObserving = false;
 
@@ -37,7 +37,7 @@ struct Progress {
   std::vector<const void*> held;
 };
 
-// Used by the operation whose turn it is.
+// Only the operation whose turn it is uses this object.
 class Run {
  public:
   Run(const Interleaving& what, uint64_t firstStopsAt, uint64_t secondStopsAt) : what_(what) {
@@ -125,7 +125,7 @@ class Run {
   Operation turn_ = kFirst;  // under the mutex
 };
 
-// Of the run in progress; null between runs.
+// The run in progress; null between runs.
 Run* current = nullptr;
 
 bool IsPartOfARun() { return own != kNone && !isObserving; }
@@ -139,7 +139,7 @@ uint64_t Interleaving::RunAll() {
       SCOPED_TRACE("stops at " + std::to_string(firstStopsAt) + " and " +
                    std::to_string(secondStopsAt));
       prepare();
-      // 0: the second one is not left before its end.
+      // 0 means that the second operation runs to its end.
       Run run(*this, firstStopsAt, secondStopsAt == 0 ? kNever : secondStopsAt);
       current = &run;
       run.Execute();

@@ -14,7 +14,7 @@
 namespace kiv::test {
 
 struct Interleaving {
-  // Each runs on a thread of its own.
+  // Each operation runs on its own thread.
   std::function<void()> first;
   std::function<void()> second;
 
@@ -23,7 +23,7 @@ struct Interleaving {
   std::function<void(bool wholly)> onStop = {};
   std::function<void()> onPoint = {};
 
-  // Called before and after every run; `check` looks at the result.
+  // Called before and after every run; `check` checks the result.
   std::function<void()> prepare;
   std::function<void()> check;
 
@@ -34,8 +34,8 @@ struct Interleaving {
 // Marks a point of the calling operation. Does nothing outside a run.
 void Point();
 
-// The calling operation has to wait: lets the other one run. Returns false outside a run, and when
-// the other operation has ended.
+// Call when the calling operation has to wait: lets the other operation run. Returns false outside
+// a run, and if the other operation has ended.
 bool Blocked();
 
 // Whether the other operation holds the lock.

@@ -11,8 +11,8 @@
 #include "support/one_processor.h"
 
 #ifndef _WIN32
-// Requests that no machine can serve are null, as everywhere else; and heaps stay where they are
-// when the manager is initialised anew.
+// An allocation too large for any machine returns null, as without a sanitizer. No leak check:
+// initialising the manager again does not free its heaps.
 extern "C" const char* __asan_default_options() {
   return "allocator_may_return_null=1:detect_leaks=0";
 }
@@ -37,7 +37,7 @@ void SetPath(const std::string& path) {
 #endif
 }
 
-// A folder that nobody else has.
+// Makes a folder with a random name and returns its path.
 std::string MakeFolder() {
   std::random_device random;
   const fs::path folder = fs::temp_directory_path() /
@@ -93,7 +93,7 @@ std::vector<Message> TakeMessages() {
 }
 
 void Listen() {
-  // The other words are nothing to the manager.
+  // The manager ignores the other words.
   static const std::array<uint64_t, 27> context = [] {
     std::array<uint64_t, 27> words;
     words.fill(0xBAD);

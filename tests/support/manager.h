@@ -1,7 +1,8 @@
-// The memory manager as a host uses it: a configuration file of the test's own, the messages that
-// it sends, its totals, and what lies in front of a block.
+// Uses the memory manager as a host does: its configuration file, its messages, its totals, and the
+// headers in front of its blocks.
 //
-// The file lies in a folder of its own, which MOLTAPATH names, until the manager has read it.
+// The configuration file is in a temporary folder, which MOLTAPATH names, until the manager has
+// read it.
 #ifndef KIV_TESTS_MANAGER_H
 #define KIV_TESTS_MANAGER_H
 
@@ -20,7 +21,7 @@ namespace kiv::test {
 
 // ---- Start ----
 
-// The configuration that the manager would read now. One at a time.
+// The configuration file that the manager reads. Only one object at a time.
 class ConfigurationFile {
  public:
   explicit ConfigurationFile(const std::string& text);
@@ -34,13 +35,14 @@ class ConfigurationFile {
 
 constexpr char kNoFile[] = "";
 
-// Initialises the manager with a file of this text; kNoFile is none.
+// Initialises the manager with a file of this text, or without a file if the text is kNoFile.
 uint32_t Initialize(const std::string& text, uint32_t enable = 1, uint32_t force = 0);
 
-// Back to the uninitialised state, then the same. The clock of allocations goes on.
+// Returns the manager to its uninitialised state and initialises it as Initialize does. The clock
+// of allocations goes on.
 uint32_t Restart(const std::string& text);
 
-// Few and small heaps: 4 slots, and 8 spare heaps as always; none is left to make.
+// A few small heaps: 4 slots and the usual 8 spare heaps. The manager cannot make more.
 constexpr uint64_t kSlots = 4;
 constexpr uint64_t kFirstHeaps = 12;
 constexpr uint64_t kHeapBytes = 512 * 1024;
@@ -68,13 +70,13 @@ constexpr uint64_t kHandle = 0x1234567887654321;
 uint32_t ReceiveMessage(uint64_t handle, uint32_t status, uint32_t severity, const uint32_t* first,
                         uint32_t firstTag, const uint32_t* second, uint32_t secondTag);
 
-// What came since it was asked last. Any thread may cause messages.
+// Returns the messages since the last call. Any thread may cause messages.
 std::vector<Message> TakeMessages();
 
 // Registers the host's context, whose handle is kHandle.
 void Listen();
 
-// What the message function answers from now on, and what it does in addition.
+// Sets the result of the message function, and an action that it also runs.
 void AnswerMessages(uint32_t result);
 void OnMessage(void (*action)());
 
@@ -138,12 +140,13 @@ Counts CountsNow(uint32_t selector = kSinceStart);
 
 using Settings = std::array<uint64_t, 7>;
 
-// Also checks what the call returned.
+// Also checks the call's result.
 Settings SettingsNow();
 
 // ---- Blocks ----
 
-// A seed of this slot, whatever the clock says, where the slots are a power of two; never read.
+// A seed that selects this slot whatever the clock is, if the count of slots is a power of two. The
+// library never dereferences it.
 inline void* SeedOfSlot(uint64_t slot) { return reinterpret_cast<void*>((slot + 64) * 8); }
 
 inline void* Allocate(uint64_t sizeBytes, void* owner = SeedOfSlot(0)) {
@@ -162,7 +165,7 @@ T ReadAt(const void* address, std::ptrdiff_t offset) {
   return value;
 }
 
-// What lies in front of the payload of a heap's block, and in that heap.
+// Fields in front of the payload of a heap's block, and fields of that heap.
 inline uint64_t WordBefore(const void* payload) { return ReadAt<uint64_t>(payload, -8); }
 inline bool IsLarge(const void* payload) { return WordBefore(payload) != 0; }
 inline char* HeapOf(const void* payload) { return ReadAt<char*>(payload, -16); }
@@ -175,7 +178,7 @@ inline uint32_t SlotOf(const void* payload) { return IndexOf(HeapOf(payload)); }
 constexpr uint32_t kSpareIndex = 4095;
 constexpr uint32_t kShortIndex = 0x7FFFFFFF;
 
-// What lies in front of the payload of a large block.
+// The header in front of the payload of a large block.
 struct LargeHeader {
   uint64_t sizeBytes;
   void* next;
@@ -187,10 +190,10 @@ constexpr uint64_t kNobody = 0xFFFFFFFFFFFFFFF7;
 
 inline LargeHeader HeaderOf(const void* payload) { return ReadAt<LargeHeader>(payload, -32); }
 
-// A large block of nobody's with that size.
+// Checks that the block is a large block of that size without an owner.
 void ExpectLarge(const void* payload, uint64_t sizeBytes);
 
-// Fills a block with bytes that depend on a number, and finds them again.
+// Fills a block with bytes that depend on a number, and checks for them.
 void Fill(void* block, uint64_t sizeBytes, uint64_t number);
 bool IsFilled(const void* block, uint64_t sizeBytes, uint64_t number);
 

@@ -1,4 +1,4 @@
-// Settings of the memory manager in tests: shown, compared, and read from a text.
+// Prints, compares and parses settings of the memory manager in tests.
 #ifndef KIV_TESTS_MEMORY_SETTINGS_H
 #define KIV_TESTS_MEMORY_SETTINGS_H
 
@@ -14,7 +14,7 @@
 
 namespace kiv {
 
-// In the namespace of the settings, where the comparisons of tests look for them.
+// In the namespace of the settings, so that argument-dependent lookup finds them.
 inline auto Fields(const MemorySettings& s) {
   return std::tuple(s.heapBudget, s.threadHeaps, s.heapBytes, s.shortHeapBytes, s.largestBlockBytes,
                     s.limitBytes, int{s.allocatedFill}, int{s.freedFill}, s.shortPoolMost,
@@ -34,7 +34,7 @@ inline void PrintTo(const MemorySettings& settings, std::ostream* out) {
 
 namespace kiv::test {
 
-// What a call prints on the standard output.
+// Returns the text that a call prints on standard output.
 inline std::string PrintedBy(const std::function<void()>& call) {
   testing::internal::CaptureStdout();
   call();
@@ -60,7 +60,7 @@ inline void PrintTo(const Parsed& parsed, std::ostream* out) {
   *out << " and \"" << parsed.printed << '"';
 }
 
-// Parses a file of these bytes, whose line ends are not translated, over some settings.
+// Applies a configuration file of these bytes to `settings`. Line ends are not translated.
 inline Parsed ParseOver(MemorySettings settings, const std::string& bytes) {
   static const TemporaryFolder folder;
   folder.Write("parsed", bytes);

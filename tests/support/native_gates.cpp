@@ -1,5 +1,5 @@
-// Gate events and writes to descriptors for native builds, where the seam has no binding for them.
-// A program that links this takes the rest of the library as it is.
+// Gate events and descriptor writes for native builds, where the platform seam does not bind them.
+// A program that links this file uses the rest of the library unchanged.
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Lets one thread through at a time, as the system's events do.
+// Lets one thread through and closes, like the system's auto-reset events.
 class Gate {
  public:
   void Open() {
@@ -86,7 +86,7 @@ uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer, ui
   return Record(ctx, KIV_ST_FILE_WRITE, static_cast<uint32_t>(errno));
 }
 
-// Offsets are small here: nothing tells the sizes of an offset apart.
+// Tests use only small offsets, so the width of an offset does not matter.
 uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer, uint32_t offset,
                          uint32_t length, uint32_t* count, uint32_t* osError) {
   *osError = 0;

@@ -1,6 +1,6 @@
-// Has the library believe that the machine has one processor, as long as this lives. Its locks then
-// measure no spin budget, which takes each process under Wine seconds: for tests that start many
-// processes and are about something else.
+// Makes the library see a machine with one processor. Its locks then do not measure the spin
+// budget, which takes each process several seconds under Wine. For tests that start many processes
+// and do not test the budget.
 #ifndef KIV_TESTS_ONE_PROCESSOR_H
 #define KIV_TESTS_ONE_PROCESSOR_H
 
@@ -28,7 +28,7 @@ class OneProcessor {
 
 class OneProcessor {
  public:
-  OneProcessor() {}  // so that one that is only there is no unused variable
+  OneProcessor() {}  // user-provided, so that compilers do not warn of an unused variable
 };
 
 #endif

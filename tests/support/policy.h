@@ -1,5 +1,5 @@
-// What the tests of policy blocks share: the memory manager's calls without their source positions,
-// and content for blocks.
+// Shared by the tests of policy blocks: the memory manager's calls without source positions, and
+// content for blocks.
 #ifndef KIV_TESTS_POLICY_H
 #define KIV_TESTS_POLICY_H
 
@@ -14,7 +14,7 @@
 
 namespace kiv::test {
 
-// A block of the size; null when there is no memory, and the status has to say the same.
+// Returns a block of the size, or null without memory. Checks that the status agrees.
 inline void* Allocate(uint64_t sizeBytes, uint8_t policy = AD_POLICY_FULL) {
   void* block = &block;
   const uint32_t status = adMallocPolicy(nullptr, sizeBytes, &block, policy, "tests/policy", 1);
@@ -31,7 +31,7 @@ inline void* Reallocate(void* old, uint64_t sizeBytes) {
 
 inline void Free(void* block) { EXPECT_EQ(adFree(block, "tests/policy", 3), KIV_ST_OK); }
 
-// Content that tells its place.
+// Content that depends on the position.
 inline void Fill(void* block, size_t sizeBytes) {
   for (size_t i = 0; i < sizeBytes; ++i) {
     static_cast<unsigned char*>(block)[i] = static_cast<unsigned char>(i * 7 + 1);

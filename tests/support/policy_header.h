@@ -1,4 +1,4 @@
-// Plain mode's switches for a test's time, and a look at what lies before a payload.
+// Scoped switches of plain mode, and access to the header in front of a payload.
 #ifndef KIV_TESTS_POLICY_HEADER_H
 #define KIV_TESTS_POLICY_HEADER_H
 
@@ -18,7 +18,7 @@ constexpr uint64_t kTwoMebibytes = 2 << 20;
 constexpr size_t kMandatoryHeader = 8;
 constexpr size_t kFullHeader = 64;
 
-// The memory-manager switch is on while it lives.
+// Turns the memory-manager switch on; the destructor turns it off.
 class ManagerSwitchedOn {
  public:
   explicit ManagerSwitchedOn(uint8_t flag = 1) { KivSdSetMemoryManager(flag); }
@@ -27,7 +27,7 @@ class ManagerSwitchedOn {
   ManagerSwitchedOn& operator=(const ManagerSwitchedOn&) = delete;
 };
 
-// The calling thread has a cache while it lives.
+// Creates the calling thread's cache; the destructor destroys it.
 class WithThreadCache {
  public:
   WithThreadCache() { EXPECT_EQ(adCreateThreadAlloc(), 0u); }
@@ -36,7 +36,7 @@ class WithThreadCache {
   WithThreadCache& operator=(const WithThreadCache&) = delete;
 };
 
-// What the bytes before a payload say, by their distance from it.
+// The header bytes in front of a payload, by their distance from it.
 struct HeaderBytesRead {
   uint32_t sizeClass;    // from 8 bytes before
   uint8_t unwritten[2];  // from 4

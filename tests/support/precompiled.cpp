@@ -1,1 +1,1 @@
-// Has nothing but the tests' precompiled header.
+// Holds only the tests' precompiled header.

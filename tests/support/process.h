@@ -1,6 +1,6 @@
-// Checks that need a process of their own: switches that stick, and programming errors that end
-// the process. Each starts the test program anew and runs this one test in it up to the check;
-// write one check on a source line.
+// Checks that need their own process: switches that cannot be undone, and programming errors that
+// end the process. Each check starts the test program again, which runs this one test up to the
+// check. Write at most one check on a source line.
 #ifndef KIV_TESTS_PROCESS_H
 #define KIV_TESTS_PROCESS_H
 
@@ -15,8 +15,8 @@
 
 namespace kiv::test {
 
-// Runs a check in the child. Its failures go to the standard error, which the parent shows, and
-// make the child's exit code 1.
+// Runs a check in the child process. Prints its failures on standard error, which the parent shows.
+// The exit code is 1 after a failure, else 0.
 template <typename Check>
 [[noreturn]] void RunAndExit(Check check) {
   check();
@@ -27,11 +27,11 @@ template <typename Check>
     if (part.failed()) std::fprintf(stderr, "line %d: %s\n", part.line_number(), part.message());
   }
   std::fflush(stderr);
-  // Without the checks of a normal end: what a test leaves behind on purpose is no leak.
+  // _Exit skips the leak check: some tests leave blocks behind on purpose.
   std::_Exit(result.Failed() ? 1 : 0);
 }
 
-// What the C runtime's assertion routine says.
+// The message of the C runtime's assertion routine.
 inline std::string AssertionText(const char* condition, const char* source, uint32_t line) {
   const std::string number = std::to_string(line);
 #ifdef _WIN32
@@ -68,15 +68,15 @@ inline testing::Matcher<const std::string&> Contains(std::string text) {
 
 }  // namespace kiv::test
 
-// IN_FRESH_PROCESS([] { ... }): runs the checks where nothing has been set yet.
+// IN_FRESH_PROCESS([] { ... }) runs the checks in a new process, where nothing has been set yet.
 #define IN_FRESH_PROCESS(...)                                                        \
   do {                                                                               \
     GTEST_FLAG_SET(death_test_style, "threadsafe");                                  \
     EXPECT_EXIT(kiv::test::RunAndExit(__VA_ARGS__), testing::ExitedWithCode(0), ""); \
   } while (false)
 
-// EXPECT_ASSERTION(call, "x != KIV_NULL", "sd/source", 12): the call ends the process through the
-// runtime's assertion with that condition, source and line.
+// EXPECT_ASSERTION(call, "x != KIV_NULL", "sd/source", 12) checks that the call ends the process by
+// the runtime's assertion with that condition, source and line.
 #define EXPECT_ASSERTION(call, condition, source, line)                                  \
   do {                                                                                   \
     GTEST_FLAG_SET(death_test_style, "threadsafe");                                      \

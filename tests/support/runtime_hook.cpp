@@ -17,7 +17,7 @@ namespace {
 
 using kiv::test::RuntimeHook;
 
-// Null while the calls are the runtime's own.
+// Null if the calls go to the runtime.
 std::atomic<RuntimeHook*> current{nullptr};
 
 void* Allocate(size_t sizeBytes) {
@@ -63,7 +63,7 @@ namespace kiv::test {
 
 struct RuntimeHooked::Patches {
   Patches() {
-    // Where the compiler saw fit to use it.
+    // The DLL imports calloc only if the compiler generated calls of it.
     if (Imports("calloc")) calloc.emplace("calloc", reinterpret_cast<void*>(&AllocateZeroed));
   }
 

@@ -1,8 +1,8 @@
-// The C runtime's allocator in a test's hands: the library's calls of it go to a hook.
+// Redirects the library's calls of the C runtime's allocator to a hook of the test.
 //
-// On Windows the DLL's calls of malloc, calloc, realloc and free are patched. Elsewhere the linker
-// sends those of the whole program here, the test's own too, which see the hook only while there is
-// one. Link the program with kiv_runtime_hook.
+// On Windows only the DLL's calls of malloc, calloc, realloc and free are patched. Elsewhere the
+// linker redirects all calls of the program, including the test's own. Without a hook they reach
+// the runtime. Link the program with kiv_runtime_hook.
 #ifndef KIV_TESTS_RUNTIME_HOOK_H
 #define KIV_TESTS_RUNTIME_HOOK_H
 
@@ -11,8 +11,8 @@
 
 namespace kiv::test {
 
-// What the calls come to. A hook is called by any thread that the library runs on, and allocates
-// nothing itself but through the runtime's own below.
+// Receives the calls. Any thread that calls the library calls the hook. A hook allocates memory
+// only through the Real... functions below.
 class RuntimeHook {
  public:
   RuntimeHook() = default;
@@ -20,18 +20,18 @@ class RuntimeHook {
   RuntimeHook(const RuntimeHook&) = delete;
   RuntimeHook& operator=(const RuntimeHook&) = delete;
 
-  // Of malloc and of calloc, whose block is zeroed afterwards.
+  // Serves malloc and calloc. The block of a calloc is zeroed afterwards.
   virtual void* Allocate(size_t sizeBytes) = 0;
   virtual void* Reallocate(void* block, size_t sizeBytes) = 0;
   virtual void Free(void* block) = 0;
 
-  // The runtime itself.
+  // The runtime's own functions.
   static void* RealAllocate(size_t sizeBytes);
   static void* RealReallocate(void* block, size_t sizeBytes);
   static void RealFree(void* block);
 };
 
-// As long as it lives the calls go to the hook. One at a time.
+// Redirects the calls to the hook during its lifetime. Only one object at a time.
 class RuntimeHooked {
  public:
   explicit RuntimeHooked(RuntimeHook* hook);

@@ -6,7 +6,7 @@
 
 namespace kiv::test {
 
-// The lock tuning of the library runs threads of its own.
+// The counts are atomic because the library's lock tuning runs its own threads.
 class RuntimeMemory::State : public RuntimeHook {
  public:
   explicit State(uint64_t failing) : failing_(failing) {}
@@ -31,7 +31,7 @@ class RuntimeMemory::State : public RuntimeHook {
   int64_t live() const { return live_; }
 
  private:
-  // Counts an allocation, and says whether it is the one that fails.
+  // Counts an allocation. Returns whether it must fail.
   bool Fails() { return ++allocations_ == failing_; }
 
   void* CountTaken(void* block) {
@@ -42,7 +42,7 @@ class RuntimeMemory::State : public RuntimeHook {
   const uint64_t failing_;
   std::atomic<uint64_t> allocations_{0};
   std::atomic<int64_t> live_{0};
-  // Last, for the calls come as soon as it is there.
+  // The last member: calls arrive as soon as it is constructed.
   RuntimeHooked hooked_{this};
 };
 

@@ -1,7 +1,7 @@
-// The C runtime's memory as the library uses it: how much it holds, and an allocation that fails.
+// Counts the blocks that the library holds from the C runtime, and lets one allocation fail.
 //
-// The test itself does nothing meanwhile but call the library. Link the program with
-// kiv_runtime_hook, which says whose calls are seen.
+// During the object's lifetime the test itself only calls the library. Link the program with
+// kiv_runtime_hook; runtime_hook.h says which calls are seen.
 #ifndef KIV_TESTS_RUNTIME_MEMORY_H
 #define KIV_TESTS_RUNTIME_MEMORY_H
 
@@ -10,23 +10,23 @@
 
 namespace kiv::test {
 
-// One at a time, for the calls of one thread.
+// Only one object at a time, for the calls of one thread.
 class RuntimeMemory {
  public:
   static constexpr uint64_t kNever = 0;
 
-  // The allocation of this number fails, counted from 1; reallocations count as well.
+  // Allocation number `failing`, counted from 1, fails. Reallocations count too.
   explicit RuntimeMemory(uint64_t failing = kNever);
   ~RuntimeMemory();
   RuntimeMemory(const RuntimeMemory&) = delete;
   RuntimeMemory& operator=(const RuntimeMemory&) = delete;
 
-  // Whether there was an allocation of that number.
+  // Whether the failing allocation was reached.
   bool failed() const;
 
   uint64_t allocations() const;
 
-  // Blocks taken and not given back, less those that were given back and not taken before.
+  // Blocks allocated less blocks freed since the start. Freeing an older block counts too.
   int64_t live() const;
 
  private:

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kNever = static_cast<size_t>(-1);
 constexpr size_t kCallsKept =
-    4096;  // of each kind; made beforehand, so that noting allocates nothing
+    4096;  // of each kind; reserved beforehand, so that recording does not allocate
 
 }  // namespace
 
@@ -65,7 +65,7 @@ class RuntimeWatch::State : public RuntimeHook {
     return place != nullptr && address >= place && address < place + placeBytes;
   }
 
-  // Last, for the calls come as soon as it is there.
+  // The last member: calls arrive as soon as it is constructed.
   std::optional<RuntimeHooked> hooked_{this};
 };
 

@@ -1,7 +1,6 @@
-// The C runtime's allocator as the library uses it: what it asks for and gives back, and answers
-// that a test makes up.
+// Records the library's calls of the C runtime's allocator, and changes their results on demand.
 //
-// Link the program with kiv_runtime_hook, which says whose calls are seen.
+// Link the program with kiv_runtime_hook; runtime_hook.h says which calls are seen.
 #ifndef KIV_TESTS_RUNTIME_WATCH_H
 #define KIV_TESTS_RUNTIME_WATCH_H
 
@@ -12,8 +11,8 @@
 
 namespace kiv::test {
 
-// One at a time, for the calls of one thread. Between a call that is to be watched and the look at
-// what it did, the test allocates nothing.
+// Only one object at a time, for the calls of one thread. The test itself must not allocate between
+// a watched call and reading the records.
 class RuntimeWatch {
  public:
   struct Resized {
@@ -28,25 +27,25 @@ class RuntimeWatch {
   RuntimeWatch(const RuntimeWatch&) = delete;
   RuntimeWatch& operator=(const RuntimeWatch&) = delete;
 
-  // What was asked for since the start or since Forget, oldest first.
+  // The calls since the start or since Forget, oldest first.
   std::vector<size_t> sizes() const;
   std::vector<Resized> resized() const;
   std::vector<const void*> freed() const;
 
   void Forget();
 
-  // The allocations and reallocations after so many more find no memory.
+  // After `count` more allocations and reallocations, all further ones fail.
   void FailAfter(size_t count);
   void FailNoMore();
 
-  // These bytes are not the runtime's: what is freed there is noted and goes no further, and what
-  // is to be resized finds no memory.
+  // Marks bytes that do not belong to the runtime. Freeing a block there is only recorded, and
+  // resizing one fails.
   void Guard(const void* place, size_t sizeBytes);
 
   // Fresh blocks are filled with this byte.
   void FillWith(unsigned char byte);
 
-  // Is shown every block just before it is resized or freed.
+  // Calls `look` with every block just before it is resized or freed.
   void Show(std::function<void(const void* block)> look);
 
  private:

@@ -1,4 +1,4 @@
-// Ends of shared memory segments, and a look at what two processes share that takes no part of the
+// Ends of shared memory segments, and access to the shared memory and semaphores without the
 // library.
 #ifndef KIV_TESTS_SEGMENT_H
 #define KIV_TESTS_SEGMENT_H
@@ -17,12 +17,12 @@ namespace kiv::test {
 constexpr uint32_t kWritableView = KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE;
 constexpr uint32_t kWritablePages = KIV_SHAREDMEM_PAGES_READ_WRITE;
 
-// The members of a segment's set, by what they say.
+// The members of a segment's set by their meaning.
 constexpr int kLockMember = 0;
 constexpr int FullMember(int chunk, bool first) { return 4 * chunk + (first ? 1 : 3); }
 constexpr int EmptyMember(int chunk, bool first) { return 4 * chunk + (first ? 2 : 4); }
 
-// One end of a segment, set up in a list of its own. Passes as the descriptor.
+// One end of a segment, the only one in its list. Converts to the descriptor.
 class SegmentEnd {
  public:
   SegmentEnd(const std::string& name, uint32_t kind, uint32_t timeoutMs = kLimitMs) {
@@ -54,7 +54,7 @@ class SegmentEnd {
                                   end ? 1 : 0, split ? 1 : 0, data.data());
   }
 
-  // What a read of so many bytes brought; the status must be 0.
+  // Reads `length` bytes and returns them. Checks that the status and the code are 0.
   std::string Read(int32_t chunk, size_t length) {
     std::string data(length + 1, '\0');
     uint32_t code = 0;
@@ -71,7 +71,7 @@ class SegmentEnd {
   KivSharedMemSeg* segment_ = nullptr;
 };
 
-// A segment's area through a mapping of the test's own.
+// A segment's area, mapped by the test itself.
 class AreaView {
  public:
   explicit AreaView(const std::string& name)
@@ -125,7 +125,7 @@ class Member {
     return WaitForSingleObject(handle_, timeoutMs) == WAIT_OBJECT_0;
   }
   bool Give() const { return ReleaseSemaphore(handle_, 1, nullptr) != FALSE; }
-  // Whether it can be taken now; it is as it was afterwards.
+  // Whether the member can be taken now. Leaves it unchanged.
   bool IsGiven() const { return Take() && Give(); }
 
  private:
@@ -149,7 +149,7 @@ inline bool HasArea(const std::string& segment) {
   return handle != nullptr;
 }
 
-// Bytes none of which is zero, different for every seed.
+// Pseudo-random bytes without a zero byte, different for every seed.
 inline std::string Pattern(size_t length, uint32_t seed = 1) {
   std::string bytes(length, '\0');
   uint32_t state = seed * 2654435761u + 1;

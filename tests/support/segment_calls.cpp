@@ -12,7 +12,7 @@ namespace {
 SegmentCalls* answering = nullptr;
 
 [[noreturn]] void NotExpected(const char* call) {
-  std::fprintf(stderr, "nobody answers %s\n", call);
+  std::fprintf(stderr, "the test does not override %s\n", call);
   std::abort();
 }
 

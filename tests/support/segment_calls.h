@@ -1,5 +1,5 @@
-// What segments call of the rest of the library, answered by the test: their sources are built into
-// the program by themselves (kiv_segment), and these calls come here.
+// Replaces the rest of the library for tests of segments. The segment sources alone are built into
+// the program (kiv_segment), and their calls of other families come here.
 #ifndef KIV_TESTS_SEGMENT_CALLS_H
 #define KIV_TESTS_SEGMENT_CALLS_H
 
@@ -9,7 +9,7 @@
 
 namespace kiv::test {
 
-// Answers the calls while it lives. One at a time.
+// Receives the calls during its lifetime. Only one object at a time.
 class SegmentCalls {
  public:
   SegmentCalls();
@@ -21,7 +21,7 @@ class SegmentCalls {
                            uint32_t timeoutMs) = 0;
   virtual uint32_t Clear(KivSdContext* ctx, uint16_t member, KivSdShSemSet* set) = 0;
 
-  // Those of descriptors fail the test unless they are overridden.
+  // These calls work on descriptors. They abort the program unless they are overridden.
   virtual uint32_t CreateSet(KivSdContext* ctx, const char* name, uint16_t count, uint64_t ignored,
                              KivSdShSemSet** set);
   virtual uint32_t CloseSet(KivSdContext* ctx, KivSdShSemSet* set);

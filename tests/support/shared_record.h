@@ -1,4 +1,4 @@
-// A record that processes share by name; zeroed by whoever comes first.
+// A record that processes share by name. It is zero when the first process creates it.
 #ifndef KIV_TESTS_SHARED_RECORD_H
 #define KIV_TESTS_SHARED_RECORD_H
 

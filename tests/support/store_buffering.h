@@ -1,7 +1,7 @@
-// Whether an operation is a full fence.
+// Tests whether an operation is a full fence.
 //
-// Two threads each write a word of their own, do the operation, and read the other's word: without
-// a full fence between, both may read what was there before the writes.
+// Each of two threads writes its own word, runs the operation, and reads the other thread's word.
+// If the operation is not a full fence, both threads may read the old values.
 #ifndef KIV_TESTS_STORE_BUFFERING_H
 #define KIV_TESTS_STORE_BUFFERING_H
 
@@ -14,10 +14,10 @@
 
 namespace kiv::test {
 
-// Two threads that keep step, closely where each has a processor.
+// Keeps two threads in step. They pass each step almost together if each has a processor.
 class Pace {
  public:
-  // Returns when both are at the step; steps count from 1.
+  // Returns when both threads have reached the step. Steps count from 1.
   void Meet(uint32_t number, int32_t step) {
     at_[number] = step;
     for (int32_t look = 0; at_[1 - number] < step; ++look) {
@@ -30,16 +30,16 @@ class Pace {
   std::atomic<int32_t> at_[2] = {};
 };
 
-// A short while, another one each round and for each thread: which of two threads sees the other
-// first does not stay the same.
+// A short delay that differs between rounds and between the threads, so that neither thread is
+// always first.
 inline void Stagger(uint32_t number, int32_t round) {
   std::atomic<int32_t> left{round * (number == 0 ? 5 : 7) % 64};
   while (left.load(std::memory_order_relaxed) > 0) left.fetch_sub(1, std::memory_order_relaxed);
 }
 
-// How often both threads missed the other's write. Calls prepare(thread) before the write and
-// operation(thread) behind it, thread 0 or 1. Ends early where the machine is too busy to run
-// both threads.
+// Returns the number of rounds in which both threads missed the other's write. Calls
+// prepare(thread) before the write and operation(thread) after it; thread is 0 or 1. Ends early if
+// the machine is too busy to run both threads.
 template <typename Prepare, typename Operation>
 int32_t BothMissed(Prepare prepare, Operation operation) {
   constexpr int32_t kRounds = 20'000;

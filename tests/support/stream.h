@@ -1,4 +1,4 @@
-// Files for the tests of file operations.
+// Runtime files for the tests of file operations.
 #ifndef KIV_TESTS_STREAM_H
 #define KIV_TESTS_STREAM_H
 
@@ -12,7 +12,7 @@
 
 namespace kiv::test {
 
-// The runtime's flags, as numbers: they are part of the interface.
+// The runtime's flags as numbers, because the numbers are part of the interface.
 constexpr uint32_t kReadOnly = 0;
 constexpr uint32_t kWriteOnly = 1;
 constexpr uint32_t kReadWrite = 2;
@@ -30,10 +30,11 @@ constexpr uint32_t kFromStart = 0;
 constexpr uint32_t kFromHere = 1;
 constexpr uint32_t kFromEnd = 2;
 
-// What an output holds before a call.
+// The value of an output before a call.
 constexpr uint32_t kUntouched = 4711;
 
-// A file that is opened, and made if need be, and closed with the object. Passes as a descriptor.
+// An open file. Creates the file if it does not exist, and closes it in the destructor. Converts to
+// a descriptor.
 class Stream {
  public:
   explicit Stream(const std::string& path, uint32_t mode = kBinary) {
@@ -61,7 +62,7 @@ class Stream {
     EXPECT_EQ(count, bytes.size());
   }
 
-  // Up to `most` bytes from the position on.
+  // Reads up to `most` bytes from the position.
   std::string Read(uint32_t most = 100) {
     std::string bytes(most, '?');
     uint32_t count = kUntouched;
@@ -85,7 +86,7 @@ class Stream {
   uint32_t file_ = KIV_FILE_NONE;
 };
 
-// What lies in a file, byte for byte.
+// The content of a file, byte for byte.
 inline std::string ContentOf(const std::string& path) {
   std::string bytes;
   std::FILE* file = std::fopen(path.c_str(), "rb");
@@ -98,7 +99,7 @@ inline std::string ContentOf(const std::string& path) {
   return bytes;
 }
 
-// A descriptor that was open and is no more.
+// A descriptor that has been closed.
 inline uint32_t ClosedDescriptor(const std::string& path) {
   Stream stream(path);
   return stream;

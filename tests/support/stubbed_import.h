@@ -1,4 +1,4 @@
-// One call of kivsdu.dll that answers as a test wants.
+// Replaces one import of kivsdu.dll by a stub.
 #ifndef KIV_TESTS_SUPPORT_STUBBED_IMPORT_H
 #define KIV_TESTS_SUPPORT_STUBBED_IMPORT_H
 
@@ -11,9 +11,9 @@
 
 namespace kiv::test {
 
-// An import returns a value and leaves an errno and a last error that differ, so that a test sees
-// which of the two was taken. One at a time; for functions of the runtime and the system of any
-// arguments, which it does not look at.
+// Makes an import return a value and set errno and the last error. A test passes two different
+// errors and sees which one the library recorded. Only one object at a time. For functions of the
+// runtime and the system with any arguments; the stub ignores them.
 class StubbedImport {
  public:
   static constexpr intptr_t kFailed = -1;

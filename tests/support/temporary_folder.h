@@ -1,4 +1,4 @@
-// A folder of a test's own, with what lies in it, gone with the object.
+// A temporary folder for one test. The destructor removes it with its content.
 #ifndef KIV_TESTS_TEMPORARY_FOLDER_H
 #define KIV_TESTS_TEMPORARY_FOLDER_H
 
@@ -13,7 +13,7 @@ namespace kiv::test {
 class TemporaryFolder {
  public:
   TemporaryFolder() {
-    // The first number that no other test has: making a folder that is there makes none.
+    // Takes the first free number: create_directory returns false if the folder exists.
     for (int number = 0; number < kMax; ++number) {
       path_ = std::filesystem::temp_directory_path() / ("kivsdu-test-" + std::to_string(number));
       std::error_code error;
@@ -30,7 +30,7 @@ class TemporaryFolder {
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-  // Of what lies in it.
+  // The path of a file or folder in it; without a name, its own path.
   std::string Path(const std::string& name = "") const { return (path_ / name).string(); }
 
   void Make(const std::string& folder) const { std::filesystem::create_directory(path_ / folder); }

@@ -9,7 +9,7 @@
 
 namespace kiv::test {
 
-// Calls work(number) on `count` threads, numbers from 0, which all start together, and joins them.
+// Calls work(number) on `count` threads, numbered from 0. All threads start together. Joins them.
 template <typename Work>
 void OnThreads(uint32_t count, Work work) {
   std::atomic<uint32_t> waiting{count};

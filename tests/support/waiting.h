@@ -1,5 +1,5 @@
-// What tests of waiting share: how long something took, something done by another thread while
-// the test waits, and names that no other run of a test uses.
+// Shared by the tests of waiting: a stopwatch, actions of another thread while the test waits, and
+// names that no other run of a test uses.
 #ifndef KIV_TESTS_WAITING_H
 #define KIV_TESTS_WAITING_H
 
@@ -11,11 +11,11 @@
 
 namespace kiv::test {
 
-// Longer than anything that goes well takes, on however busy a machine.
+// Longer than any successful wait, even on a busy machine.
 constexpr uint32_t kLimitMs = 20'000;
 
-// A short time-out, and what a wait of that long takes at least: the system's clock may tick
-// just before the wait ends.
+// A short time-out, and the least time that such a wait takes. It is less than the time-out because
+// the system's clock may tick just before the wait ends.
 constexpr uint32_t kShortMs = 40;
 constexpr double kShortAtLeastMs = 20;
 
@@ -30,9 +30,9 @@ class Stopwatch {
   Clock::time_point start_ = Clock::now();
 };
 
-// Runs `action` on a thread of its own once the test has had time to start waiting. A wait that
-// wrongly ends by itself ends before; a right one does not depend on the time. Joined at the end
-// of the scope.
+// Runs `action` on another thread after the test has had time to start waiting. A wait that wrongly
+// ends by itself ends before the action; a correct wait does not depend on the delay. The
+// destructor joins the thread.
 class Later {
  public:
   template <typename Action>
@@ -49,7 +49,7 @@ class Later {
   std::thread thread_;
 };
 
-// The result of `action` on a thread of its own, which has ended when this returns.
+// Runs `action` on another thread, joins that thread, and returns the action's result.
 template <typename Action>
 auto OnAnotherThread(Action action) {
   decltype(action()) result{};
@@ -57,7 +57,8 @@ auto OnAnotherThread(Action action) {
   return result;
 }
 
-// `prefix`, the process and a number: the kernel's names are the whole machine's.
+// Returns `prefix` with the process identifier and a number, because names of kernel objects are
+// shared by the whole machine.
 std::string UniqueName(const std::string& prefix);
 
 }  // namespace kiv::test

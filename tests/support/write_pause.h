@@ -1,4 +1,4 @@
-// The write pause for tests: a pause block, threads that take part, and looking at the block while
+// The write pause for tests: a pause block, threads that take part, and access to the block while
 // they do.
 #ifndef KIV_TESTS_WRITE_PAUSE_H
 #define KIV_TESTS_WRITE_PAUSE_H
@@ -38,11 +38,11 @@ class PauseBlock {
   int32_t LeaseCount() const { return __atomic_load_n(&block_.leases, __ATOMIC_SEQ_CST); }
   void ShutDown() { __atomic_store_n(&block_.shutdown, uint8_t{1}, __ATOMIC_SEQ_CST); }
 
-  // Writers that wait for the end of a pause: they hold the lock for reading.
+  // Count of writers that wait for the end of a pause. They hold the lock for reading.
   uint64_t WaitingWriters() const { return LockWord() / 8; }
   bool IsLockFree() const { return LockWord() == 0; }
 
-  // Tells whether a gate is open. Leaves it as it was.
+  // Whether a gate is open. Leaves the gate unchanged.
   static bool IsOpen(KivHandle* gate) {
     if (KivSdEventWait(nullptr, gate, 0) != KIV_ST_OK) return false;
     EXPECT_EQ(KivSdEventClear(nullptr, gate), KIV_ST_OK);
@@ -60,7 +60,7 @@ class PauseBlock {
   KivSdWritePause block_ = {};
 };
 
-// A thread's part. Made and used on one thread.
+// One thread's lease context. Make and use it on the same thread.
 class Participant {
  public:
   explicit Participant(KivSdWritePause* pause) { lease_ = {{}, pause, ctx_, 0}; }
@@ -77,7 +77,7 @@ class Participant {
   KivSdWriteLease lease_;
 };
 
-// Waits for what another thread is about to do; false when it does not come.
+// Waits until another thread makes the condition true. Returns false after kLimitMs.
 template <typename Condition>
 bool Comes(Condition condition) {
   const Stopwatch watch;

@@ -1,4 +1,4 @@
-// Sleeping and the clocks: of the process, of the wall, of the system, and the fast timer.
+// Sleeping, the process clock, the wall clock, the system clock and the fast timer.
 #include <gtest/gtest.h>
 #include <sys/timeb.h>
 #include <windows.h>
@@ -21,7 +21,7 @@ using kiv::test::ScriptedImport;
 
 // ---- Sleeping ----
 
-TEST(Sleep, AsksTheSystemAndClearsTheRecord) {
+TEST(Sleep, CallsTheSystemAndClearsTheRecord) {
   for (const uint32_t timeMs : {0u, 1u, 0x80000000u, 0xFFFFFFFFu}) {
     const ScriptedImport sleep("Sleep", {.error = 5});
     Context ctx;
@@ -37,7 +37,7 @@ TEST(Sleep, AsksTheSystemAndClearsTheRecord) {
 
 // ---- The process's clock ----
 
-TEST(ProcessClock, IsTheRuntimes) {
+TEST(ProcessClock, MatchesTheRuntimesClock) {
   Context ctx;
   Guarded<uint32_t> ticks;
   const clock_t before = clock();
@@ -48,7 +48,7 @@ TEST(ProcessClock, IsTheRuntimes) {
   EXPECT_EQ(KivSdClock(nullptr, ticks), KIV_ST_OK);
 }
 
-TEST(ProcessClock, TakesEveryValueButMinusOne) {
+TEST(ProcessClock, ReturnsEveryValueExceptMinusOne) {
   for (const uint32_t value : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu}) {
     const ScriptedImport clock("clock", {.result = value, .error = 5});
     Context ctx;
@@ -58,7 +58,7 @@ TEST(ProcessClock, TakesEveryValueButMinusOne) {
   }
 }
 
-TEST(ProcessClock, ThatIsNotAvailableIsAFailureWithTheRuntimesError) {
+TEST(ProcessClock, FailsWithTheRuntimesErrorIfUnavailable) {
   const ScriptedImport clock("clock", {.result = UINTPTR_MAX, .error = 33});
   Context ctx;
   uint32_t ticks = 7;
@@ -67,7 +67,7 @@ TEST(ProcessClock, ThatIsNotAvailableIsAFailureWithTheRuntimesError) {
   EXPECT_EQ(KivSdClock(nullptr, &ticks), KIV_ST_CLOCK);
 }
 
-TEST(ProcessClock, NeedsAPlaceForTheTicks) {
+TEST(ProcessClock, RefusesNullTicks) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdClock(ctx, nullptr));
   EXPECT_EQ(KivSdClock(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -75,7 +75,7 @@ TEST(ProcessClock, NeedsAPlaceForTheTicks) {
 
 // ---- The wall clock ----
 
-TEST(WallClock, IsTheRuntimes) {
+TEST(WallClock, MatchesTheRuntimesClock) {
   Context ctx;
   Guarded<uint64_t> seconds;
   const __time64_t before = _time64(nullptr);
@@ -93,7 +93,7 @@ TEST(WallClock, HasSixtyFourBits) {
   EXPECT_EQ(seconds, 0x123456789u);
 }
 
-TEST(WallClock, NeedsAPlaceForTheSeconds) {
+TEST(WallClock, RefusesNullSeconds) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdTime(ctx, nullptr));
   EXPECT_EQ(KivSdTime(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -116,7 +116,7 @@ TEST(SystemClock, CountsWholeSecondsAndFallsBackToZero) {
   }
 }
 
-TEST(SystemClock, NeedsAPlaceForTheSeconds) {
+TEST(SystemClock, RefusesNullSeconds) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdTimeElapsedOS(ctx, nullptr));
   EXPECT_EQ(KivSdTimeElapsedOS(nullptr, nullptr), KIV_ST_ARGUMENT);
@@ -132,7 +132,7 @@ TEST(UtcTimestamp, IsTheWallClockWithItsMilliseconds) {
   KivSdTime(nullptr, &before);
   CHECK_OK(ctx, KivSdGetUtcTimestamp(ctx, 0, stamp));
   KivSdTime(nullptr, &after);
-  // The two clocks of the runtime may tick over at slightly different moments.
+  // The runtime's two clocks may tick at slightly different moments.
   EXPECT_GE(stamp->seconds + 1ull, before);
   EXPECT_LE(stamp->seconds, after + 1);
   EXPECT_EQ(stamp->microseconds % 1000, 0u);
@@ -144,7 +144,7 @@ struct __timeb64 fakeNow;
 
 void FakeNow(struct __timeb64* now) { *now = fakeNow; }
 
-TEST(UtcTimestamp, HoldsTheLowSecondsAndTheMillisecondsTimesAThousand) {
+TEST(UtcTimestamp, HoldsTheLowHalfOfTheSecondsAndTheMillisecondsTimes1000) {
   const ImportPatch patch("_ftime64", reinterpret_cast<void*>(&FakeNow));
   struct {
     int64_t seconds;
@@ -172,7 +172,7 @@ TEST(UtcTimestamp, NeedsARecord) {
 
 // ---- The fast timer ----
 //
-// It asks for the counter's frequency once in a process: tests of that run in fresh ones.
+// The library queries the counter's frequency once per process; tests of that run in new processes.
 
 int64_t fakeCount;
 int64_t fakeFrequency;
@@ -189,7 +189,7 @@ BOOL WINAPI FakeFrequency(LARGE_INTEGER* frequency) {
   return TRUE;
 }
 
-// A performance counter that a test makes up.
+// A fake performance counter.
 class FakePerformanceCounter {
  public:
   explicit FakePerformanceCounter(int64_t frequency) {
@@ -209,13 +209,13 @@ void ExpectTimer(int64_t count, uint32_t expected) {
   EXPECT_EQ(microseconds, expected) << count;
 }
 
-// Runs the steps of a test that needs a process in which nobody has read the timer yet.
+// Runs the steps of a test that needs a process in which the timer has not been read yet.
 [[noreturn]] void RunAndEnd(void (*steps)()) {
   steps();
   std::_Exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
-TEST(FastTimer, CountsTheMicrosecondsThatTheCounterCounts) {
+TEST(FastTimer, CountsMicrosecondsOfTheCounter) {
   LARGE_INTEGER frequency, outerStart, innerStart, innerEnd, outerEnd;
   ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
   uint32_t start = 0;
@@ -235,7 +235,7 @@ TEST(FastTimer, CountsTheMicrosecondsThatTheCounterCounts) {
   EXPECT_GE(elapsed, 10000u);
 }
 
-TEST(FastTimer, TakesAnythingInPlaceOfAContext) {
+TEST(FastTimer, IgnoresItsContext) {
   Context ctx;
   uint32_t microseconds = 0;
   EXPECT_EQ(KivSdGetFastTimer(static_cast<KivSdContext*>(ctx), &microseconds), KIV_ST_OK);
@@ -243,7 +243,7 @@ TEST(FastTimer, TakesAnythingInPlaceOfAContext) {
   EXPECT_TRUE(ctx.IsUntouched());
 }
 
-TEST(FastTimer, ThatTheCounterFailsIsAFailure) {
+TEST(FastTimer, FailsIfTheCounterFails) {
   const ScriptedImport counter("QueryPerformanceCounter", {.result = FALSE, .error = 50});
   uint32_t microseconds = 7;
   EXPECT_EQ(KivSdGetFastTimer(nullptr, &microseconds), KIV_ST_FAST_TIMER);
@@ -263,7 +263,7 @@ void FailThenSucceed() {
   EXPECT_EQ(frequencyCalls, 1);
 }
 
-TEST(FastTimerDeathTest, AsksAgainForAFrequencyThatItDidNotGet) {
+TEST(FastTimerDeathTest, RetriesAFailedQueryOfTheFrequency) {
   EXPECT_EXIT(RunAndEnd(&FailThenSucceed), testing::ExitedWithCode(0), "");
 }
 
@@ -274,7 +274,7 @@ void FailWithoutATick() {
   EXPECT_EQ(microseconds, 7u);
 }
 
-TEST(FastTimerDeathTest, FailsWithACounterThatDoesNotCount) {
+TEST(FastTimerDeathTest, FailsIfTheFrequencyIsZero) {
   EXPECT_EXIT(RunAndEnd(&FailWithoutATick), testing::ExitedWithCode(0), "");
 }
 
@@ -285,26 +285,26 @@ void ReadOften() {
   ExpectTimer(10, 1);
   ExpectTimer(42949672959, 0xFFFFFFFF);
   ExpectTimer(42949672960, 0);  // 32 bits wrap
-  fakeFrequency = 1;            // a frequency that is asked for again would show
+  fakeFrequency = 1;            // would change the result if queried again
   ExpectTimer(10000000, 1000000);
   EXPECT_EQ(frequencyCalls, 1);
 }
 
-TEST(FastTimerDeathTest, AsksForTheFrequencyOnce) {
+TEST(FastTimerDeathTest, QueriesTheFrequencyOnce) {
   EXPECT_EXIT(RunAndEnd(&ReadOften), testing::ExitedWithCode(0), "");
 }
 
 void PassTheWrapOfTheProduct() {
   const FakePerformanceCounter counter(10000000);
   ExpectTimer(9223372036854, 3214202341);
-  ExpectTimer(9223372036855, 1080764955);  // the product has turned negative: -922337203685
+  ExpectTimer(9223372036855, 1080764955);  // the product overflows, the quotient is -922337203685
   ExpectTimer(9223372036865, 1080764956);
   ExpectTimer(18446744073709, 0);
   ExpectTimer(18446744073710, 0);
   ExpectTimer(-10, 0xFFFFFFFF);
 }
 
-TEST(FastTimerDeathTest, DividesTheProductWithItsSign) {
+TEST(FastTimerDeathTest, DividesTheProductAsASignedNumber) {
   EXPECT_EXIT(RunAndEnd(&PassTheWrapOfTheProduct), testing::ExitedWithCode(0), "");
 }
 

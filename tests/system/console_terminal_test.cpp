@@ -1,5 +1,5 @@
-// Keys of a real console. tests/system/run-on-terminal gives this program one, and types what the
-// program asks for on its standard error.
+// Keys of a real console. tests/system/run-on-terminal runs this program on a terminal and types
+// the keys that the program requests on standard error.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -20,7 +20,7 @@ using kiv::test::kLimitMs;
 using kiv::test::OnThreads;
 using kiv::test::Stopwatch;
 
-// What a terminal sends for keys that have no character, in the notation of printf.
+// The sequences that a terminal sends for keys without a character, in the notation of printf.
 constexpr char kTypeUp[] = "\\033[A";
 constexpr char kTypeDown[] = "\\033[B";
 constexpr char kTypeAltUp[] = "\\033[1;3A";
@@ -42,7 +42,7 @@ class Terminal : public testing::Test {
     ASSERT_TRUE(FlushConsoleInputBuffer(console.input)) << "standard input is no console";
   }
 
-  // The key of the next hit; fails when none comes.
+  // Returns the key of the next hit; fails if there is none in time.
   KivSdConsoleKey NextHit() {
     const Stopwatch watch;
     while (watch.ElapsedMs() < kLimitMs) {
@@ -56,7 +56,7 @@ class Terminal : public testing::Test {
     return {};
   }
 
-  // The next key that is pressed; fails when none comes.
+  // Returns the next key that is pressed; fails if there is none in time.
   static KivSdConsoleKey NextDown(KivSdLWSpinlock* lock) {
     const Stopwatch watch;
     while (watch.ElapsedMs() < kLimitMs) {
@@ -68,7 +68,7 @@ class Terminal : public testing::Test {
     return {};
   }
 
-  // Puts events into the console's queue, as the system does.
+  // Adds events to the console's queue, like the system does.
   void Inject(const std::vector<INPUT_RECORD>& records) {
     DWORD count = 0;
     ASSERT_TRUE(WriteConsoleInputA(console.input, records.data(),
@@ -118,10 +118,10 @@ TEST_F(Terminal, IsNotHitUntilAKeyIsTyped) {
 
   Type("a");
   ExpectKey(NextHit(), 'a', 0);
-  ExpectKey(NextHit(), 0, 0);  // let go
+  ExpectKey(NextHit(), 0, 0);  // the key is released
 }
 
-TEST_F(Terminal, TellsKeysByTheirCharacterWhenHitAndByTheirNumberWhenDown) {
+TEST_F(Terminal, ReturnsTheCharacterOfAHitAndTheNumberOfAKeyDown) {
   Type("b");
   ExpectKey(NextHit(), 'b', 0);
   ExpectKey(NextHit(), 0, 0);
@@ -130,16 +130,16 @@ TEST_F(Terminal, TellsKeysByTheirCharacterWhenHitAndByTheirNumberWhenDown) {
   ExpectKey(NextHit(), 0, 0);
 }
 
-// Wine makes keys of what a terminal sends, and marks none of them as extended: events that are
-// marked go into the queue directly.
-TEST_F(Terminal, TellsExtendedKeysByTheirScanCode) {
+// Wine converts the terminal's sequences to keys but marks none of them as extended, so the test
+// adds marked events to the queue itself.
+TEST_F(Terminal, ReturnsExtendedKeysByTheirScanCode) {
   Inject({ExtendedKey(kScanUp)});
   ExpectKey(NextHit(), 0, kScanUp);
   Inject({ExtendedKey(kScanDown)});
   ExpectKey(NextDown(nullptr), 0, kScanDown);
 }
 
-TEST_F(Terminal, IsHitByEventsThatAreNoKeys) {
+TEST_F(Terminal, IsHitByEventsThatAreNotKeys) {
   for (const int type : {MOUSE_EVENT, WINDOW_BUFFER_SIZE_EVENT, MENU_EVENT, FOCUS_EVENT}) {
     SCOPED_TRACE(type);
     Inject({OtherEvent(type)});
@@ -170,7 +170,7 @@ TEST_F(TerminalKeyGet, WaitsForTheKey) {
   ExpectGot(1, 'Q', 0);
 }
 
-TEST_F(TerminalKeyGet, GivesAnArrowInOneOrByteByByte) {
+TEST_F(TerminalKeyGet, ReturnsAnArrowWholeOrByteByByte) {
   Type(kTypeUp);
   ExpectGot(0, 0, kScanUp);
   Type(kTypeDown);
@@ -178,9 +178,9 @@ TEST_F(TerminalKeyGet, GivesAnArrowInOneOrByteByByte) {
   ExpectGot(1, kScanDown, 0);
 }
 
-// The prefix 0 comes with the alternate key. Wine's runtime has it for no function key, and waits
-// on.
-TEST_F(TerminalKeyGet, GivesAnAlternateArrowInOneOrByteByByte) {
+// With the alternate key the prefix is 0. Only arrows are tested, because Wine's runtime waits
+// forever for function keys.
+TEST_F(TerminalKeyGet, ReturnsAnAlternateArrowWholeOrByteByByte) {
   Type(kTypeAltUp);
   ExpectGot(0, 0, kScanAltUp);
   Type(kTypeAltUp);
@@ -188,7 +188,7 @@ TEST_F(TerminalKeyGet, GivesAnAlternateArrowInOneOrByteByByte) {
   ExpectGot(1, kScanAltUp, 0);
 }
 
-TEST_F(Terminal, GivesEachKeyToOneOfTheThreadsThatShareALock) {
+TEST_F(Terminal, ReturnsEachKeyToOneOfTheThreadsThatShareALock) {
   constexpr int kKeys = 200;
   KivSdLWSpinlock lock;
   KivSdLWSpinlockInit(&lock);

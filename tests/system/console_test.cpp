@@ -1,5 +1,5 @@
-// The console's operations, with the system's and the runtime's calls replaced: which events are
-// keys, what failures leave behind, and that looking and taking are one step under a lock.
+// The console operations, with replaced calls of the system and the runtime: the events that count
+// as keys, the results after failures, and reading an event in one step under a lock.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -38,7 +38,7 @@ constexpr uint32_t kStandardOutput = STD_OUTPUT_HANDLE;
 
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
 
-// ---- A console's input of the test's own ----
+// ---- A fake console input ----
 
 INPUT_RECORD Key(bool down, uint16_t virtualKey, uint16_t scanCode, uint8_t character,
                  uint32_t state) {
@@ -53,7 +53,7 @@ INPUT_RECORD Key(bool down, uint16_t virtualKey, uint16_t scanCode, uint8_t char
   return record;
 }
 
-// An event of another kind, whose bytes would be a pressed key's.
+// An event of another kind, with the same bytes as a pressed key.
 INPUT_RECORD Other(uint16_t type) {
   INPUT_RECORD record = Key(true, 65, 30, 'a', 0);
   record.EventType = type;
@@ -67,9 +67,9 @@ const INPUT_RECORD kArrowUp = Key(false, 38, 72, 0xE0, ENHANCED_KEY);
 
 struct Input {
   std::deque<INPUT_RECORD> queue;
-  std::vector<HANDLE> peeked;  // handles that were asked about
+  std::vector<HANDLE> peeked;  // handles passed to the call
   std::vector<HANDLE> read;
-  DWORD asked = 0;  // events that the last call had room for
+  DWORD asked = 0;  // number of events that the last call had room for
 };
 Input input;
 
@@ -78,7 +78,7 @@ BOOL WINAPI Peek(HANDLE handle, INPUT_RECORD* records, DWORD room, DWORD* count)
   input.asked = room;
   *count = input.queue.empty() ? 0 : 1;
   if (*count != 0) records[0] = input.queue.front();
-  SetLastError(kErrorAccessDenied);  // which says nothing: the call succeeds
+  SetLastError(kErrorAccessDenied);  // must be ignored: the call succeeds
   return TRUE;
 }
 
@@ -93,7 +93,7 @@ BOOL WINAPI Read(HANDLE handle, INPUT_RECORD* records, DWORD room, DWORD* count)
   return TRUE;
 }
 
-// They fail, and leave behind what a success would.
+// These calls fail but write the same results as successful calls.
 BOOL WINAPI FailToPeek(HANDLE handle, INPUT_RECORD* records, DWORD room, DWORD* count) {
   Peek(handle, records, room, count);
   return FALSE;
@@ -141,7 +141,7 @@ TEST(Console, HoldsTheStandardHandles) {
   EXPECT_EQ(KivSdConsoleTerm(nullptr, console), KIV_ST_OK);
 }
 
-TEST(Console, MustNotBeNull) {
+TEST(Console, RefusesNull) {
   Context ctx;
   const ScriptedImport handles("GetStdHandle", {.result = 40});
   CHECK_ARGUMENT(ctx, KivSdConsoleInit(ctx, nullptr));
@@ -151,7 +151,7 @@ TEST(Console, MustNotBeNull) {
   EXPECT_TRUE(handles.calls().empty());
 }
 
-TEST(Console, AsksForTheInputAndThenForTheOutput) {
+TEST(Console, RequestsTheInputHandleAndThenTheOutputHandle) {
   Guarded<KivSdConsole> console;
   const ScriptedImport handles("GetStdHandle", {.result = 40});
   EXPECT_EQ(KivSdConsoleInit(nullptr, console), KIV_ST_OK);
@@ -160,7 +160,7 @@ TEST(Console, AsksForTheInputAndThenForTheOutput) {
   EXPECT_EQ(static_cast<uint32_t>(handles.calls()[1][0]), kStandardOutput);
 }
 
-TEST(Console, MayBeOfAProcessWithoutStandardHandles) {
+TEST(Console, SucceedsInAProcessWithoutStandardHandles) {
   Context ctx;
   Guarded<KivSdConsole> console;
   const ScriptedImport handles("GetStdHandle", {.result = 0, .error = kErrorInvalidHandle});
@@ -168,7 +168,7 @@ TEST(Console, MayBeOfAProcessWithoutStandardHandles) {
   EXPECT_TRUE(console.IsAll(0));
 }
 
-TEST(Console, WithoutItsInputHasNothing) {
+TEST(Console, HoldsNoHandleIfTheInputFails) {
   Context ctx;
   Guarded<KivSdConsole> console;
   const ScriptedImport handles("GetStdHandle",
@@ -177,7 +177,7 @@ TEST(Console, WithoutItsInputHasNothing) {
   EXPECT_TRUE(console.IsAll(0));
 }
 
-TEST(Console, WithoutItsOutputHasItsInput) {
+TEST(Console, HoldsTheInputIfTheOutputFails) {
   Context ctx;
   Guarded<KivSdConsole> console;
   const ScriptedImport handles("GetStdHandle",
@@ -202,14 +202,14 @@ TEST(Console, IsNotGuarded) {
   EXPECT_EQ(guard.TakeRuns(), 0u);
 }
 
-// ---- A key hit ----
+// ---- KivSdConsoleKeyHit ----
 
 struct Event {
   const char* what;
   INPUT_RECORD record;
-  KivSdConsoleKey hit;   // what KivSdConsoleKeyHit tells
-  int32_t isDown;        // what KivSdConsoleIsKeyDown answers
-  KivSdConsoleKey down;  // and tells
+  KivSdConsoleKey hit;   // key from KivSdConsoleKeyHit
+  int32_t isDown;        // result of KivSdConsoleIsKeyDown
+  KivSdConsoleKey down;  // key from KivSdConsoleIsKeyDown
 };
 
 constexpr uint32_t kAllButEnhanced = ~uint32_t{ENHANCED_KEY};
@@ -232,7 +232,7 @@ const Event kEvents[] = {
     {"nothing known", Other(0), {0, 0}, 0, {}},
 };
 
-TEST_F(ConsoleInput, IsHitByEveryEventAndTellsThePressedKeys) {
+TEST_F(ConsoleInput, IsHitByEveryEventAndReturnsThePressedKeys) {
   for (const Event& event : kEvents) {
     SCOPED_TRACE(event.what);
     Queue({event.record, kLetter});
@@ -248,7 +248,7 @@ TEST_F(ConsoleInput, IsHitByEveryEventAndTellsThePressedKeys) {
   }
 }
 
-TEST_F(ConsoleInput, IsNotHitWhenNothingWaits) {
+TEST_F(ConsoleInput, IsNotHitWithoutAnEvent) {
   uint8_t hit = kSpoilt;
   Guarded<KivSdConsoleKey> key;
   CHECK_OK(ctx, KivSdConsoleKeyHit(ctx, &console, &hit, key));
@@ -259,7 +259,7 @@ TEST_F(ConsoleInput, IsNotHitWhenNothingWaits) {
   EXPECT_TRUE(input.read.empty());
 }
 
-TEST_F(ConsoleInput, TellsOfAHitWhatIsAskedFor) {
+TEST_F(ConsoleInput, FillsOnlyTheRequestedResultsOfAHit) {
   uint8_t hit = kSpoilt;
   Guarded<KivSdConsoleKey> key;
   Queue({kLetter, kArrow, kLetter, kLetter});
@@ -273,7 +273,7 @@ TEST_F(ConsoleInput, TellsOfAHitWhatIsAskedFor) {
   CHECK_OK(ctx, KivSdConsoleKeyHit(ctx, &console, nullptr, nullptr));
 }
 
-TEST_F(ConsoleInput, OfNoConsoleIsNotLookedAt) {
+TEST_F(ConsoleInput, IsNotReadForANullConsole) {
   Queue({kLetter});
   uint8_t hit = kSpoilt;
   Guarded<KivSdConsoleKey> key;
@@ -284,7 +284,7 @@ TEST_F(ConsoleInput, OfNoConsoleIsNotLookedAt) {
   EXPECT_TRUE(input.peeked.empty());
 }
 
-TEST_F(ConsoleInput, ThatCannotBeLookedAtIsNoHit) {
+TEST_F(ConsoleInput, IsNotHitAndFailsIfTheLookFails) {
   Queue({kLetter});
   const ImportPatch failing("PeekConsoleInputA", reinterpret_cast<void*>(&FailToPeek));
   uint8_t hit = kSpoilt;
@@ -297,7 +297,7 @@ TEST_F(ConsoleInput, ThatCannotBeLookedAtIsNoHit) {
   EXPECT_EQ(KivSdConsoleKeyHit(nullptr, &console, nullptr, nullptr), KIV_ST_CONSOLE_KEY);
 }
 
-TEST_F(ConsoleInput, ThatCannotBeTakenIsAHitAndAFailure) {
+TEST_F(ConsoleInput, IsHitAndFailsIfTheReadFails) {
   Queue({kLetter, kLetter});
   const ImportPatch failing("ReadConsoleInputA", reinterpret_cast<void*>(&FailToRead));
   uint8_t hit = kSpoilt;
@@ -309,7 +309,7 @@ TEST_F(ConsoleInput, ThatCannotBeTakenIsAHitAndAFailure) {
   EXPECT_EQ(KivSdConsoleKeyHit(nullptr, &console, nullptr, nullptr), KIV_ST_CONSOLE_KEY);
 }
 
-TEST(ConsoleKeyHit, OnWhatIsNoConsoleFails) {
+TEST(ConsoleKeyHit, FailsOnAHandleThatIsNotAConsole) {
   Context ctx;
   KivHandle ends[2] = {};
   ASSERT_EQ(KivSdPipeCreate(nullptr, &ends[0], &ends[1], 0), KIV_ST_OK);
@@ -321,9 +321,9 @@ TEST(ConsoleKeyHit, OnWhatIsNoConsoleFails) {
   for (KivHandle& end : ends) EXPECT_EQ(KivSdPipeClose(nullptr, &end), KIV_ST_OK);
 }
 
-// ---- A key got ----
+// ---- KivSdConsoleKeyGet ----
 
-std::deque<int> bytes;  // what the runtime reads
+std::deque<int> bytes;  // results of the runtime's calls
 
 int Getch() {
   EXPECT_FALSE(bytes.empty()) << "would wait for a key";
@@ -348,7 +348,7 @@ class ConsoleKeyGet : public testing::Test {
   ImportPatch patch{"_getch", reinterpret_cast<void*>(&Getch)};
 };
 
-TEST_F(ConsoleKeyGet, TellsOrdinaryKeysByTheirCharacter) {
+TEST_F(ConsoleKeyGet, ReturnsOrdinaryKeysByTheirCharacter) {
   for (int byte = 1; byte < 256; ++byte) {
     if (byte == 224) continue;
     bytes = {byte, 'x'};
@@ -357,7 +357,7 @@ TEST_F(ConsoleKeyGet, TellsOrdinaryKeysByTheirCharacter) {
   }
 }
 
-TEST_F(ConsoleKeyGet, TellsExtendedKeysByTheirScanCode) {
+TEST_F(ConsoleKeyGet, ReturnsExtendedKeysByTheirScanCode) {
   for (const int prefix : {0, 224}) {
     for (const int code : {72, 0, 224, 255}) {
       bytes = {prefix, code, 'x'};
@@ -367,7 +367,7 @@ TEST_F(ConsoleKeyGet, TellsExtendedKeysByTheirScanCode) {
   }
 }
 
-TEST_F(ConsoleKeyGet, RawTellsByteByByte) {
+TEST_F(ConsoleKeyGet, RawReturnsOneByteAtATime) {
   for (const uint8_t raw : {uint8_t{1}, uint8_t{2}, uint8_t{0x80}, uint8_t{0xFF}}) {
     bytes = {224, 72, 0, 59, 'a'};
     ExpectGot(raw, 224, 0);
@@ -378,7 +378,7 @@ TEST_F(ConsoleKeyGet, RawTellsByteByByte) {
   }
 }
 
-TEST_F(ConsoleKeyGet, TakesTheKeyThatNobodyAskedFor) {
+TEST_F(ConsoleKeyGet, RemovesTheKeyEvenWithoutAResultPointer) {
   bytes = {224, 72, 'a', 'b'};
   CHECK_OK(ctx, KivSdConsoleKeyGet(ctx, 0, nullptr, nullptr));
   EXPECT_EQ(bytes.size(), 2u);
@@ -387,9 +387,9 @@ TEST_F(ConsoleKeyGet, TakesTheKeyThatNobodyAskedFor) {
   EXPECT_TRUE(bytes.empty());
 }
 
-// ---- A key that is down ----
+// ---- KivSdConsoleIsKeyDown ----
 
-TEST_F(ConsoleInput, HasAKeyDownForPressedKeysAlone) {
+TEST_F(ConsoleInput, HasAKeyDownForPressedKeysOnly) {
   for (const Event& event : kEvents) {
     SCOPED_TRACE(event.what);
     Queue({event.record, kLetter});
@@ -410,7 +410,7 @@ TEST_F(ConsoleInput, HasAKeyDownForPressedKeysAlone) {
   }
 }
 
-TEST_F(ConsoleInput, HasNoKeyDownWhenNothingWaits) {
+TEST_F(ConsoleInput, HasNoKeyDownWithoutAnEvent) {
   Guarded<KivSdConsoleKey> key;
   EXPECT_EQ(KivSdConsoleIsKeyDown(key, nullptr), 0);
   EXPECT_TRUE(key.IsAll(kSpoilt));
@@ -418,7 +418,7 @@ TEST_F(ConsoleInput, HasNoKeyDownWhenNothingWaits) {
   EXPECT_TRUE(input.read.empty());
 }
 
-TEST_F(ConsoleInput, OfAKeyDownIsTheStandardOne) {
+TEST_F(ConsoleInput, OfAKeyDownIsTheStandardInput) {
   Queue({kLetter});
   const ScriptedImport handles("GetStdHandle", {.result = 48});
   EXPECT_EQ(KivSdConsoleIsKeyDown(nullptr, nullptr), 1);
@@ -449,12 +449,12 @@ TEST_F(ConsoleInput, HasNoKeyDownWhenACallFails) {
   }
 }
 
-// ---- A key that is down, under a lock ----
+// ---- KivSdConsoleIsKeyDown with a lock ----
 
 struct LockedInput {
   KivSdLWSpinlock lock;
-  std::atomic<int> waiting{0};  // events
-  std::atomic<int> inside{0};   // threads between the look and the end of the taking
+  std::atomic<int> waiting{0};  // number of unread events
+  std::atomic<int> inside{0};   // number of threads between the peek and the end of the read
   std::atomic<int> overlaps{0};
   std::atomic<int> unlocked{0};
   std::atomic<int> wouldWait{0};
@@ -470,7 +470,7 @@ BOOL WINAPI LockedPeek(HANDLE, INPUT_RECORD* records, DWORD, DWORD* count) {
   if (locked->inside.fetch_add(1) != 0) ++locked->overlaps;
   *count = locked->waiting.load() > 0 ? 1 : 0;
   records[0] = kLetter;
-  std::this_thread::yield();  // others look now, if they can
+  std::this_thread::yield();  // other threads peek here if the lock fails
   if (*count == 0) --locked->inside;
   return TRUE;
 }
@@ -497,7 +497,7 @@ class ConsoleLock : public kiv::test::LockDesignTest {
   ImportPatch read_{"ReadConsoleInputA", reinterpret_cast<void*>(&LockedRead)};
 };
 
-TEST_P(ConsoleLock, IsHeldWhileAnEventIsLookedAtAndTaken) {
+TEST_P(ConsoleLock, IsHeldWhileAnEventIsExaminedAndRead) {
   state_.waiting = 1;
   EXPECT_EQ(KivSdConsoleIsKeyDown(nullptr, &state_.lock), 1);
   EXPECT_EQ(KivSdLWSpinlockOwner(&state_.lock), 0);
@@ -506,7 +506,7 @@ TEST_P(ConsoleLock, IsHeldWhileAnEventIsLookedAtAndTaken) {
   EXPECT_EQ(state_.unlocked, 0);
 }
 
-TEST_P(ConsoleLock, ThatTheCallerHoldsIsStillTheCallersAfterwards) {
+TEST_P(ConsoleLock, IsStillHeldAfterwardsIfTheCallerHeldIt) {
   KivSdLWSpinlockAcquire(&state_.lock);
   state_.waiting = 1;
   EXPECT_EQ(KivSdConsoleIsKeyDown(nullptr, &state_.lock), 1);
@@ -515,7 +515,7 @@ TEST_P(ConsoleLock, ThatTheCallerHoldsIsStillTheCallersAfterwards) {
   EXPECT_EQ(KivSdLWSpinlockOwner(&state_.lock), 0);
 }
 
-TEST_P(ConsoleLock, LetsEachKeyBeTakenOnce) {
+TEST_P(ConsoleLock, LetsEachKeyBeReadOnce) {
   constexpr int kKeys = 2000;
   state_.waiting = kKeys;
   std::atomic<int> taken{0};

@@ -1,5 +1,4 @@
-// Text on the console: what is written, in which order with the host's own, and what is said when
-// it cannot be.
+// Text on the console: the bytes written, their order with the host's own output, and failures.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <io.h>
@@ -23,7 +22,7 @@ using kiv::test::TemporaryFolder;
 
 constexpr int kStandardOutput = 1;
 
-// Sends the process's standard output to a file while it lives.
+// Redirects the process's standard output to a file during its lifetime.
 class CapturedOutput {
  public:
   explicit CapturedOutput(const std::string& path) {
@@ -48,7 +47,7 @@ class CapturedOutput {
 
 class ConsoleWrite : public testing::Test {
  protected:
-  // What the actions put on standard output.
+  // Returns the output of the actions.
   template <typename Actions>
   std::string Output(Actions actions) {
     const std::string path = folder_.Path("output");
@@ -72,7 +71,7 @@ class ConsoleWrite : public testing::Test {
   TemporaryFolder folder_;
 };
 
-TEST_F(ConsoleWrite, KeepsItsOrderWithTheHostsOutput) {
+TEST_F(ConsoleWrite, KeepsTheOrderWithTheHostsOutput) {
   EXPECT_EQ(Output([&] {
               std::printf("one ");
               CHECK_OK(ctx_, KivSdConsoleWrite(ctx_, nullptr, 4, "two "));
@@ -83,14 +82,14 @@ TEST_F(ConsoleWrite, KeepsItsOrderWithTheHostsOutput) {
             "one two three four five");
 }
 
-TEST_F(ConsoleWrite, WritesTheWholeTextWhateverTheLength) {
+TEST_F(ConsoleWrite, WritesTheWholeTextOfAnyLength) {
   for (const uint32_t length : {1u, 2u, 100u, 0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(Output([&] { CHECK_OK(ctx_, KivSdConsoleWrite(ctx_, nullptr, length, "a text")); }),
               "a text");
   }
 }
 
-TEST_F(ConsoleWrite, WritesNothingOfNoLengthOrNoText) {
+TEST_F(ConsoleWrite, WritesNothingForLengthZeroOrNullText) {
   const ScriptedImport print("printf", {.result = 0xFFFFFFFF, .error = EIO});
   CHECK_OK(ctx_, KivSdConsoleWrite(ctx_, nullptr, 0, "a text"));
   CHECK_OK(ctx_, KivSdConsoleWrite(ctx_, nullptr, 10, nullptr));
@@ -99,7 +98,7 @@ TEST_F(ConsoleWrite, WritesNothingOfNoLengthOrNoText) {
   EXPECT_TRUE(print.calls().empty());
 }
 
-TEST_F(ConsoleWrite, TakesTheTextAsItIs) {
+TEST_F(ConsoleWrite, WritesTheTextUnchanged) {
   const std::string texts[] = {"100%", "%s%n%d", "%", "", std::string(100'000, 'x')};
   for (const std::string& text : texts) {
     EXPECT_EQ(Output([&] { CHECK_OK(ctx_, KivSdConsoleWrite(ctx_, nullptr, 1, text.c_str())); }),
@@ -107,7 +106,7 @@ TEST_F(ConsoleWrite, TakesTheTextAsItIs) {
   }
 }
 
-int printed;  // what the runtime's printf then returns
+int printed;  // result of the replaced printf
 const char* printedText;
 
 int Print(const char* format, const char* text) {

@@ -1,4 +1,4 @@
-// Logical drives: which there are, their names, and what one holds.
+// Logical drives: the list of drives, their names, and the information about one drive.
 #include <direct.h>
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ constexpr uint32_t kOrdinalOfC = 3;
 
 // ---- The drives present ----
 
-TEST(Drives, AreThoseThatTheSystemNames) {
+TEST(Drives, AreThoseThatTheSystemReports) {
   Context ctx;
   Guarded<KivSdDrives> drives;
   CHECK_OK(ctx, KivSdDrivesGet(ctx, drives));
@@ -47,14 +47,14 @@ TEST(Drives, AreCountedByTheBitsOfTheMask) {
   }
 }
 
-TEST(Drives, TellTheCurrentOne) {
+TEST(Drives, IncludeTheCurrentDrive) {
   Guarded<KivSdDrives> drives;
   const ScriptedImport current("_getdrive", {.result = 26});
   EXPECT_EQ(KivSdDrivesGet(nullptr, drives), KIV_ST_OK);
   EXPECT_EQ(drives->current, 26u);
 }
 
-TEST(Drives, NoneIsAFailureWithTheSystemsError) {
+TEST(Drives, NoDrivesIsAFailureWithTheSystemsError) {
   Context ctx;
   Guarded<KivSdDrives> drives;
   const ScriptedImport logical("GetLogicalDrives", {.result = 0, .error = 21});
@@ -80,19 +80,19 @@ TEST(DriveName, IsTheLetterOfTheOrdinalInAClearedBuffer) {
   }
 }
 
-TEST(DriveName, NeedsTwoBytesToBeTerminated) {
+TEST(DriveName, NeedsTwoBytesForItsTerminator) {
   GuardedBytes two(2);
   EXPECT_EQ(KivSdDriveOrdinalToName(nullptr, 26, 2, two.text()), KIV_ST_OK);
   ExpectText(two, "Z");
 }
 
-TEST(DriveName, IsALetterAloneInABufferOfOneByte) {
+TEST(DriveName, IsTheLetterOnlyInABufferOfOneByte) {
   GuardedBytes one(1);
   EXPECT_EQ(KivSdDriveOrdinalToName(nullptr, 1, 1, one.text()), KIV_ST_OK);
   EXPECT_EQ(one.text()[0], 'A');
 }
 
-TEST(DriveNameDeathTest, NeedsAnOrdinalFromOneOn) {
+TEST(DriveNameDeathTest, NeedsAnOrdinalOfAtLeastOne) {
   char name[2];
   EXPECT_EXIT(KivSdDriveOrdinalToName(nullptr, 0, sizeof name, name), testing::ExitedWithCode(3),
               "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX.*sd/sdcommon");
@@ -118,7 +118,7 @@ TEST(DriveNameDeathTest, NeedsALength) {
 
 // ---- One drive ----
 
-TEST(DriveInfo, OfTheSystemsOwnDriveHasRoomAndAName) {
+TEST(DriveInfo, OfTheSystemDriveHasRoomAndAName) {
   char directory[MAX_PATH];
   ASSERT_NE(GetWindowsDirectoryA(directory, sizeof directory), 0u);
   Context ctx;
@@ -132,7 +132,7 @@ TEST(DriveInfo, OfTheSystemsOwnDriveHasRoomAndAName) {
   EXPECT_EQ(info->usedKiB, info->totalKiB - info->freeKiB);
 }
 
-TEST(DriveInfo, TellsAllThatTheSystemKnows) {
+TEST(DriveInfo, ReportsEverythingThatTheSystemKnows) {
   FakeDrives drives;
   drives['C'] = {.label = "Data", .fileSystem = "FAT32"};
   Context ctx;
@@ -150,7 +150,7 @@ TEST(DriveInfo, TellsAllThatTheSystemKnows) {
   EXPECT_EQ(KivSdDriveInfoGet(nullptr, kOrdinalOfC, info), KIV_ST_OK);
 }
 
-TEST(DriveInfo, HidesTheSystemsBoxesWhileItAsks) {
+TEST(DriveInfo, HidesTheSystemsErrorBoxesDuringTheQuery) {
   FakeDrives drives;
   drives['C'] = {};
   Guarded<KivSdDriveInfo> info;
@@ -161,7 +161,7 @@ TEST(DriveInfo, HidesTheSystemsBoxesWhileItAsks) {
   EXPECT_EQ(drives.calls(), expected);
 }
 
-TEST(DriveInfo, WithoutARootFailsAndShowsTheBoxesAgain) {
+TEST(DriveInfo, WithoutARootFailsAndRestoresTheErrorBoxes) {
   FakeDrives drives;
   drives['C'] = {.type = DRIVE_NO_ROOT_DIR};
   Context ctx;
@@ -216,7 +216,7 @@ TEST(DriveInfo, OfAnEmptyRemovableDriveHasNoRoomAndAnUnknownFileSystem) {
   EXPECT_EQ(info->freeKiB, 0u);
 }
 
-TEST(DriveInfo, TellsTheRoomOfAVolumeWithoutNames) {
+TEST(DriveInfo, ReportsTheRoomOfAVolumeWithoutNames) {
   FakeDrives drives;
   drives['C'].hasNames = false;
   Guarded<KivSdDriveInfo> info;
@@ -225,7 +225,7 @@ TEST(DriveInfo, TellsTheRoomOfAVolumeWithoutNames) {
   EXPECT_EQ(info->totalKiB, 12u);
 }
 
-TEST(DriveInfo, TellsTheNamesOfAVolumeWithoutRoom) {
+TEST(DriveInfo, ReportsTheNamesOfAVolumeWithoutRoom) {
   FakeDrives drives;
   drives['C'] = {.label = "Data", .fileSystem = "CDFS", .hasSpace = false};
   Guarded<KivSdDriveInfo> info;
@@ -244,7 +244,7 @@ TEST(DriveInfo, CallsAFileSystemWithoutANameUnknown) {
   ExpectField(info->fileSystem, "Unknown");
 }
 
-TEST(DriveInfo, HoldsTheLongestNamesThatTheSystemIsOffered) {
+TEST(DriveInfo, HoldsTheLongestNamesThatTheSystemCanWrite) {
   FakeDrives drives;
   drives['C'] = {.label = std::string(1028, 'l'), .fileSystem = std::string(60, 'f')};
   Guarded<KivSdDriveInfo> info;
@@ -254,7 +254,7 @@ TEST(DriveInfo, HoldsTheLongestNamesThatTheSystemIsOffered) {
   EXPECT_EQ(info->type, KIV_DRIVE_FIXED);
 }
 
-TEST(DriveInfo, GivesRoomInKibibytesThatFitThirtyTwoBits) {
+TEST(DriveInfo, ReportsRoomInKibibytesThatFitThirtyTwoBits) {
   struct {
     DWORD sectorsPerCluster, bytesPerSector, freeClusters, totalClusters;
     uint32_t totalKiB, usedKiB, freeKiB;
@@ -283,7 +283,7 @@ TEST(DriveInfo, GivesRoomInKibibytesThatFitThirtyTwoBits) {
   }
 }
 
-TEST(DriveInfo, TakesEveryOrdinal) {
+TEST(DriveInfo, AcceptsEveryOrdinal) {
   for (uint32_t ordinal = 1; ordinal <= KIV_DRIVES_MAX; ++ordinal) {
     FakeDrives drives;
     const auto letter = static_cast<char>('A' + ordinal - 1);
@@ -296,7 +296,7 @@ TEST(DriveInfo, TakesEveryOrdinal) {
   }
 }
 
-TEST(DriveInfoDeathTest, NeedsAnOrdinalFromOneOn) {
+TEST(DriveInfoDeathTest, NeedsAnOrdinalOfAtLeastOne) {
   KivSdDriveInfo info;
   EXPECT_EXIT(KivSdDriveInfoGet(nullptr, 0, &info), testing::ExitedWithCode(3),
               "ulOrdinal >= 1 && ulOrdinal <= KIV_DRIVES_MAX.*sd/sdosrw32");

@@ -1,4 +1,4 @@
-// Processors, the system's identity, physical memory, and the limits of sizes and numbers.
+// Processors, the system's name and version, physical memory, and the limits of sizes and numbers.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -35,7 +35,7 @@ void WINAPI FakeSystemInfo(LPSYSTEM_INFO info) {
   info->dwProcessorType = processorType;
 }
 
-// Processors that a test makes up.
+// Fake processors.
 class FakeProcessors {
  public:
   FakeProcessors(DWORD count, DWORD type) {
@@ -47,7 +47,7 @@ class FakeProcessors {
   ImportPatch patch_{"GetSystemInfo", reinterpret_cast<void*>(&FakeSystemInfo)};
 };
 
-TEST(Processor, IsTheOneThatTheSystemNames) {
+TEST(Processor, IsTheOneThatTheSystemReports) {
   SYSTEM_INFO system;
   GetSystemInfo(&system);
   Context ctx;
@@ -60,7 +60,7 @@ TEST(Processor, IsTheOneThatTheSystemNames) {
   EXPECT_EQ(KivSdCPUCountGet(), system.dwNumberOfProcessors);
 }
 
-TEST(Processor, HasAKindAndANameForEveryTypeThatIsKnown) {
+TEST(Processor, HasAKindAndANameForEveryKnownType) {
   struct {
     DWORD type;
     uint32_t kind;
@@ -85,7 +85,7 @@ TEST(Processor, HasAKindAndANameForEveryTypeThatIsKnown) {
   }
 }
 
-TEST(Processor, OfATypeThatIsNotKnownIsCalledSo) {
+TEST(Processor, OfAnUnknownTypeIsCalledUnknown) {
   for (const DWORD type : {0u, 1u, 385u, 387u, 686u, 2201u, 8663u, 21065u, kMax}) {
     const FakeProcessors processors(1, type);
     Context ctx;
@@ -121,8 +121,8 @@ TEST(System, HasTheNameAndTheNumbersOfItsVersionWord) {
     const char* version;
   } const cases[] = {
       {0x00000206, "Windows NT", "6.02"}, {0x23F00206, "Windows NT", "6.02"},
-      {0x10000206, "Windows", "6.02"},     // bit 28 decides
-      {0x80000A04, "Windows NT", "4.10"},  // and not the top bit
+      {0x10000206, "Windows", "6.02"},     // bit 28 selects the name
+      {0x80000A04, "Windows NT", "4.10"},  // the top bit does not
       {0x90000A04, "Windows", "4.10"},    {0xEFFFFFFF, "Windows NT", "255.255"},
       {0xFFFFFFFF, "Windows", "255.255"}, {0x0000000A, "Windows NT", "10.00"},
       {0x00006300, "Windows NT", "0.99"}, {0x00006401, "Windows NT", "1.100"},
@@ -151,7 +151,7 @@ TEST(SystemDeathTest, NeedsARecord) {
 
 // ---- Memory ----
 
-// Memory that a test makes up.
+// Fake physical memory.
 struct FakeMemory {
   FakeMemory() { current = this; }
   ~FakeMemory() { current = nullptr; }
@@ -227,7 +227,7 @@ TEST(PhysicalMemoryDeathTest, NeedsARecord) {
               "pPhysMemInfo != KIV_NULL.*sd/sdosrw32");
 }
 
-TEST(AvailableMemory, IsFreePagingSpaceAndAvailablePhysicalMemory) {
+TEST(AvailableMemory, IsFreePagingSpacePlusAvailablePhysicalMemory) {
   FakeMemory memory;
   Context ctx;
   uint64_t sizeKiB = 0;
@@ -253,7 +253,7 @@ TEST(AvailableMemory, DoesNotNeedThePagingFileSetting) {
   EXPECT_EQ(sizeKiB, 48u);
 }
 
-TEST(AvailableMemory, IsUnknownWithoutTheMemoryStatus) {
+TEST(AvailableMemory, FailsWithoutTheMemoryStatus) {
   FakeMemory memory;
   memory.canReadPaging = FALSE;
   SetLastError(ERROR_GEN_FAILURE);
@@ -264,7 +264,7 @@ TEST(AvailableMemory, IsUnknownWithoutTheMemoryStatus) {
   EXPECT_EQ(KivSdAvailVirtMemGet(nullptr, &sizeKiB), KIV_ST_AVAIL_VIRT_MEM);
 }
 
-TEST(AvailableMemoryDeathTest, NeedsAPlaceForTheSize) {
+TEST(AvailableMemoryDeathTest, RefusesANullSize) {
   EXPECT_EXIT(KivSdAvailVirtMemGet(nullptr, nullptr), testing::ExitedWithCode(3),
               "pSizeAvailVirtMem != KIV_NULL.*sd/sdcommon");
 }
@@ -283,7 +283,7 @@ TEST(PageSize, IsTheSystems) {
   EXPECT_EQ(*sizeBytes, 65536u);
 }
 
-TEST(LargestAllocation, IsTheLargestSizeLessThirtyTwo) {
+TEST(LargestAllocation, IsTheLargestSizeMinusThirtyTwo) {
   Context ctx;
   Guarded<uint64_t> sizeBytes;
   CHECK_OK(ctx, KivSdMaxAllocGet(ctx, sizeBytes));
@@ -310,7 +310,7 @@ TEST(Infinite, NumbersAreFlagged) {
   }
 }
 
-TEST(Infinite, FiniteNumbersAreNot) {
+TEST(Infinite, FiniteNumbersAreNotFlagged) {
   for (const double value : {0.0, -0.0, 1.0, -1.0, DBL_MAX, -DBL_MAX, DBL_MIN,
                              std::numeric_limits<double>::denorm_min()}) {
     Context ctx;
@@ -320,7 +320,7 @@ TEST(Infinite, FiniteNumbersAreNot) {
   }
 }
 
-TEST(Limits, NeedAPlaceToPutThem) {
+TEST(Limits, RefuseNullResults) {
   Context ctx;
   CHECK_ARGUMENT(ctx, KivSdPageSizeGet(ctx, nullptr));
   CHECK_ARGUMENT(ctx, KivSdMaxAllocGet(ctx, nullptr));

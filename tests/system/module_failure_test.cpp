@@ -1,4 +1,4 @@
-// Modules when the system's calls fail, what is asked of the system, and the words for errors.
+// Modules: failures of the system calls, the arguments of these calls, and error messages.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -25,7 +25,7 @@ constexpr uint32_t kOtherError = 5555;
 
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
 
-// The system's own text; with the places for names as they stand, or the first one filled.
+// Returns the system's text, with its placeholders unfilled or with the first one filled.
 std::string SystemText(uint32_t error, const char* name = nullptr) {
   char text[4096] = {};
   const char* inserts[11] = {name, "", "", "", "", "", "", "", "", "", ""};
@@ -41,7 +41,7 @@ std::string MessageFor(uint32_t error) {
   return KivSdModuleGetErrorMessage(&ctx);
 }
 
-// A load that fails, so that its path is the one that messages name.
+// Lets a load of this path fail; messages then name the path.
 void FailToLoad(const std::string& path) {
   const ScriptedImport load("LoadLibraryExA", {.result = 0, .error = ERROR_BAD_EXE_FORMAT});
   KivHandle module = nullptr;
@@ -66,7 +66,7 @@ TEST(ModuleFailure, EachOperationHasItsStatusAndTheSystemsError) {
   EXPECT_EQ(KivSdModuleUnload(nullptr, Handle(8)), KIV_ST_MODULE_UNLOAD);
 }
 
-TEST(ModuleFailure, WithoutAnErrorIsAFailureAllTheSame) {
+TEST(ModuleFailure, IsReportedEvenWithoutASystemError) {
   Context ctx;
   const ScriptedImport load("LoadLibraryExA", {.result = 0, .error = 0});
   const ScriptedImport unload("FreeLibrary", {.result = 0, .error = 0});
@@ -79,7 +79,7 @@ TEST(ModuleFailure, WithoutAnErrorIsAFailureAllTheSame) {
                 KIV_ST_MODULE_PROCEDURE, 0u);
 }
 
-TEST(ModuleFailure, ANameThatCannotBeReadIsEmptyAndASuccess) {
+TEST(ModuleFailure, AnUnreadableNameIsASuccessWithAnEmptyText) {
   Context ctx;
   const ScriptedImport path("GetModuleFileNameA", {.result = 0, .error = 126});
   char name[] = "untouched";
@@ -108,7 +108,7 @@ DWORD WINAPI FillTwo(HMODULE, char* buffer, DWORD) {
   return 2;
 }
 
-TEST(ModuleFailure, ANameThatFitsLeavesWhatLiesBehindIt) {
+TEST(ModuleFailure, ANameThatFitsLeavesTheBytesAfterItUnchanged) {
   const ImportPatch patch("GetModuleFileNameA", reinterpret_cast<void*>(&FillTwo));
   for (const uint32_t length : {3u, 4u, 8u}) {
     char name[] = "12345678";
@@ -118,9 +118,9 @@ TEST(ModuleFailure, ANameThatFitsLeavesWhatLiesBehindIt) {
   }
 }
 
-// ---- What is asked ----
+// ---- Arguments of the system calls ----
 
-TEST(ModuleRequest, LoadsThePathItselfWithTheSearchAskedFor) {
+TEST(ModuleRequest, PassesOnThePathAndTheSearch) {
   Context ctx;
   const ScriptedImport load("LoadLibraryExA", {.result = 0x123456789A});
   const char path[] = "folder/Module.dll";
@@ -155,7 +155,7 @@ UINT WINAPI SetModeAndAnError(UINT mode) {
   return before;
 }
 
-TEST(ModuleErrorBoxes, RestoringThemDoesNotHideTheError) {
+TEST(ModuleErrorBoxes, AreRestoredWithoutHidingTheError) {
   Context ctx;
   const ImportPatch boxes("SetErrorMode", reinterpret_cast<void*>(&SetModeAndAnError));
   const ScriptedImport load("LoadLibraryExA", {.result = 0, .error = 14});
@@ -171,7 +171,7 @@ HMODULE WINAPI LookAtTheMode(const char*, HANDLE, DWORD) {
   return loadSucceeds ? GetModuleHandleA(nullptr) : nullptr;
 }
 
-TEST(ModuleErrorBoxes, AreOffWhileTheModuleLoadsAndThenAsBefore) {
+TEST(ModuleErrorBoxes, AreOffDuringTheLoadAndRestoredAfterIt) {
   const UINT before = SetErrorMode(0);
   const ImportPatch patch("LoadLibraryExA", reinterpret_cast<void*>(&LookAtTheMode));
   for (const UINT mode : {0u, 1u, 2u, 0x8002u}) {
@@ -188,7 +188,7 @@ TEST(ModuleErrorBoxes, AreOffWhileTheModuleLoadsAndThenAsBefore) {
   SetErrorMode(before);
 }
 
-// ---- The words ----
+// ---- Error messages ----
 
 struct Asked {
   DWORD flags;
@@ -199,7 +199,7 @@ struct Asked {
   std::vector<std::string> inserts;
 };
 std::vector<Asked> asked;
-DWORD failingFlag;  // requests with this flag find no text
+DWORD failingFlag;  // requests with this flag fail
 
 DWORD WINAPI KeepFormat(DWORD flags, const void* source, DWORD error, DWORD language, char* buffer,
                         DWORD size, va_list* inserts) {
@@ -223,7 +223,7 @@ class ModuleMessage : public testing::Test {
 constexpr DWORD kWithInserts = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ARGUMENT_ARRAY;
 constexpr DWORD kWithoutInserts = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
 
-TEST_F(ModuleMessage, FourErrorsNameTheModuleThatWasAskedForLast) {
+TEST_F(ModuleMessage, NamesTheLastRequestedModuleForFourErrors) {
   FailToLoad("some.dll");
   FailToLoad("100%1%n.dll");
   for (const uint32_t error : {190u, 191u, 192u, 193u}) {
@@ -243,7 +243,7 @@ TEST_F(ModuleMessage, FourErrorsNameTheModuleThatWasAskedForLast) {
   }
 }
 
-TEST_F(ModuleMessage, OthersKeepTheirPlacesUnfilled) {
+TEST_F(ModuleMessage, LeavesThePlaceholdersOfOtherErrorsUnfilled) {
   FailToLoad("some.dll");
   for (const uint32_t error : {2u, 126u, 189u, 194u}) {
     asked.clear();
@@ -257,7 +257,7 @@ TEST_F(ModuleMessage, OthersKeepTheirPlacesUnfilled) {
   }
 }
 
-TEST_F(ModuleMessage, TheNameKeepsItsFirst1028Characters) {
+TEST_F(ModuleMessage, UsesTheFirst1028CharactersOfTheName) {
   for (const size_t length :
        {size_t{0}, size_t{1027}, size_t{1028}, size_t{1029}, size_t{2000}, size_t{5}}) {
     std::string path;
@@ -270,14 +270,14 @@ TEST_F(ModuleMessage, TheNameKeepsItsFirst1028Characters) {
   }
 }
 
-TEST_F(ModuleMessage, ATextThatBecomesTooLongKeepsItsPlaces) {
+TEST_F(ModuleMessage, LeavesThePlaceholdersUnfilledIfTheTextBecomesTooLong) {
   FailToLoad(std::string(kNameMost, 'n'));
   EXPECT_EQ(MessageFor(193), SystemText(193));
   ASSERT_EQ(asked.size(), 2u);
   EXPECT_EQ(asked[0].flags, kWithInserts);
   EXPECT_EQ(asked[1].flags, kWithoutInserts);
 
-  // One character less than the buffer is the longest that fits.
+  // The longest text that fits is one character shorter than the buffer.
   const size_t around = SystemText(193, "").size();
   const std::string longest(kBufferBytes - 1 - around, 'n');
   FailToLoad(longest);
@@ -286,7 +286,7 @@ TEST_F(ModuleMessage, ATextThatBecomesTooLongKeepsItsPlaces) {
   EXPECT_EQ(MessageFor(193), SystemText(193));
 }
 
-TEST_F(ModuleMessage, WithoutATextIsUnknown) {
+TEST_F(ModuleMessage, IsUnknownErrorWithoutASystemText) {
   EXPECT_EQ(MessageFor(kErrorWithoutText), "Unknown error");
   failingFlag = FORMAT_MESSAGE_FROM_SYSTEM;
   for (const uint32_t error : {1u, 189u, 190u, 193u, 194u, 0xFFFFFFFFu}) {
@@ -294,20 +294,20 @@ TEST_F(ModuleMessage, WithoutATextIsUnknown) {
   }
 }
 
-TEST_F(ModuleMessage, OneThatCannotTakeTheNameComesWithoutIt) {
+TEST_F(ModuleMessage, OmitsTheNameIfItCannotBeInserted) {
   FailToLoad("some.dll");
   failingFlag = FORMAT_MESSAGE_ARGUMENT_ARRAY;
   for (const uint32_t error : {190u, 193u}) EXPECT_EQ(MessageFor(error), SystemText(error));
 }
 
-TEST_F(ModuleMessage, GoesByTheContextAndNotByTheThread) {
+TEST_F(ModuleMessage, UsesTheContextsErrorAndNotTheThreads) {
   SetLastError(ERROR_ACCESS_DENIED);
   EXPECT_EQ(MessageFor(0), "No errors");
   SetLastError(0);
   EXPECT_EQ(MessageFor(ERROR_ACCESS_DENIED), SystemText(ERROR_ACCESS_DENIED));
 }
 
-TEST_F(ModuleMessage, WithoutAContextGoesByTheThread) {
+TEST_F(ModuleMessage, UsesTheThreadsErrorWithoutAContext) {
   FailToLoad("some.dll");
   SetLastError(0);
   EXPECT_STREQ(KivSdModuleGetErrorMessage(nullptr), "No errors");
@@ -317,7 +317,7 @@ TEST_F(ModuleMessage, WithoutAContextGoesByTheThread) {
   EXPECT_EQ(KivSdModuleGetErrorMessage(nullptr), SystemText(193, "some.dll"));
 }
 
-TEST_F(ModuleMessage, ALoadThatSucceedsChangesTheNameAndOneThatIsRefusedDoesNot) {
+TEST_F(ModuleMessage, UsesTheNameOfASuccessfulLoadButNotOfARefusedOne) {
   FailToLoad("first.dll");
   {
     const ScriptedImport load("LoadLibraryExA", {.result = 16});
@@ -332,7 +332,7 @@ TEST_F(ModuleMessage, ALoadThatSucceedsChangesTheNameAndOneThatIsRefusedDoesNot)
 
 // ---- The lease guard ----
 
-TEST(ModuleGuard, RunsOnceBeforeTheArgumentsAreLookedAt) {
+TEST(ModuleGuard, RunsOnceBeforeTheArgumentsAreChecked) {
   const ScriptedImport load("LoadLibraryExA", {.result = 16});
   const ScriptedImport unload("FreeLibrary", {.result = 1});
   const ScriptedImport find("GetProcAddress", {.result = 16});

@@ -1,4 +1,4 @@
-// Modules: loading with what they need, entries, names, and messages after real failures.
+// Modules: loading with dependencies, entries, names, and messages after real failures.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -28,7 +28,7 @@ std::string OwnFolder() {
   return path.substr(0, path.rfind('\\') + 1);
 }
 
-// The altered search is promised for absolute paths only.
+// An absolute path, because the altered search is documented for absolute paths only.
 std::string InModules(const char* file) { return OwnFolder() + KIV_MODULES_FOLDER "\\" + file; }
 
 std::string Upper(std::string text) {
@@ -38,7 +38,7 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// A text file with a module's name, in the folder for such things; gone at the end.
+// A text file with a module's name in the temporary folder; removed at the end.
 class NoModule {
  public:
   NoModule() {
@@ -71,7 +71,7 @@ Answer AnswerOf(KivHandle module, const char* entry) {
 
 // ---- Loading ----
 
-TEST(ModuleLoad, TheAlteredSearchFindsWhatLiesBesideTheModule) {
+TEST(ModuleLoad, TheAlteredSearchFindsFilesBesideTheModule) {
   Context ctx;
   KivHandle module = nullptr;
   CHECK_OK(ctx, KivSdModuleLoad(ctx, InModules("kiv_needing.dll").c_str(), &module, kAltered));
@@ -86,7 +86,7 @@ TEST(ModuleLoad, TheAlteredSearchFindsWhatLiesBesideTheModule) {
   EXPECT_EQ(GetModuleHandleA("kiv_needed.dll"), nullptr);
 }
 
-TEST(ModuleLoad, TheStandardSearchDoesNot) {
+TEST(ModuleLoad, TheStandardSearchDoesNotFindThem) {
   Context ctx;
   KivHandle module = &ctx;
   CHECK_OUTCOME(ctx, KivSdModuleLoad(ctx, InModules("kiv_needing.dll").c_str(), &module, kStandard),
@@ -94,7 +94,7 @@ TEST(ModuleLoad, TheStandardSearchDoesNot) {
   EXPECT_EQ(module, nullptr);
 }
 
-TEST(ModuleLoad, TheStandardSearchIsEnoughForAModuleThatNeedsNothing) {
+TEST(ModuleLoad, TheStandardSearchLoadsAModuleWithoutDependencies) {
   Context ctx;
   KivHandle module = nullptr;
   CHECK_OK(ctx, KivSdModuleLoad(ctx, InModules("kiv_needed.dll").c_str(), &module, kStandard));
@@ -131,7 +131,7 @@ TEST(ModuleLoad, AMissingFileIsNotFound) {
   EXPECT_NE(message, "Unknown error");
 }
 
-TEST(ModuleLoad, TheMessageNamesAFileThatIsNoModule) {
+TEST(ModuleLoad, TheMessageNamesAFileThatIsNotAModule) {
   Context ctx;
   const NoModule file;
   KivHandle module = &ctx;
@@ -155,7 +155,7 @@ TEST(ModuleLoad, WorksWithoutAContext) {
   EXPECT_EQ(KivSdModuleUnload(nullptr, module), KIV_ST_OK);
 }
 
-TEST(ModuleLoad, LeavesTheErrorBoxesAsTheyWere) {
+TEST(ModuleLoad, LeavesTheErrorModeUnchanged) {
   const NoModule file;
   const UINT before = SetErrorMode(0);
   for (const UINT mode : {0u, 0x8000u, 0x8002u, 0x8003u}) {
@@ -172,7 +172,7 @@ TEST(ModuleLoad, LeavesTheErrorBoxesAsTheyWere) {
   SetErrorMode(before);
 }
 
-TEST(ModuleUnload, RefusesWhatIsNoModule) {
+TEST(ModuleUnload, RefusesAHandleThatIsNotAModule) {
   Context ctx;
   for (const uintptr_t value : {uintptr_t{0}, uintptr_t{0x10000}}) {
     const auto module = reinterpret_cast<KivHandle>(value);
@@ -185,7 +185,7 @@ TEST(ModuleUnload, RefusesWhatIsNoModule) {
 
 // ---- Entries ----
 
-TEST(ModuleEntry, OneThatIsMissingIsNotFound) {
+TEST(ModuleEntry, AMissingEntryIsNotFound) {
   Context ctx;
   KivHandle module = nullptr;
   ASSERT_EQ(KivSdModuleHandleGet(nullptr, &module), KIV_ST_OK);
@@ -197,7 +197,7 @@ TEST(ModuleEntry, OneThatIsMissingIsNotFound) {
   }
 }
 
-TEST(ModuleEntry, IsFoundByItsNumberToo) {
+TEST(ModuleEntry, IsAlsoFoundByItsNumber) {
   Context ctx;
   KivHandle module = nullptr;
   ASSERT_EQ(KivSdModuleLoad(nullptr, InModules("kiv_needed.dll").c_str(), &module, 0), KIV_ST_OK);
@@ -207,7 +207,7 @@ TEST(ModuleEntry, IsFoundByItsNumberToo) {
   EXPECT_EQ(KivSdModuleUnload(nullptr, module), KIV_ST_OK);
 }
 
-TEST(ModuleArgument, NullPointersAreRefusedAndNothingIsFilled) {
+TEST(ModuleArgument, NullPointersAreRefusedAndNothingIsWritten) {
   Context ctx;
   KivHandle module = &ctx;
   void* address = &ctx;
@@ -248,7 +248,7 @@ TEST(ModuleName, IsCutToTheBufferAndTerminated) {
   }
 }
 
-TEST(ModuleName, NoRoomIsASuccessThatWritesNothing) {
+TEST(ModuleName, NoRoomSucceedsAndWritesNothing) {
   Context ctx;
   char name[] = "untouched";
   CHECK_OK(ctx, KivSdModuleNameGet(ctx, nullptr, 0, name));

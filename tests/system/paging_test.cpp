@@ -25,8 +25,8 @@ constexpr uint64_t kTiB = kKiB * kKiB * kKiB * kKiB;
 constexpr uint32_t kMax = 0xFFFFFFFF;
 constexpr size_t kMaxCharacters = KIV_SYSTEM_PATH_MAX - 1;
 
-// A machine with a paging-file setting and paging space that a test makes up, and a heap that
-// knows which blocks are out. Keeps the calls in order, with what they were asked.
+// A fake machine: the paging-file setting, the paging space, and a heap that counts its blocks.
+// Records the calls in order, with their sizes.
 class FakeMachine {
  public:
   FakeMachine() { current_ = this; }
@@ -36,7 +36,7 @@ class FakeMachine {
 
   std::string setting = std::string("C:\\pagefile.sys 0 0\0", 21);
   DWORD type = REG_MULTI_SZ;
-  DWORD largestBytes = 64;  // of the key's values
+  DWORD largestBytes = 64;  // size of the key's largest value
   LSTATUS openStatus = ERROR_SUCCESS;
   LSTATUS infoStatus = ERROR_SUCCESS;
   LSTATUS valueStatus = ERROR_SUCCESS;
@@ -46,7 +46,7 @@ class FakeMachine {
   uint64_t totalBytes = 128 * kKiB;
   uint64_t availableBytes = 32 * kKiB;
 
-  // What the DLL has not given back.
+  // Keys and blocks that the DLL has not released.
   int openKeys = 0;
   int blocks = 0;
 
@@ -71,7 +71,7 @@ class FakeMachine {
                              LPDWORD, LPDWORD largestBytes, LPDWORD, PFILETIME) {
     EXPECT_EQ(key, Key());
     current_->calls.push_back("info");
-    *largestBytes = current_->largestBytes;  // also on failure, so that using it shows
+    *largestBytes = current_->largestBytes;  // also on failure: a caller that uses it is found
     return current_->infoStatus;
   }
 
@@ -101,7 +101,7 @@ class FakeMachine {
     if (!current_->hasHeap) return nullptr;
     ++current_->blocks;
     void* block = std::malloc(sizeBytes);
-    return std::memset(block, '#', sizeBytes);  // no terminator behind a setting without one
+    return std::memset(block, '#', sizeBytes);  // so that no terminator follows the setting
   }
 
   static void Free(void* block) {
@@ -118,7 +118,7 @@ class FakeMachine {
   }
 
   static inline FakeMachine* current_ = nullptr;
-  static inline int key_ = 0;  // only its address is used
+  static inline int key_ = 0;  // its address serves as a handle
 
   ImportPatch open_{"RegOpenKeyExA", reinterpret_cast<void*>(&Open)};
   ImportPatch info_{"RegQueryInfoKeyA", reinterpret_cast<void*>(&Info)};
@@ -132,7 +132,7 @@ class FakeMachine {
 using Calls = std::vector<std::string>;
 const Calls kAllSteps = {"open", "info", "malloc 64", "value 64", "free", "close"};
 
-// Reads the setting: the flags and the text must be these, and nothing may be left open.
+// Reads the setting; checks the flags, the text, and that no key or block is left.
 void ExpectSetting(FakeMachine& machine, uint32_t flags, const std::string& text) {
   Context ctx;
   Guarded<KivSdSwapInfo> info;
@@ -169,7 +169,7 @@ TEST(PagingFiles, NeedNoTerminator) {
   ExpectSetting(machine, KIV_SWAP_FOUND, "C:\\pagefile.sys");
 }
 
-TEST(PagingFiles, AreOfTheFullLengthAtMost) {
+TEST(PagingFiles, AreCutAtTheFullLength) {
   for (const size_t length :
        {kMaxCharacters - 1, kMaxCharacters, kMaxCharacters + 1, kMaxCharacters + 2, size_t{5000}}) {
     for (const bool terminated : {true, false}) {
@@ -183,7 +183,7 @@ TEST(PagingFiles, AreOfTheFullLengthAtMost) {
   }
 }
 
-TEST(PagingFiles, ThatTheSettingDoesNotNameAreToldApart) {
+TEST(PagingFiles, AreFlaggedAsEmptyWhenTheSettingIsEmpty) {
   for (const std::string& setting :
        {std::string(), std::string(1, '\0'), std::string(2, '\0'), std::string("\0D:\\two\0", 8)}) {
     FakeMachine machine;
@@ -200,7 +200,7 @@ TEST(PagingFiles, CannotBeReadWithoutTheKey) {
   EXPECT_EQ(machine.calls, Calls{"open"});
 }
 
-TEST(PagingFiles, CannotBeReadWithoutTheKeysLargestLength) {
+TEST(PagingFiles, CannotBeReadWithoutTheKeysLargestValueLength) {
   FakeMachine machine;
   machine.infoStatus = ERROR_ACCESS_DENIED;
   ExpectSetting(machine, KIV_SWAP_UNREADABLE, "");
@@ -228,7 +228,7 @@ TEST(PagingFiles, CannotBeReadWithoutTheValue) {
   EXPECT_EQ(machine.calls, kAllSteps);
 }
 
-TEST(PagingFiles, CannotBeReadWhenTheValueHasGrownMeanwhile) {
+TEST(PagingFiles, CannotBeReadWhenTheValueGrowsBetweenTheQueries) {
   FakeMachine machine;
   machine.setting = std::string(65, 'p');
   ExpectSetting(machine, KIV_SWAP_UNREADABLE, "");
@@ -245,7 +245,7 @@ TEST(PagingFiles, CannotBeReadFromAValueOfAnotherType) {
   }
 }
 
-TEST(PagingFiles, AreFoundEvenIfTheKeyCannotBeClosed) {
+TEST(PagingFiles, AreReadEvenIfTheKeyCannotBeClosed) {
   FakeMachine machine;
   machine.closeStatus = ERROR_INVALID_HANDLE;
   ExpectSetting(machine, KIV_SWAP_FOUND, "C:\\pagefile.sys 0 0");
@@ -280,7 +280,7 @@ TEST(PagingSpace, IsInKibibytesThatFitThirtyTwoBits) {
   }
 }
 
-TEST(PagingSpace, IsNothingWithoutTheMemoryStatus) {
+TEST(PagingSpace, IsZeroWithoutTheMemoryStatus) {
   FakeMachine machine;
   machine.hasMemoryStatus = FALSE;
   Context ctx;

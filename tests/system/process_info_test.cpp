@@ -26,7 +26,7 @@ constexpr char kDirectory[] = "C:\\WINDOWS";
 constexpr uint32_t kDirectoryBytes = sizeof kDirectory;
 constexpr uint32_t kErrorBufferTooSmall = 122;
 
-// A directory that does not fit is no failure to the system: it tells the size that is needed.
+// Like the system's call, does not fail if the directory does not fit, but returns the needed size.
 UINT WINAPI FakeDirectory(LPSTR buffer, UINT sizeBytes) {
   SetLastError(ERROR_GEN_FAILURE);
   if (sizeBytes < kDirectoryBytes) return kDirectoryBytes;
@@ -44,7 +44,7 @@ TEST(HomePath, IsTheSystemDirectory) {
   EXPECT_EQ(KivSdHomePathGet(nullptr, KIV_SYSTEM_PATH_MAX, path.text()), KIV_ST_OK);
 }
 
-TEST(HomePath, FitsABufferOfItsLengthAndTerminator) {
+TEST(HomePath, FitsABufferOfItsLengthPlusTheTerminator) {
   const ImportPatch directory("GetWindowsDirectoryA", reinterpret_cast<void*>(&FakeDirectory));
   for (const uint32_t length : {kDirectoryBytes, kDirectoryBytes + 1}) {
     Context ctx;
@@ -54,7 +54,7 @@ TEST(HomePath, FitsABufferOfItsLengthAndTerminator) {
   }
 }
 
-TEST(HomePath, ThatDoesNotFitIsAFailureAndTheEmptyText) {
+TEST(HomePath, ThatDoesNotFitFailsWithAnEmptyText) {
   const ImportPatch directory("GetWindowsDirectoryA", reinterpret_cast<void*>(&FakeDirectory));
   for (uint32_t length = 1; length < kDirectoryBytes; ++length) {
     Context ctx;
@@ -66,7 +66,7 @@ TEST(HomePath, ThatDoesNotFitIsAFailureAndTheEmptyText) {
   }
 }
 
-TEST(HomePath, AsLongAsTheBufferHasNoRoomForItsTerminator) {
+TEST(HomePath, AsLongAsTheBufferLacksRoomForItsTerminator) {
   const ScriptedImport directory("GetWindowsDirectoryA", {.result = 8});
   Context ctx;
   GuardedBytes path(8);
@@ -87,7 +87,7 @@ TEST(HomePath, FailsWithTheSystemsError) {
   CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 64, path.text()), KIV_ST_HOME_PATH, 5u);
 }
 
-TEST(HomePath, WritesNothingIntoNoBytes) {
+TEST(HomePath, WritesNothingIntoABufferOfZeroBytes) {
   const ScriptedImport directory("GetWindowsDirectoryA", {.result = 0, .error = 5});
   Context ctx;
   GuardedBytes path(4);
@@ -116,7 +116,7 @@ BOOL WINAPI FakeWorkingSet(HANDLE, PSIZE_T minimum, PSIZE_T maximum) {
   return TRUE;
 }
 
-TEST(WorkingSet, OfThisProcessIsTheSystemsInPageUnits) {
+TEST(WorkingSet, OfThisProcessIsReportedInPageUnits) {
   SIZE_T least = 0;
   SIZE_T most = 0;
   ASSERT_TRUE(GetProcessWorkingSetSize(GetCurrentProcess(), &least, &most));
@@ -155,7 +155,7 @@ TEST(WorkingSet, IsRoundedDownToPageUnits) {
   }
 }
 
-TEST(WorkingSet, ThatCannotBeReadIsAFailureWithTheSystemsError) {
+TEST(WorkingSet, ThatCannotBeReadFailsWithTheSystemsError) {
   const ScriptedImport read("GetProcessWorkingSetSize", {.result = 0, .error = 6});
   Context ctx;
   uint64_t minimum = 7;
@@ -169,7 +169,7 @@ TEST(WorkingSet, ThatCannotBeReadIsAFailureWithTheSystemsError) {
   EXPECT_EQ(read.calls()[0][0], reinterpret_cast<uintptr_t>(process));
 }
 
-TEST(WorkingSet, NeedsPlacesForBothLimits) {
+TEST(WorkingSet, RefusesANullLimit) {
   const ScriptedImport read("GetProcessWorkingSetSize", {.result = 0, .error = 6});
   Context ctx;
   uint64_t limit = 7;
@@ -180,7 +180,7 @@ TEST(WorkingSet, NeedsPlacesForBothLimits) {
   EXPECT_TRUE(read.calls().empty());
 }
 
-TEST(WorkingSet, IsSetInBytesCutAtTwoGibibytes) {
+TEST(WorkingSet, IsSetInBytesLimitedToTwoGibibytes) {
   struct {
     uint64_t units, bytes;
   } const cases[] = {{1, 8192},
@@ -190,7 +190,7 @@ TEST(WorkingSet, IsSetInBytesCutAtTwoGibibytes) {
                      {0x40001, 0x7FFFFFFF},
                      {1ull << 51, 0x7FFFFFFF},  // 8192 times this is 0 in 64 bits
                      {UINT64_MAX, 0x7FFFFFFF}};
-  int process;  // only its address is used, as a handle
+  int process;  // its address serves as a handle
   for (const auto& [units, bytes] : cases) {
     const ScriptedImport set("SetProcessWorkingSetSize", {.result = TRUE});
     Context ctx;
@@ -205,7 +205,7 @@ TEST(WorkingSet, IsSetInBytesCutAtTwoGibibytes) {
   }
 }
 
-TEST(WorkingSet, CannotBeSetToNothing) {
+TEST(WorkingSet, CannotBeSetToZero) {
   const ScriptedImport set("SetProcessWorkingSetSize", {.result = TRUE});
   Context ctx;
   const KivHandle process = GetCurrentProcess();
@@ -216,7 +216,7 @@ TEST(WorkingSet, CannotBeSetToNothing) {
   EXPECT_TRUE(set.calls().empty());
 }
 
-TEST(WorkingSet, TellsAMissingPrivilegeFromOtherFailures) {
+TEST(WorkingSet, DistinguishesAMissingPrivilegeFromOtherFailures) {
   struct {
     uint32_t osError, status;
   } const cases[] = {{1313, KIV_ST_WORKING_SET_PRIVILEGE}, {1314, KIV_ST_WORKING_SET_PRIVILEGE},
@@ -254,7 +254,7 @@ TEST(LoginName, IsTheSystems) {
   EXPECT_EQ(KivSdGetSessionLoginUsername(nullptr, name.text(), length), KIV_ST_OK);
 }
 
-TEST(LoginName, IsCopiedWithItsTerminatorAndNoFurther) {
+TEST(LoginName, IsCopiedWithItsTerminatorAndNothingMore) {
   const ImportPatch user("GetUserNameA", reinterpret_cast<void*>(&FakeUserName));
   for (const size_t size : {size_t{0}, size_t{1}, size_t{256}, size_t{511}}) {
     loginName = std::string(size, 'n');
@@ -267,7 +267,7 @@ TEST(LoginName, IsCopiedWithItsTerminatorAndNoFurther) {
   }
 }
 
-TEST(LoginName, ThatIsNotKnownZeroesEightBytesAndTellsNoReason) {
+TEST(LoginName, ThatIsUnknownZeroesEightBytesAndRecordsNoError) {
   const ScriptedImport user("GetUserNameA", {.result = FALSE, .error = 1317});
   Context ctx;
   GuardedBytes name(KIV_LOGIN_NAME_MAX);
@@ -279,7 +279,7 @@ TEST(LoginName, ThatIsNotKnownZeroesEightBytesAndTellsNoReason) {
   EXPECT_EQ(KivSdGetSessionLoginUsername(nullptr, name.text(), length), KIV_ST_LOGIN_USER);
 }
 
-TEST(LoginName, NeedsPlacesForNameAndLength) {
+TEST(LoginName, RefusesANullNameOrLength) {
   const ScriptedImport user("GetUserNameA", {.result = FALSE, .error = 1317});
   Context ctx;
   char name[KIV_LOGIN_NAME_MAX] = "kept";

@@ -1,4 +1,4 @@
-// The one large record of all that there is to know about the machine.
+// The large record with all information about the machine.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ KivSdOSResources* RecordIn(GuardedBytes& buffer) {
   return reinterpret_cast<KivSdOSResources*>(buffer.data());
 }
 
-// A record with room for drives behind it.
+// Access to the drives that follow the record.
 const KivSdDriveInfo* DriveIn(GuardedBytes& buffer, size_t index) {
   return reinterpret_cast<const KivSdDriveInfo*>(buffer.data() + kDriveOffset) + index;
 }
@@ -51,7 +51,7 @@ TEST(ResourcesSize, GrowsWithEveryDriveAfterTheFirst) {
   }
 }
 
-TEST(ResourcesSize, IsUnknownWithoutTheDrives) {
+TEST(ResourcesSize, FailsWithoutTheDrives) {
   const ScriptedImport logical("GetLogicalDrives", {.result = 0, .error = 21});
   Context ctx;
   uint64_t sizeBytes = 7;
@@ -60,14 +60,14 @@ TEST(ResourcesSize, IsUnknownWithoutTheDrives) {
   EXPECT_EQ(KivSdOSResourcesSizeGet(nullptr, &sizeBytes), KIV_ST_DRIVES);
 }
 
-TEST(ResourcesSizeDeathTest, NeedsAPlaceForTheSize) {
+TEST(ResourcesSizeDeathTest, RefusesANullSize) {
   EXPECT_EXIT(KivSdOSResourcesSizeGet(nullptr, nullptr), testing::ExitedWithCode(3),
               "pSizeOSResource != KIV_NULL.*sd/sdcommon");
 }
 
 // ---- The record ----
 
-TEST(Resources, AreWhatTheSingleOperationsTell) {
+TEST(Resources, MatchTheSingleOperations) {
   FakeDrives drives;
   drives['C'] = {};
   Context ctx;
@@ -114,13 +114,13 @@ TEST(Resources, AreWhatTheSingleOperationsTell) {
   EXPECT_EQ(std::memcmp(&all.drive[0], &drive, sizeof drive), 0);
 }
 
-TEST(Resources, OfThisMachineAreRead) {
+TEST(Resources, OfThisMachineCanBeRead) {
   uint64_t sizeBytes = 0;
   ASSERT_EQ(KivSdOSResourcesSizeGet(nullptr, &sizeBytes), KIV_ST_OK);
   GuardedBytes buffer(sizeBytes);
   const uint32_t status =
       KivSdOSResourcesGet(nullptr, static_cast<uint32_t>(sizeBytes), RecordIn(buffer));
-  // A drive letter without a root, which a machine may have, is the one failure there can be.
+  // The only possible failure is a drive letter without a root, which some machines have.
   EXPECT_TRUE(status == KIV_ST_OK || status == KIV_ST_DRIVE_INFO) << status;
   EXPECT_EQ(RecordIn(buffer)->drives.mask, GetLogicalDrives());
   EXPECT_NE(DriveIn(buffer, 0)->ordinal, 0u);
@@ -146,7 +146,7 @@ TEST(Resources, HoldTheDrivesInAscendingOrder) {
   EXPECT_EQ(KivSdOSResourcesGet(nullptr, kSize, RecordIn(buffer)), KIV_ST_OK);
 }
 
-TEST(Resources, HoldAsManyDrivesAsTheMaskCanName) {
+TEST(Resources, HoldEveryDriveThatTheMaskCanName) {
   FakeDrives drives;
   for (uint32_t i = 0; i < KIV_DRIVES_MAX; ++i) drives[static_cast<char>('A' + i)] = {};
   constexpr uint32_t kSize = kOneDriveBytes + 31 * kFurtherDriveBytes;
@@ -155,7 +155,7 @@ TEST(Resources, HoldAsManyDrivesAsTheMaskCanName) {
   for (uint32_t i = 0; i < KIV_DRIVES_MAX; ++i) EXPECT_EQ(DriveIn(buffer, i)->ordinal, i + 1);
 }
 
-TEST(Resources, ClearAllOfALargerBuffer) {
+TEST(Resources, ClearTheRestOfALargerBuffer) {
   FakeDrives drives;
   drives['C'] = {};
   for (const uint32_t size : {kOneDriveBytes, kOneDriveBytes + 1, kOneDriveBytes + 5000}) {
@@ -168,8 +168,8 @@ TEST(Resources, ClearAllOfALargerBuffer) {
 
 // ---- Buffers that are too small ----
 
-// The buffer is zeroed but for the drives, as far as they lie inside it, and nobody asked the
-// system for more than those.
+// Expects a zeroed buffer, except for the part of the drives that lies inside it, and no system
+// call except those for the drives.
 void ExpectTooSmall(FakeDrives& drives, uint32_t size) {
   SCOPED_TRACE(size);
   KivSdDrives present;
@@ -191,7 +191,7 @@ void ExpectTooSmall(FakeDrives& drives, uint32_t size) {
   EXPECT_TRUE(drives.calls().empty());
 }
 
-TEST(Resources, TellEveryBufferThatIsTooSmall) {
+TEST(Resources, RefuseEveryBufferThatIsTooSmall) {
   FakeDrives drives;
   drives['C'] = {};
   for (uint32_t size = 0; size <= 1300; ++size) ExpectTooSmall(drives, size);
@@ -212,14 +212,14 @@ TEST(Resources, NeedRoomForEveryDrive) {
             KIV_ST_OK);
 }
 
-TEST(Resources, TooSmallABufferIsToldWithoutAContext) {
+TEST(Resources, RefuseATooSmallBufferWithoutAContext) {
   GuardedBytes buffer(1);
   EXPECT_EQ(KivSdOSResourcesGet(nullptr, 1, RecordIn(buffer)), KIV_ST_OS_RESOURCES);
 }
 
 // ---- Parts that fail ----
 
-TEST(Resources, WithoutDrivesHoldTheCurrentDriveAlone) {
+TEST(Resources, WithoutDrivesHoldOnlyTheCurrentDrive) {
   const ScriptedImport logical("GetLogicalDrives", {.result = 0, .error = 21});
   const ScriptedImport current("_getdrive", {.result = 5});
   for (const uint32_t size : {0u, 1280u, 1284u, 1288u, 1292u, kOneDriveBytes}) {
@@ -233,7 +233,7 @@ TEST(Resources, WithoutDrivesHoldTheCurrentDriveAlone) {
   }
 }
 
-TEST(Resources, StopAtALocalTimeThatFails) {
+TEST(Resources, StopIfTheLocalTimeFails) {
   FakeDrives drives;
   drives['C'] = {};
   const ScriptedImport localTime("_localtime64", {.result = 0, .error = 22});
@@ -250,7 +250,7 @@ TEST(Resources, StopAtALocalTimeThatFails) {
   EXPECT_TRUE(version.calls().empty());
 }
 
-TEST(Resources, StopAtADriveThatFails) {
+TEST(Resources, StopAtAFailingDrive) {
   FakeDrives drives;
   drives['A'] = {};
   drives['C'] = {.type = DRIVE_NO_ROOT_DIR};
@@ -274,7 +274,7 @@ TEST(ResourcesDeathTest, NeedARecord) {
               "pOSResources != KIV_NULL.*sd/sdcommon");
 }
 
-TEST(ResourcesDeathTest, NeedARecordAlsoForNoBytes) {
+TEST(ResourcesDeathTest, NeedARecordEvenForZeroBytes) {
   EXPECT_EXIT(KivSdOSResourcesGet(nullptr, 0, nullptr), testing::ExitedWithCode(3),
               "pOSResources != KIV_NULL.*sd/sdcommon");
 }

@@ -1,5 +1,5 @@
-// The lease guard in failover mode: every operation of system information but the login name
-// calls it first, and none of time does.
+// The lease guard in failover mode: every system information operation except the login name calls
+// the guard first, and no time operation calls it.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -29,7 +29,7 @@ void Guard() {
   if (guardCalls++ == 0) guardSawOutput = !IsOutputUntouched();
 }
 
-// Where an operation of a test puts what it finds.
+// The place for the output of a test's operation.
 template <typename Record>
 Record* Output() {
   return reinterpret_cast<Record*>(outputs);
@@ -67,7 +67,7 @@ const Operation kGuarded[] = {
      [] { KivSdProcessWorkingSetSizeSet(nullptr, nullptr, 1, 2); }},
 };
 
-// The same with arguments that they answer with KIV_ST_ARGUMENT.
+// Guarded operations with arguments that they refuse with KIV_ST_ARGUMENT.
 const std::function<uint32_t()> kRefused[] = {
     [] { return KivSdPageSizeGet(nullptr, nullptr); },
     [] { return KivSdMaxAllocGet(nullptr, nullptr); },
@@ -78,7 +78,7 @@ const std::function<uint32_t()> kRefused[] = {
     [] { return KivSdProcessWorkingSetSizeSet(nullptr, nullptr, 0, 0); },
 };
 
-// The same with arguments that are programming errors.
+// Guarded operations with arguments that are programming errors.
 const Operation kBreaches[] = {
     {"pSizeOSResource != KIV_NULL", [] { KivSdOSResourcesSizeGet(nullptr, nullptr); }},
     {"pOSResources != KIV_NULL", [] { KivSdOSResourcesGet(nullptr, 3500, nullptr); }},
@@ -119,7 +119,7 @@ const Operation kNeverGuarded[] = {
     {"KivSdGetFastTimer", [] { KivSdGetFastTimer(nullptr, Output<uint32_t>()); }},
 };
 
-// Failover mode with a guard that counts its calls.
+// Sets failover mode and a guard that counts its calls.
 class LeaseGuard : public testing::Test {
  protected:
   LeaseGuard() {
@@ -148,7 +148,7 @@ TEST_F(LeaseGuard, IsCalledBeforeAnythingIsWritten) {
   }
 }
 
-TEST_F(LeaseGuard, IsCalledForAnyValueOfTheMode) {
+TEST_F(LeaseGuard, IsCalledForEveryNonZeroMode) {
   for (const int mode : {2, 0x80, 0xFF}) {
     KivSdSetFailoverModeFlag(static_cast<uint8_t>(mode));
     for (const Operation& operation : kGuarded) {
@@ -170,7 +170,7 @@ TEST_F(LeaseGuard, IsCalledBeforeAnArgumentIsRefused) {
 const char* breach;
 int guardCallsBeforeBreach;
 
-// Ends the thread where the runtime's routine would end the process.
+// Replaces the runtime's assertion routine: ends the thread instead of the process.
 void EndThread(const char* condition, const char*, unsigned) {
   breach = condition;
   guardCallsBeforeBreach = guardCalls;
@@ -203,7 +203,7 @@ TEST_F(LeaseGuard, IsCalledBeforeAProgrammingErrorEndsTheProcess) {
   }
 }
 
-TEST_F(LeaseGuard, IsNotCalledForTheLoginNameAndForTime) {
+TEST_F(LeaseGuard, IsNotCalledForTheLoginNameOrForTime) {
   for (const Operation& operation : kNeverGuarded) {
     Prepare();
     operation.call();
@@ -225,7 +225,7 @@ TEST_F(LeaseGuard, IsNotCalledOutsideFailoverMode) {
   }
 }
 
-TEST_F(LeaseGuard, ThatIsNotThereIsNotMissed) {
+TEST_F(LeaseGuard, IsOptional) {
   KivSdSetLeaseGuardAccessFunction(nullptr);
   for (const Operation& operation : kGuarded) operation.call();
   for (const auto& refused : kRefused) EXPECT_EQ(refused(), KIV_ST_ARGUMENT);

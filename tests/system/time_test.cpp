@@ -36,7 +36,7 @@ constexpr KivSdLocalTime kSaturday = {.time = 1795267035,
                                       .weekday = 6};
 constexpr char kSaturdayText[] = "Sat Nov 21 13:17:15 2026";
 
-// A time zone of the process while it lives.
+// Sets the process's time zone during its lifetime.
 class TimeZone {
  public:
   explicit TimeZone(const std::string& zone) {
@@ -94,7 +94,7 @@ TEST(LocalTime, IsThatOfTheTimeZone) {
   EXPECT_EQ(local->minute, 47);
 }
 
-TEST(LocalTime, TakesTheFieldsAsTheRuntimeGivesThem) {
+TEST(LocalTime, CopiesTheRuntimesFields) {
   tm odd = {};
   odd.tm_sec = 61;
   odd.tm_min = -1;
@@ -117,7 +117,7 @@ TEST(LocalTime, TakesTheFieldsAsTheRuntimeGivesThem) {
   EXPECT_EQ(local->weekday, 6);
 }
 
-// All 20 bytes, so that a caller may compare records as memory.
+// All 20 bytes are defined, so that a caller can compare records as memory.
 TEST(LocalTime, ClearsTheWholeRecord) {
   GuardedBytes buffer(sizeof(KivSdLocalTime));
   auto* local = reinterpret_cast<KivSdLocalTime*>(buffer.data());
@@ -125,7 +125,7 @@ TEST(LocalTime, ClearsTheWholeRecord) {
   EXPECT_TRUE(buffer.IsAll(0, offsetof(KivSdLocalTime, weekday) + 2, sizeof(KivSdLocalTime)));
 }
 
-TEST(LocalTime, ThatCannotBeConvertedLeavesTheTimeAlone) {
+TEST(LocalTime, KeepsTheSecondsIfTheyCannotBeConverted) {
   const ScriptedImport convert("_localtime64", {.result = 0, .error = 33});
   for (const int64_t seconds : {int64_t{5}, int64_t{0x123456789}, int64_t{-1}}) {
     Context ctx;
@@ -188,7 +188,7 @@ TEST(TimeText, IsCutToTheLengthAndThenTrimmed) {
   }
 }
 
-TEST(TimeText, LosesAllWhiteSpaceAtItsEndButNeverItsFirstCharacter) {
+TEST(TimeText, LosesTrailingWhiteSpaceButNeverItsFirstCharacter) {
   struct {
     const char* made;
     uint32_t length;
@@ -251,7 +251,7 @@ TEST(TimeText, LeavesTheOtherFieldsOfTheRuntimeZero) {
   EXPECT_EQ(formatted.tm_isdst, 0);
 }
 
-TEST(TimeText, CanBeOfTheFirstAndTheLastYear) {
+TEST(TimeText, AcceptsTheFirstAndTheLastYear) {
   KivSdLocalTime local = kSaturday;
   local.year = 0;
   GuardedBytes text(26);
@@ -262,14 +262,14 @@ TEST(TimeText, CanBeOfTheFirstAndTheLastYear) {
   EXPECT_STREQ(text.text(), "Sat Nov 21 13:17:15 9999");
 }
 
-// The record with one field changed.
+// Returns the record with one field changed.
 KivSdLocalTime With(uint16_t KivSdLocalTime::*field, uint16_t value) {
   KivSdLocalTime local = kSaturday;
   local.*field = value;
   return local;
 }
 
-TEST(TimeText, LeavesFieldsThatCanBeWrittenToTheRuntime) {
+TEST(TimeText, PassesPrintableFieldsToTheRuntime) {
   const ScriptedImport format("asctime", {.result = reinterpret_cast<uintptr_t>("text")});
   const KivSdLocalTime cases[] = {
       With(&KivSdLocalTime::month, 11),  With(&KivSdLocalTime::month, 0),
@@ -285,7 +285,7 @@ TEST(TimeText, LeavesFieldsThatCanBeWrittenToTheRuntime) {
   EXPECT_EQ(format.calls().size(), std::size(cases));
 }
 
-// The runtime is not asked: it does not check its fields in every version.
+// The runtime is not called, because not every version of it checks the fields.
 TEST(TimeText, CannotBeMadeOfImpossibleFields) {
   const ScriptedImport format("asctime", {.result = reinterpret_cast<uintptr_t>("text")});
   const KivSdLocalTime cases[] = {
@@ -308,7 +308,7 @@ TEST(TimeText, CannotBeMadeOfImpossibleFields) {
   EXPECT_TRUE(format.calls().empty());
 }
 
-TEST(TimeText, ThatTheRuntimeCannotMakeIsAFailureWithItsError) {
+TEST(TimeText, FailsWithTheRuntimesError) {
   const ScriptedImport format("asctime", {.result = 0, .error = 33});
   Context ctx;
   GuardedBytes text(26);
@@ -378,7 +378,7 @@ TEST(RuntimeTimeText, CannotBeOutsideTheRuntimesCenturies) {
   }
 }
 
-TEST(RuntimeTimeText, ThatCannotBeMadeIsAFailureWithTheRuntimesError) {
+TEST(RuntimeTimeText, FailsWithTheRuntimesError) {
   const ScriptedImport format("_ctime64", {.result = 0, .error = 33});
   Context ctx;
   GuardedBytes text(26);

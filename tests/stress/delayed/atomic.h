@@ -1,4 +1,4 @@
-// Stands in for the library's header of this name (sd/standard/atomic.h): the same types, with a
+// Replaces the library's header of this name (sd/standard/atomic.h): the types are the same, with a
 // chance of a delay before and after every access.
 #ifndef KIV_TESTS_STRESS_DELAYED_ATOMIC_H
 #define KIV_TESTS_STRESS_DELAYED_ATOMIC_H
@@ -9,8 +9,8 @@
 
 namespace kiv {
 
-// The standard's type with what the locks use of it; anything else does not compile, lest an
-// access stay without its delays.
+// The standard type, limited to the operations that the locks use. Any other operation does not
+// compile, so that no access is without delays.
 template <typename Standard>
 class Delayed : private Standard {
  public:

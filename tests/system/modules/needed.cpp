@@ -1,4 +1,4 @@
-// A module that another one needs.
+// A module that kiv_needing depends on.
 #include <cstdint>
 
 extern "C" __declspec(dllexport) uint32_t NeededAnswer() { return 42; }

@@ -1,4 +1,4 @@
-// A module that cannot be loaded without another one.
+// A module that cannot be loaded without kiv_needed.
 #include <cstdint>
 
 extern "C" __declspec(dllimport) uint32_t NeededAnswer();

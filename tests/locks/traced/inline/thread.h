@@ -1,5 +1,5 @@
-// Stands in for a platform's folder in programs that follow how a lock waits (lock_waiting_test):
-// a pause and a yield are told to the test instead.
+// Replaces a platform's header in tests that trace how a lock waits (lock_waiting_test): pauses and
+// yields call the test instead.
 #ifndef KIV_TESTS_LOCKS_TRACED_INLINE_THREAD_H
 #define KIV_TESTS_LOCKS_TRACED_INLINE_THREAD_H
 
