@@ -1,4 +1,4 @@
-// Dimensions and cells together; see cube.h.
+// Parts of a cube together; see cube.h.
 #include "cube/cube.h"
 
 namespace cellhost {

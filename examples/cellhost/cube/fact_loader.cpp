@@ -1,4 +1,4 @@
-// From CSV to cube; see fact_loader.h.
+// Loading of facts; see fact_loader.h.
 #include "cube/fact_loader.h"
 
 #include "cube/measure.h"
