@@ -1,16 +1,17 @@
 // Kernel objects: the arguments of the system calls, and the status of every failing call.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <functional>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
 
 namespace {
 
 using kiv::test::Context;
+using kiv::test::kOsTooManyPosts;
 using kiv::test::ScriptedImport;
 
 // Hosts compare these numbers. For a mutex the time-out has the lower number, for a semaphore the
@@ -80,8 +81,7 @@ TEST(Making, ReturnsTheSystemsHandleAndIgnoresTheLastError) {
   Context ctx;
   for (const Making& making : kMakings) {
     SCOPED_TRACE(making.name);
-    const ScriptedImport existing(making.function,
-                                  {.result = kHandle, .error = ERROR_ALREADY_EXISTS});
+    const ScriptedImport existing(making.function, {.result = kHandle, .error = 183});
     KivHandle made = nullptr;
     CHECK_OK(ctx, making.operation(ctx, &made));
     EXPECT_EQ(made, AnyHandle());
@@ -176,7 +176,8 @@ uint32_t ClearSemaphore(KivSdContext* ctx, KivHandle* semaphore) {
 
 const Acting kActings[] = {
     {"CntSemClose", "CloseHandle", KivSdCntSemClose, kError, KIV_ST_SEM_CLOSE},
-    {"CntSemClear, too many", "ReleaseSemaphore", ClearSemaphore, 298, KIV_ST_SEM_OVERFLOW},
+    {"CntSemClear, too many", "ReleaseSemaphore", ClearSemaphore, kOsTooManyPosts,
+     KIV_ST_SEM_OVERFLOW},
     {"CntSemClear", "ReleaseSemaphore", ClearSemaphore, kError, KIV_ST_SEM_CLEAR},
     {"CntSemClear, near", "ReleaseSemaphore", ClearSemaphore, 297, KIV_ST_SEM_CLEAR},
     {"CntSemClear, no error", "ReleaseSemaphore", ClearSemaphore, 0, KIV_ST_SEM_CLEAR},
@@ -189,7 +190,7 @@ const Acting kActings[] = {
     {"StdEventSet", "SetEvent", KivSdStdEventSet, kError, KIV_ST_EVENT_CLEAR, false},
     {"StdEventReset", "ResetEvent", KivSdStdEventReset, kError, KIV_ST_EVENT_SET, false},
     {"CountingEventClose", "CloseHandle", KivSdCountingEventClose, kError, KIV_ST_SEM_CLOSE},
-    {"CountingEventSet, too many", "ReleaseSemaphore", KivSdCountingEventSet, 298,
+    {"CountingEventSet, too many", "ReleaseSemaphore", KivSdCountingEventSet, kOsTooManyPosts,
      KIV_ST_SEM_OVERFLOW},
     {"CountingEventSet", "ReleaseSemaphore", KivSdCountingEventSet, kError, KIV_ST_SEM_CLEAR},
 };

@@ -1,6 +1,5 @@
 // Waits on kernel objects: the arguments of the system calls, and the status for each result.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <functional>
 #include <vector>

@@ -29,7 +29,7 @@ class RegisteredRole {
 };
 
 // This program, started in a role. Fails the test if it cannot be started. The destructor kills a
-// process that still runs.
+// process that still runs. The handle is one that the library's operations on processes accept.
 class ChildProcess {
  public:
   explicit ChildProcess(const std::string& role, const RoleArguments& arguments = {});
@@ -70,6 +70,7 @@ class SharedSignal {
  private:
   std::string name_;
   void* event_;
+  bool owner_ = false;  // natively: whether this object made the name
 };
 
 }  // namespace kiv::test

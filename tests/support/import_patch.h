@@ -1,9 +1,13 @@
-// Replaces calls that the loaded kivsdu.dll makes to the system. Tests use it to make calls fail
-// and to check their arguments.
+// Replaces calls that the library makes to the system. Tests use it to make calls fail and to check
+// their arguments.
 //
-// A patch finds the function's slot in the DLL's import table by the function's name, whatever DLL
-// exports it. The destructor restores the slot. Only one thread may patch at a time. Patches of one
-// function nest.
+// On Windows a patch finds the function's slot in the import table of the loaded kivsdu.dll by the
+// function's name, whatever DLL exports it. Natively the linker redirects the primitives of the
+// library's platform seam to stand-ins with the same names, arguments and results
+// (lnx/seam_import.h), so that one test serves both platforms.
+//
+// The destructor takes the patch back. Only one thread may patch at a time. Patches of one function
+// nest.
 #ifndef KIV_TESTS_IMPORT_PATCH_H
 #define KIV_TESTS_IMPORT_PATCH_H
 
@@ -14,8 +18,8 @@
 
 namespace kiv::test {
 
-// Redirects one import of kivsdu.dll to another function, which must have the original's signature.
-// Fails the test if the DLL has no such import.
+// Redirects one import to another function, which must have the original's signature. Fails the test
+// if the library has no such import.
 class ImportPatch {
  public:
   ImportPatch(const char* function, void* replacement);
@@ -26,7 +30,7 @@ class ImportPatch {
   void* original() const { return original_; }
 
  private:
-  void** slot_;
+  void* place_;  // where the patched pointer is, or null
   void* original_;
 };
 
@@ -38,7 +42,7 @@ struct Script {
   uint32_t failCount = UINT32_MAX;  // calls that follow the script; later ones reach the original
 };
 
-// Makes an import of kivsdu.dll follow a script, and records the arguments of its calls. For
+// Makes an import follow a script, and records the arguments of its calls. For
 // functions of at most 12 integer or pointer arguments with an integer, pointer or no result.
 class ScriptedImport {
  public:
@@ -58,6 +62,8 @@ class ScriptedImport {
   size_t slot_;
   ImportPatch patch_;
 };
+
+// ---- The loaded DLL (Windows only) ----
 
 struct Import {
   std::string dll;  // in lower case

@@ -2,12 +2,10 @@
 #ifndef KIV_TESTS_SUPPORT_STUBBED_IMPORT_H
 #define KIV_TESTS_SUPPORT_STUBBED_IMPORT_H
 
-#include <windows.h>
-
-#include <cerrno>
 #include <cstdint>
 
 #include "support/import_patch.h"
+#include "support/last_error.h"
 
 namespace kiv::test {
 
@@ -37,8 +35,7 @@ class StubbedImport {
 
   static intptr_t Give() {
     ++state_.calls;
-    errno = state_.errnoValue;
-    SetLastError(state_.lastError);
+    SetErrors(state_.errnoValue, state_.lastError);
     return state_.result;
   }
 

@@ -1,0 +1,113 @@
+// Stand-ins for the imports of the DLL, for native tests.
+//
+// The linker sends every call that the library makes to a primitive of its platform seam to a
+// wrapper here (--wrap). The wrapper calls a stand-in that has the name, the arguments and the
+// results of the system's function that the Windows binding would call. Unless a test patches it,
+// the stand-in calls the real primitive. A failing stand-in stores its error like the original:
+// as the last error or as errno.
+//
+// One source in seam/ for each header of sd/os:
+//
+//   KIV_SEAM_PRIMITIVE(GiveMutex, "_ZN3kiv2os9GiveMutexEPv")
+//
+//   int32_t ReleaseMutex(void* mutex) { return ToBool(RealGiveMutex(mutex)); }
+//   SeamImport<decltype(ReleaseMutex)> releaseMutex("ReleaseMutex", ReleaseMutex);
+//
+//   Result WrapGiveMutex(void* mutex) { return FromBool(releaseMutex.Call(mutex)); }
+//
+// The linker checks the mangled name: the real primitive of a wrong one is undefined. Several
+// primitives may have stand-ins of one name, such as CloseHandle; a patch replaces all of them.
+#ifndef KIV_TESTS_LNX_SEAM_IMPORT_H
+#define KIV_TESTS_LNX_SEAM_IMPORT_H
+
+#include <cerrno>
+#include <cstdint>
+
+#include "os/os.h"
+#include "support/last_error.h"
+
+// Declares Real<primitive> and Wrap<primitive>, which a source of seam/ defines. CMake reads the
+// symbol's name from this line and passes it to the linker.
+#define KIV_SEAM_PRIMITIVE(primitive, symbol)                                  \
+  extern decltype(::kiv::os::primitive) Real##primitive asm("__real_" symbol); \
+  extern decltype(::kiv::os::primitive) Wrap##primitive asm("__wrap_" symbol);
+
+namespace kiv::test {
+
+// An import by name, and the function that its calls reach: the stand-in, or a patch.
+struct SeamImportEntry {
+  SeamImportEntry(const char* importName, void* standIn);
+
+  const char* name;
+  void* original;
+  void* target;
+  SeamImportEntry* next;
+};
+
+// Notes which stand-in the patched call would have reached, for ImportPatch::original.
+void EnterPatchedCall(const SeamImportEntry& entry);
+
+template <typename Function>
+class SeamImport {
+ public:
+  SeamImport(const char* name, Function* standIn)
+      : entry_(name, reinterpret_cast<void*>(standIn)) {}
+
+  template <typename... Arguments>
+  auto Call(Arguments... arguments) const {
+    if (entry_.target != entry_.original) EnterPatchedCall(entry_);
+    return reinterpret_cast<Function*>(entry_.target)(arguments...);
+  }
+
+ private:
+  SeamImportEntry entry_;
+};
+
+// The last error of this thread, which SetErrors and the stand-ins set.
+uint32_t SeamLastError();
+
+// ---- From the real primitive's outcome to the stand-in's ----
+
+inline void StoreError(const os::Result& result) {
+  if (!result.ok) SetErrors(static_cast<int>(result.error), result.error);
+}
+
+// A BOOL, with the last error.
+inline int32_t ToBool(const os::Result& result) {
+  StoreError(result);
+  return result.ok ? 1 : 0;
+}
+
+// The outcome's value, whatever it is on failure, with the last error and errno.
+template <typename Value>
+Value ToValue(const os::ValueResult<Value>& result) {
+  StoreError({result.ok, result.error});
+  return result.value;
+}
+
+// 0, or -1 with errno.
+inline int32_t ToZero(const os::Result& result) {
+  StoreError(result);
+  return result.ok ? 0 : -1;
+}
+
+// ---- From the stand-in's outcome to the primitive's ----
+
+inline os::Result FromBool(int32_t succeeded) {
+  if (succeeded != 0) return {true, 0};
+  return {false, SeamLastError()};
+}
+
+inline os::ValueResult<void*> FromPointer(void* made) {
+  if (made != nullptr) return {true, 0, made};
+  return {false, SeamLastError(), nullptr};
+}
+
+inline os::Result FromZero(int32_t outcome) {
+  if (outcome == 0) return {true, 0};
+  return {false, static_cast<uint32_t>(errno)};
+}
+
+}  // namespace kiv::test
+
+#endif
