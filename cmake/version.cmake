@@ -1,6 +1,10 @@
 # Derives from the version: a 16-bit word, a banner of at most 100 characters, and a resource.
 math(EXPR KIVSDU_VERSION_WORD "(${PROJECT_VERSION_MAJOR} << 8) | ${PROJECT_VERSION_MINOR}")
-set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${CMAKE_SYSTEM_NAME}-x64 \
+set(processor x64)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+  set(processor arm64)
+endif()
+set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${CMAKE_SYSTEM_NAME}-${processor} \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivsdu_version.h.in
                ${PROJECT_BINARY_DIR}/generated/kivsdu_version.h @ONLY)

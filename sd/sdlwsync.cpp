@@ -12,6 +12,7 @@
 #include "atomic.h"
 #include "kivsdu/spinlock.h"
 #include "os/assertion.h"
+#include "sdsync/fence.h"
 #include "sdsync/spin.h"
 
 using namespace kiv;
@@ -80,8 +81,9 @@ void Acquire(TicketLock* lock, uint32_t thread) {
     lock->count.store(lock->count.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     return;
   }
-  // seq_cst: the full fence promised on acquiring.
+  // seq_cst: with the fence, the full fence promised on acquiring.
   const int64_t ticket = lock->next.fetch_add(1);
+  FenceAfterLocked();
   if (!IsServed(*lock, ticket)) [[unlikely]]
     return AcquireContended(lock, thread, ticket);
   Own(lock, thread);
@@ -98,9 +100,10 @@ void Release(TicketLock* lock, uint32_t thread) {
   lock->count.store(count, std::memory_order_relaxed);
   if (count != 0) [[unlikely]]
     return;
-  // seq_cst: the full fence promised on releasing, between clearing the owner and passing on the
-  // turn.
+  // seq_cst: with the fence, the full fence promised on releasing, between clearing the owner and
+  // passing on the turn.
   lock->owner.exchange(0);
+  FenceAfterLocked();
   lock->serving.store(lock->serving.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
@@ -115,8 +118,12 @@ void SetHolder(WordLock* lock, uint32_t thread, int32_t count) {
 
 bool IsFree(const WordLock& lock) { return lock.word.load(std::memory_order_relaxed) != kHeld; }
 
-// seq_cst: the full fence promised on acquiring.
-bool Take(WordLock* lock) { return lock->word.exchange(kHeld) == kFree; }
+// seq_cst: with the fence, the full fence promised on acquiring.
+bool Take(WordLock* lock) {
+  const bool taken = lock->word.exchange(kHeld) == kFree;
+  FenceAfterLocked();
+  return taken;
+}
 
 [[gnu::noinline]] void AcquireContended(WordLock* lock, uint32_t thread, bool wasHeld) {
   if (!wasHeld) os::YieldThread();
@@ -140,8 +147,9 @@ void Release(WordLock* lock) {
   if (count != 0) [[unlikely]]
     return SetHolder(lock, holder.owner, count);
   SetHolder(lock, 0, 0);
-  // seq_cst: publishes the guarded data, and is the full fence promised on releasing.
+  // seq_cst: publishes the guarded data, and is with the fence the full fence promised on releasing.
   lock->word.exchange(kFree);
+  FenceAfterLocked();
 }
 
 }  // namespace

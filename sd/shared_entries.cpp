@@ -1,7 +1,7 @@
-// The functions that are each exported under several names. This file uses no platform call: in the
-// native build, every program that links the library takes these functions from here.
+// The functions that are each exported under several names.
 #include "shared_entries.h"
 
+#include "os/entry_names.h"
 #include "report.h"
 
 using namespace kiv;

@@ -1,22 +1,27 @@
-# Installs the packages that the project needs and that are missing. ./dev sources this file.
+# Installs the packages that a command needs and that are missing. ./dev sources this file.
 # shellcheck shell=bash
 
-# By line: compilers and linkers; Wine; the build; tests and the example; checks, native sanitizers
-# and the model checker.
-readonly packages=(
-  clang lld llvm g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix g++ libc6-dev
-  wine64
-  cmake ninja-build
-  googletest libcli11-dev locales
-  clang-format clang-tidy libclang-rt-14-dev spin
+readonly -A packages=(
+  [build]="cmake ninja-build"
+  [linux]="g++ libc6-dev liburing-dev"
+  [clang]="clang lld llvm g++ libc6-dev"
+  [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64"
+  [arm64]="g++-aarch64-linux-gnu make qemu-user"
+  [example]="libcli11-dev"
+  [tests]="googletest locales pkg-config"
+  [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
+  [checks]="clang-format clang-tidy libclang-rt-14-dev spin"
 )
 
+# missing_packages PART ...
 missing_packages() {
-  local package
-  for package in "${packages[@]}"; do
-    dpkg-query -W -f '${db:Status-Status}\n' "$package" 2> /dev/null | grep -qx installed ||
-      printf '%s\n' "$package"
-  done
+  local part package
+  for part in "$@"; do
+    for package in ${packages[$part]}; do
+      dpkg-query -W -f '${db:Status-Status}\n' "$package" 2> /dev/null | grep -qx installed ||
+        printf '%s\n' "$package"
+    done
+  done | sort -u
 }
 
 as_root() {
@@ -30,10 +35,12 @@ as_root() {
   fi
 }
 
+# setup PART ...: what the parts need; every part but arm64 and bench if none is named
 setup() {
   mkdir -p build
+  (($# > 0)) || set -- build linux clang windows example tests checks
   local missing
-  mapfile -t missing < <(missing_packages)
+  mapfile -t missing < <(missing_packages "$@")
   ((${#missing[@]} > 0)) || return 0
   printf '\n\033[1m==> Installing %s\033[0m\n' "${missing[*]}"
   local log=build/setup.log

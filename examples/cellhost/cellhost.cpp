@@ -16,6 +16,7 @@
 #include "host/complain.h"
 #include "host/exit_code.h"
 #include "host/host.h"
+#include "host/platform.h"
 #include "host/system_report.h"
 
 using namespace cellhost;
@@ -50,8 +51,9 @@ MemoryUse MemoryOf(Command command) {
 // The library looks for its configuration below the folder that MOLTAPATH names.
 bool NameConfiguration(const std::string& folder) {
   if (folder.empty()) return true;
-  if (_putenv(("MOLTAPATH=" + folder).c_str()) == 0) return true;
-  return Complain("could not set MOLTAPATH to '%s'", folder.c_str());
+  const uint32_t error = SetVariable("MOLTAPATH", folder.c_str());
+  if (error == 0) return true;
+  return Complain("could not set MOLTAPATH to '%s': OS error %u", folder.c_str(), error);
 }
 
 }  // namespace

@@ -18,6 +18,8 @@
  * Define KIVSDU_STATIC in programs that link the library's objects directly. */
 #if defined(_WIN32) && !defined(KIVSDU_BUILDING) && !defined(KIVSDU_STATIC)
 #define KIVSDU_API KIVSDU_EXTERN __declspec(dllimport)
+#elif !defined(_WIN32) && defined(KIVSDU_BUILDING)
+#define KIVSDU_API KIVSDU_EXTERN __attribute__((visibility("default")))
 #else
 #define KIVSDU_API KIVSDU_EXTERN
 #endif

@@ -61,7 +61,7 @@ KIVSDU_API uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* ignored, ui
 /* Removes one event from the console's input, if there is one, and returns whether there was one.
  *
  * Compatibility: a released key, a mouse event or a focus event is removed too, and counts as a hit
- * with the key {0, 0}.
+ * with the key {0, 0}. On Linux a terminal reports no released keys.
  *
  *   console  must not be null
  *   hit      receives 1 if there was an event, else 0; may be null
@@ -69,11 +69,13 @@ KIVSDU_API uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* ignored, ui
  *
  * 0, or KIV_ST_ARGUMENT     console is null; hit and key are unchanged
  *       KIV_ST_CONSOLE_KEY  the input could not be examined (hit is 0), or the event not removed
- *                           (hit is 1). OS error 6 if the input is no console */
+ *                           (hit is 1). OS error 6 (Linux: ENOTTY) if the input is no
+ *                           console */
 KIVSDU_API uint32_t KivSdConsoleKeyHit(KivSdContext* ctx, const KivSdConsole* console, uint8_t* hit,
                                        KivSdConsoleKey* key);
 
-/* Waits for a key on the process's console. The key is not echoed. Always returns 0.
+/* Waits for a key on the process's console. The key is not echoed. Always returns 0. On Linux the
+ * key is {255, 0} at the end of standard input.
  *
  *   raw      0: an extended key is returned as {0, scan code}. Otherwise its prefix is returned, as
  *            {0, 0} or {224, 0}, and the next call returns the scan code as {code, 0}

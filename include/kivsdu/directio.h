@@ -13,8 +13,9 @@
  *
  * In failover mode every operation, except KivSdDirectIOFileClose and KivSdDirectIONoWaitCbsTerm,
  * calls the lease guard (settings.h) before it checks its arguments. OS errors are from
- * GetLastError unless stated otherwise. A context may always be null. Any thread; the library keeps
- * no state of a file. */
+ * GetLastError unless stated otherwise. On Linux they are errno (16 for a sharing violation, 28 for
+ * a full disk); 38 and 997 are the same. docs/linux.md says more. A context may always be null. Any
+ * thread; the library keeps no state of a file. */
 #ifndef KIVSDU_DIRECTIO_H
 #define KIVSDU_DIRECTIO_H
 

@@ -1,9 +1,10 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll).
- * Descriptors of the library work with the runtime's own functions, and the reverse. Paths, open
- * flags, permissions and seek origins are passed to the runtime unchanged. Their values are part of
- * this interface:
+ * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll;
+ * on Linux the kernel's). Descriptors of the library work with the runtime's own functions, and the
+ * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
+ * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
+ * too, where flags without meaning are refused (docs/linux.md):
  *
  *   open flags   0 read, 1 write, 2 both, 8 append, 0x100 create, 0x200 truncate,
  *                0x400 only if new (KIV_FILEO_EXCL), 0x4000 text, 0x8000 binary
@@ -18,7 +19,8 @@
  *
  * In failover mode every operation, except KivSdFileClose, KivSdIsDirectIO and KivSdIsNoWaitIO,
  * calls the lease guard (settings.h) before it checks its arguments. A context may always be null.
- * OS errors are errno unless stated otherwise. Outputs are written on success and on failure; they
+ * OS errors are errno unless stated otherwise; on Linux always, except 38 for the end of a file.
+ * Outputs are written on success and on failure; they
  * are unchanged if an argument is invalid.
  *
  * Any thread. Threads that use one descriptor share its position. The positioned operations carry

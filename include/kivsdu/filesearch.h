@@ -3,7 +3,8 @@
  * In failover mode every operation, except KivSdFileFindClose, calls the lease guard (settings.h)
  * before it checks its arguments. KivSdFileFind calls it again with each step of its search, and
  * KivSdAddFileListItem once more for size and time. A context may always be null. OS errors are the
- * system's. Any thread, but only one at a time uses a record, an array or a list.
+ * system's; on Linux they are errno, 2 at the end of a search. Any thread, but only one at a time
+ * uses a record, an array or a list.
  *
  * Example: examples/files.c. */
 #ifndef KIVSDU_FILESEARCH_H
@@ -23,7 +24,7 @@ typedef struct KivSdFileTime {
   uint32_t high;
 } KivSdFileTime;
 
-/* The system's data about a file: a WIN32_FIND_DATAA. */
+/* The system's data about a file: a WIN32_FIND_DATAA. On Linux the library fills it. */
 typedef struct KivSdFindData {
   uint32_t attributes;
   KivSdFileTime created;

@@ -20,7 +20,8 @@
  *   altered  not 0 to search the module's own folder first for the modules that it needs
  *
  * 0, or KIV_ST_ARGUMENT     path or module is null
- *       KIV_ST_MODULE_LOAD  not loaded */
+ *       KIV_ST_MODULE_LOAD  not loaded. On Linux the OS error is ELIBACC if the module, or one that
+ *                           it needs, is not found, and ELIBBAD if the file is no module */
 KIVSDU_API uint32_t KivSdModuleLoad(KivSdContext* ctx, const char* path, KivHandle* module,
                                     uint8_t altered);
 
@@ -58,8 +59,9 @@ KIVSDU_API uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module);
  *
  *   ctx  the error is the OS error of this context; if null, the calling thread's last error
  *
- * Never null: "No errors" for 0, "Unknown error" if there is no text. A text of the system ends
- * with a line break. It is valid until the next call from any thread. */
+ * Never null: "No errors" for 0, "Unknown error" if there is no text. A text of the
+ * system ends with a line break, except on Linux. It is valid until the next call from any
+ * thread. */
 KIVSDU_API const char* KivSdModuleGetErrorMessage(const KivSdContext* ctx);
 
 #endif

@@ -19,7 +19,7 @@
  *       KIV_ST_MUTEX_CREATE  not created */
 KIVSDU_API uint32_t KivSdMutexCreate(KivSdContext* ctx, const char* name, KivHandle* mutex);
 
-/* Opens a mutex by name, with all access rights. Child processes inherit the handle.
+/* Opens a mutex by name, with all access rights. On Windows child processes inherit the handle.
  *
  *   name   must not be null
  *   mutex  receives the handle, null on failure; must not be null
@@ -43,7 +43,7 @@ KIVSDU_API uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex);
  *       KIV_ST_MUTEX_TIMEOUT  another thread still owns it; OS error 258
  *       KIV_ST_MUTEX_REQUEST  any other result. If the last owner ended without releasing the
  *                             mutex, the caller owns it in spite of this status, and must release
- *                             it */
+ *                             it; OS error EOWNERDEAD on Linux */
 KIVSDU_API uint32_t KivSdMutexRequest(KivSdContext* ctx, KivHandle* mutex, uint32_t timeoutMs);
 
 /* Releases the mutex.

@@ -1,7 +1,8 @@
 /* Directories, links, and the text of paths.
  *
  * A path has at most 1029 characters with its terminator (KIV_SYSTEM_PATH_MAX). The separator is
- * "\"; the system also accepts "/". OS errors are errno unless stated otherwise.
+ * "\"; the system also accepts "/". On Linux the separator is "/" alone. OS errors are errno unless
+ * stated otherwise; on Linux always.
  *
  * In failover mode every operation, except KivSdDirChange, calls the lease guard (settings.h)
  * before it checks its arguments, also if it works only on text. An operation that calls others

@@ -15,8 +15,8 @@
 
 /* ---- Named pipes ---- */
 
-/* Creates an instance of a named pipe on this machine, open to every user. Child processes inherit
- * the handle.
+/* Creates an instance of a named pipe on this machine, open to every user (Linux: to the same user).
+ * Child processes inherit the handle (Linux: only through a fork).
  *
  *   name                without a folder; must not be null
  *   pipe                receives the handle, or the invalid handle (-1) if none was created; must
@@ -37,9 +37,10 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
 /* Opens the client end of a named pipe, always in overlapped mode.
  *
  * Danger: KivSdPipeRead and KivSdPipeWrite pass no OVERLAPPED record, which an overlapped handle
- * requires. The system may then report a transfer as complete while it is still in progress.
+ * requires. Windows may then report a transfer as complete while it is still in progress. Linux has
+ * no overlapped mode: every transfer is complete when the call returns.
  *
- *   server       "local", in any case, for this machine; must not be null
+ *   server       "local", in any case, for this machine, the only one on Linux; must not be null
  *   name         without a folder; must not be null
  *   pipe         receives the handle, or the invalid handle (-1) if it was not opened; must not be
  *                null
@@ -124,9 +125,10 @@ KIVSDU_API uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe);
  *   count   receives the bytes read; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     pipe, buffer or count is null
- *       KIV_ST_PIPE_CLOSED  the pipe is being closed, OS error 232; count is 0
- *       KIV_ST_PIPE_READ    not read for any other reason; OS error 109 if the writing end is
- *                           closed */
+ *       KIV_ST_PIPE_CLOSED  the pipe is being closed, OS error 232 (Linux: the pipe does
+ *                           not wait and is empty, ENODATA); count is 0
+ *       KIV_ST_PIPE_READ    not read for any other reason; OS error 109 (Linux: EPIPE) if the
+ *                           writing end is closed */
 KIVSDU_API uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
                                   uint32_t* count);
 

@@ -25,7 +25,7 @@
 KIVSDU_API uint32_t KivSdCntSemCreate(KivSdContext* ctx, const char* name, int32_t initialCount,
                                       int32_t maximumCount, KivHandle* semaphore);
 
-/* Opens a semaphore by name, with all access rights. Child processes inherit the handle.
+/* Opens a semaphore by name, with all access rights. On Windows child processes inherit the handle.
  *
  *   name       must not be null
  *   semaphore  receives the handle, null on failure; must not be null
@@ -56,7 +56,8 @@ KIVSDU_API uint32_t KivSdCntSemRequest(KivSdContext* ctx, KivHandle* semaphore, 
  *   previousCount  receives the count from before the call; may be null
  *
  * 0, or KIV_ST_ARGUMENT      semaphore is null
- *       KIV_ST_SEM_OVERFLOW  the count would exceed its maximum, and is unchanged; OS error 298
+ *       KIV_ST_SEM_OVERFLOW  the count would exceed its maximum, and is unchanged; OS error 298,
+ *                            on Linux EOVERFLOW
  *       KIV_ST_SEM_CLEAR     not released for any other reason */
 KIVSDU_API uint32_t KivSdCntSemClear(KivSdContext* ctx, KivHandle* semaphore, int32_t releaseCount,
                                      int32_t* previousCount);

@@ -1,6 +1,6 @@
 /* Named blocks of memory that several processes share.
  *
- * The paging file backs a block. The block exists as long as a process has it open. A context may
+ * Memory and paging space back a block. The block exists as long as a process has it open. A context may
  * always be null. Any thread. */
 #ifndef KIVSDU_SHAREDMEM_H
 #define KIVSDU_SHAREDMEM_H
@@ -36,12 +36,12 @@
  * (settings.h) before it checks its arguments.
  *
  * With KIV_SHAREDMEM_CREATE the block is created. If a block of this name exists, it is used, with
- * its own size and protection. Without KIV_SHAREDMEM_CREATE an existing block is opened, and child
- * processes inherit the handle.
+ * its own size and protection. Without KIV_SHAREDMEM_CREATE an existing block is opened, and on
+ * Windows child processes inherit the handle.
  *
  * KIV_SHAREDMEM_EXCLUSIVE fails only if the system refuses to create a block because the name
- * exists, OS error 183. Windows returns the existing block instead of refusing. That counts as
- * created: the status is 0.
+ * exists, OS error 183. Windows and Linux return the existing block instead of refusing. That counts
+ * as created: the status is 0.
  *
  *   name             must not be null
  *   sizeBytes        at least 1 to create a block; 0 maps all of an opened block

@@ -6,7 +6,8 @@
  * In failover mode every operation, except KivSdGetSessionLoginUsername, calls the lease guard
  * (settings.h) before it checks its arguments; an operation that calls others calls it more than
  * once. A context may always be null. Any thread. Where a null pointer is called a programming
- * error, it ends the process through the C runtime's assertion. */
+ * error, it ends the process through the C runtime's assertion. docs/linux.md says what Linux
+ * reports, and which of its file systems are drives. */
 #ifndef KIVSDU_SYSTEM_H
 #define KIVSDU_SYSTEM_H
 
@@ -44,7 +45,7 @@ KIV_ASSERT_FIELD(KivSdProcessorInfo, name, 8);
 #define KIV_PROCESSOR_IA64 32u
 
 typedef struct KivSdOSInfo {
-  char name[61];    /* "Windows NT" or "Windows" */
+  char name[61];    /* "Windows NT" or "Windows"; "Linux" on Linux */
   char version[61]; /* major and minor number, such as "6.02" */
 } KivSdOSInfo;
 
@@ -103,9 +104,9 @@ KIV_ASSERT_FIELD(KivSdDrives, mask, 8);
 #define KIV_DRIVE_REMOTE 4u
 
 typedef struct KivSdDriveInfo {
-  uint32_t ordinal;               /* 1 is A, to KIV_DRIVES_MAX */
-  char name[KIV_SYSTEM_PATH_MAX]; /* the letter alone */
-  char label[KIV_SYSTEM_PATH_MAX];
+  uint32_t ordinal;                /* 1 is A, to KIV_DRIVES_MAX */
+  char name[KIV_SYSTEM_PATH_MAX];  /* the letter alone */
+  char label[KIV_SYSTEM_PATH_MAX]; /* Linux: the mount point */
   uint32_t type;
   char typeName[64]; /* "Unknown", "Removable", "Fixed", "RAM" or "Remote" */
   char fileSystem[64];
@@ -266,8 +267,8 @@ KIVSDU_API uint32_t KivSdIsInfinite(KivSdContext* ctx, double value, uint8_t* fl
  *   path    receives the path; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   path is null
- *       KIV_ST_HOME_PATH  not obtained. OS error 122 if the buffer is too small; path is then the
- *                         empty text */
+ *       KIV_ST_HOME_PATH  not obtained. OS error 122 (Linux: ERANGE) if the buffer is too small;
+ *                         path is then the empty text */
 KIVSDU_API uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path);
 
 /* Returns a process's working-set limits in units of 8192 bytes, rounded down.
@@ -280,14 +281,15 @@ KIVSDU_API uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* p
 KIVSDU_API uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle process,
                                                   uint64_t* minimum, uint64_t* maximum);
 
-/* Sets a process's working-set limits.
+/* Sets a process's working-set limits. Linux has none: the minimum sets what the process may lock
+ * in memory, the maximum what it should keep resident.
  *
  *   process           handle of the process
  *   minimum, maximum  in units of 8192 bytes, at least 1. Values of 0x40000 and more become
  *                     0x7FFFFFFF bytes
  *
  * 0, or KIV_ST_ARGUMENT               a limit is 0 bytes
- *       KIV_ST_WORKING_SET_PRIVILEGE  a privilege is missing, OS error 1313 or 1314
+ *       KIV_ST_WORKING_SET_PRIVILEGE  a privilege is missing, OS error 1313 or 1314 (Linux: EPERM)
  *       KIV_ST_WORKING_SET_SET        not set for any other reason */
 KIVSDU_API uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process,
                                                   uint64_t minimum, uint64_t maximum);

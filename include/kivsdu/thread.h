@@ -20,7 +20,7 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
  *
  *   routine     must not be null
  *   ignored     any value
- *   stackBytes  bytes; 0 for the system's default
+ *   stackBytes  bytes; 0 for the system's default. The system raises small values
  *   argument    passed to the routine
  *   id          receives the thread's identifier; must not be null
  *   thread      receives the handle, null on failure; must not be null. Close it with
@@ -38,7 +38,9 @@ KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine rout
  *       KIV_ST_THREAD_DELETE  not closed */
 KIVSDU_API uint32_t KivSdThreadDelete(KivSdContext* ctx, KivHandle* thread);
 
-/* Ends the calling thread. Does not return, and does not write the context. */
+/* Ends the calling thread. Does not return, and does not write the context.
+ *
+ * Linux: destructors in the frames of a thread that the host started itself do run. */
 KIVSDU_API void KivSdThreadExit(KivSdContext* ctx, uint32_t exitCode);
 
 /* Yields the rest of the time slice. Always returns 0. */
@@ -48,7 +50,10 @@ KIVSDU_API uint32_t KivSdThreadYield(KivSdContext* ctx);
  *
  *   thread  null for the calling thread
  *
- * Always returns 0: the result of the call is ignored. */
+ * Always returns 0: the result of the call is ignored.
+ *
+ * Linux: another thread is stopped by the signal SIGRTMAX - 5. The call has no effect if the host
+ * has a handler for that signal, or if the thread blocks it. */
 KIVSDU_API uint32_t KivSdThreadSuspend(KivSdContext* ctx, KivHandle* thread);
 
 /* Resumes a suspended thread. The result of the call is ignored.
@@ -104,8 +109,12 @@ KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* Ends a process with exit code 0.
  *
- * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5. Windows also denies access to a
- *                              process that has ended
+ *   process  Linux: the identifier of the process as a pointer, or -1 for the calling process
+ *
+ * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5 (Linux: EPERM). Windows also denies
+ *                              access to a process that has ended
+ *
+ * Linux: only the calling process ends with an exit code; others end as by SIGKILL.
  *
  * Compatibility: if the call fails with any other OS error, the status is 0, and only the context
  * holds the OS error. */

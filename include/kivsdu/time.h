@@ -42,7 +42,7 @@ KIV_ASSERT_FIELD(KivSdUtcTimestamp, microseconds, 4);
 KIVSDU_API void KivSdSleep(KivSdContext* ctx, uint32_t timeMs);
 
 /* Returns the time since the process started, in the C runtime's clock ticks (CLOCKS_PER_SEC in a
- * second).
+ * second). On Linux it is the processor time that the process has used.
  *
  *   ticks  receives the time; unchanged on failure; must not be null
  *

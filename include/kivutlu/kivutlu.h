@@ -15,6 +15,8 @@
 #endif
 #if defined(_WIN32) && !defined(KIVUTLU_BUILDING) && !defined(KIVUTLU_STATIC)
 #define KIVUTLU_API KIVUTLU_EXTERN __declspec(dllimport)
+#elif !defined(_WIN32) && defined(KIVUTLU_BUILDING)
+#define KIVUTLU_API KIVUTLU_EXTERN __attribute__((visibility("default")))
 #else
 #define KIVUTLU_API KIVUTLU_EXTERN
 #endif

@@ -11,8 +11,8 @@
 //
 // On failure a number has all bits set, and SystemFile returns null.
 //
-// Inline: after a call that entered the kernel, one more stack frame costs as much as everything
-// else that an operation does.
+// w32: inline, because after a call that entered the kernel one more stack frame costs as much as
+// everything else that an operation does.
 #ifndef KIV_OS_DESCRIPTORS_H
 #define KIV_OS_DESCRIPTORS_H
 

@@ -1,9 +1,9 @@
 // Unbuffered files, whose transfers bypass the system's cache. A transfer may continue after the
 // call that started it returns (transfers.h).
 //
-// A transfer moves whole sectors, to or from memory aligned to the sector size. A platform whose
-// transfers use another control block stores a reference to it in the record's two internal words,
-// and signals the record's event when the transfer has ended.
+// A transfer moves whole sectors, to or from memory aligned to the sector size. The record's first
+// internal word is kErrorTransferPending until the transfer has ended (w32: the system's own value);
+// then the record's event is signalled.
 #ifndef KIV_OS_DIRECT_FILES_H
 #define KIV_OS_DIRECT_FILES_H
 
@@ -19,11 +19,11 @@ extern const uint32_t kErrorSharingViolation;
 extern const uint32_t kErrorEndOfFile;
 extern const uint32_t kErrorTransferPending;
 
-// Access and disposition of an open. Callers pass these words in the platform's encoding.
+// Access and disposition of an open. Callers pass these words in the encoding of Windows.
 constexpr uint32_t kAccessWrite = 0x40000000;
 constexpr uint32_t kOpenOrMake = 4;
 
-// Opens the file unbuffered, whatever the flags. On failure the value is the platform's invalid
+// Opens the file unbuffered, whatever the flags, and fails if the file system cannot. On failure the value is the platform's invalid
 // handle, not null.
 ValueResult<void*> OpenDirectFile(const char* path, uint32_t access, uint32_t shareMode,
                                   uint32_t disposition, uint32_t flags);

@@ -14,7 +14,8 @@ extern const uint32_t kErrorPathTooLong;
 // The pattern that matches every entry of a folder.
 extern const char* const kEveryFile;
 
-// Stores the first match. On failure the value is the platform's invalid handle.
+// Stores the first match. "*" matches any characters and "?" one; "*.*" matches every name, on every
+// platform. On failure the value is the platform's invalid handle.
 ValueResult<void*> StartFileSearch(const char* pattern, KivSdFindData* found);
 Result ContinueFileSearch(void* search, KivSdFindData* found);
 Result EndFileSearch(void* search);

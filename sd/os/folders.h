@@ -15,7 +15,7 @@ Result MakeFolder(const char* path);
 // Fails unless the folder is empty.
 Result RemoveFolder(const char* path);
 
-// Permits everybody to read and write the file. A read-only file cannot be removed.
+// Permits everybody (lnx: the owner) to write the file. A read-only file cannot be removed.
 Result MakeWritable(const char* path);
 
 }  // namespace kiv::os

@@ -18,6 +18,9 @@ extern const uint32_t kErrorBufferTooSmall;
 // The version word: major number in the lowest byte, minor number in the next, flags above.
 uint32_t SystemVersion();
 
+// The system's name, by its version word.
+const char* SystemName(uint32_t version);
+
 MemoryStatus PhysicalMemory();
 ValueResult<MemoryStatus> PagingMemory();
 

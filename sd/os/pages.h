@@ -13,7 +13,7 @@ extern const uint32_t kErrorLockQuota;
 ValueResult<void*> CommitPages(uint64_t sizeBytes);
 
 // Releases all pages of the CommitPages call that returned this address. Any other address is an
-// error, which the platform need not detect (w32 does, lnx does not).
+// error, and of two threads that release one address, one gets it.
 Result ReleasePages(void* address);
 
 // LockPages keeps the pages in physical memory until UnlockPages.

@@ -2,6 +2,7 @@
 #ifndef KIV_OS_PROCESS_H
 #define KIV_OS_PROCESS_H
 
+#include "os/kernel_objects.h"
 #include "os/os.h"
 
 namespace kiv::os {
@@ -12,6 +13,11 @@ extern const uint32_t kErrorAccessDenied;
 void* CurrentProcessHandle();  // a pseudo-handle, the same number in every process
 uint32_t CurrentProcessId();
 
+// Waits until the process has ended. A handle is a process's identifier on Linux, where a process
+// that no longer exists counts as ended.
+Wait WaitForProcess(void* process, uint32_t timeoutMs);
+
+// Linux ends other processes by a signal: their exit code is lost.
 Result EndProcess(void* process, uint32_t exitCode);
 
 ValueResult<uint32_t> ReadPriorityClass(void* process);

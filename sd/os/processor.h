@@ -14,6 +14,7 @@ constexpr uint32_t kProcessorIntelIa64 = 2200;
 constexpr uint32_t kProcessorMipsR4000 = 4000;
 constexpr uint32_t kProcessorAmdX8664 = 8664;
 constexpr uint32_t kProcessorAlpha21064 = 21064;
+constexpr uint32_t kProcessorUnlisted = 0;  // has no name in the table of kinds
 
 uint32_t ProcessorCount();  // 0 if the system does not report it
 uint32_t ProcessorType();

@@ -20,19 +20,23 @@ using ThreadRoutine = uint32_t (*)(void* argument);
 //
 //   stackBytes  0 takes the platform's default; the platform raises values below its minimum
 //   id          may be null; receives the new thread's CurrentThreadId before the routine starts:
-//               the routine may read or free the variable. Not written on failure, nor on a
-//               platform where only the thread itself can ask for its identifier (lnx)
+//               the routine may read or free the variable. Not written on failure
 ValueResult<void*> StartThread(ThreadRoutine routine, void* argument, uint32_t stackBytes,
                                uint32_t* id = nullptr);
 
-// The calling thread's own handle, valid only in that thread.
+// A pseudo-handle that means the calling thread in every thread.
 void* CurrentThreadHandle();
 
-// Waits until the thread has ended. The handle must still be closed with CloseThread.
+// Waits until the thread has ended. Several threads may wait, and more than once. The handle must
+// still be closed with CloseThread.
 Result JoinThread(void* handle);
 
 // Closes the handle. The thread continues to run.
 Result CloseThread(void* handle);
+
+// Shows the calling thread to debuggers under a name of at most 15 characters, where the platform
+// has names that every supported version knows (lnx).
+void NameCurrentThread(const char* name);
 
 // 0 yields; 0xFFFFFFFF sleeps for ever.
 void SleepMs(uint32_t timeMs);

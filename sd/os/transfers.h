@@ -10,8 +10,11 @@
 //   ValueResult<uint32_t> MoveFilePointer(void* file, int32_t distanceBytes, Origin origin)
 //       The value is the new position. Fails if the position does not fit in 32 bits.
 //
-// Inline: after a call that entered the kernel, one more stack frame costs as much as everything
-// else that an operation does.
+// A transfer at a record's offset moves the file's position behind its bytes, unless the file is
+// overlapped.
+//
+// w32: inline, because after a call that entered the kernel one more stack frame costs as much as
+// everything else that an operation does.
 #ifndef KIV_OS_TRANSFERS_H
 #define KIV_OS_TRANSFERS_H
 

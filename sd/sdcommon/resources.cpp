@@ -89,14 +89,6 @@ uint32_t ProcessorKind(uint32_t type) {
   }
 }
 
-// Compatibility: bit 28 is tested, not the top bit. System names in the reports of running hosts
-// must not change.
-constexpr uint32_t kVersionPlainWindows = 1u << 28;
-
-const char* SystemName(uint32_t version) {
-  return (version & kVersionPlainWindows) != 0 ? "Windows" : "Windows NT";
-}
-
 uint64_t ResourcesBytes(uint32_t driveCount) {
   const uint32_t further = driveCount >= 2 ? driveCount - 1 : 0;
   return sizeof(KivSdOSResources) + static_cast<uint64_t>(further) * sizeof(KivSdDriveInfo);
@@ -183,7 +175,7 @@ uint32_t KivSdOSInfoGet(KivSdContext* ctx, KivSdOSInfo* info) {
   Require(info != KIV_NULL, "pOSInfo != KIV_NULL", kSource, kLineSystem);
   static_cast<void>(KivSdMemClear(nullptr, info, sizeof *info));
   const uint32_t version = os::SystemVersion();
-  CopyText(info->name, kMaxNameCharacters, SystemName(version));
+  CopyText(info->name, kMaxNameCharacters, os::SystemName(version));
   std::sprintf(info->version, "%d.%02d", static_cast<int>(version & 0xFF),
                static_cast<int>(version >> 8 & 0xFF));
   return Report(ctx, KIV_ST_OK);

@@ -1,5 +1,5 @@
-// The exported atomic operations. Each is one locked instruction and therefore a full barrier. The
-// two waits only read; they end with a full fence.
+// The exported atomic operations. Each is a full barrier: on x86-64 because it is one locked
+// instruction, elsewhere by a fence. The two waits only read; they end with a full fence.
 #include "atomic.h"
 #include "kivsdu/sync.h"
 #include "os/thread.h"
@@ -12,6 +12,7 @@ namespace {
 // Compare-and-swap; returns the old value.
 uint64_t Swap(uint64_t* word, uint64_t expected, uint64_t newValue) {
   AtomicRef<uint64_t>(*word).compare_exchange_strong(expected, newValue);
+  FenceAfterLocked();
   return expected;
 }
 
@@ -30,7 +31,9 @@ int32_t KivSdCmpXchgPtr(uint64_t expected, uint64_t newValue, uint64_t* target) 
 int32_t KivSdCmpXchg2() { return 0; }
 
 int64_t KivSdAtomicAdd(int32_t* target, int32_t addend) {
-  return AtomicRef<int32_t>(*target).fetch_add(addend);
+  const int32_t before = AtomicRef<int32_t>(*target).fetch_add(addend);
+  FenceAfterLocked();
+  return before;
 }
 
 int64_t KivSdAtomicIncrement(int32_t* target) { return KivSdAtomicAdd(target, 1); }

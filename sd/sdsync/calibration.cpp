@@ -13,6 +13,7 @@
 #include "kivsdu/thread.h"
 #include "kivsdu/time.h"
 #include "os/clock.h"
+#include "os/thread.h"
 #include "sdsync/calibrating_thread.h"
 #include "sdsync/spin.h"
 
@@ -97,6 +98,7 @@ void Echo(Measurement* block) {
 
 uint32_t EchoThread(void* argument) {
   const CalibratingThread calibrating;
+  os::NameCurrentThread("kivsdu echo");
   auto* block = static_cast<Measurement*>(argument);
   std::atomic_ref<uint8_t>(block->partnerStarted).store(1, std::memory_order_release);
   Echo(block);
@@ -140,6 +142,7 @@ void TimeRoundTrips(Measurement* block) {
 
 uint32_t TimingThread(void* argument) {
   const CalibratingThread calibrating;
+  os::NameCurrentThread("kivsdu timing");
   TimeRoundTrips(static_cast<Measurement*>(argument));
   return 0;
 }

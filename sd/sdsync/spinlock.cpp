@@ -55,15 +55,20 @@ void Acquire(TestAndSetLock* lock, uint32_t thread) {
 
 void Free(TestAndSetLock* lock, int16_t count) {
   SetHolder(&lock->holder, 0, count);
-  // seq_cst: publishes the guarded data, and is the full fence promised on releasing.
+  // seq_cst: publishes the guarded data, and is with the fence the full fence promised on releasing.
   lock->word.exchange(0);
+  FenceAfterLocked();
 }
 
 // ---- Ticket ----
 
-// seq_cst: a locked instruction, which is also the full fence promised on acquiring. Reads of the
-// serving counter cannot move before it.
-int64_t DrawTicket(TicketLock* lock) { return lock->next.fetch_add(1); }
+// seq_cst: with the fence, the full fence promised on acquiring. Reads of the serving counter cannot
+// move before it.
+int64_t DrawTicket(TicketLock* lock) {
+  const int64_t ticket = lock->next.fetch_add(1);
+  FenceAfterLocked();
+  return ticket;
+}
 
 bool IsServed(const TicketLock& lock, int64_t ticket) {
   return lock.serving.load(std::memory_order_acquire) == ticket;
@@ -110,9 +115,10 @@ void AcquireOnce(TicketLock* lock, uint32_t thread) {
 }
 
 void Free(TicketLock* lock, int16_t count) {
-  // seq_cst: a locked instruction, which is also the full fence promised on releasing. It lies
-  // between clearing the owner and passing on the turn.
+  // seq_cst: with the fence, the full fence promised on releasing. It lies between clearing the owner
+  // and passing on the turn.
   lock->holder.exchange({0, count, 0});
+  FenceAfterLocked();
   // No locked instruction, because only the holder writes `serving`. The store follows the fence,
   // so that waiters see the turn as soon as the cache line reaches them.
   lock->serving.store(lock->held + 1, std::memory_order_release);

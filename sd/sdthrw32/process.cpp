@@ -1,7 +1,6 @@
 // Processes.
 #include "os/process.h"
 #include "kivsdu/thread.h"
-#include "os/kernel_objects.h"
 #include "report.h"
 
 using namespace kiv;
@@ -35,7 +34,7 @@ uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id) {
 }
 
 uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process) {
-  const os::Wait waited = os::WaitOne(process, 0);
+  const os::Wait waited = os::WaitForProcess(process, 0);
   if (waited.result == os::kWaitTimedOut) return Report(ctx, KIV_ST_OK);
   // Records the wait's result, not the last error: 0 if the process has ended, not 0 if the handle
   // is bad.

@@ -18,6 +18,7 @@ int main(void) {
   KivSdMemStack* stack = KIV_NULL;
   void* piece = KIV_NULL;
   KivSdUtcTimestamp stamp = {0, 1};
+  int32_t budget = -1;
 
   Expect(KivSdInit(&ctx) == KIV_ST_OK, "a context is made");
   Expect(KivSdMemAlloc(ctx, 0, 100, &block, "c_host", 1) == KIV_ST_OK, "a block is allocated");
@@ -33,6 +34,8 @@ int main(void) {
   Expect(stamp.microseconds % 1000 == 0, "microseconds are whole milliseconds");
   Expect(KivSdMemPoolFixedInit(ctx, 1, 2) == KIV_ST_NOT_SUPPORTED, "fixed pools are elsewhere");
   Expect(strcmp(KivSdAppFolderName(), "APP") == 0, "the folder name is the default");
+  Expect(KivGetSpinUpperLimit(&budget) == KIV_ST_OK, "the spin budget is measured");
+  Expect(KIV_SDSYNC_BUSYSPIN_UPPERLIMIT == budget, "host and library share the variable");
   Expect(KivSdTerm(ctx) == KIV_ST_OK, "the context is freed");
 
   printf("%d failed\n", failures);

@@ -1,36 +1,39 @@
 // Loading and unloading. This program does not link the library; it loads and unloads the library
 // by hand, with the utility library in the same folder.
 #include <gtest/gtest.h>
-#include <windows.h>
 
+#include <array>
+#include <atomic>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
+#include "dll/loaded_library.h"
+#include "kivsdu/kivsdu.h"
 #include "kivsdu_version.h"
 #include "kivutlu/kivutlu.h"
 
 namespace {
 
+using kiv::test::IsLoaded;
+using kiv::test::kLibraryFile;
+using kiv::test::kUtilityFile;
+using kiv::test::LoadedLibrary;
+
 using InitModule = int32_t (*)(void*, const AdModuleDescriptor*, void*);
 using TermModule = void (*)(void*);
-
-template <typename Function>
-Function Find(HMODULE module, const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
 
 class LibraryTest : public testing::Test {
  protected:
   void SetUp() override {
-    utility_ = LoadLibraryA("kivutlu.dll");
-    ASSERT_NE(utility_, nullptr);
-    modules_ = Find<AdModule*>(utility_, "adModules");
-    init_ = Find<InitModule>(utility_, "adInitMod");
-    term_ = Find<TermModule>(utility_, "adTermModLib");
+    ASSERT_NE(utility_.handle(), nullptr);
+    modules_ = utility_.Find<AdModule*>("adModules");
+    init_ = utility_.Find<InitModule>("adInitMod");
+    term_ = utility_.Find<TermModule>("adTermModLib");
     ASSERT_NE(modules_, nullptr);
   }
-
-  void TearDown() override { FreeLibrary(utility_); }
 
   const AdModule* EntryOf(const void* handle) const {
     for (int i = 0; i < AD_MODULES_MAX; ++i) {
@@ -39,16 +42,17 @@ class LibraryTest : public testing::Test {
     return nullptr;
   }
 
-  HMODULE utility_ = nullptr;
+  LoadedLibrary utility_{kUtilityFile};
   AdModule* modules_ = nullptr;
   InitModule init_ = nullptr;
   TermModule term_ = nullptr;
 };
 
 TEST_F(LibraryTest, RegistersWhenLoadedAndUnregistersWhenUnloaded) {
-  HMODULE library = LoadLibraryA("kivsdu.dll");
-  ASSERT_NE(library, nullptr);
-  const AdModule* entry = EntryOf(library);
+  LoadedLibrary library(kLibraryFile);
+  void* const handle = library.handle();
+  ASSERT_NE(handle, nullptr);
+  const AdModule* entry = EntryOf(handle);
   ASSERT_NE(entry, nullptr);
   EXPECT_EQ(entry->descriptor.callback, nullptr);
   EXPECT_EQ(entry->descriptor.version, KIVSDU_VERSION_WORD);
@@ -57,16 +61,18 @@ TEST_F(LibraryTest, RegistersWhenLoadedAndUnregistersWhenUnloaded) {
                std::string(KIVSDU_BANNER).substr(0, AD_MODULE_BANNER_MAX).c_str());
   EXPECT_NE(std::strstr(entry->descriptor.banner, KIVSDU_VERSION_TEXT), nullptr);
 
-  ASSERT_TRUE(FreeLibrary(library));
-  EXPECT_EQ(EntryOf(library), nullptr);
+  library.Unload();
+  EXPECT_EQ(EntryOf(handle), nullptr);
 }
 
 TEST_F(LibraryTest, LoadsAndUnloadsManyTimes) {
-  for (int round = 0; round < 50; ++round) {
-    HMODULE library = LoadLibraryA("kivsdu.dll");
-    ASSERT_NE(EntryOf(library), nullptr);
-    ASSERT_TRUE(FreeLibrary(library));
-    ASSERT_EQ(EntryOf(library), nullptr);
+  for (int round = 0; round < 100; ++round) {
+    LoadedLibrary library(kLibraryFile);
+    void* const handle = library.handle();
+    ASSERT_NE(EntryOf(handle), nullptr);
+    library.Unload();
+    ASSERT_EQ(EntryOf(handle), nullptr);
+    ASSERT_FALSE(IsLoaded(kLibraryFile));
   }
 }
 
@@ -78,79 +84,93 @@ TEST_F(LibraryTest, LoadsEvenIfItsRegistrationIsRefused) {
   char one_more;
   EXPECT_EQ(init_(&one_more, &descriptor, output), 1);
 
-  HMODULE library = LoadLibraryA("kivsdu.dll");
-  ASSERT_NE(library, nullptr);
-  EXPECT_EQ(EntryOf(library), nullptr);
-  EXPECT_NE(GetProcAddress(library, "KivSdInit"), nullptr);
-  EXPECT_TRUE(FreeLibrary(library));
+  LoadedLibrary library(kLibraryFile);
+  ASSERT_NE(library.handle(), nullptr);
+  EXPECT_EQ(EntryOf(library.handle()), nullptr);
+  EXPECT_NE(library.Find<void*>("KivSdInit"), nullptr);
+  library.Unload();
   for (char& name : names) term_(&name);
   EXPECT_EQ(modules_[0].handle, nullptr);
 }
 
 // Thread attach and detach notices do nothing.
 TEST_F(LibraryTest, StaysRegisteredAcrossThreads) {
-  HMODULE library = LoadLibraryA("kivsdu.dll");
-  HANDLE thread = CreateThread(
-      nullptr, 0, [](void*) -> DWORD { return 7; }, nullptr, 0, nullptr);
-  EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
-  CloseHandle(thread);
-  EXPECT_NE(EntryOf(library), nullptr);
-  EXPECT_TRUE(FreeLibrary(library));
+  LoadedLibrary library(kLibraryFile);
+  std::thread([] {}).join();
+  EXPECT_NE(EntryOf(library.handle()), nullptr);
 }
 
-// A thread that waits until the library is loaded and then uses its per-thread cache.
-struct EarlyThread {
-  HANDLE started;
-  HANDLE loaded;
-  HMODULE library;
-  void* first;
-  void* second;
+// Allocates and frees through the calling thread's cache. Returns whether a freed block came back.
+bool ReusesABlockOfTheThreadCache(const LoadedLibrary& library) {
+  const auto allocate = library.Find<decltype(&adMalloc)>("adMalloc");
+  const auto free = library.Find<decltype(&adFree)>("adFree");
+  library.Find<decltype(&adCreateThreadAlloc)>("adCreateThreadAlloc")();
+  void* first = nullptr;
+  void* between = nullptr;
+  void* second = nullptr;
+  allocate(nullptr, 100, &first, nullptr, 0);
+  allocate(nullptr, 100, &between, nullptr, 0);
+  free(first, nullptr, 0);
+  allocate(nullptr, 100, &second, nullptr, 0);
+  free(between, nullptr, 0);
+  free(second, nullptr, 0);
+  library.Find<decltype(&adDestroyThreadAlloc)>("adDestroyThreadAlloc")();
+  return first != nullptr && first == second;
+}
+
+// Waits until another thread sets it.
+class Flag {
+ public:
+  void Set() { set_ = true; }
+  void Await() const {
+    while (!set_) std::this_thread::yield();
+  }
+
+ private:
+  std::atomic<bool> set_{false};
 };
 
-DWORD WINAPI UseThreadCache(void* argument) {
-  auto* early = static_cast<EarlyThread*>(argument);
-  SetEvent(early->started);
-  WaitForSingleObject(early->loaded, INFINITE);
-  using Allocate = uint32_t (*)(void*, uint64_t, void**, const char*, uint32_t);
-  using Free = uint32_t (*)(void*, const char*, uint32_t);
-  const auto allocate = Find<Allocate>(early->library, "adMalloc");
-  const auto free = Find<Free>(early->library, "adFree");
-  Find<uint32_t (*)()>(early->library, "adCreateThreadAlloc")();
-  allocate(nullptr, 100, &early->first, nullptr, 0);
-  void* between = nullptr;
-  allocate(nullptr, 100, &between, nullptr, 0);
-  free(early->first, nullptr, 0);
-  allocate(nullptr, 100, &early->second, nullptr, 0);
-  free(between, nullptr, 0);
-  free(early->second, nullptr, 0);
-  Find<uint32_t (*)()>(early->library, "adDestroyThreadAlloc")();
-  return 0;
+TEST_F(LibraryTest, ServesThreadsThatStartedBeforeItWasLoaded) {
+  constexpr size_t kThreads = 3;
+  std::unique_ptr<LoadedLibrary> library;
+  Flag loaded;
+  std::array<Flag, kThreads> started;
+  std::array<bool, kThreads> served = {};
+  std::vector<std::thread> threads;
+  for (size_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      started[i].Set();
+      loaded.Await();
+      served[i] = ReusesABlockOfTheThreadCache(*library);
+    });
+    started[i].Await();
+  }
+  library = std::make_unique<LoadedLibrary>(kLibraryFile);
+  library->Find<decltype(&KivSdSetMemoryManager)>("KivSdSetMemoryManager")(1);
+  loaded.Set();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(served, (std::array<bool, kThreads>{true, true, true}));
 }
 
-TEST_F(LibraryTest, ServesThreadsThatStartedBeforeItWasLoaded) {
-  constexpr DWORD kThreads = 3;
-  EarlyThread early[kThreads] = {};
-  HANDLE threads[kThreads] = {};
-  for (DWORD i = 0; i < kThreads; ++i) {
-    early[i].started = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    early[i].loaded = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    threads[i] = CreateThread(nullptr, 0, UseThreadCache, &early[i], 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(early[i].started, INFINITE), WAIT_OBJECT_0);
-  }
-  HMODULE library = LoadLibraryA("kivsdu.dll");
-  ASSERT_NE(library, nullptr);
-  Find<void (*)(uint8_t)>(library, "KivSdSetMemoryManager")(1);
-  for (DWORD i = 0; i < kThreads; ++i) {
-    early[i].library = library;
-    SetEvent(early[i].loaded);
-    EXPECT_EQ(WaitForSingleObject(threads[i], INFINITE), WAIT_OBJECT_0);
-    EXPECT_NE(early[i].first, nullptr);
-    EXPECT_EQ(early[i].first, early[i].second);
-    CloseHandle(threads[i]);
-    CloseHandle(early[i].started);
-    CloseHandle(early[i].loaded);
-  }
-  EXPECT_TRUE(FreeLibrary(library));
+// The thread's end must not call the library, which is gone.
+TEST_F(LibraryTest, UnloadsBeforeAThreadThatUsedItEnds) {
+  LoadedLibrary library(kLibraryFile);
+  Flag used;
+  Flag unloaded;
+  std::thread user([&] {
+    ReusesABlockOfTheThreadCache(library);
+    uint32_t id = 0;
+    library.Find<decltype(&KivSdThreadIdGet)>("KivSdThreadIdGet")(nullptr, &id);
+    KivHandle thread = nullptr;
+    library.Find<decltype(&KivSdThreadHandleGet)>("KivSdThreadHandleGet")(nullptr, &thread);
+    used.Set();
+    unloaded.Await();
+  });
+  used.Await();
+  library.Unload();
+  EXPECT_FALSE(IsLoaded(kLibraryFile));
+  unloaded.Set();
+  user.join();
 }
 
 TEST_F(LibraryTest, UtilityLibraryRefusesMissingArguments) {

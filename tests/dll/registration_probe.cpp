@@ -1,5 +1,5 @@
-// A kivutlu.dll for registration_test: records the calls of kivsdu.dll, returns a failure, and
-// hands the record to the test.
+// A kivutlu for registration_test: records the calls of kivsdu, returns a failure, and hands the
+// record to the test.
 #include <cstring>
 
 #include "registration_probe.h"

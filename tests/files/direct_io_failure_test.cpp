@@ -1,7 +1,6 @@
 // Direct I/O when the system's calls fail: statuses, records and outputs; and the arguments that it
 // passes to the system.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <functional>
 #include <memory>
@@ -11,6 +10,8 @@
 #include "support/context.h"
 #include "support/guard_watch.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
+#include "support/os_errors.h"
 
 namespace {
 
@@ -18,14 +19,19 @@ using kiv::test::Context;
 using kiv::test::GuardWatch;
 using kiv::test::ImportPatch;
 using kiv::test::ScriptedImport;
+using kiv::test::SetErrors;
 
 constexpr uint32_t kUntouched = 4711;
 constexpr uint32_t kErrorAccessDenied = 5;
-constexpr uint32_t kErrorSharingViolation = 32;
+constexpr uint32_t kErrorSharingViolation = kiv::test::kOsSharingViolation;
 constexpr uint32_t kErrorEndOfFile = 38;
-constexpr uint32_t kErrorDiskFull = 112;
+constexpr uint32_t kErrorDiskFull = kiv::test::kOsDiskFull;
 constexpr uint32_t kErrorTransferPending = 997;
 constexpr uint32_t kErrnoNoSpace = 28;
+constexpr uint32_t kSignalled = 0;
+constexpr uint32_t kAbandoned = 128;
+constexpr uint32_t kTimedOut = 258;
+constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
 constexpr uint32_t kErrnoBadDescriptor = 9;
 constexpr uint32_t kBlockBytes = 8192;
 constexpr uint32_t kHalfBlock = 4096;
@@ -106,11 +112,11 @@ TEST(DirectIOCreate, OpensForWritingAndCloses) {
   ASSERT_EQ(create.calls().size(), 1u);
   const ScriptedImport::Arguments& asked = create.calls()[0];
   EXPECT_EQ(asked[0], reinterpret_cast<uintptr_t>(path));
-  EXPECT_EQ(Low(asked[1]), GENERIC_WRITE);
+  EXPECT_EQ(Low(asked[1]), 0x40000000u);
   EXPECT_EQ(Low(asked[2]), 0u);
   EXPECT_EQ(asked[3], 0u);
-  EXPECT_EQ(Low(asked[4]), static_cast<uint32_t>(OPEN_ALWAYS));
-  EXPECT_EQ(Low(asked[5]), FILE_FLAG_NO_BUFFERING);
+  EXPECT_EQ(Low(asked[4]), 4u);
+  EXPECT_EQ(Low(asked[5]), 0x20000000u);
   ASSERT_EQ(close.calls().size(), 1u);
   EXPECT_EQ(close.calls()[0][0], 0x40u);
 
@@ -266,7 +272,7 @@ TEST(DirectIOFile, ChangingTheSizeReportsAFullDisk) {
   } const answers[] = {{kErrnoNoSpace, KIV_ST_DISK_FULL},
                        {kErrnoNoSpace - 1, KIV_ST_DIRECT_SET_END},
                        {kErrnoBadDescriptor, KIV_ST_DIRECT_SET_END},
-                       {kErrorDiskFull, KIV_ST_DIRECT_SET_END}};
+                       {112, KIV_ST_DIRECT_SET_END}};
   Context ctx;
   for (const auto& answer : answers) {
     SCOPED_TRACE(answer.error);
@@ -282,35 +288,39 @@ TEST(DirectIOFile, ChangingTheSizeReportsAFullDisk) {
 
 // ---- Transfers ----
 
+// Results of the system's calls.
+constexpr int32_t kYes = 1;
+constexpr int32_t kNo = 0;
+
 // The results of the stubs of ReadFile, WriteFile and GetOverlappedResult.
 struct Answer {
-  BOOL result;
+  int32_t result;
   uint32_t error;
   uint32_t bytes;
 };
 Answer answer;
 
 struct Asked {
-  HANDLE file;
+  void* file;
   const void* buffer;
-  DWORD bytes;
-  OVERLAPPED* record;
-  OVERLAPPED content;
+  uint32_t bytes;
+  KivSdNoWaitCb* record;
+  KivSdNoWaitCb content;
 };
 std::vector<Asked> asked;
 
-BOOL WINAPI Transfer(HANDLE file, const void* buffer, DWORD bytes, DWORD* count,
-                     OVERLAPPED* record) {
-  asked.push_back({file, buffer, bytes, record, record != nullptr ? *record : OVERLAPPED{}});
+int32_t Transfer(void* file, const void* buffer, uint32_t bytes, uint32_t* count,
+                 KivSdNoWaitCb* record) {
+  asked.push_back({file, buffer, bytes, record, record != nullptr ? *record : KivSdNoWaitCb{}});
   *count = answer.bytes;
-  SetLastError(answer.error);
+  SetErrors(0, answer.error);
   return answer.result;
 }
 
-BOOL WINAPI Outcome(HANDLE file, OVERLAPPED* record, DWORD* count, BOOL wait) {
-  asked.push_back({file, nullptr, static_cast<DWORD>(wait), record, *record});
+int32_t Outcome(void* file, KivSdNoWaitCb* record, uint32_t* count, int32_t wait) {
+  asked.push_back({file, nullptr, static_cast<uint32_t>(wait), record, *record});
   *count = answer.bytes;
-  SetLastError(answer.error);
+  SetErrors(0, answer.error);
   return answer.result;
 }
 
@@ -342,7 +352,7 @@ void ExpectCases(const std::vector<Case>& cases, const Run& run) {
     answer = each.answer;
     uint32_t count[2] = {kUntouched, kUntouched};
     CHECK_OUTCOME(ctx, run(ctx, &count[0]), each.status,
-                  each.answer.result ? 0 : each.answer.error);
+                  each.answer.result != 0 ? 0 : each.answer.error);
     EXPECT_EQ(count[0], each.blocks);
     EXPECT_EQ(count[1], kUntouched);
     EXPECT_EQ(run(nullptr, &count[0]), each.status);
@@ -353,30 +363,30 @@ void ExpectCases(const std::vector<Case>& cases, const Run& run) {
 // `failure` is the status of all other errors.
 std::vector<Case> ReadCases(uint32_t failure) {
   return {
-      {{TRUE, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
-      {{TRUE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_OK, 2},
-      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
-      {{FALSE, kErrorEndOfFile, 2 * kBlockBytes}, KIV_ST_FILE_END, 2},
-      {{FALSE, kErrorEndOfFile, 1}, KIV_ST_FILE_END, 1},
-      {{FALSE, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
-      {{FALSE, kErrorEndOfFile, 0xFFFFFFFF}, KIV_ST_FILE_END, 524288},
-      {{FALSE, kErrorEndOfFile - 1, kTwoAndAHalf}, failure, 2},
-      {{FALSE, kErrorEndOfFile + 1, kTwoAndAHalf}, failure, 2},
-      {{FALSE, kErrorAccessDenied, kBlockBytes - 1}, failure, 0},
-      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, failure, 2},
+      {{kYes, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{kYes, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{kNo, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
+      {{kNo, kErrorEndOfFile, 2 * kBlockBytes}, KIV_ST_FILE_END, 2},
+      {{kNo, kErrorEndOfFile, 1}, KIV_ST_FILE_END, 1},
+      {{kNo, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
+      {{kNo, kErrorEndOfFile, 0xFFFFFFFF}, KIV_ST_FILE_END, 524288},
+      {{kNo, kErrorEndOfFile - 1, kTwoAndAHalf}, failure, 2},
+      {{kNo, kErrorEndOfFile + 1, kTwoAndAHalf}, failure, 2},
+      {{kNo, kErrorAccessDenied, kBlockBytes - 1}, failure, 0},
+      {{kNo, kErrorDiskFull, kTwoAndAHalf}, failure, 2},
   };
 }
 
 std::vector<Case> WriteCases(uint32_t failure) {
   return {
-      {{TRUE, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
-      {{TRUE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_OK, 2},
-      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
-      {{FALSE, kErrorDiskFull, 0}, KIV_ST_DISK_FULL, 0},
-      {{FALSE, kErrorDiskFull - 1, kTwoAndAHalf}, failure, 2},
-      {{FALSE, kErrorDiskFull + 1, kTwoAndAHalf}, failure, 2},
-      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, failure, 2},
-      {{FALSE, kErrorAccessDenied, 0}, failure, 0},
+      {{kYes, 0, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{kYes, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{kNo, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
+      {{kNo, kErrorDiskFull, 0}, KIV_ST_DISK_FULL, 0},
+      {{kNo, kErrorDiskFull - 1, kTwoAndAHalf}, failure, 2},
+      {{kNo, kErrorDiskFull + 1, kTwoAndAHalf}, failure, 2},
+      {{kNo, kErrorEndOfFile, kTwoAndAHalf}, failure, 2},
+      {{kNo, kErrorAccessDenied, 0}, failure, 0},
   };
 }
 
@@ -387,7 +397,7 @@ KivSdNoWaitCb RecordWithEvent() { return {0, 0, kUntouched, kUntouched, kEvent};
 TEST(DirectIORead, WithoutARecordMovesThePositionFirst) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   uint32_t count = kUntouched;
   EXPECT_EQ(KivSdDirectIOFileRead(nullptr, kFile, 11, buffer, 3, nullptr, &count), KIV_ST_OK);
   ASSERT_EQ(move.calls().size(), 1u);
@@ -406,7 +416,7 @@ TEST(DirectIORead, WithoutARecordHasTheStatusesOfAFileRead) {
   const Transfers transfers;
   const ScriptedImport move("SetFilePointer", {.result = 0});
   std::vector<Case> cases = ReadCases(KIV_ST_FILE_READ);
-  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_FILE_READ, 2});
+  cases.push_back({{kNo, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_FILE_READ, 2});
   ExpectCases(cases, [](KivSdContext* ctx, uint32_t* count) {
     return KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, nullptr, count);
   });
@@ -415,7 +425,7 @@ TEST(DirectIORead, WithoutARecordHasTheStatusesOfAFileRead) {
 TEST(DirectIORead, ReadsNothingIfThePositionCannotBeMoved) {
   Context ctx;
   const Transfers transfers;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   const ScriptedImport move("SetFilePointer", {.result = kAllBits32, .error = kErrorAccessDenied});
   uint32_t count = kUntouched;
   CHECK_OUTCOME(ctx, KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, nullptr, &count),
@@ -430,7 +440,7 @@ TEST(DirectIORead, WithARecordUsesTheRecordsOffset) {
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   KivSdNoWaitCb record = RecordWithEvent();
   uint32_t count = kUntouched;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   EXPECT_EQ(KivSdDirectIOFileRead(nullptr, kFile, 524290, buffer, 3, &record, &count), KIV_ST_OK);
   EXPECT_TRUE(move.calls().empty());
   EXPECT_TRUE(create.calls().empty()) << "the record has an event already";
@@ -439,18 +449,18 @@ TEST(DirectIORead, WithARecordUsesTheRecordsOffset) {
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
   EXPECT_EQ(asked[0].buffer, buffer);
   EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
-  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
-  EXPECT_EQ(asked[0].content.Offset, 2 * kBlockBytes);
-  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
-  EXPECT_EQ(asked[0].content.hEvent, kEvent);
+  EXPECT_EQ(asked[0].record, &record);
+  EXPECT_EQ(asked[0].content.offsetLow, 2 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.offsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.event, kEvent);
 }
 
 TEST(DirectIORead, WithARecordHasItsOwnStatuses) {
   const Transfers transfers;
   KivSdNoWaitCb record = RecordWithEvent();
   std::vector<Case> cases = ReadCases(KIV_ST_DIRECT_READ);
-  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_READ_PENDING, 0});
-  cases.push_back({{TRUE, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
+  cases.push_back({{kNo, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_READ_PENDING, 0});
+  cases.push_back({{kYes, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
   ExpectCases(cases, [&](KivSdContext* ctx, uint32_t* count) {
     return KivSdDirectIOFileRead(ctx, kFile, 0, buffer, 3, &record, count);
   });
@@ -461,7 +471,7 @@ TEST(DirectIOWrite, WithoutARecordUsesALocalRecordWithoutAnEvent) {
   const ScriptedImport move("SetFilePointer", {.result = 0});
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   uint32_t count = kUntouched;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   EXPECT_EQ(KivSdDirectIOFileWrite(nullptr, kFile, 524290, buffer, 3, nullptr, &count), KIV_ST_OK);
   EXPECT_EQ(count, 3u);
   EXPECT_TRUE(move.calls().empty());
@@ -471,15 +481,15 @@ TEST(DirectIOWrite, WithoutARecordUsesALocalRecordWithoutAnEvent) {
   EXPECT_EQ(asked[0].buffer, buffer);
   EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
   ASSERT_NE(asked[0].record, nullptr);
-  EXPECT_EQ(asked[0].content.Offset, 2 * kBlockBytes);
-  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
-  EXPECT_EQ(asked[0].content.hEvent, nullptr);
+  EXPECT_EQ(asked[0].content.offsetLow, 2 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.offsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.event, nullptr);
 }
 
 TEST(DirectIOWrite, WithoutARecordHasTheStatusesOfAFileWriteAndMayBePending) {
   const Transfers transfers;
   std::vector<Case> cases = WriteCases(KIV_ST_FILE_WRITE);
-  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 2});
+  cases.push_back({{kNo, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 2});
   ExpectCases(cases, [](KivSdContext* ctx, uint32_t* count) {
     return KivSdDirectIOFileWrite(ctx, kFile, 0, buffer, 3, nullptr, count);
   });
@@ -490,25 +500,25 @@ TEST(DirectIOWrite, WithARecordUsesTheRecordsOffset) {
   const ScriptedImport create("CreateEventA", {.result = 0x99});
   KivSdNoWaitCb record = RecordWithEvent();
   uint32_t count = kUntouched;
-  answer = {FALSE, kErrorTransferPending, 0};
+  answer = {kNo, kErrorTransferPending, 0};
   EXPECT_EQ(KivSdDirectIOFileWrite(nullptr, kFile, 11, buffer, 3, &record, &count),
             KIV_ST_DIRECT_WRITE_PENDING);
   EXPECT_TRUE(create.calls().empty()) << "the record has an event already";
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
   EXPECT_EQ(asked[0].bytes, 3 * kBlockBytes);
-  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
-  EXPECT_EQ(asked[0].content.Offset, 11 * kBlockBytes);
-  EXPECT_EQ(asked[0].content.OffsetHigh, 0u);
-  EXPECT_EQ(asked[0].content.hEvent, kEvent);
+  EXPECT_EQ(asked[0].record, &record);
+  EXPECT_EQ(asked[0].content.offsetLow, 11 * kBlockBytes);
+  EXPECT_EQ(asked[0].content.offsetHigh, 0u);
+  EXPECT_EQ(asked[0].content.event, kEvent);
 }
 
 TEST(DirectIOWrite, WithARecordHasItsOwnStatuses) {
   const Transfers transfers;
   KivSdNoWaitCb record = RecordWithEvent();
   std::vector<Case> cases = WriteCases(KIV_ST_DIRECT_WRITE);
-  cases.push_back({{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 0});
-  cases.push_back({{TRUE, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
+  cases.push_back({{kNo, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_WRITE_PENDING, 0});
+  cases.push_back({{kYes, kErrorTransferPending, kBlockBytes}, KIV_ST_OK, 1});
   ExpectCases(cases, [&](KivSdContext* ctx, uint32_t* count) {
     return KivSdDirectIOFileWrite(ctx, kFile, 0, buffer, 3, &record, count);
   });
@@ -525,7 +535,7 @@ const std::function<uint32_t(KivSdContext*, KivSdNoWaitCb*, uint32_t*)> kWithRec
 
 TEST(DirectIOTransfer, GivesARecordAManualUnsignalledUnnamedEvent) {
   const Transfers transfers;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   for (const auto& run : kWithRecord) {
     const ScriptedImport create("CreateEventA", {.result = 0x99});
     KivSdNoWaitCb record = {};
@@ -537,14 +547,14 @@ TEST(DirectIOTransfer, GivesARecordAManualUnsignalledUnnamedEvent) {
     EXPECT_EQ(Low(create.calls()[0][1]), 1u);
     EXPECT_EQ(Low(create.calls()[0][2]), 0u);
     EXPECT_EQ(create.calls()[0][3], 0u);
-    EXPECT_EQ(asked.back().content.hEvent, record.event);
+    EXPECT_EQ(asked.back().content.event, record.event);
   }
 }
 
 TEST(DirectIOTransfer, DoesNotStartIfTheEventCannotBeMade) {
   Context ctx;
   const Transfers transfers;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   for (const auto& run : kWithRecord) {
     const ScriptedImport create("CreateEventA", {.result = 0, .error = kErrorAccessDenied});
     KivSdNoWaitCb record = {};
@@ -561,17 +571,17 @@ TEST(DirectIOTransfer, DoesNotStartIfTheEventCannotBeMade) {
 
 TEST(DirectIOWait, WaitsForeverForTheEventAndThenReadsTheOutcomeWithoutWaiting) {
   const Transfers transfers;
-  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport wait("WaitForSingleObject", {.result = kSignalled});
   const ScriptedImport reset("ResetEvent", {.result = 1});
   KivSdNoWaitCb record = RecordWithEvent();
   uint32_t count = kUntouched;
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   EXPECT_EQ(KivSdDirectIOWait(nullptr, kFile, &record, &count), KIV_ST_OK);
   EXPECT_EQ(wait.calls()[0][0], reinterpret_cast<uintptr_t>(kEvent));
-  EXPECT_EQ(Low(wait.calls()[0][1]), INFINITE);
+  EXPECT_EQ(Low(wait.calls()[0][1]), 0xFFFFFFFFu);
   ASSERT_EQ(asked.size(), 1u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(asked[0].file), kHandle);
-  EXPECT_EQ(reinterpret_cast<KivSdNoWaitCb*>(asked[0].record), &record);
+  EXPECT_EQ(asked[0].record, &record);
   EXPECT_EQ(asked[0].bytes, 0u) << "must not wait in GetOverlappedResult";
   ASSERT_EQ(reset.calls().size(), 1u);
   EXPECT_EQ(reset.calls()[0][0], reinterpret_cast<uintptr_t>(kEvent));
@@ -580,21 +590,21 @@ TEST(DirectIOWait, WaitsForeverForTheEventAndThenReadsTheOutcomeWithoutWaiting) 
 
 const std::vector<Case>& CollectedCases() {
   static const std::vector<Case> cases = {
-      {{TRUE, kErrorEndOfFile, 3 * kBlockBytes}, KIV_ST_OK, 3},
-      {{TRUE, 0, kTwoAndAHalf}, KIV_ST_OK, 2},
-      {{FALSE, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
-      {{FALSE, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
-      {{FALSE, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
-      {{FALSE, kErrorAccessDenied, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
-      {{FALSE, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
-      {{FALSE, 996, 0}, KIV_ST_DIRECT_COMPLETION, 0},
+      {{kYes, kErrorEndOfFile, 3 * kBlockBytes}, KIV_ST_OK, 3},
+      {{kYes, 0, kTwoAndAHalf}, KIV_ST_OK, 2},
+      {{kNo, kErrorEndOfFile, kTwoAndAHalf}, KIV_ST_FILE_END, 3},
+      {{kNo, kErrorEndOfFile, 0}, KIV_ST_FILE_END, 0},
+      {{kNo, kErrorDiskFull, kTwoAndAHalf}, KIV_ST_DISK_FULL, 2},
+      {{kNo, kErrorAccessDenied, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
+      {{kNo, kErrorTransferPending, kTwoAndAHalf}, KIV_ST_DIRECT_COMPLETION, 2},
+      {{kNo, 996, 0}, KIV_ST_DIRECT_COMPLETION, 0},
   };
   return cases;
 }
 
 TEST(DirectIOWait, ReportsTheTransfersOutcomeAndResetsTheEvent) {
   const Transfers transfers;
-  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport wait("WaitForSingleObject", {.result = kSignalled});
   const ScriptedImport reset("ResetEvent", {.result = 1});
   KivSdNoWaitCb record = RecordWithEvent();
   ExpectCases(CollectedCases(), [&](KivSdContext* ctx, uint32_t* count) {
@@ -606,7 +616,7 @@ TEST(DirectIOWait, ReportsTheTransfersOutcomeAndResetsTheEvent) {
 TEST(DirectIOWait, ReportsAFailedResetInPlaceOfTheTransfersOutcome) {
   Context ctx;
   const Transfers transfers;
-  const ScriptedImport wait("WaitForSingleObject", {.result = WAIT_OBJECT_0});
+  const ScriptedImport wait("WaitForSingleObject", {.result = kSignalled});
   const ScriptedImport reset("ResetEvent", {.result = 0, .error = 6});
   KivSdNoWaitCb record = RecordWithEvent();
   for (const Case& each : CollectedCases()) {
@@ -623,16 +633,16 @@ TEST(DirectIOWait, RecordsTheResultOfAFailedWaitAndChangesNothing) {
   struct {
     uint32_t result;
     uint32_t status;
-  } const waits[] = {{WAIT_ABANDONED, KIV_ST_DIRECT_WAIT_ABANDONED},
-                     {WAIT_ABANDONED + 1, KIV_ST_EVENT_WAIT},
-                     {WAIT_TIMEOUT, KIV_ST_EVENT_WAIT},
-                     {WAIT_FAILED, KIV_ST_EVENT_WAIT},
+  } const waits[] = {{kAbandoned, KIV_ST_DIRECT_WAIT_ABANDONED},
+                     {kAbandoned + 1, KIV_ST_EVENT_WAIT},
+                     {kTimedOut, KIV_ST_EVENT_WAIT},
+                     {kWaitFailed, KIV_ST_EVENT_WAIT},
                      {1, KIV_ST_EVENT_WAIT}};
   Context ctx;
   const Transfers transfers;
   const ScriptedImport reset("ResetEvent", {.result = 1});
   KivSdNoWaitCb record = RecordWithEvent();
-  answer = {TRUE, 0, 3 * kBlockBytes};
+  answer = {kYes, 0, 3 * kBlockBytes};
   for (const auto& each : waits) {
     SCOPED_TRACE(each.result);
     const ScriptedImport wait("WaitForSingleObject",
@@ -659,21 +669,21 @@ TEST(DirectIOWait, FailsForARecordWithoutAnEvent) {
 
 // The scripted results of making or closing events, one for each call: an error, or 0 for success.
 std::vector<uint32_t> turns;
-std::vector<HANDLE> handles;
+std::vector<void*> handles;
 
-HANDLE WINAPI MakeEventInTurn(SECURITY_ATTRIBUTES*, BOOL, BOOL, const char*) {
+void* MakeEventInTurn(void*, int32_t, int32_t, const char*) {
   const size_t turn = handles.size();
-  handles.push_back(reinterpret_cast<HANDLE>(0x100 + turn));
+  handles.push_back(reinterpret_cast<void*>(0x100 + turn));
   if (turns[turn] == 0) return handles[turn];
-  SetLastError(turns[turn]);
+  SetErrors(0, turns[turn]);
   return nullptr;
 }
 
-BOOL WINAPI CloseInTurn(HANDLE handle) {
+int32_t CloseInTurn(void* handle) {
   const size_t turn = handles.size();
   handles.push_back(handle);
-  SetLastError(turns[turn]);
-  return turns[turn] == 0;
+  SetErrors(0, turns[turn]);
+  return turns[turn] == 0 ? kYes : kNo;
 }
 
 TEST(DirectIORecords, InitGoesOnAfterAnEventCannotBeMade) {
@@ -728,7 +738,7 @@ TEST(DirectIORecords, TermGoesOnAfterAnEventCannotBeClosed) {
     turns = walk.turns;
     handles.clear();
     CHECK_OUTCOME(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 4), KIV_ST_EVENT_CLOSE, walk.error);
-    EXPECT_EQ(handles, (std::vector<HANDLE>{kEvent, kEvent, records[3].event}));
+    EXPECT_EQ(handles, (std::vector<void*>{kEvent, kEvent, records[3].event}));
     EXPECT_EQ(records[0].event, kEvent);
     handles.clear();
     EXPECT_EQ(KivSdDirectIONoWaitCbsTerm(nullptr, records, 4), KIV_ST_EVENT_CLOSE);
@@ -860,7 +870,7 @@ TEST(DirectIOArguments, LeaveNullPathsToRemoveAndNullBuffersToTheSystem) {
   const ScriptedImport remove("DeleteFileA", {.result = 0, .error = kErrorAccessDenied});
   CHECK_OUTCOME(ctx, KivSdDirectIOFileRemove(ctx, nullptr), KIV_ST_FILE_REMOVE, kErrorAccessDenied);
   EXPECT_EQ(remove.calls()[0][0], 0u);
-  answer = {FALSE, 998, 0};
+  answer = {kNo, 998, 0};
   uint32_t count = kUntouched;
   CHECK_OUTCOME(ctx, KivSdDirectIOFileWrite(ctx, kFile, 0, nullptr, 1, nullptr, &count),
                 KIV_ST_FILE_WRITE, 998u);

@@ -3,7 +3,6 @@
 // The system may complete a transfer at once or leave it pending; these tests accept both.
 // direct_io_failure_test.cpp checks the statuses of both.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <numeric>
@@ -24,6 +23,7 @@ using kiv::test::Context;
 using kiv::test::DirectFile;
 using kiv::test::IsSignalled;
 using kiv::test::kBlockBytes;
+using kiv::test::kOverlapped;
 using kiv::test::Records;
 using kiv::test::TemporaryFolder;
 
@@ -69,7 +69,7 @@ class NoWait : public testing::Test {
   }
 
   TemporaryFolder folder_;
-  DirectFile file_{folder_.Path("blocks"), FILE_FLAG_OVERLAPPED};
+  DirectFile file_{folder_.Path("blocks"), kOverlapped};
   Context ctx_;
 };
 
@@ -125,7 +125,7 @@ TEST_F(NoWait, CollectingOneTransferLeavesTheOthers) {
   Blocks blocks(3);
   for (uint32_t i = 0; i < 3; ++i) StartWrite(i, blocks.At(i), 1, &records[i]);
   for (uint32_t i = 0; i < 3; ++i) {
-    ASSERT_EQ(WaitForSingleObject(records[i].event, 20'000), WAIT_OBJECT_0);
+    ASSERT_TRUE(IsSignalled(records[i], 20'000));
   }
   Collect(&records[1], 1);
   EXPECT_TRUE(IsSignalled(records[0]));
@@ -161,7 +161,7 @@ TEST_F(NoWait, TheFirstTransferMakesTheRecordsEventAndTheNextKeepsIt) {
   StartRead(0, blocks.At(0), 1, &record);
   EXPECT_EQ(record.event, event);
   // A manual event: it stays signalled until it is reset.
-  ASSERT_EQ(WaitForSingleObject(event, 20'000), WAIT_OBJECT_0);
+  ASSERT_TRUE(IsSignalled(record, 20'000));
   EXPECT_TRUE(IsSignalled(record));
   Collect(&record, 1);
   CHECK_OK(ctx_, KivSdDirectIONoWaitCbsTerm(ctx_, &record, 1));
@@ -169,7 +169,7 @@ TEST_F(NoWait, TheFirstTransferMakesTheRecordsEventAndTheNextKeepsIt) {
 
 TEST_F(NoWait, AReadThatPassesTheEndCountsWholeBlocks) {
   folder_.Write("short", std::string(kBlockBytes + kBlockBytes / 2, 'x'));
-  const DirectFile shorter(folder_.Path("short"), FILE_FLAG_OVERLAPPED);
+  const DirectFile shorter(folder_.Path("short"), kOverlapped);
   Records<1> records;
   Blocks blocks(3);
   uint32_t count = kUntouched;
@@ -201,11 +201,11 @@ TEST(NoWaitRecords, EachGetItsOwnUnsignalledManualEvent) {
   KivSdNoWaitCb records[3] = {};
   records[1] = {1, 2, 3, 4, nullptr};
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsInit(ctx, records, 3));
-  for (const KivSdNoWaitCb& record : records) {
+  for (KivSdNoWaitCb& record : records) {
     ASSERT_NE(record.event, nullptr);
     EXPECT_FALSE(IsSignalled(record));
   }
-  SetEvent(records[1].event);
+  CHECK_OK(ctx, KivSdEventClear(ctx, &records[1].event));  // signals it
   EXPECT_TRUE(IsSignalled(records[1]));
   EXPECT_TRUE(IsSignalled(records[1]));
   EXPECT_FALSE(IsSignalled(records[0]));
@@ -218,9 +218,8 @@ TEST(NoWaitRecords, EachGetItsOwnUnsignalledManualEvent) {
   const KivHandle first = records[0].event;
   CHECK_OK(ctx, KivSdDirectIONoWaitCbsTerm(ctx, records, 3));
   EXPECT_EQ(records[0].event, first) << "the field must keep the closed handle";
-  DWORD flags = 0;
-  for (const KivSdNoWaitCb& record : records) {
-    EXPECT_FALSE(GetHandleInformation(record.event, &flags));
+  for (KivSdNoWaitCb& record : records) {
+    EXPECT_EQ(KivSdEventWait(nullptr, &record.event, 0), KIV_ST_EVENT_WAIT);
   }
 }
 

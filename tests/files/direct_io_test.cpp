@@ -1,10 +1,5 @@
 // Direct I/O on real files: blocks, positions, sizes, sharing, and blocking transfers.
 #include <gtest/gtest.h>
-#include <windows.h>
-
-#include <fcntl.h>
-#include <io.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <functional>
@@ -14,7 +9,9 @@
 #include "support/context.h"
 #include "support/direct_io.h"
 #include "support/guard_watch.h"
+#include "support/os_errors.h"
 #include "support/temporary_folder.h"
+#include "support/wine.h"
 
 namespace {
 
@@ -23,16 +20,20 @@ using kiv::test::Context;
 using kiv::test::DirectFile;
 using kiv::test::GuardWatch;
 using kiv::test::kBlockBytes;
+using kiv::test::kOpenAlways;
+using kiv::test::kOpenExisting;
+using kiv::test::kOsBadArgument;
+using kiv::test::kOsBadHandle;
+using kiv::test::kOsNegativePosition;
+using kiv::test::kOsNotFound;
+using kiv::test::kOsSharingViolation;
 using kiv::test::kReadAndWrite;
 using kiv::test::kShareAll;
+using kiv::test::kToRead;
 using kiv::test::TemporaryFolder;
 
 constexpr uint32_t kUntouched = 4711;
-constexpr uint32_t kErrorFileNotFound = 2;
-constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorSharingViolation = 32;
 constexpr uint32_t kErrorEndOfFile = 38;
-constexpr uint32_t kErrorNegativeSeek = 131;
 constexpr uint32_t kBlocksOf2GiB = 262144;
 constexpr uint32_t kBlocksOf4GiB = 524288;
 
@@ -53,7 +54,10 @@ class DirectIO : public testing::Test {
 TEST_F(DirectIO, CreateMakesAnEmptyFileAndLeavesItClosed) {
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
   EXPECT_EQ(Size(), 0u);
-  EXPECT_TRUE(DeleteFileA(Path().c_str())) << "the file is still open";
+  uint32_t file = 0;
+  CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, kOpenExisting,
+                                       nullptr, 0, &file));
+  CHECK_OK(ctx_, KivSdDirectIOFileClose(ctx_, file));
 }
 
 TEST_F(DirectIO, CreateKeepsTheContentOfAnExistingFile) {
@@ -65,7 +69,7 @@ TEST_F(DirectIO, CreateKeepsTheContentOfAnExistingFile) {
 TEST_F(DirectIO, CreateSharesTheFileOnlyInFailoverMode) {
   const DirectFile holder(Path());
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()), KIV_ST_FILE_CREATE,
-                kErrorSharingViolation);
+                kOsSharingViolation);
   const GuardWatch failover;
   CHECK_OK(ctx_, KivSdDirectIOFileCreate(ctx_, Path().c_str()));
 }
@@ -73,16 +77,16 @@ TEST_F(DirectIO, CreateSharesTheFileOnlyInFailoverMode) {
 TEST_F(DirectIO, OpenOfAMissingFileStoresNoFile) {
   uint32_t file[2] = {kUntouched, kUntouched};
   CHECK_OUTCOME(ctx_,
-                KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_EXISTING,
+                KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, kOpenExisting,
                                       nullptr, 0, &file[0]),
-                KIV_ST_FILE_CREATE, kErrorFileNotFound);
+                KIV_ST_FILE_CREATE, kOsNotFound);
   EXPECT_EQ(file[0], KIV_DIRECTIO_NONE);
   EXPECT_EQ(file[1], kUntouched);
 }
 
 TEST_F(DirectIO, OpenStores32BitsOfTheHandle) {
   uint32_t file[2] = {kUntouched, kUntouched};
-  CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_ALWAYS, nullptr,
+  CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, kOpenAlways, nullptr,
                                        0, &file[0]));
   EXPECT_NE(file[0], KIV_DIRECTIO_NONE);
   EXPECT_EQ(file[1], kUntouched);
@@ -93,10 +97,10 @@ TEST_F(DirectIO, OpenReportsASharingViolation) {
   const DirectFile holder(Path());
   uint32_t file = kUntouched;
   const auto open = [&] {
-    return KivSdDirectIOFileOpen(ctx_, Path().c_str(), GENERIC_READ, 0, OPEN_EXISTING, nullptr, 0,
+    return KivSdDirectIOFileOpen(ctx_, Path().c_str(), kToRead, 0, kOpenExisting, nullptr, 0,
                                  &file);
   };
-  CHECK_OUTCOME(ctx_, open(), KIV_ST_FILE_SHARING, kErrorSharingViolation);
+  CHECK_OUTCOME(ctx_, open(), KIV_ST_FILE_SHARING, kOsSharingViolation);
   EXPECT_EQ(file, KIV_DIRECTIO_NONE);
   const GuardWatch failover;  // failover mode overrides the share mode
   CHECK_OK(ctx_, open());
@@ -105,10 +109,10 @@ TEST_F(DirectIO, OpenReportsASharingViolation) {
 
 TEST_F(DirectIO, CloseFailsTheSecondTime) {
   uint32_t file = 0;
-  CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, OPEN_ALWAYS, nullptr,
+  CHECK_OK(ctx_, KivSdDirectIOFileOpen(ctx_, Path().c_str(), kReadAndWrite, 0, kOpenAlways, nullptr,
                                        0, &file));
   CHECK_OK(ctx_, KivSdDirectIOFileClose(ctx_, file));
-  CHECK_OUTCOME(ctx_, KivSdDirectIOFileClose(ctx_, file), KIV_ST_FILE_CLOSE, kErrorInvalidHandle);
+  CHECK_OUTCOME(ctx_, KivSdDirectIOFileClose(ctx_, file), KIV_ST_FILE_CLOSE, kOsBadHandle);
 }
 
 TEST_F(DirectIO, RemoveRemovesTheFile) {
@@ -116,7 +120,7 @@ TEST_F(DirectIO, RemoveRemovesTheFile) {
   CHECK_OK(ctx_, KivSdDirectIOFileRemove(ctx_, Path().c_str()));
   EXPECT_FALSE(std::filesystem::exists(Path()));
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileRemove(ctx_, Path().c_str()), KIV_ST_FILE_REMOVE,
-                kErrorFileNotFound);
+                kOsNotFound);
 }
 
 // ---- Blocking transfers ----
@@ -215,15 +219,14 @@ TEST_F(DirectIO, AReadWithARecordBehindTheEndReportsTheEnd) {
 }
 
 TEST_F(DirectIO, AnUnalignedBufferIsRefused) {
-  if (GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr) {
+  if (kiv::test::IsOnWine()) {
     GTEST_SKIP() << "Windows documents the alignment of unbuffered transfers; Wine buffers them";
   }
   const DirectFile file(Path());
   Blocks blocks(2);
   uint32_t count = kUntouched;
-  constexpr uint32_t kErrorInvalidParameter = 87;
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileWrite(ctx_, file, 0, blocks.At(0) + 1, 1, nullptr, &count),
-                KIV_ST_FILE_WRITE, kErrorInvalidParameter);
+                KIV_ST_FILE_WRITE, kOsBadArgument);
   EXPECT_EQ(count, 0u);
 }
 
@@ -271,7 +274,7 @@ TEST_F(DirectIO, AReadFrom2GiBOnNeedsARecord) {
     file.Write(block, block);  // a write always uses a record
     count = kUntouched;
     CHECK_OUTCOME(ctx_, KivSdDirectIOFileRead(ctx_, file, block, blocks.At(0), 1, nullptr, &count),
-                  KIV_ST_DIRECT_POINTER_SET, kErrorNegativeSeek);
+                  KIV_ST_DIRECT_POINTER_SET, kOsNegativePosition);
     EXPECT_EQ(count, 0u);
 
     KivSdNoWaitCb record = {};
@@ -324,7 +327,7 @@ TEST_F(DirectIO, PositionsBeforeTheBeginningAreRefused) {
   for (const uint32_t blocks : {static_cast<uint32_t>(-1), kBlocksOf2GiB}) {
     uint32_t position = kUntouched;
     CHECK_OUTCOME(ctx_, KivSdDirectIOFilePointerSet(ctx_, file, blocks, 0, &position),
-                  KIV_ST_DIRECT_POINTER_SET, kErrorNegativeSeek);
+                  KIV_ST_DIRECT_POINTER_SET, kOsNegativePosition);
     EXPECT_EQ(position, 0u);
   }
 }
@@ -398,15 +401,14 @@ TEST_F(DirectIO, TheEndCannotBeSetPast2GiB) {
   const DirectFile file(Path());
   uint32_t size = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdDirectIOFileSetEndOfFile(ctx_, file, kBlocksOf2GiB, &size),
-                KIV_ST_DIRECT_POINTER_SET, kErrorNegativeSeek);
+                KIV_ST_DIRECT_POINTER_SET, kOsNegativePosition);
   EXPECT_EQ(size, 0u);
   EXPECT_EQ(Size(), 0u);
 }
 
 TEST_F(DirectIO, ChangingTheSizeTakesADescriptor) {
-  const int opened = _open(Path().c_str(), _O_CREAT | _O_RDWR | _O_BINARY, _S_IREAD | _S_IWRITE);
-  ASSERT_NE(opened, -1);
-  const auto descriptor = static_cast<uint32_t>(opened);
+  uint32_t descriptor = 0;
+  ASSERT_EQ(KivSdFileCreate(nullptr, Path().c_str(), 0x180, &descriptor), KIV_ST_OK);
   for (const uint32_t blocks : {4u, 1u, 0u, 6u}) {
     uint32_t size = kUntouched;
     CHECK_OK(ctx_, KivSdDirectIOFileChangeSize(ctx_, descriptor, blocks, &size));
@@ -418,7 +420,7 @@ TEST_F(DirectIO, ChangingTheSizeTakesADescriptor) {
   CHECK_OK(ctx_, KivSdDirectIOFileChangeSize(ctx_, descriptor, kBlocksOf4GiB + 2, &size));
   EXPECT_EQ(size, kBlocksOf4GiB + 2);
   EXPECT_EQ(Size(), 2u * kBlockBytes);
-  EXPECT_EQ(_close(opened), 0);
+  EXPECT_EQ(KivSdFileClose(nullptr, descriptor), KIV_ST_OK);
 }
 
 // ---- The lease guard ----

@@ -1,7 +1,11 @@
 // Directories and links on real files.
+#ifdef _WIN32
 #include <direct.h>
+#else
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -12,6 +16,8 @@
 #include "support/context.h"
 #include "support/guard_watch.h"
 #include "support/guarded.h"
+#include "support/os_errors.h"
+#include "support/paths.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -19,23 +25,26 @@ namespace {
 using kiv::test::Context;
 using kiv::test::GuardedBytes;
 using kiv::test::GuardWatch;
+using kiv::test::Here;
+using kiv::test::kOsNameExists;
+using kiv::test::kOsNotFound;
+using kiv::test::kRoot;
+using kiv::test::kSeparator;
 using kiv::test::kSpoilt;
 using kiv::test::TemporaryFolder;
 
-constexpr uint32_t kErrorFileNotFound = 2;
-constexpr uint32_t kErrorAlreadyExists = 183;
-
 class Directory : public testing::Test {
  protected:
-  std::string Path(const std::string& name = "") const { return folder_.Path(name); }
+  // Names are written with backslashes for the platform's separator.
+  std::string Path(const std::string& name = "") const { return folder_.Path(Here(name)); }
   bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
   bool IsFolder(const std::string& name) const { return std::filesystem::is_directory(Path(name)); }
   void Write(const std::string& name, const std::string& bytes = "bytes") const {
-    folder_.Write(name, bytes);
+    folder_.Write(Here(name), bytes);
   }
-  void Make(const std::string& name) const { folder_.Make(name); }
+  void Make(const std::string& name) const { folder_.Make(Here(name)); }
   void MakeReadOnly(const std::string& name) const {
-    EXPECT_TRUE(SetFileAttributesA(Path(name).c_str(), FILE_ATTRIBUTE_READONLY));
+    std::filesystem::permissions(Path(name), std::filesystem::perms::owner_read);
   }
 
   Context ctx_;
@@ -44,11 +53,21 @@ class Directory : public testing::Test {
   TemporaryFolder folder_;
 };
 
-// Makes a call of the runtime that must fail, and returns its errno.
-template <typename Call>
-uint32_t ErrnoOf(Call call) {
+// The runtime's calls, whose errno the library reports.
+#ifdef _WIN32
+int ChangeTo(const std::string& path) { return _chdir(path.c_str()); }
+int MakeFolder(const std::string& path) { return _mkdir(path.c_str()); }
+int RemoveFolder(const std::string& path) { return _rmdir(path.c_str()); }
+#else
+int ChangeTo(const std::string& path) { return chdir(path.c_str()); }
+int MakeFolder(const std::string& path) { return mkdir(path.c_str(), 0777); }
+int RemoveFolder(const std::string& path) { return rmdir(path.c_str()); }
+#endif
+
+// The errno of a call that must fail.
+uint32_t ErrnoOf(int (*call)(const std::string&), const std::string& path) {
   errno = 0;
-  EXPECT_EQ(call(), -1);
+  EXPECT_EQ(call(path), -1);
   return static_cast<uint32_t>(errno);
 }
 
@@ -80,9 +99,8 @@ TEST_F(Directory, ThatIsMissingCannotBecomeTheWorkingDirectory) {
 TEST_F(Directory, ThatIsAFileCannotBecomeTheWorkingDirectory) {
   Write("file");
   const std::string file = Path("file");
-  const uint32_t error = ErrnoOf([&] { return _chdir(file.c_str()); });
-  ASSERT_NE(error, uint32_t{ENOENT});
-  CHECK_OUTCOME(ctx_, KivSdDirChange(ctx_, file.c_str()), KIV_ST_DIR_CHANGE, error);
+  CHECK_OUTCOME(ctx_, KivSdDirChange(ctx_, file.c_str()), KIV_ST_DIR_CHANGE,
+                ErrnoOf(ChangeTo, file));
 }
 
 // ---- Making one ----
@@ -130,24 +148,24 @@ TEST_F(Directory, IsMadeWithAllDirectoriesAboveIt) {
 TEST_F(Directory, IsMadeBelowTheWorkingDirectory) {
   const std::string before = WorkingDirectory();
   ASSERT_EQ(KivSdDirChange(nullptr, Path().c_str()), KIV_ST_OK);
-  CHECK_OK(ctx_, KivSdCreatePath(ctx_, "relative\\path"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Here("relative\\path").c_str()));
   EXPECT_TRUE(IsFolder("relative\\path"));
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, "one"));
   EXPECT_TRUE(IsFolder("one"));
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, ""));
-  CHECK_OK(ctx_, KivSdCreatePath(ctx_, "\\"));
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, Here("\\").c_str()));
   ASSERT_EQ(KivSdDirChange(nullptr, before.c_str()), KIV_ST_OK);
 }
 
 TEST_F(Directory, IsNotMadeBelowAFile) {
   Write("file");
-  const std::string below = Path("file\\below");
-  const uint32_t error = ErrnoOf([&] { return _mkdir(below.c_str()); });
   CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("file\\below\\deeper").c_str()), KIV_ST_DIR_CREATE,
-                error);
+                ErrnoOf(MakeFolder, Path("file\\below")));
+#ifdef _WIN32
   // A slash is a separator for the system but not for KivSdCreatePath: folder x is missing.
   CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, Path("x/y").c_str()), KIV_ST_DIR_CREATE,
                 uint32_t{ENOENT});
+#endif
 }
 
 TEST_F(Directory, IsNotMadeWithAPathLongerThan1029Characters) {
@@ -162,8 +180,8 @@ TEST_F(Directory, IsNotMadeWithAPathLongerThan1029Characters) {
 // Extends `path` to `length` with levels of 50 characters. The last level takes the rest.
 std::string PathOfLength(std::string path, size_t length) {
   constexpr size_t kLevel = 50;
-  while (path.size() + 2 * kLevel < length) path += "\\" + std::string(kLevel - 1, 'd');
-  return path + "\\" + std::string(length - path.size() - 1, 'l');
+  while (path.size() + 2 * kLevel < length) path += kSeparator + std::string(kLevel - 1, 'd');
+  return path + kSeparator + std::string(length - path.size() - 1, 'l');
 }
 
 TEST_F(Directory, IsMadeIfTheSystemAcceptsThePathsLength) {
@@ -171,6 +189,7 @@ TEST_F(Directory, IsMadeIfTheSystemAcceptsThePathsLength) {
   const std::string shorter = PathOfLength(Path("deep"), 240);
   CHECK_OK(ctx_, KivSdCreatePath(ctx_, shorter.c_str()));
   EXPECT_TRUE(std::filesystem::is_directory(shorter));
+#ifdef _WIN32
   // Paths within the library's limit that are too long for the system fail like other directories
   // that cannot be made.
   for (const size_t length : {size_t{300}, size_t{1028}, size_t{1029}}) {
@@ -178,6 +197,11 @@ TEST_F(Directory, IsMadeIfTheSystemAcceptsThePathsLength) {
     ASSERT_EQ(path.size(), length);
     CHECK_OUTCOME(ctx_, KivSdCreatePath(ctx_, path.c_str()), KIV_ST_DIR_CREATE, uint32_t{ENOENT});
   }
+#else
+  const std::string longest = PathOfLength(Path("deep"), 1029);
+  CHECK_OK(ctx_, KivSdCreatePath(ctx_, longest.c_str()));
+  EXPECT_TRUE(std::filesystem::is_directory(longest));
+#endif
 }
 
 // ---- Removing one ----
@@ -239,26 +263,27 @@ TEST_F(Directory, CannotBeRemovedIfItIsMissing) {
 TEST_F(Directory, ThatIsAFileIsNotRemoved) {
   Write("file");
   const std::string file = Path("file");
-  const uint32_t error = ErrnoOf([&] { return _rmdir(file.c_str()); });
-  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, file.c_str()), KIV_ST_DIR_REMOVE, error);
+  CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, file.c_str()), KIV_ST_DIR_REMOVE,
+                ErrnoOf(RemoveFolder, file));
   EXPECT_TRUE(Exists("file"));
 }
 
+#ifdef _WIN32  // elsewhere an open file loses its name
 TEST_F(Directory, StaysIfItHoldsAnOpenFile) {
   Make("tree");
   Make("tree\\inner");
   Write("tree\\inner\\held");
   Write("tree\\other");
-  HANDLE held = CreateFileA(Path("tree\\inner\\held").c_str(), GENERIC_READ, FILE_SHARE_READ,
-                            nullptr, OPEN_EXISTING, 0, nullptr);
-  ASSERT_NE(held, INVALID_HANDLE_VALUE);
+  uint32_t held = 0;
+  ASSERT_EQ(KivSdFileOpen(nullptr, Path("tree\\inner\\held").c_str(), 0, 0, &held), KIV_ST_OK);
   CHECK_OUTCOME(ctx_, KivSdDirRemove(ctx_, Path("tree").c_str()), KIV_ST_DIR_REMOVE,
                 uint32_t{ENOTEMPTY});
   EXPECT_TRUE(Exists("tree\\inner\\held"));
-  CloseHandle(held);
+  EXPECT_EQ(KivSdFileClose(nullptr, held), KIV_ST_OK);
   CHECK_OK(ctx_, KivSdDirRemove(ctx_, Path("tree").c_str()));
   EXPECT_FALSE(Exists("tree"));
 }
+#endif
 
 // ---- Attributes ----
 
@@ -276,18 +301,9 @@ TEST(Attributes, AreADirectorysIfBit4IsSet) {
 
 // ---- Links ----
 
-uint32_t LinksOf(const std::string& path) {
-  HANDLE file = CreateFileA(path.c_str(), 0, 7, nullptr, OPEN_EXISTING, 0, nullptr);
-  BY_HANDLE_FILE_INFORMATION information = {};
-  EXPECT_TRUE(GetFileInformationByHandle(file, &information));
-  CloseHandle(file);
-  return information.nNumberOfLinks;
-}
-
 TEST_F(Directory, HoldsAFileUnderTwoNames) {
   Write("file", "the bytes");
   CHECK_OK(ctx_, KivSdCreateLink(ctx_, Path("file").c_str(), Path("link").c_str(), 0));
-  EXPECT_EQ(LinksOf(Path("file")), 2u);
   EXPECT_TRUE(std::filesystem::equivalent(Path("file"), Path("link")));
   CHECK_OK(ctx_, KivSdUnLink(ctx_, Path("file").c_str()));
   EXPECT_FALSE(Exists("file"));
@@ -300,14 +316,13 @@ TEST_F(Directory, RefusesALinkWithAnExistingNameOrToAMissingFile) {
   Write("file");
   Write("taken");
   CHECK_OUTCOME(ctx_, KivSdCreateLink(ctx_, Path("file").c_str(), Path("taken").c_str(), 7),
-                KIV_ST_FILE_CREATE, kErrorAlreadyExists);
+                KIV_ST_FILE_CREATE, kOsNameExists);
   CHECK_OUTCOME(ctx_, KivSdCreateLink(ctx_, Path("missing").c_str(), Path("link").c_str(), 7),
-                KIV_ST_FILE_CREATE, kErrorFileNotFound);
+                KIV_ST_FILE_CREATE, kOsNotFound);
   EXPECT_EQ(KivSdCreateLink(nullptr, Path("missing").c_str(), Path("link").c_str(), 7),
             KIV_ST_FILE_CREATE);
   EXPECT_FALSE(Exists("link"));
-  CHECK_OUTCOME(ctx_, KivSdUnLink(ctx_, Path("missing").c_str()), KIV_ST_FILE_REMOVE,
-                kErrorFileNotFound);
+  CHECK_OUTCOME(ctx_, KivSdUnLink(ctx_, Path("missing").c_str()), KIV_ST_FILE_REMOVE, kOsNotFound);
 }
 
 // ---- Absolute paths ----
@@ -320,15 +335,16 @@ std::string Canonical(const std::string& path, size_t sizeBytes) {
 }
 
 TEST(CanonicalPath, IsAbsoluteWithoutDotSegments) {
-  EXPECT_EQ(Canonical("C:\\a\\.\\b\\..\\c", 64), "C:\\a\\c");
-  EXPECT_EQ(Canonical("C:/a/b\\..\\../c/d", 64), "C:\\c\\d");
-  EXPECT_EQ(Canonical("C:\\", 64), "C:\\");
-  EXPECT_EQ(Canonical("name", 1029), WorkingDirectory() + "\\name");
-  EXPECT_EQ(Canonical("..\\.\\x/..", 1029), std::filesystem::current_path().parent_path().string());
+  EXPECT_EQ(Canonical(Here(kRoot + "a\\.\\b\\..\\c"), 64), Here(kRoot + "a\\c"));
+  EXPECT_EQ(Canonical(Here(kRoot + "a/b\\..\\../c/d"), 64), Here(kRoot + "c\\d"));
+  EXPECT_EQ(Canonical(kRoot, 64), kRoot);
+  EXPECT_EQ(Canonical("name", 1029), WorkingDirectory() + kSeparator + "name");
+  EXPECT_EQ(Canonical(Here("..\\.\\x/.."), 1029),
+            std::filesystem::current_path().parent_path().string());
 }
 
 TEST(CanonicalPath, NeedsRoomForItsTerminator) {
-  const std::string path = "C:\\a\\name";
+  const std::string path = Here(kRoot + "a\\name");
   EXPECT_EQ(Canonical(path, path.size() + 1), path);
   GuardedBytes out(path.size());
   EXPECT_EQ(KivSdFileGetCanonicalPath(path.c_str(), static_cast<int32_t>(path.size()), out.text()),
@@ -373,7 +389,7 @@ TEST_F(Directory, RunsTheGuardFirst) {
   EXPECT_EQ(guard.TakeRuns(), 1u);
   EXPECT_EQ(KivSdUnLink(nullptr, Path("link").c_str()), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 2u);
-  EXPECT_EQ(KivSdFileGetCanonicalPath("C:\\", sizeof out, out), KIV_ST_OK);
+  EXPECT_EQ(KivSdFileGetCanonicalPath(kRoot.c_str(), sizeof out, out), KIV_ST_OK);
   EXPECT_EQ(guard.TakeRuns(), 1u);
   // Changing the directory does not run the guard.
   EXPECT_EQ(KivSdDirChange(nullptr, before.c_str()), KIV_ST_OK);

@@ -1,7 +1,6 @@
 // File operations when the calls of the runtime and the system fail: statuses, recorded errors and
 // outputs.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cerrno>
 #include <string>
@@ -10,6 +9,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
 #include "support/stream.h"
 #include "support/stubbed_import.h"
 
@@ -18,8 +18,8 @@ namespace {
 using namespace kiv::test;
 
 constexpr uint32_t kErrnoNoSpace = 28;
-constexpr uint32_t kErrorSharing = 32;
-constexpr uint32_t kErrorDiskFull = 112;
+constexpr uint32_t kErrorSharing = 32;  // of the stand-in, on every platform
+constexpr uint32_t kErrorDiskFull = kOsDiskFull;
 constexpr uint32_t kOtherError = 7777;  // the error that must not be recorded
 
 // ---- Operations that make one call of the runtime ----
@@ -198,7 +198,7 @@ TEST(FileSharingFailure, OfAnEarlierCallIsIgnored) {
                             }));
   Context ctx;
   for (const auto operation : {ShareOpen, ShareOpenNew}) {
-    SetLastError(kErrorSharing);
+    SetErrors(0, kErrorSharing);
     CHECK_OUTCOME(ctx, operation(ctx), KIV_ST_FILE_SHARE_OPEN, EMFILE);
   }
 }
@@ -251,22 +251,21 @@ TEST(FullDisk, IsNotReportedForAPartialWrite) {
 
 // The arguments of the system's transfer, and its results.
 struct Transfer {
-  HANDLE file;
+  void* file;
   const void* buffer;
-  DWORD length;
-  OVERLAPPED position;
+  uint32_t length;
+  KivSdNoWaitCb position;
 };
 std::vector<Transfer> transfers;
-DWORD transferCount;
-DWORD transferError;
+uint32_t transferCount;
+uint32_t transferError;
 
-BOOL WINAPI AnswerTransfer(HANDLE file, void* bytes, DWORD length, DWORD* count,
-                           OVERLAPPED* position) {
+int32_t AnswerTransfer(void* file, void* bytes, uint32_t length, uint32_t* count,
+                       KivSdNoWaitCb* position) {
   transfers.push_back({file, bytes, length, *position});
   *count = transferCount;
-  errno = kErrnoNoSpace;
-  SetLastError(transferError);
-  return transferError == 0;
+  SetErrors(kErrnoNoSpace, transferError);
+  return transferError == 0 ? 1 : 0;
 }
 
 class AtOffset : public testing::Test {
@@ -286,12 +285,12 @@ class AtOffset : public testing::Test {
 
   static void ExpectAsked(uint32_t offset) {
     ASSERT_EQ(transfers.size(), 1u);
-    EXPECT_EQ(transfers[0].file, reinterpret_cast<HANDLE>(0x1234));
+    EXPECT_EQ(transfers[0].file, reinterpret_cast<void*>(0x1234));
     EXPECT_EQ(transfers[0].buffer, buffer);
     EXPECT_EQ(transfers[0].length, 8u);
-    EXPECT_EQ(transfers[0].position.Offset, offset);
-    EXPECT_EQ(transfers[0].position.OffsetHigh, 0u);
-    EXPECT_EQ(transfers[0].position.hEvent, nullptr);
+    EXPECT_EQ(transfers[0].position.offsetLow, offset);
+    EXPECT_EQ(transfers[0].position.offsetHigh, 0u);
+    EXPECT_EQ(transfers[0].position.event, nullptr);
   }
 
   Context ctx_;
@@ -318,7 +317,7 @@ TEST_F(AtOffset, WriteCallsTheSystemOnceWithoutAnEvent) {
 }
 
 TEST_F(AtOffset, AFailedReadReportsTheSystemsErrorAndCount) {
-  for (const DWORD error : {5u, 38u, 112u, 997u}) {
+  for (const uint32_t error : {5u, 38u, 112u, 997u}) {
     transferError = error;
     count_ = kUntouched;
     CHECK_OUTCOME(ctx_, Read(ctx_), KIV_ST_FILE_READ, error);
@@ -328,8 +327,8 @@ TEST_F(AtOffset, AFailedReadReportsTheSystemsErrorAndCount) {
 }
 
 TEST_F(AtOffset, AFailedWriteReportsTheSystemsErrorAndCount) {
-  for (const DWORD error : {5u, 28u, 38u, 111u, 112u, 113u, 997u}) {
-    const uint32_t status = error == 112 ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE;
+  for (const uint32_t error : {5u, kOsDiskFull - 1, kOsDiskFull, kOsDiskFull + 1, 38u, 997u}) {
+    const uint32_t status = error == kOsDiskFull ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE;
     transferError = error;
     count_ = kUntouched;
     CHECK_OUTCOME(ctx_, Write(ctx_), status, error);
@@ -341,11 +340,12 @@ TEST_F(AtOffset, AFailedWriteReportsTheSystemsErrorAndCount) {
 }
 
 TEST_F(AtOffset, WriteClearsTheErrorFirst) {
-  const ImportPatch write("WriteFile", reinterpret_cast<void*>(+[](HANDLE, const void*, DWORD,
-                                                                   DWORD* count, OVERLAPPED*) {
-                            *count = output;
-                            return TRUE;
-                          }));
+  const ImportPatch write(
+      "WriteFile",
+      reinterpret_cast<void*>(+[](void*, const void*, uint32_t, uint32_t* count, KivSdNoWaitCb*) {
+        *count = output;
+        return int32_t{1};
+      }));
   output = 0xEE;
   CHECK_OK(ctx_, KivSdFilePWrite(ctx_, 3, buffer, 0, 8, &count_, &output));
   EXPECT_EQ(count_, 0u);

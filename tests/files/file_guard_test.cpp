@@ -1,8 +1,8 @@
 // The lease guard in failover mode: the file operations that run it, and that it runs before
 // everything else; and the share mode that failover mode sets.
 #include <gtest/gtest.h>
-#include <windows.h>
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -10,6 +10,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/guard_watch.h"
 #include "support/import_patch.h"
+#include "support/process.h"
 #include "support/stream.h"
 
 namespace {
@@ -28,19 +29,19 @@ struct Operation {
 };
 
 const Operation kGuarded[] = {
-    {"KivSdFileCreate", [] { return KivSdFileCreate(nullptr, "?", 0, &word); },
+    {"KivSdFileCreate", [] { return KivSdFileCreate(nullptr, "?/none", 0, &word); },
      [] { return KivSdFileCreate(nullptr, nullptr, 0, nullptr); }},
-    {"KivSdFileOpen", [] { return KivSdFileOpen(nullptr, "?", 0, 0, &word); },
+    {"KivSdFileOpen", [] { return KivSdFileOpen(nullptr, "?/none", 0, 0, &word); },
      [] { return KivSdFileOpen(nullptr, nullptr, 0, 0, nullptr); }},
-    {"KivSdFileOpen64", [] { return KivSdFileOpen64(nullptr, "?", 0, 0, &word); },
+    {"KivSdFileOpen64", [] { return KivSdFileOpen64(nullptr, "?/none", 0, 0, &word); },
      [] { return KivSdFileOpen64(nullptr, nullptr, 0, 0, nullptr); }},
     {"KivSdFileOpenExclusiveMode",
-     [] { return KivSdFileOpenExclusiveMode(nullptr, "?", 0, 0, &word); },
+     [] { return KivSdFileOpenExclusiveMode(nullptr, "?/none", 0, 0, &word); },
      [] { return KivSdFileOpenExclusiveMode(nullptr, nullptr, 0, 0, nullptr); }},
-    {"KivSdFileSOpen", [] { return KivSdFileSOpen(nullptr, "?", 0, kDenyAll, 0, &word); },
+    {"KivSdFileSOpen", [] { return KivSdFileSOpen(nullptr, "?/none", 0, kDenyAll, 0, &word); },
      [] { return KivSdFileSOpen(nullptr, nullptr, 0, kDenyAll, 0, nullptr); }},
     {"KivSdFileSOpenExclusiveMode",
-     [] { return KivSdFileSOpenExclusiveMode(nullptr, "?", 0, kDenyAll, 0, &word); },
+     [] { return KivSdFileSOpenExclusiveMode(nullptr, "?/none", 0, kDenyAll, 0, &word); },
      [] { return KivSdFileSOpenExclusiveMode(nullptr, nullptr, 0, kDenyAll, 0, nullptr); }},
     {"KivSdFileRead", [] { return KivSdFileRead(nullptr, KIV_FILE_NONE, buffer, 1, &word); },
      [] { return KivSdFileRead(nullptr, KIV_FILE_NONE, nullptr, 1, nullptr); }},
@@ -64,11 +65,11 @@ const Operation kGuarded[] = {
      [] { return KivSdFileEof(nullptr, KIV_FILE_NONE, nullptr); }},
     {"KivSdFileSetEndOfFile",
      [] { return KivSdFileSetEndOfFile(nullptr, KIV_FILE_NONE, 0, &word, &word); }},
-    {"KivSdFileAccess", [] { return KivSdFileAccess(nullptr, "?", 0, &flag); },
-     [] { return KivSdFileAccess(nullptr, "?", 0, nullptr); }},
-    {"KivSdFileRemove", [] { return KivSdFileRemove(nullptr, "?"); },
+    {"KivSdFileAccess", [] { return KivSdFileAccess(nullptr, "?/none", 0, &flag); },
+     [] { return KivSdFileAccess(nullptr, "?/none", 0, nullptr); }},
+    {"KivSdFileRemove", [] { return KivSdFileRemove(nullptr, "?/none"); },
      [] { return KivSdFileRemove(nullptr, nullptr); }},
-    {"KivSdFileGetStatus", [] { return KivSdFileGetStatus(nullptr, "?", &word); },
+    {"KivSdFileGetStatus", [] { return KivSdFileGetStatus(nullptr, "?/none", &word); },
      [] { return KivSdFileGetStatus(nullptr, nullptr, nullptr); }},
     {"KivSdFileTempNameGet", [] { return KivSdFileTempNameGet(nullptr, nullptr, buffer); },
      [] { return KivSdFileTempNameGet(nullptr, nullptr, nullptr); }},
@@ -187,39 +188,26 @@ TEST(FileGuard, RunsBeforeTheRuntimesCallsAndBeforeAnyOutputIsWritten) {
   KivSdSetLeaseGuardAccessFunction(nullptr);
 }
 
-const char* breach;
-
-// Replaces the runtime's assertion routine: ends only the thread, not the process.
-void EndThread(const char* condition, const char*, unsigned) {
-  breach = condition;
-  ExitThread(0);
+void AnnounceGuard() {
+  std::fputs("the guard ran\n", stderr);
+  std::fflush(stderr);
 }
 
-uint32_t RunsBeforeBreachOf(uint32_t (*operation)()) {
-  GuardWatch guard;
-  const HANDLE thread = CreateThread(
-      nullptr, 0, [](void* run) -> DWORD { return reinterpret_cast<uint32_t (*)()>(run)(); },
-      reinterpret_cast<void*>(operation), 0, nullptr);
-  WaitForSingleObject(thread, INFINITE);
-  CloseHandle(thread);
-  return guard.TakeRuns();
-}
-
-TEST(FileGuard, RunsBeforeAProgrammingErrorEndsTheProcess) {
-  const ImportPatch assertion("_assert", reinterpret_cast<void*>(&EndThread));
+TEST(FileGuardDeathTest, RunsBeforeAProgrammingErrorEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
   uint32_t (*const breaches[])() = {
-      [] { return KivSdFileOpen(nullptr, "?", KIV_FILEO_EXCL, 0, &word); },
-      [] { return KivSdFileOpen64(nullptr, "?", KIV_FILEO_EXCL, 0, &word); },
-      [] { return KivSdFileSOpen(nullptr, "?", KIV_FILEO_EXCL, 0, 0, &word); },
+      [] { return KivSdFileOpen(nullptr, "?/none", KIV_FILEO_EXCL, 0, &word); },
+      [] { return KivSdFileOpen64(nullptr, "?/none", KIV_FILEO_EXCL, 0, &word); },
+      [] { return KivSdFileSOpen(nullptr, "?/none", KIV_FILEO_EXCL, 0, 0, &word); },
   };
+  KivSdSetLeaseGuardAccessFunction(&AnnounceGuard);
+  KivSdSetFailoverModeFlag(1);
   for (const auto operation : breaches) {
-    breach = "";
-    EXPECT_EQ(RunsBeforeBreachOf(operation), 1u);
-    EXPECT_STREQ(breach, "(iOFlag & KIV_FILEO_EXCL) != KIV_FILEO_EXCL");
+    EXPECT_EXIT(operation(), EndedByAssertion(), Contains("the guard ran"));
   }
+  KivSdSetFailoverModeFlag(0);
+  KivSdSetLeaseGuardAccessFunction(nullptr);
 }
-
-// ---- Sharing ----
 
 TEST(FileGuard, ModeOverridesTheCallersShareFlags) {
   const ScriptedImport open("_sopen", {.result = 77});
@@ -227,15 +215,15 @@ TEST(FileGuard, ModeOverridesTheCallersShareFlags) {
     const GuardWatch guard(static_cast<uint8_t>(mode));
     for (const uint32_t asked : {0u, kDenyAll, kDenyWrite, kDenyRead, kDenyNone}) {
       const size_t first = open.calls().size();
-      EXPECT_EQ(KivSdFileSOpen(nullptr, "?", 0, asked, 0, &word), KIV_ST_OK);
-      EXPECT_EQ(KivSdFileSOpenExclusiveMode(nullptr, "?", 0, asked, 0, &word), KIV_ST_OK);
+      EXPECT_EQ(KivSdFileSOpen(nullptr, "?/none", 0, asked, 0, &word), KIV_ST_OK);
+      EXPECT_EQ(KivSdFileSOpenExclusiveMode(nullptr, "?/none", 0, asked, 0, &word), KIV_ST_OK);
       EXPECT_EQ(static_cast<uint32_t>(open.calls().at(first)[2]), kDenyNone);
       EXPECT_EQ(static_cast<uint32_t>(open.calls().at(first + 1)[2]), kDenyNone);
     }
   }
   const size_t first = open.calls().size();
-  EXPECT_EQ(KivSdFileSOpen(nullptr, "?", 0, kDenyAll, 0, &word), KIV_ST_OK);
-  EXPECT_EQ(KivSdFileSOpenExclusiveMode(nullptr, "?", 0, kDenyRead, 0, &word), KIV_ST_OK);
+  EXPECT_EQ(KivSdFileSOpen(nullptr, "?/none", 0, kDenyAll, 0, &word), KIV_ST_OK);
+  EXPECT_EQ(KivSdFileSOpenExclusiveMode(nullptr, "?/none", 0, kDenyRead, 0, &word), KIV_ST_OK);
   EXPECT_EQ(static_cast<uint32_t>(open.calls().at(first)[2]), kDenyAll);
   EXPECT_EQ(static_cast<uint32_t>(open.calls().at(first + 1)[2]), kDenyRead);
 }

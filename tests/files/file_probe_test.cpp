@@ -1,8 +1,8 @@
 // Operations on files by name: access, the status probe, removal.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 
 #include "kivsdu/kivsdu.h"
@@ -23,10 +23,10 @@ constexpr uint32_t kSomeDescriptor = 77;
 class FileByName : public testing::Test {
  protected:
   FileByName() { folder_.Write("file", "content"); }
-  ~FileByName() override { SetFileAttributesA(path().c_str(), FILE_ATTRIBUTE_NORMAL); }
+  ~FileByName() override { SetWritable(true); }
 
   std::string path() const { return folder_.Path("file"); }
-  void MakeReadOnly() { SetFileAttributesA(path().c_str(), FILE_ATTRIBUTE_READONLY); }
+  void MakeReadOnly() { SetWritable(false); }
 
   uint32_t StatusOf(const std::string& path, uint32_t before = 0) {
     uint32_t status = before;
@@ -42,6 +42,13 @@ class FileByName : public testing::Test {
 
   TemporaryFolder folder_;
   Context ctx_;
+
+ private:
+  void SetWritable(bool writable) {
+    using std::filesystem::perms;
+    std::error_code ignored;
+    std::filesystem::permissions(path(), writable ? perms::all : perms::owner_read, ignored);
+  }
 };
 using FileAccess = FileByName;
 using FileRemove = FileByName;
@@ -72,10 +79,12 @@ TEST_F(FileAccess, IsNotGrantedToAMissingFileWithoutFailure) {
 
 TEST_F(FileAccess, IsTheRuntimesResult) {
   const ScriptedImport access("_access", {.result = kFailed, .error = EACCES, .failCount = 1});
-  EXPECT_EQ(Access(path().c_str(), 6), 0);
-  EXPECT_EQ(Access(path().c_str(), 6), 1);
+  const std::string file = path();
+  EXPECT_EQ(Access(file.c_str(), 6), 0);
+  EXPECT_EQ(Access(file.c_str(), 6), 1);
   ASSERT_EQ(access.calls().size(), 2u);
-  EXPECT_EQ(access.calls()[0][0], access.calls()[1][0]);
+  EXPECT_EQ(access.calls()[0][0], reinterpret_cast<uintptr_t>(file.c_str()));
+  EXPECT_EQ(access.calls()[1][0], access.calls()[0][0]);
   EXPECT_EQ(static_cast<uint32_t>(access.calls()[0][1]), 6u);
 }
 
@@ -125,11 +134,11 @@ TEST_F(FileStatus, OfAnOpenFileIsInUse) {
 
 TEST_F(FileStatus, OfAReadOnlyFileIsInUse) {
   MakeReadOnly();
-  // Windows refuses to open the file for writing. Wine, run as the superuser, opens it.
-  const HANDLE opened = CreateFileA(path().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                    OPEN_EXISTING, 0, nullptr);
-  const bool refused = opened == INVALID_HANDLE_VALUE;
-  if (!refused) CloseHandle(opened);
+  // The open for writing is refused. Only Wine, run as the superuser, opens the file.
+  uint32_t file = 0;
+  const bool refused =
+      KivSdFileOpen(nullptr, path().c_str(), kBinary | kReadWrite, 0, &file) != KIV_ST_OK;
+  if (!refused) EXPECT_EQ(KivSdFileClose(nullptr, file), KIV_ST_OK);
   EXPECT_EQ(StatusOf(path()), refused ? KIV_FSTAT_INUSE : KIV_FSTAT_FREE);
 }
 
@@ -173,9 +182,10 @@ TEST_F(FileStatus, SettlesItsOwnBitsAndKeepsAllOthers) {
 TEST_F(FileStatus, OpensTheFileWithoutSharingAndClosesItAtOnce) {
   const ScriptedImport open("_sopen", {.result = kSomeDescriptor});
   const ScriptedImport close("_close", {.result = 0});
-  EXPECT_EQ(StatusOf(path()), KIV_FSTAT_FREE);
+  const std::string file = path();
+  EXPECT_EQ(StatusOf(file), KIV_FSTAT_FREE);
   ASSERT_EQ(open.calls().size(), 1u);
-  EXPECT_EQ(reinterpret_cast<const char*>(open.calls()[0][0])[0], path()[0]);
+  EXPECT_EQ(open.calls()[0][0], reinterpret_cast<uintptr_t>(file.c_str()));
   EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][1]), 0x8002u);
   EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][2]), 0x10u);
   EXPECT_EQ(static_cast<uint32_t>(open.calls()[0][3]), 0u);

@@ -1,7 +1,6 @@
 // Collecting names and building lists of files without memory and when the search fails, and the
 // sizes of their allocations.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cstring>
 #include <string>
@@ -10,6 +9,9 @@
 #include "support/context.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
+#include "support/os_errors.h"
+#include "support/paths.h"
 #include "support/runtime_memory.h"
 #include "support/temporary_folder.h"
 
@@ -17,14 +19,15 @@ namespace {
 
 using kiv::test::Context;
 using kiv::test::Guarded;
+using kiv::test::Here;
 using kiv::test::ImportPatch;
+using kiv::test::kRoot;
 using kiv::test::RuntimeMemory;
 using kiv::test::ScriptedImport;
 using kiv::test::TemporaryFolder;
 
-const uintptr_t kInvalid = reinterpret_cast<uintptr_t>(INVALID_HANDLE_VALUE);
+constexpr uintptr_t kInvalid = static_cast<uintptr_t>(-1);
 constexpr uint32_t kErrorAccessDenied = 5;
-constexpr uint32_t kErrorNoMoreFiles = 18;
 
 // ---- Collecting names ----
 
@@ -118,7 +121,7 @@ TEST_F(NameCollection, LeaksNothingIfTheSearchFails) {
 
 TEST_F(NameCollection, EndsWhereTheSearchEnds) {
   const ScriptedImport next("FindNextFileA",
-                            {.result = 0, .error = kErrorNoMoreFiles, .passFirst = 4});
+                            {.result = 0, .error = kiv::test::kOsNoMoreFiles, .passFirst = 4});
   CHECK_OK(ctx_, Find(ctx_));
   EXPECT_EQ(count_, 5u);
   EXPECT_EQ(KivSdFileFreeNames(nullptr, names_, count_), KIV_ST_OK);
@@ -138,13 +141,13 @@ TEST_F(NameCollection, AllocatesNothingIfTheSearchCannotStart) {
 std::string searched;     // pattern of the last search
 uint32_t absoluteLength;  // length that the system returns for the next pattern
 
-HANDLE WINAPI NotePattern(const char* pattern, void*) {
+void* NotePattern(const char* pattern, void*) {
   searched = pattern;
-  SetLastError(ERROR_FILE_NOT_FOUND);
-  return INVALID_HANDLE_VALUE;
+  kiv::test::SetErrors(0, kiv::test::kOsNotFound);
+  return reinterpret_cast<void*>(kInvalid);
 }
 
-DWORD WINAPI TellLength(const char*, DWORD sizeBytes, char* buffer, char**) {
+uint32_t TellLength(const char*, uint32_t sizeBytes, char* buffer, char**) {
   EXPECT_EQ(sizeBytes, 1029u);
   std::strcpy(buffer, "what the system left there");
   return absoluteLength;
@@ -152,9 +155,9 @@ DWORD WINAPI TellLength(const char*, DWORD sizeBytes, char* buffer, char**) {
 
 TEST_F(NameCollection, SearchesForTheAbsolutePattern) {
   const ImportPatch first("FindFirstFileA", reinterpret_cast<void*>(&NotePattern));
-  static_cast<void>(
-      KivSdFileFind(nullptr, nullptr, nullptr, "C:\\a\\..\\b/*", 0, &names_, &count_));
-  EXPECT_EQ(searched, "C:\\b\\*");
+  static_cast<void>(KivSdFileFind(nullptr, nullptr, nullptr, Here(kRoot + "a\\..\\b/*").c_str(), 0,
+                                  &names_, &count_));
+  EXPECT_EQ(searched, Here(kRoot + "b\\*"));
 
   const ImportPatch full("GetFullPathNameA", reinterpret_cast<void*>(&TellLength));
   for (const uint32_t length : {1u, 26u, 1028u}) {

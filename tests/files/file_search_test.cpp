@@ -1,8 +1,8 @@
 // File search on real files: walking a folder with a record, and collecting names.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -11,6 +11,8 @@
 #include "support/context.h"
 #include "support/guard_watch.h"
 #include "support/guarded.h"
+#include "support/os_errors.h"
+#include "support/paths.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -18,23 +20,24 @@ namespace {
 using kiv::test::Context;
 using kiv::test::Guarded;
 using kiv::test::GuardWatch;
-using kiv::test::kSpoilt;
+using kiv::test::Here;
+using kiv::test::kOsBadHandle;
+using kiv::test::kOsNameTooLong;
+using kiv::test::kOsNoMoreFiles;
+using kiv::test::kOsNotFound;
+using kiv::test::kOsPathNotFound;
 using kiv::test::TemporaryFolder;
 
-constexpr uint32_t kErrorFileNotFound = 2;
-constexpr uint32_t kErrorPathNotFound = 3;
-constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorNoMoreFiles = 18;
-constexpr uint32_t kErrorPathTooLong = 206;
 constexpr uint32_t kFlags = 0xFEDCBA98;
 
 class FileSearch : public testing::Test {
  protected:
-  std::string Path(const std::string& name) const { return folder_.Path(name); }
+  // Names are written with backslashes for the platform's separator.
+  std::string Path(const std::string& name) const { return folder_.Path(Here(name)); }
   void Write(const std::string& name, const std::string& bytes = "") const {
-    folder_.Write(name, bytes);
+    folder_.Write(Here(name), bytes);
   }
-  void Make(const std::string& name) const { folder_.Make(name); }
+  void Make(const std::string& name) const { folder_.Make(Here(name)); }
 
   Context ctx_;
 
@@ -67,29 +70,35 @@ TEST_F(FileSearch, FindsEachFileOnce) {
   }
   EXPECT_EQ(status, KIV_ST_FIND_END);
   EXPECT_EQ(ctx_.status(), KIV_ST_FIND_END);
-  EXPECT_EQ(ctx_.osError(), kErrorNoMoreFiles);
+  EXPECT_EQ(ctx_.osError(), kOsNoMoreFiles);
   EXPECT_EQ(names, (std::set<std::string>{"one.txt", "two.txt", "four.txt"}));
   CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
 }
 
+std::filesystem::file_time_type FileTime(int64_t secondsSince1970) {
+  // The clocks start at different years, whole seconds apart.
+  using FileClock = std::filesystem::file_time_type::clock;
+  const auto apart = std::chrono::round<std::chrono::seconds>(
+      FileClock::now().time_since_epoch() - std::chrono::system_clock::now().time_since_epoch());
+  return std::filesystem::file_time_type(apart + std::chrono::seconds(secondsSince1970));
+}
+
 TEST_F(FileSearch, ReturnsTheTimeOfTheLastWrite) {
   Write("file", "12345");
-  const FILETIME written = {0x12345678, 0x01DA0000};
-  HANDLE file = CreateFileA(Path("file").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
-                            0, nullptr);
-  ASSERT_NE(file, INVALID_HANDLE_VALUE);
-  ASSERT_TRUE(SetFileTime(file, nullptr, nullptr, &written));
-  CloseHandle(file);
+  // A whole second, which every file system and library can store.
+  constexpr uint64_t kWritten = 133'500'000'000'000'000;  // in 100 ns since 1601
+  constexpr int64_t kSeconds = kWritten / 10'000'000 - 11'644'473'600;
+  std::filesystem::last_write_time(Path("file"), FileTime(kSeconds));
 
   KivSdFindRecord record = {};
   CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("file").c_str(), 0, &record));
-  EXPECT_EQ(record.data.written.low, written.dwLowDateTime);
-  EXPECT_EQ(record.data.written.high, written.dwHighDateTime);
+  EXPECT_EQ(record.data.written.low, static_cast<uint32_t>(kWritten));
+  EXPECT_EQ(record.data.written.high, static_cast<uint32_t>(kWritten >> 32));
   uint32_t size = 0;
   int64_t time = 0;
   EXPECT_EQ(KivSdGetFileSizeAndCreateDate(&record, &size, &time), 0u);
   EXPECT_EQ(size, 5u);
-  EXPECT_EQ(time, (int64_t{0x01DA0000} * 4294967296 + 0x12345678) / 10'000'000 - 11'644'473'600);
+  EXPECT_EQ(time, kSeconds);
 
   KivSdFileListItem item = {};
   EXPECT_EQ(KivSdAddFileListItem(&item, &record, 0), 0u);
@@ -104,15 +113,15 @@ TEST_F(FileSearch, ThatFindsNothingStoresNoNameAndNoAttributes) {
   const char* const name = record->name;
   const uint32_t attributes = record->attributes;
   CHECK_OUTCOME(ctx_, KivSdFileFindFirst(ctx_, Path("*.none").c_str(), kFlags, record),
-                KIV_ST_FIND_START, kErrorFileNotFound);
-  EXPECT_EQ(record->search, INVALID_HANDLE_VALUE);
+                KIV_ST_FIND_START, kOsNotFound);
+  EXPECT_EQ(reinterpret_cast<intptr_t>(record->search), -1);
   EXPECT_EQ(record->flags, kFlags);
   EXPECT_EQ(record->name, name);
   EXPECT_EQ(record->attributes, attributes);
   CHECK_OUTCOME(ctx_, KivSdFileFindFirst(ctx_, Path("none\\*").c_str(), kFlags, record),
-                KIV_ST_FIND_START, kErrorPathNotFound);
+                KIV_ST_FIND_START, kOsPathNotFound);
   EXPECT_EQ(KivSdFileFindFirst(nullptr, Path("*.none").c_str(), 0, record), KIV_ST_FIND_START);
-  CHECK_OUTCOME(ctx_, KivSdFileFindClose(ctx_, record), KIV_ST_FIND_CLOSE, kErrorInvalidHandle);
+  CHECK_OUTCOME(ctx_, KivSdFileFindClose(ctx_, record), KIV_ST_FIND_CLOSE, kOsBadHandle);
   EXPECT_EQ(KivSdFileFindClose(nullptr, record), KIV_ST_FIND_CLOSE);
 }
 
@@ -120,7 +129,7 @@ TEST_F(FileSearch, KeepsTheLastFileAfterItsEnd) {
   Write("only");
   KivSdFindRecord record = {};
   CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, Path("only").c_str(), 0, &record));
-  CHECK_OUTCOME(ctx_, KivSdFileFindNext(ctx_, &record), KIV_ST_FIND_END, kErrorNoMoreFiles);
+  CHECK_OUTCOME(ctx_, KivSdFileFindNext(ctx_, &record), KIV_ST_FIND_END, kOsNoMoreFiles);
   EXPECT_EQ(KivSdFileFindNext(nullptr, &record), KIV_ST_FIND_END);
   EXPECT_STREQ(record.name, "only");
   EXPECT_EQ(KivSdFileFindClose(nullptr, &record), KIV_ST_OK);
@@ -207,7 +216,7 @@ TEST_F(FileSearch, PutsThePrefixUnchangedBeforeEachName) {
   struct {
     const char* prefix;
     std::string name;
-  } const cases[] = {{"some\\dir\\", "some\\dir\\file.dat"},
+  } const cases[] = {{"some/dir/", "some/dir/file.dat"},
                      {"x", "xfile.dat"},
                      {"", "file.dat"},
                      {nullptr, Path("file.dat")}};
@@ -222,7 +231,7 @@ TEST_F(FileSearch, CollectsAbsoluteNamesForARelativePattern) {
   Write("file.dat");
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(std::filesystem::path(Path("file.dat")).parent_path());
-  for (const char* pattern : {"*.dat", ".\\*.dat", "./f*"}) {
+  for (const std::string& pattern : {std::string("*.dat"), Here(".\\*.dat"), std::string("./f*")}) {
     Collected collected;
     CHECK_OK(ctx_, collected.Find(ctx_, nullptr, pattern));
     EXPECT_EQ(collected.All(), std::set<std::string>{Path("file.dat")});
@@ -240,7 +249,7 @@ TEST_F(FileSearch, StoresNamesOfUpTo1028Characters) {
 
   Collected none;
   CHECK_OUTCOME(ctx_, none.Find(ctx_, (longest + "p").c_str(), Path("n*")), KIV_ST_FIND_NEXT,
-                kErrorPathTooLong);
+                kOsNameTooLong);
   EXPECT_EQ(none.names(), nullptr);
   EXPECT_EQ(none.count(), 0u);
 }

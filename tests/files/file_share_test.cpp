@@ -7,6 +7,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
 #include "support/context.h"
+#include "support/os_errors.h"
 #include "support/stream.h"
 #include "support/temporary_folder.h"
 #include "support/waiting.h"
@@ -69,7 +70,7 @@ class SharedFile : public testing::Test {
       EXPECT_EQ(KivSdFileClose(nullptr, file), KIV_ST_OK);
       return true;
     }
-    ExpectOutcome(ctx_, status, KIV_ST_FILE_SHARING, EACCES);
+    ExpectOutcome(ctx_, status, KIV_ST_FILE_SHARING, kErrnoSharing);
     EXPECT_EQ(file, KIV_FILE_NONE);
     return false;
   }
@@ -118,7 +119,7 @@ TEST_F(SharedFile, CannotBeOpenedWithoutSharingWhileAnotherProcessHoldsIt) {
   const Holder held(path(), kDenyNone);
   uint32_t file = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileSOpen(ctx_, path().c_str(), kReadWrite, kDenyAll, 0, &file),
-                KIV_ST_FILE_SHARING, EACCES);
+                KIV_ST_FILE_SHARING, kErrnoSharing);
   EXPECT_EQ(file, KIV_FILE_NONE);
 }
 
@@ -132,7 +133,7 @@ TEST_F(SharedFile, OpenedWithoutShareFlagsFailsWithTheOpenStatus) {
   const Holder held(path(), kDenyAll);
   uint32_t file = kUntouched;
   CHECK_OUTCOME(ctx_, KivSdFileOpen(ctx_, path().c_str(), kReadOnly, 0, &file), KIV_ST_FILE_OPEN,
-                EACCES);
+                kErrnoSharing);
   EXPECT_EQ(file, KIV_FILE_NONE);
 }
 

@@ -1,8 +1,11 @@
 // Names of temporary files: every prefix that is passed to the runtime, and the handling of the
 // runtime's results.
 #include <gtest/gtest.h>
+#ifdef _WIN32
 #include <process.h>
-#include <windows.h>
+#else
+#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cctype>
@@ -127,8 +130,16 @@ std::string ExpectedPrefix(char first, char second, unsigned process, unsigned a
   return text;
 }
 
+unsigned ProcessId() {
+#ifdef _WIN32
+  return static_cast<unsigned>(_getpid());
+#else
+  return static_cast<unsigned>(getpid());
+#endif
+}
+
 std::string ExpectedPrefix(char first, char second, unsigned attempt) {
-  return ExpectedPrefix(first, second, static_cast<unsigned>(_getpid()), attempt);
+  return ExpectedPrefix(first, second, ProcessId(), attempt);
 }
 
 std::string MakePlainly(const std::string& prefix, uint32_t) { return "?:/" + prefix; }
@@ -300,16 +311,29 @@ TEST(TemporaryName, NeedsAnOutput) {
 
 // ---- Real files ----
 
+// The runtime's folder for temporary files.
+std::filesystem::path RuntimesFolder() {
+#ifdef _WIN32
+  char* name = _tempnam(nullptr, "tm");
+  const std::filesystem::path folder = std::filesystem::path(name).parent_path();
+  std::free(name);
+  return folder;
+#else
+  for (const char* variable : {"TMP", "TMPDIR"}) {
+    const char* folder = std::getenv(variable);
+    if (folder != nullptr && std::filesystem::is_directory(folder)) return folder;
+  }
+  return "/tmp";
+#endif
+}
+
 TEST(TemporaryName, IsInTheTemporaryFolderAndDoesNotExist) {
   Context ctx;
   GuardedBytes name(kNameBytes);
   CHECK_OK(ctx, KivSdFileTempNameGet(ctx, "tm", name.text()));
   const std::filesystem::path path = name.text();
   EXPECT_FALSE(std::filesystem::exists(path));
-  char* runtimes = _tempnam(nullptr, "tm");
-  ASSERT_NE(runtimes, nullptr);
-  EXPECT_EQ(path.parent_path(), std::filesystem::path(runtimes).parent_path());
-  std::free(runtimes);
+  EXPECT_EQ(path.parent_path(), RuntimesFolder());
   // The runtime decides how many characters of the prefix it uses: at least three.
   const std::string asked = ExpectedPrefix('t', 'm', 0).substr(0, 3);
   EXPECT_EQ(path.filename().string().substr(0, 3), asked);
@@ -328,23 +352,25 @@ TEST(TemporaryName, DiffersIfTheFirstNameExists) {
   EXPECT_EQ(KivSdFileRemove(nullptr, first), KIV_ST_OK);
 }
 
-std::string LowerCase(std::string text) {
+// Names with one key are one file: on Windows, case does not count.
+std::string KeyOf(std::string text) {
+#ifdef _WIN32
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+#endif
   return text;
 }
 
 // The files exist beforehand, and the stub of the runtime makes each name from the prefix alone.
-// Names that differ only in case are one file.
 TEST(TemporaryName, SkipsThreeHundredExistingFiles) {
   const TemporaryFolder folder;
   std::set<std::string> present;
   for (unsigned i = 0; i <= 300; ++i) {
     const std::string prefix = ExpectedPrefix('t', 'm', i);
-    if (present.insert(LowerCase(prefix)).second) folder.Write(prefix, "");
+    if (present.insert(KeyOf(prefix)).second) folder.Write(prefix, "");
   }
   unsigned free = 301;
-  while (present.count(LowerCase(ExpectedPrefix('t', 'm', free))) != 0) ++free;
+  while (present.count(KeyOf(ExpectedPrefix('t', 'm', free))) != 0) ++free;
 
   Names names([&](const std::string& prefix, uint32_t) { return folder.Path(prefix); });
   Context ctx;

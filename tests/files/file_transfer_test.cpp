@@ -166,6 +166,49 @@ TEST_F(FileText, EndsAtByte26) {
             "after");
 }
 
+TEST_F(FileText, IsReadInPiecesThatSplitALineEnd) {
+  Fill("a\r\nb\rc\r\r\n\r\n");
+  for (uint32_t most = 1; most <= 12; ++most) {
+    SCOPED_TRACE(most);
+    Stream stream(path(), kText);
+    std::string all;
+    for (std::string piece = stream.Read(most); !piece.empty(); piece = stream.Read(most)) {
+      all += piece;
+    }
+    EXPECT_EQ(all, "a\nb\rc\r\n\n");
+    EXPECT_EQ(stream.Position(), 11u);
+  }
+}
+
+TEST_F(FileText, EndsWithACarriageReturnAtTheEndOfTheFile) {
+  Fill("a\r");
+  Stream stream(path(), kText);
+  EXPECT_EQ(stream.Read(2), "a\r");
+  EXPECT_EQ(stream.Read(2), "");
+}
+
+TEST_F(FileText, IsReadOnFromAPositionBehindItsEndMark) {
+  Fill(
+      "ab\x1A"
+      "cd");
+  Stream stream(path(), kText);
+  EXPECT_EQ(stream.Read(), "ab");
+  EXPECT_EQ(stream.Read(), "");
+  stream.MoveTo(3);
+  EXPECT_EQ(stream.Read(), "cd");
+}
+
+TEST_F(FileText, IsCountedInTheCallersBytesWhenWritten) {
+  const std::string lines(20'000, '\n');
+  Stream stream(path(), kText);
+  uint32_t count = kUntouched;
+  CHECK_OK(ctx_, KivSdFileWrite(ctx_, stream, lines.data(), 20'000, &count));
+  EXPECT_EQ(count, 20'000u);
+  EXPECT_EQ(stream.Position(), 40'000u);
+  stream.MoveTo(0);
+  EXPECT_EQ(stream.Read(50'000), lines);
+}
+
 TEST_F(FileText, IsTheDefaultMode) {
   Fill("one\r\n");
   Stream stream(path(), 0);

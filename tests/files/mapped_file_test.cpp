@@ -11,6 +11,7 @@
 #include "support/guard_watch.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
 #include "support/process.h"
 #include "support/stream.h"
 #include "support/stubbed_import.h"
@@ -207,7 +208,7 @@ TEST_F(MappedFileOpen, ReportsASharingViolation) {
   CHECK_OUTCOME(ctx_,
                 KivSdMMAPFileOpen(ctx_, path().c_str(), kReadWrite, kDenyAll, 0, 1, 2,
                                   KIV_MMAP_OPEN_SHARED, &handle),
-                KIV_ST_FILE_SHARING, EACCES);
+                KIV_ST_FILE_SHARING, kErrnoSharing);
   EXPECT_EQ(handle.file, -1);
 }
 
@@ -316,15 +317,15 @@ TEST_F(MappedFileFailure, OfAFullDiskHasTheStreamOperationsStatus) {
 
 TEST_F(MappedFileFailure, OfAWriteAtAnOffsetIsInTheRecordAndTheOutput) {
   const ScriptedImport handle("_get_osfhandle", {.result = 0x1234});
-  for (const uint32_t error : {5u, 112u}) {
+  for (const uint32_t error : {5u, kOsDiskFull}) {
     const ScriptedImport failing("WriteFile", {.result = 0, .error = error});
     output = secondOutput = kUntouched;
     CHECK_OUTCOME(ctx_, WriteAt(ctx_, &handle_),
-                  error == 112 ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE, error);
+                  error == kOsDiskFull ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE, error);
     EXPECT_EQ(output, 0u);
     EXPECT_EQ(secondOutput, error);
     EXPECT_EQ(KivSdMMAPFilePWrite(nullptr, &handle_, buffer, 8, 8, &output, nullptr),
-              error == 112 ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE);
+              error == kOsDiskFull ? KIV_ST_DISK_FULL : KIV_ST_FILE_WRITE);
   }
   EXPECT_EQ(static_cast<uint32_t>(handle.calls().at(0)[0]), 77u);
 }

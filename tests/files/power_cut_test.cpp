@@ -4,13 +4,15 @@
 // These tests cannot cut the power. Killing a process shows less: that no part of a flushed record
 // or a collected block is still buffered in the process.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
@@ -56,8 +58,14 @@ Record RecordOf(uint64_t number, uint64_t seed) {
 
 // The writing process's progress, in memory that it shares with the test.
 struct Progress {
-  volatile LONG flushedRecords;
-  volatile LONG collectedBlocks;
+  std::atomic<uint32_t> flushedRecords;
+  std::atomic<uint32_t> collectedBlocks;
+};
+
+// What a process had reported when it was killed.
+struct Reported {
+  uint32_t flushedRecords;
+  uint32_t collectedBlocks;
 };
 
 using SharedProgress = kiv::test::SharedRecord<Progress>;
@@ -101,7 +109,7 @@ class JournalWriter {
 class BlockWriter {
  public:
   BlockWriter(const std::string& path, uint64_t seed)
-      : seed_(seed), file_(path, FILE_FLAG_OVERLAPPED) {}
+      : seed_(seed), file_(path, kiv::test::kOverlapped) {}
 
   bool StartOne() {
     const uint32_t slot = started_ % kInFlight;
@@ -145,10 +153,10 @@ uint32_t WriteForEver(const RoleArguments& arguments) {
       if (!blocks.StartOne()) return kRoleDone;
     }
     if (!journal.WriteLot(lot)) return kRoleDone;
-    InterlockedExchange(&progress->flushedRecords, static_cast<LONG>(journal.written()));
+    progress->flushedRecords = journal.written();
     for (uint32_t i = 0; i < lot % kInFlight + 1; ++i) {
       if (!blocks.CollectOne()) return kRoleDone;
-      InterlockedExchange(&progress->collectedBlocks, static_cast<LONG>(blocks.collected()));
+      progress->collectedBlocks = blocks.collected();
     }
   }
 }
@@ -159,14 +167,16 @@ const RegisteredRole writer("writer", WriteForEver);
 class PowerCut : public testing::Test {
  protected:
   // Starts a writer and kills it some time after its first report. Returns its progress.
-  Progress KillAfter(uint32_t microseconds, uint64_t seed) {
+  Reported KillAfter(uint32_t microseconds, uint64_t seed) {
     const std::string name = UniqueName("power-cut");
     const SharedProgress progress(name);
     const ChildProcess child("writer", {journal_, blocks_, name, std::to_string(seed)});
     const Stopwatch sinceStart;
-    while (progress->collectedBlocks == 0 && sinceStart.ElapsedMs() < kLimitMs) Sleep(1);
+    while (progress->collectedBlocks == 0 && sinceStart.ElapsedMs() < kLimitMs) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     const Stopwatch sinceReport;
-    while (sinceReport.ElapsedMs() * 1000 < microseconds) SwitchToThread();
+    while (sinceReport.ElapsedMs() * 1000 < microseconds) std::this_thread::yield();
     child.Kill();
     EXPECT_EQ(child.ExitCode(), kKilled) << "the writer ended because a write failed";
     return {progress->flushedRecords, progress->collectedBlocks};
@@ -203,14 +213,14 @@ TEST_F(PowerCut, LosesNothingThatWasFlushedOrCollected) {
   for (uint32_t kill = 0; kill < kKills; ++kill) {
     SCOPED_TRACE(testing::Message() << "kill " << kill);
     const uint64_t seed = kill + 1;  // distinguishes the bytes of earlier writers
-    const Progress progress = KillAfter(random() % kLongestMicroseconds, seed);
-    ASSERT_GT(progress.flushedRecords, 0);
-    ASSERT_GT(progress.collectedBlocks, 0);
-    ExpectRecords(static_cast<uint32_t>(progress.flushedRecords), seed);
-    ExpectBlocks(static_cast<uint32_t>(progress.collectedBlocks), seed);
+    const Reported progress = KillAfter(random() % kLongestMicroseconds, seed);
+    ASSERT_GT(progress.flushedRecords, 0u);
+    ASSERT_GT(progress.collectedBlocks, 0u);
+    ExpectRecords(progress.flushedRecords, seed);
+    ExpectBlocks(progress.collectedBlocks, seed);
     if (HasFatalFailure()) return;
-    records += static_cast<uint64_t>(progress.flushedRecords);
-    blocks += static_cast<uint64_t>(progress.collectedBlocks);
+    records += progress.flushedRecords;
+    blocks += progress.collectedBlocks;
     folder_.Remove("journal");
     folder_.Remove("blocks");
   }

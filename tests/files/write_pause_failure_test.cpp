@@ -3,12 +3,9 @@
 //
 // The test records the system's calls on the pause block's two gates and sets their results.
 #include <gtest/gtest.h>
-#include <windows.h>
-
-#include <fcntl.h>
-#include <io.h>
 
 #include <atomic>
+#include <cerrno>
 #include <functional>
 #include <string>
 #include <thread>
@@ -17,6 +14,8 @@
 #include "kivsdu/kivsdu.h"
 #include "support/heap_watch.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
+#include "support/os_errors.h"
 #include "support/waiting.h"
 #include "support/write_pause.h"
 
@@ -26,20 +25,22 @@ using kiv::test::Comes;
 using kiv::test::Context;
 using kiv::test::HeapWatch;
 using kiv::test::ImportPatch;
+using kiv::test::kOsDiskFull;
 using kiv::test::Participant;
 using kiv::test::PauseBlock;
 using kiv::test::ScriptedImport;
+using kiv::test::SetErrors;
 
 constexpr uint32_t kErrorInvalidHandle = 6;
-constexpr uint32_t kErrorNoMemory = 8;
 constexpr uint32_t kErrnoBadDescriptor = 9;
+constexpr uint32_t kErrorNoMemory = 8;
 constexpr uint32_t kUntouched = 4711;
 
 // Records every call on a pause block's gates with the paused flag at that moment, and returns the
 // given results of the waits in turn. Calls on other handles go to the system.
 class Gates {
  public:
-  using Answer = std::function<DWORD()>;
+  using Answer = std::function<uint32_t()>;
 
   Gates(KivSdWritePause* block, std::vector<Answer> answers) {
     block_ = block;
@@ -53,15 +54,15 @@ class Gates {
 
   const std::vector<std::string>& log() const { return log_; }
   // Makes all further opening and closing fail.
-  void Fail(DWORD error) { error_ = error; }
+  void Fail(uint32_t error) { error_ = error; }
 
  private:
-  static std::string NameOf(HANDLE gate) {
+  static std::string NameOf(void* gate) {
     if (gate == block_->drained) return "drained";
     return gate == block_->resume ? "resume" : "";
   }
 
-  static bool Note(const char* verb, HANDLE gate, const std::string& more = "") {
+  static bool Note(const char* verb, void* gate, const std::string& more = "") {
     const std::string name = NameOf(gate);
     if (name.empty()) return false;
     std::string line = verb;
@@ -71,37 +72,37 @@ class Gates {
     return true;
   }
 
-  static BOOL Answered() {
-    SetLastError(error_);
-    return error_ == 0;
+  static int32_t Answered() {
+    SetErrors(0, error_);
+    return error_ == 0 ? 1 : 0;
   }
 
-  static BOOL WINAPI Open(HANDLE gate) {
+  static int32_t Open(void* gate) {
     return Note("open", gate) ? Answered()
-                              : reinterpret_cast<BOOL(WINAPI*)(HANDLE)>(originalOpen_)(gate);
+                              : reinterpret_cast<int32_t (*)(void*)>(originalOpen_)(gate);
   }
-  static BOOL WINAPI Close(HANDLE gate) {
+  static int32_t Close(void* gate) {
     return Note("close", gate) ? Answered()
-                               : reinterpret_cast<BOOL(WINAPI*)(HANDLE)>(originalClose_)(gate);
+                               : reinterpret_cast<int32_t (*)(void*)>(originalClose_)(gate);
   }
-  static DWORD WINAPI Wait(HANDLE gate, DWORD timeoutMs) {
+  static uint32_t Wait(void* gate, uint32_t timeoutMs) {
     if (!Note("wait", gate, std::string(" ").append(std::to_string(timeoutMs)))) {
-      return reinterpret_cast<DWORD(WINAPI*)(HANDLE, DWORD)>(originalWait_)(gate, timeoutMs);
+      return reinterpret_cast<uint32_t (*)(void*, uint32_t)>(originalWait_)(gate, timeoutMs);
     }
     if (answers_.empty()) {
       ADD_FAILURE() << "more waits than expected";
-      return WAIT_FAILED;
+      return 0xFFFFFFFF;
     }
     const Answer answer = answers_.front();
     answers_.erase(answers_.begin());
-    SetLastError(kErrorInvalidHandle);
+    SetErrors(0, kErrorInvalidHandle);
     return answer();
   }
 
   static inline KivSdWritePause* block_ = nullptr;
   static inline std::vector<Answer> answers_;
   static inline std::vector<std::string> log_;
-  static inline DWORD error_ = 0;
+  static inline uint32_t error_ = 0;
   static inline void* originalOpen_ = nullptr;
   static inline void* originalClose_ = nullptr;
   static inline void* originalWait_ = nullptr;
@@ -121,13 +122,13 @@ class Gates {
 
 using Log = std::vector<std::string>;
 
-DWORD Passes() { return WAIT_OBJECT_0; }
-DWORD TimesOut() { return WAIT_TIMEOUT; }
-DWORD Fails() { return WAIT_FAILED; }
+uint32_t Passes() { return 0; }
+uint32_t TimesOut() { return 258; }
+uint32_t Fails() { return 0xFFFFFFFF; }
 
 // The time that the stub of the runtime's clock returns.
 int64_t clockSeconds;
-int64_t __cdecl ReadClock(int64_t* seconds) {
+int64_t ReadClock(int64_t* seconds) {
   if (seconds != nullptr) *seconds = clockSeconds;
   return clockSeconds;
 }
@@ -208,7 +209,7 @@ TEST_F(WritePauseSteps, ADrainEndsIfItsWaitFailsAndThePauseStaysInForce) {
 }
 
 TEST_F(WritePauseSteps, AShutdownIsNoticedAfterAWaitOfAnyOutcome) {
-  for (DWORD (*outcome)() : {Passes, TimesOut, Fails}) {
+  for (uint32_t (*outcome)() : {Passes, TimesOut, Fails}) {
     block_->leases = 1;
     block_->paused = 0;
     block_->shutdown = 0;
@@ -267,14 +268,14 @@ PauseBlock* racing;
 std::atomic<bool> secondWaits;
 void* originalReset;
 
-BOOL WINAPI CloseWhenTheSecondWaits(HANDLE gate) {
+int32_t CloseWhenTheSecondWaits(void* gate) {
   if (gate == (*racing)->resume && !secondWaits) {
     const void* own = __atomic_load_n(&(*racing)->lock.writerTail, __ATOMIC_SEQ_CST);
     EXPECT_TRUE(Comes(
         [&] { return __atomic_load_n(&(*racing)->lock.writerTail, __ATOMIC_SEQ_CST) != own; }));
     secondWaits = true;
   }
-  return reinterpret_cast<BOOL(WINAPI*)(HANDLE)>(originalReset)(gate);
+  return reinterpret_cast<int32_t (*)(void*)>(originalReset)(gate);
 }
 
 TEST(TwoPausers, ThatArriveTogetherBothSucceed) {
@@ -425,7 +426,7 @@ TEST_F(WritePauseSteps, AWriterThatIsWokenDoesNotCheckTheMaximum) {
 }
 
 TEST_F(WritePauseSteps, AWriterLiftsThePauseAtShutdownAfterAWaitOfAnyOutcome) {
-  for (DWORD (*outcome)() : {Passes, TimesOut, Fails}) {
+  for (uint32_t (*outcome)() : {Passes, TimesOut, Fails}) {
     SetPause();
     block_->shutdown = 1;
     const Gates gates(block_, {outcome});
@@ -541,14 +542,14 @@ TEST_F(WritePauseSteps, AWriteIsNotMadeWithoutALease) {
 // Stubs of a write that fails, and during which a pause begins.
 KivSdWritePause* pausedMeanwhile;
 
-int __cdecl FailToWrite(int, const void*, unsigned) {
+int FailToWrite(int, const void*, unsigned) {
   EXPECT_EQ(pausedMeanwhile->leases, 1);
   pausedMeanwhile->paused = 1;
   errno = kErrnoBadDescriptor;
   return -1;
 }
 
-intptr_t __cdecl FailToFind(int) {
+intptr_t FailToFind(int) {
   static_cast<void>(FailToWrite(0, nullptr, 0));
   return -1;
 }
@@ -589,11 +590,11 @@ TEST_F(WritePauseSteps, ALeasedWritePassesItsArgumentsToTheFileWrite) {
   EXPECT_EQ(static_cast<uint32_t>(write.calls()[0][2]), 3u);
 
   const ScriptedImport handle("_get_osfhandle", {.result = 0x88});
-  const ScriptedImport writeAt("WriteFile", {.result = 0, .error = 112});
+  const ScriptedImport writeAt("WriteFile", {.result = 0, .error = kOsDiskFull});
   CHECK_OUTCOME(self_.ctx(),
                 KivSdLeasedFilePWrite(self_, 3, text, 100, 3, &outputs.count, &outputs.osError),
-                KIV_ST_DISK_FULL, 112u);
-  EXPECT_EQ(outputs.osError, 112u);
+                KIV_ST_DISK_FULL, kOsDiskFull);
+  EXPECT_EQ(outputs.osError, kOsDiskFull);
   EXPECT_EQ(writeAt.calls()[0][1], reinterpret_cast<uintptr_t>(text));
   ExpectNoLease();
 }

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 #include <atomic>
 #include <cstring>

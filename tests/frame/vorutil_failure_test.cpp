@@ -1,6 +1,14 @@
 // The per-thread utility slot when a system call or an allocation fails.
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
 #include <windows.h>
+#else
+#include <signal.h>
+#include <sys/mman.h>
+#endif
+
+#include <cstdlib>
 
 #include "kivsdu/kivsdu.h"
 #include "support/import_patch.h"
@@ -66,45 +74,105 @@ TEST(SlotFailure, OfASecondInitIsReportedWithoutAnAssertion) {
   KivSdVorUtilTlsTerm();
 }
 
-// Memory for the key that is read-only at first: the first write traps, and the handler records the
-// key that other threads see at that moment.
+// ---- A page that is read-only until it is written to ----
+
+void (*onFirstWrite)(const void* address) = nullptr;
+
+#ifdef _WIN32
+
+class TrappedPage {
+ public:
+  TrappedPage()
+      : page_(VirtualAlloc(nullptr, kBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READONLY)),
+        handler_(AddVectoredExceptionHandler(1, &Trap)) {}
+  ~TrappedPage() {
+    RemoveVectoredExceptionHandler(handler_);
+    VirtualFree(page_, 0, MEM_RELEASE);
+  }
+  TrappedPage(const TrappedPage&) = delete;
+  TrappedPage& operator=(const TrappedPage&) = delete;
+
+  void* page() const { return page_; }
+
+  static void MakeWritable(void* page) {
+    DWORD before = 0;
+    VirtualProtect(page, kBytes, PAGE_READWRITE, &before);
+  }
+
+ private:
+  static constexpr size_t kBytes = 4096;
+
+  static LONG CALLBACK Trap(EXCEPTION_POINTERS* info) {
+    const EXCEPTION_RECORD& record = *info->ExceptionRecord;
+    if (record.ExceptionCode != EXCEPTION_ACCESS_VIOLATION) return EXCEPTION_CONTINUE_SEARCH;
+    onFirstWrite(reinterpret_cast<const void*>(record.ExceptionInformation[1]));
+    return EXCEPTION_CONTINUE_EXECUTION;
+  }
+
+  void* page_;
+  void* handler_;
+};
+
+#else
+
+class TrappedPage {
+ public:
+  TrappedPage() : page_(mmap(nullptr, kBytes, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    struct sigaction action = {};
+    action.sa_sigaction = &Trap;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGSEGV, &action, &before_);
+  }
+  ~TrappedPage() {
+    sigaction(SIGSEGV, &before_, nullptr);
+    munmap(page_, kBytes);
+  }
+  TrappedPage(const TrappedPage&) = delete;
+  TrappedPage& operator=(const TrappedPage&) = delete;
+
+  void* page() const { return page_; }
+
+  static void MakeWritable(void* page) { mprotect(page, kBytes, PROT_READ | PROT_WRITE); }
+
+ private:
+  static constexpr size_t kBytes = 4096;
+
+  static void Trap(int, siginfo_t* info, void*) { onFirstWrite(info->si_addr); }
+
+  void* page_;
+  struct sigaction before_ = {};
+};
+
+#endif
+
+// Memory for the key that traps the first write: records the key that other threads see at that
+// moment.
 class TrappingCell {
  public:
   TrappingCell() {
-    page_ = VirtualAlloc(nullptr, kPageBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READONLY);
+    cell_ = trapped_.page();
     writes_ = 0;
-    handler_ = AddVectoredExceptionHandler(1, &Trap);
-  }
-  ~TrappingCell() {
-    RemoveVectoredExceptionHandler(handler_);
-    VirtualFree(page_, 0, MEM_RELEASE);
+    onFirstWrite = &Look;
   }
   TrappingCell(const TrappingCell&) = delete;
   TrappingCell& operator=(const TrappingCell&) = delete;
 
-  static void* page() { return page_; }
+  static void* page() { return cell_; }
   static int writes() { return writes_; }
   static const uint32_t* keyAtWrite() { return keyAtWrite_; }
 
  private:
-  static LONG CALLBACK Trap(EXCEPTION_POINTERS* info) {
-    const EXCEPTION_RECORD& record = *info->ExceptionRecord;
-    if (record.ExceptionCode != EXCEPTION_ACCESS_VIOLATION ||
-        record.ExceptionInformation[1] != reinterpret_cast<uintptr_t>(page_)) {
-      return EXCEPTION_CONTINUE_SEARCH;
-    }
+  static void Look(const void* address) {
+    if (address != cell_) std::abort();
     ++writes_;
     keyAtWrite_ = KivSdVorUtilGlobals()->tlsKey;
-    DWORD before = 0;
-    VirtualProtect(page_, kPageBytes, PAGE_READWRITE, &before);
-    return EXCEPTION_CONTINUE_EXECUTION;
+    TrappedPage::MakeWritable(cell_);
   }
 
-  static constexpr size_t kPageBytes = 4096;
-  static inline void* page_;
+  static inline void* cell_;
   static inline int writes_;
   static inline const uint32_t* keyAtWrite_;
-  void* handler_;
+  TrappedPage trapped_;
 };
 
 TEST(SlotInit, FillsTheKeyBeforeOtherThreadsSeeIt) {

@@ -1,11 +1,12 @@
 // Statuses, records and outputs of the pipe operations when the system's calls fail, and leaks.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/heap_watch.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
+#include "support/system_interface.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr uint32_t kUntouched = 4711;
 constexpr uint32_t kErrorAccessDenied = 5;
 constexpr uint32_t kErrorNoMemory = 8;
 constexpr uint32_t kErrorBrokenPipe = 109;
-constexpr uint32_t kErrorNoData = 232;
+constexpr uint32_t kErrorNoData = kiv::test::kOsPipeClosing;
 constexpr uint32_t kErrorMoreData = 234;
 constexpr uint32_t kErrorOfFree = 7777;
 const uintptr_t kInvalid = reinterpret_cast<uintptr_t>(INVALID_HANDLE_VALUE);

@@ -1,7 +1,6 @@
 // Descriptors of shared memory segments: finding them, setting them up and tearing them down, and
 // the system resources that each step takes and releases.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <cstring>
@@ -11,6 +10,8 @@
 #include "support/block_count.h"
 #include "support/child_process.h"
 #include "support/context.h"
+#include "support/memory_region.h"
+#include "support/os_errors.h"
 #include "support/segment.h"
 #include "support/waiting.h"
 
@@ -20,11 +21,14 @@ using kiv::test::BlockCount;
 using kiv::test::Context;
 using kiv::test::HasArea;
 using kiv::test::HasMember;
+using kiv::test::kOsNameOfOtherKind;
 using kiv::test::kWritablePages;
 using kiv::test::kWritableView;
+using kiv::test::PageAccess;
+using kiv::test::RegionOf;
 using kiv::test::SegmentEnd;
-using kiv::test::SharedSignal;
 using kiv::test::UniqueName;
+using kiv::test::UnmapView;
 
 constexpr uintptr_t kNotMapped = 0xDEADBEEF;
 constexpr uint32_t kStamp1 = 0xA1A1A1A1;
@@ -32,6 +36,20 @@ constexpr uint32_t kStamp2 = 0xB2B2B2B2;
 constexpr uint8_t kUnwritten = 0x5A;
 
 KivSharedMemSeg* Unwritten() { return reinterpret_cast<KivSharedMemSeg*>(uintptr_t{0x5A5A5A50}); }
+
+// A mutex of this name, so that nothing else can have the name.
+class TakenName {
+ public:
+  explicit TakenName(const std::string& name) {
+    EXPECT_EQ(KivSdMutexCreate(nullptr, name.c_str(), &mutex_), KIV_ST_OK);
+  }
+  ~TakenName() { EXPECT_EQ(KivSdMutexClose(nullptr, &mutex_), KIV_ST_OK); }
+  TakenName(const TakenName&) = delete;
+  TakenName& operator=(const TakenName&) = delete;
+
+ private:
+  KivHandle mutex_ = nullptr;
+};
 
 // A list of descriptors, deleted when the test ends.
 class SegmentDescriptor : public testing::Test {
@@ -180,7 +198,7 @@ TEST_F(SegmentDescriptor, WithoutAViewIsRenewedIfTheCallerPassesNoViewFlag) {
   const std::string name = UniqueName("unasked");
   KivSharedMemSeg* segment = Make(name);
   // Unmaps the view itself, so that it does not stay mapped.
-  EXPECT_TRUE(UnmapViewOfFile(view_));
+  UnmapView(view_);
   segment->buffer = reinterpret_cast<void*>(kNotMapped);
   KivSharedMemSeg* found = nullptr;
   EXPECT_EQ(KivFindShareMemSeg(ctx_, name.c_str(), 1, &list_, 0, 1, 2, &fresh_, nullptr, &found),
@@ -288,7 +306,7 @@ TEST_F(SegmentDescriptor, IsFoundByAnEmptyNameAfterItsViewIsRemoved) {
   const std::string name = UniqueName("a-long-name");
   KivSharedMemSeg* segment = Make(name, 0);
   KivSharedMemSeg* second = Make(name + "2", 0);
-  EXPECT_TRUE(UnmapViewOfFile(segment->buffer));
+  UnmapView(segment->buffer);
   CHECK_SILENT(ctx_, KivSetSharedMemSegBuffer(ctx_, segment, nullptr), KIV_ST_OK);
   EXPECT_EQ(segment->buffer, nullptr);
   EXPECT_EQ(std::string(segment->name, 8), std::string(8, '\0'));
@@ -350,10 +368,9 @@ TEST_F(SegmentDescriptor, IsFilledWhenTheSegmentIsSetUp) {
     EXPECT_TRUE(std::all_of(states, states + sizeof segment->reading + sizeof segment->writing,
                             [](unsigned char byte) { return byte == 0; }));
     EXPECT_EQ(id_, 0xFFFFFFFFu);
-    MEMORY_BASIC_INFORMATION region = {};
-    VirtualQuery(view_, &region, sizeof region);
-    EXPECT_EQ(region.RegionSize, 20480u);
-    EXPECT_EQ(region.Protect, static_cast<DWORD>(PAGE_READWRITE));
+    const kiv::test::MemoryRegion region = RegionOf(view_);
+    EXPECT_EQ(region.sizeBytes, 20480u);
+    EXPECT_EQ(region.access, PageAccess::kReadWrite);
     ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
   }
 }
@@ -407,10 +424,9 @@ TEST_F(SegmentDescriptor, CanBeSetUpAgainWithItsOwnName) {
 
 TEST_F(SegmentDescriptor, HasNoSemaphoresIfTheAreaCannotBeMade) {
   const std::string name = UniqueName("taken");
-  const SharedSignal taken(name);  // an event has the name
+  const TakenName taken(name);
   KivSharedMemSeg* segment = Find(name);
-  constexpr uint32_t kErrorInvalidHandle = 6;
-  CHECK_OUTCOME(ctx_, Create(segment, name), KIV_ST_SHARED_MEM_ALLOC, kErrorInvalidHandle);
+  CHECK_OUTCOME(ctx_, Create(segment, name), KIV_ST_SHARED_MEM_ALLOC, kOsNameOfOtherKind);
   EXPECT_EQ(segment->semaphores, nullptr);
   EXPECT_EQ(segment->mapping, nullptr);
   EXPECT_FALSE(HasMember(name, 0));
@@ -427,7 +443,7 @@ TEST_F(SegmentDescriptor, HasNoSemaphoresIfTheAreaCannotBeMade) {
 
 TEST_F(SegmentDescriptor, KeepsItsAreaIfSettingItUpAgainFails) {
   const std::string name = UniqueName("again");
-  const SharedSignal taken(name + "-taken");  // an event has the name, so no area can have it
+  const TakenName taken(name + "-taken");  // no area can have this name
   const struct {
     std::string name;
     uint32_t status;
@@ -460,9 +476,8 @@ TEST_F(SegmentDescriptor, OpensAnExistingAreaWithTheGivenFlags) {
   ASSERT_EQ(KivCreateSharedMemSeg(ctx_, name.c_str(), 1, KIV_SHAREDMEM_READ, kWritablePages,
                                   segment, 0, &id_, &view_),
             KIV_ST_OK);
-  MEMORY_BASIC_INFORMATION region = {};
-  VirtualQuery(view_, &region, sizeof region);
-  EXPECT_EQ(region.Protect, static_cast<DWORD>(PAGE_READONLY));
+  const kiv::test::MemoryRegion region = RegionOf(view_);
+  EXPECT_EQ(region.access, PageAccess::kRead);
   ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, view_), KIV_ST_OK);
   static_cast<unsigned char*>(owner->buffer)[5] = 77;
   EXPECT_EQ(static_cast<unsigned char*>(view_)[5], 77);
@@ -538,9 +553,8 @@ TEST_F(SegmentDescriptor, StaysInItsListAfterItIsClosedAlone) {
   EXPECT_EQ(segment->mapping, nullptr);
   EXPECT_FALSE(HasArea(name));
   EXPECT_FALSE(HasMember(name, 20));
-  MEMORY_BASIC_INFORMATION region = {};
-  VirtualQuery(view, &region, sizeof region);
-  EXPECT_EQ(region.State, static_cast<DWORD>(MEM_FREE));
+  const kiv::test::MemoryRegion region = RegionOf(view);
+  EXPECT_FALSE(region.mapped);
   int32_t chunk = 0;
   CHECK_ARGUMENT(ctx_, KivGetSharedMemChunk(ctx_, segment, &chunk));
   CHECK_SILENT(ctx_, KivDeleteSingleSharedMemSeg(ctx_, segment), KIV_ST_OK);
@@ -552,7 +566,7 @@ TEST_F(SegmentDescriptor, StaysInItsListAfterItIsClosedAlone) {
 TEST_F(SegmentDescriptor, WithoutAViewOnlyClosesItsHandle) {
   const std::string name = UniqueName("viewless");
   KivSharedMemSeg* segment = Make(name);
-  EXPECT_TRUE(UnmapViewOfFile(segment->buffer));
+  UnmapView(segment->buffer);
   ASSERT_EQ(KivSetSharedMemSegBuffer(ctx_, segment, nullptr), KIV_ST_OK);
   CHECK_OK(ctx_, KivDeleteSingleSharedMemSeg(ctx_, segment));
   EXPECT_FALSE(HasArea(name));

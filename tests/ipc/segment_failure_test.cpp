@@ -1,7 +1,6 @@
 // Shared memory segments when the system or the allocator fails: the statuses, the caller's record,
 // and the resources that are closed and freed.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
@@ -24,6 +23,8 @@ constexpr uintptr_t kSemaphore = 1000;
 constexpr uintptr_t kArea = 2000;
 constexpr uint32_t kOpenFlags = 8 | 2;
 constexpr uint32_t kProtectionFlags = 1;
+constexpr uint32_t kPagesReadWrite = 4;  // the system's words for these flags
+constexpr uint32_t kViewWrite = 2;
 
 uint32_t Low(uintptr_t word) { return static_cast<uint32_t>(word); }
 
@@ -90,10 +91,10 @@ TEST_F(SegmentFailure, TheSetAndTheAreaAreCreatedWithTheSegmentsCountsAndSizes) 
     EXPECT_EQ(Low(made_.calls()[member][2]), 1u);
   }
   ASSERT_EQ(block_.calls().size(), 1u);
-  EXPECT_EQ(Low(block_.calls()[0][2]), static_cast<uint32_t>(PAGE_READWRITE));
+  EXPECT_EQ(Low(block_.calls()[0][2]), static_cast<uint32_t>(kPagesReadWrite));
   EXPECT_EQ(Low(block_.calls()[0][4]), 20480u);
   ASSERT_EQ(mapped_.calls().size(), 1u);
-  EXPECT_EQ(Low(mapped_.calls()[0][1]), static_cast<uint32_t>(FILE_MAP_WRITE));
+  EXPECT_EQ(Low(mapped_.calls()[0][1]), static_cast<uint32_t>(kViewWrite));
   EXPECT_EQ(mapped_.calls()[0][4], 20480u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(segment->mapping), kArea);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(view_), kArea + 1);

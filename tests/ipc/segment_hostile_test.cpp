@@ -1,7 +1,6 @@
 // A hostile peer that writes arbitrary bytes into the shared area. The memory that the library may
 // access is surrounded by inaccessible pages, so an access outside it crashes the test.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,12 +10,15 @@
 
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
+#include "support/memory_region.h"
 #include "support/segment.h"
 #include "support/waiting.h"
 
 namespace {
 
+using kiv::test::MapFenced;
 using kiv::test::UniqueName;
+using kiv::test::UnmapFenced;
 
 constexpr size_t kPageBytes = 4096;
 constexpr uint32_t kHalfBytes = 2048;
@@ -26,22 +28,19 @@ class FencedBytes {
  public:
   enum Side { kBehind, kBefore };
 
-  FencedBytes(size_t sizeBytes, Side side) {
-    const size_t open = (sizeBytes + kPageBytes - 1) / kPageBytes * kPageBytes;
-    pages_ = static_cast<unsigned char*>(
-        VirtualAlloc(nullptr, open + 2 * kPageBytes, MEM_RESERVE | MEM_COMMIT, PAGE_NOACCESS));
-    DWORD before = 0;
-    EXPECT_TRUE(VirtualProtect(pages_ + kPageBytes, open, PAGE_READWRITE, &before));
-    bytes_ = pages_ + kPageBytes + (side == kBehind ? open - sizeBytes : 0);
-  }
-  ~FencedBytes() { VirtualFree(pages_, 0, MEM_RELEASE); }
+  FencedBytes(size_t sizeBytes, Side side)
+      : openBytes_((sizeBytes + kPageBytes - 1) / kPageBytes * kPageBytes),
+        open_(static_cast<unsigned char*>(MapFenced(openBytes_))),
+        bytes_(open_ + (side == kBehind ? openBytes_ - sizeBytes : 0)) {}
+  ~FencedBytes() { UnmapFenced(open_, openBytes_); }
   FencedBytes(const FencedBytes&) = delete;
   FencedBytes& operator=(const FencedBytes&) = delete;
 
   unsigned char* data() const { return bytes_; }
 
  private:
-  unsigned char* pages_;
+  size_t openBytes_;
+  unsigned char* open_;
   unsigned char* bytes_;
 };
 
@@ -203,24 +202,28 @@ TEST_F(HostileSegment, IsWrittenOnlyWithinItsHalf) {
   }
 }
 
-// The peer changes the header and the data while they are read.
+// Changes the header and the data until done. The thread stands for another process, so that no
+// sanitizer may see its writes.
+__attribute__((no_sanitize("thread"))) void KeepChanging(unsigned char* half,
+                                                         const std::atomic<bool>& done) {
+  for (uint32_t state = 1; !done.load(std::memory_order_relaxed);) {
+    state = state * 1664525u + 1013904223u;
+    auto* words = reinterpret_cast<volatile uint32_t*>(half);
+    words[0] = state % 16 == 0 ? state : 0;
+    words[1] = (state & 0x100) != 0 ? kLengths[(state >> 16) % std::size(kLengths)] : state;
+    // A zero byte may appear at three places, so that only some strings are terminated.
+    const size_t place = (state >> 8) % 2040;
+    const bool zero = place % 600 == 599 && (state & 0x80000000) != 0;
+    half[8 + place] = zero ? 0 : 'z';
+  }
+}
+
 TEST_F(HostileSegment, IsReadOnlyWithinItsHalfWhileItChanges) {
   constexpr uint32_t kBuffers = 3000;
   const FencedBytes half(kHalfBytes, FencedBytes::kBehind);
   std::memset(half.data(), 'z', kHalfBytes);
   std::atomic<bool> done{false};
-  std::thread peer([&] {
-    for (uint32_t state = 1; !done.load(std::memory_order_relaxed);) {
-      state = state * 1664525u + 1013904223u;
-      auto* words = reinterpret_cast<volatile uint32_t*>(half.data());
-      words[0] = state % 16 == 0 ? state : 0;
-      words[1] = (state & 0x100) != 0 ? kLengths[(state >> 16) % std::size(kLengths)] : state;
-      // A zero byte may appear at three places, so that only some strings are terminated.
-      const size_t place = (state >> 8) % 2040;
-      const bool zero = place % 600 == 599 && (state & 0x80000000) != 0;
-      half.data()[8 + place] = zero ? 0 : 'z';
-    }
-  });
+  std::thread peer([&] { KeepChanging(half.data(), done); });
   uint32_t reads = 0;
   uint32_t wanted = 1;
   for (uint32_t used = 0; used < kBuffers; ++used, wanted = wanted * 7 % 5003) {

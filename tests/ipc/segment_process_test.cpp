@@ -2,8 +2,9 @@
 // sizes in both directions, all chunks at once, and a peer that is killed before each of its calls
 // of the system.
 #include <gtest/gtest.h>
-#include <windows.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -180,8 +181,8 @@ const RegisteredRole lengthsRole("tells-lengths", [](const RoleArguments& argume
   SegmentEnd end(arguments[0], NumberFrom(arguments[1]));
   const AreaView area(arguments[0]);
   const bool first = end->kind == 0;
-  const kiv::test::Member full(arguments[0], FullMember(2, first));
-  const kiv::test::Member empty(arguments[0], EmptyMember(2, first));
+  kiv::test::Member full(arguments[0], FullMember(2, first));
+  kiv::test::Member empty(arguments[0], EmptyMember(2, first));
   for (uint32_t count = NumberFrom(arguments[2]); count > 0; --count) {
     EXPECT_TRUE(full.Take(kLimitMs));
     EXPECT_EQ(end.Write(2, BytesOf(area.length(2, first))), KIV_ST_OK);
@@ -306,17 +307,17 @@ void* realRelease = nullptr;
 void StopHere() {
   if (callsLeft-- != 0) return;
   stopped->Set();
-  Sleep(INFINITE);
+  while (true) std::this_thread::sleep_for(std::chrono::hours(1));
 }
 
-DWORD WINAPI WaitOrStop(HANDLE handle, DWORD timeoutMs) {
+uint32_t WaitOrStop(KivHandle handle, uint32_t timeoutMs) {
   StopHere();
-  return reinterpret_cast<decltype(&WaitForSingleObject)>(realWait)(handle, timeoutMs);
+  return reinterpret_cast<decltype(&WaitOrStop)>(realWait)(handle, timeoutMs);
 }
 
-BOOL WINAPI ReleaseOrStop(HANDLE handle, LONG count, LONG* previous) {
+int32_t ReleaseOrStop(KivHandle handle, int32_t count, int32_t* previous) {
   StopHere();
-  return reinterpret_cast<decltype(&ReleaseSemaphore)>(realRelease)(handle, count, previous);
+  return reinterpret_cast<decltype(&ReleaseOrStop)>(realRelease)(handle, count, previous);
 }
 
 using Operation = void (*)(SegmentEnd& end);

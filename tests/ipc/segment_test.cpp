@@ -1,7 +1,6 @@
 // The chunks of a shared memory segment with both ends in one process: the shared area and the
 // semaphores after each step, and the failures that block a chunk.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <cstring>
@@ -81,7 +80,7 @@ TEST_F(Segment, BeginsZeroedWithAFreeLockAndEveryHalfEmpty) {
   EXPECT_EQ(area_.all(), std::string(20480, '\0'));
   for (int member = 0; member <= 20; ++member) {
     EXPECT_EQ(IsGiven(name_, member), member % 2 == 0) << member;
-    const Member semaphore(name_, member);
+    Member semaphore(name_, member);
     if (member % 2 != 0) {
       EXPECT_TRUE(semaphore.Give());
     }

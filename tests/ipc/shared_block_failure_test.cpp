@@ -1,20 +1,20 @@
 // The arguments that named shared memory blocks pass to the system, and their statuses, outputs and
 // leaks when the system's calls fail.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cstdint>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
 
 namespace {
 
 using kiv::test::Context;
 using kiv::test::ScriptedImport;
 
-constexpr uint32_t kExists = 183;
+constexpr uint32_t kExists = kiv::test::kOsNameExists;
 constexpr uint32_t kAccessDenied = 5;
 constexpr uint32_t kNoMemory = 8;
 constexpr uint32_t kCreate = 8;

@@ -1,6 +1,8 @@
 // Named shared memory blocks within one process and between two processes.
 #include <gtest/gtest.h>
+#ifdef _WIN32
 #include <windows.h>
+#endif
 
 #include <string>
 
@@ -8,6 +10,8 @@
 #include "support/child_process.h"
 #include "support/context.h"
 #include "support/guard_watch.h"
+#include "support/memory_region.h"
+#include "support/os_errors.h"
 #include "support/waiting.h"
 
 namespace {
@@ -15,14 +19,16 @@ namespace {
 using kiv::test::ChildProcess;
 using kiv::test::Context;
 using kiv::test::GuardWatch;
+using kiv::test::kOsBadHandle;
+using kiv::test::kOsNameOfOtherKind;
+using kiv::test::kOsNotFound;
 using kiv::test::kRoleDone;
+using kiv::test::PageAccess;
+using kiv::test::RegionOf;
 using kiv::test::RegisteredRole;
 using kiv::test::RoleArguments;
-using kiv::test::SharedSignal;
 using kiv::test::UniqueName;
 
-constexpr uint32_t kErrorFileNotFound = 2;
-constexpr uint32_t kErrorInvalidHandle = 6;
 constexpr uint32_t kWritable = KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE;
 constexpr uint32_t kPages = KIV_SHAREDMEM_PAGES_READ_WRITE;
 constexpr uint32_t kBytes = 10'000;
@@ -51,22 +57,23 @@ struct Block {
   void* view = nullptr;
 };
 
+// Opens the block, whatever its size.
 bool Exists(const std::string& name) {
-  HANDLE opened = OpenFileMappingA(FILE_MAP_READ, FALSE, name.c_str());
-  if (opened != nullptr) CloseHandle(opened);
-  return opened != nullptr;
+  Block block;
+  return block.Alloc(nullptr, name, KIV_SHAREDMEM_READ, 0, 0) == KIV_ST_OK;
 }
 
-MEMORY_BASIC_INFORMATION RegionOf(const void* view) {
-  MEMORY_BASIC_INFORMATION region = {};
-  VirtualQuery(view, &region, sizeof region);
-  return region;
-}
-
-bool IsInherited(KivHandle handle) {
+// Children inherit what was opened and not what was made. Natively a process that runs another
+// program passes no handles to it.
+void ExpectInherited(KivHandle handle, bool expected) {
+#ifdef _WIN32
   DWORD flags = 0;
   EXPECT_TRUE(GetHandleInformation(handle, &flags));
-  return (flags & HANDLE_FLAG_INHERIT) != 0;
+  EXPECT_EQ((flags & HANDLE_FLAG_INHERIT) != 0, expected);
+#else
+  static_cast<void>(handle);
+  static_cast<void>(expected);
+#endif
 }
 
 TEST(SharedBlock, IsMadeZeroedAndMappedWhole) {
@@ -77,10 +84,10 @@ TEST(SharedBlock, IsMadeZeroedAndMappedWhole) {
   EXPECT_EQ(block.id, 0xFFFFFFFFu);
   ASSERT_NE(block.view, nullptr);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(block.view), kBytes), std::string(kBytes, '\0'));
-  EXPECT_EQ(RegionOf(block.view).RegionSize, 12288u);
-  EXPECT_EQ(RegionOf(block.view).Protect, static_cast<DWORD>(PAGE_READWRITE));
+  EXPECT_EQ(RegionOf(block.view).sizeBytes, 12288u);
+  EXPECT_EQ(RegionOf(block.view).access, PageAccess::kReadWrite);
   EXPECT_TRUE(Exists(name));
-  EXPECT_FALSE(IsInherited(block.mapping));
+  ExpectInherited(block.mapping, false);
 }
 
 TEST(SharedBlock, WithAnExistingNameIsTheExistingBlock) {
@@ -104,7 +111,7 @@ TEST(SharedBlock, IsOpenedWithAnInheritableHandleWithoutBeingMade) {
   Block missing;
   missing.view = &ctx;
   CHECK_OUTCOME(ctx, missing.Alloc(ctx, name, KIV_SHAREDMEM_WRITE), KIV_ST_SHARED_MEM_ALLOC,
-                kErrorFileNotFound);
+                kOsNotFound);
   EXPECT_EQ(missing.mapping, nullptr);
   EXPECT_EQ(missing.view, nullptr);
   EXPECT_EQ(missing.id, 0xFFFFFFFFu);
@@ -113,8 +120,8 @@ TEST(SharedBlock, IsOpenedWithAnInheritableHandleWithoutBeingMade) {
   CHECK_OK(ctx, made.Alloc(ctx, name));
   Block opened;
   CHECK_OK(ctx, opened.Alloc(ctx, name, KIV_SHAREDMEM_WRITE, 0, 0));
-  EXPECT_EQ(RegionOf(opened.view).RegionSize, 12288u) << "a size of 0 maps the whole block";
-  EXPECT_TRUE(IsInherited(opened.mapping));
+  EXPECT_EQ(RegionOf(opened.view).sizeBytes, 12288u) << "a size of 0 maps the whole block";
+  ExpectInherited(opened.mapping, true);
   opened.bytes()[9] = 9;
   EXPECT_EQ(made.bytes()[9], 9);
 }
@@ -126,15 +133,19 @@ TEST(SharedBlock, IsMappedWithTheAccessOfTheFlags) {
   CHECK_OK(ctx, made.Alloc(ctx, name));
   const struct {
     uint32_t flags;
-    DWORD protection;
-  } views[] = {{1, PAGE_READONLY},           {2, PAGE_READWRITE},
-               {4, PAGE_READWRITE},          {3, PAGE_READWRITE},
-               {0x40000000, PAGE_READONLY},  {0x80000000, PAGE_READWRITE},
-               {0x40000002, PAGE_READWRITE}, {9, PAGE_READONLY}};
-  for (const auto& [flags, protection] : views) {
+    PageAccess access;
+  } views[] = {{1, PageAccess::kRead},
+               {2, PageAccess::kReadWrite},
+               {4, PageAccess::kReadWrite},
+               {3, PageAccess::kReadWrite},
+               {0x40000000, PageAccess::kRead},
+               {0x80000000, PageAccess::kReadWrite},
+               {0x40000002, PageAccess::kReadWrite},
+               {9, PageAccess::kRead}};
+  for (const auto& [flags, access] : views) {
     Block view;
     CHECK_OK(ctx, view.Alloc(ctx, name, flags));
-    EXPECT_EQ(RegionOf(view.view).Protect, protection) << std::hex << flags;
+    EXPECT_EQ(RegionOf(view.view).access, access) << std::hex << flags;
   }
 }
 
@@ -144,7 +155,7 @@ TEST(SharedBlock, CanHaveReadOnlyPages) {
   Block made;
   CHECK_OK(ctx, made.Alloc(ctx, name, KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_READ,
                            KIV_SHAREDMEM_PAGES_READ_ONLY));
-  EXPECT_EQ(RegionOf(made.view).Protect, static_cast<DWORD>(PAGE_READONLY));
+  EXPECT_EQ(RegionOf(made.view).access, PageAccess::kRead);
 }
 
 TEST(SharedBlock, IsNotMadeWithSizeZeroOrWithTheNameOfAnotherObject) {
@@ -153,11 +164,13 @@ TEST(SharedBlock, IsNotMadeWithSizeZeroOrWithTheNameOfAnotherObject) {
   ctx.Spoil();
   EXPECT_EQ(block.Alloc(ctx, UniqueName("nothing"), kWritable, kPages, 0), KIV_ST_SHARED_MEM_ALLOC);
   EXPECT_NE(ctx.osError(), 0u);
-  const SharedSignal event(UniqueName("event"));
+  const std::string taken = UniqueName("mutex");
+  KivHandle mutex = nullptr;
+  CHECK_OK(ctx, KivSdMutexCreate(ctx, taken.c_str(), &mutex));
   for (const uint32_t flags : {kWritable, kWritable | KIV_SHAREDMEM_EXCLUSIVE}) {
-    CHECK_OUTCOME(ctx, block.Alloc(ctx, event.name(), flags), KIV_ST_SHARED_MEM_ALLOC,
-                  kErrorInvalidHandle);
+    CHECK_OUTCOME(ctx, block.Alloc(ctx, taken, flags), KIV_ST_SHARED_MEM_ALLOC, kOsNameOfOtherKind);
   }
+  CHECK_OK(ctx, KivSdMutexClose(ctx, &mutex));
 }
 
 TEST(SharedBlock, IsUnmappedAndClosedWhenFreed) {
@@ -167,9 +180,9 @@ TEST(SharedBlock, IsUnmappedAndClosedWhenFreed) {
   CHECK_OK(ctx, block.Alloc(ctx, name));
   CHECK_OK(ctx, KivSdSharedMemFree(ctx, block.mapping, block.view));
   EXPECT_FALSE(Exists(name));
-  EXPECT_EQ(RegionOf(block.view).State, static_cast<DWORD>(MEM_FREE));
+  EXPECT_FALSE(RegionOf(block.view).mapped);
   CHECK_OUTCOME(ctx, KivSdSharedMemFree(ctx, block.mapping, block.view), KIV_ST_SHARED_MEM_FREE,
-                kErrorInvalidHandle);
+                kOsBadHandle);
   block.mapping = nullptr;
 }
 
@@ -182,9 +195,10 @@ TEST(SharedBlock, IsOnlyClosedWhenFreedWithoutAView) {
   block.mapping = nullptr;
   EXPECT_FALSE(Exists(name));
   block.bytes()[0] = 1;  // still mapped
-  EXPECT_TRUE(UnmapViewOfFile(block.view));
+  EXPECT_EQ(KivSdSharedMemFree(nullptr, nullptr, block.view), KIV_ST_SHARED_MEM_FREE);
+  EXPECT_FALSE(RegionOf(block.view).mapped);
   CHECK_OUTCOME(ctx, KivSdSharedMemFree(ctx, nullptr, nullptr), KIV_ST_SHARED_MEM_FREE,
-                kErrorInvalidHandle);
+                kOsBadHandle);
 }
 
 TEST(SharedBlock, RefusesNullPointersAndWritesNoOutput) {

@@ -1,7 +1,8 @@
 // Critical sections: exclusion, nesting and waiting.
 #include <gtest/gtest.h>
-#include <windows.h>
 
+#include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -13,27 +14,43 @@
 namespace {
 
 using kiv::test::Context;
-using kiv::test::Later;
-using kiv::test::OnAnotherThread;
+using kiv::test::kLimitMs;
+using kiv::test::kShortMs;
 using kiv::test::ScriptedImport;
+using kiv::test::Stopwatch;
 
-CRITICAL_SECTION* SystemsOwn(KivSdCritSec* section) {
-  return reinterpret_cast<CRITICAL_SECTION*>(section);
-}
+// A thread that enters the section and leaves it again.
+class Visitor {
+ public:
+  explicit Visitor(KivSdCritSec* section)
+      : thread_([this, section] {
+          KivSdCritSecEnter(nullptr, section);
+          entered_ = true;
+          KivSdCritSecExit(nullptr, section);
+        }) {}
+  ~Visitor() { thread_.join(); }
+  Visitor(const Visitor&) = delete;
+  Visitor& operator=(const Visitor&) = delete;
+
+  bool EntersWithin(uint32_t timeoutMs) const {
+    const Stopwatch watch;
+    while (!entered_ && watch.ElapsedMs() < timeoutMs) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return entered_;
+  }
+
+ private:
+  std::atomic<bool> entered_{false};
+  std::thread thread_;
+};
 
 class CriticalSection : public testing::Test {
  protected:
   void SetUp() override { CHECK_OK(ctx_, KivSdCritSecInit(ctx_, &section_)); }
   void TearDown() override { CHECK_OK(ctx_, KivSdCritSecDelete(ctx_, &section_)); }
 
-  // Whether another thread can enter; that thread leaves again.
-  bool IsFree() {
-    return OnAnotherThread([&] {
-      const bool entered = TryEnterCriticalSection(SystemsOwn(&section_));
-      if (entered) LeaveCriticalSection(SystemsOwn(&section_));
-      return entered;
-    });
-  }
+  bool IsFree() { return Visitor(&section_).EntersWithin(kLimitMs); }
 
   Context ctx_;
   KivSdCritSec section_ = {};
@@ -60,11 +77,12 @@ TEST_F(CriticalSection, IsFreeWhenInitialised) { EXPECT_TRUE(IsFree()); }
 TEST_F(CriticalSection, ExcludesOtherThreadsUntilLeftAsOftenAsEntered) {
   CHECK_OK(ctx_, KivSdCritSecEnter(ctx_, &section_));
   CHECK_OK(ctx_, KivSdCritSecEnter(ctx_, &section_));
-  EXPECT_FALSE(IsFree());
+  const Visitor visitor(&section_);
+  EXPECT_FALSE(visitor.EntersWithin(kShortMs));
   CHECK_OK(ctx_, KivSdCritSecExit(ctx_, &section_));
-  EXPECT_FALSE(IsFree());
+  EXPECT_FALSE(visitor.EntersWithin(kShortMs));
   CHECK_OK(ctx_, KivSdCritSecExit(ctx_, &section_));
-  EXPECT_TRUE(IsFree());
+  EXPECT_TRUE(visitor.EntersWithin(kLimitMs));
 }
 
 TEST_F(CriticalSection, EnterWaitsUntilTheOtherThreadLeaves) {
@@ -76,7 +94,7 @@ TEST_F(CriticalSection, EnterWaitsUntilTheOtherThreadLeaves) {
     seen = left;
     KivSdCritSecExit(nullptr, &section_);
   });
-  Sleep(kiv::test::kShortMs);
+  std::this_thread::sleep_for(std::chrono::milliseconds(kShortMs));
   left = true;
   CHECK_OK(ctx_, KivSdCritSecExit(ctx_, &section_));
   other.join();

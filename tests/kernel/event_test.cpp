@@ -1,7 +1,6 @@
 // Gate events, standard events and counting events. kernel_objects_failure_test checks the
 // arguments of the system calls and their failures.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <thread>
@@ -9,12 +8,16 @@
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
+#include "support/os_errors.h"
 #include "support/waiting.h"
 
 namespace {
 
 using kiv::test::Context;
 using kiv::test::kLimitMs;
+using kiv::test::kOsBadArgument;
+using kiv::test::kOsBadHandle;
+using kiv::test::kOsTooManyPosts;
 using kiv::test::kShortAtLeastMs;
 using kiv::test::kShortMs;
 using kiv::test::Later;
@@ -24,9 +27,9 @@ constexpr uint32_t kForEverMs = 0xFFFFFFFF;
 
 KivHandle BadHandle() { return reinterpret_cast<KivHandle>(uintptr_t{0x7FFFFFF0}); }
 
+// A closed handle is as bad as one that was never made.
 bool IsOpenHandle(KivHandle handle) {
-  DWORD flags = 0;
-  return GetHandleInformation(handle, &flags);
+  return KivSdStdEventTimedWait(nullptr, &handle, 0) != KIV_ST_EVENT_WAIT;
 }
 
 // ---- Gates ----
@@ -128,10 +131,10 @@ TEST_F(GateEvent, RefusesNullPointers) {
 
 TEST_F(GateEvent, BadHandlesFailWithTheSystemsError) {
   KivHandle bad = BadHandle();
-  CHECK_OUTCOME(ctx_, KivSdEventSet(ctx_, &bad), KIV_ST_EVENT_SET, 6u);
-  CHECK_OUTCOME(ctx_, KivSdEventClear(ctx_, &bad), KIV_ST_EVENT_CLEAR, 6u);
-  CHECK_OUTCOME(ctx_, KivSdEventWait(ctx_, &bad, 0), KIV_ST_EVENT_WAIT, 6u);
-  CHECK_OUTCOME(ctx_, KivSdEventClose(ctx_, &bad), KIV_ST_EVENT_CLOSE, 6u);
+  CHECK_OUTCOME(ctx_, KivSdEventSet(ctx_, &bad), KIV_ST_EVENT_SET, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdEventClear(ctx_, &bad), KIV_ST_EVENT_CLEAR, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdEventWait(ctx_, &bad, 0), KIV_ST_EVENT_WAIT, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdEventClose(ctx_, &bad), KIV_ST_EVENT_CLOSE, kOsBadHandle);
   EXPECT_EQ(bad, BadHandle());
 }
 
@@ -206,11 +209,11 @@ TEST_F(StandardEvent, WaitsForeverOnANegativeTimeOut) {
 
 TEST_F(StandardEvent, BadHandlesFailWithTheSystemsError) {
   KivHandle bad = BadHandle();
-  CHECK_OUTCOME(ctx_, KivSdStdEventSet(ctx_, &bad), KIV_ST_EVENT_CLEAR, 6u);
-  CHECK_OUTCOME(ctx_, KivSdStdEventReset(ctx_, &bad), KIV_ST_EVENT_SET, 6u);
-  CHECK_OUTCOME(ctx_, KivSdStdEventWait(ctx_, &bad), KIV_ST_EVENT_WAIT, 6u);
-  CHECK_OUTCOME(ctx_, KivSdStdEventTimedWait(ctx_, &bad, 0), KIV_ST_EVENT_WAIT, 6u);
-  CHECK_OUTCOME(ctx_, KivSdStdEventClose(ctx_, &bad), KIV_ST_EVENT_CLOSE, 6u);
+  CHECK_OUTCOME(ctx_, KivSdStdEventSet(ctx_, &bad), KIV_ST_EVENT_CLEAR, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdStdEventReset(ctx_, &bad), KIV_ST_EVENT_SET, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdStdEventWait(ctx_, &bad), KIV_ST_EVENT_WAIT, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdStdEventTimedWait(ctx_, &bad, 0), KIV_ST_EVENT_WAIT, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdStdEventClose(ctx_, &bad), KIV_ST_EVENT_CLOSE, kOsBadHandle);
   EXPECT_EQ(bad, BadHandle());
 }
 
@@ -259,12 +262,12 @@ TEST_F(CountingEvent, CountsEverySet) {
 TEST_F(CountingEvent, HoldsTheLargestCount) {
   Make(INT32_MAX - 1);
   CHECK_OK(ctx_, KivSdCountingEventSet(ctx_, &event_));
-  CHECK_OUTCOME(ctx_, KivSdCountingEventSet(ctx_, &event_), KIV_ST_SEM_OVERFLOW, 298u);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventSet(ctx_, &event_), KIV_ST_SEM_OVERFLOW, kOsTooManyPosts);
 }
 
 TEST_F(CountingEvent, IsNotCreatedWithANegativeCount) {
   KivHandle made = BadHandle();
-  CHECK_OUTCOME(ctx_, KivSdCountingEventCreate(ctx_, &made, -1), KIV_ST_SEM_CREATE, 87u);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventCreate(ctx_, &made, -1), KIV_ST_SEM_CREATE, kOsBadArgument);
   EXPECT_EQ(made, nullptr);
 }
 
@@ -294,10 +297,10 @@ TEST_F(CountingEvent, RefusesNullPointersAndBadHandles) {
   CHECK_ARGUMENT(ctx_, KivSdCountingEventWait(ctx_, nullptr));
   CHECK_ARGUMENT(ctx_, KivSdCountingEventTimedWait(ctx_, nullptr, 0));
   KivHandle bad = BadHandle();
-  CHECK_OUTCOME(ctx_, KivSdCountingEventSet(ctx_, &bad), KIV_ST_SEM_CLEAR, 6u);
-  CHECK_OUTCOME(ctx_, KivSdCountingEventWait(ctx_, &bad), KIV_ST_SEM_REQUEST, 6u);
-  CHECK_OUTCOME(ctx_, KivSdCountingEventTimedWait(ctx_, &bad, 0), KIV_ST_SEM_REQUEST, 6u);
-  CHECK_OUTCOME(ctx_, KivSdCountingEventClose(ctx_, &bad), KIV_ST_SEM_CLOSE, 6u);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventSet(ctx_, &bad), KIV_ST_SEM_CLEAR, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventWait(ctx_, &bad), KIV_ST_SEM_REQUEST, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventTimedWait(ctx_, &bad, 0), KIV_ST_SEM_REQUEST, kOsBadHandle);
+  CHECK_OUTCOME(ctx_, KivSdCountingEventClose(ctx_, &bad), KIV_ST_SEM_CLOSE, kOsBadHandle);
   EXPECT_EQ(bad, BadHandle());
 }
 

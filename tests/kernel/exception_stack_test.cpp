@@ -114,9 +114,13 @@ TEST(ExceptionStack, HalfMadeIsFreedByADestroy) { ExpectPlays("lacks-memory-for-
 
 const RegisteredRole raises("raises", [](const RoleArguments&) {
   for (const uint8_t value : {uint8_t{0}, uint8_t{1}, uint8_t{255}}) {
+#ifdef _WIN32  // elsewhere the library keeps the identifier
     const ScriptedImport identifier("GetCurrentThreadId", {.failCount = 0});
+#endif
     EXPECT_EQ(KivSdXcptSetFatExceptionOccured(value), KIV_ST_OK);
+#ifdef _WIN32
     EXPECT_EQ(identifier.calls().size(), 1u);
+#endif
   }
   return kRoleDone;
 });

@@ -1,6 +1,5 @@
 // Creating and closing objects many times leaks no handle.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <functional>
 #include <string>
@@ -8,29 +7,23 @@
 
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
+#include "support/open_handles.h"
 #include "support/temporary_folder.h"
 #include "support/waiting.h"
 
 namespace {
 
+using kiv::test::OpenHandles;
 using kiv::test::TemporaryFolder;
 using kiv::test::UniqueName;
 
 constexpr int kRounds = 2'000;
-constexpr uintptr_t kHandleStep = 4;
-constexpr uintptr_t kHandlesLookedAt = 8'000;
 
-// Counts the open handles by trying every number, because Wine reports no handle count of a
-// process.
-size_t OpenHandles() {
-  size_t count = 0;
-  for (uintptr_t i = 1; i <= kHandlesLookedAt; ++i) {
-    DWORD flags = 0;
-    if (GetHandleInformation(reinterpret_cast<HANDLE>(i * kHandleStep), &flags)) ++count;
-  }
-  return count;
-}
-
+// The system's words that calls pass on.
+constexpr uint32_t kDuplex = 3;
+constexpr uint32_t kPipeWaits = 0;
+constexpr uint32_t kGenericRead = 0x80000000;
+constexpr uint32_t kOpenExisting = 3;
 // Runs `round` many times and returns the number of handles left open. The first run is not
 // counted, because the system and the runtimes open some handles when they are first used.
 size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
@@ -43,10 +36,10 @@ size_t LeftOpenBy(const std::function<void()>& round, int rounds = kRounds) {
 TEST(OpenHandles, CountsEveryOpenHandle) {
   constexpr size_t kMade = 4'000;
   const size_t before = OpenHandles();
-  std::vector<HANDLE> made(kMade);
-  for (HANDLE& handle : made) handle = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+  std::vector<KivHandle> made(kMade);
+  for (KivHandle& handle : made) ASSERT_EQ(KivSdEventCreate(nullptr, &handle), KIV_ST_OK);
   EXPECT_EQ(OpenHandles() - before, kMade);
-  for (HANDLE handle : made) CloseHandle(handle);
+  for (KivHandle& handle : made) EXPECT_EQ(KivSdEventClose(nullptr, &handle), KIV_ST_OK);
   EXPECT_EQ(OpenHandles(), before);
 }
 
@@ -157,11 +150,11 @@ TEST(HandleLeak, NamedPipesLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([&] {
               KivHandle server = nullptr;
               KivHandle client = nullptr;
-              ASSERT_EQ(KivSdNamedPipeCreate(nullptr, name.c_str(), &server, PIPE_ACCESS_DUPLEX,
-                                             PIPE_WAIT, 1, 512, 512, 0),
+              ASSERT_EQ(KivSdNamedPipeCreate(nullptr, name.c_str(), &server, kDuplex, kPipeWaits, 1,
+                                             512, 512, 0),
                         KIV_ST_OK);
-              ASSERT_EQ(KivSdNamedPipeOpen(nullptr, "local", name.c_str(), &client, GENERIC_READ, 0,
-                                           OPEN_EXISTING, 0),
+              ASSERT_EQ(KivSdNamedPipeOpen(nullptr, "local", name.c_str(), &client, kGenericRead, 0,
+                                           kOpenExisting, 0),
                         KIV_ST_OK);
               ASSERT_EQ(KivSdPipeClose(nullptr, &client), KIV_ST_OK);
               ASSERT_EQ(KivSdPipeClose(nullptr, &server), KIV_ST_OK);
@@ -175,7 +168,7 @@ TEST(HandleLeak, DirectFilesLeakNoHandle) {
   EXPECT_EQ(LeftOpenBy([&] {
               uint32_t file = 0;
               ASSERT_EQ(KivSdDirectIOFileCreate(nullptr, path.c_str()), KIV_ST_OK);
-              ASSERT_EQ(KivSdDirectIOFileOpen(nullptr, path.c_str(), GENERIC_READ, 0, OPEN_EXISTING,
+              ASSERT_EQ(KivSdDirectIOFileOpen(nullptr, path.c_str(), kGenericRead, 0, kOpenExisting,
                                               nullptr, 0, &file),
                         KIV_ST_OK);
               ASSERT_EQ(KivSdDirectIOFileClose(nullptr, file), KIV_ST_OK);

@@ -1,7 +1,6 @@
 // Shared semaphore sets when the system or the allocator fails: the handles closed, the blocks
 // freed and the value left in the caller's variable. Also the largest set.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <string>
 #include <vector>
@@ -9,6 +8,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
 
 namespace {
 
@@ -47,16 +47,15 @@ size_t failsAt = SIZE_MAX;
 
 constexpr uintptr_t kFirstSemaphore = 1000;
 
-HANDLE WINAPI MakeNumber(SECURITY_ATTRIBUTES* security, LONG initialCount, LONG maximumCount,
-                         const char* name) {
+KivHandle MakeNumber(const void* security, int32_t initialCount, int32_t maximumCount,
+                     const char* name) {
   const size_t number = asked.size();
-  asked.push_back(
-      {security, static_cast<int32_t>(initialCount), static_cast<int32_t>(maximumCount), name});
+  asked.push_back({security, initialCount, maximumCount, name});
   if (number == failsAt) {
-    SetLastError(kError);
+    kiv::test::SetErrors(0, kError);
     return nullptr;
   }
-  return reinterpret_cast<HANDLE>(kFirstSemaphore + number);
+  return reinterpret_cast<KivHandle>(kFirstSemaphore + number);
 }
 
 class SemaphoreSetFailure : public testing::Test {

@@ -38,7 +38,7 @@ class Assertions {
   static std::vector<Assertion> Take() { return std::exchange(raised_, {}); }
 
  private:
-  static void __cdecl Raise(const wchar_t* condition, const wchar_t* source, unsigned line) {
+  static void Raise(const wchar_t* condition, const wchar_t* source, unsigned line) {
     raised_.push_back({condition, source, line});
   }
 

@@ -1,6 +1,5 @@
 // The reader-writer lock when memory is short, and when kernel objects cannot be made.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <cstring>
@@ -9,6 +8,8 @@
 #include "kivsdu/kivsdu.h"
 #include "sdrwlock/node.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
+#include "support/os_errors.h"
 
 namespace {
 
@@ -17,6 +18,9 @@ using kiv::test::Script;
 using kiv::test::ScriptedImport;
 
 constexpr uint32_t kNoMemory = 8;
+constexpr uint32_t kNoResources = 1450;
+constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
+constexpr uint32_t kForEver = 0xFFFFFFFF;
 
 // Only the allocation after `passFirst` successful ones fails.
 Script FailingAfter(uint32_t passFirst) {
@@ -179,7 +183,7 @@ TEST_P(RWLockFailure, IsTakenAndReleasedWithoutAKernelObject) {
   for (const char* making : kMakings) {
     SCOPED_TRACE(making);
     {
-      const ScriptedImport failing(making, {.result = 0, .error = ERROR_NO_SYSTEM_RESOURCES});
+      const ScriptedImport failing(making, {.result = 0, .error = kNoResources});
       EXPECT_EQ(Start(), KIV_ST_OK);
       EXPECT_EQ(failing.calls().size(), 1u);
     }
@@ -199,7 +203,7 @@ TEST_P(RWLockFailure, AWaiterEntersEvenWithoutAKernelObject) {
     std::thread waiter([&] {
       KivRWLockTable table{};
       {
-        const ScriptedImport failing(making, {.result = 0, .error = ERROR_NO_SYSTEM_RESOURCES});
+        const ScriptedImport failing(making, {.result = 0, .error = kNoResources});
         EXPECT_EQ(Start(&table), KIV_ST_OK);
         EXPECT_EQ(failing.calls().size(), 1u);
       }
@@ -213,7 +217,7 @@ TEST_P(RWLockFailure, AWaiterEntersEvenWithoutAKernelObject) {
       std::this_thread::yield();
     }
     // Leaves the waiter time to fall asleep; the outcome is the same if it does not.
-    for (int i = 0; i < 200; ++i) Sleep(0);
+    for (int i = 0; i < 200; ++i) std::this_thread::yield();
     EXPECT_FALSE(inside.load());
     EXPECT_EQ(End(), KIV_ST_OK);
     waiter.join();
@@ -240,30 +244,31 @@ class Sleeping {
   static uint32_t wakes() { return wakes_; }
 
   // Arguments of the last sleep and the last wake-up.
-  static inline std::atomic<HANDLE> mutex;
-  static inline std::atomic<HANDLE> semaphore;
-  static inline std::atomic<HANDLE> raised;
+  static inline std::atomic<KivHandle> mutex;
+  static inline std::atomic<KivHandle> semaphore;
+  static inline std::atomic<KivHandle> raised;
 
  private:
-  static DWORD WINAPI Sleep(HANDLE toSignal, HANDLE toAwait, DWORD timeoutMs, BOOL alertable) {
+  static uint32_t Sleep(KivHandle toSignal, KivHandle toAwait, uint32_t timeoutMs,
+                        int32_t alertable) {
     mutex = toSignal;
     semaphore = toAwait;
-    EXPECT_EQ(timeoutMs, INFINITE);
-    EXPECT_EQ(alertable, FALSE);
+    EXPECT_EQ(timeoutMs, kForEver);
+    EXPECT_EQ(alertable, 0);
     if (sleeps_.fetch_add(1) < failing_) {
-      SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-      return WAIT_FAILED;
+      kiv::test::SetErrors(0, kNoResources);
+      return kWaitFailed;
     }
-    return reinterpret_cast<decltype(SignalObjectAndWait)*>(originalSleep_)(toSignal, toAwait,
-                                                                            timeoutMs, alertable);
+    return reinterpret_cast<decltype(&Sleep)>(originalSleep_)(toSignal, toAwait, timeoutMs,
+                                                              alertable);
   }
 
-  static BOOL WINAPI Wake(HANDLE toRaise, LONG by, LONG* before) {
+  static int32_t Wake(KivHandle toRaise, int32_t by, int32_t* before) {
     raised = toRaise;
     EXPECT_EQ(by, 1);
     EXPECT_EQ(before, nullptr);
     ++wakes_;
-    return reinterpret_cast<decltype(ReleaseSemaphore)*>(originalWake_)(toRaise, by, before);
+    return reinterpret_cast<decltype(&Wake)>(originalWake_)(toRaise, by, before);
   }
 
   static inline uint32_t failing_;
@@ -340,7 +345,7 @@ TEST_P(RWLockSleep, IsRetriedWhenTheWakeMutexCannotBeTaken) {
   const Sleeping sleeping;
   const ScriptedImport taking(
       "WaitForSingleObject",
-      {.result = WAIT_FAILED, .error = ERROR_INVALID_HANDLE, .failCount = 3});
+      {.result = kWaitFailed, .error = kiv::test::kOsBadHandle, .failCount = 3});
   StartWaiting();
   AwaitSleeps(3);
   EXPECT_EQ(taking.calls().size(), 5u);

@@ -2,11 +2,16 @@
 // budget with every failure of a system call.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
 #include <io.h>
-#include <windows.h>
+#else
+#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -20,6 +25,7 @@
 #include "support/heap_watch.h"
 #include "support/import_patch.h"
 #include "support/process.h"
+#include "support/system_interface.h"
 
 namespace {
 
@@ -105,24 +111,41 @@ std::map<std::string, std::string> AllSetTo(const std::string& value) {
   return values;
 }
 
+constexpr unsigned kRoomBytes = 4096;
+
+#ifdef _WIN32
+bool MakePipeOfBytes(int (&ends)[2]) { return _pipe(ends, kRoomBytes, _O_BINARY) == 0; }
+int Duplicate(int file) { return _dup(file); }
+void DuplicateTo(int file, int target) { _dup2(file, target); }
+void CloseFile(int file) { _close(file); }
+int ReadBytes(int file, char* bytes) { return _read(file, bytes, kRoomBytes); }
+bool SetVariable(const char* assignment) { return _putenv(assignment) == 0; }
+#else
+bool MakePipeOfBytes(int (&ends)[2]) { return pipe(ends) == 0; }
+int Duplicate(int file) { return dup(file); }
+void DuplicateTo(int file, int target) { dup2(file, target); }
+void CloseFile(int file) { close(file); }
+int ReadBytes(int file, char* bytes) { return static_cast<int>(read(file, bytes, kRoomBytes)); }
+bool SetVariable(const char* assignment) { return putenv(const_cast<char*>(assignment)) == 0; }
+#endif
+
 // Returns the bytes that a call writes to standard output; the runtime does not translate line
 // ends.
 std::string BytesWrittenBy(const std::function<void()>& call) {
   constexpr int kStandardOutput = 1;
-  constexpr unsigned kRoomBytes = 4096;
   int ends[2] = {-1, -1};
-  EXPECT_EQ(_pipe(ends, kRoomBytes, _O_BINARY), 0);
+  EXPECT_TRUE(MakePipeOfBytes(ends));
   std::fflush(stdout);
-  const int kept = _dup(kStandardOutput);
-  _dup2(ends[1], kStandardOutput);
+  const int kept = Duplicate(kStandardOutput);
+  DuplicateTo(ends[1], kStandardOutput);
   call();
   std::fflush(stdout);
-  _dup2(kept, kStandardOutput);
-  _close(kept);
-  _close(ends[1]);
+  DuplicateTo(kept, kStandardOutput);
+  CloseFile(kept);
+  CloseFile(ends[1]);
   std::string bytes(kRoomBytes, '\0');
-  bytes.resize(static_cast<size_t>(std::max(0, _read(ends[0], bytes.data(), kRoomBytes))));
-  _close(ends[0]);
+  bytes.resize(static_cast<size_t>(std::max(0, ReadBytes(ends[0], bytes.data()))));
+  CloseFile(ends[0]);
   return bytes;
 }
 
@@ -167,7 +190,7 @@ TEST(SyncEnv, DisplaysTheProcessesOwnEnvironmentByteForByte) {
     for (const char* value :
          {"KIV_SPINLOCK_MAXWAITLOOPS=-2147483648", "KIV_RWLOCK_RMAXSPINLOOPS=\t +300",
           "KIV_RWLOCK_WMAXWAITLOOPS=4x", "KIV_DISPLAY_LOCKCONFIG=no"}) {
-      EXPECT_EQ(_putenv(value), 0);
+      EXPECT_TRUE(SetVariable(value));
     }
     EXPECT_EQ(BytesWrittenBy(KivSyncEnvInit),
               "KIV_SPINLOCK_MAXSPINLOOPS=1\n"

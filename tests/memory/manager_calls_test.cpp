@@ -14,13 +14,13 @@
 #include "sdcommon/memory_stack.h"
 #include "sdrwlock/node.h"
 #include "support/context.h"
+#include "support/import_patch.h"
 #include "support/manager.h"
-#include "support/native_kernel.h"
 
 namespace {
 
 using kiv::test::Context;
-using kiv::test::nativeKernel;
+using kiv::test::ImportPatch;
 
 struct Call {
   std::string function;
@@ -154,7 +154,6 @@ class ManagerCalls : public testing::Test {
     expectedOwner = nullptr;
     pageSize.reset();
     mostBytes.reset();
-    nativeKernel = {};
   }
 
   // Expects exactly these calls since the last check.
@@ -495,6 +494,59 @@ TEST_F(ManagerCalls, OfAnOwnersEndAreRepeatedUntilItHasNoLargeBlocks) {
   EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
 }
 
+// ---- Semaphores and named pipes of the system ----
+
+// Replaces the system's calls. Each succeeds, unless a test makes it fail, and keeps its arguments.
+class FakeSystem {
+ public:
+  FakeSystem() {
+    semaphoresLeft = UINT32_MAX;
+    openSemaphores = 0;
+    path = nullptr;
+    accessList = nullptr;
+  }
+
+  static inline uint32_t semaphoresLeft;
+  static inline int32_t openSemaphores;  // made and not closed
+  static inline void* path;              // of the last named pipe
+  static inline void* accessList;
+
+ private:
+  static void* AnyHandle() { return &openSemaphores; }
+
+  static void* MakeSemaphore(void*, int32_t, int32_t, const char*) {
+    if (semaphoresLeft == 0) return nullptr;
+    --semaphoresLeft;
+    ++openSemaphores;
+    return AnyHandle();
+  }
+  static int32_t Close(void*) {
+    --openSemaphores;
+    return 1;
+  }
+  static void* MakePipe(void* name, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
+                        void* list) {
+    path = name;
+    accessList = list;
+    return AnyHandle();
+  }
+  static void* Keep(void* name) {
+    path = name;
+    return AnyHandle();
+  }
+
+  const ImportPatch patches_[5] = {{"CreateSemaphoreA", reinterpret_cast<void*>(&MakeSemaphore)},
+                                   {"CloseHandle", reinterpret_cast<void*>(&Close)},
+                                   {"CreateNamedPipeA", reinterpret_cast<void*>(&MakePipe)},
+                                   {"CreateFileA", reinterpret_cast<void*>(&Keep)},
+                                   {"WaitNamedPipeA", reinterpret_cast<void*>(&Keep)}};
+};
+
+class SystemCalls : public ManagerCalls {
+ protected:
+  FakeSystem system_;
+};
+
 // ---- Semaphore sets ----
 
 constexpr char kSetSource[] = "sd/sdsemw32";
@@ -502,7 +554,7 @@ constexpr int32_t kCounts[] = {1, 1, 1};
 const Call kSetCall = {"adMalloc", 16, nullptr, 0, kSetSource, 139};
 const Call kMembersCall = {"adMalloc", 3 * sizeof(KivHandle), nullptr, 0, kSetSource, 143};
 
-class SetCalls : public ManagerCalls {
+class SetCalls : public SystemCalls {
  protected:
   uint32_t Create(uint16_t count = 3) {
     return KivSdShSemSetCreate(ctx_, "name", count, 0, kCounts, kCounts, &set_);
@@ -518,7 +570,7 @@ TEST_F(SetCalls, AllocateTheRecordAndItsMembers) {
   EXPECT_EQ(KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
   ExpectCalls(
       {{"adFree", 0, members, 0, kSetSource, 188}, {"adFree", 0, set_, 0, kSetSource, 189}});
-  EXPECT_EQ(nativeKernel.openSemaphores, 0);
+  EXPECT_EQ(FakeSystem::openSemaphores, 0);
 }
 
 TEST_F(SetCalls, OfAnEmptySetAllocateTheRecordAlone) {
@@ -529,10 +581,10 @@ TEST_F(SetCalls, OfAnEmptySetAllocateTheRecordAlone) {
 }
 
 TEST_F(SetCalls, FreeTheRecordAndTheMembersWhenAMemberCannotBeMade) {
-  nativeKernel.semaphoresLeft = 2;
+  FakeSystem::semaphoresLeft = 2;
   EXPECT_EQ(Create(), KIV_ST_SEM_CREATE);
   EXPECT_EQ(set_, nullptr);
-  EXPECT_EQ(nativeKernel.openSemaphores, 0);
+  EXPECT_EQ(FakeSystem::openSemaphores, 0);
   ASSERT_EQ(calls.size(), 4u);
   EXPECT_EQ(calls[0], kSetCall);
   EXPECT_EQ(calls[1], kMembersCall);
@@ -566,30 +618,30 @@ Call PathCall(const char* path, uint32_t line) {
   return {"adMalloc", std::string(path).size() + 1, nullptr, 0, kPipeSource, line};
 }
 
-TEST_F(ManagerCalls, OfANamedPipeAllocateItsPathAndItsAccessList) {
+TEST_F(SystemCalls, OfANamedPipeAllocateItsPathAndItsAccessList) {
   KivHandle pipe = nullptr;
   CHECK_OK(ctx_, KivSdNamedPipeCreate(ctx_, "name", &pipe, 0, 0, 1, 0, 0, 0));
   ExpectCalls({PathCall("\\\\.\\PIPE\\name", 224),
                {"adMalloc", 40, nullptr, 0, kPipeSource, 239},
-               {"adFree", 0, const_cast<void*>(nativeKernel.accessList), 0, kPipeSource, 251},
-               {"adFree", 0, const_cast<void*>(nativeKernel.path), 0, kPipeSource, 252}});
+               {"adFree", 0, FakeSystem::accessList, 0, kPipeSource, 251},
+               {"adFree", 0, FakeSystem::path, 0, kPipeSource, 252}});
 }
 
-TEST_F(ManagerCalls, OfANamedPipesClientAllocateThePathInItsLength) {
+TEST_F(SystemCalls, OfANamedPipesClientAllocateThePathInItsLength) {
   KivHandle pipe = nullptr;
   for (const char* server : {"local", "LOCAL", "machine"}) {
     const std::string machine = server[0] == 'm' ? server : ".";
     const std::string path = "\\\\" + machine + "\\PIPE\\name";
     CHECK_OK(ctx_, KivSdNamedPipeOpen(ctx_, server, "name", &pipe, 0, 0, 3, 0));
-    void* block = const_cast<void*>(nativeKernel.path);
+    void* block = FakeSystem::path;
     ExpectCalls({PathCall(path.c_str(), 310), {"adFree", 0, block, 0, kPipeSource, 341}});
     CHECK_OK(ctx_, KivSdNamedPipeWait(ctx_, server, "name", 0));
-    block = const_cast<void*>(nativeKernel.path);
+    block = FakeSystem::path;
     ExpectCalls({PathCall(path.c_str(), 388), {"adFree", 0, block, 0, kPipeSource, 412}});
   }
 }
 
-TEST_F(ManagerCalls, OfANamedPipeReturnTheirStatusWhenTheyFail) {
+TEST_F(SystemCalls, OfANamedPipeReturnTheirStatusWhenTheyFail) {
   KivHandle pipe = nullptr;
   const Call path = PathCall("\\\\.\\PIPE\\name", 224);
   answer = {kOtherStatus, nullptr};

@@ -22,10 +22,10 @@ std::map<std::string, Role>& Roles() {
 }
 
 uint32_t PlayRole(const std::string& name, const RoleArguments& arguments) {
-  const auto found = Roles().find(name);
-  if (found == Roles().end()) return kRoleUnknown;
+  const Role role = FindRole(name);
+  if (role == nullptr) return kRoleUnknown;
   EndOwnProcessAfter(kLongestRoleMs, kRoleOutlived);
-  const uint32_t result = found->second(arguments);
+  const uint32_t result = role(arguments);
   // GoogleTest collects the failures of checks outside a test here.
   const bool failed = testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed();
   return failed ? kRoleFailed : result;
@@ -33,7 +33,18 @@ uint32_t PlayRole(const std::string& name, const RoleArguments& arguments) {
 
 }  // namespace
 
+Role FindRole(const std::string& name) {
+  const auto found = Roles().find(name);
+  return found != Roles().end() ? found->second : nullptr;
+}
+
 RegisteredRole::RegisteredRole(const char* name, Role role) { Roles()[name] = role; }
+
+InheritingChild::~InheritingChild() { delete process_; }
+
+uint32_t InheritingChild::ExitCode() const { return process_->ExitCode(); }
+
+void InheritingChild::Kill() const { process_->Kill(); }
 
 std::string UniqueName(const std::string& prefix) {
   static std::atomic<uint32_t> number{0};

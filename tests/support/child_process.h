@@ -22,6 +22,9 @@ constexpr uint32_t kRoleOutlived = 45;  // the role ran longer than any test
 constexpr uint32_t kKilled = 44;        // ChildProcess::Kill ended the process
 constexpr uint32_t kStillRunning = 259;
 
+// Null if there is no such role.
+Role FindRole(const std::string& name);
+
 // const RegisteredRole holder("holder", [](const RoleArguments& arguments) { ... });
 class RegisteredRole {
  public:
@@ -50,8 +53,28 @@ class ChildProcess {
   void Kill() const;
 
  private:
+  friend class InheritingChild;
+  ChildProcess() = default;
+
   void* process_ = nullptr;
   uint32_t id_ = 0;
+};
+
+// A child process that inherits one end of a pipe and runs a role with {handle of the end}. Natively
+// it is a fork of this process, which inherits the other end too: the role gets {end, other end} and
+// closes the latter first. The destructor kills a process that still runs.
+class InheritingChild {
+ public:
+  InheritingChild(const std::string& role, void* end, void* other);
+  ~InheritingChild();
+  InheritingChild(const InheritingChild&) = delete;
+  InheritingChild& operator=(const InheritingChild&) = delete;
+
+  uint32_t ExitCode() const;
+  void Kill() const;
+
+ private:
+  ChildProcess* process_;
 };
 
 // A signal that processes share by name. A wait that succeeds clears it.

@@ -3,38 +3,40 @@
 #define KIV_TESTS_DIRECT_IO_H
 
 #include <gtest/gtest.h>
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <string>
 
 #include "kivsdu/directio.h"
+#include "kivsdu/event.h"
+#include "kivsdu/memory.h"
 #include "kivsdu/status.h"
 #include "support/context.h"
 
 namespace kiv::test {
 
 constexpr uint32_t kBlockBytes = KIV_PAGE_UNIT;
-constexpr uint32_t kReadAndWrite = GENERIC_READ | GENERIC_WRITE;
-constexpr uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// The words of an open as numbers, because the numbers are part of the interface.
+constexpr uint32_t kToRead = 0x80000000;
+constexpr uint32_t kToWrite = 0x40000000;
+constexpr uint32_t kReadAndWrite = kToRead | kToWrite;
+constexpr uint32_t kShareAll = 7;
+constexpr uint32_t kOpenExisting = 3;
+constexpr uint32_t kOpenAlways = 4;
+constexpr uint32_t kOverlapped = 0x40000000;
+constexpr uint32_t kUnbuffered = 0x20000000;
 
 // Zeroed blocks that start on a page boundary, which satisfies every sector alignment.
 class Blocks {
  public:
-  explicit Blocks(uint32_t count)
-      : bytes_(static_cast<unsigned char*>(VirtualAlloc(
-            nullptr, size_t{count} * kBlockBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE))) {
-    EXPECT_NE(bytes_, nullptr);
+  explicit Blocks(uint32_t count) {
+    void* pages = nullptr;
+    EXPECT_EQ(KivSdAlignedMemAlloc(nullptr, count, &pages), KIV_ST_OK);
+    bytes_ = static_cast<unsigned char*>(pages);
   }
-  ~Blocks() { VirtualFree(bytes_, 0, MEM_RELEASE); }
+  ~Blocks() { EXPECT_EQ(KivSdAlignedMemFree(nullptr, bytes_), KIV_ST_OK); }
   Blocks(const Blocks&) = delete;
   Blocks& operator=(const Blocks&) = delete;
 
@@ -64,7 +66,7 @@ class Blocks {
     return (seed << 48) ^ (number << 16) ^ (word + 1);
   }
 
-  unsigned char* bytes_;
+  unsigned char* bytes_ = nullptr;
 };
 
 // A file opened for reading and writing. Creates the file if it does not exist.
@@ -72,7 +74,7 @@ class DirectFile {
  public:
   explicit DirectFile(const std::string& path, uint32_t flags = 0) {
     Context ctx;
-    CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path.c_str(), kReadAndWrite, kShareAll, OPEN_ALWAYS,
+    CHECK_OK(ctx, KivSdDirectIOFileOpen(ctx, path.c_str(), kReadAndWrite, kShareAll, kOpenAlways,
                                         nullptr, flags, &file_));
   }
   ~DirectFile() { EXPECT_EQ(KivSdDirectIOFileClose(nullptr, file_), KIV_ST_OK); }
@@ -118,8 +120,9 @@ class Records {
   KivSdNoWaitCb records_[kCount] = {};
 };
 
-inline bool IsSignalled(const KivSdNoWaitCb& record) {
-  return WaitForSingleObject(record.event, 0) == WAIT_OBJECT_0;
+// Whether the record's event is signalled within the time.
+inline bool IsSignalled(KivSdNoWaitCb& record, uint32_t timeoutMs = 0) {
+  return KivSdEventWait(nullptr, &record.event, timeoutMs) == KIV_ST_OK;
 }
 
 }  // namespace kiv::test

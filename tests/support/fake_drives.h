@@ -1,11 +1,6 @@
-// Fake drives that kivsdu.dll finds in place of the machine's drives.
+// Fake drives that the library finds in place of the machine's drives.
 #ifndef KIV_TESTS_FAKE_DRIVES_H
 #define KIV_TESTS_FAKE_DRIVES_H
-
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
 
 #include <cstring>
 #include <map>
@@ -13,6 +8,7 @@
 #include <vector>
 
 #include "support/import_patch.h"
+#include "support/system_interface.h"
 
 namespace kiv::test {
 
@@ -28,7 +24,7 @@ struct FakeDrive {
   DWORD totalClusters = 3;
 };
 
-// Only one object at a time. Records every call of the DLL as text, in order.
+// Only one object at a time. Records every call of the library as text, in order.
 class FakeDrives {
  public:
   FakeDrives() { current_ = this; }
@@ -72,7 +68,7 @@ class FakeDrives {
                            LPDWORD freeClusters, LPDWORD totalClusters) {
     const FakeDrive& drive = Called("GetDiskFreeSpaceA", root);
     SetLastError(ERROR_NOT_READY);
-    // Stored on failure too, so that a test notices if the DLL uses the outputs of a failed call.
+    // Stored on failure too, so that a test notices if the library uses the outputs of a failed call.
     *sectorsPerCluster = drive.sectorsPerCluster;
     *bytesPerSector = drive.bytesPerSector;
     *freeClusters = drive.freeClusters;

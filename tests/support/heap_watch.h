@@ -1,14 +1,14 @@
-// Watches how kivsdu.dll uses the C runtime's heap, and lets an allocation fail.
+// Watches how the library uses the C runtime's heap, and lets an allocation fail.
 #ifndef KIV_TESTS_HEAP_WATCH_H
 #define KIV_TESTS_HEAP_WATCH_H
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <set>
 #include <vector>
 
 #include "support/import_patch.h"
+#include "support/last_error.h"
 
 namespace kiv::test {
 
@@ -49,7 +49,7 @@ class HeapWatch {
   static void* Allocate(size_t size) {
     state_.sizes.push_back(size);
     if (state_.sizes.size() - 1 == state_.failing) {
-      SetLastError(state_.error);
+      SetErrors(static_cast<int>(state_.error), state_.error);
       return nullptr;
     }
     void* block = reinterpret_cast<void* (*)(size_t)>(state_.allocate)(size);
@@ -60,7 +60,7 @@ class HeapWatch {
   static void Free(void* block) {
     EXPECT_EQ(state_.live.erase(block), 1u) << "freed and not allocated";
     reinterpret_cast<void (*)(void*)>(state_.free)(block);
-    SetLastError(state_.freeError);
+    SetErrors(static_cast<int>(state_.freeError), state_.freeError);
   }
 
   static inline State state_;

@@ -5,9 +5,8 @@
 #define KIV_TESTS_ONE_PROCESSOR_H
 
 #ifdef _WIN32
-#include <windows.h>
-
 #include "support/import_patch.h"
+#include "support/system_interface.h"
 #endif
 
 namespace kiv::test {

@@ -1,10 +1,8 @@
-// Ends of shared memory segments, and access to the shared memory and semaphores without the
-// library.
+// Ends of shared memory segments, and access to the area and the semaphores by their names.
 #ifndef KIV_TESTS_SEGMENT_H
 #define KIV_TESTS_SEGMENT_H
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cstring>
 #include <string>
@@ -71,23 +69,25 @@ class SegmentEnd {
   KivSharedMemSeg* segment_ = nullptr;
 };
 
-// A segment's area, mapped by the test itself.
+// A view of a segment's area of its own.
 class AreaView {
  public:
-  explicit AreaView(const std::string& name)
-      : mapping_(OpenFileMappingA(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, name.c_str())),
-        bytes_(static_cast<unsigned char*>(
-            MapViewOfFile(mapping_, FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, 20480))) {
-    EXPECT_NE(bytes_, nullptr) << name << ": " << GetLastError();
+  explicit AreaView(const std::string& name) {
+    uint32_t id = 0;
+    void* view = nullptr;
+    EXPECT_EQ(KivSdSharedMemAlloc(nullptr, name.c_str(), KIV_SEGMENT_AREA_BYTES,
+                                  KIV_SHAREDMEM_WRITE, 0, &mapping_, &id, &view),
+              KIV_ST_OK)
+        << name;
+    bytes_ = static_cast<unsigned char*>(view);
   }
-  ~AreaView() {
-    UnmapViewOfFile(bytes_);
-    CloseHandle(mapping_);
-  }
+  ~AreaView() { EXPECT_EQ(KivSdSharedMemFree(nullptr, mapping_, bytes_), KIV_ST_OK); }
   AreaView(const AreaView&) = delete;
   AreaView& operator=(const AreaView&) = delete;
 
-  std::string all() const { return std::string(reinterpret_cast<char*>(bytes_), 20480); }
+  std::string all() const {
+    return std::string(reinterpret_cast<char*>(bytes_), KIV_SEGMENT_AREA_BYTES);
+  }
 
   unsigned char* half(int chunk, bool first) const {
     return bytes_ + 4096 * chunk + (first ? 0 : 2048);
@@ -105,31 +105,38 @@ class AreaView {
     return word;
   }
 
-  HANDLE mapping_;
-  unsigned char* bytes_;
+  KivHandle mapping_ = nullptr;
+  unsigned char* bytes_ = nullptr;
 };
+
+inline std::string MemberName(const std::string& segment, int member) {
+  return segment + "_" + std::to_string(member);
+}
 
 // A member of a segment's set, opened by its name.
 class Member {
  public:
-  Member(const std::string& segment, int member)
-      : handle_(OpenSemaphoreA(SEMAPHORE_ALL_ACCESS, FALSE,
-                               (segment + "_" + std::to_string(member)).c_str())) {
-    EXPECT_NE(handle_, nullptr) << segment << "_" << member;
+  Member(const std::string& segment, int member) {
+    const std::string name = MemberName(segment, member);
+    EXPECT_EQ(KivSdCntSemOpen(nullptr, name.c_str(), &handle_), KIV_ST_OK) << name;
   }
-  ~Member() { CloseHandle(handle_); }
+  ~Member() { EXPECT_EQ(KivSdCntSemClose(nullptr, &handle_), KIV_ST_OK); }
   Member(const Member&) = delete;
   Member& operator=(const Member&) = delete;
 
   bool Take(uint32_t timeoutMs = 0) const {
-    return WaitForSingleObject(handle_, timeoutMs) == WAIT_OBJECT_0;
+    KivHandle handle = handle_;
+    return KivSdCntSemRequest(nullptr, &handle, timeoutMs) == KIV_ST_OK;
   }
-  bool Give() const { return ReleaseSemaphore(handle_, 1, nullptr) != FALSE; }
+  bool Give() const {
+    KivHandle handle = handle_;
+    return KivSdCntSemClear(nullptr, &handle, 1, nullptr) == KIV_ST_OK;
+  }
   // Whether the member can be taken now. Leaves it unchanged.
   bool IsGiven() const { return Take() && Give(); }
 
  private:
-  HANDLE handle_;
+  KivHandle handle_ = nullptr;
 };
 
 inline bool IsGiven(const std::string& segment, int member) {
@@ -137,16 +144,30 @@ inline bool IsGiven(const std::string& segment, int member) {
 }
 
 inline bool HasMember(const std::string& segment, int member) {
-  HANDLE handle =
-      OpenSemaphoreA(SYNCHRONIZE, FALSE, (segment + "_" + std::to_string(member)).c_str());
-  if (handle != nullptr) CloseHandle(handle);
-  return handle != nullptr;
+  KivHandle handle = nullptr;
+  if (KivSdCntSemOpen(nullptr, MemberName(segment, member).c_str(), &handle) != KIV_ST_OK) {
+    return false;
+  }
+  EXPECT_EQ(KivSdCntSemClose(nullptr, &handle), KIV_ST_OK);
+  return true;
 }
 
 inline bool HasArea(const std::string& segment) {
-  HANDLE handle = OpenFileMappingA(FILE_MAP_READ, FALSE, segment.c_str());
-  if (handle != nullptr) CloseHandle(handle);
-  return handle != nullptr;
+  KivHandle mapping = nullptr;
+  uint32_t id = 0;
+  void* view = nullptr;
+  if (KivSdSharedMemAlloc(nullptr, segment.c_str(), 0, KIV_SHAREDMEM_READ, 0, &mapping, &id,
+                          &view) != KIV_ST_OK) {
+    return false;
+  }
+  EXPECT_EQ(KivSdSharedMemFree(nullptr, mapping, view), KIV_ST_OK);
+  return true;
+}
+
+// Unmaps a view and leaves its block open.
+inline void UnmapView(void* view) {
+  // Without a handle only the second step fails.
+  EXPECT_EQ(KivSdSharedMemFree(nullptr, nullptr, view), KIV_ST_SHARED_MEM_FREE);
 }
 
 // Pseudo-random bytes without a zero byte, different for every seed.

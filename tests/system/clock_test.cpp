@@ -1,8 +1,7 @@
 // Sleeping, the process clock, the wall clock, the system clock and the fast timer.
 #include <gtest/gtest.h>
-#include <sys/timeb.h>
-#include <windows.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 
@@ -10,6 +9,7 @@
 #include "support/context.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/system_interface.h"
 
 namespace {
 
@@ -78,9 +78,9 @@ TEST(ProcessClock, RefusesNullTicks) {
 TEST(WallClock, MatchesTheRuntimesClock) {
   Context ctx;
   Guarded<uint64_t> seconds;
-  const __time64_t before = _time64(nullptr);
+  const time_t before = std::time(nullptr);
   CHECK_OK(ctx, KivSdTime(ctx, seconds));
-  const __time64_t after = _time64(nullptr);
+  const time_t after = std::time(nullptr);
   EXPECT_GE(*seconds, static_cast<uint64_t>(before));
   EXPECT_LE(*seconds, static_cast<uint64_t>(after));
   EXPECT_EQ(KivSdTime(nullptr, seconds), KIV_ST_OK);
@@ -216,22 +216,23 @@ void ExpectTimer(int64_t count, uint32_t expected) {
 }
 
 TEST(FastTimer, CountsMicrosecondsOfTheCounter) {
-  LARGE_INTEGER frequency, outerStart, innerStart, innerEnd, outerEnd;
-  ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
+  using Clock = std::chrono::steady_clock;
   uint32_t start = 0;
   uint32_t end = 0;
-  QueryPerformanceCounter(&outerStart);
+  const Clock::time_point outerStart = Clock::now();
   EXPECT_EQ(KivSdGetFastTimer(nullptr, &start), KIV_ST_OK);
-  QueryPerformanceCounter(&innerStart);
+  const Clock::time_point innerStart = Clock::now();
   KivSdSleep(nullptr, 20);
-  QueryPerformanceCounter(&innerEnd);
+  const Clock::time_point innerEnd = Clock::now();
   EXPECT_EQ(KivSdGetFastTimer(nullptr, &end), KIV_ST_OK);
-  QueryPerformanceCounter(&outerEnd);
+  const Clock::time_point outerEnd = Clock::now();
 
-  const auto microseconds = [&](int64_t count) { return count * 1000000 / frequency.QuadPart; };
+  const auto microseconds = [](Clock::duration time) {
+    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+  };
   const uint32_t elapsed = end - start;
-  EXPECT_GE(elapsed + 1, microseconds(innerEnd.QuadPart - innerStart.QuadPart));
-  EXPECT_LE(elapsed, microseconds(outerEnd.QuadPart - outerStart.QuadPart) + 1);
+  EXPECT_GE(elapsed + 1, microseconds(innerEnd - innerStart));
+  EXPECT_LE(elapsed, microseconds(outerEnd - outerStart) + 1);
   EXPECT_GE(elapsed, 10000u);
 }
 

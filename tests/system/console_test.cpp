@@ -1,7 +1,6 @@
 // The console operations, with replaced calls of the system and the runtime: the events that count
 // as keys, the results after failures, and reading an event in one step under a lock.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <cerrno>
@@ -15,7 +14,10 @@
 #include "support/guard_watch.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
 #include "support/lock_design.h"
+#include "support/os_errors.h"
+#include "support/system_interface.h"
 #include "support/threads.h"
 
 namespace {
@@ -37,6 +39,15 @@ constexpr uint32_t kStandardInput = STD_INPUT_HANDLE;
 constexpr uint32_t kStandardOutput = STD_OUTPUT_HANDLE;
 
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
+
+// The handles of the process's standard input and output.
+#ifdef _WIN32
+KivHandle StandardInput() { return GetStdHandle(STD_INPUT_HANDLE); }
+KivHandle StandardOutput() { return GetStdHandle(STD_OUTPUT_HANDLE); }
+#else
+KivHandle StandardInput() { return Handle(1); }
+KivHandle StandardOutput() { return Handle(2); }
+#endif
 
 // ---- A fake console input ----
 
@@ -132,8 +143,8 @@ TEST(Console, HoldsTheStandardHandles) {
   Context ctx;
   Guarded<KivSdConsole> console;
   CHECK_OK(ctx, KivSdConsoleInit(ctx, console));
-  EXPECT_EQ(console->input, GetStdHandle(STD_INPUT_HANDLE));
-  EXPECT_EQ(console->output, GetStdHandle(STD_OUTPUT_HANDLE));
+  EXPECT_EQ(console->input, StandardInput());
+  EXPECT_EQ(console->output, StandardOutput());
 
   EXPECT_EQ(KivSdConsoleInit(nullptr, console), KIV_ST_OK);
   CHECK_OK(ctx, KivSdConsoleTerm(ctx, console));
@@ -183,7 +194,7 @@ TEST(Console, HoldsTheInputIfTheOutputFails) {
   const ScriptedImport handles("GetStdHandle",
                                {.result = kInvalid, .error = kErrorAccessDenied, .passFirst = 1});
   CHECK_OUTCOME(ctx, KivSdConsoleInit(ctx, console), KIV_ST_CONSOLE_INIT, kErrorAccessDenied);
-  EXPECT_EQ(console->input, GetStdHandle(STD_INPUT_HANDLE));
+  EXPECT_EQ(console->input, StandardInput());
   EXPECT_EQ(console->output, nullptr);
 }
 
@@ -316,7 +327,7 @@ TEST(ConsoleKeyHit, FailsOnAHandleThatIsNotAConsole) {
   KivSdConsole console = {ends[0], ends[1]};
   uint8_t hit = kSpoilt;
   CHECK_OUTCOME(ctx, KivSdConsoleKeyHit(ctx, &console, &hit, nullptr), KIV_ST_CONSOLE_KEY,
-                kErrorInvalidHandle);
+                kiv::test::kOsNoConsole);
   EXPECT_EQ(hit, 0);
   for (KivHandle& end : ends) EXPECT_EQ(KivSdPipeClose(nullptr, &end), KIV_ST_OK);
 }
@@ -329,8 +340,7 @@ int Getch() {
   EXPECT_FALSE(bytes.empty()) << "would wait for a key";
   const int byte = bytes.front();
   bytes.pop_front();
-  errno = EBADF;
-  SetLastError(kErrorAccessDenied);
+  kiv::test::SetErrors(EBADF, kErrorAccessDenied);
   return byte;
 }
 

@@ -1,8 +1,12 @@
 // Text on the console: the bytes written, their order with the host's own output, and failures.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
 #include <io.h>
-#include <windows.h>
+#else
+#include <unistd.h>
+#endif
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +15,7 @@
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/last_error.h"
 #include "support/temporary_folder.h"
 
 namespace {
@@ -22,21 +27,36 @@ using kiv::test::TemporaryFolder;
 
 constexpr int kStandardOutput = 1;
 
+// The runtime's descriptor calls.
+#ifdef _WIN32
+int Open(const char* path) {
+  return _open(path, _O_CREAT | _O_TRUNC | _O_WRONLY | _O_BINARY, 0600);
+}
+int Duplicate(int file) { return _dup(file); }
+void DuplicateTo(int file, int target) { EXPECT_NE(_dup2(file, target), -1); }
+void Close(int file) { EXPECT_EQ(_close(file), 0); }
+#else
+int Open(const char* path) { return open(path, O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600); }
+int Duplicate(int file) { return dup(file); }
+void DuplicateTo(int file, int target) { EXPECT_EQ(dup2(file, target), target); }
+void Close(int file) { EXPECT_EQ(close(file), 0); }
+#endif
+
 // Redirects the process's standard output to a file during its lifetime.
 class CapturedOutput {
  public:
   explicit CapturedOutput(const std::string& path) {
     std::fflush(stdout);
-    saved_ = _dup(kStandardOutput);
-    const int file = _open(path.c_str(), _O_CREAT | _O_TRUNC | _O_WRONLY | _O_BINARY, 0600);
+    saved_ = Duplicate(kStandardOutput);
+    const int file = Open(path.c_str());
     EXPECT_GE(file, 0);
-    _dup2(file, kStandardOutput);
-    _close(file);
+    DuplicateTo(file, kStandardOutput);
+    Close(file);
   }
   ~CapturedOutput() {
     std::fflush(stdout);
-    _dup2(saved_, kStandardOutput);
-    _close(saved_);
+    DuplicateTo(saved_, kStandardOutput);
+    Close(saved_);
   }
   CapturedOutput(const CapturedOutput&) = delete;
   CapturedOutput& operator=(const CapturedOutput&) = delete;
@@ -112,8 +132,7 @@ const char* printedText;
 int Print(const char* format, const char* text) {
   EXPECT_STREQ(format, "%s");
   printedText = text;
-  errno = ENOSPC;
-  SetLastError(ERROR_ACCESS_DENIED);
+  kiv::test::SetErrors(ENOSPC, EACCES);
   return printed;
 }
 

@@ -1,21 +1,24 @@
 // Modules: failures of the system calls, the arguments of these calls, and error messages.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/guard_watch.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
+#include "support/system_interface.h"
 
 namespace {
 
 using kiv::test::Context;
 using kiv::test::GuardWatch;
 using kiv::test::ImportPatch;
+using kiv::test::kOsNoModule;
 using kiv::test::ScriptedImport;
 
 constexpr size_t kNameMost = 1028;
@@ -25,7 +28,17 @@ constexpr uint32_t kOtherError = 5555;
 
 KivHandle Handle(uintptr_t value) { return reinterpret_cast<KivHandle>(value); }
 
+// Errors whose texts have a placeholder for the module's name, and their neighbours.
+#ifdef _WIN32
+constexpr uint32_t kModuleErrors[] = {190, 191, 192, 193};
+constexpr uint32_t kOtherErrors[] = {2, 126, 189, 194};
+#else
+constexpr uint32_t kModuleErrors[] = {79, 80, 81, 82, 83};
+constexpr uint32_t kOtherErrors[] = {2, 13, 78, 84};
+#endif
+
 // Returns the system's text, with its placeholders unfilled or with the first one filled.
+#ifdef _WIN32
 std::string SystemText(uint32_t error, const char* name = nullptr) {
   char text[4096] = {};
   const char* inserts[11] = {name, "", "", "", "", "", "", "", "", "", ""};
@@ -35,6 +48,12 @@ std::string SystemText(uint32_t error, const char* name = nullptr) {
                  reinterpret_cast<va_list*>(const_cast<char**>(inserts)));
   return text;
 }
+#else
+std::string SystemText(uint32_t error, const char* name = nullptr) {
+  const std::string text = strerrordesc_np(static_cast<int>(error));
+  return name == nullptr ? text : std::string(name) + ": " + text;
+}
+#endif
 
 std::string MessageFor(uint32_t error) {
   const KivSdContext ctx = {KIV_ST_MODULE_LOAD, error, 0};
@@ -43,7 +62,7 @@ std::string MessageFor(uint32_t error) {
 
 // Lets a load of this path fail; messages then name the path.
 void FailToLoad(const std::string& path) {
-  const ScriptedImport load("LoadLibraryExA", {.result = 0, .error = ERROR_BAD_EXE_FORMAT});
+  const ScriptedImport load("LoadLibraryExA", {.result = 0, .error = kOsNoModule});
   KivHandle module = nullptr;
   EXPECT_EQ(KivSdModuleLoad(nullptr, path.c_str(), &module, 0), KIV_ST_MODULE_LOAD);
 }
@@ -149,10 +168,11 @@ TEST(ModuleRequest, HandlesAndNamesArePassedOn) {
   EXPECT_EQ(find.calls().at(0)[1], reinterpret_cast<uintptr_t>(entry));
 }
 
+UINT errorMode;  // of the process
+
 UINT WINAPI SetModeAndAnError(UINT mode) {
-  const UINT before = SetErrorMode(mode);
   SetLastError(kOtherError);
-  return before;
+  return std::exchange(errorMode, mode);
 }
 
 TEST(ModuleErrorBoxes, AreRestoredWithoutHidingTheError) {
@@ -167,25 +187,24 @@ UINT modeDuringLoad;
 bool loadSucceeds;
 
 HMODULE WINAPI LookAtTheMode(const char*, HANDLE, DWORD) {
-  modeDuringLoad = GetErrorMode();
-  return loadSucceeds ? GetModuleHandleA(nullptr) : nullptr;
+  modeDuringLoad = errorMode;
+  return loadSucceeds ? reinterpret_cast<HMODULE>(uintptr_t{16}) : nullptr;
 }
 
 TEST(ModuleErrorBoxes, AreOffDuringTheLoadAndRestoredAfterIt) {
-  const UINT before = SetErrorMode(0);
+  const ImportPatch boxes("SetErrorMode", reinterpret_cast<void*>(&SetModeAndAnError));
   const ImportPatch patch("LoadLibraryExA", reinterpret_cast<void*>(&LookAtTheMode));
   for (const UINT mode : {0u, 1u, 2u, 0x8002u}) {
     for (const bool succeeds : {false, true}) {
       loadSucceeds = succeeds;
       modeDuringLoad = ~0u;
-      SetErrorMode(mode);
+      errorMode = mode;
       KivHandle module = nullptr;
       static_cast<void>(KivSdModuleLoad(nullptr, "a.dll", &module, 0));
       EXPECT_EQ(modeDuringLoad, 1u);
-      EXPECT_EQ(GetErrorMode(), mode);
+      EXPECT_EQ(errorMode, mode);
     }
   }
-  SetErrorMode(before);
 }
 
 // ---- Error messages ----
@@ -200,14 +219,16 @@ struct Asked {
 };
 std::vector<Asked> asked;
 DWORD failingFlag;  // requests with this flag fail
+void* originalFormat;
 
 DWORD WINAPI KeepFormat(DWORD flags, const void* source, DWORD error, DWORD language, char* buffer,
-                        DWORD size, va_list* inserts) {
+                        DWORD size, void* inserts) {
   asked.push_back({flags, source, error, language, size, {}});
-  auto* texts = reinterpret_cast<const char* const*>(inserts);
+  auto* texts = static_cast<const char* const*>(inserts);
   for (int i = 0; texts != nullptr && i < 11; ++i) asked.back().inserts.push_back(texts[i]);
   if ((flags & failingFlag) != 0) return 0;
-  return FormatMessageA(flags, source, error, language, buffer, size, inserts);
+  return reinterpret_cast<decltype(&KeepFormat)>(originalFormat)(flags, source, error, language,
+                                                                 buffer, size, inserts);
 }
 
 class ModuleMessage : public testing::Test {
@@ -215,6 +236,7 @@ class ModuleMessage : public testing::Test {
   ModuleMessage() {
     asked.clear();
     failingFlag = 0;
+    originalFormat = format_.original();
   }
 
   const ImportPatch format_{"FormatMessageA", reinterpret_cast<void*>(&KeepFormat)};
@@ -226,7 +248,7 @@ constexpr DWORD kWithoutInserts = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IG
 TEST_F(ModuleMessage, NamesTheLastRequestedModuleForFourErrors) {
   FailToLoad("some.dll");
   FailToLoad("100%1%n.dll");
-  for (const uint32_t error : {190u, 191u, 192u, 193u}) {
+  for (const uint32_t error : kModuleErrors) {
     asked.clear();
     const std::string message = MessageFor(error);
     EXPECT_EQ(message, SystemText(error, "100%1%n.dll"));
@@ -245,7 +267,7 @@ TEST_F(ModuleMessage, NamesTheLastRequestedModuleForFourErrors) {
 
 TEST_F(ModuleMessage, LeavesThePlaceholdersOfOtherErrorsUnfilled) {
   FailToLoad("some.dll");
-  for (const uint32_t error : {2u, 126u, 189u, 194u}) {
+  for (const uint32_t error : kOtherErrors) {
     asked.clear();
     const std::string message = MessageFor(error);
     EXPECT_EQ(message, SystemText(error));
@@ -264,7 +286,7 @@ TEST_F(ModuleMessage, UsesTheFirst1028CharactersOfTheName) {
     while (path.size() < length) path += static_cast<char>('a' + path.size() % 26);
     FailToLoad(path);
     asked.clear();
-    static_cast<void>(MessageFor(ERROR_BAD_EXE_FORMAT));
+    static_cast<void>(MessageFor(kOsNoModule));
     ASSERT_GE(asked.size(), 1u);
     EXPECT_EQ(asked[0].inserts.at(0), path.substr(0, kNameMost));
   }
@@ -272,18 +294,18 @@ TEST_F(ModuleMessage, UsesTheFirst1028CharactersOfTheName) {
 
 TEST_F(ModuleMessage, LeavesThePlaceholdersUnfilledIfTheTextBecomesTooLong) {
   FailToLoad(std::string(kNameMost, 'n'));
-  EXPECT_EQ(MessageFor(193), SystemText(193));
+  EXPECT_EQ(MessageFor(kOsNoModule), SystemText(kOsNoModule));
   ASSERT_EQ(asked.size(), 2u);
   EXPECT_EQ(asked[0].flags, kWithInserts);
   EXPECT_EQ(asked[1].flags, kWithoutInserts);
 
   // The longest text that fits is one character shorter than the buffer.
-  const size_t around = SystemText(193, "").size();
+  const size_t around = SystemText(kOsNoModule, "").size();
   const std::string longest(kBufferBytes - 1 - around, 'n');
   FailToLoad(longest);
-  EXPECT_EQ(MessageFor(193), SystemText(193, longest.c_str()));
+  EXPECT_EQ(MessageFor(kOsNoModule), SystemText(kOsNoModule, longest.c_str()));
   FailToLoad(longest + "n");
-  EXPECT_EQ(MessageFor(193), SystemText(193));
+  EXPECT_EQ(MessageFor(kOsNoModule), SystemText(kOsNoModule));
 }
 
 TEST_F(ModuleMessage, IsUnknownErrorWithoutASystemText) {
@@ -297,7 +319,7 @@ TEST_F(ModuleMessage, IsUnknownErrorWithoutASystemText) {
 TEST_F(ModuleMessage, OmitsTheNameIfItCannotBeInserted) {
   FailToLoad("some.dll");
   failingFlag = FORMAT_MESSAGE_ARGUMENT_ARRAY;
-  for (const uint32_t error : {190u, 193u}) EXPECT_EQ(MessageFor(error), SystemText(error));
+  for (const uint32_t error : kModuleErrors) EXPECT_EQ(MessageFor(error), SystemText(error));
 }
 
 TEST_F(ModuleMessage, UsesTheContextsErrorAndNotTheThreads) {
@@ -313,8 +335,8 @@ TEST_F(ModuleMessage, UsesTheThreadsErrorWithoutAContext) {
   EXPECT_STREQ(KivSdModuleGetErrorMessage(nullptr), "No errors");
   SetLastError(ERROR_ACCESS_DENIED);
   EXPECT_EQ(KivSdModuleGetErrorMessage(nullptr), SystemText(ERROR_ACCESS_DENIED));
-  SetLastError(ERROR_BAD_EXE_FORMAT);
-  EXPECT_EQ(KivSdModuleGetErrorMessage(nullptr), SystemText(193, "some.dll"));
+  SetLastError(kOsNoModule);
+  EXPECT_EQ(KivSdModuleGetErrorMessage(nullptr), SystemText(kOsNoModule, "some.dll"));
 }
 
 TEST_F(ModuleMessage, UsesTheNameOfASuccessfulLoadButNotOfARefusedOne) {
@@ -327,7 +349,7 @@ TEST_F(ModuleMessage, UsesTheNameOfASuccessfulLoadButNotOfARefusedOne) {
     EXPECT_EQ(KivSdModuleLoad(nullptr, nullptr, &module, 0), KIV_ST_ARGUMENT);
     EXPECT_EQ(load.calls().size(), 1u);
   }
-  EXPECT_EQ(MessageFor(193), SystemText(193, "second.dll"));
+  EXPECT_EQ(MessageFor(kOsNoModule), SystemText(kOsNoModule, "second.dll"));
 }
 
 // ---- The lease guard ----

@@ -1,6 +1,5 @@
 // The system directory, a process's working set, and the login name.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <cstring>
 #include <string>
@@ -9,6 +8,9 @@
 #include "support/context.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/machine_facts.h"
+#include "support/os_errors.h"
+#include "support/system_interface.h"
 
 namespace {
 
@@ -17,14 +19,21 @@ using kiv::test::ExpectText;
 using kiv::test::Guarded;
 using kiv::test::GuardedBytes;
 using kiv::test::ImportPatch;
+using kiv::test::kOsBufferTooSmall;
+using kiv::test::kOsNoPrivilege;
+using kiv::test::kOsNoSuchPrivilege;
 using kiv::test::kSpoilt;
+using kiv::test::LoginNameOfProcess;
 using kiv::test::ScriptedImport;
+using kiv::test::SystemDirectoryOfMachine;
+using kiv::test::ThisProcess;
+using kiv::test::WorkingSetBytes;
+using kiv::test::WorkingSetOfProcess;
 
 // ---- The system directory ----
 
 constexpr char kDirectory[] = "C:\\WINDOWS";
 constexpr uint32_t kDirectoryBytes = sizeof kDirectory;
-constexpr uint32_t kErrorBufferTooSmall = 122;
 
 // Like the system's call, does not fail if the directory does not fit, but returns the needed size.
 UINT WINAPI FakeDirectory(LPSTR buffer, UINT sizeBytes) {
@@ -35,12 +44,10 @@ UINT WINAPI FakeDirectory(LPSTR buffer, UINT sizeBytes) {
 }
 
 TEST(HomePath, IsTheSystemDirectory) {
-  char expected[MAX_PATH];
-  ASSERT_NE(GetWindowsDirectoryA(expected, sizeof expected), 0u);
   Context ctx;
   GuardedBytes path(KIV_SYSTEM_PATH_MAX);
   CHECK_OK(ctx, KivSdHomePathGet(ctx, KIV_SYSTEM_PATH_MAX, path.text()));
-  EXPECT_STREQ(path.text(), expected);
+  EXPECT_EQ(path.text(), SystemDirectoryOfMachine());
   EXPECT_EQ(KivSdHomePathGet(nullptr, KIV_SYSTEM_PATH_MAX, path.text()), KIV_ST_OK);
 }
 
@@ -60,7 +67,7 @@ TEST(HomePath, ThatDoesNotFitFailsWithAnEmptyText) {
     Context ctx;
     GuardedBytes path(length);
     CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, length, path.text()), KIV_ST_HOME_PATH,
-                  kErrorBufferTooSmall);
+                  kOsBufferTooSmall);
     EXPECT_EQ(path.text()[0], '\0');
     EXPECT_EQ(KivSdHomePathGet(nullptr, length, path.text()), KIV_ST_HOME_PATH);
   }
@@ -70,14 +77,14 @@ TEST(HomePath, AsLongAsTheBufferLacksRoomForItsTerminator) {
   const ScriptedImport directory("GetWindowsDirectoryA", {.result = 8});
   Context ctx;
   GuardedBytes path(8);
-  CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 8, path.text()), KIV_ST_HOME_PATH, kErrorBufferTooSmall);
+  CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 8, path.text()), KIV_ST_HOME_PATH, kOsBufferTooSmall);
   EXPECT_EQ(path.text()[0], '\0');
 }
 
 TEST(HomePath, OfThisMachineDoesNotFitOneByte) {
   Context ctx;
   GuardedBytes path(1);
-  CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 1, path.text()), KIV_ST_HOME_PATH, kErrorBufferTooSmall);
+  CHECK_OUTCOME(ctx, KivSdHomePathGet(ctx, 1, path.text()), KIV_ST_HOME_PATH, kOsBufferTooSmall);
 }
 
 TEST(HomePath, FailsWithTheSystemsError) {
@@ -117,15 +124,13 @@ BOOL WINAPI FakeWorkingSet(HANDLE, PSIZE_T minimum, PSIZE_T maximum) {
 }
 
 TEST(WorkingSet, OfThisProcessIsReportedInPageUnits) {
-  SIZE_T least = 0;
-  SIZE_T most = 0;
-  ASSERT_TRUE(GetProcessWorkingSetSize(GetCurrentProcess(), &least, &most));
+  const WorkingSetBytes bytes = WorkingSetOfProcess();
   Context ctx;
   Guarded<uint64_t> minimum;
   Guarded<uint64_t> maximum;
-  CHECK_OK(ctx, KivSdProcessWorkingSetSizeGet(ctx, GetCurrentProcess(), minimum, maximum));
-  EXPECT_EQ(*minimum, least / 8192);
-  EXPECT_EQ(*maximum, most / 8192);
+  CHECK_OK(ctx, KivSdProcessWorkingSetSizeGet(ctx, ThisProcess(), minimum, maximum));
+  EXPECT_EQ(*minimum, bytes.minimum / 8192);
+  EXPECT_EQ(*maximum, bytes.maximum / 8192);
 }
 
 TEST(WorkingSet, IsRoundedDownToPageUnits) {
@@ -160,7 +165,7 @@ TEST(WorkingSet, ThatCannotBeReadFailsWithTheSystemsError) {
   Context ctx;
   uint64_t minimum = 7;
   uint64_t maximum = 8;
-  const KivHandle process = GetCurrentProcess();
+  const KivHandle process = ThisProcess();
   CHECK_OUTCOME(ctx, KivSdProcessWorkingSetSizeGet(ctx, process, &minimum, &maximum),
                 KIV_ST_WORKING_SET_GET, 6u);
   EXPECT_EQ(minimum, 7u);
@@ -208,7 +213,7 @@ TEST(WorkingSet, IsSetInBytesLimitedToTwoGibibytes) {
 TEST(WorkingSet, CannotBeSetToZero) {
   const ScriptedImport set("SetProcessWorkingSetSize", {.result = TRUE});
   Context ctx;
-  const KivHandle process = GetCurrentProcess();
+  const KivHandle process = ThisProcess();
   CHECK_ARGUMENT(ctx, KivSdProcessWorkingSetSizeSet(ctx, process, 0, 1));
   CHECK_ARGUMENT(ctx, KivSdProcessWorkingSetSizeSet(ctx, process, 1, 0));
   CHECK_ARGUMENT(ctx, KivSdProcessWorkingSetSizeSet(ctx, process, 0, 0));
@@ -219,9 +224,12 @@ TEST(WorkingSet, CannotBeSetToZero) {
 TEST(WorkingSet, DistinguishesAMissingPrivilegeFromOtherFailures) {
   struct {
     uint32_t osError, status;
-  } const cases[] = {{1313, KIV_ST_WORKING_SET_PRIVILEGE}, {1314, KIV_ST_WORKING_SET_PRIVILEGE},
-                     {1312, KIV_ST_WORKING_SET_SET},       {1315, KIV_ST_WORKING_SET_SET},
-                     {87, KIV_ST_WORKING_SET_SET},         {0, KIV_ST_WORKING_SET_SET}};
+  } const cases[] = {{kOsNoSuchPrivilege, KIV_ST_WORKING_SET_PRIVILEGE},
+                     {kOsNoPrivilege, KIV_ST_WORKING_SET_PRIVILEGE},
+                     {1312, KIV_ST_WORKING_SET_SET},
+                     {1315, KIV_ST_WORKING_SET_SET},
+                     {87, KIV_ST_WORKING_SET_SET},
+                     {0, KIV_ST_WORKING_SET_SET}};
   for (const auto& [osError, status] : cases) {
     const ScriptedImport set("SetProcessWorkingSetSize", {.result = FALSE, .error = osError});
     Context ctx;
@@ -242,15 +250,13 @@ BOOL WINAPI FakeUserName(LPSTR buffer, LPDWORD sizeBytes) {
 }
 
 TEST(LoginName, IsTheSystems) {
-  char expected[KIV_LOGIN_NAME_MAX];
-  DWORD expectedBytes = sizeof expected;
-  ASSERT_TRUE(GetUserNameA(expected, &expectedBytes));
+  const std::string expected = LoginNameOfProcess();
   Context ctx;
   GuardedBytes name(KIV_LOGIN_NAME_MAX);
   Guarded<uint32_t> length;
   CHECK_OK(ctx, KivSdGetSessionLoginUsername(ctx, name.text(), length));
-  EXPECT_STREQ(name.text(), expected);
-  EXPECT_EQ(*length, expectedBytes - 1);
+  EXPECT_EQ(name.text(), expected);
+  EXPECT_EQ(*length, expected.size());
   EXPECT_EQ(KivSdGetSessionLoginUsername(nullptr, name.text(), length), KIV_ST_OK);
 }
 

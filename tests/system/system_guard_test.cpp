@@ -1,14 +1,15 @@
 // The lease guard in failover mode: every system information operation except the login name calls
 // the guard first, and no time operation calls it.
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <algorithm>
+#include <csetjmp>
 #include <functional>
 #include <iterator>
 
 #include "kivsdu/kivsdu.h"
 #include "support/import_patch.h"
+#include "support/machine_facts.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ const Operation kGuarded[] = {
     {"KivSdHomePathGet", [] { KivSdHomePathGet(nullptr, 1029, Output<char>()); }},
     {"KivSdProcessWorkingSetSizeGet",
      [] {
-       KivSdProcessWorkingSetSizeGet(nullptr, GetCurrentProcess(), Output<uint64_t>(),
+       KivSdProcessWorkingSetSizeGet(nullptr, kiv::test::ThisProcess(), Output<uint64_t>(),
                                      Output<uint64_t>() + 1);
      }},
     {"KivSdProcessWorkingSetSizeSet",
@@ -167,37 +168,24 @@ TEST_F(LeaseGuard, IsCalledBeforeAnArgumentIsRefused) {
   }
 }
 
+jmp_buf breachPoint;
 const char* breach;
 int guardCallsBeforeBreach;
 
-// Replaces the runtime's assertion routine: ends the thread instead of the process.
-void EndThread(const char* condition, const char*, unsigned) {
+// Replaces the runtime's assertion routine: returns to the test instead of ending the process.
+void ReturnToTest(const char* condition, const char*, unsigned) {
   breach = condition;
   guardCallsBeforeBreach = guardCalls;
-  ExitThread(0);
-}
-
-DWORD WINAPI CallIt(void* operation) {
-  static_cast<const Operation*>(operation)->call();
-  return 1;
-}
-
-DWORD RunInThread(const Operation& operation) {
-  const HANDLE thread =
-      CreateThread(nullptr, 0, &CallIt, const_cast<Operation*>(&operation), 0, nullptr);
-  WaitForSingleObject(thread, INFINITE);
-  DWORD code = 2;
-  GetExitCodeThread(thread, &code);
-  CloseHandle(thread);
-  return code;
+  std::longjmp(breachPoint, 1);
 }
 
 TEST_F(LeaseGuard, IsCalledBeforeAProgrammingErrorEndsTheProcess) {
-  const ImportPatch assertion("_assert", reinterpret_cast<void*>(&EndThread));
+  const ImportPatch assertion("_assert", reinterpret_cast<void*>(&ReturnToTest));
   for (const Operation& operation : kBreaches) {
     Prepare();
+    breach = nullptr;
     guardCallsBeforeBreach = 0;
-    EXPECT_EQ(RunInThread(operation), 0u) << operation.name;
+    if (setjmp(breachPoint) == 0) operation.call();
     EXPECT_STREQ(breach, operation.name);
     EXPECT_EQ(guardCallsBeforeBreach, 1) << operation.name;
   }

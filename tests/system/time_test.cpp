@@ -11,6 +11,7 @@
 #include "support/context.h"
 #include "support/guarded.h"
 #include "support/import_patch.h"
+#include "support/os_errors.h"
 
 namespace {
 
@@ -18,12 +19,22 @@ using kiv::test::Context;
 using kiv::test::ExpectText;
 using kiv::test::Guarded;
 using kiv::test::GuardedBytes;
+using kiv::test::kOsTimeOutOfRange;
 using kiv::test::kSpoilt;
 using kiv::test::ScriptedImport;
 
 constexpr int64_t kBefore1970 = -100000;
 constexpr int64_t kAfter3000 = int64_t{1} << 40;
-constexpr uint32_t kErrorInvalid = 22;  // errno of a time that the runtime cannot convert
+constexpr uint32_t kErrorInvalid = 22;  // errno of fields that have no text
+
+// Times that the runtime cannot convert, and those for which it also has no text.
+#ifdef _WIN32
+constexpr int64_t kNoLocalTimes[] = {kBefore1970, kAfter3000, INT64_MIN, INT64_MAX};
+constexpr int64_t kNoTexts[] = {kBefore1970, kAfter3000, INT64_MIN, INT64_MAX};
+#else
+constexpr int64_t kNoLocalTimes[] = {INT64_MIN, INT64_MAX};
+constexpr int64_t kNoTexts[] = {kAfter3000, INT64_MIN, INT64_MAX};
+#endif
 
 // 2026-11-21, a Saturday.
 constexpr KivSdLocalTime kSaturday = {.time = 1795267035,
@@ -50,8 +61,13 @@ class TimeZone {
 
  private:
   static void Set(const std::string& zone) {
+#ifdef _WIN32
     _putenv(("TZ=" + zone).c_str());
     _tzset();
+#else
+    zone.empty() ? unsetenv("TZ") : setenv("TZ", zone.c_str(), 1);
+    tzset();
+#endif
   }
 
   std::string old_;
@@ -78,8 +94,8 @@ TEST(LocalTime, AgreesWithTheRuntimes) {
     Guarded<KivSdLocalTime> local;
     CHECK_OK(ctx, KivSdLocalTimeGet(ctx, seconds, local));
     EXPECT_EQ(local->time, static_cast<uint32_t>(seconds));
-    const __time64_t time = seconds;
-    const tm* expected = _localtime64(&time);
+    const time_t time = seconds;
+    const tm* expected = std::localtime(&time);
     ASSERT_NE(expected, nullptr);
     ExpectSame(*local, *expected);
     EXPECT_EQ(KivSdLocalTimeGet(nullptr, seconds, local), KIV_ST_OK);
@@ -139,12 +155,29 @@ TEST(LocalTime, KeepsTheSecondsIfTheyCannotBeConverted) {
 }
 
 TEST(LocalTime, CannotBeOutsideTheRuntimesCenturies) {
-  for (const int64_t seconds : {kBefore1970, kAfter3000, INT64_MIN, INT64_MAX}) {
+  for (const int64_t seconds : kNoLocalTimes) {
     Context ctx;
     Guarded<KivSdLocalTime> local;
-    CHECK_OUTCOME(ctx, KivSdLocalTimeGet(ctx, seconds, local), KIV_ST_LOCAL_TIME, kErrorInvalid);
+    CHECK_OUTCOME(ctx, KivSdLocalTimeGet(ctx, seconds, local), KIV_ST_LOCAL_TIME,
+                  kOsTimeOutOfRange);
   }
 }
+
+#ifndef _WIN32
+// The runtime of Windows refuses these times.
+TEST(LocalTime, CanBeBefore1970AndInALateYear) {
+  const TimeZone zone("UTC0");
+  Context ctx;
+  Guarded<KivSdLocalTime> local;
+  CHECK_OK(ctx, KivSdLocalTimeGet(ctx, kBefore1970, local));
+  EXPECT_EQ(local->time, static_cast<uint32_t>(kBefore1970));
+  EXPECT_EQ(local->year, 69);
+  EXPECT_EQ(local->month, 11);
+  EXPECT_EQ(local->day, 30);
+  CHECK_OK(ctx, KivSdLocalTimeGet(ctx, kAfter3000, local));
+  EXPECT_EQ(local->year, 36812 - 1900);
+}
+#endif
 
 TEST(LocalTime, NeedsARecord) {
   Context ctx;
@@ -329,8 +362,8 @@ TEST(TimeText, NeedsARecordABufferAndALength) {
 // ---- The runtime's text of a time ----
 
 TEST(RuntimeTimeText, KeepsItsNewline) {
-  const __time64_t time = kSaturday.time;
-  const std::string expected = _ctime64(&time);
+  const time_t time = kSaturday.time;
+  const std::string expected = std::ctime(&time);
   ASSERT_EQ(expected.size(), 25u);
   ASSERT_EQ(expected.back(), '\n');
   for (const uint32_t length : {26u, 27u, 100u}) {
@@ -343,8 +376,8 @@ TEST(RuntimeTimeText, KeepsItsNewline) {
 }
 
 TEST(RuntimeTimeText, IsCutToTheLengthAndNotTrimmed) {
-  const __time64_t time = kSaturday.time;
-  const std::string whole = _ctime64(&time);
+  const time_t time = kSaturday.time;
+  const std::string whole = std::ctime(&time);
   for (uint32_t length = 1; length <= 25; ++length) {
     Context ctx;
     GuardedBytes text(length);
@@ -361,18 +394,18 @@ TEST(RuntimeTimeText, IsInTheTimeZone) {
 }
 
 TEST(RuntimeTimeText, TakesTimesBeyondThirtyTwoBits) {
-  const __time64_t time = 0x123456789;
+  const time_t time = 0x123456789;
   GuardedBytes text(26);
   EXPECT_EQ(KivSdCTime(nullptr, time, 26, text.text()), KIV_ST_OK);
-  ExpectText(text, _ctime64(&time));
+  ExpectText(text, std::ctime(&time));
 }
 
 TEST(RuntimeTimeText, CannotBeOutsideTheRuntimesCenturies) {
-  for (const int64_t seconds : {kBefore1970, kAfter3000, INT64_MIN, INT64_MAX}) {
+  for (const int64_t seconds : kNoTexts) {
     Context ctx;
     GuardedBytes text(26);
     CHECK_OUTCOME(ctx, KivSdCTime(ctx, seconds, 26, text.text()), KIV_ST_TIME_FORMAT,
-                  kErrorInvalid);
+                  kOsTimeOutOfRange);
     ExpectText(text, "");
     EXPECT_EQ(KivSdCTime(nullptr, seconds, 26, text.text()), KIV_ST_TIME_FORMAT);
   }

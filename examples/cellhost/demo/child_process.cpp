@@ -1,41 +1,41 @@
 // Child processes; see child_process.h.
 #include "demo/child_process.h"
 
-#include <string.h>
-
 #include <algorithm>
 
 #include "host/complain.h"
-#include "host/own_process.h"
+#include "host/platform.h"
 #include "host/thread_record.h"
-#include "kivsdu/pipe.h"
 #include "kivsdu/thread.h"
 
 namespace cellhost {
 namespace {
 
 constexpr char kSourceOutput[] = "cellhost/child_process output";
-constexpr char kSourceCommandLine[] = "cellhost/child_process command line";
+constexpr char kSourceArguments[] = "cellhost/child_process arguments";
 constexpr uint32_t kPathBytes = 4096;
-constexpr uint32_t kPipeBytes = 64 * 1024;
+constexpr uint32_t kPieceBytes = 16 * 1024;
 constexpr uint32_t kEndAfterKillMs = 5 * 1000;
 
-bool Append(HostArray<char>* text, size_t count, char c) {
-  return text->Resize(text->count() + static_cast<uint32_t>(count), c);
+// Appends an argument with its terminator.
+bool AppendArgument(std::string_view argument, HostArray<char>* arguments) {
+  const uint32_t before = arguments->count();
+  if (!arguments->Resize(before + static_cast<uint32_t>(argument.size()) + 1, '\0')) return false;
+  std::copy(argument.begin(), argument.end(), arguments->data() + before);
+  return true;
 }
 
-// Appends an argument in quotes, by the C runtime's rules for parsing a command line: in front of a
-// quote, each backslash is doubled, and one more escapes the quote; elsewhere a backslash is plain.
-bool AppendArgument(std::string_view argument, HostArray<char>* commandLine) {
-  if (commandLine->count() != 0 && !Append(commandLine, 1, ' ')) return false;
-  if (!Append(commandLine, 1, '"')) return false;
-  size_t backslashes = 0;  // number of backslashes directly before `c`
-  for (const char c : argument) {
-    if (c == '"' && !Append(commandLine, backslashes + 1, '\\')) return false;
-    if (!Append(commandLine, 1, c)) return false;
-    backslashes = c == '\\' ? backslashes + 1 : 0;
+// The arguments as StartProcess takes them, without the empty ones.
+bool MakeArguments(std::initializer_list<std::string_view> given, HostArray<char>* arguments) {
+  char program[kPathBytes];
+  if (!OwnProgram(program, sizeof program)) {
+    return Complain("the path of this program is too long; move it to a shorter one");
   }
-  return Append(commandLine, backslashes, '\\') && Append(commandLine, 1, '"');
+  if (!AppendArgument(program, arguments)) return false;
+  for (const std::string_view argument : given) {
+    if (!argument.empty() && !AppendArgument(argument, arguments)) return false;
+  }
+  return arguments->Append('\0');
 }
 
 }  // namespace
@@ -43,60 +43,30 @@ bool AppendArgument(std::string_view argument, HostArray<char>* commandLine) {
 ChildProcess::ChildProcess() : output_(kSourceOutput) {}
 
 ChildProcess::~ChildProcess() {
-  if (process_ != nullptr) {
-    if (alive()) Kill();
-    CloseProcess(process_);
-  }
-  KivSdContext* ctx = ThisContext();
-  if (readEnd_ != nullptr) Succeeded(ctx, KivSdPipeClose(ctx, &readEnd_), "close a pipe");
-}
-
-bool ChildProcess::MakeCommandLine(std::initializer_list<std::string_view> arguments,
-                                   HostArray<char>* commandLine) {
-  char program[kPathBytes];
-  if (!OwnProgram(program, sizeof program)) {
-    return Complain("the path of this program is too long; move it to a shorter one");
-  }
-  if (!AppendArgument({program, strlen(program)}, commandLine)) return false;
-  for (const std::string_view argument : arguments) {
-    if (!argument.empty() && !AppendArgument(argument, commandLine)) return false;
-  }
-  return Append(commandLine, 1, '\0');
+  if (process_ == nullptr) return;
+  if (alive()) Kill();
+  CloseProcess(process_);
+  CloseOutput(readEnd_);
 }
 
 bool ChildProcess::Start(std::initializer_list<std::string_view> arguments) {
-  HostArray<char> commandLine(kSourceCommandLine);
-  if (!MakeCommandLine(arguments, &commandLine)) return false;
-  KivSdContext* ctx = ThisContext();
-  KivHandle writeEnd = nullptr;
-  if (!Succeeded(ctx, KivSdPipeCreate(ctx, &readEnd_, &writeEnd, kPipeBytes), "make a pipe")) {
-    return false;
-  }
-  const StartedProcess started = StartProcess(commandLine.data(), writeEnd);
-  // The child has its own handle. While this one is open, the pipe would never end.
-  Succeeded(ctx, KivSdPipeClose(ctx, &writeEnd), "close a pipe");
+  HostArray<char> made(kSourceArguments);
+  if (!MakeArguments(arguments, &made)) return false;
+  const StartedProcess started = StartProcess(made.data());
   process_ = started.process;
+  readEnd_ = started.output;
   id_ = started.id;
   if (process_ != nullptr) return true;
-  return Complain("could not start '%s': OS error %u", commandLine.data(), started.osError);
+  return Complain("could not start '%s': OS error %u", made.data(), started.osError);
 }
 
 bool ChildProcess::Pump() {
-  KivSdContext* ctx = ThisContext();
   for (;;) {
-    uint32_t availableBytes = 0;
-    // The pipe ends with the process, which AwaitEnd notices.
-    if (KivSdNamedPipePeek(ctx, &readEnd_, 0, nullptr, nullptr, &availableBytes, nullptr) != 0 ||
-        availableBytes == 0) {
-      return true;
-    }
     const uint32_t before = output_.count();
-    uint32_t readBytes = 0;
-    if (!output_.Resize(before + availableBytes, 0)) return false;
-    const uint32_t status =
-        KivSdPipeRead(ctx, &readEnd_, output_.data() + before, availableBytes, &readBytes);
-    if (!output_.Resize(before + readBytes, 0)) return false;
-    if (status != 0) return Succeeded(ctx, status, "read what a process has printed");
+    if (!output_.Resize(before + kPieceBytes, 0)) return false;
+    const uint32_t readBytes = ReadOutput(readEnd_, output_.data() + before, kPieceBytes);
+    output_.Resize(before + readBytes, 0);
+    if (readBytes == 0) return true;
   }
 }
 

@@ -41,11 +41,8 @@ class ChildProcess {
   std::string_view output() const { return {output_.data(), output_.count()}; }
 
  private:
-  bool MakeCommandLine(std::initializer_list<std::string_view> arguments,
-                       HostArray<char>* commandLine);
-
   KivHandle process_ = nullptr;
-  KivHandle readEnd_ = nullptr;  // of the anonymous pipe into which the process prints
+  KivHandle readEnd_ = nullptr;  // of the pipe into which the process prints
   uint32_t id_ = 0;
   HostArray<char> output_;
 };

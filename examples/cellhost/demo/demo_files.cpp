@@ -20,7 +20,8 @@ namespace cellhost {
 namespace {
 
 constexpr char kNamePrefix[] = "ce";
-constexpr char kBackupThatExpires[] = "BACKUP 1";
+constexpr uint32_t kFirstPauseSeconds = 1;
+constexpr uint32_t kLongestPauseSeconds = 16;
 constexpr uint32_t kPutsEach = 5;  // PUTs of each client that AwaitMore waits for
 constexpr uint32_t kMoreLimitMs = 30 * 1000;
 constexpr double kUsPerSecond = 1e6;
@@ -47,20 +48,29 @@ bool DemoFiles::ChooseFolder() {
   return true;
 }
 
-// Sends a command to the server and prints the reply. Returns whether it succeeds or fails as
-// expected.
-bool DemoFiles::Order(PipeClient* control, const char* order, bool expected,
+// Has the server make a backup, and prints its report.
+bool DemoFiles::BackUp(PipeClient* control, std::string* report) const {
+  bool made = false;
+  if (!Order(control, kBackup.data(), &made, report)) return false;
+  return made || Complain("the server made no backup: %s", report->c_str());
+}
+
+// Sends a command to the server and prints the reply.
+//
+//   accepted  receives whether the server carried the command out
+bool DemoFiles::Order(PipeClient* control, const char* order, bool* accepted,
                       std::string* text) const {
   Reply reply;
   if (!control->Ask(order, &reply)) return false;
+  *accepted = reply.ok;
   *text = reply.text;
   Item(order, "%s", text->c_str());
-  return reply.ok == expected || Complain("the server did not react as expected");
+  return true;
 }
 
 // Returns the folder of a backup. The backup's report begins with the folder's name.
 std::string DemoFiles::FolderIn(const std::string& report) const {
-  return folder_ + "\\" + report.substr(0, report.find(':'));
+  return folder_ + "/" + report.substr(0, report.find(':'));
 }
 
 bool DemoFiles::StartCounters(const DemoServer& server) {
@@ -86,18 +96,45 @@ bool DemoFiles::AwaitMore() const {
 bool DemoFiles::BackUpMeanwhile(PipeClient* control) {
   std::string report;
   for (uint32_t at = 0; at < counterCount_; ++at) atLeast_[at] = counters_[at].stored();
-  if (!Order(control, kBackup.data(), true, &report)) return false;
+  if (!BackUp(control, &report)) return false;
   for (uint32_t at = 0; at < counterCount_; ++at) atMost_[at] = counters_[at].stored() + 1;
   firstCopy_ = FolderIn(report);
   return AwaitMore();
 }
 
+// Makes a backup that leaves writes paused for some seconds, and asks for another one, which the
+// server must refuse. On a busy machine the pause may be over before. Its clock counts whole
+// seconds: a pause is up to one second shorter than was asked for.
+DemoFiles::PauseSeen DemoFiles::SeePause(PipeClient* control, uint32_t seconds) const {
+  const std::string order = std::string(kBackup) + " " + std::to_string(seconds);
+  std::string first;
+  std::string second;
+  bool made = false;
+  bool madeAgain = false;
+  const Stopwatch watch;
+  if (!Order(control, order.c_str(), &made, &first) ||
+      !Order(control, kBackup.data(), &madeAgain, &second)) {
+    return PauseSeen::kFailed;
+  }
+  if (made && !madeAgain) return PauseSeen::kYes;
+  if (watch.elapsedUs() >= (seconds - 1) * kUsPerSecond) return PauseSeen::kTooLate;
+  Complain(
+      "'%s' should make a backup and leave writes paused, and a backup right after it should "
+      "be refused; the server said '%s', then '%s'",
+      order.c_str(), first.c_str(), second.c_str());
+  return PauseSeen::kFailed;
+}
+
 // Pauses writes without lifting the pause; a waiting PUT must lift it.
 bool DemoFiles::LetPauseExpire(PipeClient* control) const {
-  std::string report;
-  if (!Order(control, kBackupThatExpires, true, &report) ||
-      !Order(control, kBackup.data(), false, &report)) {
-    return false;
+  PauseSeen seen = PauseSeen::kTooLate;
+  for (uint32_t seconds = kFirstPauseSeconds;
+       seen == PauseSeen::kTooLate && seconds <= kLongestPauseSeconds; seconds *= 2) {
+    seen = SeePause(control, seconds);
+  }
+  if (seen == PauseSeen::kFailed) return false;
+  if (seen == PauseSeen::kTooLate) {
+    return Complain("this machine is too busy: a backup took more than %u s", kLongestPauseSeconds);
   }
   const Stopwatch watch;
   if (!AwaitMore()) return false;
@@ -180,7 +217,7 @@ bool DemoFiles::MakeLastBackup(const DemoServer& server) {
   Heading("Backup after the changes");
   std::string report;
   PipeClient control;
-  if (!control.Open(server.pipe().c_str(), 0) || !Order(&control, kBackup.data(), true, &report)) {
+  if (!control.Open(server.pipe().c_str(), 0) || !BackUp(&control, &report)) {
     return false;
   }
   control.Leave();

@@ -53,11 +53,14 @@ class DemoFiles {
   bool StartCounters(const DemoServer& server);
   bool AwaitMore() const;
   bool BackUpMeanwhile(PipeClient* control);
+  enum class PauseSeen { kYes, kTooLate, kFailed };
+  PauseSeen SeePause(PipeClient* control, uint32_t seconds) const;
   bool LetPauseExpire(PipeClient* control) const;
   bool KillNow(DemoServer* server);
   bool CheckRestarted(DemoServer* server);
   bool CheckFirstCopy(const DemoServer& server) const;
-  bool Order(PipeClient* control, const char* order, bool expected, std::string* text) const;
+  bool BackUp(PipeClient* control, std::string* report) const;
+  bool Order(PipeClient* control, const char* order, bool* accepted, std::string* text) const;
   std::string FolderIn(const std::string& report) const;
 
   const DemoOptions& options_;

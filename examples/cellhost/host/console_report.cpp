@@ -1,10 +1,11 @@
 // Console output; see console_report.h.
 #include "host/console_report.h"
 
-#include <io.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+
+#include "host/platform.h"
 
 namespace cellhost {
 namespace {
@@ -70,6 +71,6 @@ ShortText Duration(uint64_t seconds) {
   return duration;
 }
 
-bool OutputIsTerminal() { return _isatty(_fileno(stdout)) != 0; }
+bool OutputIsTerminal() { return IsTerminal(stdout); }
 
 }  // namespace cellhost

@@ -5,19 +5,9 @@
 #include <string.h>
 
 #include "host/complain.h"
+#include "host/platform.h"
 
 namespace cellhost {
-namespace {
-
-// Returns 0 for a file without a size, such as a device.
-uint64_t SizeOf(FILE* file) {
-  if (_fseeki64(file, 0, SEEK_END) != 0) return 0;
-  const int64_t sizeBytes = _ftelli64(file);
-  if (_fseeki64(file, 0, SEEK_SET) != 0 || sizeBytes < 0) return 0;
-  return static_cast<uint64_t>(sizeBytes);
-}
-
-}  // namespace
 
 InputFile::~InputFile() {
   if (file_ != nullptr) fclose(file_);  // opened for reading: a failure loses nothing

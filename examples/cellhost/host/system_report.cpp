@@ -9,7 +9,7 @@
 #include "host/exit_code.h"
 #include "host/host.h"
 #include "host/host_memory.h"
-#include "host/own_process.h"
+#include "host/platform.h"
 #include "host/thread_record.h"
 #include "kivsdu/kivsdu.h"
 #include "kivutlu/kivutlu.h"

@@ -86,6 +86,7 @@ void PrintFiles(const ServeOptions& options, const CellFiles& files) {
   Item("Cells", "%u blocks", files.pageCount());
   Item("Journal", "%s%s, %s skipped, %u bytes dropped", Grouped(replayed.carriedOut).text,
        kCarriedOutAgain.data(), Grouped(replayed.passedOver).text, replayed.droppedBytes);
+  fflush(stdout);  // for a reader that reads it as soon as it can connect
 }
 
 void PrintServed(const Service& service) {

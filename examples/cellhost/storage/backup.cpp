@@ -104,7 +104,7 @@ bool MakeEmptyFolder(const std::string& path) {
 
 }  // namespace
 
-std::string InFolder(const std::string& folder, const char* name) { return folder + "\\" + name; }
+std::string InFolder(const std::string& folder, const char* name) { return folder + "/" + name; }
 
 std::string Backup::FolderOf(uint32_t number) const {
   return InFolder(folder_, ("backup-" + std::to_string(number)).c_str());

@@ -1,9 +1,8 @@
 // Checking and renaming files; see rename_file.h.
 #include "storage/rename_file.h"
 
-#include <windows.h>
-
 #include "host/complain.h"
+#include "host/platform.h"
 #include "host/thread_record.h"
 #include "kivsdu/file.h"
 
@@ -19,16 +18,15 @@ bool Exists(const std::string& path, bool* exists) {
 }
 
 bool PutInPlace(const char* path, const char* placePath) {
-  constexpr DWORD kHow = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-  if (MoveFileExA(path, placePath, kHow) != 0) return true;
-  return Complain("could not put '%s' in the place of '%s': OS error %lu", path, placePath,
-                  GetLastError());
+  const uint32_t error = Rename(path, placePath, true);
+  if (error == 0) return true;
+  return Complain("could not put '%s' in the place of '%s': OS error %u", path, placePath, error);
 }
 
-// Without MOVEFILE_REPLACE_EXISTING, which the system refuses for folders.
 bool GiveName(const char* path, const char* namePath) {
-  if (MoveFileExA(path, namePath, MOVEFILE_WRITE_THROUGH) != 0) return true;
-  return Complain("could not name '%s' '%s': OS error %lu", path, namePath, GetLastError());
+  const uint32_t error = Rename(path, namePath, false);
+  if (error == 0) return true;
+  return Complain("could not name '%s' '%s': OS error %u", path, namePath, error);
 }
 
 }  // namespace cellhost

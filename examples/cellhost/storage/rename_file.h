@@ -1,5 +1,4 @@
-// Checks whether files and folders exist, and renames them. Renaming calls the operating system
-// directly, because the library has no operation for it.
+// Checks whether files and folders exist, and renames them.
 #ifndef CELLHOST_STORAGE_RENAME_FILE_H
 #define CELLHOST_STORAGE_RENAME_FILE_H
 

@@ -297,14 +297,14 @@ TEST_F(BackupTest, GetsItsNameOnlyWhenComplete) {
 }
 
 TEST_F(BackupTest, RemovesAnUnfinishedCopyOfAKilledServer) {
-  folder_.Make("data\\backup.new");
-  Write(newCopy_ + "\\cells.pag", "half");
-  Write(newCopy_ + "\\stale", "");
+  folder_.Make("data/backup.new");
+  Write(Join(newCopy_, "cells.pag"), "half");
+  Write(Join(newCopy_, "stale"), "");
   bool made = false;
   const std::string text = store_.Backup(0, &made).text;
   ASSERT_TRUE(made) << text;
   EXPECT_FALSE(HasNewCopy());
-  EXPECT_FALSE(std::filesystem::exists(Copy(1) + "\\stale"));
+  EXPECT_FALSE(std::filesystem::exists(Join(Copy(1), "stale")));
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
 }
 
@@ -313,7 +313,7 @@ TEST_F(BackupTest, ACopyThatLacksPutsIsRefused) {
   bool made = false;
   store_.Backup(0, &made);
   ASSERT_TRUE(made);
-  const std::string path = Copy(1) + "\\cells.jnl";
+  const std::string path = Join(Copy(1), "cells.jnl");
   const std::string whole = Bytes(path);
   ASSERT_EQ(whole.size(), 3 * kRecordBytes);
   for (const size_t bytes : {0u, 1u, 31u, 32u, 64u, 95u}) {
@@ -360,7 +360,7 @@ TEST_F(BackupTest, CopiesTheJournalUpToTheLastValidRecord) {
   bool made = false;
   const std::string text = store_.Backup(0, &made).text;
   EXPECT_TRUE(Contains(text, ", 1 records of cells.jnl")) << text;
-  EXPECT_EQ(Bytes(Copy(1) + "\\cells.jnl").size(), kRecordBytes);
+  EXPECT_EQ(Bytes(Join(Copy(1), "cells.jnl")).size(), kRecordBytes);
   EXPECT_EQ(Reopen(Copy(1)), before);
 }
 
@@ -539,7 +539,7 @@ TEST_F(BackupTest, CopiesAJournalOfManyPieces) {
   bool made = false;
   store_.Backup(0, &made);
   ASSERT_TRUE(made);
-  EXPECT_EQ(Bytes(Copy(1) + "\\cells.jnl"), Bytes(Path("cells.jnl")));
+  EXPECT_EQ(Bytes(Join(Copy(1), "cells.jnl")), Bytes(Path("cells.jnl")));
   EXPECT_EQ(Reopen(Copy(1)), store_.Everything());
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -97,7 +98,11 @@ class CellStore {
 class CellStoreTest : public testing::Test {
  protected:
   std::string Folder() const { return folder_.Path("data"); }
-  std::string Path(const std::string& name) const { return Folder() + "\\" + name; }
+  std::string Path(const std::string& name) const { return Join(Folder(), name); }
+
+  static std::string Join(const std::string& folder, const std::string& name) {
+    return (std::filesystem::path(folder) / name).string();
+  }
 
   // Opens a store on the folder. Returns its cells, or the error output of the failure.
   std::string Reopen(const std::string& folder, uint32_t rows = kRows) {

@@ -13,11 +13,10 @@ ValueResult<const char*> FromText(const char* text) {
   return {false, RuntimeError(), nullptr};
 }
 
-// Per-thread storage for the text that TimeText and LocalTimeText return.
-char* TextStorage() {
-  thread_local char text[64];
-  return text;
-}
+// The text that TimeText and LocalTimeText return to this thread. The runtime fails rather than
+// write more than these bytes.
+constexpr size_t kTextBytes = 26;
+thread_local char threadText[kTextBytes];
 
 }  // namespace
 
@@ -42,13 +41,12 @@ ValueResult<tm> LocalTime(int64_t seconds) {
   return {true, 0, broken};
 }
 
-ValueResult<const char*> TimeText(const tm& time) {
-  return FromText(asctime_r(&time, TextStorage()));
-}
+ValueResult<const char*> TimeText(const tm& time) { return FromText(asctime_r(&time, threadText)); }
 
 ValueResult<const char*> LocalTimeText(int64_t seconds) {
-  const time_t time = seconds;
-  return FromText(ctime_r(&time, TextStorage()));
+  const ValueResult<tm> time = LocalTime(seconds);
+  if (!time.ok) return {false, time.error, nullptr};
+  return TimeText(time.value);
 }
 
 }  // namespace kiv::os

@@ -7,7 +7,10 @@
 namespace kiv::os {
 namespace {
 
-constexpr int64_t kNanosecondsPerSecond = 1000000000;
+// Callers multiply the count by 1000000 in 64 bits. With nanoseconds the product would wrap every
+// few hours, with microseconds it wraps after 213 days.
+constexpr int64_t kTicksPerSecond = 1000000;
+constexpr int64_t kNanosecondsPerTick = 1000;
 
 }  // namespace
 
@@ -21,9 +24,10 @@ uint32_t TickCountMs() {
 ValueResult<int64_t> Counter() {
   timespec now = {};
   const Result result = FromErrno(clock_gettime(CLOCK_MONOTONIC, &now));
-  return {result.ok, result.error, now.tv_sec * kNanosecondsPerSecond + now.tv_nsec};
+  return {result.ok, result.error,
+          now.tv_sec * kTicksPerSecond + now.tv_nsec / kNanosecondsPerTick};
 }
 
-ValueResult<int64_t> CounterFrequency() { return {true, 0, kNanosecondsPerSecond}; }
+ValueResult<int64_t> CounterFrequency() { return {true, 0, kTicksPerSecond}; }
 
 }  // namespace kiv::os

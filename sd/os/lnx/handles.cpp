@@ -44,13 +44,13 @@ Slot* TakeFirstFree() {
   return slot;
 }
 
+}  // namespace
+
 // Generations run from 1: slot 0 would otherwise have the handle 0.
-uint32_t NextGeneration(uint32_t tag) {
-  const uint32_t generation = tag >> kKindBits;
+uint32_t GenerationToCome(const Slot* slot) {
+  const uint32_t generation = slot->tag.load(std::memory_order_relaxed) >> kKindBits;
   return generation == kMaxGeneration ? 1 : generation + 1;
 }
-
-}  // namespace
 
 Slot* TakeSlot() {
   pthread_mutex_lock(&tableMutex);
@@ -60,7 +60,7 @@ Slot* TakeSlot() {
 }
 
 void* PublishSlot(Slot* slot, Kind kind) {
-  const uint32_t generation = NextGeneration(slot->tag.load(std::memory_order_relaxed));
+  const uint32_t generation = GenerationToCome(slot);
   slot->tag.store(generation << kKindBits | static_cast<uint32_t>(kind), std::memory_order_release);
   return reinterpret_cast<void*>(uintptr_t{generation << kSlotNumberBits | slot->number});
 }

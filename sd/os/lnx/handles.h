@@ -11,7 +11,8 @@
 //
 // Thread safety: all functions may run on any thread. Finding a slot takes no lock and two loads.
 // A slot's content belongs to the kind that took it; it must stay valid memory for a reader whose
-// handle another thread closes meanwhile.
+// handle another thread closes meanwhile. A content that begins with an ObjectWord (object_word.h)
+// keeps such a reader from the next object in the slot.
 #ifndef KIV_OS_LNX_HANDLES_H
 #define KIV_OS_LNX_HANDLES_H
 
@@ -26,6 +27,7 @@ namespace kiv::os {
 enum class Kind : uint32_t {
   kFree = 0,
   kSemaphore,
+  kSharedSemaphore,
   kMutex,
   kEvent,
   kThread,
@@ -53,6 +55,9 @@ constexpr uint32_t kMaxGeneration = 0x7FF;
 
 // Arrays of kSlotsPerChunk slots; null until needed.
 extern std::atomic<Slot*> slotChunks[kChunks];
+
+// The generation of the next handle that PublishSlot makes for this slot.
+uint32_t GenerationToCome(const Slot* slot);
 
 // Takes a free slot. It has no handle until PublishSlot. Null if memory or numbers ran out.
 Slot* TakeSlot();

@@ -1,71 +1,60 @@
+// The mutex is a semaphore of count 1. The locks hold it for a few instructions and never twice.
 #include "os/park.h"
 
-#include <pthread.h>
-#include <semaphore.h>
-
 #include <cerrno>
-#include <new>
+#include <cstdint>
 
-#include "os/lnx/posix.h"
+#include "os/lnx/event.h"
+#include "os/lnx/semaphore_record.h"
 
 namespace kiv::os {
+namespace {
 
-ValueResult<void*> MakeParkMutex() {
-  auto* mutex = new (std::nothrow) pthread_mutex_t;
-  if (mutex == nullptr) return {false, ENOMEM, nullptr};
-  const Result result = FromCode(pthread_mutex_init(mutex, nullptr));
-  return {result.ok, result.error, mutex};
+constexpr int32_t kFree = 1;
+
+Result Take(void* semaphore) {
+  Slot* slot = FindSlot(semaphore, Kind::kSemaphore);
+  if (slot == nullptr) return {false, EBADF};
+  const Wait waited = WaitForSemaphore(slot, semaphore, kWaitForEver);
+  return {waited.result == kWaitSignalled, waited.error};
 }
 
-ValueResult<void*> MakeParkSemaphore() {
-  auto* semaphore = new (std::nothrow) sem_t;
-  if (semaphore == nullptr) return {false, ENOMEM, nullptr};
-  const Result result = FromErrno(sem_init(semaphore, 0, 0));
-  return {result.ok, result.error, semaphore};
+Result Give(void* semaphore) {
+  Slot* slot = FindSlot(semaphore, Kind::kSemaphore);
+  if (slot == nullptr) return {false, EBADF};
+  return GiveSemaphoreIn(slot, semaphore, 1, nullptr);
 }
 
-Result CloseParkMutex(void* mutex) {
-  auto* made = static_cast<pthread_mutex_t*>(mutex);
-  const Result result = FromCode(pthread_mutex_destroy(made));
-  delete made;
-  return result;
-}
+}  // namespace
 
-Result CloseParkSemaphore(void* semaphore) {
-  auto* made = static_cast<sem_t*>(semaphore);
-  const Result result = FromErrno(sem_destroy(made));
-  delete made;
-  return result;
-}
+ValueResult<void*> MakeParkMutex() { return MakeUnnamedSemaphore(kFree, kFree); }
 
-Result TakeParkMutex(void* mutex) {
-  return FromCode(pthread_mutex_lock(static_cast<pthread_mutex_t*>(mutex)));
-}
+ValueResult<void*> MakeParkSemaphore() { return MakeUnnamedSemaphore(0, INT32_MAX); }
 
-Result ReleaseParkMutex(void* mutex) {
-  return FromCode(pthread_mutex_unlock(static_cast<pthread_mutex_t*>(mutex)));
-}
+Result CloseParkMutex(void* mutex) { return CloseAndFree(mutex, Kind::kSemaphore); }
+
+Result CloseParkSemaphore(void* semaphore) { return CloseAndFree(semaphore, Kind::kSemaphore); }
+
+Result TakeParkMutex(void* mutex) { return Take(mutex); }
+
+Result ReleaseParkMutex(void* mutex) { return Give(mutex); }
 
 Result ReleaseAndPark(void* mutex, void* semaphore) {
-  const Result released = ReleaseParkMutex(mutex);
-  if (!released.ok) return released;
-  int waited;
-  do {
-    waited = sem_wait(static_cast<sem_t*>(semaphore));
-  } while (waited == -1 && errno == EINTR);
-  return FromErrno(waited);
+  const Result released = Give(mutex);
+  return released.ok ? Take(semaphore) : released;
 }
 
-// An event is a semaphore that is raised once and waited for once.
-ValueResult<void*> MakeParkEvent() { return MakeParkSemaphore(); }
+ValueResult<void*> MakeParkEvent() { return MakeEvent(EventKind::kAutomatic, false); }
 
-Result CloseParkEvent(void* event) { return CloseParkSemaphore(event); }
+Result CloseParkEvent(void* event) { return CloseAndFree(event, Kind::kEvent); }
 
 Result SignalAndTake(void* event, void* mutex) {
-  const Result signalled = Unpark(event);
-  return signalled.ok ? TakeParkMutex(mutex) : signalled;
+  Slot* slot = FindSlot(event, Kind::kEvent);
+  if (slot == nullptr) return {false, EBADF};
+  const Result signalled = SignalEventIn(slot, IdentityOf(event));
+  return signalled.ok ? Take(mutex) : signalled;
 }
 
-Result Unpark(void* semaphore) { return FromErrno(sem_post(static_cast<sem_t*>(semaphore))); }
+Result Unpark(void* semaphore) { return Give(semaphore); }
 
 }  // namespace kiv::os

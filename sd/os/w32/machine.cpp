@@ -3,10 +3,21 @@
 #include "os/w32/win32.h"
 
 namespace kiv::os {
+namespace {
+
+// Compatibility: bit 28 is tested, not the top bit. System names in the reports of running hosts
+// must not change.
+constexpr uint32_t kVersionPlainWindows = 1u << 28;
+
+}  // namespace
 
 const uint32_t kErrorBufferTooSmall = ERROR_INSUFFICIENT_BUFFER;
 
 uint32_t SystemVersion() { return GetVersion(); }
+
+const char* SystemName(uint32_t version) {
+  return (version & kVersionPlainWindows) != 0 ? "Windows" : "Windows NT";
+}
 
 MemoryStatus PhysicalMemory() {
   MEMORYSTATUS status = {};

@@ -10,6 +10,11 @@ void* CurrentProcessHandle() { return GetCurrentProcess(); }
 
 uint32_t CurrentProcessId() { return GetCurrentProcessId(); }
 
+Wait WaitForProcess(void* process, uint32_t timeoutMs) {
+  const DWORD result = WaitForSingleObject(process, timeoutMs);
+  return {result, result == WAIT_OBJECT_0 ? 0 : GetLastError()};
+}
+
 Result EndProcess(void* process, uint32_t exitCode) {
   return FromBool(TerminateProcess(process, exitCode));
 }

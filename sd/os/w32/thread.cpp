@@ -20,6 +20,9 @@ Result JoinThread(void* handle) { return FromWait(WaitForSingleObject(handle, IN
 
 Result CloseThread(void* handle) { return FromBool(CloseHandle(handle)); }
 
+// Only newer systems have the call.
+void NameCurrentThread(const char* /*name*/) {}
+
 void SleepMs(uint32_t timeMs) { Sleep(timeMs); }
 
 }  // namespace kiv::os

@@ -83,6 +83,21 @@ void ChildProcess::Kill() const {
   EndsWithin(kLimitMs);
 }
 
+InheritingChild::InheritingChild(const std::string& role, void* end, void* other)
+    : process_(new ChildProcess) {
+  const Role run = FindRole(role);
+  const pid_t id = fork();
+  if (id == 0) {
+    constexpr unsigned kLongestRoleSeconds = 90;
+    alarm(kLongestRoleSeconds);
+    _exit(static_cast<int>(run({std::to_string(reinterpret_cast<uintptr_t>(end)),
+                                std::to_string(reinterpret_cast<uintptr_t>(other))})));
+  }
+  EXPECT_GT(id, 0);
+  process_->process_ = reinterpret_cast<void*>(static_cast<intptr_t>(id));
+  process_->id_ = static_cast<uint32_t>(id);
+}
+
 // Both processes open the semaphore of this name; the one that made it removes the name.
 SharedSignal::SharedSignal(const std::string& name) : name_(name) {
   const std::string path = "/" + name;

@@ -32,6 +32,11 @@
   extern decltype(::kiv::os::primitive) Real##primitive asm("__real_" symbol); \
   extern decltype(::kiv::os::primitive) Wrap##primitive asm("__wrap_" symbol);
 
+// As above for a function of the C runtime, which the library calls without a primitive.
+#define KIV_SEAM_FUNCTION(function, name, symbol)               \
+  extern decltype(::function) Real##name asm("__real_" symbol); \
+  extern decltype(::function) Wrap##name asm("__wrap_" symbol);
+
 namespace kiv::test {
 
 // An import by name, and the function that its calls reach: the stand-in, or a patch.

@@ -89,6 +89,14 @@ void ChildProcess::Kill() const {
   WaitForSingleObject(process_, kLimitMs);
 }
 
+InheritingChild::InheritingChild(const std::string& role, void* end, void* /*other*/) {
+  const HANDLE self = GetCurrentProcess();
+  HANDLE copy = nullptr;
+  EXPECT_TRUE(DuplicateHandle(self, end, self, &copy, 0, TRUE, DUPLICATE_SAME_ACCESS));
+  process_ = new ChildProcess(role, {std::to_string(reinterpret_cast<uintptr_t>(copy))});
+  CloseHandle(copy);
+}
+
 SharedSignal::SharedSignal(const std::string& name)
     : name_(name), event_(CreateEventA(nullptr, FALSE, FALSE, name.c_str())) {
   EXPECT_NE(event_, nullptr) << name << ": " << GetLastError();

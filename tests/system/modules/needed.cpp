@@ -1,4 +1,8 @@
 // A module that kiv_needing depends on.
 #include <cstdint>
 
-extern "C" __declspec(dllexport) uint32_t NeededAnswer() { return 42; }
+#include "module_api.h"
+
+extern "C" MODULE_EXPORT uint32_t NeededAnswer();
+
+uint32_t NeededAnswer() { return 42; }

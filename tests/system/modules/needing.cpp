@@ -1,6 +1,9 @@
 // A module that cannot be loaded without kiv_needed.
 #include <cstdint>
 
-extern "C" __declspec(dllimport) uint32_t NeededAnswer();
+#include "module_api.h"
 
-extern "C" __declspec(dllexport) uint32_t NeedingAnswer() { return NeededAnswer() + 1; }
+extern "C" MODULE_IMPORT uint32_t NeededAnswer();
+extern "C" MODULE_EXPORT uint32_t NeedingAnswer();
+
+uint32_t NeedingAnswer() { return NeededAnswer() + 1; }

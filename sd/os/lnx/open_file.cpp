@@ -1,0 +1,150 @@
+#include "os/lnx/open_file.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "os/lnx/posix.h"
+#include "os/lnx/share_claims.h"
+
+namespace kiv::os {
+namespace {
+
+constexpr mode_t kAnyoneWrites = S_IWUSR | S_IWGRP | S_IWOTH;
+constexpr mode_t kNewFile = S_IRUSR | S_IRGRP | S_IROTH | kAnyoneWrites;
+
+// How often a file that others make and remove at the same moment is tried.
+constexpr int kAttempts = 16;
+
+int OpenRetried(const char* path, int flags, mode_t mode) {
+  int descriptor = -1;
+  do {
+    descriptor = open(path, flags | O_CLOEXEC | O_NOCTTY, mode);
+  } while (descriptor == -1 && errno == EINTR);
+  return descriptor;
+}
+
+// Opens or makes the file. `made` tells which, because the rights of a new file bind only later
+// opens.
+int OpenOrMake(const char* path, const OpenPlan& plan, bool* made) {
+  const int flags = plan.access | plan.moreFlags;
+  const mode_t mode = plan.readOnlyIfNew ? kNewFile & ~kAnyoneWrites : kNewFile;
+  *made = plan.making == Making::kOnlyNew;
+  if (*made) return OpenRetried(path, flags | O_CREAT | O_EXCL, mode);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    *made = false;
+    int descriptor = OpenRetried(path, flags, 0);
+    if (descriptor != -1 || errno != ENOENT || plan.making == Making::kNever) return descriptor;
+    *made = true;
+    descriptor = OpenRetried(path, flags | O_CREAT | O_EXCL, mode);
+    if (descriptor != -1 || errno != EEXIST) return descriptor;
+  }
+  // A link to a missing file: it exists for O_EXCL only.
+  return OpenRetried(path, flags | O_CREAT, mode);
+}
+
+// A descriptor that cannot write needs a second one to empty its file.
+Result Empty(int descriptor, int access) {
+  if (access != O_RDONLY) return FromErrno(ftruncate(descriptor, 0));
+  char path[sizeof "/proc/self/fd/" + 16];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+  const int writer = OpenRetried(path, O_WRONLY | O_TRUNC, 0);
+  if (writer == -1) return {false, static_cast<uint32_t>(errno)};
+  return CloseOnce(writer);
+}
+
+// Checks, claims and empties the file of an opened descriptor.
+Result Settle(int descriptor, const OpenPlan& plan, bool made, OpenedFile* opened) {
+  struct stat status;
+  if (fstat(descriptor, &status) == -1) return {false, static_cast<uint32_t>(errno)};
+  if (S_ISDIR(status.st_mode)) return {false, EISDIR};
+  if (plan.access != O_RDONLY && !made && IsReadOnly(status)) return {false, EACCES};
+  opened->isRegular = S_ISREG(status.st_mode);
+  if (!opened->isRegular) return {true, 0};
+  const Result claimed = ClaimFile(descriptor, plan.uses, plan.denies);
+  if (!claimed.ok) {
+    opened->heldByAnother = claimed.error == kErrorConflict;
+    return claimed;
+  }
+  return plan.empties && !made ? Empty(descriptor, plan.access) : Result{true, 0};
+}
+
+int Allocate(int descriptor, int64_t from, int64_t to) {
+  int failed = 0;
+  do {
+    failed = fallocate(descriptor, 0, from, to - from) == 0 ? 0 : errno;
+  } while (failed == EINTR);
+  return failed;
+}
+
+Result Grow(int descriptor, int64_t from, int64_t to) {
+  const int failed = Allocate(descriptor, from, to);
+  if (failed == EOPNOTSUPP || failed == ENOSYS) return FromErrno(ftruncate(descriptor, to));
+  // A failed allocation may have grown the file by a part.
+  if (failed != 0) static_cast<void>(FromErrno(ftruncate(descriptor, from)));
+  return FromCode(failed);
+}
+
+}  // namespace
+
+OpenedFile OpenFile(const char* path, const OpenPlan& plan) {
+  OpenedFile opened = {-1, EFAULT, false, false};
+  if (path == nullptr) return opened;
+  bool made = false;
+  const int descriptor = OpenOrMake(path, plan, &made);
+  opened.error = static_cast<uint32_t>(errno);
+  if (descriptor == -1) return opened;
+  const Result settled = Settle(descriptor, plan, made, &opened);
+  opened.error = settled.error;
+  if (settled.ok) {
+    opened.descriptor = descriptor;
+  } else {
+    static_cast<void>(CloseOnce(descriptor));
+  }
+  return opened;
+}
+
+bool IsReadOnly(const struct stat& status) {
+  return S_ISREG(status.st_mode) && (status.st_mode & kAnyoneWrites) == 0;
+}
+
+Result RemoveName(const char* path) {
+  if (path == nullptr) return {false, EFAULT};
+  struct stat status;
+  if (lstat(path, &status) == -1) return {false, static_cast<uint32_t>(errno)};
+  if (IsReadOnly(status)) return {false, EACCES};
+  return FromErrno(unlink(path));
+}
+
+void RemoveNameOf(int descriptor) {
+  char link[sizeof "/proc/self/fd/" + 16];
+  std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+  char path[PATH_MAX];
+  const ssize_t length = readlink(link, path, sizeof path - 1);
+  if (length <= 0) return;
+  path[length] = '\0';
+  struct stat file;
+  struct stat named;
+  if (fstat(descriptor, &file) == -1 || lstat(path, &named) == -1) return;
+  if (file.st_dev == named.st_dev && file.st_ino == named.st_ino) unlink(path);
+}
+
+Result CloseOnce(int descriptor) {
+  const Result closed = FromErrno(close(descriptor));
+  // The kernel has closed the descriptor even if a signal interrupted the call.
+  return closed.error == EINTR ? Result{true, 0} : closed;
+}
+
+Result ResizeFile(int descriptor, int64_t sizeBytes) {
+  struct stat status;
+  if (fstat(descriptor, &status) == -1) return {false, static_cast<uint32_t>(errno)};
+  if ((fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDONLY) return {false, EACCES};
+  const bool grows = S_ISREG(status.st_mode) && sizeBytes > status.st_size;
+  if (grows) return Grow(descriptor, status.st_size, sizeBytes);
+  return FromErrno(ftruncate(descriptor, sizeBytes));
+}
+
+}  // namespace kiv::os

@@ -1,0 +1,1 @@
+// Windows: the linker reads the names from kivsdu.def itself.
