@@ -1,17 +1,16 @@
 // The allocators that the memory manager is compared with. An object belongs to one thread. It has
 // Allocate and usually Free and Resize, and DropAll if it can free all its blocks at once.
+//
+// peer_allocators.h has the other allocators of the platform.
 #ifndef KIV_BENCH_ALLOCATORS_H
 #define KIV_BENCH_ALLOCATORS_H
-
-#include <mimalloc.h>
-#include <oneapi/tbb/scalable_allocator.h>
-#include <windows.h>
 
 #include <array>
 #include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
+#include <thread>
 
 namespace kiv::bench {
 
@@ -21,49 +20,6 @@ struct Runtime {
   void* Allocate(uint32_t sizeBytes) { return std::malloc(sizeBytes); }
   void* Resize(void* block, uint32_t sizeBytes) { return std::realloc(block, sizeBytes); }
   void Free(void* block) { std::free(block); }
-};
-
-struct SystemHeap {
-  static constexpr char kName[] = "HeapAlloc";
-
-  void* Allocate(uint32_t sizeBytes) { return HeapAlloc(heap, 0, sizeBytes); }
-  void* Resize(void* block, uint32_t sizeBytes) { return HeapReAlloc(heap, 0, block, sizeBytes); }
-  void Free(void* block) { HeapFree(heap, 0, block); }
-
-  HANDLE heap = GetProcessHeap();
-};
-
-struct Mimalloc {
-  static constexpr char kName[] = "mimalloc";
-
-  void* Allocate(uint32_t sizeBytes) { return mi_malloc(sizeBytes); }
-  void* Resize(void* block, uint32_t sizeBytes) { return mi_realloc(block, sizeBytes); }
-  void Free(void* block) { mi_free(block); }
-};
-
-// A heap for each request: mimalloc's counterpart of short heaps.
-class MimallocHeap {
- public:
-  static constexpr char kName[] = "mimalloc heap";
-
-  ~MimallocHeap() { mi_heap_destroy(heap_); }
-
-  void* Allocate(uint32_t sizeBytes) { return mi_heap_malloc(heap_, sizeBytes); }
-  void DropAll() {
-    mi_heap_destroy(heap_);
-    heap_ = mi_heap_new();
-  }
-
- private:
-  mi_heap_t* heap_ = mi_heap_new();
-};
-
-struct Tbbmalloc {
-  static constexpr char kName[] = "tbbmalloc";
-
-  void* Allocate(uint32_t sizeBytes) { return scalable_malloc(sizeBytes); }
-  void* Resize(void* block, uint32_t sizeBytes) { return scalable_realloc(block, sizeBytes); }
-  void Free(void* block) { scalable_free(block); }
 };
 
 // The cost of a lock and little else: lists of free blocks by powers of two. Each operation takes
@@ -100,7 +56,7 @@ class LockedList {
   inline static Shared shared;
 
   static void Lock() {
-    while (shared.locked.exchange(1) != 0) YieldProcessor();
+    while (shared.locked.exchange(1) != 0) std::this_thread::yield();
   }
   static void Unlock() { shared.locked.exchange(0); }
 

@@ -1,19 +1,19 @@
 // The cost that direct I/O adds to the system's calls, the gain of transfers that are not waited
 // for, and the cost of a write lease.
 //
-// The files lie in the folder for temporary files. The time of the device and its cache is part of
-// every figure.
+// The file lies in the working folder. The time of the device and its cache is part of every figure.
 #include <benchmark/benchmark.h>
-#include <windows.h>
 
 #include <cstdint>
-#include <string>
+#include <memory>
 
 #include "alternation.h"
 #include "kivsdu/kivsdu.h"
+#include "raw.h"
 
 namespace {
 
+namespace raw = kiv::bench::raw;
 using kiv::bench::Alternate;
 
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
@@ -21,50 +21,58 @@ constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
 constexpr uint32_t kOutstandingBlocks = 8;  // per transfer that is not waited for
 constexpr uint32_t kMaxOutstanding = 8;
 
-// A file of kFileBytes that is deleted when it is closed, and a buffer for its whole contents.
+constexpr char kPath[] = "kivsdu-bench-blocks";
+constexpr uint32_t kReadAndWrite = 0xC0000000;
+constexpr uint32_t kShareAll = 7;
+constexpr uint32_t kCreateAlways = 2;
+constexpr uint32_t kNoWait = 0x40000000;  // the flag of files whose transfers are not waited for
+
+// A file of kFileBytes, opened by the library and by the platform's calls, and a buffer for its
+// whole contents. The destructor deletes it.
 class File {
  public:
-  explicit File(DWORD flags) {
-    char folder[MAX_PATH] = "";
-    GetTempPathA(sizeof folder, folder);
-    const std::string path = std::string(folder) + "kivsdu-bench-blocks";
-    KivSdDirectIOFileOpen(nullptr, path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, CREATE_ALWAYS,
-                          nullptr, flags | FILE_FLAG_DELETE_ON_CLOSE, &file_);
+  explicit File(bool noWait) {
+    KivSdAlignedMemAlloc(nullptr, kFileBlocks, &buffer_);
+    KivSdDirectIOFileOpen(nullptr, kPath, kReadAndWrite, kShareAll, kCreateAlways, nullptr,
+                          noWait ? kNoWait : 0, &file_);
     KivSdNoWaitCb record = {};
     uint32_t count = 0;
     KivSdDirectIOFileWrite(nullptr, file_, 0, buffer_, kFileBlocks, &record, &count);
     KivSdDirectIOWait(nullptr, file_, &record, &count);
     KivSdDirectIONoWaitCbsTerm(nullptr, &record, 1);
+    raw_ = std::make_unique<raw::DirectFile>(kPath, noWait);
   }
   ~File() {
+    raw_.reset();
     KivSdDirectIOFileClose(nullptr, file_);
-    VirtualFree(buffer_, 0, MEM_RELEASE);
+    KivSdDirectIOFileRemove(nullptr, kPath);
+    KivSdAlignedMemFree(nullptr, buffer_);
   }
   File(const File&) = delete;
   File& operator=(const File&) = delete;
 
   uint32_t file() const { return file_; }
-  HANDLE handle() const {
-    return reinterpret_cast<HANDLE>(static_cast<intptr_t>(static_cast<int32_t>(file_)));
+  raw::DirectFile* raw() const { return raw_.get(); }
+  char* At(uint32_t block) const {
+    return static_cast<char*>(buffer_) + size_t{block} * KIV_PAGE_UNIT;
   }
-  char* At(uint32_t block) const { return buffer_ + size_t{block} * KIV_PAGE_UNIT; }
 
  private:
   uint32_t file_ = KIV_DIRECTIO_NONE;
-  char* buffer_ = static_cast<char*>(
-      VirtualAlloc(nullptr, kFileBytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
+  void* buffer_ = nullptr;
+  std::unique_ptr<raw::DirectFile> raw_;
 };
 
 // Compares transfers of range(0) blocks each, one after the other from the start of the file.
 template <typename Raw, typename Library>
-void Compare(benchmark::State& state, const File& file, Raw raw, Library library) {
+void Compare(benchmark::State& state, const File& file, Raw rawCall, Library library) {
   const auto blocks = static_cast<uint32_t>(state.range(0));
   const auto first = [blocks](int number) { return static_cast<uint32_t>(number) * blocks; };
   Alternate(
       state, [] {},
       [&](int number) {
         const uint32_t block = first(number);
-        return raw(block * KIV_PAGE_UNIT, file.At(block), blocks * KIV_PAGE_UNIT);
+        return rawCall(block * KIV_PAGE_UNIT, file.At(block), blocks * KIV_PAGE_UNIT);
       },
       [&](int number) {
         const uint32_t block = first(number);
@@ -77,15 +85,13 @@ void Sizes(benchmark::internal::Benchmark* benchmark) {
 }
 
 void Read(benchmark::State& state) {
-  const File file(0);
+  const File file(false);
   KivSdContext ctx = {};
   uint32_t done = 0;
   Compare(
       state, file,
       [&](uint32_t offset, void* buffer, uint32_t sizeBytes) {
-        DWORD count = 0;
-        SetFilePointer(file.handle(), static_cast<LONG>(offset), nullptr, FILE_BEGIN);
-        return ReadFile(file.handle(), buffer, sizeBytes, &count, nullptr);
+        return file.raw()->Read(offset, buffer, sizeBytes);
       },
       [&](uint32_t block, void* buffer, uint32_t blocks) {
         return KivSdDirectIOFileRead(&ctx, file.file(), block, buffer, blocks, nullptr, &done);
@@ -94,16 +100,13 @@ void Read(benchmark::State& state) {
 BENCHMARK(Read)->Apply(Sizes);
 
 void Write(benchmark::State& state) {
-  const File file(0);
+  const File file(false);
   KivSdContext ctx = {};
   uint32_t done = 0;
   Compare(
       state, file,
       [&](uint32_t offset, const void* buffer, uint32_t sizeBytes) {
-        OVERLAPPED record = {};
-        record.Offset = offset;
-        DWORD count = 0;
-        return WriteFile(file.handle(), buffer, sizeBytes, &count, &record);
+        return file.raw()->Write(offset, buffer, sizeBytes);
       },
       [&](uint32_t block, const void* buffer, uint32_t blocks) {
         return KivSdDirectIOFileWrite(&ctx, file.file(), block, buffer, blocks, nullptr, &done);
@@ -128,24 +131,14 @@ void KeepUnderWay(benchmark::State& state, Start start, Collect collect) {
 }
 
 void ReadNoWaitRaw(benchmark::State& state) {
-  const File file(FILE_FLAG_OVERLAPPED);
-  OVERLAPPED records[kMaxOutstanding] = {};
-  for (OVERLAPPED& record : records) record.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  const File file(true);
   KeepUnderWay(
       state,
       [&](uint32_t slot, uint32_t block) {
-        records[slot].Offset = block * KIV_PAGE_UNIT;
-        DWORD count = 0;
-        ReadFile(file.handle(), file.At(block), kOutstandingBlocks * KIV_PAGE_UNIT, &count,
-                 &records[slot]);
+        file.raw()->StartRead(slot, block * KIV_PAGE_UNIT, file.At(block),
+                              kOutstandingBlocks * KIV_PAGE_UNIT);
       },
-      [&](uint32_t slot) {
-        DWORD count = 0;
-        WaitForSingleObject(records[slot].hEvent, INFINITE);
-        GetOverlappedResult(file.handle(), &records[slot], &count, FALSE);
-        ResetEvent(records[slot].hEvent);
-      });
-  for (const OVERLAPPED& record : records) CloseHandle(record.hEvent);
+      [&](uint32_t slot) { file.raw()->Collect(slot); });
 }
 BENCHMARK(ReadNoWaitRaw)->Arg(1)->Arg(8);
 
@@ -153,7 +146,7 @@ BENCHMARK(ReadNoWaitRaw)->Arg(1)->Arg(8);
 using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWaitCb*, uint32_t*);
 
 void NoWait(benchmark::State& state, Starts startTransfer) {
-  const File file(FILE_FLAG_OVERLAPPED);
+  const File file(true);
   KivSdContext ctx = {};
   KivSdNoWaitCb records[kMaxOutstanding] = {};
   KivSdDirectIONoWaitCbsInit(&ctx, records, kMaxOutstanding);

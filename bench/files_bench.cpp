@@ -1,35 +1,33 @@
 // The cost that file operations add to the raw calls, on one file and with equal sizes.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <io.h>
-#include <sys/stat.h>
-#include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "alternation.h"
 #include "kivsdu/kivsdu.h"
+#include "raw.h"
 
 namespace {
 
-constexpr int64_t kFileBytes = 1 << 20;
+namespace raw = kiv::bench::raw;
+
+constexpr uint32_t kFileBytes = 1 << 20;
 
 // A file of 1 MiB in the system's cache, deleted with the object. All contenders rewind it by the
 // runtime's call.
 class BenchFile {
  public:
-  BenchFile() : name_(_tempnam(nullptr, "kb")) {
-    file_ = _open(name_, _O_CREAT | _O_RDWR | _O_BINARY | _O_TRUNC, _S_IREAD | _S_IWRITE);
+  BenchFile() {
     const std::vector<char> content(kFileBytes, 'x');
-    if (_write(file_, content.data(), kFileBytes) != kFileBytes) std::abort();
+    if (raw::WriteFile(file_, content.data(), kFileBytes) != kFileBytes) std::abort();
     Rewind();
   }
   ~BenchFile() {
-    _close(file_);
-    _unlink(name_);
-    std::free(name_);
+    raw::CloseFile(file_);
+    raw::RemoveFile(name_);
   }
   BenchFile(const BenchFile&) = delete;
   BenchFile& operator=(const BenchFile&) = delete;
@@ -37,19 +35,19 @@ class BenchFile {
   int file() const { return file_; }
   uint32_t descriptor() const { return static_cast<uint32_t>(file_); }
 
-  void Rewind() { _lseeki64(file_, 0, SEEK_SET); }
+  void Rewind() { raw::Seek(file_, 0); }
 
   // Each block of calls begins at the start of the file.
   template <typename Raw, typename Library>
-  void Compare(benchmark::State& state, Raw raw, Library library) {
+  void Compare(benchmark::State& state, Raw rawCall, Library library) {
     kiv::bench::Alternate(
-        state, [this] { Rewind(); }, [&raw](int) { return raw(); },
+        state, [this] { Rewind(); }, [&rawCall](int) { return rawCall(); },
         [&library](int) { return library(); });
   }
 
  private:
-  char* name_;
-  int file_ = -1;
+  std::string name_ = raw::TemporaryName();
+  int file_ = raw::CreateFileToReadAndWrite(name_);
 };
 
 void Sizes(benchmark::internal::Benchmark* benchmark) {
@@ -61,12 +59,6 @@ alignas(4096) char bytes[65536];
 
 uint32_t Length(const benchmark::State& state) { return static_cast<uint32_t>(state.range(0)); }
 
-OVERLAPPED At(uint32_t offset) {
-  OVERLAPPED position = {};
-  position.Offset = offset;
-  return position;
-}
-
 // The offset of PRead and PWrite. A transfer of any size fits in the file.
 constexpr uint32_t kOffset = 4096;
 
@@ -76,7 +68,7 @@ void Read(benchmark::State& state) {
   KivSdContext ctx = {};
   uint32_t count = 0;
   file.Compare(
-      state, [&] { return _read(file.file(), bytes, length); },
+      state, [&] { return raw::ReadFile(file.file(), bytes, length); },
       [&] { return KivSdFileRead(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Read)->Apply(Sizes);
@@ -87,7 +79,7 @@ void Write(benchmark::State& state) {
   KivSdContext ctx = {};
   uint32_t count = 0;
   file.Compare(
-      state, [&] { return _write(file.file(), bytes, length); },
+      state, [&] { return raw::WriteFile(file.file(), bytes, length); },
       [&] { return KivSdFileWrite(&ctx, file.descriptor(), bytes, length, &count); });
 }
 BENCHMARK(Write)->Apply(Sizes);
@@ -98,13 +90,7 @@ void PRead(benchmark::State& state) {
   KivSdContext ctx = {};
   uint32_t count = 0;
   file.Compare(
-      state,
-      [&] {
-        OVERLAPPED position = At(kOffset);
-        DWORD read = 0;
-        return ReadFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length, &read,
-                        &position);
-      },
+      state, [&] { return raw::ReadFileAt(file.file(), kOffset, bytes, length); },
       [&] { return KivSdFilePRead(&ctx, file.descriptor(), bytes, kOffset, length, &count); });
 }
 BENCHMARK(PRead)->Apply(Sizes);
@@ -116,13 +102,7 @@ void PWrite(benchmark::State& state) {
   uint32_t count = 0;
   uint32_t error = 0;
   file.Compare(
-      state,
-      [&] {
-        OVERLAPPED position = At(kOffset);
-        DWORD written = 0;
-        return WriteFile(reinterpret_cast<HANDLE>(_get_osfhandle(file.file())), bytes, length,
-                         &written, &position);
-      },
+      state, [&] { return raw::WriteFileAt(file.file(), kOffset, bytes, length); },
       [&] {
         return KivSdFilePWrite(&ctx, file.descriptor(), bytes, kOffset, length, &count, &error);
       });
@@ -134,7 +114,7 @@ void Seek(benchmark::State& state) {
   KivSdContext ctx = {};
   uint32_t position = 0;
   file.Compare(
-      state, [&] { return _lseek(file.file(), 7, SEEK_SET); },
+      state, [&] { return raw::Seek(file.file(), 7); },
       [&] { return KivSdFileLSeek(&ctx, file.descriptor(), 7, SEEK_SET, &position); });
 }
 BENCHMARK(Seek);

@@ -1,14 +1,15 @@
 // The cost that simple operations add to the raw call. Operation and raw call take turns within one
 // run, which spreads the machine's noise over both.
 #include <benchmark/benchmark.h>
-#include <windows.h>
 
 #include <cstdlib>
-#include <ctime>
 
 #include "kivsdu/kivsdu.h"
+#include "raw.h"
 
 namespace {
+
+namespace raw = kiv::bench::raw;
 
 constexpr char kSource[] = "bench/frame";
 
@@ -52,12 +53,11 @@ void MemStackPush(benchmark::State& state) {
 }
 BENCHMARK(MemStackPush);
 
-void RawTlsGetValue(benchmark::State& state) {
-  const DWORD slot = TlsAlloc();
-  for (auto _ : state) benchmark::DoNotOptimize(TlsGetValue(slot));
-  TlsFree(slot);
+void RawThreadSlot(benchmark::State& state) {
+  const raw::ThreadSlot slot;
+  for (auto _ : state) benchmark::DoNotOptimize(slot.Read());
 }
-BENCHMARK(RawTlsGetValue);
+BENCHMARK(RawThreadSlot);
 
 void VorUtilTlsGet(benchmark::State& state) {
   KivSdVorUtilTlsInit();
@@ -67,7 +67,7 @@ void VorUtilTlsGet(benchmark::State& state) {
 BENCHMARK(VorUtilTlsGet);
 
 void RawTickCount(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(GetTickCount());
+  for (auto _ : state) benchmark::DoNotOptimize(raw::TickCount());
 }
 BENCHMARK(RawTickCount);
 
@@ -82,11 +82,7 @@ void TimeElapsedOS(benchmark::State& state) {
 BENCHMARK(TimeElapsedOS);
 
 void RawCounter(benchmark::State& state) {
-  LARGE_INTEGER count;
-  for (auto _ : state) {
-    QueryPerformanceCounter(&count);
-    benchmark::DoNotOptimize(count.QuadPart);
-  }
+  for (auto _ : state) benchmark::DoNotOptimize(raw::Counter());
 }
 BENCHMARK(RawCounter);
 

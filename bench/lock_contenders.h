@@ -8,14 +8,16 @@
 // The design of the library's spinlocks is a setting of the process, which may change only while no
 // lock exists. A contender therefore sets its design when it is made, and only one exists at a
 // time.
+//
+// platform_locks.h has the platform's own locks.
 #ifndef KIV_BENCH_LOCK_CONTENDERS_H
 #define KIV_BENCH_LOCK_CONTENDERS_H
-
-#include <windows.h>
 
 #include <mutex>
 
 #include "kivsdu/kivsdu.h"
+#include "platform_locks.h"
+#include "raw.h"
 
 namespace kiv::bench {
 
@@ -40,7 +42,7 @@ struct Spinlock {
     void Leave() { KivSdSpinlockRelease(lock); }
 
     KivSdSpinlock* lock;
-    uint32_t thread = GetCurrentThreadId();
+    uint32_t thread = raw::ThreadId();
   };
 };
 
@@ -110,37 +112,6 @@ struct SleeplessRwLock : RwLock {
     lock.readerWaitLoops = 0;
     lock.writerWaitLoops = 0;
   }
-};
-
-struct alignas(64) CriticalSection {
-  CriticalSection() { InitializeCriticalSection(&section); }
-  ~CriticalSection() { DeleteCriticalSection(&section); }
-  CriticalSection(const CriticalSection&) = delete;
-  CriticalSection& operator=(const CriticalSection&) = delete;
-
-  CRITICAL_SECTION section;
-
-  struct Session {
-    explicit Session(CriticalSection* contender) : section(&contender->section) {}
-    void Enter() { EnterCriticalSection(section); }
-    void Leave() { LeaveCriticalSection(section); }
-
-    CRITICAL_SECTION* section;
-  };
-};
-
-struct alignas(64) SrwLock {
-  SRWLOCK lock = SRWLOCK_INIT;
-
-  struct Session {
-    explicit Session(SrwLock* contender) : lock(&contender->lock) {}
-    void Enter() { AcquireSRWLockExclusive(lock); }
-    void Leave() { ReleaseSRWLockExclusive(lock); }
-    void EnterRead() { AcquireSRWLockShared(lock); }
-    void LeaveRead() { ReleaseSRWLockShared(lock); }
-
-    SRWLOCK* lock;
-  };
 };
 
 struct alignas(64) StdMutex {

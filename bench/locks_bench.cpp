@@ -47,9 +47,9 @@ BENCHMARK_TEMPLATE(Alone, SpinlockOnce<kTickets>);
 BENCHMARK_TEMPLATE(Alone, LightSpinlock<kTestAndSet>);
 BENCHMARK_TEMPLATE(Alone, LightSpinlock<kTickets>);
 BENCHMARK_TEMPLATE(Alone, RwLock);
-BENCHMARK_TEMPLATE(Alone, CriticalSection);
-BENCHMARK_TEMPLATE(Alone, SrwLock);
 BENCHMARK_TEMPLATE(Alone, StdMutex);
+#define ALONE(Lock) BENCHMARK_TEMPLATE(Alone, Lock);
+KIV_BENCH_PLATFORM_LOCKS(ALONE)
 
 template <typename Lock>
 void ReadAlone(benchmark::State& state) {
@@ -61,6 +61,7 @@ void ReadAlone(benchmark::State& state) {
   }
 }
 BENCHMARK_TEMPLATE(ReadAlone, RwLock);
-BENCHMARK_TEMPLATE(ReadAlone, SrwLock);
+#define READ_ALONE(Lock) BENCHMARK_TEMPLATE(ReadAlone, Lock);
+KIV_BENCH_PLATFORM_READER_LOCKS(READ_ALONE)
 
 }  // namespace

@@ -111,20 +111,19 @@ BENCHMARK_TEMPLATE(HandOver, kTurnAndGuarded)->UseManualTime()->Iterations(1);
 // The lower bound of a lock whose waiters sleep: two threads wake each other.
 void HandOverInKernel(benchmark::State& state) {
   for (auto _ : state) {
-    HANDLE semaphores[] = {CreateSemaphoreA(nullptr, 1, 2, nullptr),
-                           CreateSemaphoreA(nullptr, 0, 2, nullptr)};
+    raw::Semaphore semaphores[2];
+    semaphores[0].Give();
     const auto body = [&](int number, Window* window) {
       uint64_t operations = 0;
       window->Await();
       for (; window->IsOpen(); ++operations) {
-        WaitForSingleObject(semaphores[number], INFINITE);
-        ReleaseSemaphore(semaphores[1 - number], 1, nullptr);
+        semaphores[number].Take();
+        semaphores[1 - number].Give();
       }
-      ReleaseSemaphore(semaphores[1 - number], 1, nullptr);  // the other may still wait
+      semaphores[1 - number].Give();  // the other may still wait
       return operations;
     };
     Report(state, RunTogether(2, body));
-    for (HANDLE semaphore : semaphores) CloseHandle(semaphore);
   }
 }
 BENCHMARK(HandOverInKernel)->UseManualTime()->Iterations(1);
@@ -159,9 +158,9 @@ BENCHMARK_TEMPLATE(Contended, LightSpinlock<kTestAndSet>)->Apply(Contentions);
 BENCHMARK_TEMPLATE(Contended, LightSpinlock<kTickets>)->Apply(Contentions);
 BENCHMARK_TEMPLATE(Contended, RwLock)->Apply(Contentions);
 BENCHMARK_TEMPLATE(Contended, SleeplessRwLock)->Apply(Contentions);
-BENCHMARK_TEMPLATE(Contended, CriticalSection)->Apply(Contentions);
-BENCHMARK_TEMPLATE(Contended, SrwLock)->Apply(Contentions);
 BENCHMARK_TEMPLATE(Contended, StdMutex)->Apply(Contentions);
+#define CONTENDED(Lock) BENCHMARK_TEMPLATE(Contended, Lock)->Apply(Contentions);
+KIV_BENCH_PLATFORM_LOCKS(CONTENDED)
 
 void Mixes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"threads", "one_write_in"})->UseManualTime()->Iterations(1);
@@ -173,8 +172,8 @@ BENCHMARK_TEMPLATE(ReadMostly, RwLock)->Apply(Mixes);
 BENCHMARK_TEMPLATE(ReadMostly, SleeplessRwLock)->Apply(Mixes);
 BENCHMARK_TEMPLATE(ReadMostly, Spinlock<kTestAndSet>)->Apply(Mixes);
 BENCHMARK_TEMPLATE(ReadMostly, Spinlock<kTickets>)->Apply(Mixes);
-BENCHMARK_TEMPLATE(ReadMostly, CriticalSection)->Apply(Mixes);
-BENCHMARK_TEMPLATE(ReadMostly, SrwLock)->Apply(Mixes);
 BENCHMARK_TEMPLATE(ReadMostly, StdMutex)->Apply(Mixes);
+#define READ_MOSTLY(Lock) BENCHMARK_TEMPLATE(ReadMostly, Lock)->Apply(Mixes);
+KIV_BENCH_PLATFORM_LOCKS(READ_MOSTLY)
 
 }  // namespace

@@ -90,8 +90,8 @@ BENCHMARK_TEMPLATE(Wait, LightSpinlock<kTickets>)->Apply(Once);
 BENCHMARK_TEMPLATE(Wait, Spinlock<kTestAndSet>)->Apply(Once);
 BENCHMARK_TEMPLATE(Wait, LightSpinlock<kTestAndSet>)->Apply(Once);
 BENCHMARK_TEMPLATE(Wait, RwLock)->Apply(Once);
-BENCHMARK_TEMPLATE(Wait, CriticalSection)->Apply(Once);
-BENCHMARK_TEMPLATE(Wait, SrwLock)->Apply(Once);
 BENCHMARK_TEMPLATE(Wait, StdMutex)->Apply(Once);
+#define WAIT(Lock) BENCHMARK_TEMPLATE(Wait, Lock)->Apply(Once);
+KIV_BENCH_PLATFORM_LOCKS(WAIT)
 
 }  // namespace

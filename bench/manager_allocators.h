@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "kivsdu/kivsdu.h"
+#include "own_process.h"
 
 namespace kiv::bench {
 
@@ -98,7 +99,7 @@ inline bool StartHeaps() {
   const fs::path folder = fs::temp_directory_path() / "kivsdu-bench";
   fs::create_directories(folder / "bin");
   std::ofstream(folder / "bin" / "config.mem") << "numheaps 1024 numthreadheaps 16\n";
-  _putenv(("MOLTAPATH=" + folder.string()).c_str());
+  SetVariable("MOLTAPATH", folder.string());
   const uint32_t status = adMemThreadHeapInit(1, nullptr, "bench", 0);
   fs::remove_all(folder);
   return status == KIV_ST_OK;

@@ -1,11 +1,6 @@
 // Memory that an allocator holds for each byte in use: the growth of the process's working set
 // divided by the bytes requested and not yet freed. Each allocator has its own process, because it
 // could reuse memory that another one left behind.
-#include <windows.h>
-// After windows.h.
-#include <psapi.h>
-
-#include <process.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +8,7 @@
 #include <vector>
 
 #include "manager_allocators.h"
+#include "own_process.h"
 #include "workloads.h"
 
 namespace kiv::bench {
@@ -20,12 +16,6 @@ namespace {
 
 constexpr size_t kBlocks = 200000;
 constexpr size_t kReplacements = 10 * kBlocks;
-
-uint64_t WorkingSetBytes() {
-  PROCESS_MEMORY_COUNTERS counters = {};
-  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters));
-  return counters.WorkingSetSize;
-}
 
 // A set of live blocks, and the memory held for them.
 template <typename Allocator>
@@ -97,24 +87,24 @@ struct Contender {
   int (*measure)();
 };
 
-constexpr Contender kContenders[] = {
-    {"thread-heap", MeasureInHeaps<ThreadHeap>},
-    {"short-heap", MeasureInHeaps<ShortHeap>},
-    {"thread-cache", MeasureCache},
-    {"plain", Measure<Plain>},
-    {"runtime", Measure<Runtime>},
-    {"mimalloc", Measure<Mimalloc>},
-    {"tbbmalloc", Measure<Tbbmalloc>},
+constexpr Contender kContenders[] = {{"thread-heap", MeasureInHeaps<ThreadHeap>},
+                                     {"short-heap", MeasureInHeaps<ShortHeap>},
+                                     {"thread-cache", MeasureCache},
+                                     {"plain", Measure<Plain>},
+                                     {"runtime", Measure<Runtime>},
+#define PEER(Peer) {Peer::kName, Measure<Peer>},
+                                     KIV_BENCH_PEERS(PEER)
+#undef PEER
 };
 
-int MeasureAll(const char* program) {
+int MeasureAll() {
   std::printf(
       "Memory held per byte in use: %zu blocks of 16 to 528 bytes, before and after %zu\n"
       "of them were replaced\n",
       kBlocks, kReplacements);
   for (const Contender& contender : kContenders) {
     std::fflush(stdout);
-    if (_spawnl(_P_WAIT, program, "footprint", contender.argument, nullptr) != 0) return 1;
+    if (!RunItself(contender.argument)) return 1;
   }
   return 0;
 }
@@ -126,11 +116,7 @@ int MeasureAll(const char* program) {
 // the other benchmarks are ignored.
 int main(int argc, char** argv) {
   using namespace kiv::bench;
-  char program[MAX_PATH];
-  if (argc != 2 || argv[1][0] == '-') {
-    GetModuleFileNameA(nullptr, program, sizeof(program));
-    return MeasureAll(program);
-  }
+  if (argc != 2 || argv[1][0] == '-') return MeasureAll();
   for (const Contender& contender : kContenders) {
     if (std::strcmp(argv[1], contender.argument) == 0) return contender.measure();
   }

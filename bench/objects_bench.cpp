@@ -1,11 +1,13 @@
 // The cost that operations on kernel objects, threads, pipes and modules add to the raw call.
 // Operation and raw call take turns within one run, which spreads the machine's noise over both.
 #include <benchmark/benchmark.h>
-#include <windows.h>
 
 #include "kivsdu/kivsdu.h"
+#include "raw.h"
 
 namespace {
+
+namespace raw = kiv::bench::raw;
 
 // Runs `operation` once for each iteration.
 template <typename Operation>
@@ -17,12 +19,11 @@ void Repeat(benchmark::State& state, Operation operation) {
 }
 
 void SemaphoreRaw(benchmark::State& state) {
-  HANDLE semaphore = CreateSemaphoreA(nullptr, 0, 10, nullptr);
-  Repeat(state, [=] {
-    ReleaseSemaphore(semaphore, 1, nullptr);
-    benchmark::DoNotOptimize(WaitForSingleObject(semaphore, INFINITE));
+  raw::Semaphore semaphore;
+  Repeat(state, [&] {
+    semaphore.Give();
+    benchmark::DoNotOptimize(semaphore.Take());
   });
-  CloseHandle(semaphore);
 }
 BENCHMARK(SemaphoreRaw);
 
@@ -39,12 +40,11 @@ void Semaphore(benchmark::State& state) {
 BENCHMARK(Semaphore);
 
 void MutexRaw(benchmark::State& state) {
-  HANDLE mutex = CreateMutexA(nullptr, FALSE, nullptr);
-  Repeat(state, [=] {
-    benchmark::DoNotOptimize(WaitForSingleObject(mutex, INFINITE));
-    ReleaseMutex(mutex);
+  raw::Mutex mutex;
+  Repeat(state, [&] {
+    benchmark::DoNotOptimize(mutex.Take());
+    mutex.Give();
   });
-  CloseHandle(mutex);
 }
 BENCHMARK(MutexRaw);
 
@@ -53,7 +53,7 @@ void Mutex(benchmark::State& state) {
   KivHandle mutex = nullptr;
   KivSdMutexCreate(&ctx, nullptr, &mutex);
   Repeat(state, [&] {
-    benchmark::DoNotOptimize(KivSdMutexRequest(&ctx, &mutex, INFINITE));
+    benchmark::DoNotOptimize(KivSdMutexRequest(&ctx, &mutex, KIV_WAIT_INFINITE));
     KivSdMutexClear(&ctx, &mutex);
   });
   KivSdMutexClose(&ctx, &mutex);
@@ -61,12 +61,11 @@ void Mutex(benchmark::State& state) {
 BENCHMARK(Mutex);
 
 void EventRaw(benchmark::State& state) {
-  HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-  Repeat(state, [=] {
-    SetEvent(event);
-    benchmark::DoNotOptimize(WaitForSingleObject(event, INFINITE));
+  raw::Event event;
+  Repeat(state, [&] {
+    event.Signal();
+    benchmark::DoNotOptimize(event.Wait());
   });
-  CloseHandle(event);
 }
 BENCHMARK(EventRaw);
 
@@ -76,7 +75,7 @@ void GateEvent(benchmark::State& state) {
   KivSdEventCreate(&ctx, &event);
   Repeat(state, [&] {
     KivSdEventClear(&ctx, &event);
-    benchmark::DoNotOptimize(KivSdEventWait(&ctx, &event, INFINITE));
+    benchmark::DoNotOptimize(KivSdEventWait(&ctx, &event, KIV_WAIT_INFINITE));
   });
   KivSdEventClose(&ctx, &event);
 }
@@ -95,13 +94,11 @@ void StandardEvent(benchmark::State& state) {
 BENCHMARK(StandardEvent);
 
 void CriticalSectionRaw(benchmark::State& state) {
-  CRITICAL_SECTION section;
-  InitializeCriticalSection(&section);
+  raw::CriticalSection section;
   Repeat(state, [&] {
-    EnterCriticalSection(&section);
-    LeaveCriticalSection(&section);
+    section.Enter();
+    section.Leave();
   });
-  DeleteCriticalSection(&section);
 }
 BENCHMARK(CriticalSectionRaw);
 
@@ -118,7 +115,7 @@ void CriticalSection(benchmark::State& state) {
 BENCHMARK(CriticalSection);
 
 void ThreadIdRaw(benchmark::State& state) {
-  Repeat(state, [] { benchmark::DoNotOptimize(GetCurrentThreadId()); });
+  Repeat(state, [] { benchmark::DoNotOptimize(raw::ThreadId()); });
 }
 BENCHMARK(ThreadIdRaw);
 
@@ -130,7 +127,7 @@ void ThreadId(benchmark::State& state) {
 BENCHMARK(ThreadId);
 
 void YieldRaw(benchmark::State& state) {
-  Repeat(state, [] { Sleep(0); });
+  Repeat(state, [] { raw::YieldThread(); });
 }
 BENCHMARK(YieldRaw);
 
@@ -143,17 +140,12 @@ BENCHMARK(ThreadYield);
 constexpr uint32_t kMessageBytes = 100;
 
 void PipeRaw(benchmark::State& state) {
-  HANDLE read = nullptr;
-  HANDLE write = nullptr;
-  CreatePipe(&read, &write, nullptr, 4096);
+  raw::Pipe pipe;
   char message[kMessageBytes] = {};
-  DWORD count = 0;
   Repeat(state, [&] {
-    WriteFile(write, message, sizeof message, &count, nullptr);
-    ReadFile(read, message, sizeof message, &count, nullptr);
+    pipe.Write(message, sizeof message);
+    pipe.Read(message, sizeof message);
   });
-  CloseHandle(read);
-  CloseHandle(write);
 }
 BENCHMARK(PipeRaw);
 
@@ -174,16 +166,16 @@ void Pipe(benchmark::State& state) {
 BENCHMARK(Pipe);
 
 void EntryPointRaw(benchmark::State& state) {
-  HMODULE module = GetModuleHandleA("kivsdu.dll");
-  Repeat(state, [=] { benchmark::DoNotOptimize(GetProcAddress(module, "KivSdInit")); });
+  void* library = raw::Library();
+  Repeat(state, [=] { benchmark::DoNotOptimize(raw::FindEntry(library, "KivSdInit")); });
 }
 BENCHMARK(EntryPointRaw);
 
 void EntryPoint(benchmark::State& state) {
   KivSdContext ctx = {};
-  HMODULE module = GetModuleHandleA("kivsdu.dll");
+  void* library = raw::Library();
   void* address = nullptr;
-  Repeat(state, [&] { KivSdModuleProcAddrGet(&ctx, module, "KivSdInit", &address); });
+  Repeat(state, [&] { KivSdModuleProcAddrGet(&ctx, library, "KivSdInit", &address); });
 }
 BENCHMARK(EntryPoint);
 

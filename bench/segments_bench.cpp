@@ -1,9 +1,8 @@
-// Messages between two processes over four kinds of channel:
+// Messages between two processes over several kinds of channel:
 //
-//   segment         the library's shared memory segment
-//   raw             the segment's hand-over, written with the system's semaphores and mapping
-//   namedPipe       a named pipe
-//   anonymousPipes  a pair of anonymous pipes
+//   segment  the library's shared memory segment
+//   raw      the segment's hand-over, written with the platform's semaphores and shared memory
+//   others   the platform's pipes or sockets
 //
 // The program starts itself as the other process, the peer, which answers each request. Request and
 // answer have fixed lengths.
@@ -11,43 +10,24 @@
 // HandOverAlone runs both ends in one thread, where no thread waits or is woken. It shows the cost
 // that the library adds to the system's calls, without the scheduler's.
 #include <benchmark/benchmark.h>
-#include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
+#include <chrono>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "channel.h"
 #include "kivsdu/kivsdu.h"
+#include "platform_channels.h"
 
 namespace {
 
-constexpr char kPeerFlag[] = "--peer";
-constexpr uint32_t kHalfBytes = KIV_SEGMENT_HALF_BYTES;
-constexpr uint32_t kPayloadBytes = KIV_SEGMENT_PAYLOAD_BYTES;
-constexpr DWORD kPipeBufferBytes = 4096;
+using namespace kiv::bench;
+
 constexpr uint32_t kStreamBytes = 1u << 20;
-
-void Require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "segments_bench: %s: %lu\n", what, GetLastError());
-  std::exit(1);
-}
-
-// One process's end of a connection to the other process.
-class Channel {
- public:
-  virtual ~Channel() = default;
-  virtual void Send(const char* data, uint32_t length) = 0;
-  virtual void Receive(char* data, uint32_t length) = 0;
-  // Passed to the peer, which opens its end by this name.
-  virtual std::string name() const = 0;
-  // Called once the peer has been started.
-  virtual void Connect() {}
-};
 
 // ---- The library's segment ----
 
@@ -81,161 +61,15 @@ class SegmentChannel : public Channel {
   KivSharedMemSeg* segment_ = nullptr;
 };
 
-// ---- The segment's hand-over without the library ----
+// ---- All channels, the segment first ----
 
-class RawChannel : public Channel {
- public:
-  RawChannel(const std::string& name, bool peer)
-      : name_(name),
-        mapping_(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                    2 * kHalfBytes, name.c_str())),
-        area_(static_cast<char*>(MapViewOfFile(mapping_, FILE_MAP_WRITE, 0, 0, 2 * kHalfBytes))),
-        out_(HalfOf(peer ? 1 : 0)),
-        in_(HalfOf(peer ? 0 : 1)) {
-    Require(area_ != nullptr, "no mapping");
-  }
-  ~RawChannel() override {
-    for (const HANDLE handle : {out_.full, out_.empty, in_.full, in_.empty, mapping_}) {
-      CloseHandle(handle);
-    }
-    UnmapViewOfFile(area_);
-  }
+constexpr int kChannels = 1 + static_cast<int>(std::size(kPlatformChannels));
 
-  void Send(const char* data, uint32_t length) override {
-    while (length != 0) {
-      const uint32_t portion = std::min(length, kPayloadBytes);
-      WaitForSingleObject(out_.empty, INFINITE);
-      std::memcpy(out_.bytes + sizeof(uint64_t), data, portion);
-      const uint64_t header = uint64_t{portion} << 32;
-      std::memcpy(out_.bytes, &header, sizeof header);
-      ReleaseSemaphore(out_.full, 1, nullptr);
-      data += portion;
-      length -= portion;
-    }
-  }
-  void Receive(char* data, uint32_t length) override {
-    while (length != 0) {
-      WaitForSingleObject(in_.full, INFINITE);
-      uint64_t header = 0;
-      std::memcpy(&header, in_.bytes, sizeof header);
-      const uint32_t portion = std::min(length, static_cast<uint32_t>(header >> 32));
-      std::memcpy(data, in_.bytes + sizeof header, portion);
-      ReleaseSemaphore(in_.empty, 1, nullptr);
-      data += portion;
-      length -= portion;
-    }
-  }
-  std::string name() const override { return name_; }
-
- private:
-  struct Half {
-    char* bytes;
-    HANDLE full;
-    HANDLE empty;
-  };
-
-  Half HalfOf(int number) const {
-    const std::string suffix = std::to_string(number);
-    return {area_ + static_cast<size_t>(number) * kHalfBytes,
-            CreateSemaphoreA(nullptr, 0, 1, (name_ + "-full" + suffix).c_str()),
-            CreateSemaphoreA(nullptr, 1, 1, (name_ + "-empty" + suffix).c_str())};
-  }
-
-  std::string name_;
-  HANDLE mapping_;
-  char* area_;
-  Half out_;
-  Half in_;
-};
-
-// ---- Pipes ----
-
-class PipeChannel : public Channel {
- public:
-  ~PipeChannel() override {
-    CloseHandle(read_);
-    if (write_ != read_) CloseHandle(write_);
-  }
-
-  void Send(const char* data, uint32_t length) override {
-    DWORD count = 0;
-    WriteFile(write_, data, length, &count, nullptr);
-  }
-  void Receive(char* data, uint32_t length) override {
-    DWORD count = 0;
-    for (uint32_t got = 0; got < length; got += count) {
-      if (!ReadFile(read_, data + got, length - got, &count, nullptr)) std::exit(1);
-    }
-  }
-
- protected:
-  HANDLE read_ = nullptr;
-  HANDLE write_ = nullptr;
-};
-
-class NamedPipeChannel : public PipeChannel {
- public:
-  NamedPipeChannel(const std::string& name, bool peer) : name_(name) {
-    const std::string path = "\\\\.\\pipe\\" + name;
-    read_ = peer ? CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                               OPEN_EXISTING, 0, nullptr)
-                 : CreateNamedPipeA(path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE | PIPE_WAIT, 1,
-                                    kPipeBufferBytes, kPipeBufferBytes, 0, nullptr);
-    write_ = read_;
-    Require(read_ != INVALID_HANDLE_VALUE, "no named pipe");
-  }
-  void Connect() override { ConnectNamedPipe(read_, nullptr); }
-  std::string name() const override { return name_; }
-
- private:
-  std::string name_;
-};
-
-class AnonymousPipesChannel : public PipeChannel {
- public:
-  AnonymousPipesChannel(const std::string& name, bool peer) {
-    if (peer) {
-      read_ = HandleFrom(name);
-      write_ = HandleFrom(name.substr(name.find(':') + 1));
-      return;
-    }
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    Require(CreatePipe(&peerRead_, &write_, &inherited, kPipeBufferBytes) &&
-                CreatePipe(&read_, &peerWrite_, &inherited, kPipeBufferBytes),
-            "no pipes");
-  }
-  ~AnonymousPipesChannel() override {
-    if (peerRead_ == nullptr) return;
-    CloseHandle(peerRead_);
-    CloseHandle(peerWrite_);
-  }
-  std::string name() const override { return NumberOf(peerRead_) + ":" + NumberOf(peerWrite_); }
-
- private:
-  static std::string NumberOf(HANDLE handle) {
-    return std::to_string(reinterpret_cast<uintptr_t>(handle));
-  }
-  static HANDLE HandleFrom(const std::string& number) {
-    return reinterpret_cast<HANDLE>(static_cast<uintptr_t>(std::stoull(number)));
-  }
-
-  HANDLE peerRead_ = nullptr;
-  HANDLE peerWrite_ = nullptr;
-};
-
-enum Way { kSegment, kRaw, kNamedPipe, kAnonymousPipes };
+std::string NameOf(int way) { return way == 0 ? "segment" : kPlatformChannels[way - 1]; }
 
 std::unique_ptr<Channel> MakeChannel(int way, const std::string& name, bool peer) {
-  switch (way) {
-    case kSegment:
-      return std::make_unique<SegmentChannel>(name, peer);
-    case kRaw:
-      return std::make_unique<RawChannel>(name, peer);
-    case kNamedPipe:
-      return std::make_unique<NamedPipeChannel>(name, peer);
-    default:
-      return std::make_unique<AnonymousPipesChannel>(name, peer);
-  }
+  if (way == 0) return std::make_unique<SegmentChannel>(name, peer);
+  return MakePlatformChannel(way - 1, name, peer);
 }
 
 // ---- The other process ----
@@ -250,49 +84,23 @@ int RunPeer(int way, const std::string& name, uint32_t requestBytes, uint32_t an
   }
 }
 
-class Peer {
- public:
-  Peer(int way, const std::string& name, uint32_t requestBytes, uint32_t answerBytes) {
-    char path[MAX_PATH] = "";
-    GetModuleFileNameA(nullptr, path, sizeof path);
-    std::string line = std::string("\"") + path + "\" " + kPeerFlag + " " + std::to_string(way) +
-                       " " + name + " " + std::to_string(requestBytes) + " " +
-                       std::to_string(answerBytes);
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    Require(CreateProcessA(path, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                           &process_),
-            "no other process");
-  }
-  ~Peer() {
-    TerminateProcess(process_.hProcess, 0);
-    WaitForSingleObject(process_.hProcess, INFINITE);
-    CloseHandle(process_.hThread);
-    CloseHandle(process_.hProcess);
-  }
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
-
- private:
-  PROCESS_INFORMATION process_ = {};
-};
+std::unique_ptr<PeerProcess> StartPeer(int way, const std::string& name, uint32_t requestBytes,
+                                       uint32_t answerBytes) {
+  return std::make_unique<PeerProcess>(std::vector<std::string>{kPeerFlag, std::to_string(way),
+                                                                name, std::to_string(requestBytes),
+                                                                std::to_string(answerBytes)});
+}
 
 // ---- Channels by turns ----
 
 std::string UniqueName() {
   static int runs = 0;
-  return "segments-bench-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++runs);
+  return "segments-bench-" + std::to_string(OwnProcessId()) + "-" + std::to_string(++runs);
 }
 
 double Microseconds() {
-  static const double perTick = [] {
-    LARGE_INTEGER frequency;
-    QueryPerformanceFrequency(&frequency);
-    return 1e6 / static_cast<double>(frequency.QuadPart);
-  }();
-  LARGE_INTEGER now;
-  QueryPerformanceCounter(&now);
-  return static_cast<double>(now.QuadPart) * perTick;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration<double, std::micro>(now).count();
 }
 
 double Middle(std::vector<double> values) {
@@ -317,23 +125,22 @@ void InTurns(benchmark::State& state, int ways, Transfer transfer) {
       times[static_cast<size_t>(way)].push_back(Microseconds() - start);
     }
   }
-  constexpr const char* kWays[] = {"segment", "raw", "namedPipe", "anonymousPipes"};
   std::vector<double> middle;
   for (int way = 0; way < ways; ++way) {
     middle.push_back(Middle(times[static_cast<size_t>(way)]));
-    state.counters[kWays[way]] = middle.back();
+    state.counters[NameOf(way)] = middle.back();
   }
-  state.counters["toRaw"] = middle[kSegment] / middle[kRaw];
-  state.counters["toNamedPipe"] = middle[kSegment] / middle[kNamedPipe];
+  for (int way = 1; way < ways; ++way) {
+    state.counters["to_" + NameOf(way)] = middle[0] / middle[static_cast<size_t>(way)];
+  }
 }
 
 void Exchange(benchmark::State& state, uint32_t requestBytes, uint32_t answerBytes) {
   std::vector<std::unique_ptr<Channel>> channels;
-  std::vector<std::unique_ptr<Peer>> peers;
-  for (int way = kSegment; way <= kAnonymousPipes; ++way) {
+  std::vector<std::unique_ptr<PeerProcess>> peers;
+  for (int way = 0; way < kChannels; ++way) {
     channels.push_back(MakeChannel(way, UniqueName(), false));
-    peers.push_back(
-        std::make_unique<Peer>(way, channels.back()->name(), requestBytes, answerBytes));
+    peers.push_back(StartPeer(way, channels.back()->name(), requestBytes, answerBytes));
     channels.back()->Connect();
   }
   std::vector<char> data(std::max(requestBytes, answerBytes), 'x');
@@ -341,21 +148,21 @@ void Exchange(benchmark::State& state, uint32_t requestBytes, uint32_t answerByt
     channels[static_cast<size_t>(way)]->Send(data.data(), requestBytes);
     channels[static_cast<size_t>(way)]->Receive(data.data(), answerBytes);
   };
-  for (int way = kSegment; way <= kAnonymousPipes; ++way) transfer(way);  // waits for the peer
-  InTurns(state, kAnonymousPipes + 1, transfer);
+  for (int way = 0; way < kChannels; ++way) transfer(way);  // waits for the peer
+  InTurns(state, kChannels, transfer);
 }
 
 void HandOver(benchmark::State& state, uint32_t length) {
   std::vector<std::unique_ptr<Channel>> senders;
   std::vector<std::unique_ptr<Channel>> receivers;
-  for (int way = kSegment; way <= kNamedPipe; ++way) {
+  for (int way = 0; way <= kOneThreadChannels; ++way) {
     const std::string name = UniqueName();
     senders.push_back(MakeChannel(way, name, false));
     receivers.push_back(MakeChannel(way, name, true));
     senders.back()->Connect();
   }
   std::vector<char> data(length, 'x');
-  InTurns(state, kNamedPipe + 1, [&](int way) {
+  InTurns(state, kOneThreadChannels + 1, [&](int way) {
     senders[static_cast<size_t>(way)]->Send(data.data(), length);
     receivers[static_cast<size_t>(way)]->Receive(data.data(), length);
   });

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "allocators.h"
+#include "peer_allocators.h"
 
 namespace kiv::bench {
 
@@ -231,10 +232,12 @@ void RegisterAll() {
 
 inline void RegisterOthers() {
   RegisterAll<Runtime>();
-  RegisterAll<SystemHeap>();
-  RegisterAll<Mimalloc>();
-  RegisterAll<Tbbmalloc>();
-  RegisterRequests<MimallocHeap>();
+#define REGISTER_ALL(Peer) RegisterAll<Peer>();
+#define REGISTER_REQUESTS(Peer) RegisterRequests<Peer>();
+  KIV_BENCH_PEERS(REGISTER_ALL)
+  KIV_BENCH_DROPPING_PEERS(REGISTER_REQUESTS)
+#undef REGISTER_ALL
+#undef REGISTER_REQUESTS
   RegisterPairs<LockedList>();
 }
 
