@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -240,10 +241,19 @@ TEST_F(LinuxDirectIO, AllocatesAFileThatGrows) {
 
 // ---- Transfers in the background ----
 
+// Containers often forbid io_uring. A kernel that permits the call refuses a ring without entries.
+bool PermitsRings() {
+  unsigned char parameters[256] = {};
+  return syscall(SYS_io_uring_setup, 0, parameters) == -1 && errno == EINVAL;
+}
+
 TEST_F(LinuxDirectIO, UsesTheServiceThatIsAskedFor) {
   const char* asked = std::getenv("KIVSDU_ASYNC_IO");
   const std::string used = kiv::os::AsyncBackend();
   if (asked != nullptr) {
+    if (asked == std::string("io_uring") && !PermitsRings()) {
+      GTEST_SKIP() << "this kernel forbids io_uring";
+    }
     EXPECT_EQ(used, asked);
   } else {
     EXPECT_TRUE(used == "io_uring" || used == "aio") << used;
