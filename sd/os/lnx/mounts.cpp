@@ -99,7 +99,7 @@ class Numbering {
     });
   }
 
-  // The drive that the mount is; 0 if it is none.
+  // The number of the drive; 0 if the mount is no drive.
   uint32_t Number(const Mount& mount) {
     if (IsRoot(mount)) return kRootDrive;
     if (!HoldsData(mount)) return 0;

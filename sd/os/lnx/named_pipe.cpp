@@ -78,7 +78,7 @@ void RemoveOwnSocket(const NamedPipe* pipe) {
   if (folder.result().ok) RemoveSocket(folder, pipe->name, pipe->instance.number);
 }
 
-// Takes the client that has connected; EAGAIN if there is none. The caller holds the mutex.
+// Takes the client that has connected; EAGAIN if no client has. The caller holds the mutex.
 Result TakeClient(NamedPipe* pipe) {
   int client;
   do {
