@@ -107,7 +107,7 @@ def read_functions(code):
 
 
 def read_constants(code):
-    found = []
+    found = {}  # by name: a constant can have a definition for each language
     lines = code.split("\n")
     for at, line in enumerate(lines):
         match = DEFINE.match(line)
@@ -120,8 +120,8 @@ def read_constants(code):
                 at += 1
                 meaning += " " + lines[at].strip()
             meaning = " ".join(meaning.replace("*/", "").split())
-        found.append((match.group(1), value.strip(), meaning))
-    return found
+        found[match.group(1)] = (match.group(1), value.strip(), meaning)
+    return list(found.values())
 
 
 def read_types(code):
