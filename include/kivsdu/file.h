@@ -92,7 +92,8 @@ KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* pa
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         path or file is null
- *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting mode
+ *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting
+ *                               mode; OS error 13 (Linux: 16)
  *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason
  * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,

@@ -289,7 +289,8 @@
 /* The working directory could not be changed because it does not exist (errno 2). */
 #define KIV_ST_DIR_MISSING 1130644u
 
-/* Sharing violation: the file is open elsewhere (OS error 32). */
+/* Sharing violation: the file is open elsewhere. The OS error is 32 after a direct open, and 13
+ * after a share-mode open, which reports errno; on Linux it is 16 after both. */
 #define KIV_ST_FILE_SHARING 1130646u
 
 /* No more files. KivSdFileFind accepts this status as the end of a search; no operation returns
