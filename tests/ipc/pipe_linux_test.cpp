@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,7 +16,7 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
-#include "os/lnx/anonymous_pipe.h"
+#include "os/lnx/raw_transfers.h"
 #include "support/context.h"
 #include "support/waiting.h"
 
@@ -97,6 +98,25 @@ TEST_P(PipeSignal, DoesNotReachTheHost) {
   for (int i = 0; i < 3; ++i) {
     CHECK_OUTCOME(ctx, KivSdPipeWrite(ctx, &pipe.write, "x", 1, &count), KIV_ST_PIPE_WRITE,
                   uint32_t{EPIPE});
+  }
+  EXPECT_EQ(pipeSignals, 0);
+}
+
+TEST_P(PipeSignal, OfAHostsDescriptorDoesNotReachTheHost) {
+  Context ctx;
+  const PipeSignals signals;
+  int pipeEnds[2];
+  int sockets[2];
+  ASSERT_EQ(pipe(pipeEnds), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+  close(pipeEnds[0]);
+  close(sockets[0]);
+  for (const int end : {pipeEnds[1], sockets[1]}) {
+    const auto file = static_cast<uint32_t>(end);
+    uint32_t count = 0;
+    CHECK_OUTCOME(ctx, KivSdFileWrite(ctx, file, "x", 1, &count), KIV_ST_FILE_WRITE,
+                  uint32_t{EPIPE});
+    close(end);
   }
   EXPECT_EQ(pipeSignals, 0);
 }

@@ -75,7 +75,7 @@ uint32_t Collect(TransferEnd* ends, uint32_t most, const Deadline* deadline) {
   io_event found[64];
   const long room = most < 64 ? static_cast<long>(most) : 64;
   timespec limit = {};
-  if (deadline != nullptr) limit = TimeUntil(*deadline);
+  if (deadline != nullptr) limit = TimeLeft(*deadline);
   const bool forEver = deadline != nullptr && deadline->never;
   const long count = syscall(SYS_io_getevents, context, deadline != nullptr ? 1L : 0L, room, found,
                              forEver ? nullptr : &limit);
