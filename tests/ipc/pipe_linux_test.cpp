@@ -18,6 +18,7 @@
 #include "kivsdu/kivsdu.h"
 #include "os/lnx/raw_transfers.h"
 #include "support/context.h"
+#include "support/pipe.h"
 #include "support/waiting.h"
 
 namespace {
@@ -25,29 +26,8 @@ namespace {
 using kiv::test::Context;
 using kiv::test::kLimitMs;
 using kiv::test::kShortMs;
+using kiv::test::Pipe;
 using kiv::test::Stopwatch;
-
-struct Pipe {
-  explicit Pipe(uint32_t bufferBytes = 0) {
-    Context ctx;
-    CHECK_OK(ctx, KivSdPipeCreate(ctx, &read, &write, bufferBytes));
-  }
-  ~Pipe() {
-    Close(&read);
-    Close(&write);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  static void Close(KivHandle* end) {
-    if (*end == nullptr) return;
-    EXPECT_EQ(KivSdPipeClose(nullptr, end), KIV_ST_OK);
-    *end = nullptr;
-  }
-
-  KivHandle read = nullptr;
-  KivHandle write = nullptr;
-};
 
 std::set<int> OpenDescriptors() {
   std::set<int> open;

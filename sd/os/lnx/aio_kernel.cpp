@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "os/lnx/transfer_kernel.h"
+#include "os/lnx/transfer_record.h"
 
 namespace kiv::os {
 namespace {
@@ -58,8 +59,7 @@ Result Start(int descriptor, const Transfer& transfer) {
   block.aio_fildes = static_cast<uint32_t>(descriptor);
   block.aio_buf = reinterpret_cast<uintptr_t>(transfer.buffer);
   block.aio_nbytes = transfer.sizeBytes;
-  block.aio_offset = static_cast<int64_t>(uint64_t{transfer.record->offsetHigh} << 32 |
-                                          transfer.record->offsetLow);
+  block.aio_offset = OffsetIn(transfer.record);
   return Submit(&block);
 }
 
