@@ -9,6 +9,20 @@ ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivsdu_version.h.in
                ${PROJECT_BINARY_DIR}/generated/kivsdu_version.h @ONLY)
 
+# The public version header lies in the source tree, because programs may compile against that. Only
+# a new version changes it.
+file(READ ${PROJECT_SOURCE_DIR}/cmake/version_header.h.in header)
+string(CONFIGURE "${header}" header @ONLY)
+set(public_header ${PROJECT_SOURCE_DIR}/include/kivsdu/version.h)
+set(written "")
+if(EXISTS ${public_header})
+  file(READ ${public_header} written)
+endif()
+if(NOT written STREQUAL header)
+  message(NOTICE "${public_header} is written anew: commit it with the new version")
+  file(WRITE ${public_header} "${header}")
+endif()
+
 # Adds a VERSIONINFO resource to a DLL.
 function(kiv_version_resource target description)
   set(FILE_DESCRIPTION "${description}")

@@ -33,12 +33,16 @@
 
 /* ---- Start and stop ---- */
 
+/* Severities of a message. */
+#define AD_SEVERITY_WARNING 3u
+#define AD_SEVERITY_ERROR 4u
+
 /* Receives the memory manager's messages, in the thread that met the shortage. It may allocate, and
  * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
  *   status         see the table
- *   severity       3 for a warning, 4 for an error
+ *   severity       AD_SEVERITY_WARNING or AD_SEVERITY_ERROR
  *   first, second  numbers of bytes modulo 2^32, if the table does not say otherwise
  *   firstTag       6: a 32-bit integer
  *   secondTag      6
