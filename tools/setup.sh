@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 readonly -A packages=(
-  [build]="cmake ninja-build"
+  [build]="cmake ninja-build python3"
   [linux]="g++ libc6-dev liburing-dev"
   [clang]="clang lld llvm g++ libc6-dev"
   [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64"

@@ -180,7 +180,7 @@ KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
  *              are unchanged if sizeBytes is 0
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0, or the block to free is null
- *       KIV_ST_OUT_OF_MEMORY  no memory; a message is sent */
+ *       KIV_ST_OUT_OF_MEMORY  (adMallocOnNode) no memory; a message is sent */
 KIVSDU_API uint32_t adMallocOnNode(void* ignored, uint64_t sizeBytes, uint64_t* size, void** block);
 KIVSDU_API uint32_t adFreeOnNode(uint64_t ignored, uint64_t alsoIgnored, void* block);
 
