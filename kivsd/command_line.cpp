@@ -6,9 +6,11 @@
 #include "exit_code.h"
 #include "info/info_command.h"
 #include "kivsdu_version.h"
+#include "ls/ls_command.h"
 #include "memconf/keyword.h"
 #include "memconf/memconf_command.h"
 #include "status/status_command.h"
+#include "top/top_command.h"
 
 namespace kivsd {
 namespace {
@@ -97,6 +99,30 @@ void AddMemconf(CLI::App* app, Action* action) {
   AddMemconfNew(command, action);
 }
 
+void AddLs(CLI::App* app, Action* action) {
+  auto options = std::make_shared<LsOptions>();
+  CLI::App* command =
+      app->add_subcommand("ls", "List named objects, segments and pipes and their owners");
+  AddJson(command, &options->format);
+  command->callback([=] { *action = [=] { return LsCommand(*options); }; });
+}
+
+void AddTop(CLI::App* app, Action* action) {
+  auto options = std::make_shared<TopOptions>();
+  CLI::App* command = app->add_subcommand("top", "Show the memory of a running host");
+  command->add_option("host", options->host,
+                      Fitted("Process identifier or name of the host; without it, the only one"));
+  command->add_flag("--list", options->list, "List the hosts that publish their memory");
+  command->add_option("--count", options->count, "Samples to show; without it, until the host ends")
+      ->check(CLI::PositiveNumber);
+  command->add_flag_callback(
+      "--once", [=] { options->count = 1; }, "Show one sample, as --count 1");
+  command->add_option("--seconds", options->seconds, "Time between two samples; 1")
+      ->check(CLI::Range(0.01, 86400.0));
+  AddJson(command, &options->format);
+  command->callback([=] { *action = [=] { return TopCommand(*options); }; });
+}
+
 // Says which command is unknown. The parser would only say that one is missing.
 bool IsUnknownCommand(const CLI::App& app, int count, char** arguments) {
   if (count < 2 || arguments[1][0] == '-') return false;
@@ -119,8 +145,10 @@ int RunCommandLine(int count, char** arguments) {
   app.get_formatter()->column_width(kColumnWidth);
   Action action;
   AddInfo(&app, &action);
+  AddLs(&app, &action);
   AddStatus(&app, &action);
   AddMemconf(&app, &action);
+  AddTop(&app, &action);
   if (IsUnknownCommand(app, count, arguments)) return kExitFailed;
   try {
     app.parse(count, arguments);
