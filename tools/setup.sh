@@ -8,6 +8,7 @@ readonly -A packages=(
   [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64"
   [arm64]="g++-aarch64-linux-gnu make qemu-user"
   [example]="libcli11-dev"
+  [tools]="libcli11-dev nlohmann-json3-dev"
   [tests]="googletest locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
   [checks]="clang-format clang-tidy libclang-rt-14-dev spin"
@@ -38,7 +39,7 @@ as_root() {
 # setup PART ...: what the parts need; every part but arm64 and bench if none is named
 setup() {
   mkdir -p build
-  (($# > 0)) || set -- build linux clang windows example tests checks
+  (($# > 0)) || set -- build linux clang windows example tools tests checks
   local missing
   mapfile -t missing < <(missing_packages "$@")
   ((${#missing[@]} > 0)) || return 0
