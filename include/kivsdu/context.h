@@ -34,6 +34,11 @@ typedef struct KivSdContext {
   uint64_t reserved; /* initialised to 0; not used */
 } KivSdContext;
 
+/* OS errors that hosts test for, with the same number on every platform. */
+#define KIV_OS_END_OF_FILE 38u  /* no data behind the position */
+#define KIV_OS_TIMED_OUT 258u   /* a wait's result: the time is over */
+#define KIV_OS_IN_PROGRESS 997u /* the transfer goes on after the call */
+
 KIV_ASSERT_SIZE(KivSdContext, 16);
 KIV_ASSERT_FIELD(KivSdContext, status, 0);
 KIV_ASSERT_FIELD(KivSdContext, osError, 4);

@@ -22,6 +22,7 @@
 
 #include "api.h"
 #include "context.h"
+#include "fileflags.h"
 
 /* No file: the value that a failed open stores. */
 #define KIV_DIRECTIO_NONE 0xFFFFFFFFu
@@ -69,13 +70,13 @@ KIVSDU_API uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path)
 /* Opens a file.
  *
  *   path         must not be null
- *   access       the system's access rights (GENERIC_READ = 0x80000000, GENERIC_WRITE = 0x40000000)
- *   shareMode    the system's; in failover mode replaced by 7, which shares everything
- *   disposition  the system's (OPEN_EXISTING = 3, OPEN_ALWAYS = 4)
+ *   access       the system's access rights, KIV_ACCESS_...
+ *   shareMode    KIV_SHARE_...; in failover mode replaced by KIV_SHARE_ALL
+ *   disposition  KIV_DISPOSITION_...
  *   ignored      any value
- *   flags        the system's attributes and flags; unbuffered access is added. A transfer with a
- *                completion record runs in the background only with FILE_FLAG_OVERLAPPED
- *                (0x40000000). On such a file every transfer needs a record
+ *   flags        attributes and flags, KIV_ATTRIBUTE_... and KIV_OPEN_...; KIV_OPEN_UNBUFFERED is
+ *                added. A transfer with a completion record runs in the background only with
+ *                KIV_OPEN_OVERLAPPED. On such a file every transfer needs a record
  *   file         receives the file in 32 bits, KIV_DIRECTIO_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT      path or file is null
@@ -150,7 +151,7 @@ KIVSDU_API uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint
  *       KIV_ST_ARGUMENT              blocksWritten is null
  * OS error: GetLastError.
  *
- * Danger: on a file opened with FILE_FLAG_OVERLAPPED, a write without a record can be in progress
+ * Danger: on a file opened with KIV_OPEN_OVERLAPPED, a write without a record can be in progress
  * when the call returns. It cannot be collected, and the system later writes into stack memory of
  * the returned call. Use a record for every transfer on such a file. */
 KIVSDU_API uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uint32_t firstBlock,
@@ -187,9 +188,9 @@ KIVSDU_API uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoW
 
 /* Moves the file's position. Only reads without a record use it.
  *
- *   blocks    distance from the beginning (method 0), the position (1) or the end (2). Multiplied
- *             by 8192 it is a signed 32-bit number, negative from 262144 on
- *   method    passed to the system, which refuses other values
+ *   blocks    distance from the place that `method` names. Multiplied by 8192 it is a signed 32-bit
+ *             number, negative from 262144 on
+ *   method    KIV_SEEK_...; the system refuses other values
  *   position  receives the new position in blocks, rounded down, 0 on failure; must not be null
  *
  * 0, or KIV_ST_DIRECT_POINTER_SET  not moved

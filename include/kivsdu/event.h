@@ -47,7 +47,7 @@ KIVSDU_API uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event);
 
 /* Waits until the gate is open, passes, and closes it behind the caller.
  *
- *   timeoutMs  milliseconds; 0 does not wait, 0xFFFFFFFF waits without a limit
+ *   timeoutMs  milliseconds; 0 does not wait, KIV_WAIT_INFINITE waits without a limit
  *
  * 0, or KIV_ST_ARGUMENT       event is null
  *       KIV_ST_EVENT_TIMEOUT  the gate stayed closed; OS error 258

@@ -6,11 +6,10 @@
  * permissions and seek origins are passed to the runtime unchanged. Their values are part of this
  * interface, on Linux too, where flags without meaning are refused (docs/linux.md):
  *
- *   open flags   0 read, 1 write, 2 both, 8 append, 0x100 create, 0x200 truncate,
- *                0x400 only if new (KIV_FILEO_EXCL), 0x4000 text, 0x8000 binary
- *   share flags  deny others: 0x10 reading and writing, 0x20 writing, 0x30 reading, 0x40 nothing
- *   permissions  of a new file: 0x100 reading, 0x80 writing
- *   origin       0 the start, 1 the position, 2 the end
+ *   open flags   KIV_FILEO_...
+ *   share flags  KIV_FILE_DENY_...
+ *   permissions  KIV_FILE_MAY_...
+ *   origin       KIV_SEEK_... (fileflags.h)
  *
  * Without the text or the binary flag, the runtime's default applies, which is text. In text mode
  * the runtime drops the carriage return before each line feed that it reads, adds one before each
@@ -36,13 +35,44 @@
 
 #include "api.h"
 #include "context.h"
+#include "fileflags.h"
 
 /* The value that stands for no file. */
 #define KIV_FILE_NONE 0xFFFFFFFFu
 
+/* Open flags: one of the first three, and any of the others. */
+#define KIV_FILEO_READ 0x0u
+#define KIV_FILEO_WRITE 0x1u
+#define KIV_FILEO_READ_WRITE 0x2u
+#define KIV_FILEO_APPEND 0x8u         /* each write goes to the end of the file */
+#define KIV_FILEO_RANDOM 0x10u        /* a hint: access in any order */
+#define KIV_FILEO_SEQUENTIAL 0x20u    /* a hint: access from the start to the end */
+#define KIV_FILEO_TEMPORARY 0x40u     /* removes the file with its last descriptor */
+#define KIV_FILEO_NOT_INHERITED 0x80u /* child processes do not inherit the descriptor */
+#define KIV_FILEO_CREATE 0x100u       /* creates the file if it does not exist */
+#define KIV_FILEO_TRUNCATE 0x200u     /* empties the file */
+#define KIV_FILEO_SHORT_LIVED 0x1000u /* a hint: keep the data in memory */
+#define KIV_FILEO_TEXT 0x4000u
+#define KIV_FILEO_BINARY 0x8000u
+
 /* Open flag: fail if the file exists. Only the operations that end in ExclusiveMode use it, and
  * they add it themselves. */
 #define KIV_FILEO_EXCL 0x400u
+
+/* Share flags: the access that others are denied while the file is open. */
+#define KIV_FILE_DENY_ALL 0x10u
+#define KIV_FILE_DENY_WRITE 0x20u
+#define KIV_FILE_DENY_READ 0x30u
+#define KIV_FILE_DENY_NONE 0x40u
+
+/* Permissions of a new file. Without KIV_FILE_MAY_WRITE it is read-only. */
+#define KIV_FILE_MAY_READ 0x100u
+#define KIV_FILE_MAY_WRITE 0x80u
+
+/* The questions of KivSdFileAccess. Add the last two up to ask for both. */
+#define KIV_FILE_EXISTS 0u
+#define KIV_FILE_WRITABLE 2u
+#define KIV_FILE_READABLE 4u
 
 /* ---- Opening and closing ---- */
 
@@ -86,8 +116,7 @@ KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* pa
  *   path         must not be null
  *   openFlags    must not contain KIV_FILEO_EXCL: after the null checks, an assertion ends the
  *                process
- *   shareFlags   the access denied to others; in failover mode replaced by 0x40, which denies
- *                nothing
+ *   shareFlags   KIV_FILE_DENY_...; in failover mode replaced by KIV_FILE_DENY_NONE
  *   permissions  of a new file; the runtime's values
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
@@ -204,7 +233,7 @@ KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
 /* Move the file's position, also beyond the end of the file.
  *
  *   offset    bytes from the origin; may be negative
- *   origin    0 the start, 1 the position, 2 the end
+ *   origin    KIV_SEEK_...
  *   position  receives the new position, all bits set on failure; may be null. KivSdFileLSeek
  *             supports positions up to 2 GiB
  *
@@ -261,7 +290,7 @@ KIVSDU_API uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint
 /* Tests access to a file.
  *
  *   path     if null, granted receives 0
- *   mode     0 whether it exists, 2 whether it can be written, 4 read, 6 both
+ *   mode     KIV_FILE_EXISTS, KIV_FILE_WRITABLE, KIV_FILE_READABLE, or the sum of the last two
  *   granted  receives 1 or 0; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  granted is null */

@@ -11,11 +11,9 @@
 
 #include "api.h"
 #include "context.h"
+#include "fileflags.h"
 
 /* ---- Walking a directory ---- */
-
-/* The attribute bit of a directory. */
-#define KIV_ATTRIBUTE_DIRECTORY 0x10u
 
 /* A time: intervals of 100 nanoseconds since 1601, UTC, in two halves. */
 typedef struct KivSdFileTime {
@@ -25,7 +23,7 @@ typedef struct KivSdFileTime {
 
 /* The system's data about a file: a WIN32_FIND_DATAA. On Linux the library fills it. */
 typedef struct KivSdFindData {
-  uint32_t attributes;
+  uint32_t attributes; /* KIV_ATTRIBUTE_... */
   KivSdFileTime created;
   KivSdFileTime accessed;
   KivSdFileTime written;

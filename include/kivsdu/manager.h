@@ -48,12 +48,16 @@
 
 /* ---- Start and stop ---- */
 
+/* Severities of a message. */
+#define AD_SEVERITY_WARNING 3u
+#define AD_SEVERITY_ERROR 4u
+
 /* Receives the memory manager's messages, in the thread that met the shortage. It may allocate, and
  * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
  *   status         see the table
- *   severity       3 for a warning, 4 for an error
+ *   severity       AD_SEVERITY_WARNING or AD_SEVERITY_ERROR
  *   first, second  numbers of bytes modulo 2^32, if the table does not say otherwise
  *   firstTag       6: a 32-bit integer
  *   secondTag      6
@@ -196,7 +200,7 @@ KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
  *              are unchanged if sizeBytes is 0
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0, or the block to free is null
- *       KIV_ST_OUT_OF_MEMORY  no memory; a message is sent */
+ *       KIV_ST_OUT_OF_MEMORY  (adMallocOnNode) no memory; a message is sent */
 KIVSDU_API uint32_t adMallocOnNode(void* ignored, uint64_t sizeBytes, uint64_t* size, void** block);
 KIVSDU_API uint32_t adFreeOnNode(uint64_t ignored, uint64_t alsoIgnored, void* block);
 

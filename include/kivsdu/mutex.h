@@ -40,7 +40,7 @@ KIVSDU_API uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex);
 
 /* Takes the mutex. Waits while another thread owns it.
  *
- *   timeoutMs  milliseconds; 0 does not wait, 0xFFFFFFFF waits without a limit
+ *   timeoutMs  milliseconds; 0 does not wait, KIV_WAIT_INFINITE waits without a limit
  *
  * 0, or KIV_ST_ARGUMENT       mutex is null
  *       KIV_ST_MUTEX_TIMEOUT  another thread still owns it; OS error 258

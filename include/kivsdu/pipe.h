@@ -17,8 +17,33 @@
 
 #include "api.h"
 #include "context.h"
+#include "fileflags.h"
 
 /* ---- Named pipes ---- */
+
+/* Open modes of a named pipe. KIV_OPEN_WRITE_THROUGH and KIV_OPEN_OVERLAPPED may be added. */
+#define KIV_PIPE_INBOUND 0x1u            /* data goes from the client to the server */
+#define KIV_PIPE_OUTBOUND 0x2u           /* data goes from the server to the client */
+#define KIV_PIPE_DUPLEX 0x3u             /* data goes both ways */
+#define KIV_PIPE_FIRST_INSTANCE 0x80000u /* fails if a pipe of this name exists */
+
+/* Pipe modes: bytes or messages, wait or not, and which clients. Add them up. */
+#define KIV_PIPE_BYTES 0x0u
+#define KIV_PIPE_MESSAGES 0x4u
+#define KIV_PIPE_READ_BYTES 0x0u
+#define KIV_PIPE_READ_MESSAGES 0x2u
+#define KIV_PIPE_WAIT 0x0u
+#define KIV_PIPE_NO_WAIT 0x1u       /* connect, read and write return at once */
+#define KIV_PIPE_ACCEPT_REMOTE 0x0u /* clients of other machines too */
+#define KIV_PIPE_REJECT_REMOTE 0x8u /* only clients of this machine */
+
+#define KIV_PIPE_INSTANCES_MAX 255u /* as many instances as the system can make */
+
+/* The server name that stands for this machine. */
+#define KIV_PIPE_THIS_MACHINE "local"
+
+/* OS error of KivSdNamedPipeConnect: a client had opened the pipe before the call. */
+#define KIV_PIPE_CONNECTED_BEFORE 535u
 
 /* Creates an instance of a named pipe on this machine, open to every user (Linux: to the same
  * user). Child processes inherit the handle (Linux: only through a fork).
@@ -26,8 +51,9 @@
  *   name                without a folder; must not be null
  *   pipe                receives the handle, or the invalid handle (-1) if none was created; must
  *                       not be null
- *   openMode, pipeMode  the system's flags (PIPE_ACCESS_DUPLEX = 3, PIPE_WAIT = 0, ...)
- *   maximumInstances    1 to 255
+ *   openMode            KIV_PIPE_INBOUND, _OUTBOUND or _DUPLEX, and flags
+ *   pipeMode            KIV_PIPE_BYTES, KIV_PIPE_MESSAGES, ...
+ *   maximumInstances    1 to KIV_PIPE_INSTANCES_MAX
  *   outBytes, inBytes   buffer sizes in bytes
  *   defaultTimeoutMs    milliseconds; for clients that wait with a time-out of 0
  *
@@ -52,14 +78,14 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
  * A client that reads and writes at the same time opens two pipes. Linux has no overlapped mode:
  * every transfer is complete when the call returns.
  *
- *   server       "local", in any case, for this machine, the only one on Linux; must not be null
+ *   server       KIV_PIPE_THIS_MACHINE, in any case, the only one on Linux; must not be null
  *   name         without a folder; must not be null
  *   pipe         receives the handle, or the invalid handle (-1) if it was not opened; must not be
  *                null
- *   access       the system's access rights
- *   shareMode    the system's; in failover mode replaced by 7, which shares everything
- *   disposition  the system's; OPEN_EXISTING = 3
- *   flags        the system's
+ *   access       the system's access rights, KIV_ACCESS_...
+ *   shareMode    KIV_SHARE_...; in failover mode replaced by KIV_SHARE_ALL
+ *   disposition  KIV_DISPOSITION_OPEN_EXISTING
+ *   flags        KIV_OPEN_...
  *
  * 0, or KIV_ST_ARGUMENT       server, name or pipe is null
  *       KIV_ST_OUT_OF_MEMORY  no memory for the path
@@ -72,7 +98,7 @@ KIVSDU_API uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, co
 /* Waits until an instance of a named pipe can be opened.
  *
  *   server, name  as in KivSdNamedPipeOpen
- *   timeoutMs     milliseconds; 0 for the pipe's default, 0xFFFFFFFF without a limit
+ *   timeoutMs     milliseconds; 0 for the pipe's default, KIV_WAIT_INFINITE without a limit
  *
  * 0, or KIV_ST_ARGUMENT       server or name is null
  *       KIV_ST_OUT_OF_MEMORY  no memory for the path
@@ -83,7 +109,8 @@ KIVSDU_API uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, co
 
 /* Waits until a client opens the pipe.
  *
- * 0                    the client had opened the pipe before the call; OS error 535
+ * 0                    the client had opened the pipe before the call; OS error
+ *                      KIV_PIPE_CONNECTED_BEFORE
  * KIV_ST_PIPE_CONNECT  OS error 0: the client opened the pipe during the call. Any other OS error:
  *                      there is no connection
  * KIV_ST_ARGUMENT      pipe is null

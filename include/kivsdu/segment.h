@@ -62,6 +62,7 @@
 #include "api.h"
 #include "context.h"
 #include "semaphore.h"
+#include "sharedmem.h"
 
 /* Bytes of a segment's name, terminator included. The semaphores' names are longer than the
  * segment's, and the system limits their length: the longest name that works has 256 characters. */
@@ -173,8 +174,9 @@ KIVSDU_API uint32_t KivFindShareMemSeg(KivSdContext* ctx, const char* name, uint
  *
  *   name             at most 259 characters, of which the system accepts 256; must not be null
  *   kind             0 or 1; the two ends must differ
- *   openFlags        of the area, as for KivSdSharedMemAlloc; 8 | 2 for a writable view
- *   protectionFlags  of the area, as for KivSdSharedMemAlloc; 1 for writable pages
+ *   openFlags        of the area, as for KivSdSharedMemAlloc: KIV_SHAREDMEM_CREATE |
+ *                    KIV_SHAREDMEM_WRITE for a writable view, creating the area if needed
+ *   protectionFlags  of the area, as for KivSdSharedMemAlloc: KIV_SHAREDMEM_PAGES_READ_WRITE
  *   segment          from KivFindShareMemSeg; must not be null
  *   timeoutMs        milliseconds; of every wait for the peer
  *   mappingId        as for KivSdSharedMemAlloc; must not be null

@@ -8,9 +8,6 @@
 #include "api.h"
 #include "context.h"
 
-/* The time-out of a wait without a limit. */
-#define KIV_WAIT_INFINITE 0xFFFFFFFFu
-
 /* ---- Counting semaphores ---- */
 
 /* Creates a semaphore. If one of this name exists, opens it and ignores the counts.

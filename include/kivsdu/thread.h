@@ -16,6 +16,15 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
 
 /* ---- Threads ---- */
 
+/* Priorities of a thread, within the priority class of its process. */
+#define KIV_THREAD_PRIORITY_IDLE (-15)
+#define KIV_THREAD_PRIORITY_LOWEST (-2)
+#define KIV_THREAD_PRIORITY_BELOW_NORMAL (-1)
+#define KIV_THREAD_PRIORITY_NORMAL 0
+#define KIV_THREAD_PRIORITY_ABOVE_NORMAL 1
+#define KIV_THREAD_PRIORITY_HIGHEST 2
+#define KIV_THREAD_PRIORITY_TIME_CRITICAL 15
+
 /* Starts a thread.
  *
  *   routine     must not be null
@@ -80,7 +89,7 @@ KIVSDU_API uint32_t KivSdThreadIdGet(KivSdContext* ctx, uint32_t* id);
 /* Get and set a thread's priority, on the system's scale.
  *
  *   thread    null for the calling thread
- *   priority  (get) receives the priority; unchanged on failure
+ *   priority  KIV_THREAD_PRIORITY_...; (get) receives it; unchanged on failure
  *
  * 0, or KIV_ST_ARGUMENT             (get) priority is null
  *       KIV_ST_THREAD_PRIORITY_GET  (get) not read
@@ -110,6 +119,14 @@ KIVSDU_API uint32_t KivSdThreadHighPriorityGet(KivSdContext* ctx, KivHandle igno
 KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* ---- Processes ---- */
+
+/* Priority classes of a process. */
+#define KIV_PRIORITY_CLASS_IDLE 0x40u
+#define KIV_PRIORITY_CLASS_BELOW_NORMAL 0x4000u
+#define KIV_PRIORITY_CLASS_NORMAL 0x20u
+#define KIV_PRIORITY_CLASS_ABOVE_NORMAL 0x8000u
+#define KIV_PRIORITY_CLASS_HIGH 0x80u
+#define KIV_PRIORITY_CLASS_REALTIME 0x100u
 
 /* Ends a process with exit code 0.
  *
@@ -149,7 +166,7 @@ KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process)
 
 /* Returns the calling process's priority class.
  *
- *   priorityClass  receives it; unchanged on failure; must not be null
+ *   priorityClass  receives it, KIV_PRIORITY_CLASS_...; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT              priorityClass is null
  *       KIV_ST_PROCESS_PRIORITY_GET  not read
