@@ -1,6 +1,6 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll;
+ * A file is a descriptor of the C runtime that the library shares with its callers (README.md;
  * on Linux the kernel's). Descriptors of the library work with the runtime's own functions, and the
  * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
  * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
