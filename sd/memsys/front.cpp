@@ -1,6 +1,7 @@
 // The memory manager's entry points for both modes.
 #include <cstring>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "memheap/switches.h"
@@ -37,7 +38,7 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-[[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
+KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
   *block = ThreadHeapAllocate(SlotKey(owner, block), sizeBytes);
   if (*block != nullptr) CountAllocated(sizeBytes);
   return FinishInHeaps(*block, sizeBytes);
@@ -55,7 +56,7 @@ void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
   return FatalExceptionOccurred() ? FatalAllocate(sizeBytes) : PlainAllocate(sizeBytes, policy);
 }
 
-[[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
+KIV_NOINLINE uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
   *block = AllocatePlainOrFatal(sizeBytes, policy);
   return FinishPlain(*block, sizeBytes);
 }
@@ -65,7 +66,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
                                   : PlainReallocate(block, newSizeBytes);
 }
 
-[[gnu::noinline]] uint32_t FreePlain(void* block) {
+KIV_NOINLINE uint32_t FreePlain(void* block) {
   if (FatalExceptionOccurred()) return FatalFree(block);
   PlainFree(block);
   return KIV_ST_OK;
@@ -73,8 +74,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
 
 // ---- Both ----
 
-[[gnu::always_inline]] inline uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block,
-                                                uint8_t policy) {
+KIV_ALWAYS_INLINE uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block, uint8_t policy) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
   if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
   if (!FatalExceptionOccurred()) {
@@ -92,7 +92,7 @@ bool ServesAlignment(uint64_t alignment) {
   return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
 
-[[gnu::always_inline]] inline uint32_t Free(void* block) {
+KIV_ALWAYS_INLINE uint32_t Free(void* block) {
   if (InThreadHeapMode()) {
     return TryFreeShort(block) ? KIV_ST_OK : ThreadHeapFree(block);
   }
@@ -146,9 +146,8 @@ uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** ne
 uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** block,
                   uint8_t policy) {
   const auto elements = static_cast<uint64_t>(int64_t{count});
-  uint64_t sizeBytes = 0;
-  const bool wraps = __builtin_mul_overflow(elements, elementSizeBytes, &sizeBytes);
-  if (wraps) sizeBytes = UINT64_MAX;
+  const bool wraps = HighProduct(elements, elementSizeBytes) != 0;
+  const uint64_t sizeBytes = wraps ? UINT64_MAX : elements * elementSizeBytes;
   if (sizeBytes == 0) {
     if (block != nullptr) *block = nullptr;
     return KIV_ST_ARGUMENT;

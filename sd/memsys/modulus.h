@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "compiler.h"
+
 namespace kiv {
 
 // The quotient is the product with the divisor's reciprocal (T. Granlund and P. L. Montgomery,
@@ -15,10 +17,8 @@ class Modulus {
   constexpr explicit Modulus(uint32_t divisor)
       : divisor_(divisor), reciprocal_(UINT64_MAX / divisor) {}
 
-  constexpr uint32_t Of(uint64_t value) const {
-    __extension__ using Product = unsigned __int128;
-    const auto quotient = static_cast<uint64_t>((static_cast<Product>(value) * reciprocal_) >> 64);
-    const uint64_t rest = value - quotient * divisor_;
+  uint32_t Of(uint64_t value) const {
+    const uint64_t rest = value - HighProduct(value, reciprocal_) * divisor_;
     return static_cast<uint32_t>(rest >= divisor_ ? rest - divisor_ : rest);
   }
 

@@ -22,6 +22,7 @@
 #include "kivsdu/rwlock.h"
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
 #include "sdrwlock/node.h"
@@ -90,7 +91,7 @@ void OwnAsWriter(Node* node) {
   node->depth = 1;
 }
 
-[[gnu::noinline]] void AwaitTurn(Node* node) {
+KIV_NOINLINE void AwaitTurn(Node* node) {
   WaitAsWriter(node);
   OwnAsWriter(node);
 }
@@ -110,13 +111,13 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   OwnAsWriter(node);
 }
 
-[[gnu::noinline]] void AwaitAdmission(Node* node) {
+KIV_NOINLINE void AwaitAdmission(Node* node) {
   WaitAsReader(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // For a reader that found another reader in the queue: counts itself and wakes that reader.
-[[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
+KIV_NOINLINE void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
   WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
   Wake(previous, nullptr);
@@ -124,7 +125,7 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
 }
 
 // For the first reader of a batch that others have joined.
-[[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
+KIV_NOINLINE void EnterAsOldest(Node* node, Node* newest) {
   Wake(newest, nullptr);
   AwaitAdmission(node);
 }
@@ -185,15 +186,15 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
-                                               int32_t slot) {
+KIV_NOINLINE uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+                                          int32_t slot) {
   Wake(AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
   return RetireNode(owner, table, node, slot);
 }
 
 // For a thread that uses this lock for the first time: makes its node and starts over.
-[[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
-                                            KivRWLockTable* table, KivRWLock* lock) {
+KIV_NOINLINE uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
+                                       KivRWLockTable* table, KivRWLock* lock) {
   const uint32_t status = AddNode(owner, table, lock);
   return status == KIV_ST_OK ? start(owner, table, lock) : status;
 }
