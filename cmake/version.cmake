@@ -4,7 +4,11 @@ set(processor x64)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(processor arm64)
 endif()
-set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${CMAKE_SYSTEM_NAME}-${processor} \
+set(flavour ${CMAKE_SYSTEM_NAME}-${processor})
+if(WIN32)
+  string(APPEND flavour "-${KIVSDU_RUNTIME}")
+endif()
+set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${flavour} \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 
 # Version and flavour, which programs read from the loaded library. The flavour is the C runtime.

@@ -1,10 +1,10 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library uses; on Linux, of the kernel. In a
- * program of that C runtime (README.md), descriptors of the library work with the runtime's own
- * functions, and the reverse; but on Linux close them with KivSdFileClose only. Paths, open flags,
- * permissions and seek origins are passed to the runtime unchanged. Their values are part of this
- * interface, on Linux too, where flags without meaning are refused (docs/linux.md):
+ * A file is a descriptor of the C runtime that the library shares with its callers (README.md); on
+ * Linux, of the kernel. Descriptors of the library work with the runtime's own functions, and the
+ * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
+ * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
+ * too, where flags without meaning are refused (docs/linux.md):
  *
  *   open flags   KIV_FILEO_...
  *   share flags  KIV_FILE_DENY_...
