@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the documentation site from the public headers and the documents.
 
-make_site.py OUTPUT BUILD_WINDOWS BUILD_LINUX
+make_site.py OUTPUT BUILD_WINDOWS BUILD_LINUX, all below the project's folder
 
 Fails if an export has no entry in a public header, or an entry says nothing about the result; if
 principal_calls.txt or the kind of an OS error disagrees with the objects of the builds; and if a
@@ -229,6 +229,7 @@ def fetched(site):
 
 
 def main():
+    os.chdir(ROOT)
     output = pathlib.Path(sys.argv[1]).resolve()
     builds = {"windows-x64": sys.argv[2], "linux-x64": sys.argv[3]}
     stage = output / "source"
