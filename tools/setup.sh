@@ -12,6 +12,7 @@ readonly -A packages=(
   [tests]="googletest locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
   [docs]="furo python3 python3-myst-parser python3-sphinx"
+  [report]="python3-matplotlib"
   [checks]="clang-format clang-tidy libclang-rt-14-dev python3 spin"
 )
 
