@@ -32,8 +32,8 @@
 #endif
 
 /* Records cross the library boundary. Each one therefore asserts its size and the offset of every
- * field. */
-#ifdef __cplusplus
+ * field. MSVC knows the C++ word in C too, and the C word only with /std:c11. */
+#if defined(__cplusplus) || (defined(_MSC_VER) && !defined(__clang__))
 #define KIV_ASSERT_LAYOUT(condition, text) static_assert(condition, text)
 #else
 #define KIV_ASSERT_LAYOUT(condition, text) _Static_assert(condition, text)
@@ -46,6 +46,9 @@
 
 /* A handle of the operating system: a HANDLE on Windows. Null stands for no handle. */
 typedef void* KivHandle;
+
+/* The time-out of a wait without a limit. */
+#define KIV_WAIT_INFINITE 0xFFFFFFFFu
 
 /* The unit of every page count in this library, in bytes. It does not depend on the machine's page
  * size. */
