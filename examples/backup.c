@@ -8,7 +8,10 @@
 #include "kivsdu/kivsdu.h"
 
 /* Flags of the C runtime: read and write, create, truncate, binary; permissions: read and write. */
-enum { kOpenFlags = 2 | 0x100 | 0x200 | 0x8000, kPermissions = 0x100 | 0x80 };
+enum {
+  kOpenFlags = KIV_FILEO_READ_WRITE | KIV_FILEO_CREATE | KIV_FILEO_TRUNCATE | KIV_FILEO_BINARY,
+  kPermissions = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE
+};
 enum { kMoney = 1000000, kPauseSeconds = 30, kMaySleep = 1, kSlot = 0 };
 
 static KivSdWritePause writePause; /* one for the process, initially zero */

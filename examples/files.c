@@ -5,11 +5,6 @@
 
 #include "kivsdu/kivsdu.h"
 
-/* Open flags and permissions of the C runtime, whose names differ between compilers. */
-enum { kReadWrite = 2, kCreate = 0x100, kTruncate = 0x200, kBinary = 0x8000 };
-enum { kMayRead = 0x100, kMayWrite = 0x80 };
-enum { kFromStart = 0 };
-
 static const char kPath[] = "example-journal.txt";
 
 static void Check(const KivSdContext* ctx, uint32_t status, const char* action) {
@@ -30,7 +25,7 @@ static void WriteLines(KivSdContext* ctx, uint32_t file) {
 static void ReadLines(KivSdContext* ctx, uint32_t file) {
   char line[80];
   uint32_t status;
-  Check(ctx, KivSdFileLSeek(ctx, file, 0, kFromStart, KIV_NULL), "seek to the start");
+  Check(ctx, KivSdFileLSeek(ctx, file, 0, KIV_SEEK_START, KIV_NULL), "seek to the start");
   while ((status = KivSdFileGets(ctx, file, line, sizeof(line))) == KIV_ST_OK) {
     printf("read: %s", line);
   }
@@ -59,11 +54,13 @@ static void ListFiles(KivSdContext* ctx) {
 }
 
 int main(void) {
-  const uint32_t flags = kReadWrite | kCreate | kTruncate | kBinary;
+  const uint32_t flags =
+      KIV_FILEO_READ_WRITE | KIV_FILEO_CREATE | KIV_FILEO_TRUNCATE | KIV_FILEO_BINARY;
+  const uint32_t permissions = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE;
   KivSdContext* ctx;
   uint32_t file;
   if (KivSdInit(&ctx) != KIV_ST_OK) return EXIT_FAILURE;
-  Check(ctx, KivSdFileOpen(ctx, kPath, flags, kMayRead | kMayWrite, &file), "open the file");
+  Check(ctx, KivSdFileOpen(ctx, kPath, flags, permissions, &file), "open the file");
   WriteLines(ctx, file);
   ReadLines(ctx, file);
   ShowStatus(ctx, "while open");

@@ -47,6 +47,9 @@
 /* A handle of the operating system: a HANDLE on Windows. Null stands for no handle. */
 typedef void* KivHandle;
 
+/* The time-out of a wait without a limit. */
+#define KIV_WAIT_INFINITE 0xFFFFFFFFu
+
 /* The unit of every page count in this library, in bytes. It does not depend on the machine's page
  * size. */
 #define KIV_PAGE_UNIT 8192u

@@ -1,16 +1,15 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library shares with its callers (README.md;
- * on Linux the kernel's). Descriptors of the library work with the runtime's own functions, and the
- * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
- * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
- * too, where flags without meaning are refused (docs/linux.md):
+ * A file is a descriptor of the C runtime that the library uses; on Linux, of the kernel. In a
+ * program of that C runtime (README.md), descriptors of the library work with the runtime's own
+ * functions, and the reverse; but on Linux close them with KivSdFileClose only. Paths, open flags,
+ * permissions and seek origins are passed to the runtime unchanged. Their values are part of this
+ * interface, on Linux too, where flags without meaning are refused (docs/linux.md):
  *
- *   open flags   0 read, 1 write, 2 both, 8 append, 0x100 create, 0x200 truncate,
- *                0x400 only if new (KIV_FILEO_EXCL), 0x4000 text, 0x8000 binary
- *   share flags  deny others: 0x10 reading and writing, 0x20 writing, 0x30 reading, 0x40 nothing
- *   permissions  of a new file: 0x100 reading, 0x80 writing
- *   origin       0 the start, 1 the position, 2 the end
+ *   open flags   KIV_FILEO_...
+ *   share flags  KIV_FILE_DENY_...
+ *   permissions  KIV_FILE_MAY_...
+ *   origin       KIV_SEEK_... (fileflags.h)
  *
  * Without the text or the binary flag, the runtime's default applies, which is text. In text mode
  * the runtime drops the carriage return before each line feed that it reads, adds one before each
@@ -19,9 +18,7 @@
  *
  * In failover mode every operation, except KivSdFileClose, KivSdIsDirectIO and KivSdIsNoWaitIO,
  * calls the lease guard (settings.h) before it checks its arguments. A context may always be null.
- * OS errors are errno unless stated otherwise; on Linux always, except 38 for the end of a file.
- * Outputs are written on success and on failure; they
- * are unchanged if an argument is invalid.
+ * Outputs are written on success and on failure; they are unchanged if an argument is invalid.
  *
  * Any thread. Threads that use one descriptor share its position. The positioned operations carry
  * their own offset.
@@ -38,13 +35,44 @@
 
 #include "api.h"
 #include "context.h"
+#include "fileflags.h"
 
 /* The value that stands for no file. */
 #define KIV_FILE_NONE 0xFFFFFFFFu
 
+/* Open flags: one of the first three, and any of the others. */
+#define KIV_FILEO_READ 0x0u
+#define KIV_FILEO_WRITE 0x1u
+#define KIV_FILEO_READ_WRITE 0x2u
+#define KIV_FILEO_APPEND 0x8u         /* each write goes to the end of the file */
+#define KIV_FILEO_RANDOM 0x10u        /* a hint: access in any order */
+#define KIV_FILEO_SEQUENTIAL 0x20u    /* a hint: access from the start to the end */
+#define KIV_FILEO_TEMPORARY 0x40u     /* removes the file with its last descriptor */
+#define KIV_FILEO_NOT_INHERITED 0x80u /* child processes do not inherit the descriptor */
+#define KIV_FILEO_CREATE 0x100u       /* creates the file if it does not exist */
+#define KIV_FILEO_TRUNCATE 0x200u     /* empties the file */
+#define KIV_FILEO_SHORT_LIVED 0x1000u /* a hint: keep the data in memory */
+#define KIV_FILEO_TEXT 0x4000u
+#define KIV_FILEO_BINARY 0x8000u
+
 /* Open flag: fail if the file exists. Only the operations that end in ExclusiveMode use it, and
  * they add it themselves. */
 #define KIV_FILEO_EXCL 0x400u
+
+/* Share flags: the access that others are denied while the file is open. */
+#define KIV_FILE_DENY_ALL 0x10u
+#define KIV_FILE_DENY_WRITE 0x20u
+#define KIV_FILE_DENY_READ 0x30u
+#define KIV_FILE_DENY_NONE 0x40u
+
+/* Permissions of a new file. Without KIV_FILE_MAY_WRITE it is read-only. */
+#define KIV_FILE_MAY_READ 0x100u
+#define KIV_FILE_MAY_WRITE 0x80u
+
+/* The questions of KivSdFileAccess. Add the last two up to ask for both. */
+#define KIV_FILE_EXISTS 0u
+#define KIV_FILE_WRITABLE 2u
+#define KIV_FILE_READABLE 4u
 
 /* ---- Opening and closing ---- */
 
@@ -55,7 +83,8 @@
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     path or file is null
- *       KIV_ST_FILE_CREATE  not created */
+ *       KIV_ST_FILE_CREATE  not created
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_t permissions,
                                     uint32_t* file);
 
@@ -69,7 +98,8 @@ KIVSDU_API uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   path or file is null
- *       KIV_ST_FILE_OPEN  not opened */
+ *       KIV_ST_FILE_OPEN  not opened
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                   uint32_t permissions, uint32_t* file);
 KIVSDU_API uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
@@ -86,14 +116,14 @@ KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* pa
  *   path         must not be null
  *   openFlags    must not contain KIV_FILEO_EXCL: after the null checks, an assertion ends the
  *                process
- *   shareFlags   the access denied to others; in failover mode replaced by 0x40, which denies
- *                nothing
+ *   shareFlags   KIV_FILE_DENY_...; in failover mode replaced by KIV_FILE_DENY_NONE
  *   permissions  of a new file; the runtime's values
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         path or file is null
  *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting mode
- *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason */
+ *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                    uint32_t shareFlags, uint32_t permissions, uint32_t* file);
 
@@ -105,7 +135,8 @@ KIVSDU_API uint32_t KivSdFileSOpenExclusiveMode(KivSdContext* ctx, const char* p
 
 /* Closes a file. For KIV_FILE_NONE it fails with OS error 9 without calling the runtime.
  *
- * 0, or KIV_ST_FILE_CLOSE  not closed */
+ * 0, or KIV_ST_FILE_CLOSE  not closed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file);
 
 /* ---- Transferring ---- */
@@ -118,7 +149,8 @@ KIVSDU_API uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file);
  *           near the end, 0xFFFFFFFF on failure
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
- *       KIV_ST_FILE_READ  not read */
+ *       KIV_ST_FILE_READ  not read
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t length,
                                   uint32_t* count);
 
@@ -130,9 +162,9 @@ KIVSDU_API uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer
  *   count   receives the bytes read; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
- *       KIV_ST_FILE_READ  not read. OS error 9 if the descriptor is not open; otherwise
- *                         GetLastError, which is 38 if offset is at or behind the end of the
- *                         file */
+ *       KIV_ST_FILE_READ  not read. OS error 9 if the descriptor is not open, 38 if offset is
+ *                         at or behind the end of the file
+ * OS error: errno of a bad descriptor, else GetLastError. */
 KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t offset,
                                    uint32_t length, uint32_t* count);
 
@@ -145,7 +177,8 @@ KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffe
  *
  * 0, or KIV_ST_ARGUMENT    buffer or count is null
  *       KIV_ST_DISK_FULL   no room, OS error 28
- *       KIV_ST_FILE_WRITE  not written for any other reason */
+ *       KIV_ST_FILE_WRITE  not written for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                    uint32_t length, uint32_t* count);
 
@@ -161,7 +194,8 @@ KIVSDU_API uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void*
  *       KIV_ST_FILE_READ   the descriptor is not open, OS error 9. Compatibility: hosts expect the
  *                          status of a read here
  *       KIV_ST_DISK_FULL   no room, OS error 112
- *       KIV_ST_FILE_WRITE  not written for any other reason; OS error from GetLastError */
+ *       KIV_ST_FILE_WRITE  not written for any other reason
+ * OS error: errno of a bad descriptor, else GetLastError. */
 KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                     uint32_t offset, uint32_t length, uint32_t* count,
                                     uint32_t* osError);
@@ -181,14 +215,16 @@ KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void
  *
  * 0, or KIV_ST_ARGUMENT   buffer is null, or sizeBytes is 0
  *       KIV_ST_FILE_END   the end of the file; OS error 0
- *       KIV_ST_FILE_GETS  the file could not be read or positioned */
+ *       KIV_ST_FILE_GETS  the file could not be read or positioned
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer,
                                   uint32_t sizeBytes);
 
 /* Waits until all data written to the file is on the device. docs/files.md says which events the
  * data then survives.
  *
- * 0, or KIV_ST_FILE_FLUSH  not flushed */
+ * 0, or KIV_ST_FILE_FLUSH  not flushed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
 
 /* ---- Position and length ---- */
@@ -196,11 +232,12 @@ KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
 /* Move the file's position, also beyond the end of the file.
  *
  *   offset    bytes from the origin; may be negative
- *   origin    0 the start, 1 the position, 2 the end
+ *   origin    KIV_SEEK_...
  *   position  receives the new position, all bits set on failure; may be null. KivSdFileLSeek
  *             supports positions up to 2 GiB
  *
- * 0, or KIV_ST_FILE_SEEK  not moved */
+ * 0, or KIV_ST_FILE_SEEK  not moved
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t offset,
                                    uint32_t origin, uint32_t* position);
 KIVSDU_API uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t offset,
@@ -211,7 +248,8 @@ KIVSDU_API uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t o
  *   position  receives bytes from the start, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   position is null
- *       KIV_ST_FILE_TELL  not known */
+ *       KIV_ST_FILE_TELL  not known
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* position);
 
 /* Returns the file's length, up to 2 GiB.
@@ -219,7 +257,8 @@ KIVSDU_API uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* po
  *   length  receives bytes, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     length is null
- *       KIV_ST_FILE_LENGTH  not known */
+ *       KIV_ST_FILE_LENGTH  not known
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length);
 
 /* Returns whether the file's position is at its end.
@@ -240,7 +279,8 @@ KIVSDU_API uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEn
  *   osError    receives the OS error, 0 on success; may be null
  *
  * 0, or KIV_ST_DISK_FULL       no room, OS error 28
- *       KIV_ST_DIRECT_SET_END  not set for any other reason */
+ *       KIV_ST_DIRECT_SET_END  not set for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint64_t length,
                                           uint32_t* newLength, uint32_t* osError);
 
@@ -249,7 +289,7 @@ KIVSDU_API uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint
 /* Tests access to a file.
  *
  *   path     if null, granted receives 0
- *   mode     0 whether it exists, 2 whether it can be written, 4 read, 6 both
+ *   mode     KIV_FILE_EXISTS, KIV_FILE_WRITABLE, KIV_FILE_READABLE, or the sum of the last two
  *   granted  receives 1 or 0; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  granted is null */
@@ -261,7 +301,8 @@ KIVSDU_API uint32_t KivSdFileAccess(KivSdContext* ctx, const char* path, uint32_
  *   path  must not be null
  *
  * 0, or KIV_ST_ARGUMENT     path is null
- *       KIV_ST_FILE_REMOVE  not removed */
+ *       KIV_ST_FILE_REMOVE  not removed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path);
 
 /* Bits of a file's status word; see KivSdFileGetStatus. */
@@ -301,7 +342,8 @@ KIVSDU_API uint32_t KivSdFileGetStatus(KivSdContext* ctx, const char* path, uint
  *
  * 0, or KIV_ST_ARGUMENT        name is null
  *       KIV_ST_FILE_TEMP_NAME  the runtime made no name; or, with OS error 0, the name is too long
- *                              or 16384 names are taken */
+ *                              or 16384 names are taken
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileTempNameGet(KivSdContext* ctx, const char* prefix, char* name);
 
 /* ---- Kinds of transfer ---- */

@@ -9,12 +9,14 @@
 
 #include "api.h"
 #include "status.h"
+#include "version.h"
 
 #include "console.h"
 #include "context.h"
 #include "directio.h"
 #include "event.h"
 #include "file.h"
+#include "fileflags.h"
 #include "filesearch.h"
 #include "manager.h"
 #include "mappedfile.h"

@@ -15,12 +15,27 @@
  * heap (shortheap.h).
  *
  * Placement in a heap depends on the requests alone: equal sequences of requests return equal
- * offsets. Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in
- * plain mode with the switch on; otherwise they are aligned for any type.
+ * offsets.
+ *
+ * Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in plain mode
+ * with the switch on; otherwise to 16 bytes. Compilers expect 16 bytes of a block that holds a type
+ * which needs them, such as an SSE vector: an access to such a block in a heap can end the process.
+ * Place these types by hand, in a block that is 15 bytes larger.
+ *
+ * Start in this order:
+ *
+ *   1. KivSdSetHardwareAcceleration (sync.h) and KivSdSetMemoryManager (memory.h), if at all
+ *   2. adMemThreadHeapInit
+ *   3. adMemSetThreadContext: set earlier, the context is lost, and no message is ever sent
+ *   4. contexts, locks and other records; then the host's threads
  *
  * Free every block before adMemThreadHeapInit or adMemThreadHeapTerm changes the mode: one mode
  * cannot read the blocks of the other. A host therefore calls adMemThreadHeapInit before it creates
  * contexts and other records, and frees these before it calls adMemThreadHeapTerm.
+ *
+ * Nothing detects misuse. A block that is freed twice can be handed out twice. Freeing an address
+ * that is no block, writing past the end of a block, and using a block after it was freed damage
+ * the heap; the failure shows later and elsewhere.
  *
  * Segregated fits, deferred coalescing and boundary tags: see P. R. Wilson et al., "Dynamic Storage
  * Allocation: A Survey and Critical Review", IWMM 1995.
@@ -33,12 +48,16 @@
 
 /* ---- Start and stop ---- */
 
+/* Severities of a message. */
+#define AD_SEVERITY_WARNING 3u
+#define AD_SEVERITY_ERROR 4u
+
 /* Receives the memory manager's messages, in the thread that met the shortage. It may allocate, and
  * must return.
  *
  *   handle         word 26 of the host's context (adMemSetThreadContext)
  *   status         see the table
- *   severity       3 for a warning, 4 for an error
+ *   severity       AD_SEVERITY_WARNING or AD_SEVERITY_ERROR
  *   first, second  numbers of bytes modulo 2^32, if the table does not say otherwise
  *   firstTag       6: a 32-bit integer
  *   secondTag      6
@@ -84,7 +103,8 @@ KIVSDU_API uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messa
 KIVSDU_API int32_t adMemThreadHeapTerm(void);
 
 /* Set and clear the context that messages are sent for, one for the process. Without a context no
- * message is sent. adMemThreadHeapInit clears it when it reads the configuration.
+ * message is sent. adMemThreadHeapInit clears it when it reads the configuration: set it after that
+ * call.
  *
  *   context  a record of the host with at least 27 words of 64 bits, not the record of context.h.
  *            Word 26 is read whenever a message is sent. Null clears the context */
@@ -156,7 +176,7 @@ KIVSDU_API uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeByt
 KIVSDU_API char* adStrDup(const char* text, const char* file, uint32_t line);
 
 /* Frees a block. While the no-free switch is on (KivSdSetMemDeallocOption) it frees nothing and
- * returns 0, even for null.
+ * returns 0, even for null. A block must be freed once only; nothing checks this.
  *
  * 0, or KIV_ST_ARGUMENT  block is null; or, after a fatal exception in plain mode, it does not lie
  *                        in the exception stack (thread.h) */
@@ -180,7 +200,7 @@ KIVSDU_API uint32_t adFreeAligned(void* block, uint8_t alignedOrigin);
  *              are unchanged if sizeBytes is 0
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0, or the block to free is null
- *       KIV_ST_OUT_OF_MEMORY  no memory; a message is sent */
+ *       KIV_ST_OUT_OF_MEMORY  (adMallocOnNode) no memory; a message is sent */
 KIVSDU_API uint32_t adMallocOnNode(void* ignored, uint64_t sizeBytes, uint64_t* size, void** block);
 KIVSDU_API uint32_t adFreeOnNode(uint64_t ignored, uint64_t alsoIgnored, void* block);
 

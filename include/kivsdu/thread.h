@@ -16,6 +16,15 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
 
 /* ---- Threads ---- */
 
+/* Priorities of a thread, within the priority class of its process. */
+#define KIV_THREAD_PRIORITY_IDLE (-15)
+#define KIV_THREAD_PRIORITY_LOWEST (-2)
+#define KIV_THREAD_PRIORITY_BELOW_NORMAL (-1)
+#define KIV_THREAD_PRIORITY_NORMAL 0
+#define KIV_THREAD_PRIORITY_ABOVE_NORMAL 1
+#define KIV_THREAD_PRIORITY_HIGHEST 2
+#define KIV_THREAD_PRIORITY_TIME_CRITICAL 15
+
 /* Starts a thread.
  *
  *   routine     must not be null
@@ -27,7 +36,8 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
  *               KivSdThreadDelete
  *
  * 0, or KIV_ST_ARGUMENT       routine, id or thread is null; no thread is started
- *       KIV_ST_THREAD_CREATE  not started */
+ *       KIV_ST_THREAD_CREATE  not started
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine routine,
                                       uint64_t ignored, uint32_t stackBytes, void* argument,
                                       uint32_t* id, KivHandle* thread);
@@ -35,7 +45,8 @@ KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine rout
 /* Closes a thread's handle. The thread runs on, and the variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
- *       KIV_ST_THREAD_DELETE  not closed */
+ *       KIV_ST_THREAD_DELETE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadDelete(KivSdContext* ctx, KivHandle* thread);
 
 /* Ends the calling thread. Does not return, and does not write the context.
@@ -78,11 +89,12 @@ KIVSDU_API uint32_t KivSdThreadIdGet(KivSdContext* ctx, uint32_t* id);
 /* Get and set a thread's priority, on the system's scale.
  *
  *   thread    null for the calling thread
- *   priority  (get) receives the priority; unchanged on failure
+ *   priority  KIV_THREAD_PRIORITY_...; (get) receives it; unchanged on failure
  *
  * 0, or KIV_ST_ARGUMENT             (get) priority is null
  *       KIV_ST_THREAD_PRIORITY_GET  (get) not read
- *       KIV_ST_THREAD_PRIORITY_SET  (set) not set */
+ *       KIV_ST_THREAD_PRIORITY_SET  (set) not set
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadPriorityGet(KivSdContext* ctx, KivHandle* thread, int32_t* priority);
 KIVSDU_API uint32_t KivSdThreadPrioritySet(KivSdContext* ctx, KivHandle* thread, int32_t priority);
 
@@ -102,10 +114,19 @@ KIVSDU_API uint32_t KivSdThreadHighPriorityGet(KivSdContext* ctx, KivHandle igno
  *   thread  receives the handle; must not be null
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
- *       KIV_ST_THREAD_HANDLE  not obtained */
+ *       KIV_ST_THREAD_HANDLE  not obtained
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* ---- Processes ---- */
+
+/* Priority classes of a process. */
+#define KIV_PRIORITY_CLASS_IDLE 0x40u
+#define KIV_PRIORITY_CLASS_BELOW_NORMAL 0x4000u
+#define KIV_PRIORITY_CLASS_NORMAL 0x20u
+#define KIV_PRIORITY_CLASS_ABOVE_NORMAL 0x8000u
+#define KIV_PRIORITY_CLASS_HIGH 0x80u
+#define KIV_PRIORITY_CLASS_REALTIME 0x100u
 
 /* Ends a process with exit code 0.
  *
@@ -113,6 +134,7 @@ KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
  *
  * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5 (Linux: EPERM). Windows also denies
  *                              access to a process that has ended
+ * OS error: GetLastError.
  *
  * Linux: only the calling process ends with an exit code; others end as by SIGKILL.
  *
@@ -144,10 +166,11 @@ KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process)
 
 /* Returns the calling process's priority class.
  *
- *   priorityClass  receives it; unchanged on failure; must not be null
+ *   priorityClass  receives it, KIV_PRIORITY_CLASS_...; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT              priorityClass is null
- *       KIV_ST_PROCESS_PRIORITY_GET  not read */
+ *       KIV_ST_PROCESS_PRIORITY_GET  not read
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorityClass);
 
 /* Sets a process's priority class.
@@ -155,7 +178,8 @@ KIVSDU_API uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorit
  *   process  null for the calling process
  *   id       -1 for the calling process, whatever `process` holds; other values are ignored
  *
- * 0, or KIV_ST_PROCESS_PRIORITY_SET  not set */
+ * 0, or KIV_ST_PROCESS_PRIORITY_SET  not set
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process, int32_t id,
                                             uint32_t priorityClass);
 

@@ -5,6 +5,7 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "memheap/switches.h"
+#include "memsys/direct_request.h"
 #include "memsys/messages.h"
 #include "memsys/plain.h"
 #include "memsys/statistics.h"
@@ -38,10 +39,32 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
+KIV_NOINLINE uint32_t FinishAllocation(void* made, uint64_t sizeBytes, void** block) {
+  *block = made;
+  if (made != nullptr) CountAllocated(sizeBytes);
+  return FinishInHeaps(made, sizeBytes);
+}
+
+KIV_NOINLINE uint32_t AllocateInSlot(uint32_t slot, uint32_t sizeBytes, void** block) {
+  return FinishAllocation(SlotAllocate(slot, sizeBytes), sizeBytes, block);
+}
+
 KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
-  *block = ThreadHeapAllocate(SlotKey(owner, block), sizeBytes);
-  if (*block != nullptr) CountAllocated(sizeBytes);
-  return FinishInHeaps(*block, sizeBytes);
+  const uint64_t key = SlotKey(owner, block);
+  if (!MayBeDirect(sizeBytes)) {
+    return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
+  }
+  const auto directBytes = static_cast<uint32_t>(sizeBytes);
+  const uint32_t slot = SlotOf(key, allocationClock.Advance());
+  void* made = TrySlotAllocate(slot, directBytes);
+  if (made == nullptr) return AllocateInSlot(slot, directBytes, block);
+  *block = made;
+  SendPendingWarning();
+  return KIV_ST_OK;
+}
+
+KIV_NOINLINE uint32_t FreeInHeaps(void* block) {
+  return TryThreadHeapFree(block) ? KIV_ST_OK : ThreadHeapFree(block);
 }
 
 // ---- Plain mode ----
@@ -93,9 +116,7 @@ bool ServesAlignment(uint64_t alignment) {
 }
 
 KIV_ALWAYS_INLINE uint32_t Free(void* block) {
-  if (InThreadHeapMode()) {
-    return TryFreeShort(block) ? KIV_ST_OK : ThreadHeapFree(block);
-  }
+  if (InThreadHeapMode()) return FreeInHeaps(block);
   if (!FatalExceptionOccurred() && TryPlainFree(block)) return KIV_ST_OK;
   return FreePlain(block);
 }

@@ -12,15 +12,8 @@ namespace cellhost {
 namespace {
 
 constexpr char kSourceRequest[] = "cellhost/pipe_client request";
-constexpr char kThisMachine[] = "local";
 
-// Windows values for opening the pipe: access rights, sharing, disposition, flags.
-constexpr uint32_t kReadAndWrite = 0xC0000000;
-constexpr uint32_t kNoSharing = 0;
-constexpr uint32_t kOpenExisting = 3;
-// The server may identify the client but not impersonate it, because another program could own the
-// pipe's name.
-constexpr uint32_t kIdentifyOnly = 0x00110000;
+constexpr uint32_t kReadAndWrite = KIV_ACCESS_READ | KIV_ACCESS_WRITE;
 
 // Windows errors of waiting and opening that may pass after a while.
 constexpr uint32_t kErrorNoSuchPipe = 2;
@@ -38,10 +31,13 @@ PipeClient::PipeClient() : PipeEnd(kReplyBytesMax) {}
 // Opening may fail even after a successful wait: another client may open the instance first.
 uint32_t PipeClient::TryOpen() {
   KivSdContext* ctx = ThisContext();
-  const uint32_t waited = KivSdNamedPipeWait(ctx, kThisMachine, name_, kWaitOnceMs);
+  const uint32_t waited = KivSdNamedPipeWait(ctx, KIV_PIPE_THIS_MACHINE, name_, kWaitOnceMs);
   if (waited != 0) return waited;
-  const uint32_t opened = KivSdNamedPipeOpen(ctx, kThisMachine, name_, &pipe_, kReadAndWrite,
-                                             kNoSharing, kOpenExisting, kIdentifyOnly);
+  // The server may identify the client but not impersonate it, because another program could own the
+  // pipe's name.
+  const uint32_t opened =
+      KivSdNamedPipeOpen(ctx, KIV_PIPE_THIS_MACHINE, name_, &pipe_, kReadAndWrite, KIV_SHARE_NONE,
+                         KIV_DISPOSITION_OPEN_EXISTING, KIV_OPEN_IDENTIFY_ONLY);
   if (opened != 0) pipe_ = nullptr;  // a failed opening does not leave null
   return opened;
 }
@@ -102,7 +98,7 @@ void PipeClient::Leave() {
 }
 
 bool ServerListens(const char* name, uint32_t limitMs) {
-  return KivSdNamedPipeWait(ThisContext(), kThisMachine, name, limitMs) == 0;
+  return KivSdNamedPipeWait(ThisContext(), KIV_PIPE_THIS_MACHINE, name, limitMs) == 0;
 }
 
 RequestText::RequestText() : text_(kSourceRequest) {}

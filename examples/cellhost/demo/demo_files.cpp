@@ -32,7 +32,8 @@ constexpr uint32_t kCopyClient = 10;  // number of the client, for the output
 DemoFiles::~DemoFiles() {
   uint8_t exists = 0;
   KivSdContext* ctx = ThisContext();
-  if (folder_.empty() || KivSdFileAccess(ctx, folder_.c_str(), 0, &exists) != 0 || exists == 0) {
+  if (folder_.empty() || KivSdFileAccess(ctx, folder_.c_str(), KIV_FILE_EXISTS, &exists) != 0 ||
+      exists == 0) {
     return;
   }
   Succeeded(ctx, KivSdDirRemove(ctx, folder_.c_str()), "remove the demo's files");

@@ -10,21 +10,13 @@
 namespace cellhost {
 namespace {
 
-constexpr char kThisMachine[] = "local";
-
-// Windows flags. Every user may open the pipe; at least refuse other machines.
-constexpr uint32_t kBothWays = 3;
-constexpr uint32_t kFirstInstance = 0x00080000;
-constexpr uint32_t kBytesFromThisMachine = 8;
+// Every user may open the pipe; at least refuse other machines.
+constexpr uint32_t kPipeMode = KIV_PIPE_BYTES | KIV_PIPE_REJECT_REMOTE;
 constexpr uint32_t kDefaultWaitMs = 1000;
-constexpr uint32_t kReadOnly = 0x80000000;
-constexpr uint32_t kNoSharing = 0;
-constexpr uint32_t kOpenExisting = 3;
 
-// Windows errors of a connect.
+// OS errors of a connect.
 constexpr uint32_t kErrorNone = 0;
-constexpr uint32_t kErrorPipeConnected = 535;  // the client came before the call
-constexpr uint32_t kErrorNoData = 232;         // and has gone again
+constexpr uint32_t kErrorNoData = 232;  // the client came before the call and has gone again
 
 }  // namespace
 
@@ -33,10 +25,10 @@ PipeServer::PipeServer() : PipeEnd(kRequestBytesMax) {}
 bool PipeServer::Create(const char* name, uint32_t instances, bool first) {
   if (!MakeRoomToSend(kShortReplyBytes)) return false;
   KivSdContext* ctx = ThisContext();
-  const uint32_t openMode = kBothWays | (first ? kFirstInstance : 0);
+  const uint32_t openMode = KIV_PIPE_DUPLEX | (first ? KIV_PIPE_FIRST_INSTANCE : 0);
   const uint32_t status =
-      KivSdNamedPipeCreate(ctx, name, &pipe_, openMode, kBytesFromThisMachine, instances,
-                           kReplyBufferBytes, kRequestBufferBytes, kDefaultWaitMs);
+      KivSdNamedPipeCreate(ctx, name, &pipe_, openMode, kPipeMode, instances, kReplyBufferBytes,
+                           kRequestBufferBytes, kDefaultWaitMs);
   if (status == 0) return true;
   pipe_ = nullptr;
   return Complain(
@@ -48,7 +40,7 @@ Accepted PipeServer::Accept() {
   KivSdContext* ctx = ThisContext();
   const uint32_t status = KivSdNamedPipeConnect(ctx, &pipe_);
   // A client came before the call, or during the call.
-  if (status == 0 && ctx->osError == kErrorPipeConnected) return Accepted::kClient;
+  if (status == 0 && ctx->osError == KIV_PIPE_CONNECTED_BEFORE) return Accepted::kClient;
   if (status == KIV_ST_PIPE_CONNECT && ctx->osError == kErrorNone) return Accepted::kClient;
   if (ctx->osError == kErrorNoData) return Accepted::kCameAndWent;
   Succeeded(ctx, status, "wait for a client");
@@ -64,7 +56,8 @@ void WakeAccept(const char* name) {
   KivSdContext* ctx = ThisContext();
   KivHandle pipe = nullptr;
   const uint32_t status =
-      KivSdNamedPipeOpen(ctx, kThisMachine, name, &pipe, kReadOnly, kNoSharing, kOpenExisting, 0);
+      KivSdNamedPipeOpen(ctx, KIV_PIPE_THIS_MACHINE, name, &pipe, KIV_ACCESS_READ, KIV_SHARE_NONE,
+                         KIV_DISPOSITION_OPEN_EXISTING, 0);
   if (status != 0) return;  // no thread waits in Accept, or another client wakes it
   Succeeded(ctx, KivSdPipeClose(ctx, &pipe), "close the pipe");
 }

@@ -27,9 +27,9 @@ constexpr uint32_t kFoldersMax = 100000;
 constexpr uint32_t kPieceBytes = 64 * 1024;
 constexpr uint32_t kUsPerMs = 1000;
 
-// Flags of the C runtime: binary, create or truncate, write only.
-constexpr uint32_t kOpenFlags = 0x8000 | 0x200 | 0x100 | 0x1;
-constexpr uint32_t kPermissions = 0x100 | 0x80;
+constexpr uint32_t kOpenFlags =
+    KIV_FILEO_WRITE | KIV_FILEO_CREATE | KIV_FILEO_TRUNCATE | KIV_FILEO_BINARY;
+constexpr uint32_t kPermissions = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE;
 
 CELLHOST_FORMAT(2, 3) void Say(BackupReport* report, const char* format, ...) {
   va_list values;

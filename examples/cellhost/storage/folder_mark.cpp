@@ -11,10 +11,8 @@
 namespace cellhost {
 namespace {
 
-// Flags of the C runtime: binary, create if missing, read and write; others may read.
-constexpr uint32_t kOpenFlags = 0x8000 | 0x100 | 0x2;
-constexpr uint32_t kOthersRead = 0x20;
-constexpr uint32_t kPermissions = 0x100 | 0x80;
+constexpr uint32_t kOpenFlags = KIV_FILEO_READ_WRITE | KIV_FILEO_CREATE | KIV_FILEO_BINARY;
+constexpr uint32_t kPermissions = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE;
 
 struct MarkBytes {
   uint64_t kind;  // kMarkKind
@@ -48,7 +46,7 @@ bool FolderMark::Open(const std::string& path) {
   path_ = path;
   KivSdContext* ctx = ThisContext();
   const uint32_t opened =
-      KivSdFileSOpen(ctx, path.c_str(), kOpenFlags, kOthersRead, kPermissions, &file_);
+      KivSdFileSOpen(ctx, path.c_str(), kOpenFlags, KIV_FILE_DENY_WRITE, kPermissions, &file_);
   if (opened == KIV_ST_FILE_SHARING) {
     return Complain("another server uses '%s'; end it, or give another folder with --data",
                     path.c_str());

@@ -12,10 +12,8 @@ namespace {
 
 constexpr char kSourcePiece[] = "cellhost/journal piece";
 
-// Flags of the C runtime: binary, create if missing, read and write; others may read.
-constexpr uint32_t kOpenFlags = 0x8000 | 0x100 | 0x2;
-constexpr uint32_t kOthersRead = 0x20;
-constexpr uint32_t kPermissions = 0x100 | 0x80;
+constexpr uint32_t kOpenFlags = KIV_FILEO_READ_WRITE | KIV_FILEO_CREATE | KIV_FILEO_BINARY;
+constexpr uint32_t kPermissions = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE;
 
 // The library's streams support offsets and lengths up to 2 GiB.
 constexpr uint32_t kLengthMax = 0x7FFFFFE0;
@@ -40,8 +38,8 @@ bool Journal::Fails(uint32_t status, const char* what) const {
 
 bool Journal::Open(const std::string& path) {
   path_ = path;
-  const uint32_t status =
-      KivSdFileSOpen(ThisContext(), path.c_str(), kOpenFlags, kOthersRead, kPermissions, &file_);
+  const uint32_t status = KivSdFileSOpen(ThisContext(), path.c_str(), kOpenFlags,
+                                         KIV_FILE_DENY_WRITE, kPermissions, &file_);
   if (status != 0) return Fails(status, "open");
   const uint32_t told = KivSdFileLength(ThisContext(), file_, &endBytes_);
   return told == 0 || Fails(told, "read the length of");
@@ -129,8 +127,9 @@ bool Journal::CutTo(uint32_t lengthBytes) {
 // Cuts the file to the last valid record. If this fails, the next PUT overwrites the rest.
 void Journal::CutBack() {
   if (CutTo(endBytes_)) return;
+  const unsigned long long refused = lastPut_ + 1;
   Complain("PUT %llu was refused, and may be carried out if the server is killed before the next",
-           static_cast<unsigned long long>(lastPut_ + 1));
+           refused);
 }
 
 bool Journal::WriteRecord(const JournalRecord& record) {

@@ -14,16 +14,10 @@
 namespace cellhost {
 namespace {
 
-// Windows values for opening a file: access rights, sharing, dispositions, flags.
-constexpr uint32_t kReadAccess = 0x80000000;
-constexpr uint32_t kReadAndWriteAccess = 0xC0000000;
-constexpr uint32_t kShareReading = 1;
-constexpr uint32_t kMakeOrEmpty = 2;
-constexpr uint32_t kOpenExisting = 3;
-constexpr uint32_t kOverlapped = 0x40000000;
+constexpr uint32_t kReadAndWriteAccess = KIV_ACCESS_READ | KIV_ACCESS_WRITE;
 
-// Flags of the C runtime, for the stream that flushes a file.
-constexpr uint32_t kReadAndWriteBinary = 0x8000 | 0x2;
+// The stream that flushes a file.
+constexpr uint32_t kReadAndWriteBinary = KIV_FILEO_READ_WRITE | KIV_FILEO_BINARY;
 constexpr uint32_t kNoPermissions = 0;
 
 // The completion records have a page behind the buffers.
@@ -71,8 +65,8 @@ void PageTransfers::FreePlaces() {
 
 bool PageTransfers::Open(const char* path, uint32_t access, uint32_t disposition) {
   path_ = path;
-  const uint32_t status = KivSdDirectIOFileOpen(ThisContext(), path, access, kShareReading,
-                                                disposition, nullptr, kOverlapped, &file_);
+  const uint32_t status = KivSdDirectIOFileOpen(ThisContext(), path, access, KIV_SHARE_READ,
+                                                disposition, nullptr, KIV_OPEN_OVERLAPPED, &file_);
   if (status != 0) return Fails(path, status, "open");
   return MakePlaces();
 }
@@ -138,7 +132,7 @@ bool PageTransfers::Close() {
 }
 
 bool PageReader::Open(const char* path) {
-  if (!transfers_.Open(path, kReadAccess, kOpenExisting)) return false;
+  if (!transfers_.Open(path, KIV_ACCESS_READ, KIV_DISPOSITION_OPEN_EXISTING)) return false;
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdDirectIOFileSize(ctx, transfers_.file(), &pageCount_),
                    "read the size of a file of blocks");
@@ -162,7 +156,7 @@ const CellPage* PageReader::Next() {
 }
 
 bool PageWriter::Make(const char* path, uint32_t pageCount) {
-  if (!transfers_.Open(path, kReadAndWriteAccess, kMakeOrEmpty)) return false;
+  if (!transfers_.Open(path, kReadAndWriteAccess, KIV_DISPOSITION_CREATE_ALWAYS)) return false;
   KivSdContext* ctx = ThisContext();
   uint32_t newSize = 0;
   return Succeeded(ctx, KivSdDirectIOFileSetEndOfFile(ctx, transfers_.file(), pageCount, &newSize),

@@ -9,10 +9,9 @@
 namespace cellhost {
 
 bool Exists(const std::string& path, bool* exists) {
-  constexpr uint32_t kToBeThere = 0;
   KivSdContext* ctx = ThisContext();
   uint8_t granted = 0;
-  const uint32_t status = KivSdFileAccess(ctx, path.c_str(), kToBeThere, &granted);
+  const uint32_t status = KivSdFileAccess(ctx, path.c_str(), KIV_FILE_EXISTS, &granted);
   *exists = granted != 0;
   return Succeeded(ctx, status, "look for a file");
 }
