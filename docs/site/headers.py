@@ -17,7 +17,8 @@ DECLARATION = re.compile(r"KIVSDU_API\s+([^;]+);")
 NAME = re.compile(r"(\w+)\s*(?:\(|$)")
 SECTION = re.compile(r"/\* ---- (.*?) ----", re.S)
 DEFINE = re.compile(r"#define +((?:KIV|AD)_\w+)(\([^)]*\))? +(.*)")
-STATUS = re.compile(r"^(?:0, or |      )?(KIV_[A-Z0-9_]+|0x[0-9A-F]+|0|1|another status)(?=  +\S|$)")
+STATUS = re.compile(
+    r"^(?:0, or |      )?(KIV_[A-Z0-9_]+|0x[0-9A-F]+|0|1|another status)(?=  +\S|$)")
 HELPERS = ("KIV_ASSERT_",)
 
 
@@ -176,7 +177,15 @@ def paragraphs(comment):
             lines = []
 
 
+def is_wide_table(lines):
+    """A table with a header and three columns or more, such as that of the memory messages."""
+    return len(lines) > 2 and not lines[0].startswith(" ") and len(
+        re.findall(r"\S {2,}\S", lines[0])) > 1 and not STATUS.match(lines[0])
+
+
 def split_block(lines, parameters):
+    if is_wide_table(lines):
+        return [Block("table", lines)]
     if STATUS.match(lines[0]):
         return split_statuses(lines)
     for at, line in enumerate(lines[1:], 1):  # a table may follow its introduction at once

@@ -4,7 +4,8 @@
 make_site.py OUTPUT BUILD_WINDOWS BUILD_LINUX
 
 Fails if an export has no entry in a public header, or an entry says nothing about the result; if
-principal_calls.txt disagrees with the objects of the builds; and if a link leads nowhere.
+principal_calls.txt or the kind of an OS error disagrees with the objects of the builds; and if a
+link leads nowhere.
 """
 import html.parser
 import os
@@ -25,6 +26,7 @@ import reference  # noqa: E402
 
 TOP = ("README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md", "sd/README.md",
        "examples/cellhost/README.md")
+FETCHED = re.compile(r'<(?:script|link|img)\b[^>]*(?:src|href)="(?:https?:)?//[^"]*"')
 LINK = re.compile(r"(!?)\[([^\]]*)\]\(([^)\s]+)\)")
 
 
@@ -80,7 +82,7 @@ class Names:
 
 
 def rewrite(document, names):
-    """The document's text with links for the site. What the site does not have becomes plain text."""
+    """The document's text with links for the site. A link to what it does not have becomes text."""
     def replace(match):
         mark, text, link = match.groups()
         target = target_of(document, link)
@@ -145,12 +147,25 @@ def undocumented(read, exports):
         yield f"{name} is declared and not exported"
 
 
+def kinds_said(read):
+    """{operation: the kinds that the line "OS error" of its comment names}"""
+    said = {}
+    for header in read.values():
+        for entry in header.entries:
+            line = re.search(r"^OS error: (.*)", entry.comment, re.M)
+            kinds = set(re.findall(r"GetLastError|errno", line.group(1))) if line else set()
+            said.update({function.name: kinds for function in entry.functions if kinds})
+    return said
+
+
 def stage_reference(stage, read, builds):
     exports = headers.exports(ROOT / "sd/kivsdu.def")
     complaints = list(undocumented(read, exports))
     chosen = platform_calls.principal(SITE / "principal_calls.txt")
-    calls, wrong = platform_calls.all_calls(exports, builds, chosen)
+    graphs = {platform: platform_calls.Graph(build) for platform, build in builds.items()}
+    calls, wrong = platform_calls.all_calls(exports, graphs, chosen)
     complaints += wrong
+    complaints += platform_calls.wrong_kinds(kinds_said(read), exports, graphs["windows-x64"])
     if complaints:
         raise SystemExit("".join(f"make_site: {complaint}\n" for complaint in complaints))
     pages = reference.Reference(read, calls)
@@ -200,7 +215,7 @@ def fetched(site):
     """Complaints about scripts, styles and pictures that a browser would fetch from the network."""
     for path in site.rglob("*.html"):
         text = path.read_text(encoding="utf-8")
-        for tag in re.findall(r"<(?:script|link|img)\b[^>]*(?:src|href)=\"(?:https?:)?//[^\"]*\"", text):
+        for tag in FETCHED.findall(text):
             yield f"{path.relative_to(site)} fetches from the network: {tag}"
 
 

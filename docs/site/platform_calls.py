@@ -15,13 +15,16 @@ COMPUTING = frozenset("""
   strcat strstr strpbrk strspn strcspn strcasecmp strncasecmp stpcpy strtol strtoul strtoull strtoll
   atol atoi isspace isdigit toupper tolower __ctype_b_loc __ctype_tolower_loc __ctype_toupper_loc
   sprintf snprintf sscanf vsnprintf __isoc99_sscanf qsort bsearch _finite _strupr __sched_cpucount
-  pthread_once pthread_atfork __errno_location _errno errno GetLastError SetLastError gnu_dev_major gnu_dev_minor
+  pthread_once pthread_atfork __errno_location _errno errno GetLastError SetLastError
+  gnu_dev_major gnu_dev_minor
   gnu_dev_makedev __assert_fail _assert _wassert abort __tls_get_addr _tls_index
 """.split())
 
 # Linux's numbers of the calls that the library makes without a function of the C library.
 NUMBERED = {186: "gettid", 202: "futex", 206: "io_setup", 207: "io_destroy", 208: "io_getevents",
             209: "io_submit", 234: "tgkill", 332: "statx", 439: "faccessat2"}
+
+ERROR_SOURCES = {"GetLastError": "GetLastError", "_errno": "errno"}
 
 FUNCTION = re.compile(r"^[0-9a-f]+ <([^>]+)>:$")
 RELOCATION = re.compile(r"(?:R_X86_64|IMAGE_REL_AMD64)_\w+\s+(\S+)")
@@ -93,6 +96,19 @@ class Graph:
                     system.add(called)
         return sorted(system), sorted(through - {export, body})
 
+    def error_kinds(self, body):
+        """Where the numbers come from that an operation of Windows may report as OS error."""
+        seen, todo, kinds = set(), [body], set()
+        while todo:
+            name = todo.pop()
+            if name in seen:
+                continue
+            seen.add(name)
+            kinds |= {ERROR_SOURCES[called] for called in self.functions.get(name, ())
+                      if called in ERROR_SOURCES}
+            todo += self.functions.get(name, ())
+        return kinds
+
     @staticmethod
     def is_of_the_system(name):
         """Whether a name without a body here belongs to the system or to the C runtime."""
@@ -136,11 +152,18 @@ def choose(export, platform, system, chosen, complaints):
     return [call.rstrip("*") for call in calls]
 
 
-def all_calls(exports, builds, chosen):
+def wrong_kinds(said, exports, graph):
+    """Complaints about operations that name another kind of OS error than their objects report."""
+    for export, kinds in said.items():
+        wrong = kinds - graph.error_kinds(exports[export][0])
+        for kind in sorted(wrong):
+            yield f"{export}: the header says {kind}, but the operation never reads it"
+
+
+def all_calls(exports, graphs, chosen):
     """{export: {platform: (calls of the system, exports called)}}, and the complaints."""
     found, complaints = {}, []
-    for platform, build in builds.items():
-        graph = Graph(build)
+    for platform, graph in graphs.items():
         for export, (body, _) in exports.items():
             system, through = graph.behind(export, body, exports)
             shown = choose(export, platform, system, chosen, complaints)

@@ -30,6 +30,24 @@ def indent(lines, by=3):
     return [(" " * by + line).rstrip() for line in lines]
 
 
+def definitions(lines):
+    """The rows of a table with two columns, names and texts; none for any other table."""
+    first = re.match(r"^  (\S.*?)  +(?=\S)", lines[0])
+    if not first:
+        return []
+    column, rows = first.end(), []
+    for line in lines:
+        name, text = line[:column].strip(), line[column:]
+        aligned = text[:1].strip() and (not name or line[column - 2:column] == "  ")
+        if not aligned or re.search(r"\S {2,}\S|[|]|->", name + " . " + text) or not (name or rows):
+            return []
+        if name:
+            rows.append([name, text])
+        else:
+            rows[-1][1] += " " + text
+    return rows
+
+
 class Reference:
     def __init__(self, headers, calls):
         self.headers, self.calls = headers, calls
@@ -75,7 +93,13 @@ class Reference:
         return escape(word)
 
     def inline(self, text):
-        """Running text, with links to what it names."""
+        """Running text, with links to what it names. Between backquotes it is code."""
+        pieces = text.split("`")
+        for at, piece in enumerate(pieces):
+            pieces[at] = f"``{piece}``" if at % 2 else self.linked(piece)
+        return "".join(pieces)
+
+    def linked(self, text):
         parts, position = [], 0
         for match in self.token.finditer(text):
             parts += [escape(text[position:match.start()]), self.separate(match, text)]
@@ -105,8 +129,9 @@ class Reference:
         text = self.inline(" ".join(" ".join(block.lines).split()))
         for kind in ("Danger", "Compatibility"):
             if text.startswith(kind + ": "):
+                rest = text[len(kind) + 2:]
                 return [f".. admonition:: {kind}", f"   :class: {kind.lower()}", "",
-                        "   " + text[len(kind) + 2:]]
+                        "   " + rest[0].upper() + rest[1:]]
         return [text]
 
     def render_table(self, block):
@@ -115,6 +140,15 @@ class Reference:
                for at, line in enumerate(bullets)) and bullets[0].startswith("- "):
             items = " ".join(bullets).split("- ")[1:]
             return ["* " + self.inline(item.strip()) for item in items]
+        if bullets[0].startswith("1. "):
+            items = re.split(r"(?:^| )\d\. ", " ".join(bullets))[1:]
+            return ["#. " + self.inline(item.strip()) for item in items]
+        rows = definitions(block.lines)
+        if rows:
+            lines = [".. list-table::", "   :widths: auto", "   :class: parameters", ""]
+            for name, text in rows:
+                lines += ["   * - " + self.inline(name), "     - " + self.inline(text)]
+            return lines
         return ["::", ""] + indent(block.lines)
 
     def render_parameters(self, block):
@@ -129,8 +163,8 @@ class Reference:
             shown = self.link(status) if status in self.constants else f"``{status}``"
             if status == "another status":
                 shown = status
-            lines += [f"   * - {shown}",
-                      f"     - {self.inline(text) if text else SUCCESS if status == '0' else '—'}"]
+            text = self.inline(text) or (SUCCESS if status == "0" else "—")
+            lines += [f"   * - {shown}", f"     - {text}"]
         return lines
 
     # ---- Entries ----
@@ -141,6 +175,8 @@ class Reference:
         through = sorted({name for _, names in found.values() for name in names
                           if name not in GUARD + HELPERS})
         lines = []
+        if not through and not any(system for system, _ in found.values()):
+            return [":System: no call"]
         for platform, title in PLATFORMS.items():
             system = ", ".join(f"``{name}``" for name in found[platform][0])
             lines.append(f":{title}: {system or 'no call of the system'}")
@@ -168,7 +204,7 @@ class Reference:
             lines.append(head + signatures[0])
             lines += [" " * len(head) + signature for signature in signatures[1:]]
             lines += [""] + indent(self.blocks(entry.blocks))
-            for text, sharing in self.same_calls(functions).items():
+            for text, sharing in self.same_calls([] if kind == "var" else functions).items():
                 if len(sharing) < len(functions):
                     names = ", ".join(f"``{function.name}``" for function in sharing)
                     lines += indent([f"{names}:", ""])
@@ -178,7 +214,8 @@ class Reference:
     def type_entry(self, entry):
         lines = []
         for name in entry.types:
-            kind = "struct" if re.search(rf"struct \w* ?\{{|struct {name}\b", entry.source) else "type"
+            is_record = re.search(rf"struct \w* ?\{{|struct {name}\b", entry.source)
+            kind = "struct" if is_record else "type"
             lines += [f".. c:{kind}:: {name}", ""]
         lines += indent(self.blocks(entry.blocks))
         source = entry.source.strip("\n").split("\n")
@@ -195,7 +232,8 @@ class Reference:
     def status_entry(self, entry):
         (name, value, _), = entry.constants
         lines = [f".. c:macro:: {name}", ""]
-        lines += indent([f"**{value.rstrip('u')}** — " + self.inline(" ".join(entry.comment.split())), ""])
+        meaning = self.inline(" ".join(entry.comment.split()))
+        lines += indent([f"**{value.rstrip('u')}** — {meaning}", ""])
         names = self.returned_by.get(name, [])
         if 0 < len(names) <= 40:
             lines += indent([":returned by: " + ", ".join(self.link(one) for one in names), ""])
@@ -237,11 +275,11 @@ class Reference:
 
     def index(self):
         lines = heading("Reference", "=")
-        lines += ["The manual of every public header. Each operation has its arguments, its statuses, "
-                  "and the calls of the system behind it.", "",
+        lines += ["The manual of every public header. Each operation has its arguments, its "
+                  "statuses, and the calls of the system behind it.", "",
                   "Where Linux differs, :doc:`/docs/linux` says how. On Linux most operations make "
-                  "further calls, which keep handles and names; only those that do the work are shown."
-                  " Calls that only report or handle a failure are left out.", ""]
+                  "further calls, which keep handles and names; only those that do the work are "
+                  "shown. Calls that only report or handle a failure are left out.", ""]
         listed = [name for names in FAMILIES.values() for name in names]
         others = tuple(name for name in self.headers if name not in listed and
                        name != "kivsdu.h" and self.headers[name].entries)
@@ -255,11 +293,12 @@ class Reference:
 
     def exports_page(self):
         lines = heading("All exports", "=")
-        lines += [f"The {len(self.functions)} exported names, and the calls of the system behind each.",
-                  "", ".. list-table::", "   :header-rows: 1", "   :widths: auto",
+        lines += [f"The {len(self.functions)} exported names, and the calls of the system behind "
+                  "each.", "", ".. list-table::", "   :header-rows: 1", "   :widths: auto",
                   "   :class: exports", "", "   * - export", "     - header", "     - Windows",
                   "     - Linux"]
-        for header, _, function in sorted(self.all_functions(), key=lambda found: found[2].name.lower()):
+        by_name = sorted(self.all_functions(), key=lambda found: found[2].name.lower())
+        for header, _, function in by_name:
             calls = self.calls[function.name]
             cells = [self.link(function.name) if not function.is_datum
                      else f":c:var:`{function.name}`", self.link(header.name)]

@@ -1,9 +1,9 @@
 /* The context record: the outcome of a caller's last operation.
  *
  * Nearly every operation takes a context first and stores its outcome there, also on success: a
- * success stores {0, 0} whatever the record held before. A null context is allowed everywhere; the
- * operation then only returns its status. Each operation overwrites the record that it is given:
- * read it before the next operation.
+ * success stores {0, 0} whatever the record held before. A null context is allowed everywhere but
+ * in KivSdTerm and KivSdLastErrGet; the operation then only returns its status. Each operation
+ * overwrites the record that it is given: read it before the next operation.
  *
  * A declaration whose operation can fail in the system ends its statuses with a line "OS error",
  * which names the kind of the number on Windows:

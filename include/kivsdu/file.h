@@ -1,10 +1,10 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library uses; on Linux, of the kernel. In a
- * program of that C runtime (README.md), descriptors of the library work with the runtime's own
- * functions, and the reverse; but on Linux close them with KivSdFileClose only. Paths, open flags,
- * permissions and seek origins are passed to the runtime unchanged. Their values are part of this
- * interface, on Linux too, where flags without meaning are refused (docs/linux.md):
+ * A file is a descriptor of the C runtime that the library shares with its callers (README.md); on
+ * Linux, of the kernel. Descriptors of the library work with the runtime's own functions, and the
+ * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
+ * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
+ * too, where flags without meaning are refused (docs/linux.md):
  *
  *   open flags   KIV_FILEO_...
  *   share flags  KIV_FILE_DENY_...
@@ -121,7 +121,8 @@ KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* pa
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         path or file is null
- *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting mode
+ *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting
+ *                               mode; OS error 13 (Linux: 16)
  *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason
  * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,

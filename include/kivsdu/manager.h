@@ -24,7 +24,8 @@
  *
  * Start in this order:
  *
- *   1. KivSdSetHardwareAcceleration (sync.h) and KivSdSetMemoryManager (memory.h), if at all
+ *   1. settings and hooks (settings.h), and, if at all, KivSdSetMemoryManager (memory.h) and
+ *      KivSdSetHardwareAcceleration (sync.h)
  *   2. adMemThreadHeapInit
  *   3. adMemSetThreadContext: set earlier, the context is lost, and no message is ever sent
  *   4. contexts, locks and other records; then the host's threads

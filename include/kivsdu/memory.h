@@ -22,8 +22,8 @@
  *   file,line  the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0 or out is null; the allocator is not called
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded (memusage.h). OS error is
- *                             the system's last error, whatever set it */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded (memusage.h)
+ * OS error: GetLastError, whichever call set it. */
 KIVSDU_API uint32_t KivSdMemAlloc(KivSdContext* ctx, uint64_t reserved, uint32_t sizeBytes,
                                   void** out, const char* file, uint32_t line);
 KIVSDU_API uint32_t KivSdMemAllocUsingPolicy(KivSdContext* ctx, uint64_t reserved,
@@ -45,8 +45,8 @@ KIVSDU_API uint32_t KivSdMemFree(KivSdContext* ctx, void* block, const char* fil
  *   file,line     the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       newSizeBytes is 0 or out is null
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded. OS error is the system's
- *                             last error, whatever set it */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded
+ * OS error: GetLastError, whichever call set it. */
 KIVSDU_API uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBlock,
                                     void** out, const char* file, uint32_t line);
 

@@ -64,8 +64,8 @@ KIVSDU_API uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path);
  * KIV_ST_ARGUMENT    path is null or empty
  * KIV_ST_DIR_REMOVE  something was not removed; the files before it are gone. The OS error is that
  *                    of removing the directory itself. If that succeeded, it is the error that
- *                    stopped the work: errno, the system's error of the search, or 206 if a path is
- *                    too long */
+ *                    stopped the work; 206 if a path is too long
+ * OS error: errno; GetLastError if the search failed. */
 KIVSDU_API uint32_t KivSdDirRemove(KivSdContext* ctx, const char* path);
 
 /* Returns whether a file's attributes are those of a directory.

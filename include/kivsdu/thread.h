@@ -160,8 +160,8 @@ KIVSDU_API uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id);
 /* Tests whether a process is running.
  *
  * 0                     it is running
- * KIV_ST_PROCESS_ALIVE  it has ended, OS error 0; or the test failed, OS error 0xFFFFFFFF. The OS
- *                       error is the wait's result */
+ * KIV_ST_PROCESS_ALIVE  it has ended, OS error 0; or the test failed, OS error 0xFFFFFFFF
+ * OS error: the wait's result. */
 KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process);
 
 /* Returns the calling process's priority class.

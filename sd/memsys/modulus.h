@@ -16,10 +16,7 @@ namespace kiv {
 class WideModulus {
  public:
   constexpr explicit WideModulus(uint32_t divisor)
-      : divisor_(divisor),
-        // 2^kShift / divisor, rounded up, in two digits of 32 bits.
-        reciprocal_(((kHighDigit / divisor) << 32) +
-                    (((kHighDigit % divisor) << 32) + divisor - 1) / divisor) {}
+      : divisor_(divisor), reciprocal_(ReciprocalOf(divisor)) {}
 
   uint32_t Of(uint64_t value) const {
     const uint64_t quotient = HighProduct(value, reciprocal_) >> (kShift - 64);
@@ -28,7 +25,13 @@ class WideModulus {
 
  private:
   static constexpr int kShift = 72;
-  static constexpr uint64_t kHighDigit = uint64_t{1} << (kShift - 32);
+
+  // 2^72 divided by the divisor, rounded up, from the quotient and the rest of 2^64.
+  static constexpr uint64_t ReciprocalOf(uint64_t divisor) {
+    const uint64_t quotient = UINT64_MAX / divisor;
+    const uint64_t rest = UINT64_MAX % divisor + 1;
+    return (quotient << (kShift - 64)) + ((rest << (kShift - 64)) + divisor - 1) / divisor;
+  }
 
   uint64_t divisor_;
   uint64_t reciprocal_;
