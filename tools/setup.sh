@@ -10,6 +10,7 @@ readonly -A packages=(
   [example]="libcli11-dev"
   [tests]="googletest locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
+  [package]="dpkg-dev file gzip"
   [checks]="clang-format clang-tidy libclang-rt-14-dev spin"
 )
 
