@@ -57,7 +57,8 @@ void Contended(benchmark::State& state) {
   }
 }
 
-// Arguments: threads, period; one operation in each period writes, the others read.
+// Arguments: threads, period; one operation in each period writes, the others read. With a period
+// of 0 all read.
 template <typename Lock>
 void ReadMostly(benchmark::State& state) {
   const auto threads = static_cast<int>(state.range(0));
@@ -70,7 +71,7 @@ void ReadMostly(benchmark::State& state) {
       const auto own = static_cast<uint64_t>(number) * period / static_cast<uint64_t>(threads);
       uint64_t operations = 0;
       for (window->Await(); window->IsOpen(); ++operations) {
-        if (operations % period == own) {
+        if (period != 0 && operations % period == own) {
           Write(&session, [&] { guarded.Change(); });
         } else {
           Read(&session, [&] { guarded.Look(); });
@@ -165,7 +166,7 @@ KIV_BENCH_PLATFORM_LOCKS(CONTENDED)
 void Mixes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"threads", "one_write_in"})->UseManualTime()->Iterations(1);
   for (const int64_t threads : {2, 4}) {
-    for (const int64_t period : {10, 100}) benchmark->Args({threads, period});
+    for (const int64_t period : {0, 10, 100}) benchmark->Args({threads, period});
   }
 }
 BENCHMARK_TEMPLATE(ReadMostly, RwLock)->Apply(Mixes);

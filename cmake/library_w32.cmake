@@ -1,16 +1,25 @@
 # Windows: compile and link options of the libraries. library_lnx.cmake has the same functions.
 
-# Compiles a target's sources for such a DLL: no exceptions, no type information, debug symbols.
+# Control-flow guard: clang 16 and mingw-w64 11 have it, and so has MSVC.
+include(CheckLinkerFlag)
+if(NOT MSVC)
+  check_linker_flag(C -mguard=cf KIV_HAS_GUARD_CF)
+endif()
+
+# Compiles a target's sources for such a DLL: the headers of its C runtime, no exceptions, no type
+# information, debug symbols.
 function(kiv_slim_code target)
+  target_compile_definitions(${target} PRIVATE ${KIVSDU_RUNTIME_DEFINITIONS})
   if(MSVC)
-    target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi)
+    target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi /guard:cf)
     return()
   endif()
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-                         -ffunction-sections -fdata-sections -g)
+                         -ffunction-sections -fdata-sections -g
+                         $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # Access the DLL's variables directly. Without these options the compiler assumes that they may
-    # lie in another DLL and reaches each through a pointer.
+    # Access the DLL's variables directly. Without the visibility options the compiler assumes that
+    # they may lie in another DLL and reaches each through a pointer.
     target_compile_options(${target} PRIVATE -gcodeview -fvisibility-from-dllstorageclass
                            -fvisibility-externs-nodllstorageclass=hidden)
   endif()
@@ -25,10 +34,15 @@ function(kiv_slim_library target description)
   target_sources(${target} PRIVATE ${target}.def)
   set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
   if(MSVC)
-    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
+    # No folding of identical functions: each export has an address of its own, unless the list of
+    # exports gives it the function of another.
+    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:NOICF /DYNAMICBASE /HIGHENTROPYVA
+                        /NXCOMPAT /GUARD:CF)
     return()
   endif()
-  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections)
+  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections
+                      -Wl,--dynamicbase,--high-entropy-va,--nxcompat
+                      $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
 
   set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")

@@ -23,6 +23,17 @@
 
 namespace kiv::bench::raw {
 
+// Until a process makes its second thread, the C library leaves out the locked instructions of its
+// locks. A server has threads, so each benchmark makes one first.
+[[maybe_unused]] inline const bool hasHadThreads = [] {
+  pthread_t thread;
+  if (pthread_create(
+          &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr) != 0) {
+    return false;
+  }
+  return pthread_join(thread, nullptr) == 0;
+}();
+
 // Sleeps while the word has the value, and wakes one sleeper. Shared between processes.
 inline void FutexWait(std::atomic<uint32_t>* word, uint32_t value) {
   syscall(SYS_futex, word, FUTEX_WAIT, value, nullptr, nullptr, 0);

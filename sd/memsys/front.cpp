@@ -1,9 +1,11 @@
 // The memory manager's entry points for both modes.
 #include <cstring>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "memheap/switches.h"
+#include "memsys/direct_request.h"
 #include "memsys/messages.h"
 #include "memsys/plain.h"
 #include "memsys/statistics.h"
@@ -37,10 +39,32 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-[[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
-  *block = ThreadHeapAllocate(SlotKey(owner, block), sizeBytes);
-  if (*block != nullptr) CountAllocated(sizeBytes);
-  return FinishInHeaps(*block, sizeBytes);
+KIV_NOINLINE uint32_t FinishAllocation(void* made, uint64_t sizeBytes, void** block) {
+  *block = made;
+  if (made != nullptr) CountAllocated(sizeBytes);
+  return FinishInHeaps(made, sizeBytes);
+}
+
+KIV_NOINLINE uint32_t AllocateInSlot(uint32_t slot, uint32_t sizeBytes, void** block) {
+  return FinishAllocation(SlotAllocate(slot, sizeBytes), sizeBytes, block);
+}
+
+KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
+  const uint64_t key = SlotKey(owner, block);
+  if (!MayBeDirect(sizeBytes)) {
+    return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
+  }
+  const auto directBytes = static_cast<uint32_t>(sizeBytes);
+  const uint32_t slot = SlotOf(key, allocationClock.Advance());
+  void* made = TrySlotAllocate(slot, directBytes);
+  if (made == nullptr) return AllocateInSlot(slot, directBytes, block);
+  *block = made;
+  SendPendingWarning();
+  return KIV_ST_OK;
+}
+
+KIV_NOINLINE uint32_t FreeInHeaps(void* block) {
+  return TryThreadHeapFree(block) ? KIV_ST_OK : ThreadHeapFree(block);
 }
 
 // ---- Plain mode ----
@@ -55,7 +79,7 @@ void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
   return FatalExceptionOccurred() ? FatalAllocate(sizeBytes) : PlainAllocate(sizeBytes, policy);
 }
 
-[[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
+KIV_NOINLINE uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
   *block = AllocatePlainOrFatal(sizeBytes, policy);
   return FinishPlain(*block, sizeBytes);
 }
@@ -65,7 +89,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
                                   : PlainReallocate(block, newSizeBytes);
 }
 
-[[gnu::noinline]] uint32_t FreePlain(void* block) {
+KIV_NOINLINE uint32_t FreePlain(void* block) {
   if (FatalExceptionOccurred()) return FatalFree(block);
   PlainFree(block);
   return KIV_ST_OK;
@@ -73,8 +97,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
 
 // ---- Both ----
 
-[[gnu::always_inline]] inline uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block,
-                                                uint8_t policy) {
+KIV_ALWAYS_INLINE uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block, uint8_t policy) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
   if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
   if (!FatalExceptionOccurred()) {
@@ -92,10 +115,8 @@ bool ServesAlignment(uint64_t alignment) {
   return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
 
-[[gnu::always_inline]] inline uint32_t Free(void* block) {
-  if (InThreadHeapMode()) {
-    return TryFreeShort(block) ? KIV_ST_OK : ThreadHeapFree(block);
-  }
+KIV_ALWAYS_INLINE uint32_t Free(void* block) {
+  if (InThreadHeapMode()) return FreeInHeaps(block);
   if (!FatalExceptionOccurred() && TryPlainFree(block)) return KIV_ST_OK;
   return FreePlain(block);
 }
@@ -146,9 +167,8 @@ uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** ne
 uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** block,
                   uint8_t policy) {
   const auto elements = static_cast<uint64_t>(int64_t{count});
-  uint64_t sizeBytes = 0;
-  const bool wraps = __builtin_mul_overflow(elements, elementSizeBytes, &sizeBytes);
-  if (wraps) sizeBytes = UINT64_MAX;
+  const bool wraps = HighProduct(elements, elementSizeBytes) != 0;
+  const uint64_t sizeBytes = wraps ? UINT64_MAX : elements * elementSizeBytes;
   if (sizeBytes == 0) {
     if (block != nullptr) *block = nullptr;
     return KIV_ST_ARGUMENT;

@@ -17,6 +17,14 @@ namespace kiv {
 // it.
 struct alignas(64) AllocationClock {
   Relaxed<uint64_t> ticks;
+  Relaxed<uint64_t> period;  // the prime of the present ticks; see PrimeAt
+
+  // Threads may get the same tick.
+  uint64_t Advance() {
+    const uint64_t now = ticks;
+    ticks = now + 1;
+    return now;
+  }
 };
 extern AllocationClock allocationClock;
 

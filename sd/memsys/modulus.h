@@ -1,30 +1,55 @@
-// Remainders without a division, for a divisor that is known in advance.
+// Remainders without a division, for divisors that are known in advance.
+//
+// The quotient is the high part of the product with the divisor's reciprocal, which is rounded up
+// (T. Granlund and P. L. Montgomery, "Division by Invariant Integers using Multiplication", PLDI
+// 1994, theorem 4.2): exact if the value times the rounding error is below the reciprocal's unit.
 #ifndef KIV_MEMSYS_MODULUS_H
 #define KIV_MEMSYS_MODULUS_H
 
 #include <cstdint>
 
+#include "compiler.h"
+
 namespace kiv {
 
-// The quotient is the product with the divisor's reciprocal (T. Granlund and P. L. Montgomery,
-// "Division by Invariant Integers using Multiplication", PLDI 1994). The reciprocal is rounded
-// down. The quotient is therefore at most 1 too small, which the remainder shows and corrects.
-class Modulus {
+// Of values below 2^61, for a divisor from 257 to 2047.
+class WideModulus {
  public:
-  constexpr Modulus() = default;
-  constexpr explicit Modulus(uint32_t divisor)
-      : divisor_(divisor), reciprocal_(UINT64_MAX / divisor) {}
+  constexpr explicit WideModulus(uint32_t divisor)
+      : divisor_(divisor), reciprocal_(ReciprocalOf(divisor)) {}
 
-  constexpr uint32_t Of(uint64_t value) const {
-    __extension__ using Product = unsigned __int128;
-    const auto quotient = static_cast<uint64_t>((static_cast<Product>(value) * reciprocal_) >> 64);
-    const uint64_t rest = value - quotient * divisor_;
-    return static_cast<uint32_t>(rest >= divisor_ ? rest - divisor_ : rest);
+  uint32_t Of(uint64_t value) const {
+    const uint64_t quotient = HighProduct(value, reciprocal_) >> (kShift - 64);
+    return static_cast<uint32_t>(value - quotient * divisor_);
   }
 
  private:
-  uint64_t divisor_ = 1;
-  uint64_t reciprocal_ = UINT64_MAX;
+  static constexpr int kShift = 72;
+
+  // 2^72 divided by the divisor, rounded up, from the quotient and the rest of 2^64.
+  static constexpr uint64_t ReciprocalOf(uint64_t divisor) {
+    const uint64_t quotient = UINT64_MAX / divisor;
+    const uint64_t rest = UINT64_MAX % divisor + 1;
+    return (quotient << (kShift - 64)) + ((rest << (kShift - 64)) + divisor - 1) / divisor;
+  }
+
+  uint64_t divisor_;
+  uint64_t reciprocal_;
+};
+
+// Of values below 2^16, for a divisor below 2^16.
+class NarrowModulus {
+ public:
+  constexpr explicit NarrowModulus(uint32_t divisor)
+      : divisor_(divisor), reciprocal_(((uint64_t{1} << 32) + divisor - 1) / divisor) {}
+
+  constexpr uint32_t Of(uint32_t value) const {
+    return value - static_cast<uint32_t>((value * reciprocal_) >> 32) * divisor_;
+  }
+
+ private:
+  uint32_t divisor_;
+  uint64_t reciprocal_;
 };
 
 }  // namespace kiv

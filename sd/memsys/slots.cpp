@@ -13,7 +13,7 @@
 using namespace kiv;
 
 std::array<Slot, kMaxThreadHeaps> kiv::slots;
-Modulus kiv::slotCount;
+NarrowModulus kiv::slotCount{1};
 
 namespace {
 
@@ -75,6 +75,14 @@ Heap* kiv::AwaitSettledHeap(const Slot& slot) {
     if (slot.current.load(std::memory_order_acquire) == heap) return heap;
     static_cast<void>(KivSdThreadYield(nullptr));
   }
+}
+
+uint64_t kiv::StartPrimePeriod(uint64_t ticks) {
+  const uint64_t number = ticks / kTicksPerPrime;
+  const uint64_t period =
+      (number * kTicksPerPrime) << kPrimeIndexBits | (number % kSlotPrimes.size());
+  allocationClock.period = period;
+  return period;
 }
 
 void kiv::PrepareSpareHeaps(int32_t heaps, int32_t made) {

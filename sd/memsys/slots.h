@@ -8,6 +8,7 @@
 
 #include "atomic.h"
 #include "memheap/heap.h"
+#include "memsys/messages.h"
 #include "memsys/modulus.h"
 #include "memsys/settings.h"
 
@@ -29,27 +30,41 @@ struct Slot {
 extern std::array<Slot, kMaxThreadHeaps> slots;
 
 // Written before the host's threads start.
-extern Modulus slotCount;
+extern NarrowModulus slotCount;
 
 constexpr uint32_t kTicksPerPrime = 10000;
 
+// The index of the prime lies in the low bits of AllocationClock::period.
+constexpr uint32_t kPrimeIndexBits = 6;
+constexpr uint64_t kPrimeIndexMask = (1 << kPrimeIndexBits) - 1;
+
 // The 50 consecutive primes from 1297. Changing the divisor separates contexts that happen to share
 // a slot.
-inline constexpr std::array<Modulus, 50> kSlotPrimes = {
-    Modulus(1297), Modulus(1301), Modulus(1303), Modulus(1307), Modulus(1319), Modulus(1321),
-    Modulus(1327), Modulus(1361), Modulus(1367), Modulus(1373), Modulus(1381), Modulus(1399),
-    Modulus(1409), Modulus(1423), Modulus(1427), Modulus(1429), Modulus(1433), Modulus(1439),
-    Modulus(1447), Modulus(1451), Modulus(1453), Modulus(1459), Modulus(1471), Modulus(1481),
-    Modulus(1483), Modulus(1487), Modulus(1489), Modulus(1493), Modulus(1499), Modulus(1511),
-    Modulus(1523), Modulus(1531), Modulus(1543), Modulus(1549), Modulus(1553), Modulus(1559),
-    Modulus(1567), Modulus(1571), Modulus(1579), Modulus(1583), Modulus(1597), Modulus(1601),
-    Modulus(1607), Modulus(1609), Modulus(1613), Modulus(1619), Modulus(1621), Modulus(1627),
-    Modulus(1637), Modulus(1657)};
+inline constexpr std::array<WideModulus, 50> kSlotPrimes = {
+    WideModulus(1297), WideModulus(1301), WideModulus(1303), WideModulus(1307), WideModulus(1319),
+    WideModulus(1321), WideModulus(1327), WideModulus(1361), WideModulus(1367), WideModulus(1373),
+    WideModulus(1381), WideModulus(1399), WideModulus(1409), WideModulus(1423), WideModulus(1427),
+    WideModulus(1429), WideModulus(1433), WideModulus(1439), WideModulus(1447), WideModulus(1451),
+    WideModulus(1453), WideModulus(1459), WideModulus(1471), WideModulus(1481), WideModulus(1483),
+    WideModulus(1487), WideModulus(1489), WideModulus(1493), WideModulus(1499), WideModulus(1511),
+    WideModulus(1523), WideModulus(1531), WideModulus(1543), WideModulus(1549), WideModulus(1553),
+    WideModulus(1559), WideModulus(1567), WideModulus(1571), WideModulus(1579), WideModulus(1583),
+    WideModulus(1597), WideModulus(1601), WideModulus(1607), WideModulus(1609), WideModulus(1613),
+    WideModulus(1619), WideModulus(1621), WideModulus(1627), WideModulus(1637), WideModulus(1657)};
 
-// Returns the slot of a seed at a tick of the allocation clock. It changes every 10,000 ticks.
+// Finds the prime of a tick anew, and stores it with the first tick that has it.
+uint64_t StartPrimePeriod(uint64_t ticks);
+
+// Returns the prime of a tick of the allocation clock. It changes every 10,000 ticks.
+inline const WideModulus& PrimeAt(uint64_t ticks) {
+  uint64_t period = allocationClock.period;
+  if (ticks - (period >> kPrimeIndexBits) >= kTicksPerPrime) period = StartPrimePeriod(ticks);
+  return kSlotPrimes[period & kPrimeIndexMask];
+}
+
+// Returns the slot of a seed at a tick.
 inline uint32_t SlotOf(uint64_t seed, uint64_t ticks) {
-  const Modulus& prime = kSlotPrimes[(ticks / kTicksPerPrime) % kSlotPrimes.size()];
-  return slotCount.Of(prime.Of(seed / 8));
+  return slotCount.Of(PrimeAt(ticks).Of(seed / 8));
 }
 
 // Waits until the slot is not being exchanged and returns its heap.

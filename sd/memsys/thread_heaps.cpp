@@ -19,8 +19,6 @@ Relaxed<int32_t> kiv::threadHeapCount;
 
 namespace {
 
-constexpr int32_t kSpareHeaps = 8;
-
 // ---- Allocating ----
 
 // The payload from a slot, or null, and the heap that was tried last.
@@ -63,12 +61,6 @@ void* AllocateFromSlots(const SlotRequest& request) {
     if (exchanged.outcome == ExchangeOutcome::kServed) return exchanged.payload;
     if (exchanged.outcome == ExchangeOutcome::kNoHeap) return TryOtherSlots(request);
   }
-}
-
-uint64_t Tick() {
-  const uint64_t ticks = allocationClock.ticks;
-  allocationClock.ticks = ticks + 1;
-  return ticks;
 }
 
 // ---- Reallocating ----
@@ -133,7 +125,7 @@ bool IsAligned(const Heap* heap) { return reinterpret_cast<uintptr_t>(heap) % 8 
 
 bool kiv::MakeThreadHeaps(int32_t count) {
   PrepareSpareHeaps(memorySettings.heapBudget, count + kSpareHeaps);
-  slotCount = Modulus(static_cast<uint32_t>(count));
+  slotCount = NarrowModulus(static_cast<uint32_t>(count));
   for (int32_t i = 0; i < count; ++i) {
     Heap* heap = MakeThreadHeap();
     if (heap == nullptr) return false;
@@ -150,9 +142,12 @@ bool kiv::MakeThreadHeaps(int32_t count) {
 
 void* kiv::ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes) {
   if (sizeBytes > memorySettings.largestBlockBytes) return AllocateLarge(sizeBytes);
-  const uint32_t payloadBytes = PayloadBytes(static_cast<uint32_t>(sizeBytes));
-  const SlotRequest request = {SlotOf(seed, Tick()), payloadBytes, BinOf(payloadBytes)};
-  void* payload = AllocateFromSlots(request);
+  return SlotAllocate(SlotOf(seed, allocationClock.Advance()), static_cast<uint32_t>(sizeBytes));
+}
+
+void* kiv::SlotAllocate(uint32_t slot, uint32_t sizeBytes) {
+  const uint32_t payloadBytes = PayloadBytes(sizeBytes);
+  void* payload = AllocateFromSlots({slot, payloadBytes, BinOf(payloadBytes)});
   return payload != nullptr ? payload : AllocateLarge(sizeBytes);
 }
 

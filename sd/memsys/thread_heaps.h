@@ -11,7 +11,6 @@
 #include <cstdint>
 
 #include "memheap/heap.h"
-#include "memheap/heap_fast_path.h"
 #include "memsys/relaxed.h"
 #include "memsys/settings.h"
 
@@ -31,17 +30,12 @@ bool MakeThreadHeaps(int32_t slotCount);
 // Null when there is no memory.
 void* ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes);
 
+// Like ThreadHeapAllocate, in a slot that was chosen already, for a size that heaps serve.
+void* SlotAllocate(uint32_t slot, uint32_t sizeBytes);
+
 // Frees a block; null is ignored. Any thread may call it, but for a block of a short heap only the
 // owner's thread. Always returns KIV_ST_OK, so that callers can tail-call it.
 uint32_t ThreadHeapFree(void* payload);
-
-// Fast path of ThreadHeapFree for a block of a short heap. Returns false, with nothing changed, if
-// only ThreadHeapFree can free it. The payload must not be null.
-inline bool TryFreeShort(void* payload) {
-  if (IsLarge(payload) || memorySettings.blockStatistics) return false;
-  Block* block = BlockOf(payload);
-  return IsShort(*block->heap) && TryFree(block->heap, block);
-}
 
 // Resizes a block; a null block allocates a new one. Returns null on failure; the block is then
 // unchanged. A large block that was resized belongs to no owner.

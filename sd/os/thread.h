@@ -1,6 +1,7 @@
 // Threads: start, join, identity, and giving up the processor.
 //
 //   uint32_t CurrentThreadId()  this thread's identifier, never 0
+//   uint32_t KnownThreadId()    the identifier, or 0 if only CurrentThreadId can find it out
 //   void YieldThread()          gives up the rest of the time slice
 //   void PauseProcessor()       the processor's hint for busy waits; no system call
 //

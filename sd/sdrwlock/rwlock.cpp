@@ -11,17 +11,21 @@
 // batch; each links to the reader before it. The batch enters from the newest to the oldest: each
 // reader counts itself before it wakes the reader before it.
 //
+// A reader that finds no flag set enters at once, by one compare-and-swap. The lock is then as if the
+// reader had joined the queue, formed a batch alone, and entered, with nothing in between.
+//
 // I1  A writer is inside only when A is set and no reader is counted.
 // I2  A reader is counted before it is inside, and before it wakes the next reader of its batch.
 // I3  A node is woken once for each time it blocks.
 //
-// Memory orders: the queue tails, the head and the word change by sequentially consistent
-// operations, one locked instruction each. Every handover goes through one of them.
+// Memory orders: the queue tails and the word change by sequentially consistent operations, one
+// locked instruction each. Every handover goes through one of them.
 // tests/model/rwlock.pml describes this algorithm for a model checker, which tries every order of
 // steps; change both together.
 #include "kivsdu/rwlock.h"
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
 #include "sdrwlock/node.h"
@@ -39,6 +43,7 @@ constexpr uint64_t RW_WRITER_INTERESTED = 1;
 constexpr uint64_t RW_WRITER_ACTIVE = 2;
 constexpr uint64_t RW_READER_INTERESTED = 4;
 constexpr uint64_t RW_READER_UNIT = 8;
+constexpr uint64_t kFlags = RW_WRITER_INTERESTED | RW_WRITER_ACTIVE | RW_READER_INTERESTED;
 
 // ---- The word. Additions change its low 32 bits, ORs and clears all 64 ----
 
@@ -55,6 +60,31 @@ uint64_t ClearFlags(KivRWLock* lock, uint64_t flags) {
   return AtomicRef<uint64_t>(lock->countAndFlags).fetch_and(~flags);
 }
 
+// Counts a reader if no flag is set.
+bool CountReaderAlone(KivRWLock* lock) {
+  constexpr uint64_t kLowHalf = UINT32_MAX;
+  AtomicRef<uint64_t> word(lock->countAndFlags);
+  uint64_t seen = word.load(std::memory_order_relaxed);
+  while ((seen & kFlags) == 0) {
+    const uint64_t next = (seen & ~kLowHalf) | ((seen + RW_READER_UNIT) & kLowHalf);
+    if (word.compare_exchange_weak(seen, next)) return true;
+  }
+  return false;
+}
+
+// Marks the writer at the head interested, and active too unless a batch of readers is forming.
+// Returns the word before.
+uint64_t AnnounceWriter(KivRWLock* lock) {
+  AtomicRef<uint64_t> word(lock->countAndFlags);
+  uint64_t seen = word.load(std::memory_order_relaxed);
+  uint64_t next;
+  do {
+    const bool batchForms = (seen & RW_READER_INTERESTED) != 0;
+    next = seen | RW_WRITER_INTERESTED | (batchForms ? 0 : RW_WRITER_ACTIVE);
+  } while (!word.compare_exchange_weak(seen, next));
+  return seen;
+}
+
 Node* Exchange(Node** place, Node* node) { return AtomicRef<Node*>(*place).exchange(node); }
 
 // ---- Gates ----
@@ -62,20 +92,20 @@ Node* Exchange(Node** place, Node* node) { return AtomicRef<Node*>(*place).excha
 // Run for the writer that has become the head of the queue. Wakes it, or leaves that to the readers
 // that are inside or waiting. `own` is the caller's own node, or null.
 void WriterGate(KivRWLock* lock, Node* writer, const Node* own) {
-  Exchange(&lock->writerHead, writer);
+  // relaxed: read only by a reader that has seen the flags, which are set next.
+  AtomicRef<Node*>(lock->writerHead).store(writer, std::memory_order_relaxed);
+  const uint64_t before = AnnounceWriter(lock);
   // A forming batch enters first; its gate makes the writer active.
-  if ((SetFlags(lock, RW_WRITER_INTERESTED) & RW_READER_INTERESTED) != 0) return;
+  if ((before & RW_READER_INTERESTED) != 0) return;
   // If readers are counted, the last one to leave wakes the writer.
-  if (SetFlags(lock, RW_WRITER_ACTIVE) < RW_READER_UNIT) Wake(writer, own);
+  if (before < RW_READER_UNIT) Wake(writer, own);
 }
 
 // Admits the batch of waiting readers and counts the first to enter. Returns the batch's newest
 // node, which the caller must wake.
 Node* ReaderGate(KivRWLock* lock) {
   const uint32_t before = AddToLow(lock, RW_READER_UNIT - RW_READER_INTERESTED);
-  // Use the flags that the addition returned. Flags read anew might be those of a writer that came
-  // later; a delayed last reader could then wake that writer's node again after it has queued
-  // anew, and two writers would be inside.
+  // A writer is interested without being active only if it came while this batch was forming.
   const uint32_t writer = before & (RW_WRITER_INTERESTED | RW_WRITER_ACTIVE);
   if (writer == RW_WRITER_INTERESTED) SetFlags(lock, RW_WRITER_ACTIVE);
   return Exchange(&lock->readerTail, nullptr);
@@ -90,7 +120,7 @@ void OwnAsWriter(Node* node) {
   node->depth = 1;
 }
 
-[[gnu::noinline]] void AwaitTurn(Node* node) {
+KIV_NOINLINE void AwaitTurn(Node* node) {
   WaitAsWriter(node);
   OwnAsWriter(node);
 }
@@ -110,13 +140,13 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   OwnAsWriter(node);
 }
 
-[[gnu::noinline]] void AwaitAdmission(Node* node) {
+KIV_NOINLINE void AwaitAdmission(Node* node) {
   WaitAsReader(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // For a reader that found another reader in the queue: counts itself and wakes that reader.
-[[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
+KIV_NOINLINE void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
   WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
   Wake(previous, nullptr);
@@ -124,13 +154,12 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
 }
 
 // For the first reader of a batch that others have joined.
-[[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
+KIV_NOINLINE void EnterAsOldest(Node* node, Node* newest) {
   Wake(newest, nullptr);
   AwaitAdmission(node);
 }
 
-void EnterAsReader(KivRWLock* lock, Node* node) {
-  node->depth = 1;
+KIV_NOINLINE void EnterWithBatch(KivRWLock* lock, Node* node) {
   node->blocked.store(1, std::memory_order_relaxed);
   // relaxed: in a reader's node only its own thread uses the link.
   Node* previous = Exchange(&lock->readerTail, node);
@@ -144,6 +173,12 @@ void EnterAsReader(KivRWLock* lock, Node* node) {
   if (newest != node) return EnterAsOldest(node, newest);
   // Alone in its batch.
   Unblock(node);
+  node->mode = KIV_RWLOCK_READ;
+}
+
+void EnterAsReader(KivRWLock* lock, Node* node) {
+  node->depth = 1;
+  if (!CountReaderAlone(lock)) return EnterWithBatch(lock, node);
   node->mode = KIV_RWLOCK_READ;
 }
 
@@ -185,15 +220,15 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
-                                               int32_t slot) {
+KIV_NOINLINE uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+                                          int32_t slot) {
   Wake(AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
   return RetireNode(owner, table, node, slot);
 }
 
 // For a thread that uses this lock for the first time: makes its node and starts over.
-[[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
-                                            KivRWLockTable* table, KivRWLock* lock) {
+KIV_NOINLINE uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
+                                       KivRWLockTable* table, KivRWLock* lock) {
   const uint32_t status = AddNode(owner, table, lock);
   return status == KIV_ST_OK ? start(owner, table, lock) : status;
 }

@@ -98,10 +98,23 @@ inline bool Take(TestAndSetLock* lock) {
 // The memory manager acquires and releases some of them in every request. Usually they are
 // uncontended and not re-entered: that case is inline. All other cases call the exported operation.
 
-inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
+// Fails if another thread holds the lock, and for tickets.
+inline bool TryAcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
   if (UsesTickets() || !IsFree(lock->word) || !Take(&lock->word)) [[unlikely]]
-    return KivSdSpinlockAcquire(lock, thread);
+    return false;
   SetHolder(&lock->word.holder, thread, 1);
+  return true;
+}
+
+inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
+  if (!TryAcquireOwnLock(lock, thread)) [[unlikely]]
+    KivSdSpinlockAcquire(lock, thread);
+}
+
+// Releases a lock that TryAcquireOwnLock acquired.
+inline void ReleaseTriedLock(KivSdSpinlock* lock) {
+  SetHolder(&lock->word.holder, 0, 0);
+  lock->word.word.store(0, std::memory_order_release);
 }
 
 // Publishes the guarded data with a release store. Omits the full fence that KivSdSpinlockRelease
@@ -109,8 +122,7 @@ inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
 inline void ReleaseOwnLock(KivSdSpinlock* lock) {
   if (UsesTickets() || HolderOf(lock->word.holder).count != 1) [[unlikely]]
     return KivSdSpinlockRelease(lock);
-  SetHolder(&lock->word.holder, 0, 0);
-  lock->word.word.store(0, std::memory_order_release);
+  ReleaseTriedLock(lock);
 }
 
 }  // namespace kiv

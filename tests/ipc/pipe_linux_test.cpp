@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,8 +16,9 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
-#include "os/lnx/anonymous_pipe.h"
+#include "os/lnx/raw_transfers.h"
 #include "support/context.h"
+#include "support/pipe.h"
 #include "support/waiting.h"
 
 namespace {
@@ -24,29 +26,8 @@ namespace {
 using kiv::test::Context;
 using kiv::test::kLimitMs;
 using kiv::test::kShortMs;
+using kiv::test::Pipe;
 using kiv::test::Stopwatch;
-
-struct Pipe {
-  explicit Pipe(uint32_t bufferBytes = 0) {
-    Context ctx;
-    CHECK_OK(ctx, KivSdPipeCreate(ctx, &read, &write, bufferBytes));
-  }
-  ~Pipe() {
-    Close(&read);
-    Close(&write);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  static void Close(KivHandle* end) {
-    if (*end == nullptr) return;
-    EXPECT_EQ(KivSdPipeClose(nullptr, end), KIV_ST_OK);
-    *end = nullptr;
-  }
-
-  KivHandle read = nullptr;
-  KivHandle write = nullptr;
-};
 
 std::set<int> OpenDescriptors() {
   std::set<int> open;
@@ -97,6 +78,25 @@ TEST_P(PipeSignal, DoesNotReachTheHost) {
   for (int i = 0; i < 3; ++i) {
     CHECK_OUTCOME(ctx, KivSdPipeWrite(ctx, &pipe.write, "x", 1, &count), KIV_ST_PIPE_WRITE,
                   uint32_t{EPIPE});
+  }
+  EXPECT_EQ(pipeSignals, 0);
+}
+
+TEST_P(PipeSignal, OfAHostsDescriptorDoesNotReachTheHost) {
+  Context ctx;
+  const PipeSignals signals;
+  int pipeEnds[2];
+  int sockets[2];
+  ASSERT_EQ(pipe(pipeEnds), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets), 0);
+  close(pipeEnds[0]);
+  close(sockets[0]);
+  for (const int end : {pipeEnds[1], sockets[1]}) {
+    const auto file = static_cast<uint32_t>(end);
+    uint32_t count = 0;
+    CHECK_OUTCOME(ctx, KivSdFileWrite(ctx, file, "x", 1, &count), KIV_ST_FILE_WRITE,
+                  uint32_t{EPIPE});
+    close(end);
   }
   EXPECT_EQ(pipeSignals, 0);
 }

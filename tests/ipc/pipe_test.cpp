@@ -10,6 +10,7 @@
 #include "support/child_process.h"
 #include "support/context.h"
 #include "support/os_errors.h"
+#include "support/pipe.h"
 #include "support/system_interface.h"
 
 namespace {
@@ -19,33 +20,11 @@ using kiv::test::InheritingChild;
 using kiv::test::kOsBadHandle;
 using kiv::test::kOsBrokenPipe;
 using kiv::test::kOsNoReader;
+using kiv::test::Pipe;
 using kiv::test::RegisteredRole;
 using kiv::test::RoleArguments;
 
 constexpr uint32_t kUntouched = 4711;
-
-// An anonymous pipe. The destructor closes the ends that the test has not closed.
-struct Pipe {
-  explicit Pipe(uint32_t bufferBytes = 0) {
-    Context ctx;
-    CHECK_OK(ctx, KivSdPipeCreate(ctx, &read, &write, bufferBytes));
-  }
-  ~Pipe() {
-    Close(&read);
-    Close(&write);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  static void Close(KivHandle* end) {
-    if (*end == nullptr) return;
-    EXPECT_EQ(KivSdPipeClose(nullptr, end), KIV_ST_OK);
-    *end = nullptr;
-  }
-
-  KivHandle read = nullptr;
-  KivHandle write = nullptr;
-};
 
 void Write(Pipe& pipe, const std::string& text) {
   Context ctx;

@@ -14,10 +14,11 @@
  *
  * Mutants, in which the checker must find a fault:
  *
- *   MUTANT_FRESH_READ  the reader gate reads the flags anew instead of taking them from the value
- *                      that its addition returned
- *   MUTANT_NO_MUTEX    (SLEEPING) a thread is woken without its wake mutex
- *   MUTANT_FREED_SOON  (SLEEPING) a node is freed without waiting for its wake mutex */
+ *   MUTANT_HASTY_READER  a reader does not look for writers before it enters
+ *   MUTANT_EAGER_WRITER  a writer does not look for a batch of readers before it enters
+ *   MUTANT_IDLE_GATE     the gate that admits readers does not make the waiting writer active
+ *   MUTANT_NO_MUTEX      (SLEEPING) a thread is woken without its wake mutex
+ *   MUTANT_FREED_SOON    (SLEEPING) a node is freed without waiting for its wake mutex */
 
 #ifndef READERS
 #define READERS 2
@@ -39,6 +40,20 @@
 #define WRITER_ACTIVE 2
 #define READER_INTERESTED 4
 #define READER_UNIT 8
+
+/* The flags that send a reader to the queue. */
+#ifdef MUTANT_HASTY_READER
+#define BARS_READERS READER_INTERESTED
+#else
+#define BARS_READERS (WRITER_INTERESTED | WRITER_ACTIVE | READER_INTERESTED)
+#endif
+
+/* The flag that makes a writer wait for the batch of readers. */
+#ifdef MUTANT_EAGER_WRITER
+#define BARS_WRITERS 0
+#else
+#define BARS_WRITERS READER_INTERESTED
+#endif
 
 byte word;
 byte readerTail;
@@ -138,28 +153,29 @@ inline SetFlags(flags, old) { d_step { old = word; word = word | flags } }
 /* `before` and `woken` are locals of the process. */
 inline WriterGate(writer, caller) {
   writerHead = writer;
-  SetFlags(WRITER_INTERESTED, before);
-  if
-  :: (before & READER_INTERESTED) != 0
-  :: else ->
-    SetFlags(WRITER_ACTIVE, before);
+  d_step {
+    before = word;
+    word = word | WRITER_INTERESTED;
     if
-    :: before < READER_UNIT -> Wake(writer, caller)
+    :: (before & BARS_WRITERS) == 0 -> word = word | WRITER_ACTIVE
     :: else
     fi
+  }
+  if
+  :: (before & BARS_WRITERS) == 0 && before < READER_UNIT -> Wake(writer, caller)
+  :: else
   fi
 }
 
 inline ReaderGate(caller) {
   d_step { before = word; word = word + READER_UNIT - READER_INTERESTED }
-#ifdef MUTANT_FRESH_READ
-  before = word;
-#endif
+#ifndef MUTANT_IDLE_GATE
   if
   :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == WRITER_INTERESTED ->
     word = word | WRITER_ACTIVE
   :: else
   fi;
+#endif
   d_step { woken = readerTail; readerTail = NOBODY }
   if
   :: woken != NOBODY -> Wake(woken, caller)
@@ -186,20 +202,24 @@ proctype Reader(byte node) {
   do
   :: rounds == 0 -> break
   :: else ->
-    blocked[node] = true;
-    d_step { previous = readerTail; readerTail = node }
     if
-    :: previous == NOBODY ->
-      SetFlags(READER_INTERESTED, before);
+    /* A thread may miss its chance, because it looks at the word before. */
+    :: d_step { (word & BARS_READERS) == 0 -> word = word + READER_UNIT }
+    :: blocked[node] = true;
+      d_step { previous = readerTail; readerTail = node }
       if
-      :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == 0 -> ReaderGate(node)
-      :: else
-      fi;
-      Wait(node) /* the gate has counted this reader */
-    :: else ->
-      Wait(node);
-      word = word + READER_UNIT;
-      Wake(previous, NOBODY)
+      :: previous == NOBODY ->
+        SetFlags(READER_INTERESTED, before);
+        if
+        :: (before & (WRITER_INTERESTED | WRITER_ACTIVE)) == 0 -> ReaderGate(node)
+        :: else
+        fi;
+        Wait(node) /* the gate has counted this reader */
+      :: else ->
+        Wait(node);
+        word = word + READER_UNIT;
+        Wake(previous, NOBODY)
+      fi
     fi;
     d_step { readersInside++; assert(writersInside == 0) }
 

@@ -23,6 +23,13 @@ constexpr bool kUnderAddressSanitizer = true;
 constexpr bool kUnderAddressSanitizer = false;
 #endif
 
+// A function that the thread sanitizer does not watch.
+#ifdef __has_attribute
+#define KIV_TESTS_UNWATCHED __attribute__((no_sanitize("thread")))
+#else
+#define KIV_TESTS_UNWATCHED
+#endif
+
 }  // namespace kiv::test
 
 #endif

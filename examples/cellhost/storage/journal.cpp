@@ -127,8 +127,9 @@ bool Journal::CutTo(uint32_t lengthBytes) {
 // Cuts the file to the last valid record. If this fails, the next PUT overwrites the rest.
 void Journal::CutBack() {
   if (CutTo(endBytes_)) return;
+  const unsigned long long refused = lastPut_ + 1;
   Complain("PUT %llu was refused, and may be carried out if the server is killed before the next",
-           static_cast<unsigned long long>(lastPut_ + 1));
+           refused);
 }
 
 bool Journal::WriteRecord(const JournalRecord& record) {

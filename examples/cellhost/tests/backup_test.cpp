@@ -12,6 +12,7 @@
 #include "cell_store.h"
 #include "storage/journal_record.h"
 #include "support/import_patch.h"
+#include "support/system_interface.h"
 #include "support/waiting.h"
 
 namespace cellhost {
@@ -205,10 +206,9 @@ class StoppedRead {
   static void GoOn() { goOn_ = true; }
 
  private:
-  using Read = int __attribute__((ms_abi)) (void*, void*, unsigned long, unsigned long*, void*);
+  using Read = BOOL WINAPI(HANDLE, void*, DWORD, DWORD*, void*);
 
-  static int __attribute__((ms_abi))
-  Stop(void* file, void* buffer, unsigned long length, unsigned long* count, void* position) {
+  static BOOL WINAPI Stop(HANDLE file, void* buffer, DWORD length, DWORD* count, void* position) {
     stopped_ = true;
     while (!goOn_) std::this_thread::yield();
     return original_(file, buffer, length, count, position);
@@ -235,9 +235,9 @@ class StoppedFlush {
   static void GoOn() { goOn_ = true; }
 
  private:
-  using Flush = int __attribute__((ms_abi)) (int);
+  using Flush = int(int);
 
-  static int __attribute__((ms_abi)) Stop(int file) {
+  static int Stop(int file) {
     stopped_ = true;
     while (!goOn_) std::this_thread::yield();
     return original_(file);
@@ -374,11 +374,9 @@ class AdvancedClock {
   static void Advance(int64_t seconds) { aheadSeconds_ = seconds; }
 
  private:
-  using Time = int64_t __attribute__((ms_abi)) (int64_t*);
+  using Time = int64_t(int64_t*);
 
-  static int64_t __attribute__((ms_abi)) Ahead(int64_t* seconds) {
-    return original_(seconds) + aheadSeconds_;
-  }
+  static int64_t Ahead(int64_t* seconds) { return original_(seconds) + aheadSeconds_; }
 
   static inline Time* original_;
   static inline std::atomic<int64_t> aheadSeconds_;

@@ -79,7 +79,7 @@ TEST(Host, HasHeapsFromItsStartToItsEnd) {
 
 // Records the settings when the memory manager reads its configuration, which is its first action.
 struct SetBefore {
-  static FILE* __attribute__((ms_abi)) Open(const char* path, const char* mode) {
+  static FILE* Open(const char* path, const char* mode) {
     before = {.name = KivSdAppFolderName(),
               .failover = KivSdIsFailoverMode(),
               .guarded = false,
@@ -92,8 +92,10 @@ struct SetBefore {
     KivSdUkrThreadAttach(0, 0, 0, 0);
     before.attached = Host().threads == threads + 1;
     KivSdUkrThreadDetach(0, 0, 0, 0);
-    return std::fopen(path, mode);
+    return original(path, mode);
   }
+
+  static decltype(&std::fopen) original;
 
   std::string name;
   uint8_t failover;
@@ -103,12 +105,14 @@ struct SetBefore {
   static SetBefore before;
 };
 SetBefore SetBefore::before = {};
+decltype(&std::fopen) SetBefore::original = nullptr;
 
 TEST(Host, InstallsSettingsHooksAndLocksBeforeTheManagerStarts) {
   IN_FRESH_PROCESS([] {
     const OneProcessor oneProcessor;
     const ConfigurationFile file(test::kHeaps.configuration);
     const kiv::test::ImportPatch patch("fopen", reinterpret_cast<void*>(&SetBefore::Open));
+    SetBefore::original = reinterpret_cast<decltype(&std::fopen)>(patch.original());
     EXPECT_TRUE(StartHost(LockDesign::kTicket, MemoryUse::kAsConfigured, Failover::kOn));
     EXPECT_EQ(SetBefore::before.name, "cellhost");
     EXPECT_EQ(SetBefore::before.failover, 1u);

@@ -296,7 +296,7 @@ TEST_F(SegmentServerTest, FreesAChunkAfterBye) {
 
 // A leaving client sends BYE over its chunk, so that the server need not wait for a time-out.
 TEST_F(SegmentServerTest, FreesTheChunkOfALeavingClientAtOnce) {
-  server_.service()->segment.segment()->timeoutMs = 2 * kLimitMs;
+  server_.SetTimeout(2 * kLimitMs);
   { const ChunkClient client(server_.pipe()); }
   AwaitTaken(0, false);
   AwaitLost(0);
@@ -488,7 +488,7 @@ TEST_F(SegmentServerTest, PassesOnAKilledClientsChunkFromEveryStep) {
 // The server must notice the end of the client before the ten time-outs for a live client, which
 // would exceed the limit.
 TEST_F(SegmentServerTest, ChecksForAKilledClientAfterOneTimeOut) {
-  server_.service()->segment.segment()->timeoutMs = kLimitMs / 8;
+  server_.SetTimeout(kLimitMs / 8);
   const SharedSignal done(UniqueName("done"));
   const ChildProcess client("client", {server_.pipe(), "holds-the-half", done.name()});
   done.Await();

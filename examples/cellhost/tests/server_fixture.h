@@ -15,6 +15,7 @@
 #include "server/pipe_server.h"
 #include "server/service.h"
 #include "server/worker.h"
+#include "support/sanitizers.h"
 #include "support/waiting.h"
 
 namespace cellhost::test {
@@ -82,7 +83,16 @@ class Server {
 
   const char* pipe() const { return pipe_.c_str(); }
   std::string segment() const { return service_.segment.name(); }
-  uint32_t takenMask() { return service_.segment.segment()->takenMask; }
+  // The server's threads read the time-out meanwhile. They find the old one or the new one.
+  KIV_TESTS_UNWATCHED void SetTimeout(uint32_t timeoutMs) {
+    volatile uint32_t& place = service_.segment.segment()->timeoutMs;
+    place = timeoutMs;
+  }
+  // The server changes the mask meanwhile. A word is read whole, and tests wait for its value.
+  KIV_TESTS_UNWATCHED uint32_t takenMask() {
+    const volatile uint32_t& mask = service_.segment.segment()->takenMask;
+    return mask;
+  }
   Service* service() { return &service_; }
 
  private:

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "os/lnx/transfer_kernel.h"
+#include "os/lnx/transfer_record.h"
 
 namespace kiv::os {
 namespace {
@@ -58,8 +59,7 @@ Result Start(int descriptor, const Transfer& transfer) {
   block.aio_fildes = static_cast<uint32_t>(descriptor);
   block.aio_buf = reinterpret_cast<uintptr_t>(transfer.buffer);
   block.aio_nbytes = transfer.sizeBytes;
-  block.aio_offset = static_cast<int64_t>(uint64_t{transfer.record->offsetHigh} << 32 |
-                                          transfer.record->offsetLow);
+  block.aio_offset = OffsetIn(transfer.record);
   return Submit(&block);
 }
 
@@ -75,7 +75,7 @@ uint32_t Collect(TransferEnd* ends, uint32_t most, const Deadline* deadline) {
   io_event found[64];
   const long room = most < 64 ? static_cast<long>(most) : 64;
   timespec limit = {};
-  if (deadline != nullptr) limit = TimeUntil(*deadline);
+  if (deadline != nullptr) limit = TimeLeft(*deadline);
   const bool forEver = deadline != nullptr && deadline->never;
   const long count = syscall(SYS_io_getevents, context, deadline != nullptr ? 1L : 0L, room, found,
                              forEver ? nullptr : &limit);

@@ -30,7 +30,7 @@ static_assert(alignof(Section) <= alignof(KivSdCritSec), "the caller's storage")
 Section* SectionIn(void* storage) { return static_cast<Section*>(storage); }
 
 // acquire: pairs with LeaveCriticalSection.
-void AwaitSection(Section* section) {
+[[gnu::noinline]] void AwaitSection(Section* section) {
   while (section->state.exchange(kAwaited, std::memory_order_acquire) != kFree) {
     SleepOn(&section->state, kAwaited, kNever, Scope::kProcess);
   }

@@ -97,23 +97,10 @@ ObjectWord* WordIn(Slot* slot) { return &ContentOf<EventContent>(slot)->word; }
 // What a passing thread leaves of a signalled event.
 uint64_t AfterPassing(uint64_t state) { return IsManual(state) ? state : state & ~kSignalled; }
 
-}  // namespace
-
-ValueResult<void*> MakeEvent(EventKind kind, bool signalled) {
-  Slot* slot = TakeSlot();
-  if (slot == nullptr) return {false, ENOMEM, nullptr};
-  auto* event = ContentOf<EventContent>(slot);
-  event->pendingTransfers.store(0, std::memory_order_relaxed);
-  const uint64_t state = (kind == EventKind::kManual ? kManual : 0) | (signalled ? kSignalled : 0);
-  StartWord(&event->word, slot, static_cast<uint32_t>(state));
-  return {true, 0, PublishSlot(slot, Kind::kEvent)};
-}
-
-Wait WaitForEvent(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
+[[gnu::noinline]] Wait WaitSlowly(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
   ObjectWord* word = WordIn(slot);
   // A thread that only tests the event must not miss a transfer that has ended already.
-  const uint64_t before = word->load(std::memory_order_relaxed);
-  if (HasTransfers(before) && !IsSignalled(before)) CollectEndedTransfers();
+  if (HasTransfers(word->load(std::memory_order_relaxed))) CollectEndedTransfers();
   uint64_t state = word->load(std::memory_order_relaxed);
   while (IsOpen(state, identity)) {
     const bool passes = IsSignalled(state);
@@ -134,12 +121,10 @@ Wait WaitForEvent(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
   return FailedWait(EBADF);
 }
 
-Result SignalEventIn(Slot* slot, uint64_t identity) {
-  ObjectWord* word = WordIn(slot);
+[[gnu::noinline]] Result SignalWithUsers(ObjectWord* word, uint64_t identity) {
   uint64_t state = word->load(std::memory_order_relaxed);
   while (IsOpen(state, identity)) {
-    // release: pairs with WaitForEvent; what the signalling thread wrote is visible to the waiter.
-    // An event that is signalled already is written too, for the sake of that order.
+    // release: pairs with WaitForEvent.
     if (!word->compare_exchange_weak(state, WhenSignalled(state), std::memory_order_release,
                                      std::memory_order_relaxed)) {
       continue;
@@ -151,6 +136,45 @@ Result SignalEventIn(Slot* slot, uint64_t identity) {
     return {true, 0};
   }
   return {false, EBADF};
+}
+
+}  // namespace
+
+ValueResult<void*> MakeEvent(EventKind kind, bool signalled) {
+  Slot* slot = TakeSlot();
+  if (slot == nullptr) return {false, ENOMEM, nullptr};
+  auto* event = ContentOf<EventContent>(slot);
+  event->pendingTransfers.store(0, std::memory_order_relaxed);
+  const uint64_t state = (kind == EventKind::kManual ? kManual : 0) | (signalled ? kSignalled : 0);
+  StartWord(&event->word, slot, static_cast<uint32_t>(state));
+  return {true, 0, PublishSlot(slot, Kind::kEvent)};
+}
+
+Wait WaitForEvent(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
+  ObjectWord* word = WordIn(slot);
+  uint64_t state = word->load(std::memory_order_relaxed);
+  while (IsOpen(state, identity) && IsSignalled(state)) {
+    // acquire: pairs with SignalEventIn.
+    if (word->compare_exchange_weak(state, AfterPassing(state), std::memory_order_acquire,
+                                    std::memory_order_relaxed)) {
+      return kSignalledWait;
+    }
+  }
+  return WaitSlowly(slot, identity, timeoutMs);
+}
+
+Result SignalEventIn(Slot* slot, uint64_t identity) {
+  ObjectWord* word = WordIn(slot);
+  uint64_t state = word->load(std::memory_order_relaxed);
+  while (IsOpen(state, identity) && !HasUsers(state) && !HasTransfers(state)) {
+    // release: pairs with WaitForEvent; what the signalling thread wrote is visible to the waiter.
+    // An event that is signalled already is written too, for the sake of that order.
+    if (word->compare_exchange_weak(state, state | kSignalled, std::memory_order_release,
+                                    std::memory_order_relaxed)) {
+      return {true, 0};
+    }
+  }
+  return SignalWithUsers(word, identity);
 }
 
 Result UnsignalEventIn(Slot* slot, uint64_t identity) {

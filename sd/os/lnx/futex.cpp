@@ -58,17 +58,6 @@ Deadline EarlierOf(const Deadline& one, const Deadline& other) {
   return !other.never && IsBefore(other.time, one.time) ? other : one;
 }
 
-timespec TimeUntil(const Deadline& deadline) {
-  const timespec now = Now();
-  if (!IsBefore(now, deadline.time)) return {};
-  timespec left = {deadline.time.tv_sec - now.tv_sec, deadline.time.tv_nsec - now.tv_nsec};
-  if (left.tv_nsec < 0) {
-    left.tv_nsec += kNanosecondsPerSecond;
-    --left.tv_sec;
-  }
-  return left;
-}
-
 Sleep SleepOn(const void* word, uint32_t expected, const Deadline& deadline, Scope scope) {
   const long outcome =
       syscall(SYS_futex, word, FUTEX_WAIT_BITSET | FlagsOf(scope), expected,

@@ -21,11 +21,10 @@ struct Deadline {
 // A time limit of kWaitForEver never ends.
 Deadline DeadlineAfter(uint32_t timeoutMs);
 bool IsPast(const Deadline& deadline);
-timespec TimeLeft(const Deadline& deadline);  // zero after the deadline; not if it never ends
 Deadline EarlierOf(const Deadline& one, const Deadline& other);
 
 // The time until the deadline, 0 if it has passed. Meaningless if it never ends.
-timespec TimeUntil(const Deadline& deadline);
+timespec TimeLeft(const Deadline& deadline);
 
 enum class Sleep {
   kWoken,     // by WakeSleepers

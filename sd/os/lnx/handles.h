@@ -108,14 +108,15 @@ inline Slot* FindSlot(const void* handle, Kind kind) {
   return slot;
 }
 
-// What a valid handle names; kFree for any other number.
-inline Kind KindOf(const void* handle) {
-  const Slot* slot = SlotOfNumber(handle);
+// What a valid handle names, in the slot that its number names; kFree for any other number.
+inline Kind KindIn(const Slot* slot, const void* handle) {
   if (slot == nullptr) return Kind::kFree;
   const uint32_t tag = slot->tag.load(std::memory_order_acquire);
   const auto kind = static_cast<Kind>(tag & ((1u << kKindBits) - 1));
   return tag == TagOf(handle, kind) ? kind : Kind::kFree;
 }
+
+inline Kind KindOf(const void* handle) { return KindIn(SlotOfNumber(handle), handle); }
 
 }  // namespace kiv::os
 

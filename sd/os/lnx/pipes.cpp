@@ -1,18 +1,12 @@
 // Linux: an anonymous pipe is a pipe of the kernel. It wakes the reader several times faster than a
 // pair of sockets does.
-//
-// Writing to a pipe without a reader raises SIGPIPE, and signals belong to the host. New kernels
-// write without the signal if asked; on older ones the signal is blocked meanwhile.
 #include "os/pipes.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/ioctl.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdint>
 
@@ -21,76 +15,26 @@
 #include "os/lnx/named_pipe.h"
 #include "os/lnx/pipe_handle.h"
 #include "os/lnx/posix.h"
+#include "os/lnx/raw_transfers.h"
 
 namespace kiv::os {
 
 // An empty pipe in no-wait mode, or a client that came and left, as ERROR_NO_DATA on Windows.
 const uint32_t kErrorPipeClosing = ENODATA;
 
-constinit std::atomic<bool> kernelHasNoSignal{true};
-
 namespace {
 
 constexpr int kNoDescriptor = -1;
 
-// RWF_NOSIGNAL of the kernel's headers since Linux 6.18.
-constexpr int kNoSignal = 0x100;
-
 // ---- Writing ----
-
-// Blocks SIGPIPE for this thread, and removes one that a write has raised meanwhile.
-class PipeSignalBlock {
- public:
-  PipeSignalBlock() {
-    sigemptyset(&pipeSignal_);
-    sigaddset(&pipeSignal_, SIGPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
-  }
-  ~PipeSignalBlock() {
-    const int error = errno;
-    const timespec atOnce = {};
-    if (!wasPending_ && error == EPIPE) {
-      while (sigtimedwait(&pipeSignal_, nullptr, &atOnce) == -1 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    errno = error;
-  }
-  PipeSignalBlock(const PipeSignalBlock&) = delete;
-  PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
-
- private:
-  sigset_t pipeSignal_;
-  sigset_t before_;
-  bool wasPending_;
-};
-
-ssize_t WriteSilently(int descriptor, const void* bytes, size_t count) {
-  // relaxed: every thread finds out by itself.
-  if (kernelHasNoSignal.load(std::memory_order_relaxed)) {
-    const iovec piece = {const_cast<void*>(bytes), count};
-    constexpr off_t kAtPosition = -1;
-    const ssize_t written = pwritev2(descriptor, &piece, 1, kAtPosition, kNoSignal);
-    if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
-    kernelHasNoSignal.store(false, std::memory_order_relaxed);
-  }
-  const PipeSignalBlock block;
-  return write(descriptor, bytes, count);
-}
 
 ValueResult<uint32_t> WriteAll(int descriptor, const void* buffer, uint32_t length) {
   const auto* bytes = static_cast<const unsigned char*>(buffer);
   uint32_t done = 0;
   do {
-    const ssize_t written = WriteSilently(descriptor, bytes + done, length - done);
-    if (written >= 0) {
-      done += static_cast<uint32_t>(written);
-    } else if (errno != EINTR) {
-      return {false, static_cast<uint32_t>(errno), done};
-    }
+    const int64_t written = WriteRawWithoutSignal(descriptor, bytes + done, length - done);
+    if (written == -1) return {false, static_cast<uint32_t>(errno), done};
+    done += static_cast<uint32_t>(written);
   } while (done < length);
   return {true, 0, done};
 }
@@ -98,10 +42,7 @@ ValueResult<uint32_t> WriteAll(int descriptor, const void* buffer, uint32_t leng
 // ---- Reading ----
 
 ValueResult<uint32_t> ReadSome(int descriptor, void* buffer, uint32_t length) {
-  ssize_t count;
-  do {
-    count = read(descriptor, buffer, length);
-  } while (count == -1 && errno == EINTR);
+  const int64_t count = ReadRaw(descriptor, buffer, length);
   if (count == -1) return {false, static_cast<uint32_t>(errno), 0};
   if (count == 0 && length != 0) return {false, EPIPE, 0};
   return {true, 0, static_cast<uint32_t>(count)};

@@ -1,5 +1,4 @@
-// Linux: processes. A process's handle is its identifier, which a host gets from fork or
-// posix_spawn; -1 is the calling process.
+// Linux: processes. A host gets a process's handle, its identifier, from fork or posix_spawn.
 //
 // An identifier names a process only until its parent has waited for its end. A parent that keeps
 // the handle must therefore not wait for the child before its last use.
@@ -21,6 +20,7 @@
 #include "os/lnx/descriptor_wait.h"
 #include "os/lnx/nice.h"
 #include "os/lnx/posix.h"
+#include "os/lnx/process_handle.h"
 #include "os/lnx/waits.h"
 
 namespace kiv::os {
@@ -29,7 +29,6 @@ const uint32_t kErrorAccessDenied = EPERM;
 
 namespace {
 
-constexpr pid_t kNoProcess = 0;
 constexpr int kLowestNice = -20;
 constexpr int kHighestNice = 19;
 
@@ -54,13 +53,9 @@ std::atomic<int> baseNice{kUnknownNice};
 
 bool IsOwn(pid_t process) { return process == getpid(); }
 
-// kNoProcess for a number that names no process that a host may end or rank: 0 and negative numbers
-// would mean groups of processes, and 1 the ancestor of all.
-pid_t ProcessOf(void* handle) {
-  if (handle == CurrentProcessHandle()) return getpid();
-  const auto number = reinterpret_cast<intptr_t>(handle);
-  if (number <= 0 || number > INT_MAX) return kNoProcess;
-  const auto process = static_cast<pid_t>(number);
+// A process that a host may end or rank: not the ancestor of all.
+pid_t ProcessOf(const void* handle) {
+  const pid_t process = IdentifierOf(handle);
   return process == 1 && !IsOwn(process) ? kNoProcess : process;
 }
 
@@ -133,6 +128,12 @@ Wait PollProcess(int descriptor, uint32_t timeoutMs) {
 }
 
 }  // namespace
+
+pid_t IdentifierOf(const void* handle) {
+  if (handle == CurrentProcessHandle()) return getpid();
+  const auto number = reinterpret_cast<intptr_t>(handle);
+  return number > 0 && number <= INT_MAX ? static_cast<pid_t>(number) : kNoProcess;
+}
 
 void* CurrentProcessHandle() { return reinterpret_cast<void*>(intptr_t{-1}); }
 

@@ -8,6 +8,9 @@
 #include <cerrno>
 
 namespace kiv::os {
+
+constinit std::atomic<bool> kernelHasNoSignal{true};
+
 namespace {
 
 template <typename Call>
@@ -19,33 +22,40 @@ int64_t Retried(Call call) {
   return count;
 }
 
-// Keeps SIGPIPE from the host while the object lives. The signal is directed at this thread: it is
-// taken back before the thread accepts it again, unless it was already waiting before.
-class PipeSignal {
+// RWF_NOSIGNAL of the kernel's headers since Linux 6.18.
+constexpr int kNoSignal = 0x100;
+
+constexpr off_t kAtPosition = -1;
+
+// Blocks SIGPIPE for this thread while the object lives, and takes back one that a write has raised
+// meanwhile. One that was pending before stays pending.
+class PipeSignalBlock {
  public:
-  PipeSignal() {
-    sigset_t waiting;
-    sigemptyset(&waiting);
-    sigpending(&waiting);
-    wasWaiting_ = sigismember(&waiting, SIGPIPE) == 1;
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  PipeSignalBlock() {
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+    sigemptyset(&pipeSignal_);
+    sigaddset(&pipeSignal_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
   }
-  ~PipeSignal() {
-    if (!wasWaiting_) {
-      const timespec now = {};
-      Retried([&] { return int64_t{sigtimedwait(&pipe_, nullptr, &now)}; });
+  ~PipeSignalBlock() {
+    const int error = errno;
+    const timespec atOnce = {};
+    if (!wasPending_ && error == EPIPE) {
+      Retried([&] { return int64_t{sigtimedwait(&pipeSignal_, nullptr, &atOnce)}; });
     }
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    errno = error;
   }
-  PipeSignal(const PipeSignal&) = delete;
-  PipeSignal& operator=(const PipeSignal&) = delete;
+  PipeSignalBlock(const PipeSignalBlock&) = delete;
+  PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
 
  private:
-  bool wasWaiting_;
-  sigset_t pipe_;
+  sigset_t pipeSignal_;
   sigset_t before_;
+  bool wasPending_;
 };
 
 }  // namespace
@@ -67,7 +77,6 @@ int64_t WriteRawAt(int descriptor, const void* buffer, size_t length, int64_t of
 }
 
 int64_t AppendRaw(int descriptor, const void* buffer, size_t length) {
-  constexpr off_t kAtPosition = -1;
   const iovec bytes = {const_cast<void*>(buffer), length};
   const int64_t count =
       Retried([&] { return pwritev2(descriptor, &bytes, 1, kAtPosition, RWF_APPEND); });
@@ -77,15 +86,16 @@ int64_t AppendRaw(int descriptor, const void* buffer, size_t length) {
 }
 
 int64_t WriteRawWithoutSignal(int descriptor, const void* buffer, size_t length) {
-  int64_t count = -1;
-  int error = 0;
-  {
-    const PipeSignal kept;
-    count = WriteRaw(descriptor, buffer, length);
-    error = errno;
+  // relaxed: every thread finds out by itself.
+  if (kernelHasNoSignal.load(std::memory_order_relaxed)) {
+    const iovec bytes = {const_cast<void*>(buffer), length};
+    const int64_t count =
+        Retried([&] { return pwritev2(descriptor, &bytes, 1, kAtPosition, kNoSignal); });
+    if (count != -1 || (errno != EOPNOTSUPP && errno != ENOSYS)) return count;
+    kernelHasNoSignal.store(false, std::memory_order_relaxed);
   }
-  errno = error;
-  return count;
+  const PipeSignalBlock block;
+  return WriteRaw(descriptor, buffer, length);
 }
 
 }  // namespace kiv::os

@@ -3,6 +3,7 @@
 #ifndef KIV_OS_LNX_RAW_TRANSFERS_H
 #define KIV_OS_LNX_RAW_TRANSFERS_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,9 +18,13 @@ int64_t WriteRawAt(int descriptor, const void* buffer, size_t length, int64_t of
 // behind the bytes.
 int64_t AppendRaw(int descriptor, const void* buffer, size_t length);
 
-// WriteRaw for a descriptor that may be a pipe or a socket: the signal that a write without a
-// reader raises does not reach the host.
+// WriteRaw for a descriptor that may be a pipe or a socket. A write without a reader raises SIGPIPE,
+// and signals belong to the host. New kernels write without the signal if asked; on older ones the
+// thread blocks the signal meanwhile.
 int64_t WriteRawWithoutSignal(int descriptor, const void* buffer, size_t length);
+
+// Whether the kernel can write without raising SIGPIPE, as far as is known. Tests clear it.
+extern std::atomic<bool> kernelHasNoSignal;
 
 }  // namespace kiv::os
 

@@ -68,7 +68,7 @@ uint32_t Collect(TransferEnd* ends, uint32_t most, const Deadline* deadline) {
   const uint32_t room = most < 64 ? most : 64;
   uint32_t count = io_uring_peek_batch_cqe(&ring, found, room);
   if (count == 0 && deadline != nullptr) {
-    const timespec left = TimeUntil(*deadline);
+    const timespec left = TimeLeft(*deadline);
     __kernel_timespec limit = {left.tv_sec, left.tv_nsec};
     io_uring_cqe* first = nullptr;
     io_uring_wait_cqe_timeout(&ring, &first, deadline->never ? nullptr : &limit);

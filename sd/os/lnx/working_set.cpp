@@ -3,27 +3,17 @@
 // memory that the process should keep resident (which the kernel records but does not enforce).
 #include "os/working_set.h"
 
-#include <limits.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 
 #include "os/lnx/posix.h"
+#include "os/lnx/process_handle.h"
 
 namespace kiv::os {
 namespace {
-
-constexpr intptr_t kCurrentProcess = -1;
-
-// The identifier of a process; 0 if the handle is not one of a process.
-pid_t IdentifierOf(void* process) {
-  const auto number = reinterpret_cast<intptr_t>(process);
-  if (number == kCurrentProcess) return getpid();
-  return number > 0 && number <= INT_MAX ? static_cast<pid_t>(number) : 0;
-}
 
 // A limit can be raised up to its hard limit. Beyond that the hard limit is raised too, which needs
 // a privilege.
@@ -42,7 +32,7 @@ const uint32_t kErrorPrivilegeNotHeld = EPERM;
 
 ValueResult<WorkingSet> ReadWorkingSet(void* process) {
   const pid_t id = IdentifierOf(process);
-  if (id == 0) return {false, EBADF, {}};
+  if (id == kNoProcess) return {false, EBADF, {}};
   rlimit locked = {};
   rlimit resident = {};
   Result result = FromErrno(prlimit(id, RLIMIT_MEMLOCK, nullptr, &locked));
@@ -52,7 +42,7 @@ ValueResult<WorkingSet> ReadWorkingSet(void* process) {
 
 Result WriteWorkingSet(void* process, const WorkingSet& limits) {
   const pid_t id = IdentifierOf(process);
-  if (id == 0) return {false, EBADF};
+  if (id == kNoProcess) return {false, EBADF};
   if (limits.minimumBytes > limits.maximumBytes) return {false, EINVAL};
   rlimit resident = {};
   if (prlimit(id, RLIMIT_RSS, nullptr, &resident) != 0) return FromErrno(-1);

@@ -36,6 +36,10 @@ class Delayed : private Standard {
     const stress::DelayAround delay;
     return Standard::compare_exchange_strong(expected, value, order);
   }
+  bool compare_exchange_weak(Value& expected, Value value, std::memory_order order = kDefault) {
+    const stress::DelayAround delay;
+    return Standard::compare_exchange_weak(expected, value, order);
+  }
   Value fetch_add(Value addend, std::memory_order order = kDefault) {
     const stress::DelayAround delay;
     return Standard::fetch_add(addend, order);

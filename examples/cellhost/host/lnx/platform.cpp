@@ -60,10 +60,11 @@ bool MakePointers(const char* arguments, HostArray<char*>* pointers) {
 }
 
 // In the child, which has only this thread: becomes the program, or sends the reason to the parent.
-[[noreturn]] void Become(char* const* arguments, pid_t parent, int output, int reasons) {
+[[noreturn]] void Become(const char* program, char* const* arguments, pid_t parent, int output,
+                         int reasons) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The parent may have ended before that.
-  if (getppid() == parent && dup2(output, STDOUT_FILENO) != -1) execv(arguments[0], arguments);
+  if (getppid() == parent && dup2(output, STDOUT_FILENO) != -1) execv(program, arguments);
   const int reason = errno;
   static_cast<void>(!write(reasons, &reason, sizeof reason));
   _exit(kExitNotStarted);
@@ -117,7 +118,7 @@ StartedProcess StartProcess(const char* arguments) {
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child == -1) return NotStarted(Error());
-  if (child == 0) Become(pointers.data(), parent, output.ends[1], reasons.ends[1]);
+  if (child == 0) Become(arguments, pointers.data(), parent, output.ends[1], reasons.ends[1]);
   reasons.CloseEnd(1);
   const int reason = AwaitReason(reasons.ends[0]);
   if (reason != 0) {

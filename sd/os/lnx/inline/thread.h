@@ -17,6 +17,8 @@ inline uint32_t CurrentThreadId() {
   return id != 0 ? id : LearnThreadId();
 }
 
+inline uint32_t KnownThreadId() { return currentThreadId; }
+
 inline void YieldThread() { sched_yield(); }
 
 #if defined(__x86_64__)

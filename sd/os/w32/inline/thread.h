@@ -3,6 +3,9 @@
 #define KIV_OS_W32_INLINE_THREAD_H
 
 #include <immintrin.h>
+#ifdef _MSC_VER
+#include <intrin.h>
+#endif
 
 #include <cstdint>
 
@@ -12,6 +15,17 @@ extern "C" __declspec(dllimport) void __stdcall Sleep(unsigned long timeMs);
 namespace kiv::os {
 
 inline uint32_t CurrentThreadId() { return GetCurrentThreadId(); }
+
+// The thread's block has the identifier at this place in every 64-bit Windows.
+#ifdef _MSC_VER
+inline uint32_t KnownThreadId() { return __readgsdword(0x48); }
+#else
+inline uint32_t KnownThreadId() {
+  uint32_t id;
+  asm("movl %%gs:0x48, %0" : "=r"(id));
+  return id;
+}
+#endif
 
 inline void YieldThread() { Sleep(0); }
 
