@@ -13,8 +13,9 @@ namespace {
 constexpr uint32_t kPieceWords = 512;
 constexpr uint32_t kPieceBytes = kPieceWords * sizeof(uint64_t);
 constexpr uint32_t kPieces = 256;
-constexpr uint32_t kOpenNew = 0x8302;  // create, truncate, binary, reading and writing
-constexpr uint32_t kReadWrite = 0x180;
+constexpr uint32_t kOpenNew =
+    KIV_FILEO_CREATE | KIV_FILEO_TRUNCATE | KIV_FILEO_BINARY | KIV_FILEO_READ_WRITE;
+constexpr uint32_t kReadWrite = KIV_FILE_MAY_READ | KIV_FILE_MAY_WRITE;
 
 using Piece = std::array<uint64_t, kPieceWords>;
 
