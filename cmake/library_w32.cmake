@@ -6,6 +6,8 @@ if(NOT MSVC)
   check_linker_flag(C -mguard=cf KIV_HAS_GUARD_CF)
 endif()
 
+find_package(Python3 COMPONENTS Interpreter)
+
 # Compiles a target's sources for such a DLL: the headers of its C runtime, no exceptions, no type
 # information, debug symbols.
 function(kiv_slim_code target)
@@ -27,7 +29,8 @@ endfunction()
 
 # kiv_slim_library(TARGET DESCRIPTION): makes a DLL that needs only the system and the C runtime,
 # linked as C to keep C++ libraries out. It exports the names of TARGET.def. Its debug symbols go
-# into a separate file, and the description into its version resource.
+# into a separate file, and the description into its version resource. A DLL by clang does not depend
+# on the folder or the time of its build; tools/check-reproducible checks that.
 function(kiv_slim_library target description)
   kiv_slim_code(${target})
   kiv_version_resource(${target} "${description}")
@@ -41,7 +44,7 @@ function(kiv_slim_library target description)
     return()
   endif()
   target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections
-                      -Wl,--dynamicbase,--high-entropy-va,--nxcompat
+                      -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp
                       $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
 
   set(bin ${PROJECT_BINARY_DIR}/bin)
@@ -53,6 +56,11 @@ function(kiv_slim_library target description)
     find_program(KIV_STRIP NAMES llvm-strip llvm-strip-14 REQUIRED)
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${KIV_STRIP} --strip-debug $<TARGET_FILE:${target}>)
+    if(Python3_FOUND)
+      add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+        COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/cmake/stamp-dll
+                $<TARGET_FILE:${target}> ${bin}/${target}.pdb)
+    endif()
   else()
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${bin}/${target}.debug
