@@ -6,12 +6,7 @@
 
 #include "kivsdu/kivsdu.h"
 
-/* The system's flags: read and write, no sharing, open or create, transfers in the background. */
-static const uint32_t kReadWrite = 0xC0000000u, kNoSharing = 0, kOpenAlways = 4;
-static const uint32_t kInBackground = 0x40000000u;
-
-/* The C runtime's: read and write, binary. */
-enum { kOpenFlags = 2 | 0x8000, kNoPermissions = 0 };
+enum { kOpenFlags = KIV_FILEO_READ_WRITE | KIV_FILEO_BINARY, kNoPermissions = 0 };
 enum { kBlocks = 2, kBlockBytes = KIV_PAGE_UNIT };
 
 static const char kPath[] = "example-blocks.dat";
@@ -63,8 +58,8 @@ int main(void) {
   memset(pages, 'a', kBlockBytes);
   memset((char*)pages + kBlockBytes, 'b', kBlockBytes);
   MakeRoom();
-  Check(KivSdDirectIOFileOpen(KIV_NULL, kPath, kReadWrite, kNoSharing, kOpenAlways, KIV_NULL,
-                              kInBackground, &file),
+  Check(KivSdDirectIOFileOpen(KIV_NULL, kPath, KIV_ACCESS_READ | KIV_ACCESS_WRITE, KIV_SHARE_NONE,
+                              KIV_DISPOSITION_OPEN_ALWAYS, KIV_NULL, KIV_OPEN_OVERLAPPED, &file),
         "open the file");
   Check(KivSdDirectIONoWaitCbsInit(KIV_NULL, records, kBlocks), "make the records' events");
   for (uint32_t i = 0; i < kBlocks; i++) {

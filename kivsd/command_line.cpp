@@ -10,6 +10,7 @@
 #include "memconf/keyword.h"
 #include "memconf/memconf_command.h"
 #include "status/status_command.h"
+#include "stress/stress_command.h"
 #include "top/top_command.h"
 
 namespace kivsd {
@@ -114,13 +115,35 @@ void AddTop(CLI::App* app, Action* action) {
                       Fitted("Process identifier or name of the host; without it, the only one"));
   command->add_flag("--list", options->list, "List the hosts that publish their memory");
   command->add_option("--count", options->count, "Samples to show; without it, until the host ends")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
   command->add_flag_callback(
       "--once", [=] { options->count = 1; }, "Show one sample, as --count 1");
   command->add_option("--seconds", options->seconds, "Time between two samples; 1")
-      ->check(CLI::Range(0.01, 86400.0));
+      ->check(CLI::Range(0.01, 86400.0))
+      ->type_name("S");
   AddJson(command, &options->format);
   command->callback([=] { *action = [=] { return TopCommand(*options); }; });
+}
+
+void AddStress(CLI::App* app, Action* action) {
+  auto options = std::make_shared<StressOptions>();
+  CLI::App* command = app->add_subcommand("stress", "Use locks, heaps, files and segments at once");
+  command->add_option("--seconds", options->seconds, "How long; 60")
+      ->check(CLI::Range(1, 1000000))
+      ->type_name("N");
+  command
+      ->add_option("--threads", options->threads,
+                   Fitted("Threads of each subject; without it, as many as processors"))
+      ->check(CLI::Range(1, 1000))
+      ->type_name("N");
+  command->add_option("--only", options->subjects, "locks, heaps, files or segments; all")
+      ->check(CLI::IsMember({"locks", "heaps", "files", "segments"}))
+      ->delimiter(',')
+      ->type_name("PART");
+  command->add_flag("--tickets", options->tickets, "Ticket locks instead of test-and-set locks");
+  AddJson(command, &options->format);
+  command->callback([=] { *action = [=] { return StressCommand(*options); }; });
 }
 
 // Says which command is unknown. The parser would only say that one is missing.
@@ -149,6 +172,7 @@ int RunCommandLine(int count, char** arguments) {
   AddStatus(&app, &action);
   AddMemconf(&app, &action);
   AddTop(&app, &action);
+  AddStress(&app, &action);
   if (IsUnknownCommand(app, count, arguments)) return kExitFailed;
   try {
     app.parse(count, arguments);

@@ -11,7 +11,9 @@ readonly -A packages=(
   [tools]="libcli11-dev nlohmann-json3-dev"
   [tests]="googletest locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
+  [package]="dpkg-dev file gzip"
   [docs]="furo python3 python3-myst-parser python3-sphinx"
+  [report]="python3-matplotlib"
   [checks]="clang-format clang-tidy libclang-rt-14-dev python3 spin"
 )
 
@@ -37,7 +39,7 @@ as_root() {
   fi
 }
 
-# setup PART ...: what the parts need; every part but arm64, bench and docs if none is named
+# setup PART ...: what the parts need; every part but arm64, bench, docs and package if none is named
 setup() {
   mkdir -p build
   (($# > 0)) || set -- build linux clang windows example tools tests checks

@@ -23,6 +23,8 @@ sys.dont_write_bytecode = True
 import headers  # noqa: E402
 import platform_calls  # noqa: E402
 import reference  # noqa: E402
+sys.path.insert(0, str(ROOT / "status"))
+import make_status_table  # noqa: E402
 
 TOP = ("README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md", "sd/README.md",
        "examples/cellhost/README.md")
@@ -38,7 +40,7 @@ def documents():
 
 
 def examples():
-    return sorted((ROOT / "examples").glob("*.c"))
+    return sorted((ROOT / "examples").glob("*.c*"))
 
 
 def target_of(document, link):
@@ -54,13 +56,16 @@ def target_of(document, link):
         return f"{path}.md{anchor}"
     special = {ROOT / "include/kivsdu": "reference/index.rst", ROOT / "docs/README.md": "index.md",
                ROOT / "examples": "docs/examples.md"}
-    if file.is_relative_to(ROOT / "include/kivsdu") and file.suffix == ".h":
-        special[file] = f"reference/{file.stem}.rst"
+    if file.is_relative_to(reference.INCLUDE) and file.suffix in (".h", ".hpp"):
+        special[file] = f"reference/{reference.page_of(file)}.rst"
     if file in special:
         return os.path.relpath(special[file], document.parent.relative_to(ROOT))
     return None
 
 
+# kivsdu.h includes the others; the functions of status_text.h are in a library of their own.
+STATIC = "status_text.h"
+ALL_AND_STATIC = ("kivsdu.h", STATIC)
 NAME = re.compile(r"(?<![\[`])`(\w+(?:\.h)?)`(?!`)")
 
 
@@ -118,7 +123,9 @@ def stage_documents(stage, names):
         shutil.copyfile(picture, copy)
     for example in examples():
         text = example.read_text(encoding="utf-8")
-        write(stage / f"{example.relative_to(ROOT)}.md", f"# {example.name}\n\n```c\n{text}```\n")
+        language = "c" if example.suffix == ".c" else "cpp"
+        write(stage / f"{example.relative_to(ROOT)}.md",
+              f"# {example.name}\n\n```{language}\n{text}```\n")
     for report in (ROOT / "docs").glob("*.html"):
         copy = stage / "_extra/docs" / report.name
         copy.parent.mkdir(parents=True, exist_ok=True)
@@ -168,10 +175,12 @@ def stage_reference(stage, read, builds):
     complaints += platform_calls.wrong_kinds(kinds_said(read), exports, graphs["windows-x64"])
     if complaints:
         raise SystemExit("".join(f"make_site: {complaint}\n" for complaint in complaints))
-    pages = reference.Reference(read, calls)
+    pages = reference.Reference(read, calls, *make_status_table.read_headers(reference.INCLUDE))
     for header in read.values():
-        if header.name != "kivsdu.h":
+        if header.name not in ALL_AND_STATIC:
             write(stage / "reference" / f"{header.name.removesuffix('.h')}.rst", pages.page(header))
+    for path in [reference.INCLUDE / STATIC, *reference.cpp_headers()]:
+        write(stage / "reference" / f"{reference.page_of(path)}.rst", pages.source_page(path))
     write(stage / "reference/index.rst", pages.index())
     write(stage / "reference/exports.rst", pages.exports_page())
     return len(exports)
@@ -225,7 +234,8 @@ def main():
     stage = output / "source"
     shutil.rmtree(output, ignore_errors=True)
     stage.mkdir(parents=True)
-    read = headers.read_all(ROOT / "include/kivsdu")
+    read = headers.read_all(reference.INCLUDE)
+    read[STATIC].entries.clear()
     stage_documents(stage, Names(read))
     exports = stage_reference(stage, read, builds)
     log = output / "sphinx.log"

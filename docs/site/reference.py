@@ -1,21 +1,39 @@
 """Writes the reference pages: one for each public header, the statuses, and the list of exports."""
+import pathlib
 import re
 
+from headers import split_comment
+
 FAMILIES = {
-    "Frame": ("context.h", "status.h", "settings.h", "vorutil.h", "api.h"),
+    "Frame": ("context.h", "status.h", "status_text.h", "settings.h", "vorutil.h", "version.h",
+              "api.h"),
     "Locks": ("sync.h", "spinlock.h", "rwlock.h"),
     "Kernel objects and threads": ("semaphore.h", "mutex.h", "event.h", "thread.h"),
     "Memory": ("manager.h", "memory.h", "memusage.h", "shortheap.h", "memstack.h", "threadcache.h",
                "memtags.h", "numa.h"),
     "Between processes": ("segment.h", "sharedmem.h", "pipe.h"),
-    "Files": ("file.h", "directio.h", "writepause.h", "mappedfile.h", "path.h", "filesearch.h"),
+    "Files": ("file.h", "directio.h", "writepause.h", "mappedfile.h", "path.h", "filesearch.h",
+              "fileflags.h"),
     "System": ("system.h", "time.h", "console.h", "module.h"),
 }
 GUARD = ("KivSdGetLeaseGuard", "KivSdIsFailoverMode")
 HELPERS = ("KivSdMemClear", "KivSdMemCopy", "KIV_SDSYNC_BUSYSPIN_UPPERLIMIT")
 PLATFORMS = {"windows-x64": "Windows", "linux-x64": "Linux"}
 SUCCESS = "success"
+MOST_NAMES = 40  # operations that are listed for a status
+INCLUDE = pathlib.Path(__file__).resolve().parent.parent.parent / "include/kivsdu"
 EMPTY = "\\ "
+
+
+def cpp_headers():
+    """The headers of the C++ layer, the two that hosts include first."""
+    return sorted(INCLUDE.glob("*.hpp")) + sorted(INCLUDE.glob("cpp/*.hpp"))
+
+
+def page_of(path):
+    """The name of a header's page: event for event.h, cpp/error-hpp for cpp/error.hpp."""
+    name = path.relative_to(INCLUDE).as_posix()
+    return name.removesuffix(".h") if path.suffix == ".h" else name.replace(".", "-")
 
 
 def escape(text):
@@ -23,7 +41,7 @@ def escape(text):
 
 
 def heading(text, mark):
-    return [escape(text), mark * max(3, len(text)), ""]
+    return [escape(text), mark * len(escape(text)), ""]
 
 
 def indent(lines, by=3):
@@ -49,14 +67,19 @@ def definitions(lines):
 
 
 class Reference:
-    def __init__(self, headers, calls):
-        self.headers, self.calls = headers, calls
+    def __init__(self, headers, calls, statuses, operations):
+        """The last two are those of status/make_status_table.py: {name: (number, meaning, advice)}
+        and {operation: statuses}."""
+        self.headers, self.calls, self.statuses = headers, calls, statuses
+        self.returned_by = {}
+        for operation, returned in sorted(operations.items()):
+            for status in returned:
+                self.returned_by.setdefault(status, []).append(operation)
         self.functions = {function.name for _, _, function in self.all_functions()}
         self.constants = {name for header in headers.values() for entry in header.entries
                           for name, _, _ in entry.constants}
         self.types = {name for header in headers.values() for entry in header.entries
                       for name in entry.types}
-        self.returned_by = self.find_returned()
         self.token = re.compile(r"\b(?:docs|examples)/[\w/]+\.\w+|\b\w+\.h\b|\b[A-Za-z_]\w*\b")
 
     def all_functions(self):
@@ -64,16 +87,6 @@ class Reference:
             for entry in header.entries:
                 for function in entry.functions:
                     yield header, entry, function
-
-    def find_returned(self):
-        """{status: [operation]}, as the tables in the comments say."""
-        found = {}
-        for _, entry, function in self.all_functions():
-            for status, _ in entry.statuses:
-                names = found.setdefault(status, [])
-                if function.name not in names:
-                    names.append(function.name)
-        return found
 
     # ---- Text ----
 
@@ -88,7 +101,7 @@ class Reference:
             return f":doc:`{word} </reference/{word.removesuffix('.h')}>`"
         if re.fullmatch(r"docs/\w+\.md", word):
             return f":doc:`/{word.removesuffix('.md')}`"
-        if re.fullmatch(r"examples/\w+\.c", word):
+        if re.fullmatch(r"examples/\w+\.(c|cpp)", word):
             return f":doc:`{word} </{word}>`"
         return escape(word)
 
@@ -230,16 +243,17 @@ class Reference:
         return lines
 
     def status_entry(self, entry):
-        (name, value, _), = entry.constants
+        (name, _, _), = entry.constants
+        number, meaning, advice = self.statuses[name]
         lines = [f".. c:macro:: {name}", ""]
-        meaning = self.inline(" ".join(entry.comment.split()))
-        lines += indent([f"**{value.rstrip('u')}** — {meaning}", ""])
+        lines += indent([f"**{number}** — {self.inline(meaning)}", "",
+                         f":to do: {self.inline(advice)}"])
         names = self.returned_by.get(name, [])
-        if 0 < len(names) <= 40:
-            lines += indent([":returned by: " + ", ".join(self.link(one) for one in names), ""])
+        if 0 < len(names) <= MOST_NAMES:
+            lines += indent([":returned by: " + ", ".join(self.link(one) for one in names)])
         elif names:
-            lines += indent([f":returned by: {len(names)} operations", ""])
-        return lines
+            lines += indent([f":returned by: {len(names)} operations"])
+        return lines + [""]
 
     def entry(self, header, entry):
         if header.name == "status.h" and len(entry.constants) == 1:
@@ -259,7 +273,6 @@ class Reference:
 
     def page(self, header):
         lines = heading(header.name, "=")
-        from headers import split_comment
         lines += self.blocks(split_comment(header.overview))
         section = ""
         for entry in header.entries:
@@ -268,6 +281,17 @@ class Reference:
                 lines += heading(self.short(section), "-")
             lines += self.entry(header, entry)
         return "\n".join(lines) + "\n"
+
+    def source_page(self, path):
+        """A page for a header that has no exports: its introduction and its text."""
+        text = path.read_text(encoding="utf-8")
+        first = re.match(r"(?://[^\n]*\n)+|/\*.*?\*/\n", text, re.S).group(0)
+        body = text[len(first):].strip("\n").split("\n")
+        comment = "\n".join(re.sub(r"^(// ?|/\* ?| \* ?)", "", line).removesuffix(" */")
+                            for line in first.rstrip("\n").split("\n"))
+        lines = heading(path.name, "=") + self.blocks(split_comment(comment))
+        language = "cpp" if path.suffix == ".hpp" else "c"
+        return "\n".join(lines + [f".. code-block:: {language}", ""] + indent(body)) + "\n"
 
     @staticmethod
     def short(section):
@@ -288,6 +312,8 @@ class Reference:
                 lines += heading(family, "-") + [".. toctree::", "   :maxdepth: 1", ""]
                 lines += indent([name.removesuffix(".h") for name in names if name in self.headers])
                 lines.append("")
+        lines += heading("C++ layer", "-") + [".. toctree::", "   :maxdepth: 1", ""]
+        lines += indent([page_of(path) for path in cpp_headers()]) + [""]
         lines += heading("Lists", "-") + [".. toctree::", "   :maxdepth: 1", "", "   exports", ""]
         return "\n".join(lines) + "\n"
 

@@ -427,8 +427,7 @@
  * To do: Create the directory first, or correct the path. */
 #define KIV_ST_DIR_MISSING 1130644u
 
-/* Sharing violation: the file is open elsewhere. The OS error is 32 after a direct open, and 13
- * after a share-mode open, which reports errno; on Linux it is 16 after both.
+/* Sharing violation: the file is open elsewhere (OS error 32).
  * To do: Retry later, or close the file in the other process. The share mode of both opens
  * decides. */
 #define KIV_ST_FILE_SHARING 1130646u

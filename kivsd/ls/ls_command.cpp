@@ -52,7 +52,7 @@ void PrintText(const Listing& listing) {
     line.erase(line.find_last_not_of(' ') + 1);
     std::printf("%s", Wrapped(line, 54, OwnerText(object)).c_str());
   }
-  if (listing.objects.empty()) std::printf("no named object is alive\n");
+  if (listing.objects.empty()) std::printf("no named object was found\n");
   if (!listing.note.empty()) std::printf("\n%s", Wrapped("", 0, listing.note).c_str());
 }
 

@@ -10,20 +10,22 @@ namespace kivsd {
 namespace {
 
 constexpr char kAllPipes[] = "\\\\.\\pipe\\*";
-constexpr char kNote[] =
+constexpr char kPipeNote[] =
     "These are the pipes of all programs: Windows does not tell which library made a pipe, or who "
-    "has it open. It does not list semaphores, mutexes and shared blocks by name to a program; a "
-    "tool that shows a process's handles does.";
+    "has it open. ";
+constexpr char kNote[] =
+    "Windows does not list semaphores, mutexes and shared blocks to a program. A tool that shows "
+    "the handles of a process does.";
 
 }  // namespace
 
 Listing ListObjects() {
-  Listing listing = {{}, kNote};
+  Listing listing = {{}, std::string(kPipeNote) + kNote};
   WIN32_FIND_DATAA found = {};
   const HANDLE search = FindFirstFileA(kAllPipes, &found);
   if (search == INVALID_HANDLE_VALUE) {
-    listing.note += " The list of pipes cannot be read either, OS error " +
-                    std::to_string(GetLastError()) + ".";
+    listing.note = "The list of pipes cannot be read, OS error " + std::to_string(GetLastError()) +
+                   ". " + kNote;
     return listing;
   }
   do {
