@@ -8,7 +8,7 @@ readonly -A packages=(
   [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64"
   [arm64]="g++-aarch64-linux-gnu make qemu-user"
   [example]="libcli11-dev"
-  [tests]="googletest locales pkg-config"
+  [tests]="gdb googletest lldb locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
   [checks]="clang-format clang-tidy libclang-rt-14-dev spin"
 )
