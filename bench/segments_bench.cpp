@@ -98,9 +98,9 @@ std::string UniqueName() {
   return "segments-bench-" + std::to_string(OwnProcessId()) + "-" + std::to_string(++runs);
 }
 
-double Microseconds() {
+double Nanoseconds() {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return std::chrono::duration<double, std::micro>(now).count();
+  return std::chrono::duration<double, std::nano>(now).count();
 }
 
 double Middle(std::vector<double> values) {
@@ -111,7 +111,7 @@ double Middle(std::vector<double> values) {
 
 // Each iteration sends a message over every channel in turn, which spreads a busy moment of the
 // machine over all of them. Each channel goes first equally often. The iteration's own time is
-// meaningless: the counters hold the median times, in microseconds.
+// meaningless: the counters hold the median times, in nanoseconds.
 template <typename Transfer>
 void InTurns(benchmark::State& state, int ways, Transfer transfer) {
   std::vector<std::vector<double>> times(static_cast<size_t>(ways));
@@ -120,9 +120,9 @@ void InTurns(benchmark::State& state, int ways, Transfer transfer) {
     first = (first + 1) % ways;
     for (int turn = 0; turn < ways; ++turn) {
       const int way = (first + turn) % ways;
-      const double start = Microseconds();
+      const double start = Nanoseconds();
       transfer(way);
-      times[static_cast<size_t>(way)].push_back(Microseconds() - start);
+      times[static_cast<size_t>(way)].push_back(Nanoseconds() - start);
     }
   }
   std::vector<double> middle;

@@ -4,9 +4,10 @@ target_include_directories(kiv_options INTERFACE ${PROJECT_SOURCE_DIR}/include
                            ${PROJECT_BINARY_DIR}/generated)
 
 if(MSVC)
-  # 5030: an attribute of another compiler is ignored.
-  target_compile_options(kiv_options INTERFACE /W4 /WX /wd5030 /utf-8 /permissive-)
-  target_compile_definitions(kiv_options INTERFACE _CRT_SECURE_NO_WARNINGS)
+  # 4324: a record is padded to its alignment, as the locks want it.
+  # 4714: a function marked for inlining is not inlined.
+  # 4996: a call is deprecated. The library's promises name the runtime's and the system's calls.
+  target_compile_options(kiv_options INTERFACE /W4 /WX /wd4324 /wd4714 /wd4996 /utf-8 /permissive-)
 else()
   target_compile_options(kiv_options INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wundef

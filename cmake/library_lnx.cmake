@@ -36,8 +36,10 @@ endfunction()
 function(kiv_slim_library target description)
   kiv_slim_code(${target})
   kiv_export_list(${target})
-  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C INSTALL_RPATH "$ORIGIN"
-                        BUILD_WITH_INSTALL_RPATH ON)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C BUILD_WITH_INSTALL_RPATH ON)
+  if(NOT KIVSDU_DEBIAN)  # whose libraries lie where the loader looks
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
   target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed -Wl,--build-id
                       -Wl,-Bsymbolic-functions -Wl,-z,relro,-z,now,-z,noexecstack)
   if(KIVSDU_SANITIZE)

@@ -1,16 +1,27 @@
 # Windows: compile and link options of the libraries. library_lnx.cmake has the same functions.
 
-# Compiles a target's sources for such a DLL: no exceptions, no type information, debug symbols.
+# Control-flow guard: clang 16 and mingw-w64 11 have it, and so has MSVC.
+include(CheckLinkerFlag)
+if(NOT MSVC)
+  check_linker_flag(C -mguard=cf KIV_HAS_GUARD_CF)
+endif()
+
+find_package(Python3 COMPONENTS Interpreter)
+
+# Compiles a target's sources for such a DLL: the headers of its C runtime, no exceptions, no type
+# information, debug symbols.
 function(kiv_slim_code target)
+  target_compile_definitions(${target} PRIVATE ${KIVSDU_RUNTIME_DEFINITIONS})
   if(MSVC)
-    target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi)
+    target_compile_options(${target} PRIVATE /GR- /EHs-c- /Zi /guard:cf)
     return()
   endif()
   target_compile_options(${target} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-                         -ffunction-sections -fdata-sections -g)
+                         -ffunction-sections -fdata-sections -g
+                         $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # Access the DLL's variables directly. Without these options the compiler assumes that they may
-    # lie in another DLL and reaches each through a pointer.
+    # Access the DLL's variables directly. Without the visibility options the compiler assumes that
+    # they may lie in another DLL and reaches each through a pointer.
     target_compile_options(${target} PRIVATE -gcodeview -fvisibility-from-dllstorageclass
                            -fvisibility-externs-nodllstorageclass=hidden)
   endif()
@@ -18,17 +29,23 @@ endfunction()
 
 # kiv_slim_library(TARGET DESCRIPTION): makes a DLL that needs only the system and the C runtime,
 # linked as C to keep C++ libraries out. It exports the names of TARGET.def. Its debug symbols go
-# into a separate file, and the description into its version resource.
+# into a separate file, and the description into its version resource. A DLL by clang does not depend
+# on the folder or the time of its build; tools/check-reproducible checks that.
 function(kiv_slim_library target description)
   kiv_slim_code(${target})
   kiv_version_resource(${target} "${description}")
   target_sources(${target} PRIVATE ${target}.def)
   set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE C)
   if(MSVC)
-    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:ICF)
+    # No folding of identical functions: each export has an address of its own, unless the list of
+    # exports gives it the function of another.
+    target_link_options(${target} PRIVATE /DEBUG /OPT:REF /OPT:NOICF /DYNAMICBASE /HIGHENTROPYVA
+                        /NXCOMPAT /GUARD:CF)
     return()
   endif()
-  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections)
+  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections
+                      -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp
+                      $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
 
   set(bin ${PROJECT_BINARY_DIR}/bin)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
@@ -39,6 +56,11 @@ function(kiv_slim_library target description)
     find_program(KIV_STRIP NAMES llvm-strip llvm-strip-14 REQUIRED)
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${KIV_STRIP} --strip-debug $<TARGET_FILE:${target}>)
+    if(Python3_FOUND)
+      add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+        COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/cmake/stamp-dll
+                $<TARGET_FILE:${target}> ${bin}/${target}.pdb)
+    endif()
   else()
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${bin}/${target}.debug

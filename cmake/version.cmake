@@ -4,16 +4,16 @@ set(processor x64)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(processor arm64)
 endif()
-set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${CMAKE_SYSTEM_NAME}-${processor} \
+set(platform ${CMAKE_SYSTEM_NAME}-${processor})
+if(WIN32)
+  string(APPEND platform "-${KIVSDU_RUNTIME}")  # c_runtime.cmake
+else()
+  set(KIVSDU_RUNTIME glibc)
+endif()
+set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${platform} \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 
 # Version and flavour, which programs read from the loaded library. The flavour is the C runtime.
-if(NOT KIVSDU_RUNTIME)
-  set(KIVSDU_RUNTIME glibc)
-  if(WIN32)
-    set(KIVSDU_RUNTIME msvcrt)
-  endif()
-endif()
 set(KIVSDU_BUILD_TEXT "${PROJECT_VERSION} ${KIVSDU_RUNTIME}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivsdu_version.h.in
                ${PROJECT_BINARY_DIR}/generated/kivsdu_version.h @ONLY)

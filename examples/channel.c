@@ -11,7 +11,7 @@
 enum { kClient = 0, kServer = 1 }; /* the kinds of the two ends */
 enum { kOpen = KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE };
 enum { kHandOver = 1, kSplit = 1, kString = 1, kDone = 1 };
-enum { kTextBytes = KIV_SEGMENT_HALF_BYTES + 1, kTimeoutMs = 30000 };
+enum { kTextBytes = KIV_SEGMENT_HALF_BYTES + 1, kTimeoutMs = 30000, kDoNotWait = 0 };
 
 static const char kName[] = "kivsdu-example-channel";
 
@@ -43,6 +43,23 @@ static void Send(KivSharedMemSeg* segment, int32_t chunk, const char* text) {
 static void Receive(KivSharedMemSeg* segment, int32_t chunk, char text[kTextBytes]) {
   memset(text, 0, kTextBytes);
   Check(KivReadSharedMemChunk(KIV_NULL, segment, chunk, 0, kString, KIV_NULL, text), "read");
+  const KivSharedMemTransfer* state = &segment->reading[chunk];
+  const int announcesTooMuch = state->lengthBytes > KIV_SEGMENT_HALF_BYTES - state->offset;
+  Check(announcesTooMuch ? KIV_CHUNK_OVERRUN : KIV_ST_OK, "trust the peer");
+}
+
+/* Prepares a chunk for the next peer after one that ended or died, whatever it left behind. Nobody
+ * else may use the chunk meanwhile. Member `full` belongs to one half; the next one is "empty". */
+static void Reset(KivSharedMemSeg* segment, int32_t chunk) {
+  const KivSharedMemTransfer none = {0, 0, 0};
+  segment->reading[chunk] = none;
+  segment->writing[chunk] = none;
+  for (int32_t full = 4 * chunk + 1; full <= 4 * chunk + 3; full += 2) {
+    const uint16_t members[] = {(uint16_t)full, (uint16_t)(full + 1)};
+    KivSdShSemSetRequest(KIV_NULL, members[0], segment->semaphores, kDoNotWait);
+    KivSdShSemSetRequest(KIV_NULL, members[1], segment->semaphores, kDoNotWait);
+    Check(KivSdShSemSetClear(KIV_NULL, members[1], segment->semaphores), "empty a half");
+  }
 }
 
 /* The client's end. It uses the chunk that the server has taken for it. */
@@ -73,6 +90,7 @@ int main(void) {
   Check(KivWriteSharedMemChunkCode(KIV_NULL, segment, chunk, kDone), "write the code");
   Check(KivSdThreadJoin(KIV_NULL, &client), "wait for the client's end");
   Check(KivSdThreadDelete(KIV_NULL, &client), "close the handle");
+  Reset(segment, chunk);
   Check(KivPutSharedMemChunk(KIV_NULL, segment, chunk), "give the chunk back");
   return KivDeleteSharedMemSeg(KIV_NULL, list) == KIV_ST_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -20,11 +20,11 @@ int main(void) {
   uint32_t status;
   uint32_t osError;
 
-  /* Start. The memory manager comes first, before any allocation. Without a configuration file it
-   * uses the C runtime's heap. Settings follow, before other threads start. */
-  Check(adMemThreadHeapInit(1, KIV_NULL, "hello", 0), "start the memory manager");
+  /* Start. Settings come first, then the memory manager, before any allocation. Without a
+   * configuration file it uses the C runtime's heap. */
   KivSdSetAppFolderName("hello");
   KivSdInitNumaResources();
+  Check(adMemThreadHeapInit(1, KIV_NULL, "hello", 0), "start the memory manager");
   Check(KivSdVorUtilTlsInit(), "make the per-thread slot");
 
   /* Each thread makes a context. Operations store their status and the OS error in it. */

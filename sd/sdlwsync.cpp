@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/spinlock.h"
 #include "os/assertion.h"
 #include "sdsync/fence.h"
@@ -71,7 +72,7 @@ void Own(TicketLock* lock, uint32_t thread) {
   lock->owner.store(thread, std::memory_order_relaxed);
 }
 
-[[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+KIV_NOINLINE void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
   SpinAndYieldUntil([lock, ticket] { return IsServed(*lock, ticket); });
   Own(lock, thread);
 }
@@ -125,7 +126,7 @@ bool Take(WordLock* lock) {
   return taken;
 }
 
-[[gnu::noinline]] void AcquireContended(WordLock* lock, uint32_t thread, bool wasHeld) {
+KIV_NOINLINE void AcquireContended(WordLock* lock, uint32_t thread, bool wasHeld) {
   if (!wasHeld) os::YieldThread();
   while (!TryTake(lock)) os::YieldThread();
   SetHolder(lock, thread, 1);

@@ -5,12 +5,16 @@ readonly -A packages=(
   [build]="cmake ninja-build python3"
   [linux]="g++ libc6-dev liburing-dev"
   [clang]="clang lld llvm g++ libc6-dev"
-  [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64"
+  [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64 python3-minimal"
   [arm64]="g++-aarch64-linux-gnu make qemu-user"
   [example]="libcli11-dev"
+  [tools]="libcli11-dev nlohmann-json3-dev"
   [tests]="gdb googletest lldb locales pkg-config"
   [bench]="libbenchmark-dev libjemalloc2 libmimalloc2.0 libtbbmalloc2 libtcmalloc-minimal4"
-  [checks]="clang-format clang-tidy libclang-rt-14-dev spin"
+  [package]="dpkg-dev file gzip"
+  [docs]="furo python3 python3-myst-parser python3-sphinx"
+  [report]="python3-matplotlib"
+  [checks]="clang-format clang-tidy libclang-rt-14-dev python3 spin"
 )
 
 # missing_packages PART ...
@@ -35,10 +39,10 @@ as_root() {
   fi
 }
 
-# setup PART ...: what the parts need; every part but arm64 and bench if none is named
+# setup PART ...: what the parts need; every part but arm64, bench, docs and package if none is named
 setup() {
   mkdir -p build
-  (($# > 0)) || set -- build linux clang windows example tests checks
+  (($# > 0)) || set -- build linux clang windows example tools tests checks
   local missing
   mapfile -t missing < <(missing_packages "$@")
   ((${#missing[@]} > 0)) || return 0

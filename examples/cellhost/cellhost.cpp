@@ -16,6 +16,7 @@
 #include "host/complain.h"
 #include "host/exit_code.h"
 #include "host/host.h"
+#include "host/memory_manager.h"
 #include "host/platform.h"
 #include "host/system_report.h"
 
@@ -66,7 +67,7 @@ int main(int count, char** arguments) {
       !StartHost(line.locks, MemoryOf(line.command), line.failover)) {
     return kExitFailed;
   }
-  exitCode = Do(line);
+  exitCode = !line.publish || PublishMemory() ? Do(line) : kExitFailed;
   StopHost();
   return exitCode;
 }

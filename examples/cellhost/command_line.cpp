@@ -111,17 +111,22 @@ void AddData(CLI::App* command, std::string* data) {
       ->type_name("FOLDER");
 }
 
-void AddRun(CLI::App* app, RunOptions* run, std::string* memory) {
+void AddPublish(CLI::App* command, bool* publish) {
+  command->add_flag("--publish", *publish, "Show the memory in use to 'kivsd top'");
+}
+
+void AddRun(CLI::App* app, RunOptions* run, std::string* memory, bool* publish) {
   CLI::App* command = app->add_subcommand("run", "Load facts and answer queries from them");
   AddFacts(command, &run->facts);
   AddQueries(command, &run->queries);
   AddAnswers(command, &run->answers,
              "Expected answers; without this option, answers are not compared");
   AddMemory(command, memory);
+  AddPublish(command, publish);
 }
 
 void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, bool* failover,
-              std::string* memory) {
+              std::string* memory, bool* publish) {
   CLI::App* command = app->add_subcommand("serve", "Load facts and serve clients over a pipe");
   AddFacts(command, &serve->facts);
   serve->pipe = kDefaultPipe;
@@ -129,6 +134,7 @@ void AddServe(CLI::App* app, ServeOptions* serve, LockDesign* locks, bool* failo
   AddLocks(command, locks);
   AddFailover(command, failover);
   AddMemory(command, memory);
+  AddPublish(command, publish);
   AddData(command, &serve->data);
 }
 
@@ -207,11 +213,12 @@ bool ReadCommandLine(int count, char** arguments, CommandLine* line, int* exitCo
   app.footer(kDetails);
   app.set_version_flag("--version", "cellhost " KIVSDU_VERSION_TEXT);
   app.require_subcommand(0, 1);
-  AddRun(&app, &line->run, &line->memory);
+  line->publish = false;
+  AddRun(&app, &line->run, &line->memory, &line->publish);
   app.add_subcommand("report", "Print the system report alone");
   line->locks = LockDesign::kTestAndSet;
   bool failover = false;
-  AddServe(&app, &line->serve, &line->locks, &failover, &line->memory);
+  AddServe(&app, &line->serve, &line->locks, &failover, &line->memory, &line->publish);
   AddAsk(&app, &line->ask);
   AddSend(&app, &line->send);
   AddDemo(&app, &line->demo, &line->locks);

@@ -20,6 +20,7 @@ struct CommandLine {
   LockDesign locks;
   Failover failover;
   std::string memory;  // folder with bin/config.mem; empty: none is named
+  bool publish;        // the memory in use, for 'kivsd top'
   RunOptions run;
   ServeOptions serve;
   AskOptions ask;

@@ -32,8 +32,8 @@
 #endif
 
 /* Records cross the library boundary. Each one therefore asserts its size and the offset of every
- * field. */
-#ifdef __cplusplus
+ * field. MSVC knows the C++ word in C too, and the C word only with /std:c11. */
+#if defined(__cplusplus) || (defined(_MSC_VER) && !defined(__clang__))
 #define KIV_ASSERT_LAYOUT(condition, text) static_assert(condition, text)
 #else
 #define KIV_ASSERT_LAYOUT(condition, text) _Static_assert(condition, text)

@@ -39,7 +39,8 @@ KIV_ASSERT_FIELD(KivSdConsoleKey, scanCode, 1);
  *
  * 0, or KIV_ST_ARGUMENT      console is null
  *       KIV_ST_CONSOLE_INIT  a handle could not be obtained; its field and those after it are
- *                            null */
+ *                            null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdConsoleInit(KivSdContext* ctx, KivSdConsole* console);
 
 /* Zeroes a console.
@@ -54,7 +55,8 @@ KIVSDU_API uint32_t KivSdConsoleTerm(KivSdContext* ctx, KivSdConsole* console);
  *   length   0 writes nothing; any other value writes the whole text
  *   text     terminated; null writes nothing
  *
- * 0, or KIV_ST_CONSOLE_WRITE  not written; OS error is errno */
+ * 0, or KIV_ST_CONSOLE_WRITE  not written
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* ignored, uint32_t length,
                                       const char* text);
 
@@ -70,7 +72,8 @@ KIVSDU_API uint32_t KivSdConsoleWrite(KivSdContext* ctx, const void* ignored, ui
  * 0, or KIV_ST_ARGUMENT     console is null; hit and key are unchanged
  *       KIV_ST_CONSOLE_KEY  the input could not be examined (hit is 0), or the event not removed
  *                           (hit is 1). OS error 6 (Linux: ENOTTY) if the input is no
- *                           console */
+ *                           console
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdConsoleKeyHit(KivSdContext* ctx, const KivSdConsole* console, uint8_t* hit,
                                        KivSdConsoleKey* key);
 

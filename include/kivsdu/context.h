@@ -1,9 +1,22 @@
 /* The context record: the outcome of a caller's last operation.
  *
  * Nearly every operation takes a context first and stores its outcome there, also on success: a
- * success stores {0, 0} whatever the record held before. A null context is allowed everywhere; the
- * operation then only returns its status. Each operation overwrites the record that it is given:
- * read it before the next operation.
+ * success stores {0, 0} whatever the record held before. A null context is allowed everywhere but
+ * in KivSdTerm and KivSdLastErrGet; the operation then only returns its status. Each operation
+ * overwrites the record that it is given: read it before the next operation.
+ *
+ * A declaration whose operation can fail in the system ends its statuses with a line "OS error",
+ * which names the kind of the number on Windows:
+ *
+ *   GetLastError   of the system call that failed; KivSdModuleGetErrorMessage has its text
+ *   errno          of the function of the C runtime that failed; strerror has its text
+ *   wait's result  258 after a time-out, 128 after an abandoned wait
+ *   not recorded   the context does not change
+ *
+ * Without the line the OS error is 0, unless a status says otherwise. On Linux every kind is errno,
+ * except for the numbers that docs/linux.md lists as outcomes (38, 128, 258, 535, 997).
+ *
+ * docs/exceptions.md lists the operations that take no context and the results that are no status.
  *
  * A context belongs to one caller, in practice one thread. It is not locked: two threads that share
  * one see each other's outcomes.
@@ -16,9 +29,8 @@
 
 typedef struct KivSdContext {
   uint32_t status;   /* status of the last operation; see status.h */
-  uint32_t osError;  /* GetLastError after a failed system call, errno after a failed call of
-                        the C runtime, the wait's result (258) after a time-out; 0 on success
-                        and if no system call failed, as for a bad argument */
+  uint32_t osError;  /* see above; 0 on success and if no system call failed, as for a bad
+                        argument */
   uint64_t reserved; /* initialised to 0; not used */
 } KivSdContext;
 

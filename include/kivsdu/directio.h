@@ -12,10 +12,11 @@
  * A file is the system's handle in 32 bits, not a descriptor of file.h.
  *
  * In failover mode every operation, except KivSdDirectIOFileClose and KivSdDirectIONoWaitCbsTerm,
- * calls the lease guard (settings.h) before it checks its arguments. OS errors are from
- * GetLastError unless stated otherwise. On Linux they are errno (16 for a sharing violation, 28 for
- * a full disk); 38 and 997 are the same. docs/linux.md says more. A context may always be null. Any
- * thread; the library keeps no state of a file. */
+ * calls the lease guard (settings.h) before it checks its arguments. On Linux a sharing violation
+ * is 16 and a full disk 28; docs/linux.md says more. A context may always be null. Any thread; the
+ * library keeps no state of a file.
+ *
+ * Example: examples/direct.c. */
 #ifndef KIVSDU_DIRECTIO_H
 #define KIVSDU_DIRECTIO_H
 
@@ -62,7 +63,8 @@ KIV_ASSERT_FIELD(KivSdNoWaitCb, event, 24);
  *
  * 0, or KIV_ST_ARGUMENT     path is null
  *       KIV_ST_FILE_CREATE  not created or not opened
- *       KIV_ST_FILE_CLOSE   created, but not closed */
+ *       KIV_ST_FILE_CLOSE   created, but not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path);
 
 /* Opens a file.
@@ -79,21 +81,24 @@ KIVSDU_API uint32_t KivSdDirectIOFileCreate(KivSdContext* ctx, const char* path)
  *
  * 0, or KIV_ST_ARGUMENT      path or file is null
  *       KIV_ST_FILE_SHARING  sharing violation: the file is open elsewhere; OS error 32
- *       KIV_ST_FILE_CREATE   not opened for any other reason */
+ *       KIV_ST_FILE_CREATE   not opened for any other reason
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileOpen(KivSdContext* ctx, const char* path, uint32_t access,
                                           uint32_t shareMode, uint32_t disposition,
                                           const void* ignored, uint32_t flags, uint32_t* file);
 
 /* Closes a file. Collect all its transfers first.
  *
- * 0, or KIV_ST_FILE_CLOSE  not closed */
+ * 0, or KIV_ST_FILE_CLOSE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileClose(KivSdContext* ctx, uint32_t file);
 
 /* Removes a file.
  *
  *   path  if null, the system refuses it
  *
- * 0, or KIV_ST_FILE_REMOVE  not removed */
+ * 0, or KIV_ST_FILE_REMOVE  not removed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path);
 
 /* ---- Transfers ---- */
@@ -118,6 +123,7 @@ KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path)
  *                             takes a signed number: use a record there
  * KIV_ST_FILE_READ            (without a record) not read
  * KIV_ST_ARGUMENT             blocksRead is null
+ * OS error: GetLastError.
  *
  * Danger: a read without a record seeks and then reads, in two steps. Two threads that read one
  * file without records can read each other's blocks, with status 0. Use a record or a file for each
@@ -143,6 +149,7 @@ KIVSDU_API uint32_t KivSdDirectIOFileRead(KivSdContext* ctx, uint32_t file, uint
  *       KIV_ST_DIRECT_WRITE          (with a record) not started
  *       KIV_ST_FILE_WRITE            (without a record) not written
  *       KIV_ST_ARGUMENT              blocksWritten is null
+ * OS error: GetLastError.
  *
  * Danger: on a file opened with KIV_OPEN_OVERLAPPED, a write without a record can be in progress
  * when the call returns. It cannot be collected, and the system later writes into stack memory of
@@ -171,8 +178,9 @@ KIVSDU_API uint32_t KivSdDirectIOFileWrite(KivSdContext* ctx, uint32_t file, uin
  *                                     hides the transfer's own status
  *       KIV_ST_DIRECT_WAIT_ABANDONED  the wait was abandoned, OS error 128; the event is not reset
  *       KIV_ST_EVENT_WAIT             the wait failed, for example because the record has no event;
- *                                     the event is not reset. The OS error is the wait's result
- *       KIV_ST_ARGUMENT               record or blocksDone is null */
+ *                                     the event is not reset
+ *       KIV_ST_ARGUMENT               record or blocksDone is null
+ * OS error: the wait's result for KIV_ST_EVENT_WAIT, else GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoWaitCb* record,
                                       uint32_t* blocksDone);
 
@@ -186,7 +194,8 @@ KIVSDU_API uint32_t KivSdDirectIOWait(KivSdContext* ctx, uint32_t file, KivSdNoW
  *   position  receives the new position in blocks, rounded down, 0 on failure; must not be null
  *
  * 0, or KIV_ST_DIRECT_POINTER_SET  not moved
- *       KIV_ST_ARGUMENT            position is null */
+ *       KIV_ST_ARGUMENT            position is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFilePointerSet(KivSdContext* ctx, uint32_t file, uint32_t blocks,
                                                 uint32_t method, uint32_t* position);
 
@@ -195,7 +204,8 @@ KIVSDU_API uint32_t KivSdDirectIOFilePointerSet(KivSdContext* ctx, uint32_t file
  *   position  receives the position in blocks, rounded down, 0 on failure; must not be null
  *
  * 0, or KIV_ST_DIRECT_POINTER_GET  not known
- *       KIV_ST_ARGUMENT            position is null */
+ *       KIV_ST_ARGUMENT            position is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFilePointerGet(KivSdContext* ctx, uint32_t file,
                                                 uint32_t* position);
 
@@ -205,7 +215,8 @@ KIVSDU_API uint32_t KivSdDirectIOFilePointerGet(KivSdContext* ctx, uint32_t file
  *           data beyond 4 GiB are not counted
  *
  * 0, or KIV_ST_FILE_LENGTH  not known. Also returned for a file of 4 GiB less one byte
- *       KIV_ST_ARGUMENT     blocks is null */
+ *       KIV_ST_ARGUMENT     blocks is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileSize(KivSdContext* ctx, uint32_t file, uint32_t* blocks);
 
 /* Truncates or extends the file to a number of blocks, and moves its position to the new end.
@@ -215,7 +226,8 @@ KIVSDU_API uint32_t KivSdDirectIOFileSize(KivSdContext* ctx, uint32_t file, uint
  *
  * 0, or KIV_ST_DIRECT_POINTER_SET  the position was not moved
  *       KIV_ST_DIRECT_SET_END      the position was moved, but the end was not set
- *       KIV_ST_ARGUMENT            newSize is null */
+ *       KIV_ST_ARGUMENT            newSize is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t file, uint32_t blocks,
                                                   uint32_t* newSize);
 
@@ -226,9 +238,10 @@ KIVSDU_API uint32_t KivSdDirectIOFileSetEndOfFile(KivSdContext* ctx, uint32_t fi
  *   blocks      below 262144 (2 GiB)
  *   newSize     receives `blocks`, unchanged on failure; must not be null
  *
- * 0, or KIV_ST_DISK_FULL       no room; OS error is errno, 28
- *       KIV_ST_DIRECT_SET_END  not set for any other reason; OS error is errno
- *       KIV_ST_ARGUMENT        newSize is null */
+ * 0, or KIV_ST_DISK_FULL       no room; OS error 28
+ *       KIV_ST_DIRECT_SET_END  not set for any other reason
+ *       KIV_ST_ARGUMENT        newSize is null
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdDirectIOFileChangeSize(KivSdContext* ctx, uint32_t descriptor,
                                                 uint32_t blocks, uint32_t* newSize);
 
@@ -241,7 +254,8 @@ KIVSDU_API uint32_t KivSdDirectIOFileChangeSize(KivSdContext* ctx, uint32_t desc
  *
  * 0, or KIV_ST_EVENT_CREATE  some records have no event: their field is null. All others have one.
  *                            The OS error is that of the last failure
- *       KIV_ST_ARGUMENT      records is null */
+ *       KIV_ST_ARGUMENT      records is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb* records,
                                                uint32_t count);
 
@@ -252,7 +266,8 @@ KIVSDU_API uint32_t KivSdDirectIONoWaitCbsInit(KivSdContext* ctx, KivSdNoWaitCb*
  *
  * 0, or KIV_ST_EVENT_CLOSE  some events were not closed; all others were. The OS error is that of
  *                           the last failure
- *       KIV_ST_ARGUMENT     records is null */
+ *       KIV_ST_ARGUMENT     records is null
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDirectIONoWaitCbsTerm(KivSdContext* ctx, KivSdNoWaitCb* records,
                                                uint32_t count);
 

@@ -20,25 +20,29 @@
  *   event  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT      event is null
- *       KIV_ST_EVENT_CREATE  not created */
+ *       KIV_ST_EVENT_CREATE  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdEventCreate(KivSdContext* ctx, KivHandle* event);
 
 /* Closes the gate's handle. The variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT     event is null
- *       KIV_ST_EVENT_CLOSE  the handle was not closed */
+ *       KIV_ST_EVENT_CLOSE  the handle was not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdEventClose(KivSdContext* ctx, KivHandle* event);
 
 /* Closes the gate: threads that wait for it block.
  *
  * 0, or KIV_ST_ARGUMENT   event is null
- *       KIV_ST_EVENT_SET  the gate was not closed */
+ *       KIV_ST_EVENT_SET  the gate was not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdEventSet(KivSdContext* ctx, KivHandle* event);
 
 /* Opens the gate for one thread.
  *
  * 0, or KIV_ST_ARGUMENT     event is null
- *       KIV_ST_EVENT_CLEAR  the gate was not opened */
+ *       KIV_ST_EVENT_CLEAR  the gate was not opened
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event);
 
 /* Waits until the gate is open, passes, and closes it behind the caller.
@@ -47,7 +51,8 @@ KIVSDU_API uint32_t KivSdEventClear(KivSdContext* ctx, KivHandle* event);
  *
  * 0, or KIV_ST_ARGUMENT       event is null
  *       KIV_ST_EVENT_TIMEOUT  the gate stayed closed; OS error 258
- *       KIV_ST_EVENT_WAIT     the wait failed */
+ *       KIV_ST_EVENT_WAIT     the wait failed
+ * OS error: 258 after a time-out, else GetLastError. */
 KIVSDU_API uint32_t KivSdEventWait(KivSdContext* ctx, KivHandle* event, uint32_t timeoutMs);
 
 /* ---- Standard events: set signals, reset clears. The handle pointer must not be null ---- */
@@ -56,22 +61,26 @@ KIVSDU_API uint32_t KivSdEventWait(KivSdContext* ctx, KivHandle* event, uint32_t
  *
  *   event  receives the handle; unchanged on failure
  *
- * 0, or KIV_ST_EVENT_CREATE  not created */
+ * 0, or KIV_ST_EVENT_CREATE  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdStdEventCreate(KivSdContext* ctx, KivHandle* event);
 
 /* Closes the event's handle. The variable keeps its value.
  *
- * 0, or KIV_ST_EVENT_CLOSE  not closed */
+ * 0, or KIV_ST_EVENT_CLOSE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdStdEventClose(KivSdContext* ctx, KivHandle* event);
 
 /* Signals the event: wakes one waiting thread or, if none waits, lets the next wait return at once.
  *
- * 0, or KIV_ST_EVENT_CLEAR  not signalled */
+ * 0, or KIV_ST_EVENT_CLEAR  not signalled
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdStdEventSet(KivSdContext* ctx, KivHandle* event);
 
 /* Clears the signal.
  *
- * 0, or KIV_ST_EVENT_SET  not cleared */
+ * 0, or KIV_ST_EVENT_SET  not cleared
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdStdEventReset(KivSdContext* ctx, KivHandle* event);
 
 /* Wait for the signal and clear it: without a limit, or for timeoutMs milliseconds.
@@ -79,7 +88,8 @@ KIVSDU_API uint32_t KivSdStdEventReset(KivSdContext* ctx, KivHandle* event);
  *   timeoutMs  0 does not wait; a negative value waits without a limit
  *
  * 0, or KIV_ST_EVENT_TIMEOUT  there was no signal; OS error 258
- *       KIV_ST_EVENT_WAIT     the wait failed */
+ *       KIV_ST_EVENT_WAIT     the wait failed
+ * OS error: 258 after a time-out, else GetLastError. */
 KIVSDU_API uint32_t KivSdStdEventWait(KivSdContext* ctx, KivHandle* event);
 KIVSDU_API uint32_t KivSdStdEventTimedWait(KivSdContext* ctx, KivHandle* event, int32_t timeoutMs);
 

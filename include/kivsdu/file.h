@@ -1,7 +1,7 @@
 /* Files as streams: opening, reading, writing, positioning, lines, and queries by name.
  *
- * A file is a descriptor of the C runtime that the library shares with its callers (msvcrt.dll;
- * on Linux the kernel's). Descriptors of the library work with the runtime's own functions, and the
+ * A file is a descriptor of the C runtime that the library shares with its callers (README.md); on
+ * Linux, of the kernel. Descriptors of the library work with the runtime's own functions, and the
  * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
  * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
  * too, where flags without meaning are refused (docs/linux.md):
@@ -18,9 +18,7 @@
  *
  * In failover mode every operation, except KivSdFileClose, KivSdIsDirectIO and KivSdIsNoWaitIO,
  * calls the lease guard (settings.h) before it checks its arguments. A context may always be null.
- * OS errors are errno unless stated otherwise; on Linux always, except 38 for the end of a file.
- * Outputs are written on success and on failure; they
- * are unchanged if an argument is invalid.
+ * Outputs are written on success and on failure; they are unchanged if an argument is invalid.
  *
  * Any thread. Threads that use one descriptor share its position. The positioned operations carry
  * their own offset.
@@ -85,7 +83,8 @@
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     path or file is null
- *       KIV_ST_FILE_CREATE  not created */
+ *       KIV_ST_FILE_CREATE  not created
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_t permissions,
                                     uint32_t* file);
 
@@ -99,7 +98,8 @@ KIVSDU_API uint32_t KivSdFileCreate(KivSdContext* ctx, const char* path, uint32_
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   path or file is null
- *       KIV_ST_FILE_OPEN  not opened */
+ *       KIV_ST_FILE_OPEN  not opened
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                   uint32_t permissions, uint32_t* file);
 KIVSDU_API uint32_t KivSdFileOpen64(KivSdContext* ctx, const char* path, uint32_t openFlags,
@@ -121,8 +121,10 @@ KIVSDU_API uint32_t KivSdFileOpenExclusiveMode(KivSdContext* ctx, const char* pa
  *   file         receives the descriptor, KIV_FILE_NONE on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         path or file is null
- *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting mode
- *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason */
+ *       KIV_ST_FILE_SHARING     sharing violation: the file is open elsewhere in a conflicting
+ *                               mode; OS error 13 (Linux: 16)
+ *       KIV_ST_FILE_SHARE_OPEN  not opened for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSOpen(KivSdContext* ctx, const char* path, uint32_t openFlags,
                                    uint32_t shareFlags, uint32_t permissions, uint32_t* file);
 
@@ -134,7 +136,8 @@ KIVSDU_API uint32_t KivSdFileSOpenExclusiveMode(KivSdContext* ctx, const char* p
 
 /* Closes a file. For KIV_FILE_NONE it fails with OS error 9 without calling the runtime.
  *
- * 0, or KIV_ST_FILE_CLOSE  not closed */
+ * 0, or KIV_ST_FILE_CLOSE  not closed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file);
 
 /* ---- Transferring ---- */
@@ -147,7 +150,8 @@ KIVSDU_API uint32_t KivSdFileClose(KivSdContext* ctx, uint32_t file);
  *           near the end, 0xFFFFFFFF on failure
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
- *       KIV_ST_FILE_READ  not read */
+ *       KIV_ST_FILE_READ  not read
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t length,
                                   uint32_t* count);
 
@@ -159,9 +163,9 @@ KIVSDU_API uint32_t KivSdFileRead(KivSdContext* ctx, uint32_t file, void* buffer
  *   count   receives the bytes read; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   buffer or count is null
- *       KIV_ST_FILE_READ  not read. OS error 9 if the descriptor is not open; otherwise
- *                         GetLastError, which is 38 if offset is at or behind the end of the
- *                         file */
+ *       KIV_ST_FILE_READ  not read. OS error 9 if the descriptor is not open, 38 if offset is
+ *                         at or behind the end of the file
+ * OS error: errno of a bad descriptor, else GetLastError. */
 KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffer, uint32_t offset,
                                    uint32_t length, uint32_t* count);
 
@@ -174,7 +178,8 @@ KIVSDU_API uint32_t KivSdFilePRead(KivSdContext* ctx, uint32_t file, void* buffe
  *
  * 0, or KIV_ST_ARGUMENT    buffer or count is null
  *       KIV_ST_DISK_FULL   no room, OS error 28
- *       KIV_ST_FILE_WRITE  not written for any other reason */
+ *       KIV_ST_FILE_WRITE  not written for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                    uint32_t length, uint32_t* count);
 
@@ -190,7 +195,8 @@ KIVSDU_API uint32_t KivSdFileWrite(KivSdContext* ctx, uint32_t file, const void*
  *       KIV_ST_FILE_READ   the descriptor is not open, OS error 9. Compatibility: hosts expect the
  *                          status of a read here
  *       KIV_ST_DISK_FULL   no room, OS error 112
- *       KIV_ST_FILE_WRITE  not written for any other reason; OS error from GetLastError */
+ *       KIV_ST_FILE_WRITE  not written for any other reason
+ * OS error: errno of a bad descriptor, else GetLastError. */
 KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void* buffer,
                                     uint32_t offset, uint32_t length, uint32_t* count,
                                     uint32_t* osError);
@@ -210,14 +216,16 @@ KIVSDU_API uint32_t KivSdFilePWrite(KivSdContext* ctx, uint32_t file, const void
  *
  * 0, or KIV_ST_ARGUMENT   buffer is null, or sizeBytes is 0
  *       KIV_ST_FILE_END   the end of the file; OS error 0
- *       KIV_ST_FILE_GETS  the file could not be read or positioned */
+ *       KIV_ST_FILE_GETS  the file could not be read or positioned
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileGets(KivSdContext* ctx, uint32_t file, char* buffer,
                                   uint32_t sizeBytes);
 
 /* Waits until all data written to the file is on the device. docs/files.md says which events the
  * data then survives.
  *
- * 0, or KIV_ST_FILE_FLUSH  not flushed */
+ * 0, or KIV_ST_FILE_FLUSH  not flushed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
 
 /* ---- Position and length ---- */
@@ -229,7 +237,8 @@ KIVSDU_API uint32_t KivSdFileFlush(KivSdContext* ctx, uint32_t file);
  *   position  receives the new position, all bits set on failure; may be null. KivSdFileLSeek
  *             supports positions up to 2 GiB
  *
- * 0, or KIV_ST_FILE_SEEK  not moved */
+ * 0, or KIV_ST_FILE_SEEK  not moved
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileLSeek(KivSdContext* ctx, uint32_t file, int32_t offset,
                                    uint32_t origin, uint32_t* position);
 KIVSDU_API uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t offset,
@@ -240,7 +249,8 @@ KIVSDU_API uint32_t KivSdFileLSeek64(KivSdContext* ctx, uint32_t file, int64_t o
  *   position  receives bytes from the start, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT   position is null
- *       KIV_ST_FILE_TELL  not known */
+ *       KIV_ST_FILE_TELL  not known
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* position);
 
 /* Returns the file's length, up to 2 GiB.
@@ -248,7 +258,8 @@ KIVSDU_API uint32_t KivSdFileTell(KivSdContext* ctx, uint32_t file, uint32_t* po
  *   length  receives bytes, 0xFFFFFFFF on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     length is null
- *       KIV_ST_FILE_LENGTH  not known */
+ *       KIV_ST_FILE_LENGTH  not known
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileLength(KivSdContext* ctx, uint32_t file, uint32_t* length);
 
 /* Returns whether the file's position is at its end.
@@ -269,7 +280,8 @@ KIVSDU_API uint32_t KivSdFileEof(KivSdContext* ctx, uint32_t file, uint8_t* atEn
  *   osError    receives the OS error, 0 on success; may be null
  *
  * 0, or KIV_ST_DISK_FULL       no room, OS error 28
- *       KIV_ST_DIRECT_SET_END  not set for any other reason */
+ *       KIV_ST_DIRECT_SET_END  not set for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileSetEndOfFile(KivSdContext* ctx, uint64_t file, uint64_t length,
                                           uint32_t* newLength, uint32_t* osError);
 
@@ -290,7 +302,8 @@ KIVSDU_API uint32_t KivSdFileAccess(KivSdContext* ctx, const char* path, uint32_
  *   path  must not be null
  *
  * 0, or KIV_ST_ARGUMENT     path is null
- *       KIV_ST_FILE_REMOVE  not removed */
+ *       KIV_ST_FILE_REMOVE  not removed
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileRemove(KivSdContext* ctx, const char* path);
 
 /* Bits of a file's status word; see KivSdFileGetStatus. */
@@ -330,7 +343,8 @@ KIVSDU_API uint32_t KivSdFileGetStatus(KivSdContext* ctx, const char* path, uint
  *
  * 0, or KIV_ST_ARGUMENT        name is null
  *       KIV_ST_FILE_TEMP_NAME  the runtime made no name; or, with OS error 0, the name is too long
- *                              or 16384 names are taken */
+ *                              or 16384 names are taken
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdFileTempNameGet(KivSdContext* ctx, const char* prefix, char* name);
 
 /* ---- Kinds of transfer ---- */

@@ -2,9 +2,8 @@
  *
  * In failover mode every operation, except KivSdFileFindClose, calls the lease guard (settings.h)
  * before it checks its arguments. KivSdFileFind calls it again with each step of its search, and
- * KivSdAddFileListItem once more for size and time. A context may always be null. OS errors are the
- * system's; on Linux they are errno, 2 at the end of a search. Any thread, but only one at a time
- * uses a record, an array or a list.
+ * KivSdAddFileListItem once more for size and time. A context may always be null. On Linux the end
+ * of a search is OS error 2. Any thread, but only one at a time uses a record, an array or a list.
  *
  * Example: examples/files.c. */
 #ifndef KIVSDU_FILESEARCH_H
@@ -71,7 +70,8 @@ KIV_ASSERT_FIELD(KivSdFindRecord, flags, 340);
  *            which must not be closed; name and attributes are unchanged
  *
  * 0, or KIV_ST_ARGUMENT    record is null
- *       KIV_ST_FIND_START  nothing matches, or the directory cannot be searched */
+ *       KIV_ST_FIND_START  nothing matches, or the directory cannot be searched
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, uint32_t flags,
                                        KivSdFindRecord* record);
 
@@ -83,14 +83,16 @@ KIVSDU_API uint32_t KivSdFileFindFirst(KivSdContext* ctx, const char* pattern, u
  *
  * 0, or KIV_ST_ARGUMENT   record is null
  *       KIV_ST_FIND_END   there are no more files; OS error 18
- *       KIV_ST_FIND_NEXT  not found for any other reason */
+ *       KIV_ST_FIND_NEXT  not found for any other reason
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdFileFindNext(KivSdContext* ctx, KivSdFindRecord* record);
 
 /* Ends a search. The record keeps the file that was found last, unless KivSdFileFindNext failed
  * after it.
  *
  * 0, or KIV_ST_ARGUMENT    record is null
- *       KIV_ST_FIND_CLOSE  not ended */
+ *       KIV_ST_FIND_CLOSE  not ended
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdFileFindClose(KivSdContext* ctx, KivSdFindRecord* record);
 
 /* Returns the low half of a found file's size, and the time of its last write in seconds since
@@ -123,7 +125,8 @@ KIVSDU_API uint32_t KivSdGetFileSizeAndCreateDate(const KivSdFindRecord* record,
  * KIV_ST_ARGUMENT       pattern, names or count is null
  * KIV_ST_FIND_NEXT      the search failed; OS error 206 if a name with its prefix does not fit its
  *                       block (KIV_FILE_NAME_BYTES)
- * KIV_ST_OUT_OF_MEMORY  no memory; or another status of the memory manager */
+ * KIV_ST_OUT_OF_MEMORY  no memory; or another status of the memory manager
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdFileFind(void* memory, KivSdContext* ctx, const char* prefix,
                                   const char* pattern, uint32_t flags, char*** names,
                                   uint32_t* count);

@@ -15,12 +15,28 @@
  * heap (shortheap.h).
  *
  * Placement in a heap depends on the requests alone: equal sequences of requests return equal
- * offsets. Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in
- * plain mode with the switch on; otherwise they are aligned for any type.
+ * offsets.
+ *
+ * Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in plain mode
+ * with the switch on; otherwise to 16 bytes. Compilers expect 16 bytes of a block that holds a type
+ * which needs them, such as an SSE vector: an access to such a block in a heap can end the process.
+ * Place these types by hand, in a block that is 15 bytes larger.
+ *
+ * Start in this order:
+ *
+ *   1. settings and hooks (settings.h), and, if at all, KivSdSetMemoryManager (memory.h) and
+ *      KivSdSetHardwareAcceleration (sync.h)
+ *   2. adMemThreadHeapInit
+ *   3. adMemSetThreadContext: set earlier, the context is lost, and no message is ever sent
+ *   4. contexts, locks and other records; then the host's threads
  *
  * Free every block before adMemThreadHeapInit or adMemThreadHeapTerm changes the mode: one mode
  * cannot read the blocks of the other. A host therefore calls adMemThreadHeapInit before it creates
  * contexts and other records, and frees these before it calls adMemThreadHeapTerm.
+ *
+ * Nothing detects misuse. A block that is freed twice can be handed out twice. Freeing an address
+ * that is no block, writing past the end of a block, and using a block after it was freed damage
+ * the heap; the failure shows later and elsewhere.
  *
  * Segregated fits, deferred coalescing and boundary tags: see P. R. Wilson et al., "Dynamic Storage
  * Allocation: A Survey and Critical Review", IWMM 1995.
@@ -88,7 +104,8 @@ KIVSDU_API uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messa
 KIVSDU_API int32_t adMemThreadHeapTerm(void);
 
 /* Set and clear the context that messages are sent for, one for the process. Without a context no
- * message is sent. adMemThreadHeapInit clears it when it reads the configuration.
+ * message is sent. adMemThreadHeapInit clears it when it reads the configuration: set it after that
+ * call.
  *
  *   context  a record of the host with at least 27 words of 64 bits, not the record of context.h.
  *            Word 26 is read whenever a message is sent. Null clears the context */
@@ -160,7 +177,7 @@ KIVSDU_API uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeByt
 KIVSDU_API char* adStrDup(const char* text, const char* file, uint32_t line);
 
 /* Frees a block. While the no-free switch is on (KivSdSetMemDeallocOption) it frees nothing and
- * returns 0, even for null.
+ * returns 0, even for null. A block must be freed once only; nothing checks this.
  *
  * 0, or KIV_ST_ARGUMENT  block is null; or, after a fatal exception in plain mode, it does not lie
  *                        in the exception stack (thread.h) */

@@ -11,7 +11,7 @@
 #include "api.h"
 #include "context.h"
 
-/* Allocates a block from the memory manager. manager.h states its alignment.
+/* Allocates a block from the memory manager, aligned to 8 bytes at least (manager.h).
  *
  *   reserved   ignored
  *   sizeBytes  at least 1
@@ -22,8 +22,8 @@
  *   file,line  the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       sizeBytes is 0 or out is null; the allocator is not called
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded (memusage.h). OS error is
- *                             the system's last error, whatever set it */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded (memusage.h)
+ * OS error: GetLastError, whichever call set it. */
 KIVSDU_API uint32_t KivSdMemAlloc(KivSdContext* ctx, uint64_t reserved, uint32_t sizeBytes,
                                   void** out, const char* file, uint32_t line);
 KIVSDU_API uint32_t KivSdMemAllocUsingPolicy(KivSdContext* ctx, uint64_t reserved,
@@ -45,8 +45,8 @@ KIVSDU_API uint32_t KivSdMemFree(KivSdContext* ctx, void* block, const char* fil
  *   file,line     the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       newSizeBytes is 0 or out is null
- *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded. OS error is the system's
- *                             last error, whatever set it */
+ *       KIV_ST_OUT_OF_MEMORY  no memory, or the limit would be exceeded
+ * OS error: GetLastError, whichever call set it. */
 KIVSDU_API uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBlock,
                                     void** out, const char* file, uint32_t line);
 
@@ -75,7 +75,8 @@ KIVSDU_API uint32_t KivSdExtAllocMemFree(KivSdContext* ctx, void* block);
  * Always returns 0. */
 KIVSDU_API uint32_t KivSdIsMemPageLocking(KivSdContext* ctx, uint64_t reserved, uint8_t* available);
 
-/* Commits read-write pages and locks them in memory.
+/* Commits read-write pages and locks them in memory. Like those of KivSdAlignedMemAlloc they are
+ * outside the memory limit and the totals of memusage.h.
  *
  *   out  receives the pages, or null if they could not be committed; must not be null.
  *        Compatibility: if the pages could not be locked, they are released and *out still holds
@@ -84,13 +85,15 @@ KIVSDU_API uint32_t KivSdIsMemPageLocking(KivSdContext* ctx, uint64_t reserved, 
  * 0, or KIV_ST_ARGUMENT           out is null
  *       KIV_ST_PAGE_COMMIT        not committed (a byte size of 0 included)
  *       KIV_ST_WORKING_SET_QUOTA  not locked: the working-set quota is exhausted, OS error 1453
- *       KIV_ST_PAGE_LOCK          not locked for any other reason */
+ *       KIV_ST_PAGE_LOCK          not locked for any other reason
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPhysMemAlloc(KivSdContext* ctx, uint32_t pageCount, void** out);
 
 /* Releases pages of KivSdPhysMemAlloc.
  *
  * 0, or KIV_ST_ARGUMENT      block is null
- *       KIV_ST_PAGE_RELEASE  not released */
+ *       KIV_ST_PAGE_RELEASE  not released
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPhysMemFree(KivSdContext* ctx, void* block);
 
 /* Moves locked pages to a larger block: allocates it, copies the old pages and releases them.
@@ -106,6 +109,7 @@ KIVSDU_API uint32_t KivSdPhysMemFree(KivSdContext* ctx, void* block);
  *       KIV_ST_WORKING_SET_QUOTA  the new pages were not locked: quota exhausted, OS error 1453
  *       KIV_ST_PAGE_LOCK          the new pages were not locked for any other reason
  *       KIV_ST_PAGE_RELEASE       the old pages were not released
+ * OS error: GetLastError.
  *
  * Compatibility: if the old block is null or cannot be released, the new pages stay locked, and
  * their address is lost. */
@@ -120,22 +124,29 @@ KIVSDU_API uint32_t KivSdPhysMemRealloc(KivSdContext* ctx, uint32_t oldPageCount
  * 0, or KIV_ST_ARGUMENT           address is null or pageCount is 0
  *       KIV_ST_WORKING_SET_QUOTA  (lock) the working-set quota is exhausted, OS error 1453
  *       KIV_ST_PAGE_LOCK          (lock) not locked for any other reason
- *       KIV_ST_PAGE_UNLOCK        (unlock) not unlocked */
+ *       KIV_ST_PAGE_UNLOCK        (unlock) not unlocked
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdMemLock(KivSdContext* ctx, uint32_t pageCount, void* address);
 KIVSDU_API uint32_t KivSdMemUnlock(KivSdContext* ctx, uint32_t pageCount, void* address);
 
 /* Commits read-write pages, aligned to the machine's allocation unit and not locked.
  *
+ * The pages come from the system: the memory manager neither counts them nor limits them. A host
+ * that wants them in the totals and under the limit registers them by adMemAlignedIncCounter
+ * (memusage.h).
+ *
  *   out  receives the pages, or null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT        out is null
- *       KIV_ST_ALIGNED_COMMIT  not committed (a byte size of 0 included) */
+ *       KIV_ST_ALIGNED_COMMIT  not committed (a byte size of 0 included)
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdAlignedMemAlloc(KivSdContext* ctx, uint32_t pageCount, void** out);
 
 /* Releases pages of KivSdAlignedMemAlloc.
  *
  * 0, or KIV_ST_ARGUMENT         block is null
- *       KIV_ST_ALIGNED_RELEASE  not released */
+ *       KIV_ST_ALIGNED_RELEASE  not released
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdAlignedMemFree(KivSdContext* ctx, void* block);
 
 /* Moves aligned pages to a larger block: commits it, copies the old pages and releases them.
@@ -148,7 +159,8 @@ KIVSDU_API uint32_t KivSdAlignedMemFree(KivSdContext* ctx, void* block);
  *
  * 0, or KIV_ST_ALIGNED_COMMIT   the new pages were not committed
  *       KIV_ST_ARGUMENT         the old block is null
- *       KIV_ST_ALIGNED_RELEASE  the old pages were not released */
+ *       KIV_ST_ALIGNED_RELEASE  the old pages were not released
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount,
                                            uint32_t newPageCount, void** block);
 

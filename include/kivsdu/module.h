@@ -21,13 +21,15 @@
  *
  * 0, or KIV_ST_ARGUMENT     path or module is null
  *       KIV_ST_MODULE_LOAD  not loaded. On Linux the OS error is ELIBACC if the module, or one that
- *                           it needs, is not found, and ELIBBAD if the file is no module */
+ *                           it needs, is not found, and ELIBBAD if the file is no module
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdModuleLoad(KivSdContext* ctx, const char* path, KivHandle* module,
                                     uint8_t altered);
 
 /* Unloads a module.
  *
- * 0, or KIV_ST_MODULE_UNLOAD  not unloaded */
+ * 0, or KIV_ST_MODULE_UNLOAD  not unloaded
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdModuleUnload(KivSdContext* ctx, KivHandle module);
 
 /* Finds an entry point.
@@ -36,7 +38,8 @@ KIVSDU_API uint32_t KivSdModuleUnload(KivSdContext* ctx, KivHandle module);
  *   address  receives the address, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT          name or address is null
- *       KIV_ST_MODULE_PROCEDURE  the module has no such entry point */
+ *       KIV_ST_MODULE_PROCEDURE  the module has no such entry point
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdModuleProcAddrGet(KivSdContext* ctx, KivHandle module, const char* name,
                                            void** address);
 
@@ -56,6 +59,10 @@ KIVSDU_API uint32_t KivSdModuleHandleGet(KivSdContext* ctx, KivHandle* module);
 
 /* Returns the system's text for an OS error. Texts about a bad module name the module that was
  * loaded last.
+ *
+ * On Windows the number is taken for one of GetLastError. If the declaration of the operation that
+ * failed says "OS error: errno", use strerror instead: this operation would word errno 13, no
+ * permission, as invalid data.
  *
  *   ctx  the error is the OS error of this context; if null, the calling thread's last error
  *

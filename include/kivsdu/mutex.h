@@ -16,7 +16,8 @@
  *   mutex  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT      mutex is null
- *       KIV_ST_MUTEX_CREATE  not created */
+ *       KIV_ST_MUTEX_CREATE  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdMutexCreate(KivSdContext* ctx, const char* name, KivHandle* mutex);
 
 /* Opens a mutex by name, with all access rights. On Windows child processes inherit the handle.
@@ -25,14 +26,16 @@ KIVSDU_API uint32_t KivSdMutexCreate(KivSdContext* ctx, const char* name, KivHan
  *   mutex  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT    name or mutex is null
- *       KIV_ST_MUTEX_OPEN  not opened */
+ *       KIV_ST_MUTEX_OPEN  not opened
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdMutexOpen(KivSdContext* ctx, const char* name, KivHandle* mutex);
 
 /* Closes a handle and sets the variable to null. Compatibility: the variable is null even if the
  * close failed; hosts close once and never retry.
  *
  * 0, or KIV_ST_ARGUMENT     mutex is null
- *       KIV_ST_MUTEX_CLOSE  not closed */
+ *       KIV_ST_MUTEX_CLOSE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex);
 
 /* Takes the mutex. Waits while another thread owns it.
@@ -43,13 +46,15 @@ KIVSDU_API uint32_t KivSdMutexClose(KivSdContext* ctx, KivHandle* mutex);
  *       KIV_ST_MUTEX_TIMEOUT  another thread still owns it; OS error 258
  *       KIV_ST_MUTEX_REQUEST  any other result. If the last owner ended without releasing the
  *                             mutex, the caller owns it in spite of this status, and must release
- *                             it; OS error EOWNERDEAD on Linux */
+ *                             it; OS error EOWNERDEAD on Linux
+ * OS error: 258 after a time-out, else GetLastError. */
 KIVSDU_API uint32_t KivSdMutexRequest(KivSdContext* ctx, KivHandle* mutex, uint32_t timeoutMs);
 
 /* Releases the mutex.
  *
  * 0, or KIV_ST_ARGUMENT     mutex is null
- *       KIV_ST_MUTEX_CLEAR  not released, for example because the calling thread does not own it */
+ *       KIV_ST_MUTEX_CLEAR  not released, for example because the calling thread does not own it
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdMutexClear(KivSdContext* ctx, KivHandle* mutex);
 
 /* ---- Critical sections ---- */

@@ -1,8 +1,7 @@
 /* Directories, links, and the text of paths.
  *
  * A path has at most 1029 characters with its terminator (KIV_SYSTEM_PATH_MAX). The separator is
- * "\"; the system also accepts "/". On Linux the separator is "/" alone. OS errors are errno unless
- * stated otherwise; on Linux always.
+ * "\"; the system also accepts "/". On Linux the separator is "/" alone.
  *
  * In failover mode every operation, except KivSdDirChange, calls the lease guard (settings.h)
  * before it checks its arguments, also if it works only on text. An operation that calls others
@@ -22,7 +21,8 @@
  *
  * 0, or KIV_ST_ARGUMENT     path is null
  *       KIV_ST_DIR_MISSING  the directory does not exist; OS error 2
- *       KIV_ST_DIR_CHANGE   not changed for any other reason */
+ *       KIV_ST_DIR_CHANGE   not changed for any other reason
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdDirChange(KivSdContext* ctx, const char* path);
 
 /* Creates a directory. Its parent must exist.
@@ -30,7 +30,8 @@ KIVSDU_API uint32_t KivSdDirChange(KivSdContext* ctx, const char* path);
  *   path  must not be null
  *
  * 0, or KIV_ST_ARGUMENT    path is null
- *       KIV_ST_DIR_CREATE  not created; OS error 17 if the path exists */
+ *       KIV_ST_DIR_CREATE  not created; OS error 17 if the path exists
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdDirCreate(KivSdContext* ctx, const char* path);
 
 /* Creates a directory unless the path exists, as a directory or a file. Arguments and statuses are
@@ -47,7 +48,8 @@ KIVSDU_API uint32_t KivSdDirCreateEx(KivSdContext* ctx, const char* path);
  *
  * 0, or KIV_CREATE_PATH_REFUSED  path is null or longer than KIV_CREATE_PATH_MAX. Compatibility:
  *                                this is no status of status.h, and the context is unchanged
- *       KIV_ST_DIR_CREATE        a directory could not be created; its new parents stay */
+ *       KIV_ST_DIR_CREATE        a directory could not be created; its new parents stay
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path);
 
 /* Removes a directory with all its contents, including read-only files.
@@ -62,8 +64,8 @@ KIVSDU_API uint32_t KivSdCreatePath(KivSdContext* ctx, const char* path);
  * KIV_ST_ARGUMENT    path is null or empty
  * KIV_ST_DIR_REMOVE  something was not removed; the files before it are gone. The OS error is that
  *                    of removing the directory itself. If that succeeded, it is the error that
- *                    stopped the work: errno, the system's error of the search, or 206 if a path is
- *                    too long */
+ *                    stopped the work; 206 if a path is too long
+ * OS error: errno; GetLastError if the search failed. */
 KIVSDU_API uint32_t KivSdDirRemove(KivSdContext* ctx, const char* path);
 
 /* Returns whether a file's attributes are those of a directory.
@@ -83,7 +85,8 @@ KIVSDU_API uint32_t KivSdIsAttrDirectory(KivSdContext* ctx, uint8_t attributes,
  *   existing, newLink  paths; the system checks them
  *   ignored            any value
  *
- * 0, or KIV_ST_FILE_CREATE  not created; OS error from GetLastError */
+ * 0, or KIV_ST_FILE_CREATE  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdCreateLink(KivSdContext* ctx, const char* existing, const char* newLink,
                                     uint32_t ignored);
 
@@ -91,7 +94,8 @@ KIVSDU_API uint32_t KivSdCreateLink(KivSdContext* ctx, const char* existing, con
  *
  *   path  the system checks it
  *
- * 0, or KIV_ST_FILE_REMOVE  not removed; OS error from GetLastError */
+ * 0, or KIV_ST_FILE_REMOVE  not removed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdUnLink(KivSdContext* ctx, const char* path);
 
 /* ---- Paths as texts ---- */

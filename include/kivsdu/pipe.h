@@ -6,7 +6,12 @@
  * settings.h). A context may always be null. Any thread.
  *
  * Compatibility: a system call that fails without an OS error counts as a success, except in
- * KivSdPipeRead and KivSdNamedPipeConnect. */
+ * KivSdPipeRead and KivSdNamedPipeConnect.
+ *
+ * To stop a server that waits in KivSdNamedPipeConnect, set a flag of your own and open the pipe as
+ * a client: the wait ends, and the server sees the flag. To stop one that waits in KivSdPipeRead,
+ * let the client send a last message or close its end: the read ends with KIV_ST_PIPE_READ. Closing
+ * the server's own handle in another thread ends neither wait reliably. */
 #ifndef KIVSDU_PIPE_H
 #define KIVSDU_PIPE_H
 
@@ -40,8 +45,8 @@
 /* OS error of KivSdNamedPipeConnect: a client had opened the pipe before the call. */
 #define KIV_PIPE_CONNECTED_BEFORE 535u
 
-/* Creates an instance of a named pipe on this machine, open to every user (Linux: to the same user).
- * Child processes inherit the handle (Linux: only through a fork).
+/* Creates an instance of a named pipe on this machine, open to every user (Linux: to the same
+ * user). Child processes inherit the handle (Linux: only through a fork).
  *
  *   name                without a folder; must not be null
  *   pipe                receives the handle, or the invalid handle (-1) if none was created; must
@@ -54,7 +59,8 @@
  *
  * 0, or KIV_ST_ARGUMENT           name or pipe is null
  *       KIV_ST_OUT_OF_MEMORY      no memory for the path or the access list
- *       KIV_ST_PIPE_CREATE_NAMED  not created */
+ *       KIV_ST_PIPE_CREATE_NAMED  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, KivHandle* pipe,
                                          uint32_t openMode, uint32_t pipeMode,
                                          uint32_t maximumInstances, uint32_t outBytes,
@@ -63,8 +69,14 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
 /* Opens the client end of a named pipe, always in overlapped mode.
  *
  * Danger: KivSdPipeRead and KivSdPipeWrite pass no OVERLAPPED record, which an overlapped handle
- * requires. Windows may then report a transfer as complete while it is still in progress. Linux has
- * no overlapped mode: every transfer is complete when the call returns.
+ * requires. Windows may then report a transfer as complete while it is still in progress. It waits
+ * for the handle, which any transfer on it signals. These uses of the client's end are safe:
+ *
+ *   - one transfer at a time on the handle, over all threads: never a read beside a write
+ *   - a read of no more bytes than KivSdNamedPipePeek has just reported, by the only reader
+ *
+ * A client that reads and writes at the same time opens two pipes. Linux has no overlapped mode:
+ * every transfer is complete when the call returns.
  *
  *   server       KIV_PIPE_THIS_MACHINE, in any case, the only one on Linux; must not be null
  *   name         without a folder; must not be null
@@ -77,7 +89,8 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
  *
  * 0, or KIV_ST_ARGUMENT       server, name or pipe is null
  *       KIV_ST_OUT_OF_MEMORY  no memory for the path
- *       KIV_ST_PIPE_OPEN      not opened */
+ *       KIV_ST_PIPE_OPEN      not opened
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, const char* name,
                                        KivHandle* pipe, uint32_t access, uint32_t shareMode,
                                        uint32_t disposition, uint32_t flags);
@@ -89,7 +102,8 @@ KIVSDU_API uint32_t KivSdNamedPipeOpen(KivSdContext* ctx, const char* server, co
  *
  * 0, or KIV_ST_ARGUMENT       server or name is null
  *       KIV_ST_OUT_OF_MEMORY  no memory for the path
- *       KIV_ST_PIPE_WAIT      the time is over, or the pipe does not exist */
+ *       KIV_ST_PIPE_WAIT      the time is over, or the pipe does not exist
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, const char* name,
                                        uint32_t timeoutMs);
 
@@ -100,6 +114,7 @@ KIVSDU_API uint32_t KivSdNamedPipeWait(KivSdContext* ctx, const char* server, co
  * KIV_ST_PIPE_CONNECT  OS error 0: the client opened the pipe during the call. Any other OS error:
  *                      there is no connection
  * KIV_ST_ARGUMENT      pipe is null
+ * OS error: GetLastError.
  *
  * Compatibility: only a client that was there before the call yields 0, and hosts rely on it. A
  * call that fails without an OS error also looks like a connection during the call. Treat OS error
@@ -109,7 +124,8 @@ KIVSDU_API uint32_t KivSdNamedPipeConnect(KivSdContext* ctx, KivHandle* pipe);
 /* Disconnects the client. The instance can then be connected to another client.
  *
  * 0, or KIV_ST_ARGUMENT         pipe is null
- *       KIV_ST_PIPE_DISCONNECT  not disconnected */
+ *       KIV_ST_PIPE_DISCONNECT  not disconnected
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdNamedPipeDisconnect(KivSdContext* ctx, KivHandle* pipe);
 
 /* Copies data from the pipe without removing it.
@@ -121,7 +137,8 @@ KIVSDU_API uint32_t KivSdNamedPipeDisconnect(KivSdContext* ctx, KivHandle* pipe)
  *   bytesLeft       receives the remaining bytes of the message; may be null
  *
  * 0, or KIV_ST_ARGUMENT   pipe is null
- *       KIV_ST_PIPE_PEEK  the pipe could not be peeked */
+ *       KIV_ST_PIPE_PEEK  the pipe could not be peeked
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint32_t bufferBytes,
                                        void* buffer, uint32_t* bytesRead, uint32_t* bytesAvailable,
                                        uint32_t* bytesLeft);
@@ -134,14 +151,16 @@ KIVSDU_API uint32_t KivSdNamedPipePeek(KivSdContext* ctx, KivHandle* pipe, uint3
  *   bufferBytes        bytes; 0 for the system's default
  *
  * 0, or KIV_ST_ARGUMENT     readEnd or writeEnd is null
- *       KIV_ST_PIPE_CREATE  not created */
+ *       KIV_ST_PIPE_CREATE  not created
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPipeCreate(KivSdContext* ctx, KivHandle* readEnd, KivHandle* writeEnd,
                                     uint32_t bufferBytes);
 
 /* Closes a handle. The variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT    pipe is null
- *       KIV_ST_PIPE_CLOSE  not closed */
+ *       KIV_ST_PIPE_CLOSE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe);
 
 /* Reads the bytes that are in the pipe. Waits if there are none.
@@ -155,7 +174,8 @@ KIVSDU_API uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe);
  *       KIV_ST_PIPE_CLOSED  the pipe is being closed, OS error 232 (Linux: the pipe does
  *                           not wait and is empty, ENODATA); count is 0
  *       KIV_ST_PIPE_READ    not read for any other reason; OS error 109 (Linux: EPIPE) if the
- *                           writing end is closed */
+ *                           writing end is closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
                                   uint32_t* count);
 
@@ -167,7 +187,8 @@ KIVSDU_API uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buff
  *   count   receives the bytes written, 0 on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT    pipe is null or holds null, or buffer or count is null
- *       KIV_ST_PIPE_WRITE  not written */
+ *       KIV_ST_PIPE_WRITE  not written
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPipeWrite(KivSdContext* ctx, KivHandle* pipe, const void* buffer,
                                    uint32_t length, uint32_t* count);
 

@@ -30,6 +30,18 @@
  * The peer is not trusted. Whatever it writes into the area, an operation touches no byte outside
  * the half and the caller's buffer.
  *
+ * The library does not notice that a peer has died: waits for it return KIV_ST_SEM_TIMEOUT. Use a
+ * finite time-out, and then ask whether the peer lives, for example by KivSdProcessCheckAlive or by
+ * a pipe that breaks with it. A dead peer leaves its chunk in any state. To prepare chunk i for the
+ * next peer, while nobody else uses it:
+ *
+ *   1. zero reading[i] and writing[i] of the descriptor
+ *   2. for each half: KivSdShSemSetRequest of "full" and then of "empty", both with time-out 0 and
+ *      whatever they return; then KivSdShSemSetClear of "empty"
+ *
+ * A peer that died while it held the chunk lock leaves member 0 at 0: KivSdShSemSetClear of member
+ * 0 releases it. Do this only if taking a chunk has timed out and the peer is dead.
+ *
  * Order of calls: KivFindShareMemSeg, KivCreateSharedMemSeg if the descriptor is fresh,
  * KivSetSharedMemSegBuffer, KivGetSharedMemChunk, reads and writes, KivPutSharedMemChunk,
  * KivDeleteSingleSharedMemSeg or KivDeleteSharedMemSeg.
@@ -176,7 +188,8 @@ KIVSDU_API uint32_t KivFindShareMemSeg(KivSdContext* ctx, const char* name, uint
  *       KIV_ST_OUT_OF_MEMORY     no memory for the set
  *       KIV_ST_SEM_CREATE        the set was not created, for example because the name is too long
  *                                for it
- *       KIV_ST_SHARED_MEM_ALLOC  the area was not created or not mapped; the set is closed again */
+ *       KIV_ST_SHARED_MEM_ALLOC  the area was not created or not mapped; the set is closed again
+ * OS error: GetLastError of the area; of the set it is not recorded. */
 KIVSDU_API uint32_t KivCreateSharedMemSeg(KivSdContext* ctx, const char* name, uint32_t kind,
                                           uint32_t openFlags, uint32_t protectionFlags,
                                           KivSharedMemSeg* segment, uint32_t timeoutMs,
@@ -209,19 +222,23 @@ KIVSDU_API uint32_t KivGetSharedMemSegName(KivSdContext* ctx, KivSharedMemSeg* s
  *   list  head of the list; may be null
  *
  * 0, or KIV_ST_SHARED_MEM_FREE  the last close failed, for example because KivSetSharedMemSegBuffer
- *                               never stored the view */
+ *                               never stored the view
+ * OS error: GetLastError of the area; of the set it is not recorded. */
 KIVSDU_API uint32_t KivDeleteSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* list);
 
 /* Closes the set and the area of one descriptor, which stays in its list.
  *
  * 0, or KIV_ST_ARGUMENT         segment is null
- *       KIV_ST_SHARED_MEM_FREE  as for KivDeleteSharedMemSeg */
+ *       KIV_ST_SHARED_MEM_FREE  as for KivDeleteSharedMemSeg
+ * OS error: GetLastError of the area; of the set it is not recorded. */
 KIVSDU_API uint32_t KivDeleteSingleSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* segment);
 
 /* ---- Chunks ---- */
 
-/* Takes the lowest chunk that this process has not taken. Each process counts its own chunks: the
- * two ends must agree on the chunk that they use.
+/* Takes the lowest chunk that this process has not taken. Each process counts its own chunks, so
+ * that the first call in every process yields chunk 0: nothing keeps two processes from the same
+ * chunk. The two ends must agree on the chunk that they use. With several clients, the server takes
+ * the chunks and tells each client its index, over a pipe for example; the clients take none.
  *
  *   chunk  receives the chunk's index, or KIV_CHUNK_NONE if all are taken; unchanged if the wait
  *          failed; must not be null
@@ -229,7 +246,8 @@ KIVSDU_API uint32_t KivDeleteSingleSharedMemSeg(KivSdContext* ctx, KivSharedMemS
  * 0, or KIV_ST_ARGUMENT     segment or chunk is null
  *       KIV_ST_SEM_TIMEOUT  other processes held the chunk lock for too long
  *       KIV_ST_SEM_REQUEST  the wait failed
- *       KIV_ST_SEM_CLEAR    the chunk is taken, but the chunk lock was not released */
+ *       KIV_ST_SEM_CLEAR    the chunk is taken, but the chunk lock was not released
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivGetSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment,
                                          int32_t* chunk);
 
@@ -241,7 +259,8 @@ KIVSDU_API uint32_t KivGetSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* seg
  *                               from then on
  *       KIV_ST_SEM_TIMEOUT      as for KivGetSharedMemChunk
  *       KIV_ST_SEM_REQUEST      the wait failed
- *       KIV_ST_SEM_CLEAR        the chunk is returned, but the chunk lock was not released */
+ *       KIV_ST_SEM_CLEAR        the chunk is returned, but the chunk lock was not released
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivPutSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment,
                                          int32_t chunk);
 
@@ -260,7 +279,8 @@ KIVSDU_API uint32_t KivPutSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* seg
  *       KIV_CHUNK_LATCHED   the chunk is blocked for writing
  *       KIV_ST_SEM_TIMEOUT  the peer returned no half in time; earlier halves stay sent
  *       KIV_ST_SEM_REQUEST  the wait failed
- *       KIV_ST_SEM_CLEAR    the half was not sent; the chunk is blocked from now on */
+ *       KIV_ST_SEM_CLEAR    the half was not sent; the chunk is blocked from now on
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* segment,
                                            int32_t chunk, uint32_t lengthBytes, uint8_t endFlag,
                                            uint8_t splitFlag, const void* data);
@@ -276,7 +296,8 @@ KIVSDU_API uint32_t KivWriteSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* s
  *       KIV_ST_SEM_TIMEOUT  the peer returned no half in time; the code was not sent and blocks the
  *                           chunk from now on
  *       KIV_ST_SEM_REQUEST  the wait failed; the chunk is blocked likewise
- *       KIV_ST_SEM_CLEAR    the half was not sent; the chunk is blocked from now on */
+ *       KIV_ST_SEM_CLEAR    the half was not sent; the chunk is blocked from now on
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivWriteSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment,
                                                int32_t chunk, uint32_t code);
 
@@ -302,6 +323,7 @@ KIVSDU_API uint32_t KivWriteSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSe
  *       KIV_CHUNK_OVERRUN    the read reached the end of the half, but the message claims more
  *                            bytes, or the caller read past the message; the chunk is blocked from
  *                            now on
+ * OS error: not recorded.
  *
  * Danger: with stringFlag there is no KIV_CHUNK_OVERRUN. If the peer announces more bytes than its
  * half holds, every further string read returns 0 at once, without waiting and without data. A
@@ -329,7 +351,8 @@ KIVSDU_API uint32_t KivReadSharedMemChunk(KivSdContext* ctx, KivSharedMemSeg* se
  *       KIV_ST_CHUNK_CODE   the chunk is blocked for reading
  *       KIV_ST_SEM_TIMEOUT  no message arrived in time
  *       KIV_ST_SEM_REQUEST  the wait failed
- *       KIV_ST_SEM_CLEAR    the half was not returned */
+ *       KIV_ST_SEM_CLEAR    the half was not returned
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivReadSharedMemChunkCode(KivSdContext* ctx, KivSharedMemSeg* segment,
                                               int32_t chunk, uint32_t* code);
 

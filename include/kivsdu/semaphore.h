@@ -18,7 +18,8 @@
  *   semaphore     receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT    semaphore is null
- *       KIV_ST_SEM_CREATE  not created, for example because a count or the name is invalid */
+ *       KIV_ST_SEM_CREATE  not created, for example because a count or the name is invalid
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdCntSemCreate(KivSdContext* ctx, const char* name, int32_t initialCount,
                                       int32_t maximumCount, KivHandle* semaphore);
 
@@ -28,13 +29,15 @@ KIVSDU_API uint32_t KivSdCntSemCreate(KivSdContext* ctx, const char* name, int32
  *   semaphore  receives the handle, null on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  name or semaphore is null
- *       KIV_ST_SEM_OPEN  not opened */
+ *       KIV_ST_SEM_OPEN  not opened
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdCntSemOpen(KivSdContext* ctx, const char* name, KivHandle* semaphore);
 
 /* Closes a handle. The variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT   semaphore is null
- *       KIV_ST_SEM_CLOSE  not closed */
+ *       KIV_ST_SEM_CLOSE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdCntSemClose(KivSdContext* ctx, KivHandle* semaphore);
 
 /* Decrements the count. Waits while it is 0.
@@ -44,7 +47,8 @@ KIVSDU_API uint32_t KivSdCntSemClose(KivSdContext* ctx, KivHandle* semaphore);
  *
  * 0, or KIV_ST_ARGUMENT     semaphore is null
  *       KIV_ST_SEM_TIMEOUT  the count stayed 0; OS error 258
- *       KIV_ST_SEM_REQUEST  the wait failed */
+ *       KIV_ST_SEM_REQUEST  the wait failed
+ * OS error: 258 after a time-out, else GetLastError. */
 KIVSDU_API uint32_t KivSdCntSemRequest(KivSdContext* ctx, KivHandle* semaphore, uint64_t timeoutMs);
 
 /* Adds to the count.
@@ -55,7 +59,8 @@ KIVSDU_API uint32_t KivSdCntSemRequest(KivSdContext* ctx, KivHandle* semaphore, 
  * 0, or KIV_ST_ARGUMENT      semaphore is null
  *       KIV_ST_SEM_OVERFLOW  the count would exceed its maximum, and is unchanged; OS error 298,
  *                            on Linux EOVERFLOW
- *       KIV_ST_SEM_CLEAR     not released for any other reason */
+ *       KIV_ST_SEM_CLEAR     not released for any other reason
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdCntSemClear(KivSdContext* ctx, KivHandle* semaphore, int32_t releaseCount,
                                      int32_t* previousCount);
 
@@ -86,7 +91,8 @@ KIV_ASSERT_FIELD(KivSdShSemSet, members, 8);
  *
  * 0, or KIV_ST_ARGUMENT       name is null or empty, or a pointer is null
  *       KIV_ST_OUT_OF_MEMORY  no memory
- *       KIV_ST_SEM_CREATE     a member could not be created; the earlier ones are closed again */
+ *       KIV_ST_SEM_CREATE     a member could not be created; the earlier ones are closed again
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivSdShSemSetCreate(KivSdContext* ctx, const char* name, uint16_t count,
                                         uint64_t ignored, const int32_t* initialCounts,
                                         const int32_t* maximumCounts, KivSdShSemSet** set);
@@ -104,14 +110,16 @@ KIVSDU_API uint32_t KivSdShSemSetClose(KivSdContext* ctx, KivSdShSemSet* set);
  *
  * 0, or KIV_ST_ARGUMENT     set is null, or index is not below its count
  *       KIV_ST_SEM_TIMEOUT  the count stayed 0
- *       KIV_ST_SEM_REQUEST  the wait failed */
+ *       KIV_ST_SEM_REQUEST  the wait failed
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivSdShSemSetRequest(KivSdContext* ctx, uint16_t index, KivSdShSemSet* set,
                                          uint32_t timeoutMs);
 
 /* Increments a member's count. Only argument errors are written into the context.
  *
  * 0, or KIV_ST_ARGUMENT   set is null, or index is not below its count
- *       KIV_ST_SEM_CLEAR  not released, for example because the count is at its maximum */
+ *       KIV_ST_SEM_CLEAR  not released, for example because the count is at its maximum
+ * OS error: not recorded. */
 KIVSDU_API uint32_t KivSdShSemSetClear(KivSdContext* ctx, uint16_t index, KivSdShSemSet* set);
 
 #endif

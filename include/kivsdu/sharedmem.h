@@ -1,7 +1,7 @@
 /* Named blocks of memory that several processes share.
  *
- * Memory and paging space back a block. The block exists as long as a process has it open. A context may
- * always be null. Any thread. */
+ * Memory and paging space back a block. The block exists as long as a process has it open. A
+ * context may always be null. Any thread. */
 #ifndef KIVSDU_SHAREDMEM_H
 #define KIVSDU_SHAREDMEM_H
 
@@ -40,8 +40,8 @@
  * Windows child processes inherit the handle.
  *
  * KIV_SHAREDMEM_EXCLUSIVE fails only if the system refuses to create a block because the name
- * exists, OS error 183. Windows and Linux return the existing block instead of refusing. That counts
- * as created: the status is 0.
+ * exists, OS error 183. Windows and Linux return the existing block instead of refusing. That
+ * counts as created: the status is 0.
  *
  *   name             must not be null
  *   sizeBytes        at least 1 to create a block; 0 maps all of an opened block
@@ -54,6 +54,7 @@
  *
  * 0, or KIV_ST_ARGUMENT          a pointer is null
  *       KIV_ST_SHARED_MEM_ALLOC  not created, not opened or not mapped
+ * OS error: GetLastError.
  *
  * Compatibility: a system call that fails without an OS error counts as a success. Check the view
  * for null. */
@@ -66,7 +67,8 @@ KIVSDU_API uint32_t KivSdSharedMemAlloc(KivSdContext* ctx, const char* name, uin
  *   mapping  the handle itself
  *   view     null skips the unmapping
  *
- * 0, or KIV_ST_SHARED_MEM_FREE  a step failed; the OS error is that of the last step that failed */
+ * 0, or KIV_ST_SHARED_MEM_FREE  a step failed; the OS error is that of the last step that failed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdSharedMemFree(KivSdContext* ctx, KivHandle mapping, void* view);
 
 #endif

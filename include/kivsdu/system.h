@@ -156,7 +156,8 @@ KIV_ASSERT_FIELD(KivSdOSResources, drive, 1292);
  *
  *   sizeBytes  receives the size; unchanged on failure; null is a programming error
  *
- * 0, or KIV_ST_DRIVES  the drives could not be listed */
+ * 0, or KIV_ST_DRIVES  the drives could not be listed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdOSResourcesSizeGet(KivSdContext* ctx, uint64_t* sizeBytes);
 
 /* Fills one large record with all information.
@@ -168,7 +169,8 @@ KIVSDU_API uint32_t KivSdOSResourcesSizeGet(KivSdContext* ctx, uint64_t* sizeByt
  *                            far as the buffer extends
  *       KIV_ST_DRIVES        the drives could not be listed
  *       KIV_ST_LOCAL_TIME    the local time was not obtained; earlier parts are filled
- *       KIV_ST_DRIVE_INFO    a drive has no root directory; earlier parts are filled */
+ *       KIV_ST_DRIVE_INFO    a drive has no root directory; earlier parts are filled
+ * OS error: GetLastError of the drives, errno of the local time, else 0. */
 KIVSDU_API uint32_t KivSdOSResourcesGet(KivSdContext* ctx, uint32_t sizeBytes,
                                         KivSdOSResources* resources);
 
@@ -204,7 +206,8 @@ KIVSDU_API uint32_t KivSdSwapInfoGet(KivSdContext* ctx, KivSdSwapInfo* info);
  *
  *   sizeKiB  receives the sum in KiB; unchanged on failure; null is a programming error
  *
- * 0, or KIV_ST_AVAIL_VIRT_MEM  the memory status could not be read */
+ * 0, or KIV_ST_AVAIL_VIRT_MEM  the memory status could not be read
+ * OS error: always 0. */
 KIVSDU_API uint32_t KivSdAvailVirtMemGet(KivSdContext* ctx, uint64_t* sizeKiB);
 
 /* ---- Drives ---- */
@@ -213,7 +216,8 @@ KIVSDU_API uint32_t KivSdAvailVirtMemGet(KivSdContext* ctx, uint64_t* sizeKiB);
  *
  *   drives  receives them; null is a programming error
  *
- * 0, or KIV_ST_DRIVES  the system lists no drive; count and mask are 0 */
+ * 0, or KIV_ST_DRIVES  the system lists no drive; count and mask are 0
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdDrivesGet(KivSdContext* ctx, KivSdDrives* drives);
 
 /* Returns a drive's letter in a zeroed buffer. Always returns 0.
@@ -232,7 +236,8 @@ KIVSDU_API uint32_t KivSdDriveOrdinalToName(KivSdContext* ctx, uint32_t ordinal,
  *   ordinal  1 (A) to KIV_DRIVES_MAX; any other value is a programming error
  *   info     receives them; null is a programming error
  *
- * 0, or KIV_ST_DRIVE_INFO  the drive has no root directory */
+ * 0, or KIV_ST_DRIVE_INFO  the drive has no root directory
+ * OS error: always 0. */
 KIVSDU_API uint32_t KivSdDriveInfoGet(KivSdContext* ctx, uint32_t ordinal, KivSdDriveInfo* info);
 
 /* ---- Limits ---- */
@@ -247,7 +252,8 @@ KIVSDU_API uint32_t KivSdPageSizeGet(KivSdContext* ctx, uint32_t* sizeBytes);
  * 0, or KIV_ST_ARGUMENT  sizeBytes is null */
 KIVSDU_API uint32_t KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes);
 
-/* Returns the largest alignment that a basic type needs: 8 bytes.
+/* Returns 8: the alignment in bytes that every block of the memory manager has, in each mode
+ * (manager.h). Some types need more, such as SSE vectors and, on Linux, long double: 16.
  *
  * 0, or KIV_ST_ARGUMENT  alignment is null */
 KIVSDU_API uint32_t KivSdMaxAlignGet(KivSdContext* ctx, uint32_t* alignment);
@@ -268,7 +274,8 @@ KIVSDU_API uint32_t KivSdIsInfinite(KivSdContext* ctx, double value, uint8_t* fl
  *
  * 0, or KIV_ST_ARGUMENT   path is null
  *       KIV_ST_HOME_PATH  not obtained. OS error 122 (Linux: ERANGE) if the buffer is too small;
- *                         path is then the empty text */
+ *                         path is then the empty text
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* path);
 
 /* Returns a process's working-set limits in units of 8192 bytes, rounded down.
@@ -277,7 +284,8 @@ KIVSDU_API uint32_t KivSdHomePathGet(KivSdContext* ctx, uint32_t length, char* p
  *   minimum, maximum  receive the limits; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT         minimum or maximum is null
- *       KIV_ST_WORKING_SET_GET  not read */
+ *       KIV_ST_WORKING_SET_GET  not read
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle process,
                                                   uint64_t* minimum, uint64_t* maximum);
 
@@ -290,7 +298,8 @@ KIVSDU_API uint32_t KivSdProcessWorkingSetSizeGet(KivSdContext* ctx, KivHandle p
  *
  * 0, or KIV_ST_ARGUMENT               a limit is 0 bytes
  *       KIV_ST_WORKING_SET_PRIVILEGE  a privilege is missing, OS error 1313 or 1314 (Linux: EPERM)
- *       KIV_ST_WORKING_SET_SET        not set for any other reason */
+ *       KIV_ST_WORKING_SET_SET        not set for any other reason
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessWorkingSetSizeSet(KivSdContext* ctx, KivHandle process,
                                                   uint64_t minimum, uint64_t maximum);
 

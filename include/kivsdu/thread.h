@@ -36,7 +36,8 @@ typedef uint32_t (*KivSdThreadRoutine)(void* argument);
  *               KivSdThreadDelete
  *
  * 0, or KIV_ST_ARGUMENT       routine, id or thread is null; no thread is started
- *       KIV_ST_THREAD_CREATE  not started */
+ *       KIV_ST_THREAD_CREATE  not started
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine routine,
                                       uint64_t ignored, uint32_t stackBytes, void* argument,
                                       uint32_t* id, KivHandle* thread);
@@ -44,7 +45,8 @@ KIVSDU_API uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine rout
 /* Closes a thread's handle. The thread runs on, and the variable keeps its value.
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
- *       KIV_ST_THREAD_DELETE  not closed */
+ *       KIV_ST_THREAD_DELETE  not closed
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadDelete(KivSdContext* ctx, KivHandle* thread);
 
 /* Ends the calling thread. Does not return, and does not write the context.
@@ -91,7 +93,8 @@ KIVSDU_API uint32_t KivSdThreadIdGet(KivSdContext* ctx, uint32_t* id);
  *
  * 0, or KIV_ST_ARGUMENT             (get) priority is null
  *       KIV_ST_THREAD_PRIORITY_GET  (get) not read
- *       KIV_ST_THREAD_PRIORITY_SET  (set) not set */
+ *       KIV_ST_THREAD_PRIORITY_SET  (set) not set
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadPriorityGet(KivSdContext* ctx, KivHandle* thread, int32_t* priority);
 KIVSDU_API uint32_t KivSdThreadPrioritySet(KivSdContext* ctx, KivHandle* thread, int32_t priority);
 
@@ -111,7 +114,8 @@ KIVSDU_API uint32_t KivSdThreadHighPriorityGet(KivSdContext* ctx, KivHandle igno
  *   thread  receives the handle; must not be null
  *
  * 0, or KIV_ST_ARGUMENT       thread is null
- *       KIV_ST_THREAD_HANDLE  not obtained */
+ *       KIV_ST_THREAD_HANDLE  not obtained
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
 
 /* ---- Processes ---- */
@@ -130,6 +134,7 @@ KIVSDU_API uint32_t KivSdThreadHandleGet(KivSdContext* ctx, KivHandle* thread);
  *
  * 0, or KIV_ST_PROCESS_DELETE  access is denied, OS error 5 (Linux: EPERM). Windows also denies
  *                              access to a process that has ended
+ * OS error: GetLastError.
  *
  * Linux: only the calling process ends with an exit code; others end as by SIGKILL.
  *
@@ -155,8 +160,8 @@ KIVSDU_API uint32_t KivSdProcessSessionIdGet(KivSdContext* ctx, uint64_t* id);
 /* Tests whether a process is running.
  *
  * 0                     it is running
- * KIV_ST_PROCESS_ALIVE  it has ended, OS error 0; or the test failed, OS error 0xFFFFFFFF. The OS
- *                       error is the wait's result */
+ * KIV_ST_PROCESS_ALIVE  it has ended, OS error 0; or the test failed, OS error 0xFFFFFFFF
+ * OS error: the wait's result. */
 KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process);
 
 /* Returns the calling process's priority class.
@@ -164,7 +169,8 @@ KIVSDU_API uint32_t KivSdProcessCheckAlive(KivSdContext* ctx, KivHandle process)
  *   priorityClass  receives it, KIV_PRIORITY_CLASS_...; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT              priorityClass is null
- *       KIV_ST_PROCESS_PRIORITY_GET  not read */
+ *       KIV_ST_PROCESS_PRIORITY_GET  not read
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorityClass);
 
 /* Sets a process's priority class.
@@ -172,7 +178,8 @@ KIVSDU_API uint32_t KivSdProcessPriorityGet(KivSdContext* ctx, uint32_t* priorit
  *   process  null for the calling process
  *   id       -1 for the calling process, whatever `process` holds; other values are ignored
  *
- * 0, or KIV_ST_PROCESS_PRIORITY_SET  not set */
+ * 0, or KIV_ST_PROCESS_PRIORITY_SET  not set
+ * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdProcessPrioritySet(KivSdContext* ctx, KivHandle process, int32_t id,
                                             uint32_t priorityClass);
 

@@ -47,7 +47,8 @@ KIVSDU_API void KivSdSleep(KivSdContext* ctx, uint32_t timeMs);
  *   ticks  receives the time; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  ticks is null
- *       KIV_ST_CLOCK     the clock is not available; OS error is errno */
+ *       KIV_ST_CLOCK     the clock is not available
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdClock(KivSdContext* ctx, uint32_t* ticks);
 
 /* Returns the wall clock in whole seconds since 1970, UTC.
@@ -68,7 +69,8 @@ KIVSDU_API uint32_t KivSdTimeElapsedOS(KivSdContext* ctx, uint64_t* seconds);
  *            set
  *
  * 0, or KIV_ST_ARGUMENT    local is null
- *       KIV_ST_LOCAL_TIME  the runtime cannot convert the time; OS error is errno */
+ *       KIV_ST_LOCAL_TIME  the runtime cannot convert the time
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdLocalTimeGet(KivSdContext* ctx, int64_t seconds, KivSdLocalTime* local);
 
 /* Formats a local time, such as "Sat Nov 21 13:17:15 2026", without a newline.
@@ -80,8 +82,8 @@ KIVSDU_API uint32_t KivSdLocalTimeGet(KivSdContext* ctx, int64_t seconds, KivSdL
  *
  * 0, or KIV_ST_ARGUMENT     local or text is null, or length is 0
  *       KIV_ST_TIME_STRING  a field is out of range: a month above 11, a weekday above 6, a day,
- *                           hour, minute or second above 99, or a year above 8099 (9999 AD). OS
- *                           error is errno */
+ *                           hour, minute or second above 99, or a year above 8099 (9999 AD)
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdTimeStrGet(KivSdContext* ctx, const KivSdLocalTime* local, uint32_t length,
                                     char* text);
 
@@ -94,7 +96,8 @@ KIVSDU_API uint32_t KivSdTimeStrGet(KivSdContext* ctx, const KivSdLocalTime* loc
  *   text     zeroed, then receives the text; must not be null
  *
  * 0, or KIV_ST_ARGUMENT     text is null, or length is 0
- *       KIV_ST_TIME_FORMAT  the runtime cannot convert the time; OS error is errno */
+ *       KIV_ST_TIME_FORMAT  the runtime cannot convert the time
+ * OS error: errno. */
 KIVSDU_API uint32_t KivSdCTime(KivSdContext* ctx, int64_t seconds, uint32_t length, char* text);
 
 /* Returns the wall clock in UTC, in seconds and microseconds. The resolution is a millisecond.

@@ -15,6 +15,10 @@
  *   end     set `shutdown`: a pauser gives up, and waiting writers lift the pause. When no thread
  *           uses the block any more, call KivSdEventClose for both events. The lock needs no end
  *
+ * A write that is not waited for (directio.h) goes on after its call: keep the lease until
+ * KivSdDirectIOWait has collected the write. A lease that is returned earlier lets a pause begin
+ * while the system still writes.
+ *
  * A lease context and its `pause` must not be null; nothing checks this. Any thread, each with its
  * own lease context.
  *
@@ -82,7 +86,8 @@ KIV_ASSERT_FIELD(KivSdWriteLease, held, 32);
  * Compatibility: if it gives up or waiting fails, the pause stays in force although leases are out.
  * The caller must lift it.
  *
- * A thread that has a lease must not pause: it would wait for itself.
+ * A thread that has a lease must not pause: it would wait for itself without an end. The maximum
+ * does not help, because it is counted from the return of this call. Only `shutdown` ends the wait.
  *
  * The host must allow one pauser at a time. If two start at one moment, both may return 0, each
  * after all leases were returned. If one starts slightly later, it can find no pause and then queue

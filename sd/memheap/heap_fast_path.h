@@ -54,10 +54,15 @@ inline constexpr std::array<uint32_t, kBins> kMinBytesOfBin = [] {
   std::array<uint32_t, kBins> least = {};
   for (uint32_t bin = 0; bin < kBins; ++bin) {
     least[bin] = bin <= 16 ? bin * 128 : (bin - 15) * 2048;
-    if (BinOf(least[bin]) != bin) __builtin_trap();
   }
   return least;
 }();
+static_assert([] {
+  for (uint32_t bin = 0; bin < kBins; ++bin) {
+    if (BinOf(kMinBytesOfBin[bin]) != bin) return false;
+  }
+  return true;
+}());
 
 // The largest request for a block of 2048 bytes. Up to there bins are 128 bytes wide.
 constexpr uint32_t kLargestDirectBytes = 2048 - kBlockHeaderBytes;

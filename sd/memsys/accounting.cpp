@@ -1,5 +1,7 @@
 #include "memsys/accounting.h"
 
+#include <initializer_list>
+
 #include "kivsdu/manager.h"
 #include "memheap/heap.h"
 #include "memsys/locks.h"

@@ -23,24 +23,24 @@ bool AppendBaseName(GrowingText* name) {
   return name->Append(kFolder) && name->Append(os::kPathSeparator) && name->Append(kFile);
 }
 
-// Opens the file with the suffix, or else the one without. With an empty suffix the name ends in a
-// dot, which Windows ignores. A name for which there is no memory counts as a missing file.
-std::FILE* OpenConfiguration(const char* suffix) {
-  GrowingText name;
-  if (!AppendBaseName(&name)) return nullptr;
-  const size_t baseLength = name.length();
-  if (name.Append(kSuffixMark) && name.Append(suffix)) {
-    std::FILE* file = std::fopen(name.text(), "r");
-    if (file != nullptr) return file;
-  }
-  name.Shorten(baseLength);
-  return std::fopen(name.text(), "r");
-}
-
 }  // namespace
 
+// With an empty suffix the first name ends in a dot, which Windows ignores. A name for which there
+// is no memory counts as a missing file.
+std::FILE* OpenMemoryConfiguration(const char* suffix, GrowingText* name) {
+  if (!AppendBaseName(name)) return nullptr;
+  const size_t baseLength = name->length();
+  if (name->Append(kSuffixMark) && name->Append(suffix)) {
+    std::FILE* file = std::fopen(name->text(), "r");
+    if (file != nullptr) return file;
+  }
+  name->Shorten(baseLength);
+  return std::fopen(name->text(), "r");
+}
+
 void ReadMemoryConfiguration(const char* suffix, bool force, MemorySettings* settings) {
-  std::FILE* file = OpenConfiguration(suffix);
+  GrowingText name;
+  std::FILE* file = OpenMemoryConfiguration(suffix, &name);
   if (file == nullptr && !force) return;
   settings->memoryControl = true;
   settings->threadHeaps = kConfiguredThreadHeaps;

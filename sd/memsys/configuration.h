@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "memsys/configuration_words.h"
 #include "memsys/settings.h"
 
 namespace kiv {
@@ -11,9 +12,14 @@ namespace kiv {
 // Returns the settings that apply without a file.
 MemorySettings DefaultMemorySettings();
 
-// Reads the settings from "config.mem.<suffix>", or else from "config.mem", in the folder "bin" of
-// the product's directory, which MOLTAPATH names. If a file can be opened or `force` is set, thread
-// heaps and memory control are turned on; otherwise the settings are unchanged.
+// Opens "config.mem.<suffix>", or else "config.mem", in the folder "bin" of the product's directory,
+// which MOLTAPATH names. Null if neither can be opened. `name` must be empty; it receives the path
+// of the file that was opened, or of the last one that was tried. The caller closes the file.
+std::FILE* OpenMemoryConfiguration(const char* suffix, GrowingText* name);
+
+// Reads the settings from the file that OpenMemoryConfiguration opens. If a file can be opened or
+// `force` is set, thread heaps and memory control are turned on; otherwise the settings are
+// unchanged.
 void ReadMemoryConfiguration(const char* suffix, bool force, MemorySettings* settings);
 
 // Reads the settings from an open file of keywords, some followed by a value. If a keyword is

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "compiler.h"
 #include "memheap/heap_fast_path.h"
 #include "memsys/settings.h"
 #include "memsys/slots.h"
@@ -24,7 +25,7 @@ inline bool TryLock(const Heap* heap) {
 }
 
 // SlotAllocate for a size that may be direct.
-[[gnu::always_inline]] inline void* TrySlotAllocate(uint32_t number, uint32_t sizeBytes) {
+KIV_ALWAYS_INLINE void* TrySlotAllocate(uint32_t number, uint32_t sizeBytes) {
   const Slot& slot = slots[number];
   Heap* heap = slot.heap.load(std::memory_order_acquire);
   if (slot.current.load(std::memory_order_acquire) != heap) return nullptr;
@@ -37,7 +38,7 @@ inline bool TryLock(const Heap* heap) {
 }
 
 // ThreadHeapFree. The payload must not be null.
-[[gnu::always_inline]] inline bool TryThreadHeapFree(void* payload) {
+KIV_ALWAYS_INLINE bool TryThreadHeapFree(void* payload) {
   if (IsLarge(payload) || memorySettings.blockStatistics) return false;
   Block* block = BlockOf(payload);
   Heap* heap = block->heap;

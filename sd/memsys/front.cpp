@@ -1,6 +1,7 @@
 // The memory manager's entry points for both modes.
 #include <cstring>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "memheap/switches.h"
@@ -38,17 +39,17 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-[[gnu::noinline]] uint32_t FinishAllocation(void* made, uint64_t sizeBytes, void** block) {
+KIV_NOINLINE uint32_t FinishAllocation(void* made, uint64_t sizeBytes, void** block) {
   *block = made;
   if (made != nullptr) CountAllocated(sizeBytes);
   return FinishInHeaps(made, sizeBytes);
 }
 
-[[gnu::noinline]] uint32_t AllocateInSlot(uint32_t slot, uint32_t sizeBytes, void** block) {
+KIV_NOINLINE uint32_t AllocateInSlot(uint32_t slot, uint32_t sizeBytes, void** block) {
   return FinishAllocation(SlotAllocate(slot, sizeBytes), sizeBytes, block);
 }
 
-[[gnu::noinline]] uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
+KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
   const uint64_t key = SlotKey(owner, block);
   if (!MayBeDirect(sizeBytes)) {
     return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
@@ -62,7 +63,7 @@ uint32_t FinishInHeaps(const void* made, uint64_t sizeBytes) {
   return KIV_ST_OK;
 }
 
-[[gnu::noinline]] uint32_t FreeInHeaps(void* block) {
+KIV_NOINLINE uint32_t FreeInHeaps(void* block) {
   return TryThreadHeapFree(block) ? KIV_ST_OK : ThreadHeapFree(block);
 }
 
@@ -78,7 +79,7 @@ void* AllocatePlainOrFatal(uint64_t sizeBytes, uint8_t policy) {
   return FatalExceptionOccurred() ? FatalAllocate(sizeBytes) : PlainAllocate(sizeBytes, policy);
 }
 
-[[gnu::noinline]] uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
+KIV_NOINLINE uint32_t AllocatePlain(uint64_t sizeBytes, void** block, uint8_t policy) {
   *block = AllocatePlainOrFatal(sizeBytes, policy);
   return FinishPlain(*block, sizeBytes);
 }
@@ -88,7 +89,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
                                   : PlainReallocate(block, newSizeBytes);
 }
 
-[[gnu::noinline]] uint32_t FreePlain(void* block) {
+KIV_NOINLINE uint32_t FreePlain(void* block) {
   if (FatalExceptionOccurred()) return FatalFree(block);
   PlainFree(block);
   return KIV_ST_OK;
@@ -96,8 +97,7 @@ void* ReallocatePlain(void* block, uint64_t newSizeBytes) {
 
 // ---- Both ----
 
-[[gnu::always_inline]] inline uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block,
-                                                uint8_t policy) {
+KIV_ALWAYS_INLINE uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block, uint8_t policy) {
   if (sizeBytes == 0) return KIV_ST_ARGUMENT;
   if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
   if (!FatalExceptionOccurred()) {
@@ -115,7 +115,7 @@ bool ServesAlignment(uint64_t alignment) {
   return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
 
-[[gnu::always_inline]] inline uint32_t Free(void* block) {
+KIV_ALWAYS_INLINE uint32_t Free(void* block) {
   if (InThreadHeapMode()) return FreeInHeaps(block);
   if (!FatalExceptionOccurred() && TryPlainFree(block)) return KIV_ST_OK;
   return FreePlain(block);
@@ -167,9 +167,8 @@ uint32_t adRealloc(void* owner, uint64_t newSizeBytes, void* oldBlock, void** ne
 uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** block,
                   uint8_t policy) {
   const auto elements = static_cast<uint64_t>(int64_t{count});
-  uint64_t sizeBytes = 0;
-  const bool wraps = __builtin_mul_overflow(elements, elementSizeBytes, &sizeBytes);
-  if (wraps) sizeBytes = UINT64_MAX;
+  const bool wraps = HighProduct(elements, elementSizeBytes) != 0;
+  const uint64_t sizeBytes = wraps ? UINT64_MAX : elements * elementSizeBytes;
   if (sizeBytes == 0) {
     if (block != nullptr) *block = nullptr;
     return KIV_ST_ARGUMENT;

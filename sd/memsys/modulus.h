@@ -8,23 +8,30 @@
 
 #include <cstdint>
 
+#include "compiler.h"
+
 namespace kiv {
 
 // Of values below 2^61, for a divisor from 257 to 2047.
 class WideModulus {
  public:
   constexpr explicit WideModulus(uint32_t divisor)
-      : divisor_(divisor),
-        reciprocal_(static_cast<uint64_t>(((Product{1} << kShift) + divisor - 1) / divisor)) {}
+      : divisor_(divisor), reciprocal_(ReciprocalOf(divisor)) {}
 
-  constexpr uint32_t Of(uint64_t value) const {
-    const auto high = static_cast<uint64_t>((Product{value} * reciprocal_) >> 64);
-    return static_cast<uint32_t>(value - (high >> (kShift - 64)) * divisor_);
+  uint32_t Of(uint64_t value) const {
+    const uint64_t quotient = HighProduct(value, reciprocal_) >> (kShift - 64);
+    return static_cast<uint32_t>(value - quotient * divisor_);
   }
 
  private:
-  __extension__ using Product = unsigned __int128;
   static constexpr int kShift = 72;
+
+  // 2^72 divided by the divisor, rounded up, from the quotient and the rest of 2^64.
+  static constexpr uint64_t ReciprocalOf(uint64_t divisor) {
+    const uint64_t quotient = UINT64_MAX / divisor;
+    const uint64_t rest = UINT64_MAX % divisor + 1;
+    return (quotient << (kShift - 64)) + ((rest << (kShift - 64)) + divisor - 1) / divisor;
+  }
 
   uint64_t divisor_;
   uint64_t reciprocal_;

@@ -8,6 +8,7 @@ namespace kiv {
 
 constexpr int32_t kConfiguredThreadHeaps = 16;  // default once heaps are on
 constexpr int32_t kMaxThreadHeaps = 64;         // size of the slot array
+constexpr int32_t kSpareHeaps = 8;              // made at start, besides the heaps of the slots
 constexpr uint32_t kMinLimitKiB = 10 * 1024;    // a smaller limit is rejected
 constexpr uint32_t kMinLimitBytes = kMinLimitKiB * 1024;
 

@@ -19,8 +19,6 @@ Relaxed<int32_t> kiv::threadHeapCount;
 
 namespace {
 
-constexpr int32_t kSpareHeaps = 8;
-
 // ---- Allocating ----
 
 // The payload from a slot, or null, and the heap that was tried last.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "os/critical_section.h"
@@ -94,8 +95,8 @@ void MoveToFree(KivRWLockTable* table, const KivRWLockNode* node, int32_t slot) 
   Push(&table->free[slot], Unlink(FindLink(table->active, node->lock, slot)));
 }
 
-[[gnu::noinline]] uint32_t RetireToNewLists(void* owner, KivRWLockTable* table,
-                                            const KivRWLockNode* node, int32_t slot) {
+KIV_NOINLINE uint32_t RetireToNewLists(void* owner, KivRWLockTable* table,
+                                       const KivRWLockNode* node, int32_t slot) {
   const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
   if (status == KIV_ST_OK) MoveToFree(table, node, slot);
   return status;

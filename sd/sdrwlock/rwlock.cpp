@@ -25,6 +25,7 @@
 #include "kivsdu/rwlock.h"
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"
 #include "sdrwlock/node.h"
@@ -119,7 +120,7 @@ void OwnAsWriter(Node* node) {
   node->depth = 1;
 }
 
-[[gnu::noinline]] void AwaitTurn(Node* node) {
+KIV_NOINLINE void AwaitTurn(Node* node) {
   WaitAsWriter(node);
   OwnAsWriter(node);
 }
@@ -139,13 +140,13 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
   OwnAsWriter(node);
 }
 
-[[gnu::noinline]] void AwaitAdmission(Node* node) {
+KIV_NOINLINE void AwaitAdmission(Node* node) {
   WaitAsReader(node);
   node->mode = KIV_RWLOCK_READ;
 }
 
 // For a reader that found another reader in the queue: counts itself and wakes that reader.
-[[gnu::noinline]] void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
+KIV_NOINLINE void EnterAsFollower(KivRWLock* lock, Node* node, Node* previous) {
   WaitAsReader(node);
   AddToLow(lock, RW_READER_UNIT);
   Wake(previous, nullptr);
@@ -153,12 +154,12 @@ void EnterAsWriter(KivRWLock* lock, Node* node) {
 }
 
 // For the first reader of a batch that others have joined.
-[[gnu::noinline]] void EnterAsOldest(Node* node, Node* newest) {
+KIV_NOINLINE void EnterAsOldest(Node* node, Node* newest) {
   Wake(newest, nullptr);
   AwaitAdmission(node);
 }
 
-[[gnu::noinline]] void EnterWithBatch(KivRWLock* lock, Node* node) {
+KIV_NOINLINE void EnterWithBatch(KivRWLock* lock, Node* node) {
   node->blocked.store(1, std::memory_order_relaxed);
   // relaxed: in a reader's node only its own thread uses the link.
   Node* previous = Exchange(&lock->readerTail, node);
@@ -219,15 +220,15 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-[[gnu::noinline]] uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
-                                               int32_t slot) {
+KIV_NOINLINE uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+                                          int32_t slot) {
   Wake(AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
   return RetireNode(owner, table, node, slot);
 }
 
 // For a thread that uses this lock for the first time: makes its node and starts over.
-[[gnu::noinline]] uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
-                                            KivRWLockTable* table, KivRWLock* lock) {
+KIV_NOINLINE uint32_t StartWithNewNode(decltype(KivSdStartRead)* start, void* owner,
+                                       KivRWLockTable* table, KivRWLock* lock) {
   const uint32_t status = AddNode(owner, table, lock);
   return status == KIV_ST_OK ? start(owner, table, lock) : status;
 }

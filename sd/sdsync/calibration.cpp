@@ -6,6 +6,7 @@
 //        └───────── pipe B ─────────┘
 #include <array>
 #include <atomic>
+#include <initializer_list>
 
 #include "kivsdu/pipe.h"
 #include "kivsdu/status.h"

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/spinlock.h"
 #include "kivsdu/status.h"
@@ -39,7 +40,7 @@ bool Reenter(Lock* lock, uint32_t thread) {
 
 // Contended paths are out of line so that the uncontended paths save no registers. If the lock was
 // free at the first attempt, another thread was quicker, and this thread yields before it retries.
-[[gnu::noinline]] void AcquireContended(TestAndSetLock* lock, uint32_t thread, bool wasHeld) {
+KIV_NOINLINE void AcquireContended(TestAndSetLock* lock, uint32_t thread, bool wasHeld) {
   if (!wasHeld) os::YieldThread();
   while (!TryTake(lock)) os::YieldThread();
   SetHolder(&lock->holder, thread, 1);
@@ -83,7 +84,7 @@ void Own(TicketLock* lock, uint32_t thread, int64_t ticket) {
   lock->held = ticket;
 }
 
-[[gnu::noinline]] void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+KIV_NOINLINE void AcquireContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
   AwaitTurn(*lock, ticket);
   Own(lock, thread, ticket);
 }
@@ -102,7 +103,7 @@ void OwnOnce(TicketLock* lock, uint32_t thread, int64_t ticket) {
   lock->held = ticket;
 }
 
-[[gnu::noinline]] void AcquireOnceContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
+KIV_NOINLINE void AcquireOnceContended(TicketLock* lock, uint32_t thread, int64_t ticket) {
   AwaitTurn(*lock, ticket);
   OwnOnce(lock, thread, ticket);
 }

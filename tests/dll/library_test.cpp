@@ -60,6 +60,7 @@ TEST_F(LibraryTest, RegistersWhenLoadedAndUnregistersWhenUnloaded) {
   EXPECT_STREQ(entry->descriptor.banner,
                std::string(KIVSDU_BANNER).substr(0, AD_MODULE_BANNER_MAX).c_str());
   EXPECT_NE(std::strstr(entry->descriptor.banner, KIVSDU_VERSION_TEXT), nullptr);
+  EXPECT_NE(std::strstr(entry->descriptor.banner, KIVSDU_RUNTIME), nullptr);
 
   library.Unload();
   EXPECT_EQ(EntryOf(handle), nullptr);

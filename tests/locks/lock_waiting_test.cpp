@@ -782,19 +782,26 @@ TEST_F(RWLockSteps, AReaderWaitsForAnInterestedOrActiveWriter) {
   }
 }
 
-// Runs the action once, as soon as the lock's word has the given value.
-void Once(const KivRWLock& lock, uint64_t word, std::function<void()> action) {
-  onAccess = [&lock, word, action = std::move(action), done = false]() mutable {
-    if (done || lock.countAndFlags != word) return;
-    done = true;
-    action();
+// Sends the next reader through the queue: another batch is forming when it looks at the lock's word,
+// and has entered and left when it has joined the queue. Then runs the action once, as soon as the
+// word has the given value.
+void QueueAndOnce(KivRWLock* lock, uint64_t word, std::function<void()> action) {
+  lock->countAndFlags = 4;
+  onAccess = [=, queued = false, done = false]() mutable {
+    if (!queued && lock->readerTail != nullptr) {
+      lock->countAndFlags = 0;
+      queued = true;
+    } else if (queued && !done && lock->countAndFlags == word) {
+      done = true;
+      action();
+    }
   };
 }
 
 // The gate uses the flags that its addition returned.
 TEST_F(RWLockSteps, ABatchMakesAnAlreadyInterestedWriterActive) {
   bool came = false;
-  Once(lock_, 4, [&] {
+  QueueAndOnce(&lock_, 4, [&] {
     lock_.countAndFlags = 4 | 1;
     came = true;
   });
@@ -805,9 +812,24 @@ TEST_F(RWLockSteps, ABatchMakesAnAlreadyInterestedWriterActive) {
   End(&a_);
 }
 
+// Without a flag in the word, a reader enters without the queue.
+TEST_F(RWLockSteps, AReaderAloneDoesNotTouchTheQueue) {
+  bool queued = false;
+  onAccess = [&] { queued = queued || lock_.readerTail != nullptr; };
+  Read(&a_);
+  EXPECT_FALSE(queued);
+  EXPECT_EQ(lock_.countAndFlags, 8u);
+  Read(&b_);
+  EXPECT_FALSE(queued);
+  EXPECT_EQ(lock_.countAndFlags, 16u);
+  End(&a_);
+  End(&b_);
+  EXPECT_EQ(lock_.countAndFlags, 0u);
+}
+
 TEST_F(RWLockSteps, ABatchIgnoresAWriterThatComesAfterItsGate) {
   bool came = false;
-  Once(lock_, 8, [&] {
+  QueueAndOnce(&lock_, 8, [&] {
     lock_.countAndFlags = 8 | 1;
     came = true;
   });

@@ -6,6 +6,7 @@
 #include "host/complain.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/memusage.h"
+#include "kivsdu/publisher.hpp"
 #include "kivsdu/status.h"
 
 namespace cellhost {
@@ -15,6 +16,8 @@ constexpr char kConfigurationSuffix[] = "cellhost";
 constexpr uint32_t kOnlyIfConfigured = 0;
 
 MemoryMessages theMessages;
+
+kivsdu::MemoryPublisher thePublisher;
 
 // The host's context. The library reads only its handle, and passes the handle back with each
 // message to identify the host. This process has one host.
@@ -28,6 +31,7 @@ uint32_t ReceiveMessage(uint64_t handle, uint32_t status, uint32_t /*severity*/,
                         const uint32_t* first, uint32_t /*firstTag*/, const uint32_t* second,
                         uint32_t /*secondTag*/) {
   if (handle != kThisHost) return 0;
+  thePublisher.CountMessage(status);
   switch (status) {
     case KIV_ST_MSG_LIMIT_NEAR:
       theMessages.warnings.fetch_add(1, std::memory_order_relaxed);
@@ -62,7 +66,12 @@ bool StartMemoryManager(MemoryUse use) {
   return Succeeded(nullptr, status, "start the memory manager");
 }
 
+bool PublishMemory() {
+  return Succeeded(nullptr, thePublisher.Start("cellhost"), "publish the memory in use");
+}
+
 void StopMemoryManager() {
+  thePublisher.Stop();
   adMemResetThreadContext();
   adMemThreadHeapTerm();
 }

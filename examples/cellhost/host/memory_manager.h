@@ -43,6 +43,10 @@ struct MemoryBlocks {
 bool StartMemoryManager(MemoryUse use);
 void StopMemoryManager();
 
+// Shows the memory in use to other processes until StopMemoryManager. Returns false on failure, after
+// reporting it.
+bool PublishMemory();
+
 // Any thread.
 const MemoryMessages& MemoryMessagesSeen();
 MemoryTotals MemoryTotalsNow();

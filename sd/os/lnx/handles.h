@@ -71,16 +71,17 @@ bool RetireHandle(Slot* slot, const void* handle, Kind kind);
 // Returns a slot whose handle has been retired, or that was never published, for the next use.
 void FreeSlot(Slot* slot);
 
+template <typename Content>  // NOLINTNEXTLINE(misc-redundant-expression): some have this size
+concept SlotContent = sizeof(Content) <= Slot::kContentBytes && alignof(Content) <= 16;
+
 // A kind's content. Begin it with MakeContent before the slot is published.
-template <typename Content>
+template <SlotContent Content>
 Content* ContentOf(Slot* slot) {
-  static_assert(sizeof(Content) <= Slot::kContentBytes && alignof(Content) <= 16);
   return std::launder(reinterpret_cast<Content*>(slot->content));
 }
 
-template <typename Content>
+template <SlotContent Content>
 Content* MakeContent(Slot* slot) {
-  static_assert(sizeof(Content) <= Slot::kContentBytes && alignof(Content) <= 16);
   return new (slot->content) Content{};
 }
 

@@ -53,6 +53,12 @@ std::atomic<int> baseNice{kUnknownNice};
 
 bool IsOwn(pid_t process) { return process == getpid(); }
 
+// A process that a host may end or rank: not the ancestor of all.
+pid_t ProcessOf(const void* handle) {
+  const pid_t process = IdentifierOf(handle);
+  return process == 1 && !IsOwn(process) ? kNoProcess : process;
+}
+
 const ClassRow* FindClass(uint32_t priorityClass) {
   for (const ClassRow& row : kClasses) {
     if (row.priorityClass == priorityClass) return &row;
@@ -123,12 +129,10 @@ Wait PollProcess(int descriptor, uint32_t timeoutMs) {
 
 }  // namespace
 
-pid_t ProcessOf(const void* handle) {
+pid_t IdentifierOf(const void* handle) {
   if (handle == CurrentProcessHandle()) return getpid();
   const auto number = reinterpret_cast<intptr_t>(handle);
-  if (number <= 0 || number > INT_MAX) return kNoProcess;
-  const auto process = static_cast<pid_t>(number);
-  return process == 1 && !IsOwn(process) ? kNoProcess : process;
+  return number > 0 && number <= INT_MAX ? static_cast<pid_t>(number) : kNoProcess;
 }
 
 void* CurrentProcessHandle() { return reinterpret_cast<void*>(intptr_t{-1}); }

@@ -8,9 +8,8 @@ namespace kiv::os {
 
 constexpr pid_t kNoProcess = 0;
 
-// kNoProcess for a number that names no process that a host may end, rank or limit: 0 and negative
-// numbers would mean groups of processes, and 1 the ancestor of all.
-pid_t ProcessOf(const void* handle);
+// kNoProcess for a number that names no single process: 0 and negative numbers would mean groups.
+pid_t IdentifierOf(const void* handle);
 
 }  // namespace kiv::os
 

@@ -31,7 +31,7 @@ const uint32_t kErrorNoSuchPrivilege = EPERM;
 const uint32_t kErrorPrivilegeNotHeld = EPERM;
 
 ValueResult<WorkingSet> ReadWorkingSet(void* process) {
-  const pid_t id = ProcessOf(process);
+  const pid_t id = IdentifierOf(process);
   if (id == kNoProcess) return {false, EBADF, {}};
   rlimit locked = {};
   rlimit resident = {};
@@ -41,7 +41,7 @@ ValueResult<WorkingSet> ReadWorkingSet(void* process) {
 }
 
 Result WriteWorkingSet(void* process, const WorkingSet& limits) {
-  const pid_t id = ProcessOf(process);
+  const pid_t id = IdentifierOf(process);
   if (id == kNoProcess) return {false, EBADF};
   if (limits.minimumBytes > limits.maximumBytes) return {false, EINVAL};
   rlimit resident = {};

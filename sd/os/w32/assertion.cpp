@@ -1,7 +1,14 @@
 #include "os/assertion.h"
 
-#include <cassert>
 #include <cstdlib>
+
+// Declared here, because the headers of some compilers lack them or hide them in this build.
+extern "C" {
+__declspec(dllimport) void __cdecl _assert(const char* condition, const char* source,
+                                           unsigned line);
+__declspec(dllimport) void __cdecl _wassert(const wchar_t* condition, const wchar_t* source,
+                                            unsigned line);
+}
 
 namespace kiv::os {
 namespace {

@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "os/w32/win32.h"
+#include "parameter_guard.h"
 
 namespace kiv::os {
 namespace {
@@ -35,15 +36,18 @@ const uint32_t kErrnoNoSpace = ENOSPC;
 const uint32_t kErrorDiskFull = ERROR_DISK_FULL;
 
 ValueResult<uint32_t> CreateDescriptor(const char* path, uint32_t permissions) {
+  const ParameterGuard guard;
   return FromRuntimeNumber(_creat(path, static_cast<int>(permissions)));
 }
 
 ValueResult<uint32_t> OpenDescriptor(const char* path, uint32_t openFlags, uint32_t permissions) {
+  const ParameterGuard guard;
   return FromRuntimeNumber(_open(path, static_cast<int>(openFlags), static_cast<int>(permissions)));
 }
 
 ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t openFlags,
                                                    uint32_t shareFlags, uint32_t permissions) {
+  const ParameterGuard guard;
   // The runtime can fail without a system call, and then leaves the last error as it was.
   SetLastError(ERROR_SUCCESS);
   const int file = _sopen(path, static_cast<int>(openFlags), static_cast<int>(shareFlags),
@@ -53,21 +57,33 @@ ValueResult<SharedDescriptor> OpenSharedDescriptor(const char* path, uint32_t op
   return {false, RuntimeError(), {kNoDescriptor, heldByAnother}};
 }
 
-Result CloseDescriptor(uint32_t file) { return FromZero(_close(static_cast<int>(file))); }
+Result CloseDescriptor(uint32_t file) {
+  const ParameterGuard guard;
+  return FromZero(_close(static_cast<int>(file)));
+}
 
-Result FlushDescriptor(uint32_t file) { return FromZero(_commit(static_cast<int>(file))); }
+Result FlushDescriptor(uint32_t file) {
+  const ParameterGuard guard;
+  return FromZero(_commit(static_cast<int>(file)));
+}
 
 ValueResult<uint32_t> TellDescriptor(uint32_t file) {
+  const ParameterGuard guard;
   return FromRuntimeNumber(_tell(static_cast<int>(file)));
 }
 
 ValueResult<uint32_t> DescriptorLength(uint32_t file) {
+  const ParameterGuard guard;
   return FromRuntimeNumber(_filelength(static_cast<int>(file)));
 }
 
-int32_t IsAtEnd(uint32_t file) { return _eof(static_cast<int>(file)); }
+int32_t IsAtEnd(uint32_t file) {
+  const ParameterGuard guard;
+  return _eof(static_cast<int>(file));
+}
 
 Result ResizeDescriptor(uint32_t file, int32_t length) {
+  const ParameterGuard guard;
   return FromZero(_chsize(static_cast<int>(file), length));
 }
 

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "parameter_guard.h"
+
 namespace kiv::os {
 namespace {
 
@@ -19,12 +21,24 @@ Result FromZero(int outcome) {
 
 const uint32_t kErrnoMissing = ENOENT;
 
-Result ChangeFolder(const char* path) { return FromZero(_chdir(path)); }
+Result ChangeFolder(const char* path) {
+  const ParameterGuard guard;
+  return FromZero(_chdir(path));
+}
 
-Result MakeFolder(const char* path) { return FromZero(_mkdir(path)); }
+Result MakeFolder(const char* path) {
+  const ParameterGuard guard;
+  return FromZero(_mkdir(path));
+}
 
-Result RemoveFolder(const char* path) { return FromZero(_rmdir(path)); }
+Result RemoveFolder(const char* path) {
+  const ParameterGuard guard;
+  return FromZero(_rmdir(path));
+}
 
-Result MakeWritable(const char* path) { return FromZero(_chmod(path, _S_IREAD | _S_IWRITE)); }
+Result MakeWritable(const char* path) {
+  const ParameterGuard guard;
+  return FromZero(_chmod(path, _S_IREAD | _S_IWRITE));
+}
 
 }  // namespace kiv::os

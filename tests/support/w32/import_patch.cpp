@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdarg>
 
 #include "support/last_error.h"
 
@@ -62,6 +63,19 @@ void WriteSlot(void** slot, void* value) {
   VirtualProtect(slot, sizeof *slot, protection, &protection);
 }
 
+// The universal C runtime does not export printf. Its headers and import libraries call this
+// function, which has other parameters.
+constexpr char kUniversalPrintf[] = "__stdio_common_vfprintf";
+
+using Printf = int (*)(const char* format, const char* text);
+
+void* printfReplacement;
+
+int CallPrintfReplacement(uint64_t /*options*/, void* /*file*/, const char* format,
+                          void* /*locale*/, va_list arguments) {
+  return reinterpret_cast<Printf>(printfReplacement)(format, va_arg(arguments, const char*));
+}
+
 }  // namespace
 
 void SetErrors(int errnoValue, uint32_t lastError) {
@@ -71,6 +85,11 @@ void SetErrors(int errnoValue, uint32_t lastError) {
 
 ImportPatch::ImportPatch(const char* function, void* replacement)
     : place_(FindSlot(function)), original_(nullptr) {
+  if (place_ == nullptr && std::string(function) == "printf") {
+    place_ = FindSlot(kUniversalPrintf);
+    printfReplacement = replacement;
+    replacement = reinterpret_cast<void*>(&CallPrintfReplacement);
+  }
   EXPECT_NE(place_, nullptr) << kLibrary << " does not import " << function;
   if (place_ == nullptr) return;
   auto* slot = static_cast<void**>(place_);

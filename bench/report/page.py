@@ -1,0 +1,124 @@
+"""Makes one self-contained page of measured rows: a table and a plot for each program."""
+
+import html
+import io
+import math
+from collections import defaultdict
+
+import matplotlib
+
+matplotlib.use("svg")
+import matplotlib.pyplot as plt  # noqa: E402: the backend comes first
+
+from report.results import Row  # noqa: E402
+
+# Contenders that are part of the library, and bounds that no contender can beat.
+_LIBRARY = ("library", "segment", "thread heap", "short heap", "thread cache", "plain", "RwLock",
+            "SleeplessRwLock", "Spinlock<", "SpinlockOnce<", "LightSpinlock<")
+_LIMIT = ("raw", "list behind", "WordLimit", "TicketLimit", "ReadLimit", "WriteLimit")
+
+_COLOURS = {"library": "#1f77b4", "peer": "#ff9f40", "limit": "#bbbbbb"}
+
+_STYLE = """
+body { font: 16px/1.5 system-ui, sans-serif; max-width: 70rem; margin: 0 auto; padding: 1rem; }
+table { border-collapse: collapse; font-size: 0.9rem; }
+th, td { padding: 0.15rem 0.6rem; text-align: right; border-bottom: 1px solid #ddd; }
+th:first-child, td:first-child, th:nth-child(2), td:nth-child(2) { text-align: left; }
+.library { font-weight: 600; }
+.scroll { overflow-x: auto; }
+svg { max-width: 100%; height: auto; }
+"""
+
+
+def _kind(contender: str) -> str:
+    if contender.startswith(_LIBRARY):
+        return "library"
+    return "limit" if contender.startswith(_LIMIT) else "peer"
+
+
+def _best(rows: list[Row], kind: str) -> float | None:
+    return min((row.nanoseconds for row in rows if _kind(row.contender) == kind), default=None)
+
+
+def _time(nanoseconds: float) -> str:
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def _ratio(best: float | None, row: Row) -> str:
+    """How many times as fast as the best of others."""
+    if best is None or _kind(row.contender) != "library":
+        return ""
+    return f"{best / row.nanoseconds:.2f}"
+
+
+def _by(rows: list[Row], key) -> dict[str, list[Row]]:
+    groups: dict[str, list[Row]] = defaultdict(list)
+    for row in rows:
+        groups[key(row)].append(row)
+    return groups
+
+
+def _table(rows: list[Row]) -> str:
+    lines = ["<tr><th>workload</th><th>contender</th><th>median</th><th>spread</th>"
+             "<th>to the best peer</th><th>to the limit</th></tr>"]
+    for workload, group in _by(rows, lambda row: row.workload).items():
+        peer, limit = _best(group, "peer"), _best(group, "limit")
+        for row in sorted(group, key=lambda row: row.nanoseconds):
+            lines.append(
+                f'<tr class="{_kind(row.contender)}"><td>{html.escape(workload)}</td>'
+                f"<td>{html.escape(row.contender)}</td><td>{_time(row.nanoseconds)}</td>"
+                f"<td>{row.spread:.0%}</td><td>{_ratio(peer, row)}</td>"
+                f"<td>{_ratio(limit, row)}</td></tr>")
+    return f'<div class="scroll"><table>{"".join(lines)}</table></div>'
+
+
+def _plot(rows: list[Row]) -> str:
+    """Bars of the times, a group for each workload, on a logarithmic axis."""
+    workloads = list(_by(rows, lambda row: row.workload))
+    figure, axes = plt.subplots(figsize=(11, 0.6 + 0.16 * len(rows) + 0.12 * len(workloads)))
+    place = 0.0
+    ticks = []
+    for workload in workloads:
+        group = [row for row in rows if row.workload == workload]
+        ticks.append(place + (len(group) - 1) / 2)
+        for row in group:
+            axes.barh(place, row.nanoseconds, xerr=row.nanoseconds * row.spread,
+                      color=_COLOURS[_kind(row.contender)], ecolor="#444")
+            axes.text(row.nanoseconds * (1 + row.spread), place,
+                      f"  {row.contender}, {_time(row.nanoseconds)}", va="center", fontsize=7)
+            place += 1
+        place += 1
+    axes.set_xscale("log")
+    axes.set_xlim(left=10 ** math.floor(math.log10(min(row.nanoseconds for row in rows)) - 0.1))
+    axes.xaxis.set_major_formatter(lambda value, _: _time(value))
+    axes.xaxis.set_minor_formatter("")
+    axes.set_yticks(ticks, workloads, fontsize=8)
+    axes.invert_yaxis()
+    axes.set_xlabel("time of an operation")
+    axes.spines[["top", "right"]].set_visible(False)
+    text = io.StringIO()
+    figure.savefig(text, bbox_inches="tight", metadata={"Date": None})
+    plt.close(figure)
+    svg = text.getvalue()
+    return svg[svg.index("<svg"):]
+
+
+def make(rows: list[Row]) -> str:
+    """The whole page."""
+    body = []
+    for platform, measured in _by(rows, lambda row: row.platform).items():
+        body.append(f"<h2>{html.escape(platform)}</h2>")
+        for program, group in _by(measured, lambda row: row.program).items():
+            body.append(f"<h3>{html.escape(program)}</h3>{_plot(group)}"
+                        f"<details><summary>Numbers</summary>{_table(group)}</details>")
+    return ("<!doctype html><html lang='en'><meta charset='utf-8'>"
+            "<meta name='viewport' content='width=device-width'><title>kivsdu: performance</title>"
+            f"<style>{_STYLE}</style><h1>Performance</h1>"
+            "<p>The contenders of a workload took turns in one run. A bar is the median, its line the "
+            "standard deviation. Blue bars are the library. Grey bars are bounds: the same call without "
+            "the library, or the locked instructions alone. A ratio above 1 means that the library is "
+            "faster.</p>"
+            f"{''.join(body)}</html>")

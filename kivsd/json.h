@@ -1,0 +1,13 @@
+// JSON for --json: objects keep the order in which their members are added.
+#ifndef KIVSD_JSON_H
+#define KIVSD_JSON_H
+
+#include <nlohmann/json.hpp>
+
+namespace kivsd {
+
+using Json = nlohmann::ordered_json;
+
+}  // namespace kivsd
+
+#endif

@@ -1,0 +1,40 @@
+// What the library asks of a compiler beyond the language. Each compiler has its own branch here and
+// nowhere else.
+#ifndef KIV_COMPILER_H
+#define KIV_COMPILER_H
+
+#include <cstdint>
+
+#ifdef _MSC_VER
+
+#include <intrin.h>
+
+// Keeps a contended path out of its caller, which then saves no registers for it.
+#define KIV_NOINLINE __declspec(noinline)
+// Compiles a function into its callers, whatever its size. Replaces the word inline.
+#define KIV_ALWAYS_INLINE __forceinline
+
+namespace kiv {
+
+// The upper half of the 128-bit product.
+inline uint64_t HighProduct(uint64_t left, uint64_t right) { return __umulh(left, right); }
+
+}  // namespace kiv
+
+#else
+
+#define KIV_NOINLINE [[gnu::noinline]]
+#define KIV_ALWAYS_INLINE [[gnu::always_inline]] inline
+
+namespace kiv {
+
+inline uint64_t HighProduct(uint64_t left, uint64_t right) {
+  __extension__ using Product = unsigned __int128;
+  return static_cast<uint64_t>((static_cast<Product>(left) * right) >> 64);
+}
+
+}  // namespace kiv
+
+#endif
+
+#endif
