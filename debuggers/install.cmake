@@ -2,8 +2,7 @@
 # user has put that folder on gdb's list of safe paths, or from the folder of a Debian package.
 set(scripts ${CMAKE_INSTALL_DATADIR}/kivsdu/debuggers)
 install(DIRECTORY debuggers/ DESTINATION ${scripts} COMPONENT development
-        FILES_MATCHING PATTERN kivsdu*.natvis PATTERN kivsdu_debug/*.py
-        PATTERN kivsdu_gdb.py PATTERN kivsdu_lldb.py PATTERN __pycache__ EXCLUDE)
+        FILES_MATCHING PATTERN *.natvis PATTERN *.py PATTERN __pycache__ EXCLUDE)
 
 if(NOT WIN32)
   file(RELATIVE_PATH KIV_SCRIPTS_FROM_LIBRARY /prefix/${CMAKE_INSTALL_LIBDIR} /prefix/${scripts})

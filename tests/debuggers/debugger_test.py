@@ -37,6 +37,8 @@ def parse():
     parser.add_argument("design", choices=("words", "tickets"))
     parser.add_argument("--gdb", required=True)
     parser.add_argument("--lldb", default="")
+    parser.add_argument("--cmake", required=True)
+    parser.add_argument("--build", required=True, help="CMake's folder")
     parser.add_argument("--host", required=True, type=pathlib.Path)
     parser.add_argument("--debuggers", required=True, type=pathlib.Path,
                         help="the folder of the scripts")
@@ -155,6 +157,24 @@ def look_without_symbols(arguments, folder):
     return not missing
 
 
+def look_installed(arguments, folder):
+    """Whether gdb loads the installed printers together with the library."""
+    prefix = folder / "installed"
+    for component in ("runtime", "development"):
+        subprocess.run([arguments.cmake, "--install", arguments.build, "--prefix", str(prefix),
+                        "--component", component], check=True, stdout=subprocess.DEVNULL)
+    libraries = next(prefix.rglob("libkivsdu.so.0")).parent
+    shutil.copy(arguments.host, libraries)
+    shown = run([arguments.gdb, "-nx", "-batch", "-iex", "set debuginfod enabled off",
+                 "-iex", f"set auto-load safe-path {prefix}", "-ex",
+                 "set disable-randomization off", "-ex", "break Settle", "-ex", "run",
+                 "-ex", "print lastContext", "--args", str(libraries / arguments.host.name),
+                 arguments.design, f"installed-{os.getpid()}"], folder, "")
+    succeeded = "$1 = KIV_ST_SEM_TIMEOUT (1130404), OS error 258" in shown
+    print("installed: " + ("as expected" if succeeded else f"not loaded\n{shown}"))
+    return succeeded
+
+
 def main():
     """Runs the test."""
     arguments = parse()
@@ -169,6 +189,7 @@ def main():
             succeeded = compare(session, lines, expected) and succeeded
         if arguments.design == "words":
             succeeded = look_without_symbols(arguments, folder) and succeeded
+            succeeded = look_installed(arguments, folder) and succeeded
     return 0 if succeeded else 1
 
 
