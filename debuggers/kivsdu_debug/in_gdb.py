@@ -26,6 +26,8 @@ class GdbProcess(process.Process):
             fields = found.fields()
         except (gdb.error, TypeError):
             return None
+        if not fields:
+            return None  # only declared
         return process.Layout(found.sizeof, {
             field.name: (field.bitpos // 8, field.type.sizeof)
             for field in fields if hasattr(field, "bitpos") and field.name})
@@ -136,7 +138,7 @@ class Command(gdb.Command):
         try:
             for line in self._lines(argument.strip()):
                 print(line)
-        except process.CannotTell as problem:
+        except (process.CannotTell, gdb.error) as problem:
             raise gdb.GdbError(str(problem)) from None
 
 

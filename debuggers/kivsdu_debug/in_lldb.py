@@ -95,7 +95,7 @@ def summarise(value, _dictionary):
     """Shows a structure as one line."""
     name, address = _name(value.GetType()), value.GetLoadAddress()
     if address == lldb.LLDB_INVALID_ADDRESS:
-        return f"a copy of a {name}; kiv-show describes the original"
+        return f"a copy of a {name}; kiv-show describes the original"  # as in a core file
     return summaries.describe(LldbProcess(value.GetTarget()), name, address)
 
 

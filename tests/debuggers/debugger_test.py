@@ -148,10 +148,12 @@ def look_without_symbols(arguments, folder):
         shutil.copy(file, copy)
     shown = run([*gdb_command(arguments), "-ex", "set disable-randomization off",
                  "-ex", "break Settle", "-ex", "run", "-ex", "print lastContext", "-ex", "kiv-heap",
+                 "-ex", "kiv-show stack",
                  "--args", str(copy / arguments.host.name), arguments.design,
                  f"without-symbols-{os.getpid()}"], folder, "")
     wanted = ("KIV_ST_SEM_TIMEOUT (1130404), OS error 258",
-              "The debug symbols of the library are missing")
+              "library are missing: the variable kiv::threadHeapCount",
+              "library are missing: the type KivSdMemStack")
     missing = [text for text in wanted if text not in shown]
     print("without symbols: " + (f"not shown: {missing}\n{shown}" if missing else "as expected"))
     return not missing
