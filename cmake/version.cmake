@@ -13,6 +13,10 @@ ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 
 # Version and flavour, which programs read from the loaded library. The flavour is the C runtime.
 set(KIVSDU_BUILD_TEXT "${PROJECT_VERSION} ${KIVSDU_RUNTIME}")
+if(KIVSDU_CHECKED)
+  string(APPEND KIVSDU_BUILD_TEXT " checked")
+  string(APPEND KIVSDU_BANNER " checked")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivsdu_version.h.in
                ${PROJECT_BINARY_DIR}/generated/kivsdu_version.h @ONLY)
 
