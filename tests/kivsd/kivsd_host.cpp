@@ -44,6 +44,7 @@ int main(int count, char** arguments) {
   const int status = std::system(CommandOf(count, arguments).c_str());
   publisher.Stop();
   KivSdMutexClose(nullptr, &mutex);
+  adFree(large, "kivsd_host", 1);
   // POSIX keeps the exit code in the second byte.
   return status > 255 ? status / 256 : status;
 }
