@@ -10,9 +10,10 @@ set(same_version "(= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${soname})
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
     "The shared libraries that programs need when they run.")
-# The packages that link the library find here which package has it.
+# The loader's list of libraries is made anew, and packages that link the library find here which
+# package has it.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_BINARY_DIR}/generated/shlibs)
+    ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${PROJECT_BINARY_DIR}/generated/shlibs)
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/shlibs CONTENT
      "libkivsdu ${PROJECT_VERSION_MAJOR} ${soname} (>= ${PROJECT_VERSION})\n")
 
