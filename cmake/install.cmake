@@ -1,7 +1,8 @@
 # What 'cmake --install' copies, by component. The folder may be moved afterwards.
 #
 #   runtime        the shared libraries
-#   development    headers, import libraries, static libraries, files for CMake and pkg-config
+#   development    headers, import libraries, static libraries, files for CMake and pkg-config,
+#                  printers for debuggers
 #   symbols        debug symbols
 #   documentation  documents, examples, licence
 #   tools          the command kivsd
@@ -80,6 +81,10 @@ foreach(name kivsdu kivsdu-status kivsdu-cpp)
   install(FILES ${PROJECT_BINARY_DIR}/generated/${name}.pc
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
+
+# ---- Debuggers ----
+
+include(debuggers/install.cmake)
 
 # ---- Documents and examples ----
 

@@ -4,12 +4,10 @@ set(processor x64)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(processor arm64)
 endif()
-set(platform ${CMAKE_SYSTEM_NAME}-${processor})
-if(WIN32)
-  string(APPEND platform "-${KIVSDU_RUNTIME}")  # c_runtime.cmake
-else()
+if(NOT WIN32)  # for which c_runtime.cmake sets it
   set(KIVSDU_RUNTIME glibc)
 endif()
+set(platform ${CMAKE_SYSTEM_NAME}-${processor}-${KIVSDU_RUNTIME})
 set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${platform} \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 
