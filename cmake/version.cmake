@@ -4,17 +4,19 @@ set(processor x64)
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(processor arm64)
 endif()
-set(platform ${CMAKE_SYSTEM_NAME}-${processor})
-if(WIN32)
-  string(APPEND platform "-${KIVSDU_RUNTIME}")  # c_runtime.cmake
-else()
+if(NOT WIN32)  # for which c_runtime.cmake sets it
   set(KIVSDU_RUNTIME glibc)
 endif()
+set(platform ${CMAKE_SYSTEM_NAME}-${processor}-${KIVSDU_RUNTIME})
 set(KIVSDU_BANNER "kivsdu ${PROJECT_VERSION} ${platform} \
 ${CMAKE_CXX_COMPILER_ID} ${CMAKE_CXX_COMPILER_VERSION} ${CMAKE_BUILD_TYPE}")
 
 # Version and flavour, which programs read from the loaded library. The flavour is the C runtime.
 set(KIVSDU_BUILD_TEXT "${PROJECT_VERSION} ${KIVSDU_RUNTIME}")
+if(KIVSDU_CHECKED)
+  string(APPEND KIVSDU_BUILD_TEXT " checked")
+  string(APPEND KIVSDU_BANNER " checked")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivsdu_version.h.in
                ${PROJECT_BINARY_DIR}/generated/kivsdu_version.h @ONLY)
 

@@ -4,10 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-namespace kivsd {
-
-using Json = nlohmann::ordered_json;
-
-}  // namespace kivsd
+#include "json_forward.h"
 
 #endif

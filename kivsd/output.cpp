@@ -1,4 +1,5 @@
 #include "output.h"
+#include "json.h"
 
 #include <array>
 #include <cstdio>

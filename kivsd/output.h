@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "json.h"
+#include "json_forward.h"
 
 namespace kivsd {
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the documentation site from the public headers and the documents.
 
-make_site.py OUTPUT BUILD_WINDOWS BUILD_LINUX
+make_site.py OUTPUT BUILD_WINDOWS BUILD_LINUX, all below the project's folder
 
 Fails if an export has no entry in a public header, or an entry says nothing about the result; if
 principal_calls.txt or the kind of an OS error disagrees with the objects of the builds; and if a
@@ -27,7 +27,8 @@ sys.path.insert(0, str(ROOT / "status"))
 import make_status_table  # noqa: E402
 
 TOP = ("README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md", "sd/README.md",
-       "examples/cellhost/README.md")
+       "examples/cellhost/README.md", "packaging/README.md")
+BESIDE = (".svg", ".png", ".html")  # files beside the documents, which links may name
 FETCHED = re.compile(r'<(?:script|link|img)\b[^>]*(?:src|href)="(?:https?:)?//[^"]*"')
 LINK = re.compile(r"(!?)\[([^\]]*)\]\(([^)\s]+)\)")
 
@@ -50,7 +51,7 @@ def target_of(document, link):
         return link
     file = pathlib.Path(os.path.normpath(document.parent / path))
     anchor = f"#{anchor}" if anchor else ""
-    if file in documents() or file.suffix in (".svg", ".png", ".html"):
+    if file in documents() or file.suffix in BESIDE:
         return link
     if file in examples():
         return f"{path}.md{anchor}"
@@ -117,19 +118,16 @@ def stage_documents(stage, names):
         text = rewrite(document, names)
         write(stage / document.relative_to(ROOT),
               with_numbers(text) if "<!-- numbers -->" in text else text)
-    for picture in (ROOT / "docs").rglob("*.svg"):
-        copy = stage / picture.relative_to(ROOT)
-        copy.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(picture, copy)
+    for path in (ROOT / "docs").rglob("*"):
+        if path.suffix in BESIDE:
+            copy = stage / path.relative_to(ROOT)
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copyfile(path, copy)
     for example in examples():
         text = example.read_text(encoding="utf-8")
         language = "c" if example.suffix == ".c" else "cpp"
         write(stage / f"{example.relative_to(ROOT)}.md",
               f"# {example.name}\n\n```{language}\n{text}```\n")
-    for report in (ROOT / "docs").glob("*.html"):
-        copy = stage / "_extra/docs" / report.name
-        copy.parent.mkdir(parents=True, exist_ok=True)
-        shutil.copyfile(report, copy)
     for name in ("index.md", "docs/examples.md"):
         shutil.copyfile(SITE / "pages" / pathlib.Path(name).name, stage / name)
     shutil.copyfile(SITE / "conf.py", stage / "conf.py")
@@ -229,6 +227,7 @@ def fetched(site):
 
 
 def main():
+    os.chdir(ROOT)
     output = pathlib.Path(sys.argv[1]).resolve()
     builds = {"windows-x64": sys.argv[2], "linux-x64": sys.argv[3]}
     stage = output / "source"

@@ -32,11 +32,13 @@ NUMBER = re.compile(r"mov[lq]?\s+\$(\d+), %[er]di")
 
 
 def objects(build):
-    """The object files of the library, one for each source."""
+    """The object files of the library: the newest of each source that still exists."""
     found = {}
-    for path in sorted(pathlib.Path(build, "sd").rglob("*.cpp.o*")):
-        found.setdefault(str(path).split(".dir/", 1)[-1], path)
-    return list(found.values())
+    for path in pathlib.Path(build, "sd").rglob("*.cpp.o*"):
+        source = str(path).split(".dir/", 1)[-1].removesuffix(path.suffix)
+        if pathlib.Path("sd", source).exists():
+            found.setdefault(source, []).append(path)
+    return [max(paths, key=lambda path: path.stat().st_mtime) for _, paths in sorted(found.items())]
 
 
 def plain(name):

@@ -2,9 +2,9 @@
  *
  * A file is a descriptor of the C runtime that the library shares with its callers (README.md); on
  * Linux, of the kernel. Descriptors of the library work with the runtime's own functions, and the
- * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and seek
- * origins are passed to the runtime unchanged. Their values are part of this interface, on Linux
- * too, where flags without meaning are refused (docs/linux.md):
+ * reverse; but on Linux close them with KivSdFileClose only. Paths, open flags, permissions and
+ * seek origins are passed to the runtime unchanged. Their values are part of this interface, on
+ * Linux too, where flags without meaning are refused (docs/linux.md):
  *
  *   open flags   KIV_FILEO_...
  *   share flags  KIV_FILE_DENY_...

@@ -10,8 +10,9 @@
  *
  * To stop a server that waits in KivSdNamedPipeConnect, set a flag of your own and open the pipe as
  * a client: the wait ends, and the server sees the flag. To stop one that waits in KivSdPipeRead,
- * let the client send a last message or close its end: the read ends with KIV_ST_PIPE_READ. Closing
- * the server's own handle in another thread ends neither wait reliably. */
+ * let the client send a last message, which ends the read with 0, or close its end, which ends it
+ * with KIV_ST_PIPE_READ. Closing the server's own handle in another thread ends neither wait
+ * reliably. */
 #ifndef KIVSDU_PIPE_H
 #define KIVSDU_PIPE_H
 

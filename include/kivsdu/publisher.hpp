@@ -87,7 +87,7 @@ struct MemorySample {
 inline constexpr size_t kMemorySampleWords = sizeof(MemorySample) / sizeof(uint64_t);
 using MemorySampleWords = std::array<uint64_t, kMemorySampleWords>;
 static_assert(std::is_trivially_copyable_v<MemorySample>);
-static_assert(sizeof(MemorySample) == 8 * 66, "layout 1");
+static_assert(sizeof(MemorySample) == 528, "layout 1");
 static_assert(offsetof(MemorySample, processId) == 64, "layout 1");
 static_assert(offsetof(MemorySample, memoryControl) == 104, "layout 1");
 static_assert(offsetof(MemorySample, limit) == 184, "layout 1");

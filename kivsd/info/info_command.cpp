@@ -5,6 +5,7 @@
 #include "exit_code.h"
 #include "info/library_info.h"
 #include "info/machine_info.h"
+#include "json.h"
 #include "kivsdu/sync.h"
 
 namespace kivsd {

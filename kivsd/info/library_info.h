@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "json.h"
+#include "json_forward.h"
 
 namespace kivsd {
 

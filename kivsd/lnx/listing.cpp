@@ -65,7 +65,7 @@ std::optional<ListedObject> FindObject(const std::string& file) {
   for (const os::NamedKind kind : kKinds) {
     const os::ValueResult<os::NamedObject*> opened = os::OpenNamed(name.c_str(), kind);
     if (!opened.ok) continue;
-    const std::optional<ListedObject> described = Described(*opened.value, name);
+    std::optional<ListedObject> described = Described(*opened.value, name);
     os::ReleaseNamed(opened.value);
     return described;
   }

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "exit_code.h"
+#include "json.h"
 #include "ls/listing.h"
 
 namespace kivsd {

@@ -13,7 +13,7 @@ namespace kivsd {
 namespace {
 
 constexpr uint64_t kOneTebibyte = uint64_t{1} << 40;  // what a number too large for its unit counts
-constexpr size_t kLongestComment = 4094;  // one read of 4095 characters, line feed included
+constexpr size_t kLongestComment = 4095;              // characters that one read skips
 
 bool IsSeparator(char character) { return character == ' ' || character == '\t'; }
 
@@ -35,7 +35,7 @@ class LineChecks {
     if (mark > 0 && !IsSeparator(line[mark - 1])) {
       Add(number, "the text directly before # belongs to the comment. Put a space before #.");
     }
-    if (line.size() - mark - 1 > kLongestComment) {
+    if (line.find_last_not_of("\r\n") - mark > kLongestComment) {
       Add(number,
           "the comment is too long: from its 4096th character on it is read as keywords. "
           "Break it into several lines.");

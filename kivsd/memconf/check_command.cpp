@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "exit_code.h"
+#include "json.h"
 #include "memconf/check.h"
 #include "memconf/memconf_command.h"
 #include "memconf/report.h"

@@ -4,6 +4,7 @@
 
 #include "exit_code.h"
 #include "failure.h"
+#include "json.h"
 #include "memconf/check.h"
 #include "memconf/memconf_command.h"
 #include "memconf/report.h"

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "json.h"
+#include "json_forward.h"
 #include "memconf/check.h"
 
 namespace kivsd {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "exit_code.h"
+#include "json.h"
 #include "kivsdu/status.h"
 #include "kivsdu/status_text.h"
 

@@ -9,6 +9,7 @@
 #include "capture.h"
 #include "exit_code.h"
 #include "failure.h"
+#include "json.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "kivsdu/sync.h"

@@ -6,6 +6,7 @@
 
 #include "exit_code.h"
 #include "failure.h"
+#include "json.h"
 #include "platform.h"
 #include "top/host.h"
 #include "top/view.h"

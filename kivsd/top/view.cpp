@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "json.h"
 #include "kivsdu/status_text.h"
 #include "output.h"
 

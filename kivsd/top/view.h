@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "json.h"
+#include "json_forward.h"
 #include "kivsdu/publisher.hpp"
 
 namespace kivsd {

@@ -1,20 +1,18 @@
 # Debian's packages: libkivsdu0, libkivsdu-dev, libkivsdu0-dbgsym, libkivsdu-doc and kivsd.
 set(soname libkivsdu${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/bin)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(same_version "(= ${PROJECT_VERSION}-1)")
+set(same_version "(= ${PROJECT_VERSION})")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${soname})
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "Operating-system layer and memory manager of a database server
-The shared libraries that programs need when they run.")
+    "The shared libraries that programs need when they run.")
 # The packages that link the library find here which package has it.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_SOURCE_DIR}/packaging/debian/triggers ${PROJECT_BINARY_DIR}/generated/shlibs)
+    ${PROJECT_BINARY_DIR}/generated/shlibs)
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/shlibs CONTENT
      "libkivsdu ${PROJECT_VERSION_MAJOR} ${soname} (>= ${PROJECT_VERSION})\n")
 
@@ -24,31 +22,27 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${soname} ${same_version}, libc6-dev, liburing-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS libkivsdu-doc)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "Operating-system layer and memory manager: files for development
-Headers, static libraries, and files for CMake and pkg-config.")
+    "Headers, static libraries, and files for CMake and pkg-config.")
 
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_NAME ${soname}-dbgsym)
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_SECTION debug)
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_SYMBOLS_PACKAGE_DEPENDS "${soname} ${same_version}")
 set(CPACK_COMPONENT_SYMBOLS_DESCRIPTION
-    "Operating-system layer and memory manager: debug symbols
-Debuggers find them by the build identifiers of the libraries.")
+    "Debuggers find them by the build identifiers of the libraries.")
 
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_NAME libkivsdu-doc)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_COMPONENT_DOCUMENTATION_DESCRIPTION
-    "Operating-system layer and memory manager: documents and examples
-Guides, and the sources of small programs and of an example server.")
+    "Guides, and the sources of small programs and of an example server.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kivsd)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${soname} ${same_version}")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-    "Operating-system layer and memory manager: the command kivsd
-Explains statuses, checks memory configurations, and shows a host's memory.")
+    "Explains statuses, checks memory configurations, and shows a host's memory.")
 
 if(NOT KIVSDU_DEBIAN)
   return()

@@ -100,7 +100,7 @@ run_program(${programs}/c_utility${exe} "^kivsdu [0-9.]+ ")
 
 # pkg_config(VARIABLE OPTION ...): the options that pkg-config prints, as a list
 function(pkg_config variable)
-  run(${PKG_CONFIG} --define-prefix ${ARGN})
+  run(${PKG_CONFIG} ${ARGN})
   separate_arguments(options UNIX_COMMAND "${output}")
   set(${variable} ${options} PARENT_SCOPE)
 endfunction()

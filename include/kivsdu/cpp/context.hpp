@@ -24,6 +24,7 @@ class Context {
   }
 
   KivSdContext* Get() const noexcept { return record_; }
+  // Implicit, because the C operations take it first. NOLINTNEXTLINE(google-explicit-constructor)
   operator KivSdContext*() const noexcept { return record_; }
 
   // The outcome of the last operation that received this context.

@@ -27,6 +27,7 @@ struct Version {
   uint32_t minor;
   uint32_t patch;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): a false finding in the generated comparison
   friend constexpr auto operator<=>(const Version&, const Version&) = default;
 };
 

@@ -1,0 +1,26 @@
+// Renames the operations of locks that the checked flavour replaces, as unchecked_names.h does.
+#ifndef KIV_CHECKED_UNCHECKED_LOCK_NAMES_H
+#define KIV_CHECKED_UNCHECKED_LOCK_NAMES_H
+
+// sdsync/spinlock.cpp
+#define KivSdSpinlockCreate KivUncheckedSpinlockCreate
+#define KivSdSpinlockDestroy KivUncheckedSpinlockDestroy
+#define KivSdSpinlockAcquire KivUncheckedSpinlockAcquire
+#define KivSdSpinlockRelease KivUncheckedSpinlockRelease
+#define KivSdSpinlockAcquireNonReentrant KivUncheckedSpinlockAcquireNonReentrant
+#define KivSdSpinlockReleaseNonReentrant KivUncheckedSpinlockReleaseNonReentrant
+
+// sdlwsync.cpp
+#define KivSdLWSpinlockInit KivUncheckedLWSpinlockInit
+#define KivSdLWSpinlockDestroy KivUncheckedLWSpinlockDestroy
+#define KivSdLWSpinlockAcquire KivUncheckedLWSpinlockAcquire
+#define KivSdLWSpinlockRelease KivUncheckedLWSpinlockRelease
+
+// sdrwlock/rwlock.cpp
+#define KivRWLockInit KivUncheckedRWLockInit
+#define KivRWLockFreeQNodes KivUncheckedRWLockFreeQNodes
+#define KivSdStartRead KivUncheckedStartRead
+#define KivSdStartWrite KivUncheckedStartWrite
+#define KivSdEndRW KivUncheckedEndRW
+
+#endif
