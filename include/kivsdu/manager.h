@@ -34,7 +34,8 @@
  * cannot read the blocks of the other. A host therefore calls adMemThreadHeapInit before it creates
  * contexts and other records, and frees these before it calls adMemThreadHeapTerm.
  *
- * Nothing detects misuse. A block that is freed twice can be handed out twice. Freeing an address
+ * Nothing detects misuse, except in the checked flavour of the library (docs/checked.md). A block that
+ * is freed twice can be handed out twice. Freeing an address
  * that is no block, writing past the end of a block, and using a block after it was freed damage
  * the heap; the failure shows later and elsewhere.
  *
