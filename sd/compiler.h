@@ -13,6 +13,8 @@
 #define KIV_NOINLINE __declspec(noinline)
 // Compiles a function into its callers, whatever its size. Replaces the word inline.
 #define KIV_ALWAYS_INLINE __forceinline
+// The parameters, counted from 1, of a function that formats like printf.
+#define KIV_FORMAT(format, values)
 
 namespace kiv {
 
@@ -25,6 +27,7 @@ inline uint64_t HighProduct(uint64_t left, uint64_t right) { return __umulh(left
 
 #define KIV_NOINLINE [[gnu::noinline]]
 #define KIV_ALWAYS_INLINE [[gnu::always_inline]] inline
+#define KIV_FORMAT(format, values) [[gnu::format(__printf__, format, values)]]
 
 namespace kiv {
 

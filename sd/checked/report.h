@@ -3,23 +3,16 @@
 #define KIV_CHECKED_REPORT_H
 
 #include "checked/place.h"
+#include "compiler.h"
 
 namespace kiv::checked {
 
 // Where the checks report from if the caller passed no source position.
 constexpr char kSource[] = "sd/checked";
 
-#if defined(__GNUC__)
-#define KIV_CHECKED_FORMAT [[gnu::format(printf, 2, 3)]]
-#else
-#define KIV_CHECKED_FORMAT
-#endif
-
 // Ends the process through the runtime's assertion, which shows the formatted text and the place of
 // the call that found the misuse. Call it without the gate: a host's handler may allocate.
-KIV_CHECKED_FORMAT [[noreturn]] void Fail(const Place& place, const char* format, ...);
-
-#undef KIV_CHECKED_FORMAT
+KIV_FORMAT(2, 3) [[noreturn]] void Fail(const Place& place, const char* format, ...);
 
 }  // namespace kiv::checked
 

@@ -2,6 +2,7 @@
 #define KIV_MSVC_STDIO_H
 
 #include <corecrt.h>
+#include <stdarg.h>
 
 typedef struct _iobuf {
   void* placeholder;
@@ -24,6 +25,7 @@ int printf(const char* format, ...);
 int fprintf(FILE* file, const char* format, ...);
 int sprintf(char* text, const char* format, ...);
 int snprintf(char* text, size_t size, const char* format, ...);
+int vsnprintf(char* text, size_t size, const char* format, va_list values);
 #ifdef __cplusplus
 }
 #endif

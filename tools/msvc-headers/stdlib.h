@@ -20,6 +20,7 @@ KIV_CRT void free(void* block);
 KIV_CRT __declspec(noreturn) void abort(void);
 KIV_CRT __declspec(noreturn) void exit(int code);
 KIV_CRT long atol(const char* text);
+KIV_CRT unsigned long strtoul(const char* text, char** end, int base);
 KIV_CRT char* getenv(const char* name);
 
 #endif
