@@ -14,7 +14,7 @@
 // Compiles a function into its callers, whatever its size. Replaces the word inline.
 #define KIV_ALWAYS_INLINE __forceinline
 // The parameters, counted from 1, of a function that formats like printf.
-#define KIV_FORMAT(format, values)
+#define KIV_FORMAT(text, values)
 
 namespace kiv {
 
@@ -27,7 +27,7 @@ inline uint64_t HighProduct(uint64_t left, uint64_t right) { return __umulh(left
 
 #define KIV_NOINLINE [[gnu::noinline]]
 #define KIV_ALWAYS_INLINE [[gnu::always_inline]] inline
-#define KIV_FORMAT(format, values) [[gnu::format(__printf__, format, values)]]
+#define KIV_FORMAT(text, values) [[gnu::format(__printf__, text, values)]]
 
 namespace kiv {
 

@@ -25,12 +25,13 @@ class Slab {
   void Give(Record* record) { free_ = new (record) Free{free_}; }
 
  private:
-  static constexpr uint64_t kGrowthBytes = 256 * 1024;
+  static constexpr uint64_t kGrowthBytes = uint64_t{256} * 1024;
 
   struct Free {
     Free* next;
   };
-  static_assert(sizeof(Record) >= sizeof(Free) && alignof(Record) >= alignof(Free));
+  static_assert(sizeof(Record) >= sizeof(Free));
+  static_assert(alignof(Record) >= alignof(Free));
 
   bool Grow() {
     const os::ValueResult<void*> pages = os::CommitPages(kGrowthBytes);
