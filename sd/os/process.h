@@ -15,13 +15,13 @@ uint32_t CurrentProcessId();
 
 // Waits until the process has ended. A handle is a process's identifier on Linux, where a process
 // that no longer exists counts as ended.
-Wait WaitForProcess(void* process, uint32_t timeoutMs);
+Wait WaitForProcess(void* handle, uint32_t timeoutMs);
 
 // Linux ends other processes by a signal: their exit code is lost.
-Result EndProcess(void* process, uint32_t exitCode);
+Result EndProcess(void* handle, uint32_t exitCode);
 
-ValueResult<uint32_t> ReadPriorityClass(void* process);
-Result WritePriorityClass(void* process, uint32_t priorityClass);
+ValueResult<uint32_t> ReadPriorityClass(void* handle);
+Result WritePriorityClass(void* handle, uint32_t priorityClass);
 
 }  // namespace kiv::os
 

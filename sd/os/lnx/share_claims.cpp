@@ -114,7 +114,7 @@ bool Conflicts(int descriptor, uint32_t uses, uint32_t denies) {
 }
 
 void PauseBeforeAttempt(uint32_t attempt) {
-  const timespec pause = {0, static_cast<long>(AnyNumber() % (10'000 * (attempt + 1)))};
+  const timespec pause = {0, static_cast<long>(AnyNumber() % (uint64_t{10'000} * (attempt + 1)))};
   nanosleep(&pause, nullptr);
 }
 
