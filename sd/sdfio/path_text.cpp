@@ -9,6 +9,7 @@ using namespace kiv;
 
 namespace {
 
+// NOLINTNEXTLINE(misc-redundant-expression): the two are different on Windows
 bool IsSeparator(char letter) { return letter == os::kPathSeparator || letter == '/'; }
 
 // `text` may overlap `out`.
