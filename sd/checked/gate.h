@@ -1,4 +1,4 @@
-// The lock of all records of the checks. It is none of the library's locks, because those are
+// The lock of all records of the checks. The library's own locks do not serve, because they are
 // checked themselves. Nobody allocates, waits or reports while holding it.
 #ifndef KIV_CHECKED_GATE_H
 #define KIV_CHECKED_GATE_H

@@ -23,7 +23,7 @@ void FreeQuarantine() {
   GiveBack(&leaving);
 }
 
-// Heaps are out of reach from now on, and so is every block in them.
+// From now on no operation can reach the heaps or the blocks in them.
 void InspectHeaps() {
   Inspection inspection = {};
   VisitLive(InspectHeapBlock, &inspection);

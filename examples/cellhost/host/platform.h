@@ -39,7 +39,7 @@ StartedProcess StartProcess(const char* arguments);
 
 // Reads what a process has printed, without waiting for more.
 //
-// Returns the number of bytes read: 0 if there are none now, or if the process has ended.
+// Returns the number of bytes read: 0 if nothing can be read now, or if the process has ended.
 uint32_t ReadOutput(KivHandle output, char* buffer, uint32_t sizeBytes);
 void CloseOutput(KivHandle output);
 

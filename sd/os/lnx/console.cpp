@@ -23,7 +23,7 @@
 namespace kiv::os {
 namespace {
 
-// Handles are descriptors plus 1: null means that there is none.
+// A handle is the descriptor plus 1, because a null handle means that there is no console.
 constexpr uintptr_t kInputHandle = STDIN_FILENO + 1;
 constexpr uintptr_t kOutputHandle = STDOUT_FILENO + 1;
 
