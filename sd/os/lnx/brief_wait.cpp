@@ -7,7 +7,7 @@
 namespace kiv::os {
 namespace {
 
-constexpr int kPatience = 4;     // looks in vain, one after another, before a thread stops looking
+constexpr int kPatience = 4;      // looks in vain, one after another, before a thread stops looking
 constexpr int kRestedWaits = 64;  // waits without a look before it tries once more
 
 enum Processors : int { kUnknown, kOne, kSeveral };
