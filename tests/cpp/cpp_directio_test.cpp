@@ -67,7 +67,6 @@ TEST_F(CppDirectIo, ReportsFailures) {
   EXPECT_THROW(missing.Write(0, pages.Data(), 1), kivsdu::Failure);
   EXPECT_THROW(missing.Size(), kivsdu::Failure);
   EXPECT_THROW(missing.Resize(1), kivsdu::Failure);
-  EXPECT_THROW(missing.Close(), kivsdu::Failure);
   EXPECT_THROW(AlignedPages(0), kivsdu::Failure);
 }
 

@@ -45,9 +45,11 @@ bool IsSameFile(const struct stat& found) {
 }
 
 // A host may have closed all descriptors that it did not know.
-bool IsOwnDescriptor() {
+ValueResult<bool> IsOwnDescriptor() {
   struct stat found = {};
-  return fstat(holders.file, &found) == 0 && IsSameFile(found);
+  if (fstat(holders.file, &found) == 0) return {true, 0, IsSameFile(found)};
+  if (errno == EBADF) return {true, 0, false};
+  return {false, static_cast<uint32_t>(errno), false};
 }
 
 bool IsInFolder(int folder) {
@@ -58,15 +60,20 @@ bool IsInFolder(int folder) {
 }  // namespace
 
 Result OpenHolders(int folder, bool* isNew) {
-  const bool isOwn = IsOwnDescriptor();
-  *isNew = !isOwn || holders.process != getpid() || !IsInFolder(folder);
+  const ValueResult<bool> isOwn = IsOwnDescriptor();
+  if (!isOwn.ok) return {false, isOwn.error};
+  *isNew = !isOwn.value || holders.process != getpid() || !IsInFolder(folder);
   if (!*isNew) return {true, 0};
   const int file =
       openat(folder, kFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
   if (file == -1) return {false, static_cast<uint32_t>(errno)};
   struct stat found = {};
-  fstat(file, &found);
-  if (isOwn) close(holders.file);
+  if (fstat(file, &found) != 0) {
+    const auto error = static_cast<uint32_t>(errno);
+    close(file);
+    return {false, error};
+  }
+  if (isOwn.value) close(holders.file);
   holders = {file, getpid(), found.st_dev, found.st_ino};
   return {true, 0};
 }

@@ -53,6 +53,9 @@ uint32_t ownedEntries = 0;
 
 bool swept = false;
 
+// Whether others may not know which objects this process holds: the holders file is another one.
+bool holdsAreLost = false;
+
 uint32_t LastErrno() { return static_cast<uint32_t>(errno); }
 
 // ---- Entries ----
@@ -140,9 +143,11 @@ Result EnterSteps(int folder) {
   bool isNew = false;
   const Result opened = OpenHolders(folder, &isNew);
   if (!opened.ok) return opened;
+  holdsAreLost = holdsAreLost || isNew;
   const Result begun = BeginSteps();
   if (!begun.ok) return begun;
-  if (isNew) HoldAgain();
+  if (holdsAreLost) HoldAgain();
+  holdsAreLost = false;
   if (!swept) Sweep(folder);
   swept = true;
   return {true, 0};

@@ -12,6 +12,7 @@ namespace {
 
 thread_local uint32_t lastError = 0;
 thread_local void* originalOfCall = nullptr;
+SeamFault seamFault = nullptr;
 
 // Entries register before main, in any order.
 SeamImportEntry*& FirstEntry() {
@@ -49,6 +50,12 @@ SeamImportEntry::SeamImportEntry(const char* importName, void* standIn)
 }
 
 void EnterPatchedCall(const SeamImportEntry& entry) { originalOfCall = entry.original; }
+
+void SetSeamFault(SeamFault fault) { seamFault = fault; }
+
+SeamFailure DecideFault(const char* import, intptr_t* result) {
+  return seamFault == nullptr ? SeamFailure::kNone : seamFault(import, result);
+}
 
 uint32_t SeamLastError() { return lastError; }
 

@@ -22,6 +22,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <type_traits>
 
 #include "os/os.h"
 #include "support/last_error.h"
@@ -52,6 +53,26 @@ struct SeamImportEntry {
 // Notes which stand-in the patched call would have reached, for ImportPatch::original.
 void EnterPatchedCall(const SeamImportEntry& entry);
 
+// Whether a call of a stand-in fails, and whether it takes effect in spite of that.
+enum class SeamFailure { kNone, kWithoutEffect, kWithEffect };
+
+// Decides about a call of a stand-in, stores what a failed call returns, and sets the errors. With a
+// null name it sets the errors once more, after a call that took effect. A null function, as at
+// first, lets all calls through.
+using SeamFault = SeamFailure (*)(const char* import, intptr_t* result);
+void SetSeamFault(SeamFault fault);
+SeamFailure DecideFault(const char* import, intptr_t* result);
+
+// A register's content as a call's result of any type.
+template <typename Result>
+Result FromWord(intptr_t word) {
+  if constexpr (std::is_pointer_v<Result>) {
+    return reinterpret_cast<Result>(word);  // NOLINT(performance-no-int-to-ptr)
+  } else {
+    return static_cast<Result>(word);
+  }
+}
+
 template <typename Function>
 class SeamImport {
  public:
@@ -60,8 +81,17 @@ class SeamImport {
 
   template <typename... Arguments>
   auto Call(Arguments... arguments) const {
+    using Returned = decltype(reinterpret_cast<Function*>(entry_.target)(arguments...));
+    intptr_t failed = 0;
+    const SeamFailure failure = DecideFault(entry_.name, &failed);
+    if (failure == SeamFailure::kWithoutEffect) return FromWord<Returned>(failed);
     if (entry_.target != entry_.original) EnterPatchedCall(entry_);
-    return reinterpret_cast<Function*>(entry_.target)(arguments...);
+    if (failure == SeamFailure::kNone) {
+      return reinterpret_cast<Function*>(entry_.target)(arguments...);
+    }
+    reinterpret_cast<Function*>(entry_.target)(arguments...);
+    DecideFault(nullptr, &failed);
+    return FromWord<Returned>(failed);
   }
 
  private:

@@ -1,0 +1,205 @@
+#include "faults/fault_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "kivsdu/pipe.h"
+#include "support/open_handles.h"
+
+namespace kiv::test {
+namespace {
+
+// Errors that a call of the system can have, and that some operation treats apart.
+const uint32_t kErrors[] = {EIO, ENOMEM, EACCES, ENOSPC, EMFILE, EBADF};
+
+// The bindings may take this error of a call for true: the descriptor is not open. It is.
+constexpr uint32_t kOnlyOfPrimitives = EBADF;
+
+// A call that a signal interrupted may be repeated. It never ends if it always fails so.
+constexpr uint32_t kOnlyOnce = EINTR;
+
+// More calls of the system than any operation makes.
+constexpr uint32_t kMostCalls = 1000;
+
+// An operation that makes more calls than this repeats itself, as for each member of a set. Its later
+// calls fail with the first error only.
+constexpr uint32_t kCallsOfAllErrors = 50;
+
+constexpr uint32_t kWaitFailed = 0xFFFFFFFF;
+
+uint64_t faultCount = 0;
+
+struct Resources {
+  size_t handles;
+  int64_t blocks;
+};
+
+Resources Held() { return {OpenHandles(), LiveBlocks()}; }
+
+// The rows that apply to a failed call: those for the error if there are any, else those for any
+// error.
+std::vector<FaultOutcome> OutcomesOf(const FaultScenario& scenario, const std::string& call,
+                                     uint32_t error) {
+  std::vector<FaultOutcome> general;
+  std::vector<FaultOutcome> special;
+  for (const FaultOutcome& outcome : scenario.outcomes) {
+    if (call != outcome.call) continue;
+    if (outcome.error == FaultOutcome::kAny) general.push_back(outcome);
+    if (outcome.error == error) special.push_back(outcome);
+  }
+  return special.empty() ? general : special;
+}
+
+bool IsDocumented(const FaultScenario& scenario, uint32_t status) {
+  const auto& others = scenario.otherStatuses;
+  return std::find(others.begin(), others.end(), status) != others.end() ||
+         std::any_of(scenario.outcomes.begin(), scenario.outcomes.end(),
+                     [&](const FaultOutcome& outcome) { return outcome.status == status; });
+}
+
+bool IsAllocation(const std::string& call) { return call == "malloc" || call == "realloc"; }
+
+std::string Describe(const FaultPlan& plan) {
+  return std::string(plan.level == FaultLevel::kPrimitives ? "primitive " : "system call ") +
+         std::to_string(plan.first) + (plan.lasting ? " and all later ones fail" : " fails") +
+         " with error " + std::to_string(plan.error);
+}
+
+// The errors of the loops: the usual ones, and those that have rows of their own.
+std::vector<uint32_t> ErrorsFor(const FaultScenario& scenario) {
+  std::vector<uint32_t> errors(std::begin(kErrors), std::end(kErrors));
+  for (const FaultOutcome& outcome : scenario.outcomes) {
+    const bool isKnown = outcome.error == FaultOutcome::kAny ||
+                         std::find(errors.begin(), errors.end(), outcome.error) != errors.end();
+    if (!isKnown) errors.push_back(outcome.error);
+  }
+  return errors;
+}
+
+// Prints the number of faults at the end of the program.
+class FaultCount : public testing::Environment {
+ public:
+  void TearDown() override {
+    std::printf("%llu fault points\n", static_cast<unsigned long long>(faultCount));
+  }
+};
+const testing::Environment* const kFaultCount = testing::AddGlobalTestEnvironment(new FaultCount);
+
+// Runs the scenario once, and checks that nothing is left behind.
+void RunOnce(const FaultScenario& scenario, const FaultPlan& plan, const Resources& before) {
+  FaultRun run(scenario, plan);
+  scenario.body(run);
+  const Resources after = Held();
+  EXPECT_EQ(after.handles, before.handles) << "handles leak";
+  EXPECT_EQ(after.blocks, before.blocks) << "memory leaks";
+}
+
+// Runs the loop of one error. Returns the number of faults.
+uint64_t RunLoop(const FaultScenario& scenario, FaultPlan plan, const Resources& before) {
+  const uint32_t most = plan.error == kErrors[0] ? kMostCalls : kCallsOfAllErrors;
+  for (plan.first = 1; plan.first <= most; ++plan.first) {
+    SCOPED_TRACE(Describe(plan));
+    RunOnce(scenario, plan, before);
+    if (FailedCalls().empty()) return plan.first - 1;
+    SCOPED_TRACE("first failed call: " + FailedCalls().front());
+    FaultPlan none;
+    RunOnce(scenario, none, before);
+    if (testing::Test::HasFailure()) return plan.first;
+  }
+  EXPECT_NE(most, kMostCalls) << "the operation never ends without a failure";
+  return most;
+}
+
+}  // namespace
+
+void FaultRun::Check(uint32_t status) {
+  if (FailedCalls().empty()) {
+    CheckSuccess(status);
+  } else if (plan_.level == FaultLevel::kPrimitives) {
+    CheckPrimitive(status);
+  } else {
+    CheckSystemCall(status);
+  }
+}
+
+void FaultRun::CheckSuccess(uint32_t status) {
+  EXPECT_EQ(status, KIV_ST_OK) << "nothing failed";
+  if (ctx_.osError() == KIV_PIPE_CONNECTED_BEFORE) return;  // also a success
+  CheckRecord(status, scenario_.recording, 0);
+}
+
+// If several calls failed, any of them may have decided about the status.
+void FaultRun::CheckPrimitive(uint32_t status) {
+  std::string expected;
+  for (const std::string& call : FailedCalls()) {
+    const std::vector<FaultOutcome> outcomes = OutcomesOf(scenario_, call, plan_.error);
+    EXPECT_FALSE(outcomes.empty()) << "no outcome is listed for a failure of " << call
+                                   << ": status " << status << ", error " << ctx_.osError();
+    for (const FaultOutcome& outcome : outcomes) {
+      expected += " " + std::to_string(outcome.status);
+      if (outcome.status != status) continue;
+      const bool isInherited = outcome.recording == Recording::kAll;
+      CheckRecord(status, isInherited ? scenario_.recording : outcome.recording,
+                  IsAllocation(call) ? ENOMEM : plan_.error);
+      return;
+    }
+  }
+  ADD_FAILURE() << "status " << status << ", expected" << expected;
+}
+
+// A primitive may repair the failure of a call, or report an error of its own.
+void FaultRun::CheckSystemCall(uint32_t status) {
+  if (status == KIV_ST_OK) return;
+  EXPECT_TRUE(IsDocumented(scenario_, status)) << "status " << status << " is not documented";
+  if (!ctx_.IsUntouched()) {
+    EXPECT_EQ(ctx_.status(), status) << "the record holds another status";
+  }
+}
+
+void FaultRun::CheckRecord(uint32_t status, Recording recording, uint32_t error) {
+  if (recording == Recording::kNothing) {
+    EXPECT_TRUE(ctx_.IsUntouched()) << "the context was written";
+    return;
+  }
+  if (recording == Recording::kWaitResult) error = kWaitFailed;
+  if (recording == Recording::kNoError || status == KIV_ST_OK) error = 0;
+  EXPECT_EQ(ctx_.status(), status) << "the record holds another status";
+  if (recording == Recording::kOtherError) return;
+  EXPECT_EQ(ctx_.osError(), error) << "the record holds another error";
+}
+
+void RunFaultLoops(const FaultScenario& scenario) {
+  const BlockWatch blocks;
+  const FaultPlan none;
+  for (int i = 0; i < 2; ++i) {  // what the library makes once and keeps
+    FaultRun first(scenario, none);
+    scenario.body(first);
+  }
+  const Resources before = Held();
+  uint64_t faults = 0;
+  for (const FaultLevel level : {FaultLevel::kPrimitives, FaultLevel::kSystemCalls}) {
+    for (const bool lasting : {false, true}) {
+      for (const uint32_t error : ErrorsFor(scenario)) {
+        if (level == FaultLevel::kSystemCalls && error == kOnlyOfPrimitives) continue;
+        faults += RunLoop(scenario, {level, 1, lasting, error}, before);
+        if (testing::Test::HasFailure()) return;
+      }
+    }
+  }
+  faults += RunLoop(scenario, {FaultLevel::kSystemCalls, 1, false, kOnlyOnce}, before);
+  faultCount += faults;
+}
+
+TEST_P(FaultLoop, ReportsEachFailureAndLeavesNothingBehind) { RunFaultLoops(GetParam()); }
+
+void PrintTo(const FaultScenario& scenario, std::ostream* out) { *out << scenario.operation; }
+
+std::string NameOfScenario(const testing::TestParamInfo<FaultScenario>& info) {
+  return info.param.operation;
+}
+
+}  // namespace kiv::test
