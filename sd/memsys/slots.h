@@ -1,5 +1,7 @@
 // The slots of thread heaps: the choice of a slot for a request, and the exchange of a slot's heap
 // for a spare or new one when it has no room.
+//
+// tests/model/heap_exchange.pml describes the exchange for a model checker; change both together.
 #ifndef KIV_MEMSYS_SLOTS_H
 #define KIV_MEMSYS_SLOTS_H
 

@@ -14,6 +14,8 @@
 //
 // The maximum and the start of a pause are plain: they are written while the lock is held for
 // writing, and read while it is held for reading.
+//
+// tests/model/pause.pml describes the pause for a model checker; change both together.
 #ifndef KIV_SDFIO_PAUSE_BLOCK_H
 #define KIV_SDFIO_PAUSE_BLOCK_H
 

@@ -6,6 +6,8 @@
 // they can read gives the right answer.
 //
 // Callers are promised a full fence on acquiring and on releasing.
+//
+// tests/model/spinlock.pml describes both designs for a model checker; change both together.
 #include "sdsync/spinlock.h"
 
 #include <cstring>

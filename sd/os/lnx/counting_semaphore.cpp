@@ -1,3 +1,5 @@
+// tests/model/semaphore.pml describes this algorithm for a model checker, which tries every order of
+// steps; change both together.
 #include "os/lnx/counting_semaphore.h"
 
 #include <cerrno>

@@ -1,3 +1,5 @@
+// tests/model/event.pml describes this algorithm for a model checker, which tries every order of
+// steps; change both together.
 #include "os/lnx/event.h"
 
 #include <cerrno>

@@ -1,6 +1,8 @@
 // Mutexes of the C library: robust, and with priority inheritance, because then the kernel hands a
 // released mutex to the thread that waits longest. The C library's mutex is kept plain. Who owns it,
 // and how often, is noted in the process's own memory.
+//
+// tests/model/mutex.pml describes these mutexes for a model checker; change both together.
 #ifndef KIV_OS_LNX_MUTEX_H
 #define KIV_OS_LNX_MUTEX_H
 

@@ -9,6 +9,7 @@
 //
 // Making, opening and closing take an exclusive lock on one byte of "holders" for all their steps.
 // A process that is killed between two steps leaves at most a file that nobody holds.
+// tests/model/named_objects.pml describes the steps for a model checker; change both together.
 //
 // A process has one NamedObject for an object, however many handles. Another process of the user can
 // write an object's file: nothing that this process reads from it is used as a size or an address.
