@@ -21,7 +21,6 @@ namespace {
 
 constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineAligned = 348;
-constexpr uint32_t kZeroTailBytes = 4;  // after the terminator of a copied text
 
 // Returns the key that chooses the slot: the owner, or `instead` if the owner is null.
 uint64_t SlotKey(const void* owner, const void* instead) {
@@ -206,16 +205,6 @@ uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** 
   *block = AllocateElements(owner, sizeBytes, block, policy);
   if (*block != nullptr) std::memset(*block, 0, sizeBytes);
   return Finish(*block, sizeBytes);
-}
-
-char* adStrDup(const char* text, const char* file, uint32_t line) {
-  const uint64_t lengthBytes = std::strlen(text) + 1;
-  void* copy = nullptr;
-  const uint32_t status = adMalloc(nullptr, lengthBytes + kZeroTailBytes, &copy, file, line);
-  if (status != KIV_ST_OK) return nullptr;
-  std::memcpy(copy, text, lengthBytes);
-  std::memset(static_cast<char*>(copy) + lengthBytes, 0, kZeroTailBytes);
-  return static_cast<char*>(copy);
 }
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {

@@ -33,8 +33,9 @@ uint64_t WithNextRound(uint64_t state) {
   return (state & ~kRoundMask) | ((state + kOneRound) & kRoundMask);
 }
 
-// What a waiter compares to see whether signals have made grants or taken some since.
-uint32_t ArrivalOf(uint64_t state) { return static_cast<uint32_t>(state & ~kTransfers); }
+// What a waiter compares to see whether a signal has made grants since. Their number does not show
+// that: it also changes when an older waiter takes its grant.
+uint64_t RoundOf(uint64_t state) { return state & kRoundMask; }
 
 uint64_t WhenSignalled(uint64_t state) {
   if (IsManual(state)) {
@@ -49,7 +50,7 @@ class Waiter {
   // `arrival` is the state with this user in it. Grants in it are for threads that came before.
   Waiter(ObjectWord* word, uint64_t arrival, uint32_t timeoutMs)
       : word_(word),
-        arrival_(ArrivalOf(arrival)),
+        arrivalRound_(RoundOf(arrival)),
         mayTake_(!HasGrants(arrival)),
         deadline_(DeadlineAfter(timeoutMs)) {}
 
@@ -57,7 +58,7 @@ class Waiter {
   Wait Await(bool* last) {
     while (true) {
       const uint64_t state = word_->load(std::memory_order_relaxed);
-      if (ArrivalOf(state) != arrival_) mayTake_ = true;
+      if (RoundOf(state) != arrivalRound_) mayTake_ = true;
       if (HasGrants(state) && (mayTake_ || AllAreGranted(state))) {
         if (Leave(state, state - kOneGrant, last)) return kSignalledWait;
       } else if (IsPast(deadline_)) {
@@ -77,7 +78,9 @@ class Waiter {
     if (HasTransfers(state)) return AwaitTransfer(word_, static_cast<uint32_t>(state), limit);
     const Sleep sleep =
         SleepOn(SleepersHalf(word_), static_cast<uint32_t>(state), limit, Scope::kProcess);
-    if (sleep == Sleep::kWoken) mayTake_ = true;
+    // The kernel may have woken this thread in place of an older one: it wakes real-time threads
+    // first. A manual event wakes all threads, and each of the older ones needs its grant.
+    if (sleep == Sleep::kWoken && !IsManual(state)) mayTake_ = true;
   }
 
   // acquire: pairs with SignalEventIn. release: for the thread that ends the object.
@@ -88,7 +91,7 @@ class Waiter {
   }
 
   ObjectWord* word_;
-  uint32_t arrival_;
+  uint64_t arrivalRound_;
   bool mayTake_;
   Deadline deadline_;
 };
