@@ -140,7 +140,7 @@ void ReadNoWaitRaw(benchmark::State& state) {
       },
       [&](uint32_t slot) { file.raw()->Collect(slot); });
 }
-BENCHMARK(ReadNoWaitRaw)->Arg(1)->Arg(8);
+BENCHMARK(ReadNoWaitRaw)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
 
 // A function that starts a transfer and does not wait. ReadNoWait and WriteNoWait each pass one.
 using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWaitCb*, uint32_t*);
@@ -166,7 +166,7 @@ void ReadNoWait(benchmark::State& state) {
     return KivSdDirectIOFileRead(ctx, file, block, buffer, kOutstandingBlocks, record, count);
   });
 }
-BENCHMARK(ReadNoWait)->Arg(1)->Arg(8);
+BENCHMARK(ReadNoWait)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
 
 void WriteNoWait(benchmark::State& state) {
   NoWait(state, [](KivSdContext* ctx, uint32_t file, uint32_t block, void* buffer,
@@ -174,7 +174,7 @@ void WriteNoWait(benchmark::State& state) {
     return KivSdDirectIOFileWrite(ctx, file, block, buffer, kOutstandingBlocks, record, count);
   });
 }
-BENCHMARK(WriteNoWait)->Arg(1)->Arg(8);
+BENCHMARK(WriteNoWait)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
 
 // ---- A lease, taken and released while nothing is paused ----
 

@@ -92,13 +92,13 @@ class ShortHeap {
   AdShortHeapOwner owner_ = {};
 };
 
-// Starts thread heaps with room for the largest window and defaults otherwise. Returns false if
-// they cannot be started.
-inline bool StartHeaps() {
+// Starts thread heaps with this many slots, room for the largest window, and defaults otherwise.
+// Returns false if they cannot be started.
+inline bool StartHeaps(int64_t slots = 16) {
   namespace fs = std::filesystem;
   const fs::path folder = fs::temp_directory_path() / "kivsdu-bench";
   fs::create_directories(folder / "bin");
-  std::ofstream(folder / "bin" / "config.mem") << "numheaps 1024 numthreadheaps 16\n";
+  std::ofstream(folder / "bin" / "config.mem") << "numheaps 1024\nnumthreadheaps " << slots << '\n';
   SetVariable("MOLTAPATH", folder.string());
   const uint32_t status = adMemThreadHeapInit(1, nullptr, "bench", 0);
   fs::remove_all(folder);

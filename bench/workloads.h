@@ -73,11 +73,11 @@ void SamePairs(benchmark::State& state) {
   }
 }
 
-// Keeps range(0) blocks live. Each step frees a random one and allocates another of a random size.
+// Keeps `live` blocks. Each step frees a random one and allocates another of a random size.
 template <typename Allocator>
-void RandomWindow(benchmark::State& state) {
+void KeepWindow(benchmark::State& state, size_t live) {
   Allocator allocator;
-  std::vector<void*> blocks(static_cast<size_t>(state.range(0)));
+  std::vector<void*> blocks(live);
   size_t draw = 0;
   for (void*& block : blocks) block = AllocateWritten(&allocator, SizeOf(draw++));
   Random random(1);
@@ -87,6 +87,11 @@ void RandomWindow(benchmark::State& state) {
     block = AllocateWritten(&allocator, SizeOf(draw++));
   }
   for (void* block : blocks) allocator.Free(block);
+}
+
+template <typename Allocator>
+void RandomWindow(benchmark::State& state) {
+  KeepWindow<Allocator>(state, static_cast<size_t>(state.range(0)));
 }
 
 template <typename Allocator>

@@ -22,6 +22,15 @@ if(MINGW)
   target_compile_options(kiv_options INTERFACE -D__USE_MINGW_ANSI_STDIO=0 "SHELL:-include stdio.h")
 endif()
 
+# Whether the compiler adds code that needs functions of its own.
+set(KIV_INSTRUMENTED OFF)
+if(KIVSDU_SANITIZE OR KIVSDU_COVERAGE)
+  set(KIV_INSTRUMENTED ON)
+endif()
+
+if(KIVSDU_COVERAGE)
+  add_link_options(-fprofile-instr-generate)  # sd/ and kivutlu/ are compiled for it
+endif()
 if(KIVSDU_SANITIZE)
   add_compile_options(-fsanitize=${KIVSDU_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
@@ -31,3 +40,12 @@ if(KIVSDU_SANITIZE)
   endif()
   add_link_options(-fsanitize=${KIVSDU_SANITIZE})
 endif()
+
+# kiv_count_coverage(): in a build for coverage, counts what of this folder's sources runs.
+macro(kiv_count_coverage)
+  if(KIVSDU_COVERAGE)
+    # With counters that can be mapped to a file, what a killed process ran counts too.
+    add_compile_options(-fprofile-instr-generate -fcoverage-mapping
+                        "SHELL:-mllvm -runtime-counter-relocation")
+  endif()
+endmacro()

@@ -42,8 +42,8 @@ function(kiv_slim_library target description)
   endif()
   target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed -Wl,--build-id
                       -Wl,-Bsymbolic-functions -Wl,-z,relro,-z,now,-z,noexecstack)
-  if(KIVSDU_SANITIZE)
-    return()  # the program brings the sanitizer's functions
+  if(KIV_INSTRUMENTED)
+    return()  # the program brings the functions
   endif()
   target_link_options(${target} PRIVATE -Wl,-z,defs)
   set(symbols ${PROJECT_BINARY_DIR}/bin/lib${target}.debug)

@@ -3,6 +3,7 @@
 import html
 import io
 import math
+import re
 from collections import defaultdict
 
 import matplotlib
@@ -13,6 +14,13 @@ import matplotlib.pyplot as plt  # noqa: E402: the backend comes first
 from report.results import Row, best, kind  # noqa: E402
 
 _COLOURS = {"library": "#1f77b4", "peer": "#ff9f40", "limit": "#bbbbbb"}
+
+# What grows in a family of workloads.
+_GROWTH = {
+    "live": "live blocks",
+    "threads": "threads, with 1,000 live blocks each",
+    "slots": "slots of the thread heaps, with 8 threads",
+}
 
 _STYLE = """
 body { font: 16px/1.5 system-ui, sans-serif; max-width: 70rem; margin: 0 auto; padding: 1rem; }
@@ -60,8 +68,53 @@ def _table(rows: list[Row]) -> str:
     return f'<div class="scroll"><table>{"".join(lines)}</table></div>'
 
 
+def _svg(figure: plt.Figure) -> str:
+    text = io.StringIO()
+    figure.savefig(text, bbox_inches="tight", metadata={"Date": None})
+    plt.close(figure)
+    svg = text.getvalue()
+    return svg[svg.index("<svg"):]
+
+
+def _size(workload: str) -> int:
+    """What grows: the number of threads where it varies, else the first number."""
+    numbers = [int(number) for number in re.findall(r"\d+", workload)]
+    return numbers[-1] if workload.startswith("threads") else numbers[0]
+
+
+def _growth_plots(rows: list[Row]) -> str:
+    """Lines of the times, a plot for each family of workloads."""
+    plots = []
+    for family, group in _by(rows, lambda row: row.workload.split()[0]).items():
+        figure, axes = plt.subplots(figsize=(9, 4))
+        for contender, points in _by(group, lambda row: row.contender).items():
+            points.sort(key=lambda row: _size(row.workload))
+            axes.plot([_size(row.workload) for row in points], [row.nanoseconds for row in points],
+                      marker="o", label=contender,
+                      linewidth=2.5 if kind(contender) == "library" else 1)
+        sizes = sorted({_size(row.workload) for row in group})
+        times = [row.nanoseconds for row in group]
+        axes.set_xscale("log")
+        axes.set_xticks(sizes, [f"{size:,}" for size in sizes])
+        axes.minorticks_off()
+        if max(times) > 10 * min(times):
+            axes.set_yscale("log")
+        else:
+            axes.set_ylim(bottom=0)
+        axes.yaxis.set_major_formatter(lambda value, _: _time(value))
+        axes.yaxis.set_minor_formatter("")
+        axes.set_xlabel(_GROWTH[family])
+        axes.set_ylabel("free and allocate a block")
+        axes.legend(fontsize=8)
+        axes.spines[["top", "right"]].set_visible(False)
+        plots.append(_svg(figure))
+    return "".join(plots)
+
+
 def _plot(rows: list[Row]) -> str:
     """Bars of the times, a group for each workload, on a logarithmic axis."""
+    if rows[0].program == "scaling_bench":
+        return _growth_plots(rows)
     workloads = list(_by(rows, lambda row: row.workload))
     figure, axes = plt.subplots(figsize=(11, 0.6 + 0.16 * len(rows) + 0.12 * len(workloads)))
     place = 0.0
@@ -84,11 +137,7 @@ def _plot(rows: list[Row]) -> str:
     axes.invert_yaxis()
     axes.set_xlabel("time of an operation")
     axes.spines[["top", "right"]].set_visible(False)
-    text = io.StringIO()
-    figure.savefig(text, bbox_inches="tight", metadata={"Date": None})
-    plt.close(figure)
-    svg = text.getvalue()
-    return svg[svg.index("<svg"):]
+    return _svg(figure)
 
 
 def make(rows: list[Row]) -> str:
@@ -102,7 +151,7 @@ def make(rows: list[Row]) -> str:
     return ("<!doctype html><html lang='en'><meta charset='utf-8'>"
             "<meta name='viewport' content='width=device-width'><title>kivsdu: performance</title>"
             f"<style>{_STYLE}</style><h1>Performance</h1>"
-            "<p>The contenders of a workload took turns in one run. A bar is the median, its line the "
+            "<p>The contenders of a workload took turns in one run. A bar is the median, its thin line the "
             "standard deviation. Blue bars are the library. Grey bars are bounds: the same call without "
             "the library, or the locked instructions alone. A ratio above 1 means that the library is "
             "faster.</p>"

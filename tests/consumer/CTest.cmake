@@ -1,5 +1,5 @@
 # Adds consumer_test: builds consumers against the installed library.
-if(KIVSDU_SANITIZE OR CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+if(KIV_INSTRUMENTED OR CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   return()
 endif()
 find_program(KIV_PKG_CONFIG pkg-config REQUIRED)

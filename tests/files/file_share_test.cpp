@@ -11,19 +11,21 @@
 #include "support/stream.h"
 #include "support/temporary_folder.h"
 #include "support/waiting.h"
+#include "support/wine.h"
 
 namespace {
 
 using namespace kiv::test;
 
-// {path, share flags, ready, go, mode}: opens a file for reading and writing, sets `ready`, and
-// holds the file until `go`.
+// {path, share flags, ready, go, mode, access}: opens a file, sets `ready`, and holds the file until
+// `go`.
 const RegisteredRole holder("holder", [](const RoleArguments& arguments) {
   const auto shareFlags = static_cast<uint32_t>(std::stoul(arguments.at(1)));
+  const auto access = static_cast<uint32_t>(std::stoul(arguments.at(5)));
   if (arguments.at(4) == "failover") KivSdSetFailoverModeFlag(1);
   uint32_t file = 0;
   EXPECT_EQ(
-      KivSdFileSOpen(nullptr, arguments.at(0).c_str(), kBinary | kReadWrite, shareFlags, 0, &file),
+      KivSdFileSOpen(nullptr, arguments.at(0).c_str(), kBinary | access, shareFlags, 0, &file),
       KIV_ST_OK);
   const SharedSignal ready(arguments.at(2));
   const SharedSignal go(arguments.at(3));
@@ -36,9 +38,10 @@ const RegisteredRole holder("holder", [](const RoleArguments& arguments) {
 // Another process, which holds a file during the object's lifetime.
 class Holder {
  public:
-  Holder(const std::string& path, uint32_t shareFlags, bool failover = false)
+  Holder(const std::string& path, uint32_t shareFlags, bool failover = false,
+         uint32_t access = kReadWrite)
       : process_("holder", {path, std::to_string(shareFlags), ready_.name(), go_.name(),
-                            failover ? "failover" : "alone"}) {
+                            failover ? "failover" : "alone", std::to_string(access)}) {
     ready_.Await();
   }
   ~Holder() {
@@ -105,6 +108,27 @@ TEST_F(SharedFile, ThatDeniesNothingCanBeOpenedByBoth) {
   EXPECT_TRUE(CanOpenFor(kReadOnly));
   EXPECT_TRUE(CanOpenFor(kWriteOnly));
   EXPECT_TRUE(CanOpenFor(kReadWrite));
+}
+
+class SecurelySharedFile : public SharedFile {
+ protected:
+  void SetUp() override {
+    if (IsOnWine()) {
+      GTEST_SKIP() << "Microsoft documents secure sharing; Wine's runtime refuses the flag";
+    }
+  }
+};
+
+TEST_F(SecurelySharedFile, OpenedForReadingCanOnlyBeRead) {
+  const Holder held(path(), kDenySecure, false, kReadOnly);
+  EXPECT_TRUE(CanOpenFor(kReadOnly));
+  EXPECT_FALSE(CanOpenFor(kWriteOnly));
+}
+
+TEST_F(SecurelySharedFile, OpenedForWritingCannotBeOpened) {
+  const Holder held(path(), kDenySecure);
+  EXPECT_FALSE(CanOpenFor(kReadOnly));
+  EXPECT_FALSE(CanOpenFor(kWriteOnly));
 }
 
 TEST_F(SharedFile, CanBeOpenedAfterTheOtherProcessHasEnded) {

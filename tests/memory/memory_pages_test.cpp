@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
@@ -108,6 +109,22 @@ TEST_P(Pages, AreNotReleasedByAnAddressInTheirMiddle) {
                       GetParam().releaseFailure);
   EXPECT_TRUE(AllBytesAre(pages, 0, 2 * KIV_PAGE_UNIT));
   Free(pages);
+}
+
+// More than a table of a fixed size would hold, released in an order that leaves gaps.
+TEST_P(Pages, OfManyCallsAreReleasedOnceEach) {
+  constexpr size_t kCalls = 2000;
+  std::vector<unsigned char*> blocks;
+  for (size_t i = 0; i < kCalls; ++i) {
+    blocks.push_back(static_cast<unsigned char*>(Allocate(1)));
+    blocks.back()[0] = static_cast<unsigned char>(i);
+  }
+  for (size_t i = 0; i < kCalls; i += 2) Free(blocks[i]);
+  for (size_t i = 1; i < kCalls; i += 2) {
+    EXPECT_EQ(blocks[i][0], static_cast<unsigned char>(i)) << i;
+    Free(blocks[i]);
+    EXPECT_EQ(GetParam().free(nullptr, blocks[i]), GetParam().releaseFailure) << i;
+  }
 }
 
 TEST_P(Pages, KeepTheirContentWhenTheyGrow) {

@@ -25,6 +25,7 @@ constexpr uint32_t kDenyAll = 0x10;
 constexpr uint32_t kDenyWrite = 0x20;
 constexpr uint32_t kDenyRead = 0x30;
 constexpr uint32_t kDenyNone = 0x40;
+constexpr uint32_t kDenySecure = 0x80;  // all if it opens for writing, else writing
 constexpr uint32_t kBothPermissions = 0x180;
 constexpr uint32_t kFromStart = 0;
 constexpr uint32_t kFromHere = 1;

@@ -9,6 +9,9 @@
 
 namespace kiv {
 
+// The namespace gives the functions other names than those that the library's own sources compile.
+inline namespace stepped {
+
 class SpinlockGuard {
  public:
   explicit SpinlockGuard(KivSdSpinlock* lock) : lock_(lock) {
@@ -29,6 +32,7 @@ class SpinlockGuard {
   KivSdSpinlock* const lock_;
 };
 
+}  // namespace stepped
 }  // namespace kiv
 
 #endif
