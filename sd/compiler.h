@@ -21,6 +21,11 @@ namespace kiv {
 // The upper half of the 128-bit product.
 inline uint64_t HighProduct(uint64_t left, uint64_t right) { return __umulh(left, right); }
 
+// Starts to load a cache line. The address may be any.
+inline void Prefetch(const void* address) {
+  _mm_prefetch(static_cast<const char*>(address), _MM_HINT_T0);
+}
+
 }  // namespace kiv
 
 #else
@@ -35,6 +40,8 @@ inline uint64_t HighProduct(uint64_t left, uint64_t right) {
   __extension__ using Product = unsigned __int128;
   return static_cast<uint64_t>((static_cast<Product>(left) * right) >> 64);
 }
+
+inline void Prefetch(const void* address) { __builtin_prefetch(address); }
 
 }  // namespace kiv
 

@@ -1,6 +1,7 @@
 // The context record: create, read, free.
 #include <cstdio>
 
+#include "compiler.h"
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
@@ -10,6 +11,11 @@ namespace {
 constexpr char kSource[] = "sd/sdctxw32";
 constexpr uint32_t kLineRecordAlloc = 52;
 constexpr uint32_t kLineRecordFree = 86;
+
+// Out of line, so that callers who want no text save no registers.
+KIV_NOINLINE void PrintError(char* text, uint32_t osError) {
+  std::sprintf(text, "%d", static_cast<int>(osError));
+}
 
 }  // namespace
 
@@ -36,11 +42,10 @@ uint32_t KivSdTerm(KivSdContext* ctx) {
 
 uint32_t KivSdLastErrGet(const KivSdContext* ctx, uint32_t length, char* text, uint32_t* osError) {
   if (ctx == nullptr) return KIV_ST_ARGUMENT;
+  const uint32_t error = ctx->osError;
+  if (osError != nullptr) *osError = error;
   // Compatibility: the length only decides whether the text is written; it does not bound it. Hosts
   // pass a constant and a buffer that holds any number.
-  if (length > 1 && text != nullptr) {
-    std::sprintf(text, "%d", static_cast<int>(ctx->osError));
-  }
-  if (osError != nullptr) *osError = ctx->osError;
+  if (length > 1 && text != nullptr) PrintError(text, error);
   return KIV_ST_OK;
 }

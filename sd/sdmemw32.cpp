@@ -5,6 +5,7 @@
 // in what a failed reallocation leaves allocated.
 #include <cstring>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/memory.h"
 #include "memheap/switches.h"
@@ -31,6 +32,45 @@ uint32_t PageBytes(uint32_t pageCount) {
 uint32_t ReportBlock(KivSdContext* ctx, uint32_t status, const void* block) {
   if (block == nullptr) return Report(ctx, KIV_ST_OUT_OF_MEMORY, os::LastError());
   return Report(ctx, status);
+}
+
+constexpr uint32_t kVectorBytes = 16;  // of the largest registers that every processor has
+
+struct Vector {
+  unsigned char bytes[kVectorBytes];
+};
+
+Vector Load(const unsigned char* from) {
+  Vector vector;
+  std::memcpy(&vector, from, sizeof vector);
+  return vector;
+}
+
+void Store(unsigned char* to, Vector vector) { std::memcpy(to, &vector, sizeof vector); }
+
+// Copies two to four vectors without a call. All are loaded before the first is stored, because the
+// regions may overlap. Unless there are four, those of the back repeat bytes of the front.
+void MoveVectors(void* destination, const void* source, uint32_t lengthBytes) {
+  const auto* from = static_cast<const unsigned char*>(source);
+  auto* to = static_cast<unsigned char*>(destination);
+  const uint32_t last = lengthBytes - kVectorBytes;
+  const Vector first = Load(from);
+  const Vector second = Load(from + kVectorBytes);
+  const Vector third = Load(from + last - kVectorBytes);
+  const Vector fourth = Load(from + last);
+  Store(to, first);
+  Store(to + kVectorBytes, second);
+  Store(to + last - kVectorBytes, third);
+  Store(to + last, fourth);
+}
+
+// Out of line, so that short copies save no registers.
+KIV_NOINLINE void MoveBytes(void* destination, const void* source, uint32_t lengthBytes) {
+  if (lengthBytes != 0) std::memmove(destination, source, lengthBytes);
+}
+
+bool IsTwoToFourVectors(uint32_t lengthBytes) {
+  return lengthBytes - 2 * kVectorBytes <= 2 * kVectorBytes;
 }
 
 uint32_t LockStatus(uint32_t osError) {
@@ -81,8 +121,11 @@ uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBloc
 // Never writes a record, because other operations call it with their caller's record.
 uint32_t KivSdMemCopy(KivSdContext* /*ctx*/, void* destination, const void* source,
                       uint32_t lengthBytes) {
-  if (destination != nullptr && source != nullptr && lengthBytes != 0) {
-    std::memmove(destination, source, lengthBytes);
+  if (destination == nullptr || source == nullptr) return KIV_ST_OK;
+  if (IsTwoToFourVectors(lengthBytes)) {
+    MoveVectors(destination, source, lengthBytes);
+  } else {
+    MoveBytes(destination, source, lengthBytes);
   }
   return KIV_ST_OK;
 }

@@ -17,10 +17,10 @@ struct Heap;
 //
 //   in use  0 at byte 16; the payload from byte 24 on
 //   parked  link of the quick list at byte 16
-//   free    links of the bin's ring and the bin's number
+//   free    links of the bin's ring, the bin's number, and a word that shortens searches
 //
-//   0      4               8      16            24     32
-//   | size | previous size | heap | next or 0   | prev | bin
+//   0      4               8      16            24     32    36
+//   | size | previous size | heap | next or 0   | prev | bin | search
 struct Block {
   uint32_t sizeBytes;      // header included; a multiple of 8
   uint32_t previousBytes;  // size of the block before this one in the arena; 0 for the first
@@ -28,6 +28,7 @@ struct Block {
   Block* next;             // null while in use
   Block* prev;             // of a free block
   uint32_t bin;            // of a free block
+  uint32_t search;         // of a free block: a bound or a hint, see bins.cpp
 };
 static_assert(offsetof(Block, sizeBytes) == 0, "heap block layout");
 static_assert(offsetof(Block, previousBytes) == 4, "heap block layout");
@@ -35,10 +36,12 @@ static_assert(offsetof(Block, heap) == 8, "heap block layout");
 static_assert(offsetof(Block, next) == 16, "heap block layout");
 static_assert(offsetof(Block, prev) == 24, "heap block layout");
 static_assert(offsetof(Block, bin) == 32, "heap block layout");
+static_assert(offsetof(Block, search) == 36, "heap block layout");
 
 constexpr uint32_t kBlockHeaderBytes = 24;
 constexpr uint32_t kMinPayloadBytes = 24;
 constexpr uint32_t kMinFreeBytes = 40;  // room for the links of a free block
+static_assert(sizeof(Block) == kMinFreeBytes);
 
 inline void* PayloadOf(Block* block) { return reinterpret_cast<char*>(block) + kBlockHeaderBytes; }
 

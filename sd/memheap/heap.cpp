@@ -57,6 +57,7 @@ void BinMerged(Heap* heap, Block* block, const Merge& merge, uint32_t bin) {
   if (merge.previous == nullptr) block->heap = nullptr;
   if (merge.previous != nullptr && merge.previous->bin == bin) {
     if (merge.next != nullptr) RemoveFromBin(heap, merge.next);
+    RaiseBound(heap, bin, merge.sizeBytes);
     return;
   }
   if (merge.previous != nullptr) RemoveFromBin(heap, merge.previous);
@@ -70,8 +71,8 @@ void BinMerged(Heap* heap, Block* block, const Merge& merge, uint32_t bin) {
 
 void Coalesce(Heap* heap, Block* block) {
   const Merge merge = FindNeighbours(*heap, block);
-  BinMerged(heap, block, merge, BinOf(merge.sizeBytes));
   merge.start->sizeBytes = merge.sizeBytes;
+  BinMerged(heap, block, merge, BinOf(merge.sizeBytes));
   UpdateNeighbour(*heap, merge.start);
 }
 
@@ -109,9 +110,7 @@ void kiv::InitializeHeap(Heap* heap, uint32_t arenaBytes, KivSdSpinlock* lock) {
 }
 
 void* kiv::AllocateFromHeap(Heap* heap, uint32_t sizeBytes) {
-  if (sizeBytes <= kLargestDirectBytes) {
-    if (void* payload = TryAllocate(heap, sizeBytes)) return payload;
-  }
+  if (void* payload = TryAllocate(heap, sizeBytes)) return payload;
   const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
   Block* block = FindFree(heap, neededBytes);
   if (block == nullptr && heap->parked.load(std::memory_order_relaxed) != 0) {

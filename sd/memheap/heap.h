@@ -35,6 +35,7 @@ struct Heap {
   char* arenaEnd;                    // just past the last block
   std::atomic<uint32_t> parked;      // blocks on the quick lists. A probe
   std::atomic<uint8_t> skip[kBins];  // 0: the bin has a block; else how far the next lies. A probe
+  uint32_t unservedBytes;            // every free block is smaller, and every bound of a bin
   Heap* ringNext;                    // ring that the heap belongs to
   Heap* ringPrev;
   std::atomic<uint32_t> index;  // slot it serves, kSpareHeapIndex or kShortHeapIndex
@@ -48,6 +49,7 @@ static_assert(offsetof(Heap, bins) == 176, "heap layout");
 static_assert(offsetof(Heap, arenaEnd) == 432, "heap layout");
 static_assert(offsetof(Heap, parked) == 440, "heap layout");
 static_assert(offsetof(Heap, skip) == 444, "heap layout");
+static_assert(offsetof(Heap, unservedBytes) == 476, "heap layout");
 static_assert(offsetof(Heap, ringNext) == 480, "heap layout");
 static_assert(offsetof(Heap, ringPrev) == 488, "heap layout");
 static_assert(offsetof(Heap, index) == 496, "heap layout");
@@ -95,6 +97,11 @@ inline uint32_t NextFilledBin(const Heap& heap, uint32_t bin) {
   if (bin + 1 >= kBins) return kBins;
   const uint32_t next = bin + 1 + heap.skip[bin + 1].load(std::memory_order_relaxed);
   return next < kBins ? next : kBins;
+}
+
+// Whether a search for a block of sizeBytes bytes may change the heap or succeed.
+inline bool MayFind(const Heap& heap, uint32_t sizeBytes) {
+  return heap.parked.load(std::memory_order_relaxed) != 0 || sizeBytes < heap.unservedBytes;
 }
 
 // Whether the heap may have a block for a size of this bin. A probe: without the lock the result

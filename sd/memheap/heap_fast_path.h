@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 
+#include "memheap/bins.h"
 #include "memheap/block.h"
 #include "memheap/heap.h"
 
@@ -49,37 +50,36 @@ inline void* HandOut(Heap* heap, Block* block) {
 
 // ---- Fast paths ----
 
-// The smallest block size of each bin.
-inline constexpr std::array<uint32_t, kBins> kMinBytesOfBin = [] {
-  std::array<uint32_t, kBins> least = {};
-  for (uint32_t bin = 0; bin < kBins; ++bin) {
+// The smallest rest of a block of each bin that is split and stays in its bin.
+inline constexpr std::array<uint32_t, kBins> kMinRestOfBin = [] {
+  std::array<uint32_t, kBins> least = {kMinFreeBytes};
+  for (uint32_t bin = 1; bin < kBins; ++bin) {
     least[bin] = bin <= 16 ? bin * 128 : (bin - 15) * 2048;
   }
   return least;
 }();
 static_assert([] {
   for (uint32_t bin = 0; bin < kBins; ++bin) {
-    if (BinOf(kMinBytesOfBin[bin]) != bin) return false;
+    if (BinOf(kMinRestOfBin[bin]) != bin) return false;
+    if (bin != 0 && BinOf(kMinRestOfBin[bin] - 1) != bin - 1) return false;
   }
   return true;
 }());
 
-// The largest request for a block of 2048 bytes. Up to there bins are 128 bytes wide.
-constexpr uint32_t kLargestDirectBytes = 2048 - kBlockHeaderBytes;
-
-// Fast path: if the request's bin is empty, cuts the tail off the next filled bin's first block,
-// provided that the rest stays in that bin. Returns null otherwise.
+// Fast path: cuts the tail off the first block in which a search would look, provided that the rest
+// stays in its bin. Returns null otherwise.
 inline void* TryCarve(Heap* heap, uint32_t neededBytes) {
-  const size_t bin = neededBytes / 128;
+  const uint32_t bin = BinOf(neededBytes);
   const size_t filled = bin + heap->skip[bin].load(std::memory_order_relaxed);
-  if (filled == bin || filled >= kBins) return nullptr;
+  if (filled >= kBins) return nullptr;
   Block* block = heap->bins[filled];
-  if (block->sizeBytes < neededBytes + kMinBytesOfBin[filled]) return nullptr;
+  if (block->sizeBytes < neededBytes + kMinRestOfBin[filled] || block->heap != nullptr) {
+    return nullptr;
+  }
   return HandOut(heap, CutTail(*heap, block, neededBytes));
 }
 
-// Fast path of AllocateFromHeap for requests up to kLargestDirectBytes. Null does not mean that the
-// heap has no room.
+// Fast path of AllocateFromHeap. Null does not mean that the heap has no room.
 inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
   const uint32_t payloadBytes = PayloadBytes(sizeBytes);
   // List 0 is always empty, so "no list" and "empty list" share one predictable branch.
@@ -93,14 +93,15 @@ inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
 // Fast path for a block that TryCarve cut: merges it into the block before it, if that one is free
 // and stays in its bin, and the block after it is not free. Returns false otherwise, with nothing
 // changed.
-inline bool TryMergeBack(const Heap& heap, Block* block) {
+inline bool TryMergeBack(Heap* heap, Block* block) {
   if (block->previousBytes == 0) return false;
   Block* previous = Before(block);
   Block* after = After(block);
-  const bool isLast = !IsInside(heap, after);
+  const bool isLast = !IsInside(*heap, after);
   if (previous->heap != nullptr || (!isLast && after->heap == nullptr)) return false;
   const uint32_t mergedBytes = previous->sizeBytes + block->sizeBytes;
   if (BinOf(mergedBytes) != previous->bin) return false;
+  RaiseBound(heap, previous->bin, mergedBytes);
   previous->sizeBytes = mergedBytes;
   if (!isLast) after->previousBytes = mergedBytes;
   return true;
@@ -109,7 +110,7 @@ inline bool TryMergeBack(const Heap& heap, Block* block) {
 // Fast path of FreeToHeap. Returns false, with nothing changed, if only FreeToHeap can free it.
 inline bool TryFree(Heap* heap, Block* block) {
   const size_t payloadBytes = block->sizeBytes - kBlockHeaderBytes;
-  if (payloadBytes > kLargestParkedBytes) return TryMergeBack(*heap, block);
+  if (payloadBytes > kLargestParkedBytes) return TryMergeBack(heap, block);
   Park(heap, QuickListOf(payloadBytes), block);
   return true;
 }

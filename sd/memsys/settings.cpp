@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "memheap/heap_fast_path.h"
 #include "memsys/configuration.h"
 
 using namespace kiv;
@@ -71,8 +70,7 @@ void ValidateMemorySettings(MemorySettings* settings) {
         std::clamp(settings->shortHeapBytes, kMinShortHeapBytes, kMaxShortHeapBytes);
   }
   settings->largestBlockBytes = std::min(settings->largestBlockBytes, kMaxLargestBlockBytes);
-  settings->directBytes =
-      settings->blockStatistics ? 0 : std::min(settings->largestBlockBytes, kLargestDirectBytes);
+  settings->directBytes = settings->blockStatistics ? 0 : settings->largestBlockBytes;
 }
 
 void ListMemoryConfiguration(const MemorySettings& settings) {

@@ -15,7 +15,9 @@ namespace {
 constexpr char kSource[] = "sd/memheap";
 
 void* AllocateFromOtherHeaps(Heap* current, uint32_t sizeBytes) {
+  const uint32_t neededBytes = PayloadBytes(sizeBytes) + kBlockHeaderBytes;
   for (Heap* heap = current->ringNext; heap != current; heap = heap->ringNext) {
+    if (!MayFind(*heap, neededBytes)) continue;
     if (void* payload = AllocateFromHeap(heap, sizeBytes)) return payload;
   }
   return nullptr;

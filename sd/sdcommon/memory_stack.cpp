@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/memory.h"
 #include "kivsdu/system.h"
@@ -107,6 +108,22 @@ uint32_t GrowFor(KivSdMemStack* stack, uint32_t sizeBytes) {
   return KIV_ST_OK;
 }
 
+// Yields a piece at the top and advances the top past it.
+uint32_t Push(KivSdContext* ctx, KivSdMemStack* stack, uint32_t sizeBytes, void** out) {
+  *out = Bytes(stack->top) + stack->topOffset;
+  stack->topOffset = AlignUp(stack->topOffset + sizeBytes, stack->alignment);
+  return Report(ctx, KIV_ST_OK);
+}
+
+// Full path of a push that does not fit the top block. Out of line, so that other pushes save no
+// registers.
+KIV_NOINLINE uint32_t PushToNewBlock(KivSdContext* ctx, KivSdMemStack* stack, uint32_t sizeBytes,
+                                     void** out) {
+  if (sizeBytes > stack->maxAllocBytes - stack->headerBytes) return Report(ctx, KIV_ST_ARGUMENT);
+  const uint32_t status = GrowFor(stack, sizeBytes);
+  return status == KIV_ST_OK ? Push(ctx, stack, sizeBytes, out) : Report(ctx, status);
+}
+
 // Fills the record. The system queries for the page size and the largest allocation may fail.
 uint32_t Prepare(KivSdMemStack* stack, uint32_t alignment) {
   *stack = KivSdMemStack{};
@@ -194,16 +211,10 @@ uint32_t KivSdMemStackCreate(KivSdContext* ctx, KivSdMemStack** out, uint32_t al
 
 uint32_t KivSdMemStackAllocAndPush(KivSdContext* ctx, KivSdMemStack* stack, uint32_t sizeBytes,
                                    void** out) {
-  if (stack == nullptr || out == nullptr || sizeBytes > stack->maxAllocBytes - stack->headerBytes) {
-    return Report(ctx, KIV_ST_ARGUMENT);
-  }
-  if (!FitsTop(*stack, sizeBytes)) {
-    const uint32_t status = GrowFor(stack, sizeBytes);
-    if (status != KIV_ST_OK) return Report(ctx, status);
-  }
-  *out = Bytes(stack->top) + stack->topOffset;
-  stack->topOffset = AlignUp(stack->topOffset + sizeBytes, stack->alignment);
-  return Report(ctx, KIV_ST_OK);
+  if (stack == nullptr || out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
+  // No block is larger than the largest allocation, so a piece that fits needs no other check.
+  return FitsTop(*stack, sizeBytes) ? Push(ctx, stack, sizeBytes, out)
+                                    : PushToNewBlock(ctx, stack, sizeBytes, out);
 }
 
 uint32_t KivSdMemStackPopAndFree(KivSdContext* ctx, KivSdMemStack* stack, const void* address) {

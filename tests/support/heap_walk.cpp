@@ -76,6 +76,8 @@ std::string HeapWalk::LookAtBin(uint32_t index) {
   ring.clear();
   if (heap_.skip[index].load() != 0) return {};
   const Block* block = heap_.bins[index];
+  const uint32_t boundBytes = block->search;
+  if (boundBytes >= heap_.unservedBytes) return "the bound is a size that no bin serves";
   do {
     if (!MayBeBlock(block)) return "a link leads out of the arena";
     const uint32_t offset = OffsetIn(heap_, block);
@@ -85,6 +87,7 @@ std::string HeapWalk::LookAtBin(uint32_t index) {
     if (HeapModel::BinOf(block->sizeBytes) != index && !IsWholeArena(*block)) {
       return At(offset, "is of a size for another bin");
     }
+    if (block->sizeBytes > boundBytes) return At(offset, "is above the bound");
     if (!MayBeBlock(block->next) || block->next->prev != block) {
       return At(offset, "is not its successor's predecessor");
     }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -91,6 +92,9 @@ bool Leave(const void* handle) {
   std::free(found);
   return true;
 }
+
+// The handle of the main program, once it has been asked for.
+std::atomic<void*> mainModule{nullptr};
 
 // The main program's handle needs no entry in the list: the main program is never unloaded.
 bool IsMain(const void* handle) { return handle != nullptr && handle == MainModule(); }
@@ -219,8 +223,13 @@ ValueResult<void*> FindEntry(void* module, const char* name) {
 }
 
 void* MainModule() {
+  // relaxed: every thread finds the same handle, and only the loader follows it.
+  void* known = mainModule.load(std::memory_order_relaxed);
+  if (known != nullptr) return known;
   void* handle = dlopen(nullptr, RTLD_LAZY);
-  if (handle != nullptr) dlclose(handle);  // the handle stays valid while the program runs
+  if (handle == nullptr) return nullptr;
+  dlclose(handle);  // the handle stays valid while the program runs
+  mainModule.store(handle, std::memory_order_relaxed);
   return handle;
 }
 
