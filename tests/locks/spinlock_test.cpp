@@ -110,6 +110,7 @@ TEST(SpinlockDesign, IsTicketsForEveryFlagButZero) {
   ASSERT_NE(lock, nullptr);
   KivSdSpinlockAcquire(lock, kMe);
   EXPECT_EQ(FieldOf<int32_t>(lock, kNext).load(), 1);
+  KivSdSpinlockRelease(lock);
   KivSdSpinlockDestroy(nullptr, lock);
   KivSdSetHardwareAcceleration(0);
 }
@@ -218,6 +219,7 @@ TEST_P(Spinlock, IgnoresTheArgumentsOfCreateAndDestroy) {
   KivSdSpinlock* lock = KivSdSpinlockCreate(this, 0xFFFFFFFF);
   ASSERT_NE(lock, nullptr);
   KivSdSpinlockAcquire(lock, kMe);
+  KivSdSpinlockRelease(lock);
   KivSdSpinlockDestroy(this, lock);
   KivSdSpinlockDestroy(nullptr, nullptr);
 }

@@ -76,7 +76,7 @@ TEST(Front, HeapBlocksHaveTheirSizeAndHeapInTheirHeader) {
     EXPECT_EQ(ReadAt<uint32_t>(heap, 8), 6005u);
     EXPECT_GE(static_cast<char*>(block), heap + 504 + 24);
     EXPECT_LE(static_cast<char*>(block) + c.block - 24, heap + kHeapBytes);
-    Fill(block, c.block - 24, c.size);
+    Fill(block, c.size, c.size);
     EXPECT_EQ(BlockBytes(block), c.block);
     Free(block);
   }
