@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "os/lnx/brief_wait.h"
 #include "os/lnx/futex.h"
 #include "os/lnx/transfer_queue.h"
 #include "os/lnx/waits.h"
@@ -99,13 +100,23 @@ class Waiter {
 
 ObjectWord* WordIn(Slot* slot) { return &ContentOf<EventContent>(slot)->word; }
 
+// Open, and no reason to do more than look. relaxed: the caller looks again.
+bool IsUnsignalled(const ObjectWord& word, uint64_t identity) {
+  const uint64_t state = word.load(std::memory_order_relaxed);
+  return IsOpen(state, identity) && !IsSignalled(state) && !HasTransfers(state);
+}
+
 // What a passing thread leaves of a signalled event.
 uint64_t AfterPassing(uint64_t state) { return IsManual(state) ? state : state & ~kSignalled; }
 
 [[gnu::noinline]] Wait WaitSlowly(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
   ObjectWord* word = WordIn(slot);
   // A thread that only tests the event must not miss a transfer that has ended already.
-  if (HasTransfers(word->load(std::memory_order_relaxed))) CollectEndedTransfers();
+  if (HasTransfers(word->load(std::memory_order_relaxed))) {
+    CollectEndedTransfers();
+  } else if (timeoutMs != 0) {
+    LookBriefly([=] { return !IsUnsignalled(*word, identity); });
+  }
   uint64_t state = word->load(std::memory_order_relaxed);
   while (IsOpen(state, identity)) {
     const bool passes = IsSignalled(state);
