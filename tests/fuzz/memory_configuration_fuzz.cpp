@@ -4,19 +4,16 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "fuzz/input.h"
 #include "memsys/configuration.h"
 
 namespace {
 
+using kiv::fuzz::Check;
+
 // The output is discarded, but it must be written so that the formatting code runs.
 void SilenceStandardOutput() {
   if (std::freopen("/dev/null", "w", stdout) == nullptr) std::abort();
-}
-
-void Check(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", what);
-  std::abort();
 }
 
 template <typename Number>

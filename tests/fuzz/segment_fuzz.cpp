@@ -1,8 +1,6 @@
 // The fuzzer's bytes act as the peer of a shared memory segment: they decide the contents of the
 // halves, when these change, and the results of the semaphores. An operation may touch only its own
 // half of the area; the rest is poisoned. The caller's buffers have the smallest size allowed.
-#include <sanitizer/asan_interface.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -10,43 +8,21 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz/input.h"
+#include "fuzz/poison.h"
 #include "kivsdu/segment.h"
 #include "kivsdu/status.h"
 #include "support/segment_calls.h"
 
 namespace {
 
+using kiv::fuzz::Check;
+using kiv::fuzz::Input;
+using kiv::fuzz::Poison;
+using kiv::fuzz::Unpoison;
+
 constexpr int kMaxRequests = 60;
 constexpr uint32_t kMaxBytes = 5000;
-
-void Check(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "does not hold: %s\n", what);
-  std::abort();
-}
-
-// The input, consumed piece by piece; reads as zeros after its end.
-class Input {
- public:
-  Input(const uint8_t* bytes, size_t count) : at_(bytes), end_(bytes + count) {}
-
-  bool IsAtEnd() const { return at_ == end_; }
-  uint8_t Byte() { return IsAtEnd() ? uint8_t{0} : *at_++; }
-  uint32_t Word() {
-    uint32_t word = 0;
-    Fill(reinterpret_cast<unsigned char*>(&word), sizeof word);
-    return word;
-  }
-  void Fill(unsigned char* to, size_t count) {
-    const size_t taken = std::min(count, static_cast<size_t>(end_ - at_));
-    std::memcpy(to, at_, taken);
-    at_ += taken;
-  }
-
- private:
-  const uint8_t* at_;
-  const uint8_t* end_;
-};
 
 alignas(4096) unsigned char area[KIV_SEGMENT_AREA_BYTES];
 
@@ -59,13 +35,13 @@ class Peer : public kiv::test::SegmentCalls {
     read_ = first + (kind == 1 ? 2048 : 0);
     written_ = first + (kind == 1 ? 0 : 2048);
   }
-  ~Peer() override { __asan_unpoison_memory_region(area, sizeof area); }
+  ~Peer() override { Unpoison(area, sizeof area); }
 
   // Unpoisons the half that the next operation may touch, and nothing else.
   void Expose(bool reading) {
     reading_ = reading;
-    __asan_poison_memory_region(area, sizeof area);
-    __asan_unpoison_memory_region(reading ? read_ : written_, KIV_SEGMENT_HALF_BYTES);
+    Poison(area, sizeof area);
+    Unpoison(reading ? read_ : written_, KIV_SEGMENT_HALF_BYTES);
   }
 
   uint32_t Request(KivSdContext*, uint16_t, KivSdShSemSet*, uint32_t) override {
