@@ -29,6 +29,14 @@ uint32_t RunRoutine(void* argument) noexcept {
   }
 }
 
+template <class Routine, class Owner>
+inline constexpr bool kIsRoutineOf =
+    std::is_invocable<std::add_lvalue_reference_t<std::decay_t<Routine>>>::value &&
+    !std::is_same_v<std::decay_t<Routine>, Owner>;
+
+template <class Routine, class Owner>
+concept RoutineOf = kIsRoutineOf<Routine, Owner>;
+
 }  // namespace detail
 
 // A thread. The destructor waits until the thread has ended.
@@ -41,18 +49,15 @@ class Thread {
   //   routine     called without arguments on a copy of itself. Its result is the exit code if that
   //               is a number; else the exit code is 0
   //   stackBytes  0 for the system's default
-  template <class Routine>
-  requires std::invocable < std::decay_t<Routine>
-  & > &&(!std::same_as<std::decay_t<Routine>, Thread>)explicit Thread(Routine&& routine,
-                                                                      uint32_t stackBytes = 0) {
+  template <detail::RoutineOf<Thread> Routine>
+  explicit Thread(Routine&& routine, uint32_t stackBytes = 0) {
     ErrorCode error;
     Start(std::forward<Routine>(routine), stackBytes, error);
     ThrowIfFailed(error, "start a thread");
   }
   // Throws std::bad_alloc if there is no memory for the copy of the routine.
-  template <class Routine>
-  requires std::invocable < std::decay_t<Routine>
-  & > Thread(Routine&& routine, uint32_t stackBytes, ErrorCode& error) {
+  template <detail::RoutineOf<Thread> Routine>
+  Thread(Routine&& routine, uint32_t stackBytes, ErrorCode& error) {
     Start(std::forward<Routine>(routine), stackBytes, error);
   }
 
