@@ -178,6 +178,12 @@ void RemoveLink(FaultRun& run) {
   const std::string path = folder.Path("file");
   run.Call([&](KivSdContext* ctx) { return KivSdUnLink(ctx, path.c_str()); });
 }
+void MakeLink(FaultRun& run) {
+  const OpenFile open;
+  const std::string link = open.folder.Path("link");
+  run.Call(
+      [&](KivSdContext* ctx) { return KivSdCreateLink(ctx, open.path.c_str(), link.c_str(), 0); });
+}
 void MakeCanonical(FaultRun& run) {
   char path[KIV_SYSTEM_PATH_MAX] = {};
   run.Call([&](KivSdContext*) { return KivSdFileGetCanonicalPath("a/../b", sizeof(path), path); });
@@ -208,6 +214,18 @@ void FindClose(FaultRun& run) {
   KivSdFindRecord record = {};
   EXPECT_EQ(KivSdFileFindFirst(nullptr, pattern.c_str(), 0, &record), KIV_ST_OK);
   run.Call([&](KivSdContext* ctx) { return KivSdFileFindClose(ctx, &record); });
+}
+
+void FindNames(FaultRun& run) {
+  const OpenFile open;
+  open.folder.Write("other", "x");
+  const std::string pattern = open.folder.Path("*");
+  char** names = nullptr;
+  uint32_t count = 0;
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdFileFind(nullptr, ctx, nullptr, pattern.c_str(), 0, &names, &count);
+  });
+  KivSdFileFreeNames(nullptr, names, count);
 }
 
 // ---- Mapped files ----
@@ -255,6 +273,32 @@ void ReadMapped(FaultRun& run) {
 void FlushMapped(FaultRun& run) {
   MappedFile mapped;
   run.Call([&](KivSdContext* ctx) { return KivSdMMAPFileFlush(ctx, 0, &mapped.handle); });
+}
+
+void ReadMappedAt(FaultRun& run) {
+  MappedFile mapped;
+  EXPECT_EQ(KivSdMMAPFileWrite(nullptr, &mapped.handle, "abc", 3, &number), KIV_ST_OK);
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdMMAPFilePRead(ctx, &mapped.handle, buffer, 0, 3, &number);
+  });
+}
+void WriteMappedAt(FaultRun& run) {
+  MappedFile mapped;
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdMMAPFilePWrite(ctx, &mapped.handle, "abc", 0, 3, &number, nullptr);
+  });
+}
+void SeekMapped(FaultRun& run) {
+  MappedFile mapped;
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdMMAPFileLSeek(ctx, &mapped.handle, 0, KIV_SEEK_START, &number);
+  });
+}
+void SetMappedEnd(FaultRun& run) {
+  MappedFile mapped;
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdMMAPFileSetEndOfFile(ctx, &mapped.handle, 4, &number, nullptr);
+  });
 }
 
 // ---- Direct I/O ----
@@ -417,6 +461,45 @@ void WriteUnderLease(FaultRun& run) {
   EXPECT_EQ(pause.pause.leases, 0);
 }
 
+void AppendUnderLease(FaultRun& run) {
+  Pause pause;
+  const OpenFile open;
+  run.Call([&](KivSdContext* ctx) {
+    pause.lease.ctx = ctx;
+    return KivSdLeasedFileWrite(&pause.lease, open.file, "abc", 3, &number);
+  });
+  EXPECT_EQ(pause.pause.leases, 0);
+}
+void ReturnLease(FaultRun& run) {
+  Pause pause;
+  EXPECT_EQ(KivSdGetWriteIOLease(&pause.lease), KIV_ST_OK);
+  run.Call([&](KivSdContext*) { return KivSdReleaseWriteIOLease(&pause.lease); });
+  EXPECT_EQ(pause.pause.leases, 0);
+}
+// A pauser that could not pause changes nothing, or leaves the pause in force.
+void PauseWriters(FaultRun& run) {
+  Pause pause;
+  run.Call([&](KivSdContext*) { return KivSdPauseWriteIO(&pause.lease, 0); });
+  KivSdUnpauseWriteIO(&pause.lease);
+  EXPECT_EQ(pause.pause.paused, 0u);
+}
+void UnpauseWriters(FaultRun& run) {
+  Pause pause;
+  EXPECT_EQ(KivSdPauseWriteIO(&pause.lease, 0), KIV_ST_OK);
+  run.Call([&](KivSdContext*) { return KivSdUnpauseWriteIO(&pause.lease); });
+  EXPECT_EQ(pause.pause.paused, 0u);
+}
+
+// Failures of the gates are ignored: waiting writers and the pauser look again. A node of the lock
+// without kernel objects waits by spinning.
+const std::vector<FaultOutcome> kPauseOutcomes = {
+    {"malloc", KIV_ST_OUT_OF_MEMORY},   {"malloc", KIV_ST_OK},
+    {"CreateMutexA", KIV_ST_OK},        {"CreateSemaphoreA", KIV_ST_OK},
+    {"CreateEventA", KIV_ST_OK},        {"SetEvent", KIV_ST_OK},
+    {"ResetEvent", KIV_ST_OK},          {"WaitForSingleObject", KIV_ST_EVENT_WAIT},
+    {"WaitForSingleObject", KIV_ST_OK},
+};
+
 const FaultScenario kScenarios[] = {
     {"KivSdFileCreate", OpenIn<Create>, {{"_creat", KIV_ST_FILE_CREATE}}},
     {"KivSdFileOpen", OpenIn<OpenPlain>, {{"_open", KIV_ST_FILE_OPEN}}},
@@ -557,6 +640,40 @@ const FaultScenario kScenarios[] = {
      {{"SetFilePointer", KIV_ST_DIRECT_POINTER_SET}, {"SetEndOfFile", KIV_ST_DIRECT_SET_END}}},
     {"KivSdDirectIONoWaitCbsInit", MakeRecords, {{"CreateEventA", KIV_ST_EVENT_CREATE}}},
     {"KivSdDirectIONoWaitCbsTerm", EndRecords, {{"CloseHandle", KIV_ST_EVENT_CLOSE}}},
+    {"KivSdCreateLink", MakeLink, {{"CreateHardLinkA", KIV_ST_FILE_CREATE}}},
+    {"KivSdFileFind",
+     FindNames,
+     {{"FindFirstFileA", KIV_ST_OK},
+      {"FindNextFileA", KIV_ST_FIND_NEXT},
+      {"FindClose", KIV_ST_OK},
+      {"GetFullPathNameA", KIV_ST_OK},
+      {"malloc", KIV_ST_OUT_OF_MEMORY, kAny, Recording::kNoError},
+      {"malloc", KIV_ST_OK},
+      {"realloc", KIV_ST_OUT_OF_MEMORY, kAny, Recording::kNoError}}},
+    {"KivSdMMAPFilePRead",
+     ReadMappedAt,
+     {{"_get_osfhandle", KIV_ST_FILE_READ}, {"ReadFile", KIV_ST_FILE_READ}},
+     {},
+     Recording::kNoError},
+    {"KivSdMMAPFilePWrite",
+     WriteMappedAt,
+     {{"_get_osfhandle", KIV_ST_FILE_READ},
+      {"WriteFile", KIV_ST_FILE_WRITE},
+      {"WriteFile", KIV_ST_DISK_FULL, ENOSPC}}},
+    {"KivSdMMAPFileLSeek", SeekMapped, {{"_lseek", KIV_ST_FILE_SEEK}}, {}, Recording::kNoError},
+    {"KivSdMMAPFileSetEndOfFile",
+     SetMappedEnd,
+     {{"_chsize", KIV_ST_DIRECT_SET_END}, {"_chsize", KIV_ST_DISK_FULL, ENOSPC}}},
+    {"KivSdLeasedFileWrite",
+     AppendUnderLease,
+     {{"_write", KIV_ST_FILE_WRITE}, {"_write", KIV_ST_DISK_FULL, ENOSPC}}},
+    {"KivSdReleaseWriteIOLease",
+     ReturnLease,
+     {{"SetEvent", KIV_ST_EVENT_CLEAR}},
+     {},
+     Recording::kNothing},
+    {"KivSdPauseWriteIO", PauseWriters, kPauseOutcomes, {}, Recording::kNothing},
+    {"KivSdUnpauseWriteIO", UnpauseWriters, kPauseOutcomes, {}, Recording::kNothing},
     {"KivSdGetWriteIOLease", TakeLease, {}, {}, Recording::kNothing},
     {"KivSdLeasedFilePWrite",
      WriteUnderLease,

@@ -236,6 +236,25 @@ void WaitForCountingEventWithLimit(FaultRun& run) {
 
 uint32_t Return(void*) { return 0; }
 
+// A thread that passes a gate. The owner opens it.
+struct Waiter {
+  explicit Waiter(KivHandle* gate) : gate(gate) {
+    EXPECT_EQ(KivSdThreadCreate(nullptr, Pass, 0, 0, gate, &id, &thread), KIV_ST_OK);
+  }
+  ~Waiter() {
+    KivSdEventClear(nullptr, gate);
+    KivSdThreadJoin(nullptr, &thread);
+    KivSdThreadDelete(nullptr, &thread);
+  }
+  static uint32_t Pass(void* gate) {
+    return KivSdEventWait(nullptr, static_cast<KivHandle*>(gate), KIV_WAIT_INFINITE);
+  }
+
+  KivHandle* gate;
+  uint32_t id = 0;
+  KivHandle thread = nullptr;
+};
+
 struct Thread {
   Thread() { EXPECT_EQ(KivSdThreadCreate(nullptr, Return, 0, 0, nullptr, &id, &handle), 0u); }
   ~Thread() {
@@ -286,6 +305,29 @@ void GetClass(FaultRun& run) {
 void SetClass(FaultRun& run) {
   run.Call([&](KivSdContext* ctx) {
     return KivSdProcessPrioritySet(ctx, nullptr, -1, KIV_PRIORITY_CLASS_NORMAL);
+  });
+}
+
+void SuspendThread(FaultRun& run) {
+  Gate gate;
+  KivSdEventSet(nullptr, &gate.handle);
+  Waiter waiter(&gate.handle);
+  run.Call([&](KivSdContext* ctx) { return KivSdThreadSuspend(ctx, &waiter.thread); });
+  KivSdThreadResume(nullptr, &waiter.thread);
+}
+void ResumeThread(FaultRun& run) {
+  Gate gate;
+  KivSdEventSet(nullptr, &gate.handle);
+  Waiter waiter(&gate.handle);
+  KivSdThreadSuspend(nullptr, &waiter.thread);
+  run.Call([&](KivSdContext* ctx) { return KivSdThreadResume(ctx, &waiter.thread); });
+  KivSdThreadResume(nullptr, &waiter.thread);
+}
+void CheckAlive(FaultRun& run) {
+  uint64_t self = 0;
+  EXPECT_EQ(KivSdProcessSessionIdGet(nullptr, &self), KIV_ST_OK);
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdProcessCheckAlive(ctx, reinterpret_cast<KivHandle>(self));
   });
 }
 
@@ -389,6 +431,11 @@ const FaultScenario kScenarios[] = {
     {"KivSdThreadHandleGet", GetThreadHandle, {{"DuplicateHandle", KIV_ST_THREAD_HANDLE}}},
     {"KivSdProcessPriorityGet", GetClass, {{"GetPriorityClass", KIV_ST_PROCESS_PRIORITY_GET}}},
     {"KivSdProcessPrioritySet", SetClass, {{"SetPriorityClass", KIV_ST_PROCESS_PRIORITY_SET}}},
+    {"KivSdThreadSuspend", SuspendThread, {{"SuspendThread", KIV_ST_OK}}},
+    {"KivSdThreadResume", ResumeThread, {{"ResumeThread", KIV_ST_OK}}},
+    {"KivSdProcessCheckAlive",
+     CheckAlive,
+     {{"WaitForSingleObject", KIV_ST_PROCESS_ALIVE, FaultOutcome::kAny, Recording::kWaitResult}}},
     {"KivSdSpinlockCreate",
      CreateSpinlock,
      {{"malloc", KIV_ST_OUT_OF_MEMORY}},

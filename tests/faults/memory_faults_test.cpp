@@ -61,6 +61,21 @@ void DuplicateText(FaultRun& run) {
   if (copy != nullptr) adFree(copy, kFile, __LINE__);
 }
 
+void AllocateByPolicy(FaultRun& run) {
+  void* block = nullptr;
+  const uint32_t status = run.Call([&](KivSdContext* ctx) {
+    return KivSdMemAllocUsingPolicy(ctx, 0, kBytes, &block, AD_POLICY_MANDATORY, kFile, __LINE__);
+  });
+  if (status == KIV_ST_OK) KivSdMemFree(nullptr, block, kFile, __LINE__);
+}
+void AllocateByPolicyOfManager(FaultRun& run) {
+  void* block = nullptr;
+  const uint32_t status = run.Call([&](KivSdContext*) {
+    return adMallocPolicy(nullptr, kBytes, &block, AD_POLICY_FULL, kFile, __LINE__);
+  });
+  if (status == KIV_ST_OK) adFree(block, kFile, __LINE__);
+}
+
 // ---- Pages ----
 
 using AllocatePages = uint32_t (*)(KivSdContext*, uint32_t, void**);
@@ -127,6 +142,8 @@ const FaultScenario kScenarios[] = {
     {"KivSdMemAlloc", Allocate, kNoMemory},
     {"KivSdMemRealloc", Reallocate, kNoMemory},
     {"adMalloc", AllocateOfManager, kNoMemory, {}, Recording::kNothing},
+    {"KivSdMemAllocUsingPolicy", AllocateByPolicy, kNoMemory},
+    {"adMallocPolicy", AllocateByPolicyOfManager, kNoMemory, {}, Recording::kNothing},
     {"adCalloc", AllocateZeroed, kNoMemory, {}, Recording::kNothing},
     {"adMallocAligned", AllocateAligned, kNoMemory, {}, Recording::kNothing},
     {"adStrDup", DuplicateText, kNoMemory, {}, Recording::kNothing},
@@ -150,6 +167,14 @@ const FaultScenario kScenarios[] = {
     {"KivSdPhysMemFree",
      ReturnPages<KivSdPhysMemAlloc, KivSdPhysMemFree>,
      {{"VirtualUnlock", KIV_ST_PAGE_UNLOCK}, {"VirtualFree", KIV_ST_PAGE_RELEASE}}},
+    {"KivSdPhysMemRealloc",
+     GrowPages<KivSdPhysMemAlloc, KivSdPhysMemFree, KivSdPhysMemRealloc>,
+     {{"VirtualAlloc", KIV_ST_PAGE_COMMIT},
+      {"VirtualLock", KIV_ST_PAGE_LOCK},
+      {"VirtualLock", KIV_ST_WORKING_SET_QUOTA, ENOMEM},
+      {"VirtualUnlock", KIV_ST_PAGE_UNLOCK},
+      {"VirtualFree", KIV_ST_PAGE_RELEASE},
+      {"malloc", KIV_ST_PAGE_COMMIT}}},
     {"KivSdMemLock",
      LockPages,
      {{"VirtualLock", KIV_ST_PAGE_LOCK}, {"VirtualLock", KIV_ST_WORKING_SET_QUOTA, ENOMEM}}},
