@@ -1,0 +1,118 @@
+"""Results of mutants, kept from run to run, and the report of them."""
+
+import collections
+import dataclasses
+import json
+import tomllib
+from pathlib import Path
+
+from .mutants import Mutant
+
+KILLED, SURVIVED, NOT_COMPILED = "killed", "survived", "not compiled"
+
+
+@dataclasses.dataclass(frozen=True)
+class Result:
+    key: str
+    outcome: str
+    killer: str  # the test that failed; empty if none did
+    tests: str  # a digest of the tests that ran
+
+
+class Records:
+    """A file to which each result is added at once, so that a run can be stopped at any time."""
+
+    def __init__(self, path: Path):
+        self._path = path
+        self._results: dict[str, Result] = {}
+        if path.exists():
+            for line in path.read_text().splitlines():
+                result = Result(**json.loads(line))
+                self._results[result.key] = result
+
+    def find(self, key: str, tests: str) -> Result | None:
+        """A mutant that was killed stays so. One that survived is tried again with other tests."""
+        result = self._results.get(key)
+        if result is not None and result.outcome == SURVIVED and result.tests != tests:
+            return None
+        return result
+
+    def add(self, result: Result) -> None:
+        self._results[result.key] = result
+        with self._path.open("a") as file:
+            file.write(json.dumps(dataclasses.asdict(result)) + "\n")
+
+
+class Equivalents:
+    """Mutants that no test can kill, with the reasons: equivalent.toml."""
+
+    def __init__(self, path: Path):
+        self._reasons = {}
+        for entry in tomllib.loads(path.read_text()).get("mutant", []):
+            lines = self._plain(entry["before"]), self._plain(entry["after"])
+            self._reasons[entry["file"], *lines] = entry["reason"]
+
+    @staticmethod
+    def _plain(lines: str) -> str:
+        return " ".join(lines.split())
+
+    def reason(self, mutant: Mutant, text: str) -> str | None:
+        before, after = mutant.changed_lines(text)
+        return self._reasons.get((mutant.path, self._plain(before), self._plain(after)))
+
+
+@dataclasses.dataclass
+class Row:
+    killed: int = 0
+    survived: int = 0
+    equivalent: int = 0
+    not_compiled: int = 0
+
+    def add(self, outcome: str, is_equivalent: bool) -> None:
+        if outcome == KILLED:
+            self.killed += 1
+        elif outcome == NOT_COMPILED:
+            self.not_compiled += 1
+        elif is_equivalent:
+            self.equivalent += 1
+        else:
+            self.survived += 1
+
+    def text(self, name: str) -> str:
+        judged = self.killed + self.survived
+        score = f"{100 * self.killed / judged:.1f} %" if judged else "-"
+        return (f"| {name} | {score} | {self.killed} | {self.survived} | {self.equivalent} |"
+                f" {self.not_compiled} |")  # fmt: skip
+
+
+HEADER = """\
+| | killed of those that a test could kill | killed | survived | equivalent | not compiled |
+|---|---|---|---|---|---|"""
+
+
+def report(
+    judged: list[tuple[Mutant, Result]], texts: dict[str, str], equivalents: Equivalents
+) -> str:
+    """The report in Markdown: a table by folder, a table by file, and the survivors."""
+    tables = {"Folders": collections.defaultdict(Row), "Files": collections.defaultdict(Row)}
+    survivors = []
+    for mutant, result in judged:
+        text = texts[mutant.path]
+        reason = equivalents.reason(mutant, text)
+        for names, name in (("Folders", str(Path(mutant.path).parent)), ("Files", mutant.path)):
+            tables[names][name].add(result.outcome, reason is not None)
+        if result.outcome == SURVIVED and reason is None:
+            survivors.append(difference(mutant, text))
+    lines = []
+    for title, rows in tables.items():
+        lines += [f"## {title}", "", HEADER, *(rows[name].text(name) for name in sorted(rows)), ""]
+    lines += ["## Survivors", ""] + survivors
+    return "\n".join(lines) + "\n"
+
+
+def difference(mutant: Mutant, text: str) -> str:
+    before, after = mutant.changed_lines(text)
+    changed = [f"-{line}" for line in before.splitlines()]
+    changed += [f"+{line}" for line in after.splitlines()]
+    title = f"{mutant.path}:{mutant.line(text)}: {mutant.operator}"
+    return "\n".join([title, "```diff", *changed, "```"])
