@@ -1,4 +1,4 @@
-// Histories of kernel objects and locks under random schedules, checked against sequential models.
+// Histories of kernel objects, locks and segments under random schedules, checked against sequential models.
 // Broken objects show that the checker refuses what is not linearizable.
 //
 // A failure names the seed. KIV_LINEARIZABILITY_ROUNDS=n runs n schedules of each object.
@@ -12,6 +12,8 @@
 #include "kivsdu/kivsdu.h"
 #include "linearizability/checker.h"
 #include "linearizability/recorder.h"
+#include "support/segment.h"
+#include "support/waiting.h"
 
 namespace {
 
@@ -19,6 +21,8 @@ using kiv::linearizability::IsLinearizable;
 using kiv::linearizability::kOperationsOfThread;
 using kiv::linearizability::Operation;
 using kiv::linearizability::Record;
+using kiv::test::SegmentEnd;
+using kiv::test::UniqueName;
 
 uint32_t Rounds() {
   const char* value = std::getenv("KIV_LINEARIZABILITY_ROUNDS");
@@ -303,6 +307,107 @@ TEST(BrokenHistories, OfAnOpenLockAreRefused) {
     isRefused = !IsLinearizable(CounterModel{}, RecordCounter<OpenLock>(seed, 0));
   }
   EXPECT_TRUE(isRefused);
+}
+
+// ---- Segments: taking chunks, and messages through a chunk ----
+
+struct ChunkCall {
+  bool takes;
+  int32_t chunk;  // KIV_CHUNK_NONE if none was free
+};
+
+// The chunks that are taken, one bit each.
+struct ChunkModel {
+  using State = uint32_t;
+  State initial = 0;
+
+  std::optional<State> Next(const State& taken, const ChunkCall& call) const {
+    constexpr State kAll = (1u << KIV_SEGMENT_CHUNKS) - 1;
+    if (call.chunk == KIV_CHUNK_NONE) return taken == kAll ? std::optional(taken) : std::nullopt;
+    const State bit = 1u << call.chunk;
+    if (((taken & bit) != 0) == call.takes) return std::nullopt;
+    const bool isLowest = (~taken & (bit - 1)) == 0;
+    return !call.takes || isLowest ? std::optional(taken ^ bit) : std::nullopt;
+  }
+};
+
+// Each thread takes and returns chunks; together they want more than there are.
+std::vector<Operation<ChunkCall>> RecordChunks(uint32_t seed) {
+  const SegmentEnd segment(UniqueName("chunks"), 1);
+  return Record<ChunkCall>(seed, [&](uint32_t, std::mt19937* random, auto record) {
+    std::vector<int32_t> mine;
+    for (uint32_t i = 0; i < kOperationsOfThread; ++i) {
+      if (mine.empty() || (*random)() % 3 != 0) {
+        const ChunkCall taken = record([&] {
+          int32_t chunk = 0;
+          EXPECT_EQ(KivGetSharedMemChunk(nullptr, segment, &chunk), KIV_ST_OK);
+          return ChunkCall{true, chunk};
+        });
+        if (taken.chunk != KIV_CHUNK_NONE) mine.push_back(taken.chunk);
+      } else {
+        record([&] {
+          EXPECT_EQ(KivPutSharedMemChunk(nullptr, segment, mine.back()), KIV_ST_OK);
+          return ChunkCall{false, mine.back()};
+        });
+        mine.pop_back();
+      }
+    }
+  });
+}
+
+TEST(ChunkHistories, AreLinearizable) {
+  for (uint32_t seed = 0; seed < Rounds(); ++seed) {
+    ASSERT_TRUE(IsLinearizable(ChunkModel{}, RecordChunks(seed))) << "seed " << seed;
+  }
+}
+
+struct MessageCall {
+  bool writes;
+  uint32_t value;
+};
+
+// Messages in the order in which they were written.
+struct QueueModel {
+  using State = std::vector<uint32_t>;
+  State initial;
+
+  std::optional<State> Next(State queue, const MessageCall& call) const {
+    if (call.writes) {
+      queue.push_back(call.value);
+      return queue;
+    }
+    if (queue.empty() || queue.front() != call.value) return std::nullopt;
+    queue.erase(queue.begin());
+    return queue;
+  }
+};
+
+// The first thread writes at one end of a segment, the second reads at the other.
+std::vector<Operation<MessageCall>> RecordMessages(uint32_t seed) {
+  const std::string name = UniqueName("messages");
+  const SegmentEnd server(name, 1);
+  const SegmentEnd client(name, 0);
+  return Record<MessageCall>(seed, [&](uint32_t thread, std::mt19937*, auto record) {
+    for (uint32_t i = 0; i < kOperationsOfThread && thread < 2; ++i) {
+      record([&] {
+        MessageCall call = {thread == 0, i};
+        if (call.writes) {
+          EXPECT_EQ(KivWriteSharedMemChunk(nullptr, server, 0, sizeof i, 1, 1, &i), KIV_ST_OK);
+        } else {
+          uint32_t code = 0;
+          EXPECT_EQ(KivReadSharedMemChunk(nullptr, client, 0, sizeof i, 0, &code, &call.value),
+                    KIV_ST_OK);
+        }
+        return call;
+      });
+    }
+  });
+}
+
+TEST(MessageHistories, AreLinearizable) {
+  for (uint32_t seed = 0; seed < Rounds(); ++seed) {
+    ASSERT_TRUE(IsLinearizable(QueueModel{}, RecordMessages(seed))) << "seed " << seed;
+  }
 }
 
 // ---- The checker itself ----
