@@ -10,12 +10,7 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402: the backend comes first
 
-from report.results import Row  # noqa: E402
-
-# Contenders that are part of the library, and bounds that no contender can beat.
-_LIBRARY = ("library", "segment", "thread heap", "short heap", "thread cache", "plain", "RwLock",
-            "SleeplessRwLock", "Spinlock<", "SpinlockOnce<", "LightSpinlock<")
-_LIMIT = ("raw", "list behind", "WordLimit", "TicketLimit", "ReadLimit", "WriteLimit")
+from report.results import Row, best, kind  # noqa: E402
 
 _COLOURS = {"library": "#1f77b4", "peer": "#ff9f40", "limit": "#bbbbbb"}
 
@@ -30,16 +25,6 @@ svg { max-width: 100%; height: auto; }
 """
 
 
-def _kind(contender: str) -> str:
-    if contender.startswith(_LIBRARY):
-        return "library"
-    return "limit" if contender.startswith(_LIMIT) else "peer"
-
-
-def _best(rows: list[Row], kind: str) -> float | None:
-    return min((row.nanoseconds for row in rows if _kind(row.contender) == kind), default=None)
-
-
 def _time(nanoseconds: float) -> str:
     for unit, size in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
         if nanoseconds >= size:
@@ -47,11 +32,11 @@ def _time(nanoseconds: float) -> str:
     return f"{nanoseconds:.3g} ns"
 
 
-def _ratio(best: float | None, row: Row) -> str:
+def _ratio(other: float | None, row: Row) -> str:
     """How many times as fast as the best of others."""
-    if best is None or _kind(row.contender) != "library":
+    if other is None or kind(row.contender) != "library":
         return ""
-    return f"{best / row.nanoseconds:.2f}"
+    return f"{other / row.nanoseconds:.2f}"
 
 
 def _by(rows: list[Row], key) -> dict[str, list[Row]]:
@@ -65,10 +50,10 @@ def _table(rows: list[Row]) -> str:
     lines = ["<tr><th>workload</th><th>contender</th><th>median</th><th>spread</th>"
              "<th>to the best peer</th><th>to the limit</th></tr>"]
     for workload, group in _by(rows, lambda row: row.workload).items():
-        peer, limit = _best(group, "peer"), _best(group, "limit")
+        peer, limit = best(group, "peer"), best(group, "limit")
         for row in sorted(group, key=lambda row: row.nanoseconds):
             lines.append(
-                f'<tr class="{_kind(row.contender)}"><td>{html.escape(workload)}</td>'
+                f'<tr class="{kind(row.contender)}"><td>{html.escape(workload)}</td>'
                 f"<td>{html.escape(row.contender)}</td><td>{_time(row.nanoseconds)}</td>"
                 f"<td>{row.spread:.0%}</td><td>{_ratio(peer, row)}</td>"
                 f"<td>{_ratio(limit, row)}</td></tr>")
@@ -86,7 +71,7 @@ def _plot(rows: list[Row]) -> str:
         ticks.append(place + (len(group) - 1) / 2)
         for row in group:
             axes.barh(place, row.nanoseconds, xerr=row.nanoseconds * row.spread,
-                      color=_COLOURS[_kind(row.contender)], ecolor="#444")
+                      color=_COLOURS[kind(row.contender)], ecolor="#444")
             axes.text(row.nanoseconds * (1 + row.spread), place,
                       f"  {row.contender}, {_time(row.nanoseconds)}", va="center", fontsize=7)
             place += 1

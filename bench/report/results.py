@@ -5,6 +5,11 @@ import re
 from dataclasses import dataclass
 from pathlib import Path
 
+# Contenders that are part of the library, and bounds that no contender can beat.
+_LIBRARY = ("library", "segment", "thread heap", "short heap", "thread cache", "plain", "RwLock",
+            "SleeplessRwLock", "Spinlock<", "SpinlockOnce<", "LightSpinlock<")
+_LIMIT = ("raw", "list behind", "WordLimit", "TicketLimit", "ReadLimit", "WriteLimit")
+
 # Fields of a measurement that are not counters.
 _FIELDS = {
     "name", "family_index", "per_family_instance_index", "run_name", "run_type", "repetitions",
@@ -28,6 +33,18 @@ class Row:
     contender: str
     nanoseconds: float  # for an operation; the median of the repetitions
     spread: float  # the standard deviation, divided by the mean
+
+
+def kind(contender: str) -> str:
+    """'library', 'limit' or 'peer'."""
+    if contender.startswith(_LIBRARY):
+        return "library"
+    return "limit" if contender.startswith(_LIMIT) else "peer"
+
+
+def best(rows: list[Row], *kinds: str) -> float | None:
+    """The shortest time of the contenders of these kinds; none if there are none."""
+    return min((row.nanoseconds for row in rows if kind(row.contender) in kinds), default=None)
 
 
 def _parts(name: str) -> list[str]:

@@ -53,8 +53,15 @@ endif()
 
 find_program(KIV_GZIP gzip REQUIRED)
 set(changelog ${PROJECT_BINARY_DIR}/generated/changelog.gz)
-execute_process(COMMAND ${KIV_GZIP} -9 -n -c ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+file(STRINGS packaging/debian/changelog newest LIMIT_COUNT 1)
+if(NOT newest MATCHES "^kivsdu \\(${PROJECT_VERSION}\\) ")
+  message(FATAL_ERROR "packaging/debian/changelog has no entry for version ${PROJECT_VERSION}")
+endif()
+execute_process(COMMAND ${KIV_GZIP} -9 -n -c ${PROJECT_SOURCE_DIR}/packaging/debian/changelog
                 OUTPUT_FILE ${changelog} COMMAND_ERROR_IS_FATAL ANY)
+install(FILES packaging/debian/libkivsdu0.overrides
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${soname}
+        COMPONENT runtime EXCLUDE_FROM_ALL)
 foreach(component RUNTIME DEVELOPMENT SYMBOLS DOCUMENTATION TOOLS)
   string(TOLOWER ${component} name)
   set(folder ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME})
@@ -62,6 +69,18 @@ foreach(component RUNTIME DEVELOPMENT SYMBOLS DOCUMENTATION TOOLS)
           COMPONENT ${name} EXCLUDE_FROM_ALL)
   install(FILES ${changelog} DESTINATION ${folder} COMPONENT ${name} EXCLUDE_FROM_ALL)
 endforeach()
+
+# The manual page says what the command's own help says.
+if(TARGET kivsd)
+  find_program(KIV_HELP2MAN help2man REQUIRED)
+  set(manual ${PROJECT_BINARY_DIR}/generated/kivsd.1.gz)
+  set(make_page ${PROJECT_SOURCE_DIR}/packaging/debian/make-manual-page)
+  add_custom_command(OUTPUT ${manual}
+    COMMAND ${make_page} $<TARGET_FILE:kivsd> | ${KIV_GZIP} -9 -n > ${manual}
+    DEPENDS kivsd ${make_page} VERBATIM COMMENT "Making the manual page of kivsd")
+  add_custom_target(kivsd_manual ALL DEPENDS ${manual})
+  install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools EXCLUDE_FROM_ALL)
+endif()
 
 # Debuggers look for symbols by the library's build identifier.
 foreach(library IN LISTS shared)

@@ -13,8 +13,6 @@ using namespace kiv::checked;
 
 namespace {
 
-constexpr uint32_t kZeroTailBytes = 4;  // after the terminator of a copied text
-
 // Returns false if the block is not known and may be a block of the runtime, which plain mode
 // permits.
 bool Retire(void* block, FreeBy by, const Place& place) {
@@ -121,16 +119,6 @@ uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** 
   return MakeBlock(sizeBytes, block, FamilyNow(), MakePlace("adCalloc", 0), [=](uint64_t bytes) {
     return KivUncheckedCalloc(owner, 1, bytes, block, policy);
   });
-}
-
-char* adStrDup(const char* text, const char* file, uint32_t line) {
-  const uint64_t lengthBytes = std::strlen(text) + 1;
-  void* copy = nullptr;
-  const uint32_t status = adMalloc(nullptr, lengthBytes + kZeroTailBytes, &copy, file, line);
-  if (status != KIV_ST_OK) return nullptr;
-  std::memcpy(copy, text, lengthBytes);
-  std::memset(static_cast<char*>(copy) + lengthBytes, 0, kZeroTailBytes);
-  return static_cast<char*>(copy);
 }
 
 uint32_t adFree(void* block, const char* file, uint32_t line) {

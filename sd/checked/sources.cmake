@@ -5,6 +5,8 @@ set(KIV_CHECKED
   checked/block_record.cpp
   checked/block_registry.cpp
   checked/blocks.cpp
+  checked/handle_check.cpp
+  checked/handles.cpp
   checked/inspection.cpp
   checked/leaks.cpp
   checked/lock_registry.cpp
@@ -33,3 +35,12 @@ endfunction()
 kiv_check(unchecked_names.h memsys/front.cpp memsys/initialization.cpp memsys/short_heap.cpp
           memsys/short_owner.cpp sdlibw32.cpp)
 kiv_check(unchecked_lock_names.h sdlwsync.cpp sdrwlock/rwlock.cpp sdsync/spinlock.cpp)
+kiv_check(unchecked_handle_names.h sdipcw32/anonymous_pipe.cpp sdipcw32/named_pipe.cpp
+          sdipcw32/shared_block.cpp sdsemw32/gate_event.cpp sdsemw32/mutex.cpp
+          sdsemw32/semaphore.cpp sdsemw32/standard_event.cpp sdthrw32/thread.cpp
+          sdthrw32/thread_control.cpp)
+# Measures pipes, whose checks would count.
+kiv_check(unchecked_handle_names.h sdsync/calibration.cpp)
+
+# Groups of the seam that only the checks use.
+target_sources(kiv_seam PRIVATE os/${KIV_PLATFORM}/object_kind.cpp)

@@ -10,7 +10,6 @@
 #define adMallocAligned KivUncheckedMallocAligned
 #define adRealloc KivUncheckedRealloc
 #define adCalloc KivUncheckedCalloc
-#define adStrDup KivUncheckedStrDup
 #define adFree KivUncheckedFree
 #define adFreeAligned KivUncheckedFreeAligned
 #define adMallocOnNode KivUncheckedMallocOnNode

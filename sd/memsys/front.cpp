@@ -21,7 +21,6 @@ namespace {
 
 constexpr char kSource[] = "sd/memheap";
 constexpr uint32_t kLineAligned = 348;
-constexpr uint32_t kZeroTailBytes = 4;  // after the terminator of a copied text
 
 // Returns the key that chooses the slot: the owner, or `instead` if the owner is null.
 uint64_t SlotKey(const void* owner, const void* instead) {
@@ -49,22 +48,52 @@ KIV_NOINLINE uint32_t AllocateInSlot(uint32_t slot, uint32_t sizeBytes, void** b
   return FinishAllocation(SlotAllocate(slot, sizeBytes), sizeBytes, block);
 }
 
+KIV_NOINLINE uint32_t AllocateAtTick(uint64_t key, uint64_t ticks, uint32_t sizeBytes,
+                                     void** block) {
+  return AllocateInSlot(SlotOf(key, ticks), sizeBytes, block);
+}
+
+KIV_NOINLINE uint32_t AllocateAnySize(uint64_t key, uint64_t sizeBytes, void** block) {
+  return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
+}
+
+KIV_NOINLINE uint32_t WarnAndSucceed() {
+  SendWarning();
+  return KIV_ST_OK;
+}
+
+KIV_NOINLINE uint32_t AllocateInLockedHeap(Heap* heap, uint32_t slot, uint32_t sizeBytes,
+                                           void** block) {
+  void* made = AllocateInLocked(heap, sizeBytes);
+  if (made == nullptr) made = SlotAllocate(slot, sizeBytes);
+  return FinishAllocation(made, sizeBytes, block);
+}
+
+// Calls nothing but what it ends with, and therefore saves no registers.
 KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** block) {
   const uint64_t key = SlotKey(owner, block);
-  if (!MayBeDirect(sizeBytes)) {
-    return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
-  }
+  if (!MayBeDirect(sizeBytes)) return AllocateAnySize(key, sizeBytes, block);
   const auto directBytes = static_cast<uint32_t>(sizeBytes);
-  const uint32_t slot = SlotOf(key, allocationClock.Advance());
-  void* made = TrySlotAllocate(slot, directBytes);
+  const uint64_t ticks = allocationClock.Advance();
+  const uint64_t period = allocationClock.period;
+  if (!IsInPeriod(ticks, period)) return AllocateAtTick(key, ticks, directBytes, block);
+  const uint32_t slot = SlotInPeriod(key, period);
+  const auto [made, locked] = TrySlotAllocate(slot, directBytes);
+  if (locked != nullptr) return AllocateInLockedHeap(locked, slot, directBytes, block);
   if (made == nullptr) return AllocateInSlot(slot, directBytes, block);
   *block = made;
-  SendPendingWarning();
+  return HasPendingWarning() ? WarnAndSucceed() : KIV_ST_OK;
+}
+
+KIV_NOINLINE uint32_t FreeInLockedHeap(Heap* heap, void* block) {
+  FreeInLocked(heap, block);
   return KIV_ST_OK;
 }
 
 KIV_NOINLINE uint32_t FreeInHeaps(void* block) {
-  return TryThreadHeapFree(block) ? KIV_ST_OK : ThreadHeapFree(block);
+  const auto [freed, locked] = TryThreadHeapFree(block);
+  if (locked != nullptr) return FreeInLockedHeap(locked, block);
+  return freed ? KIV_ST_OK : ThreadHeapFree(block);
 }
 
 // ---- Plain mode ----
@@ -176,16 +205,6 @@ uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** 
   *block = AllocateElements(owner, sizeBytes, block, policy);
   if (*block != nullptr) std::memset(*block, 0, sizeBytes);
   return Finish(*block, sizeBytes);
-}
-
-char* adStrDup(const char* text, const char* file, uint32_t line) {
-  const uint64_t lengthBytes = std::strlen(text) + 1;
-  void* copy = nullptr;
-  const uint32_t status = adMalloc(nullptr, lengthBytes + kZeroTailBytes, &copy, file, line);
-  if (status != KIV_ST_OK) return nullptr;
-  std::memcpy(copy, text, lengthBytes);
-  std::memset(static_cast<char*>(copy) + lengthBytes, 0, kZeroTailBytes);
-  return static_cast<char*>(copy);
 }
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {

@@ -17,7 +17,7 @@ namespace kiv {
 // it.
 struct alignas(64) AllocationClock {
   Relaxed<uint64_t> ticks;
-  Relaxed<uint64_t> period;  // the prime of the present ticks; see PrimeAt
+  Relaxed<uint64_t> period;  // of the present ticks; see slots.h
 
   // Threads may get the same tick.
   uint64_t Advance() {
@@ -50,9 +50,11 @@ void ReportOutOfMemory(uint64_t requestedBytes);
 
 void SendWarning();
 
+inline bool HasPendingWarning() { return messageState.warningPending != 0; }
+
 // Sends the pending warning, if any. Called at the end of an operation that may have raised it.
 inline void SendPendingWarning() {
-  if (messageState.warningPending != 0) SendWarning();
+  if (HasPendingWarning()) SendWarning();
 }
 
 }  // namespace kiv

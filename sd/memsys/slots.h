@@ -52,19 +52,23 @@ inline constexpr std::array<WideModulus, 50> kSlotPrimes = {
     WideModulus(1597), WideModulus(1601), WideModulus(1607), WideModulus(1609), WideModulus(1613),
     WideModulus(1619), WideModulus(1621), WideModulus(1627), WideModulus(1637), WideModulus(1657)};
 
-// Finds the prime of a tick anew, and stores it with the first tick that has it.
+// A period is a stretch of 10,000 ticks with one prime: its first tick and the prime's index.
+inline bool IsInPeriod(uint64_t ticks, uint64_t period) {
+  return ticks - (period >> kPrimeIndexBits) < kTicksPerPrime;
+}
+
+// Finds the period of a tick and keeps it for the next requests.
 uint64_t StartPrimePeriod(uint64_t ticks);
 
-// Returns the prime of a tick of the allocation clock. It changes every 10,000 ticks.
-inline const WideModulus& PrimeAt(uint64_t ticks) {
-  uint64_t period = allocationClock.period;
-  if (ticks - (period >> kPrimeIndexBits) >= kTicksPerPrime) period = StartPrimePeriod(ticks);
-  return kSlotPrimes[period & kPrimeIndexMask];
+// Returns the slot of a seed in a period.
+inline uint32_t SlotInPeriod(uint64_t seed, uint64_t period) {
+  return slotCount.Of(kSlotPrimes[period & kPrimeIndexMask].Of(seed / 8));
 }
 
 // Returns the slot of a seed at a tick.
 inline uint32_t SlotOf(uint64_t seed, uint64_t ticks) {
-  return slotCount.Of(PrimeAt(ticks).Of(seed / 8));
+  const uint64_t period = allocationClock.period;
+  return SlotInPeriod(seed, IsInPeriod(ticks, period) ? period : StartPrimePeriod(ticks));
 }
 
 // Waits until the slot is not being exchanged and returns its heap.

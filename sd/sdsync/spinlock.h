@@ -94,13 +94,31 @@ inline bool Take(TestAndSetLock* lock) {
   return taken;
 }
 
+// Draws a ticket if it is served at once. Then no thread waits, and none is overtaken: `serving` never
+// passes `next`, so equal values mean that nobody has the ticket, and the exchange fails if somebody
+// draws it first.
+inline bool TryTake(TicketLock* lock) {
+  int32_t ticket = lock->next.load(std::memory_order_relaxed);
+  if (lock->serving.load(std::memory_order_acquire) != ticket) return false;
+  const auto following = static_cast<int32_t>(static_cast<uint32_t>(ticket) + 1);
+  if (!lock->next.compare_exchange_strong(ticket, following)) return false;
+  FenceAfterLocked();
+  lock->held = ticket;
+  return true;
+}
+
 // ---- The library's own locks ----
 // The memory manager acquires and releases some of them in every request. Usually they are
 // uncontended and not re-entered: that case is inline. All other cases call the exported operation.
 
-// Fails if another thread holds the lock, and for tickets.
+// Fails if a thread holds the lock, even if it is this one.
 inline bool TryAcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
-  if (UsesTickets() || !IsFree(lock->word) || !Take(&lock->word)) [[unlikely]]
+  if (UsesTickets()) [[unlikely]] {
+    if (!TryTake(&lock->ticket)) return false;
+    SetHolder(&lock->ticket.holder, thread, 1);
+    return true;
+  }
+  if (!IsFree(lock->word) || !Take(&lock->word)) [[unlikely]]
     return false;
   SetHolder(&lock->word.holder, thread, 1);
   return true;
@@ -111,18 +129,24 @@ inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
     KivSdSpinlockAcquire(lock, thread);
 }
 
-// Releases a lock that TryAcquireOwnLock acquired.
-inline void ReleaseTriedLock(KivSdSpinlock* lock) {
+// Releases a lock that this thread holds once. Publishes the guarded data with a release store. Omits
+// the full fence that KivSdSpinlockRelease promises to callers: it would be a second locked
+// instruction in every request.
+inline void ReleaseHeldOnce(KivSdSpinlock* lock) {
+  if (UsesTickets()) [[unlikely]] {
+    SetHolder(&lock->ticket.holder, 0, 0);
+    lock->ticket.serving.store(lock->ticket.held + 1, std::memory_order_release);
+    return;
+  }
   SetHolder(&lock->word.holder, 0, 0);
   lock->word.word.store(0, std::memory_order_release);
 }
 
-// Publishes the guarded data with a release store. Omits the full fence that KivSdSpinlockRelease
-// promises to callers: it would be a second locked instruction in every request.
 inline void ReleaseOwnLock(KivSdSpinlock* lock) {
-  if (UsesTickets() || HolderOf(lock->word.holder).count != 1) [[unlikely]]
+  const Atomic<Holder>& holder = UsesTickets() ? lock->ticket.holder : lock->word.holder;
+  if (HolderOf(holder).count != 1) [[unlikely]]
     return KivSdSpinlockRelease(lock);
-  ReleaseTriedLock(lock);
+  ReleaseHeldOnce(lock);
 }
 
 }  // namespace kiv

@@ -8,10 +8,14 @@
 
 #include "checked/misuse.h"
 #include "kivsdu/kivsdu.h"
+#include "support/one_processor.h"
 
 namespace {
 
 using namespace kiv::test;
+
+// Each check starts a process, in which the first lock would measure the spin budget.
+const OneProcessor oneProcessor;
 
 // A lock of each kind behind one interface.
 class Lock {

@@ -282,6 +282,70 @@ TEST(StandardEventPulse, ReachesTheThreadThatWaits) {
   EXPECT_LT(missed, kRounds / 2);
 }
 
+// A thread that waits for the event and that the test stops in a signal handler, like one that gets
+// no processor.
+class StoppedWaiter {
+ public:
+  explicit StoppedWaiter(KivHandle* event)
+      : thread_([this, event] {
+          waits_ = true;
+          status_ = KivSdStdEventTimedWait(nullptr, event, kLimitMs);
+          hasPassed_ = true;
+        }) {
+    while (!waits_) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(kShortMs));
+    struct sigaction action = {};
+    action.sa_sigaction = StayStopped;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGUSR2, &action, nullptr);
+    pthread_sigqueue(thread_.native_handle(), SIGUSR2, {.sival_ptr = this});
+    while (!isStopped_) std::this_thread::yield();
+  }
+  ~StoppedWaiter() { GoOn(); }
+  StoppedWaiter(const StoppedWaiter&) = delete;
+  StoppedWaiter& operator=(const StoppedWaiter&) = delete;
+
+  // Returns the status of the wait.
+  uint32_t GoOn() {
+    mayGoOn_ = true;
+    if (thread_.joinable()) thread_.join();
+    return status_;
+  }
+  bool HasPassed() const { return hasPassed_; }
+
+ private:
+  static void StayStopped(int, siginfo_t* signal, void*) {
+    auto* waiter = static_cast<StoppedWaiter*>(signal->si_value.sival_ptr);
+    waiter->isStopped_ = true;
+    while (!waiter->mayGoOn_) usleep(1000);
+  }
+
+  std::atomic<bool> waits_{false};
+  std::atomic<bool> isStopped_{false};
+  std::atomic<bool> mayGoOn_{false};
+  std::atomic<bool> hasPassed_{false};
+  uint32_t status_ = 0;
+  std::thread thread_;
+};
+
+// Two threads wait and get a signal each. A thread that begins to wait afterwards must not pass in
+// place of the second one when the first one passes.
+TEST(StandardEventSignals, GoToTheThreadsThatWaitedForThem) {
+  KivHandle event = nullptr;
+  ASSERT_EQ(KivSdStdEventCreate(nullptr, &event), KIV_ST_OK);
+  {
+    StoppedWaiter first(&event);
+    StoppedWaiter second(&event);
+    ASSERT_EQ(KivSdStdEventSet(nullptr, &event), KIV_ST_OK);
+    ASSERT_EQ(KivSdStdEventSet(nullptr, &event), KIV_ST_OK);
+    const Later passes([&] { EXPECT_EQ(first.GoOn(), KIV_ST_OK); });
+    EXPECT_EQ(KivSdStdEventTimedWait(nullptr, &event, 5 * kShortMs), KIV_ST_EVENT_TIMEOUT);
+    EXPECT_TRUE(first.HasPassed());
+    EXPECT_EQ(second.GoOn(), KIV_ST_OK);
+  }
+  EXPECT_EQ(KivSdStdEventClose(nullptr, &event), KIV_ST_OK);
+}
+
 // ---- Closing ----
 
 TEST(ClosedSemaphore, LeavesAWaitingThreadToItsTimeOut) {

@@ -354,6 +354,32 @@ TEST(ManagerThreads, WorkWithTicketLocks) {
   });
 }
 
+// A ticket lock counts its acquisitions.
+TEST(ManagerThreads, LockTheirHeapOncePerRequest) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetHardwareAcceleration(kTicket.flag);
+    ASSERT_EQ(Initialize(kStressed), KIV_ST_OK);
+    std::vector<void*> blocks = {Allocate(24)};
+    void* lock = ReadAt<void*>(HeapOf(blocks[0]), 0);
+    int64_t requests = 1;
+    const auto expectOneMore = [&] { EXPECT_EQ(FieldOf<int64_t>(lock, 128).load(), ++requests); };
+    for (int i = 0; i < 6; ++i) {
+      blocks.push_back(Allocate(1000));
+      expectOneMore();
+    }
+    // The first two of these frees leave a free block of their own, the third merges both.
+    for (const size_t freed : {size_t{2}, size_t{4}, size_t{3}}) {
+      Free(blocks[freed]);
+      expectOneMore();
+    }
+    blocks[2] = Allocate(2900);  // from a bin that has a block
+    expectOneMore();
+    blocks[3] = Allocate(40'000);  // larger than the direct requests
+    expectOneMore();
+    EXPECT_EQ(ReadAt<void*>(HeapOf(blocks[3]), 0), lock) << "all blocks are from one heap";
+  });
+}
+
 // Requests fail all the time, and the host allocates in its message function.
 TEST(ManagerThreads, SurviveFailuresAtTheLimit) {
   for (const uint32_t threads : {2u, 16u}) {

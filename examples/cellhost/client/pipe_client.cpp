@@ -5,6 +5,7 @@
 
 #include "channel/protocol.h"
 #include "host/complain.h"
+#include "host/platform.h"
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 
@@ -14,11 +15,6 @@ namespace {
 constexpr char kSourceRequest[] = "cellhost/pipe_client request";
 
 constexpr uint32_t kReadAndWrite = KIV_ACCESS_READ | KIV_ACCESS_WRITE;
-
-// Windows errors of waiting and opening that may pass after a while.
-constexpr uint32_t kErrorNoSuchPipe = 2;
-constexpr uint32_t kErrorWaitTimedOut = 121;
-constexpr uint32_t kErrorPipeBusy = 231;
 
 constexpr uint32_t kWaitOnceMs = 200;
 constexpr uint32_t kBusyWaitMs = 10 * 1000;
@@ -50,14 +46,14 @@ bool PipeClient::Open(const char* name, uint32_t startWaitMs) {
     const uint32_t status = TryOpen();
     if (status == 0) return true;
     const uint32_t osError = ThisContext()->osError;
-    const bool missing = osError == kErrorNoSuchPipe;
+    const bool missing = osError == kPipeErrors.missing;
     if (missing && start.passed()) {
       return Complain("no server on the pipe '%s'; start one with 'cellhost serve --pipe %s'", name,
                       name);
     }
-    const bool mayPass = missing || osError == kErrorWaitTimedOut || osError == kErrorPipeBusy;
-    if (!mayPass) return Succeeded(ThisContext(), status, "open the server's pipe");
-    if (!missing && busy.passed()) {
+    const bool busyNow = osError == kPipeErrors.timedOut || osError == kPipeErrors.busy;
+    if (!missing && !busyNow) return Succeeded(ThisContext(), status, "open the server's pipe");
+    if (busyNow && busy.passed()) {
       return Complain("the server on the pipe '%s' is busy with other clients; try again later",
                       name);
     }

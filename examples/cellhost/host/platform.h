@@ -1,5 +1,6 @@
 // Operations of the system that the library does not have: processes, renaming, sizes of files,
-// the terminal, environment variables. Each platform has a folder with its own source; nothing else calls the system.
+// the terminal, errors of pipes, environment variables. Each platform has a folder with its own
+// source; nothing else calls the system.
 //
 // An OS error of 0 means success.
 #ifndef CELLHOST_HOST_PLATFORM_H
@@ -58,6 +59,15 @@ uint32_t Rename(const char* path, const char* newPath, bool replace);
 uint64_t SizeOf(FILE* file);
 
 bool IsTerminal(FILE* file);
+
+// OS errors of named pipes after which a program tries again.
+struct PipeErrors {
+  uint32_t missing;   // no process has made the pipe
+  uint32_t timedOut;  // a wait for a free instance
+  uint32_t busy;      // another client was faster
+  uint32_t gone;      // the client left before the server accepted it
+};
+extern const PipeErrors kPipeErrors;
 
 // Sets an environment variable of this process. Returns an OS error.
 uint32_t SetVariable(const char* name, const char* value);

@@ -3,6 +3,7 @@
 
 #include "channel/protocol.h"
 #include "host/complain.h"
+#include "host/platform.h"
 #include "host/thread_record.h"
 #include "kivsdu/pipe.h"
 #include "kivsdu/status.h"
@@ -14,9 +15,7 @@ namespace {
 constexpr uint32_t kPipeMode = KIV_PIPE_BYTES | KIV_PIPE_REJECT_REMOTE;
 constexpr uint32_t kDefaultWaitMs = 1000;
 
-// OS errors of a connect.
 constexpr uint32_t kErrorNone = 0;
-constexpr uint32_t kErrorNoData = 232;  // the client came before the call and has gone again
 
 }  // namespace
 
@@ -42,7 +41,7 @@ Accepted PipeServer::Accept() {
   // A client came before the call, or during the call.
   if (status == 0 && ctx->osError == KIV_PIPE_CONNECTED_BEFORE) return Accepted::kClient;
   if (status == KIV_ST_PIPE_CONNECT && ctx->osError == kErrorNone) return Accepted::kClient;
-  if (ctx->osError == kErrorNoData) return Accepted::kCameAndWent;
+  if (ctx->osError == kPipeErrors.gone) return Accepted::kCameAndWent;
   Succeeded(ctx, status, "wait for a client");
   return Accepted::kFailed;
 }

@@ -33,6 +33,7 @@ class OwnedHandle {
   }
 
   KivHandle* Address() noexcept { return &handle_; }
+  bool IsOpen() const noexcept { return handle_ != nullptr; }
 
  private:
   KivHandle handle_ = nullptr;

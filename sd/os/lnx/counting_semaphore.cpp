@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "os/lnx/brief_wait.h"
 #include "os/lnx/waits.h"
 
 namespace kiv::os {
@@ -67,6 +68,12 @@ class Waiter {
   bool isLast_ = false;
 };
 
+// Open, and without a unit for a thread that does not wait. relaxed: the caller looks again.
+bool IsEmpty(const SemaphorePlace& semaphore) {
+  const uint64_t state = semaphore.word->load(std::memory_order_relaxed);
+  return IsOpen(state, semaphore.identity) && !HasUnits(state);
+}
+
 // A test without a wait respects the mark only where a dead process cannot have left it.
 bool MustQueue(uint64_t state, Scope scope, uint32_t timeoutMs) {
   return !HasUnits(state) || (IsStarving(state) && (scope == Scope::kProcess || timeoutMs != 0));
@@ -79,6 +86,7 @@ bool AreValidCounts(int32_t initialCount, int32_t maximumCount) {
 }
 
 UnitTaken TakeUnitSlowly(const SemaphorePlace& semaphore, uint32_t timeoutMs) {
+  if (timeoutMs != 0) LookBriefly([&] { return !IsEmpty(semaphore); });
   uint64_t state = semaphore.word->load(std::memory_order_relaxed);
   while (IsOpen(state, semaphore.identity)) {
     const bool queues = MustQueue(state, semaphore.scope, timeoutMs);

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "os/lnx/brief_wait.h"
 #include "os/lnx/futex.h"
 #include "os/lnx/transfer_queue.h"
 #include "os/lnx/waits.h"
@@ -32,8 +33,9 @@ uint64_t WithNextRound(uint64_t state) {
   return (state & ~kRoundMask) | ((state + kOneRound) & kRoundMask);
 }
 
-// What a waiter compares to see whether signals have made grants or taken some since.
-uint32_t ArrivalOf(uint64_t state) { return static_cast<uint32_t>(state & ~kTransfers); }
+// What a waiter compares to see whether a signal has made grants since. Their number does not show
+// that: it also changes when an older waiter takes its grant.
+uint64_t RoundOf(uint64_t state) { return state & kRoundMask; }
 
 uint64_t WhenSignalled(uint64_t state) {
   if (IsManual(state)) {
@@ -48,7 +50,7 @@ class Waiter {
   // `arrival` is the state with this user in it. Grants in it are for threads that came before.
   Waiter(ObjectWord* word, uint64_t arrival, uint32_t timeoutMs)
       : word_(word),
-        arrival_(ArrivalOf(arrival)),
+        arrivalRound_(RoundOf(arrival)),
         mayTake_(!HasGrants(arrival)),
         deadline_(DeadlineAfter(timeoutMs)) {}
 
@@ -56,7 +58,7 @@ class Waiter {
   Wait Await(bool* last) {
     while (true) {
       const uint64_t state = word_->load(std::memory_order_relaxed);
-      if (ArrivalOf(state) != arrival_) mayTake_ = true;
+      if (RoundOf(state) != arrivalRound_) mayTake_ = true;
       if (HasGrants(state) && (mayTake_ || AllAreGranted(state))) {
         if (Leave(state, state - kOneGrant, last)) return kSignalledWait;
       } else if (IsPast(deadline_)) {
@@ -76,7 +78,9 @@ class Waiter {
     if (HasTransfers(state)) return AwaitTransfer(word_, static_cast<uint32_t>(state), limit);
     const Sleep sleep =
         SleepOn(SleepersHalf(word_), static_cast<uint32_t>(state), limit, Scope::kProcess);
-    if (sleep == Sleep::kWoken) mayTake_ = true;
+    // The kernel may have woken this thread in place of an older one: it wakes real-time threads
+    // first. A manual event wakes all threads, and each of the older ones needs its grant.
+    if (sleep == Sleep::kWoken && !IsManual(state)) mayTake_ = true;
   }
 
   // acquire: pairs with SignalEventIn. release: for the thread that ends the object.
@@ -87,12 +91,18 @@ class Waiter {
   }
 
   ObjectWord* word_;
-  uint32_t arrival_;
+  uint64_t arrivalRound_;
   bool mayTake_;
   Deadline deadline_;
 };
 
 ObjectWord* WordIn(Slot* slot) { return &ContentOf<EventContent>(slot)->word; }
+
+// Open, and no reason to do more than look. relaxed: the caller looks again.
+bool IsUnsignalled(const ObjectWord& word, uint64_t identity) {
+  const uint64_t state = word.load(std::memory_order_relaxed);
+  return IsOpen(state, identity) && !IsSignalled(state) && !HasTransfers(state);
+}
 
 // What a passing thread leaves of a signalled event.
 uint64_t AfterPassing(uint64_t state) { return IsManual(state) ? state : state & ~kSignalled; }
@@ -100,7 +110,11 @@ uint64_t AfterPassing(uint64_t state) { return IsManual(state) ? state : state &
 [[gnu::noinline]] Wait WaitSlowly(Slot* slot, uint64_t identity, uint32_t timeoutMs) {
   ObjectWord* word = WordIn(slot);
   // A thread that only tests the event must not miss a transfer that has ended already.
-  if (HasTransfers(word->load(std::memory_order_relaxed))) CollectEndedTransfers();
+  if (HasTransfers(word->load(std::memory_order_relaxed))) {
+    CollectEndedTransfers();
+  } else if (timeoutMs != 0) {
+    LookBriefly([=] { return !IsUnsignalled(*word, identity); });
+  }
   uint64_t state = word->load(std::memory_order_relaxed);
   while (IsOpen(state, identity)) {
     const bool passes = IsSignalled(state);

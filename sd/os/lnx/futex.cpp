@@ -22,6 +22,17 @@ timespec Now() {
   return now;
 }
 
+Deadline NowPlus(time_t seconds, long nanoseconds) {
+  timespec time = Now();
+  time.tv_sec += seconds;
+  time.tv_nsec += nanoseconds;
+  while (time.tv_nsec >= kNanosecondsPerSecond) {
+    time.tv_nsec -= kNanosecondsPerSecond;
+    ++time.tv_sec;
+  }
+  return {time, false};
+}
+
 bool IsBefore(const timespec& one, const timespec& other) {
   return one.tv_sec != other.tv_sec ? one.tv_sec < other.tv_sec : one.tv_nsec < other.tv_nsec;
 }
@@ -30,14 +41,12 @@ bool IsBefore(const timespec& one, const timespec& other) {
 
 Deadline DeadlineAfter(uint32_t timeoutMs) {
   if (timeoutMs == kWaitForEver) return {{}, true};
-  timespec time = Now();
-  time.tv_sec += static_cast<time_t>(timeoutMs / 1000);
-  time.tv_nsec += static_cast<long>(timeoutMs % 1000) * kNanosecondsPerMs;
-  if (time.tv_nsec >= kNanosecondsPerSecond) {
-    time.tv_nsec -= kNanosecondsPerSecond;
-    ++time.tv_sec;
-  }
-  return {time, false};
+  return NowPlus(static_cast<time_t>(timeoutMs / 1000),
+                 static_cast<long>(timeoutMs % 1000) * kNanosecondsPerMs);
+}
+
+Deadline DeadlineAfterNs(uint32_t nanoseconds) {
+  return NowPlus(0, static_cast<long>(nanoseconds));
 }
 
 bool IsPast(const Deadline& deadline) { return !deadline.never && !IsBefore(Now(), deadline.time); }

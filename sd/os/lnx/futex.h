@@ -20,6 +20,7 @@ struct Deadline {
 
 // A time limit of kWaitForEver never ends.
 Deadline DeadlineAfter(uint32_t timeoutMs);
+Deadline DeadlineAfterNs(uint32_t nanoseconds);
 bool IsPast(const Deadline& deadline);
 Deadline EarlierOf(const Deadline& one, const Deadline& other);
 

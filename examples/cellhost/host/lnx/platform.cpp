@@ -162,6 +162,9 @@ uint64_t SizeOf(FILE* file) {
   return fstat(fileno(file), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
+const PipeErrors kPipeErrors = {
+    .missing = ENOENT, .timedOut = ETIMEDOUT, .busy = EBUSY, .gone = ENODATA};
+
 bool IsTerminal(FILE* file) { return isatty(fileno(file)) == 1; }
 
 uint32_t SetVariable(const char* name, const char* value) {

@@ -144,6 +144,11 @@ uint64_t SizeOf(FILE* file) {
   return sizeBytes < 0 ? 0 : static_cast<uint64_t>(sizeBytes);
 }
 
+const PipeErrors kPipeErrors = {.missing = ERROR_FILE_NOT_FOUND,
+                                .timedOut = ERROR_SEM_TIMEOUT,
+                                .busy = ERROR_PIPE_BUSY,
+                                .gone = ERROR_NO_DATA};
+
 bool IsTerminal(FILE* file) { return _isatty(_fileno(file)) != 0; }
 
 uint32_t SetVariable(const char* name, const char* value) {

@@ -1,10 +1,18 @@
-// Texts of OS errors that the system's own list words wrongly or not at all, on Linux.
+// OS errors that this layer tells apart, and texts of those that the system's own list words wrongly
+// or not at all, on Linux.
 #ifndef KIVSDU_CPP_LNX_OS_ERROR_HPP
 #define KIVSDU_CPP_LNX_OS_ERROR_HPP
 
+#include <cerrno>
 #include <cstdint>
 
 namespace kivsdu::detail {
+
+inline constexpr uint32_t kOsPipeEnded = EPIPE;       // of a read: the other end is closed
+inline constexpr uint32_t kOsMessageRest = EMSGSIZE;  // the message is longer than the buffer
+inline constexpr uint32_t kOsClientLeft = ENODATA;    // the client came and left
+inline constexpr uint32_t kOsPipeBusy = EBUSY;        // no instance is free
+inline constexpr uint32_t kOsNoSuchPipe = ENOENT;
 
 // The text of an outcome that has the same number on every platform; null for an errno.
 inline const char* TextOfOutcome(uint32_t osError, bool isWaitResult) noexcept {

@@ -1,10 +1,17 @@
-// Texts of OS errors that the system's own list words wrongly or not at all, on Windows.
+// OS errors that this layer tells apart, and texts of those that the system's own list words wrongly
+// or not at all, on Windows.
 #ifndef KIVSDU_CPP_W32_OS_ERROR_HPP
 #define KIVSDU_CPP_W32_OS_ERROR_HPP
 
 #include <cstdint>
 
 namespace kivsdu::detail {
+
+inline constexpr uint32_t kOsPipeEnded = 109;    // of a read: the other end is closed
+inline constexpr uint32_t kOsMessageRest = 234;  // the message is longer than the buffer
+inline constexpr uint32_t kOsClientLeft = 232;   // the client came and left
+inline constexpr uint32_t kOsPipeBusy = 231;     // no instance is free
+inline constexpr uint32_t kOsNoSuchPipe = 2;
 
 // The text of a wait's result; null for any other number.
 inline const char* TextOfOutcome(uint32_t osError, bool isWaitResult) noexcept {
