@@ -59,7 +59,7 @@ void WriteInTheBackground(kivsdu::Writer& writer) {
   kivsdu::DirectFile file(kBlocks, kReadAndWrite, KIV_SHARE_NONE, KIV_DISPOSITION_CREATE_ALWAYS,
                           KIV_OPEN_OVERLAPPED | KIV_OPEN_DELETE_ON_CLOSE);
   kivsdu::AlignedPages pages(2);
-  std::memset(pages.Data(), 'x', 2 * KIV_PAGE_UNIT);
+  std::memset(pages.Data(), 'x', size_t{2} * KIV_PAGE_UNIT);
   kivsdu::TransferLease lease(writer);
   kivsdu::Transfer transfers[2];
   transfers[0].StartWrite(file, 0, pages.Block(0), 1, &lease);

@@ -19,7 +19,7 @@ inline uint32_t CloseThread(KivHandle* handle) { return KivSdThreadDelete(nullpt
 // Runs a routine on its own thread, and returns the thread's exit code. An exception that leaves
 // the routine ends the process, because no frame above can catch it.
 template <class Routine>
-uint32_t RunRoutine(void* argument) noexcept {
+uint32_t RunRoutine(void* argument) noexcept {  // NOLINT(bugprone-exception-escape)
   const std::unique_ptr<Routine> routine(static_cast<Routine*>(argument));
   if constexpr (std::convertible_to<std::invoke_result_t<Routine&>, uint32_t>) {
     return (*routine)();
@@ -50,6 +50,7 @@ class Thread {
   //               is a number; else the exit code is 0
   //   stackBytes  0 for the system's default
   template <detail::RoutineOf<Thread> Routine>
+  // NOLINTNEXTLINE(bugprone-forwarding-reference-overload): no Thread is a RoutineOf<Thread>
   explicit Thread(Routine&& routine, uint32_t stackBytes = 0) {
     ErrorCode error;
     Start(std::forward<Routine>(routine), stackBytes, error);
