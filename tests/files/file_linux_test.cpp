@@ -132,6 +132,37 @@ TEST_F(LinuxFile, ThatIsTemporaryIsRemovedWhenItIsClosed) {
   EXPECT_EQ(ContentOf(path()), "another");
 }
 
+// Otherwise text that is written at the end would lie behind the mark.
+TEST_F(LinuxFile, OfTextLosesItsEndMarkWhenItIsOpenedForReadingAndWriting) {
+  folder_.Write("file", "text\x1A");
+  Close(Open(kText));
+  EXPECT_EQ(ContentOf(path()), "text\x1A");
+  Close(Open(kText | kReadWrite));
+  EXPECT_EQ(ContentOf(path()), "text");
+  Close(Open(kText | kReadWrite));
+  EXPECT_EQ(ContentOf(path()), "text");
+}
+
+// Temporary names lie in the first of TMP, TMPDIR and /tmp that is a folder.
+TEST(TemporaryFolderOfNames, IsTheFirstOfTheEnvironment) {
+  const TemporaryFolder one;
+  const TemporaryFolder other;
+  one.Write("file", "");
+  const auto folderOfName = [] {
+    char name[KIV_SYSTEM_PATH_MAX] = {};
+    EXPECT_EQ(KivSdFileTempNameGet(nullptr, "tm", name), KIV_ST_OK);
+    return std::filesystem::path(name).parent_path();
+  };
+  setenv("TMP", one.Path("file").c_str(), 1);
+  setenv("TMPDIR", other.Path().c_str(), 1);
+  EXPECT_EQ(folderOfName().string() + "/", other.Path());
+  setenv("TMP", one.Path().c_str(), 1);
+  EXPECT_EQ(folderOfName().string() + "/", one.Path());
+  unsetenv("TMP");
+  unsetenv("TMPDIR");
+  EXPECT_EQ(folderOfName(), "/tmp");
+}
+
 TEST_F(LinuxFile, OpenedToAppendIsStillWrittenAtAnOffset) {
   folder_.Write("file", "0123456789");
   const uint32_t file = Open(kBinary | kReadWrite | kAppend);
