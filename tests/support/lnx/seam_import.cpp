@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -12,7 +13,7 @@ namespace {
 
 thread_local uint32_t lastError = 0;
 thread_local void* originalOfCall = nullptr;
-SeamFault seamFault = nullptr;
+std::atomic<SeamFault> seamFault{nullptr};  // threads of the test call while it changes
 
 // Entries register before main, in any order.
 SeamImportEntry*& FirstEntry() {
@@ -54,7 +55,8 @@ void EnterPatchedCall(const SeamImportEntry& entry) { originalOfCall = entry.ori
 void SetSeamFault(SeamFault fault) { seamFault = fault; }
 
 SeamFailure DecideFault(const char* import, intptr_t* result) {
-  return seamFault == nullptr ? SeamFailure::kNone : seamFault(import, result);
+  const SeamFault fault = seamFault;
+  return fault == nullptr ? SeamFailure::kNone : fault(import, result);
 }
 
 uint32_t SeamLastError() { return lastError; }
