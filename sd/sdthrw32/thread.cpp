@@ -1,22 +1,11 @@
 // Threads: start, close, yield, join, and the calling thread's identifier.
 #include "kivsdu/thread.h"
 
-#include "compiler.h"
 #include "os/thread.h"
 #include "report.h"
 #include "sdthrw32/thread_handle.h"
 
 using namespace kiv;
-
-namespace {
-
-// Out of line, so that a known identifier is read without saving registers.
-KIV_NOINLINE uint32_t FindThreadId(KivSdContext* ctx, uint32_t* id) {
-  *id = os::CurrentThreadId();
-  return Report(ctx, KIV_ST_OK);
-}
-
-}  // namespace
 
 uint32_t KivSdThreadCreate(KivSdContext* ctx, KivSdThreadRoutine routine, uint64_t /*ignored*/,
                            uint32_t stackBytes, void* argument, uint32_t* id, KivHandle* thread) {
@@ -47,6 +36,6 @@ uint32_t KivSdThreadJoin(KivSdContext* ctx, KivHandle* thread) {
 
 uint32_t KivSdThreadIdGet(KivSdContext* ctx, uint32_t* id) {
   if (id == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  *id = os::KnownThreadId();
-  return *id != 0 ? Report(ctx, KIV_ST_OK) : FindThreadId(ctx, id);
+  *id = os::CurrentThreadId();
+  return Report(ctx, KIV_ST_OK);
 }
