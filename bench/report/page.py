@@ -9,6 +9,7 @@ from collections import defaultdict
 import matplotlib
 
 matplotlib.use("svg")
+matplotlib.rcParams["svg.fonttype"] = "none"  # text as text
 import matplotlib.pyplot as plt  # noqa: E402: the backend comes first
 
 from report.results import Row, best, kind  # noqa: E402
