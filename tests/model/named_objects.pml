@@ -22,7 +22,7 @@
  *   MUTANT_TRUST_FILE     opening attaches to a file that nobody holds
  *   MUTANT_BLIND_UNLINK   closing removes the file although others hold it
  *   MUTANT_NO_UNLINK      closing leaves the file
- *   MUTANT_LATE_DROP      closing asks who holds the object before it drops its own hold, and so
+ *   MUTANT_LATE_DROP      closing asks who holds the object before it drops its own hold. It then
  *                         finds itself
  *   MUTANT_FOREIGN_FILE   (REMOVER) closing removes the name's file although it is another object's */
 
