@@ -40,10 +40,10 @@
 #define ALL (PROCESSES + 1) /* the last process is the one that comes at the end */
 
 byte steps = NOBODY;     /* holds the lock on the steps */
-byte name;               /* the file of the name; 0 is none */
+byte name;               /* the file of the name; 0 if it has no file */
 bool sized[FILES];       /* the file has its header */
 bool holds[ALL * FILES]; /* by process and file */
-byte opened[ALL];        /* the file that the process has open; 0 is none */
+byte opened[ALL];        /* the file that the process has open; 0 if it has none open */
 byte killsLeft = KILLS;
 bool die[ALL];
 
