@@ -1,6 +1,7 @@
 // The cost that the C++ layer adds to the C calls. Layer and C call take turns within one run.
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <mutex>
 #include <shared_mutex>
 
@@ -91,5 +92,66 @@ void SemaphoreInCpp(benchmark::State& state) {
   }
 }
 BENCHMARK(SemaphoreInCpp);
+
+constexpr uint32_t kMessageBytes = 100;
+
+void PipeInC(benchmark::State& state) {
+  KivSdContext ctx = {};
+  KivHandle readEnd = nullptr;
+  KivHandle writeEnd = nullptr;
+  KivSdPipeCreate(&ctx, &readEnd, &writeEnd, 0);
+  char message[kMessageBytes] = {};
+  uint32_t count = 0;
+  for (auto _ : state) {
+    if (KivSdPipeWrite(&ctx, &writeEnd, message, kMessageBytes, &count) != KIV_ST_OK ||
+        KivSdPipeRead(&ctx, &readEnd, message, kMessageBytes, &count) != KIV_ST_OK) {
+      state.SkipWithError("not transferred");
+    }
+  }
+  KivSdPipeClose(&ctx, &writeEnd);
+  KivSdPipeClose(&ctx, &readEnd);
+}
+BENCHMARK(PipeInC);
+
+void PipeInCpp(benchmark::State& state) {
+  kivsdu::Pipe pipe;
+  char message[kMessageBytes] = {};
+  for (auto _ : state) {
+    pipe.writeEnd.Write(message, kMessageBytes);
+    benchmark::DoNotOptimize(pipe.readEnd.Read(message, kMessageBytes));
+  }
+}
+BENCHMARK(PipeInCpp);
+
+// Both ends of a segment in one thread, where no wait is long.
+constexpr auto kPeerLimit = std::chrono::seconds(10);
+
+void SegmentInC(benchmark::State& state) {
+  kivsdu::Segment server("cpp-layer-bench-c", 1, kPeerLimit);
+  kivsdu::Segment client("cpp-layer-bench-c", 0, kPeerLimit);
+  char message[kMessageBytes] = {};
+  for (auto _ : state) {
+    if (KivWriteSharedMemChunk(nullptr, server.Get(), 0, kMessageBytes, 1, 1, message) !=
+            KIV_ST_OK ||
+        KivReadSharedMemChunk(nullptr, client.Get(), 0, kMessageBytes, 0, nullptr, message) !=
+            KIV_ST_OK) {
+      state.SkipWithError("not transferred");
+    }
+  }
+}
+BENCHMARK(SegmentInC);
+
+void SegmentInCpp(benchmark::State& state) {
+  kivsdu::Segment server("cpp-layer-bench-cpp", 1, kPeerLimit);
+  kivsdu::Segment client("cpp-layer-bench-cpp", 0, kPeerLimit);
+  auto writer = kivsdu::Chunk::Of(server, 0);
+  auto reader = kivsdu::Chunk::Of(client, 0);
+  char message[kMessageBytes] = {};
+  for (auto _ : state) {
+    writer.Write(message, kMessageBytes);
+    benchmark::DoNotOptimize(reader.Read(message, kMessageBytes));
+  }
+}
+BENCHMARK(SegmentInCpp);
 
 }  // namespace
