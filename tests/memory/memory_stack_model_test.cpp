@@ -1,9 +1,6 @@
 // Compares memory stacks with a model: random operations run on both. After each operation the
 // statuses, the addresses, the used and free blocks, and the counts of allocated and freed blocks
 // must be equal.
-//
-// The model keeps two lists of blocks and follows the rules in the simplest way. It learns the
-// address of a new block from the stack and expects that address from then on.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,136 +10,18 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
+#include "model/memory_stack_model.h"
 #include "sdcommon/memory_stack.h"
 #include "support/block_count.h"
 #include "support/context.h"
 
 namespace {
 
-using kiv::StackBlock;
 using kiv::test::BlockCount;
 using kiv::test::Context;
+using kiv::test::MemoryStackModel;
 
 constexpr uint32_t kOperations = 200000;
-constexpr uint64_t kMax32Bits = 0xFFFFFFFF;
-
-struct ModelBlock {
-  uint64_t sizeBytes;
-  uintptr_t address;  // 0 until the stack has returned it
-};
-
-struct Placement {
-  uint32_t status;
-  uint64_t offset;  // in the top block
-};
-
-class Model {
- public:
-  Model(uint64_t page, uint64_t alignment, uint64_t initialBytes) : page_(page), align_(alignment) {
-    header_ = Aligned(16);
-    offset_ = header_;
-    default_ = BlockSize(initialBytes);
-    free_.push_back(Fresh(default_));
-  }
-
-  Placement Push(uint64_t sizeBytes) {
-    if (used_.empty() || offset_ + sizeBytes > used_.back().sizeBytes) {
-      const uint64_t needed = header_ + sizeBytes;
-      const uint64_t want = needed > default_ ? BlockSize(needed) : default_;
-      if (!free_.empty() && free_.front().sizeBytes >= want) {
-        used_.push_back(free_.front());
-        free_.erase(free_.begin());
-      } else {
-        if (want > kMax32Bits) return {KIV_ST_OUT_OF_MEMORY, 0};
-        used_.push_back(Fresh(want));
-      }
-      offset_ = header_;
-    }
-    const Placement placement = {KIV_ST_OK, offset_};
-    offset_ = Aligned(offset_ + sizeBytes);
-    return placement;
-  }
-
-  uint32_t Pop(uintptr_t address) {
-    size_t holder = 0;
-    while (holder < used_.size() && !Holds(used_[holder], address)) ++holder;
-    if (holder == used_.size()) return KIV_ST_ARGUMENT;
-    while (used_.size() > holder + 1) {
-      const bool directlyAbove = used_.size() == holder + 2;
-      if (directlyAbove && free_.empty() && used_.back().sizeBytes == default_) {
-        free_.push_back(used_.back());
-      } else {
-        ++freed;
-      }
-      used_.pop_back();
-    }
-    offset_ = address - used_.back().address;
-    return KIV_ST_OK;
-  }
-
-  void Reset() {
-    while (!used_.empty()) {
-      size_t place = 0;
-      while (place < free_.size() && free_[place].sizeBytes > used_.back().sizeBytes) ++place;
-      free_.insert(free_.begin() + static_cast<std::ptrdiff_t>(place), used_.back());
-      used_.pop_back();
-    }
-    offset_ = header_;
-  }
-
-  // Compares the stack's chains with the model's lists, link by link.
-  bool Is(const KivSdMemStack& stack) {
-    return stack.headerBytes == header_ && stack.defaultBlockBytes == default_ &&
-           stack.topOffset == offset_ && Matches(stack.top, used_.rbegin(), used_.rend()) &&
-           Matches(stack.freeList, free_.begin(), free_.end());
-  }
-
-  const std::vector<ModelBlock>& used() const { return used_; }
-  bool empty() const { return used_.empty(); }
-  uint64_t offset() const { return offset_; }
-
-  uint64_t allocated = 0;
-  uint64_t freed = 0;
-
- private:
-  uint64_t Aligned(uint64_t offset) const {
-    return offset + (offset % align_ == 0 ? 0 : align_ - offset % align_);
-  }
-
-  uint64_t BlockSize(uint64_t bytes) const {
-    uint64_t pages = (bytes + 128) / page_;
-    if (pages * page_ < bytes + 128) ++pages;
-    return pages * page_ - 128;
-  }
-
-  ModelBlock Fresh(uint64_t sizeBytes) {
-    ++allocated;
-    return {sizeBytes, 0};
-  }
-
-  bool Holds(const ModelBlock& block, uintptr_t address) const {
-    return block.address + header_ <= address && address < block.address + block.sizeBytes;
-  }
-
-  template <typename Iterator>
-  static bool Matches(const StackBlock* block, Iterator first, Iterator last) {
-    for (; first != last; ++first, block = block->next) {
-      if (block == nullptr || block->sizeBytes != first->sizeBytes) return false;
-      if (first->address == 0) first->address = reinterpret_cast<uintptr_t>(block);
-      if (first->address != reinterpret_cast<uintptr_t>(block)) return false;
-    }
-    return block == nullptr;
-  }
-
-  uint64_t page_;
-  uint64_t align_;
-  uint64_t header_;
-  uint64_t default_;
-  uint64_t offset_ = 0;
-  std::vector<ModelBlock> used_;  // the top block last
-  std::vector<ModelBlock> free_;  // the largest first
-};
-
 // A piece that is filled with bytes computed from its seed.
 struct Piece {
   unsigned char* address;
@@ -199,7 +78,7 @@ class StackModel : public testing::TestWithParam<Shape> {
     Piece piece = {nullptr, RandomSize(), static_cast<unsigned char>(random_())};
     void* const untouched = &piece;
     void* out = untouched;
-    const Placement placement = model_.Push(piece.sizeBytes);
+    const MemoryStackModel::Placement placement = model_.Push(piece.sizeBytes);
     CHECK_OUTCOME(ctx_, KivSdMemStackAllocAndPush(ctx_, stack_, piece.sizeBytes, &out),
                   placement.status, 0u);
     if (placement.status != KIV_ST_OK) {
@@ -230,8 +109,8 @@ class StackModel : public testing::TestWithParam<Shape> {
   // Chooses an address in or near a used block: in the header, at its last byte, or one byte after.
   void PopAnywhere() {
     if (model_.empty()) return Pop(reinterpret_cast<unsigned char*>(stack_->freeList));
-    const std::vector<ModelBlock>& used = model_.used();
-    const ModelBlock block = used[used.size() - 1 - Below(std::min(3u, Count(used)))];
+    const std::vector<MemoryStackModel::Block>& used = model_.used();
+    const MemoryStackModel::Block block = used[used.size() - 1 - Below(std::min(3u, Count(used)))];
     const auto* start = reinterpret_cast<const unsigned char*>(block.address);
     const auto size = static_cast<uint32_t>(block.sizeBytes);
     const auto header = static_cast<uint32_t>(std::min<uint64_t>(stack_->headerBytes, size));
@@ -239,7 +118,7 @@ class StackModel : public testing::TestWithParam<Shape> {
     Pop(start + offsets[Below(6)]);
   }
 
-  static uint32_t Count(const std::vector<ModelBlock>& blocks) {
+  static uint32_t Count(const std::vector<MemoryStackModel::Block>& blocks) {
     return static_cast<uint32_t>(blocks.size());
   }
 
@@ -257,7 +136,7 @@ class StackModel : public testing::TestWithParam<Shape> {
   void ForgetPopped() {
     const auto lies = [&](const Piece& piece) {
       const auto address = reinterpret_cast<uintptr_t>(piece.address);
-      const std::vector<ModelBlock>& used = model_.used();
+      const std::vector<MemoryStackModel::Block>& used = model_.used();
       for (size_t i = used.size(); i-- > 0;) {
         const bool top = i == used.size() - 1;
         const uint64_t limit = top ? model_.offset() : used[i].sizeBytes;
@@ -291,7 +170,7 @@ class StackModel : public testing::TestWithParam<Shape> {
   uint32_t initialBytes_;
   std::mt19937 random_;
   BlockCount count_;
-  Model model_;
+  MemoryStackModel model_;
   Context ctx_;
   KivSdMemStack* stack_ = nullptr;
   std::vector<Piece> pieces_;
