@@ -61,10 +61,12 @@ ValueResult<void*> StandardHandle(int descriptor, uintptr_t handle) {
   return {true, 0, reinterpret_cast<void*>(handle)};
 }
 
-// Waits until input can be read; 0 only looks. Returns poll's events.
+// Waits until input can be read; 0 only looks. Returns poll's events. If the kernel cannot poll, the
+// read has to show the failure: otherwise a wait for a key would never end.
 int WaitForInput(int timeoutMs) {
   pollfd input = {STDIN_FILENO, POLLIN, 0};
   const int count = poll(&input, 1, timeoutMs);
+  if (count == -1 && errno != EINTR) return POLLIN;
   return count > 0 ? input.revents : 0;
 }
 
