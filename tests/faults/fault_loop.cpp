@@ -1,6 +1,8 @@
 #include "faults/fault_loop.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -69,8 +71,10 @@ std::string Describe(const FaultPlan& plan) {
          " with error " + std::to_string(plan.error);
 }
 
-// The errors of the loops: the usual ones, and those that have rows of their own.
+// The errors of the loops: the usual ones, and those that have rows of their own. A scenario whose runs
+// have processes of their own has one error, because they take their time.
 std::vector<uint32_t> ErrorsFor(const FaultScenario& scenario) {
+  if (scenario.isOnce) return {kErrors[0]};
   std::vector<uint32_t> errors(std::begin(kErrors), std::end(kErrors));
   for (const FaultOutcome& outcome : scenario.outcomes) {
     const bool isKnown = outcome.error == FaultOutcome::kAny ||
@@ -98,20 +102,77 @@ void RunOnce(const FaultScenario& scenario, const FaultPlan& plan, const Resourc
   EXPECT_EQ(after.blocks, before.blocks) << "memory leaks";
 }
 
-// Runs the loop of one error. Returns the number of faults.
-uint64_t RunLoop(const FaultScenario& scenario, FaultPlan plan, const Resources& before) {
+// What a process that runs a scenario tells by its exit code.
+enum : int { kNothingFailed = 40, kCallsFailed = 41, kIsWrong = 42 };
+
+[[noreturn]] void RunAndExit(const FaultScenario& scenario, const FaultPlan& plan) {
+  RunOnce(scenario, plan, Held());
+  std::fflush(stdout);
+  if (testing::Test::HasFailure()) _exit(kIsWrong);
+  _exit(FailedCalls().empty() ? kNothingFailed : kCallsFailed);
+}
+
+// Runs the scenario in a new process. Returns whether a call failed.
+bool RunInNewProcess(const FaultScenario& scenario, const FaultPlan& plan) {
+  std::fflush(stdout);
+  const pid_t process = fork();
+  if (process == 0) RunAndExit(scenario, plan);
+  int status = 0;
+  EXPECT_EQ(waitpid(process, &status, 0), process);
+  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+  EXPECT_NE(WEXITSTATUS(status), kIsWrong);
+  return WEXITSTATUS(status) == kCallsFailed;
+}
+
+// Whether the errors of a call differ. The only error of an allocation is a lack of memory, and a file
+// that cannot be opened counts as missing.
+bool HasErrors(const std::string& call) { return !IsAllocation(call) && call != "fopen"; }
+
+// A loop: the number of faults, and whether they depend on the plan's error.
+struct Loop {
+  uint64_t faults;
+  bool hasErrors;
+};
+
+// Runs the scenario and, if a call failed, once more without a failure. Returns whether a call
+// failed.
+bool RunTwice(const FaultScenario& scenario, const FaultPlan& plan, const Resources& before,
+              Loop* loop) {
+  if (scenario.isOnce) return RunInNewProcess(scenario, plan);
+  RunOnce(scenario, plan, before);
+  if (FailedCalls().empty()) return false;
+  loop->hasErrors |= std::any_of(FailedCalls().begin(), FailedCalls().end(), HasErrors);
+  SCOPED_TRACE("first failed call: " + FailedCalls().front());
+  const FaultPlan none;
+  RunOnce(scenario, none, before);
+  return true;
+}
+
+// Runs the loop of one error.
+Loop RunLoop(const FaultScenario& scenario, FaultPlan plan, const Resources& before) {
   const uint32_t most = plan.error == kErrors[0] ? kMostCalls : kCallsOfAllErrors;
+  Loop loop = {0, scenario.isOnce};
   for (plan.first = 1; plan.first <= most; ++plan.first) {
     SCOPED_TRACE(Describe(plan));
-    RunOnce(scenario, plan, before);
-    if (FailedCalls().empty()) return plan.first - 1;
-    SCOPED_TRACE("first failed call: " + FailedCalls().front());
-    FaultPlan none;
-    RunOnce(scenario, none, before);
-    if (testing::Test::HasFailure()) return plan.first;
+    if (!RunTwice(scenario, plan, before, &loop)) return loop;
+    ++loop.faults;
+    if (testing::Test::HasFailure()) return loop;
   }
   EXPECT_NE(most, kMostCalls) << "the operation never ends without a failure";
-  return most;
+  return loop;
+}
+
+// Runs the loops of all errors at a level.
+uint64_t RunLoops(const FaultScenario& scenario, FaultPlan plan, const Resources& before) {
+  uint64_t faults = 0;
+  for (const uint32_t error : ErrorsFor(scenario)) {
+    if (plan.level == FaultLevel::kSystemCalls && error == kOnlyOfPrimitives) continue;
+    plan.error = error;
+    const Loop loop = RunLoop(scenario, plan, before);
+    faults += loop.faults;
+    if (!loop.hasErrors || testing::Test::HasFailure()) break;
+  }
+  return faults;
 }
 
 }  // namespace
@@ -175,22 +236,22 @@ void FaultRun::CheckRecord(uint32_t status, Recording recording, uint32_t error)
 void RunFaultLoops(const FaultScenario& scenario) {
   const BlockWatch blocks;
   const FaultPlan none;
-  for (int i = 0; i < 2; ++i) {  // what the library makes once and keeps
+  for (int i = 0; i < 2 && !scenario.isOnce; ++i) {  // what the library makes once and keeps
     FaultRun first(scenario, none);
     scenario.body(first);
   }
   const Resources before = Held();
   uint64_t faults = 0;
   for (const FaultLevel level : {FaultLevel::kPrimitives, FaultLevel::kSystemCalls}) {
+    // The primitives have loops of their own, by other operations.
+    if (scenario.isOnce && level == FaultLevel::kSystemCalls) continue;
     for (const bool lasting : {false, true}) {
-      for (const uint32_t error : ErrorsFor(scenario)) {
-        if (level == FaultLevel::kSystemCalls && error == kOnlyOfPrimitives) continue;
-        faults += RunLoop(scenario, {level, 1, lasting, error}, before);
-        if (testing::Test::HasFailure()) return;
-      }
+      faults += RunLoops(scenario, {level, 1, lasting, 0, scenario.spared}, before);
+      if (testing::Test::HasFailure()) return;
     }
   }
-  faults += RunLoop(scenario, {FaultLevel::kSystemCalls, 1, false, kOnlyOnce}, before);
+  const FaultPlan interrupted = {FaultLevel::kSystemCalls, 1, false, kOnlyOnce, scenario.spared};
+  if (!scenario.isOnce) faults += RunLoop(scenario, interrupted, before).faults;
   faultCount += faults;
 }
 

@@ -44,6 +44,9 @@ struct FaultScenario {
   // Documented statuses beyond those of the outcomes, for calls of the system in a primitive.
   std::vector<uint32_t> otherStatuses = {};
   Recording recording = Recording::kAll;
+  // Whether the library does it once in a process: each run has a process of its own.
+  bool isOnce = false;
+  const char* spared = nullptr;  // a call that the operation needs to end; may be null
 };
 
 // GoogleTest names the scenario of a test that failed.

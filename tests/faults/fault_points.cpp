@@ -4,6 +4,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <set>
+#include <utility>
 
 #include "support/import_patch.h"
 #include "support/last_error.h"
@@ -152,7 +155,7 @@ const Failure kFailures[] = {
     {"free", kNever},
     {"getenv", kNever},
     {"malloc", kNever},
-    {"printf", kNever},
+    {"printf", kMinusOne},
     {"realloc", kNever},
 };
 
@@ -192,6 +195,19 @@ void* (*realMalloc)(size_t);
 void* (*realRealloc)(void*, size_t);
 void (*realFree)(void*);
 
+// Those of a TakenBlocks object; null without one.
+std::set<void*>* taken = nullptr;
+
+void Note(void* block) {
+  CountBlock(1);
+  if (taken != nullptr) taken->insert(block);
+}
+
+void Forget(void* block) {
+  CountBlock(-1);
+  if (taken != nullptr) taken->erase(block);
+}
+
 bool AllocationFails(const char* call) {
   if (armed == nullptr || !FailsAt(armed->level, call)) return false;
   SetErrors(ENOMEM, ENOMEM);
@@ -201,19 +217,21 @@ bool AllocationFails(const char* call) {
 void* Malloc(size_t sizeBytes) {
   if (AllocationFails("malloc")) return nullptr;
   void* block = realMalloc(sizeBytes);
-  if (block != nullptr) CountBlock(1);
+  if (block != nullptr) Note(block);
   return block;
 }
 
 void* Realloc(void* block, size_t sizeBytes) {
   if (AllocationFails("realloc")) return nullptr;
   void* moved = realRealloc(block, sizeBytes);
-  if (block == nullptr && moved != nullptr) CountBlock(1);
+  if (moved == nullptr) return nullptr;
+  if (block != nullptr) Forget(block);
+  Note(moved);
   return moved;
 }
 
 void Free(void* block) {
-  if (block != nullptr) CountBlock(-1);
+  if (block != nullptr) Forget(block);
   realFree(block);
 }
 
@@ -242,6 +260,7 @@ uint32_t PlannedError() { return armed->error; }
 
 bool FailsAt(FaultLevel level, const char* call) {
   if (armed == nullptr || armed->level != level || armed->first == 0) return false;
+  if (armed->spared != nullptr && std::strcmp(armed->spared, call) == 0) return false;
   ++reached;
   const bool fails = armed->lasting ? reached >= armed->first : reached == armed->first;
   if (!fails) return false;
@@ -263,5 +282,12 @@ BlockWatch::BlockWatch() : patches_(new Patches) {
 }
 
 BlockWatch::~BlockWatch() { delete patches_; }
+
+TakenBlocks::TakenBlocks() { taken = new std::set<void*>; }
+
+TakenBlocks::~TakenBlocks() {
+  const std::unique_ptr<std::set<void*>> left(std::exchange(taken, nullptr));
+  for (void* block : *left) Free(block);
+}
 
 }  // namespace kiv::test

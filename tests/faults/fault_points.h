@@ -23,6 +23,7 @@ struct FaultPlan {
   uint32_t first = 0;    // number of the first call that fails, from 1; 0 if none fails
   bool lasting = false;  // whether all later calls fail too
   uint32_t error = 0;
+  const char* spared = nullptr;  // a call that does not fail; may be null
 };
 
 // Arms a plan for its lifetime. Only one object at a time.
@@ -52,6 +53,17 @@ class BlockWatch {
  private:
   struct Patches;
   Patches* patches_;
+};
+
+// Frees, at the end of its lifetime, the blocks that were taken from the C runtime meanwhile and that
+// the library keeps for the rest of the process, as the heaps of a manager. Only within the lifetime
+// of a BlockWatch, and one object at a time.
+class TakenBlocks {
+ public:
+  TakenBlocks();
+  ~TakenBlocks();
+  TakenBlocks(const TakenBlocks&) = delete;
+  TakenBlocks& operator=(const TakenBlocks&) = delete;
 };
 
 // ---- For the wrappers of the calls ----

@@ -228,6 +228,20 @@ void FindNames(FaultRun& run) {
   KivSdFileFreeNames(nullptr, names, count);
 }
 
+void AddToList(FaultRun& run) {
+  const OpenFile open;
+  const std::string pattern = open.folder.Path("*");
+  KivSdFindRecord record = {};
+  EXPECT_EQ(KivSdFileFindFirst(nullptr, pattern.c_str(), 0, &record), KIV_ST_OK);
+  KivSdFileListItem head = {};
+  EXPECT_EQ(KivSdAddFileListItem(&head, &record, 0), 0u);
+  run.Call([&](KivSdContext*) {
+    return KivSdAddFileListItem(&head, &record, 1) == 0 ? KIV_ST_OK : KIV_ST_OUT_OF_MEMORY;
+  });
+  EXPECT_EQ(KivSdDeleteFileListItems(&head), 0u);
+  KivSdFileFindClose(nullptr, &record);
+}
+
 // ---- Mapped files ----
 
 struct MappedFile {
@@ -641,6 +655,11 @@ const FaultScenario kScenarios[] = {
     {"KivSdDirectIONoWaitCbsInit", MakeRecords, {{"CreateEventA", KIV_ST_EVENT_CREATE}}},
     {"KivSdDirectIONoWaitCbsTerm", EndRecords, {{"CloseHandle", KIV_ST_EVENT_CLOSE}}},
     {"KivSdCreateLink", MakeLink, {{"CreateHardLinkA", KIV_ST_FILE_CREATE}}},
+    {"KivSdAddFileListItem",
+     AddToList,
+     {{"malloc", KIV_ST_OUT_OF_MEMORY}},
+     {},
+     Recording::kNothing},
     {"KivSdFileFind",
      FindNames,
      {{"FindFirstFileA", KIV_ST_OK},

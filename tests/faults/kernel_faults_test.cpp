@@ -1,4 +1,11 @@
 // Fault loops of kernel objects, threads, processes and locks.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
 #include "faults/fault_loop.h"
 #include "kivsdu/kivsdu.h"
 
@@ -79,6 +86,11 @@ void CreateSet(FaultRun& run) {
   const uint32_t status = run.Call(
       [&](KivSdContext* ctx) { return KivSdShSemSetCreate(ctx, kName, 3, 0, kOnes, kOnes, &set); });
   if (status == KIV_ST_OK) KivSdShSemSetClose(nullptr, set);
+}
+void CloseSet(FaultRun& run) {
+  SemaphoreSet set;
+  KivSdShSemSet* closing = std::exchange(set.set, nullptr);
+  run.Call([&](KivSdContext* ctx) { return KivSdShSemSetClose(ctx, closing); });
 }
 void RequestOfSet(FaultRun& run) {
   const SemaphoreSet set;
@@ -331,6 +343,28 @@ void CheckAlive(FaultRun& run) {
   });
 }
 
+// A process that waits to be killed. Its handle is its identifier.
+struct Process {
+  Process() : id(fork()) {
+    if (id != 0) return;
+    for (;;) pause();
+  }
+  ~Process() {
+    kill(id, SIGKILL);
+    waitpid(id, nullptr, 0);
+  }
+
+  const pid_t id;
+};
+
+void EndProcess(FaultRun& run) {
+  const Process process;
+  run.Call([&](KivSdContext* ctx) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    return KivSdProcessDelete(ctx, reinterpret_cast<KivHandle>(intptr_t{process.id}));
+  });
+}
+
 // ---- Locks and per-thread storage ----
 
 void CreateSpinlock(FaultRun& run) {
@@ -340,6 +374,16 @@ void CreateSpinlock(FaultRun& run) {
     return lock != nullptr ? KIV_ST_OK : KIV_ST_OUT_OF_MEMORY;
   });
   if (lock != nullptr) KivSdSpinlockDestroy(nullptr, lock);
+}
+void EndLock(FaultRun& run) {
+  KivRWLock lock;
+  KivRWLockTable table = {};
+  KivRWLockInit(nullptr, 0, &lock, 1, 0);
+  EXPECT_EQ(KivSdStartWrite(nullptr, &table, &lock), KIV_ST_OK);
+  run.Call([&](KivSdContext*) { return KivSdEndRW(nullptr, &table, &lock); });
+  EXPECT_EQ(KivSdStartWrite(nullptr, &table, &lock), KIV_ST_OK) << "the lock stays taken";
+  EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock), KIV_ST_OK);
+  KivRWLockFreeQNodes(&table);
 }
 template <uint32_t (*Start)(void*, KivRWLockTable*, KivRWLock*)>
 void StartLock(FaultRun& run) {
@@ -385,6 +429,7 @@ const FaultScenario kScenarios[] = {
       {"malloc", KIV_ST_OUT_OF_MEMORY}},
      {},
      Recording::kNothing},
+    {"KivSdShSemSetClose", CloseSet, {{"CloseHandle", KIV_ST_OK}}, {}, Recording::kNothing},
     {"KivSdShSemSetRequest",
      RequestOfSet,
      {{"WaitForSingleObject", KIV_ST_SEM_REQUEST}},
@@ -436,6 +481,10 @@ const FaultScenario kScenarios[] = {
     {"KivSdProcessCheckAlive",
      CheckAlive,
      {{"WaitForSingleObject", KIV_ST_PROCESS_ALIVE, FaultOutcome::kAny, Recording::kWaitResult}}},
+    {"KivSdProcessDelete",
+     EndProcess,
+     {{"TerminateProcess", KIV_ST_OK, FaultOutcome::kAny, Recording::kOtherError},
+      {"TerminateProcess", KIV_ST_PROCESS_DELETE, EPERM}}},
     {"KivSdSpinlockCreate",
      CreateSpinlock,
      {{"malloc", KIV_ST_OUT_OF_MEMORY}},
@@ -443,6 +492,7 @@ const FaultScenario kScenarios[] = {
      Recording::kNothing},
     {"KivSdStartRead", StartLock<KivSdStartRead>, kLockOutcomes, {}, Recording::kNothing},
     {"KivSdStartWrite", StartLock<KivSdStartWrite>, kLockOutcomes, {}, Recording::kNothing},
+    {"KivSdEndRW", EndLock, kLockOutcomes, {}, Recording::kNothing},
     {"KivSdInit", MakeContext, {{"malloc", KIV_ST_OUT_OF_MEMORY}}, {}, Recording::kNothing},
 };
 

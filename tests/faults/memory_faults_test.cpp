@@ -52,6 +52,22 @@ void AllocateAligned(FaultRun& run) {
       [&](KivSdContext*) { return adMallocAligned(nullptr, 0, kBytes, &block, kFile, __LINE__); });
   if (status == KIV_ST_OK) adFreeAligned(block, 1);
 }
+void ReallocateOfManager(FaultRun& run) {
+  void* block = nullptr;
+  EXPECT_EQ(adMalloc(nullptr, kBytes, &block, kFile, __LINE__), KIV_ST_OK);
+  void* moved = nullptr;
+  const uint32_t status = run.Call([&](KivSdContext*) {
+    return adRealloc(nullptr, 2 * kBytes, block, &moved, kFile, __LINE__);
+  });
+  adFree(status == KIV_ST_OK ? moved : block, kFile, __LINE__);
+}
+void AllocateOnNode(FaultRun& run) {
+  void* block = nullptr;
+  uint64_t size = 0;
+  const uint32_t status =
+      run.Call([&](KivSdContext*) { return adMallocOnNode(nullptr, kBytes, &size, &block); });
+  if (status == KIV_ST_OK) adFreeOnNode(0, 0, block);
+}
 void DuplicateText(FaultRun& run) {
   char* copy = nullptr;
   run.Call([&](KivSdContext*) {
@@ -74,6 +90,42 @@ void AllocateByPolicyOfManager(FaultRun& run) {
     return adMallocPolicy(nullptr, kBytes, &block, AD_POLICY_FULL, kFile, __LINE__);
   });
   if (status == KIV_ST_OK) adFree(block, kFile, __LINE__);
+}
+
+// ---- Policy blocks, and the thread's cache ----
+
+// The switch for policy headers, on for the object's lifetime.
+struct PolicyHeaders {
+  PolicyHeaders() { KivSdSetMemoryManager(1); }
+  ~PolicyHeaders() { KivSdSetMemoryManager(0); }
+};
+
+// A cache of this thread, where there is memory for one.
+struct ThreadCache : PolicyHeaders {
+  ThreadCache() { EXPECT_EQ(adCreateThreadAlloc(), KIV_ST_OK); }
+  ~ThreadCache() { EXPECT_EQ(adDestroyThreadAlloc(), KIV_ST_OK); }
+};
+
+void AllocateWithHeader(FaultRun& run) {
+  const PolicyHeaders headers;
+  AllocateOfManager(run);
+}
+void ReallocateWithHeader(FaultRun& run) {
+  const PolicyHeaders headers;
+  ReallocateOfManager(run);
+}
+void AllocateFromCache(FaultRun& run) {
+  const ThreadCache cache;
+  AllocateOfManager(run);
+}
+void ReallocateFromCache(FaultRun& run) {
+  const ThreadCache cache;
+  ReallocateOfManager(run);
+}
+void MakeCache(FaultRun& run) {
+  const PolicyHeaders headers;
+  run.Call([](KivSdContext*) { return adCreateThreadAlloc(); });
+  EXPECT_EQ(adDestroyThreadAlloc(), KIV_ST_OK);
 }
 
 // ---- Pages ----
@@ -147,6 +199,13 @@ const FaultScenario kScenarios[] = {
     {"adCalloc", AllocateZeroed, kNoMemory, {}, Recording::kNothing},
     {"adMallocAligned", AllocateAligned, kNoMemory, {}, Recording::kNothing},
     {"adStrDup", DuplicateText, kNoMemory, {}, Recording::kNothing},
+    {"adRealloc", ReallocateOfManager, kNoMemory, {}, Recording::kNothing},
+    {"adMallocOnNode", AllocateOnNode, kNoMemory, {}, Recording::kNothing},
+    {"adMalloc_header", AllocateWithHeader, kNoMemory, {}, Recording::kNothing},
+    {"adRealloc_header", ReallocateWithHeader, kNoMemory, {}, Recording::kNothing},
+    {"adMalloc_cache", AllocateFromCache, kNoMemory, {}, Recording::kNothing},
+    {"adRealloc_cache", ReallocateFromCache, kNoMemory, {}, Recording::kNothing},
+    {"adCreateThreadAlloc", MakeCache, {{"malloc", KIV_ST_OK}}, {}, Recording::kNothing},
     {"KivSdAlignedMemAlloc",
      TakePages<KivSdAlignedMemAlloc, KivSdAlignedMemFree>,
      {{"VirtualAlloc", KIV_ST_ALIGNED_COMMIT}, {"malloc", KIV_ST_ALIGNED_COMMIT}}},

@@ -1,4 +1,12 @@
 // Fault loops of system information, time, console, modules and per-thread storage.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
 #include "faults/fault_loop.h"
 #include "kivsdu/kivsdu.h"
 
@@ -51,6 +59,18 @@ void NameModule(FaultRun& run) {
   });
 }
 
+void FindMainModule(FaultRun& run) {
+  KivHandle module = nullptr;
+  run.Call([&](KivSdContext* ctx) { return KivSdModuleHandleGet(ctx, &module); });
+}
+void ExplainError(FaultRun& run) {
+  KivSdContext failed = {};
+  failed.osError = ENOENT;
+  run.Call([&](KivSdContext*) {
+    return KivSdModuleGetErrorMessage(&failed)[0] != '\0' ? KIV_ST_OK : KIV_ST_ARGUMENT;
+  });
+}
+
 // ---- Information ----
 
 void GetMemory(FaultRun& run) {
@@ -77,6 +97,125 @@ void GetUser(FaultRun& run) {
   char name[256];
   uint32_t length = sizeof(name);
   run.Call([&](KivSdContext* ctx) { return KivSdGetSessionLoginUsername(ctx, name, &length); });
+}
+
+void GetResourcesSize(FaultRun& run) {
+  uint64_t size = 0;
+  run.Call([&](KivSdContext* ctx) { return KivSdOSResourcesSizeGet(ctx, &size); });
+}
+void GetResources(FaultRun& run) {
+  uint64_t size = 0;
+  EXPECT_EQ(KivSdOSResourcesSizeGet(nullptr, &size), KIV_ST_OK);
+  void* resources = std::malloc(size);
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdOSResourcesGet(ctx, static_cast<uint32_t>(size),
+                               static_cast<KivSdOSResources*>(resources));
+  });
+  std::free(resources);
+}
+void GetProcessor(FaultRun& run) {
+  KivSdProcessorInfo info = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdCPUInfoGet(ctx, &info); });
+  EXPECT_GE(info.count, 1u);
+}
+void CountProcessors(FaultRun& run) {
+  run.Call([](KivSdContext*) { return KivSdCPUCountGet() >= 1 ? KIV_ST_OK : KIV_ST_ARGUMENT; });
+}
+void GetSystem(FaultRun& run) {
+  KivSdOSInfo info = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdOSInfoGet(ctx, &info); });
+}
+void GetDrive(FaultRun& run) {
+  KivSdDrives drives = {};
+  EXPECT_EQ(KivSdDrivesGet(nullptr, &drives), KIV_ST_OK);
+  const auto ordinal = static_cast<uint32_t>(std::countr_zero(drives.mask)) + 1;
+  KivSdDriveInfo info = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdDriveInfoGet(ctx, ordinal, &info); });
+}
+
+KivHandle OwnProcess() {
+  uint64_t self = 0;
+  EXPECT_EQ(KivSdProcessSessionIdGet(nullptr, &self), KIV_ST_OK);
+  return reinterpret_cast<KivHandle>(self);  // NOLINT(performance-no-int-to-ptr)
+}
+void GetWorkingSet(FaultRun& run) {
+  uint64_t minimum = 0;
+  uint64_t maximum = 0;
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdProcessWorkingSetSizeGet(ctx, OwnProcess(), &minimum, &maximum);
+  });
+}
+void SetWorkingSet(FaultRun& run) {
+  uint64_t minimum = 0;
+  uint64_t maximum = 0;
+  EXPECT_EQ(KivSdProcessWorkingSetSizeGet(nullptr, OwnProcess(), &minimum, &maximum), KIV_ST_OK);
+  run.Call([&](KivSdContext* ctx) {
+    return KivSdProcessWorkingSetSizeSet(ctx, OwnProcess(), 1, maximum);
+  });
+}
+
+// ---- The console ----
+
+// A terminal as the standard input, with keys that were typed.
+class Typed {
+ public:
+  explicit Typed(const char* keys) : saved_(dup(STDIN_FILENO)) {
+    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(master_), 0);
+    EXPECT_EQ(unlockpt(master_), 0);
+    const int terminal = open(ptsname(master_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(dup2(terminal, STDIN_FILENO), STDIN_FILENO);
+    close(terminal);
+    EXPECT_GT(write(master_, keys, std::strlen(keys)), 0);
+  }
+  // Takes the keys that a failed call left.
+  ~Typed() {
+    KivSdConsole console = {};
+    EXPECT_EQ(KivSdConsoleInit(nullptr, &console), KIV_ST_OK);
+    uint8_t hit = 1;
+    while (hit != 0) EXPECT_EQ(KivSdConsoleKeyHit(nullptr, &console, &hit, nullptr), KIV_ST_OK);
+    dup2(saved_, STDIN_FILENO);
+    close(saved_);
+    close(master_);
+  }
+  Typed(const Typed&) = delete;
+  Typed& operator=(const Typed&) = delete;
+
+ private:
+  int saved_;
+  int master_ = -1;
+};
+
+void MakeConsole(FaultRun& run) {
+  KivSdConsole console = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdConsoleInit(ctx, &console); });
+}
+void WriteText(FaultRun& run) {
+  run.Call([&](KivSdContext* ctx) { return KivSdConsoleWrite(ctx, nullptr, 1, ""); });
+}
+void HitKey(FaultRun& run) {
+  const Typed typed("k\n");
+  KivSdConsole console = {};
+  EXPECT_EQ(KivSdConsoleInit(nullptr, &console), KIV_ST_OK);
+  uint8_t hit = 0;
+  KivSdConsoleKey key = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdConsoleKeyHit(ctx, &console, &hit, &key); });
+}
+void GetKey(FaultRun& run) {
+  const Typed typed("k\n");
+  KivSdConsoleKey key = {};
+  run.Call([&](KivSdContext* ctx) { return KivSdConsoleKeyGet(ctx, 0, nullptr, &key); });
+}
+void TestKey(FaultRun& run) {
+  const Typed typed("k\n");
+  KivSdConsoleKey key = {};
+  KivSdLWSpinlock lock;
+  KivSdLWSpinlockInit(&lock);
+  run.Call([&](KivSdContext*) {
+    static_cast<void>(KivSdConsoleIsKeyDown(&key, &lock));
+    return KIV_ST_OK;
+  });
+  EXPECT_EQ(KivSdLWSpinlockOwner(&lock), 0) << "the lock stays taken";
 }
 
 // ---- Time ----
@@ -115,12 +254,27 @@ const std::vector<FaultOutcome> kPagingOutcomes = {
     {"RegCloseKey", KIV_ST_OK},          {"malloc", KIV_ST_OK},
 };
 
+// What cannot be found out about memory and drives is left out.
+const std::vector<FaultOutcome> kResourcesOutcomes = {
+    {"GetLogicalDrives", KIV_ST_DRIVES},  {"_localtime64", KIV_ST_LOCAL_TIME},
+    {"GlobalMemoryStatusEx", KIV_ST_OK},  {"RegOpenKeyExA", KIV_ST_OK},
+    {"RegQueryInfoKeyA", KIV_ST_OK},      {"RegQueryValueExA", KIV_ST_OK},
+    {"RegCloseKey", KIV_ST_OK},           {"malloc", KIV_ST_OK},
+    {"GetVolumeInformationA", KIV_ST_OK}, {"GetDiskFreeSpaceA", KIV_ST_OK},
+};
+
 const FaultScenario kScenarios[] = {
     {"KivSdModuleLoad",
      LoadModule,
      {{"LoadLibraryExA", KIV_ST_MODULE_LOAD}, {"malloc", KIV_ST_MODULE_LOAD}}},
     {"KivSdModuleUnload", UnloadModule, {{"FreeLibrary", KIV_ST_MODULE_UNLOAD}}},
     {"KivSdModuleProcAddrGet", FindEntry, {{"GetProcAddress", KIV_ST_MODULE_PROCEDURE}}},
+    {"KivSdModuleHandleGet", FindMainModule, {}},
+    {"KivSdModuleGetErrorMessage",
+     ExplainError,
+     {{"FormatMessageA", KIV_ST_OK}},
+     {},
+     Recording::kNothing},
     {"KivSdModuleNameGet", NameModule, {{"GetModuleFileNameA", KIV_ST_OK}}},
     {"KivSdPhysMemInfoGet", GetMemory, {{"GlobalMemoryStatusEx", KIV_ST_OK}}},
     {"KivSdAvailVirtMemGet",
@@ -133,6 +287,35 @@ const FaultScenario kScenarios[] = {
       {"malloc", KIV_ST_OK}}},
     {"KivSdSwapInfoGet", GetSwap, kPagingOutcomes},
     {"KivSdDrivesGet", GetDrives, {{"GetLogicalDrives", KIV_ST_DRIVES}}},
+    {"KivSdOSResourcesSizeGet", GetResourcesSize, {{"GetLogicalDrives", KIV_ST_DRIVES}}},
+    {"KivSdOSResourcesGet", GetResources, kResourcesOutcomes},
+    {"KivSdCPUInfoGet", GetProcessor, {}},
+    {"KivSdCPUCountGet", CountProcessors, {}, {}, Recording::kNothing},
+    {"KivSdOSInfoGet", GetSystem, {}},
+    {"KivSdDriveInfoGet",
+     GetDrive,
+     {{"GetVolumeInformationA", KIV_ST_OK}, {"GetDiskFreeSpaceA", KIV_ST_OK}},
+     {KIV_ST_DRIVE_INFO}},
+    {"KivSdProcessWorkingSetSizeGet",
+     GetWorkingSet,
+     {{"GetProcessWorkingSetSize", KIV_ST_WORKING_SET_GET}}},
+    {"KivSdProcessWorkingSetSizeSet",
+     SetWorkingSet,
+     {{"SetProcessWorkingSetSize", KIV_ST_WORKING_SET_SET},
+      {"SetProcessWorkingSetSize", KIV_ST_WORKING_SET_PRIVILEGE, EPERM}}},
+    {"KivSdConsoleInit", MakeConsole, {{"GetStdHandle", KIV_ST_CONSOLE_INIT}}},
+    {"KivSdConsoleWrite", WriteText, {{"printf", KIV_ST_CONSOLE_WRITE}}},
+    {"KivSdConsoleKeyHit",
+     HitKey,
+     {{"PeekConsoleInputA", KIV_ST_CONSOLE_KEY}, {"ReadConsoleInputA", KIV_ST_CONSOLE_KEY}}},
+    {"KivSdConsoleKeyGet", GetKey, {}},
+    {"KivSdConsoleIsKeyDown",
+     TestKey,
+     {{"GetStdHandle", KIV_ST_OK},
+      {"PeekConsoleInputA", KIV_ST_OK},
+      {"ReadConsoleInputA", KIV_ST_OK}},
+     {},
+     Recording::kNothing},
     {"KivSdHomePathGet", GetHome, {{"GetWindowsDirectoryA", KIV_ST_HOME_PATH}}},
     {"KivSdGetSessionLoginUsername",
      GetUser,
