@@ -12,6 +12,7 @@ matplotlib.use("svg")
 matplotlib.rcParams["svg.fonttype"] = "none"  # text as text
 import matplotlib.pyplot as plt  # noqa: E402: the backend comes first
 
+from report import goals  # noqa: E402
 from report.results import Row, best, kind  # noqa: E402
 
 _COLOURS = {"library": "#1f77b4", "peer": "#ff9f40", "limit": "#bbbbbb"}
@@ -33,7 +34,8 @@ body { font: 16px/1.5 system-ui, sans-serif; max-width: 70rem; margin: 0 auto; p
 table { border-collapse: collapse; font-size: 0.9rem; }
 th, td { padding: 0.15rem 0.6rem; text-align: right; border-bottom: 1px solid #ddd; }
 th:first-child, td:first-child, th:nth-child(2), td:nth-child(2) { text-align: left; }
-.library { font-weight: 600; }
+.library, .reached { font-weight: 600; }
+.missed { color: #a33; }
 .scroll { overflow-x: auto; }
 svg { max-width: 100%; height: auto; }
 """
@@ -153,10 +155,33 @@ def _plot(rows: list[Row]) -> str:
     return _svg(figure)
 
 
+def _reached(goal: goals.Goal, rows: list[Row]) -> str:
+    ratio = goal.reached(rows)
+    if ratio is None:
+        return "<td></td>"
+    state = "missed" if ratio < goal.ratio else "reached"
+    return f'<td class="{state}">{ratio:.2f}</td>'
+
+
+def _goals(by_platform: dict[str, list[Row]]) -> str:
+    """A table of the goals, with a column for each platform."""
+    against = {"peer": "the best other", "limit": "the limit"}
+    lines = ["<tr><th>operation</th><th>compared with</th><th>goal</th>"
+             + "".join(f"<th>{html.escape(platform)}</th>" for platform in by_platform) + "</tr>"]
+    for goal in goals.read():
+        columns = "".join(_reached(goal, rows) for rows in by_platform.values())
+        lines.append(f"<tr><td>{html.escape(goal.title)}</td><td>{against[goal.against]}</td>"
+                     f"<td>{goal.ratio:g}</td>{columns}</tr>")
+    return (f'<h2>Goals</h2><p>How many times as fast as others the library is, and is meant to be. '
+            "Where an operation has several workloads, the lowest ratio counts.</p>"
+            f'<div class="scroll"><table>{"".join(lines)}</table></div>')
+
+
 def make(rows: list[Row]) -> str:
     """The whole page."""
-    body = []
-    for platform, measured in _by(rows, lambda row: row.platform).items():
+    by_platform = _by(rows, lambda row: row.platform)
+    body = [_goals(by_platform)]
+    for platform, measured in by_platform.items():
         body.append(f"<h2>{html.escape(platform)}</h2>")
         for program, group in _by(measured, lambda row: row.program).items():
             body.append(f"<h3>{html.escape(program)}</h3>{_plots(group)}"
