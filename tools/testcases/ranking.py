@@ -74,7 +74,8 @@ class Ranking:
 
     def common(self, case):
         """What comes first among cases that are equally good."""
-        return (case.source.parent.name not in FAMILIES, len(case.platforms) == 1)
+        return (case.source.parent.name not in FAMILIES, "GTEST_SKIP" in case.words,
+                len(case.platforms) == 1)
 
     def depth_of_status(self, status, case):
         """0 for a comparison of what an operation returned, up to 5 for a mention in a helper."""
