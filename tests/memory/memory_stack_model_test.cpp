@@ -14,6 +14,7 @@
 #include "sdcommon/memory_stack.h"
 #include "support/block_count.h"
 #include "support/context.h"
+#include "support/sanitizers.h"
 
 namespace {
 
@@ -21,7 +22,8 @@ using kiv::test::BlockCount;
 using kiv::test::Context;
 using kiv::test::MemoryStackModel;
 
-constexpr uint32_t kOperations = 200000;
+constexpr uint32_t kOperations = kiv::test::kUnderAddressSanitizer ? 40000 : 200000;
+
 // A piece that is filled with bytes computed from its seed.
 struct Piece {
   unsigned char* address;
