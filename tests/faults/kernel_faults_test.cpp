@@ -385,6 +385,17 @@ void EndLock(FaultRun& run) {
   EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock), KIV_ST_OK);
   KivRWLockFreeQNodes(&table);
 }
+void FreeNodes(FaultRun& run) {
+  KivRWLock lock;
+  KivRWLockTable table = {};
+  KivRWLockInit(nullptr, 0, &lock, 1, 0);
+  EXPECT_EQ(KivSdStartWrite(nullptr, &table, &lock), KIV_ST_OK);
+  EXPECT_EQ(KivSdEndRW(nullptr, &table, &lock), KIV_ST_OK);
+  run.Call([&](KivSdContext*) {
+    KivRWLockFreeQNodes(&table);
+    return KIV_ST_OK;
+  });
+}
 template <uint32_t (*Start)(void*, KivRWLockTable*, KivRWLock*)>
 void StartLock(FaultRun& run) {
   KivRWLock lock;
@@ -493,6 +504,11 @@ const FaultScenario kScenarios[] = {
     {"KivSdStartRead", StartLock<KivSdStartRead>, kLockOutcomes, {}, Recording::kNothing},
     {"KivSdStartWrite", StartLock<KivSdStartWrite>, kLockOutcomes, {}, Recording::kNothing},
     {"KivSdEndRW", EndLock, kLockOutcomes, {}, Recording::kNothing},
+    {"KivRWLockFreeQNodes",
+     FreeNodes,
+     {{"WaitForSingleObject", KIV_ST_OK}, {"ReleaseMutex", KIV_ST_OK}, {"CloseHandle", KIV_ST_OK}},
+     {},
+     Recording::kNothing},
     {"KivSdInit", MakeContext, {{"malloc", KIV_ST_OUT_OF_MEMORY}}, {}, Recording::kNothing},
 };
 

@@ -247,6 +247,22 @@ void MakeSlot(FaultRun& run) {
   KivSdVorUtilTlsTerm();
 }
 
+void StoreValue(FaultRun& run) {
+  EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
+  int value = 0;
+  const uint32_t status = run.Call([&](KivSdContext*) { return KivSdVorUtilTlsSet(&value); });
+  EXPECT_EQ(KivSdVorUtilTlsGet(), status == KIV_ST_OK ? &value : nullptr);
+  KivSdVorUtilTlsTerm();
+}
+void ReleaseSlot(FaultRun& run) {
+  EXPECT_EQ(KivSdVorUtilTlsInit(), KIV_ST_OK);
+  run.Call([](KivSdContext*) {
+    KivSdVorUtilTlsTerm();
+    return KIV_ST_OK;
+  });
+  EXPECT_EQ(KivSdVorUtilTlsGet(), nullptr);
+}
+
 // Without the paging files the size of the page file is that of the memory status, or 0.
 const std::vector<FaultOutcome> kPagingOutcomes = {
     {"GlobalMemoryStatusEx", KIV_ST_OK}, {"RegOpenKeyExA", KIV_ST_OK},
@@ -331,6 +347,12 @@ const FaultScenario kScenarios[] = {
      {{"TlsAlloc", KIV_ST_THREAD_SLOT}, {"malloc", KIV_ST_OUT_OF_MEMORY}},
      {},
      Recording::kNothing},
+    {"KivSdVorUtilTlsSet",
+     StoreValue,
+     {{"TlsSetValue", KIV_ST_THREAD_SLOT}},
+     {},
+     Recording::kNothing},
+    {"KivSdVorUtilTlsTerm", ReleaseSlot, {{"TlsFree", KIV_ST_OK}}, {}, Recording::kNothing},
 };
 
 INSTANTIATE_TEST_SUITE_P(System, FaultLoop, testing::ValuesIn(kScenarios), NameOfScenario);
