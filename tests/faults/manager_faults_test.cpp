@@ -118,10 +118,12 @@ void AllocateFromNewHeap(FaultRun& run) {
   const Manager manager(kGrowing);
   std::vector<void*> blocks;
   for (int i = 0; i < kBlocksInSlotAndSpares; ++i) blocks.push_back(Allocate(kLargestInHeap));
+  const uint64_t outside = kiv::test::TotalsNow().outside;
   void* block = nullptr;
   run.Call([&](KivSdContext*) {
     return adMalloc(kiv::test::SeedOfSlot(0), kLargestInHeap, &block, kFile, __LINE__);
   });
+  EXPECT_EQ(kiv::test::TotalsNow().outside, outside) << "a heap that was not made is accounted";
   Free(block);
   FreeAll(blocks);
 }

@@ -157,13 +157,20 @@ class Run {
   }
 
   void Send() {
-    std::string bytes(SizeOf(input_), static_cast<char>('a' + sent_.size() % 26));
+    std::string bytes = Pattern(SizeOf(input_));
     if (bytes.empty() && !isMessage_) return;
     size_t count = 0;
     const bool isWhole = client_.Send(bytes, &count);
     if (isMessage_ ? !isWhole : count == 0) return;
     bytes.resize(count);
     Note(bytes);
+  }
+
+  // Bytes that show a gap, a repetition and a wrong order.
+  std::string Pattern(size_t length) {
+    std::string bytes(length, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(next_++ % 251);
+    return bytes;
   }
 
   void Note(const std::string& bytes) { sent_.push_back(bytes); }
@@ -270,6 +277,7 @@ class Run {
   const bool readsMessages_;
   Client client_;
   KivHandle server_ = nullptr;
+  uint32_t next_ = 0;
   std::deque<std::string> sent_;  // and not yet read; the first may be a rest
 };
 
