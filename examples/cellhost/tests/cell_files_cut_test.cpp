@@ -33,6 +33,7 @@ using test::Recording;
 constexpr uint32_t kRows = 2 * kCellsInPage;  // three blocks with the head
 constexpr uint32_t kCells = 3;                // that change
 constexpr uint32_t kRandomCuts = 2;           // after each step
+constexpr uint32_t kStatesPerLine = 1000;     // of progress
 constexpr size_t kRenamed = 1;                // the backup that is renamed
 
 uint32_t Setting(const char* name, uint32_t otherwise) {
@@ -196,7 +197,12 @@ class CutTest : public test::CellStoreTest {
     image.WriteTo(folder);
     CheckBackups(folder + "/data", cut);  // before a server changes anything
     CheckServer(folder + "/data", cut);
-    ++states_;
+    if (++states_ % kStatesPerLine == 0) ShowProgress();
+  }
+
+  void ShowProgress() const {
+    std::printf("%u states of the disk\n", states_);
+    std::fflush(stdout);
   }
 
   void CutAfter(size_t cut, const test::Disk& disk) {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -26,7 +27,6 @@ namespace {
 
 using kiv::test::ChildProcess;
 using kiv::test::kKilled;
-using kiv::test::kLimitMs;
 using kiv::test::kRoleDone;
 using kiv::test::RegisteredRole;
 using kiv::test::RoleArguments;
@@ -39,6 +39,7 @@ using test::InThread;
 constexpr uint32_t kKills = 100;
 constexpr uint32_t kLeastKills = 20;
 constexpr double kBudgetMs = 150'000;
+constexpr double kLongestStartMs = 60'000;
 constexpr uint32_t kWriters = 3;
 constexpr uint32_t kRows = 4 * kCellsInPage;  // enough that copying and writing take a while
 constexpr uint32_t kPutsEach = 5;             // PUTs between two backups or two write-backs
@@ -173,7 +174,9 @@ class KillTest : public test::CellStoreTest {
     progress_->backups = 0;
     const ChildProcess child("server", {Folder(), name_, std::to_string(moment)});
     const Stopwatch sinceStart;
-    while (progress_->begun == 0 && sinceStart.ElapsedMs() < kLimitMs) std::this_thread::yield();
+    while (progress_->begun == 0 && sinceStart.ElapsedMs() < kLongestStartMs) {
+      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
     EXPECT_NE(progress_->begun, 0);
     const double afterMs = random_() % kLongestMicroseconds / 1000.0;
     for (const Stopwatch since; since.ElapsedMs() < afterMs;) std::this_thread::yield();
