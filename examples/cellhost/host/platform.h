@@ -55,6 +55,10 @@ void CloseProcess(KivHandle process);
 //            file or the complete new one
 uint32_t Rename(const char* path, const char* newPath, bool replace);
 
+// Waits until the name of a file or a folder has reached the device, with all other names in its
+// folder, if the file system supports waiting for it. Returns an OS error.
+uint32_t FlushName(const char* path);
+
 // The size of an open file in bytes; 0 for a file without a size, such as a device.
 uint64_t SizeOf(FILE* file);
 

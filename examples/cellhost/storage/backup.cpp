@@ -89,7 +89,18 @@ bool MarkCopy(const std::string& path, uint64_t lastPut) {
   return mark.Open(path) && mark.Set(lastPut);
 }
 
+// Removes the cells first: what remains after a crash is then never taken for a copy.
+bool RemovePages(const std::string& path) {
+  bool exists = false;
+  if (!Exists(path, &exists)) return false;
+  if (!exists) return true;
+  KivSdContext* ctx = ThisContext();
+  return Succeeded(ctx, KivSdFileRemove(ctx, path.c_str()), "remove the cells of a backup") &&
+         KeepName(path);
+}
+
 bool RemoveFolder(const std::string& path) {
+  if (!RemovePages(InFolder(path, kPagesFile))) return false;
   KivSdContext* ctx = ThisContext();
   return Succeeded(ctx, KivSdDirRemove(ctx, path.c_str()), "remove a backup that is not whole");
 }
@@ -198,9 +209,11 @@ bool Backup::CopyFiles(BackupReport* report) {
 // Writes the mark first: it states which PUT the two files must reach.
 bool Backup::CopyInto(const std::string& copy, uint64_t lastPut, uint32_t journalBytes,
                       uint32_t* pages) const {
-  return MarkCopy(InFolder(copy, kMarkFile), lastPut) &&
+  const std::string mark = InFolder(copy, kMarkFile);
+  const std::string journal = InFolder(copy, kJournalFile);
+  return MarkCopy(mark, lastPut) && KeepName(mark) &&
          CopyPages(pages_.c_str(), InFolder(copy, kPagesFile).c_str(), pages) &&
-         CopyJournal(journal_.file(), journalBytes, InFolder(copy, kJournalFile).c_str());
+         CopyJournal(journal_.file(), journalBytes, journal.c_str()) && KeepName(journal);
 }
 
 // Returns whether the pause has lasted until now. A PUT may have lifted it after its maximum.

@@ -4,7 +4,8 @@
 //
 // The new folder is called `backup.new` until all of it is on the device, and is then renamed to
 // `backup-N`. If the server is killed meanwhile, the next backup removes `backup.new`. The copy's
-// mark is written first (folder_mark.h), so that no server accepts an incomplete copy.
+// mark is written first and its cells are removed first (folder_mark.h): no server accepts an
+// incomplete copy, whatever a power cut leaves of it.
 //
 // Every pause has a maximum duration. A backup either lifts its pause after the copy, or leaves it
 // to expire, which gives other programs time to copy the folder. A pause ends when a waiting PUT

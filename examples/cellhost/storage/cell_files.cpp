@@ -65,7 +65,7 @@ CellFiles::~CellFiles() {
 bool CellFiles::MakeFolder() {
   KivSdContext* ctx = ThisContext();
   const uint32_t made = KivSdDirCreateEx(ctx, folder_.c_str());
-  if (made == 0) return true;
+  if (made == 0) return KeepName(folder_);
   return Complain("could not make the folder '%s': %s; give another with --data", folder_.c_str(),
                   ReasonOf(ctx, made).text);
 }
@@ -102,7 +102,8 @@ bool CellFiles::Load(Cube* cube) {
                        [&](const StoredCell& cell) { return Take(cell, cube); })) {
     return false;
   }
-  return mark_.IsWhole() || mark_.Set(journal_.lastPut());
+  // The mark states that the other two exist: their names come first.
+  return mark_.IsWhole() || (KeepName(journalPath_) && mark_.Set(journal_.lastPut()));
 }
 
 bool CellFiles::BeginAnew(const Cube& cube) {

@@ -11,7 +11,8 @@
 //
 //   start   Read cells.pag into the cube. In a folder that never had cells, write the cube's cells
 //           into cells.pag instead. Then apply the PUTs of the journal. A first start makes
-//           cells.pag, journal and mark in this order; if it is killed, it can be repeated
+//           cells.pag, journal and mark in this order, and waits for the names of the first two
+//           before it fills in the mark; if it is killed, or the power is cut, it can be repeated
 //   PUT     Make room for the cell, take a lease, append to the journal, change the cell, release
 //           the lease. One PUT at a time: the journal has the order of the changes
 //   end     Under a lease, write cells.pag, then empty the journal. If the process is killed

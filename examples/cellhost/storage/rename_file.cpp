@@ -28,4 +28,10 @@ bool GiveName(const char* path, const char* namePath) {
   return Complain("could not name '%s' '%s': OS error %u", path, namePath, error);
 }
 
+bool KeepName(const std::string& path) {
+  const uint32_t error = FlushName(path.c_str());
+  if (error == 0) return true;
+  return Complain("could not flush the folder of '%s': OS error %u", path.c_str(), error);
+}
+
 }  // namespace cellhost

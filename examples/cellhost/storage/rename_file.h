@@ -1,4 +1,4 @@
-// Checks whether files and folders exist, and renames them.
+// Checks whether files and folders exist, renames them, and waits until their names are safe.
 #ifndef CELLHOST_STORAGE_RENAME_FILE_H
 #define CELLHOST_STORAGE_RENAME_FILE_H
 
@@ -17,6 +17,11 @@ bool PutInPlace(const char* path, const char* placePath);
 // Renames a folder in which no file is open; the new name must not exist. Returns and fails like
 // PutInPlace.
 bool GiveName(const char* path, const char* namePath);
+
+// Returns after the name of a file or a folder has reached the device, with all other names in its
+// folder, if the file system supports waiting for it. Flushing a file does not do this for its name.
+// Returns false on failure, after reporting it.
+bool KeepName(const std::string& path);
 
 }  // namespace cellhost
 

@@ -85,16 +85,12 @@ void Reap(pid_t process) {
   }
 }
 
-// Waits until the names in the path's folder have reached the device.
-uint32_t FlushFolderOf(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  const std::string folder = slash == path.npos ? "." : path.substr(0, slash + 1);
-  const int opened = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (opened == -1) return Error();
-  // EINVAL: the file system cannot wait.
-  const uint32_t error = fsync(opened) == 0 || errno == EINVAL ? 0 : Error();
-  close(opened);
-  return error;
+// The folder that has the name; a slash behind the name does not count.
+std::string FolderOf(const std::string& path) {
+  const size_t last = path.find_last_not_of('/');
+  const size_t slash = last == path.npos ? path.npos : path.find_last_of('/', last);
+  if (slash == path.npos) return path.empty() || path[0] != '/' ? "." : "/";
+  return path.substr(0, slash + 1);
 }
 
 }  // namespace
@@ -154,7 +150,16 @@ void CloseProcess(KivHandle process) { Reap(IdOf(process)); }
 uint32_t Rename(const char* path, const char* newPath, bool replace) {
   const unsigned how = replace ? 0 : RENAME_NOREPLACE;
   if (renameat2(AT_FDCWD, path, AT_FDCWD, newPath, how) != 0) return Error();
-  return FlushFolderOf(newPath);
+  return FlushName(newPath);
+}
+
+uint32_t FlushName(const char* path) {
+  const int folder = open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder == -1) return Error();
+  // EINVAL: the file system cannot wait.
+  const uint32_t error = fsync(folder) == 0 || errno == EINVAL ? 0 : Error();
+  close(folder);
+  return error;
 }
 
 uint64_t SizeOf(FILE* file) {

@@ -139,6 +139,9 @@ uint32_t Rename(const char* path, const char* newPath, bool replace) {
   return MoveFileExA(path, newPath, how) != 0 ? 0 : GetLastError();
 }
 
+// NTFS logs all changes of names in their order, and a flush of any file writes the log.
+uint32_t FlushName(const char* /*path*/) { return 0; }
+
 uint64_t SizeOf(FILE* file) {
   const int64_t sizeBytes = _filelengthi64(_fileno(file));
   return sizeBytes < 0 ? 0 : static_cast<uint64_t>(sizeBytes);
