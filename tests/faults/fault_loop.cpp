@@ -255,6 +255,8 @@ void RunFaultLoops(const FaultScenario& scenario) {
   faultCount += faults;
 }
 
+std::string OwnName(const std::string& kind) { return kind + "-" + std::to_string(getpid()); }
+
 TEST_P(FaultLoop, ReportsEachFailureAndLeavesNothingBehind) { RunFaultLoops(GetParam()); }
 
 void PrintTo(const FaultScenario& scenario, std::ostream* out) { *out << scenario.operation; }

@@ -88,6 +88,9 @@ class FaultRun {
 // Runs the loops of a scenario at both levels. The program prints the number of faults at its end.
 void RunFaultLoops(const FaultScenario& scenario);
 
+// A name of this process for an object: another process may run the same test.
+std::string OwnName(const std::string& kind);
+
 // Runs the loops of each scenario in a list as a test of its own:
 //
 //   INSTANTIATE_TEST_SUITE_P(Kernel, FaultLoop, testing::ValuesIn(kScenarios), NameOfScenario);

@@ -1,4 +1,5 @@
 // Fault loops of pipes, shared blocks and segments.
+#include <string>
 #include <utility>
 
 #include "faults/fault_loop.h"
@@ -11,11 +12,15 @@ using kiv::test::FaultOutcome;
 using kiv::test::FaultRun;
 using kiv::test::FaultScenario;
 using kiv::test::NameOfScenario;
+using kiv::test::OwnName;
 using kiv::test::Recording;
 
-constexpr char kPipe[] = "kivsdu-faults-pipe";
-constexpr char kBlock[] = "kivsdu-faults-block";
-constexpr char kSegment[] = "kivsdu-faults-segment";
+const std::string kPipeName = OwnName("faults-pipe");
+const std::string kBlockName = OwnName("faults-block");
+const std::string kSegmentName = OwnName("faults-segment");
+const char* const kPipe = kPipeName.c_str();
+const char* const kBlock = kBlockName.c_str();
+const char* const kSegment = kSegmentName.c_str();
 constexpr uint32_t kBlockBytes = 8192;
 constexpr uint32_t kReadAndWrite = KIV_ACCESS_READ | KIV_ACCESS_WRITE;
 constexpr uint32_t kShortMs = 1;

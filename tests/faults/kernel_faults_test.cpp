@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <string>
 #include <utility>
 
 #include "faults/fault_loop.h"
@@ -16,9 +17,11 @@ using kiv::test::FaultOutcome;
 using kiv::test::FaultRun;
 using kiv::test::FaultScenario;
 using kiv::test::NameOfScenario;
+using kiv::test::OwnName;
 using kiv::test::Recording;
 
-constexpr char kName[] = "kivsdu-faults";
+const std::string kOwnName = OwnName("faults");
+const char* const kName = kOwnName.c_str();
 constexpr uint32_t kNoTime = 0;
 
 // ---- Semaphores ----

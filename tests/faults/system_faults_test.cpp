@@ -24,11 +24,13 @@ constexpr char kModule[] = "libm.so.6";
 
 // ---- Modules ----
 
+// The library keeps the text of the last failure: each run ends with one.
 void LoadModule(FaultRun& run) {
   KivHandle module = nullptr;
   const uint32_t status =
       run.Call([&](KivSdContext* ctx) { return KivSdModuleLoad(ctx, kModule, &module, 0); });
   if (status == KIV_ST_OK) KivSdModuleUnload(nullptr, module);
+  EXPECT_EQ(KivSdModuleLoad(nullptr, "no_such_module.so", &module, 0), KIV_ST_MODULE_LOAD);
 }
 
 struct Module {
