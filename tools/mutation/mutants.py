@@ -92,9 +92,14 @@ def _counters(_text: str, masked: str) -> Iterator[Change]:
         yield "counter", match.start(), match.end(), "--" if match.group() == "++" else "++"
 
 
+def _number(literal: str) -> int:
+    is_octal = len(literal) > 1 and literal.isdigit() and literal[0] == "0"
+    return int(literal, 8) if is_octal else int(literal, 0)
+
+
 def _numbers(_text: str, masked: str) -> Iterator[Change]:
     for match in NUMBER.finditer(masked):
-        number = int(match.group(1), 0)
+        number = _number(match.group(1))
         yield "constant", match.start(1), match.end(1), str(number + 1)
     for match in re.finditer(r"\b(true|false)\b", masked):
         yield "constant", *match.span(), "false" if match.group() == "true" else "true"
