@@ -30,7 +30,9 @@ class LineMap:
         self._sets: dict[tuple[str, str], set[int]] = {}
 
     def is_current(self, test: str, digest: str) -> bool:
-        return test in self._tests and self._tests[test].digest == digest
+        """A test that failed is tried again: a busy machine may have been the reason."""
+        runs = self._tests.get(test)
+        return runs is not None and runs.passed and runs.digest == digest
 
     def add(self, test: str, runs: Runs, code: Lines) -> None:
         self._tests[test] = runs

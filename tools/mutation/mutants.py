@@ -6,6 +6,7 @@ template brackets have none. A mutant that does not compile costs little and is 
 
 import dataclasses
 import hashlib
+import random
 import re
 from collections.abc import Iterator
 
@@ -75,6 +76,14 @@ def mutants(path: str, text: str) -> list[Mutant]:
         for operator, start, end, replacement in make(text, masked)
     }
     return sorted(found.values(), key=lambda mutant: (mutant.start, mutant.end, mutant.replacement))
+
+
+def sample(found: list[Mutant], percent: float, seed: str) -> list[Mutant]:
+    """Some mutants of a source, in the order of its text. Chance rounds their number."""
+    choice = random.Random(seed)
+    count = int(len(found) * percent / 100 + choice.random())
+    shuffled = choice.sample(found, len(found))
+    return sorted(shuffled[:count], key=found.index)
 
 
 Change = tuple[str, int, int, str]
