@@ -223,7 +223,7 @@ class Worker:
         shutil.rmtree(profiles, ignore_errors=True)
         profiles.mkdir(parents=True)
         start, before = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
-        passed = self._passes(test, Limits(), str(profiles / coverage.PROFILES))
+        passed = self._passes(test, Limits(idle=60), str(profiles / coverage.PROFILES))
         seconds, after = time.monotonic() - start, resource.getrusage(resource.RUSAGE_CHILDREN)
         cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
         ran, code = {}, {}
