@@ -11,7 +11,7 @@ Lines = dict[str, list[int]]  # by source
 class Runs:
     """What one test program did on the original."""
 
-    digest: str  # of the program and the library
+    digest: str  # of the sources that it depends on
     passed: bool
     seconds: float
     cpu_seconds: float

@@ -1,6 +1,8 @@
 """A copy of the source tree with its native build, in which mutants are built and tested."""
 
+import collections
 import dataclasses
+import functools
 import hashlib
 import json
 import os
@@ -10,6 +12,7 @@ import shutil
 import signal
 import subprocess
 import time
+from collections.abc import Iterator
 from pathlib import Path
 
 from . import coverage
@@ -27,9 +30,11 @@ CONFIGURE = (
 # processor's time, and one that waits for ever because nothing of it runs for a while.
 LEAST_CPU_SECONDS = 3
 IDLE_SECONDS = 6
+POLLING = 4  # so many times as long, no sample has found a thread that could run
 MOST_SECONDS = 600
 SLOWER = 5  # a test that takes so many times its usual time has failed
 MEMORY_BYTES = 8 << 30  # a mutant may allocate without end
+TEST_OBJECT = re.compile(r"tests/.*/(\w+)\.dir/")
 NO_PROFILE = "/dev/null"
 TREE = "@TREE@"  # in arguments, which hold for every worker
 
@@ -46,6 +51,15 @@ class Test:
 
 class BuildFailed(Exception):
     """The sources do not build."""
+
+
+def _digest_of_text(text: str) -> str:
+    return hashlib.sha256(text.encode()).hexdigest()[:16]
+
+
+@functools.cache
+def _digest(path: Path) -> str:
+    return hashlib.sha256(path.read_bytes()).hexdigest()
 
 
 def _limit(cpu_seconds: int) -> None:
@@ -79,8 +93,9 @@ def _activity(session: int) -> tuple[int, bool]:
 
 
 def _wait(process: subprocess.Popen, idle_seconds: float) -> int | None:
-    """The exit code; None if the process was idle for so long, or runs for ever."""
-    start = last_active = time.monotonic()
+    """The exit code; None if the process was idle for so long, polled for much longer, or runs for
+    ever."""
+    start = last_active = last_busy = time.monotonic()
     used = -1
     while True:
         try:
@@ -89,9 +104,12 @@ def _wait(process: subprocess.Popen, idle_seconds: float) -> int | None:
             now = time.monotonic()
         before = used
         used, runs = _activity(process.pid)
+        if runs:
+            last_busy = now
         if runs or used != before:
             last_active = now
-        if now - last_active > idle_seconds or now - start > MOST_SECONDS:
+        if (now - last_active > idle_seconds or now - last_busy > POLLING * idle_seconds
+                or now - start > MOST_SECONDS):  # fmt: skip
             return None
 
 
@@ -164,23 +182,43 @@ class Worker:
         command = ["ninja", "-C", str(self.build), *targets]
         return _run(command, Limits(), env=environment) == 0
 
-    def including(self, header: str) -> tuple[list[str], set[str]]:
-        """The sources of the library and the tests that include a header, as the compiler has
-        reported."""
+    def _compiled(self) -> Iterator[tuple[str, list[str]]]:
+        """Each object with the files of the tree that the compiler read for it."""
         listing = subprocess.run(
             ["ninja", "-t", "deps"], cwd=self.build, check=True, capture_output=True, text=True,
         ).stdout  # fmt: skip
-        sources, tests = set(), set()
         for entry in listing.split("\n\n"):
             first, *rest = entry.strip().splitlines() or [""]
             names = [os.path.relpath(self.build / line.strip(), self.tree) for line in rest]
+            yield first, [name for name in names if not name.startswith(("..", "build/"))]
+
+    def including(self, header: str) -> tuple[list[str], set[str]]:
+        """The sources of the library and the tests that include a header."""
+        sources, tests = set(), set()
+        for compiled, names in self._compiled():
             if header not in names:
                 continue
             if names[0].startswith("sd/"):
                 sources.add(names[0])
-            elif target := re.match(r"tests/.*/(\w+)\.dir/", first):
+            elif target := TEST_OBJECT.match(compiled):
                 tests.add(target.group(1))
         return sorted(sources), tests
+
+    def digests(self, tests: list[Test]) -> dict[str, str]:
+        """For each test a digest of all sources that it depends on."""
+        sources = {path for folder in ("sd", "include", "kivutlu", "tests/support")
+                   for path in (self.tree / folder).rglob("*") if path.is_file()}  # fmt: skip
+        library = "".join(_digest(path) for path in sorted(sources))
+        own = collections.defaultdict(set)
+        for compiled, names in self._compiled():
+            if target := TEST_OBJECT.match(compiled):
+                own[target.group(1)].update(names)
+        return {
+            test.name: _digest_of_text(repr(test) + library + "".join(
+                _digest(self.tree / name) for name in sorted(own[test.target])
+            ))
+            for test in tests
+        }  # fmt: skip
 
     # ---- The tests ----
 
@@ -210,14 +248,7 @@ class Worker:
             "long" in properties.get("LABELS", []),
         )  # fmt: skip
 
-    def digest(self, test: Test) -> str:
-        program = self._program(test)
-        digest = hashlib.sha256(repr(test).encode())
-        for image in sorted({program, coverage.image(program)}):
-            digest.update(image.read_bytes())
-        return digest.hexdigest()[:16]
-
-    def measure(self, test: Test) -> tuple[Runs, Lines]:
+    def measure(self, test: Test, digest: str) -> tuple[Runs, Lines]:
         """Runs a test on the original. Returns what it ran, and the lines of all code."""
         profiles = self.temporary / "profiles"
         shutil.rmtree(profiles, ignore_errors=True)
@@ -229,7 +260,7 @@ class Worker:
         ran, code = {}, {}
         if passed and any(profiles.iterdir()):
             ran, code = coverage.read(profiles, coverage.image(self._program(test)), self.tree)
-        return Runs(self.digest(test), passed, seconds, cpu, ran), code
+        return Runs(digest, passed, seconds, cpu, ran), code
 
     def kills(self, test: Test, usual: Runs) -> bool:
         """Runs a test on a mutant. `usual` is what it does on the original."""
