@@ -182,20 +182,29 @@ class Worker:
         command = ["ninja", "-C", str(self.build), *targets]
         return _run(command, Limits(), env=environment) == 0
 
-    def _compiled(self) -> Iterator[tuple[str, list[str]]]:
+    @functools.cached_property
+    def _compiled(self) -> list[tuple[str, list[str]]]:
         """Each object with the files of the tree that the compiler read for it."""
         listing = subprocess.run(
             ["ninja", "-t", "deps"], cwd=self.build, check=True, capture_output=True, text=True,
         ).stdout  # fmt: skip
+        compiled = []
         for entry in listing.split("\n\n"):
             first, *rest = entry.strip().splitlines() or [""]
-            names = [os.path.relpath(self.build / line.strip(), self.tree) for line in rest]
-            yield first, [name for name in names if not name.startswith(("..", "build/"))]
+            compiled.append((first, [name for line in rest if (name := self._name(line.strip()))]))
+        return compiled
+
+    def _name(self, path: str) -> str | None:
+        """The name in the tree of a path that the compiler has reported."""
+        if path.startswith("/") and not path.startswith(f"{self.tree}/"):
+            return None
+        name = os.path.relpath(self.build / path, self.tree)
+        return None if name.startswith(("..", "build/")) else name
 
     def including(self, header: str) -> tuple[list[str], set[str]]:
         """The sources of the library and the tests that include a header."""
         sources, tests = set(), set()
-        for compiled, names in self._compiled():
+        for compiled, names in self._compiled:
             if header not in names:
                 continue
             if names[0].startswith("sd/"):
@@ -210,7 +219,7 @@ class Worker:
                    for path in (self.tree / folder).rglob("*") if path.is_file()}  # fmt: skip
         library = "".join(_digest(path) for path in sorted(sources))
         own = collections.defaultdict(set)
-        for compiled, names in self._compiled():
+        for compiled, names in self._compiled:
             if target := TEST_OBJECT.match(compiled):
                 own[target.group(1)].update(names)
         return {
