@@ -68,6 +68,13 @@ TEST_F(FileTransfer, ContinuesWhereTheLastTransferEnded) {
   EXPECT_EQ(std::string(buffer.text(), 5), "fgcde");
 }
 
+TEST_F(FileTransfer, TakesTheEndMarkOfTextForAnyOtherByte) {
+  const std::string bytes = "text\x1A";
+  Fill(bytes);
+  EXPECT_EQ(Stream(path()).Read(), bytes);
+  EXPECT_EQ(ContentOf(path()), bytes);
+}
+
 TEST_F(FileTransfer, SucceedsAtTheEndWithACountOfZero) {
   Fill("x");
   Stream stream(path());

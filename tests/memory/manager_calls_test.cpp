@@ -242,12 +242,9 @@ TEST_F(ManagerCalls, ThatFailToFreeAreIgnored) {
 TEST_F(ManagerCalls, OfTheContextRecordPassItsSourcePosition) {
   KivSdContext* record = nullptr;
   ASSERT_EQ(KivSdInit(&record), KIV_ST_OK);
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].sizeBytes, sizeof(KivSdContext));
-  EXPECT_EQ(calls[0].file, "sd/sdctxw32");
+  ExpectCalls({{"adMalloc", sizeof(KivSdContext), nullptr, 0, "sd/sdctxw32", 52}});
   ASSERT_EQ(KivSdTerm(record), KIV_ST_OK);
-  ASSERT_EQ(calls.size(), 2u);
-  EXPECT_EQ(calls[1].file, "sd/sdctxw32");
+  ExpectCalls({{"adFree", 0, record, 0, "sd/sdctxw32", 86}});
 }
 
 TEST_F(ManagerCalls, OfTheContextRecordFailWithTheirStatusOrWithoutABlock) {

@@ -1,10 +1,12 @@
-// Remainders without a division, against the division.
+// Remainders without a division, against the division, and the divisors that choose a slot.
 #include "memsys/modulus.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <random>
+
+#include "memsys/slots.h"
 
 namespace {
 
@@ -25,6 +27,25 @@ TEST(WideModulus, IsExactForEveryDivisorAndSizeOfValue) {
       }
     }
   }
+}
+
+bool IsPrime(uint32_t number) {
+  for (uint32_t divisor = 2; divisor * divisor <= number; ++divisor) {
+    if (number % divisor == 0) return false;
+  }
+  return true;
+}
+
+TEST(SlotPrimes, AreTheFiftyConsecutivePrimesFrom1297) {
+  uint32_t expected = 1297;
+  for (const kiv::WideModulus& prime : kiv::kSlotPrimes) {
+    uint32_t divisor = 1;  // the smallest number without a remainder
+    while (prime.Of(divisor) != 0) ++divisor;
+    EXPECT_EQ(divisor, expected);
+    do ++expected;
+    while (!IsPrime(expected));
+  }
+  EXPECT_EQ(kiv::kSlotPrimes.size(), 50u);
 }
 
 TEST(NarrowModulus, IsExactForEveryValue) {

@@ -6,60 +6,119 @@ import queue
 import sys
 import threading
 import time
-import tomllib
 from concurrent.futures import ThreadPoolExecutor
-from pathlib import Path
 
+from .linemap import LineMap, Runs
 from .mutants import Mutant
 from .records import KILLED, NOT_COMPILED, SURVIVED, Records, Result, difference
 from .worker import BuildFailed, Test, Worker
 
-
-class Coverage:
-    """Which tests cover a source: tests.toml."""
-
-    def __init__(self, path: Path, tests: list[Test]):
-        self._covered = tomllib.loads(path.read_text())["covered"]
-        self._tests = tests
-
-    def of(self, source: str) -> list[Test]:
-        prefixes = [prefix for prefix in self._covered if source.startswith(prefix)]
-        covering = self._covered[max(prefixes, key=len)] if prefixes else []
-        return [test for test in self._tests if test.folder in covering or test.name in covering]
+START_SECONDS = 0.2  # of any test: the process, and linking a program
+TESTS_OF_ORIGINAL = 3
+SHARE_OF_INCLUDING = 0.2  # for a test that compiles a header itself
+PRIOR = 4  # so many mutants weigh as much as the share of its lines that a test has in a source
 
 
-def digest_of_tests(source: Path) -> str:
-    digest = hashlib.sha256()
-    for path in sorted((source / "tests").rglob("*")):
-        if path.is_file():
-            digest.update(str(path.relative_to(source)).encode() + path.read_bytes())
-    return digest.hexdigest()[:16]
+class Selection:
+    """The tests that can notice a mutant: those that run its lines."""
+
+    def __init__(self, worker: Worker, tests: list[Test], lines: LineMap, patience: float):
+        self._tests = {test.name: test for test in tests if test.name in lines}
+        self._lines = lines
+        self._patience = patience
+        self._worker = worker
+        self._includers: dict[str, tuple[list[str], set[str]]] = {}
+        self._lock = threading.Lock()  # guards _includers
+        self._counts_lock = threading.Lock()  # guards all below
+        self._kills: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
+        self._tries: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
+
+    def of(self, mutant: Mutant, text: str) -> list[Test]:
+        """In the order in which they promise most for their time, up to the patience in seconds."""
+        chosen, seconds = [], 0.0
+        candidates = self.candidates(mutant, text)
+        for test in sorted(candidates, key=lambda test: self._promise(test, mutant.path)):
+            seconds += self.runs(test).cpu_seconds + START_SECONDS
+            if chosen and seconds > self._patience:
+                break
+            chosen.append(test)
+        return chosen
+
+    def candidates(self, mutant: Mutant, text: str) -> list[Test]:
+        """The tests that run the mutant's lines, or compile them themselves. Long ones only if no
+        other test does."""
+        names = self._covering(mutant, text)
+        including = self._including(mutant.path)[1]
+        found = [
+            test for test in self._tests.values() if test.name in names or test.target in including
+        ]
+        return [test for test in found if not test.is_long] or found
+
+    def _covering(self, mutant: Mutant, text: str) -> set[str]:
+        if self._lines.has_code(mutant.path):
+            last = text.count("\n", 0, mutant.end) + 1
+            return self._lines.covering(mutant.path, mutant.line(text), last)
+        return {name for source in self._including(mutant.path)[0]
+                for name in self._lines.covering(source, 0, 0)}  # fmt: skip
+
+    def digest(self, tests: list[Test]) -> str:
+        parts = sorted(f"{test.name} {self._lines[test.name].digest}" for test in tests)
+        return hashlib.sha256("\n".join(parts).encode()).hexdigest()[:16]
+
+    def runs(self, test: Test) -> Runs:
+        return self._lines[test.name]
+
+    def note(self, path: str, test: Test, killed: bool) -> None:
+        with self._counts_lock:
+            self._tries[path][test.name] += 1
+            self._kills[path][test.name] += killed
+
+    def _including(self, path: str) -> tuple[list[str], set[str]]:
+        """The sources and the tests that include a header."""
+        if not path.endswith(".h"):
+            return [], set()
+        with self._lock:
+            if path not in self._includers:
+                self._includers[path] = self._worker.including(path)
+            return self._includers[path]
+
+    def _promise(self, test: Test, path: str) -> tuple[float, str]:
+        """Seconds for a kill that one may expect; the least comes first."""
+        with self._counts_lock:
+            kills, tries = self._kills[path][test.name], self._tries[path][test.name]
+        share = self._lines.share(test.name, path)
+        if test.target in self._including(path)[1]:
+            share += SHARE_OF_INCLUDING
+        chance = (kills + PRIOR * share + 0.01) / (tries + PRIOR)
+        return (START_SECONDS + self.runs(test).cpu_seconds) / chance, test.name
 
 
 class Campaign:
-    def __init__(self, workers: list[Worker], coverage: Coverage, records: Records, tests: str):
+    def __init__(self, workers: list[Worker], selection: Selection, records: Records):
         self._workers: queue.Queue[Worker] = queue.Queue()
         for worker in workers:
             self._workers.put(worker)
-        self._coverage = coverage
+        self._selection = selection
         self._records = records
-        self._tests_digest = tests
         self._lock = threading.Lock()  # guards all below
-        self._kills: dict[str, collections.Counter] = collections.defaultdict(collections.Counter)
         self._outcomes: collections.Counter = collections.Counter()
+
+    def known(self, mutant: Mutant, text: str) -> Result | None:
+        """A mutant that was killed stays so. One that survived is tried again with other tests."""
+        result = self._records.find(mutant.key(text))
+        if result is not None and result.outcome == SURVIVED:
+            tests = self._selection.candidates(mutant, text)
+            return result if result.tests == self._selection.digest(tests) else None
+        return result
 
     def run(self, mutants: list[Mutant], texts: dict[str, str]) -> None:
         """Judges the mutants that no earlier run has judged."""
-        missing = [
-            mutant for mutant in mutants
-            if self._records.find(mutant.key(texts[mutant.path]), self._tests_digest) is None
-        ]  # fmt: skip
+        missing = [mutant for mutant in mutants if self.known(mutant, texts[mutant.path]) is None]
         self._total = len(missing)
         self._start = time.monotonic()
         known = len(mutants) - len(missing)
         print(f"mutate: {len(mutants)} mutants, {known} known from earlier runs")
-        if missing:
-            self._expect_original_survives(missing[0], texts[missing[0].path])
+        self._expect_original_survives(missing, texts)
         with ThreadPoolExecutor(max_workers=max(1, self._workers.qsize())) as pool:
             try:
                 for _ in pool.map(lambda mutant: self._judge(mutant, texts[mutant.path]), missing):
@@ -68,44 +127,48 @@ class Campaign:
                 pool.shutdown(cancel_futures=True)
                 raise
 
-    def _expect_original_survives(self, mutant: Mutant, text: str) -> None:
+    def _expect_original_survives(self, mutants: list[Mutant], texts: dict[str, str]) -> None:
         """A change that means nothing must survive; otherwise all mutants would count as killed."""
-        blank = Mutant(mutant.path, "nothing", len(text), len(text), "\n")
-        outcome, killer = self._try(blank, text)
-        if outcome != SURVIVED:
-            raise BuildFailed(f"{mutant.path} is {outcome} {killer} without a change")
+        for mutant in mutants:
+            text = texts[mutant.path]
+            if tests := self._selection.of(mutant, text):
+                blank = Mutant(mutant.path, "nothing", len(text), len(text), "\n")
+                outcome, killer = self._try(blank, text, tests[:TESTS_OF_ORIGINAL])
+                if outcome != SURVIVED:
+                    raise BuildFailed(f"{mutant.path} is {outcome} {killer} without a change")
+                return
 
     def _judge(self, mutant: Mutant, text: str) -> None:
-        outcome, killer = self._try(mutant, text)
+        tests = self._selection.of(mutant, text)
+        # A line that no test runs needs no build.
+        outcome, killer = self._try(mutant, text, tests) if tests else (SURVIVED, "")
         with self._lock:
-            self._records.add(Result(mutant.key(text), outcome, killer, self._tests_digest))
-            self._kills[mutant.path][killer] += 1
+            digest = self._selection.digest(self._selection.candidates(mutant, text))
+            self._records.add(Result(mutant.key(text), outcome, killer, digest))
             self._outcomes[outcome] += 1
             self._show(mutant, text, outcome)
 
-    def _try(self, mutant: Mutant, text: str) -> tuple[str, str]:
+    def _try(self, mutant: Mutant, text: str, tests: list[Test]) -> tuple[str, str]:
         worker = self._workers.get()
         worker.write(mutant.path, mutant.apply(text))
         try:
-            return self._outcome(worker, mutant)
+            return self._outcome(worker, mutant, tests)
         finally:
             worker.write(mutant.path, text)
             self._workers.put(worker)
 
-    def _outcome(self, worker: Worker, mutant: Mutant) -> tuple[str, str]:
-        if not worker.builds("kivsdu"):
+    def _outcome(self, worker: Worker, mutant: Mutant, tests: list[Test]) -> tuple[str, str]:
+        # Most mutants are killed by the first test: one run of the build makes both.
+        if not worker.builds("kivsdu", tests[0].target) and not worker.builds("kivsdu"):
             return NOT_COMPILED, ""
-        for test in self._in_turn(mutant.path):
+        for test in tests:
             # A test that does not build has noticed the mutant, by a static assertion for example.
-            if not worker.builds(test.name) or worker.kills(test):
+            killed = (not worker.builds(test.target)
+                      or worker.kills(test, self._selection.runs(test)))  # fmt: skip
+            self._selection.note(mutant.path, test, killed)
+            if killed:
                 return KILLED, test.name
         return SURVIVED, ""
-
-    def _in_turn(self, path: str) -> list[Test]:
-        """First the tests that have killed most mutants of this source, then the fastest."""
-        with self._lock:
-            kills = self._kills[path].copy()
-        return sorted(self._coverage.of(path), key=lambda test: (-kills[test.name], test.seconds))
 
     def _show(self, mutant: Mutant, text: str, outcome: str) -> None:
         done = sum(self._outcomes.values())

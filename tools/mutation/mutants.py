@@ -6,6 +6,7 @@ template brackets have none. A mutant that does not compile costs little and is 
 
 import dataclasses
 import hashlib
+import random
 import re
 from collections.abc import Iterator
 
@@ -77,6 +78,14 @@ def mutants(path: str, text: str) -> list[Mutant]:
     return sorted(found.values(), key=lambda mutant: (mutant.start, mutant.end, mutant.replacement))
 
 
+def sample(found: list[Mutant], percent: float, seed: str) -> list[Mutant]:
+    """Some mutants of a source, in the order of its text. Chance rounds their number."""
+    choice = random.Random(seed)
+    count = int(len(found) * percent / 100 + choice.random())
+    shuffled = choice.sample(found, len(found))
+    return sorted(shuffled[:count], key=found.index)
+
+
 Change = tuple[str, int, int, str]
 
 
@@ -92,9 +101,14 @@ def _counters(_text: str, masked: str) -> Iterator[Change]:
         yield "counter", match.start(), match.end(), "--" if match.group() == "++" else "++"
 
 
+def _number(literal: str) -> int:
+    is_octal = len(literal) > 1 and literal.isdigit() and literal[0] == "0"
+    return int(literal, 8) if is_octal else int(literal, 0)
+
+
 def _numbers(_text: str, masked: str) -> Iterator[Change]:
     for match in NUMBER.finditer(masked):
-        number = int(match.group(1), 0)
+        number = _number(match.group(1))
         yield "constant", match.start(1), match.end(1), str(number + 1)
     for match in re.finditer(r"\b(true|false)\b", masked):
         yield "constant", *match.span(), "false" if match.group() == "true" else "true"

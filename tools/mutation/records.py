@@ -3,6 +3,7 @@
 import collections
 import dataclasses
 import json
+import math
 import tomllib
 from pathlib import Path
 
@@ -16,7 +17,7 @@ class Result:
     key: str
     outcome: str
     killer: str  # the test that failed; empty if none did
-    tests: str  # a digest of the tests that ran
+    tests: str  # a digest of the tests that could run
 
 
 class Records:
@@ -30,12 +31,8 @@ class Records:
                 result = Result(**json.loads(line))
                 self._results[result.key] = result
 
-    def find(self, key: str, tests: str) -> Result | None:
-        """A mutant that was killed stays so. One that survived is tried again with other tests."""
-        result = self._results.get(key)
-        if result is not None and result.outcome == SURVIVED and result.tests != tests:
-            return None
-        return result
+    def find(self, key: str) -> Result | None:
+        return self._results.get(key)
 
     def add(self, result: Result) -> None:
         self._results[result.key] = result
@@ -78,11 +75,16 @@ class Row:
         else:
             self.survived += 1
 
+    @property
+    def judged(self) -> int:
+        return self.killed + self.survived
+
+    def score(self) -> str:
+        return f"{100 * self.killed / self.judged:.1f} %" if self.judged else "-"
+
     def text(self, name: str) -> str:
-        judged = self.killed + self.survived
-        score = f"{100 * self.killed / judged:.1f} %" if judged else "-"
-        return (f"| {name} | {score} | {self.killed} | {self.survived} | {self.equivalent} |"
-                f" {self.not_compiled} |")  # fmt: skip
+        return (f"| {name} | {self.score()} | {self.killed} | {self.survived} |"
+                f" {self.equivalent} | {self.not_compiled} |")  # fmt: skip
 
 
 HEADER = """\
@@ -90,20 +92,40 @@ HEADER = """\
 |---|---|---|---|---|---|"""
 
 
+def margin(row: Row, part: float) -> float:
+    """In per cent: how far the score of all mutants may be from that of a random part of them, with
+    a confidence of 95 %. Wilson's interval, narrowed for a large part."""
+    count, z = row.judged, 1.96
+    if count == 0:
+        return 100
+    share = row.killed / count
+    spread = math.sqrt((share * (1 - share) / count + z * z / (4 * count * count)) * (1 - part))
+    return 100 * z * spread / (1 + z * z / count)
+
+
 def report(
-    judged: list[tuple[Mutant, Result]], texts: dict[str, str], equivalents: Equivalents
+    judged: list[tuple[Mutant, Result]],
+    texts: dict[str, str],
+    equivalents: Equivalents,
+    population: int,
 ) -> str:
-    """The report in Markdown: a table by folder, a table by file, and the survivors."""
-    tables = {"Folders": collections.defaultdict(Row), "Files": collections.defaultdict(Row)}
+    """The report in Markdown: tables of all, by folder and by file, and the survivors."""
+    tables = {name: collections.defaultdict(Row) for name in ("All", "Folders", "Files")}
     survivors = []
     for mutant, result in judged:
         text = texts[mutant.path]
         reason = equivalents.reason(mutant, text)
-        for names, name in (("Folders", str(Path(mutant.path).parent)), ("Files", mutant.path)):
-            tables[names][name].add(result.outcome, reason is not None)
+        names = {"All": "all", "Folders": str(Path(mutant.path).parent), "Files": mutant.path}
+        for title, name in names.items():
+            tables[title][name].add(result.outcome, reason is not None)
         if result.outcome == SURVIVED and reason is None:
             survivors.append(difference(mutant, text))
-    lines = []
+    whole = tables["All"]["all"]
+    lines = [
+        f"{len(judged)} of {population} mutants were tried. Killed of those that a test could kill:"
+        f" {whole.score()}, with a margin of {margin(whole, len(judged) / population):.1f} points.",
+        "",
+    ]
     for title, rows in tables.items():
         lines += [f"## {title}", "", HEADER, *(rows[name].text(name) for name in sorted(rows)), ""]
     lines += ["## Survivors", ""] + survivors
