@@ -2,7 +2,10 @@
 // run, which spreads the machine's noise over both.
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "raw.h"
@@ -35,6 +38,44 @@ void MemAlloc(benchmark::State& state) {
 }
 BENCHMARK(MemAlloc)->Arg(64);
 
+// ---- A function that does the least that an operation must do, called as from another module ----
+
+struct Bump {
+  char* next;
+};
+
+void* TakeFrom(Bump* bump, uint32_t sizeBytes) {
+  char* const piece = bump->next;
+  bump->next += sizeBytes;
+  return piece;
+}
+void* (*volatile takeFrom)(Bump*, uint32_t) = &TakeFrom;
+
+uint32_t ReadError(const KivSdContext* ctx, uint32_t* error) {
+  *error = ctx->osError;
+  return 0;
+}
+uint32_t (*volatile readError)(const KivSdContext*, uint32_t*) = &ReadError;
+
+// ---- Memory stack ----
+
+constexpr uint32_t kPieceBytes = 48;
+constexpr int kPiecesPerReset = 20000;
+
+void MemStackPushRaw(benchmark::State& state) {
+  std::vector<char> memory(size_t{kPieceBytes} * kPiecesPerReset);
+  Bump bump = {memory.data()};
+  int pushed = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(takeFrom(&bump, kPieceBytes));
+    if (++pushed == kPiecesPerReset) {
+      bump.next = memory.data();
+      pushed = 0;
+    }
+  }
+}
+BENCHMARK(MemStackPushRaw);
+
 void MemStackPush(benchmark::State& state) {
   KivSdMemStack* stack = nullptr;
   KivSdMemStackCreate(nullptr, &stack, 8, 1 << 20);
@@ -42,9 +83,9 @@ void MemStackPush(benchmark::State& state) {
   int pushed = 0;
   for (auto _ : state) {
     void* piece = nullptr;
-    KivSdMemStackAllocAndPush(&ctx, stack, 32, &piece);
+    KivSdMemStackAllocAndPush(&ctx, stack, kPieceBytes, &piece);
     benchmark::DoNotOptimize(piece);
-    if (++pushed == 30000) {
+    if (++pushed == kPiecesPerReset) {
       KivSdMemStackReset(&ctx, stack);
       pushed = 0;
     }
@@ -52,6 +93,88 @@ void MemStackPush(benchmark::State& state) {
   KivSdMemStackDelete(nullptr, stack);
 }
 BENCHMARK(MemStackPush);
+
+// ---- Contexts ----
+
+void LastErrRaw(benchmark::State& state) {
+  const KivSdContext ctx = {};
+  uint32_t error = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(readError(&ctx, &error));
+}
+BENCHMARK(LastErrRaw);
+
+void LastErr(benchmark::State& state) {
+  KivSdContext ctx = {};
+  uint32_t error = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(KivSdLastErrGet(&ctx, 0, nullptr, &error));
+}
+BENCHMARK(LastErr);
+
+void InitTermRaw(benchmark::State& state) {
+  for (auto _ : state) {
+    void* block = std::calloc(1, sizeof(KivSdContext));
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+  }
+}
+BENCHMARK(InitTermRaw);
+
+void InitTerm(benchmark::State& state) {
+  for (auto _ : state) {
+    KivSdContext* ctx = nullptr;
+    KivSdInit(&ctx);
+    benchmark::DoNotOptimize(ctx);
+    KivSdTerm(ctx);
+  }
+}
+BENCHMARK(InitTerm);
+
+// ---- Copying and clearing ----
+
+void MemCopyRaw(benchmark::State& state) {
+  const auto sizeBytes = static_cast<size_t>(state.range(0));
+  std::vector<char> from(sizeBytes);
+  std::vector<char> to(sizeBytes);
+  for (auto _ : state) {
+    std::memmove(to.data(), from.data(), sizeBytes);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(MemCopyRaw)->Arg(64)->Arg(4096);
+
+void MemCopy(benchmark::State& state) {
+  const auto sizeBytes = static_cast<uint32_t>(state.range(0));
+  std::vector<char> from(sizeBytes);
+  std::vector<char> to(sizeBytes);
+  for (auto _ : state) {
+    KivSdMemCopy(nullptr, to.data(), from.data(), sizeBytes);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(MemCopy)->Arg(64)->Arg(4096);
+
+void MemClearRaw(benchmark::State& state) {
+  const auto sizeBytes = static_cast<size_t>(state.range(0));
+  std::vector<char> block(sizeBytes);
+  for (auto _ : state) {
+    raw::Clear(block.data(), sizeBytes);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(MemClearRaw)->Arg(64)->Arg(4096)->Arg(65536);
+
+void MemClear(benchmark::State& state) {
+  const auto sizeBytes = static_cast<uint32_t>(state.range(0));
+  std::vector<char> block(sizeBytes);
+  KivSdContext ctx = {};
+  for (auto _ : state) {
+    KivSdMemClear(&ctx, block.data(), sizeBytes);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(MemClear)->Arg(64)->Arg(4096)->Arg(65536);
+
+// ---- Threads' storage, and time ----
 
 void RawThreadSlot(benchmark::State& state) {
   const raw::ThreadSlot slot;

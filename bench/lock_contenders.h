@@ -126,6 +126,19 @@ struct alignas(64) StdMutex {
   };
 };
 
+// The lock that its thread may take again.
+struct alignas(64) RecursiveMutex {
+  std::recursive_mutex mutex;
+
+  struct Session {
+    explicit Session(RecursiveMutex* contender) : mutex(&contender->mutex) {}
+    void Enter() { mutex->lock(); }
+    void Leave() { mutex->unlock(); }
+
+    std::recursive_mutex* mutex;
+  };
+};
+
 // One thread's use of a contended lock. Enters and leaves once beforehand: the first entry may
 // allocate what later ones use.
 template <typename Lock>

@@ -17,10 +17,11 @@ void LockedInstructions(benchmark::State& state) {
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK_TEMPLATE(LockedInstructions, WordLimit);
-BENCHMARK_TEMPLATE(LockedInstructions, TicketLimit);
-BENCHMARK_TEMPLATE(LockedInstructions, ReadLimit);
-BENCHMARK_TEMPLATE(LockedInstructions, WriteLimit);
+// Contenders of the workloads below.
+BENCHMARK_TEMPLATE(LockedInstructions, WordLimit)->Name("Alone<WordLimit>");
+BENCHMARK_TEMPLATE(LockedInstructions, TicketLimit)->Name("Alone<TicketLimit>");
+BENCHMARK_TEMPLATE(LockedInstructions, WriteLimit)->Name("Alone<WriteLimit>");
+BENCHMARK_TEMPLATE(LockedInstructions, ReadLimit)->Name("ReadAlone<ReadLimit>");
 
 // Two locked instructions, each in a function of the library.
 void LockedInstructionsBehindCalls(benchmark::State& state) {
@@ -30,7 +31,7 @@ void LockedInstructionsBehindCalls(benchmark::State& state) {
     KivSdAtomicDecrement(&word);
   }
 }
-BENCHMARK(LockedInstructionsBehindCalls);
+BENCHMARK(LockedInstructionsBehindCalls)->Name("Alone<WordLimit behind calls>");
 
 template <typename Lock>
 void Alone(benchmark::State& state) {
@@ -50,6 +51,24 @@ BENCHMARK_TEMPLATE(Alone, RwLock);
 BENCHMARK_TEMPLATE(Alone, StdMutex);
 #define ALONE(Lock) BENCHMARK_TEMPLATE(Alone, Lock);
 KIV_BENCH_PLATFORM_LOCKS(ALONE)
+
+// A thread takes the lock three times and leaves it three times.
+template <typename Lock>
+void Nested(benchmark::State& state) {
+  Lock lock;
+  typename Lock::Session session(&lock);
+  for (auto _ : state) {
+    for (int depth = 0; depth < 3; ++depth) session.Enter();
+    for (int depth = 0; depth < 3; ++depth) session.Leave();
+  }
+}
+BENCHMARK_TEMPLATE(Nested, Spinlock<kTestAndSet>);
+BENCHMARK_TEMPLATE(Nested, Spinlock<kTickets>);
+BENCHMARK_TEMPLATE(Nested, LightSpinlock<kTestAndSet>);
+BENCHMARK_TEMPLATE(Nested, LightSpinlock<kTickets>);
+BENCHMARK_TEMPLATE(Nested, RecursiveMutex);
+#define NESTED(Lock) BENCHMARK_TEMPLATE(Nested, Lock);
+KIV_BENCH_PLATFORM_RECURSIVE_LOCKS(NESTED)
 
 template <typename Lock>
 void ReadAlone(benchmark::State& state) {

@@ -1,7 +1,8 @@
 // How the cost of allocation grows: with the live blocks, with the threads, and with the slots of the
-// thread heaps. locks_contended_bench, segments_bench and direct_bench show how locks, messages and
-// transfers grow.
+// thread heaps. segments_bench shows how the cost of messages grows with their length, direct_bench
+// that of transfers with their number in flight, and locks_contended_bench that of locks.
 #include <cstdio>
+#include <cstdlib>
 
 #include "manager_allocators.h"
 #include "workloads.h"
@@ -18,10 +19,15 @@ void Threads(benchmark::State& state) {
   KeepWindow<Allocator>(state, kLivePerThread);
 }
 
-// The heaps of the earlier start stay allocated.
+// A start after an end only forgets the earlier start; the next start makes new heaps. Those of the
+// earlier start stay allocated.
 void RestartHeaps(const benchmark::State& state) {
-  adMemThreadHeapTerm();
-  StartHeaps(state.range(0));
+  constexpr int32_t kHeapsWereOn = -1;
+  const bool ended = adMemThreadHeapTerm() == kHeapsWereOn;
+  const bool forgotten = adMemThreadHeapInit(0, nullptr, "bench", 0) == KIV_ST_OK;
+  if (ended && forgotten && StartHeaps(state.range(0))) return;
+  std::fputs("The thread heaps could not be started again.\n", stderr);
+  std::exit(1);
 }
 
 template <typename Allocator>

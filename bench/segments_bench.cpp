@@ -181,6 +181,13 @@ void RoundTripsInARow(benchmark::State& state) {
 }
 BENCHMARK(RoundTripsInARow)->Arg(1)->Arg(100)->Arg(kPayloadBytes)->UseRealTime();
 
+// How the time grows with the length. Longer messages than a half go through it piece by piece.
+void Lengths(benchmark::State& state) {
+  const auto length = static_cast<uint32_t>(state.range(0));
+  Exchange(state, length, length, 20);
+}
+BENCHMARK(Lengths)->RangeMultiplier(8)->Range(1, kStreamBytes)->UseRealTime();
+
 void Stream(benchmark::State& state) { Exchange(state, kStreamBytes, 1, 1); }
 BENCHMARK(Stream)->UseRealTime();
 

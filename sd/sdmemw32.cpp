@@ -132,7 +132,7 @@ uint32_t KivSdMemCopy(KivSdContext* /*ctx*/, void* destination, const void* sour
 
 uint32_t KivSdMemClear(KivSdContext* ctx, void* block, uint32_t lengthBytes) {
   if (block == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
-  std::memset(block, 0, lengthBytes);
+  os::ClearBytes(block, lengthBytes);
   return Report(ctx, KIV_ST_OK);
 }
 

@@ -77,9 +77,10 @@ struct alignas(64) StdSharedMutex {
 
 }  // namespace kiv::bench
 
-// X(lock) for each lock, and for those that support readers.
+// X(lock) for each lock, for those that support readers, and for those that a thread may take again.
 #define KIV_BENCH_PLATFORM_LOCKS(X) \
   X(PthreadMutex) X(PthreadSpinlock) X(PthreadRwLock) X(StdSharedMutex)
 #define KIV_BENCH_PLATFORM_READER_LOCKS(X) X(PthreadRwLock) X(StdSharedMutex)
+#define KIV_BENCH_PLATFORM_RECURSIVE_LOCKS(X)  // std::recursive_mutex is pthread's
 
 #endif

@@ -23,6 +23,11 @@
 
 namespace kiv::bench::raw {
 
+// One instruction of the processor clears the block.
+inline void Clear(void* block, size_t sizeBytes) {
+  __asm__ volatile("rep stosb" : "+D"(block), "+c"(sizeBytes) : "a"(0) : "memory");
+}
+
 // Until a process makes its second thread, the C library leaves out the locked instructions of its
 // locks. A server has threads, so each benchmark makes one first.
 [[maybe_unused]] inline const bool hasHadThreads = [] {

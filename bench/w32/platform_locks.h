@@ -39,8 +39,9 @@ struct alignas(64) SrwLock {
 
 }  // namespace kiv::bench
 
-// X(lock) for each lock, and for those that support readers.
+// X(lock) for each lock, for those that support readers, and for those that a thread may take again.
 #define KIV_BENCH_PLATFORM_LOCKS(X) X(CriticalSection) X(SrwLock)
 #define KIV_BENCH_PLATFORM_READER_LOCKS(X) X(SrwLock)
+#define KIV_BENCH_PLATFORM_RECURSIVE_LOCKS(X) X(CriticalSection)
 
 #endif

@@ -5,6 +5,7 @@
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "memheap/switches.h"
+#include "memsys/allocation_clock.h"
 #include "memsys/direct_request.h"
 #include "memsys/messages.h"
 #include "memsys/plain.h"
@@ -53,6 +54,10 @@ KIV_NOINLINE uint32_t AllocateAtTick(uint64_t key, uint64_t ticks, uint32_t size
   return AllocateInSlot(SlotOf(key, ticks), sizeBytes, block);
 }
 
+KIV_NOINLINE uint32_t AllocateAtDrawnTick(uint64_t key, uint32_t sizeBytes, void** block) {
+  return AllocateAtTick(key, allocationClock.Draw(OwnTicks()), sizeBytes, block);
+}
+
 KIV_NOINLINE uint32_t AllocateAnySize(uint64_t key, uint64_t sizeBytes, void** block) {
   return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
 }
@@ -74,8 +79,11 @@ KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** bl
   const uint64_t key = SlotKey(owner, block);
   if (!MayBeDirect(sizeBytes)) return AllocateAnySize(key, sizeBytes, block);
   const auto directBytes = static_cast<uint32_t>(sizeBytes);
-  const uint64_t ticks = allocationClock.Advance();
-  const uint64_t period = allocationClock.period;
+  uint64_t ticks;
+  if (!allocationClock.TryAdvance(OwnTicks(), &ticks)) {
+    return AllocateAtDrawnTick(key, directBytes, block);
+  }
+  const uint64_t period = allocationClock.period();
   if (!IsInPeriod(ticks, period)) return AllocateAtTick(key, ticks, directBytes, block);
   const uint32_t slot = SlotInPeriod(key, period);
   const auto [made, locked] = TrySlotAllocate(slot, directBytes);

@@ -5,11 +5,11 @@
 #include "kivsdu/memusage.h"
 #include "kivsdu/status.h"
 #include "memsys/accounting.h"
+#include "memsys/allocation_clock.h"
 #include "memsys/settings.h"
 
 using namespace kiv;
 
-AllocationClock kiv::allocationClock;
 MessageState kiv::messageState;
 
 namespace {
@@ -46,11 +46,11 @@ uint32_t Call(const uint64_t* context, const Message& message) {
 void Send(const Message& message) {
   const uint64_t* context = hostContext;
   if (context == nullptr) return;
-  nextTick = static_cast<uint32_t>(allocationClock.ticks + kQuietTicks);
+  nextTick = static_cast<uint32_t>(allocationClock.ticks() + kQuietTicks);
   static_cast<void>(Call(context, message));
 }
 
-bool IsQuiet() { return nextTick > allocationClock.ticks; }
+bool IsQuiet() { return nextTick > allocationClock.ticks(); }
 
 }  // namespace
 

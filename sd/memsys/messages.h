@@ -1,5 +1,5 @@
 // Messages to the host about shortage of memory: a warning near the limit, and the message that a
-// request failed. A clock that counts allocations throttles them.
+// request failed. The clock that counts allocations throttles them.
 //
 // The host may allocate in its callback: no lock may be held in a call of these functions. The
 // state is written without a lock; a lost update only changes which message is sent.
@@ -12,21 +12,6 @@
 #include "memsys/relaxed.h"
 
 namespace kiv {
-
-// Counts the allocations of thread heaps. Has its own cache line, because each allocation writes
-// it.
-struct alignas(64) AllocationClock {
-  Relaxed<uint64_t> ticks;
-  Relaxed<uint64_t> period;  // of the present ticks; see slots.h
-
-  // Threads may get the same tick.
-  uint64_t Advance() {
-    const uint64_t now = ticks;
-    ticks = now + 1;
-    return now;
-  }
-};
-extern AllocationClock allocationClock;
 
 struct MessageState {
   Relaxed<uint32_t> failedTotal;  // the bytes that the next message shows

@@ -8,7 +8,7 @@ namespace kiv {
 
 // Each read and each write is atomic, but += and -= are not: they are a read and a write, so that
 // an update may be lost. For variables that are written under a lock and read without it, and for
-// counts that may lose updates.
+// counts that may lose updates. FetchAdd loses none, but is a locked instruction.
 template <typename T>
 class Relaxed {
  public:
@@ -28,6 +28,9 @@ class Relaxed {
   }
 
   Relaxed& operator+=(T addend) { return *this = static_cast<T>(*this + addend); }
+  // Returns the value before.
+  T FetchAdd(T addend) { return value_.fetch_add(addend, std::memory_order_relaxed); }
+
   Relaxed& operator-=(T subtrahend) { return *this = static_cast<T>(*this - subtrahend); }
 
  private:

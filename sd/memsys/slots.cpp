@@ -81,7 +81,7 @@ uint64_t kiv::StartPrimePeriod(uint64_t ticks) {
   const uint64_t number = ticks / kTicksPerPrime;
   const uint64_t period =
       (number * kTicksPerPrime) << kPrimeIndexBits | (number % kSlotPrimes.size());
-  allocationClock.period = period;
+  allocationClock.StartPeriod(period);
   return period;
 }
 

@@ -10,7 +10,7 @@
 
 #include "atomic.h"
 #include "memheap/heap.h"
-#include "memsys/messages.h"
+#include "memsys/allocation_clock.h"
 #include "memsys/modulus.h"
 #include "memsys/settings.h"
 
@@ -36,7 +36,7 @@ extern NarrowModulus slotCount;
 
 constexpr uint32_t kTicksPerPrime = 10000;
 
-// The index of the prime lies in the low bits of AllocationClock::period.
+// The index of the prime lies in the low bits of AllocationClock::period().
 constexpr uint32_t kPrimeIndexBits = 6;
 constexpr uint64_t kPrimeIndexMask = (1 << kPrimeIndexBits) - 1;
 
@@ -69,7 +69,7 @@ inline uint32_t SlotInPeriod(uint64_t seed, uint64_t period) {
 
 // Returns the slot of a seed at a tick.
 inline uint32_t SlotOf(uint64_t seed, uint64_t ticks) {
-  const uint64_t period = allocationClock.period;
+  const uint64_t period = allocationClock.period();
   return SlotInPeriod(seed, IsInPeriod(ticks, period) ? period : StartPrimePeriod(ticks));
 }
 

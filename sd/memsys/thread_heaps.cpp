@@ -6,6 +6,7 @@
 #include "kivsdu/status.h"
 #include "kivsdu/thread.h"
 #include "memsys/accounting.h"
+#include "memsys/allocation_clock.h"
 #include "memsys/large_block.h"
 #include "memsys/messages.h"
 #include "memsys/settings.h"
@@ -142,7 +143,8 @@ bool kiv::MakeThreadHeaps(int32_t count) {
 
 void* kiv::ThreadHeapAllocate(uint64_t seed, uint64_t sizeBytes) {
   if (sizeBytes > memorySettings.largestBlockBytes) return AllocateLarge(sizeBytes);
-  return SlotAllocate(SlotOf(seed, allocationClock.Advance()), static_cast<uint32_t>(sizeBytes));
+  return SlotAllocate(SlotOf(seed, allocationClock.Advance(OwnTicks())),
+                      static_cast<uint32_t>(sizeBytes));
 }
 
 void* kiv::SlotAllocate(uint32_t slot, uint32_t sizeBytes) {

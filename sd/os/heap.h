@@ -6,6 +6,8 @@
 //   void RawFree(void* block)                        null is ignored
 //   uint64_t RawSize(void* block)                    usable bytes of the block; 0 if unknown
 //
+//   void ClearBytes(void* memory, uint64_t sizeBytes)  fills any memory with zero bytes
+//
 // Inline: every allocation uses them.
 #ifndef KIV_OS_HEAP_H
 #define KIV_OS_HEAP_H

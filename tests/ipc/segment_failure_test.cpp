@@ -2,6 +2,8 @@
 // and the resources that are closed and freed.
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "kivsdu/kivsdu.h"
 #include "support/context.h"
 #include "support/heap_watch.h"
@@ -98,6 +100,17 @@ TEST_F(SegmentFailure, TheSetAndTheAreaAreCreatedWithTheSegmentsCountsAndSizes) 
   EXPECT_EQ(mapped_.calls()[0][4], 20480u);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(segment->mapping), kArea);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(view_), kArea + 1);
+}
+
+TEST_F(SegmentFailure, ANameOf259CharactersIsAcceptedIfTheSystemAcceptsIt) {
+  KivSharedMemSeg* segment = Find();
+  const std::string longest(259, 'n');
+  CHECK_SILENT(ctx_, Create(segment, (longest + 'n').c_str()), KIV_ST_SEGMENT_NAME);
+  EXPECT_TRUE(made_.calls().empty());
+  EXPECT_EQ(Create(segment, longest.c_str()), KIV_ST_OK);
+  EXPECT_EQ(std::string(segment->name), longest);
+  EXPECT_EQ(made_.calls().size(), 21u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(segment->mapping), kArea);
 }
 
 TEST_F(SegmentFailure, ASemaphoreThatCannotBeMadeClosesTheOthers) {

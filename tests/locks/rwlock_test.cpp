@@ -500,6 +500,23 @@ TEST_F(RWLock, ReadersBehindAWriterEnterTogether) {
   for (const auto& reader : readers) reader->Leave();
 }
 
+TEST_F(RWLock, ReadersBehindAWaitingWriterEnterTogetherAfterIt) {
+  EXPECT_EQ(StartRead(), KIV_ST_OK);
+  const auto writer = QueueWriter();
+  std::vector<std::unique_ptr<Visitor>> readers;
+  for (int i = 0; i < 3; ++i) readers.push_back(QueueReader());
+  EXPECT_EQ(Word(lock_), kReader | kReaderInterested | kWriters);
+  EXPECT_EQ(numbers_.load(), 0u);
+  EXPECT_EQ(End(), KIV_ST_OK);
+  AWAIT(writer->IsInside());
+  EXPECT_EQ(numbers_.load(), 1u);
+  writer->Leave();
+  // No reader has left when the last one enters.
+  for (const auto& reader : readers) AWAIT(reader->IsInside());
+  EXPECT_EQ(Word(lock_), 3 * kReader);
+  for (const auto& reader : readers) reader->Leave();
+}
+
 TEST_F(RWLock, PassesFromWriterToWriterBeforeReadersThatArrivedBetween) {
   EXPECT_EQ(StartWrite(), KIV_ST_OK);
   const auto readerOne = QueueReader();

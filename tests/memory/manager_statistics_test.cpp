@@ -1,6 +1,7 @@
 // Statistics of block sizes: classes, and blocks that are counted twice.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "support/manager.h"
@@ -229,6 +230,19 @@ TEST(Statistics, AShortHeapsBlockThatBecomesLargeIsCountedOnce) {
   expected.Freed(kShortHeapBytes);
   expected.Freed(300'000);
   expected.Check();
+}
+
+// No request has this size. The size that a large block's free counts stands before the block.
+TEST(Statistics, AFreeOfZeroBytesCountsAsAFree) {
+  ASSERT_EQ(Restart(kCounted + "nomemorycontrol"), KIV_ST_OK);
+  Expected expected;
+  void* large = Allocate(100'000);
+  expected.Allocated(100'000);
+  const uint64_t noBytes = 0;
+  std::memcpy(static_cast<char*>(large) - kLargeHeaderBytes, &noBytes, sizeof noBytes);
+  Free(large);
+  expected.Freed(0);
+  for (const uint32_t selector : {kSinceStart, kSinceReset}) expected.Check(selector);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Memory stacks without memory: each of their allocations fails in turn.
+// Memory stacks without memory, where each of their allocations fails in turn, and on a system with
+// larger pages.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,10 +8,12 @@
 #include "sdcommon/memory_stack.h"
 #include "support/context.h"
 #include "support/import_patch.h"
+#include "support/system_interface.h"
 
 namespace {
 
 using kiv::test::Context;
+using kiv::test::ImportPatch;
 using kiv::test::Script;
 using kiv::test::ScriptedImport;
 
@@ -136,6 +139,23 @@ TEST(StackDelete, FreesTheRecordThenTheFreeBlocksThenTheUsedBlocks) {
   EXPECT_EQ(KivSdMemStackDelete(nullptr, stack), KIV_ST_OK);
   ASSERT_EQ(free.calls().size(), 5u);
   for (size_t i = 0; i < 5; ++i) EXPECT_EQ(free.calls()[i][0], expected[i]) << i;
+}
+
+void WINAPI DescribeLargePages(SYSTEM_INFO* info) {
+  *info = {};
+  info->dwPageSize = 8192;
+}
+
+TEST(StackPages, Of8KibibytesAreFilledByTheBlocks) {
+  const ImportPatch pages("GetSystemInfo", reinterpret_cast<void*>(&DescribeLargePages));
+  KivSdMemStack* stack = MakeStack();
+  EXPECT_EQ(stack->pageBytes, 8192u);
+  EXPECT_EQ(stack->defaultBlockBytes, 8064u);
+  EXPECT_EQ(stack->freeList->sizeBytes, 8064u);
+  void* piece = nullptr;
+  EXPECT_EQ(KivSdMemStackAllocAndPush(nullptr, stack, 8064 - 16 + 1, &piece), KIV_ST_OK);
+  EXPECT_EQ(stack->top->sizeBytes, 2u * 8192 - 128);
+  EXPECT_EQ(KivSdMemStackDelete(nullptr, stack), KIV_ST_OK);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "sdcommon/memory_stack.h"
 #include "support/block_count.h"
 #include "support/context.h"
+#include "support/sanitizers.h"
 
 namespace {
 
@@ -23,7 +24,7 @@ using kiv::StackBlock;
 using kiv::test::BlockCount;
 using kiv::test::Context;
 
-constexpr uint32_t kOperations = 200000;
+constexpr uint32_t kOperations = kiv::test::kUnderAddressSanitizer ? 40000 : 200000;
 constexpr uint64_t kMax32Bits = 0xFFFFFFFF;
 
 struct ModelBlock {

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <numeric>
@@ -226,6 +228,20 @@ TEST(MemClear, ZeroesExactlyTheLength) {
   EXPECT_TRUE(IsZero(area + 1, 8));
   EXPECT_EQ(area[0], 0xFF);
   EXPECT_EQ(area[9], 0xFF);
+}
+
+// Long blocks are cleared by other instructions than short ones.
+TEST(MemClear, ZeroesExactlyAnyLength) {
+  constexpr size_t kMost = 1100;
+  Context ctx;
+  std::vector<unsigned char> area(kMost + 2);
+  for (uint32_t length = 1; length <= kMost; ++length) {
+    std::fill(area.begin(), area.end(), 0xFF);
+    CHECK_OK(ctx, KivSdMemClear(ctx, area.data() + 1, length));
+    EXPECT_TRUE(IsZero(area.data() + 1, length)) << length;
+    EXPECT_EQ(area[0], 0xFF) << length;
+    EXPECT_EQ(area[length + 1], 0xFF) << length;
+  }
 }
 
 TEST(MemClear, AcceptsALengthOfZeroButNotNull) {

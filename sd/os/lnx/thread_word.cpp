@@ -2,6 +2,6 @@
 
 namespace kiv::os {
 
-constinit thread_local void* threadWord = nullptr;
+constinit thread_local ThreadArea threadArea = {};
 
 }  // namespace kiv::os

@@ -4,12 +4,12 @@
 
 namespace kiv::os {
 
-constinit thread_local void* threadWord = nullptr;
+constinit thread_local ThreadArea threadArea = {};
 
 }  // namespace kiv::os
 
 #else
 
-__attribute__((section(".tls$"))) void* kivThreadWord = nullptr;
+__attribute__((section(".tls$"))) kiv::os::ThreadArea kivThreadArea = {};
 
 #endif

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 namespace kiv::os {
 
@@ -18,6 +19,8 @@ inline void* RawReallocate(void* block, uint64_t sizeBytes) {
 inline void RawFree(void* block) { std::free(block); }
 
 inline uint64_t RawSize(void* block) { return malloc_usable_size(block); }
+
+inline void ClearBytes(void* memory, uint64_t sizeBytes) { std::memset(memory, 0, sizeBytes); }
 
 }  // namespace kiv::os
 

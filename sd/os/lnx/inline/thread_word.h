@@ -1,14 +1,12 @@
-// Linux: the word is a thread_local variable.
+// Linux: the memory is a thread_local variable.
 #ifndef KIV_OS_LNX_INLINE_THREAD_WORD_H
 #define KIV_OS_LNX_INLINE_THREAD_WORD_H
 
 namespace kiv::os {
 
-extern constinit thread_local void* threadWord;
+extern constinit thread_local ThreadArea threadArea;
 
-inline void* ReadThreadWord() { return threadWord; }
-
-inline void WriteThreadWord(void* value) { threadWord = value; }
+inline ThreadArea* OwnThreadArea() { return &threadArea; }
 
 }  // namespace kiv::os
 
