@@ -28,9 +28,6 @@ if(KIVSDU_SANITIZE OR KIVSDU_COVERAGE)
   set(KIV_INSTRUMENTED ON)
 endif()
 
-if(KIVSDU_COVERAGE)
-  add_link_options(-fprofile-instr-generate)  # sd/ and kivutlu/ are compiled for it
-endif()
 if(KIVSDU_SANITIZE)
   add_compile_options(-fsanitize=${KIVSDU_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
@@ -44,8 +41,20 @@ endif()
 # kiv_count_coverage(): in a build for coverage, counts what of this folder's sources runs.
 macro(kiv_count_coverage)
   if(KIVSDU_COVERAGE)
-    # With counters that can be mapped to a file, what a killed process ran counts too.
-    add_compile_options(-fprofile-instr-generate -fcoverage-mapping
-                        "SHELL:-mllvm -runtime-counter-relocation")
+    # Some counts are differences of counters: one that two threads raise must not lose a step.
+    add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping
+                        -fcoverage-mcdc)
   endif()
 endmacro()
+
+# Counted code needs the runtime that writes the counters.
+if(KIVSDU_COVERAGE)
+  if(WIN32)
+    include(${CMAKE_CURRENT_LIST_DIR}/profile_runtime.cmake)
+    link_libraries($<BUILD_INTERFACE:kiv_profile_runtime>)
+  else()
+    add_link_options(-fprofile-instr-generate)
+    # For tests/support/lnx/kept_counters.cpp.
+    set(KIV_KEEP_COUNTERS -Wl,--wrap=_exit,--wrap=_Exit,--wrap=abort,--wrap=__assert_fail)
+  endif()
+endif()

@@ -43,7 +43,10 @@ function(kiv_slim_library target description)
                         /NXCOMPAT /GUARD:CF)
     return()
   endif()
-  target_link_options(${target} PRIVATE -static-libgcc -Wl,--gc-sections
+  if(NOT KIVSDU_COVERAGE)  # no code refers to the tables of counters' places
+    target_link_options(${target} PRIVATE -Wl,--gc-sections)
+  endif()
+  target_link_options(${target} PRIVATE -static-libgcc
                       -Wl,--dynamicbase,--high-entropy-va,--nxcompat,--no-insert-timestamp
                       $<$<BOOL:${KIV_HAS_GUARD_CF}>:-mguard=cf>)
 

@@ -5,6 +5,7 @@ readonly -A packages=(
   [build]="cmake ninja-build python3"
   [linux]="g++ libc6-dev liburing-dev"
   [clang]="clang lld llvm g++ libc6-dev"
+  [coverage]="clang-19 libclang-rt-19-dev lld-19 llvm-19"
   [windows]="g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix wine64 python3-minimal"
   [arm64]="g++-aarch64-linux-gnu make qemu-user"
   [example]="libcli11-dev"
@@ -39,7 +40,8 @@ as_root() {
   fi
 }
 
-# setup PART ...: what the parts need; every part but arm64, bench, docs and package if none is named
+# setup PART ...: what the parts need; every part but arm64, bench, coverage, docs and package if none
+# is named
 setup() {
   mkdir -p build
   (($# > 0)) || set -- build linux clang windows example tools tests checks

@@ -307,8 +307,9 @@ TEST(TimeText, PassesPrintableFieldsToTheRuntime) {
   const KivSdLocalTime cases[] = {
       With(&KivSdLocalTime::month, 11),  With(&KivSdLocalTime::month, 0),
       With(&KivSdLocalTime::weekday, 0), With(&KivSdLocalTime::year, 8099),
-      With(&KivSdLocalTime::day, 99),    With(&KivSdLocalTime::hour, 99),
-      With(&KivSdLocalTime::minute, 99), With(&KivSdLocalTime::second, 99),
+      With(&KivSdLocalTime::day, 0),     With(&KivSdLocalTime::day, 99),
+      With(&KivSdLocalTime::hour, 99),   With(&KivSdLocalTime::minute, 99),
+      With(&KivSdLocalTime::second, 99),
   };
   for (const KivSdLocalTime& local : cases) {
     GuardedBytes text(26);

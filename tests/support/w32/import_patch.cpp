@@ -56,11 +56,28 @@ void** FindSlot(const char* function) {
   return found;
 }
 
+// The name of a slot's import.
+std::string NameOf(const void* slot) {
+  std::string found;
+  VisitImports(kLibrary, [&](const char*, const char* name, void** each) {
+    if (each == slot) found = name;
+  });
+  return found;
+}
+
 void WriteSlot(void** slot, void* value) {
   DWORD protection = 0;
   VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
   *slot = value;
   VirtualProtect(slot, sizeof *slot, protection, &protection);
+}
+
+// Some functions have two names in the import libraries, so that a DLL of several parts may have two
+// slots for one import.
+void WriteSlots(const std::string& function, void* value) {
+  VisitImports(kLibrary, [&](const char*, const char* name, void** slot) {
+    if (name == function) WriteSlot(slot, value);
+  });
 }
 
 // The universal C runtime does not export printf. Its headers and import libraries call this
@@ -92,13 +109,12 @@ ImportPatch::ImportPatch(const char* function, void* replacement)
   }
   EXPECT_NE(place_, nullptr) << kLibrary << " does not import " << function;
   if (place_ == nullptr) return;
-  auto* slot = static_cast<void**>(place_);
-  original_ = *slot;
-  WriteSlot(slot, replacement);
+  original_ = *static_cast<void**>(place_);
+  WriteSlots(NameOf(place_), replacement);
 }
 
 ImportPatch::~ImportPatch() {
-  if (place_ != nullptr) WriteSlot(static_cast<void**>(place_), original_);
+  if (place_ != nullptr) WriteSlots(NameOf(place_), original_);
 }
 
 std::vector<Import> ImportsOf(const char* module) {
