@@ -13,7 +13,7 @@ constexpr int kBroken = 3;  // exit code
 // Describes this process in a failure's message, such as "process 2, seed 7".
 void DescribeProcess(const std::string& text);
 
-// Names what the calling thread does next. The text must outlive the thread.
+// Names what the calling thread does next. The text must stay valid until the next call.
 void Now(const char* subsystem);
 
 // `invariant` says what must hold, such as "a second writer never enters".

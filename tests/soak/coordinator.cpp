@@ -1,5 +1,6 @@
 #include "soak/coordinator.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -31,6 +32,16 @@ constexpr uint32_t kLongestKillMs = 20'000;
 constexpr uint32_t kStartingKilled = 4;  // one in 4 of the chosen processes that still start
 
 unsigned long long Count(uint64_t number) { return number; }
+
+// The subsystem that each thread uses.
+std::string WorkOf(const Progress& progress) {
+  std::string text;
+  for (const std::atomic<uint32_t>& doing : progress.doing) {
+    const uint32_t subsystem = doing.load();
+    if (subsystem != 0) text += std::string(" ") + Kinds()[subsystem - 1].name + ",";
+  }
+  return text.empty() ? " none" : text;
+}
 
 // A process and the coordinator's end of its segment.
 class Child {
@@ -75,14 +86,16 @@ class Child {
 
   bool HasWorked() const { return hasWorked_; }
 
-  void ExpectProgress(uint64_t steps) {
+  void ExpectProgress(const Progress& progress) {
     const auto now = Clock::now();
+    const uint64_t steps = progress.Steps();
     if (steps != steps_) {
       movedAt_ = now;
       hasWorked_ = true;
     }
     steps_ = steps;
-    Expect(now - movedAt_ < kLongestStandstill, "each process makes progress");
+    if (now - movedAt_ < kLongestStandstill) return;
+    Break("each process makes progress; its threads are at:" + WorkOf(progress));
   }
 
   uint64_t echoes() const { return echo_.messages(); }
@@ -162,7 +175,7 @@ class Coordinator {
       const std::string name = "process " + std::to_string(at);
       Now(name.c_str());
       children_[at]->ExpectRunning();
-      children_[at]->ExpectProgress(board_->processes[at].Steps());
+      children_[at]->ExpectProgress(board_->processes[at]);
     }
     Now("coordinator");
   }
