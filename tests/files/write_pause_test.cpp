@@ -6,6 +6,7 @@
 #include <unistd.h>
 #endif
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -394,11 +395,13 @@ TEST(WritePauseExpiry, IsNoticedByAWaitingWriter) {
   Participant pauser(block);
   EXPECT_EQ(KivSdPauseWriteIO(pauser, 1), KIV_ST_OK);
   const auto writers = Writers(block, 3);
+  double longestMs = 0;  // the first to poll ends the wait of all
   for (const auto& writer : writers) {
     const double waitedMs = writer->Ended();
-    EXPECT_GT(waitedMs, kPollMs - kTickMs);
     EXPECT_LT(waitedMs, kPollMs + kWakeMs);
+    longestMs = std::max(longestMs, waitedMs);
   }
+  EXPECT_GT(longestMs, kPollMs - kTickMs);
   EXPECT_FALSE(block.IsPaused());
   EXPECT_TRUE(block.IsResumeOpen());
   EXPECT_TRUE(block.IsLockFree());
