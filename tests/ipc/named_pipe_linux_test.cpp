@@ -5,9 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -255,6 +258,91 @@ TEST(NamedPipeLife, NamesHaveAnyBytesAndTheirOwnLength) {
                 uint32_t{ENAMETOOLONG});
   EXPECT_EQ(pipe, kInvalid);
   CHECK_OUTCOME(ctx, Create(ctx, "", {}, &pipe), KIV_ST_PIPE_CREATE_NAMED, uint32_t{EINVAL});
+}
+
+// ---- The name's file, which any process of the user may write ----
+
+// The path of the file that the name has while its pipe exists.
+std::string PathOf(const std::string& name) {
+  char folder[4096];
+  EXPECT_TRUE(kiv::os::NameFolderPath(folder, sizeof folder).ok);
+  for (const std::string& file : FilesOf(name)) {
+    if (file.find(':') == std::string::npos) return folder + ("/" + file);
+  }
+  ADD_FAILURE() << "the pipe has no file";
+  return "";
+}
+
+// Its words: the mark, the access, whether messages, the maximum, the buffer, the time-out.
+using Words = std::array<uint32_t, 6>;
+
+Words ReadWords(const std::string& path) {
+  Words words = {};
+  std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(words.data()), sizeof words);
+  return words;
+}
+
+void WriteWords(const std::string& path, const Words& words,
+                std::streamsize count = sizeof(Words)) {
+  const std::ofstream::openmode mode = std::ios::binary | std::ios::trunc;
+  std::ofstream(path, mode).write(reinterpret_cast<const char*>(words.data()), count);
+}
+
+// Neither a client nor another server believes the file.
+void ExpectRefused(const std::string& name, const Shape& shape, const char* what) {
+  SCOPED_TRACE(what);
+  Context ctx;
+  KivHandle pipe = nullptr;
+  CHECK_OUTCOME(ctx, Open(ctx, name, &pipe), KIV_ST_PIPE_OPEN, uint32_t{EIO});
+  CHECK_OUTCOME(ctx, Create(ctx, name, shape, &pipe), KIV_ST_PIPE_CREATE_NAMED, uint32_t{EIO});
+  EXPECT_EQ(pipe, kInvalid);
+}
+
+TEST(NamedPipeFile, IsCheckedBeforeItIsBelieved) {
+  struct Damage {
+    size_t word;
+    uint32_t value;
+    const char* what;
+  };
+  const Damage damages[] = {{0, 0, "no mark"},           {1, 0, "no access"},
+                            {1, 4, "unknown access"},    {2, 2, "neither bytes nor messages"},
+                            {3, 0, "a maximum of none"}, {3, 256, "too large a maximum"}};
+  const std::string name = UniqueName("damaged");
+  const Shape shape = {.maximum = 2};
+  const End first(name, shape);
+  const std::string path = PathOf(name);
+  const Words whole = ReadWords(path);
+  for (const Damage& damage : damages) {
+    Words damaged = whole;
+    damaged[damage.word] = damage.value;
+    WriteWords(path, damaged);
+    ExpectRefused(name, shape, damage.what);
+  }
+  WriteWords(path, whole, sizeof whole - 1);
+  ExpectRefused(name, shape, "a byte is missing");
+  WriteWords(path, whole);
+  const End second(name, shape);
+  const End client(name);
+}
+
+TEST(NamedPipeFile, MayNotBeALinkOrAFolder) {
+  const std::string name = UniqueName("replaced");
+  std::string path;
+  {
+    const End pipe(name, {});
+    path = PathOf(name);
+  }
+  Context ctx;
+  KivHandle pipe = nullptr;
+  std::filesystem::create_symlink("/dev/null", path);
+  CHECK_OUTCOME(ctx, Create(ctx, name, {}, &pipe), KIV_ST_PIPE_CREATE_NAMED, uint32_t{ELOOP});
+  CHECK_OUTCOME(ctx, Open(ctx, name, &pipe), KIV_ST_PIPE_OPEN, uint32_t{ELOOP});
+  std::filesystem::remove(path);
+  std::filesystem::create_directory(path);
+  CHECK_OUTCOME(ctx, Create(ctx, name, {}, &pipe), KIV_ST_PIPE_CREATE_NAMED, uint32_t{EISDIR});
+  CHECK_OUTCOME(ctx, Open(ctx, name, &pipe), KIV_ST_PIPE_OPEN, uint32_t{EISDIR});
+  std::filesystem::remove(path);
+  const End made(name, {});
 }
 
 // ---- Instances ----
