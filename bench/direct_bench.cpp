@@ -19,7 +19,7 @@ using kiv::bench::Alternate;
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
 constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
 constexpr uint32_t kOutstandingBlocks = 8;  // per transfer that is not waited for
-constexpr uint32_t kMaxOutstanding = 32;
+constexpr uint32_t kMaxOutstanding = 8;
 
 constexpr char kPath[] = "kivsdu-bench-blocks";
 constexpr uint32_t kReadAndWrite = 0xC0000000;
