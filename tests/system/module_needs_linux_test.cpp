@@ -157,7 +157,7 @@ TEST_F(ModuleNeeds, AreLoadedAsFarAsThereIsRoom) {
   EXPECT_FALSE(LoadsIt(Image(names)));
 }
 
-// module.so needs 1.so, which needs 2.so, and so on; the last one needs the real module.
+// A chain: module.so needs 1.so, and each file needs the next. The last file needs the real module.
 TEST_F(ModuleNeeds, OfNeedsAreFollowedToADepthOf32) {
   for (const int deepest : {31, 32}) {
     for (int depth = 1; depth < deepest; ++depth) {
