@@ -1,21 +1,14 @@
 // The context record: create, read, free.
-#include <cstdio>
-
-#include "compiler.h"
 #include "kivsdu/context.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
+#include "tail_calls.h"
 
 namespace {
 
 constexpr char kSource[] = "sd/sdctxw32";
 constexpr uint32_t kLineRecordAlloc = 52;
 constexpr uint32_t kLineRecordFree = 86;
-
-// Out of line, so that callers who want no text save no registers.
-KIV_NOINLINE void PrintError(char* text, uint32_t osError) {
-  std::sprintf(text, "%d", static_cast<int>(osError));
-}
 
 }  // namespace
 
@@ -46,6 +39,7 @@ uint32_t KivSdLastErrGet(const KivSdContext* ctx, uint32_t length, char* text, u
   if (osError != nullptr) *osError = error;
   // Compatibility: the length only decides whether the text is written; it does not bound it. Hosts
   // pass a constant and a buffer that holds any number.
-  if (length > 1 && text != nullptr) PrintError(text, error);
-  return KIV_ST_OK;
+  if (length <= 1 || text == nullptr) [[likely]]
+    return KIV_ST_OK;
+  return kiv::PrintError(text, error);
 }

@@ -5,13 +5,13 @@
 // in what a failed reallocation leaves allocated.
 #include <cstring>
 
-#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/memory.h"
 #include "memheap/switches.h"
 #include "os/heap.h"
 #include "os/pages.h"
 #include "report.h"
+#include "tail_calls.h"
 
 using namespace kiv;
 
@@ -62,11 +62,6 @@ void MoveVectors(void* destination, const void* source, uint32_t lengthBytes) {
   Store(to + kVectorBytes, second);
   Store(to + last - kVectorBytes, third);
   Store(to + last, fourth);
-}
-
-// Out of line, so that short copies save no registers.
-KIV_NOINLINE void MoveBytes(void* destination, const void* source, uint32_t lengthBytes) {
-  if (lengthBytes != 0) std::memmove(destination, source, lengthBytes);
 }
 
 bool IsTwoToFourVectors(uint32_t lengthBytes) {
@@ -122,11 +117,8 @@ uint32_t KivSdMemRealloc(KivSdContext* ctx, uint32_t newSizeBytes, void* oldBloc
 uint32_t KivSdMemCopy(KivSdContext* /*ctx*/, void* destination, const void* source,
                       uint32_t lengthBytes) {
   if (destination == nullptr || source == nullptr) return KIV_ST_OK;
-  if (IsTwoToFourVectors(lengthBytes)) {
-    MoveVectors(destination, source, lengthBytes);
-  } else {
-    MoveBytes(destination, source, lengthBytes);
-  }
+  if (!IsTwoToFourVectors(lengthBytes)) return MoveBytes(destination, source, lengthBytes);
+  MoveVectors(destination, source, lengthBytes);
   return KIV_ST_OK;
 }
 
@@ -222,6 +214,7 @@ uint32_t KivSdAlignedMemRealloc(KivSdContext* ctx, uint32_t oldPageCount, uint32
 
 void KivSdSetMemoryManager(uint8_t flag) {
   memorySwitches.manager.store(flag, std::memory_order_relaxed);
+  SetMemoryMode(kManagerMode, flag != 0);
 }
 
 void KivSdSetMmapAllocCfg(uint8_t setting) {
@@ -231,8 +224,6 @@ void KivSdSetMmapAllocCfg(uint8_t setting) {
 uint8_t KivSdSetMemDeallocOption() {
   // Compatibility: the switch must be exactly 1, although any value other than 0 turns the manager
   // on. A host that stores another value keeps freeing.
-  if (memorySwitches.manager.load(std::memory_order_relaxed) == 1) {
-    memorySwitches.noFree.store(1, std::memory_order_relaxed);
-  }
-  return memorySwitches.noFree.load(std::memory_order_relaxed);
+  if (memorySwitches.manager.load(std::memory_order_relaxed) == 1) SetMemoryMode(kNoFreeMode, true);
+  return NoFreeSwitchIsOn() ? 1 : 0;
 }

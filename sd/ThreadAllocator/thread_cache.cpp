@@ -78,9 +78,9 @@ void DestroyCache(ThreadCache* cache) {
 
 void* AllocateFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy) {
   if (policy == kMandatoryPolicy) return AllocatePolicyBlock(sizeBytes, 0, policy);
-  void* payload = TakeFromCache(cache, sizeBytes, policy);
-  if (payload != nullptr) return payload;
   const PayloadSize size = RoundToClass(sizeBytes);
+  void* payload = TakeFromCache(cache, size, policy);
+  if (payload != nullptr) return payload;
   return AllocatePolicyBlock(size.sizeBytes, size.sizeClass, policy);
 }
 

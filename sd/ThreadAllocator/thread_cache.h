@@ -58,10 +58,10 @@ void DestroyCache(ThreadCache* cache);
 // ---- Allocating and freeing ----
 
 inline void PushBlock(ThreadCache* cache, FullBlock* block, uint32_t sizeClass) {
+  cache->cachedBytes += CachedBytes(sizeClass);
   block->next = cache->lists[sizeClass];
   cache->lists[sizeClass] = block;
   ++cache->counts[sizeClass];
-  cache->cachedBytes += CachedBytes(sizeClass);
 }
 
 // Takes the top block off the stack of a class, which must not be empty, and subtracts its bytes
@@ -74,10 +74,9 @@ inline FullBlock* PopBlock(ThreadCache* cache, uint32_t sizeClass, uint64_t bloc
   return block;
 }
 
-// Returns the payload of a cached block of the request's class; null if there is none. The policy
-// must not be the mandatory one.
-inline void* TakeFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t policy) {
-  const PayloadSize size = RoundToClass(sizeBytes);
+// Returns the payload of a cached block of a class; null if there is none. The policy must not be
+// the mandatory one.
+inline void* TakeFromCache(ThreadCache* cache, PayloadSize size, uint8_t policy) {
   if (cache->lists[size.sizeClass] == nullptr) return nullptr;
   // Compatibility: a request of 0 bytes subtracts a payload of 0, although its block added 1 byte.
   FullBlock* block = PopBlock(cache, size.sizeClass, size.sizeBytes + kFullHeaderBytes);
@@ -89,12 +88,9 @@ inline void* TakeFromCache(ThreadCache* cache, uint32_t sizeBytes, uint8_t polic
 inline bool GiveToCache(ThreadCache* cache, void* payload) {
   FullBlock* block = FullBlockOf(payload);
   PolicyHeader* header = &block->header;
-  if (header->policy != kFullPolicy || header->headerBytes != kFullHeaderBytes ||
-      cache->cachedBytes > cache->limitBytes) {
-    return false;
-  }
-  ClearPolicy(header);
+  if (!IsFullHeader(*header) || cache->cachedBytes > cache->limitBytes) return false;
   PushBlock(cache, block, header->sizeClass);
+  ClearPolicy(header);
   return true;
 }
 

@@ -24,8 +24,6 @@ bool Retire(void* block, FreeBy by, const Place& place) {
   return true;
 }
 
-bool NothingIsFreed() { return memorySwitches.noFree.load(std::memory_order_relaxed) != 0; }
-
 // A moved block keeps its policy.
 uint8_t PolicyOf(const BlockRecord& block) {
   return block.hasHeader ? PolicyHeaderOf(block.payload)->policy : kFullPolicy;
@@ -122,7 +120,7 @@ uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** 
 }
 
 uint32_t adFree(void* block, const char* file, uint32_t line) {
-  if (block == nullptr || NothingIsFreed() || IsUnchecked() ||
+  if (block == nullptr || NoFreeSwitchIsOn() || IsUnchecked() ||
       !Retire(block, FreeBy::kFree, MakePlace(file, line))) {
     return KivUncheckedFree(block, file, line);
   }

@@ -115,7 +115,13 @@ inline bool MayServe(const Heap& heap, uint32_t bin) {
 
 constexpr uint32_t kLargestParkedBytes = 8 * kQuickLists;
 
-constexpr size_t QuickListOf(size_t payloadBytes) { return payloadBytes / 8 - 1; }
+// Returns the list of a payload size, a multiple of 8, as an address: compilers would compute an
+// index by a division that the address multiplies again.
+inline Block*& QuickListOf(Heap* heap, size_t payloadBytes) {
+  static_assert(sizeof heap->quick[0] == 8);
+  char* lists = reinterpret_cast<char*>(heap->quick);
+  return *reinterpret_cast<Block**>(lists + payloadBytes - 8);
+}
 
 // Not an atomic addition: only the holder of the heap writes the count. Probes read it.
 inline void AddToParked(Heap* heap, uint32_t addend) {
@@ -123,17 +129,19 @@ inline void AddToParked(Heap* heap, uint32_t addend) {
   heap->parked.store(parked + addend, std::memory_order_relaxed);
 }
 
-inline Block* PopParked(Heap* heap, size_t list) {
-  Block* block = heap->quick[list];
-  heap->quick[list] = block->next;
+inline Block* PopParked(Heap* heap, size_t payloadBytes) {
+  Block*& list = QuickListOf(heap, payloadBytes);
+  Block* block = list;
+  list = block->next;
   block->next = nullptr;
   AddToParked(heap, static_cast<uint32_t>(-1));
   return block;
 }
 
-inline void Park(Heap* heap, size_t list, Block* block) {
-  block->next = heap->quick[list];
-  heap->quick[list] = block;
+inline void Park(Heap* heap, size_t payloadBytes, Block* block) {
+  Block*& list = QuickListOf(heap, payloadBytes);
+  block->next = list;
+  list = block;
   AddToParked(heap, 1);
 }
 

@@ -84,9 +84,7 @@ inline void* TryAllocate(Heap* heap, uint32_t sizeBytes) {
   const uint32_t payloadBytes = PayloadBytes(sizeBytes);
   // List 0 is always empty, so "no list" and "empty list" share one predictable branch.
   const size_t listedBytes = payloadBytes <= kLargestParkedBytes ? payloadBytes : 8;
-  if (heap->quick[QuickListOf(listedBytes)] != nullptr) {
-    return PayloadOf(PopParked(heap, QuickListOf(listedBytes)));
-  }
+  if (QuickListOf(heap, listedBytes) != nullptr) return PayloadOf(PopParked(heap, listedBytes));
   return TryCarve(heap, payloadBytes + kBlockHeaderBytes);
 }
 
@@ -111,7 +109,7 @@ inline bool TryMergeBack(Heap* heap, Block* block) {
 inline bool TryFree(Heap* heap, Block* block) {
   const size_t payloadBytes = block->sizeBytes - kBlockHeaderBytes;
   if (payloadBytes > kLargestParkedBytes) return TryMergeBack(heap, block);
-  Park(heap, QuickListOf(payloadBytes), block);
+  Park(heap, payloadBytes, block);
   return true;
 }
 

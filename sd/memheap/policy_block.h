@@ -15,6 +15,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "kivsdu/manager.h"
 
@@ -68,6 +69,13 @@ constexpr PayloadSize RoundToClass(uint32_t sizeBytes) {
   return {static_cast<uint32_t>(uint64_t{1} << exponent), exponent % 32};
 }
 
+// RoundToClass for a size from 1 to kLargestRoundedBytes, in fewer steps.
+constexpr PayloadSize RoundSmallToClass(uint32_t sizeBytes) {
+  const uint32_t bits = ((sizeBytes - 1) << 1) | 1;
+  const auto exponent = static_cast<uint32_t>(std::bit_width(bits)) - 1;
+  return {uint64_t{1} << exponent, exponent};
+}
+
 // Returns the payload size and the class of a request under a policy. A size above
 // kLargestRoundedBytes is not rounded, and its class is its bit width.
 constexpr PayloadSize PayloadSizeOf(uint64_t sizeBytes, uint8_t policy) {
@@ -95,6 +103,13 @@ inline void* WriteHeader(PolicyHeader* header, uint8_t policy, uint32_t sizeClas
   header->policy = policy;
   header->headerBytes = HeaderBytes(policy);
   return header + 1;
+}
+
+// Whether the header is that of a block of the full policy which is in use.
+inline bool IsFullHeader(const PolicyHeader& header) {
+  constexpr uint8_t kFull[] = {kFullPolicy, kFullHeaderBytes};
+  static_assert(offsetof(PolicyHeader, headerBytes) == offsetof(PolicyHeader, policy) + 1);
+  return std::memcmp(&header.policy, kFull, sizeof kFull) == 0;
 }
 
 // Marks a block as freed, so that a second free of it is detected. The store is volatile: the

@@ -6,19 +6,21 @@
 #include <atomic>
 #include <cstdint>
 
+#include "memory_modes.h"
+
 namespace kiv {
 
 struct MemorySwitches {
-  std::atomic<uint8_t> manager{0};           // blocks carry policy headers
-  std::atomic<uint8_t> noFree{0};            // adFree frees nothing; never reset
+  std::atomic<uint8_t> manager{0};           // the host's value; any but 0 is kManagerMode
   std::atomic<uint8_t> mappedAllocation{0};  // stored for the host; nothing reads it
 };
 
 extern MemorySwitches memorySwitches;
 
-inline bool ManagerSwitchIsOn() {
-  return memorySwitches.manager.load(std::memory_order_relaxed) != 0;
-}
+inline bool ManagerSwitchIsOn() { return IsInMode(kManagerMode); }
+
+// Never switched off again.
+inline bool NoFreeSwitchIsOn() { return IsInMode(kNoFreeMode); }
 
 }  // namespace kiv
 

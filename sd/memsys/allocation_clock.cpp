@@ -4,8 +4,6 @@
 
 using namespace kiv;
 
-AllocationClock kiv::allocationClock;
-
 namespace {
 
 constexpr uint32_t kDoublings = 6;

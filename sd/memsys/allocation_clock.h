@@ -67,7 +67,7 @@ class alignas(64) AllocationClock {
   Relaxed<uint64_t> ticks_;
   Relaxed<uint64_t> period_;
 };
-extern AllocationClock allocationClock;
+inline AllocationClock allocationClock;
 
 }  // namespace kiv
 

@@ -64,13 +64,6 @@ KIV_ALWAYS_INLINE DirectAnswer<bool> TryThreadHeapFree(void* payload) {
   ReleaseHeldOnce(heap->lock);
   return {true, nullptr};
 }
-
-// Finishes a request that TryThreadHeapFree left with a locked heap.
-inline void FreeInLocked(Heap* heap, void* payload) {
-  FreeToHeap(heap, payload);
-  ReleaseHeldOnce(heap->lock);
-}
-
 }  // namespace kiv
 
 #endif

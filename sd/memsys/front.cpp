@@ -62,11 +62,6 @@ KIV_NOINLINE uint32_t AllocateAnySize(uint64_t key, uint64_t sizeBytes, void** b
   return FinishAllocation(ThreadHeapAllocate(key, sizeBytes), sizeBytes, block);
 }
 
-KIV_NOINLINE uint32_t WarnAndSucceed() {
-  SendWarning();
-  return KIV_ST_OK;
-}
-
 KIV_NOINLINE uint32_t AllocateInLockedHeap(Heap* heap, uint32_t slot, uint32_t sizeBytes,
                                            void** block) {
   void* made = AllocateInLocked(heap, sizeBytes);
@@ -90,12 +85,7 @@ KIV_NOINLINE uint32_t AllocateInHeaps(void* owner, uint64_t sizeBytes, void** bl
   if (locked != nullptr) return AllocateInLockedHeap(locked, slot, directBytes, block);
   if (made == nullptr) return AllocateInSlot(slot, directBytes, block);
   *block = made;
-  return HasPendingWarning() ? WarnAndSucceed() : KIV_ST_OK;
-}
-
-KIV_NOINLINE uint32_t FreeInLockedHeap(Heap* heap, void* block) {
-  FreeInLocked(heap, block);
-  return KIV_ST_OK;
+  return HasPendingWarning() ? SendWarning() : KIV_ST_OK;
 }
 
 KIV_NOINLINE uint32_t FreeInHeaps(void* block) {
@@ -135,15 +125,16 @@ KIV_NOINLINE uint32_t FreePlain(void* block) {
 // ---- Both ----
 
 KIV_ALWAYS_INLINE uint32_t Allocate(void* owner, uint64_t sizeBytes, void** block, uint8_t policy) {
-  if (sizeBytes == 0) return KIV_ST_ARGUMENT;
-  if (InThreadHeapMode()) return AllocateInHeaps(owner, sizeBytes, block);
-  if (!FatalExceptionOccurred()) {
+  const uint32_t modes = MemoryModes();
+  if (modes == kManagerMode) {
     if (void* cached = TryPlainAllocate(sizeBytes, policy)) {
       *block = cached;
       return KIV_ST_OK;
     }
   }
-  return AllocatePlain(sizeBytes, block, policy);
+  if (sizeBytes == 0) return KIV_ST_ARGUMENT;
+  return (modes & kHeapsMode) != 0 ? AllocateInHeaps(owner, sizeBytes, block)
+                                   : AllocatePlain(sizeBytes, block, policy);
 }
 
 // Whether a request with this alignment is served. Thread heaps and the fatal-exception mode ignore
@@ -152,10 +143,10 @@ bool ServesAlignment(uint64_t alignment) {
   return alignment == 0 || InThreadHeapMode() || FatalExceptionOccurred();
 }
 
-KIV_ALWAYS_INLINE uint32_t Free(void* block) {
-  if (InThreadHeapMode()) return FreeInHeaps(block);
-  if (!FatalExceptionOccurred() && TryPlainFree(block)) return KIV_ST_OK;
-  return FreePlain(block);
+// `modes` are those of the process.
+KIV_ALWAYS_INLINE uint32_t Free(void* block, uint32_t modes) {
+  if (modes == kManagerMode && TryPlainFree(block)) return KIV_ST_OK;
+  return (modes & kHeapsMode) != 0 ? FreeInHeaps(block) : FreePlain(block);
 }
 
 // Compatibility: the statistics count a zeroed allocation even if it fails. Hosts know these
@@ -216,16 +207,17 @@ uint32_t adCalloc(void* owner, int32_t count, uint64_t elementSizeBytes, void** 
 }
 
 uint32_t adFree(void* block, const char* /*file*/, uint32_t /*line*/) {
+  const uint32_t modes = MemoryModes();
   // Before the null check: with the no-free switch on, a free of null succeeds, too.
-  if (memorySwitches.noFree.load(std::memory_order_relaxed) != 0) return KIV_ST_OK;
+  if ((modes & kNoFreeMode) != 0) return KIV_ST_OK;
   if (block == nullptr) return KIV_ST_ARGUMENT;
-  return Free(block);
+  return Free(block, modes);
 }
 
 uint32_t adFreeAligned(void* block, uint8_t alignedOrigin) {
   if (block == nullptr) return KIV_ST_ARGUMENT;
   if (InThreadHeapMode() || alignedOrigin == 0 || FatalExceptionOccurred()) {
-    return Free(block);
+    return Free(block, MemoryModes());
   }
   os::RawFree(block);
   return KIV_ST_OK;

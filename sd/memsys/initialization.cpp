@@ -55,7 +55,7 @@ bool PrepareOptions() {
 }
 
 uint32_t PrepareThreadHeaps() {
-  // Made and freed in plain mode, because threadHeapCount is still 0.
+  // Made and freed in plain mode, because thread-heap mode begins later.
   KivSdContext* context = nullptr;
   if (KivSdInit(&context) != KIV_ST_OK) return KIV_ST_OUT_OF_MEMORY;
   const bool ready = PrepareHeaps() && PrepareOptions();
@@ -70,7 +70,7 @@ uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const 
   SetMessageFunction(messages);
   // Compatibility: initialising a second time switches thread heaps off. Hosts rely on it.
   const bool wasInitialized = threadHeapCount != 0;
-  threadHeapCount = 0;
+  SetThreadHeapCount(0);
   if (enable == 0 || wasInitialized) return KIV_ST_OK;
   ResetTotals();
   ResetMessages();
@@ -87,11 +87,11 @@ uint32_t adMemThreadHeapInit(uint32_t enable, AdMessageFunction messages, const 
     return status;
   }
   // Last: from here on, requests go to the heaps.
-  threadHeapCount = memorySettings.threadHeaps;
+  SetThreadHeapCount(memorySettings.threadHeaps);
   return KIV_ST_OK;
 }
 
 int32_t adMemThreadHeapTerm() {
-  if (threadHeapCount > 0) threadHeapCount = kTerminated;
+  if (InThreadHeapMode()) SetThreadHeapCount(kTerminated);
   return threadHeapCount;
 }

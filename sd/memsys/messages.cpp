@@ -10,8 +10,6 @@
 
 using namespace kiv;
 
-MessageState kiv::messageState;
-
 namespace {
 
 constexpr uint32_t kClassWarning = 3;
@@ -85,13 +83,14 @@ void kiv::ReportOutOfMemory(uint64_t requestedBytes) {
 // Compatibility: a suppressed warning is recorded as the last kind, a sent one is not. After a
 // suppressed warning the next failure is sent at once; after a sent one it may be suppressed. Hosts
 // know this order of messages.
-void kiv::SendWarning() {
+uint32_t kiv::SendWarning() {
   messageState.warningPending = 0;
   if (IsQuiet()) {
     lastKind = kWarning;
-    return;
+    return KIV_ST_OK;
   }
   Send({KIV_ST_MSG_LIMIT_NEAR, kClassWarning, messageState.failedTotal, kWarningPercent});
+  return KIV_ST_OK;
 }
 
 void adMemSetThreadContext(const void* context) {

@@ -17,7 +17,7 @@ struct MessageState {
   Relaxed<uint32_t> failedTotal;  // the bytes that the next message shows
   Relaxed<uint8_t> warningPending;
 };
-extern MessageState messageState;
+inline MessageState messageState;
 
 void SetMessageFunction(AdMessageFunction function);
 
@@ -33,13 +33,14 @@ void ReportPlainFailure(uint64_t requestedBytes);
 // Reports a failed request. The caller has set the failed total.
 void ReportOutOfMemory(uint64_t requestedBytes);
 
-void SendWarning();
+// Sends the pending warning. Always returns KIV_ST_OK, so that callers can tail-call it.
+uint32_t SendWarning();
 
 inline bool HasPendingWarning() { return messageState.warningPending != 0; }
 
 // Sends the pending warning, if any. Called at the end of an operation that may have raised it.
 inline void SendPendingWarning() {
-  if (HasPendingWarning()) SendWarning();
+  if (HasPendingWarning()) static_cast<void>(SendWarning());
 }
 
 }  // namespace kiv

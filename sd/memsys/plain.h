@@ -12,22 +12,21 @@
 
 namespace kiv {
 
-// Inline fast paths to and from the calling thread's cache. If one does not succeed, it has changed
-// nothing, and the caller takes the full path below.
+// Inline fast paths to and from the calling thread's cache, for a process that is in no mode but
+// kManagerMode. If one does not succeed, it has changed nothing, and the caller takes the full path
+// below.
 
-// Returns null if the cache has no block for the request.
+// Returns null if the cache has no block for the request, or if the request is for 0 bytes.
 inline void* TryPlainAllocate(uint64_t sizeBytes, uint8_t policy) {
-  if (!ManagerSwitchIsOn() || sizeBytes - 1 >= kLargestRoundedBytes || policy == kMandatoryPolicy) {
-    return nullptr;
-  }
+  // The subtraction wraps for 0, so that one comparison excludes it, too.
+  if (sizeBytes - 1 >= kLargestRoundedBytes || policy == kMandatoryPolicy) return nullptr;
   ThreadCache* cache = CurrentThreadCache();
-  return cache == nullptr ? nullptr
-                          : TakeFromCache(cache, static_cast<uint32_t>(sizeBytes), policy);
+  if (cache == nullptr) return nullptr;
+  return TakeFromCache(cache, RoundSmallToClass(static_cast<uint32_t>(sizeBytes)), policy);
 }
 
 // Returns whether the cache took the block.
 inline bool TryPlainFree(void* block) {
-  if (!ManagerSwitchIsOn()) return false;
   ThreadCache* cache = CurrentThreadCache();
   return cache != nullptr && PolicyHeaderOf(block)->sizeClass <= kLargestRoundedClass &&
          GiveToCache(cache, block);
@@ -50,11 +49,7 @@ void PlainFree(void* block);
 // ---- After a fatal exception has been recorded ----
 
 // Plain mode then allocates from the exception stack, for the thread that recorded the exception
-// alone; any other thread that calls is suspended. The front calls this first to choose the path.
-inline bool FatalExceptionOccurred() {
-  // acquire: pairs with the release that records the exception.
-  return fatalExceptionFlag.load(std::memory_order_acquire) != 0;
-}
+// alone; any other thread that calls is suspended.
 
 void* FatalAllocate(uint64_t sizeBytes);
 void* FatalReallocate(void* block, uint64_t newSizeBytes);

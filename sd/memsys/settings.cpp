@@ -8,8 +8,6 @@
 
 using namespace kiv;
 
-MemorySettings kiv::memorySettings;
-
 namespace kiv {
 namespace {
 

@@ -38,7 +38,8 @@ struct MemorySettings {
   uint32_t directBytes;
 };
 
-extern MemorySettings memorySettings;
+// Inline like the variables of memory_modes.h, here and below in the manager.
+inline MemorySettings memorySettings;
 
 }  // namespace kiv
 

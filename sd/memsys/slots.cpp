@@ -12,9 +12,6 @@
 
 using namespace kiv;
 
-std::array<Slot, kMaxThreadHeaps> kiv::slots;
-NarrowModulus kiv::slotCount{1};
-
 namespace {
 
 // Guarded by the ring lock.

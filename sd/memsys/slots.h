@@ -29,10 +29,10 @@ struct Slot {
     heap.store(owner, std::memory_order_release);
   }
 };
-extern std::array<Slot, kMaxThreadHeaps> slots;
+inline std::array<Slot, kMaxThreadHeaps> slots;
 
 // Written before the host's threads start.
-extern NarrowModulus slotCount;
+inline NarrowModulus slotCount{1};
 
 constexpr uint32_t kTicksPerPrime = 10000;
 

@@ -12,6 +12,7 @@
 #include "memsys/settings.h"
 #include "memsys/slots.h"
 #include "memsys/statistics.h"
+#include "sdsync/spinlock.h"
 #include "sdsync/spinlock_guard.h"
 
 using namespace kiv;
@@ -124,6 +125,11 @@ bool IsAligned(const Heap* heap) { return reinterpret_cast<uintptr_t>(heap) % 8 
 
 }  // namespace
 
+void kiv::SetThreadHeapCount(int32_t count) {
+  threadHeapCount = count;
+  SetMemoryMode(kHeapsMode, count > 0);
+}
+
 bool kiv::MakeThreadHeaps(int32_t count) {
   PrepareSpareHeaps(memorySettings.heapBudget, count + kSpareHeaps);
   slotCount = NarrowModulus(static_cast<uint32_t>(count));
@@ -162,6 +168,12 @@ uint32_t kiv::ThreadHeapFree(void* payload) {
   } else {
     FreeHeapBlock(BlockOf(payload));
   }
+  return KIV_ST_OK;
+}
+
+uint32_t kiv::FreeInLockedHeap(Heap* heap, void* payload) {
+  FreeToHeap(heap, payload);
+  ReleaseHeldOnce(heap->lock);
   return KIV_ST_OK;
 }
 

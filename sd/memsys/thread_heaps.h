@@ -7,19 +7,22 @@
 #ifndef KIV_MEMSYS_THREAD_HEAPS_H
 #define KIV_MEMSYS_THREAD_HEAPS_H
 
-#include <atomic>
 #include <cstdint>
 
 #include "memheap/heap.h"
+#include "memory_modes.h"
 #include "memsys/relaxed.h"
 #include "memsys/settings.h"
 
 namespace kiv {
 
+inline bool InThreadHeapMode() { return IsInMode(kHeapsMode); }
+
 // Slots in use: positive in thread-heap mode, 0 in plain mode, -1 in plain mode after termination.
 extern Relaxed<int32_t> threadHeapCount;
 
-inline bool InThreadHeapMode() { return threadHeapCount > 0; }
+// Enters thread-heap mode if the count is positive, and leaves it otherwise.
+void SetThreadHeapCount(int32_t count);
 
 // Makes the heaps of `slotCount` slots and the spare heaps. Returns false when there is no memory;
 // the heaps made so far stay allocated.
@@ -36,6 +39,10 @@ void* SlotAllocate(uint32_t slot, uint32_t sizeBytes);
 // Frees a block; null is ignored. Any thread may call it, but for a block of a short heap only the
 // owner's thread. Always returns KIV_ST_OK, so that callers can tail-call it.
 uint32_t ThreadHeapFree(void* payload);
+
+// Finishes a free that TryThreadHeapFree (direct_request.h) left with a locked heap. Always returns
+// KIV_ST_OK, so that callers can tail-call it.
+uint32_t FreeInLockedHeap(Heap* heap, void* payload);
 
 // Resizes a block; a null block allocates a new one. Returns null on failure; the block is then
 // unchanged. A large block that was resized belongs to no owner.

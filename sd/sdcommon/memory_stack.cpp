@@ -213,8 +213,9 @@ uint32_t KivSdMemStackAllocAndPush(KivSdContext* ctx, KivSdMemStack* stack, uint
                                    void** out) {
   if (stack == nullptr || out == nullptr) return Report(ctx, KIV_ST_ARGUMENT);
   // No block is larger than the largest allocation, so a piece that fits needs no other check.
-  return FitsTop(*stack, sizeBytes) ? Push(ctx, stack, sizeBytes, out)
-                                    : PushToNewBlock(ctx, stack, sizeBytes, out);
+  if (FitsTop(*stack, sizeBytes)) [[likely]]
+    return Push(ctx, stack, sizeBytes, out);
+  return PushToNewBlock(ctx, stack, sizeBytes, out);
 }
 
 uint32_t KivSdMemStackPopAndFree(KivSdContext* ctx, KivSdMemStack* stack, const void* address) {

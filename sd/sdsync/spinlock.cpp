@@ -130,11 +130,12 @@ void Free(TicketLock* lock, int16_t count) {
 template <typename Lock>
 void Release(Lock* lock) {
   const Holder holder = HolderOf(lock->holder);
+  if (holder.count == 1) [[likely]]
+    return Free(lock, 0);
   const int16_t count = Plus(holder.count, -1);
   // Compatibility: frees at 0 or below, and callers rely on it. A surplus release frees a free lock
   // once more; the next acquisition sets the count to 1.
-  if (count <= 0) [[likely]]
-    return Free(lock, count);
+  if (count <= 0) return Free(lock, count);
   SetHolder(&lock->holder, holder.owner, count);
 }
 
@@ -162,20 +163,17 @@ void KivSdSpinlockDestroy(void* /*ignored*/, KivSdSpinlock* lock) {
   if (lock != nullptr) static_cast<void>(adFree(lock, kSource, kLineFree));
 }
 
+// Test-and-set is the default: its uncontended path is straight.
 void KivSdSpinlockAcquire(KivSdSpinlock* lock, uint32_t thread) {
-  if (UsesTickets()) {
-    Acquire(&lock->ticket, thread);
-  } else {
-    Acquire(&lock->word, thread);
-  }
+  if (UsesTickets()) [[unlikely]]
+    return Acquire(&lock->ticket, thread);
+  Acquire(&lock->word, thread);
 }
 
 void KivSdSpinlockRelease(KivSdSpinlock* lock) {
-  if (UsesTickets()) {
-    Release(&lock->ticket);
-  } else {
-    Release(&lock->word);
-  }
+  if (UsesTickets()) [[unlikely]]
+    return Release(&lock->ticket);
+  Release(&lock->word);
 }
 
 void KivSdSpinlockAcquireNonReentrant(KivSdSpinlock* lock, uint32_t thread) {

@@ -68,13 +68,10 @@ void BecomeHandler(uint32_t thread) {
 
 }  // namespace
 
-// The allocator reads it in every request; another thread may set it at the same time.
-std::atomic<uint32_t> kiv::fatalExceptionFlag{0};
-
 KivSdMemStack kiv::exceptionStackCopies[kExceptionStackCopies] = {};
 
 FatalException kiv::FatalExceptionState() {
-  const bool has = fatalExceptionFlag.load(std::memory_order_acquire) != 0;
+  const bool has = FatalExceptionOccurred();
   return {has, raisingThread.load(std::memory_order_relaxed),
           hostValue.load(std::memory_order_relaxed)};
 }
@@ -93,8 +90,7 @@ uint32_t KivSdXcptSetFatExceptionOccured(uint8_t value) {
   if (status != KIV_ST_OK) return status;
   BecomeHandler(thread);
   hostValue.store(value, std::memory_order_relaxed);
-  // release: pairs with the acquire of FatalExceptionState.
-  fatalExceptionFlag.store(1, std::memory_order_release);
+  SetMemoryMode(kFatalExceptionMode, true);  // last: it publishes the values stored above
   return KIV_ST_OK;
 }
 

@@ -2,9 +2,9 @@
 #ifndef KIV_SDTHRW32_EXCEPTION_STACK_H
 #define KIV_SDTHRW32_EXCEPTION_STACK_H
 
-#include <atomic>
 #include <cstdint>
 
+#include "memory_modes.h"
 #include "sdcommon/memory_stack.h"
 
 namespace kiv {
@@ -21,9 +21,8 @@ struct FatalException {
   uint8_t value;    // passed in by the host
 };
 
-// Stored last when an exception is recorded, and read first: a thread that sees the flag also sees
-// the other values.
-extern std::atomic<uint32_t> fatalExceptionFlag;
+// Whether an exception was recorded. A thread that sees this also sees the state below.
+inline bool FatalExceptionOccurred() { return IsInMode(kFatalExceptionMode); }
 
 FatalException FatalExceptionState();
 

@@ -80,6 +80,21 @@ TEST(FatalException, ServesAllocationsFromTheExceptionStackAlone) {
   });
 }
 
+TEST(FatalException, LeavesTheCacheOfAThreadAlone) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    EXPECT_EQ(adCreateThreadAlloc(), KIV_ST_OK);
+    void* cached = Allocate(100);
+    void* used = Allocate(100);
+    Free(cached);
+    Record(kAbort);
+    void* block = Allocate(100);
+    EXPECT_NE(block, cached);
+    EXPECT_EQ(adFree(used, nullptr, 0), KIV_ST_ARGUMENT);
+    EXPECT_EQ(Bytes(Allocate(100)), Bytes(block) + 104);
+  });
+}
+
 TEST(FatalException, StillRefusesBadArguments) {
   IN_FRESH_PROCESS([] {
     Record(kAbort);

@@ -347,4 +347,20 @@ TEST_F(PlainFront, AnOwnerThatEndsAfterTheThreadHeapsKeepsItsHeap) {
   EXPECT_EQ(watch.freed(), Freed{});
 }
 
+TEST_F(PlainFront, ACacheRestsWhileThereAreThreadHeaps) {
+  KivSdSetMemoryManager(1);
+  ASSERT_EQ(adCreateThreadAlloc(), KIV_ST_OK);
+  void* const cached = Allocate(100);
+  Free(cached);
+  ASSERT_EQ(Restart(kSmall), KIV_ST_OK);
+  void* const block = Allocate(100);
+  EXPECT_NE(block, cached);
+  Free(block);
+  EXPECT_EQ(adMemThreadHeapTerm(), -1);
+  EXPECT_EQ(Allocate(100), cached);
+  EXPECT_NE(Allocate(100), block);
+  EXPECT_EQ(adDestroyThreadAlloc(), KIV_ST_OK);
+  KivSdSetMemoryManager(0);
+}
+
 }  // namespace

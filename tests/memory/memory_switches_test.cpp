@@ -62,6 +62,20 @@ TEST(NoFreeSwitch, LeavesEveryBlockUnchangedAndAcceptsNull) {
   });
 }
 
+TEST(NoFreeSwitch, PutsNoBlockIntoTheCacheOfAThread) {
+  IN_FRESH_PROCESS([] {
+    KivSdSetMemoryManager(1);
+    ASSERT_EQ(adCreateThreadAlloc(), KIV_ST_OK);
+    char* cached = Block();
+    char* kept = Block();
+    EXPECT_EQ(adFree(cached, kFile, 1), KIV_ST_OK);
+    EXPECT_EQ(KivSdSetMemDeallocOption(), 1u);
+    EXPECT_EQ(adFree(kept, kFile, 1), KIV_ST_OK);
+    EXPECT_EQ(Block(), cached);
+    EXPECT_NE(Block(), kept);
+  });
+}
+
 TEST(NoFreeSwitch, StaysOnWhenTheManagerSwitchGoesOff) {
   IN_FRESH_PROCESS([] {
     KivSdSetMemoryManager(1);

@@ -62,6 +62,10 @@ void ExpectRounded(uint32_t size) {
   const PayloadSize rounded = RoundToClass(size);
   ASSERT_EQ(rounded.sizeBytes, power) << size;
   ASSERT_EQ(rounded.sizeClass, TestedExponent(power)) << size;
+  if (size == 0 || size > kiv::kLargestRoundedBytes) return;
+  const PayloadSize small = kiv::RoundSmallToClass(size);
+  ASSERT_EQ(small.sizeBytes, rounded.sizeBytes) << size;
+  ASSERT_EQ(small.sizeClass, rounded.sizeClass) << size;
 }
 
 TEST(SizeClasses, ArePowersOfTwoTakenIn32Bits) {
