@@ -19,7 +19,8 @@ using kiv::bench::Alternate;
 constexpr uint32_t kFileBlocks = 2048;  // 16 MiB
 constexpr uint32_t kFileBytes = kFileBlocks * KIV_PAGE_UNIT;
 constexpr uint32_t kOutstandingBlocks = 8;  // per transfer that is not waited for
-constexpr uint32_t kMaxOutstanding = 8;
+constexpr uint32_t kMaxOutstanding = 32;
+static_assert(kMaxOutstanding <= raw::DirectFile::kMaxUnderWay);
 
 constexpr char kPath[] = "kivsdu-bench-blocks";
 constexpr uint32_t kReadAndWrite = 0xC0000000;
@@ -28,24 +29,25 @@ constexpr uint32_t kCreateAlways = 2;
 constexpr uint32_t kNoWait = 0x40000000;  // the flag of files whose transfers are not waited for
 
 // A file of kFileBytes, opened by the library and by the platform's calls, and a buffer for its
-// whole contents. The destructor deletes it.
+// whole contents. Its name is removed as soon as both have it open: the system deletes the file when
+// the process ends, however that happens.
 class File {
  public:
   explicit File(bool noWait) {
     KivSdAlignedMemAlloc(nullptr, kFileBlocks, &buffer_);
     KivSdDirectIOFileOpen(nullptr, kPath, kReadAndWrite, kShareAll, kCreateAlways, nullptr,
                           noWait ? kNoWait : 0, &file_);
+    raw_ = std::make_unique<raw::DirectFile>(kPath, noWait);
+    KivSdDirectIOFileRemove(nullptr, kPath);
     KivSdNoWaitCb record = {};
     uint32_t count = 0;
     KivSdDirectIOFileWrite(nullptr, file_, 0, buffer_, kFileBlocks, &record, &count);
     KivSdDirectIOWait(nullptr, file_, &record, &count);
     KivSdDirectIONoWaitCbsTerm(nullptr, &record, 1);
-    raw_ = std::make_unique<raw::DirectFile>(kPath, noWait);
   }
   ~File() {
     raw_.reset();
     KivSdDirectIOFileClose(nullptr, file_);
-    KivSdDirectIOFileRemove(nullptr, kPath);
     KivSdAlignedMemFree(nullptr, buffer_);
   }
   File(const File&) = delete;
@@ -116,6 +118,10 @@ BENCHMARK(Write)->Apply(Sizes);
 
 // ---- Transfers that are not waited for: range(0) in progress at a time ----
 
+void Outstanding(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Arg(1)->Arg(8)->Arg(kMaxOutstanding);
+}
+
 // Calls start(slot, block) and later collect(slot) for every transfer of the file.
 template <typename Start, typename Collect>
 void KeepUnderWay(benchmark::State& state, Start start, Collect collect) {
@@ -140,7 +146,7 @@ void ReadNoWaitRaw(benchmark::State& state) {
       },
       [&](uint32_t slot) { file.raw()->Collect(slot); });
 }
-BENCHMARK(ReadNoWaitRaw)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
+BENCHMARK(ReadNoWaitRaw)->Apply(Outstanding);
 
 // A function that starts a transfer and does not wait. ReadNoWait and WriteNoWait each pass one.
 using Starts = uint32_t (*)(KivSdContext*, uint32_t, uint32_t, void*, KivSdNoWaitCb*, uint32_t*);
@@ -166,7 +172,7 @@ void ReadNoWait(benchmark::State& state) {
     return KivSdDirectIOFileRead(ctx, file, block, buffer, kOutstandingBlocks, record, count);
   });
 }
-BENCHMARK(ReadNoWait)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
+BENCHMARK(ReadNoWait)->Apply(Outstanding);
 
 void WriteNoWait(benchmark::State& state) {
   NoWait(state, [](KivSdContext* ctx, uint32_t file, uint32_t block, void* buffer,
@@ -174,7 +180,7 @@ void WriteNoWait(benchmark::State& state) {
     return KivSdDirectIOFileWrite(ctx, file, block, buffer, kOutstandingBlocks, record, count);
   });
 }
-BENCHMARK(WriteNoWait)->RangeMultiplier(2)->Range(1, kMaxOutstanding);
+BENCHMARK(WriteNoWait)->Apply(Outstanding);
 
 // ---- A lease, taken and released while nothing is paused ----
 

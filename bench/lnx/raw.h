@@ -205,7 +205,7 @@ inline int64_t WriteFileAt(int file, uint32_t offset, const void* data, uint32_t
 // Opens a file that exists. Up to kMaxUnderWay reads run at the same time on a ring of its own.
 class DirectFile {
  public:
-  static constexpr uint32_t kMaxUnderWay = 8;
+  static constexpr uint32_t kMaxUnderWay = 32;
 
   DirectFile(const std::string& path, bool async)
       : file_(open(path.c_str(), O_RDWR | O_DIRECT | O_CLOEXEC)), async_(async) {

@@ -151,7 +151,7 @@ inline int64_t WriteFileAt(int file, uint32_t offset, const void* data, uint32_t
 // `async`.
 class DirectFile {
  public:
-  static constexpr uint32_t kMaxUnderWay = 8;
+  static constexpr uint32_t kMaxUnderWay = 32;
 
   DirectFile(const std::string& path, bool async)
       : file_(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
