@@ -118,7 +118,7 @@ constexpr uint32_t kLargestParkedBytes = 8 * kQuickLists;
 // Returns the list of a payload size, a multiple of 8, as an address: compilers would compute an
 // index by a division that the address multiplies again.
 inline Block*& QuickListOf(Heap* heap, size_t payloadBytes) {
-  static_assert(sizeof heap->quick[0] == 8);
+  static_assert(sizeof(void*) == 8);
   char* lists = reinterpret_cast<char*>(heap->quick);
   return *reinterpret_cast<Block**>(lists + payloadBytes - 8);
 }
