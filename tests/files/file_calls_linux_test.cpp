@@ -349,6 +349,24 @@ TEST_F(FileCalls, TemporaryNamesLieInTheFirstFolderThatExists) {
   if (known == nullptr) unsetenv("TMP");
 }
 
+TEST_F(FileCalls, AnAbsolutePathHasALongestLength) {
+  char buffer[16];
+  EXPECT_EQ(AbsolutePath(nullptr, sizeof buffer, buffer), 0u);
+  EXPECT_EQ(AbsolutePath("/a/../b/", sizeof buffer, buffer), 3u);
+  EXPECT_STREQ(buffer, "/b/");
+  // A separator in front and one behind, and the terminator.
+  const std::string longest = "/" + std::string(8 * PATH_MAX - 3, 'x');
+  EXPECT_EQ(AbsolutePath(longest.c_str(), sizeof buffer, buffer), longest.size() + 1);
+  EXPECT_EQ(AbsolutePath((longest + "/").c_str(), sizeof buffer, buffer), longest.size() + 2);
+  for (const std::string& tooLong : {longest + "x", longest + "x/"}) {
+    errno = 0;
+    EXPECT_EQ(AbsolutePath(tooLong.c_str(), sizeof buffer, buffer), 0u);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+  }
+  const AnsweredCall gone("getcwd", Refuse(ENOENT));
+  EXPECT_EQ(AbsolutePath("a", sizeof buffer, buffer), 0u);
+}
+
 // ---- Searching ----
 
 class FileSearch : public FileCalls {
