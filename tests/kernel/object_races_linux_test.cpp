@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cerrno>
 #include <thread>
+#include <vector>
 
 #include "os/kernel_objects.h"
 #include "os/lnx/counting_semaphore.h"
@@ -96,6 +97,20 @@ TEST_P(FullTable, MakesNothingAndLeavesNothingBehind) {
 
 INSTANTIATE_TEST_SUITE_P(ObjectRaces, FullTable, testing::ValuesIn(kMakers),
                          [](const auto& info) { return std::string(info.param.what); });
+
+// The table grows by pieces, which stay mapped.
+TEST_F(ObjectRaces, ATableThatCannotGrowIsFull) {
+  std::vector<Slot*> taken;
+  {
+    const AnsweredCall refused("mmap", Refuse(ENOMEM));
+    while (Slot* slot = TakeSlot()) taken.push_back(slot);
+    EXPECT_EQ(refused.answered(), 1u);
+  }
+  for (Slot* slot : taken) FreeSlot(slot);
+  void* event = MakeAutoEvent(true).value;
+  ExpectWait(WaitOne(event, 0), kWaitSignalled, 0);
+  ExpectOk(CloseObject(event));
+}
 
 // ---- A handle that is closed when an operation enters or leaves its object ----
 
