@@ -30,6 +30,7 @@
 #include "os/links.h"
 #include "os/lnx/descriptor_modes.h"
 #include "os/lnx/raw_transfers.h"
+#include "os/lnx/share_claims.h"
 #include "os/lnx/system_file.h"
 #include "os/transfers.h"
 #include "support/lnx/answered_calls.h"
@@ -192,6 +193,44 @@ TEST_F(FileCalls, AFileCanBeWrittenOnlyIfTheSystemKnowsIt) {
   EXPECT_TRUE(IsAccessible(path().c_str(), 2));
   const AnsweredCall refused("stat", Refuse(EIO));
   EXPECT_FALSE(IsAccessible(path().c_str(), 2));
+}
+
+// ---- Claims ----
+
+Answering OnlyCommand(int command, Answering answering) {
+  return [=](const Words& arguments, Word* word) {
+    return arguments[1] == command ? answering(arguments, word) : Answer::kPass;
+  };
+}
+
+// Others take every place at the same moment.
+TEST_F(FileCalls, AClaimThatFindsNoPlaceCountsOnlyIfItDeniesOthersSomething) {
+  const int file = open(path().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const AnsweredCall taken("fcntl", OnlyCommand(F_OFD_SETLK, [](const Words& arguments, Word*) {
+                             const auto* lock = reinterpret_cast<struct flock*>(arguments[2]);
+                             if (lock->l_type == F_UNLCK) return Answer::kPass;
+                             errno = EAGAIN;
+                             return Answer::kRefuse;
+                           }));
+  ExpectOk(ClaimFile(file, kRightWrite, 0));
+  const uint32_t answered = taken.answered();
+  EXPECT_GT(answered, 1u) << "it tries other places";
+  ExpectFailed(ClaimFile(file, kRightWrite, kRightWrite), EAGAIN);
+  close(file);
+}
+
+// Of two opens that conflict, each sees the other one's claims until it gives its own back.
+TEST_F(FileCalls, AClaimThatOthersNeverDecideAboutFails) {
+  const int file = open(path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const AnsweredCall held("fcntl", OnlyCommand(F_OFD_GETLK, [](const Words& arguments, Word* word) {
+                            reinterpret_cast<struct flock*>(arguments[2])->l_type = F_WRLCK;
+                            *word = 0;
+                            return Answer::kGive;
+                          }));
+  const AnsweredCall pauses("nanosleep", Give(0));
+  ExpectFailed(ClaimFile(file, kRightWrite, kRightWrite), kErrorConflict);
+  EXPECT_GT(pauses.answered(), 1u);
+  close(file);
 }
 
 // ---- Sizes ----
@@ -429,6 +468,23 @@ TEST_F(FileSearch, APatternHasALongestLength) {
   const std::string folder = "/" + std::string(PATH_MAX - 2, 'x');
   ExpectFailed(StartFileSearch((folder + "/*").c_str(), &found_), ENAMETOOLONG);
   ExpectFailed(StartFileSearch(Pattern(std::string(10'000, 'x')).c_str(), &found_), ENAMETOOLONG);
+}
+
+TEST_F(FileSearch, ASearchThatIsEndedMeanwhileIsABadHandle) {
+  Write("");
+  const ValueResult<void*> search = StartFileSearch(Pattern("*").c_str(), &found_);
+  ASSERT_TRUE(search.ok);
+  const AnsweredCall ended("EnterObject", Precede([&] { ExpectOk(EndFileSearch(search.value)); }));
+  ExpectFailed(ContinueFileSearch(search.value, &found_), EBADF);
+}
+
+TEST_F(FileSearch, ASearchThatIsEndedDuringALookEndsAfterIt) {
+  Write("");
+  const ValueResult<void*> search = StartFileSearch(Pattern("*").c_str(), &found_);
+  ASSERT_TRUE(search.ok);
+  const AnsweredCall ended("LeaveObject", Precede([&] { ExpectOk(EndFileSearch(search.value)); }));
+  ExpectOk(ContinueFileSearch(search.value, &found_));
+  ExpectFailed(ContinueFileSearch(search.value, &found_), EBADF);
 }
 
 TEST_F(FileSearch, WithoutAHandleNoSearchStarts) {

@@ -289,6 +289,15 @@ TEST_F(NamedPipe, AClientWithoutAHandleLeavesNothingOpen) {
   EXPECT_EQ(OpenHandles(), before);
 }
 
+TEST_F(NamedPipe, AServerThatConnectsLateIsToldWhatItsClientDid) {
+  server_ = MakeServer();
+  client_ = OpenClient();
+  ExpectFailed(ConnectPipe(server_.value), kErrorPipeConnected);
+  ExpectOk(ClosePipe(client_.value));
+  client_ = {};
+  ExpectFailed(ConnectPipe(server_.value), kErrorPipeClosing);
+}
+
 TEST_F(NamedPipe, AClientMayAskToOpenAlways) {
   server_ = MakeServer();
   client_ = OpenClient(kOpenAlways);

@@ -394,6 +394,26 @@ TEST_F(NamedCalls, WhatAProcessHoldsIsHeldAgainInANewFileOfHolders) {
   ReleaseNamed(made.value);
 }
 
+// The new file is not known to hold anything until a process has excluded the others.
+TEST_F(NamedCalls, WhatAProcessHoldsIsHeldAgainWhenItCanExcludeTheOthers) {
+  const ValueResult<NamedObject*> made = Make(kSemaphore);
+  const std::string holders = NameFolder() + "holders";
+  std::ofstream(holders + ".new").close();
+  std::filesystem::rename(holders + ".new", holders);
+  {
+    const AnsweredCall refused("fcntl", [](const Words& arguments, Word*) {
+      if (arguments[1] != F_OFD_SETLKW) return Answer::kPass;
+      errno = ENOLCK;
+      return Answer::kRefuse;
+    });
+    ExpectFailed(Make(kSemaphore), ENOLCK);
+  }
+  EXPECT_EQ(MakeAndRelease(), 0);
+  EXPECT_EQ(RunInChild([] { return Open(NamedKind::kSemaphore).ok ? 0 : 1; }), 0)
+      << "another process does not see the object any more";
+  ReleaseNamed(made.value);
+}
+
 // ---- A mutex that a thread owns without a handle ----
 
 // Another process that has the test's mutex open until its destructor runs.
@@ -482,6 +502,21 @@ TEST_F(ForeignFile, AnOwnedMutexIsStillThereWhenItIsOpenedAgain) {
     EXPECT_EQ(again.value, made.value) << "one object has one record";
   }
   ReleaseNamed(made.value);
+}
+
+// Nobody holds it: it is not held again.
+TEST_F(ForeignFile, AnOwnedMutexWithoutAHandleIsNotHeldInANewFileOfHolders) {
+  const ValueResult<NamedObject*> made = Make(kMutex);
+  {
+    const Owner owner(&made.value->mutex);
+    ReleaseNamed(made.value);
+    const std::string holders = NameFolder() + "holders";
+    std::ofstream(holders + ".new").close();
+    std::filesystem::rename(holders + ".new", holders);
+    EXPECT_EQ(RunInChild([] { return Open(NamedKind::kMutex).ok ? 1 : 0; }), 0);
+    ExpectFailed(Open(NamedKind::kMutex), ENOENT);
+  }
+  EXPECT_EQ(MakeAndRelease(), 0);
 }
 
 // ---- Mutexes ----

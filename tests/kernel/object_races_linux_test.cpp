@@ -291,6 +291,7 @@ TEST_F(SemaphoreRaces, ThreadsThatTakeAndGiveAtOnceLoseNoUnit) {
 // Bits of an event's word (event.h).
 constexpr uint64_t kSignalledBit = 1;
 constexpr uint64_t kOneGrantBit = 4;
+constexpr uint64_t kRoundBits = uint64_t{0x1FF} << 22;
 
 TEST_F(ObjectRaces, AnEventThatIsClosedMeanwhileIsABadHandle) {
   void* event = MakeAutoEvent(true).value;
@@ -417,6 +418,61 @@ TEST_F(ObjectRaces, ThreadsThatSignalAndWaitAtOnceLoseNoSignal) {
   other.join();
   ExpectOk(CloseObject(ping));
   ExpectOk(CloseObject(pong));
+}
+
+// Transfers that come while a thread looks at the event make it help with them.
+TEST_F(ObjectRaces, AThreadThatLooksAtAnEventSeesATransferThatBegins) {
+  void* event = MakeAutoEvent(false).value;
+  const AnsweredCall looks("ShouldLook", Give(1));
+  const AnsweredCall begins("IsPast", Precede([&] { EXPECT_TRUE(BeginTransferOn(event)); }));
+  ExpectWait(WaitOne(event, 1), kWaitTimedOut, ETIMEDOUT);
+  CancelTransferOn(event);
+  ExpectOk(CloseObject(event));
+}
+
+TEST_F(ObjectRaces, ASecondTransferWakesNobody) {
+  void* event = MakeAutoEvent(false).value;
+  WordOf(event).fetch_add(kOneUser);
+  EXPECT_TRUE(BeginTransferOn(event));
+  const uint64_t withOne = WordOf(event);
+  EXPECT_TRUE(BeginTransferOn(event));
+  EXPECT_EQ(WordOf(event).load(), withOne);
+  CancelTransferOn(event);
+  CancelTransferOn(event);
+  WordOf(event).fetch_sub(kOneUser);
+  ExpectOk(CloseObject(event));
+}
+
+TEST_F(ObjectRaces, ThreadsThatChangeAnEventAtOnceLeaveItWhole) {
+  constexpr int kRounds = 100'000;
+  void* event = MakeManualEvent().value;
+  const uint64_t before = WordOf(event);
+  std::thread transfers([=] {
+    for (int i = 0; i < kRounds; ++i) {
+      EXPECT_TRUE(BeginTransferOn(event));
+      if (i % 2 == 0) CancelTransferOn(event);
+      if (i % 2 != 0) EXPECT_NE(EndTransferOn(event), nullptr);
+    }
+  });
+  for (int i = 0; i < kRounds; ++i) {
+    ExpectOk(SignalEvent(event));
+    const uint32_t result = WaitOne(event, 0).result;
+    EXPECT_TRUE(result == kWaitSignalled || result == kWaitTimedOut) << result;
+    ExpectOk(UnsignalEvent(event));
+  }
+  transfers.join();
+  ExpectOk(UnsignalEvent(event));
+  EXPECT_EQ(WordOf(event).load() & ~kRoundBits, before & ~kRoundBits);
+  ExpectOk(CloseObject(event));
+}
+
+TEST_F(ObjectRaces, AMutexWithAllUsersItCanCountTakesNoOther) {
+  void* mutex = MakeMutex(nullptr).value;
+  WordOf(mutex).fetch_or(kUsersMask);
+  ExpectFailed(WaitOne(mutex, 0), EBADF);
+  WordOf(mutex).fetch_and(~kUsersMask);
+  ExpectWait(WaitOne(mutex, 0), kWaitSignalled, 0);
+  ExpectOk(CloseObject(mutex));
 }
 
 // ---- What the locks wait with ----

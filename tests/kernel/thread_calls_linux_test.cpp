@@ -12,6 +12,7 @@
 #include <functional>
 #include <thread>
 
+#include "kivsdu/kivsdu.h"
 #include "os/lnx/futex.h"
 #include "os/lnx/nice.h"
 #include "os/lnx/thread_record.h"
@@ -77,6 +78,8 @@ struct First {
   int niceAbove2 = 0;  // set for a thread of priority -1
   int niceAboveUnknown = 0;
   int niceOfSecond = 0;
+  int raisedTwice = -1;
+  int raisedWithout = -1;  // without memory for a claim of its own
 };
 First first;
 
@@ -111,6 +114,17 @@ Answering AskedTwice() {
   };
 }
 
+// Two threads meet their first fatal exception at once, and the other one ends.
+int RaiseTwice(Answer ofFirst) {
+  const AnsweredCall other("mmap", [=, calls = 0](const Words& arguments, Word*) mutable {
+    if (arguments[1] != sizeof(pthread_mutex_t) || ++calls != 1) return Answer::kPass;
+    std::thread([] { KivSdXcptSetFatExceptionOccured(1); }).join();
+    errno = ENOMEM;
+    return ofFirst;
+  });
+  return static_cast<int>(KivSdXcptSetFatExceptionOccured(1));
+}
+
 class FirstUses : public testing::Environment {
  public:
   void SetUp() override {
@@ -118,6 +132,8 @@ class FirstUses : public testing::Environment {
     first.niceAbove2 = FirstNice(Give(2));
     first.niceAboveUnknown = FirstNice(Refuse(EPERM));
     first.niceOfSecond = FirstNice(AskedTwice());
+    first.raisedTwice = RunInChild([] { return RaiseTwice(Answer::kPass); });
+    first.raisedWithout = RunInChild([] { return RaiseTwice(Answer::kRefuse); });
     // The first handle makes a chunk of the table, which stays.
     const ValueResult<void*> thread = StartThread(Return7, nullptr, 0);
     ExpectOk(JoinThread(thread.value));
@@ -390,6 +406,11 @@ TEST(Claims, OneThatCannotBeRepairedIsAFailure) {
   EXPECT_EQ(TakeClaim(claim.value), Claim::kFailed);
   EXPECT_EQ(TakeClaim(nullptr), Claim::kFailed);
   ExpectOk(CloseClaim(claim.value));
+}
+
+TEST(Claims, OfTwoThreadsThatMakeOneBothUseTheFirst) {
+  EXPECT_EQ(first.raisedTwice, 0);
+  EXPECT_EQ(first.raisedWithout, 0);
 }
 
 // ---- Processes ----

@@ -119,6 +119,21 @@ TEST(Pages, AreReleasedByTheirAddressOnly) {
   ExpectFailed(ReleasePages(pages.value), EINVAL);
 }
 
+// The kernel aligns its addresses to smaller pages.
+TEST(Pages, ThatCannotBeAlignedAreNotCommitted) {
+  constexpr Word kUnaligned = 0x10001000;
+  const AnsweredCall gives("mmap", [](const Words& arguments, Word* word) {
+    errno = ENOMEM;
+    if (arguments[1] != 8192) return Answer::kRefuse;
+    *word = kUnaligned;
+    return Answer::kGive;
+  });
+  const AnsweredCall takes("munmap", Give(0));
+  ExpectFailed(CommitPages(8192), ENOMEM);
+  EXPECT_EQ(gives.answered(), 2u);
+  EXPECT_EQ(takes.answered(), 1u);
+}
+
 // The kernel gives any addresses; here the test does, so that many share a place in the table.
 TEST(Pages, OfAllAddressesAreFoundUntilTheyAreReleased) {
   constexpr uintptr_t kUnit = 8192;
