@@ -247,7 +247,9 @@ TEST_P(Queue, ATransferThatTheKernelRefusesEndsWithTheError) {
               const AnsweredCall refused(SubmitCall(), Submit(EIO));
               if (Start() != EIO) return 1;
               if (StatusIn(&record_) != EIO) return 2;
-              return HasEvent() ? 3 : 0;
+              if (HasEvent()) return 3;
+              const AnsweredCall full(SubmitCall(), Submit(EAGAIN));
+              return Start() == kErrorTransferPending && HasEvent() ? 0 : 4;  // it is alone
             }),
             0);
 }

@@ -381,39 +381,6 @@ TEST_F(NamedCalls, AnObjectIsFoundByItsDeviceToo) {
   ReleaseNamed(made.value);
 }
 
-// ---- The file of the holders ----
-
-TEST_F(NamedCalls, WhatAProcessHoldsIsHeldAgainInANewFileOfHolders) {
-  const ValueResult<NamedObject*> made = Make(kSemaphore);
-  const std::string holders = NameFolder() + "holders";
-  std::ofstream(holders + ".new").close();
-  std::filesystem::rename(holders + ".new", holders);
-  EXPECT_EQ(MakeAndRelease(), 0);
-  EXPECT_EQ(RunInChild([] { return Open(NamedKind::kSemaphore).ok ? 0 : 1; }), 0)
-      << "another process does not see the object any more";
-  ReleaseNamed(made.value);
-}
-
-// The new file is not known to hold anything until a process has excluded the others.
-TEST_F(NamedCalls, WhatAProcessHoldsIsHeldAgainWhenItCanExcludeTheOthers) {
-  const ValueResult<NamedObject*> made = Make(kSemaphore);
-  const std::string holders = NameFolder() + "holders";
-  std::ofstream(holders + ".new").close();
-  std::filesystem::rename(holders + ".new", holders);
-  {
-    const AnsweredCall refused("fcntl", [](const Words& arguments, Word*) {
-      if (arguments[1] != F_OFD_SETLKW) return Answer::kPass;
-      errno = ENOLCK;
-      return Answer::kRefuse;
-    });
-    ExpectFailed(Make(kSemaphore), ENOLCK);
-  }
-  EXPECT_EQ(MakeAndRelease(), 0);
-  EXPECT_EQ(RunInChild([] { return Open(NamedKind::kSemaphore).ok ? 0 : 1; }), 0)
-      << "another process does not see the object any more";
-  ReleaseNamed(made.value);
-}
-
 // ---- A mutex that a thread owns without a handle ----
 
 // Another process that has the test's mutex open until its destructor runs.
@@ -456,6 +423,40 @@ class Holder {
   int ready_[2];
   pid_t process_;
 };
+
+// Puts an empty file in the place of the holders' one.
+void RenewHolders() {
+  const std::string holders = NameFolder() + "holders";
+  std::ofstream(holders + ".new").close();
+  std::filesystem::rename(holders + ".new", holders);
+}
+
+TEST_F(ForeignFile, WhatAProcessHoldsIsHeldAgainInANewFileOfHolders) {
+  Holder other;
+  const ValueResult<NamedObject*> made = Make(kMutex);
+  RenewHolders();
+  ReleaseNamed(MakeNamed("another", kSemaphore).value);
+  other.Open();
+  ReleaseNamed(made.value);
+}
+
+// Until then, the new file is not known to hold anything.
+TEST_F(ForeignFile, WhatAProcessHoldsIsHeldAgainWhenItCanExcludeTheOthers) {
+  Holder other;
+  const ValueResult<NamedObject*> made = Make(kMutex);
+  RenewHolders();
+  {
+    const AnsweredCall refused("fcntl", [](const Words& arguments, Word*) {
+      if (arguments[1] != F_OFD_SETLKW) return Answer::kPass;
+      errno = ENOLCK;
+      return Answer::kRefuse;
+    });
+    ExpectFailed(MakeNamed("another", kSemaphore), ENOLCK);
+  }
+  ReleaseNamed(MakeNamed("another", kSemaphore).value);
+  other.Open();
+  ReleaseNamed(made.value);
+}
 
 // A thread that owns a mutex until it is told to release it.
 class Owner {
@@ -510,10 +511,7 @@ TEST_F(ForeignFile, AnOwnedMutexWithoutAHandleIsNotHeldInANewFileOfHolders) {
   {
     const Owner owner(&made.value->mutex);
     ReleaseNamed(made.value);
-    const std::string holders = NameFolder() + "holders";
-    std::ofstream(holders + ".new").close();
-    std::filesystem::rename(holders + ".new", holders);
-    EXPECT_EQ(RunInChild([] { return Open(NamedKind::kMutex).ok ? 1 : 0; }), 0);
+    RenewHolders();
     ExpectFailed(Open(NamedKind::kMutex), ENOENT);
   }
   EXPECT_EQ(MakeAndRelease(), 0);

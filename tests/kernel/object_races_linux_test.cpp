@@ -223,6 +223,14 @@ TEST_F(SemaphoreRaces, AStarvingMarkOfAnEndedThreadDelaysOthersOnlyForAMoment) {
   EXPECT_EQ(word_.load(), 0u) << "the unit is taken, and the mark with it";
 }
 
+TEST_F(SemaphoreRaces, AWaitForASharedSemaphoreRespectsTheMarkForAMoment) {
+  word_ = kStarving | 1;
+  const AnsweredCall sleeps("SleepOn", Give(kTimedOutWord));
+  ExpectWait(TakeUnit(Place(Scope::kShared), 10'000).wait, kWaitSignalled, 0);
+  EXPECT_EQ(sleeps.answered(), 1u);
+  EXPECT_EQ(word_.load(), 0u);
+}
+
 TEST_F(SemaphoreRaces, AWaiterThatIsWokenInVainMarksTheSemaphoreAsStarving) {
   uint64_t whenAsleepAgain = 0;
   const AnsweredCall sleeps("SleepOn", [&, sleep = 0](const Words&, Word* word) mutable {
