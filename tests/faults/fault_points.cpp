@@ -10,6 +10,7 @@
 
 #include "support/import_patch.h"
 #include "support/last_error.h"
+#include "support/lnx/answered_calls.h"
 #include "support/lnx/seam_import.h"
 
 namespace kiv::test {
@@ -171,6 +172,18 @@ uint32_t reached = 0;
 std::vector<std::string> failed;
 int64_t liveBlocks = 0;
 
+// Whether this call fails; if so, its error is stored as errno and as the last error.
+bool FailsAt(FaultLevel level, const char* call) {
+  if (armed == nullptr || armed->level != level || armed->first == 0) return false;
+  if (armed->spared != nullptr && std::strcmp(armed->spared, call) == 0) return false;
+  ++reached;
+  const bool fails = armed->lasting ? reached >= armed->first : reached == armed->first;
+  if (!fails) return false;
+  failed.emplace_back(call);
+  SetErrors(static_cast<int>(armed->error), armed->error);
+  return true;
+}
+
 // Decides about a call of a stand-in.
 SeamFailure FailStandIn(const char* call, intptr_t* result) {
   if (armed == nullptr || armed->level != FaultLevel::kPrimitives) return SeamFailure::kNone;
@@ -189,6 +202,9 @@ SeamFailure FailStandIn(const char* call, intptr_t* result) {
   return failure->kind;
 }
 
+// Decides about a call of the C library.
+bool FailCall(const char* call) { return FailsAt(FaultLevel::kSystemCalls, call); }
+
 // ---- The allocator ----
 
 void* (*realMalloc)(size_t);
@@ -197,6 +213,8 @@ void (*realFree)(void*);
 
 // Those of a TakenBlocks object; null without one.
 std::set<void*>* taken = nullptr;
+
+void CountBlock(int64_t change) { liveBlocks += change; }
 
 void Note(void* block) {
   CountBlock(1);
@@ -243,31 +261,18 @@ ArmedFaults::ArmedFaults(const FaultPlan& plan) {
   failed.reserve(64);  // no allocation in a call
   armed = &plan;
   SetSeamFault(FailStandIn);
+  SetCallFault(FailCall);
 }
 
 ArmedFaults::~ArmedFaults() {
   armed = nullptr;
   SetSeamFault(nullptr);
+  SetCallFault(nullptr);
 }
 
 const std::vector<std::string>& FailedCalls() { return failed; }
 
-int64_t LiveBlocks() { return liveBlocks; }
-
-void CountBlock(int64_t change) { liveBlocks += change; }
-
-uint32_t PlannedError() { return armed->error; }
-
-bool FailsAt(FaultLevel level, const char* call) {
-  if (armed == nullptr || armed->level != level || armed->first == 0) return false;
-  if (armed->spared != nullptr && std::strcmp(armed->spared, call) == 0) return false;
-  ++reached;
-  const bool fails = armed->lasting ? reached >= armed->first : reached == armed->first;
-  if (!fails) return false;
-  failed.emplace_back(call);
-  SetErrors(static_cast<int>(armed->error), armed->error);
-  return true;
-}
+int64_t LiveBlocks() { return liveBlocks + BlocksTaken(); }
 
 struct BlockWatch::Patches {
   ImportPatch malloc{"malloc", reinterpret_cast<void*>(&Malloc)};

@@ -66,16 +66,6 @@ class TakenBlocks {
   TakenBlocks& operator=(const TakenBlocks&) = delete;
 };
 
-// ---- For the wrappers of the calls ----
-
-// Whether this call fails; if so, its error is stored as errno and as the last error.
-bool FailsAt(FaultLevel level, const char* call);
-
-// The error of the armed plan.
-uint32_t PlannedError();
-
-void CountBlock(int64_t change);
-
 }  // namespace kiv::test
 
 #endif

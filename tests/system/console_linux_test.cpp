@@ -18,8 +18,10 @@
 #include <thread>
 
 #include "kivsdu/kivsdu.h"
+#include "os/console.h"
 #include "os/lnx/keys.h"
 #include "support/context.h"
+#include "support/lnx/answered_calls.h"
 #include "support/process.h"
 #include "support/waiting.h"
 
@@ -414,6 +416,72 @@ TEST_F(Keys, AreReadAgainAfterSomebodyElseChangedTheMode) {
   ExpectKey(Get(), 'k', 0);
   shell.join();
   EXPECT_TRUE(isBack);
+}
+
+TEST_F(Keys, AreReadAtOnceAlsoAfterSomebodyElseMadeReadsWait) {
+  std::atomic<bool> isBack{false};
+  std::thread other([&] {
+    while (!terminal.IsInKeyMode()) KivSdSleep(nullptr, 1);
+    termios waiting = terminal.Mode();
+    waiting.c_cc[VMIN] = 1;
+    terminal.SetMode(waiting);
+    const Stopwatch watch;
+    while (!isBack && watch.ElapsedMs() < kLimitMs) {
+      isBack = terminal.Mode().c_cc[VMIN] == 0;
+      KivSdSleep(nullptr, 5);
+    }
+    terminal.Type("k");
+  });
+  ExpectKey(Get(), 'k', 0);
+  other.join();
+  EXPECT_TRUE(isBack);
+  terminal.SetMode(before);
+}
+
+TEST_F(Keys, ThatAreNotReadAtOnceComeWithALaterLook) {
+  KivSdConsoleKey key = {};
+  const kiv::test::Answering failures[] = {kiv::test::Refuse(EAGAIN), kiv::test::Refuse(EINTR),
+                                           kiv::test::Give(0)};
+  for (const auto& failure : failures) {
+    terminal.Type("k");
+    const Stopwatch watch;
+    {
+      const kiv::test::AnsweredCall read("read", failure);
+      while (read.answered() == 0 && watch.ElapsedMs() < kLimitMs) EXPECT_FALSE(Hit(&key));
+    }
+    ExpectKey(NextHit(), 'k', 0);
+  }
+}
+
+// The kernel refuses a read of a process that has just gone to the background.
+TEST_F(Keys, OfATerminalThatWasJustLostComeWhenItIsBack) {
+  KivSdConsoleKey key = {};
+  terminal.Type("k");
+  {
+    const kiv::test::AnsweredCall refused("read", kiv::test::Refuse(EIO));
+    const kiv::test::AnsweredCall group("tcgetpgrp",
+                                        [&](const kiv::test::Words&, kiv::test::Word* word) {
+                                          if (refused.answered() == 0)
+                                            return kiv::test::Answer::kPass;
+                                          *word = getpgrp() + 1;
+                                          return kiv::test::Answer::kGive;
+                                        });
+    const Stopwatch watch;
+    while (refused.answered() == 0 && watch.ElapsedMs() < kLimitMs) EXPECT_FALSE(Hit(&key));
+  }
+  terminal.SetMode(before);  // as its shell does
+  ExpectKey(NextHit(), 'k', 0);
+}
+
+TEST_F(Keys, OfATerminalThatFailsAreAFailure) {
+  terminal.Type("k");
+  {
+    const kiv::test::AnsweredCall refused("read", kiv::test::Refuse(EIO));
+    const auto taken = kiv::os::TakeConsoleEvent(kiv::os::StandardInput().value);
+    EXPECT_FALSE(taken.ok);
+    EXPECT_EQ(taken.error, uint32_t{EIO});
+  }
+  ExpectKey(NextHit(), 'k', 0);
 }
 
 TEST_F(Keys, OfTwoThreadsLeaveTheModeAsItWas) {

@@ -89,6 +89,22 @@ TEST(TextFileReader, ReadsFieldsLinesAndEscapes) {
   EXPECT_EQ(file.error(), 0u);
 }
 
+TEST(TextFileReader, TakesADamagedEscapeOrNumberAsItIs) {
+  const Kernel kernel;
+  kernel.Write("/file", "a\\ b\\08c 12x\n");
+  TextFile file((kernel.root() + "/file").c_str());
+  char field[16];
+  ASSERT_TRUE(file.ReadField(field, sizeof field));
+  EXPECT_STREQ(field, "a\\");
+  ASSERT_TRUE(file.ReadField(field, sizeof field));
+  EXPECT_EQ(std::string(field, 4), std::string("b\0"
+                                               "8c",
+                                               4));
+  uint64_t number = 0;
+  ASSERT_TRUE(file.ReadNumber(&number));
+  EXPECT_EQ(number, UINT64_MAX);
+}
+
 TEST(TextFileReader, ReadsLinesLongerThanItsBlock) {
   const Kernel kernel;
   kernel.Write("/file", std::string(5000, 'x') + " y\nz");
@@ -225,6 +241,22 @@ TEST_F(Mounts, WithDamagedLinesAreIgnored) {
   EXPECT_EQ(Count(), 1u);
 }
 
+TEST_F(Mounts, WithLinesThatEndAnywhereAreIgnored) {
+  lines_ =
+      "1 2\n1 2 254:9\n1 2 254:9 /\n1 2 254:9 / /cut\n1 2 254:9 / /cut rw -\n"
+      "1 2 254:9 / /cut rw - ext4\n";
+  kernel_.MakeFolder("/cut");
+  Add("254:1", "/", "ext4", "/dev/vda1");
+  EXPECT_EQ(Count(), 1u);
+}
+
+TEST_F(Mounts, OnFoldersThatAreGoneAreNoDrives) {
+  Add("254:1", "/", "ext4", "/dev/vda1");
+  Add("254:2", "/gone", "ext4", "/dev/vda2");
+  kernel_.Remove("/gone");
+  EXPECT_EQ(Count(), 1u);
+}
+
 TEST_F(Mounts, HaveTypes) {
   const struct {
     const char* device;
@@ -273,6 +305,14 @@ TEST_F(Mounts, HoldThePathsBelowThem) {
   EXPECT_EQ(DriveOf("/data/deeper"), 2u);
   EXPECT_EQ(DriveOf("(unreachable)/x"), 1u);
   EXPECT_EQ(DriveOf(""), 1u);
+}
+
+TEST_F(Mounts, HoldTheirPathsAlsoIfTheFolderAboveComesLater) {
+  Add("254:1", "/", "ext4", "/dev/vda1");
+  Add("254:3", "/data/deep", "ext4", "/dev/vda3");
+  Add("254:2", "/data", "ext4", "/dev/vda2");
+  EXPECT_EQ(DriveOf("/data/deep/er"), 2u);
+  EXPECT_EQ(DriveOf("/data/other"), 3u);
 }
 
 TEST(Drives, OfThisMachineBeginWithTheRoot) {
@@ -448,6 +488,47 @@ TEST_F(Groups, LimitPagingSpace) {
   EXPECT_EQ(paging.availableBytes, 70 * kMiB);
 }
 
+TEST_F(Groups, AreFoundByTheWholeNameOfTheirController) {
+  kernel_.Write("/proc/self/mountinfo",
+                "32 31 0:29 / /cg/cpu rw - cgroup cgroup rw,xcpu\n"
+                "33 31 0:30 / /cg/cpuset rw - cgroup cgroup rw,cpuset,cpu\n");
+  kernel_.Write("/proc/self/cgroup", "2:xcpu:/wrong\n3:cpuset,cpu:/right\n");
+  kernel_.Write("/cg/cpuset/right/cpu.cfs_quota_us", "300000\n");
+  kernel_.Write("/cg/cpuset/right/cpu.cfs_period_us", "100000\n");
+  EXPECT_EQ(Processors(), 3u);
+}
+
+TEST_F(Groups, MayBeTheOneThatIsMounted) {
+  UseSecondVersion("/docker/1", "/docker/1");
+  kernel_.Write("/sys/fs/cgroup/cpu.max", "200000 100000\n");
+  EXPECT_EQ(Processors(), 2u);
+}
+
+TEST_F(Groups, WithoutAPeriodThatIsANumberLimitNothing) {
+  UseSecondVersion("/");
+  kernel_.Write("/sys/fs/cgroup/cpu.max", "200000 max\n");
+  EXPECT_EQ(Processors(), UINT32_MAX);
+}
+
+TEST_F(Groups, HaveStatisticsWithoutAValueAndWithOne) {
+  UseSecondVersion("/");
+  kernel_.Write("/sys/fs/cgroup/memory.max", MiB(400));
+  kernel_.Write("/sys/fs/cgroup/memory.current", MiB(300));
+  kernel_.Write("/sys/fs/cgroup/memory.stat", "inactive_file\ninactive_file " + MiB(100));
+  ExpectMemory(400, 200);
+}
+
+// The mount point of a damaged line is empty, and the root is a folder's bare name.
+TEST_F(Groups, WithoutAnyFolderAboveThemEndTheSearch) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  kernel_.Write("/k/proc/self/mountinfo", "31 23 0:28 / \\000 rw - cgroup2 cgroup rw\n");
+  kernel_.Write("/k/proc/self/cgroup", "0::/\n");
+  kernel_.Write("/k/cpu.max", "400000 100000\n");
+  std::filesystem::current_path(kernel_.root());
+  EXPECT_EQ(kiv::os::GroupProcessors("k"), 4u);
+  std::filesystem::current_path(before);
+}
+
 // ---- Paging files ----
 
 class Paging : public testing::Test {
@@ -482,6 +563,14 @@ TEST_F(Paging, IsTheSumOfItsFiles) {
   EXPECT_EQ(needed, 22u);
   static_cast<void>(Paths(0, &needed));
   EXPECT_EQ(needed, 22u);
+}
+
+TEST_F(Paging, LeavesOutLinesThatEndAnywhere) {
+  WriteSwaps("\n/one\n/two file\n/three file 100\n/four file 100 50 -2\n");
+  const auto space = kiv::os::PagingSpace(kernel_.root().c_str());
+  ASSERT_TRUE(space.ok);
+  EXPECT_EQ(space.value.totalBytes, 100u * 1024);
+  EXPECT_EQ(space.value.availableBytes, 50u * 1024);
 }
 
 TEST_F(Paging, WithoutFilesIsEmpty) {

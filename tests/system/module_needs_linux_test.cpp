@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <link.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -130,6 +131,18 @@ TEST_F(ModuleNeeds, AreNotReadForAModuleWithoutAFolder) {
 TEST_F(ModuleNeeds, ThatHaveAFolderOrAreNotThereAreLeftToTheLoader) {
   EXPECT_FALSE(LoadsIt(Image({folder_.Path(kNeeded)})));
   EXPECT_FALSE(LoadsIt(Image({"kiv_missing.so"})));
+}
+
+TEST_F(ModuleNeeds, WhosePathWouldBeTooLongAreLeftToTheLoader) {
+  const std::string module = "m.so";
+  Write(Image({kNeeded}), module);
+  const std::string folder = folder_.Path() + "/";
+  std::string same;  // leads to the folder itself
+  while (folder.size() + same.size() + module.size() + 3 < PATH_MAX) same += "./";
+  const FolderNeeds needs((folder + same + module).c_str());
+  EXPECT_FALSE(IsLoaded(kNeeded));
+  const FolderNeeds near((folder + same.substr(40) + module).c_str());
+  EXPECT_TRUE(IsLoaded(kNeeded));
 }
 
 TEST_F(ModuleNeeds, ThatAreNoModulesDoNotKeepTheOthersFromLoading) {

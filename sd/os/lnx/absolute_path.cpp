@@ -13,12 +13,15 @@ namespace {
 // Longer than any path that the kernel takes, with room for the working directory in front.
 constexpr size_t kMost = size_t{8} * PATH_MAX;
 
+constexpr size_t kEndBytes = 2;  // a separator and the terminator
+
 class Whole {
  public:
-  // Returns false if the path becomes too long.
+  // Adds a part with a separator in front, and leaves room for Finish. Returns false if the path
+  // becomes too long.
   bool Add(const char* part, size_t length) {
-    if (length_ + length + 2 > sizeof text_) return false;
-    if (length_ == 0 || text_[length_ - 1] != '/') text_[length_++] = '/';
+    if (length_ + 1 + length + kEndBytes > sizeof text_) return false;
+    text_[length_++] = '/';
     std::memcpy(text_ + length_, part, length);
     length_ += length;
     return true;
@@ -60,7 +63,9 @@ class Whole {
 
 bool AddWorkingDirectory(Whole* whole) {
   char folder[PATH_MAX];
-  return getcwd(folder, sizeof folder) != nullptr && whole->AddPath(folder);
+  if (getcwd(folder, sizeof folder) == nullptr) return false;
+  static_cast<void>(whole->AddPath(folder));  // fits: it is the first, and shorter than kMost
+  return true;
 }
 
 }  // namespace

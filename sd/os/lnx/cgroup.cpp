@@ -158,7 +158,6 @@ uint32_t ProcessorsOf(uint64_t quota, uint64_t period) {
 }
 
 void Limit(MemoryStatus* memory, uint64_t limit, uint64_t used) {
-  if (limit == UINT64_MAX) return;
   memory->totalBytes = std::min(memory->totalBytes, limit);
   memory->availableBytes = std::min(memory->availableBytes, limit - std::min(limit, used));
 }

@@ -23,7 +23,7 @@ constexpr uint32_t kAttempts = 32767;
 
 bool IsFolder(const char* path) {
   struct stat status;
-  return path != nullptr && stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+  return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // The folder for temporary files. A program with raised rights ignores the environment.

@@ -75,7 +75,7 @@ uint64_t HashOf(const char* name) {
 Result NameFolderPath(char* path, size_t sizeBytes) {
   const int length = std::snprintf(path, sizeBytes, "%s/kivsdu-%u", ParentFolder(),
                                    static_cast<unsigned>(geteuid()));
-  const bool fits = length >= 0 && static_cast<size_t>(length) < sizeBytes;
+  const bool fits = static_cast<size_t>(length) < sizeBytes;
   return fits ? Result{true, 0} : Result{false, ENAMETOOLONG};
 }
 

@@ -130,7 +130,7 @@ bool IsGarbage(int folder, const char* entry) {
   NameFile name = {};
   const char* colon = std::strchr(entry, kBeforeNumber);
   const size_t length = colon != nullptr ? static_cast<size_t>(colon - entry) : std::strlen(entry);
-  if (length >= sizeof name.text) return false;
+  static_assert(sizeof(dirent::d_name) <= sizeof name.text);
   std::memcpy(name.text, entry, length);
   const ValueResult<int> file = OpenFile(folder, name.text, 0);
   if (!file.ok) return file.error == ENOENT;

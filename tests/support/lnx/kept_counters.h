@@ -7,6 +7,9 @@ extern "C" {
 // runtime.
 int __llvm_profile_write_file();
 
+// Names the program's files in place of LLVM_PROFILE_FILE; the text must stay.
+void __llvm_profile_set_filename(const char* pattern);
+
 // Writes the shared library's counters; null in a program that links the static one.
 __attribute__((visibility("default"), weak)) int KivWriteCounters();
 }

@@ -1,5 +1,6 @@
-// Wrappers of the calls of the C library that the Linux bindings make, so that a plan can fail them.
-// CMake passes the names in this file to the linker (--wrap).
+// Wrappers of the calls of the C library that the Linux bindings make, so that a test can answer them
+// (answered_calls.h) and the fault loops can fail them. CMake passes the names in this
+// file to the linker (--wrap).
 //
 // On this platform a variadic function takes its arguments in the registers of any other, so that one
 // form of wrapper serves all functions with at most six integers or pointers.
@@ -7,12 +8,16 @@
 
 #include <cerrno>
 
-#include "faults/fault_points.h"
+#include "support/lnx/answered_calls.h"
 
 namespace kiv::test {
 namespace {
 
-using Word = long;  // NOLINT(google-runtime-int): the width of a register
+// Whether a plan or a test answers the call. The answer is in `word`, which is unchanged if the call
+// fails.
+bool IsAnswered(const char* call, const Words& arguments, Word* word) {
+  return IsFault(call) || AnswerTo(call, arguments, word) != Answer::kPass;
+}
 
 }  // namespace
 
@@ -20,7 +25,8 @@ using Word = long;  // NOLINT(google-runtime-int): the width of a register
 #define KIV_SYSTEM_CALL(call, failure)                                            \
   extern "C" Word __real_##call(Word, Word, Word, Word, Word, Word);              \
   extern "C" Word __wrap_##call(Word a, Word b, Word c, Word d, Word e, Word f) { \
-    if (FailsAt(FaultLevel::kSystemCalls, #call)) return failure;                 \
+    Word word = failure;                                                          \
+    if (IsAnswered(#call, {a, b, c, d, e, f}, &word)) return word;                \
     return __real_##call(a, b, c, d, e, f);                                       \
   }
 
@@ -29,25 +35,30 @@ using Word = long;  // NOLINT(google-runtime-int): the width of a register
   extern "C" Word __real_##call(Word, Word, Word, Word, Word, Word);              \
   extern "C" Word __wrap_##call(Word a, Word b, Word c, Word d, Word e, Word f) { \
     const Word returned = __real_##call(a, b, c, d, e, f);                        \
-    return FailsAt(FaultLevel::kSystemCalls, #call) ? -1 : returned;              \
+    Word word = -1;                                                               \
+    return IsAnswered(#call, {a, b, c, d, e, f}, &word) ? word : returned;        \
   }
 
 // As above for a call that returns its error.
 #define KIV_SYSTEM_CODE(call)                                                     \
   extern "C" Word __real_##call(Word, Word, Word, Word, Word, Word);              \
   extern "C" Word __wrap_##call(Word a, Word b, Word c, Word d, Word e, Word f) { \
-    if (FailsAt(FaultLevel::kSystemCalls, #call)) return PlannedError();          \
-    return __real_##call(a, b, c, d, e, f);                                       \
+    Word word = -1;                                                               \
+    if (!IsAnswered(#call, {a, b, c, d, e, f}, &word)) {                          \
+      return __real_##call(a, b, c, d, e, f);                                     \
+    }                                                                             \
+    return word == -1 ? errno : word;                                             \
   }
 
 // As above for a call that returns a new block of the runtime.
-#define KIV_SYSTEM_BLOCK(call)                                    \
-  extern "C" void* __real_##call(Word, Word);                     \
-  extern "C" void* __wrap_##call(Word a, Word b) {                \
-    if (FailsAt(FaultLevel::kSystemCalls, #call)) return nullptr; \
-    void* block = __real_##call(a, b);                            \
-    if (block != nullptr) CountBlock(1);                          \
-    return block;                                                 \
+#define KIV_SYSTEM_BLOCK(call)                            \
+  extern "C" void* __real_##call(Word, Word);             \
+  extern "C" void* __wrap_##call(Word a, Word b) {        \
+    Word word = 0;                                        \
+    if (IsAnswered(#call, {a, b}, &word)) return nullptr; \
+    void* block = __real_##call(a, b);                    \
+    if (block != nullptr) NoteBlock();                    \
+    return block;                                         \
   }
 
 KIV_SYSTEM_CALL(access, -1)
