@@ -64,6 +64,9 @@ class LineMap:
             if (ran := self._ran(test, source)) and (not is_code or lines & ran)
         }  # fmt: skip
 
+    def is_empty(self) -> bool:
+        return not any(runs.lines for runs in self._tests.values())
+
     def has_code(self, source: str) -> bool:
         return source in self._code
 

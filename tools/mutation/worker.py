@@ -18,12 +18,13 @@ from pathlib import Path
 from . import coverage
 from .linemap import Lines, Runs
 
-PRESET = "linux-x64"
+PRESET = "linux-coverage"
+# An export list names the function that writes the counters, also where there is none.
+LINKER = "-fuse-ld=lld -Wl,--undefined-version"
 CONFIGURE = (
-    "-DKIVSDU_TESTS=ON", "-DKIVSDU_EXAMPLES=OFF", "-DKIVSDU_TOOLS=OFF", "-DKIVSDU_COVERAGE=ON",
     # A new library does not link again the programs that load it.
     "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
-    "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
+    f"-DCMAKE_SHARED_LINKER_FLAGS={LINKER}", f"-DCMAKE_EXE_LINKER_FLAGS={LINKER}",
 )  # fmt: skip
 
 # What ends a test. The limits hold on a busy machine too: a mutant that loops is noticed by the
@@ -63,6 +64,9 @@ def _digest(path: Path) -> str:
 
 
 def _limit(cpu_seconds: int) -> None:
+    """Also for a run in the background, whose shell makes it ignore signals: tests notice that."""
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY_BYTES, MEMORY_BYTES))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     resource.setrlimit(resource.RLIMIT_CPU, (cpu_seconds, cpu_seconds))
@@ -178,7 +182,9 @@ class Worker:
 
     def builds(self, *targets: str) -> bool:
         """Builds targets of a mutant, without warnings, which a mutant often causes."""
-        environment = dict(os.environ, CCC_OVERRIDE_OPTIONS="+-w", CCACHE_DISABLE="1")
+        # A compiler cache knows the sources that the last mutant had changed. It need not keep the
+        # mutants.
+        environment = dict(os.environ, CCC_OVERRIDE_OPTIONS="+-w", CCACHE_READONLY_DIRECT="1")
         command = ["ninja", "-C", str(self.build), *targets]
         return _run(command, Limits(), env=environment) == 0
 
@@ -267,8 +273,9 @@ class Worker:
         seconds, after = time.monotonic() - start, resource.getrusage(resource.RUSAGE_CHILDREN)
         cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
         ran, code = {}, {}
-        if passed and any(profiles.iterdir()):
-            ran, code = coverage.read(profiles, coverage.image(self._program(test)), self.tree)
+        image = coverage.image(self._program(test))
+        if passed and image is not None:
+            ran, code = coverage.read(profiles, image, self.tree)
         return Runs(digest, passed, seconds, cpu, ran), code
 
     def kills(self, test: Test, usual: Runs) -> bool:
