@@ -188,14 +188,17 @@ class Campaign:
         return (UNCERTAIN, failed_once) if failed_once else (SURVIVED, "")
 
     def _failures(self, worker: Worker, test: Test) -> int:
-        """Of two runs; a test that passes runs once. A busy machine may be the reason of one."""
+        """0, 1 or 2: of two runs. On a busy machine a test may fail without a reason, but it neither
+        crashes nor hangs."""
         # A test that does not build has noticed the mutant, by a static assertion for example.
         if not worker.builds(test.target):
             return 2
         usual = self._selection.runs(test)
-        if not worker.kills(test, usual):
+        code = worker.exit_code(test, usual)
+        if code == 0:
             return 0
-        return 1 + worker.kills(test, usual)
+        hangs_or_crashes = code is None or code < 0
+        return 2 if hangs_or_crashes or worker.exit_code(test, usual) != 0 else 1
 
     def _show(self, mutant: Mutant, text: str, outcome: str) -> None:
         done = sum(self._outcomes.values())

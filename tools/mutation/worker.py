@@ -30,7 +30,7 @@ CONFIGURE = (
 # What ends a test. The limits hold on a busy machine too: a mutant that loops is noticed by the
 # processor's time, and one that waits for ever because nothing of it runs for a while.
 LEAST_CPU_SECONDS = 3
-IDLE_SECONDS = 6
+IDLE_SECONDS = 3
 POLLING = 4  # so many times as long, no sample has found a thread that could run
 MOST_SECONDS = 600
 SLOWER = 5  # a test that takes so many times its usual time has failed
@@ -269,27 +269,28 @@ class Worker:
         shutil.rmtree(profiles, ignore_errors=True)
         profiles.mkdir(parents=True)
         start, before = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
-        passed = self._passes(test, Limits(idle=60), str(profiles / coverage.PROFILES))
+        code = self._exit_code(test, Limits(idle=60), str(profiles / coverage.PROFILES))
+        passed = code == 0
         seconds, after = time.monotonic() - start, resource.getrusage(resource.RUSAGE_CHILDREN)
         cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
-        ran, code = {}, {}
+        ran, code_lines = {}, {}
         image = coverage.image(self._program(test))
         if passed and image is not None:
-            ran, code = coverage.read(profiles, image, self.tree)
-        return Runs(digest, passed, seconds, cpu, ran), code
+            ran, code_lines = coverage.read(profiles, image, self.tree)
+        return Runs(digest, passed, seconds, cpu, ran), code_lines
 
-    def kills(self, test: Test, usual: Runs) -> bool:
-        """Runs a test on a mutant. `usual` is what it does on the original."""
+    def exit_code(self, test: Test, usual: Runs) -> int | None:
+        """Runs a test on a mutant. `usual` is what it does on the original. None if it hangs."""
         cpu_seconds = round(max(LEAST_CPU_SECONDS, SLOWER * usual.cpu_seconds))
         limits = Limits(max(IDLE_SECONDS, usual.seconds), cpu_seconds)
-        return not self._passes(test, limits, NO_PROFILE)
+        return self._exit_code(test, limits, NO_PROFILE)
 
     def _program(self, test: Test) -> Path:
         return self.build / "bin" / test.target
 
-    def _passes(self, test: Test, limits: Limits, profile: str) -> bool:
+    def _exit_code(self, test: Test, limits: Limits, profile: str) -> int | None:
         environment = dict(os.environ, TMPDIR=str(self.temporary), GTEST_FAIL_FAST="1",
                            LLVM_PROFILE_FILE=profile, **test.environment)  # fmt: skip
         command = [str(self._program(test)), *(argument.replace(TREE, str(self.tree))
                                                for argument in test.arguments)]  # fmt: skip
-        return _run(command, limits, cwd=self.build / test.folder, env=environment) == 0
+        return _run(command, limits, cwd=self.build / test.folder, env=environment)
