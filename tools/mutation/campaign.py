@@ -76,9 +76,8 @@ class Selection:
             self._kills[path][test.name] += killed
 
     def _including(self, path: str) -> tuple[list[str], set[str]]:
-        """The sources and the tests that include a header."""
-        if not path.endswith(".h"):
-            return [], set()
+        """The sources of the library that include a header, and the tests that compile a header or
+        source themselves."""
         with self._lock:
             if path not in self._includers:
                 self._includers[path] = self._worker.including(path)

@@ -208,7 +208,7 @@ class Worker:
         return None if name.startswith(("..", "build/")) else name
 
     def including(self, header: str) -> tuple[list[str], set[str]]:
-        """The sources of the library and the tests that include a header."""
+        """The sources of the library and the tests that include a header, or are it."""
         sources, tests = set(), set()
         for compiled, names in self._compiled:
             if header not in names:
