@@ -13,10 +13,10 @@ namespace {
 
 using kiv::os::CountOf;
 using kiv::os::GiveUnits;
-using kiv::os::HasUsers;
 using kiv::os::IsStarving;
 using kiv::os::kSharedIdentity;
 using kiv::os::kStarving;
+using kiv::os::kUsersMask;
 using kiv::os::ObjectWord;
 using kiv::os::Scope;
 using kiv::os::SemaphorePlace;
@@ -60,7 +60,7 @@ class Taker {
 class SemaphoreWord : public testing::TestWithParam<Scope> {
  protected:
   SemaphorePlace place() { return {&word_, kSharedIdentity, GetParam()}; }
-  bool Waits() const { return HasUsers(word_.load()); }
+  bool Waits() const { return (word_.load() & kUsersMask) != 0; }
 
   ObjectWord word_{kEmpty};
 };
@@ -99,6 +99,16 @@ TEST_P(SemaphoreWord, LosesTheMarkWhenAWaitTimesOut) {
   word_ = kStarving;
   Taker taker(place(), kShortMs);
   EXPECT_EQ(taker.Result(), kiv::os::kWaitTimedOut);
+  EXPECT_EQ(word_.load(), kEmpty);
+}
+
+// Another process may write into shared memory.
+TEST_P(SemaphoreWord, LosesNoMoreUsersThanItHas) {
+  Taker taker(place());
+  EXPECT_TRUE(WaitUntil([&] { return Waits(); }));
+  word_ = kOneUnit;
+  WakeTakers(place(), 1);
+  EXPECT_EQ(taker.Result(), kiv::os::kWaitSignalled);
   EXPECT_EQ(word_.load(), kEmpty);
 }
 
