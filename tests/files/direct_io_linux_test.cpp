@@ -96,6 +96,12 @@ TEST_F(LinuxDirectIO, RefusesWordsWithoutMeaning) {
   EXPECT_FALSE(std::filesystem::exists(path()));
 }
 
+TEST_F(LinuxDirectIO, AcceptsRightsThatMeanNothingHere) {
+  for (const uint32_t right : {0x80u, 0x100u, 0x10000u, 0x20000u, 0x100000u}) {
+    Close(Open(kReadAndWrite | right, 7, kOpenAlways));
+  }
+}
+
 TEST_F(LinuxDirectIO, AcceptsHints) {
   for (const uint32_t flag :
        {0x20u, 0x80u, 0x100u, 0x2000u, 0x01000000u, 0x08000000u, 0x10000000u}) {

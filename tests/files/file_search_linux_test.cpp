@@ -1,6 +1,7 @@
 // File search on Linux: patterns, attributes, links, handles, and the removal of trees with links.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,6 +47,9 @@ TEST(FilePatterns, MatchLikeThoseOfWindowsExceptForCase) {
       {"a.?", {"a", "a.b"}, {"a.bc"}},
       {"\xC3\xA4?", {"\xC3\xA4\xC3\xB6", "\xC3\xA4"}, {"\xC3\xA4\xC3\xB6\xC3\xBC"}},
       {"?\xC3\xB6", {"\xC3\xA4\xC3\xB6", "\xFF\xC3\xB6"}, {"\xC3\xA4\xC3\xA4\xC3\xB6"}},
+      // Bytes that begin a character but do not complete it are two.
+      {"?", {"\xE2"}, {"\xE2\x82"}},
+      {"?\x82z", {"\xE2\x82z"}, {"\xE2\x82\x82z"}},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.pattern);
@@ -117,6 +121,40 @@ TEST_F(LinuxSearch, ReportsSizesIn64Bits) {
   const KivSdFindData found = Find("large");
   EXPECT_EQ(found.sizeHigh, 5u);
   EXPECT_EQ(found.sizeLow, 7u);
+}
+
+// A file system in memory, which can hold any time.
+class LinuxSearchOfTimes : public testing::Test {
+ protected:
+  LinuxSearchOfTimes() { close(open(name_.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)); }
+  ~LinuxSearchOfTimes() override { unlink(name_.c_str()); }
+
+  uint64_t WrittenAt(int64_t seconds, long nanoseconds) {
+    const timespec times[] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
+    EXPECT_EQ(utimensat(AT_FDCWD, name_.c_str(), times, 0), 0);
+    KivSdFindRecord record = {};
+    CHECK_OK(ctx_, KivSdFileFindFirst(ctx_, name_.c_str(), 0, &record));
+    CHECK_OK(ctx_, KivSdFileFindClose(ctx_, &record));
+    const KivSdFileTime written = record.data.written;
+    return uint64_t{written.high} << 32 | written.low;
+  }
+
+  const std::string name_ = "/dev/shm/kivsdu-times-" + std::to_string(getpid());
+  Context ctx_;
+};
+
+TEST_F(LinuxSearchOfTimes, CountsIntervalsOf100NanosecondsSince1601) {
+  constexpr int64_t k1601 = -11'644'473'600;
+  EXPECT_EQ(WrittenAt(0, 0), 116'444'736'000'000'000u);
+  EXPECT_EQ(WrittenAt(1'700'000'000, 123'456'799), 133'444'736'001'234'567u);
+  EXPECT_EQ(WrittenAt(k1601 + 1, 0), 10'000'000u);
+  EXPECT_EQ(WrittenAt(k1601, 199), 1u);
+  EXPECT_EQ(WrittenAt(k1601, 0), 0u);
+}
+
+TEST_F(LinuxSearchOfTimes, HasNoTimeBefore1601) {
+  EXPECT_EQ(WrittenAt(-11'644'473'601, 999'999'999), 0u);
+  EXPECT_EQ(WrittenAt(-20'000'000'000, 500), 0u);
 }
 
 TEST_F(LinuxSearch, ListsTheDotsFirst) {

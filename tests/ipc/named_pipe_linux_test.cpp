@@ -540,6 +540,25 @@ TEST(NamedPipeDisconnect, NeedsAConnection) {
   CHECK_OUTCOME(ctx, Open(ctx, name, &busy), KIV_ST_PIPE_OPEN, uint32_t{EBUSY});
 }
 
+TEST(NamedPipePeek, WithoutABufferOnlyCounts) {
+  for (const uint32_t mode : {uint32_t{PIPE_TYPE_BYTE}, kMessages}) {
+    const std::string name = UniqueName("counted");
+    End pipe(name, {.pipeMode = mode});
+    End client(name);
+    ASSERT_TRUE(client.Write("12345"));
+    for (const uint32_t size : {0u, 3u, 64u}) {
+      Context ctx;
+      uint32_t read = 4711;
+      uint32_t available = 0;
+      CHECK_OK(ctx,
+               KivSdNamedPipePeek(ctx, pipe.pipe(), size, nullptr, &read, &available, nullptr));
+      EXPECT_EQ(read, 0u);
+      EXPECT_EQ(available, 5u);
+    }
+    EXPECT_EQ(pipe.Read(5), "12345");
+  }
+}
+
 TEST(NamedPipeClose, LeavesTheOtherEndWhatWasWritten) {
   const std::string name = UniqueName("unread");
   for (const uint32_t mode : {uint32_t{PIPE_TYPE_BYTE}, kMessages}) {

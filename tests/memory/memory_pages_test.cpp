@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
@@ -124,6 +125,20 @@ TEST_P(Pages, OfManyCallsAreReleasedOnceEach) {
     EXPECT_EQ(blocks[i][0], static_cast<unsigned char>(i)) << i;
     Free(blocks[i]);
     EXPECT_EQ(GetParam().free(nullptr, blocks[i]), GetParam().releaseFailure) << i;
+  }
+}
+
+// Sizes and an order without a pattern: the addresses then meet in whatever table holds them.
+TEST_P(Pages, OfManySizesAreReleasedInAnyOrder) {
+  constexpr uint32_t kCalls = 3000;
+  constexpr uint32_t kMostPages = 13;
+  std::minstd_rand random(1);
+  std::vector<void*> blocks;
+  for (uint32_t i = 0; i < kCalls; ++i) blocks.push_back(Allocate(1 + random() % kMostPages));
+  std::shuffle(blocks.begin(), blocks.end(), random);
+  for (void* block : blocks) Free(block);
+  for (void* block : blocks) {
+    EXPECT_EQ(GetParam().free(nullptr, block), GetParam().releaseFailure);
   }
 }
 

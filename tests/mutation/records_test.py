@@ -10,7 +10,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
 from mutation.linemap import LineMap, Runs  # noqa: E402
 from mutation.mutants import mutants  # noqa: E402
 from mutation.records import (  # noqa: E402
-    KILLED, SURVIVED, Equivalents, Records, Result, Row, margin, report,
+    KILLED, SURVIVED, UNCERTAIN, Equivalents, Records, Result, Row, interval, report,
 )  # fmt: skip
 
 PATH = "sd/some.cpp"
@@ -79,7 +79,7 @@ class Reports(Files):
 
     def test_show_the_survivors(self) -> None:
         text = self.of_both(self.equivalents(""))
-        self.assertIn("| all | 50.0 % | 1 | 1 | 0 | 0 |", text)
+        self.assertIn("| all | 50.0 % | 1 | 0 | 1 | 0 | 0 |", text)
         self.assertIn("+  return a != b;", text)
         self.assertNotIn("a <= b", text)
 
@@ -88,14 +88,25 @@ class Reports(Files):
             f'[[mutant]]\nfile = "{PATH}"\nbefore = "return a == b;"\nafter = "return  a != b;"\n'
             'reason = "a test"\n'
         ))  # fmt: skip
-        self.assertIn("| all | 100.0 % | 1 | 0 | 1 | 0 |", text)
+        self.assertIn("| all | 100.0 % | 1 | 0 | 0 | 1 | 0 |", text)
         self.assertNotIn("a != b", text)
 
-    def test_margin_shrinks_with_the_sample(self) -> None:
-        self.assertAlmostEqual(margin(Row(killed=95, survived=5), 0.0), 4.5, delta=0.3)
-        self.assertAlmostEqual(margin(Row(killed=950, survived=50), 0.0), 1.35, delta=0.1)
-        self.assertEqual(margin(Row(killed=95, survived=5), 1.0), 0)
-        self.assertEqual(margin(Row(), 0.0), 100)
+    def test_do_not_count_uncertain_mutants_as_killed(self) -> None:
+        row = Row()
+        for outcome in (KILLED, UNCERTAIN, SURVIVED, KILLED):
+            row.add(outcome, False)
+        self.assertEqual(row.text("all"), "| all | 50.0 % | 2 | 1 | 1 | 0 | 0 |")
+
+    def test_interval_shrinks_with_the_sample(self) -> None:
+        for row, part, bounds in (
+            (Row(killed=95, survived=5), 0.0, (88.8, 97.8)),
+            (Row(killed=950, survived=50), 0.0, (93.5, 96.2)),
+            (Row(killed=95, survived=5), 0.9, (93.5, 96.2)),
+            (Row(killed=95, survived=5), 1.0, (95.0, 95.0)),
+            (Row(), 0.0, (0, 100)),
+        ):
+            for found, bound in zip(interval(row, part), bounds):
+                self.assertAlmostEqual(found, bound, delta=0.06, msg=(row, part))
 
 
 if __name__ == "__main__":

@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 #include <thread>
@@ -242,6 +243,57 @@ TEST_F(Keys, OfEveryTerminalAreReadInThePcConvention) {
   }
 }
 
+// Of every key that has a sequence, what it sends plainly, with shift, control and the alternate key.
+// The prefix of a column is 0 or 224.
+struct KeyTable {
+  const char* sequence;  // its number and last byte
+  uint8_t scanCode;
+  uint8_t prefixes[4];
+  uint8_t codes[4];
+};
+
+constexpr KeyTable kKeyTable[] = {
+    {"1H", 71, {224, 224, 224, 0}, {71, 71, 119, 151}},
+    {"1A", 72, {224, 224, 224, 0}, {72, 72, 141, 152}},
+    {"5~", 73, {224, 224, 224, 0}, {73, 73, 134, 153}},
+    {"1D", 75, {224, 224, 224, 0}, {75, 75, 115, 155}},
+    {"1C", 77, {224, 224, 224, 0}, {77, 77, 116, 157}},
+    {"1F", 79, {224, 224, 224, 0}, {79, 79, 117, 159}},
+    {"1B", 80, {224, 224, 224, 0}, {80, 80, 145, 160}},
+    {"6~", 81, {224, 224, 224, 0}, {81, 81, 118, 161}},
+    {"2~", 82, {224, 224, 224, 0}, {82, 82, 146, 162}},
+    {"3~", 83, {224, 224, 224, 0}, {83, 83, 147, 163}},
+    {"11~", 59, {0, 0, 0, 0}, {59, 84, 94, 104}},
+    {"12~", 60, {0, 0, 0, 0}, {60, 85, 95, 105}},
+    {"13~", 61, {0, 0, 0, 0}, {61, 86, 96, 106}},
+    {"14~", 62, {0, 0, 0, 0}, {62, 87, 97, 107}},
+    {"15~", 63, {0, 0, 0, 0}, {63, 88, 98, 108}},
+    {"17~", 64, {0, 0, 0, 0}, {64, 89, 99, 109}},
+    {"18~", 65, {0, 0, 0, 0}, {65, 90, 100, 110}},
+    {"19~", 66, {0, 0, 0, 0}, {66, 91, 101, 111}},
+    {"20~", 67, {0, 0, 0, 0}, {67, 92, 102, 112}},
+    {"21~", 68, {0, 0, 0, 0}, {68, 93, 103, 113}},
+    {"23~", 87, {224, 224, 224, 224}, {133, 135, 137, 139}},
+    {"24~", 88, {224, 224, 224, 224}, {134, 136, 138, 140}},
+};
+
+TEST_F(Keys, HaveAnOwnCodeWithEachModifier) {
+  constexpr const char* kModifiers[] = {";1", ";2", ";5", ";3"};
+  for (const KeyTable& key : kKeyTable) {
+    const std::string number(key.sequence, std::strlen(key.sequence) - 1);
+    for (size_t column = 0; column < 4; ++column) {
+      const std::string sequence =
+          "\033[" + number + kModifiers[column] + key.sequence[number.size()];
+      SCOPED_TRACE(sequence.substr(1));
+      terminal.Type(sequence);
+      ExpectKey(NextHit(), 0, key.scanCode);
+      terminal.Type(sequence);
+      ExpectKey(Get(1), key.prefixes[column], 0);
+      ExpectKey(Get(1), key.codes[column], 0);
+    }
+  }
+}
+
 TEST_F(Keys, TypedTogetherAreTakenOneByOne) {
   terminal.Type("a\033[Ab\033[3~");
   ExpectKey(NextHit(), 'a', 0);
@@ -359,9 +411,13 @@ TEST_F(Keys, ThatAreDownHaveTheirPcNumber) {
   const struct {
     const char* typed;
     uint8_t number;
-  } cases[] = {{"a", 'A'},  {"A", 'A'},  {"7", '7'},    {"&", '7'},  {" ", ' '},
-               {"\r", 13},  {"\t", 9},   {"\x02", 'B'}, {";", 0xBA}, {":", 0xBA},
-               {"?", 0xBF}, {"~", 0xC0}, {"\"", 0xDE},  {")", '0'},  {"\xC3", 0}};
+  } cases[] = {{"a", 'A'},   {"A", 'A'},    {"7", '7'},  {"&", '7'},  {" ", ' '},  {"\r", 13},
+               {"\t", 9},    {"\x02", 'B'}, {";", 0xBA}, {":", 0xBA}, {"=", 0xBB}, {"+", 0xBB},
+               {",", 0xBC},  {"<", 0xBC},   {"-", 0xBD}, {"_", 0xBD}, {".", 0xBE}, {">", 0xBE},
+               {"/", 0xBF},  {"?", 0xBF},   {"`", 0xC0}, {"~", 0xC0}, {"[", 0xDB}, {"{", 0xDB},
+               {"\\", 0xDC}, {"|", 0xDC},   {"]", 0xDD}, {"}", 0xDD}, {"'", 0xDE}, {"\"", 0xDE},
+               {"!", '1'},   {"@", '2'},    {"#", '3'},  {"$", '4'},  {"%", '5'},  {"^", '6'},
+               {"*", '8'},   {"(", '9'},    {")", '0'},  {"\xC3", 0}};
   for (const auto& [typed, number] : cases) {
     SCOPED_TRACE(typed);
     terminal.Type(typed);
@@ -624,6 +680,21 @@ TEST(ConsoleText, ToAPipeThatNobodyReadsFailsWithoutASignal) {
     const std::string text(100'000, 'x');
     CHECK_OUTCOME(ctx, KivSdConsoleWrite(ctx, nullptr, 1, text.c_str()), KIV_ST_CONSOLE_WRITE,
                   uint32_t{EPIPE});
+  });
+}
+
+TEST(ConsoleText, LeavesErrnoAsItWas) {
+  IN_FRESH_PROCESS([] {
+    const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(dup2(sink, STDOUT_FILENO), STDOUT_FILENO);
+    close(sink);
+    const std::string text(100'000, 'x');
+    EXPECT_EQ(KivSdConsoleWrite(nullptr, nullptr, 1, text.c_str()), KIV_ST_OK);
+    errno = EXDEV;
+    const uint32_t status = KivSdConsoleWrite(nullptr, nullptr, 1, text.c_str());
+    const int error = errno;
+    EXPECT_EQ(status, KIV_ST_OK);
+    EXPECT_EQ(error, EXDEV);
   });
 }
 

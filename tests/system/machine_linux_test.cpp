@@ -1,11 +1,14 @@
 // What Linux reports about the machine: drives from its mounts, limits of control groups, paging
 // files, processors, working sets. The kernel's text files are the test's own, in a folder.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -22,6 +25,32 @@
 #include "support/guarded.h"
 #include "support/process.h"
 #include "support/temporary_folder.h"
+
+namespace {
+
+// The user's record that the C library finds in place of the real one, while `name` is not null.
+struct PlayedUser {
+  const char* name = nullptr;
+  size_t otherBytes = 0;  // of the record's other texts
+};
+
+PlayedUser playedUser;
+
+}  // namespace
+
+extern "C" int getpwuid_r(uid_t user, passwd* entry, char* texts, size_t size, passwd** found) {
+  if (playedUser.name == nullptr) {
+    const auto real = reinterpret_cast<decltype(&getpwuid_r)>(dlsym(RTLD_NEXT, "getpwuid_r"));
+    return real(user, entry, texts, size, found);
+  }
+  *found = nullptr;
+  const size_t nameBytes = std::strlen(playedUser.name) + 1;
+  if (size < nameBytes + playedUser.otherBytes) return ERANGE;
+  std::memcpy(texts, playedUser.name, nameBytes);
+  entry->pw_name = texts;
+  *found = entry;
+  return 0;
+}
 
 namespace {
 
@@ -646,6 +675,42 @@ TEST(LoginName, OfAUserWithoutAnEntryIsItsNumber) {
     EXPECT_STREQ(name, "3999999999");
     EXPECT_EQ(length, 10u);
   });
+}
+
+class LoginNameOfARecord : public testing::Test {
+ protected:
+  ~LoginNameOfARecord() override { playedUser = {}; }
+
+  uint32_t Get(const std::string& name, size_t otherBytes = 0) {
+    playedUser = {name.c_str(), otherBytes};
+    std::memset(found_, '?', sizeof found_);
+    return KivSdGetSessionLoginUsername(nullptr, found_, &length_);
+  }
+
+  char found_[KIV_LOGIN_NAME_MAX];
+  uint32_t length_ = 0;
+};
+
+TEST_F(LoginNameOfARecord, HasUpTo511Characters) {
+  const std::string longest(KIV_LOGIN_NAME_MAX - 1, 'u');
+  EXPECT_EQ(Get(longest), KIV_ST_OK);
+  EXPECT_EQ(found_, longest);
+  EXPECT_EQ(length_, longest.size());
+  EXPECT_EQ(Get(longest + 'u'), KIV_ST_LOGIN_USER);
+  EXPECT_STREQ(found_, "");
+  EXPECT_EQ(length_, 0u);
+}
+
+TEST_F(LoginNameOfARecord, IsFoundAmongMuchText) {
+  for (const size_t otherBytes : {size_t{1023}, size_t{1024}, size_t{100'000}, size_t{1'000'000}}) {
+    EXPECT_EQ(Get("user", otherBytes), KIV_ST_OK);
+    EXPECT_STREQ(found_, "user") << otherBytes;
+  }
+}
+
+TEST_F(LoginNameOfARecord, OfMoreThanOneMebibyteIsTheNumber) {
+  EXPECT_EQ(Get("user", kMiB), KIV_ST_OK);
+  EXPECT_EQ(found_, std::to_string(getuid()));
 }
 
 // ---- Working sets ----

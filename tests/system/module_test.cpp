@@ -358,6 +358,15 @@ TEST(ModuleLoad, TheMessageBelongsToTheThreadThatFailed) {
   EXPECT_NE(message.find("invalid ELF header"), std::string::npos) << message;
 }
 
+TEST(ModuleLoad, TheMessageOfAnEarlierFailureIsForgotten) {
+  Context ctx;
+  KivHandle module = nullptr;
+  EXPECT_EQ(KivSdModuleLoad(ctx, kNeeding.c_str(), &module, kStandard), KIV_ST_MODULE_LOAD);
+  EXPECT_EQ(KivSdModuleLoad(ctx, "", &module, kStandard), KIV_ST_MODULE_LOAD);
+  const std::string message = KivSdModuleGetErrorMessage(ctx);
+  EXPECT_EQ(message.find("kiv_needed.so"), std::string::npos) << message;
+}
+
 TEST(ModuleLoad, AnEmptyPathIsNotTheMainProgram) {
   Context ctx;
   KivHandle module = &ctx;

@@ -10,7 +10,9 @@ from concurrent.futures import ThreadPoolExecutor
 
 from .linemap import LineMap, Runs
 from .mutants import Mutant
-from .records import KILLED, NOT_COMPILED, SURVIVED, Records, Result, difference
+from .records import (
+    KILLED, NOT_COMPILED, SURVIVED, UNCERTAIN, Equivalents, Records, Result, difference,
+)  # fmt: skip
 from .worker import BuildFailed, Test, Worker
 
 START_SECONDS = 0.2  # of any test: the process, and linking a program
@@ -25,7 +27,7 @@ class Selection:
     def __init__(self, worker: Worker, tests: list[Test], lines: LineMap, patience: float):
         self._tests = {test.name: test for test in tests if test.name in lines}
         self._lines = lines
-        self._patience = patience
+        self.patience = patience
         self._worker = worker
         self._includers: dict[str, tuple[list[str], set[str]]] = {}
         self._lock = threading.Lock()  # guards _includers
@@ -39,7 +41,7 @@ class Selection:
         candidates = self.candidates(mutant, text)
         for test in sorted(candidates, key=lambda test: self._promise(test, mutant.path)):
             seconds += self.runs(test).cpu_seconds + START_SECONDS
-            if chosen and seconds > self._patience:
+            if chosen and seconds > self.patience:
                 break
             chosen.append(test)
         return chosen
@@ -74,9 +76,8 @@ class Selection:
             self._kills[path][test.name] += killed
 
     def _including(self, path: str) -> tuple[list[str], set[str]]:
-        """The sources and the tests that include a header."""
-        if not path.endswith(".h"):
-            return [], set()
+        """The sources of the library that include a header, and the tests that compile a header or
+        source themselves."""
         with self._lock:
             if path not in self._includers:
                 self._includers[path] = self._worker.including(path)
@@ -94,26 +95,35 @@ class Selection:
 
 
 class Campaign:
-    def __init__(self, workers: list[Worker], selection: Selection, records: Records):
+    def __init__(self, workers: list[Worker], selection: Selection, records: Records,
+                 equivalents: Equivalents):  # fmt: skip
         self._workers: queue.Queue[Worker] = queue.Queue()
         for worker in workers:
             self._workers.put(worker)
         self._selection = selection
         self._records = records
+        self._equivalents = equivalents
         self._lock = threading.Lock()  # guards all below
         self._outcomes: collections.Counter = collections.Counter()
 
     def known(self, mutant: Mutant, text: str) -> Result | None:
-        """A mutant that was killed stays so. One that survived is tried again with other tests."""
+        """A mutant that was killed stays so. One that survived is tried again with other tests or
+        with more patience."""
         result = self._records.find(mutant.key(text))
-        if result is not None and result.outcome == SURVIVED:
-            tests = self._selection.candidates(mutant, text)
-            return result if result.tests == self._selection.digest(tests) else None
-        return result
+        if result is None or result.outcome in (KILLED, NOT_COMPILED):
+            return result
+        if self._equivalents.reason(mutant, text) is not None:
+            return result
+        if result.patience < self._selection.patience:
+            return None
+        tests = self._selection.candidates(mutant, text)
+        return result if result.tests == self._selection.digest(tests) else None
 
     def run(self, mutants: list[Mutant], texts: dict[str, str]) -> None:
-        """Judges the mutants that no earlier run has judged."""
+        """Judges the mutants that no earlier run has judged. Those that survived come first: a run
+        that is stopped must not leave out them alone."""
         missing = [mutant for mutant in mutants if self.known(mutant, texts[mutant.path]) is None]
+        missing.sort(key=lambda mutant: not self._was_tried(mutant, texts[mutant.path]))
         self._total = len(missing)
         self._start = time.monotonic()
         known = len(mutants) - len(missing)
@@ -126,6 +136,9 @@ class Campaign:
             except BaseException:
                 pool.shutdown(cancel_futures=True)
                 raise
+
+    def _was_tried(self, mutant: Mutant, text: str) -> bool:
+        return self._records.find(mutant.key(text)) is not None
 
     def _expect_original_survives(self, mutants: list[Mutant], texts: dict[str, str]) -> None:
         """A change that means nothing must survive; otherwise all mutants would count as killed."""
@@ -144,7 +157,9 @@ class Campaign:
         outcome, killer = self._try(mutant, text, tests) if tests else (SURVIVED, "")
         with self._lock:
             digest = self._selection.digest(self._selection.candidates(mutant, text))
-            self._records.add(Result(mutant.key(text), outcome, killer, digest))
+            self._records.add(
+                Result(mutant.key(text), outcome, killer, digest, self._selection.patience)
+            )
             self._outcomes[outcome] += 1
             self._show(mutant, text, outcome)
 
@@ -161,23 +176,38 @@ class Campaign:
         # Most mutants are killed by the first test: one run of the build makes both.
         if not worker.builds("kivsdu", tests[0].target) and not worker.builds("kivsdu"):
             return NOT_COMPILED, ""
+        failed_once = ""
         for test in tests:
-            # A test that does not build has noticed the mutant, by a static assertion for example.
-            killed = (not worker.builds(test.target)
-                      or worker.kills(test, self._selection.runs(test)))  # fmt: skip
-            self._selection.note(mutant.path, test, killed)
-            if killed:
+            failures = self._failures(worker, test)
+            self._selection.note(mutant.path, test, failures == 2)
+            if failures == 2:
                 return KILLED, test.name
-        return SURVIVED, ""
+            if failures == 1:
+                failed_once = test.name
+        return (UNCERTAIN, failed_once) if failed_once else (SURVIVED, "")
+
+    def _failures(self, worker: Worker, test: Test) -> int:
+        """0, 1 or 2: of two runs. On a busy machine a test may fail without a reason, but it neither
+        crashes nor hangs."""
+        # A test that does not build has noticed the mutant, by a static assertion for example.
+        if not worker.builds(test.target):
+            return 2
+        usual = self._selection.runs(test)
+        code = worker.exit_code(test, usual)
+        if code == 0:
+            return 0
+        hangs_or_crashes = code is None or code < 0
+        return 2 if hangs_or_crashes or worker.exit_code(test, usual) != 0 else 1
 
     def _show(self, mutant: Mutant, text: str, outcome: str) -> None:
         done = sum(self._outcomes.values())
         left = (time.monotonic() - self._start) / done * (self._total - done) / 60
-        if outcome == SURVIVED:
-            print(f"\r\033[Ksurvived: {difference(mutant, text)}")
+        if outcome in (SURVIVED, UNCERTAIN):
+            print(f"\r\033[K{outcome}: {difference(mutant, text)}")
         print(
             f"\r\033[K[{done}/{self._total}] {self._outcomes[KILLED]} killed,"
-            f" {self._outcomes[SURVIVED]} survived, {self._outcomes[NOT_COMPILED]} not compiled,"
+            f" {self._outcomes[UNCERTAIN]} uncertain, {self._outcomes[SURVIVED]} survived,"
+            f" {self._outcomes[NOT_COMPILED]} not compiled,"
             f" {left:.0f} min left, now {mutant.path}",
             end="",
         )

@@ -6,19 +6,25 @@ from pathlib import Path
 
 from .linemap import Lines
 
-# Continuous mode: what a killed process ran counts too. Processes that run at the same time add to
-# different files.
-PROFILES = "%c%4m.profraw"
+_LLVM = "-19"  # of the clang that compiles for it
+
+# Processes that run at the same time add to different files.
+PROFILES = "%4m.profraw"
+COUNTED = b"__llvm_covmap"  # a section of each program or library with counted code
 
 
 def read(profiles: Path, image: Path, tree: Path) -> tuple[Lines, Lines]:
     """The lines of the sources below sd/ that ran, and all that the program or library has."""
     raw = sorted(profiles.glob("*.profraw"))
     merged = profiles / "merged.profdata"
-    subprocess.run(["llvm-profdata", "merge", "-sparse", "-o", merged, *raw], check=True)
+    subprocess.run(
+        # A process that is killed while it writes leaves a file that cannot be read.
+        ["llvm-profdata" + _LLVM, "merge", "-sparse", "-failure-mode=all", "-o", merged, *raw],
+        check=True,
+    )
     report = subprocess.run(
-        ["llvm-cov", "export", "-format=lcov", "-skip-expansions", f"-instr-profile={merged}",
-         image],
+        ["llvm-cov" + _LLVM, "export", "-format=lcov", "-skip-expansions",
+         f"-instr-profile={merged}", image],
         check=True, capture_output=True, text=True,
     ).stdout  # fmt: skip
     ran: Lines = {}
@@ -37,7 +43,11 @@ def read(profiles: Path, image: Path, tree: Path) -> tuple[Lines, Lines]:
     return ran, code
 
 
-def image(program: Path) -> Path:
-    """Where the library's code is that a test runs: in the shared library, or in the program."""
+def image(program: Path) -> Path | None:
+    """Where the library's code is that a test runs: in the shared library, or in the program. None
+    if the test needs only the headers."""
     library = program.parent / "libkivsdu.so"
-    return library if library.name.encode() in program.read_bytes() else program
+    content = program.read_bytes()
+    if library.name.encode() in content:
+        return library
+    return program if COUNTED in content else None

@@ -55,14 +55,14 @@ class LineMap:
         return self._tests[test]
 
     def covering(self, source: str, first: int, last: int) -> set[str]:
-        """The tests that run any of these lines. For lines without code of their own, such as
-        constants, the tests that run any line of the source."""
+        """The tests that run any of these lines. For lines that none runs, such as constants and
+        what the compiler computes, the tests that run any line of the source."""
         lines = set(range(first, last + 1))
-        is_code = bool(lines & set(self._code.get(source, ())))
-        return {
-            test for test in self._tests
-            if (ran := self._ran(test, source)) and (not is_code or lines & ran)
-        }  # fmt: skip
+        ran = {test: self._ran(test, source) for test in self._tests}
+        return {test for test in ran if lines & ran[test]} or {test for test in ran if ran[test]}
+
+    def is_empty(self) -> bool:
+        return not any(runs.lines for runs in self._tests.values())
 
     def has_code(self, source: str) -> bool:
         return source in self._code

@@ -10,6 +10,7 @@ from pathlib import Path
 from .mutants import Mutant
 
 KILLED, SURVIVED, NOT_COMPILED = "killed", "survived", "not compiled"
+UNCERTAIN = "uncertain"  # a test failed once, but not when it ran again
 
 
 @dataclasses.dataclass(frozen=True)
@@ -18,6 +19,7 @@ class Result:
     outcome: str
     killer: str  # the test that failed; empty if none did
     tests: str  # a digest of the tests that could run
+    patience: float = 0  # seconds of tests that a survivor had at most
 
 
 class Records:
@@ -61,6 +63,7 @@ class Equivalents:
 @dataclasses.dataclass
 class Row:
     killed: int = 0
+    uncertain: int = 0
     survived: int = 0
     equivalent: int = 0
     not_compiled: int = 0
@@ -72,35 +75,43 @@ class Row:
             self.not_compiled += 1
         elif is_equivalent:
             self.equivalent += 1
+        elif outcome == UNCERTAIN:
+            self.uncertain += 1
         else:
             self.survived += 1
 
     @property
     def judged(self) -> int:
-        return self.killed + self.survived
+        return self.killed + self.uncertain + self.survived
 
     def score(self) -> str:
         return f"{100 * self.killed / self.judged:.1f} %" if self.judged else "-"
 
     def text(self, name: str) -> str:
-        return (f"| {name} | {self.score()} | {self.killed} | {self.survived} |"
+        return (f"| {name} | {self.score()} | {self.killed} | {self.uncertain} | {self.survived} |"
                 f" {self.equivalent} | {self.not_compiled} |")  # fmt: skip
 
 
 HEADER = """\
-| | killed of those that a test could kill | killed | survived | equivalent | not compiled |
-|---|---|---|---|---|---|"""
+| | killed of those that a test could kill | killed | uncertain | survived | equivalent |\
+ not compiled |
+|---|---|---|---|---|---|---|"""
 
 
-def margin(row: Row, part: float) -> float:
-    """In per cent: how far the score of all mutants may be from that of a random part of them, with
-    a confidence of 95 %. Wilson's interval, narrowed for a large part."""
-    count, z = row.judged, 1.96
-    if count == 0:
-        return 100
-    share = row.killed / count
-    spread = math.sqrt((share * (1 - share) / count + z * z / (4 * count * count)) * (1 - part))
-    return 100 * z * spread / (1 + z * z / count)
+def interval(row: Row, part: float) -> tuple[float, float]:
+    """In per cent: the bounds of the score of all mutants, with a confidence of 95 %, if a random
+    part of them has this score. Wilson's interval for the number that a part of this size counts
+    for: all of them leave no doubt."""
+    if row.judged == 0:
+        return 0, 100
+    share = row.killed / row.judged
+    if part >= 1:
+        return 100 * share, 100 * share
+    count, z = row.judged / (1 - part), 1.96
+    middle = share + z * z / (2 * count)
+    spread = z * math.sqrt(share * (1 - share) / count + z * z / (4 * count * count))
+    whole = 1 + z * z / count
+    return 100 * (middle - spread) / whole, 100 * (middle + spread) / whole
 
 
 def report(
@@ -118,12 +129,14 @@ def report(
         names = {"All": "all", "Folders": str(Path(mutant.path).parent), "Files": mutant.path}
         for title, name in names.items():
             tables[title][name].add(result.outcome, reason is not None)
-        if result.outcome == SURVIVED and reason is None:
+        if result.outcome in (SURVIVED, UNCERTAIN) and reason is None:
             survivors.append(difference(mutant, text))
     whole = tables["All"]["all"]
+    low, high = interval(whole, len(judged) / population)
     lines = [
         f"{len(judged)} of {population} mutants were tried. Killed of those that a test could kill:"
-        f" {whole.score()}, with a margin of {margin(whole, len(judged) / population):.1f} points.",
+        f" {whole.score()}; of all mutants between {low:.1f} % and {high:.1f} %, with a confidence"
+        " of 95 %.",
         "",
     ]
     for title, rows in tables.items():

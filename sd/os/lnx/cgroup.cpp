@@ -157,6 +157,7 @@ uint32_t ProcessorsOf(uint64_t quota, uint64_t period) {
   return static_cast<uint32_t>(std::clamp<uint64_t>(count, 1, UINT32_MAX));
 }
 
+// UINT64_MAX limits nothing.
 void Limit(MemoryStatus* memory, uint64_t limit, uint64_t used) {
   memory->totalBytes = std::min(memory->totalBytes, limit);
   memory->availableBytes = std::min(memory->availableBytes, limit - std::min(limit, used));

@@ -254,7 +254,7 @@ ValueResult<PipeContent> LookAtStream(int connection, void* buffer, uint32_t siz
     return {!isClosed, isClosed ? uint32_t{EPIPE} : 0, {}};
   }
   PipeContent content = {0, static_cast<uint32_t>(available), 0};
-  if (buffer == nullptr || sizeBytes == 0) return {true, 0, content};
+  if (sizeBytes == 0) return {true, 0, content};
   const ssize_t count = recv(connection, buffer, sizeBytes, MSG_PEEK | MSG_DONTWAIT);
   if (count == -1 && errno != EAGAIN) return {false, TransferError(), {}};
   content.read = count > 0 ? static_cast<uint32_t>(count) : 0;
