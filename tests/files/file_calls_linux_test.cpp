@@ -528,7 +528,9 @@ TEST_F(DirectFiles, AFileSystemMayAskForBlocksOfAtMost8KiB) {
     const ValueResult<void*> opened = OpenDirect();
     EXPECT_EQ(opened.ok, row.isEnough) << row.bytes;
     if (opened.ok) ExpectOk(CloseDirectFile(opened.value));
-    if (!opened.ok) EXPECT_EQ(opened.error, uint32_t{EINVAL});
+    if (!opened.ok) {
+      EXPECT_EQ(opened.error, uint32_t{EINVAL});
+    }
   }
 }
 

@@ -79,7 +79,9 @@ class Service : public Transfers, public testing::WithParamInterface<const Trans
     const Deadline never = {{}, true};
     ASSERT_EQ(kernel().collect(ends, 1, &never), 1u);
     EXPECT_EQ(ends[0].record, record);
-    if (record != nullptr) EXPECT_EQ(ends[0].answer, answer);
+    if (record != nullptr) {
+      EXPECT_EQ(ends[0].answer, answer);
+    }
   }
 
   const size_t before_;
@@ -98,7 +100,7 @@ TEST_P(Service, RunsATransferAndAKick) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transfers, Service, testing::Values(&ringKernel, &aioKernel),
-                         [](const auto& info) { return std::string(info.param->name); });
+                         [](const auto& row) { return std::string(row.param->name); });
 
 class Aio : public Service {};
 INSTANTIATE_TEST_SUITE_P(Transfers, Aio, testing::Values(&aioKernel));

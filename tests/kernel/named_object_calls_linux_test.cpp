@@ -321,7 +321,9 @@ TEST_F(NamedCalls, ABlockWhoseFileCannotBeMeasuredOrIsCutHasNoBytes) {
     ReleaseNamed(made.value);
   }
   const AnsweredCall cut("fcntl", [](const Words& arguments, Word*) {
-    if (arguments[1] == F_DUPFD_CLOEXEC) EXPECT_EQ(ftruncate(static_cast<int>(arguments[0]), 9), 0);
+    if (arguments[1] == F_DUPFD_CLOEXEC) {
+      EXPECT_EQ(ftruncate(static_cast<int>(arguments[0]), 9), 0);
+    }
     return Answer::kPass;
   });
   const ValueResult<NamedObject*> made = Make(kBlock);

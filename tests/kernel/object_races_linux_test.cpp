@@ -96,7 +96,7 @@ TEST_P(FullTable, MakesNothingAndLeavesNothingBehind) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ObjectRaces, FullTable, testing::ValuesIn(kMakers),
-                         [](const auto& info) { return std::string(info.param.what); });
+                         [](const auto& row) { return std::string(row.param.what); });
 
 // The table grows by pieces, which stay mapped.
 TEST_F(ObjectRaces, ATableThatCannotGrowIsFull) {
@@ -166,7 +166,7 @@ TEST_P(ClosedMeanwhile, BeforeTheOperationLeavesEndsTheObjectWithIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ObjectRaces, ClosedMeanwhile, testing::ValuesIn(kUses),
-                         [](const auto& info) { return std::string(info.param.what); });
+                         [](const auto& row) { return std::string(row.param.what); });
 
 TEST_F(ObjectRaces, OfTwoThreadsThatCloseAHandleTheSecondHasABadOne) {
   void* event = MakeAutoEvent(false).value;
@@ -459,7 +459,9 @@ TEST_F(ObjectRaces, ThreadsThatChangeAnEventAtOnceLeaveItWhole) {
     for (int i = 0; i < kRounds; ++i) {
       EXPECT_TRUE(BeginTransferOn(event));
       if (i % 2 == 0) CancelTransferOn(event);
-      if (i % 2 != 0) EXPECT_NE(EndTransferOn(event), nullptr);
+      if (i % 2 != 0) {
+        EXPECT_NE(EndTransferOn(event), nullptr);
+      }
     }
   });
   for (int i = 0; i < kRounds; ++i) {
