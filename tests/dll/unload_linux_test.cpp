@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <iterator>
 #include <string>
@@ -28,28 +29,47 @@ size_t OpenDescriptors() {
   return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
 }
 
-// Loads the library, writes a block in the background, and unloads the library.
-void WriteOnce(const char* path) {
-  const LoadedLibrary library(kLibraryFile);
-  const auto open = library.Find<decltype(&KivSdDirectIOFileOpen)>("KivSdDirectIOFileOpen");
-  const auto write = library.Find<decltype(&KivSdDirectIOFileWrite)>("KivSdDirectIOFileWrite");
-  const auto wait = library.Find<decltype(&KivSdDirectIOWait)>("KivSdDirectIOWait");
-  const auto forget =
-      library.Find<decltype(&KivSdDirectIONoWaitCbsTerm)>("KivSdDirectIONoWaitCbsTerm");
-  const auto close = library.Find<decltype(&KivSdDirectIOFileClose)>("KivSdDirectIOFileClose");
-  uint32_t file = 0;
-  ASSERT_EQ(open(nullptr, path, kReadAndWrite, kShareAll, kOpenAlways, nullptr, kOverlapped, &file),
-            KIV_ST_OK);
-  void* block = std::aligned_alloc(KIV_PAGE_UNIT, KIV_PAGE_UNIT);
-  ASSERT_NE(block, nullptr);
+// The functions of a loaded library that a transfer in the background takes.
+struct Transfers {
+  explicit Transfers(const LoadedLibrary& library)
+      : open(library.Find<decltype(open)>("KivSdDirectIOFileOpen")),
+        write(library.Find<decltype(write)>("KivSdDirectIOFileWrite")),
+        wait(library.Find<decltype(wait)>("KivSdDirectIOWait")),
+        forget(library.Find<decltype(forget)>("KivSdDirectIONoWaitCbsTerm")),
+        close(library.Find<decltype(close)>("KivSdDirectIOFileClose")) {}
+
+  decltype(&KivSdDirectIOFileOpen) open;
+  decltype(&KivSdDirectIOFileWrite) write;
+  decltype(&KivSdDirectIOWait) wait;
+  decltype(&KivSdDirectIONoWaitCbsTerm) forget;
+  decltype(&KivSdDirectIOFileClose) close;
+};
+
+struct alignas(KIV_PAGE_UNIT) Block {
+  unsigned char bytes[KIV_PAGE_UNIT];
+};
+
+// Writes a block in the background.
+void WriteBlock(const Transfers& transfers, uint32_t file) {
+  static Block block;
   KivSdNoWaitCb record = {};
   uint32_t blocks = 0;
-  write(nullptr, file, 0, block, 1, &record, &blocks);
-  EXPECT_EQ(wait(nullptr, file, &record, &blocks), KIV_ST_OK);
+  transfers.write(nullptr, file, 0, &block, 1, &record, &blocks);
+  EXPECT_EQ(transfers.wait(nullptr, file, &record, &blocks), KIV_ST_OK);
   EXPECT_EQ(blocks, 1u);
-  EXPECT_EQ(forget(nullptr, &record, 1), KIV_ST_OK);
-  EXPECT_EQ(close(nullptr, file), KIV_ST_OK);
-  std::free(block);
+  EXPECT_EQ(transfers.forget(nullptr, &record, 1), KIV_ST_OK);
+}
+
+// Loads the library, writes a block to a file, and unloads the library.
+void WriteOnce(const char* path) {
+  const LoadedLibrary library(kLibraryFile);
+  const Transfers transfers(library);
+  uint32_t file = 0;
+  ASSERT_EQ(transfers.open(nullptr, path, kReadAndWrite, kShareAll, kOpenAlways, nullptr,
+                           kOverlapped, &file),
+            KIV_ST_OK);
+  WriteBlock(transfers, file);
+  EXPECT_EQ(transfers.close(nullptr, file), KIV_ST_OK);
 }
 
 TEST(Unload, ClosesTheDescriptorsOfTransfersInTheBackground) {
