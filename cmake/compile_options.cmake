@@ -61,10 +61,11 @@ endif()
 
 # kiv_link_fast(): links the programs of this folder and those below it with LLVM's linker if the
 # compiler is clang. It takes a third of the time of the system's linker. The libraries and programs
-# for users keep the system's.
+# for users keep the system's. So does the checked flavour: LLVM's linker also redirects calls within
+# a source, and some of this flavour's allocation functions call each other.
 find_program(KIV_LLD ld.lld)
 macro(kiv_link_fast)
-  if(KIV_LLD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT WIN32)
+  if(KIV_LLD AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT WIN32 AND NOT KIVSDU_CHECKED)
     add_link_options(-fuse-ld=lld)
   endif()
 endmacro()
