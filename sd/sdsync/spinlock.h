@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/spinlock.h"
 #include "sdsync/fence.h"
 #include "sdsync/tuning.h"
@@ -109,10 +110,12 @@ inline bool TryTake(TicketLock* lock) {
 
 // ---- The library's own locks ----
 // The memory manager acquires and releases some of them in every request. Usually they are
-// uncontended and not re-entered: that case is inline. All other cases call the exported operation.
+// uncontended and not re-entered: that case is inline, in unoptimised builds as well: tests compile
+// some callers with atomics that stop at each access, and must not pass these bodies on to others. All
+// other cases call the exported operation.
 
 // Fails if a thread holds the lock, even if it is this one.
-inline bool TryAcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
+KIV_ALWAYS_INLINE bool TryAcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
   if (UsesTickets()) [[unlikely]] {
     if (!TryTake(&lock->ticket)) return false;
     SetHolder(&lock->ticket.holder, thread, 1);
@@ -132,7 +135,7 @@ inline void AcquireOwnLock(KivSdSpinlock* lock, uint32_t thread) {
 // Releases a lock that this thread holds once. Publishes the guarded data with a release store. Omits
 // the full fence that KivSdSpinlockRelease promises to callers: it would be a second locked
 // instruction in every request.
-inline void ReleaseHeldOnce(KivSdSpinlock* lock) {
+KIV_ALWAYS_INLINE void ReleaseHeldOnce(KivSdSpinlock* lock) {
   if (UsesTickets()) [[unlikely]] {
     SetHolder(&lock->ticket.holder, 0, 0);
     lock->ticket.serving.store(lock->ticket.held + 1, std::memory_order_release);

@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "atomic.h"
+#include "compiler.h"
 #include "kivsdu/sync.h"
 
 namespace kiv {
@@ -29,10 +30,10 @@ extern WaitLimits writerLimits;
 // another DLL, and the compiler would access it through a pointer.
 inline Atomic<uint8_t> hardwareAcceleration{0};
 
-inline bool HardwareAcceleration() {
+KIV_ALWAYS_INLINE bool HardwareAcceleration() {
   return hardwareAcceleration.load(std::memory_order_relaxed) != 0;
 }
-inline bool UsesTickets() { return HardwareAcceleration(); }
+KIV_ALWAYS_INLINE bool UsesTickets() { return HardwareAcceleration(); }
 
 // Marks a lock of the test-and-set design in a memory dump; nothing reads it.
 constexpr uint32_t kCreationMark = 256;
