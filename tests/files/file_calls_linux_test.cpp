@@ -34,6 +34,7 @@
 #include "os/lnx/system_file.h"
 #include "os/transfers.h"
 #include "support/lnx/answered_calls.h"
+#include "support/lnx/os_results.h"
 #include "support/open_handles.h"
 #include "support/temporary_folder.h"
 
@@ -53,28 +54,12 @@ constexpr uint32_t kText = 0x4000;
 constexpr uint32_t kBinary = 0x8000;
 constexpr uint32_t kMayWrite = 0x180;
 
-void ExpectFailed(const Result& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-template <typename Value>
-void ExpectFailed(const ValueResult<Value>& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-void ExpectOk(const Result& result) {
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.error, 0u);
-}
-
 void ExpectCount(const ValueResult<uint32_t>& result, uint32_t count) {
   EXPECT_TRUE(result.ok) << "error " << result.error;
   EXPECT_EQ(result.value, count);
 }
 
-// The first handle makes a chunk of the table, which stays, and so does the first descriptor.
+// The first handle and the first descriptor each make a chunk of a table. The chunks stay.
 class FirstHandle : public testing::Environment {
  public:
   void SetUp() override { ExpectOk(CloseObject(MakeManualEvent().value)); }

@@ -23,6 +23,7 @@
 #include "os/pipes.h"
 #include "os/shared_memory.h"
 #include "support/lnx/answered_calls.h"
+#include "support/lnx/os_results.h"
 #include "support/lnx/own_names.h"
 #include "support/open_handles.h"
 
@@ -60,22 +61,6 @@ ValueResult<void*> MakeServer(uint32_t pipeMode = 0, uint32_t bytes = 4096,
 
 ValueResult<void*> OpenClient(uint32_t disposition = kOpenExisting) {
   return OpenPipeFile(kPath.c_str(), kReadWrite, 0, disposition, 0);
-}
-
-void ExpectFailed(const Result& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-template <typename Value>
-void ExpectFailed(const ValueResult<Value>& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-void ExpectOk(const Result& result) {
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.error, 0u);
 }
 
 void ExpectCount(const ValueResult<uint32_t>& result, uint32_t count) {

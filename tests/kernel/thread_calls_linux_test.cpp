@@ -21,6 +21,7 @@
 #include "os/thread.h"
 #include "os/thread_control.h"
 #include "support/lnx/answered_calls.h"
+#include "support/lnx/os_results.h"
 #include "support/open_handles.h"
 #include "support/sanitizers.h"
 
@@ -37,22 +38,6 @@ int RunInChild(const std::function<int()>& body) {
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-void ExpectFailed(const Result& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-template <typename Value>
-void ExpectFailed(const ValueResult<Value>& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-void ExpectOk(const Result& result) {
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.error, 0u);
 }
 
 void ExpectWait(const Wait& wait, uint32_t result, uint32_t error) {

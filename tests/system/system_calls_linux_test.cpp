@@ -30,28 +30,13 @@
 #include "os/processor.h"
 #include "os/volumes.h"
 #include "support/lnx/answered_calls.h"
+#include "support/lnx/os_results.h"
 #include "support/temporary_folder.h"
 
 namespace {
 
 using namespace kiv::os;
 using namespace kiv::test;
-
-void ExpectFailed(const Result& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-template <typename Value>
-void ExpectFailed(const ValueResult<Value>& result, uint32_t error) {
-  EXPECT_FALSE(result.ok);
-  EXPECT_EQ(result.error, error);
-}
-
-void ExpectOk(const Result& result) {
-  EXPECT_TRUE(result.ok);
-  EXPECT_EQ(result.error, 0u);
-}
 
 // Runs in a new process, which has not used the library yet. The result is its exit code.
 int RunInChild(const std::function<int()>& body) {
