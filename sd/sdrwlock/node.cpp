@@ -5,7 +5,6 @@
 #include <cstring>
 #include <new>
 
-#include "compiler.h"
 #include "kivsdu/manager.h"
 #include "kivsdu/status.h"
 #include "os/critical_section.h"
@@ -91,17 +90,6 @@ void FreeLists(NodeList** lists, uint32_t line) {
   *lists = nullptr;
 }
 
-void MoveToFree(KivRWLockTable* table, const KivRWLockNode* node, int32_t slot) {
-  Push(&table->free[slot], Unlink(FindLink(table->active, node->lock, slot)));
-}
-
-KIV_NOINLINE uint32_t RetireToNewLists(void* owner, KivRWLockTable* table,
-                                       const KivRWLockNode* node, int32_t slot) {
-  const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
-  if (status == KIV_ST_OK) MoveToFree(table, node, slot);
-  return status;
-}
-
 }  // namespace
 
 uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock) {
@@ -111,11 +99,10 @@ uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock) {
   return status;
 }
 
-uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node, int32_t slot) {
-  node->mode = KIV_RWLOCK_FREE;
-  if (table->free == nullptr) return RetireToNewLists(owner, table, node, slot);
-  MoveToFree(table, node, slot);
-  return KIV_ST_OK;
+uint32_t RetireToNewLists(void* owner, KivRWLockTable* table, NodeList* link, int32_t slot) {
+  const uint32_t status = EnsureLists(owner, &table->free, kLineFreeAlloc);
+  if (status == KIV_ST_OK) Push(&table->free[slot], Unlink(link));
+  return status;
 }
 
 void FreeTable(KivRWLockTable* table) {

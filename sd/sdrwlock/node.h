@@ -7,6 +7,7 @@
 #include "atomic.h"
 #include "kivsdu/mutex.h"
 #include "kivsdu/rwlock.h"
+#include "kivsdu/status.h"
 
 // The condition of one node; its thread sleeps on the semaphore.
 struct KivRWLockCondition {
@@ -85,10 +86,18 @@ inline KivRWLockNode* FindOrReuseNode(KivRWLockTable* table, const KivRWLock* lo
 // then has no new node.
 uint32_t AddNode(void* owner, KivRWLockTable* table, KivRWLock* lock);
 
-// Clears the mode of an active node and moves the node to the free list of its slot. If the free
-// lists cannot be made, the node stays on the active list and the allocator's status is returned.
-// Does not read the lock, which may have ended.
-uint32_t RetireNode(void* owner, KivRWLockTable* table, KivRWLockNode* node, int32_t slot);
+// For a table without free lists.
+uint32_t RetireToNewLists(void* owner, KivRWLockTable* table, NodeList* link, int32_t slot);
+
+// Clears the mode of the active node behind the link and moves the node to the free list of its slot.
+// If the free lists cannot be made, the node stays on the active list and the allocator's status is
+// returned. Does not read the lock, which may have ended.
+inline uint32_t RetireNode(void* owner, KivRWLockTable* table, NodeList* link, int32_t slot) {
+  (*link)->mode = KIV_RWLOCK_FREE;
+  if (table->free == nullptr) return RetireToNewLists(owner, table, link, slot);
+  Push(&table->free[slot], Unlink(link));
+  return KIV_ST_OK;
+}
 
 // Destroys every node and both tables.
 void FreeTable(KivRWLockTable* table);

@@ -220,10 +220,18 @@ void LeaveAsWriter(KivRWLock* lock, Node* node) {
   if (!wasLast) WriterGate(lock, AwaitSuccessor(*lock, node), nullptr);
 }
 
-KIV_NOINLINE uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, Node* node,
+KIV_NOINLINE uint32_t WakeWriterAndRetire(void* owner, KivRWLockTable* table, NodeList* link,
                                           int32_t slot) {
-  Wake(AtomicRef<Node*>(node->lock->writerHead).load(), nullptr);
-  return RetireNode(owner, table, node, slot);
+  Wake(AtomicRef<Node*>((*link)->lock->writerHead).load(), nullptr);
+  return RetireNode(owner, table, link, slot);
+}
+
+// Out of line so that a reader that leaves saves no registers.
+KIV_NOINLINE uint32_t EndWrite(void* owner, KivRWLockTable* table, KivRWLock* lock,
+                               NodeList* link) {
+  const int32_t slot = lock->slot;  // before the next writer, which may end the lock
+  LeaveAsWriter(lock, *link);
+  return RetireNode(owner, table, link, slot);
 }
 
 // For a thread that uses this lock for the first time: makes its node and starts over.
@@ -276,17 +284,16 @@ uint32_t KivSdStartWrite(void* owner, KivRWLockTable* table, KivRWLock* lock) {
 }
 
 uint32_t KivSdEndRW(void* owner, KivRWLockTable* table, KivRWLock* lock) {
-  Node* node = FindActiveNode(*table, lock);
-  if (node == nullptr || node->depth < 1) return KIV_ST_MUTEX_CLEAR;
-  if (--node->depth > 0) return KIV_ST_OK;
-  // Read while the lock is held: the next writer may end the lock as soon as it is woken.
+  // The slot is read while the lock is held: the next writer may end the lock as soon as it is woken.
   const int32_t slot = lock->slot;
-  if (node->mode == KIV_RWLOCK_WRITE) {
-    LeaveAsWriter(lock, node);
-  } else if (LeaveAsReader(lock)) {
-    return WakeWriterAndRetire(owner, table, node, slot);
-  }
-  return RetireNode(owner, table, node, slot);
+  NodeList* link = FindLink(table->active, lock, slot);
+  if (link == nullptr || *link == nullptr) return KIV_ST_MUTEX_CLEAR;
+  Node* node = *link;
+  if (node->depth < 1) return KIV_ST_MUTEX_CLEAR;
+  if (--node->depth > 0) return KIV_ST_OK;
+  if (node->mode == KIV_RWLOCK_WRITE) return EndWrite(owner, table, lock, link);
+  if (LeaveAsReader(lock)) return WakeWriterAndRetire(owner, table, link, slot);
+  return RetireNode(owner, table, link, slot);
 }
 
 int32_t KivSdOwnerRW(void* /*ignored*/, const KivRWLockTable* table, const KivRWLock* lock) {
