@@ -13,15 +13,6 @@ constinit std::atomic<bool> kernelHasNoSignal{true};
 
 namespace {
 
-template <typename Call>
-int64_t Retried(Call call) {
-  int64_t count = -1;
-  do {
-    count = call();
-  } while (count == -1 && errno == EINTR);
-  return count;
-}
-
 // RWF_NOSIGNAL of the kernel's headers since Linux 6.18.
 constexpr int kNoSignal = 0x100;
 
@@ -59,22 +50,6 @@ class PipeSignalBlock {
 };
 
 }  // namespace
-
-int64_t ReadRaw(int descriptor, void* buffer, size_t length) {
-  return Retried([&] { return read(descriptor, buffer, length); });
-}
-
-int64_t WriteRaw(int descriptor, const void* buffer, size_t length) {
-  return Retried([&] { return write(descriptor, buffer, length); });
-}
-
-int64_t ReadRawAt(int descriptor, void* buffer, size_t length, int64_t offset) {
-  return Retried([&] { return pread(descriptor, buffer, length, offset); });
-}
-
-int64_t WriteRawAt(int descriptor, const void* buffer, size_t length, int64_t offset) {
-  return Retried([&] { return pwrite(descriptor, buffer, length, offset); });
-}
 
 int64_t AppendRaw(int descriptor, const void* buffer, size_t length) {
   const iovec bytes = {const_cast<void*>(buffer), length};
