@@ -46,26 +46,20 @@ struct alignas(64) RwWords {
   }
 };
 
-// Reading: swings the tail, marks interest, counts the reader, detaches the batch; at the end
-// counts the reader out.
+// Reading: counts the reader in and out.
 struct ReadLimit : RwWords {
   void EnterAndLeave() {
-    readerTail.exchange(1);
-    Swap([](uint64_t word) { return word | 4; });
-    countAndFlags.fetch_add(4);
-    readerTail.exchange(0);
+    Swap([](uint64_t word) { return word + 8; });
     countAndFlags.fetch_sub(8);
   }
 };
 
-// Writing: swings the tail and the head, marks interest and activity; at the end clears both marks
-// and resets the tail.
+// Writing: swings the tail, and marks interest and activity; at the end clears both marks and resets
+// the tail.
 struct WriteLimit : RwWords {
   void EnterAndLeave() {
     writerTail.exchange(1);
-    writerHead.exchange(1);
-    Swap([](uint64_t word) { return word | 1; });
-    Swap([](uint64_t word) { return word | 2; });
+    Swap([](uint64_t word) { return word | 3; });
     Swap([](uint64_t word) { return word & ~uint64_t{3}; });
     uint64_t expected = 1;
     writerTail.compare_exchange_strong(expected, 0);

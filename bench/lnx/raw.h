@@ -183,10 +183,6 @@ inline void* FindEntry(void* library, const char* name) { return dlsym(library, 
 
 inline std::string TemporaryName() { return "/tmp/kivsdu-bench-" + std::to_string(getpid()); }
 
-inline int CreateFileToReadAndWrite(const std::string& name) {
-  return open(name.c_str(), O_CREAT | O_RDWR | O_TRUNC | O_CLOEXEC, 0600);
-}
-inline void CloseFile(int file) { close(file); }
 inline void RemoveFile(const std::string& name) { unlink(name.c_str()); }
 inline int64_t Seek(int file, int32_t offset) { return lseek(file, offset, SEEK_SET); }
 inline int64_t ReadFile(int file, void* data, uint32_t length) { return read(file, data, length); }

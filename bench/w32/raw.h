@@ -3,9 +3,7 @@
 #ifndef KIV_BENCH_W32_RAW_H
 #define KIV_BENCH_W32_RAW_H
 
-#include <fcntl.h>
 #include <io.h>
-#include <sys/stat.h>
 #include <windows.h>
 
 #include <cstdint>
@@ -116,10 +114,6 @@ inline std::string TemporaryName() {
   return name;
 }
 
-inline int CreateFileToReadAndWrite(const std::string& name) {
-  return _open(name.c_str(), _O_CREAT | _O_RDWR | _O_BINARY | _O_TRUNC, _S_IREAD | _S_IWRITE);
-}
-inline void CloseFile(int file) { _close(file); }
 inline void RemoveFile(const std::string& name) { _unlink(name.c_str()); }
 inline int64_t Seek(int file, int32_t offset) { return _lseek(file, offset, SEEK_SET); }
 inline int64_t ReadFile(int file, void* data, uint32_t length) { return _read(file, data, length); }
