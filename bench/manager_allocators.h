@@ -92,6 +92,28 @@ class ShortHeap {
   AdShortHeapOwner owner_ = {};
 };
 
+// A memory stack, which frees pieces only together.
+class MemoryStack {
+ public:
+  static constexpr char kName[] = "memory stack";
+
+  MemoryStack() { KivSdMemStackCreate(nullptr, &stack_, 8, kBlockBytes); }
+  ~MemoryStack() { KivSdMemStackDelete(nullptr, stack_); }
+
+  void* Allocate(uint32_t sizeBytes) {
+    void* piece = nullptr;
+    KivSdMemStackAllocAndPush(&ctx_, stack_, sizeBytes, &piece);
+    return piece;
+  }
+  void DropAll() { KivSdMemStackReset(&ctx_, stack_); }
+
+ private:
+  static constexpr uint32_t kBlockBytes = 1 << 20;
+
+  KivSdContext ctx_ = {};
+  KivSdMemStack* stack_ = nullptr;
+};
+
 // Starts thread heaps with this many slots, room for the largest window, and defaults otherwise.
 // Returns false if they cannot be started.
 inline bool StartHeaps(int64_t slots = 16) {

@@ -1,4 +1,5 @@
-// The memory manager's thread heaps and short heaps, compared with other allocators.
+// The memory manager's thread heaps and short heaps, and memory stacks, compared with other
+// allocators.
 #include <cstdio>
 
 #include "manager_allocators.h"
@@ -14,5 +15,6 @@ int main(int argc, char** argv) {
   RegisterPairs<ShortHeap>();
   RegisterRequests<ShortHeap>();
   RegisterGrowth<ShortHeap>();
+  RegisterRequests<MemoryStack>();
   return Run(argc, argv);
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "allocators.h"
@@ -115,9 +116,22 @@ void Request(benchmark::State& state) {
   }
 }
 
-// Threads leave batches of blocks here for each other.
 constexpr size_t kBatchBlocks = 256;
 using Batch = std::array<void*, kBatchBlocks>;
+
+// Allocates a batch of blocks of one size, then frees it in the order of the allocations.
+template <typename Allocator>
+void BatchOfOneSize(benchmark::State& state) {
+  const auto sizeBytes = static_cast<uint32_t>(state.range(0));
+  Allocator allocator;
+  Batch batch;
+  while (state.KeepRunningBatch(kBatchBlocks)) {
+    for (void*& block : batch) block = AllocateWritten(&allocator, sizeBytes);
+    for (void* block : batch) allocator.Free(block);
+  }
+}
+
+// Threads leave batches of blocks here for each other.
 
 template <typename Allocator>
 class Exchange {
@@ -164,8 +178,53 @@ void CrossThread(benchmark::State& state) {
   for (size_t i = 0; i < exchange.kPlaces; ++i) FreeBatch(&allocator, exchange.Swap(i, nullptr));
 }
 
-// A block that grows by a quarter at a time. A neighbour keeps it from growing in place.
+// Hands blocks from one thread to one other thread in their order. A thread that finds the ring full
+// or empty lets others run.
+class Ring {
+ public:
+  void Put(void* block) {
+    const size_t at = put_.load(std::memory_order_relaxed);
+    while (at - taken_.load(std::memory_order_acquire) == kPlaces) std::this_thread::yield();
+    blocks_[at % kPlaces] = block;
+    put_.store(at + 1, std::memory_order_release);
+  }
+
+  void* Take() {
+    const size_t at = taken_.load(std::memory_order_relaxed);
+    while (at == put_.load(std::memory_order_acquire)) std::this_thread::yield();
+    void* block = blocks_[at % kPlaces];
+    taken_.store(at + 1, std::memory_order_release);
+    return block;
+  }
+
+ private:
+  static constexpr size_t kPlaces = 1024;
+
+  alignas(64) std::atomic<size_t> put_;
+  alignas(64) std::atomic<size_t> taken_;
+  alignas(64) std::array<void*, kPlaces> blocks_;
+};
+
+// One thread allocates blocks, another one frees them.
 template <typename Allocator>
+void ProducerAndConsumer(benchmark::State& state) {
+  static Ring ring;
+  Allocator allocator;
+  size_t draw = 0;
+  if (state.thread_index() == 0) {
+    for (auto _ : state) ring.Put(AllocateWritten(&allocator, SizeOf(draw++)));
+  } else {
+    for (auto _ : state) allocator.Free(ring.Take());
+  }
+}
+
+// The next size of a block that grows.
+constexpr uint32_t AddQuarter(uint32_t sizeBytes) { return sizeBytes + sizeBytes / 4; }
+constexpr uint32_t AddHalf(uint32_t sizeBytes) { return sizeBytes + sizeBytes / 2; }
+constexpr uint32_t Add64(uint32_t sizeBytes) { return sizeBytes + 64; }
+
+// A block that grows in steps. A neighbour keeps it from growing in place at first.
+template <typename Allocator, uint32_t (*kNextSize)(uint32_t)>
 void Growth(benchmark::State& state) {
   constexpr uint32_t kFirstBytes = 32;
   const auto lastBytes = static_cast<uint32_t>(state.range(0));
@@ -173,8 +232,8 @@ void Growth(benchmark::State& state) {
   for (auto _ : state) {
     void* block = AllocateWritten(&allocator, kFirstBytes);
     void* neighbour = AllocateWritten(&allocator, kFirstBytes);
-    for (uint32_t size = kFirstBytes; size < lastBytes; size += size / 4) {
-      block = allocator.Resize(block, size + size / 4);
+    for (uint32_t size = kFirstBytes; size < lastBytes; size = kNextSize(size)) {
+      block = allocator.Resize(block, kNextSize(size));
     }
     benchmark::DoNotOptimize(block);
     allocator.Free(block);
@@ -194,6 +253,20 @@ void RegisterPairs() {
   benchmark::RegisterBenchmark(NameOf<Allocator>("pair").c_str(), SamePairs<Allocator>)
       ->RangeMultiplier(4)
       ->Range(16, 64 << 10);
+}
+
+// Blocks that many allocators take from the system one by one.
+template <typename Allocator>
+void RegisterLarge() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("large").c_str(), SamePairs<Allocator>)
+      ->RangeMultiplier(4)
+      ->Range(256 << 10, 4 << 20);
+}
+
+template <typename Allocator>
+void RegisterBatches() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("batch").c_str(), BatchOfOneSize<Allocator>)
+      ->Arg(64);
 }
 
 template <typename Allocator>
@@ -220,18 +293,33 @@ void RegisterThreads() {
 }
 
 template <typename Allocator>
+void RegisterProducers() {
+  benchmark::RegisterBenchmark(NameOf<Allocator>("producer").c_str(),
+                               ProducerAndConsumer<Allocator>)
+      ->Threads(2)
+      ->UseRealTime();
+}
+
+template <typename Allocator>
 void RegisterGrowth() {
-  benchmark::RegisterBenchmark(NameOf<Allocator>("growth").c_str(), Growth<Allocator>)
+  benchmark::RegisterBenchmark(NameOf<Allocator>("growth").c_str(), Growth<Allocator, AddQuarter>)
       ->Arg(1024)
       ->Arg(48 << 10);
+  benchmark::RegisterBenchmark(NameOf<Allocator>("growth-half").c_str(), Growth<Allocator, AddHalf>)
+      ->Arg(48 << 10);
+  benchmark::RegisterBenchmark(NameOf<Allocator>("growth-64").c_str(), Growth<Allocator, Add64>)
+      ->Arg(8 << 10);
 }
 
 template <typename Allocator>
 void RegisterAll() {
   RegisterPairs<Allocator>();
+  RegisterLarge<Allocator>();
+  RegisterBatches<Allocator>();
   RegisterWindows<Allocator>();
   RegisterRequests<Allocator>();
   RegisterThreads<Allocator>();
+  RegisterProducers<Allocator>();
   RegisterGrowth<Allocator>();
 }
 

@@ -6,8 +6,8 @@ from dataclasses import dataclass
 from pathlib import Path
 
 # Contenders that are part of the library, and bounds that no contender can beat.
-_LIBRARY = ("library", "segment", "thread heap", "short heap", "thread cache", "plain", "RwLock",
-            "SleeplessRwLock", "Spinlock<", "SpinlockOnce<", "LightSpinlock<")
+_LIBRARY = ("library", "segment", "thread heap", "short heap", "thread cache", "memory stack", "plain",
+            "RwLock", "SleeplessRwLock", "Spinlock<", "SpinlockOnce<", "LightSpinlock<")
 _LIMIT = ("raw", "list behind", "WordLimit", "TicketLimit", "ReadLimit", "WriteLimit")
 
 # Fields of a measurement that are not counters.
