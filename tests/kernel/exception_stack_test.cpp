@@ -3,6 +3,8 @@
 // allocator.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
@@ -125,5 +127,32 @@ const RegisteredRole raises("raises", [](const RoleArguments&) {
   return kRoleDone;
 });
 TEST(FatalException, IsRecordedWithItsThread) { ExpectPlays("raises"); }
+
+#ifdef _WIN32  // elsewhere the handler's claim is no mutex of the system
+
+using MakeMutex = void* (*)(void*, int32_t, const char*);
+MakeMutex makeMutex = nullptr;
+bool isRecorded = false;
+
+// Another record of the exception, which makes the claim first.
+void* MakeAfterAnother(void* security, int32_t owned, const char* name) {
+  if (!std::exchange(isRecorded, true)) EXPECT_EQ(KivSdXcptSetFatExceptionOccured(1), KIV_ST_OK);
+  return makeMutex(security, owned, name);
+}
+
+const RegisteredRole losesClaim("loses-the-race-for-the-claim", [](const RoleArguments&) {
+  const kiv::test::ImportPatch mutexes("CreateMutexA", reinterpret_cast<void*>(&MakeAfterAnother));
+  makeMutex = reinterpret_cast<MakeMutex>(mutexes.original());
+  const ScriptedImport closes("CloseHandle", {.failCount = 0});
+  EXPECT_EQ(KivSdXcptSetFatExceptionOccured(2), KIV_ST_OK);
+  EXPECT_TRUE(isRecorded);
+  EXPECT_EQ(closes.calls().size(), 1u) << "the surplus claim";
+  return kRoleDone;
+});
+TEST(FatalException, HasOneClaimIfTwoThreadsMakeOneAtOnce) {
+  ExpectPlays("loses-the-race-for-the-claim");
+}
+
+#endif
 
 }  // namespace

@@ -493,6 +493,13 @@ TEST_F(ManagerCalls, OfAnOwnersEndAreRepeatedUntilItHasNoLargeBlocks) {
 
 // ---- Semaphores and named pipes of the system ----
 
+#ifdef _WIN32
+// The system gets the list in a record of the caller's: length, list, whether handles are inherited.
+void* AccessListIn(void* attributes) { return static_cast<void**>(attributes)[1]; }
+#else
+void* AccessListIn(void* list) { return list; }
+#endif
+
 // Replaces the system's calls. Each succeeds, unless a test makes it fail, and keeps its arguments.
 class FakeSystem {
  public:
@@ -524,7 +531,7 @@ class FakeSystem {
   static void* MakePipe(void* name, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
                         void* list) {
     path = name;
-    accessList = list;
+    accessList = AccessListIn(list);
     return AnyHandle();
   }
   static void* Keep(void* name) {
