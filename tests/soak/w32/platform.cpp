@@ -10,7 +10,6 @@ namespace kiv::soak {
 namespace {
 
 constexpr UINT kKilled = 0xFFFF;  // no exit code of the program
-constexpr int kMostStarts = 3;
 
 // The null device, as a standard output that the child inherits.
 HANDLE OpenNullDevice() {
@@ -23,19 +22,6 @@ std::string LineOf(const std::vector<std::string>& arguments) {
   std::string line = "soak";
   for (const std::string& argument : arguments) line += " \"" + argument + "\"";
   return line;
-}
-
-// On a busy machine Wine sometimes fails to start a process. The next try succeeds.
-bool Start(const char* path, const std::string& line, STARTUPINFOA* startup,
-           PROCESS_INFORMATION* made) {
-  for (int tries = 1; tries <= kMostStarts; ++tries) {
-    std::string copy = line;
-    if (CreateProcessA(path, copy.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, startup,
-                       made)) {
-      return true;
-    }
-  }
-  return false;
 }
 
 }  // namespace
@@ -61,7 +47,9 @@ Process::Process(const std::vector<std::string>& arguments) {
   startup.hStdOutput = OpenNullDevice();
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION made = {};
-  const bool started = Start(path, LineOf(arguments), &startup, &made);
+  std::string line = LineOf(arguments);
+  const bool started = CreateProcessA(path, line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                      nullptr, &startup, &made) != 0;
   CloseHandle(startup.hStdOutput);
   Expect(started, "a process can be started");
   CloseHandle(made.hThread);

@@ -8,25 +8,10 @@
 namespace kiv::test {
 namespace {
 
-constexpr int kMaxStarts = 3;
-
 std::string OwnPath() {
   char path[MAX_PATH] = "";
   GetModuleFileNameA(nullptr, path, sizeof path);
   return path;
-}
-
-// On a busy machine Wine sometimes fails to start a process. The next try succeeds.
-bool Start(const std::string& path, std::string line, STARTUPINFOA* startup,
-           PROCESS_INFORMATION* made) {
-  constexpr BOOL kInheritHandles = TRUE;
-  for (int tries = 1;; ++tries) {
-    if (CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, kInheritHandles, 0, nullptr,
-                       nullptr, startup, made)) {
-      return true;
-    }
-    if (GetLastError() != ERROR_INTERNAL_ERROR || tries == kMaxStarts) return false;
-  }
 }
 
 DWORD exitCodeOfLateEnd;
@@ -59,7 +44,9 @@ ChildProcess::ChildProcess(const std::string& role, const RoleArguments& argumen
   startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION made = {};
-  if (!Start(path, line, &startup, &made)) {
+  constexpr BOOL kInheritHandles = TRUE;
+  if (!CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, kInheritHandles, 0, nullptr,
+                      nullptr, &startup, &made)) {
     ADD_FAILURE() << "cannot start " << line << ": " << GetLastError();
     return;
   }
