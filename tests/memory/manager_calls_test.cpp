@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
+#include "memsys/plain.h"
+#include "memsys/thread_heaps.h"
 #include "sdcommon/memory_stack.h"
 #include "sdrwlock/node.h"
 #include "support/context.h"
@@ -487,6 +489,20 @@ TEST_F(ManagerCalls, OfAnOwnersEndAreRepeatedUntilItHasNoLargeBlocks) {
     EXPECT_EQ(call.block, block);
   }
   EXPECT_EQ(owner.largeBlocks, nullptr);
+  EXPECT_EQ(adMemThreadHeapTerm(), -1);
+  EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
+}
+
+// The exported operations never pass null.
+TEST_F(ManagerCalls, BetweenItsSourcesAcceptANullBlock) {
+  void* block = kiv::PlainReallocate(nullptr, 100);
+  EXPECT_NE(block, nullptr);
+  kiv::PlainFree(block);
+  ASSERT_EQ(kiv::test::Restart(kiv::test::kSmall), KIV_ST_OK);
+  EXPECT_EQ(kiv::ThreadHeapFree(nullptr), KIV_ST_OK);
+  block = kiv::ThreadHeapReallocate(1, nullptr, 100);
+  EXPECT_NE(block, nullptr);
+  EXPECT_EQ(kiv::ThreadHeapFree(block), KIV_ST_OK);
   EXPECT_EQ(adMemThreadHeapTerm(), -1);
   EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
 }

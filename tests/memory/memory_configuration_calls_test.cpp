@@ -230,6 +230,13 @@ TEST_F(ConfigurationCalls, OpenBelowTheDirectoryOfTheEnvironment) {
   ExpectOpened(kMayBeEmpty ? kBelow : kDefault, "cells");
 }
 
+#ifdef _WIN32  // where only another program can pass an empty variable
+TEST_F(ConfigurationCalls, OpenBelowAnEmptyDirectory) {
+  const kiv::test::ScriptedImport empty("getenv", {.result = reinterpret_cast<uintptr_t>("")});
+  ExpectOpened(kBelow, "cells");
+}
+#endif
+
 TEST_F(ConfigurationCalls, OpenNamesOfAnyLength) {
   const std::string folder = "/" + std::string(5000, 'd');
   SetDirectory(folder);

@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <string>
 
 #include "os/assertion.h"
+#include "os/calendar.h"
 #include "os/park.h"
 #include "support/import_patch.h"
 
@@ -28,6 +32,38 @@ TEST(SeamPark, SignalsAnEventAndTakesAMutexInOneCall) {
   EXPECT_FALSE(failed.ok);
   EXPECT_EQ(failed.error, DWORD{ERROR_INVALID_HANDLE});
   EXPECT_TRUE(os::CloseParkMutex(mutex.value).ok);
+}
+
+// The runtime may refuse such a time, and must not end the process.
+TEST(SeamCalendar, HasATextOrAnErrorForATimeWithAFieldOutOfRange) {
+  const tm valid = {.tm_sec = 1,
+                    .tm_min = 2,
+                    .tm_hour = 3,
+                    .tm_mday = 4,
+                    .tm_mon = 5,
+                    .tm_year = 126,
+                    .tm_wday = 4,
+                    .tm_yday = 0,
+                    .tm_isdst = 0};
+  ASSERT_TRUE(os::TimeText(valid).ok);
+  struct Wrong {
+    int tm::*field;
+    int value;
+  };
+  for (const Wrong& wrong :
+       {Wrong{&tm::tm_sec, -1}, Wrong{&tm::tm_min, -1}, Wrong{&tm::tm_hour, -1},
+        Wrong{&tm::tm_mon, -1}, Wrong{&tm::tm_mon, 12}, Wrong{&tm::tm_year, -1},
+        Wrong{&tm::tm_wday, -1}, Wrong{&tm::tm_wday, 7}}) {
+    tm time = valid;
+    time.*wrong.field = wrong.value;
+    const os::ValueResult<const char*> text = os::TimeText(time);
+    EXPECT_EQ(text.ok, text.value != nullptr);
+    if (text.ok) {
+      EXPECT_EQ(text.value[std::strlen(text.value) - 1], '\n');
+    } else {
+      EXPECT_EQ(text.error, uint32_t{EINVAL});
+    }
+  }
 }
 
 // The texts of the last assertion.
