@@ -14,22 +14,11 @@ namespace {
 
 constexpr uint64_t kLargeBytes = 40 * 1024 * 1024;
 constexpr uint32_t kIntervalMs = 20;
-constexpr int kNotStarted = 9009;  // the answer of Windows' shell
-constexpr int kMaxTries = 3;
 
 std::string CommandOf(int count, char** arguments) {
   std::string command = (std::filesystem::path(".") / arguments[1]).make_preferred().string();
   for (int i = 2; i < count; ++i) command += std::string(" ") + arguments[i];
   return command;
-}
-
-// On a busy machine Wine sometimes fails to start a process, and the next try succeeds.
-int Run(const std::string& command) {
-  int status = kNotStarted;
-  for (int tries = 0; status == kNotStarted && tries < kMaxTries; ++tries) {
-    status = std::system(command.c_str());
-  }
-  return status;
 }
 
 bool Succeeded(uint32_t status, const char* action) {
@@ -52,7 +41,7 @@ int main(int count, char** arguments) {
       Succeeded(publisher.Start("kivsd_host", kIntervalMs), "publish");
   if (!ready) return EXIT_FAILURE;
   std::fflush(stdout);
-  const int status = Run(CommandOf(count, arguments));
+  const int status = std::system(CommandOf(count, arguments).c_str());
   publisher.Stop();
   KivSdMutexClose(nullptr, &mutex);
   adFree(large, "kivsd_host", 1);
