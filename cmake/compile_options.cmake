@@ -38,13 +38,17 @@ if(KIVSDU_SANITIZE)
   add_link_options(-fsanitize=${KIVSDU_SANITIZE})
 endif()
 
+# Counts what of a source runs; nothing if the build is not for coverage.
+set(KIV_COUNTING)
+if(KIVSDU_COVERAGE)
+  # Some counts are differences of counters: one that two threads raise must not lose a step.
+  set(KIV_COUNTING -fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping
+      -fcoverage-mcdc)
+endif()
+
 # kiv_count_coverage(): in a build for coverage, counts what of this folder's sources runs.
 macro(kiv_count_coverage)
-  if(KIVSDU_COVERAGE)
-    # Some counts are differences of counters: one that two threads raise must not lose a step.
-    add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping
-                        -fcoverage-mcdc)
-  endif()
+  add_compile_options(${KIV_COUNTING})
 endmacro()
 
 # Counted code needs the runtime that writes the counters.

@@ -28,7 +28,7 @@ if(NOT KIVSDU_KIVUTLU_LIBRARY)
   list(APPEND shared kivutlu)
 endif()
 kiv_install(${shared})
-if(TARGET kivsdu_static)
+if(TARGET kivsdu_static AND NOT WIN32)  # there it is for tests only
   kiv_install(kivsdu_static)
 endif()
 if(TARGET kivsdu_status)

@@ -3,6 +3,8 @@
 // allocator.
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "kivsdu/kivsdu.h"
 #include "support/child_process.h"
 #include "support/import_patch.h"
@@ -125,5 +127,47 @@ const RegisteredRole raises("raises", [](const RoleArguments&) {
   return kRoleDone;
 });
 TEST(FatalException, IsRecordedWithItsThread) { ExpectPlays("raises"); }
+
+#ifdef _WIN32  // elsewhere the handler's claim is no mutex of the system
+
+using MakeMutex = void* (*)(void*, int32_t, const char*);
+MakeMutex makeMutex = nullptr;
+bool isRecorded = false;
+bool isRefused = false;
+
+// Another record of the exception makes the claim first.
+void* MakeAfterAnother(void* security, int32_t owned, const char* name) {
+  if (std::exchange(isRecorded, true)) return makeMutex(security, owned, name);
+  EXPECT_EQ(KivSdXcptSetFatExceptionOccured(1), KIV_ST_OK);
+  return isRefused ? nullptr : makeMutex(security, owned, name);
+}
+
+void LoseTheRace(size_t surplusClaims) {
+  const kiv::test::ImportPatch mutexes("CreateMutexA", reinterpret_cast<void*>(&MakeAfterAnother));
+  makeMutex = reinterpret_cast<MakeMutex>(mutexes.original());
+  const ScriptedImport closes("CloseHandle", {.failCount = 0});
+  EXPECT_EQ(KivSdXcptSetFatExceptionOccured(2), KIV_ST_OK);
+  EXPECT_TRUE(isRecorded);
+  EXPECT_EQ(closes.calls().size(), surplusClaims);
+}
+
+const RegisteredRole losesRace("loses-the-race-for-the-claim", [](const RoleArguments&) {
+  LoseTheRace(1);
+  return kRoleDone;
+});
+TEST(FatalException, HasOneClaimIfTwoThreadsMakeOneAtOnce) {
+  ExpectPlays("loses-the-race-for-the-claim");
+}
+
+const RegisteredRole losesWithout("loses-the-race-without-a-claim", [](const RoleArguments&) {
+  isRefused = true;
+  LoseTheRace(0);
+  return kRoleDone;
+});
+TEST(FatalException, HasTheOtherThreadsClaimIfItCannotMakeOne) {
+  ExpectPlays("loses-the-race-without-a-claim");
+}
+
+#endif
 
 }  // namespace

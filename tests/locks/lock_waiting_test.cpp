@@ -339,6 +339,37 @@ TEST_P(LWSpinlockWait, YieldsAtOnceOnABudgetOfZeroOrLess) {
   EXPECT_EQ(Wait(-7, 3), "yyy");
 }
 
+class WordLWSpinlockWait : public LWSpinlockWait {};
+INSTANTIATE_TEST_SUITE_P(Design, WordLWSpinlockWait, testing::Values(kTestAndSet),
+                         kiv::test::DesignName);
+
+// As with the spinlock, every access is tried.
+TEST_P(WordLWSpinlockWait, YieldsWhenAnotherThreadTakesTheLockFirst) {
+  size_t losses = 0;
+  for (int32_t chance = 1; chance <= 12; ++chance) {
+    Forget();
+    KivSdLWSpinlockInit(&lock_);
+    bool taken = false;
+    onAccess = [&, left = chance]() mutable {
+      if (--left != 0 || FieldOf<uint32_t>(&lock_, kWord) == 1) return;
+      KivSdLWSpinlockAcquire(&lock_);
+      Owner() = kOther;
+      taken = true;
+    };
+    plan[1] = [this] {
+      Owner() = kMe;
+      KivSdLWSpinlockRelease(&lock_);
+    };
+    KivSdLWSpinlockAcquire(&lock_);
+    onAccess = nullptr;
+    EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 1);
+    if (taken && trace == "y") ++losses;
+    KivSdLWSpinlockRelease(&lock_);
+    EXPECT_EQ(KivSdLWSpinlockOwner(&lock_), 0) << "chance " << chance;
+  }
+  EXPECT_GT(losses, 0u);
+}
+
 TEST_P(LWSpinlockWait, TestsTheLockAfterAYieldBeforeItPauses) { EXPECT_EQ(Wait(3, 4), "pppy"); }
 
 // ---- The reader-writer lock: waiting on a node ----
@@ -838,6 +869,74 @@ TEST_F(RWLockSteps, ABatchIgnoresAWriterThatComesAfterItsGate) {
   EXPECT_EQ(lock_.countAndFlags, 8u | 1u) << "it makes itself active";
   lock_.countAndFlags = 8;
   End(&a_);
+}
+
+// The oldest reader of a batch wakes the newest, if that still sleeps, and enters last.
+TEST_F(RWLockSteps, TheOldestReaderOfABatchWakesTheNewestAndWaitsForItsTurn) {
+  for (const uint32_t blocked : {1u, 0u}) {
+    SCOPED_TRACE(blocked);
+    KivRWLockNode newest{};
+    newest.lock = &lock_;
+    newest.blocked.store(blocked);
+    KivRWLockNode* oldest = nullptr;
+    QueueAndOnce(&lock_, 4, [&] {
+      oldest = lock_.readerTail;
+      newest.queueLink.store(oldest);
+      lock_.readerTail = &newest;
+    });
+    plan[blocked != 0 ? 3 : 1] = [&] {
+      EXPECT_EQ(newest.blocked.load(), 0u);
+      EXPECT_EQ(lock_.countAndFlags, 8u) << "the gate has counted the oldest";
+      lock_.countAndFlags += 8;  // the newest counts itself
+      oldest->blocked.store(0);
+    };
+    Read(&a_);
+    EXPECT_EQ(TakeTrace(), blocked != 0 ? "trp" : "p");
+    EXPECT_EQ(lock_.countAndFlags, 16u);
+    lock_.countAndFlags = 8;
+    End(&a_);
+    Forget();
+  }
+}
+
+// Another reader enters between the look at the word and its change; every access is tried.
+TEST_F(RWLockSteps, AReaderAloneCountsItselfBesideAnotherThatEntersAtOnce) {
+  for (int32_t chance = 1; chance <= 8; ++chance) {
+    SCOPED_TRACE(chance);
+    bool came = false;
+    onAccess = [&, left = chance]() mutable {
+      if (--left != 0 || lock_.countAndFlags != 0) return;
+      lock_.countAndFlags = 8;
+      came = true;
+    };
+    Read(&a_);
+    Forget();
+    EXPECT_EQ(lock_.countAndFlags, came ? 16u : 8u);
+    lock_.countAndFlags = 8;
+    End(&a_);
+  }
+}
+
+// A batch forms between the look at the word and its change; every access is tried.
+TEST_F(RWLockSteps, AWriterNoticesABatchThatFormsWhileItAnnouncesItself) {
+  size_t noticed = 0;
+  for (int32_t chance = 1; chance <= 16; ++chance) {
+    SCOPED_TRACE(chance);
+    onAccess = [this, left = chance]() mutable {
+      if (--left == 0 && lock_.countAndFlags == 0) lock_.countAndFlags = 4;
+    };
+    plan[1] = [&] {
+      ++noticed;
+      EXPECT_EQ(lock_.countAndFlags, 4u | 1u) << "interested, and not active";
+      lock_.countAndFlags = 3;
+      lock_.writerHead->blocked.store(0);
+    };
+    Write(&a_);
+    Forget();
+    EXPECT_EQ(lock_.countAndFlags, 3u);
+    End(&a_);
+  }
+  EXPECT_GT(noticed, 0u);
 }
 
 // The batch enters, and the next writer waits for the batch's last reader.

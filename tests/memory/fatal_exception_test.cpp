@@ -15,7 +15,9 @@
 #include "support/policy.h"
 #include "support/process.h"
 #include "support/runtime_watch.h"
-#ifndef _WIN32
+#ifdef _WIN32
+#include "support/import_patch.h"
+#else
 #include "sdthrw32/exception_stack.h"
 #endif
 
@@ -241,6 +243,22 @@ TEST(FatalException, ReallocatesABlockFromBeforeWithItsContent) {
 }
 
 // Blocks of a node come from the runtime and return to it in every mode.
+#ifdef _WIN32  // elsewhere the runtime reports no failure
+TEST(FatalException, ReallocatesABlockOfUnknownSizeWithoutItsContent) {
+  IN_FRESH_PROCESS([] {
+    void* before = Allocate(100);
+    Fill(before, 100);
+    Record(kAbort);
+    const kiv::test::ScriptedImport size("_msize", {.result = UINTPTR_MAX});
+    void* moved = Reallocate(before, 100);
+    EXPECT_EQ(size.calls().size(), 1u);
+    EXPECT_NE(moved, before);
+    EXPECT_FALSE(IsFilled(moved, 100));
+    EXPECT_TRUE(IsFilled(before, 100));
+  });
+}
+#endif
+
 TEST(FatalException, LeavesBlocksOfANodeToTheRuntime) {
   IN_FRESH_PROCESS([] {
     Record(kAbort);

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
+#include "memsys/plain.h"
+#include "memsys/thread_heaps.h"
 #include "sdcommon/memory_stack.h"
 #include "sdrwlock/node.h"
 #include "support/context.h"
@@ -491,7 +493,28 @@ TEST_F(ManagerCalls, OfAnOwnersEndAreRepeatedUntilItHasNoLargeBlocks) {
   EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
 }
 
+// The exported operations never pass null.
+TEST_F(ManagerCalls, BetweenItsSourcesAcceptANullBlock) {
+  void* block = kiv::PlainReallocate(nullptr, 100);
+  EXPECT_NE(block, nullptr);
+  kiv::PlainFree(block);
+  ASSERT_EQ(kiv::test::Restart(kiv::test::kSmall), KIV_ST_OK);
+  EXPECT_EQ(kiv::ThreadHeapFree(nullptr), KIV_ST_OK);
+  block = kiv::ThreadHeapReallocate(1, nullptr, 100);
+  EXPECT_NE(block, nullptr);
+  EXPECT_EQ(kiv::ThreadHeapFree(block), KIV_ST_OK);
+  EXPECT_EQ(adMemThreadHeapTerm(), -1);
+  EXPECT_EQ(adMemThreadHeapInit(0, nullptr, "tests", 0), KIV_ST_OK);
+}
+
 // ---- Semaphores and named pipes of the system ----
+
+#ifdef _WIN32
+// The system gets the list in a record of the caller's: length, list, whether handles are inherited.
+void* AccessListIn(void* attributes) { return static_cast<void**>(attributes)[1]; }
+#else
+void* AccessListIn(void* list) { return list; }
+#endif
 
 // Replaces the system's calls. Each succeeds, unless a test makes it fail, and keeps its arguments.
 class FakeSystem {
@@ -524,7 +547,7 @@ class FakeSystem {
   static void* MakePipe(void* name, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
                         void* list) {
     path = name;
-    accessList = list;
+    accessList = AccessListIn(list);
     return AnyHandle();
   }
   static void* Keep(void* name) {

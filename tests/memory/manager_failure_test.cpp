@@ -117,6 +117,25 @@ TEST(ManagerFailure, ReadingTheFileDoesNotFail) {
   });
 }
 
+// Plain mode with memory control needs one lock, which registered regions use.
+TEST(ManagerFailure, PlainModeWithoutMemoryForItsLockHasNoMemoryControl) {
+  IN_FRESH_PROCESS([] {
+    KivSyncEnvInit();
+    const uint64_t reading = AllocationsOfTheReader();
+    const ConfigurationFile file(kCounted + "numthreadheaps 0\n");
+    {
+      const RuntimeMemory memory(reading + 1);
+      EXPECT_EQ(InitializeNow(), KIV_ST_OUT_OF_MEMORY);
+      EXPECT_TRUE(memory.failed());
+      EXPECT_EQ(memory.live(), 0);
+    }
+    EXPECT_EQ(SettingsNow()[6], 0u);
+    Free(Allocate(100));
+    EXPECT_EQ(InitializeNow(), KIV_ST_OK);
+    EXPECT_EQ(SettingsNow()[6], 1u);
+  });
+}
+
 #ifdef _WIN32  // elsewhere the sanitizers report every access to such a heap
 
 // Makes the runtime return one heap at an address that is not a multiple of 8.

@@ -1,36 +1,69 @@
-// Memory stacks when a block cannot be freed, and with a small largest allocation. The test answers
-// the library's own calls.
+// Memory stacks when a block cannot be freed, and with a small largest allocation. The linker
+// redirects the library's own calls to this file.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
 #include "sdcommon/memory_stack.h"
 #include "support/context.h"
-#include "support/lnx/answered_calls.h"
 
 namespace {
 
-using kiv::test::Answer;
-using kiv::test::AnsweredCall;
-using kiv::test::Answering;
 using kiv::test::Context;
-using kiv::test::Give;
-using kiv::test::Word;
-using kiv::test::Words;
 
 constexpr uint32_t kAlignment = 16;
 constexpr uint32_t kRefused = KIV_ST_OUT_OF_MEMORY;
 constexpr uint64_t kMostBytes = 100'000;
 
-// The largest allocation of a small machine.
-Answering Most() {
-  return [](const Words& arguments, Word* word) {
-    *reinterpret_cast<uint64_t*>(arguments[1]) = kMostBytes;
-    *word = KIV_ST_OK;
-    return Answer::kGive;
-  };
+std::optional<uint32_t> refusedFree;  // number of the free that is refused, from 0
+uint32_t frees = 0;
+bool isSmallMachine = false;  // whose largest allocation is kMostBytes
+
+// Refuses one free during its lifetime.
+class RefusedFree {
+ public:
+  explicit RefusedFree(uint32_t number) {
+    frees = 0;
+    refusedFree = number;
+  }
+  ~RefusedFree() { refusedFree.reset(); }
+  RefusedFree(const RefusedFree&) = delete;
+  RefusedFree& operator=(const RefusedFree&) = delete;
+};
+
+class SmallMachine {
+ public:
+  SmallMachine() { isSmallMachine = true; }
+  ~SmallMachine() { isSmallMachine = false; }
+  SmallMachine(const SmallMachine&) = delete;
+  SmallMachine& operator=(const SmallMachine&) = delete;
+};
+
+}  // namespace
+
+extern "C" {
+
+uint32_t __real_KivSdMemFree(KivSdContext*, void*, const char*, uint32_t);
+uint32_t __wrap_KivSdMemFree(KivSdContext*, void*, const char*, uint32_t);
+uint32_t __real_KivSdMaxAllocGet(KivSdContext*, uint64_t*);
+uint32_t __wrap_KivSdMaxAllocGet(KivSdContext*, uint64_t*);
+
+uint32_t __wrap_KivSdMemFree(KivSdContext* ctx, void* block, const char* file, uint32_t line) {
+  if (frees++ == refusedFree) return kRefused;
+  return __real_KivSdMemFree(ctx, block, file, line);
 }
+
+uint32_t __wrap_KivSdMaxAllocGet(KivSdContext* ctx, uint64_t* sizeBytes) {
+  if (!isSmallMachine) return __real_KivSdMaxAllocGet(ctx, sizeBytes);
+  *sizeBytes = kMostBytes;
+  return KIV_ST_OK;
+}
+
+}  // extern "C"
+
+namespace {
 
 class StackCalls : public testing::Test {
  protected:
@@ -53,7 +86,7 @@ TEST_F(StackCalls, APopThatCannotFreeABlockKeepsIt) {
   Push(stack_->defaultBlockBytes * 2);
   const kiv::StackBlock* top = stack_->top;
   {
-    const AnsweredCall refused("KivSdMemFree", Give(Word{kRefused}));
+    const RefusedFree refused(0);
     CHECK_OUTCOME(ctx_, KivSdMemStackPopAndFree(ctx_, stack_, first), kRefused, 0u);
   }
   EXPECT_EQ(stack_->top, top);
@@ -80,25 +113,25 @@ TEST_F(StackCalls, ADeleteEndsWithTheFirstBlockThatCannotBeFreed) {
     const std::vector<kiv::StackBlock*> blocks = BlocksOf(*stack);
     ASSERT_EQ(blocks.size(), 2u) << "one is free, one is used";
     {
-      const uint32_t passed = 1 + static_cast<uint32_t>(freed);  // the record is freed first
-      const AnsweredCall refused("KivSdMemFree", Give(Word{kRefused}, passed));
+      const uint32_t number = 1 + static_cast<uint32_t>(freed);  // the record is freed first
+      const RefusedFree refused(number);
       CHECK_OUTCOME(ctx_, KivSdMemStackDelete(ctx_, stack), kRefused, 0u);
-      EXPECT_EQ(refused.answered(), 1u);
+      EXPECT_EQ(frees, number + 1) << "it was the last";
     }
     for (size_t i = freed; i < blocks.size(); ++i) {
       CHECK_OK(ctx_, KivSdMemFree(ctx_, blocks[i], "test", 1));
     }
   }
   {
-    const AnsweredCall refused("KivSdMemFree", Give(Word{kRefused}));
+    const RefusedFree refused(0);
     CHECK_OUTCOME(ctx_, KivSdMemStackDelete(ctx_, stack_), kRefused, 0u);
-    EXPECT_EQ(refused.answered(), 1u) << "without the record, no block is freed";
+    EXPECT_EQ(frees, 1u) << "without the record, no block is freed";
   }
   Delete();
 }
 
 TEST_F(StackCalls, APieceIsAtMostAsLargeAsTheLargestAllocation) {
-  const AnsweredCall most("KivSdMaxAllocGet", Most());
+  const SmallMachine machine;
   KivSdMemStack* small = nullptr;
   CHECK_OK(ctx_, KivSdMemStackCreate(ctx_, &small, kAlignment, 1));
   const auto largest = static_cast<uint32_t>(kMostBytes - small->headerBytes);
@@ -112,7 +145,7 @@ TEST_F(StackCalls, APieceIsAtMostAsLargeAsTheLargestAllocation) {
 }
 
 TEST_F(StackCalls, AFirstBlockIsAtMostAsLargeAsTheLargestAllocation) {
-  const AnsweredCall most("KivSdMaxAllocGet", Most());
+  const SmallMachine machine;
   KivSdMemStack* small = nullptr;
   CHECK_OUTCOME(ctx_, KivSdMemStackCreate(ctx_, &small, kAlignment, kMostBytes + 1),
                 KIV_ST_ARGUMENT, 0u);

@@ -2,7 +2,8 @@
 // their arguments.
 //
 // On Windows a patch finds the function's slot in the import table of the loaded kivsdu.dll by the
-// function's name, whatever DLL exports it. Natively the linker redirects the primitives of the
+// function's name, whatever DLL exports it. In a program that links the library's objects it patches
+// the program's own table, and so the program's calls, too. Natively the linker redirects the primitives of the
 // library's platform seam to stand-ins with the same names, arguments and results
 // (lnx/seam_import.h), so that one test serves both platforms.
 //
@@ -70,8 +71,9 @@ struct Import {
   std::string function;
 };
 
-// All imports of a loaded module.
+// All imports of a loaded module, or of the module that the library is a part of.
 std::vector<Import> ImportsOf(const char* module);
+std::vector<Import> ImportsOfLibrary();
 
 // The names of all exports of a loaded module.
 std::vector<std::string> ExportsOf(const char* module);

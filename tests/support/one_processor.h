@@ -14,11 +14,16 @@ namespace kiv::test {
 #ifdef _WIN32
 
 class OneProcessor {
+ public:
+  OneProcessor() { original_ = reinterpret_cast<decltype(original_)>(patch_.original()); }
+
  private:
   static void WINAPI Tell(SYSTEM_INFO* info) {
-    GetSystemInfo(info);
+    original_(info);
     info->dwNumberOfProcessors = 1;
   }
+
+  static inline decltype(&GetSystemInfo) original_ = nullptr;
 
   ImportPatch patch_{"GetSystemInfo", reinterpret_cast<void*>(&Tell)};
 };

@@ -53,7 +53,7 @@ namespace {
 
 bool Imports([[maybe_unused]] const char* function) {
 #ifdef _WIN32
-  const auto imports = kiv::test::ImportsOf("kivsdu.dll");
+  const auto imports = kiv::test::ImportsOfLibrary();
   return std::any_of(imports.begin(), imports.end(),
                      [&](const kiv::test::Import& import) { return import.function == function; });
 #else
@@ -77,6 +77,7 @@ struct RuntimeHooked::Patches {
   std::optional<ImportPatch> calloc;
 };
 
+#ifndef _WIN32  // w32/runtime_functions.cpp
 void* RuntimeHook::RealAllocate(size_t sizeBytes) { return std::malloc(sizeBytes); }
 
 void* RuntimeHook::RealReallocate(void* block, size_t sizeBytes) {
@@ -84,6 +85,7 @@ void* RuntimeHook::RealReallocate(void* block, size_t sizeBytes) {
 }
 
 void RuntimeHook::RealFree(void* block) { std::free(block); }
+#endif
 
 }  // namespace kiv::test
 

@@ -1,8 +1,9 @@
 // Redirects the library's calls of the C runtime's allocator to a hook of the test.
 //
-// On Windows only the DLL's calls of malloc, calloc, realloc and free are patched. Elsewhere the
-// linker redirects all calls of the program, including the test's own. Without a hook they reach
-// the runtime. Link the program with kiv_runtime_hook.
+// On Windows only the DLL's calls of malloc, calloc, realloc and free are patched, or those of a
+// program that links the library's objects; the program's C++ allocations are not redirected.
+// Elsewhere the linker redirects all calls of the program, including the test's own. Without a hook
+// they reach the runtime. Link the program with kiv_runtime_hook.
 #ifndef KIV_TESTS_RUNTIME_HOOK_H
 #define KIV_TESTS_RUNTIME_HOOK_H
 

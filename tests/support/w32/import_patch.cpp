@@ -13,11 +13,15 @@
 namespace kiv::test {
 namespace {
 
-constexpr char kLibrary[] = "kivsdu.dll";
+constexpr char kDll[] = "kivsdu.dll";
 
+// Null stands for the program.
 unsigned char* BaseOf(const char* module) {
   return reinterpret_cast<unsigned char*>(GetModuleHandleA(module));
 }
+
+// The module that the library is a part of.
+const char* LibraryModule() { return BaseOf(kDll) != nullptr ? kDll : nullptr; }
 
 template <typename T>
 T* At(unsigned char* base, size_t offset) {
@@ -50,7 +54,7 @@ void VisitImports(const char* module, Visitor visit) {
 
 void** FindSlot(const char* function) {
   void** found = nullptr;
-  VisitImports(kLibrary, [&](const char*, const char* name, void** slot) {
+  VisitImports(LibraryModule(), [&](const char*, const char* name, void** slot) {
     if (std::string(name) == function) found = slot;
   });
   return found;
@@ -59,7 +63,7 @@ void** FindSlot(const char* function) {
 // The name of a slot's import.
 std::string NameOf(const void* slot) {
   std::string found;
-  VisitImports(kLibrary, [&](const char*, const char* name, void** each) {
+  VisitImports(LibraryModule(), [&](const char*, const char* name, void** each) {
     if (each == slot) found = name;
   });
   return found;
@@ -75,7 +79,7 @@ void WriteSlot(void** slot, void* value) {
 // Some functions have two names in the import libraries, so that a DLL of several parts may have two
 // slots for one import.
 void WriteSlots(const std::string& function, void* value) {
-  VisitImports(kLibrary, [&](const char*, const char* name, void** slot) {
+  VisitImports(LibraryModule(), [&](const char*, const char* name, void** slot) {
     if (name == function) WriteSlot(slot, value);
   });
 }
@@ -107,7 +111,7 @@ ImportPatch::ImportPatch(const char* function, void* replacement)
     printfReplacement = replacement;
     replacement = reinterpret_cast<void*>(&CallPrintfReplacement);
   }
-  EXPECT_NE(place_, nullptr) << kLibrary << " does not import " << function;
+  EXPECT_NE(place_, nullptr) << "the library does not import " << function;
   if (place_ == nullptr) return;
   original_ = *static_cast<void**>(place_);
   WriteSlots(NameOf(place_), replacement);
@@ -127,6 +131,8 @@ std::vector<Import> ImportsOf(const char* module) {
   });
   return imports;
 }
+
+std::vector<Import> ImportsOfLibrary() { return ImportsOf(LibraryModule()); }
 
 std::vector<std::string> ExportsOf(const char* module) {
   std::vector<std::string> names;
