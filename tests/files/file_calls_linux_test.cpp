@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <linux/stat.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/syscall.h>
@@ -546,7 +547,43 @@ TEST_F(DirectFiles, OnlyAnOpenFileEndsAtItsPosition) {
   ExpectFailed(EndFileAtPosition(nullptr), EBADF);
 }
 
+TEST_F(DirectFiles, AFileEndsWhereItDidIfItsPositionOrSizeIsUnknown) {
+  const ValueResult<void*> file = OpenDirect();
+  ASSERT_TRUE(file.ok);
+  ExpectCount(WriteSystemFile(file.value, block_, kBlockBytes, nullptr), kBlockBytes);
+  ExpectCount(MoveFilePointer(file.value, 0, Origin::kBeginning), 0);
+  for (const char* call : {"lseek", "fstat"}) {
+    const AnsweredCall refused(call, Refuse(EIO));
+    ExpectFailed(EndFileAtPosition(file.value), EIO);
+  }
+  EXPECT_EQ(DirectFileSize(file.value).value, kBlockBytes);
+  ExpectOk(CloseDirectFile(file.value));
+}
+
 // ---- Transfers ----
+
+// Leaves no zero in the memory that the next calls use for their variables.
+[[gnu::noinline]] void FillStack() {
+  volatile unsigned char bytes[4096];
+  for (volatile unsigned char& byte : bytes) byte = 0xFF;
+}
+
+TEST_F(FileCalls, AWriteThatBlocksThePipesSignalBlocksNoOther) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  kernelHasNoSignal = false;
+  sigset_t blocked = {};
+  {
+    const AnsweredCall writes("write",
+                              Precede([&] { pthread_sigmask(SIG_BLOCK, nullptr, &blocked); }));
+    FillStack();
+    EXPECT_EQ(WriteRawWithoutSignal(ends[1], "x", 1), 1);
+  }
+  kernelHasNoSignal = true;
+  EXPECT_EQ(sigismember(&blocked, SIGPIPE), 1);
+  EXPECT_EQ(sigismember(&blocked, SIGUSR1), 0);
+  for (const int end : ends) close(end);
+}
 
 TEST_F(DirectFiles, ATransferWithoutARecordIsAtTheFilesPosition) {
   const ValueResult<void*> file = OpenDirect();

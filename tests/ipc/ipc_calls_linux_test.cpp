@@ -91,6 +91,12 @@ int MakeAndClosePipe() {
   return server.ok && ClosePipe(server.value).ok ? 0 : 1;
 }
 
+int DescriptorsLeftOpen() {
+  const size_t before = OpenHandles();
+  MakeAndClosePipe();
+  return static_cast<int>(OpenHandles() - before);
+}
+
 // Entries that the first pipe of a process finds in the folder, and whether they are garbage.
 struct Entry {
   const char* name;
@@ -106,6 +112,8 @@ const Entry kEntries[] = {
 struct FirstPipe {
   int withoutFolder = -1;
   int withoutStream = -1;
+  int opened = -1;  // descriptors that stay open
+  int openedWithoutStream = -1;
   bool keptUnused = false;
 };
 FirstPipe first;
@@ -115,6 +123,7 @@ class FirstPipes : public testing::Environment {
   void SetUp() override {
     names_.emplace();
     EXPECT_EQ(RunInChild(MakeAndClosePipe), 0) << "makes the folder";
+    first.opened = RunInChild(DescriptorsLeftOpen);
     for (const Entry& entry : kEntries) std::ofstream(NameFolder() + entry.name).close();
     std::filesystem::remove(NameFolder() + "p-ipc-folder");
     std::filesystem::create_directory(NameFolder() + "p-ipc-folder");
@@ -125,6 +134,10 @@ class FirstPipes : public testing::Environment {
     first.withoutStream = RunInChild([] {
       const AnsweredCall refused("fdopendir", Refuse(ENOMEM));
       return MakeAndClosePipe();
+    });
+    first.openedWithoutStream = RunInChild([] {
+      const AnsweredCall refused("fdopendir", Refuse(ENOMEM));
+      return DescriptorsLeftOpen();
     });
     first.keptUnused = std::filesystem::exists(NameFolder() + "p-ipc-unused");
     EXPECT_EQ(MakeAndClosePipe(), 0);
@@ -158,6 +171,7 @@ TEST_F(IpcCalls, TheFirstPipeOfAProcessRemovesWhatEndedProcessesLeftAndNothingEl
 TEST_F(IpcCalls, TheFirstPipeIsMadeAlsoIfTheFolderCannotBeSearched) {
   EXPECT_EQ(first.withoutFolder, 0);
   EXPECT_EQ(first.withoutStream, 0);
+  EXPECT_EQ(first.openedWithoutStream, first.opened);
   EXPECT_TRUE(first.keptUnused);
 }
 
@@ -311,6 +325,20 @@ TEST_F(NamedPipe, AnInstanceThatAnotherClientTakesFirstIsBusy) {
   }
   const AnsweredCall refused("connect", Refuse(EPROTO));
   ExpectFailed(OpenClient(), EPROTO);
+}
+
+TEST_F(NamedPipe, NeitherAServerNorAClientCanDoWithoutASocket) {
+  {
+    const AnsweredCall full("socket", Refuse(EMFILE));
+    ExpectFailed(MakeServer(), EMFILE);
+  }
+  server_ = MakeServer();
+  {
+    const AnsweredCall full("socket", Refuse(EMFILE));
+    ExpectFailed(OpenClient(), EMFILE);
+  }
+  client_ = OpenClient();
+  EXPECT_TRUE(client_.ok) << "the instance is still free";
 }
 
 TEST_F(NamedPipe, InterruptedCallsAreRepeated) {

@@ -82,9 +82,17 @@ int MakeAndRelease() {
   return 0;
 }
 
+int DescriptorsLeftOpen() {
+  const size_t before = OpenHandles();
+  MakeAndRelease();
+  return static_cast<int>(OpenHandles() - before);
+}
+
 struct FirstObject {
   int withoutFolder = -1;
   int withoutStream = -1;
+  int opened = -1;  // descriptors that stay open
+  int openedWithoutStream = -1;
   bool keptUnused = false;
   bool keptGone = false;
 };
@@ -98,6 +106,7 @@ class FirstObjects : public testing::Environment {
   void SetUp() override {
     names_.emplace();
     EXPECT_EQ(RunInChild(MakeAndRelease), 0) << "makes the folder";
+    first.opened = RunInChild(DescriptorsLeftOpen);
     const std::string unused = NameFolder() + "o-named-calls-unused";
     std::ofstream(unused).close();
     first.withoutFolder = RunInChild([] {
@@ -107,6 +116,10 @@ class FirstObjects : public testing::Environment {
     first.withoutStream = RunInChild([] {
       const AnsweredCall refused("fdopendir", Refuse(ENOMEM));
       return MakeAndRelease();
+    });
+    first.openedWithoutStream = RunInChild([] {
+      const AnsweredCall refused("fdopendir", Refuse(ENOMEM));
+      return DescriptorsLeftOpen();
     });
     RunInChild([] {
       const AnsweredCall gone("fstatat", Refuse(ENOENT));
@@ -138,6 +151,7 @@ class NamedCalls : public testing::Test {
 TEST_F(NamedCalls, TheFirstObjectOfAProcessRemovesUnusedFilesIfTheFolderCanBeSearched) {
   EXPECT_EQ(first.withoutFolder, 0);
   EXPECT_EQ(first.withoutStream, 0);
+  EXPECT_EQ(first.openedWithoutStream, first.opened);
   EXPECT_TRUE(first.keptUnused);
   EXPECT_FALSE(first.keptGone);
 }
@@ -517,6 +531,22 @@ TEST_F(ForeignFile, AnOwnedMutexWithoutAHandleIsNotHeldInANewFileOfHolders) {
     ExpectFailed(Open(NamedKind::kMutex), ENOENT);
   }
   EXPECT_EQ(MakeAndRelease(), 0);
+}
+
+// Its record is freed by the next use of any name.
+TEST_F(NamedCalls, AnOwnedMutexWithoutAHandleIsFreedAfterItsRelease) {
+  const ValueResult<NamedObject*> made = Make(kMutex);
+  {
+    const Owner owner(&made.value->mutex);
+    ReleaseNamed(made.value);
+  }
+  uint32_t freed = 0;
+  const AnsweredCall frees("munmap", [&](const Words&, Word*) {
+    ++freed;
+    return Answer::kPass;
+  });
+  EXPECT_EQ(MakeAndRelease(), 0);
+  EXPECT_EQ(freed, 2u) << "the mutex, and the object that was made now";
 }
 
 // ---- Mutexes ----

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -382,6 +383,28 @@ TEST_F(ObjectRaces, ASignalOfWaitersWithGrantsSignalsTheEvent) {
   EXPECT_NE(WordOf(event).load() & kSignalledBit, 0u);
   WordOf(event).fetch_sub(kOneUser + kOneGrantBit);
   ExpectWait(WaitOne(event, 0), kWaitSignalled, 0);
+  ExpectOk(CloseObject(event));
+}
+
+TEST_F(ObjectRaces, ASignalOfAManualEventWakesAllSleepers) {
+  constexpr uint32_t kThreads = 3;
+  constexpr uint32_t kLongMs = 20'000;
+  void* event = MakeManualEvent().value;
+  std::atomic<uint32_t> asleep{0};
+  const AnsweredCall sleeps("SleepOn", [&](const Words&, Word*) {
+    ++asleep;
+    return Answer::kPass;
+  });
+  std::vector<std::thread> threads;
+  for (uint32_t i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] { ExpectWait(WaitOne(event, kLongMs), kWaitSignalled, 0); });
+  }
+  while (asleep < kThreads) std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(kSoonMs));  // until the kernel has them
+  const auto signalled = std::chrono::steady_clock::now();
+  ExpectOk(SignalEvent(event));
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - signalled, std::chrono::milliseconds(kLongMs / 2));
   ExpectOk(CloseObject(event));
 }
 

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <thread>
 
@@ -66,6 +67,7 @@ struct First {
   int niceOfSecond = 0;
   int raisedTwice = -1;
   int raisedWithout = -1;  // without memory for a claim of its own
+  int raisedWithoutClaims = -1;
 };
 First first;
 
@@ -111,6 +113,25 @@ int RaiseTwice(Answer ofFirst) {
   return static_cast<int>(KivSdXcptSetFatExceptionOccured(1));
 }
 
+// A second thread meets a fatal exception while the first one handles its own. The result is 1 if the
+// second one goes on.
+int RaiseWithoutClaims() {
+  const AnsweredCall refused("mmap", [](const Words& arguments, Word*) {
+    if (arguments[1] != sizeof(pthread_mutex_t)) return Answer::kPass;
+    errno = ENOMEM;
+    return Answer::kRefuse;
+  });
+  if (KivSdXcptSetFatExceptionOccured(1) != KIV_ST_OK) return 2;
+  std::atomic<bool> goesOn{false};
+  std::thread([&] {
+    KivSdXcptSetFatExceptionOccured(1);
+    goesOn = true;
+  }).detach();
+  while (refused.answered() < 2) std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // it would go on at once
+  return goesOn ? 1 : 0;
+}
+
 class FirstUses : public testing::Environment {
  public:
   void SetUp() override {
@@ -120,6 +141,7 @@ class FirstUses : public testing::Environment {
     first.niceOfSecond = FirstNice(AskedTwice());
     first.raisedTwice = RunInChild([] { return RaiseTwice(Answer::kPass); });
     first.raisedWithout = RunInChild([] { return RaiseTwice(Answer::kRefuse); });
+    first.raisedWithoutClaims = RunInChild(RaiseWithoutClaims);
     // The first handle makes a chunk of the table, which stays.
     const ValueResult<void*> thread = StartThread(Return7, nullptr, 0);
     ExpectOk(JoinThread(thread.value));
@@ -394,6 +416,22 @@ TEST(Claims, OneThatCannotBeRepairedIsAFailure) {
   EXPECT_EQ(TakeClaim(claim.value), Claim::kFailed);
   EXPECT_EQ(TakeClaim(nullptr), Claim::kFailed);
   ExpectOk(CloseClaim(claim.value));
+}
+
+TEST(Claims, OneThatIsClosedGivesItsMemoryBack) {
+  const ValueResult<void*> claim = MakeClaim();
+  ASSERT_TRUE(claim.ok);
+  Word released = 0;
+  const AnsweredCall releases("munmap", [&](const Words& arguments, Word*) {
+    released = arguments[0];
+    return Answer::kPass;
+  });
+  ExpectOk(CloseClaim(claim.value));
+  EXPECT_EQ(released, reinterpret_cast<Word>(claim.value));
+}
+
+TEST(Claims, WithoutThemASecondThreadWithAFatalExceptionStops) {
+  EXPECT_EQ(first.raisedWithoutClaims, 0);
 }
 
 TEST(Claims, OfTwoThreadsThatMakeOneBothUseTheFirst) {
