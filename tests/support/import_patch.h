@@ -2,10 +2,11 @@
 // their arguments.
 //
 // On Windows a patch finds the function's slot in the import table of the loaded kivsdu.dll by the
-// function's name, whatever DLL exports it. In a program that links the library's objects it patches
-// the program's own table, and so the program's calls, too. Natively the linker redirects the primitives of the
-// library's platform seam to stand-ins with the same names, arguments and results
-// (lnx/seam_import.h), so that one test serves both platforms.
+// function's name, whatever DLL exports it. A program that links the library's objects has one import
+// table for the library and the test: the patch then replaces the test's own calls, too.
+//
+// Natively the linker redirects the primitives of the library's platform seam to stand-ins with the
+// same names, arguments and results (lnx/seam_import.h), so that one test serves both platforms.
 //
 // The destructor takes the patch back. Only one thread may patch at a time. Patches of one function
 // nest.
