@@ -162,7 +162,9 @@ void HandOver(benchmark::State& state, uint32_t length) {
     senders.back()->Connect();
   }
   std::vector<char> data(length, 'x');
-  InTurns(state, kOneThreadChannels + 1, 1, [&](int way) {
+  // The clock has steps of up to 100 ns, a message takes about as long.
+  constexpr int kInARow = 50;
+  InTurns(state, kOneThreadChannels + 1, kInARow, [&](int way) {
     senders[static_cast<size_t>(way)]->Send(data.data(), length);
     receivers[static_cast<size_t>(way)]->Receive(data.data(), length);
   });

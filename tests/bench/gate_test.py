@@ -23,6 +23,11 @@ class Ratios(unittest.TestCase):
         self.assertEqual(gate.ratios([row("library", 8.0, "Read"), row("raw", 6.0, "Read")]),
                          {"linux/some_bench/Read/library": 0.75})
 
+    def test_take_the_fastest_process_of_each(self) -> None:
+        rows = [row("thread heap", 40.0), row("mimalloc", 10.0), row("thread heap", 20.0),
+                row("mimalloc", 12.0), row("thread heap", 25.0)]
+        self.assertEqual(gate.ratios(rows), {"linux/some_bench/pair 64/thread heap": 0.5})
+
     def test_leave_out_what_only_the_library_has(self) -> None:
         self.assertEqual(gate.ratios([row("library", 8.0), row("mimalloc", 1.0, "other")]), {})
 
@@ -36,6 +41,17 @@ class Medians(unittest.TestCase):
 
     def test_of_no_run_are_empty(self) -> None:
         self.assertEqual(gate.medians([]), {})
+
+
+class Baseline(unittest.TestCase):
+    def test_is_compared_for_the_measured_platforms(self) -> None:
+        self.assertEqual(gate.of_platforms({"linux/a": 1.0, "windows/a": 2.0}, {"linux/b": 3.0}),
+                         {"linux/a": 1.0})
+
+    def test_is_replaced_for_the_measured_platforms(self) -> None:
+        self.assertEqual(gate.replaced({"linux/a": 1.0, "linux/b": 1.0, "windows/a": 2.0},
+                                       {"linux/b": 3.00049}),
+                         {"linux/b": 3.0, "windows/a": 2.0})
 
 
 class Losses(unittest.TestCase):
