@@ -182,9 +182,13 @@ class AnonymousPipe : public IpcCalls {
   AnonymousPipe() : ends_(MakePipe(0).value) {}
   ~AnonymousPipe() override {
     ExpectOk(ClosePipe(ends_.read));
-    ExpectOk(ClosePipe(ends_.write));
+    CloseWriter();
   }
 
+  void CloseWriter() {
+    if (ends_.write != nullptr) ExpectOk(ClosePipe(ends_.write));
+    ends_.write = nullptr;
+  }
   void Write(uint32_t length) { ExpectCount(WritePipe(ends_.write, bytes_, length), length); }
   ValueResult<PipeContent> Peek(uint32_t length) { return PeekPipe(ends_.read, bytes_, length); }
 
@@ -244,6 +248,19 @@ TEST_F(AnonymousPipe, APeekOfBytesThatAreGoneReadsNone) {
 TEST_F(AnonymousPipe, APeekThatBytesFollowSeesAnEmptyPipeAndNoEnd) {
   const AnsweredCall late("ppoll", Precede([&] { Write(2); }));
   ExpectContent(Peek(2), 0, 0);
+}
+
+TEST_F(AnonymousPipe, APeekThatTheLastBytesFollowSeesNoEnd) {
+  {
+    const AnsweredCall late("ppoll", Precede([&] {
+                              Write(2);
+                              CloseWriter();
+                            }));
+    ExpectContent(Peek(2), 0, 0);
+  }
+  ExpectContent(Peek(2), 2, 2);
+  ExpectCount(ReadPipe(ends_.read, bytes_, 2), 2);
+  ExpectFailed(Peek(2), EPIPE);
 }
 
 // ---- Named pipes ----
@@ -441,6 +458,37 @@ TEST_F(NamedPipe, AnErrorOfAConnectionIsNoEnd) {
     return Answer::kGive;
   });
   ExpectContent(Peek(1), 0, 0);
+}
+
+// The client sends its last bytes and leaves between the look at the bytes and the look for the end.
+TEST_F(NamedPipe, APeekThatTheLastBytesFollowSeesThem) {
+  Connect(0);
+  {
+    const AnsweredCall late("ppoll", Precede([&] {
+                              Send("bye");
+                              ExpectOk(ClosePipe(client_.value));
+                              client_ = {};
+                            }));
+    ExpectContent(Peek(2), 2, 3);
+  }
+  ExpectCount(Read(3), 3);
+  ExpectFailed(Peek(2), EPIPE);
+}
+
+TEST_F(NamedPipe, APeekThatFailsAfterTheEndSaysWhy) {
+  Connect(0);
+  ExpectOk(ClosePipe(client_.value));
+  client_ = {};
+  const AnsweredCall refused("ioctl", Refuse(EIO, 1, 1));
+  ExpectFailed(Peek(2), EIO);
+}
+
+// The client sends a message just before the server looks for one, and another just after.
+TEST_F(NamedPipe, APeekCountsTheBytesOfTheMessageThatItSees) {
+  Connect(kMessages | kReadMessages);
+  const AnsweredCall before("recvmsg", Precede([&] { Send("first"); }));
+  const AnsweredCall after("ioctl", Precede([&] { Send("second"); }));
+  ExpectContent(Peek(2), 2, 11);
 }
 
 // ---- Two threads ----

@@ -246,15 +246,27 @@ ValueResult<uint32_t> SendAll(const NamedPipe* pipe, int connection, const void*
   return {true, 0, done};
 }
 
+ValueResult<uint32_t> CountBytes(int connection) {
+  int count = 0;
+  if (ioctl(connection, FIONREAD, &count) == -1) return {false, TransferError(), 0};
+  return {true, 0, static_cast<uint32_t>(count)};
+}
+
+// EPIPE if the other end has closed and all its bytes were read.
+ValueResult<uint32_t> BytesToRead(int connection) {
+  ValueResult<uint32_t> count = CountBytes(connection);
+  if (!count.ok || count.value != 0 || !HasHungUp(connection)) return count;
+  // The other end may have sent its last bytes between the two looks.
+  count = CountBytes(connection);
+  if (count.ok && count.value == 0) return {false, EPIPE, 0};
+  return count;
+}
+
 ValueResult<PipeContent> LookAtStream(int connection, void* buffer, uint32_t sizeBytes) {
-  int available = 0;
-  if (ioctl(connection, FIONREAD, &available) == -1) return {false, TransferError(), {}};
-  if (available == 0) {
-    const bool isClosed = HasHungUp(connection);
-    return {!isClosed, isClosed ? uint32_t{EPIPE} : 0, {}};
-  }
-  PipeContent content = {0, static_cast<uint32_t>(available), 0};
-  if (sizeBytes == 0) return {true, 0, content};
+  const ValueResult<uint32_t> available = BytesToRead(connection);
+  if (!available.ok) return {false, available.error, {}};
+  PipeContent content = {0, available.value, 0};
+  if (sizeBytes == 0 || available.value == 0) return {true, 0, content};
   const ssize_t count = recv(connection, buffer, sizeBytes, MSG_PEEK | MSG_DONTWAIT);
   if (count == -1 && errno != EAGAIN) return {false, TransferError(), {}};
   content.read = count > 0 ? static_cast<uint32_t>(count) : 0;

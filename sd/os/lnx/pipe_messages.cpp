@@ -84,19 +84,20 @@ ValueResult<uint32_t> TakeMessage(NamedPipe* pipe, void* buffer, uint32_t length
 }
 
 ValueResult<PipeContent> LookAtMessage(NamedPipe* pipe, void* buffer, uint32_t sizeBytes) {
+  Received next = {0, RestLength(pipe)};
+  if (pipe->restBytes == 0) {
+    next = Receive(pipe->connection, buffer, sizeBytes, MSG_PEEK);
+  } else if (sizeBytes != 0) {
+    std::memcpy(buffer, pipe->rest + pipe->restAt, std::min(sizeBytes, next.length));
+  }
+  if (next.error == EAGAIN) return {true, 0, {0, 0, 0}};
+  if (next.error != 0) return {false, next.error, {}};
+  // After the look at the message, so that its bytes are among those counted.
   int queued = 0;
   if (ioctl(pipe->connection, FIONREAD, &queued) == -1) {
     return {false, static_cast<uint32_t>(errno), {}};
   }
   const uint32_t available = RestLength(pipe) + static_cast<uint32_t>(queued);
-  if (pipe->restBytes != 0) {
-    const uint32_t count = std::min(sizeBytes, RestLength(pipe));
-    if (count != 0) std::memcpy(buffer, pipe->rest + pipe->restAt, count);
-    return {true, 0, {count, available, RestLength(pipe) - count}};
-  }
-  const Received next = Receive(pipe->connection, buffer, sizeBytes, MSG_PEEK);
-  if (next.error == EAGAIN) return {true, 0, {0, 0, 0}};
-  if (next.error != 0) return {false, next.error, {}};
   const uint32_t count = std::min(sizeBytes, next.length);
   return {true, 0, {count, available, next.length - count}};
 }

@@ -120,7 +120,8 @@ ValueResult<PipeContent> PeekAnonymousPipe(int descriptor, void* buffer, uint32_
   }
   if (available == 0) {
     const int events = PollUntil(descriptor, POLLIN, DeadlineAfter(0));
-    const bool isClosed = events > 0 && (events & POLLHUP) != 0;
+    // The writer may have written its last bytes between the two looks.
+    const bool isClosed = events > 0 && (events & (POLLHUP | POLLIN)) == POLLHUP;
     return {!isClosed, isClosed ? uint32_t{EPIPE} : 0, {}};
   }
   PipeContent content = {0, static_cast<uint32_t>(available), 0};
