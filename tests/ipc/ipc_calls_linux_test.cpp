@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "os/lnx/name_folder.h"
 #include "os/lnx/pipe_names.h"
@@ -250,17 +253,35 @@ TEST_F(AnonymousPipe, APeekThatBytesFollowSeesAnEmptyPipeAndNoEnd) {
   ExpectContent(Peek(2), 0, 0);
 }
 
-TEST_F(AnonymousPipe, APeekThatTheLastBytesFollowSeesNoEnd) {
+TEST_F(AnonymousPipe, APeekThatTheLastBytesFollowSeesThem) {
   {
     const AnsweredCall late("ppoll", Precede([&] {
                               Write(2);
                               CloseWriter();
                             }));
-    ExpectContent(Peek(2), 0, 0);
+    ExpectContent(Peek(2), 2, 2);
   }
-  ExpectContent(Peek(2), 2, 2);
   ExpectCount(ReadPipe(ends_.read, bytes_, 2), 2);
   ExpectFailed(Peek(2), EPIPE);
+}
+
+// The kernel looks for bytes first and for the writer afterwards, which may write and close in
+// between.
+TEST_F(AnonymousPipe, APeekSeesTheLastBytesAlsoIfTheKernelReportsOnlyTheEnd) {
+  const AnsweredCall late("ppoll", [&](const Words& arguments, Word* word) {
+    Write(2);
+    CloseWriter();
+    reinterpret_cast<pollfd*>(arguments[0])->revents = POLLHUP;
+    *word = 1;
+    return Answer::kGive;
+  });
+  ExpectContent(Peek(2), 2, 2);
+}
+
+TEST_F(AnonymousPipe, APeekThatFailsAfterTheEndSaysWhy) {
+  CloseWriter();
+  const AnsweredCall refused("ioctl", Refuse(EIO, 1, 1));
+  ExpectFailed(Peek(2), EIO);
 }
 
 // ---- Named pipes ----
@@ -489,6 +510,52 @@ TEST_F(NamedPipe, APeekCountsTheBytesOfTheMessageThatItSees) {
   const AnsweredCall before("recvmsg", Precede([&] { Send("first"); }));
   const AnsweredCall after("ioctl", Precede([&] { Send("second"); }));
   ExpectContent(Peek(2), 2, 11);
+}
+
+// The kernel looks for a message first and for the end afterwards. The client sends its last message
+// and leaves in between: the kernel reports the end once, before the message.
+TEST_F(NamedPipe, AnEndThatIsReportedBeforeTheLastMessageIsNotBelieved) {
+  for (const bool looks : {false, true}) {
+    Connect(kMessages | kReadMessages);
+    bool isFirst = true;
+    const AnsweredCall early("recvmsg", [&](const Words& arguments, Word* word) {
+      if (!std::exchange(isFirst, false)) return Answer::kPass;
+      Send("last");
+      ExpectOk(ClosePipe(client_.value));
+      client_ = {};
+      reinterpret_cast<msghdr*>(arguments[1])->msg_controllen = 0;
+      *word = 0;
+      return Answer::kGive;
+    });
+    if (looks) ExpectContent(Peek(4), 4, 4);
+    ExpectCount(Read(4), 4);
+    ExpectFailed(Peek(4), EPIPE);
+    ExpectFailed(Read(4), EPIPE);
+    ExpectOk(ClosePipe(server_.value));
+    server_ = {};
+  }
+}
+
+// A child that was forked during a step has a copy of the folder's descriptor.
+TEST_F(NamedPipe, AChildForkedDuringAStepDoesNotKeepTheFolderLocked) {
+  pid_t child = -1;
+  {
+    const AnsweredCall during("renameat", Precede([&] {
+                                child = fork();
+                                while (child == 0) pause();
+                              }));
+    server_ = MakeServer();
+  }
+  ASSERT_GT(child, 0);
+  const AnsweredCall locking("flock", [](const Words& arguments, Word*) {
+    const Word file = arguments[0];
+    if (syscall(SYS_flock, file, arguments[1] | LOCK_NB) == 0) return Answer::kPass;
+    return Answer::kRefuse;
+  });
+  client_ = OpenClient();
+  EXPECT_TRUE(client_.ok) << "error " << client_.error;
+  kill(child, SIGKILL);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 // ---- Two threads ----

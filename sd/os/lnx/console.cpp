@@ -98,12 +98,13 @@ Result ReadInput(bool isTerminal) {
   return {true, 0};
 }
 
-// The next key, in `key` if the result is kKey. Does not wait.
+// The next key, in `key` if the result is kKey. Does not wait. The rest of a sequence may have been
+// waiting for long: whether an escape byte stands alone is known only after reading.
 Decoded TakeKey(bool isTerminal, Key* key, Result* read) {
   const QueueLock lock;
-  Decoded decoded = decoder.Take(IsWhole(), key);
-  if (decoded == Decoded::kKey || !IsInForeground(STDIN_FILENO)) return decoded;
-  *read = ReadInput(isTerminal);
+  const Decoded decoded = decoder.Take(false, key);
+  if (decoded == Decoded::kKey) return decoded;
+  if (IsInForeground(STDIN_FILENO)) *read = ReadInput(isTerminal);
   // At the end of the input no byte can follow an escape byte.
   return decoder.Take(!read->ok || IsWhole(), key);
 }
@@ -173,7 +174,7 @@ ValueResult<uint32_t> ConsoleEventsWaiting(void* input) {
   if (!console.ok) return {false, console.error, 0};
   const QueueLock lock;
   Result read = {true, 0};
-  if (decoder.Look(IsWhole()) != Decoded::kKey && IsInForeground(STDIN_FILENO)) {
+  if (decoder.Look(false) != Decoded::kKey && IsInForeground(STDIN_FILENO)) {
     const KeyMode mode(STDIN_FILENO);
     read = ReadInput(true);
   }

@@ -27,15 +27,21 @@ Received Receive(int connection, void* buffer, size_t sizeBytes, int flags) {
   message.msg_iovlen = 1;
   message.msg_control = sender;
   // A peer that closes before it has read everything leaves ECONNRESET, which the kernel reports
-  // once and before the messages that the peer sent.
-  ssize_t length;
-  do {
+  // once and before the messages that the peer sent. It may also report the end before the last
+  // message: it looks for messages first and for the end afterwards, and the peer may send and close
+  // in between. The second report of the end is true.
+  int ends = 0;
+  while (ends < 2) {
     message.msg_controllen = sizeof sender;
-    length = recvmsg(connection, &message, flags | MSG_TRUNC | MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
-  } while (length == -1 && (errno == EINTR || errno == ECONNRESET));
-  if (length == -1) return {static_cast<uint32_t>(errno), 0};
-  if (length == 0 && message.msg_controllen == 0) return {EPIPE, 0};
-  return {0, static_cast<uint32_t>(length)};
+    const ssize_t length =
+        recvmsg(connection, &message, flags | MSG_TRUNC | MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    const bool isAgain = length == -1 && (errno == EINTR || errno == ECONNRESET);
+    const bool isEnd = length == 0 && message.msg_controllen == 0;
+    if (length == -1 && !isAgain) return {static_cast<uint32_t>(errno), 0};
+    if (length != -1 && !isEnd) return {0, static_cast<uint32_t>(length)};
+    if (isEnd) ++ends;
+  }
+  return {EPIPE, 0};
 }
 
 uint32_t RestLength(const NamedPipe* pipe) { return pipe->restBytes - pipe->restAt; }

@@ -167,7 +167,9 @@ PipeFolder::PipeFolder() : descriptor_(kNoDescriptor), result_({true, 0}) {
 }
 
 PipeFolder::~PipeFolder() {
-  if (descriptor_ != kNoDescriptor) close(descriptor_);
+  if (descriptor_ == kNoDescriptor) return;
+  flock(descriptor_, LOCK_UN);  // a child that was forked meanwhile has the descriptor, too
+  close(descriptor_);
 }
 
 Result FileOfPipe(const char* path, NameFile* file) {

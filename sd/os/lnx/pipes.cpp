@@ -115,14 +115,15 @@ ValueResult<uint32_t> WritePipe(void* pipe, const void* buffer, uint32_t length)
 // The kernel cannot show a pipe's bytes in place, but it can share them with a second pipe.
 ValueResult<PipeContent> PeekAnonymousPipe(int descriptor, void* buffer, uint32_t sizeBytes) {
   int available = 0;
-  if (ioctl(descriptor, FIONREAD, &available) == -1) {
-    return {false, static_cast<uint32_t>(errno), {}};
-  }
+  const auto count = [&] { return ioctl(descriptor, FIONREAD, &available) != -1; };
+  if (!count()) return {false, static_cast<uint32_t>(errno), {}};
   if (available == 0) {
     const int events = PollUntil(descriptor, POLLIN, DeadlineAfter(0));
+    const bool isClosed = events > 0 && (events & POLLHUP) != 0;
+    if (!isClosed) return {true, 0, {}};
     // The writer may have written its last bytes between the two looks.
-    const bool isClosed = events > 0 && (events & (POLLHUP | POLLIN)) == POLLHUP;
-    return {!isClosed, isClosed ? uint32_t{EPIPE} : 0, {}};
+    if (!count()) return {false, static_cast<uint32_t>(errno), {}};
+    if (available == 0) return {false, EPIPE, {}};
   }
   PipeContent content = {0, static_cast<uint32_t>(available), 0};
   if (buffer == nullptr || sizeBytes == 0) return {true, 0, content};
@@ -130,12 +131,12 @@ ValueResult<PipeContent> PeekAnonymousPipe(int descriptor, void* buffer, uint32_
   if (pipe2(second, O_CLOEXEC | O_NONBLOCK) == -1) return {false, static_cast<uint32_t>(errno), {}};
   fcntl(second[1], F_SETPIPE_SZ, fcntl(descriptor, F_GETPIPE_SZ));
   const ssize_t shared = tee(descriptor, second[1], sizeBytes, SPLICE_F_NONBLOCK);
-  const ssize_t count = shared > 0 ? read(second[0], buffer, sizeBytes) : shared;
+  const ssize_t copied = shared > 0 ? read(second[0], buffer, sizeBytes) : shared;
   const auto error = static_cast<uint32_t>(errno);
   close(second[0]);
   close(second[1]);
-  if (count == -1 && error != EAGAIN) return {false, error, {}};
-  content.read = count > 0 ? static_cast<uint32_t>(count) : 0;
+  if (copied == -1 && error != EAGAIN) return {false, error, {}};
+  content.read = copied > 0 ? static_cast<uint32_t>(copied) : 0;
   return {true, 0, content};
 }
 
