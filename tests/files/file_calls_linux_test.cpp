@@ -239,6 +239,53 @@ TEST_F(FileCalls, AFileThatCannotGrowKeepsItsSize) {
   ExpectOk(CloseDescriptor(file));
 }
 
+// Another writer appends while the disk is found full.
+TEST_F(FileCalls, AFileThatCannotGrowKeepsWhatAnotherAppends) {
+  const uint32_t file = Open(kReadWrite | kCreate | kBinary);
+  const AnsweredCall full("fallocate", [&](const Words&, Word*) {
+    std::ofstream(path(), std::ios::app) << "late";
+    errno = ENOSPC;
+    return Answer::kRefuse;
+  });
+  ExpectFailed(ResizeDescriptor(file, 100), ENOSPC);
+  EXPECT_EQ(Content(), "late");
+  ExpectOk(CloseDescriptor(file));
+}
+
+TEST_F(FileCalls, AFileThatGrowsKeepsWhatAnotherAppends) {
+  const std::string appended(200, 'x');
+  for (const uint32_t step : {0u, 1u}) {
+    const uint32_t file = Open(kReadWrite | kCreate | kEmpty | kBinary);
+    const AnsweredCall late(
+        "fallocate", Precede([&] { std::ofstream(path(), std::ios::app) << appended; }, step));
+    ExpectOk(ResizeDescriptor(file, 100));
+    EXPECT_EQ(Content(), appended);
+    ExpectOk(CloseDescriptor(file));
+  }
+}
+
+// The space that was reserved before the disk was full, or before the size could not be raised.
+TEST_F(FileCalls, AFileThatCannotGrowReservesNoSpace) {
+  constexpr Word kReserved = 1 << 16;
+  for (const bool reservesAll : {false, true}) {
+    const uint32_t file = Open(kReadWrite | kCreate | kBinary);
+    const AnsweredCall full("fallocate", [&](const Words& arguments, Word*) {
+      const bool reserves = arguments[1] == FALLOC_FL_KEEP_SIZE;
+      if (reserves && reservesAll) return Answer::kPass;
+      if (reserves) syscall(SYS_fallocate, arguments[0], FALLOC_FL_KEEP_SIZE, 0, kReserved);
+      errno = ENOSPC;
+      return Answer::kRefuse;
+    });
+    ExpectFailed(ResizeDescriptor(file, 2 * kReserved), ENOSPC);
+    EXPECT_EQ(full.answered(), 1u);
+    struct stat status = {};
+    EXPECT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_size, 0);
+    EXPECT_EQ(status.st_blocks, 0);
+    ExpectOk(CloseDescriptor(file));
+  }
+}
+
 TEST_F(FileCalls, OnlyRegularFilesHaveASize) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -483,16 +530,32 @@ TEST_F(FileSearch, WithoutAHandleNoSearchStarts) {
 
 constexpr uint32_t kAccessAll = 0x10000000;
 constexpr uint32_t kOverlapped = 0x40000000;
+constexpr uint32_t kShareRead = 1;
+constexpr uint32_t kShareReadWrite = 3;
+constexpr uint32_t kMakeOrEmpty = 2;
 constexpr uint32_t kBlockBytes = 8192;
 
 class DirectFiles : public FileCalls {
  protected:
   ValueResult<void*> OpenDirect(uint32_t flags = 0) const {
-    return OpenDirectFile(path().c_str(), kAccessAll, 3, kOpenOrMake, flags);
+    return OpenDirectFile(path().c_str(), kAccessAll, kShareReadWrite, kOpenOrMake, flags);
   }
 
   alignas(4096) unsigned char block_[kBlockBytes] = {};
 };
+
+// Another process opens the file when it has just been made, and writes before the claim.
+TEST_F(DirectFiles, AFileThatOthersMayNotWriteIsEmptyWhenItIsMade) {
+  for (const uint32_t shareMode : {kShareRead, kShareReadWrite}) {
+    const AnsweredCall early("fcntl", Precede([&] { std::ofstream(path()) << "early"; }));
+    const ValueResult<void*> file =
+        OpenDirectFile(path().c_str(), kAccessAll, shareMode, kMakeOrEmpty, 0);
+    ASSERT_TRUE(file.ok) << "error " << file.error;
+    EXPECT_EQ(Content(), shareMode == kShareRead ? "" : "early");
+    ExpectOk(CloseDirectFile(file.value));
+    EXPECT_EQ(unlink(path().c_str()), 0);
+  }
+}
 
 struct Alignment {
   uint32_t mask;

@@ -12,9 +12,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
@@ -602,6 +604,92 @@ TEST_F(NamedPipe, AReadOfMessagesEndsWhenAnotherThreadDisconnects) {
                            }));
   ExpectFailed(Read(4), ENOTCONN);
   other.join();
+}
+
+// What another thread does during a step. The step goes on when that is done, or after a short time.
+class Meanwhile {
+ public:
+  explicit Meanwhile(std::function<void()> action)
+      : thread_([this, action = std::move(action)] {
+          action();
+          isDone_ = true;
+        }) {}
+  ~Meanwhile() { thread_.join(); }
+  Meanwhile(const Meanwhile&) = delete;
+  Meanwhile& operator=(const Meanwhile&) = delete;
+
+  bool isDone() const { return isDone_; }
+  bool IsDoneWithin(std::chrono::milliseconds limit) const {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!isDone_ && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+    return isDone_;
+  }
+
+ private:
+  std::atomic<bool> isDone_{false};
+  std::thread thread_;
+};
+
+// A client may connect before the server waits for one.
+void ExpectClient(const Result& connected) {
+  if (!connected.ok) {
+    EXPECT_EQ(connected.error, kErrorPipeConnected);
+  }
+}
+
+constexpr std::chrono::milliseconds kBrief{50};
+constexpr std::chrono::milliseconds kLong{10'000};
+
+// The disconnect waits until the read has ended. A connect that begins meanwhile must not keep it
+// waiting for a client.
+TEST_F(NamedPipe, ADisconnectDoesNotWaitForAConnectThatBeginsLater) {
+  Connect(0);
+  const Shutdown shutdown;
+  std::optional<Meanwhile> disconnect;
+  std::optional<Meanwhile> connect;
+  {
+    const AnsweredCall reads("recv", Precede([&] {
+                               disconnect.emplace([&] { ExpectOk(DisconnectPipe(server_.value)); });
+                               shutdown.Await();
+                               connect.emplace([&] { ExpectClient(ConnectPipe(server_.value)); });
+                               EXPECT_FALSE(connect->IsDoneWithin(kBrief));
+                             }));
+    ExpectFailed(Read(1), EPIPE);
+  }
+  EXPECT_TRUE(disconnect->IsDoneWithin(kLong));
+  EXPECT_FALSE(connect->isDone());
+  ExpectOk(ClosePipe(client_.value));
+  do client_ = OpenClient();
+  while (!client_.ok);
+  EXPECT_TRUE(connect->IsDoneWithin(kLong));
+}
+
+// The next client sends as soon as it is connected.
+TEST_F(NamedPipe, AReadThatADisconnectEndsTakesNothingFromTheNextClient) {
+  Connect(kMessages | kReadMessages);
+  void* const earlier = client_.value;
+  const Shutdown shutdown;
+  std::optional<Meanwhile> disconnect;
+  std::optional<Meanwhile> next;
+  {
+    const AnsweredCall waits(
+        "ppoll", Precede([&] {
+          disconnect.emplace([&] { ExpectOk(DisconnectPipe(server_.value)); });
+          shutdown.Await();
+          next.emplace([&] {
+            std::thread connect([&] { ExpectClient(ConnectPipe(server_.value)); });
+            do client_ = OpenClient();
+            while (!client_.ok);
+            Send("next");
+            connect.join();
+          });
+          EXPECT_FALSE(next->IsDoneWithin(kBrief));
+        }));
+    ExpectFailed(Read(4), ENOTCONN);
+  }
+  EXPECT_TRUE(next->IsDoneWithin(kLong));
+  ExpectCount(Read(4), 4);
+  ExpectOk(ClosePipe(earlier));
 }
 
 TEST_F(NamedPipe, TwoReadsAtOnceTakeTheirOwnBytes) {

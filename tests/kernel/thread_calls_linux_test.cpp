@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "kivsdu/kivsdu.h"
 #include "os/lnx/futex.h"
@@ -59,12 +61,16 @@ uint32_t Return7(void*) { return 7; }
 
 // ---- What a process does once ----
 
+constexpr uint32_t kIdleClass = 0x40;
+constexpr int kNiceOfIdle = 19;
+
 // What processes did that had not used the library before.
 struct First {
   int withoutKey = -1;
   int niceAbove2 = 0;  // set for a thread of priority -1
   int niceAboveUnknown = 0;
   int niceOfSecond = 0;
+  int niceOfNewThread = 0;
   int raisedTwice = -1;
   int raisedWithout = -1;  // without memory for a claim of its own
   int raisedWithoutClaims = -1;
@@ -100,6 +106,33 @@ Answering AskedTwice() {
     if (calls == 1) std::thread([] { ApplyThreadPriority(1, 0); }).join();
     return Answer::kGive;
   };
+}
+
+// A thread starts another while its own nice value is set: the new one has the old value, and is
+// missing in the list once. The result is the nice value of the new thread.
+int NiceOfThreadStartedMeanwhile() {
+  std::atomic<bool> mayStart{false};
+  std::atomic<id_t> started{0};
+  std::thread([&] {
+    while (!mayStart) std::this_thread::yield();
+    std::thread([&] {
+      started = static_cast<id_t>(gettid());
+      pause();
+    }).detach();
+    pause();
+  }).detach();
+  const auto start = [&] {
+    mayStart = true;
+    while (started == 0) std::this_thread::yield();
+  };
+  const AnsweredCall ofSecond("setpriority", Precede(start, 1));
+  const AnsweredCall list("readdir", [&, hides = true](const Words&, Word* word) mutable {
+    if (started == 0 || !std::exchange(hides, false)) return Answer::kPass;
+    *word = 0;
+    return Answer::kGive;
+  });
+  WritePriorityClass(CurrentProcessHandle(), kIdleClass);
+  return list.answered() == 1 ? getpriority(PRIO_PROCESS, started) : -1;
 }
 
 // Two threads meet their first fatal exception at once, and the other one ends.
@@ -139,6 +172,7 @@ class FirstUses : public testing::Environment {
     first.niceAbove2 = FirstNice(Give(2));
     first.niceAboveUnknown = FirstNice(Refuse(EPERM));
     first.niceOfSecond = FirstNice(AskedTwice());
+    first.niceOfNewThread = RunInChild(NiceOfThreadStartedMeanwhile);
     first.raisedTwice = RunInChild([] { return RaiseTwice(Answer::kPass); });
     first.raisedWithout = RunInChild([] { return RaiseTwice(Answer::kRefuse); });
     first.raisedWithoutClaims = RunInChild(RaiseWithoutClaims);
@@ -444,7 +478,6 @@ TEST(Claims, OfTwoThreadsThatMakeOneBothUseTheFirst) {
 void* HandleOf(pid_t process) { return reinterpret_cast<void*>(intptr_t{process}); }
 
 constexpr uint32_t kNormalClass = 0x20;
-constexpr uint32_t kIdleClass = 0x40;
 constexpr uint32_t kBelowNormalClass = 0x4000;
 
 TEST(ProcessCalls, WithoutProcessDescriptorsAWaitOnlyLooksWhetherTheProcessExists) {
@@ -484,7 +517,6 @@ TEST(ProcessCalls, TheFirstProcessOfAContainerMayRankItself) {
 
 // Nobody else has changed the process's nice value, as far as it can see.
 TEST(ProcessCalls, AClassCountsUntilSomebodyElseChangesTheNiceValue) {
-  constexpr int kNiceOfIdle = 19;
   const AnsweredCall set("setpriority", Give(0));
   {
     const AnsweredCall nice("getpriority", Give(3));
@@ -504,6 +536,18 @@ TEST(ProcessCalls, AThreadsPriorityCountsFromTheNiceValueAtTheStart) {
 
 TEST(ProcessCalls, OfTwoThreadsThatFindTheFirstNiceValueTheFirstDecides) {
   EXPECT_EQ(first.niceOfSecond, 7) << "5 above the value that the other thread found";
+}
+
+TEST(ProcessCalls, AThreadThatStartsMeanwhileGetsTheClassToo) {
+  EXPECT_EQ(first.niceOfNewThread, kNiceOfIdle);
+}
+
+// The threads of a process that nobody can make equal are not set for ever.
+TEST(ProcessCalls, TheThreadsOfAProcessAreSetOnlySoOften) {
+  const AnsweredCall set("setpriority", Give(0));
+  const AnsweredCall nice("getpriority", Give(3));
+  ExpectOk(WritePriorityClass(CurrentProcessHandle(), kNormalClass));
+  EXPECT_GT(set.answered(), 2u);
 }
 
 }  // namespace

@@ -35,23 +35,38 @@ class Hold {
   NamedPipe* const pipe_;
 };
 
+// Holds the mutex at the begin of an operation. Waits until no thread closes a descriptor: that
+// thread gives the mutex back while it waits, and would wait for the new operation too.
+class HoldToBegin : public Hold {
+ public:
+  explicit HoldToBegin(NamedPipe* pipe) : Hold(pipe) {
+    while (pipe->isClosing) pthread_cond_wait(&pipe->change, &pipe->mutex);
+  }
+};
+
 // ---- Using descriptors without the mutex ----
 
 void BeginUse(NamedPipe* pipe) { ++pipe->users; }
 
 void EndUse(NamedPipe* pipe) {
   const Hold hold(pipe);
-  if (--pipe->users == 0) pthread_cond_broadcast(&pipe->isUnused);
+  if (--pipe->users == 0) pthread_cond_broadcast(&pipe->change);
 }
 
 // Closes a descriptor when its last user has left. The shutdown ends waits on it. The caller holds
-// the mutex.
+// the mutex, and calls EndClosing when other operations may begin again.
 void CloseWhenUnused(NamedPipe* pipe, int* descriptor) {
   const int closing = *descriptor;
   *descriptor = kNoDescriptor;
+  pipe->isClosing = true;
   shutdown(closing, SHUT_RDWR);
-  while (pipe->users != 0) pthread_cond_wait(&pipe->isUnused, &pipe->mutex);
+  while (pipe->users != 0) pthread_cond_wait(&pipe->change, &pipe->mutex);
   close(closing);
+}
+
+void EndClosing(NamedPipe* pipe) {
+  pipe->isClosing = false;
+  pthread_cond_broadcast(&pipe->change);
 }
 
 void CloseIfOpen(int descriptor) {
@@ -93,6 +108,7 @@ Result TakeClient(NamedPipe* pipe) {
   pipe->connection = client;
   CloseWhenUnused(pipe, &pipe->listener);
   RemoveOwnSocket(pipe);
+  EndClosing(pipe);
   return {true, 0};
 }
 
@@ -130,7 +146,7 @@ struct Look {
 };
 
 Look LookForClient(NamedPipe* pipe, bool hasWaited) {
-  const Hold hold(pipe);
+  const HoldToBegin hold(pipe);
   if (pipe->connection != kNoDescriptor) {
     return {hasWaited ? Result{true, 0} : OutcomeOfEarlierClient(pipe), false, kNoDescriptor};
   }
@@ -153,7 +169,7 @@ Look LookForClient(NamedPipe* pipe, bool hasWaited) {
 class ConnectionUse {
  public:
   explicit ConnectionUse(NamedPipe* pipe) : pipe_(pipe) {
-    const Hold hold(pipe);
+    const HoldToBegin hold(pipe);
     result_ = RequireConnection(pipe);
     if (!result_.ok) return;
     descriptor_ = pipe->connection;
@@ -280,7 +296,7 @@ NamedPipe* MakeNamedPipeRecord() {
   if (memory == nullptr) return nullptr;
   auto* pipe = new (memory) NamedPipe{};
   pthread_mutex_init(&pipe->mutex, nullptr);
-  pthread_cond_init(&pipe->isUnused, nullptr);
+  pthread_cond_init(&pipe->change, nullptr);
   pipe->listener = kNoDescriptor;
   pipe->connection = kNoDescriptor;
   return pipe;
@@ -291,7 +307,7 @@ void EndNamedPipe(NamedPipe* pipe) {
   CloseIfOpen(pipe->connection);
   if (pipe->isServer) LeaveInstance(PipeFolder(), pipe->name, pipe->instance);
   ForgetRest(pipe);
-  pthread_cond_destroy(&pipe->isUnused);
+  pthread_cond_destroy(&pipe->change);
   pthread_mutex_destroy(&pipe->mutex);
   std::free(pipe);
 }
@@ -318,11 +334,12 @@ Result ConnectNamedPipe(NamedPipe* pipe) {
 
 Result DisconnectNamedPipe(NamedPipe* pipe) {
   if (!pipe->isServer) return {false, EINVAL};
-  const Hold hold(pipe);
+  const HoldToBegin hold(pipe);
   const Result connected = RequireConnection(pipe);
   if (!connected.ok) return connected;
   ForgetRest(pipe);
   CloseWhenUnused(pipe, &pipe->connection);
+  EndClosing(pipe);
   return {true, 0};
 }
 
@@ -342,7 +359,7 @@ ValueResult<uint32_t> WriteNamedPipe(NamedPipe* pipe, const void* buffer, uint32
 }
 
 ValueResult<PipeContent> PeekNamedPipe(NamedPipe* pipe, void* buffer, uint32_t sizeBytes) {
-  const Hold hold(pipe);
+  const HoldToBegin hold(pipe);
   const Result connected = RequireConnection(pipe);
   if (!connected.ok) return {false, connected.error, {}};
   const uint32_t size = buffer != nullptr ? sizeBytes : 0;

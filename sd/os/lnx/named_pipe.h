@@ -15,9 +15,10 @@
 namespace kiv::os {
 
 struct NamedPipe {
-  pthread_mutex_t mutex;    // guards everything below; taken before the folder of the names
-  pthread_cond_t isUnused;  // users is 0
-  uint32_t users;           // threads that use a descriptor without the mutex
+  pthread_mutex_t mutex;  // guards everything below; taken before the folder of the names
+  pthread_cond_t change;  // users has become 0, or isClosing false
+  uint32_t users;         // threads that use a descriptor without the mutex
+  bool isClosing;         // a thread waits for the users, and then closes a descriptor
 
   int listener;    // of a listening server, else -1
   int connection;  // of a connected end, else -1

@@ -56,6 +56,14 @@ Result Empty(int descriptor, int access) {
   return CloseOnce(writer);
 }
 
+// Between the making of a file and the claim, others may open it and write. A claim that denies this
+// must find the file empty. Without such a claim they may as well have written after it.
+bool HoldsEarlierBytes(int descriptor, const OpenPlan& plan) {
+  struct stat status;
+  return plan.empties && (plan.denies & kRightWrite) != 0 && fstat(descriptor, &status) == 0 &&
+         status.st_size != 0;
+}
+
 // Checks, claims and empties the file of an opened descriptor.
 Result Settle(int descriptor, const OpenPlan& plan, bool made, OpenedFile* opened) {
   struct stat status;
@@ -69,22 +77,33 @@ Result Settle(int descriptor, const OpenPlan& plan, bool made, OpenedFile* opene
     opened->heldByAnother = claimed.error == kErrorConflict;
     return claimed;
   }
-  return plan.empties && !made ? Empty(descriptor, plan.access) : Result{true, 0};
+  const bool empties = made ? HoldsEarlierBytes(descriptor, plan) : plan.empties;
+  return empties ? Empty(descriptor, plan.access) : Result{true, 0};
 }
 
-int Allocate(int descriptor, int64_t from, int64_t to) {
+int Allocate(int descriptor, int mode, int64_t from, int64_t to) {
   int failed = 0;
   do {
-    failed = fallocate(descriptor, 0, from, to - from) == 0 ? 0 : errno;
+    failed = fallocate(descriptor, mode, from, to - from) == 0 ? 0 : errno;
   } while (failed == EINTR);
   return failed;
 }
 
+// Gives back the space behind the end of a file, unless another writer has put bytes there.
+void ReleaseSpaceBehind(int descriptor, int64_t sizeBytes) {
+  struct stat status;
+  if (fstat(descriptor, &status) == 0 && status.st_size == sizeBytes) {
+    static_cast<void>(FromErrno(ftruncate(descriptor, sizeBytes)));
+  }
+}
+
+// Another writer may append meanwhile. The space is therefore reserved before the size changes, so
+// that a full disk leaves the size alone, and then the size is raised in one step.
 Result Grow(int descriptor, int64_t from, int64_t to) {
-  const int failed = Allocate(descriptor, from, to);
+  int failed = Allocate(descriptor, FALLOC_FL_KEEP_SIZE, from, to);
   if (failed == EOPNOTSUPP || failed == ENOSYS) return FromErrno(ftruncate(descriptor, to));
-  // A failed allocation may have grown the file by a part.
-  if (failed != 0) static_cast<void>(FromErrno(ftruncate(descriptor, from)));
+  if (failed == 0) failed = Allocate(descriptor, 0, from, to);
+  if (failed != 0) ReleaseSpaceBehind(descriptor, from);
   return FromCode(failed);
 }
 

@@ -51,6 +51,9 @@ std::atomic<int> keptNice{0};
 constexpr int kUnknownNice = INT_MIN;
 std::atomic<int> baseNice{kUnknownNice};
 
+// How often the threads of a process are looked through for one that has started meanwhile.
+constexpr int kNicePasses = 8;
+
 bool IsOwn(pid_t process) { return process == getpid(); }
 
 // A process that a host may end or rank: not the ancestor of all.
@@ -85,20 +88,30 @@ ValueResult<int> NiceOf(id_t thread) {
 
 Result SetNice(id_t thread, int nice) { return FromErrno(setpriority(PRIO_PROCESS, thread, nice)); }
 
-// Sets the nice value of every thread of a process. The outcome is the first thread's, which has the
-// process's identifier.
-Result SetNiceOfAll(pid_t process, int nice) {
-  const Result result = SetNice(static_cast<id_t>(process), nice);
+// Gives every thread of a process the nice value. Returns whether one of them had another.
+bool ChangeNiceOfThreads(pid_t process, int nice) {
   char path[32];
   std::snprintf(path, sizeof path, "/proc/%d/task", process);
   DIR* threads = opendir(path);
-  if (threads == nullptr) return result;
+  if (threads == nullptr) return false;
+  bool changed = false;
   while (const dirent* entry = readdir(threads)) {
-    const int thread = std::atoi(entry->d_name);
-    if (thread > 0 && thread != process)
-      static_cast<void>(SetNice(static_cast<id_t>(thread), nice));
+    const auto thread = static_cast<id_t>(std::atoi(entry->d_name));
+    if (thread == 0) continue;  // the folder itself, or its parent
+    const ValueResult<int> old = NiceOf(thread);
+    if (old.ok && old.value != nice && SetNice(thread, nice).ok) changed = true;
   }
   closedir(threads);
+  return changed;
+}
+
+// Sets the nice value of every thread of a process. The outcome is the first thread's, which has the
+// process's identifier. A thread that starts meanwhile may have the old value of the thread that
+// starts it, and appear in the list too late: the next pass finds it.
+Result SetNiceOfAll(pid_t process, int nice) {
+  const Result result = SetNice(static_cast<id_t>(process), nice);
+  for (int pass = 0; pass < kNicePasses && ChangeNiceOfThreads(process, nice); ++pass) {
+  }
   return result;
 }
 
