@@ -100,15 +100,16 @@ TEST_F(SemaphoreSet, WorksWithoutAContext) {
 }
 
 TEST_F(SemaphoreSet, NamesItsMembersByTheirNumbers) {
-  ASSERT_FALSE(IsInUse("q_0"));
-  CHECK_SILENT(ctx_, CreateEmpty(ctx_, "q", 3, &set_), KIV_ST_OK);
+  const std::string base = UniqueName("q");
+  ASSERT_FALSE(IsInUse(base + "_0"));
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 3, &set_), KIV_ST_OK);
   ASSERT_NE(set_, nullptr);
   EXPECT_EQ(set_->count, 3u);
-  for (const char* name : {"q_0", "q_1", "q_2"}) EXPECT_TRUE(IsInUse(name)) << name;
-  for (const char* name : {"q", "q_", "q_3", "q_-1", "q_00"}) EXPECT_FALSE(IsInUse(name)) << name;
+  for (const char* end : {"_0", "_1", "_2"}) EXPECT_TRUE(IsInUse(base + end)) << end;
+  for (const char* end : {"", "_", "_3", "_-1", "_00"}) EXPECT_FALSE(IsInUse(base + end)) << end;
   CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
   set_ = nullptr;
-  for (const char* name : {"q_0", "q_1", "q_2"}) EXPECT_FALSE(IsInUse(name)) << name;
+  for (const char* end : {"_0", "_1", "_2"}) EXPECT_FALSE(IsInUse(base + end)) << end;
 }
 
 TEST_F(SemaphoreSet, CreatesEveryMemberWithItsOwnCounts) {
@@ -164,9 +165,20 @@ TEST_F(SemaphoreSet, HoldsManyMembers) {
 
 // ---- Names ----
 
+// The beginning of this process's names.
+const std::string& OwnBeginning() {
+  static const std::string beginning = UniqueName("n");
+  return beginning;
+}
+
+// A name of one-byte characters. No other process uses it unless it is very short.
+std::string OwnName(size_t length) {
+  return (OwnBeginning() + std::string(length, 'n')).substr(0, length);
+}
+
 TEST_F(SemaphoreSet, AcceptsNamesUpToTheSystemsLimit) {
   for (const size_t length : {size_t{1}, size_t{250}, size_t{257}}) {
-    const std::string base(length, 'n');
+    const std::string base = OwnName(length);
     CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 1, &set_), KIV_ST_OK);
     EXPECT_TRUE(IsInUse(Member(base, 0))) << length;
     CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
@@ -190,7 +202,9 @@ std::string Character() {
 // Whether a semaphore has this name, asked of the system without a code page.
 bool IsInUseInUnicode(size_t characters, const std::wstring& suffix) {
   const wchar_t character = Character() == "n" ? L'n' : kWideCharacter;
-  const std::wstring name = std::wstring(characters, character) + suffix;
+  const std::string& own = OwnBeginning();
+  const std::wstring name = std::wstring(own.begin(), own.end()) +
+                            std::wstring(characters - own.size(), character) + suffix;
   HANDLE opened = OpenSemaphoreW(SYNCHRONIZE, FALSE, name.c_str());
   if (opened != nullptr) CloseHandle(opened);
   return opened != nullptr;
@@ -200,8 +214,8 @@ std::string Character() { return "\xE3\x81\x82"; }
 #endif
 
 std::string NameOf(size_t characters) {
-  std::string name;
-  for (size_t i = 0; i < characters; ++i) name += Character();
+  std::string name = OwnBeginning();
+  for (size_t i = name.size(); i < characters; ++i) name += Character();
   return name;
 }
 
@@ -242,13 +256,13 @@ TEST_F(SemaphoreSet, RunsOnTheRequestedCodePage) {
 TEST_F(SemaphoreSet, IsNotCreatedUnderALongerName) {
   for (const size_t length : {258u, 259u, 260u, 300u, 399u, 400u, 401u, 410u, 5000u, 100'000u}) {
     KivSdShSemSet* set = Unwritten();
-    CHECK_SILENT(ctx_, CreateEmpty(ctx_, std::string(length, 'n'), 1, &set), KIV_ST_SEM_CREATE);
+    CHECK_SILENT(ctx_, CreateEmpty(ctx_, OwnName(length), 1, &set), KIV_ST_SEM_CREATE);
     EXPECT_EQ(set, nullptr) << length;
   }
 }
 
 TEST_F(SemaphoreSet, IsNotCreatedWhenAMembersNumberIsOneDigitTooLong) {
-  const std::string base(257, 'd');  // "_9" still fits, "_10" does not
+  const std::string base = OwnName(257);  // "_9" still fits, "_10" does not
   CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 10, &set_), KIV_ST_OK);
   CHECK_SILENT(ctx_, KivSdShSemSetClose(ctx_, set_), KIV_ST_OK);
   set_ = Unwritten();
@@ -258,8 +272,9 @@ TEST_F(SemaphoreSet, IsNotCreatedWhenAMembersNumberIsOneDigitTooLong) {
 }
 
 TEST_F(SemaphoreSet, UsesTheBaseNameLiterally) {
-  CHECK_SILENT(ctx_, CreateEmpty(ctx_, "50%d%s", 1, &set_), KIV_ST_OK);
-  EXPECT_TRUE(IsInUse("50%d%s_0"));
+  const std::string base = UniqueName("50%d%s");
+  CHECK_SILENT(ctx_, CreateEmpty(ctx_, base, 1, &set_), KIV_ST_OK);
+  EXPECT_TRUE(IsInUse(Member(base, 0)));
 }
 
 TEST_F(SemaphoreSet, IsNotCreatedWhenTheThirdMembersNameIsTaken) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kivsdu/kivsdu.h"
@@ -35,16 +36,29 @@ void Look(Heap* heap, uint32_t bytes, const char* kind) {
 
 }  // namespace
 
+class Heaps::Hold {
+ public:
+  explicit Hold(std::atomic_flag* isHeld) : isHeld_(*isHeld) {
+    while (isHeld_.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
+  }
+  ~Hold() { isHeld_.clear(std::memory_order_release); }
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+ private:
+  std::atomic_flag& isHeld_;
+};
+
 void Heaps::NoteHeapOf(void* block) {
   if (IsLarge(block)) return;
-  const std::lock_guard<std::mutex> guard(mutex_);
+  const Hold hold(&isHeld_);
   heaps_.insert(BlockOf(block)->heap);
 }
 
 uint32_t Heaps::Walk() {
   std::vector<Heap*> heaps;
   {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const Hold hold(&isHeld_);
     heaps.assign(heaps_.begin(), heaps_.end());
   }
   const uint32_t bytes = Setting(kHeapBytesWord);
