@@ -595,6 +595,50 @@ TEST_F(Mutexes, AMutexOfAThreadOfAnotherProcessEndsAsItIs) {
   EXPECT_EQ(storage_.__data.__lock, kFirstProcess);
 }
 
+// A thread that owns an unnamed mutex, whose last handle is closed meanwhile, until it is told to end.
+class OwnerWithoutHandle {
+ public:
+  OwnerWithoutHandle()
+      : thread_([this] {
+          const ValueResult<void*> made = MakeMutex(nullptr);
+          ExpectWait(kiv::os::WaitOne(made.value, 0), kWaitSignalled, 0);
+          handle_ = made.value;
+          while (!mayEnd_) std::this_thread::yield();
+        }) {
+    while (handle_ == nullptr) std::this_thread::yield();
+    EXPECT_TRUE(CloseObject(handle_).ok);
+  }
+  void End() {
+    mayEnd_ = true;
+    thread_.join();
+  }
+
+ private:
+  std::atomic<void*> handle_{nullptr};
+  std::atomic<bool> mayEnd_{false};
+  std::thread thread_;
+};
+
+// The next mutex that is set aside frees those whose owners have ended, and no other.
+TEST_F(NamedCalls, AnUnnamedMutexThatIsOwnedWithoutAHandleIsFreedWhenItsOwnerHasEnded) {
+  uint32_t freed = 0;
+  const AnsweredCall frees("EndMutex", [&](const Words&, Word*) {
+    ++freed;
+    return Answer::kPass;
+  });
+  OwnerWithoutHandle one;
+  OwnerWithoutHandle another;
+  EXPECT_EQ(freed, 0u);
+  one.End();
+  OwnerWithoutHandle third;
+  EXPECT_EQ(freed, 1u);
+  another.End();
+  third.End();
+  OwnerWithoutHandle last;
+  EXPECT_EQ(freed, 3u);
+  last.End();
+}
+
 TEST_F(NamedCalls, AMutexThatCannotBePreparedIsNotMade) {
   const AnsweredCall refused("pthread_mutex_init", Refuse(ENOMEM));
   ExpectFailed(MakeMutex(nullptr), ENOMEM);

@@ -31,6 +31,7 @@
 #include "os/thread.h"
 #include "sdrwlock/node.h"
 #include "sdrwlock/wait.h"
+#include "sdsync/spinlock_guard.h"
 #include "stress/delay.h"
 #include "support/lock_design.h"
 
@@ -209,6 +210,18 @@ TEST_P(SpinlockWait, IsNotNeededForAFreeLockOrItsHolder) {
   KivSdSpinlockRelease(lock_);
   KivSdSpinlockAcquireNonReentrant(lock_, kMe);
   KivSdSpinlockReleaseNonReentrant(lock_);
+  EXPECT_EQ(TakeTrace(), "");
+}
+
+// The library's own guard, of a lock that its thread holds already.
+TEST_P(SpinlockWait, OfAGuardIsNotNeededForItsHolderWhoKeepsTheLock) {
+  const uint32_t thread = kiv::os::CurrentThreadId();
+  {
+    const kiv::SpinlockGuard outer(lock_);
+    { const kiv::SpinlockGuard inner(lock_); }
+    EXPECT_EQ(KivSdSpinlockOwner(lock_, thread), 1);
+  }
+  EXPECT_EQ(KivSdSpinlockOwner(lock_, thread), 0);
   EXPECT_EQ(TakeTrace(), "");
 }
 

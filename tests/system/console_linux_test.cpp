@@ -332,6 +332,26 @@ TEST_F(Keys, ThatAreTooLongForASequenceAreOrdinary) {
   for (int i = 0; i < 60; ++i) ExpectKey(NextHit(), '1', 0);
 }
 
+// A sequence has 32 bytes at most, with the escape byte.
+TEST(KeyDecoder, TakesSequencesUpToALongestOne) {
+  for (const size_t length : {size_t{32}, size_t{33}}) {
+    const std::string sequence = "\033[" + std::string(length - 3, '1') + "A";
+    kiv::os::KeyDecoder decoder;
+    decoder.Add(reinterpret_cast<const unsigned char*>(sequence.data()), length);
+    kiv::os::Key key = {};
+    EXPECT_EQ(decoder.Take(false, &key), kiv::os::Decoded::kKey);
+    const size_t left = kiv::os::KeyDecoder::kCapacity - decoder.room();
+    EXPECT_EQ(left, length == 32 ? 0 : length - 1) << "the escape byte alone";
+  }
+}
+
+TEST(KeyDecoder, KnowsThatASequenceIsTooLongBeforeItsEnd) {
+  const std::string begin = "\033[" + std::string(30, '1');
+  kiv::os::KeyDecoder decoder;
+  decoder.Add(reinterpret_cast<const unsigned char*>(begin.data()), begin.size());
+  EXPECT_EQ(decoder.Look(false), kiv::os::Decoded::kKey);
+}
+
 // Any bytes become keys, each of at least one byte.
 TEST(KeyDecoder, TakesEveryByte) {
   std::mt19937 random(7);

@@ -43,6 +43,7 @@ KIV_LIBRARY_CALL("uname", uname, -1)
 // ---- The library's own functions ----
 
 KIV_LIBRARY_CALL("BeginTransferOn", _ZN3kiv2os15BeginTransferOnEPv, 0)
+KIV_LIBRARY_CALL("EndMutex", _ZN3kiv2os8EndMutexEPNS0_10OwnedMutexE, 0)
 KIV_LIBRARY_CALL("EnterObject", _ZN3kiv2os11EnterObjectEPSt6atomicImEm, 0)
 KIV_LIBRARY_CALL("IsPast", _ZN3kiv2os6IsPastERKNS0_8DeadlineE, 0)
 KIV_LIBRARY_CALL("LeaveObject", _ZN3kiv2os11LeaveObjectEPSt6atomicImE, 0)
