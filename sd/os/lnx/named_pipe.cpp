@@ -35,7 +35,7 @@ class Hold {
   NamedPipe* const pipe_;
 };
 
-// Holds the mutex at the begin of an operation. Waits until no thread closes a descriptor: that
+// Holds the mutex at the start of an operation. Waits until no thread closes a descriptor: that
 // thread gives the mutex back while it waits, and would wait for the new operation too.
 class HoldToBegin : public Hold {
  public:
