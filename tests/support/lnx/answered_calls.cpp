@@ -1,24 +1,35 @@
 #include "support/lnx/answered_calls.h"
 
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <utility>
 
 namespace kiv::test {
+
+struct AnswerEntry {
+  const std::string call;
+  const Answering answering;
+  AnswerEntry* const older;
+  AnswerEntry* olderEnded = nullptr;
+  std::atomic<uint32_t> answered{0};
+};
+
 namespace {
 
-std::atomic<AnsweredCall*> newest{nullptr};
+std::atomic<AnswerEntry*> newest{nullptr};
+std::atomic<AnswerEntry*> ended{nullptr};
 std::atomic<CallFault> callFault{nullptr};
 std::atomic<int64_t> blocksTaken{0};
 
 // An answer that this thread runs. The calls that it makes itself are not for it again.
 struct Running {
-  const AnsweredCall* answer;
+  const AnswerEntry* answer;
   const Running* outer;
 };
 thread_local const Running* running = nullptr;
 
-bool IsRunning(const AnsweredCall* answer) {
+bool IsRunning(const AnswerEntry* answer) {
   const Running* each = running;
   while (each != nullptr && each->answer != answer) each = each->outer;
   return each != nullptr;
@@ -43,11 +54,20 @@ class Turn {
 }  // namespace
 
 AnsweredCall::AnsweredCall(std::string call, Answering answering)
-    : call_(std::move(call)), answering_(std::move(answering)), older_(newest) {
-  newest = this;
+    : entry_(new AnswerEntry{std::move(call), std::move(answering), newest}) {
+  newest = entry_;
 }
 
-AnsweredCall::~AnsweredCall() { newest = older_; }
+// Another thread may still be looking at the entry. It therefore stays, and neither side waits: the
+// other thread may be suspended, or belong to the parent of a forked process.
+AnsweredCall::~AnsweredCall() {
+  newest = entry_->older;
+  entry_->olderEnded = ended;
+  while (!ended.compare_exchange_weak(entry_->olderEnded, entry_)) {
+  }
+}
+
+uint32_t AnsweredCall::answered() const { return entry_->answered; }
 
 Answering Refuse(int error, uint32_t passed, uint32_t refused) {
   const auto turn = std::make_shared<Turn>(passed, refused);
@@ -88,15 +108,15 @@ bool IsFault(const char* call) {
 }
 
 Answer AnswerTo(const char* call, const Words& arguments, Word* word) {
-  for (AnsweredCall* each = newest; each != nullptr; each = each->older_) {
-    if (each->call_ != call || IsRunning(each)) continue;
+  for (AnswerEntry* each = newest; each != nullptr; each = each->older) {
+    if (each->call != call || IsRunning(each)) continue;
     const int error = errno;
     const Running self = {each, running};
     running = &self;
-    const Answer answer = each->answering_(arguments, word);
+    const Answer answer = each->answering(arguments, word);
     running = self.outer;
     if (answer != Answer::kPass) {
-      ++each->answered_;
+      ++each->answered;
       return answer;
     }
     errno = error;

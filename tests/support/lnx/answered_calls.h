@@ -7,7 +7,6 @@
 #define KIV_TESTS_LNX_ANSWERED_CALLS_H
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -28,6 +27,9 @@ enum class Answer {
 // Decides about a call. May set errno and the word.
 using Answering = std::function<Answer(const Words& arguments, Word* word)>;
 
+// What AnsweredCall has given to the wrappers.
+struct AnswerEntry;
+
 // Answers a call by any thread while the object lives. Objects of one call nest: the newest decides.
 class AnsweredCall {
  public:
@@ -37,15 +39,10 @@ class AnsweredCall {
   AnsweredCall& operator=(const AnsweredCall&) = delete;
 
   // How many calls were not passed on.
-  uint32_t answered() const { return answered_; }
+  uint32_t answered() const;
 
  private:
-  friend Answer AnswerTo(const char* call, const Words& arguments, Word* word);
-
-  const std::string call_;
-  const Answering answering_;
-  AnsweredCall* const older_;
-  std::atomic<uint32_t> answered_{0};
+  AnswerEntry* const entry_;
 };
 
 // Refuses a call with an error: after the first `passed` calls, the next `refused` ones.
