@@ -122,26 +122,34 @@ inline void WriteMemorySample(MemoryBlock* block, const MemorySample& sample) {
   block->sequence.store(sequence + 2, std::memory_order_release);
 }
 
-// Reads a sample. Returns false if the writer changed it during every try: it is then being written
-// all the time, or its process ended while it wrote.
-inline bool ReadMemorySample(const MemoryBlock& block, MemorySample* sample) {
-  constexpr int kTries = 10000;
+// Tries once to read a sample. Returns false if the writer is at work.
+inline bool TryReadMemorySample(const MemoryBlock& block, MemorySample* sample) {
   MemorySampleWords words;
-  for (int i = 0; i < kTries; ++i) {
-    // acquire: pairs with the writer's last store.
-    const uint64_t before = block.sequence.load(std::memory_order_acquire);
-    if (before % 2 != 0) continue;
-    for (size_t at = 0; at < words.size(); ++at) {
-      words[at] = block.words[at].load(std::memory_order_relaxed);
-    }
-    // acquire: pairs with the writer's fence.
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (block.sequence.load(std::memory_order_relaxed) != before) continue;
-    *sample = std::bit_cast<MemorySample>(words);
-    sample->host[kMemoryHostNameBytes - 1] = '\0';
-    return true;
+  // acquire: pairs with the writer's last store.
+  const uint64_t before = block.sequence.load(std::memory_order_acquire);
+  if (before % 2 != 0) return false;
+  for (size_t at = 0; at < words.size(); ++at) {
+    words[at] = block.words[at].load(std::memory_order_relaxed);
   }
-  return false;
+  // acquire: pairs with the writer's fence.
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (block.sequence.load(std::memory_order_relaxed) != before) return false;
+  *sample = std::bit_cast<MemorySample>(words);
+  sample->host[kMemoryHostNameBytes - 1] = '\0';
+  return true;
+}
+
+// Reads a sample. Returns false after at least a tenth of a second in which the writer was at work at
+// every try: it writes all the time, or its process ended while it wrote.
+inline bool ReadMemorySample(const MemoryBlock& block, MemorySample* sample) {
+  constexpr int kRounds = 100;
+  constexpr int kTriesInARound = 100;
+  for (int i = 0; i < kRounds * kTriesInARound; ++i) {
+    if (TryReadMemorySample(block, sample)) return true;
+    // The writer may have lost its processor to another thread, this one included.
+    if (i % kTriesInARound == kTriesInARound - 1) KivSdSleep(nullptr, 1);
+  }
+  return TryReadMemorySample(block, sample);
 }
 
 // The name of a process's block.
@@ -193,7 +201,8 @@ class MemoryPublisher {
     return status;
   }
 
-  // Call it before adMemThreadHeapTerm. Stops the thread, marks the block as ended and closes it. Does nothing if no publisher runs.
+  // Stops the thread, marks the block as ended and closes it. Does nothing if no publisher runs. Call
+  // it before adMemThreadHeapTerm.
   void Stop() {
     if (block_ == nullptr) return;
     KivSdStdEventSet(nullptr, &stop_);

@@ -86,6 +86,18 @@ TEST(MemoryBlock, ReaderGivesUpOnASampleThatIsNeverFinished) {
   EXPECT_FALSE(kivsdu::ReadMemorySample(*block, &sample));
 }
 
+TEST(MemoryBlock, ReaderWaitsForAWriterThatHasLostItsProcessor) {
+  auto block = std::make_unique<MemoryBlock>();
+  block->sequence = 7;
+  std::thread writer([&] {
+    KivSdSleep(nullptr, 20);
+    block->sequence = 8;
+  });
+  MemorySample sample;
+  EXPECT_TRUE(kivsdu::ReadMemorySample(*block, &sample));
+  writer.join();
+}
+
 TEST(MemoryBlock, ReaderTerminatesAName) {
   auto block = std::make_unique<MemoryBlock>();
   kivsdu::WriteMemorySample(block.get(), SampleOf(~uint64_t{0}));
