@@ -14,8 +14,8 @@
 namespace kiv::bench {
 namespace {
 
-constexpr size_t kBlocks = 200000;
-constexpr size_t kReplacements = 10 * kBlocks;
+constexpr uint32_t kBlocks = 200000;
+constexpr uint32_t kReplacements = 10 * kBlocks;
 
 // A set of live blocks, and the memory held for them.
 template <typename Allocator>
@@ -99,7 +99,7 @@ constexpr Contender kContenders[] = {{"thread-heap", MeasureInHeaps<ThreadHeap>}
 
 int MeasureAll() {
   std::printf(
-      "Memory held per byte in use: %zu blocks of 16 to 528 bytes, before and after %zu\n"
+      "Memory held per byte in use: %u blocks of 16 to 528 bytes, before and after %u\n"
       "of them were replaced\n",
       kBlocks, kReplacements);
   for (const Contender& contender : kContenders) {

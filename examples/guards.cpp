@@ -20,12 +20,12 @@ void ShowLibrary() {
 }
 
 // A unit of work: all its memory goes back at once, even what it does not free.
-size_t CountWords() {
+int CountWords() {
   kivsdu::ShortHeap work;
   kivsdu::ShortHeapResource memory(work);
   std::pmr::vector<std::pmr::string> words(&memory);
   for (int i = 0; i < 1000; i++) words.emplace_back("a word beyond the small strings");
-  return words.size();
+  return static_cast<int>(words.size());
 }
 
 void WriteAndRead() {
@@ -67,7 +67,7 @@ int main() {
   if (adMemThreadHeapInit(1, nullptr, "guards", 0) != KIV_ST_OK) return 1;
   try {
     ShowLibrary();
-    std::printf("words: %zu\n", CountWords());
+    std::printf("words: %d\n", CountWords());
     WriteAndRead();
     OpenMissingFile();
     std::printf("sum: %d\n", SumUnderLocks());

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <string>
 
 #include "exit_code.h"
 #include "json.h"
@@ -20,8 +21,8 @@ std::string InUseText(const Entry& entry, const Examination& result) {
 void PrintEntries(const Examination& result) {
   std::printf("%5s  %-26s%-14s%-14s%s\n", "line", "keyword", "value", "as read", "in use");
   for (const Entry& entry : result.entries) {
-    std::printf("%5zu  %-26s%-14s%-14s%s\n", entry.line, entry.keyword->name, entry.word.c_str(),
-                entry.asRead.c_str(), InUseText(entry, result).c_str());
+    std::printf("%5s  %-26s%-14s%-14s%s\n", std::to_string(entry.line).c_str(), entry.keyword->name,
+                entry.word.c_str(), entry.asRead.c_str(), InUseText(entry, result).c_str());
   }
 }
 

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdio>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "exit_code.h"
@@ -150,8 +151,8 @@ int PrintException(const Exception& exception, Format format) {
 int PrintNothingFound(const StatusOptions& options) {
   if (options.format == Format::kJson) PrintJson(Json::array());
   std::fprintf(stderr,
-               "kivsd: no status matches '%s'. 'kivsd status' without an argument lists all %zu.\n",
-               options.word.c_str(), KivStatusCount());
+               "kivsd: no status matches '%s'. 'kivsd status' without an argument lists all %s.\n",
+               options.word.c_str(), std::to_string(KivStatusCount()).c_str());
   return kExitFound;
 }
 

@@ -241,8 +241,8 @@ TEST_F(CutTest, NoReportedPutIsLostAndNoIncompleteCopyIsTakenForWhole) {
     CutAfter(cut, disk);
     if (cut < steps.size()) disk.Take(steps[cut]);
   }
-  std::printf("%zu steps, %u states of the disk, %u copies that were taken for whole\n",
-              steps.size(), states_, copies_);
+  std::printf("%s steps, %u states of the disk, %u copies that were taken for whole\n",
+              std::to_string(steps.size()).c_str(), states_, copies_);
 }
 
 }  // namespace
