@@ -25,6 +25,11 @@ static void Check(uint32_t status, const char* action) {
   exit(EXIT_FAILURE);
 }
 
+/* A disk that becomes full takes a part of a write. */
+static void CheckWhole(uint32_t count, uint32_t length, const char* action) {
+  Check(count == length ? KIV_ST_OK : KIV_ST_DISK_FULL, action);
+}
+
 static uint32_t MoveMoney(void* argument) {
   KivSdWriteLease lease = {.pause = &writePause}; /* one for each thread */
   uint32_t written;
@@ -33,7 +38,9 @@ static uint32_t MoveMoney(void* argument) {
     const int32_t a = kMoney - b;
     Check(KivSdGetWriteIOLease(&lease), "take a lease"); /* waits while writes are paused */
     Check(KivSdFilePWrite(KIV_NULL, file, &a, 0, 4, &written, KIV_NULL), "write account a");
+    CheckWhole(written, 4, "write all of account a");
     Check(KivSdFilePWrite(KIV_NULL, file, &b, 4, 4, &written, KIV_NULL), "write account b");
+    CheckWhole(written, 4, "write all of account b");
     Check(KivSdStdEventSet(KIV_NULL, &moved), "signal a transfer");
     Check(KivSdReleaseWriteIOLease(&lease), "give the lease back");
   }
@@ -43,9 +50,12 @@ static uint32_t MoveMoney(void* argument) {
 static void Copy(void) {
   int32_t accounts[2] = {0};
   uint32_t copy, count;
-  Check(KivSdFileCreate(KIV_NULL, "example-accounts.bak", kPermissions, &copy), "make the copy");
+  Check(KivSdFileOpen(KIV_NULL, "example-accounts.bak", kOpenFlags, kPermissions, &copy),
+        "make the copy");
   Check(KivSdFilePRead(KIV_NULL, file, accounts, 0, sizeof(accounts), &count), "read");
-  Check(KivSdFileWrite(KIV_NULL, copy, accounts, count, &count), "write the copy");
+  Check(count == sizeof(accounts) ? KIV_ST_OK : KIV_ST_FILE_READ, "read both accounts");
+  Check(KivSdFileWrite(KIV_NULL, copy, accounts, sizeof(accounts), &count), "write the copy");
+  CheckWhole(count, sizeof(accounts), "write all of the copy");
   Check(KivSdFileFlush(KIV_NULL, copy), "flush the copy");
   Check(KivSdFileClose(KIV_NULL, copy), "close the copy");
   printf("copied %d + %d = %d\n", accounts[0], accounts[1], accounts[0] + accounts[1]);
@@ -67,6 +77,8 @@ int main(void) {
 
   Check(KivSdPauseWriteIO(&lease, kPauseSeconds), "pause writes"); /* waits for all leases */
   Copy();
+  /* A pause that has lasted longer than its maximum is over: the file may have changed. */
+  Check(writePause.paused == 1 ? KIV_ST_OK : KIV_ST_WRITE_PAUSE, "copy within the pause's maximum");
   Check(KivSdStdEventReset(KIV_NULL, &moved), "forget earlier transfers");
   Check(KivSdUnpauseWriteIO(&lease), "lift the pause");
   Check(KivSdStdEventWait(KIV_NULL, &moved), "wait for the next transfer");

@@ -14,30 +14,46 @@ constexpr char kBlocks[] = "example-peers.dat";
 constexpr uint32_t kReadAndWrite = KIV_ACCESS_READ | KIV_ACCESS_WRITE;
 constexpr std::chrono::seconds kPatience(30);
 
-// Answers each message with its length, until the client closes its end.
+// Answers each message with its length, until the client closes its end. A client that fails or ends
+// early must not end the server: this handles errors here and throws nothing.
 void Serve(kivsdu::PipeEnd& client) {
   char request[256];
-  for (;;) {
-    const kivsdu::PipeData data = client.Read(request, sizeof(request));
-    if (data.isEnd) return;
+  kivsdu::ErrorCode error;
+  while (!error) {
+    const kivsdu::PipeData data = client.Read(request, sizeof(request), error);
+    if (error || data.isEnd) return;
     const std::string answer = std::to_string(data.bytes) + " bytes";
-    client.Write(answer.data(), static_cast<uint32_t>(answer.size()));
+    client.Write(answer.data(), static_cast<uint32_t>(answer.size()), error);
   }
 }
+
+// An exception that left the thread would end the process.
+void RunServer(kivsdu::PipeServer& server) {
+  try {
+    server.Run(Serve);
+  } catch (const kivsdu::Failure& failure) {
+    std::fprintf(stderr, "peers: the server has ended: %s\n", failure.what());
+  }
+}
+
+// Stops the server at the end of a scope, also after an exception. The server's thread, which is
+// declared before, could otherwise never be joined.
+struct Stopper {
+  kivsdu::PipeServer& server;
+  ~Stopper() { server.Stop(); }
+};
 
 void AskOverAPipe() {
   kivsdu::PipeForm form;
   form.pipeMode = kivsdu::kPipeOfMessages;
   kivsdu::PipeServer server(kPipe, form);
-  kivsdu::Thread thread([&] { server.Run(Serve); });
-  {
-    kivsdu::PipeEnd client = kivsdu::PipeEnd::Open(kPipe, kReadAndWrite);
-    client.Write("price of 4711", 13);
-    char answer[64];
-    const kivsdu::PipeData data = client.Read(answer, sizeof(answer));
-    std::printf("pipe: %.*s\n", static_cast<int>(data.bytes), answer);
-  }
-  server.Stop();
+  kivsdu::Thread thread([&] { RunServer(server); });
+  const Stopper stopper = {server};
+  kivsdu::PipeEnd client = kivsdu::PipeEnd::Open(kPipe, kReadAndWrite);
+  client.Write("price of 4711", 13);
+  char answer[64];
+  const kivsdu::PipeData data = client.Read(answer, sizeof(answer));
+  std::printf("pipe: %.*s\n", static_cast<int>(data.bytes), answer);
 }
 
 // The two ends are two threads here, and two processes in a real program.

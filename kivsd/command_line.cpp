@@ -119,7 +119,7 @@ void AddTop(CLI::App* app, Action* action) {
       ->type_name("N");
   command->add_flag_callback(
       "--once", [=] { options->count = 1; }, "Show one sample, as --count 1");
-  command->add_option("--seconds", options->seconds, "Time between two samples; 1")
+  command->add_option("--seconds", options->seconds, "Seconds between two samples; 1 without it")
       ->check(CLI::Range(0.01, 86400.0))
       ->type_name("S");
   AddJson(command, &options->format);
@@ -129,7 +129,7 @@ void AddTop(CLI::App* app, Action* action) {
 void AddStress(CLI::App* app, Action* action) {
   auto options = std::make_shared<StressOptions>();
   CLI::App* command = app->add_subcommand("stress", "Use locks, heaps, files and segments at once");
-  command->add_option("--seconds", options->seconds, "How long; 60")
+  command->add_option("--seconds", options->seconds, "Seconds to run; 60 without it")
       ->check(CLI::Range(1, 1000000))
       ->type_name("N");
   command
@@ -137,7 +137,9 @@ void AddStress(CLI::App* app, Action* action) {
                    Fitted("Threads of each subject; without it, as many as processors"))
       ->check(CLI::Range(1, 1000))
       ->type_name("N");
-  command->add_option("--only", options->subjects, "locks, heaps, files or segments; all")
+  command
+      ->add_option("--only", options->subjects,
+                   "Parts to use: locks, heaps, files, segments; all without it")
       ->check(CLI::IsMember({"locks", "heaps", "files", "segments"}))
       ->delimiter(',')
       ->type_name("PART");

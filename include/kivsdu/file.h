@@ -76,7 +76,9 @@
 
 /* ---- Opening and closing ---- */
 
-/* Creates a file, or truncates an existing one, and opens it for writing.
+/* Creates a file, or truncates an existing one, and opens it for writing in text mode: each line
+ * feed is written as a carriage return and a line feed. For bytes, use KivSdFileOpen with
+ * KIV_FILEO_BINARY.
  *
  *   path         must not be null
  *   permissions  of a new file; the runtime's values

@@ -264,8 +264,10 @@
  * To do: Close each handle only once, and never use it afterwards. */
 #define KIV_ST_PIPE_CLOSE 1130509u
 
-/* The pipe is being closed (OS error 232); the read returned no bytes.
- * To do: Close this end; the peer closes the pipe and sends nothing more. */
+/* The read returned no bytes: the pipe is being closed (OS error 232), or it is in no-wait mode and
+ * empty (on Linux with ENODATA).
+ * To do: In no-wait mode, read again later. Otherwise close this end; the peer sends nothing
+ * more. */
 #define KIV_ST_PIPE_CLOSED 1130510u
 
 /* The pipe could not be read for any other reason.
