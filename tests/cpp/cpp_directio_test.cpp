@@ -37,6 +37,16 @@ class CppDirectIo : public testing::Test {
   kiv::test::TemporaryFolder folder_;
 };
 
+TEST(CppAlignedPages, AreFewerThan4GiB) {
+  ErrorCode error;
+  for (const uint32_t count : {524288u, 524289u, UINT32_MAX}) {
+    const AlignedPages pages(count, error);
+    EXPECT_EQ(error.Status(), KIV_ST_ARGUMENT) << count;
+    EXPECT_EQ(pages.Count(), 0u) << count;
+    EXPECT_EQ(pages.Data(), nullptr) << count;
+  }
+}
+
 TEST_F(CppDirectIo, ReadsTheBlocksThatItWrote) {
   DirectFile file = Open(0);
   AlignedPages pages(2);

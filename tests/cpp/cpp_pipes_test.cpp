@@ -116,6 +116,33 @@ TEST_F(CppNamedPipe, TellsThatAClientCameAndLeft) {
   EXPECT_TRUE(server.Connect());
 }
 
+TEST_F(CppNamedPipe, EndsForAClientThatTheServerHasDisconnected) {
+  NamedPipe server(name_.c_str());
+  PipeEnd client = Open();
+  EXPECT_TRUE(server.Connect());
+  server.Disconnect();
+  char byte = 0;
+  const PipeData data = client.Read(&byte, 1);
+  EXPECT_TRUE(data.isEnd);
+  EXPECT_EQ(data.bytes, 0u);
+}
+
+TEST_F(CppNamedPipe, TellsInNoWaitModeHowManyBytesHadRoom) {
+  kivsdu::PipeForm form;
+  form.pipeMode |= KIV_PIPE_NO_WAIT;
+  NamedPipe server(name_.c_str(), form);
+  const PipeEnd client = Open();
+  EXPECT_TRUE(server.Connect());
+  const std::string bytes(4096, 'x');
+  uint32_t written = 0;
+  int writes = 0;
+  do {
+    written = server.End().Write(bytes.data(), 4096);
+    ++writes;
+  } while (written == 4096 && writes < 100000);
+  EXPECT_LT(written, 4096u);
+}
+
 TEST_F(CppNamedPipe, SeparatesMessages) {
   kivsdu::PipeForm form;
   form.pipeMode = kivsdu::kPipeOfMessages;
@@ -204,6 +231,28 @@ TEST_F(CppNamedPipe, EndsItsLoopWithTheExceptionOfTheHandler) {
   const PipeEnd client = Open();
   EXPECT_THROW(server.Run([](PipeEnd&) { throw 42; }), int);
   server.Stop();
+}
+
+TEST_F(CppNamedPipe, IsServedByASecondLoopUntilTheServerIsStopped) {
+  PipeServer server(name_.c_str());
+  {
+    const PipeEnd client = Open();
+    EXPECT_THROW(server.Run([](PipeEnd&) { throw 42; }), int);
+  }
+  std::atomic<bool> isServing = false;
+  std::atomic<bool> isServed = false;
+  const Thread thread([&] {
+    server.Run([&](PipeEnd&) {
+      isServing = true;
+      KivSdSleep(nullptr, 100);
+      isServed = true;
+    });
+  });
+  ASSERT_TRUE(kivsdu::WaitForPipe(name_.c_str(), kLimit));
+  const PipeEnd client = Open();
+  while (!isServing) KivSdThreadYield(nullptr);
+  server.Stop();
+  EXPECT_TRUE(isServed);
 }
 
 }  // namespace

@@ -85,6 +85,13 @@ TEST_F(CppSegment, RefusesAPeerThatAnnouncesTooMuch) {
   peer.Reset();
   peer.WriteText("cd");
   EXPECT_EQ(chunk.ReadText(), "cd");
+  uint32_t code = 0;
+  peer.WriteCode(7);
+  EXPECT_EQ(chunk.ReadText(&code), "");
+  EXPECT_EQ(code, 7u);
+  peer.WriteText("");
+  EXPECT_EQ(chunk.ReadText(&code), "");
+  EXPECT_EQ(code, 0u);
 }
 
 TEST(CppSegmentFailure, OfAPeerThatDoesNotAnswerIsATimeout) {

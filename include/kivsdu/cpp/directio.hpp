@@ -33,7 +33,8 @@ inline ErrorCode TransferError(const KivSdContext& ctx, uint32_t status) noexcep
 // ---- Pages ----
 
 // Pages of KIV_PAGE_UNIT bytes, aligned for unbuffered files. They are outside the limit and the
-// totals of the memory manager.
+// totals of the memory manager. From 524288 pages (4 GiB) on, the constructors fail with
+// KIV_ST_ARGUMENT.
 class AlignedPages {
  public:
   AlignedPages() noexcept = default;
@@ -43,6 +44,11 @@ class AlignedPages {
     ThrowIfFailed(error, "allocate pages");
   }
   AlignedPages(uint32_t count, ErrorCode& error) noexcept {
+    // The operation counts bytes in 32 bits, and would allocate the rest of a division by 4 GiB.
+    if (count > UINT32_MAX / KIV_PAGE_UNIT) {
+      error = ErrorCode(KIV_ST_ARGUMENT, 0, OsErrorKind::kSystem);
+      return;
+    }
     error = detail::Outcome(OsErrorKind::kSystem, [&](KivSdContext* ctx) {
       return KivSdAlignedMemAlloc(ctx, count, &pages_);
     });

@@ -26,7 +26,7 @@ inline uint32_t ClosePipeEnd(KivHandle* handle) { return KivSdPipeClose(nullptr,
 // What a read received.
 struct PipeData {
   uint32_t bytes = 0;
-  bool isEnd = false;    // the other end is closed, and no data is left
+  bool isEnd = false;    // the other end is closed or disconnected, and no data is left
   bool hasRest = false;  // the message is longer than the buffer; the next read continues it
 };
 
@@ -76,24 +76,27 @@ class PipeEnd {
       return KivSdPipeRead(ctx, Get(), buffer, length, &data.bytes);
     });
     if (error.Status() != KIV_ST_PIPE_READ) return data;
-    data.isEnd = error.OsError() == detail::kOsPipeEnded;
+    data.isEnd = detail::IsPipeEnd(error.OsError());
     data.hasRest = error.OsError() == detail::kOsMessageRest;
     if (data.isEnd || !data.hasRest) data.bytes = 0;
     if (data.isEnd || data.hasRest) error = {};
     return data;
   }
 
-  // Writes all bytes; in message mode they are one message. Waits until there is room.
-  void Write(const void* buffer, uint32_t length) {
+  // Writes all bytes; in message mode they are one message. Waits until there is room. Returns the
+  // bytes written: in no-wait mode only those that have room, which may be none.
+  uint32_t Write(const void* buffer, uint32_t length) {
     ErrorCode error;
-    Write(buffer, length, error);
+    const uint32_t count = Write(buffer, length, error);
     ThrowIfFailed(error, "write a pipe");
+    return count;
   }
-  void Write(const void* buffer, uint32_t length, ErrorCode& error) noexcept {
+  uint32_t Write(const void* buffer, uint32_t length, ErrorCode& error) noexcept {
     uint32_t count = 0;
     error = detail::Outcome(OsErrorKind::kSystem, [&](KivSdContext* ctx) {
       return KivSdPipeWrite(ctx, Get(), buffer, length, &count);
     });
+    return count;
   }
 
   // The bytes that can be read without waiting. On Windows only for a named pipe or a reading end.
@@ -305,6 +308,9 @@ class PipeServer {
   class Running {
    public:
     explicit Running(PipeServer& server) noexcept : server_(server) {
+      // An earlier loop may have ended by an exception, and nobody waited for its end.
+      ErrorCode ignored;
+      server_.ended_.Reset(ignored);
       server_.running_.store(true);
     }
     Running(const Running&) = delete;

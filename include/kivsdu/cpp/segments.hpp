@@ -154,15 +154,19 @@ class Chunk {
 
   // Reads a text up to its zero, or to the end of the message if it has none. Fails with
   // KIV_CHUNK_OVERRUN if the peer announces more bytes than its half holds: drop such a peer.
-  std::string ReadText() {
+  //
+  //   code  receives the message's code, 0 for none. Without it, a message that carries only a code
+  //         cannot be told from an empty text
+  std::string ReadText(uint32_t* code = nullptr) {
     ErrorCode error;
-    std::string text = ReadText(error);
+    std::string text = ReadText(error, code);
     ThrowIfFailed(error, "read a text");
     return text;
   }
-  std::string ReadText(ErrorCode& error) {
+  std::string ReadText(ErrorCode& error, uint32_t* code = nullptr) {
     char text[KIV_SEGMENT_HALF_BYTES + 1] = {};
-    error = Outcome(KivReadSharedMemChunk(nullptr, segment_, index_, 0, 1, nullptr, text));
+    if (code != nullptr) *code = 0;
+    error = Outcome(KivReadSharedMemChunk(nullptr, segment_, index_, 0, 1, code, text));
     const KivSharedMemTransfer& state = segment_->reading[index_];
     if (!error && state.lengthBytes > KIV_SEGMENT_HALF_BYTES - state.offset) {
       error = Outcome(KIV_CHUNK_OVERRUN);

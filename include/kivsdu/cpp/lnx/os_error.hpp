@@ -8,11 +8,13 @@
 
 namespace kivsdu::detail {
 
-inline constexpr uint32_t kOsPipeEnded = EPIPE;       // of a read: the other end is closed
 inline constexpr uint32_t kOsMessageRest = EMSGSIZE;  // the message is longer than the buffer
 inline constexpr uint32_t kOsClientLeft = ENODATA;    // the client came and left
 inline constexpr uint32_t kOsPipeBusy = EBUSY;        // no instance is free
 inline constexpr uint32_t kOsNoSuchPipe = ENOENT;
+
+// Whether a read failed because the other end has closed the pipe, or the server has disconnected it.
+inline bool IsPipeEnd(uint32_t osError) noexcept { return osError == EPIPE; }
 
 // The text of an outcome that has the same number on every platform; null for an errno.
 inline const char* TextOfOutcome(uint32_t osError, bool isWaitResult) noexcept {

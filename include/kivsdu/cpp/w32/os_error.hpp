@@ -7,11 +7,13 @@
 
 namespace kivsdu::detail {
 
-inline constexpr uint32_t kOsPipeEnded = 109;    // of a read: the other end is closed
 inline constexpr uint32_t kOsMessageRest = 234;  // the message is longer than the buffer
 inline constexpr uint32_t kOsClientLeft = 232;   // the client came and left
 inline constexpr uint32_t kOsPipeBusy = 231;     // no instance is free
 inline constexpr uint32_t kOsNoSuchPipe = 2;
+
+// Whether a read failed because the other end has closed the pipe, or the server has disconnected it.
+inline bool IsPipeEnd(uint32_t osError) noexcept { return osError == 109 || osError == 233; }
 
 // The text of a wait's result; null for any other number.
 inline const char* TextOfOutcome(uint32_t osError, bool isWaitResult) noexcept {
