@@ -25,6 +25,9 @@ void EnableEscapes(std::FILE* terminal);
 
 unsigned long ProcessId();
 
+// The folder for temporary files, with a separator at its end, in the encoding of fopen.
+std::string TemporaryFolder();
+
 // The processes of the system, as far as the user may see them.
 std::vector<uint32_t> ProcessIds();
 

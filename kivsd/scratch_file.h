@@ -3,7 +3,6 @@
 #define KIVSD_SCRATCH_FILE_H
 
 #include <cstdio>
-#include <filesystem>
 #include <string>
 
 namespace kivsd {
@@ -11,8 +10,8 @@ namespace kivsd {
 // Opens an empty file for writing and reading. The system removes it when it is closed.
 std::FILE* OpenScratch();
 
-// A path for a new file or folder, unique among all processes.
-std::filesystem::path ScratchPath();
+// A path for a new file or folder, unique among all processes, in the encoding of fopen.
+std::string ScratchPath();
 
 // A file with a content, removed at its end.
 class ScratchFile {
@@ -26,7 +25,7 @@ class ScratchFile {
   std::FILE* Open() const;
 
  private:
-  std::filesystem::path path_;
+  std::string path_;
 };
 
 }  // namespace kivsd

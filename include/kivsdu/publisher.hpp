@@ -156,11 +156,16 @@ inline bool ReadMemorySample(const MemoryBlock& block, MemorySample* sample) {
 struct MemoryBlockName {
   char text[40];
 };
-inline MemoryBlockName MemoryBlockNameOf(uint32_t processId) {
+inline MemoryBlockName MemoryBlockNameOf(uint32_t processId, const char* prefix = "") {
   MemoryBlockName name;
-  std::snprintf(name.text, sizeof name.text, "kivsdu-memory-%u", static_cast<unsigned>(processId));
+  std::snprintf(name.text, sizeof name.text, "%skivsdu-memory-%u", prefix,
+                static_cast<unsigned>(processId));
   return name;
 }
+
+// On Windows a service's names are in the global namespace. Programs of a user's session find them
+// with this prefix.
+inline constexpr char kMemoryServicePrefix[] = "Global\\";
 
 // The time in milliseconds since 1970, UTC.
 inline uint64_t MemoryClockMs() {
@@ -268,7 +273,8 @@ class MemoryPublisher {
 
   static uint32_t Run(void* argument) {
     auto* self = static_cast<MemoryPublisher*>(argument);
-    const auto waitMs = static_cast<int32_t>(self->sample_.intervalMs & 0x7FFFFFFF);
+    const auto waitMs = static_cast<int32_t>(
+        self->sample_.intervalMs < INT32_MAX ? self->sample_.intervalMs : INT32_MAX);
     while (KivSdStdEventTimedWait(nullptr, &self->stop_, waitMs) == KIV_ST_EVENT_TIMEOUT) {
       self->Publish();
     }
@@ -295,6 +301,8 @@ class MemoryPublisher {
     const uint32_t marks =
         adMemGetMaxUsedMarkMemory(&sample_.usedMark, &sample_.alignedMark, &sample_.totalMark);
     sample_.memoryControl = used == 0 && marks == 0 ? 1 : 0;
+    // The manager subtracts two figures of different moments: the difference may be below 0.
+    if (sample_.usedOutsideHeaps > INT64_MAX) sample_.usedOutsideHeaps = 0;
   }
 
   void SampleSettings() {
@@ -337,19 +345,14 @@ class MemoryReader {
   MemoryReader(const MemoryReader&) = delete;
   MemoryReader& operator=(const MemoryReader&) = delete;
 
-  // Opens the block of a process.
+  // Opens the block of a process of this session, or of a service.
   //
   // 0, or KIV_ST_SHARED_MEM_ALLOC  the process does not publish, or another user runs it
   uint32_t Open(uint32_t processId) {
     Close();
-    uint32_t ignoredId = 0;
-    void* view = nullptr;
-    const uint32_t status =
-        KivSdSharedMemAlloc(nullptr, MemoryBlockNameOf(processId).text, 0, KIV_SHAREDMEM_READ,
-                            KIV_SHAREDMEM_PAGES_READ_ONLY, &mapping_, &ignoredId, &view);
-    if (status != KIV_ST_OK || view == nullptr) return KIV_ST_SHARED_MEM_ALLOC;
-    block_ = static_cast<const MemoryBlock*>(view);
-    return KIV_ST_OK;
+    const bool found = OpenBlock(MemoryBlockNameOf(processId)) ||
+                       OpenBlock(MemoryBlockNameOf(processId, kMemoryServicePrefix));
+    return found ? KIV_ST_OK : KIV_ST_SHARED_MEM_ALLOC;
   }
 
   void Close() {
@@ -370,6 +373,17 @@ class MemoryReader {
   }
 
  private:
+  bool OpenBlock(const MemoryBlockName& name) {
+    uint32_t ignoredId = 0;
+    void* view = nullptr;
+    const uint32_t status =
+        KivSdSharedMemAlloc(nullptr, name.text, 0, KIV_SHAREDMEM_READ,
+                            KIV_SHAREDMEM_PAGES_READ_ONLY, &mapping_, &ignoredId, &view);
+    if (status != KIV_ST_OK) return false;
+    block_ = static_cast<const MemoryBlock*>(view);
+    return view != nullptr;
+  }
+
   KivHandle mapping_ = nullptr;
   const MemoryBlock* block_ = nullptr;
 };

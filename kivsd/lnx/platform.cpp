@@ -15,6 +15,7 @@ void CloseDescriptor(int descriptor) { close(descriptor); }
 const char* ScratchMode() { return "w+b"; }
 bool IsTerminal(std::FILE* file) { return isatty(fileno(file)) != 0; }
 unsigned long ProcessId() { return static_cast<unsigned long>(getpid()); }
+std::string TemporaryFolder() { return std::filesystem::temp_directory_path().string() + "/"; }
 void EnableEscapes(std::FILE*) {}
 
 std::vector<uint32_t> ProcessIds() {

@@ -1,6 +1,6 @@
 // Files: each thread writes pieces of its own file in any order, and reads them back.
 #include <array>
-#include <filesystem>
+#include <cstdio>
 
 #include "kivsdu/file.h"
 #include "kivsdu/status.h"
@@ -26,11 +26,10 @@ class FileSubject : public StressSubject {
   uint32_t ThreadCount() const override { return threads_; }
 
   void Work(uint32_t thread) override {
-    const std::filesystem::path path = ScratchPath();
+    const std::string path = ScratchPath();
     Random random(thread + 1);
-    while (!run()->IsOver()) WriteAndRead(path.string(), &random);
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
+    while (!run()->IsOver()) WriteAndRead(path, &random);
+    std::remove(path.c_str());
   }
 
  private:

@@ -19,6 +19,11 @@ void CloseDescriptor(int descriptor) { _close(descriptor); }
 const char* ScratchMode() { return "w+bD"; }
 bool IsTerminal(std::FILE* file) { return _isatty(_fileno(file)) != 0; }
 unsigned long ProcessId() { return static_cast<unsigned long>(_getpid()); }
+// Not std::filesystem::path: its string() is UTF-8, which fopen takes for the ANSI code page.
+std::string TemporaryFolder() {
+  char folder[MAX_PATH + 1] = "";
+  return GetTempPathA(sizeof folder, folder) < sizeof folder ? folder : "";
+}
 void EnableEscapes(std::FILE* terminal) {
   const auto console = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(terminal)));
   DWORD mode = 0;

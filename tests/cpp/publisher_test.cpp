@@ -209,6 +209,22 @@ TEST_F(Publishing, KeepsTheStartOfALongName) {
   EXPECT_EQ(NextSample(reader_).host, std::string(kivsdu::kMemoryHostNameBytes - 1, 'n'));
 }
 
+TEST_F(Publishing, ReaderFindsTheBlockOfAService) {
+  constexpr uint32_t kNoProcess = 4294967291;
+  const kivsdu::MemoryBlockName name =
+      kivsdu::MemoryBlockNameOf(kNoProcess, kivsdu::kMemoryServicePrefix);
+  EXPECT_NE(reader_.Open(kNoProcess), KIV_ST_OK);
+  KivHandle mapping = nullptr;
+  uint32_t ignoredId = 0;
+  void* view = nullptr;
+  ASSERT_EQ(KivSdSharedMemAlloc(nullptr, name.text, sizeof(MemoryBlock),
+                                KIV_SHAREDMEM_CREATE | KIV_SHAREDMEM_WRITE,
+                                KIV_SHAREDMEM_PAGES_READ_WRITE, &mapping, &ignoredId, &view),
+            KIV_ST_OK);
+  EXPECT_EQ(reader_.Open(kNoProcess), KIV_ST_OK);
+  EXPECT_EQ(KivSdSharedMemFree(nullptr, mapping, view), KIV_ST_OK);
+}
+
 TEST_F(Publishing, ReaderRefusesAnotherLayout) {
   Start();
   KivHandle mapping = nullptr;

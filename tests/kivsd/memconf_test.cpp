@@ -2,10 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include "memconf/check.h"
 #include "memconf/reading.h"
+#include "scratch_file.h"
 #include "support/manager.h"
 
 namespace {
@@ -115,5 +121,48 @@ TEST(MemconfCheck, ALimitThatItFindsTooSmallMakesTheStartFail) {
   EXPECT_EQ(FindingsOf(Examine(enough)), "");
   EXPECT_EQ(kiv::test::Initialize(enough), KIV_ST_OK);
 }
+
+#ifdef _WIN32
+
+// A folder for temporary files whose name has a letter outside ASCII, as that of many users has.
+class UmlautFolder {
+ public:
+  UmlautFolder() {
+    GetTempPathW(MAX_PATH, earlier_);
+    path_ = std::wstring(earlier_) + L"kivsd-\u00FC-" + std::to_wstring(GetCurrentProcessId());
+    CreateDirectoryW(path_.c_str(), nullptr);
+    SetEnvironmentVariableW(L"TMP", path_.c_str());
+  }
+  ~UmlautFolder() {
+    SetEnvironmentVariableW(L"TMP", earlier_);
+    RemoveDirectoryW(path_.c_str());
+  }
+  UmlautFolder(const UmlautFolder&) = delete;
+  UmlautFolder& operator=(const UmlautFolder&) = delete;
+
+  bool IsInTheCodePage() const {
+    BOOL isMissing = FALSE;
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, path_.c_str(), -1, nullptr, 0, nullptr,
+                        &isMissing);
+    return isMissing == FALSE;
+  }
+
+ private:
+  wchar_t earlier_[MAX_PATH + 1] = L"";
+  std::wstring path_;
+};
+
+TEST(ScratchFile, MayLieInAFolderWhoseNameIsNotAscii) {
+  const UmlautFolder folder;
+  if (!folder.IsInTheCodePage()) GTEST_SKIP() << "the ANSI code page has no such letter";
+  const kivsd::ScratchFile scratch("numheaps 16");
+  std::FILE* file = scratch.Open();
+  ASSERT_NE(file, nullptr);
+  char text[32] = "";
+  EXPECT_EQ(std::fread(text, 1, sizeof text, file), 11u);
+  std::fclose(file);
+}
+
+#endif
 
 }  // namespace
