@@ -148,7 +148,7 @@ uint32_t KivSdGetFastTimer(const void* /*ignored*/, uint32_t* microseconds) {
   if (!counter.ok) return KIV_ST_FAST_TIMER;
 
   // Compatibility: the product wraps at 64 bits and the division is signed. Callers subtract two
-  // close readings and rely on this result, also past the wrap.
+  // close readings, and expect this result also after the product has wrapped.
   const uint64_t product = static_cast<uint64_t>(counter.value) * kMicrosecondsPerSecond;
   *microseconds = static_cast<uint32_t>(static_cast<int64_t>(product) / frequency);
   return KIV_ST_OK;

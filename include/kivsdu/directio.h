@@ -112,8 +112,11 @@ KIVSDU_API uint32_t KivSdDirectIOFileRemove(KivSdContext* ctx, const char* path)
  *   blocksRead  receives the whole blocks read, also on failure; must not be null
  *
  * 0                           read. If the file ends inside the request, blocksRead is smaller; a
- *                             partial last block is not counted
- * KIV_ST_FILE_END             there is no more data, OS error 38; a partial last block is counted
+ *                             partial last block is not counted. Linux reads at most 262143 blocks
+ *                             at once
+ * KIV_ST_FILE_END             (with a record) there is no more data, OS error 38; a partial last
+ *                             block is counted. Without a record, a read at the end or behind it
+ *                             returns 0, and blocksRead is 0
  * KIV_ST_DIRECT_READ_PENDING  (with a record) in progress, OS error 997. This is the usual outcome
  *                             and no failure; collect it with KivSdDirectIOWait. blocksRead is 0
  * KIV_ST_EVENT_CREATE         (with a record) no event, nothing started; blocksRead is 0
@@ -211,8 +214,8 @@ KIVSDU_API uint32_t KivSdDirectIOFilePointerGet(KivSdContext* ctx, uint32_t file
 
 /* Returns the file's size.
  *
- *   blocks  receives the size in blocks, 0 on failure; must not be null. A partial last block and
- *           data beyond 4 GiB are not counted
+ *   blocks  receives the size in blocks, 0 on failure; must not be null. A partial last block is
+ *           not counted. The size is taken modulo 4 GiB: a file of exactly 4 GiB has 0 blocks
  *
  * 0, or KIV_ST_FILE_LENGTH  not known. Also returned for a file of 4 GiB less one byte
  *       KIV_ST_ARGUMENT     blocks is null

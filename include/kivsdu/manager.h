@@ -18,9 +18,10 @@
  * offsets.
  *
  * Payloads are aligned to 8 bytes in thread-heap mode, and under AD_POLICY_MANDATORY in plain mode
- * with the switch on; otherwise to 16 bytes. Compilers expect 16 bytes of a block that holds a type
- * which needs them, such as an SSE vector: an access to such a block in a heap can end the process.
- * Place these types by hand, in a block that is 15 bytes larger.
+ * with the switch on; otherwise to 16 bytes, or to 8 after a fatal exception was recorded
+ * (thread.h). Compilers expect 16 bytes of a block that holds a type which needs them, such as an
+ * SSE vector: an access to such a block in a heap can end the process. Place these types by hand, in
+ * a block that is 15 bytes larger.
  *
  * Start in this order:
  *
@@ -91,8 +92,10 @@ typedef uint32_t (*AdMessageFunction)(uint64_t handle, uint32_t status, uint32_t
  *             directory that MOLTAPATH names; must not be null
  *   force     not 0: sets up thread heaps even without a file
  *
- * Compatibility: a second call switches thread heaps off and reads no file, and so does the first
- * call after adMemThreadHeapTerm. The next call sets up new heaps; the old ones stay allocated.
+ * Compatibility: a second call after one that set up heaps switches thread heaps off and reads no
+ * file, and so does the first call after adMemThreadHeapTerm. The next call sets up new heaps; the
+ * old ones stay allocated. After a call that stayed in plain mode, a second one reads the file
+ * again.
  *
  * 0, or KIV_ST_OUT_OF_MEMORY  the heaps could not be made. The manager is in plain mode, and the
  *                             heaps made so far stay allocated */

@@ -22,7 +22,9 @@
 /* Returns the memory in use, and its peaks since initialisation. Without memory control nothing is
  * written.
  *
- *   usedOutsideHeaps  memory of short heaps and large blocks
+ *   usedOutsideHeaps  memory of short heaps and large blocks. It is the difference of two figures
+ *                     of different moments: while another thread makes heaps, it may be below 0,
+ *                     which is a number near 2^64
  *   inHeaps           memory of thread heaps, spare ones included. This and usedOutsideHeaps are 0
  *                     in plain mode, except after adMemThreadHeapTerm
  *   aligned           memory registered with adMemAlignedIncCounter

@@ -22,7 +22,11 @@
 
 /* ---- Named pipes ---- */
 
-/* Open modes of a named pipe. KIV_OPEN_WRITE_THROUGH and KIV_OPEN_OVERLAPPED may be added. */
+/* Open modes of a named pipe. KIV_OPEN_WRITE_THROUGH and KIV_OPEN_OVERLAPPED may be added.
+ *
+ * Danger: no operation passes an OVERLAPPED record, which Windows requires for a pipe that was made
+ * with KIV_OPEN_OVERLAPPED. While a transfer is in progress, another transfer or a connect on such
+ * a pipe may be reported as complete although it is not (see KivSdNamedPipeOpen). */
 #define KIV_PIPE_INBOUND 0x1u            /* data goes from the client to the server */
 #define KIV_PIPE_OUTBOUND 0x2u           /* data goes from the server to the client */
 #define KIV_PIPE_DUPLEX 0x3u             /* data goes both ways */
@@ -50,8 +54,8 @@
  * user). Child processes inherit the handle (Linux: only through a fork).
  *
  *   name                without a folder; must not be null
- *   pipe                receives the handle, or the invalid handle (-1) if none was created; must
- *                       not be null
+ *   pipe                receives the handle, or the invalid handle (-1) if none was created;
+ *                       unchanged if memory ran out; must not be null
  *   openMode            KIV_PIPE_INBOUND, _OUTBOUND or _DUPLEX, and flags
  *   pipeMode            KIV_PIPE_BYTES, KIV_PIPE_MESSAGES, ...
  *   maximumInstances    1 to KIV_PIPE_INSTANCES_MAX
@@ -81,8 +85,8 @@ KIVSDU_API uint32_t KivSdNamedPipeCreate(KivSdContext* ctx, const char* name, Ki
  *
  *   server       KIV_PIPE_THIS_MACHINE, in any case, the only one on Linux; must not be null
  *   name         without a folder; must not be null
- *   pipe         receives the handle, or the invalid handle (-1) if it was not opened; must not be
- *                null
+ *   pipe         receives the handle, or the invalid handle (-1) if it was not opened; unchanged if
+ *                memory ran out; must not be null
  *   access       the system's access rights, KIV_ACCESS_...
  *   shareMode    KIV_SHARE_...; in failover mode replaced by KIV_SHARE_ALL
  *   disposition  KIV_DISPOSITION_OPEN_EXISTING
@@ -174,13 +178,16 @@ KIVSDU_API uint32_t KivSdPipeClose(KivSdContext* ctx, KivHandle* pipe);
  * 0, or KIV_ST_ARGUMENT     pipe, buffer or count is null
  *       KIV_ST_PIPE_CLOSED  the pipe is being closed, OS error 232 (Linux: the pipe does
  *                           not wait and is empty, ENODATA); count is 0
- *       KIV_ST_PIPE_READ    not read for any other reason; OS error 109 (Linux: EPIPE) if the
- *                           writing end is closed
+ *       KIV_ST_PIPE_READ    not read for any other reason. OS error 109 (Linux: EPIPE): the writing
+ *                           end is closed. 233 (Linux: EPIPE): the server has disconnected this
+ *                           client. 234 (Linux: EMSGSIZE): the message is longer than the buffer;
+ *                           count bytes were read, and the next read continues the message
  * OS error: GetLastError. */
 KIVSDU_API uint32_t KivSdPipeRead(KivSdContext* ctx, KivHandle* pipe, void* buffer, uint32_t length,
                                   uint32_t* count);
 
-/* Writes all bytes. Waits until the pipe has room for them.
+/* Writes all bytes. Waits until the pipe has room for them. In no-wait mode it writes those that
+ * have room: count may then be less than length, or 0, with status 0.
  *
  *   pipe    must not be null and must hold a handle
  *   buffer  must not be null

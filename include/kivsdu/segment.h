@@ -226,7 +226,9 @@ KIVSDU_API uint32_t KivGetSharedMemSegName(KivSdContext* ctx, KivSharedMemSeg* s
  * OS error: GetLastError of the area; of the set it is not recorded. */
 KIVSDU_API uint32_t KivDeleteSharedMemSeg(KivSdContext* ctx, KivSharedMemSeg* list);
 
-/* Closes the set and the area of one descriptor, which stays in its list.
+/* Closes the set and the area of one descriptor, which stays in its list with its name, its view's
+ * address and the state of its chunks. KivFindShareMemSeg therefore still finds it as set up: store
+ * a null view with KivSetSharedMemSegBuffer, and use its chunks only after it is set up again.
  *
  * 0, or KIV_ST_ARGUMENT         segment is null
  *       KIV_ST_SHARED_MEM_FREE  as for KivDeleteSharedMemSeg

@@ -52,7 +52,8 @@ KIVSDU_API uint32_t adMemShortHeapMalloc(AdShortHeapOwner* owner, int32_t sizeBy
  *   newSizeBytes  at least 1
  *   oldBlock      null allocates a new block, as adMemShortHeapMalloc does
  *   newBlock      receives the block, which may have moved; must not be null. On failure the old
- *                 block is unchanged
+ *                 block is unchanged; newBlock receives null if memory ran out, and is unchanged
+ *                 after KIV_ST_ARGUMENT
  *   file,line     the caller's source position; not stored
  *
  * 0, or KIV_ST_ARGUMENT       newSizeBytes is below 1, or the owner needs a heap and has none

@@ -47,7 +47,8 @@ KIVSDU_API void KivSdSleep(KivSdContext* ctx, uint32_t timeMs);
  *   ticks  receives the time; unchanged on failure; must not be null
  *
  * 0, or KIV_ST_ARGUMENT  ticks is null
- *       KIV_ST_CLOCK     the clock is not available
+ *       KIV_ST_CLOCK     the clock is not available. With the universal C runtime, always once the
+ *                        process has run for 24.8 days: use KivSdTimeElapsedOS or KivSdTime
  * OS error: errno. */
 KIVSDU_API uint32_t KivSdClock(KivSdContext* ctx, uint32_t* ticks);
 
@@ -110,7 +111,9 @@ KIVSDU_API uint32_t KivSdGetUtcTimestamp(KivSdContext* ctx, uint64_t ignored,
                                          KivSdUtcTimestamp* stamp);
 
 /* Returns a reading of a microsecond clock for intervals. The reading has 32 bits and wraps about
- * every 71.6 minutes: use the difference of two close readings, modulo 2^32.
+ * every 71.6 minutes: use the difference of two close readings, modulo 2^32. A product of the
+ * counter wraps too, every 21 days at 10 MHz and every 213 days on Linux: one difference across that
+ * moment is wrong.
  *
  *   ignored       any value; no context is written
  *   microseconds  receives the reading; must not be null

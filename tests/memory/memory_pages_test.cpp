@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -210,6 +211,16 @@ TEST(PageLock, LocksAndUnlocks) {
   EXPECT_EQ(KivSdMemUnlock(nullptr, 1, pages), KIV_ST_OK);
   EXPECT_EQ(KivSdAlignedMemFree(nullptr, pages), KIV_ST_OK);
 }
+
+#ifndef _WIN32
+// Windows decides itself about a size of 0.
+TEST(PageLock, RefusesACountWhoseSizeWrapsToZero) {
+  Context ctx;
+  alignas(16) char area[16] = {};
+  CHECK_OUTCOME(ctx, KivSdMemLock(ctx, kWrappingCount, area), KIV_ST_PAGE_LOCK, EINVAL);
+  CHECK_OUTCOME(ctx, KivSdMemUnlock(ctx, kWrappingCount, area), KIV_ST_PAGE_UNLOCK, EINVAL);
+}
+#endif
 
 TEST(PageLock, RefusesANullAddressAndACountOfZero) {
   Context ctx;

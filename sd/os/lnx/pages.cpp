@@ -159,10 +159,13 @@ Result ReleasePages(void* address) {
   return FromErrno(munmap(mapping.address, mapping.length));
 }
 
-Result LockPages(void* address, uint64_t sizeBytes) { return FromErrno(mlock(address, sizeBytes)); }
+// The kernel accepts a range without bytes. A caller means 2^32 bytes, which wrap to 0.
+Result LockPages(void* address, uint64_t sizeBytes) {
+  return sizeBytes == 0 ? Result{false, EINVAL} : FromErrno(mlock(address, sizeBytes));
+}
 
 Result UnlockPages(void* address, uint64_t sizeBytes) {
-  return FromErrno(munlock(address, sizeBytes));
+  return sizeBytes == 0 ? Result{false, EINVAL} : FromErrno(munlock(address, sizeBytes));
 }
 
 }  // namespace kiv::os
