@@ -36,24 +36,26 @@ void RunServer(kivsdu::PipeServer& server) {
   }
 }
 
-// Stops the server at the end of a scope, also after an exception. The server's thread, which is
-// declared before, could otherwise never be joined.
-struct Stopper {
-  kivsdu::PipeServer& server;
-  ~Stopper() { server.Stop(); }
-};
+void Ask() {
+  kivsdu::PipeEnd client = kivsdu::PipeEnd::Open(kPipe, kReadAndWrite);
+  client.Write("price of 4711", 13);
+  char answer[64];
+  const kivsdu::PipeData data = client.Read(answer, sizeof(answer));
+  std::printf("pipe: %.*s\n", static_cast<int>(data.bytes), answer);
+}
 
 void AskOverAPipe() {
   kivsdu::PipeForm form;
   form.pipeMode = kivsdu::kPipeOfMessages;
   kivsdu::PipeServer server(kPipe, form);
   kivsdu::Thread thread([&] { RunServer(server); });
-  const Stopper stopper = {server};
-  kivsdu::PipeEnd client = kivsdu::PipeEnd::Open(kPipe, kReadAndWrite);
-  client.Write("price of 4711", 13);
-  char answer[64];
-  const kivsdu::PipeData data = client.Read(answer, sizeof(answer));
-  std::printf("pipe: %.*s\n", static_cast<int>(data.bytes), answer);
+  try {
+    Ask();
+  } catch (...) {
+    server.Stop();  // the thread could otherwise never be joined
+    throw;
+  }
+  server.Stop();
 }
 
 // The two ends are two threads here, and two processes in a real program.
