@@ -92,10 +92,10 @@ typedef uint32_t (*AdMessageFunction)(uint64_t handle, uint32_t status, uint32_t
  *             directory that MOLTAPATH names; must not be null
  *   force     not 0: sets up thread heaps even without a file
  *
- * Compatibility: a second call after one that set up heaps switches thread heaps off and reads no
- * file, and so does the first call after adMemThreadHeapTerm. The next call sets up new heaps; the
- * old ones stay allocated. After a call that stayed in plain mode, a second one reads the file
- * again.
+ * Compatibility: a second call after one that set up heaps reads no file and switches thread heaps
+ * off. The first call after adMemThreadHeapTerm does the same. The call after it sets up new heaps,
+ * and the old ones stay allocated. After a call that stayed in plain mode, a second one reads the
+ * file again.
  *
  * 0, or KIV_ST_OUT_OF_MEMORY  the heaps could not be made. The manager is in plain mode, and the
  *                             heaps made so far stay allocated */
