@@ -10,8 +10,7 @@ namespace {
 
 constexpr char kHowToPublish[] =
     "A host publishes with kivsdu::MemoryPublisher (include/kivsdu/publisher.hpp). Only its own "
-    "user "
-    "sees it, and on Windows only in its own session, unless it is a service.";
+    "user sees it, and on Windows only in its own session, unless it is a service.";
 
 void AddHost(uint32_t processId, std::vector<Host>* hosts) {
   kivsdu::MemoryReader reader;
